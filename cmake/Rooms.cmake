@@ -1,0 +1,33 @@
+# How the project's targets are declared.
+
+find_package(Threads REQUIRED)
+
+# One static library a room: korvane_room(NAME SOURCES a.cpp ... DEPENDS room_or_library ...)
+# makes korvane_NAME, with src/ as its one include root.
+function(korvane_room name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(korvane_${name} STATIC ${ARG_SOURCES})
+  target_include_directories(korvane_${name} PUBLIC "${PROJECT_SOURCE_DIR}/src")
+  target_link_libraries(korvane_${name} PUBLIC ${ARG_DEPENDS} PRIVATE korvane_flags)
+endfunction()
+
+# A program of the project: korvane_program(NAME SOURCES ... DEPENDS ...)
+function(korvane_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} korvane_flags)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+endfunction()
+
+# A GoogleTest program, each of its cases a CTest test: korvane_test(NAME SOURCES ... DEPENDS ...)
+# The tests may include their helpers as "tests/support/...".
+function(korvane_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPENDS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  korvane_program(${name} SOURCES ${ARG_SOURCES} DEPENDS ${ARG_DEPENDS} GTest::gmock_main)
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+  gtest_discover_tests(${name} TEST_PREFIX "${name}:" DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+endfunction()

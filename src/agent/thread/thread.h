@@ -1,0 +1,70 @@
+// The base class of every worker thread.
+//
+// A Thread's operating-system thread exists from construction and waits for start(); run(), supplied by
+// the derived class, is its body. stop() is a request and never waits; callers poll isAlive(). No
+// exception leaves the body: ThreadDeathException, ThreadException and any other end it.
+//
+// Start: once. A second start() throws. A thread stopped before its start ends without running its body.
+// Stop: any thread, any number of times; from inside the body it ends the body by throwing. It sets
+//   stopToken(), wakes a body that waits on condition(), and leaves the rest to the body.
+// Destruction: when isAlive() is false, or was never true. The thread's last act on the object is to set its run state to
+//   ended; what it still needs afterwards it owns itself. Destroying one that was never started stops it
+//   and waits for it; one whose body still runs is detached and counted (Thread::abandoned()).
+//   Derived classes whose body uses their members must not be destroyed while alive.
+//
+// Windows: _beginthreadex with the given stack size. POSIX: pthreads.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "agent/thread/exceptions.h"
+#include "agent/thread/locks.h"
+#include "agent/thread/stop_token.h"
+#include "agent/thread/thread_condition.h"
+#include "agent/thread/thread_event.h"
+
+namespace korvane {
+
+class Thread {
+ public:
+  enum class ThreadPriority { lowest, normal, highest };
+  struct AdoptCurrent {};
+
+  // Creates the operating-system thread and returns when it runs. "Thread::Thread()", 2 when the system
+  // refuses. stackBytes: 0 means kDefaultStackBytes.
+  explicit Thread(uint32_t stackBytes = 0);
+  // Wraps the calling thread: run state started, registered under the thread key; run() is never called.
+  explicit Thread(AdoptCurrent);
+  virtual ~Thread();
+  virtual void stop();   // from inside: ThreadDeathException "Thread::stop()", 6
+  virtual void start();  // "Thread::start()", 7 when already started
+
+  static constexpr uint32_t kDefaultStackBytes = 256 * 1024;
+
+  void setPriority(ThreadPriority priority);  // "Thread::setPriority(ThreadPriority)", 5
+  bool isAlive() const;
+  bool stopRequested() const { return _stopToken.requested(); }
+  // Set by stop(); what the body's waits use.
+  StopToken& stopToken() { return _stopToken; }
+  // The object deletes itself when its body ends; nobody else may delete it then.
+  void setSelfDelete();
+
+  // The Thread that the calling operating-system thread belongs to, or null.
+  static Thread* current();
+  // How many threads were left running because they outlived the wait for their end.
+  static int abandoned();
+  // Deletes a thread that has ended. One that still runs is left to delete itself when it ends and is
+  // counted as abandoned. Null is ignored.
+  static void dispose(Thread* thread);
+
+ protected:
+  virtual void run() = 0;
+
+  // For bodies: wait on condition() with lock() held; stop() broadcasts it.
+  RecursiveMutex& lock() { return _lock; }
+  // Waits on the condition, at most timeoutMs; false when the time ran out. The caller holds lock().
+  bool waitOnCondition(uint32_t timeoutMs);
+};
+
+}  // namespace korvane

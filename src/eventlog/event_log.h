@@ -1,0 +1,72 @@
+// The agent's own log: numbered events and trace lines, written as comma-separated records that
+// FixedFormatLog reads back. docs/file-formats.md has the fields, docs/event-catalogue.md the events.
+//
+// One log serves the process. Until open() has been called, and after close(), every call is accepted and
+// does nothing. Any thread may call anything at any time; a line is written whole, with one write.
+// Nothing here throws: a line that cannot be written is counted (EventLog::lost()).
+//
+//   eventlog::event(10106, "KorvaneAgent", {version});
+//   eventlog::trace("MainThread", "Registering return code %d -- string %s", code, text);
+//
+// A trace while tracing is off costs a load and a branch: nothing is converted or formatted.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "util/string.h"
+
+namespace korvane::eventlog {
+
+// One argument of a format or an insertion text; refers to the caller's value for the call's duration.
+class Arg {
+ public:
+  enum class Kind { signedInt, unsignedInt, utf8, utf16 };
+
+  template <class T, std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>, int> = 0>
+  Arg(T number)  // NOLINT(google-explicit-constructor)
+      : _kind(std::is_unsigned_v<T> ? Kind::unsignedInt : Kind::signedInt),
+        _number(static_cast<uint64_t>(static_cast<int64_t>(number))) {}
+  Arg(const char* utf8) : _kind(Kind::utf8), _utf8(utf8 ? utf8 : "") {}    // NOLINT
+  Arg(std::string_view utf8) : _kind(Kind::utf8), _utf8(utf8) {}           // NOLINT
+  Arg(const std::string& utf8) : _kind(Kind::utf8), _utf8(utf8) {}         // NOLINT
+  Arg(const STRING& text) : _kind(Kind::utf16), _utf16(text.utf16()) {}    // NOLINT
+
+  Kind kind() const { return _kind; }
+  int64_t signedNumber() const { return static_cast<int64_t>(_number); }
+  uint64_t unsignedNumber() const { return _number; }
+  std::string_view utf8() const { return _utf8; }
+  std::u16string_view utf16() const { return _utf16; }
+  // The value as UTF-8 text.
+  std::string text() const;
+
+ private:
+  Kind _kind;
+  uint64_t _number = 0;
+  std::string_view _utf8;
+  std::u16string_view _utf16;
+};
+
+namespace detail {
+inline std::atomic<bool> tracing{false};
+void writeTrace(std::string_view tag, const char* format, std::initializer_list<Arg> arguments);
+}  // namespace detail
+
+inline bool tracing() { return detail::tracing.load(std::memory_order_relaxed); }
+
+// Writes a trace line ("TRAC") under a source tag. `format` is printf-style; %d, %ld, %lld, %lu, %u, %x,
+// %s, %hs and %ls are understood, and a format that does not fit its arguments is written as it stands.
+template <class... T>
+inline void trace(std::string_view tag, const char* format, const T&... arguments) {
+  if (tracing()) detail::writeTrace(tag, format, {Arg(arguments)...});
+}
+
+// Writes a numbered event with its insertion texts under a source tag. An identifier that the catalogue
+// does not hold is written with its insertions alone.
+void event(int id, std::string_view source, std::initializer_list<Arg> insertions = {});
+
+}  // namespace korvane::eventlog

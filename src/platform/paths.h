@@ -1,0 +1,33 @@
+// Path texts and whole-file helpers over Files. Paths are UTF-8.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "platform/files.h"
+
+namespace korvane::platform {
+
+// The parts joined by the separator; empty parts are left out, no separator is doubled.
+std::string joinPath(const Files& files, std::initializer_list<std::string_view> parts);
+
+// What stands before and behind the last separator ("/" and "\" both count).
+std::string directoryOf(std::string_view path);
+std::string fileNameOf(std::string_view path);
+
+// True for a path with a drive, a root or a network prefix.
+bool isAbsolutePath(std::string_view path);
+
+bool fileExists(Files& files, const std::string& path);
+
+// Reads the whole file. EFBIG, and nothing read, when it holds more than maxBytes.
+int readWholeFile(Files& files, const std::string& path, uint64_t maxBytes, std::string& out);
+
+// Writes `path` so that a reader, or a machine that loses power at any instant, sees the old content or
+// the new one, never a part: a temporary file beside it ("<path>.new"), flushed, then put in its place,
+// then the directory flushed.
+int writeFileAtomically(Files& files, const std::string& path, std::string_view bytes);
+
+}  // namespace korvane::platform

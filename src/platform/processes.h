@@ -1,0 +1,43 @@
+// Child processes and the list of running ones. Returns are Win32 error numbers.
+// Threads: a process object is used by one thread; interrupt() may be called by any other.
+//
+// Windows: CreateProcess with a hidden window and no inherited handles; the command line is passed as it
+// stands.
+// Linux: the command line is cut into arguments at blanks outside double quotes, whose marks are dropped;
+// no shell takes part; all descriptors but the standard ones are closed in the child.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace korvane::platform {
+
+enum class ProcessWait { ended, timedOut, interrupted, failed };
+
+class Process {
+ public:
+  // Leaves a process that still runs alone.
+  virtual ~Process() = default;
+  virtual uint64_t id() const = 0;
+  virtual ProcessWait wait(uint32_t timeoutMs) = 0;
+  // The exit code of an ended process; false when it cannot be read. On Linux a process that a signal
+  // ended has 128 plus the signal's number.
+  virtual bool exitCode(uint32_t& out) = 0;
+  virtual uint32_t terminate() = 0;
+  // Makes a wait, this one or a later one, return `interrupted`. Any thread.
+  virtual void interrupt() = 0;
+};
+
+class Processes {
+ public:
+  virtual ~Processes() = default;
+  // Starts `program` (a full path) with the argument text `arguments`, hidden, inheriting nothing.
+  virtual uint32_t start(const std::string& program, const std::string& arguments,
+                         std::unique_ptr<Process>& out) = 0;
+  // True when a process with this image name ("KAVIDSService.exe", compared without case) runs.
+  virtual bool isRunning(const std::string& imageName) = 0;
+  virtual uint64_t currentId() = 0;
+};
+
+}  // namespace korvane::platform

@@ -1,0 +1,35 @@
+// The registry, below HKEY_LOCAL_MACHINE. Key paths use backslashes and are compared without case, as
+// value names are. Returns are Win32 error numbers. Thread-safe.
+//
+// Windows: the 64-bit view of the registry.
+// Linux: a file in the textual .reg format, named when the platform is made: UTF-8 or UTF-16LE with
+// its mark, LF or CRLF, strings and dwords. Read anew when it changed; written atomically under a lock
+// file beside it. Without a file the registry is empty and every write fails with 5.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "util/string.h"
+
+namespace korvane::platform {
+
+class Registry {
+ public:
+  virtual ~Registry() = default;
+  // 2 when the key or the value is missing, 13 when it has another type.
+  virtual uint32_t readString(std::string_view key, std::string_view name, STRING& out) = 0;
+  virtual uint32_t readDword(std::string_view key, std::string_view name, uint32_t& out) = 0;
+  // The key must exist (2 otherwise), the value need not.
+  virtual uint32_t writeString(std::string_view key, std::string_view name, const STRING& value) = 0;
+  virtual uint32_t writeDword(std::string_view key, std::string_view name, uint32_t value) = 0;
+  // Makes a key and those above it; 0 when it exists, 5 when that is refused. On Linux keys below
+  // "Software\Dalvora\Intrusion Security\agent\IPS\TestForPrevention" are refused when the driver
+  // simulator says that prevention is in force.
+  virtual uint32_t createKey(std::string_view key) = 0;
+  // Removes a key without subkeys; 2 when it is missing.
+  virtual uint32_t deleteKey(std::string_view key) = 0;
+};
+
+}  // namespace korvane::platform
