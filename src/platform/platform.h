@@ -6,6 +6,7 @@
 // nothing that outlives it: whoever set it as current keeps it alive until after the last use.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -51,5 +52,8 @@ std::unique_ptr<NativePlatform> makeNativePlatform(const NativeOptions& options)
 Platform& current();
 // Sets it; null goes back to the default. Not to be called while other threads of the agent run.
 void setCurrent(Platform* platform);
+// How often setCurrent() has been called. Locks and tokens of static lifetime compare it, so that they make
+// their primitives anew after a change. Any thread; cheap.
+uint64_t currentGeneration();
 
 }  // namespace korvane::platform

@@ -2,6 +2,7 @@
 // ends in one of these calls, so that a fake implementation can run the whole agent on simulated time.
 //
 // Lifetime: each object is owned by the unique_ptr that made it and must outlive every wait on it.
+// It may be destroyed, but not used otherwise, after the Threading that made it is gone.
 // Threads: all operations may be called by any thread at once.
 // Errors: creation gives null when the system refuses; the other operations cannot fail but for a
 // handle that is not valid any more, which they answer with false or WaitResult::failed.
