@@ -1,0 +1,56 @@
+#include "config/install_root.h"
+
+#include <mutex>
+
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "util/thread_annotations.h"
+
+namespace korvane {
+namespace {
+
+std::mutex rootLock;
+std::string root;  // guarded by rootLock
+
+std::string findRoot() {
+  platform::Platform& system = platform::current();
+  std::string found = system.systemInfo.environment("KORVANE_INSTALL_ROOT");
+  if (!found.empty()) return found;
+  STRING value;
+  if (system.registry.readString(kAgentRegistryKey, "InstallRoot", value) != platform::kOk)
+    return {};
+  return value.toUtf8();
+}
+
+std::string below(const std::string& name) {
+  const std::string base = installRoot();
+  if (base.empty()) return {};
+  return platform::joinPath(platform::current().files, {base, name});
+}
+
+}  // namespace
+
+std::string installRoot() {
+  const std::lock_guard<std::mutex> hold(rootLock);
+  if (root.empty()) root = findRoot();
+  return root;
+}
+
+std::string installDirectory() {
+  return below("IPS");
+}
+std::string idsDirectory() {
+  return below("IDS");
+}
+
+void setInstallRoot(const std::string& newRoot) {
+  const std::lock_guard<std::mutex> hold(rootLock);
+  root = newRoot;
+}
+
+std::string resolveIdsLogName(const std::string& name) {
+  if (!name.starts_with("..")) return name;
+  return platform::joinPath(platform::current().files, {idsDirectory(), "bin", name});
+}
+
+}  // namespace korvane
