@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/thread_annotations.h"

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "config/install_root.h"
+#include "platform/error_codes.h"
 #include "platform/platform.h"
 
 namespace korvane {
