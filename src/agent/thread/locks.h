@@ -3,10 +3,13 @@
 // piece of data that several threads share. Synchronized holds a lock for a scope.
 //
 // Members guarded by one of them carry GUARDED_BY. A lock must not be held during a wait of unknown length.
+//
+// Making one costs nothing and cannot fail, also as an object of static lifetime; the platform's mutex is made
+// when it is first taken. Errors: lock() and tryLock() throw ThreadException 1 ("RecursiveMutex::lock()",
+// "Win32Mutex::tryLock()" and so on) when the system refuses it then.
 #pragma once
 
-#include <memory>
-
+#include "agent/thread/primitive_holder.h"
 #include "platform/threading.h"
 #include "util/thread_annotations.h"
 
@@ -14,8 +17,7 @@ namespace korvane {
 
 class CAPABILITY("mutex") RecursiveMutex {
  public:
-  RecursiveMutex();
-  ~RecursiveMutex();
+  RecursiveMutex() = default;
   RecursiveMutex(const RecursiveMutex&) = delete;
   RecursiveMutex& operator=(const RecursiveMutex&) = delete;
 
@@ -24,13 +26,12 @@ class CAPABILITY("mutex") RecursiveMutex {
   void unlock() RELEASE();
 
  private:
-  std::unique_ptr<platform::Mutex> _mutex;
+  PrimitiveHolder<platform::Mutex> _mutex;
 };
 
 class CAPABILITY("mutex") Win32Mutex {
  public:
-  Win32Mutex();
-  ~Win32Mutex();
+  Win32Mutex() = default;
   Win32Mutex(const Win32Mutex&) = delete;
   Win32Mutex& operator=(const Win32Mutex&) = delete;
 
@@ -39,7 +40,7 @@ class CAPABILITY("mutex") Win32Mutex {
   void unlock() RELEASE();
 
  private:
-  std::unique_ptr<platform::Mutex> _mutex;
+  PrimitiveHolder<platform::Mutex> _mutex;
 };
 
 // Holds a lock from construction to destruction.

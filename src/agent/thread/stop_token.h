@@ -10,6 +10,9 @@
 // with no lock of its own code to rely on; it must be quick, must not throw, and must not register or
 // remove callbacks of the same token. ~StopCallback returns only when the callback is not running.
 //
+// Errors: sleepFor() throws ThreadException 8 ("StopToken::sleepFor()") when it cannot wait.
+// A token needs nothing of the platform until it is used, and may have static lifetime.
+//
 //   StopCallback interrupt(shutdownToken(), [&] { request.interrupt(); });
 //   request.wait(30000);
 #pragma once
@@ -28,8 +31,7 @@ class StopCallback;
 
 class StopToken {
  public:
-  StopToken();
-  ~StopToken();
+  StopToken() = default;
   StopToken(const StopToken&) = delete;
   StopToken& operator=(const StopToken&) = delete;
 
@@ -41,10 +43,12 @@ class StopToken {
   bool sleepFor(uint32_t milliseconds);
 
  private:
+  platform::Event& event();
   friend class StopCallback;
   std::atomic<bool> _requested{false};
-  std::unique_ptr<platform::Event> _event;
+  PrimitiveHolder<platform::Event> _event;
   Win32Mutex _lock;
+  bool _announced GUARDED_BY(_lock) = false;  // the callbacks have been run since the last reset
   std::list<StopCallback*> _callbacks GUARDED_BY(_lock);
 };
 

@@ -3,7 +3,9 @@
 // event that the last waiter of a broadcast posts.
 //
 // Callers hold the mutex, once, around wait(); it is given back for the wait and held again afterwards.
-// wait() may return without a broadcast meant for it: test the condition in a loop.
+// wait() may return without a broadcast meant for it: test the condition in a loop. broadcast() takes the
+// mutex itself, so a caller may hold it or not. A waiter whose time runs out while a broadcast is under way
+// counts as woken by it.
 #pragma once
 
 #include <cstdint>
@@ -26,6 +28,9 @@ class ThreadCondition {
   void broadcast();
 
  private:
+  platform::WaitResult awaitSemaphore(uint32_t timeoutMs);
+  bool releaseWaiters();
+
   RecursiveMutex& _mutex;
   std::unique_ptr<platform::Semaphore> _semaphore;  // initial 0, maximum 2147483647
   Win32Mutex _countLock;

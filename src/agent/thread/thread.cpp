@@ -1,0 +1,140 @@
+#include "agent/thread/thread.h"
+
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include "agent/thread/thread_control.h"
+#include "agent/thread/thread_key.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+std::atomic<int> abandonedThreads{0};
+
+// The process-wide key, made anew when another platform has become current. A thread keeps the one that it
+// registered under. Never destroyed: a thread left behind may still need it while the process ends.
+struct ProcessKey {
+  std::mutex lock;
+  uint64_t generation = UINT64_MAX;
+  std::shared_ptr<ThreadKey> key;
+};
+
+std::shared_ptr<ThreadKey> processKey() {
+  static ProcessKey& process = *new ProcessKey;
+  std::lock_guard hold(process.lock);
+  const uint64_t generation = platform::currentGeneration();
+  if (process.generation != generation) {
+    process.key = std::make_shared<ThreadKey>();
+    process.generation = generation;
+  }
+  return process.key;
+}
+
+void forgetCurrent(ThreadKey& key) noexcept {
+  try {
+    key.set(nullptr);
+  } catch (const ThreadException&) {
+  }
+}
+
+}  // namespace
+
+Thread::Thread(uint32_t stackBytes)
+    : _control(std::make_shared<Control>(stackBytes ? stackBytes : kDefaultStackBytes)) {
+  auto native = platform::current().threading.createThread(
+      _control->stackBytes, [this, control = _control] { wrapper(*this, control); });
+  if (!native) throw ThreadException("Thread::Thread()", 2);
+  try {
+    _control->identify(std::move(native), /*isAdopted=*/false);
+    _control->aliveEvent.wait();
+    if (_control->failure) std::rethrow_exception(_control->failure);
+  } catch (...) {
+    _control->part();
+    throw;
+  }
+}
+
+Thread::Thread(AdoptCurrent) : _control(std::make_shared<Control>(0)) {
+  auto native = platform::current().threading.adoptCurrentThread();
+  if (!native) throw ThreadException("Thread::Thread()", 2);
+  _control->identify(std::move(native), /*isAdopted=*/true);
+  processKey()->set(this);
+}
+
+Thread::~Thread() {
+  try {
+    const Control::Parting parting = _control->part();
+    if (parting.abandoned) ++abandonedThreads;
+    if (parting.join) parting.native->join(platform::kInfinite);
+    if (parting.adopted && current() == this) forgetCurrent(*processKey());
+  } catch (const ThreadException&) {
+  }
+}
+
+void Thread::wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept {
+  std::shared_ptr<ThreadKey> key;
+  try {
+    key = processKey();
+    key->set(&self);
+  } catch (...) {
+    control->failure = std::current_exception();
+  }
+  const bool registered = !control->failure;
+  control->aliveEvent.post();
+  if (registered) runBody(self, *control);
+  if (key) forgetCurrent(*key);
+  if (control->finish()) delete &self;
+}
+
+void Thread::runBody(Thread& self, Control& control) {
+  try {
+    control.startEvent.wait();
+    if (control.stopRequested()) return;
+    try {
+      control.setPriority(ThreadPriority::normal);
+    } catch (const ThreadException&) {
+      // A body at another priority is better than none.
+    }
+    self.run();
+  } catch (const ThreadDeathException&) {
+  } catch (const ThreadException&) {
+  } catch (...) {
+  }
+}
+
+void Thread::stop() {
+  _stopToken.request();
+  if (_control->stop()) throw ThreadDeathException("Thread::stop()", 6);
+}
+
+void Thread::start() { _control->start(); }
+
+void Thread::setPriority(ThreadPriority priority) { _control->setPriority(priority); }
+
+bool Thread::isAlive() const { return _control->isAlive(); }
+
+void Thread::setSelfDelete() { _control->setSelfDelete(); }
+
+RecursiveMutex& Thread::lock() { return _control->lock; }
+
+ThreadCondition& Thread::condition() { return _control->condition; }
+
+bool Thread::waitOnCondition(uint32_t timeoutMs) NO_THREAD_SAFETY_ANALYSIS {
+  return _control->wait(timeoutMs);
+}
+
+Thread* Thread::current() { return processKey()->get(); }
+
+int Thread::abandoned() { return abandonedThreads; }
+
+void Thread::dispose(Thread* thread) {
+  if (!thread) return;
+  if (thread->_control->leaveToItself())
+    ++abandonedThreads;
+  else
+    delete thread;
+}
+
+}  // namespace korvane
