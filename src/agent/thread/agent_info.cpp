@@ -19,7 +19,9 @@ int32_t AgentInfo::count() const {
   return _count;
 }
 
-bool AgentInfo::pending() const { return _pending.load(std::memory_order_acquire) != 0; }
+bool AgentInfo::pending() const {
+  return _pending.load(std::memory_order_acquire) != 0;
+}
 
 bool AgentInfo::command(int32_t index, int32_t& code, char* name, size_t nameSize) const {
   Synchronized hold(_lock);

@@ -1,11 +1,12 @@
 // The command mailbox between the agent and its host.
 //
-// The agent makes one when it starts, hands it to its threads, and gives it to the host when startAgent
-// returns; it belongs to the library and stays valid until the next startAgent. Whoever posts a command
-// asks for the end of the agent: the main loop leaves at the next look at pending().
+// The agent makes one when it starts, hands it to its threads, and gives it to the host when
+// startAgent returns; it belongs to the library and stays valid until the next startAgent. Whoever
+// posts a command asks for the end of the agent: the main loop leaves at the next look at
+// pending().
 //
-// A host may include this header without linking the library: everything it needs of an AgentInfo that
-// it was given is virtual and takes plain types.
+// A host may include this header without linking the library: everything it needs of an AgentInfo
+// that it was given is virtual and takes plain types.
 //
 // Threads: any, at any time. Nothing here throws across the boundary.
 //

@@ -8,7 +8,8 @@ namespace {
 constexpr int kNoMutex = 1;
 
 platform::Mutex& made(PrimitiveHolder<platform::Mutex>& holder, const char* method) {
-  platform::Mutex* mutex = holder.get([](platform::Threading& threading) { return threading.createMutex(); });
+  platform::Mutex* mutex =
+      holder.get([](platform::Threading& threading) { return threading.createMutex(); });
   if (!mutex) throw ThreadException(method, kNoMutex);
   return *mutex;
 }
@@ -20,16 +21,32 @@ std::mutex& primitiveRenewalLock() {
   return lock;
 }
 
-void RecursiveMutex::lock() { made(_mutex, "RecursiveMutex::lock()").lock(); }
-bool RecursiveMutex::tryLock() { return made(_mutex, "RecursiveMutex::tryLock()").tryLock(); }
-void RecursiveMutex::unlock() { _mutex.existing()->unlock(); }
+void RecursiveMutex::lock() {
+  made(_mutex, "RecursiveMutex::lock()").lock();
+}
+bool RecursiveMutex::tryLock() {
+  return made(_mutex, "RecursiveMutex::tryLock()").tryLock();
+}
+void RecursiveMutex::unlock() {
+  _mutex.existing()->unlock();
+}
 
-void Win32Mutex::lock() { made(_mutex, "Win32Mutex::lock()").lock(); }
-bool Win32Mutex::tryLock() { return made(_mutex, "Win32Mutex::tryLock()").tryLock(); }
-void Win32Mutex::unlock() { _mutex.existing()->unlock(); }
+void Win32Mutex::lock() {
+  made(_mutex, "Win32Mutex::lock()").lock();
+}
+bool Win32Mutex::tryLock() {
+  return made(_mutex, "Win32Mutex::tryLock()").tryLock();
+}
+void Win32Mutex::unlock() {
+  _mutex.existing()->unlock();
+}
 
-Synchronized::Synchronized(RecursiveMutex& mutex) : _recursive(&mutex) { mutex.lock(); }
-Synchronized::Synchronized(Win32Mutex& mutex) : _win32(&mutex) { mutex.lock(); }
+Synchronized::Synchronized(RecursiveMutex& mutex) : _recursive(&mutex) {
+  mutex.lock();
+}
+Synchronized::Synchronized(Win32Mutex& mutex) : _win32(&mutex) {
+  mutex.lock();
+}
 Synchronized::~Synchronized() {
   if (_recursive) _recursive->unlock();
   if (_win32) _win32->unlock();

@@ -1,12 +1,14 @@
-// Locks. RecursiveMutex and Win32Mutex are both mutexes that their holder may take again (Windows: critical
-// sections); the two names say what they guard: RecursiveMutex a Thread's or a store's state, Win32Mutex a
-// piece of data that several threads share. Synchronized holds a lock for a scope.
+// Locks. RecursiveMutex and Win32Mutex are both mutexes that their holder may take again (Windows:
+// critical sections); the two names say what they guard: RecursiveMutex a Thread's or a store's
+// state, Win32Mutex a piece of data that several threads share. Synchronized holds a lock for a
+// scope.
 //
-// Members guarded by one of them carry GUARDED_BY. A lock must not be held during a wait of unknown length.
+// Members guarded by one of them carry GUARDED_BY. A lock must not be held during a wait of unknown
+// length.
 //
-// Making one costs nothing and cannot fail, also as an object of static lifetime; the platform's mutex is made
-// when it is first taken. Errors: lock() and tryLock() throw ThreadException 1 ("RecursiveMutex::lock()",
-// "Win32Mutex::tryLock()" and so on) when the system refuses it then.
+// Making one costs nothing and cannot fail, also as an object of static lifetime; the platform's
+// mutex is made when it is first taken. Errors: lock() and tryLock() throw ThreadException 1
+// ("RecursiveMutex::lock()", "Win32Mutex::tryLock()" and so on) when the system refuses it then.
 #pragma once
 
 #include "agent/thread/primitive_holder.h"

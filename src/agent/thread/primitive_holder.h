@@ -1,7 +1,7 @@
-// A primitive of the platform in use, made at its first use and made anew once another platform has become
-// current. So locks and tokens of static lifetime need nothing while the library is loaded and never keep
-// what a platform that is gone once made.
-// Threads: any; get() of an existing primitive costs two loads. Errors: null when the platform refuses.
+// A primitive of the platform in use, made at its first use and made anew once another platform has
+// become current. So locks and tokens of static lifetime need nothing while the library is loaded
+// and never keep what a platform that is gone once made. Threads: any; get() of an existing
+// primitive costs two loads. Errors: null when the platform refuses.
 #pragma once
 
 #include <atomic>
@@ -22,7 +22,8 @@ class PrimitiveHolder {
   // `make` is called with the current platform::Threading and gives a unique_ptr<Primitive>.
   template <class Make>
   Primitive* get(Make make) {
-    if (_generation.load(std::memory_order_acquire) != platform::currentGeneration()) return renew(make);
+    if (_generation.load(std::memory_order_acquire) != platform::currentGeneration())
+      return renew(make);
     return _primitive.get();
   }
   // What get() gave last, or null.

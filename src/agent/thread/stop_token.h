@@ -1,14 +1,15 @@
 // How a stop reaches code that is busy waiting for something else.
 //
 // A StopToken is set once, by request(), and stays set until reset(). Whoever waits does it with
-// sleepFor(), which a stop ends at once; whoever is about to block in something that has its own way of
-// being cut short (a transfer, a driver request, a child process, a socket) registers a StopCallback that
-// does so. The shutdown token of the process is set by the agent's shutdown routine and reset by
-// startAgent; every thread also has a token of its own (Thread::stopToken).
+// sleepFor(), which a stop ends at once; whoever is about to block in something that has its own
+// way of being cut short (a transfer, a driver request, a child process, a socket) registers a
+// StopCallback that does so. The shutdown token of the process is set by the agent's shutdown
+// routine and reset by startAgent; every thread also has a token of its own (Thread::stopToken).
 //
-// Threads: everything may be called by any thread. A callback runs on the thread that requests the stop,
-// with no lock of its own code to rely on; it must be quick, must not throw, and must not register or
-// remove callbacks of the same token. ~StopCallback returns only when the callback is not running.
+// Threads: everything may be called by any thread. A callback runs on the thread that requests the
+// stop, with no lock of its own code to rely on; it must be quick, must not throw, and must not
+// register or remove callbacks of the same token. ~StopCallback returns only when the callback is
+// not running.
 //
 // Errors: sleepFor() throws ThreadException 8 ("StopToken::sleepFor()") when it cannot wait.
 // A token needs nothing of the platform until it is used, and may have static lifetime.

@@ -13,8 +13,9 @@ namespace {
 
 std::atomic<int> abandonedThreads{0};
 
-// The process-wide key, made anew when another platform has become current. A thread keeps the one that it
-// registered under. Never destroyed: a thread left behind may still need it while the process ends.
+// The process-wide key, made anew when another platform has become current. A thread keeps the one
+// that it registered under. Never destroyed: a thread left behind may still need it while the
+// process ends.
 struct ProcessKey {
   std::mutex lock;
   uint64_t generation = UINT64_MAX;
@@ -109,25 +110,41 @@ void Thread::stop() {
   if (_control->stop()) throw ThreadDeathException("Thread::stop()", 6);
 }
 
-void Thread::start() { _control->start(); }
+void Thread::start() {
+  _control->start();
+}
 
-void Thread::setPriority(ThreadPriority priority) { _control->setPriority(priority); }
+void Thread::setPriority(ThreadPriority priority) {
+  _control->setPriority(priority);
+}
 
-bool Thread::isAlive() const { return _control->isAlive(); }
+bool Thread::isAlive() const {
+  return _control->isAlive();
+}
 
-void Thread::setSelfDelete() { _control->setSelfDelete(); }
+void Thread::setSelfDelete() {
+  _control->setSelfDelete();
+}
 
-RecursiveMutex& Thread::lock() { return _control->lock; }
+RecursiveMutex& Thread::lock() {
+  return _control->lock;
+}
 
-ThreadCondition& Thread::condition() { return _control->condition; }
+ThreadCondition& Thread::condition() {
+  return _control->condition;
+}
 
 bool Thread::waitOnCondition(uint32_t timeoutMs) NO_THREAD_SAFETY_ANALYSIS {
   return _control->wait(timeoutMs);
 }
 
-Thread* Thread::current() { return processKey()->get(); }
+Thread* Thread::current() {
+  return processKey()->get();
+}
 
-int Thread::abandoned() { return abandonedThreads; }
+int Thread::abandoned() {
+  return abandonedThreads;
+}
 
 void Thread::dispose(Thread* thread) {
   if (!thread) return;

@@ -1,17 +1,21 @@
 // The base class of every worker thread.
 //
-// A Thread's operating-system thread exists from construction and waits for start(); run(), supplied by
-// the derived class, is its body. stop() is a request and never waits; callers poll isAlive(). No
-// exception leaves the body: ThreadDeathException, ThreadException and any other end it.
+// A Thread's operating-system thread exists from construction and waits for start(); run(),
+// supplied by the derived class, is its body. stop() is a request and never waits; callers poll
+// isAlive(). No exception leaves the body: ThreadDeathException, ThreadException and any other end
+// it.
 //
-// Start: once. A second start() throws. A thread stopped before its start ends without running its body,
+// Start: once. A second start() throws. A thread stopped before its start ends without running its
+// body,
 //   and a start() that comes after that stop does nothing.
 // Stop: any thread, any number of times; from inside the body it ends the body by throwing. It sets
 //   stopToken(), wakes a body that waits on condition(), and leaves the rest to the body.
-// Destruction: when isAlive() is false, or was never true. The thread's last act on the object is to set its run state to
-//   ended; what it still needs afterwards it owns itself. Destroying one that was never started stops it
-//   and waits for it; one whose body still runs is detached and counted (Thread::abandoned()).
-//   Derived classes whose body uses their members must not be destroyed while alive.
+// Destruction: when isAlive() is false, or was never true. The thread's last act on the object is
+// to set its run state to
+//   ended; what it still needs afterwards it owns itself. Destroying one that was never started
+//   stops it and waits for it; one whose body still runs is detached and counted
+//   (Thread::abandoned()). Derived classes whose body uses their members must not be destroyed
+//   while alive.
 // Priority: the body begins with normal priority; one set before the start does not last.
 //
 // Errors: ThreadException with the method texts and numbers given beside each operation.
@@ -46,10 +50,11 @@ class Thread {
   enum class ThreadPriority { lowest, normal, highest };
   struct AdoptCurrent {};
 
-  // Creates the operating-system thread and returns when it runs. "Thread::Thread()", 2 when the system
-  // refuses. stackBytes: 0 means kDefaultStackBytes.
+  // Creates the operating-system thread and returns when it runs. "Thread::Thread()", 2 when the
+  // system refuses. stackBytes: 0 means kDefaultStackBytes.
   explicit Thread(uint32_t stackBytes = 0);
-  // Wraps the calling thread: run state started, registered under the thread key; run() is never called.
+  // Wraps the calling thread: run state started, registered under the thread key; run() is never
+  // called.
   explicit Thread(AdoptCurrent);
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
@@ -71,8 +76,8 @@ class Thread {
   static Thread* current();
   // How many threads were left running because they outlived the wait for their end.
   static int abandoned();
-  // Deletes a thread that has ended. One that still runs is left to delete itself when it ends and is
-  // counted as abandoned. Null is ignored.
+  // Deletes a thread that has ended. One that still runs is left to delete itself when it ends and
+  // is counted as abandoned. Null is ignored.
   static void dispose(Thread* thread);
 
  protected:
@@ -81,13 +86,13 @@ class Thread {
   // For bodies: wait on condition() with lock() held; stop() broadcasts it.
   RecursiveMutex& lock();
   ThreadCondition& condition();
-  // Waits on the condition, at most timeoutMs; false when the time ran out. Returns at once when a stop has
-  // been requested. The caller holds lock(), once.
+  // Waits on the condition, at most timeoutMs; false when the time ran out. Returns at once when a
+  // stop has been requested. The caller holds lock(), once.
   bool waitOnCondition(uint32_t timeoutMs);
 
  private:
-  // What object and operating-system thread share; the thread keeps it for the steps that follow the end of
-  // its body, when the object may be gone.
+  // What object and operating-system thread share; the thread keeps it for the steps that follow
+  // the end of its body, when the object may be gone.
   struct Control;
 
   static void wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept;

@@ -12,7 +12,8 @@ constexpr uint32_t kSemaphoreMaximum = 2147483647;
 }
 
 ThreadCondition::ThreadCondition(RecursiveMutex& mutex)
-    : _mutex(mutex), _semaphore(platform::current().threading.createSemaphore(0, kSemaphoreMaximum)) {
+    : _mutex(mutex),
+      _semaphore(platform::current().threading.createSemaphore(0, kSemaphoreMaximum)) {
   if (!_semaphore) throw ThreadException("ThreadCondition::ThreadCondition(RecursiveMutex&)", 11);
 }
 
@@ -31,8 +32,8 @@ bool ThreadCondition::wait(uint32_t timeoutMs) {
   throw ThreadException("ThreadCondition::wait()", 8);
 }
 
-// Leaves the count in step with the semaphore: during a broadcast every counted waiter takes one unit, also
-// the one that came away without, or the unit would wake somebody later for nothing.
+// Leaves the count in step with the semaphore: during a broadcast every counted waiter takes one
+// unit, also the one that came away without, or the unit would wake somebody later for nothing.
 WaitResult ThreadCondition::awaitSemaphore(uint32_t timeoutMs) {
   WaitResult result = _semaphore->wait(timeoutMs);
   Synchronized hold(_countLock);
@@ -46,7 +47,8 @@ WaitResult ThreadCondition::awaitSemaphore(uint32_t timeoutMs) {
 }
 
 void ThreadCondition::broadcast() {
-  // Nobody can begin to wait while the mutex is held, so the units released reach those counted here.
+  // Nobody can begin to wait while the mutex is held, so the units released reach those counted
+  // here.
   Synchronized callers(_mutex);
   bool done = false;
   try {
@@ -60,7 +62,8 @@ void ThreadCondition::broadcast() {
   if (!done) throw ThreadException("ThreadCondition::broadcast()", 13);
 }
 
-// The release happens under the count's lock: whoever sees the broadcast under way finds its unit there.
+// The release happens under the count's lock: whoever sees the broadcast under way finds its unit
+// there.
 bool ThreadCondition::releaseWaiters() {
   Synchronized hold(_countLock);
   if (_waiters == 0) return false;

@@ -1,11 +1,11 @@
-// A condition variable over a RecursiveMutex, after Schmidt and Pyarali's "Strategies for Implementing
-// POSIX Condition Variables on Win32": a counting semaphore that waiters queue on, a waiter count, and an
-// event that the last waiter of a broadcast posts.
+// A condition variable over a RecursiveMutex, after Schmidt and Pyarali's "Strategies for
+// Implementing POSIX Condition Variables on Win32": a counting semaphore that waiters queue on, a
+// waiter count, and an event that the last waiter of a broadcast posts.
 //
-// Callers hold the mutex, once, around wait(); it is given back for the wait and held again afterwards.
-// wait() may return without a broadcast meant for it: test the condition in a loop. broadcast() takes the
-// mutex itself, so a caller may hold it or not. A waiter whose time runs out while a broadcast is under way
-// counts as woken by it.
+// Callers hold the mutex, once, around wait(); it is given back for the wait and held again
+// afterwards. wait() may return without a broadcast meant for it: test the condition in a loop.
+// broadcast() takes the mutex itself, so a caller may hold it or not. A waiter whose time runs out
+// while a broadcast is under way counts as woken by it.
 #pragma once
 
 #include <cstdint>
@@ -22,9 +22,11 @@ class ThreadCondition {
   explicit ThreadCondition(RecursiveMutex& mutex);
   ~ThreadCondition();
 
-  // Waits for a broadcast, at most timeoutMs; false when the time ran out. "ThreadCondition::wait()", 8.
+  // Waits for a broadcast, at most timeoutMs; false when the time ran out.
+  // "ThreadCondition::wait()", 8.
   bool wait(uint32_t timeoutMs = platform::kInfinite) NO_THREAD_SAFETY_ANALYSIS;
-  // Wakes every waiter; returns when all of them have left the semaphore. "ThreadCondition::broadcast()", 13.
+  // Wakes every waiter; returns when all of them have left the semaphore.
+  // "ThreadCondition::broadcast()", 13.
   void broadcast();
 
  private:

@@ -71,7 +71,8 @@ void Thread::Control::setPriority(ThreadPriority priority) {
   static constexpr NativePriority kNative[] = {NativePriority::lowest, NativePriority::normal,
                                                NativePriority::highest};
   Synchronized hold(lock);
-  if (runState == RunState::ended || !native || !native->setPriority(kNative[static_cast<int>(priority)]))
+  if (runState == RunState::ended || !native ||
+      !native->setPriority(kNative[static_cast<int>(priority)]))
     throw ThreadException("Thread::setPriority(ThreadPriority)", 5);
 }
 
@@ -104,7 +105,8 @@ Thread::Control::Parting Thread::Control::part() {
   parting.adopted = adopted;
   parting.abandoned = alive() && !adopted;
   parting.native = std::move(native);
-  parting.join = parting.native && !alive() && id != platform::current().threading.currentThreadId();
+  parting.join =
+      parting.native && !alive() && id != platform::current().threading.currentThreadId();
   return parting;
 }
 

@@ -1,5 +1,6 @@
-// The state of a Thread, shared between the object and its operating-system thread (see thread.h): each owns
-// a share, so that it is there for whoever of the two comes last. Any thread may call any operation.
+// The state of a Thread, shared between the object and its operating-system thread (see thread.h):
+// each owns a share, so that it is there for whoever of the two comes last. Any thread may call any
+// operation.
 #pragma once
 
 #include <exception>
@@ -52,7 +53,8 @@ struct Thread::Control {
   bool selfDelete GUARDED_BY(lock) = false;
   bool adopted GUARDED_BY(lock) = false;
   bool startCalled GUARDED_BY(lock) = false;
-  // Why the new thread could not register itself; written before aliveEvent is posted, read after it.
+  // Why the new thread could not register itself; written before aliveEvent is posted, read after
+  // it.
   std::exception_ptr failure;
 
  private:

@@ -11,7 +11,8 @@ namespace korvane {
 // Failures are ThreadException with the method texts and numbers given beside each operation.
 class ThreadEvent {
  public:
-  // timeoutMs: how long wait() waits; platform::kInfinite for ever. "ThreadCondition::ThreadEvent()", 14.
+  // timeoutMs: how long wait() waits; platform::kInfinite for ever.
+  // "ThreadCondition::ThreadEvent()", 14.
   explicit ThreadEvent(uint32_t timeoutMs = platform::kInfinite);
   ~ThreadEvent();
 
@@ -19,7 +20,8 @@ class ThreadEvent {
   void pulse();   // releases those that wait now; "ThreadCondition::pulse()", 16
   void reset();   // "ThreadCondition::reset()", 18
   bool posted();  // looks, without waiting; "ThreadCondition::posted()", 19
-  // Waits up to the event's time-out; a time-out that expires returns normally. "ThreadCondition::wait()", 8.
+  // Waits up to the event's time-out; a time-out that expires returns normally.
+  // "ThreadCondition::wait()", 8.
   void wait();
 
  private:

@@ -11,7 +11,9 @@ ThreadKey::ThreadKey() : _slot(platform::current().threading.createThreadLocalSl
 
 ThreadKey::~ThreadKey() = default;
 
-Thread* ThreadKey::get() const { return static_cast<Thread*>(_slot->get()); }
+Thread* ThreadKey::get() const {
+  return static_cast<Thread*>(_slot->get());
+}
 
 void ThreadKey::set(Thread* thread) {
   if (!_slot->set(thread)) throw ThreadException("ThreadEvent::set()", 23);
