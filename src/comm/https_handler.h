@@ -1,0 +1,191 @@
+// The agent's vocabulary towards its management server: every exchange is one operation here.
+//
+// A handler is made for one exchange, or a few in a row, with one server, and used by one thread.
+// It keeps the answer of its last exchange for the readers. What all handlers share (the one
+// keep-alive connection, the lock that lets one transfer at a time on the wire, the last error, the
+// server's address, the fail-back clock) is process-wide and has its own locks, so any number of
+// threads may have handlers.
+//
+// Returns, unless stated otherwise: 0 success; -1 nothing was sent, or libcurl refused an option; a
+// positive libcurl code for a failed transfer (56 also for an answer that is malformed or cut off,
+// 42 when a stop ended it); a positive HTTP status above 200. Readers give -2 when the answer
+// carries an error and -1 when the wanted part is missing. Nothing throws but std::bad_alloc.
+//
+// Stop: once shutdownToken() is set, a transfer or look-up in progress ends at once and no
+// fail-over runs. The interval of the fail-back check is counted in seconds on the monotonic clock.
+//
+//   HttpsHandler handler;  // for the current server
+//   if (handler.getUpdate(HttpsHandler::POLICY_UPDATE, false) == 0) {
+//     STRING text;
+//     if (handler.getKorvaneError(text) == 0) policy = handler.getPolicy(status, size, properties,
+//     false);
+//   }
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "comm/https_message_generator.h"
+#include "comm/message_body.h"
+#include "comm/transport.h"
+#include "platform/export.h"
+#include "util/property_list.h"
+#include "util/string.h"
+
+namespace korvane {
+
+class KORVANE_EXPORT HttpsHandler {
+ public:
+  // Message types; the value is the index into URL.
+  static constexpr int REGISTER = 0;
+  static constexpr int GET_UPDATE = 1;
+  static constexpr int SET_UPDATE_RESULT = 2;
+  static constexpr int LOG_MESSAGE = 3;
+  static constexpr int TEST_CONNECTION = 4;
+  static constexpr int BULK_LOG = 5;
+  static constexpr int APPLICATION_DATA = 6;
+
+  // Update kinds, a set of bits.
+  static constexpr int CONFIG_UPDATE = 1;
+  static constexpr int POLICY_UPDATE = 2;
+  static constexpr int SOFTWARE_UPDATE = 4;
+  static constexpr int POLICY_UPDATE_HIDS = 8;
+  static constexpr int CONFIG_UPDATE_HIDS = 16;
+  static constexpr int VEXQEL_UPDATE = 32;
+  static constexpr int FERROLYN_REVO_UPDATE = 64;
+  static constexpr int FERROLYN_SETTINGS_UPDATE = 128;
+  static constexpr int FERROLYN_VT_UPDATE = 256;
+
+  // The path word of each message type.
+  static constexpr const char* URL[7] = {"register",       "update",   "result", "log",
+                                         "testConnection", "bulk-log", "result"};
+  static constexpr char PROTOCOL_VERSION[] = "1.0";
+
+  // For the current server; without a server list, for the configured URL's host.
+  HttpsHandler();
+  // For the given host name or address; empty means the current server.
+  explicit HttpsHandler(const STRING& server);
+  ~HttpsHandler();
+  HttpsHandler(const HttpsHandler&) = delete;
+  HttpsHandler& operator=(const HttpsHandler&) = delete;
+
+  const STRING& server() const { return _server; }
+
+  // Exchanges
+
+  // Attributes, configuration and IDS settings as properties, the bytes as a binary section (none
+  // when data is null or length is not positive), the IDS policy file as another.
+  int registerAgent(const char* data, long length);
+  // check: the result goes through the status check with its events. The first failure with TLS 1.2
+  // as the lowest version lowers it to TLS 1.0 for the rest of the process and tries once more.
+  int testConnection(bool check);
+  // kinds: bits 1 to 16.
+  int getUpdate(int kinds, bool withAttributes);
+  // The four content kinds, bits 32 to 256, at once.
+  int getCompUpdate();
+  int setUpdateResult(int kind, const PropertyList& pairs);
+  int setUpdateResult(int kind, int code, const STRING& text, const Property& pair);
+  int setUpdateResult(int kind, int code, const STRING& text, const PropertyList& pairs);
+  int setUpdateResult(int kind, int code, const STRING& text);
+  // One log record.
+  int log(const PropertyList& record);
+  // One properties section for each record.
+  int log(const std::vector<PropertyList>& records);
+  // The same for records that are in a finished body already; `records` tells how many they are.
+  int log(const MessageBody& finishedBody, size_t records);
+  // A file as a bulk log.
+  int sendFile(const STRING& path);
+  // length 0 sends the properties alone. -1 without sending while the agent shuts down.
+  int sendApplicationData(const char* data, bool moreData, long length);
+  // firstPoll: the caller's first-poll mark; the message is the same either way.
+  int sendAgentStatusMessage(bool firstPoll);
+  int sendPolicyStateMessage();
+
+  // Readers of the last answer
+
+  // The zipped policy, for the caller to delete[]; null unless status is 1. status: 1 a policy, 0
+  // the server has none, -1 not asked for or missing, -2 the answer carries an error.
+  char* getPolicy(int& status, int& size, PropertyList& properties, bool ids);
+  char* getSoftware(int& status, int& size, PropertyList& properties);
+  // out: the settings for the agent; identity: what names this configuration, the pairs "mod.time"
+  // and "rid.applied". Both stay empty, and the return is 0, when the server has no change.
+  int GetGeneralProperties(PropertyList& out, PropertyList& identity);
+  // Pairs named "ids.*", "Log.*", and "update.*" or "send.*". They are handed out also with -2.
+  int GetIDSProperties(PropertyList& out);
+  int GetLogRules(PropertyList& out);
+  int GetPollingProperties(PropertyList& out);
+  // The property "agent.id".
+  int getGUID(STRING& guid);
+  // The identifier that the last message of this handler was sent with; empty when with none.
+  const STRING& getGUIDUsed() const { return _guidUsed; }
+  // 1 and the pairs when the answer holds an update notice beside what was asked for, 0 when not.
+  int getPiggyBackedUpdate(PropertyList& out);
+  // The content of a kind, by the kind's name ("update.qel"); 0 when there is one. The string
+  // belongs to the handler and lives until its next exchange. An empty part gives -1 and the text
+  // "Empty".
+  int getBinaryData(const STRING& name, std::string*& out);
+  // The server's error code, 0 when none; with its text, which fits one field of an event line:
+  // double quotes left out, commas and line ends made blanks.
+  int getKorvaneError(STRING& text);
+  // Reads "Korvane-uni.zip" in the working directory; leaves `out` as it is when there is none.
+  void readMinus(std::string& out);
+
+  // Kinds by name and back
+  static int getUpdateAsINT(const STRING& name);  // 0 for an unknown name
+  static STRING getUpdateAsString(int kind);      // the short name; empty for an unknown bit
+
+  // Error texts
+  STRING getCurlError(int code) const;
+  static STRING getHTTPError(int status);
+
+  // Process-wide
+
+  // The result of the last transfer that went through the status check; -1 and HTTP errors leave
+  // it.
+  static int getLastError();
+  // Everything back to the start of an agent: no error, TLS 1.2, no known address, the fail-back
+  // clock at now. startAgent calls it, no exchange may be in progress.
+  static void startCommunication();
+  // Ends libcurl for the process. No exchange may be in progress; a later handler starts it again.
+  static void curlCleanup();
+  // The address of a host, dotted; empty when it cannot be resolved or a stop came first.
+  static STRING getServerIP(const STRING& server);
+  // Where the agent's own addresses come from; false from it means that they cannot be had.
+  static void setLocalAddressSource(std::function<bool(std::vector<STRING>&)> source);
+  // Uses this transport in place of libcurl; null goes back to it. No exchange may be in progress.
+  static void setTransport(std::unique_ptr<Transport> transport);
+
+ private:
+  struct Shared;
+  struct Unannounced {};
+  class ResponseSink;
+
+  // For the fail-back check: leaves the process-wide address of the server alone.
+  HttpsHandler(const STRING& server, Unannounced);
+
+  static Shared& shared();
+  void init();
+  int getUpdate(int kinds, const PropertyList& extra, bool withAttributes);
+  int exchange(int type, HttpsMessageGenerator& generator);
+  int send(int type, HttpsMessageGenerator& generator);
+  int sendLocked(int type, HttpsMessageGenerator& generator);
+  int checkRetStatus(int result);
+
+  STRING _server;
+  STRING _url;
+  STRING _certificateFile;
+  uint32_t _connectionTimeout = 0;  // seconds
+  int _lastResult = 0;              // libcurl's, or minus the HTTP status
+  std::string _errorBuffer;
+  long _httpStatus = 0;
+  STRING _guidUsed;
+  int _lastType = -1;
+  int _lastKinds = 0;
+  std::unique_ptr<ResponseParser> _response;
+  std::list<std::string> _handedOut;
+};
+
+}  // namespace korvane

@@ -1,0 +1,121 @@
+// Reads a server's answer: header lines, and a body in the framing of message_body.h, into the
+// parts that the exchanges look at. It works on bytes alone and knows neither sockets nor settings.
+//
+// Give it every header line and body piece as they arrive, then finish(). It keeps the body and
+// hands out views into it: they are valid until reset() and die with the parser. Used by one thread
+// at a time.
+//
+// Headers: names are compared without case, a line may end in CR LF, LF or nothing; one without a
+// colon is passed over. A status line begins a new block, and only the last block's error code and
+// charset count (an interim answer or a proxy's comes before the server's own).
+//
+// Errors: an answer that exceeds a bound, ends inside a section, or declares a length that is no
+// number, is negative, or reaches beyond the bytes received is malformed. finish() gives false then
+// and fault() says what is wrong and where. The parts are empty then: nothing of such an answer is
+// used.
+//
+//   ResponseParser response;
+//   response.addHeaderLine("Korvane-Error: 0\r\n");
+//   response.addBody("EOF_FLAG\n");
+//   if (!response.finish(false)) complain(response.fault());
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "util/property_list.h"
+#include "util/string.h"
+
+namespace korvane {
+
+// What one answer may hold. Memory grows with what arrives, never with what is declared.
+struct ResponseLimits {
+  size_t headerBytes = 256 * 1024;
+  size_t headerCount = 512;
+  size_t bodyBytes = 64 * 1024 * 1024;
+};
+
+class ResponseParser {
+ public:
+  struct Binary {
+    std::string_view name;  // "policy" or "zipdata"
+    std::string_view bytes;
+    bool wide = false;  // the agent's Unicode setting
+  };
+
+  explicit ResponseParser(const ResponseLimits& limits = {}) : _limits(limits) {}
+  ResponseParser(const ResponseParser&) = delete;
+  ResponseParser& operator=(const ResponseParser&) = delete;
+
+  void reset();
+  void addHeaderLine(std::string_view line);
+  void addBody(std::string_view piece);
+  // A bound was exceeded; what still arrives is dropped.
+  bool refused() const { return !_fault.empty(); }
+
+  // Walks the body. False: malformed. `unicode` is the agent's Unicode setting.
+  bool finish(bool unicode);
+  const std::string& fault() const { return _fault; }
+
+  // Headers of all blocks, in the order received.
+  const PropertyList& headers() const { return _headers; }
+  // The value of "Korvane-Error"; 0 when there is none.
+  int errorCode() const { return _errorCode; }
+  // The charset is "UTF-16LE": properties and error text are.
+  bool wide() const { return _wide; }
+  size_t bodySize() const { return _body.size(); }
+
+  // One list for each section of properties.
+  const std::vector<PropertyList>& properties() const { return _properties; }
+  // The server's error text; absent when it sent none.
+  const std::optional<STRING>& errorText() const { return _errorText; }
+  // XML sections as (name, text).
+  const PropertyList& texts() const { return _texts; }
+  const std::vector<Binary>& binaries() const { return _binaries; }
+
+  static constexpr char kNoErrorText[] = "Server did not return any error string.";
+
+ private:
+  struct SectionHeader {
+    std::string_view format;
+    std::string_view name;
+    std::optional<size_t> length;
+  };
+
+  void beginBlock();
+  void keepHeader(std::string_view name, std::string_view value);
+  bool refuse(std::string fault);
+  bool nextLine(std::string_view& line);
+  bool skipToSection();
+  bool readSectionHeader(SectionHeader& header);
+  bool readHeaderLine(std::string_view line, SectionHeader& header);
+  bool readLength(std::string_view text, SectionHeader& header);
+  bool lengthFits(const SectionHeader& header);
+  bool takeSection(const SectionHeader& header, bool unicode, bool& more);
+  void takeText(std::string_view name, std::string_view payload);
+  PropertyList readProperties(std::string_view payload) const;
+  STRING decode(std::string_view bytes) const;
+  void dropParts();
+
+  const ResponseLimits _limits;
+
+  PropertyList _headers;
+  size_t _headerBytes = 0;
+  size_t _headerLines = 0;
+  int _errorCode = 0;
+  bool _wide = false;
+  std::string _body;
+  std::string _fault;
+
+  size_t _at = 0;               // read position in _body
+  bool _insideDropped = false;  // the walk goes on in the payload of a dropped section
+  std::vector<PropertyList> _properties;
+  std::optional<STRING> _errorText;
+  PropertyList _texts;
+  std::vector<Binary> _binaries;
+};
+
+}  // namespace korvane
