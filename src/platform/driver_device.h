@@ -6,7 +6,8 @@
 // Threads: a request is used by one thread; interrupt() may be called by any other.
 //
 // Windows: CreateFile with FILE_FLAG_OVERLAPPED, DeviceIoControl, GetOverlappedResult, CancelIoEx.
-// Linux: a Unix socket of the driver simulator in the run directory; docs/file-formats.md has the frames.
+// Linux: the Unix socket of the driver simulator in the run directory ("\\.\KAVIPS": kavips.sock);
+// platform/simulator_frames.h has the frames. A simulator that has gone meanwhile gives 1167.
 #pragma once
 
 #include <cstddef>
@@ -35,10 +36,13 @@ class DeviceRequest {
   virtual DeviceWait wait(uint32_t timeoutMs) = 0;
   // The outcome of a request that was signalled: 0, 234 (more data) or another error.
   virtual uint32_t result() = 0;
+  // Gives a pending request up: it finishes with 995, or with what it had come to just before.
   virtual void cancel() = 0;
-  // Makes a wait, this one or a later one, return `interrupted`. Any thread.
+  // Makes wait(), the present call and every later one, return `interrupted` unless the request has
+  // finished. Any thread.
   virtual void interrupt() = 0;
-  // The output buffer, of the size asked for, zero beyond what the driver wrote; valid once finished.
+  // The output buffer, of the size asked for, zero beyond what the driver wrote; valid once finished. With
+  // 234 it holds the part that found room.
   virtual std::span<const std::byte> output() const = 0;
 };
 

@@ -24,6 +24,7 @@ inline constexpr uint32_t kErrorInvalidParameter = 87;
 inline constexpr uint32_t kErrorBrokenPipe = 109;
 inline constexpr uint32_t kErrorProcNotFound = 127;
 inline constexpr uint32_t kErrorBadExeFormat = 193;
+inline constexpr uint32_t kErrorFileNameTooLong = 206;
 inline constexpr uint32_t kErrorPipeBusy = 231;
 inline constexpr uint32_t kErrorNoData = 232;
 inline constexpr uint32_t kErrorPipeNotConnected = 233;
@@ -31,6 +32,8 @@ inline constexpr uint32_t kErrorMoreData = 234;
 inline constexpr uint32_t kErrorPipeListening = 536;
 inline constexpr uint32_t kErrorOperationAborted = 995;
 inline constexpr uint32_t kErrorIoPending = 997;
+inline constexpr uint32_t kErrorBadDatabase = 1009;
+inline constexpr uint32_t kErrorDeviceNotConnected = 1167;
 inline constexpr uint32_t kErrorNotFound = 1168;
 
 // Winsock (winsock2.h): sockets.
@@ -41,9 +44,17 @@ inline constexpr int kWsaTooManySockets = 10024;
 inline constexpr int kWsaWouldBlock = 10035;
 inline constexpr int kWsaNotSocket = 10038;
 inline constexpr int kWsaAddressInUse = 10048;
+inline constexpr int kWsaAddressNotAvailable = 10049;
+inline constexpr int kWsaNetworkUnreachable = 10051;
+inline constexpr int kWsaConnectionAborted = 10053;
 inline constexpr int kWsaConnectionReset = 10054;
+inline constexpr int kWsaNoBufferSpace = 10055;
+inline constexpr int kWsaIsConnected = 10056;
 inline constexpr int kWsaNotConnected = 10057;
 inline constexpr int kWsaTimedOut = 10060;
+inline constexpr int kWsaConnectionRefused = 10061;
+inline constexpr int kWsaHostUnreachable = 10065;
+inline constexpr int kWsaSystemCallFailure = 10107;  // for what has no number of its own
 inline constexpr int kWsaHostNotFound = 11001;
 inline constexpr int kWsaTryAgain = 11002;
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "platform/threading.h"
+#include "util/thread_annotations.h"
 
 namespace korvane::platform {
 
@@ -26,7 +27,7 @@ struct Deadline {
   timespec at{};
 };
 
-class Monitor {
+class CAPABILITY("mutex") Monitor {
  public:
   Monitor();
   ~Monitor();
@@ -40,10 +41,10 @@ class Monitor {
 };
 
 // Holds a monitor's mutex for a scope.
-class MonitorLock {
+class SCOPED_CAPABILITY MonitorLock {
  public:
-  explicit MonitorLock(Monitor& monitor);
-  ~MonitorLock();
+  explicit MonitorLock(Monitor& monitor) ACQUIRE(monitor);
+  ~MonitorLock() RELEASE();
   MonitorLock(const MonitorLock&) = delete;
   MonitorLock& operator=(const MonitorLock&) = delete;
 

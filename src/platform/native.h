@@ -16,7 +16,8 @@ std::unique_ptr<Processes> makeNativeProcesses();
 std::unique_ptr<SystemInfo> makeNativeSystemInfo();
 std::unique_ptr<SharedLibraries> makeNativeSharedLibraries();
 std::unique_ptr<Devices> makeNativeDevices(const NativeOptions& options);
-// Refers to `files`, which must outlive it.
-std::unique_ptr<Registry> makeNativeRegistry(const NativeOptions& options, Files& files);
+// Refers to `files` and `devices`, which must outlive it. Windows uses neither.
+std::unique_ptr<Registry> makeNativeRegistry(const NativeOptions& options, Files& files,
+                                             Devices& devices);
 
 }  // namespace korvane::platform

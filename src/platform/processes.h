@@ -4,7 +4,8 @@
 // Windows: CreateProcess with a hidden window and no inherited handles; the command line is passed as it
 // stands.
 // Linux: the command line is cut into arguments at blanks outside double quotes, whose marks are dropped;
-// no shell takes part; all descriptors but the standard ones are closed in the child.
+// no shell takes part; the child has its own process group, its standard descriptors lead to /dev/null and
+// all others are closed. A child that outlives its Process object leaves no zombie.
 #pragma once
 
 #include <cstdint>
@@ -24,18 +25,22 @@ class Process {
   // The exit code of an ended process; false when it cannot be read. On Linux a process that a signal
   // ended has 128 plus the signal's number.
   virtual bool exitCode(uint32_t& out) = 0;
+  // Ends the process at once; 5 when it has ended already.
   virtual uint32_t terminate() = 0;
-  // Makes a wait, this one or a later one, return `interrupted`. Any thread.
+  // Makes wait(), the present call and every later one, return `interrupted` unless the process has
+  // ended. Any thread.
   virtual void interrupt() = 0;
 };
 
 class Processes {
  public:
   virtual ~Processes() = default;
-  // Starts `program` (a full path) with the argument text `arguments`, hidden, inheriting nothing.
+  // Starts `program` (a full path, 87 otherwise) with the argument text `arguments`, hidden, inheriting
+  // nothing. 2 when there is no such program, 5 when it may not be run, 193 when it is none.
   virtual uint32_t start(const std::string& program, const std::string& arguments,
                          std::unique_ptr<Process>& out) = 0;
-  // True when a process with this image name ("KAVIDSService.exe", compared without case) runs.
+  // True when a process with this image name ("KAVIDSService.exe", compared without case) runs. On Linux
+  // the name of the program file or of its first argument counts, and a trailing ".exe" asked for is left out.
   virtual bool isRunning(const std::string& imageName) = 0;
   virtual uint64_t currentId() = 0;
 };

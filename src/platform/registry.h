@@ -4,7 +4,9 @@
 // Windows: the 64-bit view of the registry.
 // Linux: a file in the textual .reg format, named when the platform is made: UTF-8 or UTF-16LE with
 // its mark, LF or CRLF, strings and dwords. Read anew when it changed; written atomically under a lock
-// file beside it. Without a file the registry is empty and every write fails with 5.
+// file beside it ("<file>.lock"). Without a named file the registry is empty and every write fails with 5;
+// a named file that is not there is an empty registry, made by the first createKey. A file that cannot be
+// understood gives 1009 to every operation until it is mended.
 #pragma once
 
 #include <cstdint>
@@ -28,8 +30,10 @@ class Registry {
   // "Software\Dalvora\Intrusion Security\agent\IPS\TestForPrevention" are refused when the driver
   // simulator says that prevention is in force.
   virtual uint32_t createKey(std::string_view key) = 0;
-  // Removes a key without subkeys; 2 when it is missing.
+  // Removes a key with its values; 2 when it is missing, 5 when it has subkeys.
   virtual uint32_t deleteKey(std::string_view key) = 0;
+  // What keeps the registry as a whole from being read, naming file and line; empty when nothing does.
+  virtual std::string problem() = 0;
 };
 
 }  // namespace korvane::platform

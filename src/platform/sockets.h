@@ -23,14 +23,15 @@ class Socket {
   // Waits until there is something to read or a connection to accept. `error` is set for `failed`.
   virtual SocketWait waitReadable(uint32_t timeoutMs, int& error) = 0;
   virtual int accept(std::unique_ptr<Socket>& out) = 0;
-  // Connects to a dotted address within timeoutMs.
+  // Connects to a dotted address within timeoutMs: 10060 when the time is up, 10004 after interrupt(),
+  // 10061 when nothing listens there.
   virtual int connect(const std::string& address, uint16_t port, uint32_t timeoutMs) = 0;
   virtual int setNonBlocking(bool on) = 0;
   // got 0 with no error: the peer has closed. 10035: nothing there (non-blocking).
   virtual int receive(void* buffer, size_t size, size_t& got) = 0;
   virtual int send(const void* bytes, size_t size, size_t& sent) = 0;
   virtual int shutdownBoth() = 0;
-  // Makes waitReadable, this one or a later one, return `interrupted`. Any thread.
+  // Makes waitReadable and connect, the present call and every later one, end as interrupted. Any thread.
   virtual void interrupt() = 0;
 };
 

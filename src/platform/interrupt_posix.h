@@ -1,0 +1,29 @@
+// A sticky interrupt that a poll(2) can wait for beside a descriptor. Only for the POSIX siblings.
+#pragma once
+
+#include "platform/descriptor_posix.h"
+#include "platform/monitor_posix.h"
+
+namespace korvane::platform {
+
+enum class PollResult { ready, timedOut, interrupted, failed };
+
+// Raised once, by any thread, and never lowered.
+class Interrupt {
+ public:
+  Interrupt();
+  // False when the system had no descriptor left.
+  bool valid() const { return static_cast<bool>(_event); }
+  void raise();
+  int descriptor() const { return _event.get(); }
+
+ private:
+  Descriptor _event;
+};
+
+// Waits until `descriptor` has one of poll(2)'s `events`, an error or a hang-up. An interrupt wins
+// over readiness. `failed` leaves errno set.
+PollResult pollFor(int descriptor, short events, const Deadline& deadline,
+                   const Interrupt& interrupt);
+
+}  // namespace korvane::platform

@@ -1,0 +1,256 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "platform/error_codes.h"
+#include "platform/monitor_posix.h"
+#include "platform/native.h"
+#include "platform/paths.h"
+#include "util/string.h"
+
+namespace korvane::platform {
+namespace {
+
+constexpr uint32_t kWaiterStackBytes = 64 * 1024;
+
+uint32_t win32Error(int error) {
+  switch (error) {
+    case 0:
+      return kOk;
+    case ENOENT:
+      return kErrorFileNotFound;
+    case ENOTDIR:
+      return kErrorPathNotFound;
+    case EACCES:
+    case EPERM:
+      return kErrorAccessDenied;
+    case ENOMEM:
+    case EAGAIN:
+      return kErrorNotEnoughMemory;
+    case ENOEXEC:
+      return kErrorBadExeFormat;
+    case ESRCH:
+      return kErrorInvalidParameter;
+    default:
+      return kErrorGenFailure;
+  }
+}
+
+std::vector<std::string> cutArguments(const std::string& text) {
+  std::vector<std::string> arguments;
+  bool quoted = false, open = false;
+  for (const char c : text) {
+    if (c == '"') {
+      quoted = !quoted;
+      if (!open) arguments.emplace_back();
+      open = true;
+    } else if (!quoted && (c == ' ' || c == '\t')) {
+      open = false;
+    } else {
+      if (!open) arguments.emplace_back();
+      open = true;
+      arguments.back() += c;
+    }
+  }
+  return arguments;
+}
+
+// Settings of a child: nothing inherited but the environment and the directory, its own process
+// group (a Ctrl-C at the host's terminal is not meant for it), no signal blocked or ignored.
+class SpawnSettings {
+ public:
+  SpawnSettings() {
+    posix_spawn_file_actions_init(&_actions);
+    for (int standard = 0; standard < 3; ++standard)
+      posix_spawn_file_actions_addopen(&_actions, standard, "/dev/null",
+                                       standard ? O_WRONLY : O_RDONLY, 0);
+    posix_spawn_file_actions_addclosefrom_np(&_actions, 3);
+    posix_spawnattr_init(&_attributes);
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&_attributes, &none);
+    posix_spawnattr_setsigdefault(&_attributes, &all);
+    posix_spawnattr_setpgroup(&_attributes, 0);
+    posix_spawnattr_setflags(
+        &_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+  }
+  ~SpawnSettings() {
+    posix_spawnattr_destroy(&_attributes);
+    posix_spawn_file_actions_destroy(&_actions);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+  int spawn(pid_t& pid, const std::string& program, const std::vector<char*>& arguments) {
+    return ::posix_spawn(&pid, program.c_str(), &_actions, &_attributes, arguments.data(), environ);
+  }
+
+ private:
+  posix_spawn_file_actions_t _actions;
+  posix_spawnattr_t _attributes;
+};
+
+// What a process object shares with the thread that waits for the child, which outlives the object
+// when the child does.
+struct ChildState {
+  explicit ChildState(pid_t id) : pid(id) {}
+
+  const pid_t pid;
+  Monitor monitor;
+  bool ended GUARDED_BY(monitor) = false;
+  bool interrupted GUARDED_BY(monitor) = false;
+  uint32_t exitCode GUARDED_BY(monitor) = 0;
+};
+
+// Waits for the child and takes it from the system. The taking happens under the lock, so that
+// nobody signals a process number that may already belong to another.
+void reap(ChildState& state) {
+  siginfo_t info{};
+  while (::waitid(P_PID, static_cast<id_t>(state.pid), &info, WEXITED | WNOWAIT) != 0 &&
+         errno == EINTR)
+    continue;
+  MonitorLock lock(state.monitor);
+  int status = 0;
+  ::waitpid(state.pid, &status, 0);
+  state.exitCode =
+      static_cast<uint32_t>(WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status));
+  state.ended = true;
+  lock.notifyAll();
+}
+
+void* waiterMain(void* argument) {
+  const std::unique_ptr<std::shared_ptr<ChildState>> state(
+      static_cast<std::shared_ptr<ChildState>*>(argument));
+  reap(**state);
+  return nullptr;
+}
+
+// Starts the thread that waits for the child; every signal is blocked in it, so that the program's
+// own handlers run where the program wants them.
+bool startWaiter(const std::shared_ptr<ChildState>& state) {
+  auto argument = std::make_unique<std::shared_ptr<ChildState>>(state);
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_attr_setstacksize(&attributes, kWaiterStackBytes);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  pthread_t thread;
+  const bool started = pthread_create(&thread, &attributes, waiterMain, argument.get()) == 0;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_attr_destroy(&attributes);
+  if (started) argument.release();
+  return started;
+}
+
+class PosixProcess final : public Process {
+ public:
+  explicit PosixProcess(std::shared_ptr<ChildState> state) : _state(std::move(state)) {}
+
+  uint64_t id() const override { return static_cast<uint64_t>(_state->pid); }
+
+  ProcessWait wait(uint32_t timeoutMs) override {
+    const Deadline deadline(timeoutMs);
+    MonitorLock lock(_state->monitor);
+    for (;;) {
+      if (_state->ended) return ProcessWait::ended;
+      if (_state->interrupted) return ProcessWait::interrupted;
+      if (timeoutMs == 0 || !lock.waitUntil(deadline))
+        return _state->ended ? ProcessWait::ended : ProcessWait::timedOut;
+    }
+  }
+
+  bool exitCode(uint32_t& out) override {
+    MonitorLock lock(_state->monitor);
+    if (_state->ended) out = _state->exitCode;
+    return _state->ended;
+  }
+
+  uint32_t terminate() override {
+    MonitorLock lock(_state->monitor);
+    if (_state->ended) return kErrorAccessDenied;
+    return ::kill(_state->pid, SIGKILL) == 0 ? kOk : win32Error(errno);
+  }
+
+  void interrupt() override {
+    MonitorLock lock(_state->monitor);
+    _state->interrupted = true;
+    lock.notifyAll();
+  }
+
+ private:
+  const std::shared_ptr<ChildState> _state;
+};
+
+std::string imageOf(const std::string& pid) {
+  char target[4096];
+  const ssize_t size = ::readlink(("/proc/" + pid + "/exe").c_str(), target, sizeof target);
+  return size <= 0 ? "" : fileNameOf(std::string_view(target, static_cast<size_t>(size)));
+}
+
+std::string commandOf(const std::string& pid) {
+  std::ifstream file("/proc/" + pid + "/cmdline", std::ios::binary);
+  std::string first;
+  std::getline(file, first, '\0');
+  return fileNameOf(first);
+}
+
+class PosixProcesses final : public Processes {
+ public:
+  uint32_t start(const std::string& program, const std::string& arguments,
+                 std::unique_ptr<Process>& out) override {
+    if (!isAbsolutePath(program)) return kErrorInvalidParameter;
+    std::vector<std::string> texts = cutArguments(arguments);
+    texts.insert(texts.begin(), program);
+    std::vector<char*> pointers;
+    for (std::string& text : texts) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    pid_t pid = 0;
+    if (const int error = SpawnSettings().spawn(pid, program, pointers)) return win32Error(error);
+    auto state = std::make_shared<ChildState>(pid);
+    if (!startWaiter(state)) {
+      ::kill(pid, SIGKILL);
+      reap(*state);
+      return kErrorNotEnoughMemory;
+    }
+    out = std::make_unique<PosixProcess>(std::move(state));
+    return kOk;
+  }
+
+  bool isRunning(const std::string& imageName) override {
+    STRING wanted(imageName);
+    if (STRING(imageName).length() > 4 &&
+        wanted.substr(wanted.length() - 4).equalsIgnoreCase(".exe"))
+      wanted = wanted.substr(0, wanted.length() - 4);
+    const std::unique_ptr<DIR, int (*)(DIR*)> processes(::opendir("/proc"), ::closedir);
+    if (!processes) return false;
+    while (const dirent* entry = ::readdir(processes.get())) {
+      const std::string pid = entry->d_name;
+      if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
+      if (wanted.equalsIgnoreCase(imageOf(pid)) || wanted.equalsIgnoreCase(commandOf(pid)))
+        return true;
+    }
+    return false;
+  }
+
+  uint64_t currentId() override { return static_cast<uint64_t>(::getpid()); }
+};
+
+}  // namespace
+
+std::unique_ptr<Processes> makeNativeProcesses() {
+  return std::make_unique<PosixProcesses>();
+}
+
+}  // namespace korvane::platform
