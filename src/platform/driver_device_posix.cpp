@@ -16,8 +16,9 @@
 namespace korvane::platform {
 namespace {
 
-// How long issue() waits for the first answer before it takes the request as pending.
-constexpr uint32_t kFirstAnswerMs = 200;
+// How long issue() looks for an answer at once before it takes the request as pending.
+constexpr uint32_t kAtOnceMs = 50;
+constexpr uint32_t kRequestNumber = 1;
 
 void putU32(std::vector<std::byte>& out, uint32_t value) {
   for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<std::byte>(value >> shift));
@@ -42,14 +43,17 @@ uint32_t connectTo(const std::string& path, Descriptor& out) {
   return kOk;
 }
 
+// One request on a connection of its own; closing the connection is what cancels it. The driver writes
+// into the socket and never into the buffers, so these need not outlive the request.
 class SimulatorRequest final : public DeviceRequest {
  public:
   SimulatorRequest(std::string path, Descriptor connection, uint32_t controlCode,
                    std::span<const std::byte> input, size_t outputSize)
       : _path(std::move(path)), _connection(std::move(connection)), _output(outputSize) {
-    putU32(_frame, kSimulatorMagic);
-    putU32(_frame, controlCode);
     putU32(_frame, static_cast<uint32_t>(input.size()));
+    putU32(_frame, static_cast<uint32_t>(SimulatorFrame::request));
+    putU32(_frame, kRequestNumber);
+    putU32(_frame, controlCode);
     putU32(_frame, static_cast<uint32_t>(outputSize));
     _frame.insert(_frame.end(), input.begin(), input.end());
   }
@@ -59,45 +63,34 @@ class SimulatorRequest final : public DeviceRequest {
   uint32_t issue() override {
     if (!_connection)
       if (const uint32_t error = connectTo(_path, _connection)) return error;
-    const Deadline deadline(kFirstAnswerMs);
+    const Deadline deadline(kAtOnceMs);
     if (const uint32_t error = sendFrame(deadline)) return error;
-    const PollResult first = readAnswer(deadline);
-    if (first != PollResult::ready || _result == kErrorIoPending) {
-      _pendingSeen = first == PollResult::ready;
-      return kErrorIoPending;
-    }
-    _finished = true;
-    return _result;
+    readAnswer(deadline);
+    return _finished && _atOnce ? _result : kErrorIoPending;
   }
 
   DeviceWait wait(uint32_t timeoutMs) override {
     const Deadline deadline(timeoutMs);
-    while (!_finished) {
-      switch (readAnswer(deadline)) {
-        case PollResult::timedOut:
-          return DeviceWait::timedOut;
-        case PollResult::interrupted:
-          return DeviceWait::interrupted;
-        case PollResult::failed:
-          return DeviceWait::failed;
-        case PollResult::ready:
-          break;
-      }
-      // Only the first of the answers may say that there is another to come.
-      _finished = _result != kErrorIoPending || _pendingSeen;
-      if (_finished && _result == kErrorIoPending) _result = kErrorGenFailure;
-      _pendingSeen = true;
+    if (_finished) return DeviceWait::signalled;
+    switch (readAnswer(deadline)) {
+      case PollResult::ready:
+        return DeviceWait::signalled;
+      case PollResult::timedOut:
+        return DeviceWait::timedOut;
+      case PollResult::interrupted:
+        return DeviceWait::interrupted;
+      case PollResult::failed:
+        break;
     }
-    return DeviceWait::signalled;
+    return DeviceWait::failed;
   }
 
-  uint32_t result() override { return _finished ? _result : kErrorIoPending; }
+  uint32_t result() override { return _result; }
 
   void cancel() override {
     if (_finished) return;
     _connection = Descriptor();
     finish(kErrorOperationAborted);
-    _finished = true;
   }
 
   void interrupt() override { _interrupt.raise(); }
@@ -121,37 +114,41 @@ class SimulatorRequest final : public DeviceRequest {
     return kOk;
   }
 
-  PollResult finish(uint32_t result) {
+  void finish(uint32_t result) {
+    _finished = true;
     _result = result;
-    return PollResult::ready;
   }
 
-  // Reads one answer into _result and _output; what a time-out or an interrupt leaves half read is
-  // taken up by the next call. A connection that ends early is a device that has gone.
+  // Reads the answer into _result and _output. What a time-out or an interrupt leaves half read is taken
+  // up by the next call. A connection that ends before the answer is a device that has gone.
   PollResult readAnswer(const Deadline& deadline) {
-    if (const PollResult header = fill(_header.data(), _header.size(), _headerGot, deadline);
-        header != PollResult::ready || _gone)
-      return _gone ? finish(kErrorDeviceNotConnected) : header;
-    const uint32_t length = getU32(&_header[4]);
-    if (length > _output.size()) return finish(kErrorGenFailure);
-    if (const PollResult body = fill(_output.data(), length, _bodyGot, deadline);
-        body != PollResult::ready || _gone)
-      return _gone ? finish(kErrorDeviceNotConnected) : body;
-    _headerGot = _bodyGot = 0;
-    return finish(getU32(&_header[0]));
+    PollResult read = fill(_header.data(), _header.size(), _headerGot, deadline);
+    if (read == PollResult::ready && !_gone) {
+      const auto kind = static_cast<SimulatorFrame>(getU32(&_header[4]));
+      _atOnce = kind == SimulatorFrame::answerAtOnce;
+      const bool known = _atOnce || kind == SimulatorFrame::answer;
+      if (!known || getU32(&_header[8]) != kRequestNumber || answerBytes() > _output.size()) {
+        finish(kErrorGenFailure);
+        return PollResult::ready;
+      }
+      read = fill(_output.data(), answerBytes(), _bodyGot, deadline);
+    }
+    if (read == PollResult::ready) finish(_gone ? kErrorDeviceNotConnected : getU32(&_header[12]));
+    return read;
   }
+
+  uint32_t answerBytes() const { return getU32(_header.data()); }
 
   PollResult fill(std::byte* to, size_t size, size_t& got, const Deadline& deadline) {
-    while (got < size) {
+    while (got < size && !_gone) {
       const PollResult ready = pollFor(_connection.get(), POLLIN, deadline, _interrupt);
       if (ready != PollResult::ready) return ready;
       const ssize_t n = ::recv(_connection.get(), to + got, size - got, 0);
       if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-      if (n <= 0) {
+      if (n <= 0)
         _gone = true;
-        break;
-      }
-      got += static_cast<size_t>(n);
+      else
+        got += static_cast<size_t>(n);
     }
     return PollResult::ready;
   }
@@ -161,11 +158,11 @@ class SimulatorRequest final : public DeviceRequest {
   Interrupt _interrupt;
   std::vector<std::byte> _frame;
   std::vector<std::byte> _output;
-  std::array<std::byte, kSimulatorAnswerHeaderBytes> _header{};
+  std::array<std::byte, kSimulatorHeaderBytes> _header{};
   size_t _headerGot = 0;
   size_t _bodyGot = 0;
   uint32_t _result = kErrorIoPending;
-  bool _pendingSeen = false;
+  bool _atOnce = false;
   bool _gone = false;
   bool _finished = false;
 };

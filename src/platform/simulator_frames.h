@@ -1,24 +1,25 @@
-// The frames between the agent and the driver simulator on its Unix socket (Linux only). All numbers are
-// little-endian; docs/file-formats.md has the page for readers of the wire.
+// The frames between the agent and the driver simulator on its Unix socket (Linux only). Numbers are
+// unsigned 32-bit, little-endian; docs/file-formats.md has the page for readers of the wire.
 //
-// One connection carries one request:
-//   request:  u32 magic, u32 control code, u32 input length, u32 output size, then the input
-//   answer:   u32 error, u32 length, then that many bytes (never more than the output size)
-// An answer whose error is 997 has no bytes and means that the request is pending: the final answer
-// follows on the same connection, or never. A client that closes the connection cancels the request.
+// A frame is a header of five numbers and a payload:
+//   payload length, kind, number of the request, code, size
+// request: code is the control code, size that of the output buffer, the payload the input
+// cancel: gives the request of that number up
+// answer: code is the error number, the payload the output
+// answerAtOnce: the same, for a request that the driver finished before its call returned
 #pragma once
 
 #include <cstdint>
 
 namespace korvane::platform {
 
-inline constexpr uint32_t kSimulatorMagic = 0x5652444B;  // "KDRV"
-inline constexpr uint32_t kSimulatorRequestHeaderBytes = 16;
-inline constexpr uint32_t kSimulatorAnswerHeaderBytes = 8;
-inline constexpr uint32_t kSimulatorMaxBytes = 16 * 1024 * 1024;  // of an input, and of an output
+enum class SimulatorFrame : uint32_t { request = 1, cancel = 2, answer = 3, answerAtOnce = 4 };
+
+inline constexpr uint32_t kSimulatorHeaderBytes = 20;
+inline constexpr uint32_t kSimulatorMaxBytes = 1024 * 1024;  // of a payload, and of an output
 
 // Asks whether creating a key below TestForPrevention is to be refused: no input, 4 bytes of output, a
-// u32 that is not 0 when it is. The real driver refuses by itself and knows no such code.
-inline constexpr uint32_t kSimulatorPreventionQuery = 0x8000FFFC;
+// u32 that is 1 when it is. The real driver refuses by itself and knows no such code.
+inline constexpr uint32_t kSimulatorPreventionQuery = 0xF0000001;
 
 }  // namespace korvane::platform
