@@ -105,13 +105,34 @@ void Thread::runBody(Thread& self, Control& control) {
   }
 }
 
+// These three keep their share of the state: the thread that they let go on may end and delete the object
+// before they have returned.
 void Thread::stop() {
-  _stopToken.request();
-  if (_control->stop()) throw ThreadDeathException("Thread::stop()", 6);
+  const std::shared_ptr<Control> control = _control;
+  control->stopToken.request();
+  if (control->stop()) throw ThreadDeathException("Thread::stop()", 6);
 }
 
 void Thread::start() {
-  _control->start();
+  const std::shared_ptr<Control> control = _control;
+  control->start();
+}
+
+void Thread::dispose(Thread* thread) {
+  if (!thread) return;
+  const std::shared_ptr<Control> control = thread->_control;
+  if (control->leaveToItself())
+    ++abandonedThreads;
+  else
+    delete thread;
+}
+
+bool Thread::stopRequested() const {
+  return _control->stopToken.requested();
+}
+
+StopToken& Thread::stopToken() {
+  return _control->stopToken;
 }
 
 void Thread::setPriority(ThreadPriority priority) {
@@ -144,14 +165,6 @@ Thread* Thread::current() {
 
 int Thread::abandoned() {
   return abandonedThreads;
-}
-
-void Thread::dispose(Thread* thread) {
-  if (!thread) return;
-  if (thread->_control->leaveToItself())
-    ++abandonedThreads;
-  else
-    delete thread;
 }
 
 }  // namespace korvane

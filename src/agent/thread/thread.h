@@ -63,9 +63,9 @@ class Thread {
 
   void setPriority(ThreadPriority priority);  // "Thread::setPriority(ThreadPriority)", 5
   bool isAlive() const;
-  bool stopRequested() const { return _stopToken.requested(); }
+  bool stopRequested() const;
   // Set by stop(); what the body's waits use.
-  StopToken& stopToken() { return _stopToken; }
+  StopToken& stopToken();
   // The object deletes itself when its body ends; nobody else may delete it then.
   void setSelfDelete();
 
@@ -88,15 +88,12 @@ class Thread {
   bool waitOnCondition(uint32_t timeoutMs);
 
  private:
-  // What object and operating-system thread share; the thread keeps it for the steps that follow
-  // the end of its body, when the object may be gone.
-  struct Control;
+  XX struct Control;
 
   static void wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept;
   static void runBody(Thread& self, Control& control);
 
   std::shared_ptr<Control> _control;
-  StopToken _stopToken;
 };
 
 }  // namespace korvane

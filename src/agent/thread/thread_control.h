@@ -47,6 +47,7 @@ struct Thread::Control {
   ThreadCondition condition{lock};
   ThreadEvent startEvent;
   ThreadEvent aliveEvent;
+  StopToken stopToken;
   bool waiting GUARDED_BY(lock) = false;
   StopState stopState GUARDED_BY(lock) = StopState::none;
   RunState runState GUARDED_BY(lock) = RunState::created;

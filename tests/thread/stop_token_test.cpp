@@ -1,0 +1,99 @@
+#include "agent/thread/stop_token.h"
+
+#include <atomic>
+
+#include "tests/thread/faulty_threading.h"
+#include "tests/thread/function_thread.h"
+
+namespace korvane::testing {
+namespace {
+
+TEST(StopToken, RequestEndsASleepUntilReset) {
+  StopToken token;
+  EXPECT_FALSE(token.sleepFor(1));
+  std::atomic<bool> cut{false};
+  FunctionThread sleeper([&](FunctionThread&) { cut = token.sleepFor(platform::kInfinite); });
+  sleeper.start();
+  token.request();
+  ASSERT_TRUE(ends(sleeper));
+  EXPECT_TRUE(cut);
+  EXPECT_TRUE(token.sleepFor(platform::kInfinite));
+  token.reset();
+  EXPECT_FALSE(token.requested());
+  EXPECT_FALSE(token.sleepFor(1));
+}
+
+TEST(StopToken, CallbackRunsOncePerRequestWhileRegistered) {
+  StopToken token;
+  int early = 0, late = 0;
+  StopCallback first(token, [&] { ++early; });
+  {
+    StopCallback gone(token, [&] { early += 100; });
+  }
+  token.request();
+  token.request();
+  EXPECT_EQ(early, 1);
+  StopCallback second(token, [&] { ++late; });
+  EXPECT_EQ(late, 1);
+  token.reset();
+  EXPECT_EQ(late, 1);
+  token.request();
+  EXPECT_EQ(early, 2);
+  EXPECT_EQ(late, 2);
+}
+
+// What a callback uses lives as long as the registration: the end of one waits for the callback's end, and
+// every registration is told of a stop that came at any time.
+TEST(StopToken, RegistrationsComeAndGoWhileStopsAreRequested) {
+  StopToken token;
+  std::atomic<bool> done{false};
+  FunctionThread stopper([&](FunctionThread&) {
+    while (!done) {
+      token.request();
+      token.reset();
+    }
+  });
+  stopper.start();
+  for (int i = 0; i < 2000; ++i) {
+    auto used = std::make_unique<int>(0);
+    StopCallback callback(token, [&] { ++*used; });
+  }
+  done = true;
+  ASSERT_TRUE(ends(stopper));
+}
+
+TEST(StopToken, SleepersNeverMissARequest) {
+  for (int i = 0; i < 100; ++i) {
+    StopToken token;
+    FunctionThread sleeper([&](FunctionThread&) { token.sleepFor(platform::kInfinite); });
+    sleeper.start();
+    token.request();
+    ASSERT_TRUE(ends(sleeper));
+  }
+}
+
+// Locks and tokens of static lifetime outlive the platforms of the tests: they use what the present one made.
+TEST(StopToken, StaticOnesMoveToThePlatformInUse) {
+  static Win32Mutex lock;
+  SharedFaults first;
+  {
+    FaultyPlatform platform;
+    first = platform.faults;
+    Synchronized hold(lock);
+    EXPECT_FALSE(shutdownToken().sleepFor(1));
+    EXPECT_EQ(Thread::current(), nullptr);
+    EXPECT_GE(first->mutexesMade, 2);
+  }
+  FaultyPlatform platform;
+  Synchronized hold(lock);
+  EXPECT_FALSE(shutdownToken().sleepFor(1));
+  shutdownToken().request();
+  EXPECT_TRUE(shutdownToken().sleepFor(platform::kInfinite));
+  shutdownToken().reset();
+  EXPECT_EQ(Thread::current(), nullptr);
+  EXPECT_GE(platform.faults->mutexesMade, 2);
+  EXPECT_EQ(first->usedWhenGone, 0);
+}
+
+}  // namespace
+}  // namespace korvane::testing
