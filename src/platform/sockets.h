@@ -47,6 +47,8 @@ class Sockets {
   virtual int resolve(const std::string& host, std::vector<std::string>& out) = 0;
   // Shuts down a connected socket that another library owns, so that its blocked calls return.
   virtual void shutdownForeign(uint64_t handle) = 0;
+  // Closes such a socket, for a library that leaves the closing to its user.
+  virtual void closeForeign(uint64_t handle) = 0;
 };
 
 }  // namespace korvane::platform

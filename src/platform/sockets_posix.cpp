@@ -236,6 +236,7 @@ class PosixSockets final : public Sockets {
   void shutdownForeign(uint64_t handle) override {
     ::shutdown(static_cast<int>(handle), SHUT_RDWR);
   }
+  void closeForeign(uint64_t handle) override { ::close(static_cast<int>(handle)); }
 
  private:
   static std::string textOf(const addrinfo& entry) {
