@@ -88,7 +88,9 @@ class Thread {
   bool waitOnCondition(uint32_t timeoutMs);
 
  private:
-  XX struct Control;
+  // What object and operating-system thread share; the thread keeps it for the steps that follow the
+  // end of its body, when the object may be gone.
+  struct Control;
 
   static void wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept;
   static void runBody(Thread& self, Control& control);
