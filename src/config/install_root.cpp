@@ -1,7 +1,6 @@
 #include "config/install_root.h"
 
-#include <mutex>
-
+#include "agent/thread/locks.h"
 #include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -10,8 +9,8 @@
 namespace korvane {
 namespace {
 
-std::mutex rootLock;
-std::string root;  // guarded by rootLock
+Win32Mutex rootLock;
+std::string root GUARDED_BY(rootLock);
 
 std::string findRoot() {
   platform::Platform& system = platform::current();
@@ -32,7 +31,7 @@ std::string below(const std::string& name) {
 }  // namespace
 
 std::string installRoot() {
-  const std::lock_guard<std::mutex> hold(rootLock);
+  const Synchronized hold(rootLock);
   if (root.empty()) root = findRoot();
   return root;
 }
@@ -45,7 +44,7 @@ std::string idsDirectory() {
 }
 
 void setInstallRoot(const std::string& newRoot) {
-  const std::lock_guard<std::mutex> hold(rootLock);
+  const Synchronized hold(rootLock);
   root = newRoot;
 }
 

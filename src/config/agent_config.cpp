@@ -1,0 +1,165 @@
+#include "config/agent_config.h"
+
+#include <atomic>
+#include <utility>
+
+#include "config/agent_config_state.h"
+#include "config/install_root.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+Win32Mutex instanceLock;
+AgentConfig* instance GUARDED_BY(instanceLock) = nullptr;
+
+std::atomic<bool> shuttingDownFlag{false};
+std::atomic<HidsInterface*> hidsInterface{nullptr};
+
+// How many groups the calling thread is in.
+thread_local int groupDepth = 0;
+
+}  // namespace
+
+AgentConfig::ChangeGroup::ChangeGroup(AgentConfig& config) : _config(config) {
+  ++groupDepth;
+}
+
+AgentConfig::ChangeGroup::~ChangeGroup() {
+  if (--groupDepth == 0) _config._state->finishChanges();
+}
+
+AgentConfig::AgentConfig() : _state(new AgentConfigState(*this, installDirectory())) {}
+AgentConfig::~AgentConfig() = default;
+
+AgentConfig* AgentConfig::getInstance() {
+  AgentConfig* config = nullptr;
+  {
+    const Synchronized hold(instanceLock);
+    if (instance) return instance;
+    config = instance = new AgentConfig();
+  }
+  // Not under the lock, since another process may hold the lock file for seconds.
+  const ChangeGroup group(*config);
+  config->loadIniFile();
+  const Synchronized hold(config->_state->lock);
+  AgentConfigState& state = *config->_state;
+  state.loaded = true;
+  state.acknowledgedBuiltIn = state.settings.number(Key::useBuiltInPolicy) != 0;
+  state.reportedError = static_cast<int>(state.settings.number(Key::policyErrorCode));
+  state.reportedErrorText = state.settings.text(Key::policyErrorString);
+  return config;
+}
+
+void AgentConfig::freeInstance() {
+  AgentConfig* config = nullptr;
+  {
+    const Synchronized hold(instanceLock);
+    config = std::exchange(instance, nullptr);
+  }
+  delete config;
+}
+
+bool AgentConfig::readConfigFile() {
+  AgentConfigState& state = *getInstance()->_state;
+  const Synchronized hold(state.lock);
+  return state.lastLoadGood;
+}
+
+bool AgentConfig::loadIniFile() {
+  bool changed = false;
+  return loadIniFile(changed);
+}
+
+bool AgentConfig::loadIniFile(bool& changed) {
+  const ChangeGroup group(*this);
+  return _state->load("AgentConfig::loadIniFile", changed);
+}
+
+bool AgentConfig::updateIniFile(bool lockHeld, bool force, const STRING& path) {
+  constexpr char kTag[] = "AgentConfig::updateIniFile";
+  if (!path.empty()) return _state->saveTo(kTag, path.toUtf8());
+  const ChangeGroup group(*this);
+  if (!lockHeld) return _state->save(kTag, force);
+  const Synchronized holdFiles(_state->fileLock);
+  return _state->files.usable() && _state->saveHoldingLockFile(kTag, force);
+}
+
+bool AgentConfig::updateIniFile(const char* section, const char* key, const STRING& value) {
+  const ChangeGroup group(*this);
+  const bool hasKey = section && *section && key && *key;
+  if (hasKey && !setValue(key, value)) return false;
+  return _state->save("AgentConfig::updateIniFile", false);
+}
+
+bool AgentConfig::UpdateAllIni() {
+  const ChangeGroup group(*this);
+  return _state->saveBoth("AgentConfig::UpdateAllIni");
+}
+
+bool AgentConfig::newConfiguration(const PropertyList& properties) {
+  constexpr char kTag[] = "AgentConfig::newConfiguration";
+  const ChangeGroup group(*this);
+  {
+    const Synchronized hold(_state->lock);
+    const unsigned before = std::exchange(_state->momentsOutstanding, 0);
+    for (const auto& [key, value] : properties) _state->assignByName(key, value);
+    if (_state->momentsOutstanding != 0) _state->momentsOutstanding |= 1u << SETTINGS_FROM_SERVER;
+    _state->momentsOutstanding |= before;
+  }
+  const bool written = _state->save(kTag, false);
+  const Synchronized hold(_state->lock);
+  if (written) {
+    eventlog::trace(kTag, "Agent Configuration from server written to disk");
+  } else if (!_state->lastWriteFailed) {
+    eventlog::trace(kTag, "Agent Configuration from server could not written to disk");
+  }
+  _state->lastWriteFailed = !written;
+  return written;
+}
+
+STRING AgentConfig::exportConfigData() const {
+  const Synchronized hold(_state->lock);
+  return _state->exportText();
+}
+
+bool AgentConfig::setValue(const STRING& key, const STRING& value) {
+  const ChangeGroup group(*this);
+  const Synchronized hold(_state->lock);
+  return _state->assignByName(key, value);
+}
+
+STRING AgentConfig::getValue(const STRING& key) const {
+  if (const SettingRow* row = findRow(key)) return _state->text(row->key);
+  const Synchronized hold(_state->lock);
+  const STRING* text = _state->settings.other(key);
+  return text ? *text : STRING();
+}
+
+bool AgentConfig::hasValue(const STRING& key) const {
+  const Synchronized hold(_state->lock);
+  return findRow(key) || _state->settings.other(key);
+}
+
+void AgentConfig::registerSubscriber(int id, std::function<void(void*)> callback) {
+  const Synchronized hold(_state->lock);
+  _state->subscribers.emplace_back(id, std::move(callback));
+}
+
+void AgentConfig::setAgentShuttingdown(bool shuttingDown) {
+  shuttingDownFlag = shuttingDown;
+}
+bool AgentConfig::isAgentShuttingDown() {
+  return shuttingDownFlag;
+}
+
+HidsInterface* AgentConfig::getHIDSInterface() {
+  return hidsInterface;
+}
+void AgentConfig::setHIDSInterface(HidsInterface* component) {
+  hidsInterface = component;
+}
+
+}  // namespace korvane

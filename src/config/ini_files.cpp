@@ -1,0 +1,128 @@
+#include "config/ini_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "agent/thread/stop_token.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "util/dates.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kLockAttempts = 10;
+constexpr uint32_t kLockPauseMs = 1000;
+constexpr int kLateLockAttempts = 5;
+constexpr uint32_t kLateLockPauseMs = 20;
+constexpr size_t kDamagedCopies = 8;
+
+platform::Files& files() {
+  return platform::current().files;
+}
+
+// The first bytes of a file, as many as an ini file may have.
+std::string readStart(const std::string& path) {
+  std::unique_ptr<platform::File> file;
+  if (files().open(path, platform::OpenMode::read, file) != 0) return {};
+  std::string bytes(kMaxIniBytes, '\0');
+  size_t got = 0;
+  if (file->read(bytes.data(), bytes.size(), got) != 0) got = 0;
+  bytes.resize(got);
+  return bytes;
+}
+
+void removeOldCopies(const std::string& directory, const std::string& prefix) {
+  std::vector<platform::DirectoryEntry> entries;
+  if (files().list(directory, entries) != 0) return;
+  std::vector<std::string> copies;
+  for (const platform::DirectoryEntry& entry : entries) {
+    if (entry.name.starts_with(prefix)) copies.push_back(entry.name);
+  }
+  std::sort(copies.begin(), copies.end());
+  for (size_t i = 0; i + kDamagedCopies < copies.size(); ++i) {
+    files().remove(platform::joinPath(files(), {directory, copies[i]}));
+  }
+}
+
+}  // namespace
+
+std::string IniFiles::path(std::string_view name) const {
+  return platform::joinPath(files(), {_directory, name});
+}
+
+std::string_view IniFiles::lineEnd() {
+  return files().separator() == '\\' ? "\r\n" : "\n";
+}
+
+std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag) const {
+  if (!usable()) return nullptr;
+  const std::string lockFile = path("lockFile");
+  std::unique_ptr<platform::FileLock> held;
+  StopToken never;
+  int pausesWhileStopping = 0;
+  for (int attempt = 1;; ++attempt) {
+    const int error = files().lock(lockFile, held);
+    if (error == 0) return held;
+    if (error == ENOENT) files().makeDirectories(_directory);
+    const bool stopping = shutdownToken().requested();
+    if (stopping ? ++pausesWhileStopping >= kLateLockAttempts : attempt >= kLockAttempts) break;
+    if (stopping) {
+      never.sleepFor(kLateLockPauseMs);
+      continue;
+    }
+    eventlog::trace(tag, "Waiting to open lock file");
+    shutdownToken().sleepFor(kLockPauseMs);
+  }
+  eventlog::trace(tag, "Could not open lock file.");
+  return nullptr;
+}
+
+FileStamp IniFiles::stampOf(const std::string& path) {
+  platform::FileInfo info;
+  if (files().info(path, info) != 0 || info.isDirectory) return {};
+  return {info.size, info.modifiedNs, info.identity, true};
+}
+
+IniFault IniFiles::readIniFileInMem(FileMemory& memory, const std::string& path, IniText& out,
+                                    bool mayLackChecksum) {
+  memory = {stampOf(path), {}};
+  if (!memory.stamp.exists) return IniFault::missing;
+  std::string bytes;
+  const int error = platform::readWholeFile(files(), path, kMaxIniBytes, bytes);
+  if (error == EFBIG) return IniFault::tooLarge;
+  if (error != 0) {
+    memory = {};  // so that the next look tries again
+    return IniFault::unreadable;
+  }
+  memory.digest = sha256Hex(bytes);
+  if (!parseIniText(bytes, out)) return IniFault::notText;
+  return checksumHolds(out, mayLackChecksum) ? IniFault::none : IniFault::corrupt;
+}
+
+bool IniFiles::write(std::string_view tag, const std::string& path, const std::string& text,
+                     FileMemory& memory) {
+  const int error = platform::writeFileAtomically(files(), path, text);
+  if (error != 0) {
+    memory = {};
+    eventlog::trace(tag, "Could not write %s: error %d", path, error);
+    return false;
+  }
+  memory = {stampOf(path), sha256Hex(text)};
+  return true;
+}
+
+void IniFiles::keepAside(std::string_view tag, const std::string& path) {
+  const std::string directory = platform::directoryOf(path);
+  const std::string prefix = platform::fileNameOf(path) + ".damaged-";
+  const STRING pattern(prefix + "%M-%S-%T");
+  const std::string name = expandDatePattern(pattern, platform::current().clock.wallMs()).toUtf8();
+  const std::string copy = platform::joinPath(files(), {directory, name});
+  const int error = platform::writeFileAtomically(files(), copy, readStart(path));
+  eventlog::trace(tag, "Damaged %s is kept as %s: error %d", path, copy, error);
+  removeOldCopies(directory, prefix);
+}
+
+}  // namespace korvane

@@ -1,0 +1,66 @@
+// "agent.ini", "fallback.ini" and "lockFile" in the installation directory.
+//
+// Writers and readers of every process take the lock file first. Files are replaced in one step, so that
+// a reader without it never sees half a file either. All operations may be called by any thread, but the
+// holder of the lock file is one at a time. Failures are traced under the tag that the caller gives.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "config/ini_text.h"
+#include "platform/files.h"
+
+namespace korvane {
+
+// What tells one version of a file from another without reading it; all zero for a missing file.
+struct FileStamp {
+  uint64_t size = 0;
+  int64_t modifiedNs = 0;
+  uint64_t identity = 0;
+  bool exists = false;
+  friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+
+// A file as it was last seen: which version, and what it held.
+struct FileMemory {
+  FileStamp stamp;
+  std::string digest;  // SHA-256 of its bytes; empty when it was never read or written
+};
+
+enum class IniFault { none, missing, unreadable, tooLarge, notText, corrupt };
+
+class IniFiles {
+ public:
+  // `directory` empty: there are no files, nothing is read and every write fails.
+  explicit IniFiles(std::string directory) : _directory(std::move(directory)) {}
+
+  bool usable() const { return !_directory.empty(); }
+  std::string agentIni() const { return path("agent.ini"); }
+  std::string fallbackIni() const { return path("fallback.ini"); }
+  // CR LF where the separator is a backslash, LF elsewhere.
+  static std::string_view lineEnd();
+
+  // Waits for the lock file: ten attempts, 1000 ms apart. Once the process is being stopped it only
+  // tries for a tenth of a second. Null when it cannot be had.
+  std::unique_ptr<platform::FileLock> lock(std::string_view tag) const;
+
+  static FileStamp stampOf(const std::string& path);
+  // Reads a file; `memory` becomes what was seen, also for a damaged file.
+  static IniFault readIniFileInMem(FileMemory& memory, const std::string& path, IniText& out,
+                                   bool mayLackChecksum);
+  // Replaces a file and notes what it holds now in `memory`.
+  static bool write(std::string_view tag, const std::string& path, const std::string& text,
+                    FileMemory& memory);
+  // Copies a damaged file to "<name>.damaged-<date>" beside it; the newest eight copies are kept.
+  static void keepAside(std::string_view tag, const std::string& path);
+
+ private:
+  std::string path(std::string_view name) const;
+
+  std::string _directory;
+};
+
+}  // namespace korvane

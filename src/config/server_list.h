@@ -1,0 +1,39 @@
+// The management servers of "server.list" and where the agent stands among them.
+//
+// The entries are host names or addresses, separated by commas, their blanks removed, empty ones left
+// out. Without any the host of "agent.http.url" is the one server. A plain value; AgentConfig guards it.
+#pragma once
+
+#include <vector>
+
+#include "util/string.h"
+
+namespace korvane {
+
+class ServerList {
+ public:
+  // Takes a new list: the first entry is primary and current, the last server is "Unknown" again.
+  void assign(const STRING& text, const STRING& urlHost);
+  // The host of the URL changed, which matters only while there are no entries.
+  void setUrlHost(const STRING& urlHost);
+
+  const std::vector<STRING>& entries() const { return _entries; }
+  const STRING& primary() const { return _primary; }
+  const STRING& current() const { return _current; }
+  const STRING& next() const { return _next; }
+  const STRING& last() const { return _last; }
+
+  void setCurrent(const STRING& server) { _current = server; }
+  // Stores the entry after `server`, wrapping round; after a server that is no entry comes the first.
+  void setNextAfter(const STRING& server);
+  void setLast(const STRING& server) { _last = server; }
+
+ private:
+  std::vector<STRING> _entries;
+  STRING _primary;
+  STRING _current;
+  STRING _next;
+  STRING _last = "Unknown";
+};
+
+}  // namespace korvane

@@ -1,0 +1,72 @@
+// One of the two name/value stores: the settings of a StoreKind, each as text and as a typed value,
+// and, in the main store, the keys that belong to no section of the table.
+//
+// Beside its value every setting remembers what the file held when it was last read or written, so
+// that a change of this process and one made to the file by another can be told apart and both
+// survive. A value type without a lock of its own: AgentConfig guards it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "config/ini_text.h"
+#include "config/settings_table.h"
+
+namespace korvane {
+
+class SettingStore {
+ public:
+  enum class Result { refused, unchanged, changed };
+
+  // Every setting has its default.
+  explicit SettingStore(StoreKind kind);
+
+  const STRING& text(Key key) const { return value(key).text; }
+  int64_t number(Key key) const { return value(key).number; }  // 0 and 1 for a boolean
+  // Refused: the text is not of the setting's type, or too long, or the store would outgrow its
+  // bound.
+  Result set(const SettingRow& row, const STRING& text);
+
+  // Null when there is no such key.
+  const STRING* other(const STRING& key) const;
+  Result setOther(const STRING& key, const STRING& text);
+
+  // Takes over what the file holds where this process has changed nothing; a key that the file
+  // lacks goes back to its default, and one of [Other] is dropped. True when a value differs now.
+  bool merge(const IniText& file);
+  // True when a value differs from the file's.
+  bool dirty() const;
+  // The file holds `written` now.
+  void markSaved(const SettingStore& written);
+  // Writes this store's keys of a section; for [Other] the unknown ones.
+  void writeSection(IniWriter& writer, std::string_view section) const;
+
+  // UTF-16 code units that one value, and all texts of a store together, may have.
+  static constexpr size_t kMaxValueUnits = 64u << 10;
+  static constexpr size_t kMaxStoreUnits = 512u << 10;
+  // Keys that [Other] may have.
+  static constexpr size_t kMaxOthers = 1000;
+
+ private:
+  struct Value {
+    STRING text;
+    STRING saved;
+    int64_t number = 0;
+  };
+
+  const Value& value(Key key) const { return _values[_places[static_cast<size_t>(key)]]; }
+  Value& value(Key key) { return _values[_places[static_cast<size_t>(key)]]; }
+  bool fits(size_t oldUnits, size_t newUnits) const;
+  bool mergeRow(const SettingRow& row, const STRING* fromFile);
+  bool mergeOthers(const PropertyList& fromFile);
+
+  StoreKind _kind;
+  std::array<uint8_t, static_cast<size_t>(Key::count)> _places{};
+  std::vector<Value> _values;
+  std::vector<std::pair<STRING, Value>> _others;
+  size_t _units = 0;
+};
+
+}  // namespace korvane

@@ -1,0 +1,144 @@
+// The table of all settings. It drives loading, export, the typed accessors and what registration
+// reports; docs/ini-reference.md is its printed form, and a test holds the two together.
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+#include "util/string.h"
+
+namespace korvane {
+
+// One name a setting, in the order of the table.
+enum class Key : int {
+  agentInitialGroup,
+  agentConfigInitialGroup,
+  configInitialGroup,
+  agentCharset,
+  agentName,
+  agentOpstateInterval,
+  agentId,
+  agentUrl,
+  serverList,
+  agentUpdate,
+  agentFeatures,
+  fipsEnabled,
+  autoRetransEnabled,
+  autoRetransInterval,
+  autoRetransNow,
+  agentLogFile,
+  agentLogTrace,
+  agentLogPointer,
+  agentLogRolloverPending,
+  plusPolicyFile,
+  policyName,
+  policyId,
+  policyPath,
+  useBuiltInPolicy,
+  ipsEnabled,
+  ipsRebootRequired,
+  rebootRequested,
+  rebootSource,
+  fimRebootRequired,
+  fimRebootRequested,
+  fimEnabled,
+  driverLogFile,
+  driverProfileLogFile,
+  driverLogPointer,
+  driverLogRolloverPending,
+  idsPolicyInitialGroup,
+  idsConfigInitialGroup,
+  idsPlusPolicyFile,
+  idsSignalTimeout,
+  sslTrustStore,
+  logDiskUpperLimit,
+  logDiskLowerLimit,
+  bulkIdleInterval,
+  bulkBacklogInterval,
+  bulkOpenFileLimit,
+  logConsolidate,
+  logConsolidateValue,
+  logDeleteEnabled,
+  bulkEnabled,
+  logCollectSha256,
+  logReaderLimit,
+  logWriterLimit,
+  logPriority,
+  logRolloverCause,
+  logRolloverValue,
+  externalLog,
+  policyErrorCode,
+  policyErrorString,
+  ipsImportFileMaxLines,
+  overrideTimeout,
+  appDataConfigFile,
+  appDataConfigV2File,
+  appDataRequested,
+  appDataRequestId,
+  appDataMaxPayload,
+  appDataSendInterval,
+  appDataRetryInterval,
+  appDataMaxRetries,
+  updateQelNow,
+  updateFRevoNow,
+  updateFSettingsNow,
+  updateFVtNow,
+  qelPath,
+  fRevoPath,
+  fSettingsPath,
+  fVtPath,
+  qelMetadata,
+  fRevoMetadata,
+  fSettingsMetadata,
+  fVtMetadata,
+  pollingEnabled,
+  pollingInterval,
+  failbackInterval,
+  tcpEnabled,
+  tcpPort,
+  connectionTimeout,
+  applicationsChecksum,
+  filesChecksum,
+  count
+};
+
+enum class ValueType {
+  text,
+  boolean,      // "true" or "false"
+  integer,      // signed 32-bit, decimal
+  interval,     // unsigned 32-bit, decimal
+  enumeration,  // a small number from 0
+};
+
+// Which of the two name/value stores a setting lives in: the small one holds the sections [Agent],
+// [Polling], [TCP] and [Communication].
+enum class StoreKind { settings, communication };
+
+// In which list of the registration a setting goes to the server.
+enum class Report { none, attribute, configuration };
+
+struct SettingRow {
+  Key key;
+  const char* section;
+  const char* name;
+  ValueType type;
+  const char* defaultText;
+  Report report;
+};
+
+// All rows in the order of the file; the row of a Key is the one at its number.
+std::span<const SettingRow> settingsTable();
+StoreKind storeOf(const SettingRow& row);
+const SettingRow& rowOf(Key key);
+// The row with this key name, compared exactly, or null.
+const SettingRow* findRow(const STRING& name);
+
+// The sections of the file in their order, with [Other] and [Checksum] in their places.
+inline constexpr char kOtherSection[] = "Other";
+inline constexpr char kChecksumSection[] = "Checksum";
+inline constexpr char kChecksumKey[] = "agentini.checksum";
+inline constexpr char kNotComputed[] = "Not Computed";
+// [Other] stands before this section.
+inline constexpr char kSectionAfterOther[] = "Polling";
+
+}  // namespace korvane
