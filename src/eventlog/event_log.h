@@ -69,4 +69,7 @@ inline void trace(std::string_view tag, const char* format, const T&... argument
 // does not hold is written with its insertions alone.
 void event(int id, std::string_view source, std::initializer_list<Arg> insertions = {});
 
+// The path of the file that the log is written to now; empty while it is not open.
+std::string currentFile();
+
 }  // namespace korvane::eventlog
