@@ -12,6 +12,7 @@
 #define SCOPED_CAPABILITY KORVANE_ANNOTATION(scoped_lockable)
 #define GUARDED_BY(x) KORVANE_ANNOTATION(guarded_by(x))
 #define PT_GUARDED_BY(x) KORVANE_ANNOTATION(pt_guarded_by(x))
+#define RETURN_CAPABILITY(x) KORVANE_ANNOTATION(lock_returned(x))
 #define ACQUIRE(...) KORVANE_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) KORVANE_ANNOTATION(release_capability(__VA_ARGS__))
 #define TRY_ACQUIRE(...) KORVANE_ANNOTATION(try_acquire_capability(__VA_ARGS__))

@@ -1,0 +1,58 @@
+// The administration interface: JSON over HTTP on a loopback port of its own. docs/protocol.md
+// lists its operations.
+//
+// serve() handles one connection on the caller's thread; many threads may be in it at once. What it
+// refers to must outlive it. Wrong requests are answered with HTTP status 400 and {"error": TEXT}.
+#pragma once
+
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "tools/server/assignments.h"
+#include "tools/server/http_engine.h"
+#include "tools/server/misbehaviour.h"
+#include "tools/server/records.h"
+
+namespace korvane::server {
+
+class Admin {
+ public:
+  // `servedDirectory` holds the files that assignments name. `addListener` opens a further agent
+  // port with a certificate of its own and returns it: (address, port, certificate file, key file).
+  using AddListener =
+      std::function<int(const std::string&, int, const std::string&, const std::string&)>;
+
+  Admin(Records& records, Assignments& assignments, Misbehaviour& misbehaviour,
+        std::string servedDirectory, AddListener addListener);
+
+  void serve(Connection& connection);
+
+ private:
+  using Json = nlohmann::json;
+  using Operation = std::function<Json(const httplib::Request&, const Json& body)>;
+
+  void addReports();
+  void addCommands();
+  void onGet(const std::string& path, Operation operation);
+  void onPost(const std::string& path, Operation operation);
+  void onDelete(const std::string& path, Operation operation);
+  static void answer(const Operation& operation, const httplib::Request& request,
+                     httplib::Response& response);
+
+  Json events(const httplib::Request& request);
+  Json assign(const Json& body);
+  Json notify(const Json& body);
+  Json misbehave(const Json& body);
+  Json misbehaviours() const;
+  void sendBinary(const httplib::Request& request, httplib::Response& response);
+
+  Records& _records;
+  Assignments& _assignments;
+  Misbehaviour& _misbehaviour;
+  const std::string _servedDirectory;
+  const AddListener _addListener;
+  HttpEngine _http;
+};
+
+}  // namespace korvane::server

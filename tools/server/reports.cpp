@@ -1,0 +1,202 @@
+#include "tools/server/reports.h"
+
+namespace korvane::server {
+
+namespace {
+
+using Json = nlohmann::json;
+
+// How many gaps and spans an answer lists at most; the sums are complete.
+constexpr size_t kListedSpans = 200;
+
+Json cell(sqlite3_stmt* row, int column) {
+  switch (sqlite3_column_type(row, column)) {
+    case SQLITE_INTEGER:
+      return sqlite3_column_int64(row, column);
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(row, column);
+    case SQLITE_NULL:
+      return nullptr;
+    default:
+      return reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+  }
+}
+
+// Every row as an object, its keys being the columns' names.
+template <typename... Values>
+Json rows(Database& database, std::string_view sql, const Values&... values) {
+  Json list = Json::array();
+  Statement query(database, sql);
+  query.start(values...);
+  while (query.next()) {
+    Json object = Json::object();
+    const int columns = sqlite3_column_count(query.handle());
+    for (int i = 0; i < columns; ++i)
+      object[sqlite3_column_name(query.handle(), i)] = cell(query.handle(), i);
+    list.push_back(std::move(object));
+  }
+  return list;
+}
+
+template <typename... Values>
+Json onlyRow(Database& database, std::string_view sql, const Values&... values) {
+  Json list = rows(database, sql, values...);
+  return list.empty() ? Json(nullptr) : list[0];
+}
+
+Json asObject(const std::string& payload) {
+  Json object = Json::object();
+  for (const auto& [name, value] : readProperties(payload)) object[name] = value;
+  return object;
+}
+
+void unfold(Json& list, const std::string& column) {
+  for (Json& row : list) row[column] = asObject(row[column].get<std::string>());
+}
+
+Json listOf(const std::vector<EventSpan>& spans) {
+  Json list = Json::array();
+  for (const EventSpan& span : spans) {
+    if (list.size() == kListedSpans) break;
+    list.push_back({span.first, span.last});
+  }
+  return list;
+}
+
+constexpr char kOfAgent[] = "(?1 = '' OR agent_id = (SELECT id FROM agents WHERE guid = ?1))";
+
+Json pageOf(Records& records, const std::string& columns, const std::string& table,
+            const std::string& wordColumn, const Page& page) {
+  const std::string sql = "SELECT " + columns + " FROM " + table + " WHERE " + kOfAgent +
+                          " AND (?2 = '' OR " + wordColumn +
+                          " = ?2) AND id > ?3 ORDER BY id LIMIT ?4";
+  MutexLock lock(records.mutex());
+  return rows(records.database(), sql, page.guid, page.word, page.after, page.limit);
+}
+
+std::vector<EventSpan> spansWhere(Database& database, const std::string& condition,
+                                  const std::string& guid) {
+  std::vector<EventSpan> spans;
+  Statement query(database, std::string("SELECT first, last FROM spans WHERE ") + kOfAgent +
+                                " AND " + condition);
+  query.start(guid);
+  while (query.next()) spans.push_back({query.number(0), query.number(1)});
+  return spans;
+}
+
+}  // namespace
+
+Json reportState(Records& records) {
+  MutexLock lock(records.mutex());
+  Database& database = records.database();
+  Json state = onlyRow(
+      database,
+      "SELECT (SELECT count(*) FROM agents) agents, (SELECT count(*) FROM requests) requests, "
+      "(SELECT count(*) FROM results) results, (SELECT count(*) FROM binaries) binaries, "
+      "(SELECT coalesce(sum(records), 0) FROM requests WHERE stored) events, "
+      "(SELECT coalesce(sum(bytes), 0) FROM requests) bytes, "
+      "(SELECT count(*) FROM requests WHERE korvane_error = 700) malformed");
+  state["words"] = Json::object();
+  for (const Json& row :
+       rows(database, "SELECT word, count(*) total FROM requests GROUP BY word")) {
+    state["words"][row["word"].get<std::string>()] = row["total"];
+  }
+  return state;
+}
+
+Json reportAgents(Records& records) {
+  MutexLock lock(records.mutex());
+  Json agents = rows(records.database(), "SELECT * FROM agents ORDER BY id");
+  for (Json& agent : agents) {
+    for (const char* group : {"attributes", "configuration", "ids", "status"})
+      agent[group] = Json::object();
+    for (const Json& row : rows(records.database(),
+                                "SELECT section, name, value FROM properties WHERE agent_id = ? "
+                                "ORDER BY section, position",
+                                agent["id"].get<int64_t>())) {
+      agent[row["section"].get<std::string>()][row["name"].get<std::string>()] = row["value"];
+    }
+  }
+  return agents;
+}
+
+Json reportRequests(Records& records, const Page& page) {
+  return pageOf(records, "*", "requests", "word", page);
+}
+
+Json reportResults(Records& records, const Page& page) {
+  Json list = pageOf(records, "*", "results", "type", page);
+  unfold(list, "properties");
+  return list;
+}
+
+Json reportRecords(Records& records, const Page& page) {
+  Json list = pageOf(records, "id, request_id, agent_id, fields", "events", "v1", page);
+  unfold(list, "fields");
+  return list;
+}
+
+Json reportBinaries(Records& records, const Page& page) {
+  return pageOf(records, "id, request_id, agent_id, role, name, file_name, length(bytes) size",
+                "binaries", "role", page);
+}
+
+Json reportApplicationData(Records& records, const Page& page) {
+  return pageOf(records, "*", "application_data", "wanted_id", page);
+}
+
+Json reportAssignments(Records& records) {
+  MutexLock lock(records.mutex());
+  Json list = rows(records.database(), "SELECT * FROM assignments ORDER BY id");
+  for (Json& assignment : list) {
+    assignment["deliveries"] =
+        rows(records.database(),
+             "SELECT g.guid, d.request_id, d.at_ms, r.code, r.message FROM deliveries d "
+             "JOIN agents g ON g.id = d.agent_id LEFT JOIN results r ON r.id = d.result_id "
+             "WHERE d.assignment_id = ?",
+             assignment["id"].get<int64_t>());
+  }
+  unfold(list, "properties");
+  return list;
+}
+
+Json reportEvents(Records& records, const std::string& guid, std::optional<EventSpan> wanted,
+                  bool exact) {
+  MutexLock lock(records.mutex());
+  Database& database = records.database();
+  const EventSums sums = sumSpans(spansWhere(database, "stored", guid), wanted);
+  const auto dropped =
+      sumSpans(spansWhere(database, "NOT stored AND korvane_error IN (302, 600)", guid), wanted);
+  Json report = onlyRow(database,
+                        std::string("SELECT coalesce(sum(records), 0) received, count(*) batches, "
+                                    "coalesce(max(records), 0) largest_batch FROM requests "
+                                    "WHERE word = 'log' AND stored AND ") +
+                            kOfAgent,
+                        guid);
+  report["covered"] = sums.covered;
+  report["distinct"] = sums.distinct;
+  report["duplicated"] = sums.duplicated;
+  report["lost"] = sums.lost;
+  report["dropped_by_server"] = countOutside(dropped.arrived, sums.arrived);
+  report["lost_unexplained"] = sums.lost - countIn(sums.missing, dropped.arrived);
+  report["ranges"] = listOf(sums.arrived);
+  report["missing"] = listOf(sums.missing);
+  if (exact) {
+    report["exact"] =
+        onlyRow(database,
+                std::string("SELECT count(*) stored, count(DISTINCT v1 || ',' || v2 || ',' || v3) "
+                            "\"distinct\" FROM events WHERE ") +
+                    kOfAgent,
+                guid);
+  }
+  return report;
+}
+
+std::optional<std::string> binaryBytes(Records& records, int64_t id) {
+  MutexLock lock(records.mutex());
+  Statement query(records.database(), "SELECT bytes FROM binaries WHERE id = ?");
+  if (!query.start(id).next()) return std::nullopt;
+  return query.text(0);
+}
+
+}  // namespace korvane::server
