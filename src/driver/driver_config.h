@@ -1,0 +1,107 @@
+// The kernel driver's settings in the registry, its services, and what is asked of it: the agent's only
+// door to the driver, together with NotifyDriver.
+//
+// All operations are static; the class is never instantiated. Threads: any thread may call anything.
+// StartDriver and StopDriver exclude each other, useBuiltIn and usingBuiltIn exclude each other; an
+// operation that asks the driver blocks for up to the time-out of its request (driver_protocol.h and
+// docs/file-formats.md), which a stop of the agent cuts short.
+// Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult. Nothing is
+// tried again here. getErrorMessage() gives the text of the last failure in the process, from whatever
+// thread.
+//
+//   if (DriverConfig::newPolicy(minusFile) != 0) report(DriverConfig::getErrorMessage());
+#pragma once
+
+#include <cstdint>
+
+#include "agent/thread/locks.h"
+#include "driver/driver_protocol.h"
+#include "platform/export.h"
+#include "util/string.h"
+
+namespace korvane {
+
+class KORVANE_EXPORT DriverConfig {
+ public:
+  // The values of the driver's parameters key.
+  enum RegKey {
+    logFile = 0,      // the driver's event log
+    profileFile = 1,  // its profile log
+    filterFile = 2,   // the translated policy that it loads
+    useBuiltin = 3,   // "1": it is to use its built-in policy
+    noValue = 4,      // has no name and no value
+    enable = 5,
+    policyEffectiveDt = 6,  // when the policy in force was applied
+  };
+
+  static constexpr int kRegistryError = 7;
+
+  // Set the start values of the driver's services for the next start of the system. On systems with
+  // the network filter (Windows NT 6.0 and later) that service goes along, else the TCP filter; one
+  // that is not installed is passed over.
+  static int StartDriver();
+  static int StopDriver();
+
+  static int getDriverConfig(RegKey key, STRING& value);
+  static int updateDriverConfig(RegKey key, const STRING& value);
+  // Set a number below HKEY_LOCAL_MACHINE; the result is the registry's error. The second form takes a
+  // missing key for success.
+  static uint32_t setDWord(const STRING& subkey, const STRING& name, uint32_t value);
+  static uint32_t setDWordIfKeyExists(const STRING& subkey, const STRING& name, uint32_t value);
+
+  // Empty when the value cannot be read.
+  static STRING getDriverLog();
+  static STRING getProfileLog();
+  static STRING getMinusFile();
+
+  // Loads a translated policy (a full path) into the driver and records it. A refused one leaves the
+  // driver and its settings as they were. A driver that waits for its first reboot finds the file
+  // recorded when it starts, which counts as success.
+  static int newPolicy(const STRING& file);
+  // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
+  static int useBuiltIn();
+  // False also when the driver cannot be asked.
+  static bool usingBuiltIn();
+  // The policy in force; false, and nothing changed, when the driver cannot be asked.
+  static bool queryPolicy(STRING& name, STRING& version, STRING& id);
+
+  // Point the driver at a new log file (a full path).
+  static int rollDriverLog(const STRING& newFile);
+  static int rollProfileLog(const STRING& newFile);
+
+  // Milliseconds since 1970-01-01 UTC; 0 when nothing, or no number, is recorded.
+  static uint64_t getPolApplicationDate();
+  static int setPolApplicationDate(uint64_t value);
+
+  // Fill `buffer` of `bytes` bytes with the driver's records. 8 when there were more than it holds.
+  static int processdump(KorvaneProcessSnapshot* buffer, int bytes);
+  static int psetsnapshot(KorvanePsetSnapshot* buffer, int bytes);
+
+  static STRING getErrorMessage();
+
+ private:
+  struct AppliedPolicy;
+
+  static void setErrorMessage(const STRING& text);
+  static int setServiceStart(const STRING& service, uint32_t value, bool mayBeMissing);
+  static int setServiceStarts(uint32_t driver, uint32_t networkFilter, uint32_t tcpFilter);
+  static int rollLog(RegKey key, const STRING& newFile, uint32_t code);
+  static int snapshot(uint32_t code, void* buffer, int bytes);
+  static int32_t readAppliedPolicy(AppliedPolicy& policy);
+
+  static bool builtInInForce();
+
+  // The steps of newPolicy.
+  struct PolicyChange;
+  static int changePolicy(PolicyChange& change);
+  static int recordForReboot(const PolicyChange& change);
+  static int recordLoaded(const PolicyChange& change);
+  static int giveUp(int result, PolicyChange& change);
+
+  static Win32Mutex _servicesLock;
+  static Win32Mutex _builtInLock;
+  static Win32Mutex _errorLock;
+  static STRING _strErrorMessage GUARDED_BY(_errorLock);
+};
+
+}  // namespace korvane

@@ -1,0 +1,124 @@
+// DriverConfig::newPolicy: a new policy into the driver, or everything as it was.
+#include <array>
+#include <vector>
+
+#include "config/agent_config.h"
+#include "driver/driver_config.h"
+#include "driver/driver_values.h"
+#include "driver/notify_driver.h"
+#include "eventlog/event_log.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr uint32_t kLoadTimeoutMs = 30000;
+constexpr uint32_t kRefusalTimeoutMs = 1000;
+constexpr int kNoFileName = 3;
+
+constexpr char kTag[] = "DriverConfig::newPolicy()";
+
+int32_t loadPolicy(const STRING& file) {
+  std::vector<char> path;
+  path.reserve((file.length() + 1) * 2);
+  for (const char16_t unit : file.utf16()) {
+    path.push_back(static_cast<char>(unit & 0xFF));
+    path.push_back(static_cast<char>(unit >> 8));
+  }
+  path.insert(path.end(), 2, '\0');
+  return NotifyDriver(static_cast<int32_t>(KAVIPS_LOAD_POLICY), path.data(),
+                      static_cast<uint32_t>(path.size()), kLoadTimeoutMs);
+}
+
+// The driver's reason for its last refusal; empty when it gives none.
+STRING refusalText() {
+  std::array<char, KAVIPS_REFUSAL_BYTES> reply{};
+  const int32_t result = NotifyDriver(static_cast<int32_t>(KAVIPS_QUERY_REFUSAL), reply.data(),
+                                      reply.size(), kRefusalTimeoutMs);
+  if (result != NotifyResult::completed) return STRING();
+  return textField(reply.data() + KAVIPS_REFUSAL_TEXT_OFFSET, KAVIPS_REFUSAL_TEXT_BYTES);
+}
+
+bool rebootOutstanding() {
+  AgentConfig* config = AgentConfig::getInstance();
+  return config->isIPSEnabled() && !config->isIPSRebootDone();
+}
+
+uint64_t now() {
+  return static_cast<uint64_t>(platform::current().clock.wallMs());
+}
+
+}  // namespace
+
+struct DriverConfig::PolicyChange {
+  STRING file;
+  STRING oldFile;
+  bool builtInBefore = false;
+  STRING refusal;  // the driver's own text
+};
+
+int DriverConfig::newPolicy(const STRING& file) {
+  eventlog::trace(kTag, "ChangePolicy: minus=%s", file);
+  PolicyChange change;
+  change.file = file;
+  const int result = file.empty() ? kNoFileName : changePolicy(change);
+  if (result == 0) return result;
+  if (result == kRegistryError)
+    eventlog::trace(kTag, "E_AGENT_REGISTRY ret from updateDriverConfig");
+  else if (result == NotifyResult::notOpened)
+    setErrorMessage("IPS Driver is not loaded. Failed to apply translated policy");
+  else
+    setErrorMessage(change.refusal.empty() ? STRING("Driver failed to load new policy")
+                                           : change.refusal);
+  return result;
+}
+
+int DriverConfig::changePolicy(PolicyChange& change) {
+  // No recorded policy yet is no failure, so the value is read past the error message.
+  platform::current().registry.readString(kDriverParametersKey, kFilterFileValue, change.oldFile);
+  change.builtInBefore = builtInInForce();
+  if (const int error = updateDriverConfig(useBuiltin, kFlagOff); error != 0) {
+    eventlog::trace(kTag, "Error ret from updateDriverConfig 1");
+    return error;
+  }
+  const int32_t result = loadPolicy(change.file);
+  if (result == NotifyResult::completed) return recordLoaded(change);
+  if (result == NotifyResult::notOpened && rebootOutstanding()) return recordForReboot(change);
+  return giveUp(result, change);
+}
+
+int DriverConfig::recordForReboot(const PolicyChange& change) {
+  if (const int error = updateDriverConfig(filterFile, change.file); error != 0) return error;
+  eventlog::trace(kTag, "Applied the new policy. Unable to open the driver");
+  setPolApplicationDate(now());
+  return 0;
+}
+
+int DriverConfig::recordLoaded(const PolicyChange& change) {
+  const int error = updateDriverConfig(filterFile, change.file);
+  if (error == 0) {
+    setPolApplicationDate(now());
+    return 0;
+  }
+  eventlog::trace(kTag, "Error ret from updateDriverConfig 2");
+  eventlog::trace(kTag, "Reverting to old policy");
+  if (loadPolicy(change.oldFile) != NotifyResult::completed) {
+    eventlog::trace(kTag, "Driver failed  to load the old policy");
+    setErrorMessage("Driver failed  to load the old policy");
+  }
+  return error;
+}
+
+int DriverConfig::giveUp(int result, PolicyChange& change) {
+  if (result == NotifyResult::finishedWithError) change.refusal = refusalText();
+  eventlog::trace(kTag, result == NotifyResult::notOpened
+                            ? "Applying new policy failed. Unable to open the driver"
+                            : "Applying policy failed.");
+  if (!change.builtInBefore) return result;
+  eventlog::trace(kTag, "Restoring buitlin flag: %d", change.builtInBefore);
+  if (const int error = updateDriverConfig(useBuiltin, kFlagOn); error != 0)
+    eventlog::trace(kTag, "Failed to restore builtin flag! [%d]", error);
+  return result;
+}
+
+}  // namespace korvane
