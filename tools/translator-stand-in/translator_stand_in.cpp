@@ -1,0 +1,90 @@
+// A stand-in for the translator library: it tells what the translation items of a policy need to know
+// about this machine, and nothing more. It knows the functions "LocalIPs" (the addresses of the
+// interfaces that are up) and "HostName". It keeps no state but the count of its users.
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/export.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "translator/translator_abi.h"
+#include "util/string.h"
+
+namespace {
+
+using korvane::STRING;
+
+constexpr int32_t kNotInitialized = 1;
+constexpr int32_t kNoSuchFunction = 2;
+constexpr int32_t kFailed = 3;
+
+std::mutex usersLock;
+int users = 0;
+
+bool initialized() {
+  std::lock_guard hold(usersLock);
+  return users > 0;
+}
+
+int32_t functionValues(const std::string& name, std::vector<std::string>& values) {
+  korvane::platform::SystemInfo& system = korvane::platform::current().systemInfo;
+  if (name == "LocalIPs")
+    values = system.ipAddresses();
+  else if (name == "HostName")
+    values = {system.hostName()};
+  else
+    return kNoSuchFunction;
+  return 0;
+}
+
+int32_t list(const KavipsChar* name, KavipsValueSink sink, void* context) {
+  std::vector<std::string> values;
+  const int32_t error = functionValues(STRING(name).toUtf8(), values);
+  for (const std::string& value : values)
+    if (sink(context, STRING(value).c_str()) != 0) break;
+  return error;
+}
+
+}  // namespace
+
+extern "C" {
+
+KORVANE_EXPORT uint32_t kavipsTranslatorAbiVersion() {
+  return KAVIPS_TRANSLATOR_ABI_VERSION;
+}
+
+KORVANE_EXPORT int32_t kavipsTranslatorInitialize(const KavipsChar* extensionsPath) {
+  if (!extensionsPath) return kFailed;
+  std::lock_guard hold(usersLock);
+  ++users;
+  return 0;
+}
+
+KORVANE_EXPORT int32_t kavipsTranslatorGetFunctionValues(const KavipsChar* name,
+                                                         KavipsValueSink sink, void* context) {
+  if (!initialized()) return kNotInitialized;
+  if (!name || !sink) return kFailed;
+  try {
+    return list(name, sink, context);
+  } catch (...) {
+    return kFailed;
+  }
+}
+
+KORVANE_EXPORT int32_t kavipsTranslatorFileExists(const KavipsChar* path) {
+  if (!path || !initialized()) return 0;
+  try {
+    korvane::platform::FileInfo info;
+    return korvane::platform::current().files.info(STRING(path).toUtf8(), info) == 0 ? 1 : 0;
+  } catch (...) {
+    return 0;
+  }
+}
+
+KORVANE_EXPORT void kavipsTranslatorShutdown() {
+  std::lock_guard hold(usersLock);
+  if (users > 0) --users;
+}
+
+}  // extern "C"
