@@ -1,0 +1,72 @@
+// What the simulator does with requests and commands, without any socket: which requests are answered, when, and how the
+// operator changes that. docs/file-formats.md lists the commands.
+//
+// Used by one thread. Connections are named by numbers that the caller chooses; time is in milliseconds on any clock
+// that does not go back.
+//
+//   simulator.request(connection, frame, now);
+//   for (Answer& answer : simulator.due(now)) send(answer.connection, encode(answer.frame));
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "driver-simulator/driver_model.h"
+#include "driver-simulator/frames.h"
+
+namespace korvane::simulator {
+
+inline constexpr uint32_t kCommandCode = 0xF0000010;
+
+struct Answer {
+  int connection = 0;
+  Frame frame;
+};
+
+class Simulator {
+ public:
+  explicit Simulator(DriverModel& model) : _model(model) {}
+
+  // A request or cancel frame from the device's socket. False for a frame that has no business there.
+  bool request(int connection, const Frame& frame, int64_t nowMs);
+  // A request frame from the control socket.
+  Frame command(const Frame& frame);
+  // Forgets what is pending on a connection that has ended.
+  void closed(int connection);
+  // The answers that are due now.
+  std::vector<Answer> due(int64_t nowMs);
+  // When the next answer is due, if any is.
+  std::optional<int64_t> nextDue() const;
+  // Whether the device exists at present.
+  bool present() const { return _present; }
+
+ private:
+  enum class Mode { normal, stall, delay, lateError, failAtOnce };
+  struct Pending {
+    int connection;
+    Frame frame;
+    Mode mode;
+    uint32_t error;
+    int64_t dueMs;
+  };
+
+  bool obey(const std::vector<std::string>& words, const std::string& text);
+  bool setMode(const std::vector<std::string>& words);
+  void cancel(int connection, uint32_t number);
+  Frame perform(const Pending& pending);
+  std::string state() const;
+
+  DriverModel& _model;
+  Mode _mode = Mode::normal;
+  uint32_t _delayMs = 0;
+  uint32_t _error = 0;
+  bool _prevention = true;
+  bool _present = true;
+  uint64_t _requests = 0;
+  std::list<Pending> _pending;
+};
+
+}  // namespace korvane::simulator
