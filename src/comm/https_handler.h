@@ -161,7 +161,6 @@ class KORVANE_EXPORT HttpsHandler {
  private:
   struct Shared;
   struct Unannounced {};
-  class ResponseSink;
 
   // For the fail-back check: leaves the process-wide address of the server alone.
   HttpsHandler(const STRING& server, Unannounced);
@@ -169,10 +168,30 @@ class KORVANE_EXPORT HttpsHandler {
   static Shared& shared();
   void init();
   int getUpdate(int kinds, const PropertyList& extra, bool withAttributes);
+
+  // One message to the server and its answer; exchange() adds the status check.
   int exchange(int type, HttpsMessageGenerator& generator);
   int send(int type, HttpsMessageGenerator& generator);
+  void checkFailback();
+  void returnTo(const STRING& primary);
   int sendLocked(int type, HttpsMessageGenerator& generator);
+  bool addGUID(int type, HttpsMessageGenerator& generator);
+  int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
+               std::string_view body);
+  int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
+                  const TransportResult& result);
   int checkRetStatus(int result);
+
+  static PropertyList policyProperties();
+
+  // True when the last exchange succeeded and its answer may be read.
+  bool answered() const;
+  bool asked(int kind) const { return _lastType == GET_UPDATE && (_lastKinds & kind); }
+  STRING answerProperty(const STRING& name) const;
+  PropertyList answerGroup(bool (*belongs)(const STRING& name)) const;
+  int readGroup(bool (*belongs)(const STRING& name), PropertyList& out) const;
+  const ResponseParser::Binary* binaryOf(int kind) const;
+  char* getPackage(int kind, int& status, int& size, PropertyList& properties);
 
   STRING _server;
   STRING _url;

@@ -51,7 +51,7 @@ class HttpsMessageGenerator {
 
   // The body that carries a file: its bytes as a binary section, then "file.name" as properties.
   // Null when the file cannot be read.
-  std::unique_ptr<char[]> buildBulkLogMessage(const STRING& path);
+  std::unique_ptr<MessageBody> buildBulkLogMessage(const STRING& path);
   // Size in bytes of what buildBulkLogMessage() made last.
   size_t bulkLogSize() const { return _bulkLogSize; }
 

@@ -26,8 +26,8 @@ namespace korvane {
 class MessageBody {
  public:
   MessageBody() = default;
-  MessageBody(MessageBody&&) noexcept = default;
-  MessageBody& operator=(MessageBody&&) noexcept = default;
+  MessageBody(const MessageBody&) = delete;
+  MessageBody& operator=(const MessageBody&) = delete;
 
   // Forgets the content, keeps the memory.
   void clear() { _size = 0; }

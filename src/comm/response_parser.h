@@ -36,6 +36,8 @@ struct ResponseLimits {
   size_t headerBytes = 256 * 1024;
   size_t headerCount = 512;
   size_t bodyBytes = 64 * 1024 * 1024;
+  size_t sections = 10'000;
+  size_t properties = 100'000;
 };
 
 class ResponseParser {
@@ -80,23 +82,26 @@ class ResponseParser {
 
  private:
   struct SectionHeader {
+    size_t at = 0;  // its first byte
     std::string_view format;
     std::string_view name;
     std::optional<size_t> length;
   };
+  // How reading a section header or a section went on.
+  enum class Walk { goesOn, ends, malformed };
 
   void beginBlock();
   void keepHeader(std::string_view name, std::string_view value);
-  bool refuse(std::string fault);
+  void refuse(std::string fault);
+  Walk malformed(const SectionHeader& header, const std::string& what);
   bool nextLine(std::string_view& line);
   bool skipToSection();
-  bool readSectionHeader(SectionHeader& header);
-  bool readHeaderLine(std::string_view line, SectionHeader& header);
-  bool readLength(std::string_view text, SectionHeader& header);
-  bool lengthFits(const SectionHeader& header);
-  bool takeSection(const SectionHeader& header, bool unicode, bool& more);
-  void takeText(std::string_view name, std::string_view payload);
-  PropertyList readProperties(std::string_view payload) const;
+  Walk readSection(bool unicode);
+  Walk readSectionHeader(SectionHeader& header);
+  Walk readHeaderLine(std::string_view line, SectionHeader& header);
+  Walk takeSection(const SectionHeader& header, bool unicode);
+  bool takeText(std::string_view name, std::string_view payload);
+  bool takeProperties(std::string_view payload);
   STRING decode(std::string_view bytes) const;
   void dropParts();
 
@@ -112,6 +117,8 @@ class ResponseParser {
 
   size_t _at = 0;               // read position in _body
   bool _insideDropped = false;  // the walk goes on in the payload of a dropped section
+  size_t _sectionCount = 0;
+  size_t _propertyCount = 0;
   std::vector<PropertyList> _properties;
   std::optional<STRING> _errorText;
   PropertyList _texts;

@@ -34,6 +34,8 @@ struct TransportRequest {
 struct TransportResult {
   long httpStatus = 0;    // of the last answer; 0 when there was none
   std::string errorText;  // of the failure; empty when there is none
+  // The transfer failed because the answer broke off or was none: nothing of it may be used.
+  bool answerBroken = false;
 };
 
 // Receives the answer piece by piece.

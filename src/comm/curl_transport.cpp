@@ -1,0 +1,240 @@
+#include "comm/curl_transport.h"
+
+#include <climits>
+#include <cstdio>
+#include <memory>
+#include <new>
+
+#include "agent/thread/stop_token.h"
+#include "eventlog/event_log.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr long kTransferTimeoutSeconds = 300;
+
+struct FreeList {
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, FreeList>;
+
+// A header without a value would be dropped; libcurl sends it when it ends in a semicolon.
+std::string headerLine(const std::string& name, const std::string& value) {
+  return value.empty() ? name + ";" : name + ": " + value;
+}
+
+bool append(HeaderList& list, const std::string& line) {
+  curl_slist* longer = curl_slist_append(list.get(), line.c_str());
+  if (!longer) return false;
+  list.release();
+  list.reset(longer);
+  return true;
+}
+
+bool buildHeaders(const TransportRequest& request, HeaderList& list) {
+  for (const auto& [name, value] : request.headers) {
+    if (!append(list, headerLine(name, value))) return false;
+  }
+  // Without this libcurl would ask the server first whether it wants a large body.
+  return append(list, "Expect:");
+}
+
+// libcurl's trace, on the console.
+int httpsDebugger(CURL*, curl_infotype type, char* bytes, size_t size, void*) {
+  static constexpr const char* kMark[] = {"* ", "< ", "> "};
+  if (type > CURLINFO_HEADER_OUT) return 0;
+  std::fputs(kMark[type], stdout);
+  std::fwrite(bytes, 1, size, stdout);
+  return 0;
+}
+
+// Sets options until one is refused, and remembers which.
+class Options {
+ public:
+  explicit Options(CURL* easy) : _easy(easy) {}
+
+  template <class Value>
+  Options& set(CURLoption option, const char* name, Value value) {
+    if (_code != CURLE_OK) return *this;
+    _code = curl_easy_setopt(_easy, option, value);
+    if (_code != CURLE_OK) _refused = name;
+    return *this;
+  }
+  CURLcode code() const { return _code; }
+  std::string error() const { return _refused + ": " + curl_easy_strerror(_code); }
+
+ private:
+  CURL* _easy;
+  CURLcode _code = CURLE_OK;
+  std::string _refused;
+};
+
+#define OPTION(name, value) set(name, #name, value)
+
+// Codes that say of themselves that the answer was none, or not whole.
+bool saysAnswerBroken(CURLcode code) {
+  return code == CURLE_WEIRD_SERVER_REPLY || code == CURLE_PARTIAL_FILE ||
+         code == CURLE_GOT_NOTHING || code == CURLE_BAD_CONTENT_ENCODING;
+}
+
+// Codes that say so only once the request was sent; before that they have other causes.
+bool maySayAnswerBroken(CURLcode code) {
+  return code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_OUT_OF_MEMORY;
+}
+
+}  // namespace
+
+struct CurlTransport::Transfer {
+  explicit Transfer(TransportSink& answerSink) : sink(answerSink) {}
+
+  template <class Action>
+  void guarded(Action action) noexcept {
+    try {
+      action();
+    } catch (const std::bad_alloc&) {
+      outOfMemory = true;
+    }
+  }
+
+  TransportSink& sink;
+  HeaderList headers;
+  bool outOfMemory = false;
+};
+
+CurlTransport::~CurlTransport() {
+  close();
+}
+
+bool CurlTransport::open() {
+  if (!_easy) _easy = curl_easy_init();
+  return _easy != nullptr;
+}
+
+void CurlTransport::close() {
+  if (!_easy) return;
+  curl_easy_setopt(_easy, CURLOPT_VERBOSE, 0L);
+  curl_easy_cleanup(_easy);
+  _easy = nullptr;
+}
+
+void CurlTransport::globalCleanup() {
+  curl_global_cleanup();
+}
+
+int CurlTransport::perform(const TransportRequest& request, TransportSink& sink,
+                           TransportResult& result) {
+  result = TransportResult();
+  _errorBuffer[0] = '\0';
+  Transfer transfer(sink);
+  if (!prepare(request, transfer, result)) return -1;
+  const StopCallback interrupt(shutdownToken(), [this] { shutSockets(); });
+  return finish(curl_easy_perform(_easy), transfer, result);
+}
+
+bool CurlTransport::prepare(const TransportRequest& request, Transfer& transfer,
+                            TransportResult& result) {
+  if (request.body.size() > static_cast<unsigned long>(LONG_MAX)) {
+    result.errorText = "a body of " + std::to_string(request.body.size()) + " bytes is too large";
+    return false;
+  }
+  Options options(_easy);
+  if (request.verbose) options.OPTION(CURLOPT_DEBUGDATA, &transfer);
+  if (request.verbose) options.OPTION(CURLOPT_DEBUGFUNCTION, &httpsDebugger);
+  options.OPTION(CURLOPT_VERBOSE, request.verbose ? 1L : 0L);
+  if (CURLcode code = curl_easy_setopt(_easy, CURLOPT_ERRORBUFFER, _errorBuffer)) {
+    eventlog::trace("HttpsHandler::send", "Error : Setting Error Buffer %d",
+                    static_cast<int>(code));
+    result.errorText = "CURLOPT_ERRORBUFFER could not be set";
+    return false;
+  }
+  if (!buildHeaders(request, transfer.headers)) {
+    result.errorText = "no memory for the header list";
+    return false;
+  }
+  options.OPTION(CURLOPT_SSLVERSION, request.sslVersion)
+      .OPTION(CURLOPT_URL, request.url.c_str())
+      .OPTION(CURLOPT_CAINFO, request.caFile.c_str())
+      .OPTION(CURLOPT_SSL_VERIFYPEER, 1L)
+      .OPTION(CURLOPT_SSL_VERIFYHOST, 0L)
+      .OPTION(CURLOPT_TIMEOUT, kTransferTimeoutSeconds)
+      .OPTION(CURLOPT_CONNECTTIMEOUT, static_cast<long>(request.connectTimeoutSeconds))
+      .OPTION(CURLOPT_HTTPHEADER, transfer.headers.get())
+      .OPTION(CURLOPT_POST, 1L)
+      .OPTION(CURLOPT_POSTFIELDS, request.body.data())
+      .OPTION(CURLOPT_POSTFIELDSIZE, static_cast<long>(request.body.size()))
+      .OPTION(CURLOPT_HEADERFUNCTION, &receiveHeader)
+      .OPTION(CURLOPT_WRITEFUNCTION, &receiveBody)
+      .OPTION(CURLOPT_HEADERDATA, &transfer)
+      .OPTION(CURLOPT_WRITEDATA, &transfer)
+      .OPTION(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1))
+      .OPTION(CURLOPT_NOSIGNAL, 1L)
+      .OPTION(CURLOPT_QUICK_EXIT, 1L)
+      .OPTION(CURLOPT_NOPROGRESS, 0L)
+      .OPTION(CURLOPT_XFERINFOFUNCTION, &progress)
+      .OPTION(CURLOPT_XFERINFODATA, &transfer)
+      .OPTION(CURLOPT_SOCKOPTFUNCTION, &socketOpened)
+      .OPTION(CURLOPT_SOCKOPTDATA, this)
+      .OPTION(CURLOPT_CLOSESOCKETFUNCTION, &closeSocket)
+      .OPTION(CURLOPT_CLOSESOCKETDATA, this);
+  if (options.code() != CURLE_OK) result.errorText = options.error();
+  return options.code() == CURLE_OK;
+}
+
+int CurlTransport::finish(CURLcode code, const Transfer& transfer, TransportResult& result) {
+  long requestBytes = 0;
+  curl_easy_getinfo(_easy, CURLINFO_RESPONSE_CODE, &result.httpStatus);
+  curl_easy_getinfo(_easy, CURLINFO_REQUEST_SIZE, &requestBytes);
+  // The list is about to be freed, and the handle lives on.
+  curl_easy_setopt(_easy, CURLOPT_HTTPHEADER, nullptr);
+  if (transfer.outOfMemory) code = CURLE_OUT_OF_MEMORY;
+  if (code == CURLE_OK) return 0;
+  result.errorText = _errorBuffer[0] ? _errorBuffer : curl_easy_strerror(code);
+  result.answerBroken = saysAnswerBroken(code) ||
+                        (code == CURLE_RECV_ERROR && result.httpStatus > 0) ||
+                        (!transfer.outOfMemory && requestBytes > 0 && maySayAnswerBroken(code));
+  return code;
+}
+
+void CurlTransport::shutSockets() {
+  Synchronized hold(_socketLock);
+  for (curl_socket_t socket : _sockets) {
+    platform::current().sockets.shutdownForeign(static_cast<uint64_t>(socket));
+  }
+}
+
+size_t CurlTransport::receiveHeader(char* bytes, size_t size, size_t count, void* transfer) {
+  auto& current = *static_cast<Transfer*>(transfer);
+  current.guarded([&] { current.sink.onHeader({bytes, size * count}); });
+  return size * count;
+}
+
+size_t CurlTransport::receiveBody(char* bytes, size_t size, size_t count, void* transfer) {
+  auto& current = *static_cast<Transfer*>(transfer);
+  current.guarded([&] { current.sink.onBody({bytes, size * count}); });
+  return size * count;
+}
+
+int CurlTransport::progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  const auto& current = *static_cast<Transfer*>(transfer);
+  return current.outOfMemory || current.sink.refuses() || shutdownToken().requested() ? 1 : 0;
+}
+
+int CurlTransport::socketOpened(void* self, curl_socket_t socket, curlsocktype) {
+  auto& transport = *static_cast<CurlTransport*>(self);
+  Synchronized hold(transport._socketLock);
+  transport._sockets.insert(socket);
+  // A stop that came before the socket did not see it.
+  return shutdownToken().requested() ? CURL_SOCKOPT_ERROR : CURL_SOCKOPT_OK;
+}
+
+int CurlTransport::closeSocket(void* self, curl_socket_t socket) {
+  auto& transport = *static_cast<CurlTransport*>(self);
+  // Closed under the lock: a stop must not shut another file that got the same number.
+  Synchronized hold(transport._socketLock);
+  transport._sockets.erase(socket);
+  platform::current().sockets.closeForeign(static_cast<uint64_t>(socket));
+  return 0;
+}
+
+}  // namespace korvane

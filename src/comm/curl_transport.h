@@ -1,0 +1,57 @@
+// The transport over libcurl: one easy handle whose connection stays open from exchange to exchange.
+//
+// Threads: open, close and perform by one thread at a time. A stop (shutdownToken) ends a perform() in
+// progress from its own thread: it shuts the handle's sockets, which wakes libcurl at once while it
+// connects, negotiates or waits for an answer; during a name look-up libcurl notices within a second
+// through the progress callback and leaves the look-up behind.
+//
+// The progress callback is the only thing that ends a transfer early (code 42): for a stop, when the sink
+// refuses, or when memory ran out (then code 27). Peers are verified against the request's CA file, their
+// names are not. A whole transfer may take 300 seconds.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <set>
+#include <string>
+
+#include "agent/thread/locks.h"
+#include "comm/transport.h"
+
+namespace korvane {
+
+class CurlTransport : public Transport {
+ public:
+  CurlTransport() = default;
+  ~CurlTransport() override;
+
+  bool open() override;
+  void close() override;
+  bool isOpen() const override { return _easy != nullptr; }
+  int perform(const TransportRequest& request, TransportSink& sink,
+              TransportResult& result) override;
+
+  // Ends libcurl for the process, after the last transport was closed.
+  static void globalCleanup();
+
+ private:
+  struct Transfer;
+
+  bool prepare(const TransportRequest& request, Transfer& transfer, TransportResult& result);
+  int finish(CURLcode code, const Transfer& transfer, TransportResult& result);
+  void shutSockets();
+
+  static size_t receiveHeader(char* bytes, size_t size, size_t count, void* transfer);
+  static size_t receiveBody(char* bytes, size_t size, size_t count, void* transfer);
+  static int progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+  static int socketOpened(void* self, curl_socket_t socket, curlsocktype purpose);
+  static int closeSocket(void* self, curl_socket_t socket);
+
+  CURL* _easy = nullptr;
+  // libcurl keeps a pointer to it for as long as the handle lives.
+  char _errorBuffer[CURL_ERROR_SIZE] = {};
+  Win32Mutex _socketLock;
+  std::set<curl_socket_t> _sockets GUARDED_BY(_socketLock);
+};
+
+}  // namespace korvane

@@ -1,0 +1,224 @@
+#include "comm/https_handler.h"
+
+#include "agent/thread/stop_token.h"
+#include "comm/https_shared.h"
+#include "comm/server_url.h"
+#include "config/agent_config.h"
+#include "eventlog/event_log.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kOkStatus = 200;  // statuses above it are errors
+constexpr char kUnknownServer[] = "Unknown";
+
+bool repeatsElsewhere(int type) {
+  return type != HttpsHandler::TEST_CONNECTION && type != HttpsHandler::BULK_LOG;
+}
+
+std::vector<std::pair<std::string, std::string>> narrow(const PropertyList& headers) {
+  std::vector<std::pair<std::string, std::string>> lines;
+  for (const Property& header : headers) {
+    lines.emplace_back(header.first.toUtf8(), header.second.toUtf8());
+  }
+  return lines;
+}
+
+// Fills a message's answer.
+class ResponseSink : public TransportSink {
+ public:
+  explicit ResponseSink(HttpsMessageGenerator& generator) : _generator(generator) {}
+  void onHeader(std::string_view line) override { _generator.addResponseHeaderLine(line); }
+  void onBody(std::string_view piece) override { _generator.addResponseBodyLine(piece); }
+  bool refuses() const override { return _generator.response().refused(); }
+
+ private:
+  HttpsMessageGenerator& _generator;
+};
+
+// Notes the server that answered as the last one used.
+void noteServerUsed(const STRING& server, int type) {
+  AgentConfig& config = *AgentConfig::getInstance();
+  const STRING last = config.getServerLast();
+  if (last == server) return;
+  if (!last.empty() && last != STRING(kUnknownServer)) {
+    eventlog::event(type == HttpsHandler::TEST_CONNECTION ? 10169 : 10168, kHandlerSource,
+                    {last, server});
+  }
+  config.setServerLast(server);
+  config.setURLHost(server);
+}
+
+}  // namespace
+
+HttpsHandler::HttpsHandler() : HttpsHandler(STRING()) {}
+
+HttpsHandler::HttpsHandler(const STRING& server) : HttpsHandler(server, Unannounced()) {
+  shared().announceServer(_server);
+}
+
+HttpsHandler::HttpsHandler(const STRING& server, Unannounced)
+    : _server(server.empty() ? serverInUse() : server),
+      _response(std::make_unique<ResponseParser>()) {
+  init();
+}
+
+HttpsHandler::~HttpsHandler() = default;
+
+void HttpsHandler::init() {
+  {
+    Synchronized hold(shared()._commLock);
+    shared().transport();
+  }
+  AgentConfig& config = *AgentConfig::getInstance();
+  _url = withHost(config.getURL(), _server);
+  _certificateFile = config.getSSLCertFile();
+  _connectionTimeout = config.getConnectionTimeout();
+  _guidUsed.clear();
+}
+
+int HttpsHandler::send(int type, HttpsMessageGenerator& generator) {
+  _lastType = type;
+  _response = std::make_unique<ResponseParser>();
+  _handedOut.clear();
+  _errorBuffer.clear();
+  _httpStatus = 0;
+  _guidUsed.clear();
+  if (repeatsElsewhere(type)) checkFailback();
+  Shared& state = shared();
+  Synchronized hold(state._commLock);
+  _lastResult = sendLocked(type, generator);
+  _response = generator.takeResponse();
+  return _lastResult;
+}
+
+void HttpsHandler::checkFailback() {
+  Shared& state = shared();
+  AgentConfig& config = *AgentConfig::getInstance();
+  const int64_t now = failbackClock();
+  const int64_t passed = now - state._lastFailbackCheck;
+  const STRING primary = config.getServerPrimary();
+  // A clock before the stored time gives a negative difference, which never counts as passed.
+  if (passed < 0 || passed < static_cast<int64_t>(config.getFailbackInterval())) return;
+  if (primary.empty() || _server == primary || shutdownToken().requested()) return;
+  HttpsHandler handler(primary, Unannounced());
+  if (handler.testConnection(false) == 0) {
+    eventlog::trace(kSendSource, "Connection to primary server successful");
+    returnTo(primary);
+  } else {
+    eventlog::trace(kSendSource, "Could not connect to the primary server");
+  }
+  state._lastFailbackCheck = now;
+}
+
+void HttpsHandler::returnTo(const STRING& primary) {
+  AgentConfig& config = *AgentConfig::getInstance();
+  _server = primary;
+  _url = withHost(config.getURL(), primary);
+  shared().setServerIP(primary, getServerIP(primary));
+  config.setServerCurrent(primary);
+  config.setServerNext(primary);
+}
+
+bool HttpsHandler::addGUID(int type, HttpsMessageGenerator& generator) {
+  if (type == REGISTER || type == TEST_CONNECTION) return true;
+  _guidUsed = AgentConfig::getInstance()->getUniqueId();
+  if (_guidUsed.empty()) {
+    _errorBuffer = "Guid is blank.";
+    return false;
+  }
+  generator.setGUID(_guidUsed);
+  return true;
+}
+
+int HttpsHandler::sendLocked(int type, HttpsMessageGenerator& generator) {
+  Shared& state = shared();
+  if (!addGUID(type, generator)) return -1;
+  Transport& transport = state.transport();
+  if (!transport.isOpen()) {
+    eventlog::event(10224, kHandlerSource);
+    return -1;
+  }
+  if (shutdownToken().requested()) return kCurlAbortedByCallback;
+  eventlog::trace(kSendSource, "Certificate Path : %s", _certificateFile);
+  MessageBody sections;
+  const MessageBody* body = generator.finishedBody();
+  if (!body) {
+    generator.writeBody(sections);
+    body = &sections;
+  }
+  const int result = transfer(transport, type, generator, body->bytes());
+  if (result > 0 && repeatsElsewhere(type) && !shutdownToken().requested()) {
+    state.failOver(_server);
+  }
+  if (result == 0 && type != BULK_LOG) noteServerUsed(_server, type);
+  return result;
+}
+
+int HttpsHandler::transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
+                           std::string_view body) {
+  TransportRequest request;
+  request.url = _url.toUtf8() + URL[type];
+  request.headers = narrow(generator.headers());
+  request.body = body;
+  request.caFile = _certificateFile.toUtf8();
+  request.sslVersion = shared().CURRENT_CURLOPT_SSLVERSION;
+  request.connectTimeoutSeconds = _connectionTimeout;
+  request.verbose = AgentConfig::getInstance()->logTraceMessages();
+
+  generator.resetResponse();
+  ResponseSink sink(generator);
+  TransportResult result;
+  const int code = transport.perform(request, sink, result);
+  _errorBuffer = result.errorText;
+  _httpStatus = result.httpStatus;
+  if (code > 0 && shutdownToken().requested()) return kCurlAbortedByCallback;
+  return judgeAnswer(code, type, generator, result);
+}
+
+int HttpsHandler::judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
+                              const TransportResult& result) {
+  const bool refused = generator.response().refused();
+  bool malformed = refused || result.answerBroken;
+  // The body of an HTTP error is not ours to read.
+  if (code == 0 && !refused && _httpStatus <= kOkStatus) malformed = !generator.finishResponse();
+  if (!malformed || code < 0) return code;
+  const std::string& fault = generator.response().fault();
+  if (!fault.empty()) _errorBuffer = fault;
+  eventlog::event(10510, kHandlerSource, {_server, URL[type], _errorBuffer});
+  return kCurlReceiveError;
+}
+
+int HttpsHandler::checkRetStatus(int result) {
+  Shared& state = shared();
+  if (result == -1) {
+    eventlog::event(10221, kHandlerSource, {STRING(_errorBuffer)});
+    return -1;
+  }
+  if (result != 0) {
+    _lastResult = result;
+    eventlog::event(10223, kHandlerSource, {getCurlError(result)});
+    state._lastError = result;
+    return result;
+  }
+  const int status = static_cast<int>(_httpStatus);
+  if (status > kOkStatus) {
+    _lastResult = -status;
+    eventlog::event(10222, kHandlerSource, {getHTTPError(status)});
+    return status;
+  }
+  _lastResult = 0;
+  AgentConfig& config = *AgentConfig::getInstance();
+  if (state._lastError != 0 && config.getWhoIsRunning() != AgentConfig::RUNNING_CONFIG_TOOL) {
+    config.updateIniFile();
+  }
+  eventlog::event(10219, kHandlerSource, {state.serverIP()});
+  state._lastError = 0;
+  return 0;
+}
+
+int HttpsHandler::exchange(int type, HttpsMessageGenerator& generator) {
+  return checkRetStatus(send(type, generator));
+}
+
+}  // namespace korvane

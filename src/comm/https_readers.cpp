@@ -1,0 +1,252 @@
+#include <cstdio>
+#include <cstring>
+
+#include "comm/https_handler.h"
+#include "comm/update_kinds.h"
+#include "config/agent_config.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kOkStatus = 200;
+constexpr int kAnswerError = -2;
+constexpr int kMissing = -1;
+constexpr char kConfigurationSource[] = "HttpsHandler::getConfiguration";
+constexpr char kBinarySource[] = "HttpsHandler::getBinaryData";
+constexpr char kModTime[] = "mod.time";
+constexpr char kAppliedRid[] = "rid.applied";
+constexpr uint64_t kMaxDiagnosticBytes = 64 * 1024 * 1024;
+
+bool isPolling(const STRING& name) {
+  return name.startsWith("update.") || name.startsWith("send.");
+}
+bool isIds(const STRING& name) {
+  return name.startsWith("ids.");
+}
+bool isLogRule(const STRING& name) {
+  return name.startsWith("Log.");
+}
+bool isIdentity(const STRING& name) {
+  return name == STRING(kModTime) || name == STRING(kAppliedRid);
+}
+bool isSetting(const STRING& name) {
+  return !isPolling(name) && !isIds(name) && !isLogRule(name) && !isIdentity(name);
+}
+
+// The text as one field of a comma-separated line.
+STRING asOneField(const STRING& text) {
+  std::u16string field;
+  for (char16_t unit : text.utf16()) {
+    if (unit == u'"') continue;
+    field += unit == u',' || unit < u' ' ? u' ' : unit;
+  }
+  return field;
+}
+
+void tracePair(const char* format, int missingEvent, const PropertyList& pairs, const char* name,
+               const STRING& server) {
+  if (const STRING* value = findProperty(pairs, name)) {
+    eventlog::trace(kConfigurationSource, format, name, *value);
+  } else {
+    eventlog::event(missingEvent, kConfigurationSource, {server});
+  }
+}
+
+const UpdateKind* kindOf(int bit) {
+  for (const UpdateKind& kind : kUpdateKinds) {
+    if (kind.bit == bit) return &kind;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+bool HttpsHandler::answered() const {
+  return _lastResult == 0 && _httpStatus <= kOkStatus;
+}
+
+STRING HttpsHandler::answerProperty(const STRING& name) const {
+  for (const PropertyList& list : _response->properties()) {
+    if (const STRING* value = findProperty(list, name)) return *value;
+  }
+  return {};
+}
+
+PropertyList HttpsHandler::answerGroup(bool (*belongs)(const STRING& name)) const {
+  PropertyList group;
+  for (const PropertyList& list : _response->properties()) {
+    for (const Property& pair : list) {
+      if (belongs(pair.first)) group.push_back(pair);
+    }
+  }
+  return group;
+}
+
+int HttpsHandler::readGroup(bool (*belongs)(const STRING& name), PropertyList& out) const {
+  out = answerGroup(belongs);
+  if (_response->errorCode() != 0) return kAnswerError;
+  return answered() ? 0 : kMissing;
+}
+
+// The binary sections stand in the order of the kinds, one for each kind asked for that the answer says
+// "true" to.
+const ResponseParser::Binary* HttpsHandler::binaryOf(int wanted) const {
+  if (!asked(wanted)) return nullptr;
+  size_t index = 0;
+  for (const UpdateKind& kind : kUpdateKinds) {
+    if (!(kind.bit & kBinaryKinds & _lastKinds)) continue;
+    if (answerProperty(kind.requestKey) != STRING("true")) continue;
+    if (kind.bit == wanted) {
+      return index < _response->binaries().size() ? &_response->binaries()[index] : nullptr;
+    }
+    ++index;
+  }
+  return nullptr;
+}
+
+char* HttpsHandler::getPackage(int kind, int& status, int& size, PropertyList& properties) {
+  status = kAnswerError;
+  size = 0;
+  if (_response->errorCode() != 0) return nullptr;
+  status = kMissing;
+  if (!asked(kind) || !answered()) return nullptr;
+  status = 0;
+  if (answerProperty(kindOf(kind)->requestKey) != STRING("true")) return nullptr;
+  status = kMissing;
+  const ResponseParser::Binary* part = binaryOf(kind);
+  if (!part) return nullptr;
+  auto bytes = std::make_unique<char[]>(part->bytes.size());
+  if (!part->bytes.empty()) std::memcpy(bytes.get(), part->bytes.data(), part->bytes.size());
+  properties = answerGroup([](const STRING&) { return true; });
+  size = static_cast<int>(part->bytes.size());
+  status = 1;
+  return bytes.release();
+}
+
+char* HttpsHandler::getPolicy(int& status, int& size, PropertyList& properties, bool ids) {
+  char* policy = getPackage(ids ? POLICY_UPDATE_HIDS : POLICY_UPDATE, status, size, properties);
+  if (status == 0) eventlog::trace("HttpsHandler::getPolicy", "No Policy Update");
+  if (policy) eventlog::trace("HttpsHandler::getPolicy()", "Policy size in zip %d", size);
+  return policy;
+}
+
+char* HttpsHandler::getSoftware(int& status, int& size, PropertyList& properties) {
+  char* package = getPackage(SOFTWARE_UPDATE, status, size, properties);
+  if (status == 0) eventlog::trace("HttpsHandler::getSoftware", "No Software Update");
+  return package;
+}
+
+int HttpsHandler::GetGeneralProperties(PropertyList& out, PropertyList& identity) {
+  out.clear();
+  identity.clear();
+  if (_response->errorCode() != 0) return kAnswerError;
+  if (!asked(CONFIG_UPDATE | CONFIG_UPDATE_HIDS) || !answered()) return kMissing;
+  if (answerProperty("update.configuration") != STRING("true")) {
+    eventlog::trace(kConfigurationSource, "No Configuration change received");
+    return 0;
+  }
+  out = answerGroup(&isSetting);
+  identity = answerGroup(&isIdentity);
+  tracePair("Mod Time %s %s", 10203, identity, kModTime, _server);
+  tracePair("Applied RID %s %s", 10204, identity, kAppliedRid, _server);
+  return 0;
+}
+
+int HttpsHandler::GetIDSProperties(PropertyList& out) {
+  return readGroup(&isIds, out);
+}
+
+int HttpsHandler::GetLogRules(PropertyList& out) {
+  const int result = readGroup(&isLogRule, out);
+  for (const Property& rule : out) {
+    eventlog::trace("HttpsHandler::GetLogRules", "%s=%s", rule.first, rule.second);
+  }
+  return result;
+}
+
+int HttpsHandler::GetPollingProperties(PropertyList& out) {
+  const int result = readGroup(&isPolling, out);
+  for (const Property& pair : out) {
+    eventlog::trace("HttpsHandler::GetPollingProperties", "%s=%s", pair.first, pair.second);
+  }
+  return result;
+}
+
+int HttpsHandler::getGUID(STRING& guid) {
+  if (_response->errorCode() != 0) return kAnswerError;
+  if (!answered() || _response->properties().empty()) return kMissing;
+  const STRING assigned = propertyValue(_response->properties().front(), "agent.id");
+  if (assigned.empty()) return kMissing;
+  guid = assigned;
+  return 0;
+}
+
+int HttpsHandler::getPiggyBackedUpdate(PropertyList& out) {
+  if (_response->errorCode() != 0) return kAnswerError;
+  PropertyList notices;
+  for (const Property& pair : answerGroup(&isPolling)) {
+    // An update's own answer says in these properties what it holds; only other kinds are news.
+    bool own = false;
+    for (const UpdateKind& kind : kUpdateKinds) {
+      own = own || (asked(kind.bit) && pair.first == STRING(kind.requestKey));
+    }
+    if (!own) notices.push_back(pair);
+  }
+  if (notices.empty()) {
+    std::fputs("No PiggyBacked Update \n", stdout);
+    return 0;
+  }
+  out = std::move(notices);
+  return 1;
+}
+
+int HttpsHandler::getBinaryData(const STRING& name, std::string*& out) {
+  out = nullptr;
+  if (_response->errorCode() != 0) return kAnswerError;
+  const ResponseParser::Binary* part = answered() ? binaryOf(getUpdateAsINT(name)) : nullptr;
+  if (!part) {
+    eventlog::trace(kBinarySource, "No Freshline data from Server");
+    return kMissing;
+  }
+  if (part->bytes.empty()) {
+    out = &_handedOut.emplace_back("Empty");
+    eventlog::trace(kBinarySource, "Freshline content from sever is empty. %s", *out);
+    return kMissing;
+  }
+  out = &_handedOut.emplace_back(part->bytes);
+  eventlog::trace(kBinarySource, "Freshline binary data received.");
+  return 0;
+}
+
+int HttpsHandler::getKorvaneError(STRING& text) {
+  const int code = _response->errorCode();
+  if (code == 0) return 0;
+  text = asOneField(_response->errorText().value_or(ResponseParser::kNoErrorText));
+  return code;
+}
+
+void HttpsHandler::readMinus(std::string& out) {
+  platform::Files& files = platform::current().files;
+  std::string bytes;
+  const std::string path = platform::joinPath(files, {".", "Korvane-uni.zip"});
+  if (platform::readWholeFile(files, path, kMaxDiagnosticBytes, bytes) != 0 || bytes.empty())
+    return;
+  out = std::move(bytes);
+}
+
+int HttpsHandler::getUpdateAsINT(const STRING& name) {
+  for (const UpdateKind& kind : kUpdateKinds) {
+    if (name == STRING(kind.name)) return kind.bit;
+  }
+  return 0;
+}
+
+STRING HttpsHandler::getUpdateAsString(int bit) {
+  const UpdateKind* kind = kindOf(bit);
+  return kind ? STRING(kind->shortName) : STRING();
+}
+
+}  // namespace korvane

@@ -1,0 +1,34 @@
+#include "comm/server_url.h"
+
+#include <string_view>
+
+namespace korvane {
+namespace {
+
+struct Span {
+  size_t begin;
+  size_t end;
+};
+
+Span hostSpan(std::u16string_view url) {
+  const size_t scheme = url.find(u"://");
+  const size_t begin = scheme == std::u16string_view::npos ? 0 : scheme + 3;
+  const bool bracketed = begin < url.size() && url[begin] == u'[';
+  size_t end = bracketed ? url.find(u']', begin) : url.find_first_of(u":/?#", begin);
+  if (end == std::u16string_view::npos) return {begin, url.size()};
+  return {begin, bracketed ? end + 1 : end};
+}
+
+}  // namespace
+
+STRING hostOfUrl(const STRING& url) {
+  const Span host = hostSpan(url.utf16());
+  return url.substr(host.begin, host.end - host.begin);
+}
+
+STRING withHost(const STRING& url, const STRING& host) {
+  const Span old = hostSpan(url.utf16());
+  return url.substr(0, old.begin) + host + url.substr(old.end);
+}
+
+}  // namespace korvane
