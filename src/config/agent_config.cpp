@@ -44,8 +44,8 @@ AgentConfig* AgentConfig::getInstance() {
   // Not under the lock, since another process may hold the lock file for seconds.
   const ChangeGroup group(*config);
   config->loadIniFile();
-  const Synchronized hold(config->_state->lock);
   AgentConfigState& state = *config->_state;
+  const Synchronized hold(state.lock);
   state.loaded = true;
   state.acknowledgedBuiltIn = state.settings.number(Key::useBuiltInPolicy) != 0;
   state.reportedError = static_cast<int>(state.settings.number(Key::policyErrorCode));

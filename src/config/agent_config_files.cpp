@@ -156,26 +156,27 @@ void AgentConfigState::markSaved(const Snapshot& written) {
   communication.markSaved(written.communication);
 }
 
-bool AgentConfigState::writeOne(std::string_view tag, const std::string& path, FileMemory& memory,
-                                const Snapshot& content, bool force) {
+bool AgentConfigState::writeOne(std::string_view tag, const std::string& path,
+                                FileMemory AgentConfigState::*memory, const Snapshot& content,
+                                bool force) {
   FileMemory known;
   {
     const Synchronized hold(lock);
-    known = memory;
+    known = this->*memory;
   }
   const bool holdsThis = known.stamp.exists && known.stamp == IniFiles::stampOf(path) &&
                          known.digest == sha256Hex(content.text);
   if (holdsThis && !force) return true;
   const bool written = IniFiles::write(tag, path, content.text, known);
   const Synchronized hold(lock);
-  memory = known;
+  this->*memory = known;
   return written;
 }
 
 bool AgentConfigState::saveHoldingLockFile(std::string_view tag, bool force) {
   takeExternalChange(tag);
   const Snapshot content = snapshot();
-  const bool written = writeOne(tag, files.agentIni(), agentIni, content, force);
+  const bool written = writeOne(tag, files.agentIni(), &AgentConfigState::agentIni, content, force);
   const Synchronized hold(lock);
   if (written) markSaved(content);
   nextRetryMs = written ? 0 : now() + kWriteRetryMs;
@@ -193,7 +194,8 @@ bool AgentConfigState::saveBoth(std::string_view tag) {
   const auto lockFile = files.lock(tag);
   if (!lockFile) return false;
   takeExternalChange(tag);
-  const bool first = writeOne(tag, files.fallbackIni(), fallbackIni, snapshot(), false);
+  const bool first =
+      writeOne(tag, files.fallbackIni(), &AgentConfigState::fallbackIni, snapshot(), false);
   return saveHoldingLockFile(tag, false) && first;
 }
 

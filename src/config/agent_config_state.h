@@ -117,7 +117,7 @@ struct AgentConfigState {
   bool readFiles(std::string_view tag, bool& changed);
   bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
   void takeExternalChange(std::string_view tag);
-  bool writeOne(std::string_view tag, const std::string& path, FileMemory& memory,
+  bool writeOne(std::string_view tag, const std::string& path, FileMemory AgentConfigState::*memory,
                 const Snapshot& content, bool force);
 };
 

@@ -88,10 +88,14 @@ const STRING* SettingStore::other(const STRING& key) const {
   return found == _others.end() ? nullptr : &found->second.text;
 }
 
+SettingStore::Others::iterator SettingStore::findOther(const STRING& key) {
+  return std::find_if(_others.begin(), _others.end(),
+                      [&](const auto& entry) { return entry.first == key; });
+}
+
 SettingStore::Result SettingStore::setOther(const STRING& key, const STRING& text) {
   const STRING wanted = lineValue(text);
-  const auto found = std::find_if(_others.begin(), _others.end(),
-                                  [&](const auto& entry) { return entry.first == key; });
+  const auto found = findOther(key);
   const bool isNew = found == _others.end();
   if (!isNew && found->second.text == wanted) return Result::unchanged;
   const size_t oldUnits = isNew ? 0 : found->second.text.length();
@@ -120,14 +124,13 @@ bool SettingStore::mergeRow(const SettingRow& row, const STRING* fromFile) {
 bool SettingStore::mergeOthers(const PropertyList& fromFile) {
   bool changed = false;
   for (const auto& [key, text] : fromFile) {
-    const auto found = std::find_if(_others.begin(), _others.end(),
-                                    [&](const auto& entry) { return entry.first == key; });
-    if (found != _others.end() && found->second.text != found->second.saved) {
-      found->second.saved = text;
+    const auto own = findOther(key);
+    if (own != _others.end() && own->second.text != own->second.saved) {
+      own->second.saved = text;
     } else if (const Result result = setOther(key, text); result != Result::refused) {
       changed |= result == Result::changed;
-      Value& target = found == _others.end() ? _others.back().second : found->second;
-      target.saved = target.text;
+      Value& taken = findOther(key)->second;
+      taken.saved = taken.text;
     }
   }
   const size_t before = _others.size();

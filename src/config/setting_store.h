@@ -56,16 +56,19 @@ class SettingStore {
     int64_t number = 0;
   };
 
+  using Others = std::vector<std::pair<STRING, Value>>;
+
   const Value& value(Key key) const { return _values[_places[static_cast<size_t>(key)]]; }
   Value& value(Key key) { return _values[_places[static_cast<size_t>(key)]]; }
   bool fits(size_t oldUnits, size_t newUnits) const;
+  Others::iterator findOther(const STRING& key);
   bool mergeRow(const SettingRow& row, const STRING* fromFile);
   bool mergeOthers(const PropertyList& fromFile);
 
   StoreKind _kind;
   std::array<uint8_t, static_cast<size_t>(Key::count)> _places{};
   std::vector<Value> _values;
-  std::vector<std::pair<STRING, Value>> _others;
+  Others _others;
   size_t _units = 0;
 };
 
