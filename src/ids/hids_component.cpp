@@ -1,0 +1,161 @@
+#include "ids/hids_component.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/thread/stop_token.h"
+#include "config/properties_file.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kTag[] = "HidsComponent";
+constexpr uint32_t kLookMs = 250;
+constexpr char kRulePrefix[] = "Log.";
+
+PropertyList pick(const PropertyList& all, bool rules) {
+  PropertyList picked;
+  for (const Property& pair : all) {
+    if (pair.first.startsWith(kRulePrefix) == rules) picked.push_back(pair);
+  }
+  return picked;
+}
+
+// A line holds no line break; one inside a text becomes a blank.
+void appendLine(std::string& text, const Property& pair) {
+  std::string line = pair.first.toUtf8() + "=" + pair.second.toUtf8();
+  std::replace_if(
+      line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  text += line + "\n";
+}
+
+STRING failureText(int code) {
+  return code == HidsComponent::kStopped ? "The agent stopped before the IDS component answered."
+                                         : "The IDS component did not answer in time.";
+}
+
+}  // namespace
+
+HidsComponent::HidsComponent(std::string directory, std::function<int32_t()> timeoutSeconds)
+    : _directory(std::move(directory)), _timeoutSeconds(std::move(timeoutSeconds)) {}
+
+std::string HidsComponent::path(const std::string& name) const {
+  return platform::joinPath(platform::current().files, {_directory, name});
+}
+
+bool HidsComponent::present() {
+  return !_directory.empty() &&
+         platform::fileExists(platform::current().files, path("ids.properties"));
+}
+
+bool HidsComponent::reload() {
+  PropertyList properties;
+  const std::string file = path("ids.properties");
+  if (const int error = readPropertiesFile(file, properties); error != 0) {
+    eventlog::trace(kTag, "Cannot read the IDS settings %s: error %d", file, error);
+    return false;
+  }
+  const Synchronized hold(_lock);
+  _properties = std::move(properties);
+  _read = true;
+  return true;
+}
+
+PropertyList HidsComponent::readAgain() {
+  bool read = false;
+  {
+    const Synchronized hold(_lock);
+    read = _read;
+  }
+  if (!read) reload();
+  const Synchronized hold(_lock);
+  return _properties;
+}
+
+bool HidsComponent::setting(const STRING& name, STRING& value) {
+  const PropertyList all = readAgain();
+  const STRING* found = findProperty(all, name);
+  if (!found) return false;
+  value = *found;
+  return true;
+}
+
+PropertyList HidsComponent::settings() {
+  return pick(readAgain(), false);
+}
+PropertyList HidsComponent::logRules() {
+  return pick(readAgain(), true);
+}
+
+bool HidsComponent::applyPolicy(const STRING& policyFile) {
+  return exchange("policy", "IDS.Policy", {{"policy.file", policyFile}});
+}
+
+bool HidsComponent::applyConfiguration(const PropertyList& settings, const PropertyList& logRules) {
+  PropertyList pairs = settings;
+  pairs.insert(pairs.end(), logRules.begin(), logRules.end());
+  return exchange("config", "IDS.Config", std::move(pairs));
+}
+
+bool HidsComponent::exchange(const std::string& kind, const char* prefix, PropertyList pairs) {
+  STRING requestId;
+  {
+    const Synchronized hold(_lock);
+    _results.clear();
+    requestId = STRING::fromInt(platform::current().clock.wallMs()) + "-" +
+                STRING::fromInt(static_cast<int64_t>(++_requests));
+  }
+  std::string text;
+  appendLine(text, {"request.id", requestId});
+  for (const Property& pair : pairs) appendLine(text, pair);
+  const std::string file = path(kind + ".request");
+  const int error = platform::writeFileAtomically(platform::current().files, file, text);
+  if (error != 0) {
+    eventlog::trace(kTag, "Cannot hand over to the IDS component in %s: error %d", file, error);
+    return false;
+  }
+  PropertyList answer;
+  int failure = 0;
+  const bool answered = awaitAnswer(kind, requestId, answer, failure);
+  if (!answered) {
+    eventlog::trace(kTag, "%s No answer to %s in %s", failureText(failure), requestId, file);
+    answer = {{STRING(prefix) + ".ResultCode", STRING::fromInt(failure)},
+              {STRING(prefix) + ".ResultMessage", failureText(failure)}};
+  } else if (kind == "config") {
+    reload();
+  }
+  const Synchronized hold(_lock);
+  _results = std::move(answer);
+  return true;
+}
+
+bool HidsComponent::awaitAnswer(const std::string& kind, const STRING& requestId,
+                                PropertyList& answer, int& failure) {
+  platform::Clock& clock = platform::current().clock;
+  const int64_t end = clock.monotonicMs() + int64_t{1000} * std::max(_timeoutSeconds(), 0);
+  const std::string file = path(kind + ".result");
+  for (;;) {
+    PropertyList found;
+    if (readPropertiesFile(file, found) == 0 && propertyValue(found, "request.id") == requestId) {
+      std::erase_if(found, [](const Property& pair) { return pair.first == "request.id"; });
+      answer = std::move(found);
+      return true;
+    }
+    failure = kNoAnswer;
+    if (clock.monotonicMs() >= end) return false;
+    failure = kStopped;
+    if (shutdownToken().sleepFor(kLookMs)) return false;
+  }
+}
+
+bool HidsComponent::readResults(PropertyList& out) {
+  const Synchronized hold(_lock);
+  if (_results.empty()) return false;
+  out = _results;
+  return true;
+}
+
+}  // namespace korvane

@@ -1,0 +1,57 @@
+// The IDS component as the agent reaches it: through files in its folder, InstallRoot/IDS.
+//
+// "ids.properties" is the component's own settings file; the agent only reads it. What the agent hands over
+// lies in "policy.request" and "config.request", the component's answer in "policy.result" and
+// "config.result"; docs/file-formats.md has their lines. An apply operation replaces the request file and
+// waits until the answer with the request's number is there, at most the settings' ids.signal.timeout. When
+// none comes, the result that is read back is a failure of this side, with a text that says so.
+//
+// Lifetime: owned by the composition root, which hands it to AgentConfig::setHIDSInterface.
+// Threads: any; an apply operation blocks its caller alone, and a stop of the agent ends it at once.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "agent/thread/locks.h"
+#include "config/hids_interface.h"
+
+namespace korvane {
+
+class HidsComponent : public HidsInterface {
+ public:
+  // directory: the component's folder. timeoutSeconds: asked at every apply operation.
+  HidsComponent(std::string directory, std::function<int32_t()> timeoutSeconds);
+
+  bool present() override;
+  bool reload() override;
+  bool setting(const STRING& name, STRING& value) override;
+  PropertyList settings() override;
+  PropertyList logRules() override;
+  bool applyPolicy(const STRING& policyFile) override;
+  bool applyConfiguration(const PropertyList& settings, const PropertyList& logRules) override;
+  bool readResults(PropertyList& out) override;
+
+  // Result codes of this side; the component's own are its affair.
+  static constexpr int kNoAnswer = 1001;
+  static constexpr int kStopped = 1002;
+
+ private:
+  // Hands over `pairs` in "<kind>.request" and waits for "<kind>.result". prefix: "IDS.Policy".
+  bool exchange(const std::string& kind, const char* prefix, PropertyList pairs);
+  bool awaitAnswer(const std::string& kind, const STRING& requestId, PropertyList& answer,
+                   int& failure);
+  PropertyList readAgain();
+  std::string path(const std::string& name) const;
+
+  const std::string _directory;
+  const std::function<int32_t()> _timeoutSeconds;
+  Win32Mutex _lock;
+  bool _read GUARDED_BY(_lock) = false;
+  PropertyList _properties GUARDED_BY(_lock);
+  PropertyList _results GUARDED_BY(_lock);
+  uint64_t _requests GUARDED_BY(_lock) = 0;
+};
+
+}  // namespace korvane
