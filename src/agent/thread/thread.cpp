@@ -143,6 +143,12 @@ bool Thread::isAlive() const {
   return _control->isAlive();
 }
 
+bool Thread::waitEnded(uint32_t timeoutMs) const {
+  if (!isAlive()) return true;
+  if (platform::NativeThread* native = _control->joinable()) native->join(timeoutMs);
+  return !isAlive();
+}
+
 void Thread::setSelfDelete() {
   _control->setSelfDelete();
 }

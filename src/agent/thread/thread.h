@@ -63,6 +63,9 @@ class Thread {
 
   void setPriority(ThreadPriority priority);  // "Thread::setPriority(ThreadPriority)", 5
   bool isAlive() const;
+  // Waits until isAlive() is false, at most that long; tells whether it is. The caller keeps the
+  // object from being destroyed meanwhile. From inside the body it answers at once.
+  bool waitEnded(uint32_t timeoutMs) const;
   bool stopRequested() const;
   // Set by stop(); what the body's waits use.
   StopToken& stopToken();

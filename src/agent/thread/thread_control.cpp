@@ -28,6 +28,11 @@ bool Thread::Control::isAlive() {
   return alive();
 }
 
+platform::NativeThread* Thread::Control::joinable() {
+  Synchronized hold(lock);
+  return adopted ? nullptr : native.get();
+}
+
 bool Thread::Control::stopRequested() {
   Synchronized hold(lock);
   return stopState != StopState::none;

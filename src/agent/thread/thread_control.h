@@ -27,6 +27,8 @@ struct Thread::Control {
 
   void identify(std::unique_ptr<platform::NativeThread> thread, bool isAdopted);
   bool isAlive();
+  // The operating-system thread, for as long as the Thread is there; null for an adopted one.
+  platform::NativeThread* joinable();
   bool stopRequested();
   // True when the caller is the thread itself and must raise ThreadDeathException.
   bool stop();

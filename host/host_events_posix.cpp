@@ -1,0 +1,75 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+#include "host/host_events.h"
+
+namespace korvane::host {
+namespace {
+
+constexpr char kStop = 's';
+constexpr char kEnded = 'e';
+
+int pipeEnds[2] = {-1, -1};
+
+void put(char what) {
+  const int kept = errno;
+  // A full pipe holds more of the same already.
+  while (write(pipeEnds[1], &what, 1) < 0 && errno == EINTR) {
+  }
+  errno = kept;
+}
+
+void onSignal(int) {
+  put(kStop);
+}
+
+void handle(int signalNumber, void (*handler)(int)) {
+  struct sigaction action = {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigaction(signalNumber, &action, nullptr);
+}
+
+}  // namespace
+
+HostEvents::HostEvents() {
+  if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) std::abort();
+  handle(SIGPIPE, SIG_IGN);
+  handle(SIGINT, onSignal);
+  handle(SIGTERM, onSignal);
+}
+
+HostEvents::~HostEvents() {
+  handle(SIGINT, SIG_IGN);
+  handle(SIGTERM, SIG_IGN);
+  close(pipeEnds[0]);
+  close(pipeEnds[1]);
+}
+
+HostEvent HostEvents::wait(uint32_t timeoutMs) {
+  pollfd readable = {pipeEnds[0], POLLIN, 0};
+  if (poll(&readable, 1, static_cast<int>(timeoutMs)) <= 0) return HostEvent::nothing;
+  char what = 0;
+  if (read(pipeEnds[0], &what, 1) != 1) return HostEvent::nothing;
+  return what == kEnded ? HostEvent::agentEnded : HostEvent::stopRequested;
+}
+
+void HostEvents::agentEnded() {
+  put(kEnded);
+}
+
+void setEnvironment(const char* name, const std::string& value) {
+  setenv(name, value.c_str(), /*overwrite=*/1);
+}
+
+std::string programDirectory() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+}
+
+}  // namespace korvane::host

@@ -1,0 +1,28 @@
+// Makes the parts of the agent object: the communication component of the service type, and the worker
+// threads. The caller owns what it is given.
+#pragma once
+
+#include <memory>
+
+#include "comm/agent_comm.h"
+
+namespace korvane {
+
+class AgentConfig;
+class AgentInfo;
+class Thread;
+
+// Null for an agent that is neither a standard nor a cloud agent.
+std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config);
+
+Thread* makeComponentUpdate();
+Thread* makeAppData();
+Thread* makeGenericAppData();
+Thread* makeUpdate(AgentInfo* info);
+Thread* makeComm(AgentInfo* info);
+Thread* makeUtil(AgentInfo* info);
+// Forwards the IDS component's real-time event log.
+Thread* makeLogProcessing();
+Thread* makeBulkLogProcessing();
+
+}  // namespace korvane

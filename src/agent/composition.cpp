@@ -1,0 +1,62 @@
+#include "agent/composition.h"
+
+#include <string>
+#include <vector>
+
+#include "agent/thread/stop_token.h"
+#include "comm/https_handler.h"
+#include "config/agent_config.h"
+#include "config/install_root.h"
+#include "config/service_type.h"
+#include "eventlog/event_log.h"
+#include "platform/platform.h"
+#include "translator/translator.h"
+
+namespace korvane {
+namespace {
+
+struct ProcessPlatform {
+  platform::NativeOptions options;
+  platform::NativePlatform* native = nullptr;
+};
+
+// The operating system as the host's options describe it. One that was made is kept for ever, since a
+// thread that was left behind may still use it; it is made anew only when the options differ.
+void adoptPlatform() {
+  static ProcessPlatform process;
+  platform::SystemInfo& system = platform::current().systemInfo;
+  const platform::NativeOptions options{system.environment("KORVANE_REGISTRY"),
+                                        system.environment("KORVANE_RUN_DIR")};
+  if (process.native && process.options.registryFile == options.registryFile &&
+      process.options.runDirectory == options.runDirectory)
+    return;
+  process.options = options;
+  process.native = platform::makeNativePlatform(options).release();
+  platform::setCurrent(&process.native->platform());
+}
+
+void resetProcessState() {
+  shutdownToken().reset();
+  AgentConfig::setAgentShuttingdown(false);
+  resetServiceType();
+  setInstallRoot({});
+  HttpsHandler::startCommunication();
+}
+
+bool localAddresses(std::vector<STRING>& addresses) {
+  return Translator::getFunctionValues("LocalIPs", addresses);
+}
+
+}  // namespace
+
+Composition::Composition() {
+  adoptPlatform();
+  resetProcessState();
+  HttpsHandler::setLocalAddressSource(localAddresses);
+}
+
+Composition::~Composition() {
+  AgentConfig::setHIDSInterface(nullptr);
+}
+
+}  // namespace korvane

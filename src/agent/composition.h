@@ -1,0 +1,28 @@
+// The composition root: puts the parts of the agent together for one start and takes them apart after it.
+//
+// Made by startAgent before anything else runs. It takes the operating system that the host's options in
+// the environment (KORVANE_REGISTRY, KORVANE_RUN_DIR) describe, resets every process-wide flag, opens the
+// agent's own log and keeps its settings in step with the store, and wires what the rooms declare and
+// cannot know: the IDS component, the source of local addresses. Its destructor undoes that in reverse
+// order; no thread of the agent may run then but those that were left behind, for whose sake the platform
+// is never freed.
+#pragma once
+
+#include <memory>
+
+#include "config/hids_interface.h"
+
+namespace korvane {
+
+class Composition {
+ public:
+  Composition();
+  ~Composition();
+  Composition(const Composition&) = delete;
+  Composition& operator=(const Composition&) = delete;
+
+ private:
+  std::unique_ptr<HidsInterface> _ids;
+};
+
+}  // namespace korvane

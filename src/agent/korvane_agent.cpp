@@ -1,0 +1,261 @@
+#include "agent/korvane_agent.h"
+
+#include <exception>
+
+#include "agent/agent_factory.h"
+#include "agent/driver_policy.h"
+#include "agent/thread/agent_info.h"
+#include "agent/thread/stop_token.h"
+#include "config/install_root.h"
+#include "config/service_type.h"
+#include "driver/driver_config.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "translator/translator.h"
+#include "update/ids_log_names.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kMainTag[] = "MainThread";
+constexpr char kTag[] = "KorvaneAgent";
+constexpr uint32_t kWaitStepMs = 1000;
+constexpr uint32_t kSupervisionMs = 1000;
+constexpr uint32_t kFirstUpdateMs = 2000;
+
+}  // namespace
+
+KorvaneAgent::KorvaneAgent() : _stoppedEvent(kWaitStepMs), _returnedEvent(kWaitStepMs) {
+  eventlog::trace(kMainTag, "KorvaneAgent Constructor");
+}
+
+KorvaneAgent::~KorvaneAgent() = default;
+
+void KorvaneAgent::run(AgentInfo* info) {
+  _info = info;
+  try {
+    mainRoutine();
+  } catch (const std::exception& error) {
+    eventlog::trace(kMainTag, "KorvaneAgent::run() ended by an error: %s", error.what());
+    shutdown(FinalWait::none);
+    returned();
+  }
+}
+
+void KorvaneAgent::mainRoutine() {
+  begin();
+  initializeTranslator();
+  createComm();
+  startComponentUpdate();
+  if (!registerAtStart()) {
+    returned();
+    return selfExit();
+  }
+  checkBuiltinPolicy();
+  reportPolicyState();
+  startAppData();
+  if (!startServerThreads()) return selfExit();
+  startLogThreads();
+  if (!supervise()) return selfExit();
+  end();
+}
+
+void KorvaneAgent::begin() {
+  // A stop that came before this point has set _stopped, and stays in force.
+  _running = 1;
+  platform::Platform& system = platform::current();
+  system.systemInfo.adoptUserLocale();
+  system.sockets.startup();
+  _config = AgentConfig::getInstance();
+  readServiceType();
+  _config->setIPSServiceStatus(0);
+  eventlog::trace(kMainTag, "KorvaneAgent::run() IPS service started type: %d", serviceType());
+}
+
+void KorvaneAgent::initializeTranslator() {
+  const std::string extensions =
+      platform::joinPath(platform::current().files, {installDirectory(), "extensions"});
+  Translator::initialize(extensions);
+}
+
+void KorvaneAgent::createComm() {
+  const STRING version = _config->getKorvaneVersion();
+  {
+    Synchronized hold(_commLock);
+    _comm = makeAgentComm(*_config);
+  }
+  eventlog::event(10106, kTag, {version});
+  if (isStandardAgent()) eventlog::event(10167, kTag, {_config->getURL()});
+}
+
+void KorvaneAgent::startComponentUpdate() {
+  _workers.start(Worker::componentUpdate, makeComponentUpdate);
+}
+
+bool KorvaneAgent::registerAtStart() {
+  if (!isStandardAgent() || stopping()) return true;
+  _comm->testConnection();
+  return registerNow();
+}
+
+// A stop may have come while the step ran; it then answers true, and every later step does nothing.
+bool KorvaneAgent::registerNow() {
+  return _comm->registerAgent(_builtinReported);
+}
+
+void KorvaneAgent::checkBuiltinPolicy() {
+  if (stopping()) return;
+  if (preventionInForce(*_config) && reportBuiltinPolicy(*_config)) _builtinReported = 1;
+  if (!stopping()) refreshPolicyIdentity(*_config);
+}
+
+void KorvaneAgent::reportPolicyState() {
+  if (isStandardAgent() && _config->getPolicyStateCode() == kBuiltinPolicyState && !stopping())
+    _comm->reportPolicyState();
+  _config->setPolicyStateChanged(false);
+}
+
+void KorvaneAgent::startAppData() {
+  if (isStandardAgent() || isType3Agent()) {
+    _workers.start(Worker::genericAppData, makeGenericAppData);
+    eventlog::trace(kMainTag, "Starting Generic AppData Processing Thread");
+    return;
+  }
+  eventlog::trace(kMainTag, "Starting AppData Processing Thread");
+  _workers.start(Worker::genericAppData, makeGenericAppData);
+  _workers.start(Worker::appData, makeAppData);
+}
+
+bool KorvaneAgent::startServerThreads() {
+  if (isStandardAgent()) {
+    _workers.start(Worker::update, [this] { return makeUpdate(_info); });
+    return awaitFirstUpdate();
+  }
+  _workers.start(Worker::comm, [this] { return makeComm(_info); });
+  _workers.start(Worker::util, [this] { return makeUtil(_info); });
+  return true;
+}
+
+bool KorvaneAgent::awaitFirstUpdate() {
+  while (!_config->isFirstUpdateDone() && !stopping()) {
+    pause(kFirstUpdateMs);
+    if (stopping()) break;
+    _config->loadIniFile();
+    if (!registerNow()) return false;
+  }
+  return true;
+}
+
+// Forwarding must not depend on what the prevention test of the update thread says: the log names are
+// taken here too.
+void KorvaneAgent::startLogThreads() {
+  recordIdsLogNames(*_config);
+  _workers.start(Worker::logProcessing, makeLogProcessing);
+  _workers.start(Worker::bulkLogProcessing, makeBulkLogProcessing);
+}
+
+bool KorvaneAgent::supervise() {
+  while (_stopped == 0) {
+    if (!stopping()) {
+      if (!superviseOnce()) return false;
+      if (commandPending()) {
+        eventlog::event(10109, kTag);
+        return true;
+      }
+    }
+    pause(kSupervisionMs);
+  }
+  return true;
+}
+
+bool KorvaneAgent::superviseOnce() {
+  if (!isStandardAgent())
+    _config->updateRebootRequiredFlag();
+  else if (!registerNow())
+    return false;
+  if (stopping()) return true;
+  if (_iniDirty) _iniDirty = !_config->updateIniFile(nullptr, nullptr, STRING());
+  _config->loadIniFile();
+  followBuiltinPolicy();
+  followOwnLog();
+  return true;
+}
+
+void KorvaneAgent::followBuiltinPolicy() {
+  if (!preventionInForce(*_config) || !_config->useBuiltInPolicyChanged()) return;
+  reportPolicyChange(*_config);
+  _config->updatedDriverForBuiltIn();
+  _iniDirty = true;
+  refreshPolicyIdentity(*_config);
+}
+
+void KorvaneAgent::followOwnLog() {
+  if (!_config->agentLogFileChanged()) return;
+  _config->rolledAgentLogFile();
+  _iniDirty = true;
+}
+
+// After a registration that failed for good. When it failed at the start, run() counts as returned
+// already; later it does not, and the final wait of the shutdown never ends: the host's deadline does.
+void KorvaneAgent::selfExit() {
+  shutdown(FinalWait::untilReturned);
+  if (_info) _info->post({kExitServiceCommand, kExitServiceName});
+  eventlog::event(10107, kTag);
+  platform::current().sockets.cleanup();
+}
+
+void KorvaneAgent::end() {
+  if (isStandardAgent()) stopComm();
+  if (_stopped == 0) {
+    eventlog::event(10109, kTag);
+    shutdown(FinalWait::none);
+  }
+  Translator::shutdown();
+  platform::current().sockets.cleanup();
+  eventlog::event(10110, kTag);
+  returned();
+}
+
+void KorvaneAgent::returned() {
+  _running = 0;
+  _returnedEvent.post();
+}
+
+bool KorvaneAgent::stopping() const {
+  return shutdownToken().requested();
+}
+
+bool KorvaneAgent::commandPending() const {
+  return _info && _info->pending();
+}
+
+// Once a stop has been requested there is nothing left to do but to see the shutdown routine through.
+void KorvaneAgent::pause(uint32_t milliseconds) {
+  if (shutdownToken().sleepFor(milliseconds)) _stoppedEvent.wait();
+}
+
+void KorvaneAgent::stopComm() {
+  Synchronized hold(_commLock);
+  if (_comm) _comm->stop();
+}
+
+void KorvaneAgent::shutdown(FinalWait finalWait) {
+  eventlog::trace(kMainTag, "KorvaneAgent shutdown called");
+  shutdownToken().request();
+  AgentConfig::setAgentShuttingdown(true);
+  {
+    Synchronized hold(_shutdownLock);
+    AgentConfig::getInstance()->UpdateAllIni();
+    if (isStandardAgent()) stopComm();
+    _workers.requestStops();
+    _workers.waitForEnd(isStandardAgent());
+    if (_stopped == 0) _workers.remove();
+    _stopped = 1;
+    _stoppedEvent.post();
+  }
+  if (finalWait == FinalWait::none) return;
+  while (_running != 0) _returnedEvent.wait();
+}
+
+}  // namespace korvane

@@ -1,0 +1,92 @@
+// The agent: its main routine, its worker threads and its shutdown. docs/architecture.md tells the whole
+// story, the orders and the stop contract.
+//
+// Lifetime: one object for each start. Threads: run() is called once, on the thread that the host gave;
+// shutdown() may be called by any other thread, at any time, any number of times. The two meet through
+// _stopped, _running and the process's shutdown token. Nothing throws out of either.
+//
+// Start: run() returns when the agent has stopped: after shutdown(), after a command in the AgentInfo, or
+//   after a registration that failed for good (the self-exit path, which posts "ACMD_ExitService").
+// Stop: shutdown() ends every wait of the agent, asks the worker threads to stop, waits for them, deletes
+//   them, and then waits without limit until run() has returned. The promise is two seconds; the one
+//   exception is the self-exit path after the start, whose final wait never ends.
+//
+//   KorvaneAgent agent;
+//   agent.run(&info);                      // on the host's thread
+//   agent.shutdown();                      // on another
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "agent/thread/locks.h"
+#include "agent/thread/thread_event.h"
+#include "agent/worker_threads.h"
+#include "comm/agent_comm.h"
+#include "config/agent_config.h"
+
+namespace korvane {
+
+class AgentInfo;
+
+class KorvaneAgent {
+ public:
+  KorvaneAgent();
+  ~KorvaneAgent();
+  KorvaneAgent(const KorvaneAgent&) = delete;
+  KorvaneAgent& operator=(const KorvaneAgent&) = delete;
+
+  // The main routine. `info` may be null; it outlives the call.
+  void run(AgentInfo* info);
+
+  // untilReturned: comes back only when run() has returned. none: the main routine ends the agent itself.
+  enum class FinalWait { untilReturned, none };
+  void shutdown(FinalWait finalWait = FinalWait::untilReturned);
+
+  bool running() const { return _running != 0; }
+
+ private:
+  void mainRoutine();
+  // Its steps, in this order; false means that registration has failed for good.
+  void begin();
+  void initializeTranslator();
+  void createComm();
+  void startComponentUpdate();
+  bool registerAtStart();
+  void checkBuiltinPolicy();
+  void reportPolicyState();
+  void startAppData();
+  bool startServerThreads();
+  bool awaitFirstUpdate();
+  void startLogThreads();
+  bool supervise();
+  bool superviseOnce();
+  void followBuiltinPolicy();
+  void followOwnLog();
+  void selfExit();
+  void end();
+
+  bool registerNow();
+  bool stopping() const;
+  bool commandPending() const;
+  void pause(uint32_t milliseconds);
+  void stopComm();
+  void returned();
+
+  std::atomic<int32_t> _stopped{0};
+  std::atomic<uint8_t> _running{0};
+  std::unique_ptr<AgentComm> _comm;  // made once, under _commLock; the pointer is then constant
+  WorkerThreads _workers;
+
+  AgentInfo* _info = nullptr;
+  AgentConfig* _config = nullptr;
+  uint8_t _builtinReported = 0;  // main thread only
+  bool _iniDirty = false;        // main thread only
+  Win32Mutex _commLock;
+  Win32Mutex _shutdownLock;  // one shutdown routine at a time, up to its final wait
+  ThreadEvent _stoppedEvent;
+  ThreadEvent _returnedEvent;
+};
+
+}  // namespace korvane

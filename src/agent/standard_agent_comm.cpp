@@ -1,0 +1,123 @@
+#include "agent/standard_agent_comm.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "agent/driver_policy.h"
+#include "agent/registration_codes.h"
+#include "comm/https_handler.h"
+#include "config/agent_config.h"
+#include "config/install_root.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kTag[] = "MainThread";
+// Far above any policy; a file beyond it is not one.
+constexpr uint64_t kMaxPolicyBytes = 64ULL * 1024 * 1024;
+
+std::unique_ptr<platform::File> openBuiltinPolicy(const AgentConfig& config) {
+  platform::Files& files = platform::current().files;
+  const std::string shipped = platform::joinPath(files, {installDirectory(), "builtin.zip"});
+  std::unique_ptr<platform::File> file;
+  for (const std::string& path : {config.getPlusPolicyFile().toUtf8(), shipped})
+    if (!path.empty() && files.open(path, platform::OpenMode::read, file) == 0) return file;
+  return nullptr;
+}
+
+// The bytes of the configured policy file, or else of the one that was shipped; none when there is neither.
+std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
+  const std::unique_ptr<platform::File> file = openBuiltinPolicy(config);
+  if (!file) {
+    eventlog::trace(kTag, "builtin policy not present ");
+    return std::nullopt;
+  }
+  platform::FileInfo info;
+  if (file->info(info) != 0 || info.isDirectory || info.size > kMaxPolicyBytes) {
+    eventlog::trace(kTag, "could not determine file size in order to read builtin policy ");
+    return std::nullopt;
+  }
+  std::string policy(info.size, '\0');
+  size_t got = 0;
+  if (file->read(policy.data(), policy.size(), got) != 0) return std::nullopt;
+  policy.resize(got);
+  return policy;
+}
+
+}  // namespace
+
+StandardAgentComm::StandardAgentComm(AgentConfig& config)
+    : _config(config), _onShutdown(shutdownToken(), [this] { _stop.request(); }) {}
+
+void StandardAgentComm::stop() {
+  _stop.request();
+}
+
+bool StandardAgentComm::testConnection() {
+  return HttpsHandler(_config.getServerCurrent()).testConnection(true) != 0;
+}
+
+void StandardAgentComm::reportPolicyState() {
+  if (!_stop.requested()) HttpsHandler().sendPolicyStateMessage();
+}
+
+bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
+  if (_config.registered()) return true;
+  const std::optional<std::string> policy = readBuiltinPolicy(_config);
+  eventlog::trace(kTag, "call register on communication component");
+
+  std::unique_ptr<HttpsHandler> handler;
+  while (!_stop.requested()) {
+    handler = std::make_unique<HttpsHandler>();
+    // What changed meanwhile takes effect with the next attempt's handler.
+    _config.loadIniFile();
+    if (attempt(*handler, policy) == Attempt::finished) break;
+    _stop.sleepFor(kRetryPauseMs);
+  }
+  if (_stop.requested()) return true;
+
+  const bool enrolled = keepIdentity(*handler);
+  if (preventionInForce(_config)) {
+    if (reportBuiltinPolicy(_config)) builtinReported = 1;
+    refreshPolicyIdentity(_config);
+  }
+  if (enrolled || _stop.requested()) return true;
+  eventlog::trace(kTag, "Fatal Registration.");
+  return false;
+}
+
+StandardAgentComm::Attempt StandardAgentComm::attempt(HttpsHandler& handler,
+                                                      const std::optional<std::string>& policy) {
+  const int code = handler.registerAgent(policy ? policy->data() : nullptr,
+                                         policy ? static_cast<long>(policy->size()) : -1);
+  if (_stop.requested()) return Attempt::finished;
+  if (classifyRegistration(code, "communications") == RegistrationVerdict::retry) {
+    eventlog::trace(kTag, "unsuccessful registration -- communications error %d ", code);
+    return Attempt::retry;
+  }
+  STRING text;
+  const int serverError = handler.getKorvaneError(text);
+  if (classifyRegistration(serverError, text) != RegistrationVerdict::retry)
+    return Attempt::finished;
+  if (!text.empty()) eventlog::event(10102, kTag, {text});
+  return Attempt::retry;
+}
+
+bool StandardAgentComm::keepIdentity(HttpsHandler& handler) {
+  STRING guid;
+  if (handler.getGUID(guid) != 0) {
+    eventlog::trace(kTag, "could not get guid");
+    return false;
+  }
+  eventlog::trace(kTag, "guid is %s ", guid);
+  _config.setUniqueId(guid);
+  _config.UpdateAllIni();
+  eventlog::event(10103, kTag);
+  return true;
+}
+
+}  // namespace korvane

@@ -1,0 +1,44 @@
+// Enrolment with a management server.
+//
+// registerAgent() sends the built-in policy along, tries again every 20 seconds after a failure that may
+// pass, for as long as it takes, and stores the identity that the server assigns. It reports failure in one
+// case only: an exchange that took place and left no identity.
+//
+// Stop: stop(), or the process's shutdown token, whichever comes first, ends pauses and exchanges at once.
+// An exchange that a stop cut short counts as stopped, whatever it returned: the step answers true.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "agent/thread/stop_token.h"
+#include "comm/agent_comm.h"
+
+namespace korvane {
+
+class AgentConfig;
+class HttpsHandler;
+
+class StandardAgentComm : public AgentComm {
+ public:
+  // config outlives this object.
+  explicit StandardAgentComm(AgentConfig& config);
+
+  bool testConnection() override;
+  bool registerAgent(uint8_t& builtinReported) override;
+  void reportPolicyState() override;
+  void stop() override;
+
+  static constexpr uint32_t kRetryPauseMs = 20000;
+
+ private:
+  enum class Attempt { retry, finished };
+  Attempt attempt(HttpsHandler& handler, const std::optional<std::string>& policy);
+  bool keepIdentity(HttpsHandler& handler);
+
+  AgentConfig& _config;
+  StopToken _stop;
+  StopCallback _onShutdown;
+};
+
+}  // namespace korvane

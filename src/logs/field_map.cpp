@@ -1,0 +1,161 @@
+#include "logs/field_map.h"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <cstring>
+
+#include "logs/byte_scan.h"
+#include "logs/log_names.h"
+#include "util/dates.h"
+
+namespace korvane {
+namespace {
+
+constexpr size_t kNameRoom = 4;  // "v49="
+
+struct FieldName {
+  char text[kNameRoom];
+  uint8_t length;
+};
+
+constexpr std::array<FieldName, kMaxFields + 1> makeNames() {
+  std::array<FieldName, kMaxFields + 1> names{};
+  for (size_t n = 1; n <= kMaxFields; ++n) {
+    const char ones = static_cast<char>('0' + n % 10), tens = static_cast<char>('0' + n / 10);
+    if (n < 10)
+      names[n] = {{'v', ones, '=', 0}, 3};
+    else
+      names[n] = {{'v', tens, ones, '='}, 4};
+  }
+  return names;
+}
+constexpr auto kNames = makeNames();
+
+// A value stands on a line of its own.
+std::string oneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  return text;
+}
+
+void addLine(std::string& out, std::string_view name, std::string_view value) {
+  if (value.empty()) return;
+  (((out += name) += '=') += value) += '\n';
+}
+
+int32_t repeats(int32_t count) {
+  return count >= 2 ? count - 1 : count;
+}
+
+class SizeCounter {
+ public:
+  explicit SizeCounter(size_t notes) : _size(notes) {}
+  void field(size_t n, std::string_view value) { _size += kNames[n].length + value.size() + 1; }
+  void notes() {}
+  size_t size() const { return _size; }
+
+ private:
+  size_t _size;
+};
+
+class PayloadWriter {
+ public:
+  PayloadWriter(char* at, size_t size, std::string_view notes)
+      : _at(at), _end(at + size), _notes(notes) {}
+
+  void field(size_t n, std::string_view value) {
+    std::memcpy(_at, kNames[n].text, kNameRoom);
+    _at += kNames[n].length;
+    if (static_cast<size_t>(_end - _at) >= value.size() + scan::kBlock)
+      scan::copyShort(_at, value.data(), value.size());
+    else
+      std::memcpy(_at, value.data(), value.size());
+    _at += value.size();
+    *_at++ = '\n';
+  }
+  void notes() {
+    std::memcpy(_at, _notes.data(), _notes.size());
+    _at += _notes.size();
+  }
+  bool full() const { return _at == _end; }
+
+ private:
+  char* _at;
+  char* const _end;
+  const std::string_view _notes;
+};
+
+}  // namespace
+
+RecordNotes::RecordNotes(Values values) : _values(std::move(values)) {
+  addLine(_upToA4, "a1", _values.hostname);
+  addLine(_upToA4, "a2", _values.ipAddress);
+  addLine(_upToA4, "a3", _values.operatingSystem);
+  addLine(_upToA4, "a4", _values.logName);
+  _ofSingle = _upToA4 + "a5=1\n";
+  addLine(_ofSingle, "a6", _values.forwardedAt);
+}
+
+RecordNotes RecordNotes::take(const AgentConfig& config, LogType type, int64_t wallMs) {
+  return RecordNotes({.hostname = oneLine(config.getHostname().toUtf8()),
+                      .ipAddress = oneLine(config.getIPAddress().toUtf8()),
+                      .operatingSystem = oneLine(config.getOS().toUtf8()),
+                      .logName = logBaseName(type),
+                      .forwardedAt = formatTimestamp(wallMs).substr(0, kLastTimeLength)});
+}
+
+std::string_view RecordNotes::lines(int32_t count, std::string_view lastTime,
+                                    std::string& made) const {
+  if (count == 1) return _ofSingle;
+  made = _upToA4;
+  addLine(made, "a5", std::to_string(repeats(count)));
+  addLine(made, "a6", count < 2 ? std::string_view(_values.forwardedAt) : lastTime);
+  return made;
+}
+
+void RecordNotes::addPairs(int32_t count, const STRING& lastTime, PropertyList& out) const {
+  const auto add = [&](const char* name, const STRING& value) {
+    if (!value.empty()) out.emplace_back(name, value);
+  };
+  add("a1", _values.hostname);
+  add("a2", _values.ipAddress);
+  add("a3", _values.operatingSystem);
+  add("a4", _values.logName);
+  add("a5", STRING::fromInt(repeats(count)));
+  add("a6", count < 2 ? STRING(_values.forwardedAt) : lastTime);
+}
+
+size_t payloadSize(const EventRecord& record, const RecordNotes& notes) {
+  std::string made;
+  SizeCounter counter(notes.lines(record.count, record.lastTime, made).size());
+  visitFieldMap(record, counter);
+  return counter.size();
+}
+
+void appendRecord(MessageBody& body, const EventRecord& record, const RecordNotes& notes) {
+  std::string made;
+  const std::string_view noteLines = notes.lines(record.count, record.lastTime, made);
+  SizeCounter counter(noteLines.size());
+  visitFieldMap(record, counter);
+  PayloadWriter writer(body.beginProperties(counter.size()), counter.size(), noteLines);
+  visitFieldMap(record, writer);
+  assert(writer.full());
+  body.endSection();
+}
+
+PropertyList fieldPairs(const EventRecord& record, const RecordNotes& notes) {
+  struct Pairs {
+    const EventRecord& record;
+    const RecordNotes& recordNotes;
+    PropertyList list;
+    void field(size_t n, std::string_view value) {
+      list.emplace_back("v" + std::to_string(n), value);
+    }
+    void notes() { recordNotes.addPairs(record.count, record.lastTime, list); }
+  } out{record, notes, {}};
+  visitFieldMap(record, out);
+  return std::move(out.list);
+}
+
+}  // namespace korvane

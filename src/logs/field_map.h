@@ -1,0 +1,73 @@
+// The named values of a record, in their order on the wire: "v2", "v3", "v1", "v4" to "v17", then what
+// the agent adds ("a1" to "a6"), then the extra fields from "v18" on; empty values are left out.
+// visitFieldMap is the one place that knows this order; the message bytes, the pair lists and
+// FixedFormatLog are made with it.
+//
+// Lifetime: nothing here keeps a record. Threads: no shared state. All sizes are bytes.
+//
+//   const RecordNotes notes = RecordNotes::take(config, HIDS_RT_LOG, wallMs);
+//   appendRecord(body, record, notes);
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "comm/message_body.h"
+#include "config/agent_config.h"
+#include "logs/event_record.h"
+#include "util/property_list.h"
+
+namespace korvane {
+
+// The values that the agent adds to the records of one batch, written out once.
+class RecordNotes {
+ public:
+  struct Values {
+    std::string hostname;         // a1
+    std::string ipAddress;        // a2
+    std::string operatingSystem;  // a3
+    std::string logName;          // a4: the log that the record came from ("hidslog1rt")
+    std::string forwardedAt;      // a6 of a record that stands for itself: when the agent sends it
+  };
+  explicit RecordNotes(Values values);
+  // As the configuration and the clock say now.
+  static RecordNotes take(const AgentConfig& config, LogType type, int64_t wallMs);
+
+  // "a1=...\n" to "a6=...\n" of a record with this count; `made` holds the text when it is not one of
+  // the prepared ones.
+  std::string_view lines(int32_t count, std::string_view lastTime, std::string& made) const;
+  // The same as (name, value) pairs.
+  void addPairs(int32_t count, const STRING& lastTime, PropertyList& out) const;
+
+ private:
+  std::string _upToA4;
+  std::string _ofSingle;
+  Values _values;
+};
+
+// Calls out.field(n, value) for the fields that are not empty and out.notes() where the agent's values
+// belong. A Record has field(n), counted from 1, and extraFields().
+template <class Record, class Out>
+void visitFieldMap(const Record& record, Out& out) {
+  const auto give = [&](size_t n) {
+    if (const auto& value = record.field(n); !value.empty()) out.field(n, value);
+  };
+  give(2), give(3), give(1);
+  for (size_t n = 4; n <= kStandardFields; ++n) give(n);
+  out.notes();
+  const size_t last = kStandardFields + record.extraFields();
+  for (size_t n = kStandardFields + 1; n <= last; ++n) give(n);
+}
+
+// The bytes that the record's name=value lines take up.
+size_t payloadSize(const EventRecord& record, const RecordNotes& notes);
+// Adds the record as one section. scan::kBlock bytes behind record.text can be read.
+void appendRecord(MessageBody& body, const EventRecord& record, const RecordNotes& notes);
+// The record as a list of pairs, equal to what appendRecord writes.
+PropertyList fieldPairs(const EventRecord& record, const RecordNotes& notes);
+
+}  // namespace korvane

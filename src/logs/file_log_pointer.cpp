@@ -1,0 +1,156 @@
+#include "logs/file_log_pointer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "util/errors.h"
+
+namespace korvane {
+namespace {
+
+// The record's fields, as offsets behind the leading byte.
+constexpr size_t kNameUnits = 512;
+constexpr size_t kStampUnits = 64;
+constexpr size_t kNameAt = 0;
+constexpr size_t kOffsetAt = 1024;
+constexpr size_t kReservedAt = 1028;
+constexpr size_t kCountAt = 1032;
+constexpr size_t kEntriesAt = 1036;
+constexpr size_t kEntryBytes = 2 * kNameUnits;
+constexpr size_t kStartAt = 4108;
+constexpr size_t kEndAt = 4236;
+constexpr uint32_t kMaxEntries = 2;
+
+uint32_t load32(const uint8_t* at) {
+  return static_cast<uint32_t>(at[0]) | static_cast<uint32_t>(at[1]) << 8 |
+         static_cast<uint32_t>(at[2]) << 16 | static_cast<uint32_t>(at[3]) << 24;
+}
+
+void store32(uint8_t* at, uint32_t value) {
+  for (int shift = 0; shift < 32; shift += 8) *at++ = static_cast<uint8_t>(value >> shift);
+}
+
+// The text up to its NUL; the field's last unit counts as one.
+STRING loadText(const uint8_t* at, size_t units) {
+  std::u16string text;
+  for (size_t i = 0; i + 1 < units; ++i) {
+    const auto unit = static_cast<char16_t>(at[2 * i] | at[2 * i + 1] << 8);
+    if (unit == 0) break;
+    text += unit;
+  }
+  return STRING(std::move(text));
+}
+
+void storeText(uint8_t* at, size_t units, const STRING& text) {
+  std::memset(at, 0, 2 * units);
+  const size_t length = std::min(text.length(), units - 1);
+  for (size_t i = 0; i < length; ++i) {
+    at[2 * i] = static_cast<uint8_t>(text.utf16()[i]);
+    at[2 * i + 1] = static_cast<uint8_t>(text.utf16()[i] >> 8);
+  }
+}
+
+}  // namespace
+
+FileLogPointer::FileLogPointer(const STRING& pointerFilePath) {
+  _pointerFile = pointerFilePath;
+  load();
+}
+
+FileLogPointer::FileLogPointer(const FileLogPointer&) = default;
+FileLogPointer& FileLogPointer::operator=(const FileLogPointer&) = default;
+FileLogPointer::~FileLogPointer() = default;
+
+void FileLogPointer::load() {
+  if (_pointerFile.empty()) return;
+  std::unique_ptr<platform::File> file;
+  const int error =
+      platform::current().files.open(_pointerFile.toUtf8(), platform::OpenMode::readWrite, file);
+  if (error == ENOENT) return;
+  if (error != 0) {
+    eventlog::event(10176, "FileLogPointer", {_pointerFile});
+    return;
+  }
+  size_t got = 0;
+  file->read(&_leadingByte, 1, got);
+  file->read(_record.data(), _record.size(), got);
+  const uint32_t count = load32(&_record[kCountAt]);
+  if (count > kMaxEntries) {
+    const int offset = getOffset();
+    _record.fill(0);
+    setOffset(offset);
+    return;
+  }
+  _stream = std::move(file);
+  _currentLogName = loadText(&_record[kNameAt], kNameUnits);
+  for (uint32_t i = 0; i < count; ++i)
+    _logNames.push_back(loadText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits));
+  _startTimeStamp = loadText(&_record[kStartAt], kStampUnits);
+  _endTimeStamp = loadText(&_record[kEndAt], kStampUnits);
+}
+
+int FileLogPointer::getOffset() {
+  return static_cast<int32_t>(load32(&_record[kOffsetAt]));
+}
+
+void FileLogPointer::setOffset(int offset) {
+  store32(&_record[kOffsetAt], static_cast<uint32_t>(offset));
+}
+
+void FileLogPointer::addOffset(int amount) {
+  const int64_t sum = int64_t{getOffset()} + amount;
+  setOffset(static_cast<int>(std::clamp<int64_t>(sum, std::numeric_limits<int32_t>::min(),
+                                                 std::numeric_limits<int32_t>::max())));
+}
+
+void FileLogPointer::openForWriting() {
+  std::unique_ptr<platform::File> file;
+  const int error =
+      platform::current().files.open(_pointerFile.toUtf8(), platform::OpenMode::create, file);
+  if (error != 0)
+    throw FileError(error, "writePointer",
+                    "Failed to open file pointer file" + _pointerFile +
+                        " Error Code : " + STRING::fromInt(error));
+  _stream = std::move(file);
+}
+
+void FileLogPointer::composeRecord() {
+  storeText(&_record[kNameAt], kNameUnits, _currentLogName);
+  store32(&_record[kReservedAt], 0);
+  store32(&_record[kCountAt], static_cast<uint32_t>(_logNames.size()));
+  for (size_t i = 0; i < _logNames.size(); ++i)
+    storeText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits, _logNames[i]);
+  storeText(&_record[kStartAt], kStampUnits, _startTimeStamp);
+  storeText(&_record[kEndAt], kStampUnits, _endTimeStamp);
+}
+
+void FileLogPointer::throwWriteError(int error) const {
+  throw FileError(error, "writePointer",
+                  "Failed to write to file pointer file" + _pointerFile +
+                      " Error Code : " + STRING::fromInt(error));
+}
+
+void FileLogPointer::writePointer() {
+  if (!_stream) openForWriting();
+  composeRecord();
+  int error = _stream->seek(0);
+  if (error == 0) error = _stream->write(&_leadingByte, 1);
+  if (error == 0) error = _stream->write(_record.data(), _record.size());
+  if (error != 0) throwWriteError(error);
+}
+
+void FileLogPointer::writePointerDurably() {
+  writePointer();
+  int error = _stream->flush();
+  if (error == 0 && !_directoryFlushed)
+    error = platform::current().files.flushDirectory(platform::directoryOf(_pointerFile.toUtf8()));
+  if (error != 0) throwWriteError(error);
+  _directoryFlushed = true;
+}
+
+}  // namespace korvane

@@ -1,0 +1,65 @@
+// A read pointer kept in a file of exactly 4,365 bytes (docs/file-formats.md has the layout).
+//
+// The file is opened when the pointer is made, rewritten in place by writePointer() and kept open; copies
+// share the open file. A missing file means the defaults; one that cannot be opened is event 10176 and the
+// defaults; one whose name count is beyond 2 counts as damaged: its offset stays, its texts are empty,
+// and the next write makes it anew. Texts that do not fit their field are cut.
+// Threads: one. Errors: writePointer() throws FileError with errno and the operation "writePointer".
+//
+//   FileLogPointer pointer("/opt/agent/IPS/hidslog1rtfilepointer");
+//   pointer.setOffset(4711);
+//   pointer.writePointer();
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "logs/log_pointer.h"
+#include "platform/export.h"
+#include "platform/files.h"
+
+namespace korvane {
+
+class KORVANE_EXPORT FileLogPointer : public LogPointer {
+ public:
+  explicit FileLogPointer(const STRING& pointerFilePath);
+  FileLogPointer(const FileLogPointer&);
+  FileLogPointer& operator=(const FileLogPointer&);
+  ~FileLogPointer() override;
+
+  STRING getCurrentLogName() const override { return _currentLogName; }
+  int getOffset() override;
+  void writePointer() override;
+  void addOffset(int amount) override;
+  void setCurrentLogName(const STRING& name) override { _currentLogName = name; }
+  void setOffset(int offset) override;
+  STRING getStartTimeStamp() override { return _startTimeStamp; }
+  STRING getEndTimeStamp() override { return _endTimeStamp; }
+  void setStartTimeStamp(const STRING& text) override { _startTimeStamp = text; }
+  void setEndTimeStamp(const STRING& text) override { _endTimeStamp = text; }
+
+  // Writes the pointer and returns when it is on the disk.
+  void writePointerDurably();
+
+  static constexpr size_t kRecordBytes = 4364;
+  static constexpr size_t kFileBytes = 1 + kRecordBytes;
+
+ private:
+  void load();
+  void openForWriting();
+  void composeRecord();
+  [[noreturn]] void throwWriteError(int error) const;
+
+  uint8_t _leadingByte = 0;
+  std::array<uint8_t, kRecordBytes> _record{};
+  std::shared_ptr<platform::File> _stream;
+  bool _directoryFlushed = false;
+  STRING _currentLogName;
+  std::vector<STRING> _logNames;
+  STRING _startTimeStamp;
+  STRING _endTimeStamp;
+};
+
+}  // namespace korvane

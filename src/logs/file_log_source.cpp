@@ -1,0 +1,199 @@
+#include "logs/file_log_source.h"
+
+#include <limits>
+
+#include "eventlog/event_log.h"
+#include "platform/platform.h"
+#include "util/errors.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kOpenTag[] = "FileLogSource::openLog";
+constexpr int64_t kMarkBytes = 2;
+// How far before the saved offset the resumption test looks.
+constexpr int64_t kResumptionLookBack = 100;
+constexpr int kEventBeyondLimit = 10550;
+
+}  // namespace
+
+FileLogSource::FileLogSource(LogType type)
+    : _files(platform::current().files), _type(type), _config(AgentConfig::getInstance()) {
+  if (static_cast<int>(type) <= HIDS_RT_LOG)
+    _pointer = std::make_unique<FileLogPointer>(AgentConfig::getLogPointerFileName(type));
+}
+
+FileLogSource::~FileLogSource() {
+  closeLog();
+}
+
+void FileLogSource::openLog() {
+  if (_file || !_pointer) return;
+  const int64_t offset = _pointer->getOffset();
+  const STRING name = _pointer->getCurrentLogName();
+  if (name.empty()) {
+    eventlog::trace(kOpenTag, "Current log file name not initialized in Log Pointer Object!!");
+  } else if (openNamed(name, offset)) {
+    return;
+  }
+  openCurrent(offset);
+}
+
+bool FileLogSource::openNamed(const STRING& name, int64_t offset) {
+  std::unique_ptr<platform::File> file;
+  if (_files.open(name.toUtf8(), platform::OpenMode::read, file) != 0) {
+    eventlog::trace(kOpenTag, "File open error : %s", name);
+    return false;
+  }
+  eventlog::trace(kOpenTag, "Event Log file name : %s", name);
+  useFile(std::move(file), name);
+  startReading(detectUtf16(), offset);
+  return true;
+}
+
+void FileLogSource::openCurrent(int64_t offset) {
+  const STRING path = _config->getCurrentLogFile(_type);
+  if (path.empty()) {
+    eventlog::trace(
+        kOpenTag,
+        "Fatal Error: KAVRTEvent.csv file not initialized in agent configuration structure.");
+    return;
+  }
+  std::unique_ptr<platform::File> file;
+  if (_files.open(path.toUtf8(), platform::OpenMode::read, file) != 0) {
+    reportOpenFailure(path);
+    return;
+  }
+  useFile(std::move(file), path);
+  offset = offsetThatApplies(offset);
+  _pointer->setCurrentLogName(path);
+  startReading(detectUtf16(), offset);
+}
+
+void FileLogSource::useFile(std::unique_ptr<platform::File> file, const STRING& name) {
+  _file = std::move(file);
+  _openPath = name.toUtf8();
+  _reportedPath.clear();
+  _limitReported = false;
+}
+
+// 0 when nothing can be read near the offset; the file's position is behind the line that was tried.
+int64_t FileLogSource::offsetThatApplies(int64_t offset) {
+  _file->seek(offset - kResumptionLookBack);
+  const bool utf16 = detectUtf16();
+  _reader.attach(_file.get(), utf16, _file->tell());
+  SourceLine line;
+  const int error = _reader.next(line);
+  _file->seek(_reader.position());
+  if (error != 0 || line.length > 0) return offset;
+  _pointer->setOffset(0);
+  return 0;
+}
+
+bool FileLogSource::detectUtf16() {
+  unsigned char mark[kMarkBytes];
+  size_t got = 0;
+  if (_file->read(mark, sizeof mark, got) != 0 || got < sizeof mark) return false;
+  if (mark[0] == 0xFF && mark[1] == 0xFE) return true;
+  _file->seek(0);
+  return false;
+}
+
+// A UTF-16LE log is read from behind its mark and from whole code units.
+void FileLogSource::startReading(bool utf16, int64_t offset) {
+  if (offset < 0) offset = 0;
+  if (utf16) offset = offset < kMarkBytes ? kMarkBytes : offset & ~int64_t{1};
+  _reader.attach(_file.get(), utf16, offset);
+}
+
+void FileLogSource::reportOpenFailure(const STRING& path) {
+  eventlog::trace(kOpenTag, "Fatal Error - Unable to open log file : %s", path);
+  if (_reportedPath == path) return;
+  _reportedPath = path;
+  eventlog::event(10185, "FileLogSource", {path});
+}
+
+void FileLogSource::closeLog() {
+  _reader.detach();
+  _file.reset();
+}
+
+bool FileLogSource::readLine(SourceLine& line) {
+  if (!_file) openLog();
+  if (!_file) return false;
+  const int error = _reader.next(line);
+  setOffset(_reader.position());
+  if (error != 0) throw FileError(error, "readLineBuffered", "Error reading file");
+  return line.length > 0;
+}
+
+int FileLogSource::readRecord(STRING& line) {
+  SourceLine read;
+  if (!readLine(read)) return 0;
+  line += STRING(std::string_view(read.text, read.size));
+  return static_cast<int>(read.length);
+}
+
+void FileLogSource::goTo(int64_t position) {
+  _reader.seek(position);
+  setOffset(position);
+}
+
+bool FileLogSource::isEOF() {
+  platform::FileInfo info;
+  if (!_file || _file->info(info) != 0) return true;
+  return static_cast<int64_t>(info.size) <= _reader.position();
+}
+
+bool FileLogSource::setOffset(int64_t position) {
+  if (position <= std::numeric_limits<int32_t>::max()) {
+    _pointer->setOffset(static_cast<int>(position));
+    return true;
+  }
+  if (!_limitReported) eventlog::event(kEventBeyondLimit, "FileLogSource", {_openPath});
+  _limitReported = true;
+  return false;
+}
+
+void FileLogSource::savePointer() {
+  if (_pointer) _pointer->writePointer();
+}
+
+void FileLogSource::savePointerAt(int64_t position) {
+  if (!_pointer) return;
+  const int readTo = _pointer->getOffset();
+  if (!setOffset(position)) return;
+  _pointer->writePointer();
+  _pointer->setOffset(readTo);
+}
+
+void FileLogSource::switchToLog(const STRING& path) {
+  if (!_pointer) return;
+  moveDurablyTo(path, 0);
+  openLog();
+}
+
+void FileLogSource::moveDurablyTo(const STRING& path, int64_t offset) {
+  closeLog();
+  _pointer->setCurrentLogName(path);
+  setOffset(offset);
+  _pointer->writePointerDurably();
+}
+
+FileLogSource::FileState FileLogSource::stateAtEnd() {
+  platform::FileInfo open, named;
+  if (!_file || _file->info(open) != 0) return FileState::same;
+  const auto size = static_cast<int64_t>(open.size);
+  if (size != _reader.position())
+    return size < _reader.position() ? FileState::shrunken : FileState::grown;
+  const bool replaced = _files.info(_openPath, named) == 0 && named.identity != open.identity;
+  return replaced ? FileState::replaced : FileState::same;
+}
+
+bool FileLogSource::pathIsOpenFile() {
+  platform::FileInfo open, named;
+  return _file && _file->info(open) == 0 && _files.info(_openPath, named) == 0 &&
+         named.identity == open.identity;
+}
+
+}  // namespace korvane

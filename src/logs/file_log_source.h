@@ -1,0 +1,90 @@
+// A log that is a text file, UTF-8 or UTF-16LE with a byte order mark.
+//
+// Opening: the file that the pointer names, or else the type's current log file as AgentConfig knows it.
+// Through the pointer's name the encoding is seen; through the current file it is taken for UTF-8, since
+// the test for the mark is then not made at the file's beginning (switchToLog is how a new log is begun).
+// A log that cannot be opened is event 10185, once until its state changes, and every read tries again.
+//
+// Lifetime: owns its pointer and the open file; closing does not write the pointer. Threads: one.
+// Errors: FileError from reading ("readLineBuffered") and from writing the pointer. Positions beyond
+// 2 GiB do not fit the pointer: it then keeps its last value (event 10550, once for each log).
+//
+//   FileLogSource source(HIDS_RT_LOG);
+//   STRING line;
+//   while (source.readRecord(line) > 0) use(line), line.clear();
+//   source.savePointer();
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "config/agent_config.h"
+#include "logs/file_log_pointer.h"
+#include "logs/line_reader.h"
+#include "logs/log_source.h"
+#include "platform/files.h"
+
+namespace korvane {
+
+class FileLogSource : public LogSource {
+ public:
+  explicit FileLogSource(LogType type);
+  ~FileLogSource() override;
+
+  void openLog() override;
+  void closeLog() override;
+  int readRecord(STRING& line) override;
+  bool isEOF() override;
+  void savePointer() override;
+  void switchToLog(const STRING& path) override;
+
+  // The core of readRecord: the line as UTF-8 where it was read, valid until the next call. False when
+  // there is nothing. A line without an end at the end of the file is handed out as it stands;
+  // goTo(line.start) goes back before it.
+  bool readLine(SourceLine& line);
+  void goTo(int64_t position);
+  // The position behind the last line read.
+  int64_t position() const { return _reader.position(); }
+  bool isOpen() const { return _file != nullptr; }
+
+  // Keeps `position` as the next unread line, whatever has been read beyond it.
+  void savePointerAt(int64_t position);
+  // Makes `path`, from this offset on, the pointer's log and returns when the disk has that; no log
+  // is open then.
+  void moveDurablyTo(const STRING& path, int64_t offset);
+  // Where the pointer stands; 0 for a type without one.
+  int savedOffset() const { return _pointer ? _pointer->getOffset() : 0; }
+
+  // What the end of the open file says about what became of it.
+  enum class FileState { same, grown, shrunken, replaced };
+  FileState stateAtEnd();
+  // True while the pointer's path still leads to the open file.
+  bool pathIsOpenFile();
+  void releaseMemory() { _reader.releaseMemory(); }
+
+ protected:
+  LogPointer* pointer() const override { return _pointer.get(); }
+
+ private:
+  bool openNamed(const STRING& name, int64_t offset);
+  void openCurrent(int64_t offset);
+  void useFile(std::unique_ptr<platform::File> file, const STRING& name);
+  int64_t offsetThatApplies(int64_t offset);
+  bool detectUtf16();
+  void startReading(bool utf16, int64_t offset);
+  void reportOpenFailure(const STRING& path);
+  bool setOffset(int64_t position);
+
+  platform::Files& _files;
+  const LogType _type;
+  AgentConfig* const _config;
+  std::unique_ptr<FileLogPointer> _pointer;
+  std::unique_ptr<platform::File> _file;
+  std::string _openPath;
+  LineReader _reader;
+  STRING _reportedPath;         // whose failed opening has been reported
+  bool _limitReported = false;  // that this log is beyond 2 GiB
+};
+
+}  // namespace korvane

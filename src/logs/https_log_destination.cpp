@@ -1,0 +1,70 @@
+#include "logs/https_log_destination.h"
+
+#include "eventlog/event_log.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kSource[] = "HttpsLogDestination::writeLog";
+
+// The server's answers to a log message.
+constexpr int kAccepted = 0;
+constexpr int kDropped = 302;
+constexpr int kUnknownAgent = 400;
+constexpr int kDroppedSilently = 600;
+
+constexpr int kEventRefused = 10213;
+constexpr int kEventRecovered = 10214;
+constexpr int kEventDropped = 10227;
+
+}  // namespace
+
+HttpsLogDestination::HttpsLogDestination() : _config(AgentConfig::getInstance()) {}
+
+int HttpsLogDestination::writeLog(const std::vector<PropertyList>& batch) {
+  HttpsHandler handler;
+  return judge(handler, handler.log(batch), batch.size());
+}
+
+int HttpsLogDestination::writeBatch(const LogBatch& batch) {
+  HttpsHandler handler;
+  return judge(handler, handler.log(batch.body, batch.records.size()), batch.records.size());
+}
+
+int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records) {
+  if (result != 0) return result;
+  STRING text;
+  _lastError = handler.getKorvaneError(text);
+  report(text);
+  switch (_lastError) {
+    case kDropped:
+    case kDroppedSilently:
+      _droppedByServer += records;
+      return 0;
+    case kUnknownAgent:
+      _config->clearUniqueId(handler.getGUIDUsed());
+      return _lastError;
+    default:
+      return _lastError;
+  }
+}
+
+void HttpsLogDestination::report(const STRING& text) {
+  if (_lastError == _lastReportedError) return;
+  _lastReportedError = _lastError;
+  switch (_lastError) {
+    case kAccepted:
+      eventlog::event(kEventRecovered, kSource);
+      break;
+    case kDropped:
+      eventlog::event(kEventDropped, kSource, {_lastError, text});
+      break;
+    case kUnknownAgent:
+    case kDroppedSilently:
+      break;
+    default:
+      eventlog::event(kEventRefused, kSource, {_lastError, text});
+  }
+}
+
+}  // namespace korvane

@@ -1,0 +1,39 @@
+// The search for the names of the IDS component's two logs. The component may come up after the agent, so
+// each name is tried again and again for a while; the two are looked for independently.
+//
+// The caller makes the attempts, kIntervalMs apart, until done(); so a stop ends the search with the
+// caller's wait. One thread. A name that is found goes to AgentConfig.
+#pragma once
+
+#include <cstdint>
+
+#include "config/agent_config.h"
+
+namespace korvane {
+
+class IdsLogNames {
+ public:
+  static constexpr uint32_t kIntervalMs = 250;
+  static constexpr int kAttempts = 480;
+
+  bool done() const { return _names[0].done && _names[1].done; }
+  // One attempt for each name that is not known yet.
+  void attempt();
+
+ private:
+  struct Name {
+    const char* setting;
+    void (AgentConfig::*store)(const STRING&);
+    const char* storedTrace;
+    bool done = false;
+  };
+  void attempt(HidsInterface* component, Name& name);
+  void giveNotice(const Name& name) const;
+
+  Name _names[2] = {
+      {"ids.service.rteventfile.name", &AgentConfig::setHIDSRTLogFile, " setHIDSRTLogFile to %s"},
+      {"ids.service.eventfile.name", &AgentConfig::setHIDSLogFile, " setHIDSLogFile to %s"}};
+  int _attempts = 0;
+};
+
+}  // namespace korvane

@@ -1,0 +1,37 @@
+// Where batches of records go. A destination is owned by its LogWriter and used by one thread.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "comm/message_body.h"
+#include "logs/field_map.h"
+#include "logs/record_queue.h"
+#include "util/property_list.h"
+
+namespace korvane {
+
+// One batch: the records, and the finished message body made of them. Refers to its writer's memory.
+struct LogBatch {
+  const RecordQueue& records;
+  const RecordNotes& notes;
+  const MessageBody& body;
+  // The records as lists of pairs, equal to what the body says.
+  std::vector<PropertyList> pairs() const;
+};
+
+class LogDestination {
+ public:
+  virtual ~LogDestination() = default;
+  // 0 when the batch, one list of (name, value) pairs a record, has been delivered; an error code
+  // otherwise.
+  virtual int writeLog(const std::vector<PropertyList>& batch) = 0;
+  // The same for a batch whose body is made already.
+  virtual int writeBatch(const LogBatch& batch) { return writeLog(batch.pairs()); }
+};
+
+// The destination of the process's service type: the management server for type 1. The destination of
+// the other types belongs to the local channel, which is not there yet; for them it is null.
+std::unique_ptr<LogDestination> makeLogDestination();
+
+}  // namespace korvane

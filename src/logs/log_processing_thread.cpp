@@ -1,0 +1,84 @@
+#include "logs/log_processing_thread.h"
+
+#include <algorithm>
+
+#include "config/service_type.h"
+#include "eventlog/event_log.h"
+#include "util/errors.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kErrorPassedOver = 13;
+constexpr int kEventProcessorFailed = 10136;
+
+std::atomic<bool> policyBuffer{false};
+
+}  // namespace
+
+LogProcessingThread::~LogProcessingThread() = default;
+
+void LogProcessingThread::setPolicyBuffer(bool on) {
+  policyBuffer = on;
+}
+
+void LogProcessingThread::attach(std::unique_ptr<LogProcessor> processor) {
+  processor->setStopToken(stopToken());
+  _processors.push_back(std::move(processor));
+}
+
+void LogProcessingThread::stop() {
+  _running = false;
+  Thread::stop();
+}
+
+bool LogProcessingThread::forwardingPossible() {
+  return isStandardAgent() || (isCloudAgent() && policyBuffer);
+}
+
+uint32_t LogProcessingThread::cycle() {
+  if (!forwardingPossible()) return endCycle();
+  for (const auto& processor : _processors) {
+    if (stopRequested()) break;
+    if (processor->enabled() && processor->tick()) runProcessor(*processor);
+  }
+  return endCycle();
+}
+
+void LogProcessingThread::runProcessor(LogProcessor& processor) {
+  try {
+    processor.readRecords();
+    if (_backOff >= 0) _backOff = processor.writeRecords();
+  } catch (const AgentError& error) {
+    if (error.code() == kErrorPassedOver) return;
+    eventlog::event(kEventProcessorFailed, "LogProcessingThread::run",
+                    {AgentConfig::getLogTypeByName(processor.type()), error.text()});
+    processor.disable();
+  }
+}
+
+uint32_t LogProcessingThread::endCycle() {
+  const uint32_t pause = _backOff < 0 ? kBackOffMs : kCycleMs;
+  _backOff = 0;
+  return pause;
+}
+
+void LogProcessingThread::run() {
+  _idsLogNames.attempt();
+  while (_running && !stopRequested()) wait(cycle());
+  eventlog::trace("UpdateThread::run", "*****LogProcessing Thread exiting*****");
+}
+
+// While the names of the IDS logs are not known, the wait is made of the search's steps.
+void LogProcessingThread::wait(uint32_t milliseconds) {
+  while (milliseconds > 0) {
+    const bool searching = !_idsLogNames.done();
+    const uint32_t step =
+        searching ? std::min(milliseconds, IdsLogNames::kIntervalMs) : milliseconds;
+    if (stopToken().sleepFor(step)) return;
+    milliseconds -= step;
+    if (searching) _idsLogNames.attempt();
+  }
+}
+
+}  // namespace korvane

@@ -1,0 +1,59 @@
+// The thread that forwards logs: once a second it gives its processors their turn, every second time each.
+//
+// Start: after the processors have been attached. Stop: any thread, any number of times; the pause between
+// cycles ends at once, a transfer in progress is ended by the shutdown token, and nothing of what was
+// read but not delivered is lost: it is read again at the next start. Lifetime: owns the processors;
+// destroy it when it is not alive. Threads: attach() and cycle() only before the start, or on the thread
+// itself; the rest by any. Errors: a processor that throws AgentError is disabled for good
+// (event 10136), but for code 13, which is passed over.
+//
+//   auto* thread = new LogProcessingThread;
+//   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG));
+//   thread->start();
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "agent/thread/thread.h"
+#include "logs/ids_log_names.h"
+#include "logs/log_processor.h"
+
+namespace korvane {
+
+class LogProcessingThread : public Thread {
+ public:
+  LogProcessingThread() = default;
+  ~LogProcessingThread() override;
+
+  void attach(std::unique_ptr<LogProcessor> processor);
+  void stop() override;
+
+  // One cycle; returns how many milliseconds to wait before the next.
+  uint32_t cycle();
+
+  // The switch that the channel of a cloud-managed agent sets: whether it may forward events.
+  static void setPolicyBuffer(bool on);
+
+  static constexpr uint32_t kCycleMs = 1000;
+  static constexpr uint32_t kBackOffMs = 10000;
+
+ protected:
+  void run() override;
+
+ private:
+  static bool forwardingPossible();
+  void runProcessor(LogProcessor& processor);
+  uint32_t endCycle();
+  void wait(uint32_t milliseconds);
+
+  std::vector<std::unique_ptr<LogProcessor>> _processors;
+  std::atomic<bool> _running{true};
+  int _backOff = 0;  // negative after a failed write
+  AgentConfig* const _config = AgentConfig::getInstance();
+  IdsLogNames _idsLogNames;
+};
+
+}  // namespace korvane

@@ -1,0 +1,164 @@
+#include "logs/log_processor.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "config/service_type.h"
+#include "logs/spent_log.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kIdleMarkers = 500;
+// Passes without a record after which the buffers go back to the system.
+constexpr int kIdlePasses = 5;
+constexpr int64_t kMsPerMinute = 60 * 1000;
+// What a field's name and line feed add to a record on the wire, at most.
+constexpr size_t kBytesPerField = 5;
+
+int64_t now() {
+  return platform::current().clock.monotonicMs();
+}
+
+}  // namespace
+
+LogProcessor::LogProcessor(LogType type) : LogProcessor(type, makeLogDestination()) {}
+
+LogProcessor::LogProcessor(LogType type, std::unique_ptr<LogDestination> destination)
+    : _type(type),
+      _config(AgentConfig::getInstance()),
+      _standardAgent(isStandardAgent()),
+      _stop(&shutdownToken()),
+      _reader(type),
+      _writer(type, std::move(destination)) {}
+
+LogProcessor::~LogProcessor() = default;
+
+bool LogProcessor::tick() {
+  if (++_ticks <= 1) return false;
+  _ticks = 0;
+  return true;
+}
+
+int LogProcessor::readRecords() {
+  _passBytes = 0;
+  _batchLimit = static_cast<size_t>(std::max(_config->getMaxBatchSize(_type), 1));
+  _readLimit = _config->getMaxMessagesToRead(_type);
+  _folding = _config->consolidateLogs();
+  _passStartMs = now();
+  if (_queue.size() >= _batchLimit) return 0;
+  removeLeftOver();
+  int readCount = 0;
+  ParsedEvent record;
+  while (mayReadOn(readCount) && _reader.next(record)) {
+    if (isDataRecord(record))
+      takeEvent(record);
+    else
+      takeMarker();
+    ++readCount;
+  }
+  flushOldSummary();
+  finishPass();
+  _idlePasses = readCount > 0 ? 0 : _idlePasses + 1;
+  releaseMemoryWhenIdle();
+  return readCount;
+}
+
+bool LogProcessor::mayReadOn(int readCount) const {
+  if (readCount > _readLimit || _queue.size() >= _batchLimit) return false;
+  return _standardAgent || _passBytes < kPassBytes;
+}
+
+bool LogProcessor::isDataRecord(const EventRecord& record) const {
+  return _type == HIDS_RT_LOG && !record.isEndOfFile() && !record.isStartOfFile();
+}
+
+void LogProcessor::takeMarker() {
+  flushSummary();
+  if (_idle++ <= kIdleMarkers) return;
+  _reader.savePointer(undeliveredFrom());
+  _idle = 0;
+}
+
+void LogProcessor::takeEvent(const EventRecord& record) {
+  _idle = 0;
+  if (!_folding || !_filter.passes(record.field(1))) {
+    flushSummary();
+    enqueue(record);
+  } else if (_summary.matches(record)) {
+    _summary.fold(record);
+  } else {
+    flushSummary();
+    enqueue(record);
+    _summary.begin(record, _passStartMs);
+  }
+}
+
+void LogProcessor::enqueue(const EventRecord& record) {
+  _queue.push(record);
+  if (!_standardAgent) _passBytes += record.length + kBytesPerField * record.fieldCount;
+}
+
+void LogProcessor::flushSummary() {
+  if (_summary.holdsRepeats()) enqueue(_summary.record());
+  _summary.close();
+}
+
+void LogProcessor::flushOldSummary() {
+  const int64_t period = int64_t{_config->getLogConsolidatePeriod()} * kMsPerMinute;
+  if (_summary.open() && now() - _summary.startedMs() >= period) flushSummary();
+}
+
+// What is to be done with the log itself when nothing of it waits any more.
+void LogProcessor::finishPass() {
+  if (_reader.atEnd()) {
+    if (_queue.empty()) leaveFinishedLog();
+    return;
+  }
+  const auto successor = _reader.successor();
+  if (!successor) return;
+  flushSummary();
+  if (_queue.empty()) _reader.switchTo(*successor);
+}
+
+// The first line whose event nobody has yet.
+int64_t LogProcessor::undeliveredFrom() const {
+  if (!_queue.empty()) return _queue.firstLineStart();
+  return _summary.holdsRepeats() ? _summary.firstRepeatStart() : _reader.position();
+}
+
+int LogProcessor::writeRecords() {
+  if (_queue.empty()) return 0;
+  if (const int error = _writer.write(_queue); error != 0) return -std::abs(error);
+  const auto written = static_cast<int>(_queue.size());
+  _queue.clear();
+  if (_reader.atEnd())
+    leaveFinishedLog();
+  else
+    _reader.savePointer(undeliveredFrom());
+  return written;
+}
+
+void LogProcessor::leaveFinishedLog() {
+  const LogReader::FinishedLog finished = _reader.moveOn();
+  if (finished.stillThere && !PostRealTimeProcessing(finished.name)) _reader.stayAt(finished);
+}
+
+void LogProcessor::removeLeftOver() {
+  const auto finished = _reader.leftOver();
+  if (finished && !PostRealTimeProcessing(finished->name)) _reader.stayAt(*finished);
+}
+
+void LogProcessor::releaseMemoryWhenIdle() {
+  if (_idlePasses != kIdlePasses || !_queue.empty()) return;
+  _queue.release();
+  _writer.releaseMemory();
+  _reader.releaseMemory();
+}
+
+bool LogProcessor::PostRealTimeProcessing(const STRING& file) {
+  return _type == HIDS_RT_LOG && removeSpentLog(file, *_stop);
+}
+
+}  // namespace korvane

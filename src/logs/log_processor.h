@@ -1,0 +1,91 @@
+// Forwards one log: reads records, folds runs of identical events into summaries, queues, and writes the queue
+// through a writer. A reading pass and a writing pass make one round; the log processing thread runs them.
+//
+// Folding: the first record of a run is queued at once; its repeats are counted in a summary, which is
+// queued when another event comes, when a marker record comes, or when the consolidation period
+// (minutes, monotonic clock) is over. A record that does not pass the forwarding filter is queued
+// unfolded; nothing is ever dropped. Only records of the real-time log are sent, its MEOF and MSOF
+// markers not.
+// Position: the saved one is always the line of the first event that has not been delivered, so a process
+// that is killed loses nothing and repeats at most the batch in flight and the open run.
+//
+// Lifetime: owns reader, writer and queue. Threads: one. Stop: nothing has to be done; the queue is read
+// again from the log at the next start. Errors: AgentError and FileError from reader and pointer.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "agent/thread/stop_token.h"
+#include "config/agent_config.h"
+#include "logs/event_category.h"
+#include "logs/log_reader.h"
+#include "logs/log_writer.h"
+#include "logs/record_queue.h"
+#include "logs/record_summary.h"
+
+namespace korvane {
+
+class LogProcessor {
+ public:
+  // Writes to the destination of the process's service type.
+  explicit LogProcessor(LogType type);
+  LogProcessor(LogType type, std::unique_ptr<LogDestination> destination);
+  virtual ~LogProcessor();
+  // Removes a real-time log that has been sent; where that fails, it is renamed. True when the name is
+  // free then. Does nothing for logs of other types.
+  virtual bool PostRealTimeProcessing(const STRING& file);
+
+  // Reads and queues records; returns how many were read.
+  int readRecords();
+  // Writes the queue; returns the number of records written, 0 when there were none, or the negative of
+  // the destination's error code; the records then stay queued.
+  int writeRecords();
+
+  LogType type() const { return _type; }
+  bool enabled() const { return _enabled; }
+  void disable() { _enabled = false; }
+  // Counts a cycle; true on every second one.
+  bool tick();
+  // What cuts the pause between two tries to remove a file short; the shutdown token until set.
+  void setStopToken(StopToken& token) { _stop = &token; }
+  size_t queued() const { return _queue.size(); }
+
+  // An agent of another type than 1 ends a pass beyond so many bytes.
+  static constexpr size_t kPassBytes = 1400000;
+
+ private:
+  bool mayReadOn(int readCount) const;
+  void takeMarker();
+  void takeEvent(const EventRecord& record);
+  void enqueue(const EventRecord& record);
+  void flushSummary();
+  void flushOldSummary();
+  void finishPass();
+  void leaveFinishedLog();
+  void removeLeftOver();
+  int64_t undeliveredFrom() const;
+  void releaseMemoryWhenIdle();
+  bool isDataRecord(const EventRecord& record) const;
+
+  const LogType _type;
+  AgentConfig* const _config;
+  const bool _standardAgent;
+  StopToken* _stop;
+  LogReader _reader;
+  LogWriter _writer;
+  ForwardFilter _filter;
+  RecordQueue _queue;
+  RecordSummary _summary;
+  bool _enabled = true;
+  int _ticks = 0;
+  int _idle = 0;        // markers read since the last event
+  int _idlePasses = 0;  // passes that read nothing
+  size_t _passBytes = 0;
+  size_t _batchLimit = 0;
+  int _readLimit = 0;
+  bool _folding = false;
+  int64_t _passStartMs = 0;
+};
+
+}  // namespace korvane

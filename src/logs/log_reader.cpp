@@ -1,0 +1,169 @@
+#include "logs/log_reader.h"
+
+#include "agent/thread/stop_token.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "util/errors.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kSource[] = "LogReader";
+constexpr int kEventLineSkipped = 10551;
+
+}  // namespace
+
+LogReader::LogReader(LogType type)
+    : _type(type),
+      _files(platform::current().files),
+      _config(AgentConfig::getInstance()),
+      _source(type) {}
+
+bool LogReader::next(ParsedEvent& record) {
+  if (!prepare()) return false;
+  SourceLine line;
+  while (!shutdownToken().requested()) {
+    if (!_source.readLine(line)) return pause();
+    if (!line.lineEnd && !accepts(line)) {
+      _source.goTo(line.start);
+      return pause();
+    }
+    if (parse(line, record)) return true;
+  }
+  return false;
+}
+
+bool LogReader::pause() {
+  ++_pauses;
+  return false;
+}
+
+// Opens the log when it is closed. False when there is nothing to read in it now.
+bool LogReader::prepare() {
+  if (!_source.isOpen() && !openLog()) return false;
+  if (!_endRead) return true;
+  if (_source.stateAtEnd() != FileLogSource::FileState::grown) return pause();
+  _endRead = false;
+  return true;
+}
+
+bool LogReader::openLog() {
+  const STRING name = currentLogName();
+  if (_awaitingNext && !platform::fileExists(_files, name.toUtf8()) && !currentLogIsAnother())
+    return false;
+  if (leftOver()) return false;
+  _source.openLog();
+  if (!_source.isOpen()) return false;
+  const STRING opened = currentLogName();
+  if (name.empty()) {
+    _source.switchToLog(opened);
+  } else if (opened != name) {
+    // Opened again by its name, so that its encoding is seen.
+    _source.closeLog();
+    _source.openLog();
+  }
+  if (_source.stateAtEnd() == FileLogSource::FileState::shrunken) _source.switchToLog(opened);
+  _awaitingNext = false;
+  _pauses = 0;
+  return _source.isOpen();
+}
+
+// Whether an unfinished line is to be taken as it stands.
+bool LogReader::accepts(const SourceLine& line) {
+  if (line.start != _unfinishedStart || line.rawBytes != _unfinishedBytes) {
+    _unfinishedStart = line.start;
+    _unfinishedBytes = line.rawBytes;
+    _unfinishedPasses = 0;
+  }
+  return ++_unfinishedPasses > kPatience ||
+         _source.stateAtEnd() == FileLogSource::FileState::replaced;
+}
+
+bool LogReader::parse(const SourceLine& line, ParsedEvent& record) {
+  _pauses = 0;
+  try {
+    if (parseEvent(line.text, line.size, record) != ParseResult::accepted) return false;
+  } catch (const AgentError& error) {
+    if (error.code() != kErrorTooManyFields) throw;
+    eventlog::event(kEventLineSkipped, kSource, {currentLogName(), error.text()});
+    return false;
+  }
+  record.lineStart = line.start;
+  _endRead = record.isEndOfFile();
+  return true;
+}
+
+bool LogReader::atEnd() {
+  return _endRead && _source.isOpen() && _source.stateAtEnd() != FileLogSource::FileState::grown;
+}
+
+void LogReader::savePointer(int64_t undelivered) {
+  if (_source.isOpen()) _source.savePointerAt(undelivered);
+}
+
+void LogReader::close() {
+  _source.closeLog();
+}
+
+// Tells one state of one file from any other: its size and the time of its last change.
+STRING LogReader::fingerprint(const platform::FileInfo& info) {
+  return std::to_string(info.size) + " " + std::to_string(info.modifiedNs);
+}
+
+LogReader::FinishedLog LogReader::moveOn() {
+  FinishedLog finished{currentLogName(), _source.pathIsOpenFile(), _source.position()};
+  platform::FileInfo info;
+  const bool known = _files.info(finished.name.toUtf8(), info) == 0;
+  const STRING current = _config->getCurrentLogFile(_type);
+  _source.setEndTimeStamp(finished.stillThere && known ? fingerprint(info) : STRING());
+  _source.moveDurablyTo(current.empty() ? finished.name : current, 0);
+  _endRead = false;
+  _awaitingNext = true;
+  return finished;
+}
+
+void LogReader::stayAt(const FinishedLog& log) {
+  if (currentLogName() != log.name) return;
+  _source.setEndTimeStamp(STRING());
+  _source.moveDurablyTo(log.name, log.end);
+  _awaitingNext = false;
+}
+
+std::optional<LogReader::FinishedLog> LogReader::leftOver() {
+  if (_source.isOpen() || _source.savedOffset() != 0) return {};
+  const STRING mark = _source.getEndTimeStamp(), name = currentLogName();
+  platform::FileInfo info;
+  if (mark.empty() || _files.info(name.toUtf8(), info) != 0 || fingerprint(info) != mark) return {};
+  return FinishedLog{name, true, static_cast<int64_t>(info.size)};
+}
+
+bool LogReader::currentLogIsAnother() const {
+  const STRING current = _config->getCurrentLogFile(_type);
+  return !current.empty() && current != currentLogName() &&
+         platform::fileExists(_files, current.toUtf8());
+}
+
+std::optional<STRING> LogReader::successor() {
+  if (!_source.isOpen()) return {};
+  switch (_source.stateAtEnd()) {
+    case FileLogSource::FileState::shrunken:
+    case FileLogSource::FileState::replaced:
+      return currentLogName();
+    case FileLogSource::FileState::grown:
+      return {};
+    case FileLogSource::FileState::same:
+      break;
+  }
+  if (_pauses <= kPatience || !currentLogIsAnother()) return {};
+  return _config->getCurrentLogFile(_type);
+}
+
+void LogReader::switchTo(const STRING& log) {
+  _source.setEndTimeStamp(STRING());
+  _source.switchToLog(log);
+  _endRead = false;
+  _pauses = 0;
+}
+
+}  // namespace korvane

@@ -1,0 +1,19 @@
+#include "logs/log_writer.h"
+
+#include "platform/platform.h"
+
+namespace korvane {
+
+LogWriter::LogWriter(LogType type, std::unique_ptr<LogDestination> destination)
+    : _type(type), _config(AgentConfig::getInstance()), _destination(std::move(destination)) {}
+
+int LogWriter::write(const RecordQueue& queue) {
+  if (!_destination) return kNoDestination;
+  const RecordNotes notes = RecordNotes::take(*_config, _type, platform::current().clock.wallMs());
+  _body.clear();
+  for (size_t i = 0; i < queue.size(); ++i) appendRecord(_body, queue.at(i), notes);
+  _body.finish();
+  return _destination->writeBatch({queue, notes, _body});
+}
+
+}  // namespace korvane

@@ -1,0 +1,51 @@
+#include "logs/spent_log.h"
+
+#include <cerrno>
+#include <string>
+
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kTag[] = "LogProcessor::PostRealTimeProcessing";
+constexpr uint32_t kRetryPauseMs = 500;
+constexpr int kEventRemoveFailed = 10135;
+// Names tried for a file that cannot be removed.
+constexpr int kMaxNames = 1000;
+
+bool remove(const STRING& file, const char* failureText) {
+  platform::Files& files = platform::current().files;
+  const int error = files.remove(file.toUtf8());
+  if (error == 0 || error == ENOENT) return true;
+  eventlog::event(kEventRemoveFailed, "LogProcessor",
+                  {failureText + file.toUtf8() + ". Error code : " + std::to_string(error)});
+  return false;
+}
+
+bool rename(const STRING& file) {
+  platform::Files& files = platform::current().files;
+  eventlog::trace(kTag, "Renaming File %s", file);
+  const std::string from = file.toUtf8();
+  std::string to = from + ".sent";
+  for (int number = 2; number < kMaxNames; ++number) {
+    const int error = files.rename(from, to);
+    if (error != EEXIST) return error == 0;
+    to = from + ".sent." + std::to_string(number);
+  }
+  return false;
+}
+
+}  // namespace
+
+bool removeSpentLog(const STRING& file, StopToken& stop) {
+  eventlog::trace(kTag, "Deleting Real Time File %s", file);
+  if (remove(file, "Error removing file ")) return true;
+  stop.sleepFor(kRetryPauseMs);
+  eventlog::trace(kTag, "Deleting Real Time File %s (2nd Try)", file);
+  return remove(file, ": (2nd Try) Error removing file ") || rename(file);
+}
+
+}  // namespace korvane

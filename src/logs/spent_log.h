@@ -1,0 +1,14 @@
+// Removes a log that has been sent completely.
+#pragma once
+
+#include "agent/thread/stop_token.h"
+#include "util/string.h"
+
+namespace korvane {
+
+// Removes the file, trying again after half a second; where it cannot be removed it is renamed to
+// "<file>.sent", or "<file>.sent.2" and so on. Each failure is event 10135. True when the name is free;
+// a file that is not there counts as removed. A stop cuts the pause short.
+bool removeSpentLog(const STRING& file, StopToken& stop);
+
+}  // namespace korvane
