@@ -112,6 +112,12 @@ std::string_view trimRegPath(std::string_view path) {
   return path;
 }
 
+bool isRegName(std::string_view text) {
+  return isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char c) {
+           return static_cast<unsigned char>(c) < 0x20;
+         });
+}
+
 bool takeRegQuoted(std::string_view& rest, std::string& out) {
   out.clear();
   for (size_t i = 1; i < rest.size(); ++i) {

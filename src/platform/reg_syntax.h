@@ -18,6 +18,9 @@ bool sameRegName(std::string_view a, std::string_view b);
 // The path without backslashes at either end.
 std::string_view trimRegPath(std::string_view path);
 
+// True for a text that may name a key or a value: UTF-8 without control characters.
+bool isRegName(std::string_view text);
+
 // Takes a quoted text with its escapes (\\ and \") from the front of `rest`; false when it does not
 // end.
 bool takeRegQuoted(std::string_view& rest, std::string& out);

@@ -6,7 +6,7 @@
 // its mark, LF or CRLF, strings and dwords. Read anew when it changed; written atomically under a lock
 // file beside it ("<file>.lock"). Without a named file the registry is empty and every write fails with 5;
 // a named file that is not there is an empty registry, made by the first createKey. A file that cannot be
-// understood gives 1009 to every operation until it is mended.
+// understood gives 1009 to every operation until it is mended, and one that is full gives 8.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ class Registry {
   // 2 when the key or the value is missing, 13 when it has another type.
   virtual uint32_t readString(std::string_view key, std::string_view name, STRING& out) = 0;
   virtual uint32_t readDword(std::string_view key, std::string_view name, uint32_t& out) = 0;
-  // The key must exist (2 otherwise), the value need not.
+  // The key must exist (2 otherwise), the value need not. 87 for a name with control characters.
   virtual uint32_t writeString(std::string_view key, std::string_view name, const STRING& value) = 0;
   virtual uint32_t writeDword(std::string_view key, std::string_view name, uint32_t value) = 0;
   // Makes a key and those above it; 0 when it exists, 5 when that is refused. On Linux keys below

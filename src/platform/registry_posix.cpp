@@ -2,6 +2,7 @@
 #include "platform/monitor_posix.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/reg_syntax.h"
 #include "platform/reg_text.h"
 #include "platform/simulator_frames.h"
 
@@ -23,10 +24,10 @@ uint32_t win32Error(int error) {
 }
 
 bool isPreventionKey(std::string_view key) {
-  while (key.starts_with('\\')) key.remove_prefix(1);
+  key = trimRegPath(key);
   if (key.size() < kPreventionKey.size()) return false;
   if (key.size() > kPreventionKey.size() && key[kPreventionKey.size()] != '\\') return false;
-  return STRING(key.substr(0, kPreventionKey.size())).equalsIgnoreCase(STRING(kPreventionKey));
+  return sameRegName(key.substr(0, kPreventionKey.size()), kPreventionKey);
 }
 
 // The registry in a .reg file. What is read is kept until the file's date, size or identity
@@ -53,7 +54,8 @@ class FileRegistry final : public Registry {
   }
 
   uint32_t writeString(std::string_view key, std::string_view name, const STRING& value) override {
-    return change([&](RegDocument& document) {
+    if (!isRegName(name)) return kErrorInvalidParameter;
+    return change(key, [&](RegDocument& document) {
       if (!document.hasKey(key)) return kErrorFileNotFound;
       document.setString(key, name, value);
       return kOk;
@@ -61,7 +63,8 @@ class FileRegistry final : public Registry {
   }
 
   uint32_t writeDword(std::string_view key, std::string_view name, uint32_t value) override {
-    return change([&](RegDocument& document) {
+    if (!isRegName(name)) return kErrorInvalidParameter;
+    return change(key, [&](RegDocument& document) {
       if (!document.hasKey(key)) return kErrorFileNotFound;
       document.setDword(key, name, value);
       return kOk;
@@ -70,14 +73,14 @@ class FileRegistry final : public Registry {
 
   uint32_t createKey(std::string_view key) override {
     if (isPreventionKey(key) && preventionInForce()) return kErrorAccessDenied;
-    return change([&](RegDocument& document) {
+    return change(key, [&](RegDocument& document) {
       document.addKey(key);
       return kOk;
     });
   }
 
   uint32_t deleteKey(std::string_view key) override {
-    return change([&](RegDocument& document) {
+    return change(key, [&](RegDocument& document) {
       if (!document.hasKey(key)) return kErrorFileNotFound;
       if (document.hasSubkeys(key)) return kErrorAccessDenied;
       document.removeKey(key);
@@ -136,10 +139,12 @@ class FileRegistry final : public Registry {
     return error;
   }
 
-  // Runs `apply` on the present content, under the lock between processes, and writes the result.
+  // Runs `apply` on the present content, under the lock between processes, and writes the result unless
+  // it has grown past what the format takes.
   template <class Apply>
-  uint32_t change(Apply apply) {
+  uint32_t change(std::string_view key, Apply apply) {
     if (_path.empty()) return kErrorAccessDenied;
+    if (!isRegName(key)) return kErrorInvalidParameter;
     MonitorLock lock(_monitor);
     std::unique_ptr<FileLock> fileLock;
     if (const uint32_t error = takeFileLock(lock, fileLock)) return error;
@@ -148,6 +153,10 @@ class FileRegistry final : public Registry {
     if (const uint32_t error = apply(_document)) return error;
     const std::string after = _document.format();
     if (after == before) return kOk;
+    if (!RegDocument().parse(after).empty()) {
+      _loaded = false;
+      return kErrorNotEnoughMemory;
+    }
     const int error = writeFileAtomically(_files, _path, after);
     _loaded = false;
     return error ? win32Error(error) : kOk;

@@ -1,0 +1,55 @@
+// Files in memory, with the semantics of a POSIX file system: an open file lives on after its name is
+// removed or replaced, "/" separates, modification times come from the clock handed in.
+//
+// Lifetime: open files and locks may outlive the object. Thread-safe, but for one File used by one thread.
+//
+//   MemoryFiles files(clock);
+//   files.put("/opt/agent/agent.ini", "[Agent]\n");   // with the directories above it
+//   EXPECT_EQ(files.content("/opt/agent/agent.ini"), ...);
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "platform/clock.h"
+#include "platform/fake/fake_lock.h"
+#include "platform/files.h"
+
+namespace korvane::platform {
+
+// What open files of a MemoryFiles share with it.
+struct MemoryDisk;
+
+class MemoryFiles final : public Files {
+ public:
+  explicit MemoryFiles(Clock& clock);
+  ~MemoryFiles() override;
+
+  char separator() const override { return '/'; }
+  int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override;
+  int lock(const std::string& path, std::unique_ptr<FileLock>& out) override;
+  int info(const std::string& path, FileInfo& out) override;
+  int replace(const std::string& from, const std::string& to) override;
+  int rename(const std::string& from, const std::string& to) override;
+  int remove(const std::string& path) override;
+  int makeDirectories(const std::string& path) override;
+  int list(const std::string& directory, std::vector<DirectoryEntry>& out) override;
+  int flushDirectory(const std::string& directory) override;
+
+  // Puts a whole file, with the directories above it.
+  void put(const std::string& path, std::string_view bytes);
+  // The bytes of a file; empty when there is none.
+  std::string content(const std::string& path);
+  // The paths of all files, sorted.
+  std::vector<std::string> paths();
+  // The paths of all directories but the root, sorted.
+  std::vector<std::string> directories();
+
+ private:
+  const std::shared_ptr<MemoryDisk> _disk;
+};
+
+}  // namespace korvane::platform
