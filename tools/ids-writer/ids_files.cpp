@@ -1,0 +1,213 @@
+#include "ids-writer/ids_files.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "ids-writer/event_maker.h"
+#include "platform/paths.h"
+#include "util/errors.h"
+#include "util/utf8.h"
+
+namespace korvane::ids_writer {
+namespace {
+
+using platform::OpenMode;
+
+constexpr std::string_view kEventKey = "ids.service.eventfile.name";
+constexpr std::string_view kRealTimeKey = "ids.service.rteventfile.name";
+constexpr std::string_view kLogPrefix = "KAVRTEvent-";
+constexpr std::string_view kLogSuffix = ".csv";
+constexpr uint64_t kMaxSettingsBytes = 1 << 20;
+
+// In the agent's pointer file: a zero-terminated UTF-16 name behind the leading byte.
+constexpr uint64_t kMaxPointerBytes = 65536;
+constexpr size_t kPointerNameOffset = 1;
+constexpr size_t kPointerNameBytes = 1024;
+
+[[noreturn]] void fail(int error, const char* operation, const std::string& path) {
+  throw FileError(error, operation,
+                  std::string(operation) + " " + path + " failed, error " + std::to_string(error));
+}
+
+std::optional<uint32_t> numberOf(std::string_view name) {
+  if (!name.starts_with(kLogPrefix) || !name.ends_with(kLogSuffix)) return std::nullopt;
+  name.remove_prefix(kLogPrefix.size());
+  name.remove_suffix(kLogSuffix.size());
+  uint32_t number = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+  if (error != std::errc() || end != name.data() + name.size()) return std::nullopt;
+  return number;
+}
+
+std::string logName(uint32_t number) {
+  const std::string digits = std::to_string(number);
+  return std::string(kLogPrefix) + std::string(6 - std::min<size_t>(6, digits.size()), '0') +
+         digits + std::string(kLogSuffix);
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    lines.push_back(text.substr(at, end - at));
+    if (!lines.back().empty() && lines.back().back() == '\r') lines.back().pop_back();
+    at = end + 1;
+  }
+  return lines;
+}
+
+bool isLineOf(const std::string& line, std::string_view key) {
+  return line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=';
+}
+
+std::string settingIn(const std::string& text, std::string_view key) {
+  for (const std::string& line : linesOf(text))
+    if (isLineOf(line, key)) return line.substr(key.size() + 1);
+  return {};
+}
+
+std::string withSetting(const std::string& text, std::string_view key, const std::string& value) {
+  std::string out;
+  for (const std::string& line : linesOf(text))
+    if (!isLineOf(line, key)) out += line + "\n";
+  return out + std::string(key) + "=" + value + "\n";
+}
+
+}  // namespace
+
+IdsFiles::IdsFiles(platform::Platform& system, const std::string& installRoot, Encoding encoding)
+    : _system(system),
+      _ids(platform::joinPath(system.files, {installRoot, "IDS"})),
+      _pointerFile(platform::joinPath(system.files, {installRoot, "IPS", "hidslog1rtfilepointer"})),
+      _encoding(encoding) {
+  for (const char* folder : {"bin", "logs"}) {
+    const std::string path = platform::joinPath(_system.files, {_ids, folder});
+    if (const int error = _system.files.makeDirectories(path); error != 0)
+      fail(error, "make", path);
+  }
+  if (resume()) return;
+  uint32_t number = 1;
+  while (platform::fileExists(_system.files, logPath(number))) ++number;
+  begin(number);
+  nameInSettings();
+}
+
+std::string IdsFiles::logPath(uint32_t number) const {
+  return platform::joinPath(_system.files, {_ids, "logs", logName(number)});
+}
+
+void IdsFiles::begin(uint32_t number) {
+  std::unique_ptr<platform::File> file;
+  const std::string path = logPath(number);
+  if (const int error = _system.files.open(path, OpenMode::create, file); error != 0)
+    fail(error, "create", path);
+  if (_encoding == Encoding::utf16)
+    if (const int error = file->write("\xFF\xFE", 2); error != 0) fail(error, "write", path);
+  write(*file, EventMaker::marker("MSOF", _system.clock.wallMs()) + "\n");
+  _file = std::move(file);
+  _path = path;
+  _number = number;
+  ++_made;
+}
+
+bool IdsFiles::resume() {
+  std::string settings;
+  platform::readWholeFile(_system.files,
+                          platform::joinPath(_system.files, {_ids, "ids.properties"}),
+                          kMaxSettingsBytes, settings);
+  const auto number = numberOf(platform::fileNameOf(settingIn(settings, kRealTimeKey)));
+  platform::FileInfo info;
+  if (!number || _system.files.info(logPath(*number), info) != 0) return false;
+  _number = *number;
+  _path = logPath(*number);
+  if (const int error = _system.files.open(_path, OpenMode::readWrite, _file); error != 0)
+    fail(error, "open", _path);
+  char mark[2] = {};
+  size_t got = 0;
+  _file->read(mark, sizeof mark, got);
+  const bool isUtf16 = got == 2 && mark[0] == '\xFF' && mark[1] == '\xFE';
+  if (isUtf16 != (_encoding == Encoding::utf16)) return false;
+  mendEnd();
+  return true;
+}
+
+// A writer that was ended in the middle of a line leaves it without its end.
+void IdsFiles::mendEnd() {
+  platform::FileInfo info;
+  _file->info(info);
+  const int64_t unit = _encoding == Encoding::utf16 ? 2 : 1;
+  const int64_t whole = static_cast<int64_t>(info.size) / unit * unit;
+  char last[2] = {};
+  size_t got = 0;
+  _file->truncate(static_cast<uint64_t>(whole));
+  if (_file->seek(whole - unit) == 0) _file->read(last, static_cast<size_t>(unit), got);
+  _file->seek(whole);
+  if (whole > 0 && last[0] != '\n') append("\n");
+}
+
+void IdsFiles::nameInSettings() {
+  const std::string path = platform::joinPath(_system.files, {_ids, "ids.properties"});
+  const std::string up =
+      std::string("..") + _system.files.separator() + "logs" + _system.files.separator();
+  std::string settings;
+  platform::readWholeFile(_system.files, path, kMaxSettingsBytes, settings);
+  settings = withSetting(settings, kEventKey, up + "KAVEvent.csv");
+  settings = withSetting(settings, kRealTimeKey, up + logName(_number));
+  if (const int error = platform::writeFileAtomically(_system.files, path, settings); error != 0)
+    fail(error, "write", path);
+}
+
+void IdsFiles::write(platform::File& file, const std::string& lines) {
+  std::string bytes = lines;
+  if (_encoding == Encoding::utf16) {
+    bytes.clear();
+    for (const char16_t unit : utf8ToUtf16(lines)) {
+      bytes += static_cast<char>(unit & 0xFF);
+      bytes += static_cast<char>(unit >> 8);
+    }
+  }
+  if (const int error = file.write(bytes.data(), bytes.size()); error != 0)
+    fail(error, "write", _path);
+  _bytes += bytes.size();
+}
+
+void IdsFiles::append(const std::string& lines) {
+  write(*_file, lines);
+}
+
+void IdsFiles::handOver() {
+  const std::unique_ptr<platform::File> old = std::move(_file);
+  begin(_number + 1);
+  nameInSettings();
+  write(*old, EventMaker::marker("MEOF", _system.clock.wallMs(), logName(_number)) + "\n");
+}
+
+bool IdsFiles::agentReadsThisLog() const {
+  std::string bytes;
+  if (platform::readWholeFile(_system.files, _pointerFile, kMaxPointerBytes, bytes) != 0)
+    return false;
+  std::u16string name;
+  for (size_t at = kPointerNameOffset;
+       at + 1 < std::min(bytes.size(), kPointerNameOffset + kPointerNameBytes); at += 2) {
+    const auto unit = static_cast<char16_t>(static_cast<unsigned char>(bytes[at]) |
+                                            static_cast<unsigned char>(bytes[at + 1]) << 8);
+    if (unit == 0) break;
+    name += unit;
+  }
+  return numberOf(platform::fileNameOf(utf16ToUtf8(name))) == _number;
+}
+
+bool IdsFiles::mayHandOver() const {
+  std::vector<platform::DirectoryEntry> entries;
+  _system.files.list(platform::joinPath(_system.files, {_ids, "logs"}), entries);
+  const bool earlier = std::any_of(entries.begin(), entries.end(), [this](const auto& entry) {
+    const auto number = numberOf(entry.name);
+    return number && *number < _number;
+  });
+  return !earlier || agentReadsThisLog();
+}
+
+}  // namespace korvane::ids_writer

@@ -1,0 +1,164 @@
+// korvane-ids-writer: stands in for the IDS component's event writer. It writes real-time event logs while the agent reads
+// them; docs/file-formats.md describes them. Its last line is a JSON object with what it wrote.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "ids-writer/event_maker.h"
+#include "ids-writer/ids_files.h"
+#include "platform/platform.h"
+#include "util/errors.h"
+
+namespace {
+
+using namespace korvane;
+
+// The pause between two bursts when a rate is asked for.
+constexpr uint32_t kTickMs = 20;
+// How many lines go into one write when no rate is asked for.
+constexpr uint64_t kBurst = 256;
+
+volatile std::sig_atomic_t stopRequested = 0;
+void requestStop(int) {
+  stopRequested = 1;
+}
+
+struct Options {
+  std::string installRoot;
+  std::string encoding = "utf-8";
+  uint64_t events = 1000;
+  uint64_t rate = 0;
+  uint64_t rotate = 0;
+  uint64_t seed = 1;
+  uint64_t startSequence = 1;
+  uint32_t repeatPercent = 0;
+  uint32_t tornPercent = 0;
+  bool dontWait = false;
+  bool finish = false;
+};
+
+class Writer {
+ public:
+  Writer(platform::Platform& system, const Options& options)
+      : _system(system),
+        _options(options),
+        _files(system, options.installRoot,
+               options.encoding == "utf-16" ? ids_writer::Encoding::utf16
+                                            : ids_writer::Encoding::utf8),
+        _maker(options.seed, options.repeatPercent),
+        _stop(system.threading.createEvent(true, false)) {}
+
+  void run() {
+    const int64_t started = _system.clock.monotonicMs();
+    while (!done()) {
+      const uint64_t burst = burstAt(_system.clock.monotonicMs() - started);
+      if (burst > 0) writeBurst(burst);
+      if (_options.rotate > 0 && _inFile >= _options.rotate) rotate();
+      if (_options.rate > 0 && !done()) _stop->wait(kTickMs);
+    }
+    if (_options.finish) _files.handOver();
+  }
+
+  nlohmann::json summary() const {
+    return {{"files", _files.made()},
+            {"events", _written},
+            {"firstSequence", _written > 0 ? _options.startSequence : 0},
+            {"lastSequence", _written > 0 ? _options.startSequence + _written - 1 : 0},
+            {"repeated", _maker.repeated()},
+            {"bytes", _files.bytes()},
+            {"handOversHeld", _held},
+            {"currentLog", _files.currentLog()}};
+  }
+
+ private:
+  bool done() const {
+    return stopRequested != 0 || (_options.events > 0 && _written >= _options.events);
+  }
+
+  uint64_t burstAt(int64_t elapsedMs) const {
+    uint64_t burst = kBurst;
+    if (_options.rate > 0) {
+      const uint64_t owed = static_cast<uint64_t>(elapsedMs) * _options.rate / 1000 + 1;
+      burst = owed > _written ? owed - _written : 0;
+    }
+    if (_options.events > 0) burst = std::min(burst, _options.events - _written);
+    if (_options.rotate > _inFile) burst = std::min(burst, _options.rotate - _inFile);
+    return std::min<uint64_t>(burst, 4096);
+  }
+
+  void writeBurst(uint64_t count) {
+    std::string lines;
+    for (uint64_t i = 0; i < count; ++i) {
+      const std::string line =
+          _maker.next(_options.startSequence + _written, _system.clock.wallMs());
+      const bool torn = (_written * 37 + 11) % 100 < _options.tornPercent;
+      lines += torn ? line.substr(0, line.size() / 2) : line + "\n";
+      ++_written;
+      ++_inFile;
+      if (!torn) continue;
+      _files.append(lines);
+      lines = line.substr(line.size() / 2) + "\n";
+    }
+    _files.append(lines);
+  }
+
+  void rotate() {
+    if (!_options.dontWait && !_files.mayHandOver()) {
+      ++_held;
+      if (_options.rate == 0) _stop->wait(kTickMs);
+      return;
+    }
+    _files.handOver();
+    _inFile = 0;
+  }
+
+  platform::Platform& _system;
+  const Options& _options;
+  ids_writer::IdsFiles _files;
+  ids_writer::EventMaker _maker;
+  std::unique_ptr<platform::Event> _stop;  // never set: what the pauses wait on
+  uint64_t _written = 0;
+  uint64_t _inFile = 0;
+  uint64_t _held = 0;
+};
+
+void declare(CLI::App& app, Options& options) {
+  app.add_option("--install-root", options.installRoot, "folder that holds IDS and IPS")
+      ->required();
+  app.add_option("--events", options.events, "how many events; 0: until a signal ends it");
+  app.add_option("--rate", options.rate, "events a second; 0: as fast as it goes");
+  app.add_option("--rotate", options.rotate, "events a log, at least; 0: one log");
+  app.add_option("--encoding", options.encoding)->check(CLI::IsMember({"utf-8", "utf-16"}));
+  app.add_option("--repeat", options.repeatPercent, "percent of events that repeat the one before")
+      ->check(CLI::Range(0, 100));
+  app.add_option("--torn", options.tornPercent, "percent of lines written in two pieces")
+      ->check(CLI::Range(0, 100));
+  app.add_option("--seed", options.seed);
+  app.add_option("--start-sequence", options.startSequence, "sequence number of the first event");
+  app.add_flag("--dont-wait", options.dontWait,
+               "hand over although the agent still reads an earlier log");
+  app.add_flag("--finish", options.finish, "end the last log with its marker");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app("A stand-in for the IDS component's event writer.");
+  declare(app, options);
+  CLI11_PARSE(app, argc, argv);
+  std::signal(SIGTERM, requestStop);
+  std::signal(SIGINT, requestStop);
+  try {
+    Writer writer(platform::current(), options);
+    writer.run();
+    std::cout << writer.summary().dump() << std::endl;
+  } catch (const FileError& error) {
+    std::cerr << "korvane-ids-writer: " << error.what() << '\n';
+    return 1;
+  }
+  return 0;
+}
