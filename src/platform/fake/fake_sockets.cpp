@@ -250,6 +250,11 @@ void FakeSockets::shutdownForeign(uint64_t handle) {
   _foreign.push_back(handle);
 }
 
+void FakeSockets::closeForeign(uint64_t handle) {
+  FakeLock lock(_mutex);
+  _foreignClosed.push_back(handle);
+}
+
 void FakeSockets::setHost(const std::string& host, std::vector<std::string> addresses) {
   FakeLock lock(_mutex);
   _hosts[host] = std::move(addresses);
@@ -270,6 +275,11 @@ int FakeSockets::startups() {
 std::vector<uint64_t> FakeSockets::foreignShutdowns() {
   FakeLock lock(_mutex);
   return _foreign;
+}
+
+std::vector<uint64_t> FakeSockets::foreignCloses() {
+  FakeLock lock(_mutex);
+  return _foreignClosed;
 }
 
 }  // namespace korvane::platform

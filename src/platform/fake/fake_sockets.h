@@ -27,6 +27,7 @@ class FakeSockets final : public Sockets {
   int createTcp(std::unique_ptr<Socket>& out) override;
   int resolve(const std::string& host, std::vector<std::string>& out) override;
   void shutdownForeign(uint64_t handle) override;
+  void closeForeign(uint64_t handle) override;
 
   // What a host name resolves to; "localhost" is known from the start.
   void setHost(const std::string& host, std::vector<std::string> addresses);
@@ -35,6 +36,7 @@ class FakeSockets final : public Sockets {
   // startup() calls that no cleanup() has answered.
   int startups();
   std::vector<uint64_t> foreignShutdowns();
+  std::vector<uint64_t> foreignCloses();
 
  private:
   const std::shared_ptr<FakeNetwork> _network;
@@ -43,6 +45,7 @@ class FakeSockets final : public Sockets {
   std::map<std::string, std::vector<std::string>> _hosts GUARDED_BY(_mutex);
   int _startups GUARDED_BY(_mutex) = 0;
   std::vector<uint64_t> _foreign GUARDED_BY(_mutex);
+  std::vector<uint64_t> _foreignClosed GUARDED_BY(_mutex);
 };
 
 }  // namespace korvane::platform

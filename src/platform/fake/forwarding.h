@@ -151,6 +151,7 @@ class ForwardingSockets : public Sockets {
     return _to.resolve(host, out);
   }
   void shutdownForeign(uint64_t handle) override { _to.shutdownForeign(handle); }
+  void closeForeign(uint64_t handle) override { _to.closeForeign(handle); }
 
  protected:
   Sockets& _to;
