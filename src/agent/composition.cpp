@@ -9,6 +9,7 @@
 #include "config/install_root.h"
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
+#include "ids/hids_component.h"
 #include "platform/platform.h"
 #include "translator/translator.h"
 
@@ -53,6 +54,9 @@ Composition::Composition() {
   adoptPlatform();
   resetProcessState();
   HttpsHandler::setLocalAddressSource(localAddresses);
+  _ids = std::make_unique<HidsComponent>(
+      idsDirectory(), [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
+  AgentConfig::setHIDSInterface(_ids.get());
 }
 
 Composition::~Composition() {

@@ -13,7 +13,6 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "translator/translator.h"
-#include "update/ids_log_names.h"
 
 namespace korvane {
 namespace {
@@ -147,10 +146,7 @@ bool KorvaneAgent::awaitFirstUpdate() {
   return true;
 }
 
-// Forwarding must not depend on what the prevention test of the update thread says: the log names are
-// taken here too.
 void KorvaneAgent::startLogThreads() {
-  recordIdsLogNames(*_config);
   _workers.start(Worker::logProcessing, makeLogProcessing);
   _workers.start(Worker::bulkLogProcessing, makeBulkLogProcessing);
 }

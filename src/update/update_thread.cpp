@@ -3,7 +3,7 @@
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
-#include "update/ids_log_names.h"
+#include "ids/ids_log_names.h"
 #include "update/prevention_state.h"
 
 namespace korvane {
@@ -136,7 +136,9 @@ void UpdateThread::monitorPrevention() {
   }
   const PreventionReport report = describePrevention(settings);
   _config->setPolicyError(report.code | kIdsLogNamesRead, report.text);
-  recordIdsLogNames(*_config);
+  HidsInterface* ids = AgentConfig::getHIDSInterface();
+  if (ids && ids->present() && !takeIdsLogFiles(*ids))
+    eventlog::trace("processConfigPolicyUpdates", "IDS did not report log file name");
 }
 
 void UpdateThread::monitorPolicyState() {
