@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 namespace korvane {
 
@@ -28,6 +29,13 @@ class MessageBody {
   MessageBody() = default;
   MessageBody(const MessageBody&) = delete;
   MessageBody& operator=(const MessageBody&) = delete;
+  MessageBody(MessageBody&& other) noexcept { *this = std::move(other); }
+  MessageBody& operator=(MessageBody&& other) noexcept {
+    std::swap(_data, other._data);
+    std::swap(_size, other._size);
+    std::swap(_capacity, other._capacity);
+    return *this;
+  }
 
   // Forgets the content, keeps the memory.
   void clear() { _size = 0; }
