@@ -26,6 +26,11 @@ target_compile_options(korvane_flags INTERFACE -Wall -Wextra -Wconversion -Wshad
 if(KORVANE_WERROR)
   target_compile_options(korvane_flags INTERFACE -Werror)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # GCC 12 reports short strings, moved or concatenated, wrongly when it optimises fully.
+  target_compile_options(korvane_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-maybe-uninitialized>
+    $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # Shadowing of a member by a constructor parameter is what GCC's -Wshadow leaves alone too.
   target_compile_options(korvane_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)

@@ -32,6 +32,8 @@ constexpr std::array<FieldName, kMaxFields + 1> makeNames() {
 }
 constexpr auto kNames = makeNames();
 
+std::string_view fieldName(size_t n) { return {kNames[n].text, kNames[n].length - size_t{1}}; }
+
 // A value stands on a line of its own.
 std::string oneLine(std::string text) {
   std::replace_if(
@@ -150,7 +152,7 @@ PropertyList fieldPairs(const EventRecord& record, const RecordNotes& notes) {
     const RecordNotes& recordNotes;
     PropertyList list;
     void field(size_t n, std::string_view value) {
-      list.emplace_back("v" + std::to_string(n), value);
+      list.emplace_back(fieldName(n), value);
     }
     void notes() { recordNotes.addPairs(record.count, record.lastTime, list); }
   } out{record, notes, {}};

@@ -10,10 +10,11 @@ LogWriter::LogWriter(LogType type, std::unique_ptr<LogDestination> destination)
 int LogWriter::write(const RecordQueue& queue) {
   if (!_destination) return kNoDestination;
   const RecordNotes notes = RecordNotes::take(*_config, _type, platform::current().clock.wallMs());
-  _body.clear();
-  for (size_t i = 0; i < queue.size(); ++i) appendRecord(_body, queue.at(i), notes);
-  _body.finish();
-  return _destination->writeBatch({queue, notes, _body});
+  if (!_body) _body.emplace();
+  _body->clear();
+  for (size_t i = 0; i < queue.size(); ++i) appendRecord(*_body, queue.at(i), notes);
+  _body->finish();
+  return _destination->writeBatch({queue, notes, *_body});
 }
 
 }  // namespace korvane

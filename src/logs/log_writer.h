@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "config/agent_config.h"
 #include "logs/log_destination.h"
@@ -16,7 +17,7 @@ class LogWriter {
 
   // 0 when the destination has the records, its error code otherwise. kNoDestination without one.
   int write(const RecordQueue& queue);
-  void releaseMemory() { _body = MessageBody(); }
+  void releaseMemory() { _body.reset(); }
 
   static constexpr int kNoDestination = -2;
 
@@ -24,7 +25,7 @@ class LogWriter {
   const LogType _type;
   AgentConfig* const _config;
   std::unique_ptr<LogDestination> _destination;
-  MessageBody _body;
+  std::optional<MessageBody> _body;  // the last message, for its memory
 };
 
 }  // namespace korvane
