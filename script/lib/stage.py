@@ -3,6 +3,7 @@
 The demo, the soak and the end-to-end tests set it up alike. Everything lies in one work folder and ends
 with it; processes are ended by id. Nothing here needs more than Python's standard library.
 """
+import configparser
 import json
 import os
 import pathlib
@@ -132,7 +133,7 @@ class Stage:
             return ready.exists() and ready.read_text().strip()
 
         where = json.loads(wait_until(listening, 20, "korvane-server's ready file"))
-        self.server_port, self.admin_port = where["port"], where["adminPort"]
+        self.server_port, self.admin_port = where["port"], where["admin_port"]
 
     def admin(self, path, body=None, method=None):
         """One request to the server's admin interface; returns the decoded JSON."""
@@ -156,24 +157,44 @@ class Stage:
         (self.ips / "kav-version.properties").write_text("version=1.0.0\nbuild.number=100\n")
         with zipfile.ZipFile(self.ips / "builtin.zip", "w") as archive:
             archive.writestr("policy.txt", "name=Built-in\nversion=1\n")
-        library = self.bin.parent / "lib" / "libkavipstranslator.so"
+        library = self.bin / "libkavipstranslator.so"
         if library.exists():
             (self.ips / "extensions" / library.name).write_bytes(library.read_bytes())
-        values = {
-            "Agent": {"agent.name": "demo-host",
-                      "agent.http.url": f"https://127.0.0.1:{self.server_port}/korvane/agent/"},
-            "System": {"ssl.trustStore": str(self.certs / "ca.pem")},
-        }
-        for section, pairs in (settings or {}).items():
-            values.setdefault(section, {}).update(pairs)
-        (self.ips / "agent.ini").write_text("".join(
-            f"[{section}]\n" + "".join(f"{key}={value}\n" for key, value in pairs.items())
-            for section, pairs in values.items()))
+        ini = configparser.RawConfigParser(delimiters="=")
+        ini.optionxform = str
+        ini.read(ROOT / "packaging" / "agent.ini")
+        for section, pairs in [
+                ("Agent", {"agent.name": "demo-host",
+                           "agent.http.url": f"https://127.0.0.1:{self.server_port}/korvane/agent/"}),
+                ("System", {"ssl.trustStore": self.certs / "ca.pem"}),
+                *(settings or {}).items()]:
+            if not ini.has_section(section):
+                ini.add_section(section)
+            for key, value in pairs.items():
+                ini.set(section, key, str(value))
+        with open(self.ips / "agent.ini", "w", encoding="utf-8") as file:
+            ini.write(file, space_around_delimiters=False)
 
     def start_driver(self):
         self.driver = self.start("driver", [self.bin / "korvane-driver-sim", "--run-dir", self.run_dir,
                                             "--registry", self.registry])
         wait_until(lambda: (self.run_dir / "kavips.sock").exists(), 10, "the driver simulator's socket")
+
+    def start_writer(self, *options):
+        """Starts the IDS event writer; its last output line tells what it wrote (written())."""
+        return self.start("ids-writer", [self.bin / "korvane-ids-writer", "--install-root", self.install_root, *options])
+
+    @staticmethod
+    def written(writer):
+        """What an ended event writer wrote: the JSON object in its last line."""
+        lines = pathlib.Path(writer.log).read_text(errors="replace").splitlines()
+        if writer.process.returncode != 0 or not lines:
+            raise StageError(f"{writer.name} ended with status {writer.process.returncode}:\n" + writer.tail())
+        return json.loads(lines[-1])
+
+    def events(self, first, last):
+        """The server's account of the sequence numbers from first to last."""
+        return self.admin(f"/events?from={first}&to={last}")
 
     def start_agent(self):
         self.agent = self.start("agent", [self.bin / "korvane-host", "run", "--install-root", self.install_root,

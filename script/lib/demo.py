@@ -1,0 +1,156 @@
+"""The demo's story: the real agent against the reference server, told in plain lines.
+
+demo.py --build FOLDER [--events N] [--kills K] [--keep]
+"""
+import argparse
+import json
+import pathlib
+import shutil
+import signal
+import sys
+import tempfile
+import time
+
+from stage import Stage, StageError, wait_until
+
+BATCH_LIMIT = 2000
+
+
+def say(text):
+    print(text, flush=True)
+
+
+def step(title):
+    say(f"\n-- {title}")
+
+
+def install_and_start(stage):
+    step("Setting the stage (all of it on loopback)")
+    stage.make_certificates()
+    stage.start_server()
+    say(f"The management server listens on 127.0.0.1:{stage.server_port} over TLS, under a test CA made just now.")
+    stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT},
+                            "Polling": {"polling.interval": 5}})
+    stage.start_driver()
+    say("The stand-in driver answers on its socket; agent.ini names the server and the CA, nothing else.")
+
+
+def register(stage):
+    step("The agent starts and registers")
+    stage.start_agent()
+    guid = wait_until(lambda: stage.setting("agent.id") or not stage.agent.running(), 30, "the registration")
+    if guid is True:
+        raise StageError("the agent ended at its start")
+    state = wait_until(lambda: (words := stage.admin("/state")["words"]).get("result") and words, 30, "the first status")
+    policy = [part for part in stage.admin("/binaries") if part["role"] == "policy"]
+    say(f"It tested the connection ({state.get('testConnection', 0)} request), then registered"
+        f" ({state.get('register', 0)} request) with its built-in policy of {policy[0]['size'] if policy else 0} bytes.")
+    say(f"The server assigned the identity {guid}; agent.ini holds it, with a fresh checksum.")
+    agent = stage.admin("/agents")[0]
+    shown = ", ".join(f"{key}={agent['status'][key]}" for key in sorted(agent["status"]) if agent["status"][key])
+    say(f"Its first status: {shown}.")
+    return guid
+
+
+def forward(stage, events, kills):
+    """Has events written and the agent killed in the middle; returns the writer's account."""
+    step(f"{events} events are written, the log rotates, and the agent is killed {kills} times in the middle")
+    writer = stage.start_writer("--count", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20)
+    killed = 0
+    while killed < kills:
+        time.sleep(2.0 + stage.random.random() * 2)
+        stage.agent.end(signal.SIGKILL)
+        killed += 1
+        arrived = stage.events(1, events)["distinct"]
+        stage.start_agent()
+        say(f"Kill {killed}: the server had {arrived} of {events}; started again, it goes on where its read pointer stands.")
+    wait_until(lambda: not writer.running(), 120, "the end of the event writer")
+    written = stage.written(writer)
+    say(f"The writer is done: {written['events']} events in {written['files']} files.")
+    return written
+
+
+def settle(stage, written):
+    """Waits until nothing more comes; returns the server's account."""
+    first, last = written["first"], written["last"]
+    try:
+        wait_until(lambda: stage.events(first, last)["lost"] == 0, 90, "the last event")
+    except StageError:
+        pass  # the figures below tell what is missing
+    time.sleep(3)
+    return stage.events(first, last)
+
+
+def stop(stage):
+    step("It stops")
+    took = stage.agent.end(signal.SIGTERM)
+    status = stage.agent.process.returncode
+    say(f"SIGTERM, {took} ms, exit status {status}.")
+    return took, status
+
+
+def play(stage, arguments):
+    say("Korvane agent core: the agent on Linux, against the reference server.")
+    install_and_start(stage)
+    guid = register(stage)
+    written = forward(stage, arguments.events, arguments.kills)
+    sums = settle(stage, written)
+    say(f"Received: {sums['distinct']} of {written['events']}; lost: {sums['lost']};"
+        f" sent again: {sums['duplicated']} (at most one batch of {BATCH_LIMIT} for each kill).")
+    memory = {"rss_anon_kib": stage.memory_kib("RssAnon"), "rss_kib": stage.memory_kib("VmRSS")}
+    if arguments.keep:
+        keep(stage)
+    took, status = stop(stage)
+    return {"target": "linux", "guid": guid, "registered": bool(guid), "events_written": written["events"],
+            "events_received": sums["distinct"], "events_lost": sums["lost"], "events_duplicated": sums["duplicated"],
+            "batch_limit": BATCH_LIMIT, "kills": arguments.kills, "policy_loaded": False, "stop_ms": took,
+            "exit_status": status, **memory}
+
+
+def keep(stage):
+    step("It stays up; Ctrl-C ends it")
+    say(f"Everything lies in {stage.work}. To look around:")
+    say(f"  curl -s http://127.0.0.1:{stage.admin_port}/state     what the server has received")
+    say(f"  curl -s http://127.0.0.1:{stage.admin_port}/agents    the agent as the server knows it")
+    say(f"  tail -f {stage.ips}/logs/*                            the agent's own log")
+    say(f"  {stage.bin}/korvane-ids-writer --help                 writes more events")
+    try:
+        while stage.agent.running():
+            time.sleep(0.5)
+    except KeyboardInterrupt:
+        say("")
+
+
+def well(result):
+    """What the story promises; anything else is a failure of the demo."""
+    return (result["registered"] and result["events_lost"] == 0 and result["exit_status"] == 0
+            and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000)
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Plays the demo's story.")
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--events", type=int, default=60000)
+    parser.add_argument("--kills", type=int, default=2)
+    parser.add_argument("--keep", action="store_true")
+    arguments = parser.parse_args()
+    work = pathlib.Path(tempfile.mkdtemp(prefix="korvane-demo-"))
+    try:
+        with Stage(arguments.build, work) as stage:
+            try:
+                result = play(stage, arguments)
+            except StageError as error:
+                say(f"\nThe demo failed: {error}")
+                for program in stage.programs:
+                    say(program.tail())
+                return 1
+        if not well(result):
+            say("\nThe figures are not what they should be.")
+        print(json.dumps(result), flush=True)
+        return 0 if well(result) else 1
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
