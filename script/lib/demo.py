@@ -55,7 +55,7 @@ def register(stage):
 def forward(stage, events, kills):
     """Has events written and the agent killed in the middle; returns the writer's account."""
     step(f"{events} events are written, the log rotates, and the agent is killed {kills} times in the middle")
-    writer = stage.start_writer("--count", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20)
+    writer = stage.start_writer("--events", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20)
     killed = 0
     while killed < kills:
         time.sleep(2.0 + stage.random.random() * 2)
@@ -72,7 +72,7 @@ def forward(stage, events, kills):
 
 def settle(stage, written):
     """Waits until nothing more comes; returns the server's account."""
-    first, last = written["first"], written["last"]
+    first, last = written["firstSequence"], written["lastSequence"]
     try:
         wait_until(lambda: stage.events(first, last)["lost"] == 0, 90, "the last event")
     except StageError:

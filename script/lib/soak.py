@@ -1,0 +1,149 @@
+"""Kills the agent again and again while events are written, logs rotate and the server misbehaves.
+
+soak.py --build FOLDER [--rounds N] [--lanes N] [--seed N] [--keep-work]
+
+Each lane is a stage of its own (server, driver, writer, agent); the rounds are shared out over the lanes,
+which run at the same time. A round: the agent is started, lives for a random while, is killed with
+SIGKILL. At random the server refuses, delays, drops connections or cuts answers. At the end every
+sequence number that was written must have arrived (those of requests that the server answered with 302 or
+600 aside), and what came twice must fit one batch for each kill or lost answer.
+
+The last line is a JSON object; the exit status is 0 when nothing was lost and no bound was passed.
+"""
+import argparse
+import concurrent.futures
+import json
+import pathlib
+import shutil
+import signal
+import sys
+import tempfile
+import time
+
+from stage import Stage, StageError, wait_until
+
+BATCH_LIMIT = 500
+# What the server is asked to do wrong, and whether the answer is then lost to the agent.
+FAULTS = [
+    {"word": "log", "kind": "error", "code": 200, "text": "later"},
+    {"word": "log", "kind": "error", "code": 302, "text": "dropped"},
+    {"word": "log", "kind": "error", "code": 600, "text": "unknown"},
+    {"word": "log", "kind": "error", "code": 301, "text": "bad, \"really\""},
+    {"word": "log", "kind": "http", "code": 500},
+    {"word": "log", "kind": "delay", "delay_ms": 700},
+    {"word": "log", "kind": "dropBeforeRead"},
+    {"word": "log", "kind": "dropAfterRead"},
+    {"word": "log", "kind": "dropInAnswer", "bytes": 3},
+    {"word": "log", "kind": "garbage"},
+    {"word": "result", "kind": "error", "code": 300, "text": "database"},
+    {"word": "result", "kind": "dropAfterRead"},
+    {"word": "connect", "kind": "drop"},
+]
+
+
+def lane(arguments, number, rounds):
+    """Runs one lane; returns its account."""
+    work = pathlib.Path(tempfile.mkdtemp(prefix=f"korvane-soak-{number}-"))
+    with Stage(arguments.build, work, seed=arguments.seed * 1000 + number) as stage:
+        try:
+            account = play(stage, rounds, number)
+        except StageError as error:
+            account = {"lane": number, "failed": str(error) + "\n" + "\n".join(p.tail() for p in stage.programs[:6])}
+    if not arguments.keep_work and "failed" not in account:
+        shutil.rmtree(work, ignore_errors=True)
+    elif "failed" in account or arguments.keep_work:
+        account["work"] = str(work)
+    return account
+
+
+def prepare(stage):
+    stage.make_certificates()
+    stage.start_server()
+    stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT},
+                            "Polling": {"polling.interval": 1}})
+    stage.start_driver()
+
+
+def play(stage, rounds, number):
+    started = time.monotonic()
+    prepare(stage)
+    writer = stage.start_writer("--events", 0, "--rate", 200, "--rotate", 900, "--repeat", 20, "--torn", 10,
+                                "--seed", number + 1, "--encoding", "utf-16" if number % 2 else "utf-8")
+    for _ in range(rounds):
+        if stage.random.random() < 0.6:
+            stage.admin("/misbehave", {**stage.random.choice(FAULTS), "count": stage.random.randint(1, 3)})
+        stage.start_agent()
+        time.sleep(stage.random.uniform(0.05, 7.0))
+        if not stage.agent.running():
+            raise StageError(f"the agent ended by itself with status {stage.agent.process.returncode}")
+        check_files(stage)
+        stage.agent.end(signal.SIGKILL)
+        check_files(stage)
+    writer.end(signal.SIGTERM)
+    written = stage.written(writer)
+    stage.admin("/misbehave", method="DELETE")
+    return {**finish(stage, written, rounds), "lane": number, "seconds": round(time.monotonic() - started)}
+
+
+def check_files(stage):
+    """The state files load at every instant: the settings whole, the read pointer of its one size."""
+    for name in ("agent.ini", "fallback.ini"):
+        path = stage.ips / name
+        if path.exists() and "\0" in path.read_text(encoding="utf-8"):
+            raise StageError(f"{name} holds NUL bytes")
+    pointer = stage.ips / "hidslog1rtfilepointer"
+    if pointer.exists() and pointer.stat().st_size not in (0, 4365):
+        raise StageError(f"the read pointer has {pointer.stat().st_size} bytes")
+
+
+def finish(stage, written, rounds):
+    """Lets the agent run undisturbed until all has arrived, then draws up the account."""
+    stage.start_agent()
+    first, last = written["firstSequence"], written["lastSequence"]
+
+    def unexplained():
+        sums = stage.events(first, last)
+        return sums if sums["lost_unexplained"] == 0 else None
+
+    try:
+        wait_until(unexplained, 120, "the last event")
+    except StageError:
+        pass  # the account tells what is missing
+    time.sleep(3)
+    sums = stage.events(first, last)
+    stop_ms = stage.agent.end(signal.SIGTERM)
+    damaged = [path.name for path in stage.ips.glob("agent.ini.*") if "corrupt" in path.name or "damaged" in path.name]
+    lost_answers = stage.admin("/requests?word=log&limit=100000")
+    unanswered = sum(1 for request in lost_answers if request.get("stored") and not request.get("answered"))
+    return {"rounds": rounds, "written": written["events"], "files": written["files"], "received": sums["distinct"],
+            "answered_302_or_600": sums["dropped_by_server"], "lost": sums["lost_unexplained"],
+            "sent_again": sums["duplicated"], "lost_answers": unanswered, "stop_ms": stop_ms, "damaged_files": damaged,
+            "bound": BATCH_LIMIT * (rounds + unanswered)}
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Kills the agent again and again and counts events.")
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--rounds", type=int, default=200)
+    parser.add_argument("--lanes", type=int, default=4)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--keep-work", action="store_true")
+    arguments = parser.parse_args()
+    lanes = min(arguments.lanes, arguments.rounds)
+    shares = [arguments.rounds // lanes + (i < arguments.rounds % lanes) for i in range(lanes)]
+    started = time.monotonic()
+    with concurrent.futures.ThreadPoolExecutor(lanes) as pool:
+        accounts = list(pool.map(lambda pair: lane(arguments, *pair), enumerate(shares)))
+    good = True
+    for account in accounts:
+        print(json.dumps(account), flush=True)
+        good = good and "failed" not in account and account["lost"] == 0 \
+            and account["sent_again"] <= account["bound"] and not account["damaged_files"]
+    sums = {key: sum(account.get(key, 0) for account in accounts)
+            for key in ("rounds", "written", "received", "answered_302_or_600", "lost", "sent_again", "lost_answers", "bound")}
+    print(json.dumps({**sums, "batch_limit": BATCH_LIMIT, "seconds": round(time.monotonic() - started), "good": good}))
+    return 0 if good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
