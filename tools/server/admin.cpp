@@ -88,10 +88,9 @@ Json jsonOf(const Fault& fault) {
 
 }  // namespace
 
-Admin::Admin(Records& records, Assignments& assignments, Misbehaviour& misbehaviour,
-             std::string servedDirectory, AddListener addListener)
+Admin::Admin(Records& records, Misbehaviour& misbehaviour, std::string servedDirectory,
+             AddListener addListener)
     : _records(records),
-      _assignments(assignments),
       _misbehaviour(misbehaviour),
       _servedDirectory(std::move(servedDirectory)),
       _addListener(std::move(addListener)) {
@@ -180,7 +179,7 @@ void Admin::addCommands() {
   onDelete(R"(/assignments(?:/(\d+))?)", [this](const auto& request, const auto&) {
     {
       MutexLock lock(_records.mutex());
-      _assignments.remove(trailingNumber(request));
+      removeAssignment(_records, trailingNumber(request));
     }
     return reportAssignments(_records);
   });
@@ -224,7 +223,7 @@ Json Admin::assign(const Json& body) {
     assignment.file = path;
   }
   MutexLock lock(_records.mutex());
-  return {{"id", _assignments.add(assignment)}};
+  return {{"id", addAssignment(_records, assignment)}};
 }
 
 Json Admin::notify(const Json& body) {

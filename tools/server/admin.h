@@ -23,8 +23,8 @@ class Admin {
   using AddListener =
       std::function<int(const std::string&, int, const std::string&, const std::string&)>;
 
-  Admin(Records& records, Assignments& assignments, Misbehaviour& misbehaviour,
-        std::string servedDirectory, AddListener addListener);
+  Admin(Records& records, Misbehaviour& misbehaviour, std::string servedDirectory,
+        AddListener addListener);
 
   void serve(Connection& connection);
 
@@ -48,7 +48,6 @@ class Admin {
   void sendBinary(const httplib::Request& request, httplib::Response& response);
 
   Records& _records;
-  Assignments& _assignments;
   Misbehaviour& _misbehaviour;
   const std::string _servedDirectory;
   const AddListener _addListener;

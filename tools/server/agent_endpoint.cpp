@@ -91,6 +91,7 @@ void AgentEndpoint::onPost(const httplib::Request& request, httplib::Response& r
   message.charset = request.get_header_value("Korvane-Charset");
   message.listener = connection.localAddress();
   if (!isPathWord(message.word)) {
+    read([](const char*, size_t) { return true; });
     response.status = 404;
     return;
   }

@@ -87,8 +87,8 @@ struct AgentService::Exchange {
   }
 };
 
-AgentService::AgentService(Records& records, Assignments& assignments, bool countOnly)
-    : _records(records), _assignments(assignments), _countOnly(countOnly) {}
+AgentService::AgentService(Records& records, bool countOnly)
+    : _records(records), _countOnly(countOnly) {}
 
 AgentAnswer AgentService::handle(const AgentRequest& request, const Refusal& refusal) {
   Exchange exchange{request, refusal};
@@ -201,7 +201,7 @@ void AgentService::registerAgent(Exchange& exchange) {
 
 void AgentService::giveUpdates(Exchange& exchange) {
   WireProperties asked = readProperties(exchange.firstProperties());
-  const auto offered = _assignments.offeredTo(exchange.answer.agent);
+  const auto offered = assignmentsFor(_records, exchange.answer.agent);
   for (const UpdateKind& kind : updateKinds()) {
     if (propertyOf(asked, kind.key) == "true") giveUpdate(exchange, kind, offered);
   }
@@ -245,14 +245,14 @@ void AgentService::takeResult(Exchange& exchange) {
     return;
   }
   const int64_t result = _records.addResult(exchange.answer.request, agent, properties);
-  _assignments.reported(agent, type, result);
+  noteReported(_records, agent, type, result);
   if (type != "policy") return;
   _records.setProperties(agent, "status", readProperties(properties));
   offer(exchange);
 }
 
 void AgentService::offer(Exchange& exchange) {
-  for (const Assignment& assignment : _assignments.offeredTo(exchange.answer.agent)) {
+  for (const Assignment& assignment : assignmentsFor(_records, exchange.answer.agent)) {
     exchange.answerProperties.emplace_back(findUpdateKind(std::to_string(assignment.kind))->key,
                                            "true");
     if (assignment.kind != kApplicationRequest) continue;
@@ -302,7 +302,7 @@ void AgentService::answered(const AgentAnswer& answer, std::string_view how) {
   Transaction transaction(_records.database());
   if (how == "full") {
     for (const int64_t assignment : answer.fetched)
-      _assignments.fetched(assignment, answer.agent, answer.request);
+      noteFetched(_records, assignment, answer.agent, answer.request);
   } else {
     _records.setAnswered(answer.request, how);
   }

@@ -57,7 +57,7 @@ struct Refusal {
 class AgentService {
  public:
   // With countOnly, events are counted and their sequence numbers kept, but not their fields.
-  AgentService(Records& records, Assignments& assignments, bool countOnly);
+  AgentService(Records& records, bool countOnly);
 
   AgentAnswer handle(const AgentRequest& request, const Refusal& refusal = {});
   // Notes a request whose body was not read, or not to its end.
@@ -80,7 +80,6 @@ class AgentService {
   void takeUpload(Exchange& exchange) REQUIRES(_records.mutex());
 
   Records& _records;
-  Assignments& _assignments;
   const bool _countOnly;
 };
 

@@ -54,40 +54,40 @@ const UpdateKind* findUpdateKind(std::string_view name) {
   return nullptr;
 }
 
-int64_t Assignments::add(const Assignment& assignment) {
+int64_t addAssignment(Records& records, const Assignment& assignment) {
   std::string properties;
   for (const auto& [name, value] : assignment.properties) properties += name + "=" + value + "\n";
-  Statement insert(_records.database(),
+  Statement insert(records.database(),
                    "INSERT INTO assignments(at_ms, guid, kind, properties, file, until) VALUES(?, "
                    "?, ?, ?, ?, ?)");
   insert.run(nowMs(), assignment.guid, assignment.kind, properties, assignment.file,
              std::string_view(assignment.untilResult ? "result" : "fetched"));
-  return _records.database().lastId();
+  return records.database().lastId();
 }
 
-void Assignments::remove(int64_t id) {
-  Statement(_records.database(), "DELETE FROM assignments WHERE id = ?1 OR ?1 = 0").run(id);
+void removeAssignment(Records& records, int64_t id) {
+  Statement(records.database(), "DELETE FROM assignments WHERE id = ?1 OR ?1 = 0").run(id);
 }
 
-std::vector<Assignment> Assignments::offeredTo(int64_t agent) {
+std::vector<Assignment> assignmentsFor(Records& records, int64_t agent) {
   std::vector<Assignment> offered;
-  Statement query(_records.database(), kOffered);
+  Statement query(records.database(), kOffered);
   query.start(agent);
   while (query.next()) offered.push_back(readRow(query));
   return offered;
 }
 
-void Assignments::fetched(int64_t assignment, int64_t agent, int64_t request) {
-  Statement(_records.database(),
+void noteFetched(Records& records, int64_t assignment, int64_t agent, int64_t request) {
+  Statement(records.database(),
             "INSERT INTO deliveries(assignment_id, agent_id, request_id, at_ms) VALUES(?, ?, ?, ?) "
             "ON CONFLICT DO UPDATE SET request_id = excluded.request_id, at_ms = excluded.at_ms")
       .run(assignment, agent, request, nowMs());
 }
 
-void Assignments::reported(int64_t agent, std::string_view resultType, int64_t result) {
+void noteReported(Records& records, int64_t agent, std::string_view resultType, int64_t result) {
   const UpdateKind* kind = findUpdateKind(resultType);
   if (kind == nullptr) return;
-  Statement(_records.database(),
+  Statement(records.database(),
             "UPDATE deliveries SET result_id = ?1 WHERE agent_id = ?2 AND result_id IS NULL AND "
             "assignment_id = "
             "(SELECT max(a.id) FROM assignments a JOIN deliveries d ON d.assignment_id = a.id "

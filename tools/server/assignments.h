@@ -43,23 +43,17 @@ struct Assignment {
   bool untilResult = false;
 };
 
-class Assignments {
- public:
-  explicit Assignments(Records& records) : _records(records) {}
+// Returns its number.
+int64_t addAssignment(Records& records, const Assignment& assignment) REQUIRES(records.mutex());
+// 0 removes all.
+void removeAssignment(Records& records, int64_t id) REQUIRES(records.mutex());
 
-  int64_t add(const Assignment& assignment) REQUIRES(_records.mutex());
-  // 0 removes all.
-  void remove(int64_t id) REQUIRES(_records.mutex());
-
-  // What to offer to an agent, one a kind, ascending.
-  std::vector<Assignment> offeredTo(int64_t agent) REQUIRES(_records.mutex());
-  void fetched(int64_t assignment, int64_t agent, int64_t request) REQUIRES(_records.mutex());
-  // The agent reported a result of a type: its newest fetched assignment of that kind is done.
-  void reported(int64_t agent, std::string_view resultType, int64_t result)
-      REQUIRES(_records.mutex());
-
- private:
-  Records& _records;
-};
+// What to offer to an agent, one a kind, ascending.
+std::vector<Assignment> assignmentsFor(Records& records, int64_t agent) REQUIRES(records.mutex());
+void noteFetched(Records& records, int64_t assignment, int64_t agent, int64_t request)
+    REQUIRES(records.mutex());
+// The agent reported a result of a type: its newest fetched assignment of that kind is done.
+void noteReported(Records& records, int64_t agent, std::string_view resultType, int64_t result)
+    REQUIRES(records.mutex());
 
 }  // namespace korvane::server

@@ -47,8 +47,8 @@ Delivery sendPart(const Fault& fault, Connection& connection, std::string_view a
 Delivery sendSlowly(const Fault& fault, Connection& connection, std::string_view answer) {
   const size_t step = static_cast<size_t>(std::max<int64_t>(fault.bytes.value_or(1), 1));
   for (size_t at = 0; at < answer.size(); at += step) {
-    if (!connection.send(answer.substr(at, step)) || !connection.pause(std::chrono::seconds(1)))
-      return Delivery::part;
+    if (at > 0 && !connection.pause(std::chrono::seconds(1))) return Delivery::part;
+    if (!connection.send(answer.substr(at, step))) return Delivery::part;
   }
   return Delivery::full;
 }

@@ -7,26 +7,24 @@ namespace korvane::server {
 
 namespace {
 
-using enum FaultKind;
-
 constexpr std::array<std::pair<std::string_view, FaultKind>, 17> kNames = {{
-    {"delay", delay},
-    {"error", error},
-    {"http", http},
-    {"dropBeforeRead", dropBeforeRead},
-    {"dropAfterRead", dropAfterRead},
-    {"dropInAnswer", dropInAnswer},
-    {"cut", cut},
-    {"slow", slow},
-    {"dataLength", dataLength},
-    {"oversized", oversized},
-    {"endlessHeaders", endlessHeaders},
-    {"garbage", garbage},
-    {"garbageBody", garbageBody},
-    {"raw", raw},
-    {"noGuid", noGuid},
-    {"drop", drop},
-    {"certificate", certificate},
+    {"delay", FaultKind::delay},
+    {"error", FaultKind::error},
+    {"http", FaultKind::http},
+    {"dropBeforeRead", FaultKind::dropBeforeRead},
+    {"dropAfterRead", FaultKind::dropAfterRead},
+    {"dropInAnswer", FaultKind::dropInAnswer},
+    {"cut", FaultKind::cut},
+    {"slow", FaultKind::slow},
+    {"dataLength", FaultKind::dataLength},
+    {"oversized", FaultKind::oversized},
+    {"endlessHeaders", FaultKind::endlessHeaders},
+    {"garbage", FaultKind::garbage},
+    {"garbageBody", FaultKind::garbageBody},
+    {"raw", FaultKind::raw},
+    {"noGuid", FaultKind::noGuid},
+    {"drop", FaultKind::drop},
+    {"certificate", FaultKind::certificate},
 }};
 
 bool matches(const Fault& fault, std::string_view word, std::string_view guid,
@@ -72,7 +70,7 @@ std::vector<Fault> Misbehaviour::strike(std::string_view word, std::string_view 
   std::vector<Fault> struck;
   bool other = false;
   for (Fault& fault : _faults) {
-    const bool isDelay = fault.kind == delay;
+    const bool isDelay = fault.kind == FaultKind::delay;
     if ((!isDelay && other) || !matches(fault, word, guid, listener)) continue;
     if (fault.skip > 0) {
       --fault.skip;

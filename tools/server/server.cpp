@@ -21,9 +21,9 @@ Server::Server(const ServerOptions& options)
                                          : options.servedDirectory)),
       _certificate(TlsContext::load(options.certificateFile, options.keyFile)),
       _records(madeDirectory(options.dataDirectory) + "/server.db"),
-      _service(_records, _assignments, options.countOnly),
+      _service(_records, options.countOnly),
       _endpoint(_service, _misbehaviour, options.basePath),
-      _admin(_records, _assignments, _misbehaviour, _servedDirectory,
+      _admin(_records, _misbehaviour, _servedDirectory,
              [this](const std::string& address, int port, const std::string& certificate,
                     const std::string& key) {
                return addExtraListener(address, port, TlsContext::load(certificate, key));

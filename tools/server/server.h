@@ -45,7 +45,6 @@ class Server {
   const std::string _servedDirectory;
   const TlsContext _certificate;
   Records _records;
-  Assignments _assignments{_records};
   Misbehaviour _misbehaviour;
   AgentService _service;
   AgentEndpoint _endpoint;

@@ -1,0 +1,355 @@
+#include <sys/socket.h>
+
+#include <future>
+#include <thread>
+
+#include "tests/server/server_fixture.h"
+
+namespace korvane::server {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::SizeIs;
+
+TEST_F(ServerTest, RegistrationKeepsWhatTheAgentSays) {
+  start();
+  EXPECT_EQ(post("testConnection", "EOF_FLAG\n").body, "EOF_FLAG\n");
+  std::string body =
+      messageOf({{{"agent.name", "one"}}, {{"polling.interval", "5"}}, {{"ids.log", "x"}}});
+  body.resize(body.size() - std::string("EOF_FLAG\n").size());
+  writeSection(body, "binary/zip", "policy", std::string("PK\0\1", 4));
+  writeEnd(body);
+  const std::string guid = post("register", body).property("agent.id");
+  ASSERT_THAT(guid, SizeIs(36));
+  EXPECT_NE(registerAgent(), guid);
+  EXPECT_EQ(registerAgent({{"agent.id", guid}, {"agent.name", "renamed"}}), guid);
+
+  const Json agents = get("/agents");
+  ASSERT_THAT(agents, SizeIs(2));
+  EXPECT_EQ(agents[0]["guid"], guid);
+  EXPECT_EQ(agents[0]["registrations"], 2);
+  EXPECT_EQ(agents[0]["attributes"]["agent.name"], "renamed");
+  EXPECT_EQ(agents[0]["configuration"]["polling.interval"], "5");
+  EXPECT_EQ(agents[0]["ids"]["ids.log"], "x");
+  const Json binaries = get("/binaries?type=registration");
+  ASSERT_THAT(binaries, SizeIs(1));
+  const auto bytes = httplib::Client("127.0.0.1", _server->adminPort())
+                         .Get("/binaries/" + std::to_string(binaries[0]["id"].get<int>()));
+  EXPECT_EQ(bytes->body, std::string("PK\0\1", 4));
+
+  remove("/agents/" + guid);
+  EXPECT_EQ(post("log", eventsFrom(1, 1), guid).korvaneError, 400);
+  EXPECT_THAT(get("/agents"), SizeIs(1));
+}
+
+TEST_F(ServerTest, RefusesWhatIsWrongAndNotesIt) {
+  start();
+  const std::string guid = registerAgent();
+  const struct {
+    const char* word;
+    std::string guid;
+    std::string body;
+    int status;
+    int error;
+    const char* text;
+  } cases[] = {
+      {"log", "", eventsFrom(1, 2), 200, 400, "not known"},
+      {"log", "nobody", eventsFrom(1, 2), 200, 400, "\"nobody\""},
+      {"update", guid, "", 200, 700, "offset 0"},
+      {"register", "", "Data-Format=text/plain\nEOF_FLAG\n", 200, 700, "Data-Type="},
+      {"nonsense", guid, "EOF_FLAG\n", 404, 0, ""},
+      {"log/", guid, "EOF_FLAG\n", 404, 0, ""},
+  };
+  for (const auto& tried : cases) {
+    const Answer answer = post(tried.word, tried.body, tried.guid);
+    EXPECT_EQ(answer.status, tried.status) << tried.word;
+    EXPECT_EQ(answer.korvaneError, tried.error) << tried.word;
+    EXPECT_THAT(answer.body, HasSubstr(tried.text)) << tried.word;
+  }
+  const auto wrong = _client->Post("/korvane/agent/log",
+                                   {{"Korvane-GUID", guid}, {"Korvane-Format-Version", "2.0"}},
+                                   eventsFrom(1, 1), "application/x-korvane");
+  EXPECT_EQ(wrong->get_header_value("Korvane-Error"), "700");
+  const auto plain = _client->Post("/korvane/agent/log",
+                                   {{"Korvane-GUID", guid}, {"Korvane-Format-Version", "1.0"}},
+                                   eventsFrom(1, 1), "text/plain");
+  EXPECT_THAT(plain->body, HasSubstr("text/plain"));
+  const Json events = get("/events?from=1&to=2");
+  EXPECT_EQ(events["received"], 0);
+  EXPECT_EQ(events["lost"], 2);
+  EXPECT_EQ(get("/state")["malformed"], 4);
+  EXPECT_THAT(get("/requests?word=log")[0]["fault"], HasSubstr("not known"));
+}
+
+TEST_F(ServerTest, EventsAreAccountedFor) {
+  start();
+  const std::string guid = registerAgent();
+  post("log", eventsFrom(1, 100), guid);
+  post("log", eventsFrom(91, 110), guid);
+  post("log",
+       messageOf(
+           {{{"v2", "120"}, {"v3", "t"}, {"v1", "TNET"}, {"a5", "5"}, {"v4", "größer, \"so\""}}}),
+       guid);
+  post("log", messageOf({{{"v1", "TNET"}}}), guid);
+  const Json events = get("/events?from=1&to=130&exact&agent=" + guid);
+  EXPECT_EQ(events["received"], 122);
+  EXPECT_EQ(events["batches"], 4);
+  EXPECT_EQ(events["largest_batch"], 100);
+  EXPECT_EQ(events["covered"], 125);
+  EXPECT_EQ(events["distinct"], 115);
+  EXPECT_EQ(events["duplicated"], 10);
+  EXPECT_EQ(events["missing"], Json::parse("[[111,115],[121,130]]"));
+  EXPECT_EQ(events["exact"], (Json{{"stored", 122}, {"distinct", 112}}));
+  EXPECT_EQ(get("/records?type=TNET")[0]["fields"]["v4"], "größer, \"so\"");
+  EXPECT_EQ(get("/events?agent=other")["received"], 0);
+
+  _server.reset();
+  _client.reset();
+  start();
+  EXPECT_EQ(get("/events")["received"], 122) << "after a restart on the same database";
+  command("/reset", {{"keep_agents", true}});
+  EXPECT_EQ(get("/events")["received"], 0);
+  EXPECT_EQ(post("log", eventsFrom(1, 1), guid).korvaneError, 0);
+}
+
+TEST_F(ServerTest, CountOnlyKeepsNumbersWithoutFields) {
+  _options.countOnly = true;
+  start();
+  const std::string guid = registerAgent();
+  post("log", eventsFrom(1, 50), guid);
+  post("log", eventsFrom(41, 60), guid);
+  EXPECT_EQ(get("/events")["duplicated"], 10);
+  EXPECT_EQ(get("/events")["distinct"], 60);
+  EXPECT_THAT(get("/records"), IsEmpty());
+}
+
+TEST_F(ServerTest, ResultsUploadsAndApplicationData) {
+  start();
+  const std::string guid = registerAgent();
+  post("result",
+       messageOf(
+           {{{"result.type", "qel"}, {"result.errorcode", "36"}, {"result.errormessage", "bad"}}}),
+       guid);
+  const Json results = get("/results?type=qel");
+  ASSERT_THAT(results, SizeIs(1));
+  EXPECT_EQ(results[0]["code"], 36);
+  EXPECT_EQ(results[0]["properties"]["result.errormessage"], "bad");
+
+  const auto withBinary = [](const std::string& bytes, const WireProperties& properties,
+                             bool binaryFirst) {
+    std::string body;
+    if (binaryFirst) writeSection(body, "binary/zip", "policy", bytes);
+    writeProperties(body, properties);
+    if (!binaryFirst) writeSection(body, "binary/zip", "policy", bytes);
+    writeEnd(body);
+    return body;
+  };
+  post("bulk-log", withBinary("packed log", {{"file.name", "log.zip"}}, true), guid);
+  EXPECT_EQ(get("/binaries?type=bulk-log")[0]["file_name"], "log.zip");
+  post("result",
+       withBinary("12345",
+                  {{"result.type", "app.data"},
+                   {"application.requestID", "r1"},
+                   {"application.request.complete", "true"}},
+                  false),
+       guid);
+  const Json data = get("/application-data?type=r1");
+  ASSERT_THAT(data, SizeIs(1));
+  EXPECT_EQ(data[0]["size"], 5);
+  EXPECT_EQ(data[0]["complete"], "true");
+}
+
+class AssignmentTest : public ServerTest {
+ protected:
+  void SetUp() override {
+    start();
+    _guid = registerAgent();
+  }
+  WireProperties status(const std::string& guid) {
+    return post("result", messageOf({{{"result.type", "policy"}, {"rid.applied", ""}}}), guid)
+        .properties();
+  }
+  Answer update(const std::vector<std::string>& keys) {
+    WireProperties asked;
+    for (const std::string& key : keys) asked.emplace_back(key, "true");
+    return post("update", messageOf({asked}), _guid);
+  }
+
+  std::string _guid;
+};
+
+TEST_F(AssignmentTest, OfferedUntilFetchedByEachAgent) {
+  const std::string other = registerAgent();
+  serveFile("p1.zip", "old");
+  serveFile("p2.zip", "new policy");
+  EXPECT_THAT(status(_guid), IsEmpty());
+  command("/assign",
+          {{"kind", "policy"}, {"file", "p1.zip"}, {"properties", {{"policy.name", "P1"}}}});
+  command(
+      "/assign",
+      {{"kind", 2}, {"file", "p2.zip"}, {"properties", {{"policy.name", "P2"}}}, {"agent", _guid}});
+  EXPECT_THAT(status(_guid), ElementsAre(Pair("update.policy", "true")));
+  EXPECT_THAT(status(_guid), ElementsAre(Pair("update.policy", "true"))) << "not yet fetched";
+  const Answer answer = update({"update.configuration", "update.policy"});
+  EXPECT_THAT(answer.properties(),
+              ElementsAre(Pair("update.configuration", "false"), Pair("update.policy", "true"),
+                          Pair("policy.name", "P2")));
+  const WireMessage message = readMessage(answer.body);
+  ASSERT_THAT(message.sections, SizeIs(2));
+  EXPECT_EQ(message.sections[1].name, "policy");
+  EXPECT_EQ(message.sections[1].payload, "new policy");
+  EXPECT_THAT(status(_guid), IsEmpty());
+  EXPECT_THAT(status(other), ElementsAre(Pair("update.policy", "true")))
+      << "the older one is for all";
+  EXPECT_THAT(get("/assignments")[1]["deliveries"], SizeIs(1));
+  remove("/assignments");
+  EXPECT_THAT(status(other), IsEmpty());
+}
+
+TEST_F(AssignmentTest, UntilResultOutlivesALostAnswer) {
+  serveFile("qel.zip", "content");
+  command("/assign", {{"kind", "qel"}, {"file", "qel.zip"}, {"until", "result"}});
+  EXPECT_EQ(update({"update.qel", "update.ferrolyn.vexvt"}).property("update.qel"), "true");
+  EXPECT_THAT(status(_guid), ElementsAre(Pair("update.qel", "true")));
+  post("result", messageOf({{{"result.type", "qel"}, {"result.errorcode", "0"}}}), _guid);
+  EXPECT_THAT(status(_guid), IsEmpty());
+  EXPECT_EQ(get("/assignments")[0]["deliveries"][0]["code"], 0);
+}
+
+TEST_F(AssignmentTest, AnAnswerThatWasCutIsNotFetched) {
+  command("/assign", {{"kind", "config"}, {"properties", {{"polling.interval", "7"}}}});
+  command("/misbehave",
+          {{"word", "update"}, {"kind", "dropInAnswer"}, {"bytes", 10}, {"count", 1}});
+  EXPECT_FALSE(update({"update.configuration"}).arrived);
+  EXPECT_THAT(status(_guid), ElementsAre(Pair("update.configuration", "true")));
+  EXPECT_EQ(update({"update.configuration"}).property("polling.interval"), "7");
+}
+
+TEST_F(AssignmentTest, SeveralKindsInOneAnswer) {
+  for (const char* name : {"a.zip", "b.zip", "c.zip"}) serveFile(name, name);
+  command("/assign", {{"kind", "policy.ids"}, {"file", "b.zip"}});
+  command("/assign",
+          {{"kind", "software"}, {"file", "a.zip"}, {"properties", {{"software.name", "S"}}}});
+  command("/assign",
+          {{"kind", "config.ids"}, {"properties", {{"ids.x", "1"}, {"rid.applied", "mine"}}}});
+  command("/assign",
+          {{"kind", "application"}, {"properties", {{"send.application.requestID", "r9"}}}});
+  EXPECT_THAT(status(_guid),
+              ElementsAre(Pair("update.software", "true"), Pair("update.policy.ids", "true"),
+                          Pair("update.configuration.ids", "true"),
+                          Pair("send.application.request", "true"),
+                          Pair("send.application.requestID", "r9")));
+  const Answer answer = update(
+      {"update.configuration", "update.software", "update.policy.ids", "update.configuration.ids"});
+  EXPECT_EQ(answer.property("update.configuration"), "true")
+      << "the mark that settings of either kind stand under";
+  EXPECT_EQ(answer.property("rid.applied"), "mine");
+  EXPECT_NE(answer.property("mod.time"), "");
+  const WireMessage message = readMessage(answer.body);
+  ASSERT_THAT(message.sections, SizeIs(3));
+  EXPECT_EQ(message.sections[1].name, "zipdata");
+  EXPECT_EQ(message.sections[1].payload, "a.zip");
+  EXPECT_EQ(message.sections[2].name, "policy");
+  EXPECT_EQ(message.sections[2].payload, "b.zip");
+  EXPECT_THAT(status(_guid), IsEmpty());
+}
+
+TEST_F(AssignmentTest, WrongCommandsAreRefused) {
+  const std::pair<const char*, Json> cases[] = {
+      {"/assign", {{"kind", "policy"}, {"file", "missing.zip"}}},
+      {"/assign", {{"kind", "policy"}, {"file", "../server.db"}}},
+      {"/assign", {{"kind", "nothing"}}},
+      {"/assign", {{"kind", "config"}, {"properties", {{"a", "b\nc"}}}}},
+      {"/misbehave", {{"kind", "nothing"}}},
+      {"/misbehave", {{"kind", "certificate"}, {"cert", "missing.pem"}, {"key", "missing.key"}}},
+      {"/notify", {{"kinds", {"qel", 256}}, {"port", 1}}},
+      {"/notify", {{"byte", 1}, {"port", 1}, {"address", "nowhere"}}},
+  };
+  for (const auto& [path, body] : cases) {
+    const auto result = tryCommand(path, body);
+    EXPECT_EQ(result->status, 400) << path << body;
+    EXPECT_TRUE(Json::parse(result->body).contains("error")) << result->body;
+  }
+  EXPECT_THAT(get("/assignments"), IsEmpty());
+  EXPECT_THAT(get("/misbehave"), IsEmpty());
+}
+
+TEST_F(ServerTest, NotificationsArriveAsOneByte) {
+  start();
+  std::promise<std::string> received;
+  StopSignal stop;
+  Listener agent("127.0.0.1", 0, [&](Connection& connection) {
+    char bytes[4];
+    const ssize_t size = connection.read(bytes, sizeof bytes);
+    received.set_value(std::string(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0))));
+  });
+  agent.start();
+  command("/notify", {{"kinds", {"config", "policy"}}, {"port", agent.port()}});
+  EXPECT_EQ(received.get_future().get(), "\x03");
+}
+
+TEST_F(ServerTest, AgentsTakeTurnsAndNothingIsLost) {
+  start();
+  constexpr int kAgents = 4;
+  constexpr int kBatches = 10;
+  std::vector<std::thread> agents;
+  for (int agent = 0; agent < kAgents; ++agent) {
+    agents.emplace_back([this, agent] {
+      const auto by = client(_server->port());
+      const std::string guid =
+          post(*by, "/korvane/agent/register", messageOf({{{"agent.name", "x"}}}), {})
+              .property("agent.id");
+      for (int batch = 0; batch < kBatches; ++batch) {
+        const int64_t first = (agent * kBatches + batch) * 20 + 1;
+        EXPECT_EQ(post(*by, "/korvane/agent/log", eventsFrom(first, first + 19), guid).korvaneError,
+                  0);
+      }
+    });
+  }
+  for (std::thread& agent : agents) agent.join();
+  const Json events = get("/events?from=1&to=" + std::to_string(kAgents * kBatches * 20));
+  EXPECT_EQ(events["lost"], 0);
+  EXPECT_EQ(events["duplicated"], 0);
+  EXPECT_EQ(get("/state")["agents"], kAgents);
+}
+
+TEST_F(ServerTest, StopEndsIdleHangingAndUnfinishedConnections) {
+  start();
+  registerAgent();
+  command("/misbehave", {{"word", "testConnection"}, {"kind", "delay"}, {"delay_ms", 600'000}});
+  auto hanging = std::async(std::launch::async, [this] {
+    return post(*client(_server->port()), "/korvane/agent/testConnection", "EOF_FLAG\n", {})
+        .arrived;
+  });
+  Listener unused("127.0.0.1", 0, [](Connection&) {});
+  while (get("/misbehave")[0]["hits"] == 0) std::this_thread::yield();
+  const auto before = std::chrono::steady_clock::now();
+  _server->stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
+  EXPECT_FALSE(hanging.get());
+}
+
+TEST_F(ServerTest, StartFailuresNameTheirCause) {
+  start();
+  ServerOptions second = _options;
+  second.port = _server->port();
+  second.dataDirectory = _directory + "/second";
+  const auto textOf = [](const ServerOptions& options) -> std::string {
+    try {
+      Server server(options);
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    return "started";
+  };
+  EXPECT_THAT(textOf(second), HasSubstr("listen on 127.0.0.1:" + std::to_string(_server->port())));
+  second.port = 0;
+  second.keyFile = certificateFile("wrong-ca.key");
+  EXPECT_THAT(textOf(second), HasSubstr("wrong-ca.key"));
+}
+
+}  // namespace
+}  // namespace korvane::server
