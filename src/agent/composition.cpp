@@ -4,11 +4,11 @@
 #include <vector>
 
 #include "agent/thread/stop_token.h"
+#include "agent/thread/thread.h"
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
-#include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "platform/platform.h"
 #include "translator/translator.h"
@@ -50,17 +50,29 @@ bool localAddresses(std::vector<STRING>& addresses) {
 
 }  // namespace
 
-Composition::Composition() {
+Composition::Composition() : _abandonedBefore(Thread::abandoned()) {
   adoptPlatform();
   resetProcessState();
+  AgentConfig& config = *AgentConfig::getInstance();
+  config.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
+  config.setFirstUpdateDone(false);
+  _log = std::make_unique<OwnLog>(config);
   HttpsHandler::setLocalAddressSource(localAddresses);
   _ids = std::make_unique<HidsComponent>(
       idsDirectory(), [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
   AgentConfig::setHIDSInterface(_ids.get());
 }
 
+// A thread that was left behind keeps what it may still reach: the store and the IDS component stay then.
 Composition::~Composition() {
+  HttpsHandler::setLocalAddressSource(nullptr);
+  if (Thread::abandoned() > _abandonedBefore) {
+    static_cast<void>(_ids.release());
+    return;
+  }
   AgentConfig::setHIDSInterface(nullptr);
+  HttpsHandler::curlCleanup();
+  AgentConfig::freeInstance();
 }
 
 }  // namespace korvane

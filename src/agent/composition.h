@@ -10,6 +10,7 @@
 
 #include <memory>
 
+#include "agent/own_log.h"
 #include "config/hids_interface.h"
 
 namespace korvane {
@@ -22,6 +23,8 @@ class Composition {
   Composition& operator=(const Composition&) = delete;
 
  private:
+  const int _abandonedBefore;
+  std::unique_ptr<OwnLog> _log;
   std::unique_ptr<HidsInterface> _ids;
 };
 
