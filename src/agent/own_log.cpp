@@ -33,6 +33,8 @@ OwnLog::OwnLog(AgentConfig& config) {
   });
 }
 
-OwnLog::~OwnLog() { eventlog::EventLog::close(); }
+OwnLog::~OwnLog() {
+  eventlog::EventLog::close();
+}
 
 }  // namespace korvane
