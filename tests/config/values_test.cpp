@@ -1,0 +1,134 @@
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "config/settings_table.h"
+#include "tests/config/config_fixture.h"
+
+namespace korvane {
+namespace {
+
+using ValuesTest = ConfigFixture;
+
+// The reference's table row by row: section, key, type, default, accessors.
+TEST_F(ValuesTest, TheReferenceListsTheTable) {
+  std::ifstream file(KORVANE_INI_REFERENCE);
+  std::vector<std::vector<std::string>> rows;
+  for (std::string line; std::getline(file, line);) {
+    if (!line.starts_with("| [") || line.find("(any other key)") != line.npos) continue;
+    std::istringstream cells(line.substr(1));
+    rows.emplace_back();
+    for (std::string cell; std::getline(cells, cell, '|');) {
+      rows.back().push_back(STRING(cell).trimmed().toUtf8());
+    }
+  }
+  ASSERT_EQ(rows.size(), settingsTable().size() + 1) << "and the row of the checksum";
+  const char* const types[] = {"text", "bool", "integer", "unsigned", "enumeration"};
+  for (const SettingRow& row : settingsTable()) {
+    const auto& cells = rows[static_cast<size_t>(row.key)];
+    EXPECT_EQ(cells[0], std::string("[") + row.section + "]");
+    EXPECT_EQ(cells[1], std::string("`") + row.name + "`");
+    EXPECT_EQ(cells[2], types[static_cast<size_t>(row.type)]) << row.name;
+    EXPECT_EQ(cells[3], *row.defaultText ? row.defaultText : "empty") << row.name;
+    EXPECT_EQ(config().getValue(row.name), STRING(row.defaultText)) << row.name;
+  }
+}
+
+// A key reached by name and by its accessor is the same setting.
+TEST_F(ValuesTest, AccessorsMeanTheirKeys) {
+  struct Case {
+    const char* key;
+    const char* value;
+    std::function<STRING(AgentConfig&)> get;
+  };
+  const auto number = [](auto getter) {
+    return [getter](AgentConfig& c) { return STRING::fromInt((c.*getter)()); };
+  };
+  const auto flag = [](bool (AgentConfig::*getter)() const) {
+    return [getter](AgentConfig& c) { return STRING::fromBool((c.*getter)()); };
+  };
+  const Case cases[] = {
+      {"agent.id", "g", &AgentConfig::getUniqueId},
+      {"agent.update", "/u", &AgentConfig::getSoftwareUpdateDirectory},
+      {"ssl.trustStore", "/c", &AgentConfig::getSSLCertFile},
+      {"policy.name", "n 1", &AgentConfig::getPlusVersion},
+      {"policy.id", "i", &AgentConfig::getPolicyID},
+      {"policy.path", "p", &AgentConfig::getPlusDBPath},
+      {"ids.plus.policy.file", "/i", &AgentConfig::getIDSPlusFileName},
+      {"qel.vt.metadata", "m", &AgentConfig::getQelFL},
+      {"ferrolyn.vt.flpkg.path", "v", &AgentConfig::getFerrolynVtPath},
+      {"autoretrans.now", "true", flag(&AgentConfig::getRetranslateNow)},
+      {"log.consolidate", "false", flag(&AgentConfig::consolidateLogs)},
+      {"ips.enabled", "false", flag(&AgentConfig::isIPSEnabled)},
+      {"ips.reboot.required", "true", flag(&AgentConfig::isIPSRebootRequired)},
+      {"agentlog.log.trace.messages", "true", flag(&AgentConfig::logTraceMessages)},
+      {"update.ferrolyn.revo.now", "true", flag(&AgentConfig::getUpdateFRevoNow)},
+      {"failback.interval", "4294967295", number(&AgentConfig::getFailbackInterval)},
+      {"tcp.port", "8", number(&AgentConfig::getTCPNotificationPort)},
+      {"log.consolidate.value", "7", number(&AgentConfig::getLogConsolidatePeriod)},
+      {"policy.state.error.code", "-100", number(&AgentConfig::getPolicyErrorCode)},
+      {"log.writer.limit", "12",
+       [](AgentConfig& c) { return STRING::fromInt(c.getMaxBatchSize(HIDS_RT_LOG)); }},
+      {"log.reader.limit", "13",
+       [](AgentConfig& c) { return STRING::fromInt(c.getMaxMessagesToRead(AGENT_LOG)); }},
+  };
+  for (const Case& c : cases) {
+    EXPECT_TRUE(config().setValue(c.key, c.value)) << c.key;
+    EXPECT_EQ(c.get(config()), STRING(c.value)) << c.key;
+  }
+  for (const Case& c : cases) EXPECT_EQ(c.get(restart()), STRING(c.value)) << c.key;
+}
+
+TEST_F(ValuesTest, ServerLists) {
+  struct Case {
+    const char* list;
+    int size;
+    const char *primary, *next, *afterFailover;
+  } const cases[] = {
+      {"a,b,c", 3, "a", "b", "c"},
+      {" a b , c\t", 2, "ab", "c", "ab"},
+      {"solo", 1, "solo", "solo", "solo"},
+      {"", 0, "urlhost", "urlhost", "urlhost"},
+      {" , ,", 0, "urlhost", "urlhost", "urlhost"},
+      {",a,,b,", 2, "a", "b", "a"},
+  };
+  config().setURL("https://urlhost:4443/agent/");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.list);
+    config().setServerLast("old");
+    config().setServerList(c.list);
+    EXPECT_EQ(config().getServerList(), STRING(c.list).trimmed());
+    EXPECT_EQ(config().getServerListSize(), c.size);
+    EXPECT_EQ(config().getServerPrimary(), STRING(c.primary));
+    EXPECT_EQ(config().getServerCurrent(), STRING(c.primary));
+    EXPECT_EQ(config().getServerNext(), STRING(c.next));
+    EXPECT_EQ(config().getServerLast(), STRING("Unknown"));
+    if (c.size > 0) EXPECT_EQ(config().getServerEntry(1), STRING(c.primary));
+    EXPECT_THROW(config().getServerEntry(0), std::out_of_range);
+    EXPECT_THROW(config().getServerEntry(c.size + 1), std::out_of_range);
+    // A fail-over: the next one becomes current, and what follows it the next.
+    config().setServerCurrent(config().getServerNext());
+    config().setServerNext(config().getServerCurrent());
+    EXPECT_EQ(config().getServerCurrent(), STRING(c.next));
+    EXPECT_EQ(config().getServerNext(), STRING(c.afterFailover));
+    const STRING current = config().getServerCurrent();
+    config().newConfiguration({{"server.list", c.list}});
+    EXPECT_EQ(config().getServerCurrent(), current) << "the same list again changes nothing";
+  }
+  EXPECT_EQ(restart().getServerPrimary(), STRING("a")) << "the list comes from the file too";
+}
+
+TEST_F(ValuesTest, TheUrlsHostIsTheServerOnlyWithoutAList) {
+  config().setURL("https://one:44/agent/");
+  config().setURLHost("two");
+  config().setURLPort("45");
+  config().setURLProtocol("http");
+  EXPECT_EQ(config().getURL(), STRING("http://two:45/agent/"));
+  EXPECT_EQ(config().getServerCurrent(), STRING("two"));
+  config().setServerList("a,b");
+  config().setURLHost("three");
+  EXPECT_EQ(config().getServerCurrent(), STRING("a"));
+}
+
+}  // namespace
+}  // namespace korvane
