@@ -66,7 +66,10 @@ bool AgentConfigState::assign(const SettingRow& row, const STRING& value) {
     eventlog::trace("AgentConfig::setValue", "Refused %s=%s", row.name, value);
     return false;
   }
-  if (result == SettingStore::Result::changed) follow(row.key);
+  if (result == SettingStore::Result::changed) {
+    writeOutstanding = true;
+    follow(row.key);
+  }
   return true;
 }
 
@@ -79,6 +82,7 @@ bool AgentConfigState::assignByName(const STRING& key, const STRING& value) {
     return false;
   }
   if (result == SettingStore::Result::changed) {
+    writeOutstanding = true;
     momentsOutstanding |= 1u << AgentConfig::SETTINGS_CHANGED;
   }
   return true;
@@ -108,7 +112,7 @@ void AgentConfigState::finishChanges() noexcept {
       const Synchronized hold(lock);
       fips = std::exchange(fipsOutstanding, false);
       fipsWanted = settings.number(Key::fipsEnabled) != 0;
-      write = loaded && dirty();
+      write = loaded && std::exchange(writeOutstanding, false) && dirty();
     }
     if (fips) applyFips(fipsWanted);
     if (write) save("AgentConfig::updateIniFile", false);

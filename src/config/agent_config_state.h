@@ -70,6 +70,7 @@ struct AgentConfigState {
   int64_t nextRetryMs GUARDED_BY(lock) = 0;       // monotonic, after a write that failed
 
   // What finishChanges() has to do.
+  bool writeOutstanding GUARDED_BY(lock) = false;
   bool fipsOutstanding GUARDED_BY(lock) = false;
   unsigned momentsOutstanding GUARDED_BY(lock) = 0;  // a bit for each SubscriberId
   std::vector<std::pair<int, std::function<void(void*)>>> subscribers GUARDED_BY(lock);

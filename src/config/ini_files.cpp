@@ -64,9 +64,11 @@ std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag) const {
   StopToken never;
   int pausesWhileStopping = 0;
   for (int attempt = 1;; ++attempt) {
-    const int error = files().lock(lockFile, held);
+    int error = files().lock(lockFile, held);
+    if (error == ENOENT && files().makeDirectories(_directory) == 0) {
+      error = files().lock(lockFile, held);
+    }
     if (error == 0) return held;
-    if (error == ENOENT) files().makeDirectories(_directory);
     const bool stopping = shutdownToken().requested();
     if (stopping ? ++pausesWhileStopping >= kLateLockAttempts : attempt >= kLockAttempts) break;
     if (stopping) {

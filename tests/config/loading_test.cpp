@@ -46,7 +46,7 @@ TEST_F(LoadingTest, DecidesBetweenTheFiles) {
     if (!c.fallback.empty()) put(kFallbackIni, c.fallback);
     EXPECT_EQ(restart().getPollingInterval(), c.interval);
     EXPECT_EQ(damagedCopies().size(), c.copies);
-    if (c.agentIni) EXPECT_EQ(fake.files.content(kAgentIni), c.agentIniBytes);
+    EXPECT_EQ(fake.files.content(kAgentIni), c.agentIniBytes);
     if (c.copies > 0 && c.agentIniBytes.size() <= kMaxIniBytes) {
       EXPECT_EQ(fake.files.content(damagedCopies()[0]), c.agentIniBytes);
     }

@@ -130,7 +130,9 @@ TEST_F(StateTest, FipsSwitchNeedsAWorkingProvider) {
   EXPECT_EQ(fipsModeOn(), fetch("fips=yes"));
   EXPECT_TRUE(fetch(nullptr));
   STRING error;
-  if (!switchFipsMode(true, error)) EXPECT_NE(error.find("error:"), STRING::npos) << error.toUtf8();
+  if (!switchFipsMode(true, error)) {
+    EXPECT_NE(error.find("error:"), STRING::npos) << error.toUtf8();
+  }
   config().setFipsEnabled(false);
   EXPECT_FALSE(fipsModeOn());
   EXPECT_TRUE(fetch(nullptr));

@@ -103,7 +103,9 @@ TEST_F(ValuesTest, ServerLists) {
     EXPECT_EQ(config().getServerCurrent(), STRING(c.primary));
     EXPECT_EQ(config().getServerNext(), STRING(c.next));
     EXPECT_EQ(config().getServerLast(), STRING("Unknown"));
-    if (c.size > 0) EXPECT_EQ(config().getServerEntry(1), STRING(c.primary));
+    if (c.size > 0) {
+      EXPECT_EQ(config().getServerEntry(1), STRING(c.primary));
+    }
     EXPECT_THROW(config().getServerEntry(0), std::out_of_range);
     EXPECT_THROW(config().getServerEntry(c.size + 1), std::out_of_range);
     // A fail-over: the next one becomes current, and what follows it the next.
