@@ -10,6 +10,7 @@ namespace korvane::platform {
 Interrupt::Interrupt() : _event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 void Interrupt::raise() {
+  _raised = true;
   const uint64_t one = 1;
   // The only failure left is a counter that is full, and then the interrupt is raised already.
   [[maybe_unused]] const ssize_t written = ::write(_event.get(), &one, sizeof one);

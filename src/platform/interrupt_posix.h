@@ -1,6 +1,8 @@
 // A sticky interrupt that a poll(2) can wait for beside a descriptor. Only for the POSIX siblings.
 #pragma once
 
+#include <atomic>
+
 #include "platform/descriptor_posix.h"
 #include "platform/monitor_posix.h"
 
@@ -15,10 +17,12 @@ class Interrupt {
   // False when the system had no descriptor left.
   bool valid() const { return static_cast<bool>(_event); }
   void raise();
+  bool raised() const { return _raised; }
   int descriptor() const { return _event.get(); }
 
  private:
   Descriptor _event;
+  std::atomic<bool> _raised{false};
 };
 
 // Waits until `descriptor` has one of poll(2)'s `events`, an error or a hang-up. An interrupt wins

@@ -139,6 +139,8 @@ class RegParser {
       value += '\n';
       value += trimmed(takeLine());
     }
+    if (!value.starts_with('"') && value.ends_with('\\'))
+      return "a value that breaks off: \"" + item.name + "\"";
     if (value == "-") return removeValue(item.name);
     if (!readRegValue(value, item)) return "not a value: \"" + item.name + "\"";
     return append(std::move(item));

@@ -131,6 +131,7 @@ class PosixSocket final : public Socket {
   int connect(const std::string& address, uint16_t port, uint32_t timeoutMs) override {
     in_addr host;
     if (::inet_pton(AF_INET, address.c_str(), &host) != 1) return kWsaInvalidArgument;
+    if (_interrupt.raised()) return kWsaInterrupted;
     const bool wasNonBlocking = _nonBlocking;
     if (const int error = setNonBlocking(true)) return error;
     int error = startConnect(addressOf(host, port));

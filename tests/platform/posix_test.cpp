@@ -1,0 +1,214 @@
+// What only the POSIX siblings promise.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "platform/error_codes.h"
+#include "platform/native.h"
+#include "platform/paths.h"
+#include "tests/platform/simulator_stand_in.h"
+#include "tests/support/temp_directory.h"
+
+namespace korvane::platform {
+namespace {
+
+constexpr uint32_t kLongMs = 30000;
+constexpr char kDeviceName[] = "\\\\.\\KAVIPS";
+constexpr char kPreventionKey[] =
+    "Software\\Dalvora\\Intrusion Security\\agent\\IPS\\TestForPrevention\\";
+
+class PosixTest : public testing::Test {
+ protected:
+  tests::TempDirectory directory;
+  std::string registryFile = directory.path() + "/machine.reg";
+  std::unique_ptr<NativePlatform> native = makeNativePlatform({registryFile, directory.path()});
+  Platform& platform = native->platform();
+
+  void write(const std::string& bytes) { std::ofstream(registryFile, std::ios::binary) << bytes; }
+  std::string read() {
+    std::string bytes;
+    readWholeFile(platform.files, registryFile, 1 << 20, bytes);
+    return bytes;
+  }
+};
+
+TEST_F(PosixTest, childrenInheritNoDescriptorAndLeaveNoZombie) {
+  const int leaked = ::open("/dev/null", O_RDONLY);
+  std::unique_ptr<Process> process;
+  ASSERT_EQ(platform.processes.start(KORVANE_TEST_CHILD, "descriptors", process), kOk);
+  ASSERT_EQ(process->wait(kLongMs), ProcessWait::ended);
+  uint32_t code = 0xBAD;
+  ASSERT_TRUE(process->exitCode(code));
+  EXPECT_EQ(code, 0u);
+  ::close(leaked);
+
+  ASSERT_EQ(platform.processes.start(KORVANE_TEST_CHILD, "hang", process), kOk);
+  const auto pid = static_cast<pid_t>(process->id());
+  process.reset();
+  ASSERT_EQ(::kill(pid, 0), 0) << "a child whose object is gone runs on";
+  ASSERT_EQ(::kill(pid, SIGTERM), 0);
+  const auto pause = platform.threading.createEvent(true, false);
+  for (int i = 0; i < 3000 && ::kill(pid, 0) == 0; ++i) pause->wait(10);
+  EXPECT_NE(::kill(pid, 0), 0) << "nobody took it from the system";
+}
+
+TEST_F(PosixTest, aSignalledChildHasItsSignalsCodeAndTextIsNoProgram) {
+  std::unique_ptr<Process> process;
+  ASSERT_EQ(platform.processes.start(KORVANE_TEST_CHILD, "hang", process), kOk);
+  ::kill(static_cast<pid_t>(process->id()), SIGTERM);
+  ASSERT_EQ(process->wait(kLongMs), ProcessWait::ended);
+  uint32_t code = 0;
+  process->exitCode(code);
+  EXPECT_EQ(code, 128u + SIGTERM);
+
+  const std::string text = directory.path() + "/text";
+  std::ofstream(text) << "no program";
+  EXPECT_EQ(platform.processes.start(text, "", process), kErrorAccessDenied);
+  std::filesystem::permissions(text, std::filesystem::perms::owner_all);
+  EXPECT_EQ(platform.processes.start(text, "", process), kErrorBadExeFormat);
+}
+
+TEST_F(PosixTest, imageNamesMayCarryTheWindowsSuffix) {
+  const std::string image = fileNameOf(std::filesystem::read_symlink("/proc/self/exe").string());
+  EXPECT_TRUE(platform.processes.isRunning(image + ".EXE"));
+}
+
+TEST_F(PosixTest, lowestPriorityRaisesTheNiceValueByFive) {
+  int nice = -100;
+  const int base = ::getpriority(PRIO_PROCESS, 0);
+  const auto go = platform.threading.createEvent(true, false);
+  const auto thread = platform.threading.createThread(0, [&] {
+    go->wait(kLongMs);
+    nice = ::getpriority(PRIO_PROCESS, 0);
+  });
+  ASSERT_TRUE(thread->setPriority(NativePriority::lowest));
+  go->set();
+  thread->join(kLongMs);
+  EXPECT_EQ(nice, base + 5);
+  EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), base) << "only that thread's";
+}
+
+TEST_F(PosixTest, filesAreClosedToStrangers) {
+  std::unique_ptr<File> file;
+  ASSERT_EQ(platform.files.open(directory.path() + "/state", OpenMode::create, file), 0);
+  ASSERT_EQ(platform.files.makeDirectories(directory.path() + "/folder"), 0);
+  for (const char* name : {"/state", "/folder"}) {
+    const auto perms = std::filesystem::status(directory.path() + name).permissions();
+    EXPECT_EQ(perms & std::filesystem::perms::others_all, std::filesystem::perms::none) << name;
+  }
+}
+
+TEST_F(PosixTest, registryFollowsTheFileAndKeepsItsForm) {
+  Registry& registry = platform.registry;
+  STRING text;
+  EXPECT_EQ(registry.readString("K", "v", text), kErrorFileNotFound) << "no file yet";
+  write(
+      "\xEF\xBB\xBFREGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\K]\r\n\"v\"=\"1\"\r\n\"b\"=hex(2):25,00,"
+      "\\\r\n  00,00\r\n");
+  ASSERT_EQ(registry.readString("k", "V", text), kOk);
+  EXPECT_EQ(text, "1");
+  EXPECT_EQ(registry.readString("k", "b", text), kErrorInvalidData);
+  ASSERT_EQ(registry.writeString("k", "v", "2"), kOk);
+  EXPECT_EQ(read(),
+            "\xEF\xBB\xBFREGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\K]\r\n\"v\"=\"2\"\r\n\"b\"=hex(2):25,"
+            "00,\\\r\n  00,00\r\n");
+  EXPECT_FALSE(std::filesystem::exists(registryFile + ".new"));
+
+  write("Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\K]\nnonsense\n");
+  EXPECT_EQ(registry.readString("K", "v", text), kErrorBadDatabase);
+  EXPECT_EQ(registry.writeString("K", "v", "x"), kErrorBadDatabase)
+      << "what is damaged is not overwritten";
+  EXPECT_THAT(registry.problem(),
+              testing::AllOf(testing::HasSubstr(registryFile), testing::HasSubstr("line 3")));
+  write("");
+  EXPECT_EQ(registry.problem(), "");
+}
+
+TEST_F(PosixTest, registryWritersExcludeEachOther) {
+  std::unique_ptr<FileLock> lock;
+  ASSERT_EQ(platform.registry.createKey("K"), kOk);
+  ASSERT_EQ(platform.files.lock(registryFile + ".lock", lock), 0);
+  EXPECT_EQ(platform.registry.writeDword("K", "v", 1), kErrorSharingViolation);
+  lock.reset();
+  EXPECT_EQ(platform.registry.writeDword("K", "v\n[HKEY_LOCAL_MACHINE\\X]", 1),
+            kErrorInvalidParameter);
+  EXPECT_EQ(platform.registry.createKey("K]\n[HKEY_LOCAL_MACHINE\\X"), kErrorInvalidParameter);
+
+  const auto other = makeNativePlatform({registryFile, ""});
+  const auto writer = platform.threading.createThread(0, [&] {
+    for (uint32_t i = 0; i < 25; ++i) other->platform().registry.writeDword("K", "theirs", i);
+  });
+  for (uint32_t i = 0; i < 25; ++i) EXPECT_EQ(platform.registry.writeDword("K", "ours", i), kOk);
+  writer->join(kLongMs);
+  uint32_t ours = 0, theirs = 0;
+  EXPECT_EQ(platform.registry.readDword("K", "ours", ours), kOk);
+  EXPECT_EQ(platform.registry.readDword("K", "theirs", theirs), kOk);
+  EXPECT_EQ(ours, 24u);
+  EXPECT_EQ(theirs, 24u) << "no write undid another";
+}
+
+TEST_F(PosixTest, aRegistryWithoutAFileIsEmptyAndReadOnly) {
+  const auto bare = makeNativePlatform({});
+  STRING text;
+  EXPECT_EQ(bare->platform().registry.readString("K", "v", text), kErrorFileNotFound);
+  EXPECT_EQ(bare->platform().registry.createKey("K"), kErrorAccessDenied);
+  std::unique_ptr<Device> device;
+  EXPECT_EQ(bare->platform().devices.open(kDeviceName, device), kErrorFileNotFound);
+}
+
+TEST_F(PosixTest, preventionTestKeysAreRefusedWhileTheDriverSaysSo) {
+  EXPECT_EQ(platform.registry.createKey(kPreventionKey), kOk) << "no driver, no refusal";
+  std::atomic<char> inForce{1};
+  tests::SimulatorStandIn simulator(directory.path() + "/kavips.sock", [&](const auto& request) {
+    EXPECT_EQ(request.code, kSimulatorPreventionQuery);
+    return tests::SimulatorReply{tests::simulatorFrame(SimulatorFrame::answer, request.number, 0,
+                                                       std::string{inForce, 0, 0, 0})};
+  });
+  EXPECT_EQ(platform.registry.createKey(kPreventionKey), kErrorAccessDenied);
+  EXPECT_EQ(platform.registry.createKey(std::string(kPreventionKey) + "below"), kErrorAccessDenied);
+  inForce = 0;
+  EXPECT_EQ(platform.registry.createKey(kPreventionKey), kOk);
+}
+
+TEST_F(PosixTest, aSimulatorThatBreaksTheRulesIsAnErrorOfTheRequest) {
+  using tests::simulatorFrame;
+  struct Case {
+    const char* what;
+    tests::SimulatorReply reply;
+    uint32_t result;
+  };
+  const Case cases[] = {
+      {"closes without an answer", {"", true}, kErrorDeviceNotConnected},
+      {"closes within the header", {std::string(7, '\1'), true}, kErrorDeviceNotConnected},
+      {"closes within the output",
+       {simulatorFrame(SimulatorFrame::answer, 1, 0, "abcd").substr(0, 22), true},
+       kErrorDeviceNotConnected},
+      {"answers more than there is room for",
+       {simulatorFrame(SimulatorFrame::answer, 1, 0, "abcde")},
+       kErrorGenFailure},
+      {"answers another request", {simulatorFrame(SimulatorFrame::answer, 2, 0)}, kErrorGenFailure},
+      {"sends a frame of another kind",
+       {simulatorFrame(SimulatorFrame::request, 1, 0)},
+       kErrorGenFailure},
+  };
+  size_t at = 0;
+  tests::SimulatorStandIn simulator(directory.path() + "/kavips.sock",
+                                    [&](const auto&) { return cases[at].reply; });
+  for (at = 0; at < std::size(cases); ++at) {
+    std::unique_ptr<Device> device;
+    std::unique_ptr<DeviceRequest> request;
+    ASSERT_EQ(platform.devices.open(kDeviceName, device), kOk);
+    ASSERT_EQ(device->prepare(7, {}, 4, request), kOk);
+    EXPECT_EQ(request->issue(), kErrorIoPending) << cases[at].what;
+    EXPECT_EQ(request->wait(kLongMs), DeviceWait::signalled) << cases[at].what;
+    EXPECT_EQ(request->result(), cases[at].result) << cases[at].what;
+  }
+}
+
+}  // namespace
+}  // namespace korvane::platform

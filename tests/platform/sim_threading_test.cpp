@@ -1,0 +1,149 @@
+// What is the simulation's own: time that jumps, orders drawn from a seed, deadlocks that are reported.
+#include "platform/fake/sim_threading.h"
+
+#include <gmock/gmock.h>
+
+#include <set>
+
+#include "platform/fake/fake_platform.h"
+
+namespace korvane::platform {
+namespace {
+
+// Three workers that log their number in the order in which they get to run.
+std::string orderOf(uint64_t seed, uint64_t* hash = nullptr) {
+  SimThreading sim(seed);
+  const auto mutex = sim.createMutex();
+  std::string order;
+  std::vector<std::unique_ptr<NativeThread>> threads;
+  for (const char name : {'a', 'b', 'c'})
+    threads.push_back(sim.createThread(0, [&, name] {
+      for (int i = 0; i < 3; ++i) {
+        mutex->lock();
+        order += name;
+        mutex->unlock();
+      }
+    }));
+  for (auto& thread : threads) thread->join(kInfinite);
+  if (hash) *hash = sim.scheduleHash();
+  return order;
+}
+
+TEST(SimThreading, aSeedReplaysItsOrderAndSeedsDiffer) {
+  std::set<std::string> orders;
+  for (uint64_t seed = 0; seed < 20; ++seed) {
+    uint64_t first = 0, second = 1;
+    const std::string order = orderOf(seed, &first);
+    EXPECT_EQ(orderOf(seed, &second), order);
+    EXPECT_EQ(first, second);
+    orders.insert(order);
+  }
+  EXPECT_GT(orders.size(), 10u);
+}
+
+TEST(SimThreading, aWeekOfOneSecondCyclesPassesWithTheWork) {
+  SimThreading sim(1);
+  FakePlatform fake(sim);
+  const auto stop = sim.createEvent(true, false);
+  int cycles = 0;
+  const auto worker = sim.createThread(0, [&] {
+    while (stop->wait(1000) == WaitResult::timedOut) ++cycles;
+  });
+  const int64_t start = fake.platform().clock.wallMs();
+  sim.runFor(24 * 3600 * 1000 + 500);
+  EXPECT_EQ(cycles, 24 * 3600);
+  EXPECT_EQ(fake.platform().clock.wallMs() - start, 24 * 3600 * 1000 + 500);
+  sim.setWall(5);
+  EXPECT_EQ(fake.platform().clock.wallMs(), 5);
+  stop->set();
+  EXPECT_EQ(worker->join(kInfinite), WaitResult::signalled);
+  EXPECT_EQ(cycles, 24 * 3600) << "the stop cut the last wait short";
+}
+
+TEST(SimThreading, aMissingLockIsFoundBySomeSeed) {
+  int lostUpdates = 0;
+  for (uint64_t seed = 0; seed < 50; ++seed) {
+    SimThreading sim(seed);
+    const auto unrelated = sim.createMutex();
+    int balance = 0;
+    const auto add = [&] {
+      const int read = balance;
+      unrelated->lock();
+      unrelated->unlock();
+      balance = read + 1;
+    };
+    const auto one = sim.createThread(0, add), two = sim.createThread(0, add);
+    one->join(kInfinite);
+    two->join(kInfinite);
+    lostUpdates += balance == 1;
+  }
+  EXPECT_GT(lostUpdates, 0);
+  EXPECT_LT(lostUpdates, 50);
+}
+
+TEST(SimThreading, aDeadlockIsReportedAndItsWaitsFail) {
+  std::vector<std::string> reports;
+  SimThreading sim(3, [&](const std::string& report) { reports.push_back(report); });
+  const auto never = sim.createEvent(true, false);
+  WaitResult inside = WaitResult::signalled;
+  const auto thread = sim.createThread(0, [&] { inside = never->wait(kInfinite); });
+  EXPECT_EQ(never->wait(kInfinite), WaitResult::failed);
+  EXPECT_EQ(thread->join(kInfinite), WaitResult::signalled);
+  EXPECT_EQ(inside, WaitResult::failed);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_THAT(reports[0], testing::AllOf(testing::HasSubstr("thread 1 waits for an event"),
+                                         testing::HasSubstr("thread 2 waits for an event")));
+}
+
+void takeInOppositeOrder(uint64_t seed) {
+  SimThreading sim(seed);
+  const auto first = sim.createMutex();
+  const auto second = sim.createMutex();
+  const auto both = [](Mutex& outer, Mutex& inner) {
+    outer.lock();
+    inner.lock();
+    inner.unlock();
+    outer.unlock();
+  };
+  const auto other = sim.createThread(0, [&] { both(*first, *second); });
+  both(*second, *first);
+  other->join(kInfinite);
+}
+
+TEST(SimThreadingDeathTest, mutexesTakenInOppositeOrderAbortWithAReport) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(for (uint64_t seed = 0; seed < 100; ++seed) takeInOppositeOrder(seed),
+               "deadlock:.* waits for a mutex");
+}
+
+TEST(SimThreading, fakesWaitOnSimulatedTime) {
+  SimThreading sim(5);
+  FakePlatform fake(sim);
+  Platform& platform = fake.platform();
+  fake.devices.queue(1, DeviceScript::pending(30000, kErrorGenFailure));
+  fake.processes.install("/bin/slow", [](const std::string&) { return ProgramRun{3, 3600000}; });
+  const int64_t start = platform.clock.monotonicMs();
+  std::unique_ptr<Device> device;
+  std::unique_ptr<DeviceRequest> request;
+  std::unique_ptr<Process> process;
+  ASSERT_EQ(platform.devices.open("\\\\.\\KAVIPS", device), kOk);
+  ASSERT_EQ(device->prepare(1, {}, 0, request), kOk);
+  EXPECT_EQ(request->issue(), kErrorIoPending);
+  EXPECT_EQ(request->wait(10000), DeviceWait::timedOut);
+  EXPECT_EQ(request->wait(kInfinite), DeviceWait::signalled);
+  EXPECT_EQ(platform.clock.monotonicMs() - start, 30000);
+  ASSERT_EQ(platform.processes.start("/bin/slow", "", process), kOk);
+  EXPECT_EQ(process->wait(kInfinite), ProcessWait::ended);
+  EXPECT_EQ(platform.clock.monotonicMs() - start, 30000 + 3600000);
+
+  fake.sockets.setResolverHangs(true);
+  std::vector<std::string> addresses;
+  const auto lookup =
+      sim.createThread(0, [&] { platform.sockets.resolve("localhost", addresses); });
+  EXPECT_EQ(lookup->join(60000), WaitResult::timedOut);
+  fake.sockets.setResolverHangs(false);
+  EXPECT_EQ(lookup->join(kInfinite), WaitResult::signalled);
+}
+
+}  // namespace
+}  // namespace korvane::platform
