@@ -17,7 +17,7 @@ namespace {
 constexpr mode_t kFileMode = 0640;
 constexpr mode_t kDirectoryMode = 0750;
 
-int resultOf(int returned) {
+int errnoOf(int returned) {
   return returned == 0 ? 0 : errno;
 }
 
@@ -79,10 +79,10 @@ class PosixFile final : public File {
   }
 
   int truncate(uint64_t size) override {
-    return resultOf(::ftruncate(_descriptor.get(), static_cast<off_t>(size)));
+    return errnoOf(::ftruncate(_descriptor.get(), static_cast<off_t>(size)));
   }
 
-  int flush() override { return resultOf(::fsync(_descriptor.get())); }
+  int flush() override { return errnoOf(::fsync(_descriptor.get())); }
 
  private:
   Descriptor _descriptor;
@@ -150,19 +150,19 @@ class PosixFiles final : public Files {
   }
 
   int replace(const std::string& from, const std::string& to) override {
-    return resultOf(::rename(from.c_str(), to.c_str()));
+    return errnoOf(::rename(from.c_str(), to.c_str()));
   }
 
   int rename(const std::string& from, const std::string& to) override {
     const int error =
-        resultOf(::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE));
+        errnoOf(::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE));
     if (error != EINVAL && error != ENOSYS) return error;
     // A file system without the flag: a second name refuses an existing `to` just as well.
     if (::link(from.c_str(), to.c_str()) != 0) return errno;
-    return resultOf(::unlink(from.c_str()));
+    return errnoOf(::unlink(from.c_str()));
   }
 
-  int remove(const std::string& path) override { return resultOf(::remove(path.c_str())); }
+  int remove(const std::string& path) override { return errnoOf(::remove(path.c_str())); }
 
   int makeDirectories(const std::string& path) override {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
@@ -193,7 +193,7 @@ class PosixFiles final : public Files {
   int flushDirectory(const std::string& directory) override {
     const Descriptor descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!descriptor) return errno;
-    return resultOf(::fsync(descriptor.get()));
+    return errnoOf(::fsync(descriptor.get()));
   }
 };
 

@@ -22,7 +22,7 @@ namespace {
 
 constexpr uint32_t kWaiterStackBytes = 64 * 1024;
 
-uint32_t win32Error(int error) {
+uint32_t processError(int error) {
   switch (error) {
     case 0:
       return kOk;
@@ -180,7 +180,7 @@ class PosixProcess final : public Process {
   uint32_t terminate() override {
     MonitorLock lock(_state->monitor);
     if (_state->ended) return kErrorAccessDenied;
-    return ::kill(_state->pid, SIGKILL) == 0 ? kOk : win32Error(errno);
+    return ::kill(_state->pid, SIGKILL) == 0 ? kOk : processError(errno);
   }
 
   void interrupt() override {
@@ -217,7 +217,7 @@ class PosixProcesses final : public Processes {
     for (std::string& text : texts) pointers.push_back(text.data());
     pointers.push_back(nullptr);
     pid_t pid = 0;
-    if (const int error = SpawnSettings().spawn(pid, program, pointers)) return win32Error(error);
+    if (const int error = SpawnSettings().spawn(pid, program, pointers)) return processError(error);
     auto state = std::make_shared<ChildState>(pid);
     if (!startWaiter(state)) {
       ::kill(pid, SIGKILL);

@@ -17,7 +17,7 @@ constexpr uint32_t kPreventionQueryMs = 1000;
 constexpr std::string_view kPreventionKey =
     "Software\\Dalvora\\Intrusion Security\\agent\\IPS\\TestForPrevention";
 
-uint32_t win32Error(int error) {
+uint32_t registryError(int error) {
   if (error == ENOENT) return kErrorFileNotFound;
   return error == EACCES || error == EPERM || error == EROFS ? kErrorAccessDenied
                                                              : kErrorGenFailure;
@@ -112,14 +112,14 @@ class FileRegistry final : public Registry {
       return kOk;
     }
     if (error)
-      return fail("cannot be looked at, error " + std::to_string(error), win32Error(error));
+      return fail("cannot be looked at, error " + std::to_string(error), registryError(error));
     if (_loaded && info.size == _seen.size && info.modifiedNs == _seen.modifiedNs &&
         info.identity == _seen.identity)
       return _state;
     forget();
     std::string bytes;
     if (const int unread = readWholeFile(_files, _path, RegDocument::kMaxBytes, bytes))
-      return fail("cannot be read, error " + std::to_string(unread), win32Error(unread));
+      return fail("cannot be read, error " + std::to_string(unread), registryError(unread));
     _loaded = true;
     _seen = info;
     if (const std::string wrong = _document.parse(bytes); !wrong.empty())
@@ -159,14 +159,14 @@ class FileRegistry final : public Registry {
     }
     const int error = writeFileAtomically(_files, _path, after);
     _loaded = false;
-    return error ? win32Error(error) : kOk;
+    return error ? registryError(error) : kOk;
   }
 
   uint32_t takeFileLock(MonitorLock& lock, std::unique_ptr<FileLock>& out) REQUIRES(_monitor) {
     for (int attempt = 1;; ++attempt) {
       const int error = _files.lock(_path + ".lock", out);
       if (error == 0) return kOk;
-      if (error != EACCES) return win32Error(error);
+      if (error != EACCES) return registryError(error);
       if (attempt == kLockAttempts) return kErrorSharingViolation;
       const Deadline pause(kLockPauseMs);
       while (lock.waitUntil(pause)) continue;

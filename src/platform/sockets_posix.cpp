@@ -61,7 +61,7 @@ int winsockError(int error) {
   }
 }
 
-int resultOf(int returned) {
+int socketResult(int returned) {
   return returned == 0 ? 0 : winsockError(errno);
 }
 
@@ -90,10 +90,10 @@ class PosixSocket final : public Socket {
     if (::setsockopt(_descriptor.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
       return winsockError(errno);
     const sockaddr_in address = addressOf({htonl(anyAddress ? INADDR_ANY : INADDR_LOOPBACK)}, port);
-    return resultOf(::bind(_descriptor.get(), generic(address), sizeof address));
+    return socketResult(::bind(_descriptor.get(), generic(address), sizeof address));
   }
 
-  int listen(int backlog) override { return resultOf(::listen(_descriptor.get(), backlog)); }
+  int listen(int backlog) override { return socketResult(::listen(_descriptor.get(), backlog)); }
 
   uint16_t localPort() override {
     sockaddr_in address{};
@@ -161,7 +161,7 @@ class PosixSocket final : public Socket {
     return n < 0 ? winsockError(errno) : 0;
   }
 
-  int shutdownBoth() override { return resultOf(::shutdown(_descriptor.get(), SHUT_RDWR)); }
+  int shutdownBoth() override { return socketResult(::shutdown(_descriptor.get(), SHUT_RDWR)); }
   void interrupt() override { _interrupt.raise(); }
 
  private:
