@@ -1,13 +1,13 @@
-// The kernel driver's settings in the registry, its services, and what is asked of it: the agent's only
-// door to the driver, together with NotifyDriver.
+// The kernel driver's settings in the registry, its services, and what is asked of it: the agent's
+// only door to the driver, together with NotifyDriver.
 //
-// All operations are static; the class is never instantiated. Threads: any thread may call anything.
-// StartDriver and StopDriver exclude each other, useBuiltIn and usingBuiltIn exclude each other; an
-// operation that asks the driver blocks for up to the time-out of its request (driver_protocol.h and
-// docs/file-formats.md), which a stop of the agent cuts short.
+// All operations are static; the class is never instantiated. Threads: any thread may call
+// anything. StartDriver and StopDriver exclude each other, useBuiltIn and usingBuiltIn exclude each
+// other; an operation that asks the driver blocks for up to the time-out of its request
+// (driver_protocol.h and docs/file-formats.md), which a stop of the agent cuts short.
 // Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult. Nothing is
-// tried again here. getErrorMessage() gives the text of the last failure in the process, from whatever
-// thread.
+// tried again here. getErrorMessage() gives the text of the last failure in the process, from
+// whatever thread.
 //
 //   if (DriverConfig::newPolicy(minusFile) != 0) report(DriverConfig::getErrorMessage());
 #pragma once
@@ -44,8 +44,8 @@ class KORVANE_EXPORT DriverConfig {
 
   static int getDriverConfig(RegKey key, STRING& value);
   static int updateDriverConfig(RegKey key, const STRING& value);
-  // Set a number below HKEY_LOCAL_MACHINE; the result is the registry's error. The second form takes a
-  // missing key for success.
+  // Set a number below HKEY_LOCAL_MACHINE; the result is the registry's error. The second form
+  // takes a missing key for success.
   static uint32_t setDWord(const STRING& subkey, const STRING& name, uint32_t value);
   static uint32_t setDWordIfKeyExists(const STRING& subkey, const STRING& name, uint32_t value);
 
@@ -54,9 +54,9 @@ class KORVANE_EXPORT DriverConfig {
   static STRING getProfileLog();
   static STRING getMinusFile();
 
-  // Loads a translated policy (a full path) into the driver and records it. A refused one leaves the
-  // driver and its settings as they were. A driver that waits for its first reboot finds the file
-  // recorded when it starts, which counts as success.
+  // Loads a translated policy (a full path) into the driver and records it. A refused one leaves
+  // the driver and its settings as they were. A driver that waits for its first reboot finds the
+  // file recorded when it starts, which counts as success.
   static int newPolicy(const STRING& file);
   // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
   static int useBuiltIn();

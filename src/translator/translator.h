@@ -1,10 +1,11 @@
-// The translator library's door: facts about this machine that a policy's translation depended on, such
-// as its addresses. The library is a component of its own ("kavipstranslator" in the agent's folder
-// "extensions", interface in translator_abi.h) and may be missing; the agent then goes on without it.
+// The translator library's door: facts about this machine that a policy's translation depended on,
+// such as its addresses. The library is a component of its own ("kavipstranslator" in the agent's
+// folder "extensions", interface in translator_abi.h) and may be missing; the agent then goes on
+// without it.
 //
-// Lifetime: initialize() loads the library, shutdown() lets it go; a call that is under way on another
-// thread keeps it until that call has returned. initialize() again after shutdown() is fine; while a
-// library is loaded it does nothing and succeeds.
+// Lifetime: initialize() loads the library, shutdown() lets it go; a call that is under way on
+// another thread keeps it until that call has returned. initialize() again after shutdown() is
+// fine; while a library is loaded it does nothing and succeeds.
 // Threads: any thread may call anything; calls into the library run side by side and hold no lock.
 // Errors: false. Events 10530 to 10533 of the agent's log name the library's path and the reason.
 //
@@ -29,7 +30,8 @@ class KORVANE_EXPORT Translator {
 
   // path: the folder that holds the library, a full path.
   static bool initialize(const STRING& path);
-  // Replaces `list` by the function's values; empty and false when there is no library or no such function.
+  // Replaces `list` by the function's values; empty and false when there is no library or no such
+  // function.
   static bool getFunctionValues(const STRING& name, std::vector<STRING>& list);
   // False also without a library: ask available() where the difference matters.
   static bool fileExists(const STRING& path);

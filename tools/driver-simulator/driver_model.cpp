@@ -22,7 +22,8 @@ std::string narrow(const uint16_t* text) {
   return utf16ToUtf8(wide);
 }
 
-// A path as the driver gets it: UTF-16LE with exactly one terminator, at its end. Empty when it is not.
+// A path as the driver gets it: UTF-16LE with exactly one terminator, at its end. Empty when it is
+// not.
 std::string pathOf(const std::string& input) {
   if (input.size() < 4 || input.size() % 2 != 0 || input.size() > kMaxPathBytes) return {};
   std::u16string path;

@@ -1,7 +1,8 @@
-// The driver that the simulator plays: it loads policies, rolls its logs and answers questions about itself. It does
-// not enforce anything.
+// The driver that the simulator plays: it loads policies, rolls its logs and answers questions
+// about itself. It does not enforce anything.
 //
-// Used by one thread. Its settings are the driver's parameters in the registry of `system`, which must outlive it.
+// Used by one thread. Its settings are the driver's parameters in the registry of `system`, which
+// must outlive it.
 // Errors are Win32 error numbers in the reply.
 #pragma once
 
@@ -25,8 +26,8 @@ class DriverModel {
  public:
   explicit DriverModel(platform::Platform& system) : _system(system) {}
 
-  // Starts as a driver does at boot: with `policyFile`, or the recorded one when it is empty, or, when that cannot
-  // be loaded or the setting says so, with the built-in policy.
+  // Starts as a driver does at boot: with `policyFile`, or the recorded one when it is empty, or,
+  // when that cannot be loaded or the setting says so, with the built-in policy.
   void boot(const std::string& policyFile);
   Reply handle(uint32_t code, const std::string& input, uint32_t room);
 

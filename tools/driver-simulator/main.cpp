@@ -1,5 +1,5 @@
-// korvane-driver-sim: stands in for the kernel driver on Linux. It answers the agent's control requests over a Unix socket
-// and enforces nothing.
+// korvane-driver-sim: stands in for the kernel driver on Linux. It answers the agent's control
+// requests over a Unix socket and enforces nothing.
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// The simulator's two sockets and its loop: the device's "kavips.sock" and the operator's "kavips-control.sock" in the
-// run directory, both for this user alone. One thread does everything.
+// The simulator's two sockets and its loop: the device's "kavips.sock" and the operator's
+// "kavips-control.sock" in the run directory, both for this user alone. One thread does everything.
 #pragma once
 
 #include <map>
@@ -18,7 +18,8 @@ class Server {
   // Closes everything and removes the sockets that it made.
   ~Server();
 
-  // Opens the sockets; a left-over one that nobody listens on is replaced. False, with the reason in `problem`, when that fails.
+  // Opens the sockets; a left-over one that nobody listens on is replaced. False, with the reason
+  // in `problem`, when that fails.
   bool open(std::string& problem);
   // Serves until `stopDescriptor` becomes readable.
   void run(int stopDescriptor);

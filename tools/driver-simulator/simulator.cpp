@@ -130,8 +130,9 @@ bool Simulator::obey(const std::vector<std::string>& words, const std::string& t
     return true;
   }
   if (verb == "vanish") {
+    if (words.size() != 1) return false;
     _present = false;
-    return words.size() == 1;
+    return true;
   }
   return setMode(words);
 }

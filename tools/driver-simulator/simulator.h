@@ -1,8 +1,8 @@
-// What the simulator does with requests and commands, without any socket: which requests are answered, when, and how the
-// operator changes that. docs/file-formats.md lists the commands.
+// What the simulator does with requests and commands, without any socket: which requests are
+// answered, when, and how the operator changes that. docs/file-formats.md lists the commands.
 //
-// Used by one thread. Connections are named by numbers that the caller chooses; time is in milliseconds on any clock
-// that does not go back.
+// Used by one thread. Connections are named by numbers that the caller chooses; time is in
+// milliseconds on any clock that does not go back.
 //
 //   simulator.request(connection, frame, now);
 //   for (Answer& answer : simulator.due(now)) send(answer.connection, encode(answer.frame));
@@ -30,7 +30,8 @@ class Simulator {
  public:
   explicit Simulator(DriverModel& model) : _model(model) {}
 
-  // A request or cancel frame from the device's socket. False for a frame that has no business there.
+  // A request or cancel frame from the device's socket. False for a frame that has no business
+  // there.
   bool request(int connection, const Frame& frame, int64_t nowMs);
   // A request frame from the control socket.
   Frame command(const Frame& frame);

@@ -1,5 +1,5 @@
-// Makes event lines as the IDS component writes them: comma-separated, 20 to 25 fields, some empty, some quoted. The same
-// seed gives the same events. One thread.
+// Makes event lines as the IDS component writes them: comma-separated, 20 to 25 fields, some empty,
+// some quoted. The same seed gives the same events. One thread.
 #pragma once
 
 #include <cstdint>

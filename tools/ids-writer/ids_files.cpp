@@ -106,8 +106,9 @@ void IdsFiles::begin(uint32_t number) {
     fail(error, "create", path);
   if (_encoding == Encoding::utf16)
     if (const int error = file->write("\xFF\xFE", 2); error != 0) fail(error, "write", path);
-  write(*file, EventMaker::marker("MSOF", _system.clock.wallMs()) + "\n");
+  write(*file, _encoding, EventMaker::marker("MSOF", _system.clock.wallMs()) + "\n");
   _file = std::move(file);
+  _fileEncoding = _encoding;
   _path = path;
   _number = number;
   ++_made;
@@ -129,8 +130,9 @@ bool IdsFiles::resume() {
   size_t got = 0;
   _file->read(mark, sizeof mark, got);
   const bool isUtf16 = got == 2 && mark[0] == '\xFF' && mark[1] == '\xFE';
-  if (isUtf16 != (_encoding == Encoding::utf16)) return false;
+  _fileEncoding = isUtf16 ? Encoding::utf16 : Encoding::utf8;
   mendEnd();
+  if (_fileEncoding != _encoding) handOver();
   return true;
 }
 
@@ -138,7 +140,7 @@ bool IdsFiles::resume() {
 void IdsFiles::mendEnd() {
   platform::FileInfo info;
   _file->info(info);
-  const int64_t unit = _encoding == Encoding::utf16 ? 2 : 1;
+  const int64_t unit = _fileEncoding == Encoding::utf16 ? 2 : 1;
   const int64_t whole = static_cast<int64_t>(info.size) / unit * unit;
   char last[2] = {};
   size_t got = 0;
@@ -160,9 +162,9 @@ void IdsFiles::nameInSettings() {
     fail(error, "write", path);
 }
 
-void IdsFiles::write(platform::File& file, const std::string& lines) {
+void IdsFiles::write(platform::File& file, Encoding encoding, const std::string& lines) {
   std::string bytes = lines;
-  if (_encoding == Encoding::utf16) {
+  if (encoding == Encoding::utf16) {
     bytes.clear();
     for (const char16_t unit : utf8ToUtf16(lines)) {
       bytes += static_cast<char>(unit & 0xFF);
@@ -175,14 +177,16 @@ void IdsFiles::write(platform::File& file, const std::string& lines) {
 }
 
 void IdsFiles::append(const std::string& lines) {
-  write(*_file, lines);
+  write(*_file, _fileEncoding, lines);
 }
 
 void IdsFiles::handOver() {
   const std::unique_ptr<platform::File> old = std::move(_file);
+  const Encoding oldEncoding = _fileEncoding;
   begin(_number + 1);
   nameInSettings();
-  write(*old, EventMaker::marker("MEOF", _system.clock.wallMs(), logName(_number)) + "\n");
+  write(*old, oldEncoding,
+        EventMaker::marker("MEOF", _system.clock.wallMs(), logName(_number)) + "\n");
 }
 
 bool IdsFiles::agentReadsThisLog() const {

@@ -1,5 +1,6 @@
-// korvane-ids-writer: stands in for the IDS component's event writer. It writes real-time event logs while the agent reads
-// them; docs/file-formats.md describes them. Its last line is a JSON object with what it wrote.
+// korvane-ids-writer: stands in for the IDS component's event writer. It writes real-time event
+// logs while the agent reads them; docs/file-formats.md describes them. Its last line is a JSON
+// object with what it wrote.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>

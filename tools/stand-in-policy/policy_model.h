@@ -1,12 +1,14 @@
-/* What the stand-in drivers do with a translated policy: its text format, and what they answer when they are asked about it.
+/* What the stand-in drivers do with a translated policy: its text format, and what they answer when
+ * they are asked about it.
  *
- * Freestanding C: no library, no memory of its own, no system header, so that a kernel-mode driver and a program
- * share it. Lifetime: a structure is the caller's; a rule points into the text that it was read from. Threads: none is
- * assumed; the caller serialises the use of one structure. Errors: 0 is success, otherwise the error structure tells the line
- * (from 1; 0: the text as a whole) and the reason.
+ * Freestanding C: no library, no memory of its own, no system header, so that a kernel-mode driver
+ * and a program share it. Lifetime: a structure is the caller's; a rule points into the text that
+ * it was read from. Threads: none is assumed; the caller serialises the use of one structure.
+ * Errors: 0 is success, otherwise the error structure tells the line (from 1; 0: the text as a
+ * whole) and the reason.
  *
- * The format (docs/file-formats.md): UTF-8 lines; the first is "korvane-policy 1", then "name", "version" and "id" in any
- * order, once each, before the first "rule".
+ * The format (docs/file-formats.md): UTF-8 lines; the first is "korvane-policy 1", then "name",
+ * "version" and "id" in any order, once each, before the first "rule".
  *
  *   struct kvp_policy policy;
  *   struct kvp_error error;
@@ -75,8 +77,8 @@ int kvp_parse(const char* text, size_t size, struct kvp_policy* policy, struct k
 /* Reads one line of the form "rule ..." without its line end. */
 int kvp_parse_rule(struct kvp_slice line, struct kvp_rule* rule, struct kvp_error* error);
 
-/* Converts UTF-8 to UTF-16 with a terminator; room is the number of units, terminator included. Returns 0, or 1 when
- * the text is malformed, holds a control character or does not fit. */
+/* Converts UTF-8 to UTF-16 with a terminator; room is the number of units, terminator included.
+ * Returns 0, or 1 when the text is malformed, holds a control character or does not fit. */
 int kvp_to_utf16(struct kvp_slice text, uint16_t* out, size_t room);
 
 /* Why the driver refused a policy; the first field of the refusal record. */
@@ -91,8 +93,8 @@ struct kvp_driver {
   uint16_t refusal_text[256];
 };
 
-/* A load request whose file holds this text: 0 and the policy is in force, or 1, the policy before stays in force and the
- * refusal is remembered. */
+/* A load request whose file holds this text: 0 and the policy is in force, or 1, the policy before
+ * stays in force and the refusal is remembered. */
 int kvp_load(struct kvp_driver* driver, const char* text, size_t size);
 /* A load request that fails for another reason, told in UTF-8. */
 void kvp_refuse(struct kvp_driver* driver, enum kvp_refusal number, const char* reason);

@@ -1,6 +1,6 @@
-// A stand-in for the translator library: it tells what the translation items of a policy need to know
-// about this machine, and nothing more. It knows the functions "LocalIPs" (the addresses of the
-// interfaces that are up) and "HostName". It keeps no state but the count of its users.
+// A stand-in for the translator library: it tells what the translation items of a policy need to
+// know about this machine, and nothing more. It knows the functions "LocalIPs" (the addresses of
+// the interfaces that are up) and "HostName". It keeps no state but the count of its users.
 #include <mutex>
 #include <string>
 #include <vector>
