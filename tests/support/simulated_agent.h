@@ -35,8 +35,8 @@ class SimulatedMachine {
   explicit SimulatedMachine(const MachineOptions& options = {})
       : sim(options.seed), fake(sim), _current(fake.platform()) {
     setInstallRoot(kRoot);
-    fake.files.put(kIni,
-                   "[Agent]\nagent.http.url=https://127.0.0.1:8443/korvane/agent/\n" + options.settings);
+    fake.files.put(
+        kIni, "[Agent]\nagent.http.url=https://127.0.0.1:8443/korvane/agent/\n" + options.settings);
     fake.registry.put(kAgentRegistryKey, "AgentType", STRING(options.serviceType));
     fake.devices.setOpenError(platform::kErrorFileNotFound);
     openLog();

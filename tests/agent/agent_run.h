@@ -1,0 +1,42 @@
+// One run of the agent object on a simulated machine, on a thread as the host gives it.
+#pragma once
+
+#include <memory>
+
+#include "agent/korvane_agent.h"
+#include "agent/thread/agent_info.h"
+#include "tests/support/simulated_agent.h"
+
+namespace korvane::tests {
+
+class AgentRun {
+ public:
+  explicit AgentRun(SimulatedMachine& machine) : _machine(machine) {
+    _host = machine.sim.createThread(0, [this] {
+      agent.run(&info);
+      _returned = true;
+    });
+  }
+  ~AgentRun() {
+    if (!_returned) stop();
+  }
+
+  bool returned() const { return _returned; }
+  // Stops the agent from this thread; gives the simulated milliseconds until both calls are back.
+  int64_t stop() {
+    const int64_t before = _machine.now();
+    agent.shutdown();
+    _host->join(platform::kInfinite);
+    return _machine.now() - before;
+  }
+
+  AgentInfo info;
+  KorvaneAgent agent;
+
+ private:
+  SimulatedMachine& _machine;
+  bool _returned = false;
+  std::unique_ptr<platform::NativeThread> _host;
+};
+
+}  // namespace korvane::tests
