@@ -95,7 +95,6 @@ TEST(Lifecycle, AFailedFirstStatusIsSentAgainAtTheNextPollOrEveryTwoSeconds) {
     AgentRun run(machine);
     machine.sim.runFor(row.doneAfterMs - 5000);
     EXPECT_FALSE(AgentConfig::getInstance()->isFirstUpdateDone());
-    EXPECT_EQ(machine.countLines("RtLogForwarding"), 0U);
     machine.sim.runFor(6000);
     EXPECT_TRUE(AgentConfig::getInstance()->isFirstUpdateDone());
     const size_t sent = machine.server.count("result");
@@ -248,7 +247,8 @@ TEST(Lifecycle, IsTheSameRunForTheSameSeedAndHoldsForOthers) {
         << "a pause, a success, and again after the 400";
     EXPECT_LE(run.stop(), kStopLimitMs);
     hashes[round % 2] = machine.sim.scheduleHash();
-    if (round % 2 == 1) EXPECT_EQ(hashes[0], hashes[1]);
+    if (round % 2 == 0) continue;
+    EXPECT_EQ(hashes[0], hashes[1]);
   }
 }
 

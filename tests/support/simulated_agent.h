@@ -23,7 +23,7 @@ namespace korvane::tests {
 
 struct MachineOptions {
   std::string serviceType = "1";
-  std::string settings;  // lines added to agent.ini
+  std::string settings = "";  // lines added to agent.ini
   uint64_t seed = 1;
 };
 
