@@ -1,0 +1,288 @@
+#include "tests/support/tls_server.h"
+
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
+
+#include <stdexcept>
+
+namespace korvane::tests {
+namespace {
+
+constexpr uint32_t kHeldWaitMs = 20000;
+constexpr int kBacklogClients = 4;  // more than a backlog of 0 takes
+constexpr uint32_t kConnectMs = 300;
+constexpr long kHour = 3600;
+
+void require(bool good, const char* what) {
+  if (!good) throw std::runtime_error(std::string("test server: ") + what);
+}
+
+using Name = std::unique_ptr<X509_NAME, void (*)(X509_NAME*)>;
+
+X509* makeCertificate(EVP_PKEY* key, const char* commonName, X509* issuer, EVP_PKEY* issuerKey,
+                      bool expired) {
+  static std::atomic<long> serial{1};
+  X509* certificate = X509_new();
+  require(certificate != nullptr, "no certificate");
+  X509_set_version(certificate, 2);
+  ASN1_INTEGER_set(X509_get_serialNumber(certificate), serial++);
+  X509_gmtime_adj(X509_getm_notBefore(certificate), expired ? -2 * kHour : -kHour);
+  X509_gmtime_adj(X509_getm_notAfter(certificate), expired ? -kHour : kHour);
+  X509_set_pubkey(certificate, key);
+  X509_NAME* name = X509_get_subject_name(certificate);
+  X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                             reinterpret_cast<const unsigned char*>(commonName), -1, -1, 0);
+  X509_set_issuer_name(certificate, issuer ? X509_get_subject_name(issuer) : name);
+  X509V3_CTX context;
+  X509V3_set_ctx(&context, issuer ? issuer : certificate, certificate, nullptr, nullptr, 0);
+  X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, NID_basic_constraints,
+                                                  issuer ? "CA:FALSE" : "critical,CA:TRUE");
+  X509_add_ext(certificate, extension, -1);
+  X509_EXTENSION_free(extension);
+  require(X509_sign(certificate, issuerKey, EVP_sha256()) > 0, "signing failed");
+  return certificate;
+}
+
+size_t contentLength(const std::string& headers) {
+  const size_t at = headers.find("Content-Length: ");
+  return at == std::string::npos ? 0 : std::stoul(headers.substr(at + 16));
+}
+
+}  // namespace
+
+TestAuthority::TestAuthority()
+    : _key(EVP_EC_gen("P-256"), &EVP_PKEY_free),
+      _certificate(makeCertificate(_key.get(), "test authority", nullptr, _key.get(), false),
+                   &X509_free) {}
+
+std::string TestAuthority::certificatePem() const {
+  const std::unique_ptr<BIO, int (*)(BIO*)> out(BIO_new(BIO_s_mem()), &BIO_free);
+  PEM_write_bio_X509(out.get(), _certificate.get());
+  char* text = nullptr;
+  const long size = BIO_get_mem_data(out.get(), &text);
+  return std::string(text, static_cast<size_t>(size));
+}
+
+std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(bool expired) const {
+  const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+  const std::unique_ptr<X509, void (*)(X509*)> certificate(
+      makeCertificate(key.get(), "127.0.0.1", _certificate.get(), _key.get(), expired), &X509_free);
+  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_server_method()),
+                                                       &SSL_CTX_free);
+  require(context && SSL_CTX_use_certificate(context.get(), certificate.get()) == 1 &&
+              SSL_CTX_use_PrivateKey(context.get(), key.get()) == 1,
+          "no TLS context");
+  return context;
+}
+
+// One accepted client: TLS over memory buffers, moved to and from the socket.
+class TlsServer::Connection {
+ public:
+  Connection(SSL_CTX* context, platform::Socket& socket) : _socket(socket), _ssl(SSL_new(context)) {
+    _in = BIO_new(BIO_s_mem());
+    _out = BIO_new(BIO_s_mem());
+    SSL_set_bio(_ssl, _in, _out);
+    SSL_set_accept_state(_ssl);
+  }
+  ~Connection() { SSL_free(_ssl); }
+
+  platform::Socket& socket() { return _socket; }
+
+  bool handshake() {
+    return pump([&] { return SSL_do_handshake(_ssl); }) == 1;
+  }
+  // Reads until the request is whole; false when the client went.
+  bool readRequest(Request& request) {
+    size_t end = std::string::npos;
+    while ((end = _buffer.find("\r\n\r\n")) == std::string::npos) {
+      if (!readMore()) return false;
+    }
+    request.headers = _buffer.substr(0, end + 4);
+    const size_t length = contentLength(request.headers);
+    while (_buffer.size() < end + 4 + length) {
+      if (!readMore()) return false;
+    }
+    request.body = _buffer.substr(end + 4, length);
+    _buffer.erase(0, end + 4 + length);
+    const size_t path = request.headers.find(' ') + 1;
+    request.path = request.headers.substr(path, request.headers.find(' ', path) - path);
+    return true;
+  }
+  void write(const std::string& bytes) {
+    if (bytes.empty()) return;
+    SSL_write(_ssl, bytes.data(), static_cast<int>(bytes.size()));
+    flush();
+  }
+  void farewell() {
+    SSL_shutdown(_ssl);
+    flush();
+  }
+
+ private:
+  template <class Step>
+  int pump(Step step) {
+    for (;;) {
+      const int result = step();
+      const bool wantsMore = SSL_get_error(_ssl, result) == SSL_ERROR_WANT_READ;
+      if (!flush()) return -1;
+      if (result > 0 || !wantsMore || !feed()) return result;
+    }
+  }
+  bool readMore() {
+    char bytes[16 * 1024];
+    const int got = pump([&] { return SSL_read(_ssl, bytes, sizeof bytes); });
+    if (got > 0) _buffer.append(bytes, static_cast<size_t>(got));
+    return got > 0;
+  }
+  bool feed() {
+    int error = 0;
+    if (_socket.waitReadable(platform::kInfinite, error) != platform::SocketWait::ready) return false;
+    char bytes[16 * 1024];
+    size_t got = 0;
+    if (_socket.receive(bytes, sizeof bytes, got) != 0 || got == 0) return false;
+    return BIO_write(_in, bytes, static_cast<int>(got)) > 0;
+  }
+  bool flush() {
+    char bytes[16 * 1024];
+    int size = 0;
+    while ((size = BIO_read(_out, bytes, sizeof bytes)) > 0) {
+      for (size_t at = 0, sent = 0; at < static_cast<size_t>(size); at += sent) {
+        if (_socket.send(bytes + at, static_cast<size_t>(size) - at, sent) != 0) return false;
+      }
+    }
+    return true;
+  }
+
+  platform::Socket& _socket;
+  SSL* _ssl;
+  BIO* _in;   // owned by _ssl
+  BIO* _out;  // owned by _ssl
+  std::string _buffer;
+};
+
+std::string TlsServer::Request::header(const std::string& name) const {
+  const size_t at = headers.find("\r\n" + name + ":");
+  if (at == std::string::npos) return "missing";
+  const size_t begin = at + name.size() + 3;
+  std::string value = headers.substr(begin, headers.find("\r\n", begin) - begin);
+  return value.starts_with(' ') ? value.substr(1) : value;
+}
+
+TlsServer::TlsServer(const TestAuthority& authority, Script script, const Options& options)
+    : _native(platform::makeNativePlatform({})),
+      _context(authority.serverContext(options.expired)),
+      _script(std::move(script)),
+      _options(options),
+      _held(_native->platform().threading.createEvent(true, false)) {
+  require(_native->platform().sockets.createTcp(_listener) == 0, "no socket");
+  require(_listener->bind(options.anyAddress, options.port) == 0, "bind failed");
+  require(_listener->listen(options.manner == Manner::neverAccept ? 0 : 16) == 0, "listen failed");
+  _port = _listener->localPort();
+  if (options.manner == Manner::neverAccept) {
+    fillBacklog();
+  } else {
+    _acceptor = std::thread([this] { accept(); });
+  }
+}
+
+TlsServer::~TlsServer() {
+  _stopping = true;
+  _listener->interrupt();
+  if (_acceptor.joinable()) _acceptor.join();
+  {
+    std::lock_guard hold(_mutex);
+    for (auto& socket : _sockets) {
+      socket->interrupt();
+      socket->shutdownBoth();
+    }
+  }
+  for (std::thread& thread : _threads) thread.join();
+}
+
+// After this the system answers no connection request to the port at all.
+void TlsServer::fillBacklog() {
+  for (int i = 0; i < kBacklogClients; ++i) {
+    std::unique_ptr<platform::Socket> client;
+    require(_native->platform().sockets.createTcp(client) == 0, "no socket");
+    client->connect("127.0.0.1", _port, kConnectMs);
+    _sockets.push_back(std::move(client));
+  }
+}
+
+void TlsServer::accept() {
+  int error = 0;
+  while (!_stopping &&
+         _listener->waitReadable(platform::kInfinite, error) == platform::SocketWait::ready) {
+    std::unique_ptr<platform::Socket> socket;
+    if (_listener->accept(socket) != 0) continue;
+    const int number = ++_connections;
+    std::lock_guard hold(_mutex);
+    platform::Socket& client = *_sockets.emplace_back(std::move(socket));
+    _threads.emplace_back([this, &client, number] {
+      Connection connection(_context.get(), client);
+      serve(connection, number);
+      client.shutdownBoth();
+    });
+  }
+}
+
+void TlsServer::serve(Connection& connection, int number) {
+  if (_options.manner == Manner::hangInHandshake) return hold(connection.socket());
+  if (_options.manner == Manner::dropFirstConnection && number == 1) return;
+  if (!connection.handshake()) return;
+  Request request;
+  while (connection.readRequest(request)) {
+    request.connection = number;
+    {
+      std::lock_guard hold(_mutex);
+      request.number = static_cast<int>(_requests.size()) + 1;
+      _requests.push_back(request);
+    }
+    const Reply reply = _script(request);
+    connection.write(reply.bytes);
+    if (reply.then == Reply::Then::hang) return hold(connection.socket());
+    if (reply.then == Reply::Then::close) connection.farewell();
+    if (reply.then != Reply::Then::keep) return;
+  }
+}
+
+// Keeps the client waiting until it goes or the server ends.
+void TlsServer::hold(platform::Socket& socket) {
+  _held->set();
+  int error = 0;
+  char bytes[4096];
+  size_t got = 1;
+  while (got > 0 &&
+         socket.waitReadable(platform::kInfinite, error) == platform::SocketWait::ready) {
+    if (socket.receive(bytes, sizeof bytes, got) != 0) return;
+  }
+}
+
+std::vector<TlsServer::Request> TlsServer::requests() const {
+  std::lock_guard hold(_mutex);
+  return _requests;
+}
+
+bool TlsServer::waitUntilHeld() const {
+  return _held->wait(kHeldWaitMs) == platform::WaitResult::signalled;
+}
+
+TlsServer::Reply TlsServer::answer(const std::string& body, const std::string& headers) {
+  return {"HTTP/1.1 200 OK\r\n" + headers + "Content-Length: " + std::to_string(body.size()) +
+              "\r\n\r\n" + body,
+          Reply::Then::keep};
+}
+
+TlsServer::Reply TlsServer::status(int code, const std::string& body) {
+  Reply reply = answer(body);
+  reply.bytes.replace(9, 6, std::to_string(code) + " x");
+  return reply;
+}
+
+TlsServer::Reply TlsServer::cut(Reply reply, size_t bytes) {
+  reply.bytes.resize(std::min(bytes, reply.bytes.size()));
+  reply.then = Reply::Then::drop;
+  return reply;
+}
+
+}  // namespace korvane::tests

@@ -1,0 +1,111 @@
+// A scripted HTTPS server inside the test process, and the authority that signs its certificate.
+//
+// Every certificate is made when it is needed; nothing lies in the source tree. A server listens on a free
+// port that the system picks, one thread a connection, and answers each request with what its script says
+// about it. It ends all its threads in its destructor, hanging ones included, and before that lets tests
+// ask what it saw. Any thread may ask. A failure to set up throws std::runtime_error.
+//
+//   TestAuthority authority;
+//   TlsServer server(authority, [](const TlsServer::Request&) { return TlsServer::answer("EOF_FLAG\n"); });
+//   url = "https://127.0.0.1:" + std::to_string(server.port()) + "/agent/";
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace korvane::tests {
+
+class TestAuthority {
+ public:
+  TestAuthority();
+  // Its own certificate in PEM, what an agent has to trust.
+  std::string certificatePem() const;
+  // A server's settings with a certificate for 127.0.0.1, valid for an hour unless `expired`.
+  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> serverContext(bool expired = false) const;
+
+ private:
+  std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> _key;
+  std::unique_ptr<X509, void (*)(X509*)> _certificate;
+};
+
+class TlsServer {
+ public:
+  struct Request {
+    std::string path;
+    std::string headers;  // from the request line to the empty line
+    std::string body;
+    int connection = 0;  // 1 for the first one accepted
+    int number = 0;      // 1 for the first request of all
+
+    std::string header(const std::string& name) const;
+  };
+
+  struct Reply {
+    std::string bytes;  // what goes on the wire, status line and headers included
+    enum class Then { keep, close, drop, hang } then = Then::keep;  // drop: without a TLS farewell
+  };
+  using Script = std::function<Reply(const Request&)>;
+
+  enum class Manner { serve, hangInHandshake, dropFirstConnection, neverAccept };
+  struct Options {
+    uint16_t port = 0;        // 0: a free one
+    bool anyAddress = false;  // 127.0.0.1 alone otherwise
+    Manner manner = Manner::serve;
+    bool expired = false;
+  };
+
+  TlsServer(const TestAuthority& authority, Script script) : TlsServer(authority, script, Options()) {}
+  TlsServer(const TestAuthority& authority, Script script, const Options& options);
+  ~TlsServer();
+  TlsServer(const TlsServer&) = delete;
+  TlsServer& operator=(const TlsServer&) = delete;
+
+  uint16_t port() const { return _port; }
+  std::vector<Request> requests() const;
+  int connections() const { return _connections; }
+  // Waits until a client is where a hanging manner or reply holds it; false after 20 seconds.
+  bool waitUntilHeld() const;
+
+  // A whole answer with status 200 and a Content-Length.
+  static Reply answer(const std::string& body, const std::string& headers = {});
+  static Reply status(int code, const std::string& body = {});
+  // The first `bytes` bytes of a reply, then the end of the connection.
+  static Reply cut(Reply reply, size_t bytes);
+
+ private:
+  class Connection;
+
+  void accept();
+  void fillBacklog();
+  void serve(Connection& connection, int number);
+  void hold(platform::Socket& socket);
+
+  const std::unique_ptr<platform::NativePlatform> _native;
+  const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> _context;
+  const Script _script;
+  const Options _options;
+  std::unique_ptr<platform::Socket> _listener;
+  uint16_t _port = 0;
+  std::atomic<int> _connections{0};
+  const std::unique_ptr<platform::Event> _held;
+  std::atomic<bool> _stopping{false};
+
+  mutable std::mutex _mutex;
+  std::list<std::unique_ptr<platform::Socket>> _sockets;  // guarded by _mutex
+  std::vector<Request> _requests;                         // guarded by _mutex
+  std::list<std::thread> _threads;                        // guarded by _mutex
+  std::thread _acceptor;
+};
+
+}  // namespace korvane::tests
