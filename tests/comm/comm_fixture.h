@@ -1,0 +1,191 @@
+// What the tests of the exchanges share: an agent of its own in a fresh directory, with a clock and name
+// look-ups that the test controls, the agent's log to read, and a transport that plays a script.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "agent/thread/stop_token.h"
+#include "comm/https_handler.h"
+#include "config/agent_config.h"
+#include "config/install_root.h"
+#include "eventlog/event_log.h"
+#include "eventlog/event_log_file.h"
+#include "platform/fake/forwarding.h"
+#include "platform/fake/manual_clock.h"
+#include "tests/support/temp_directory.h"
+
+namespace korvane::tests {
+
+// Resolves the names that the test gives it; "hang" hangs until letGo().
+class TestResolver : public platform::ForwardingSockets {
+ public:
+  TestResolver(platform::Sockets& to, platform::Threading& threading)
+      : ForwardingSockets(to),
+        asked(threading.createEvent(true, false)),
+        _letGo(threading.createEvent(true, false)) {}
+  int resolve(const std::string& host, std::vector<std::string>& out) override {
+    if (host == "hang") {
+      asked->set();
+      _letGo->wait(platform::kInfinite);
+      return 11001;
+    }
+    if (host == "moving") out.push_back("10.0.0." + std::to_string(++_moves));
+    if (host == "steady") out.push_back("10.0.1.1");
+    return out.empty() ? 11001 : 0;
+  }
+  void letGo() { _letGo->set(); }
+
+  const std::unique_ptr<platform::Event> asked;
+
+ private:
+  const std::unique_ptr<platform::Event> _letGo;
+  int _moves = 0;
+};
+
+// Answers with its steps in order, then for ever "EOF_FLAG" and status 200.
+class ScriptedTransport : public Transport {
+ public:
+  struct Step {
+    int code = 0;
+    long status = 200;
+    std::vector<std::string> headers{};
+    std::string body = "EOF_FLAG\n";
+    std::string errorText{};
+    bool broken = false;
+  };
+  struct Seen {
+    std::string url;
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::string body;
+    long sslVersion;
+    uint32_t connectTimeout;
+    std::string caFile;
+  };
+
+  bool open() override { return _open = !refusesToOpen; }
+  void close() override {
+    _open = false;
+    ++closed;
+  }
+  bool isOpen() const override { return _open; }
+  int perform(const TransportRequest& request, TransportSink& sink,
+              TransportResult& result) override {
+    seen.push_back({request.url, request.headers, std::string(request.body), request.sslVersion,
+                    request.connectTimeoutSeconds, request.caFile});
+    Step step;
+    if (!steps.empty()) {
+      step = steps.front();
+      steps.pop_front();
+    }
+    result.httpStatus = step.status;
+    result.errorText = step.errorText;
+    result.answerBroken = step.broken;
+    for (const std::string& line : step.headers) sink.onHeader(line);
+    sink.onBody(step.body);
+    return step.code;
+  }
+
+  std::deque<Step> steps;
+  std::vector<Seen> seen;
+  bool refusesToOpen = false;
+  int closed = 0;
+
+ private:
+  bool _open = false;
+};
+
+class CommFixture : public ::testing::Test {
+ protected:
+  CommFixture()
+      : _native(platform::makeNativePlatform({})),
+        resolver(_native->platform().sockets, _native->platform().threading),
+        _platform{clock,
+                  _native->platform().threading,
+                  _native->platform().files,
+                  _native->platform().registry,
+                  _native->platform().devices,
+                  _native->platform().processes,
+                  resolver,
+                  _native->platform().systemInfo,
+                  _native->platform().sharedLibraries} {
+    platform::setCurrent(&_platform);
+    shutdownToken().reset();
+    setInstallRoot(_directory.path());
+    _platform.files.makeDirectories(path("IPS"));
+    eventlog::EventLog::open({.directory = path("logs"), .cataloguePath = {}, .tracing = true}, _platform.files, clock);
+    config().setURL("https://first.test:8443/agent/");
+    config().setUniqueId("guid-1");
+    HttpsHandler::startCommunication();
+  }
+  ~CommFixture() override {
+    shutdownToken().reset();
+    resolver.letGo();
+    HttpsHandler::setTransport(nullptr);
+    HttpsHandler::setLocalAddressSource(nullptr);
+    HttpsHandler::curlCleanup();
+    AgentConfig::setHIDSInterface(nullptr);
+    AgentConfig::setAgentShuttingdown(false);
+    AgentConfig::freeInstance();
+    eventlog::EventLog::close();
+    setInstallRoot("");
+    platform::setCurrent(nullptr);
+  }
+
+  static AgentConfig& config() { return *AgentConfig::getInstance(); }
+  std::string path(const std::string& name) const { return _directory.path() + "/" + name; }
+  std::string write(const std::string& name, const std::string& bytes) const {
+    std::ofstream(path(name), std::ios::binary) << bytes;
+    return path(name);
+  }
+
+  // The transport of the process from now on; owned by the handlers.
+  ScriptedTransport& script() {
+    auto made = std::make_unique<ScriptedTransport>();
+    ScriptedTransport& transport = *made;
+    HttpsHandler::setTransport(std::move(made));
+    return transport;
+  }
+
+  static std::string logText() {
+    std::ifstream file(eventlog::currentFile(), std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+  }
+  // How often a text stands in the agent's log.
+  static int logged(const std::string& text) {
+    int count = 0;
+    const std::string all = logText();
+    for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) ++count;
+    return count;
+  }
+
+  static std::string section(const std::string& format, const std::string& name,
+                             const std::string& payload) {
+    return "Data-Format=" + format + "\nData-Type=" + name +
+           "\nData-Length=" + std::to_string(payload.size()) + "\n\n" + payload + "\n";
+  }
+  static std::string properties(const std::string& lines) {
+    return section("text/plain", "properties", lines);
+  }
+
+ private:
+  TempDirectory _directory;
+  const std::unique_ptr<platform::NativePlatform> _native;
+
+ protected:
+  platform::ManualClock clock;
+  TestResolver resolver;
+
+ private:
+  platform::Platform _platform;
+};
+
+}  // namespace korvane::tests
