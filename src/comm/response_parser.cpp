@@ -90,6 +90,8 @@ void ResponseParser::reset() {
 void ResponseParser::beginBlock() {
   _errorCode = 0;
   _wide = false;
+  _insideHeaders = false;
+  _openEnded = false;
 }
 
 void ResponseParser::dropParts() {
@@ -125,8 +127,11 @@ void ResponseParser::addHeaderLine(std::string_view line) {
   line = withoutLineEnd(line);
   if (line.starts_with("HTTP/")) {
     beginBlock();
+    _insideHeaders = true;
+    _openEnded = true;
     return;
   }
+  if (line.empty()) _insideHeaders = false;
   const size_t colon = line.find(':');
   if (colon == std::string_view::npos) return;
   std::string_view value = line.substr(colon + 1);
@@ -137,6 +142,7 @@ void ResponseParser::addHeaderLine(std::string_view line) {
 void ResponseParser::keepHeader(std::string_view name, std::string_view value) {
   if (sameName(name, "Korvane-Error")) _errorCode = errorNumber(value);
   if (sameName(name, "Korvane-Charset")) _wide = trimmed(value) == "UTF-16LE";
+  if (sameName(name, "Content-Length") || sameName(name, "Transfer-Encoding")) _openEnded = false;
   _headers.emplace_back(name, value);
 }
 
@@ -152,10 +158,22 @@ void ResponseParser::addBody(std::string_view piece) {
 bool ResponseParser::finish(bool unicode) {
   _at = 0;
   dropParts();
+  checkWhole();
   while (!refused() && skipToSection()) {
     if (readSection(unicode) != Walk::goesOn) break;
   }
   return !refused();
+}
+
+// What HTTP itself does not notice when a connection breaks off without a word.
+void ResponseParser::checkWhole() {
+  if (refused()) return;
+  const std::string_view body = withoutLineEnd(_body);
+  if (_insideHeaders) refuse("the answer ends among its header lines");
+  if (_openEnded && !body.empty() && !body.ends_with(kEndMarker)) {
+    refuse(fmt::format("the connection ended after {} bytes of the body, before the end marker",
+                       _body.size()));
+  }
 }
 
 bool ResponseParser::nextLine(std::string_view& line) {

@@ -103,6 +103,7 @@ class ResponseParser {
   bool takeText(std::string_view name, std::string_view payload);
   bool takeProperties(std::string_view payload);
   STRING decode(std::string_view bytes) const;
+  void checkWhole();
   void dropParts();
 
   const ResponseLimits _limits;
@@ -112,6 +113,8 @@ class ResponseParser {
   size_t _headerLines = 0;
   int _errorCode = 0;
   bool _wide = false;
+  bool _insideHeaders = false;  // a block has begun and its empty line has not come
+  bool _openEnded = false;      // only the end of the connection ends the body
   std::string _body;
   std::string _fault;
 

@@ -119,7 +119,8 @@ class CommFixture : public ::testing::Test {
     shutdownToken().reset();
     setInstallRoot(_directory.path());
     _platform.files.makeDirectories(path("IPS"));
-    eventlog::EventLog::open({.directory = path("logs"), .cataloguePath = {}, .tracing = true}, _platform.files, clock);
+    eventlog::EventLog::open({.directory = path("logs"), .cataloguePath = {}, .tracing = true},
+                             _platform.files, clock);
     config().setURL("https://first.test:8443/agent/");
     config().setUniqueId("guid-1");
     HttpsHandler::startCommunication();

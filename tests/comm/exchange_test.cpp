@@ -84,13 +84,16 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
        properties("update.qel=true\nupdate.ferrolyn.revocation=true\n"
                   "update.ferrolyn.settings=true\nupdate.ferrolyn.vexvt=true\n"),
        {"Sending VexQel and Ferrolyn GET_UPDATE Message"}},
-      {[&] { return handler.setUpdateResult(256, PropertyList{{"a", "b"}}); },
+      {[&] {
+         return handler.setUpdateResult(256, PropertyList{{"a", "b"}});
+       },
        "result",
        properties("result.type=ferrolyn.vexvt\na=b\n"),
        {"Sending Update Result Message, Type = ferrolyn.vexvt"}},
       {[&] { return handler.setUpdateResult(8, -36, text, Property("a", "b")); },
        "result",
-       properties("result.type=policy.ids\nresult.errorcode=-36\nresult.errormessage=t,\"x\"\na=b\n"),
+       properties(
+           "result.type=policy.ids\nresult.errorcode=-36\nresult.errormessage=t,\"x\"\na=b\n"),
        {"NameValuePair a b", "Type = policy.ids"}},
       {[&] { return handler.setUpdateResult(3, 0, "No Error"); },
        "result",
@@ -100,7 +103,9 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
        "log",
        properties("v2=1\nv3=t\n"),
        {"Sending Single Log Message"}},
-      {[&] { return handler.log({record, PropertyList(), record}); },
+      {[&] {
+         return handler.log({record, PropertyList(), record});
+       },
        "log",
        properties("v2=1\nv3=t\n") + properties("") + properties("v2=1\nv3=t\n"),
        {"Sending Multiple Log Messages"}},
@@ -129,7 +134,8 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
        {"::sendAgentStatusMessage -- Status=500 Prevention Disabled"}},
       {[&] { return handler.sendPolicyStateMessage(); },
        "result",
-       properties("result.type=policy\nresult.errorcode=-100\nresult.errormessage=built in\n" + state),
+       properties("result.type=policy\nresult.errorcode=-100\nresult.errormessage=built in\n" +
+                  state),
        {"::sendPolicyStateMessage -- Error:=-100 built in"}},
   };
   for (const Case& test : cases) {
@@ -179,10 +185,11 @@ TEST_F(Exchange, ConsoleTextsOfTheContentPoll) {
   transport.steps.push_back({.code = 7});
   testing::internal::CaptureStdout();
   EXPECT_EQ(handler.getCompUpdate(), 7);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "Requesting FL data  HttpsHandler::getCompUpdate() \n"
-            " Returning from HttpsHandler::getCompUpdate()--->send(GET_UPDATE,gen). Return code 7 \n"
-            " Returning from HttpsHandler::checkRetStatus()--->Return code 7 \n");
+  EXPECT_EQ(
+      testing::internal::GetCapturedStdout(),
+      "Requesting FL data  HttpsHandler::getCompUpdate() \n"
+      " Returning from HttpsHandler::getCompUpdate()--->send(GET_UPDATE,gen). Return code 7 \n"
+      " Returning from HttpsHandler::checkRetStatus()--->Return code 7 \n");
 }
 
 TEST_F(Exchange, NothingIsSentWhenItMustNotBe) {
@@ -222,7 +229,8 @@ TEST_F(Exchange, RegistrationAnswer) {
   EXPECT_EQ(answer({.body = "EOF_FLAG\n"}), -1);
   EXPECT_EQ(answer({.body = properties("agent.id=\nguid=x\n")}), -1);
   EXPECT_EQ(answer({.body = properties("a=b\n") + properties("agent.id=7\n")}), -1);
-  EXPECT_EQ(answer({.headers = {"korvane-error: 300\r\n"}, .body = properties("agent.id=7\n")}), -2);
+  EXPECT_EQ(answer({.headers = {"korvane-error: 300\r\n"}, .body = properties("agent.id=7\n")}),
+            -2);
   EXPECT_EQ(answer({.status = 500, .body = properties("agent.id=7\n")}), -1);
   EXPECT_EQ(answer({.code = 56, .body = properties("agent.id=7\n")}), -1);
   EXPECT_EQ(answer({.body = properties("agent.id=7\n").substr(0, 60)}), -1);
@@ -273,8 +281,8 @@ TEST_F(Exchange, PolicyAndSoftware) {
   EXPECT_EQ(handler.getPolicy(status, size, got, false), nullptr);
   EXPECT_EQ(status, -1);
 
-  transport.steps.push_back({.body = properties("update.software=true\n") +
-                                     section("binary/zip", "zipdata", "")});
+  transport.steps.push_back(
+      {.body = properties("update.software=true\n") + section("binary/zip", "zipdata", "")});
   handler.getUpdate(4, false);
   const std::unique_ptr<char[]> software(handler.getSoftware(status, size, got));
   EXPECT_TRUE(software);
@@ -305,9 +313,11 @@ TEST_F(Exchange, GroupsOfAConfigurationAnswer) {
   EXPECT_EQ(handler.GetLogRules(out), 0);
   EXPECT_EQ(linesOf(out), "Log.x=2\n");
   EXPECT_EQ(handler.GetPollingProperties(out), 0);
-  EXPECT_EQ(linesOf(out), "update.configuration=true\nsend.application.request=true\nupdate.qel=true\n");
+  EXPECT_EQ(linesOf(out),
+            "update.configuration=true\nsend.application.request=true\nupdate.qel=true\n");
   EXPECT_EQ(handler.getPiggyBackedUpdate(out), 1);
-  EXPECT_EQ(linesOf(out), "update.configuration=true\nsend.application.request=true\nupdate.qel=true\n");
+  EXPECT_EQ(linesOf(out),
+            "update.configuration=true\nsend.application.request=true\nupdate.qel=true\n");
 
   transport.steps.push_back({.body = properties("update.configuration=true\n")});
   handler.getUpdate(1, false);
@@ -333,10 +343,11 @@ TEST_F(Exchange, GroupsOfAConfigurationAnswer) {
 TEST_F(Exchange, ContentPartsByKind) {
   std::string* bytes = nullptr;
   transport.steps.push_back(
-      {.body = properties("update.ferrolyn.vexvt=true\nupdate.qel=true\nupdate.ferrolyn.settings=true\n"
-                          "update.ferrolyn.revocation=false\n") +
-               section("binary/zip", "zipdata", "qel") + section("binary/zip", "zipdata", "") +
-               section("binary/zip", "zipdata", "vt")});
+      {.body =
+           properties("update.ferrolyn.vexvt=true\nupdate.qel=true\nupdate.ferrolyn.settings=true\n"
+                      "update.ferrolyn.revocation=false\n") +
+           section("binary/zip", "zipdata", "qel") + section("binary/zip", "zipdata", "") +
+           section("binary/zip", "zipdata", "vt")});
   handler.getCompUpdate();
   EXPECT_EQ(handler.getBinaryData("update.qel", bytes), 0);
   EXPECT_EQ(*bytes, "qel");

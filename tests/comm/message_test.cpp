@@ -27,10 +27,11 @@ TEST_F(Message, SectionsAreFramedInOrder) {
   message.addProperties({});
   std::string xml = "<\xC3\xA4/>";
   message.addSection(Section("text/xml", "rules", &xml));
-  EXPECT_EQ(bodyOf(message), properties("a=b\nn\xC3\xA4me=x=\xC3\xA4\n=\n") +
-                                 section("binary/zip", "policy", std::string("\0PK", 3)) +
-                                 "Data-Format=text/plain\nData-Type=properties\nData-Length=0\n\n\n" +
-                                 section("text/xml", "rules", xml) + "EOF_FLAG\n");
+  EXPECT_EQ(bodyOf(message),
+            properties("a=b\nn\xC3\xA4me=x=\xC3\xA4\n=\n") +
+                section("binary/zip", "policy", std::string("\0PK", 3)) +
+                "Data-Format=text/plain\nData-Type=properties\nData-Length=0\n\n\n" +
+                section("text/xml", "rules", xml) + "EOF_FLAG\n");
 }
 
 TEST_F(Message, OddSections) {
@@ -45,9 +46,7 @@ TEST_F(Message, OddSections) {
   testing::internal::CaptureStdout();
   const std::string body = bodyOf(message);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error : Unknown section \n");
-  EXPECT_EQ(body, "\n\n" +
-                      section("text/plain", "properties",
-                              std::string("a\0=\0\xE4\0\n\0", 8)) +
+  EXPECT_EQ(body, "\n\n" + section("text/plain", "properties", std::string("a\0=\0\xE4\0\n\0", 8)) +
                       "EOF_FLAG\n");
 }
 

@@ -28,7 +28,8 @@ std::string describe(ResponseParser& response) {
   return out;
 }
 
-std::string section(const std::string& format, const std::string& name, const std::string& payload) {
+std::string section(const std::string& format, const std::string& name,
+                    const std::string& payload) {
   return fmt::format("Data-Format={}\nData-Type={}\nData-Length={}\n\n{}\n", format, name,
                      payload.size(), payload);
 }
@@ -74,7 +75,7 @@ TEST(ResponseParser, ReadsHeadersAndSections) {
        "error=0"},
       {"code of the last block",
        {"HTTP/1.1 200 Connection: established\r\n", "\r\n", "HTTP/1.1 200 OK\r\n",
-        "KORVANE-ERROR: 7\r\n"},
+        "KORVANE-ERROR: 7\r\n", "\r\n"},
        end,
        "error=7"},
       {"properties",
@@ -91,13 +92,17 @@ TEST(ResponseParser, ReadsHeadersAndSections) {
        "error=0 text{Server did not return any error string.}"},
       {"wide properties and text",
        {"Korvane-Charset: UTF-16LE\r\n"},
-       properties(wideText(u"a=\u00e4\n")) + section("text/plain", "stacktrace", wideText(u"no") + "x"),
+       properties(wideText(u"a=\u00e4\n")) +
+           section("text/plain", "stacktrace", wideText(u"no") + "x"),
        "error=0 [(a=\xC3\xA4)] text{no}"},
       {"wide leaves XML in UTF-8",
        {"korvane-charset: UTF-16LE"},
        section("text/xml", "rules", "<\xC3\xA4/>"),
        "error=0 xml:rules{<\xC3\xA4/>}"},
-      {"another text is skipped", {}, section("text/plain", "other", "Data-Length=9") + end, "error=0"},
+      {"another text is skipped",
+       {},
+       section("text/plain", "other", "Data-Length=9") + end,
+       "error=0"},
       {"kept binaries",
        {},
        section("binary/zip", "policy", "PK\n\n") + section("binary/zip", "zipdata", "") + end,
@@ -118,7 +123,10 @@ TEST(ResponseParser, ReadsHeadersAndSections) {
        {},
        section("image/png", "x", "1") + properties("a=b\n"),
        "error=0"},
-      {"a header block without a format ends the walk", {}, "junk\n\n" + properties("a=b\n"), "error=0"},
+      {"a header block without a format ends the walk",
+       {},
+       "junk\n\n" + properties("a=b\n"),
+       "error=0"},
       {"sections behind the end marker", {}, end + properties("a=b\n"), "error=0"},
       {"keys are found anywhere, their values cut at a fixed place",
        {},
@@ -128,13 +136,27 @@ TEST(ResponseParser, ReadsHeadersAndSections) {
        {},
        "Data-Length= 4 \nX=1\nData-Type=properties\nData-Format=text/plain\n\na=b\n\n" + end,
        "error=0 [(a=b)]"},
+      {"a header block that does not end", {"HTTP/1.1 200 OK\r\n", "Korvane-Err"}, end, "fault"},
+      {"length unknown, end marker missing", {"HTTP/1.1 200 OK", ""}, properties("a=b\n"), "fault"},
+      {"length unknown, end marker there",
+       {"HTTP/1.1 200 OK", ""},
+       properties("a=b\n") + "EOF_FLAG",
+       "error=0 [(a=b)]"},
+      {"length known, end marker missing",
+       {"HTTP/1.1 200 OK", "content-length: 64", ""},
+       properties("a=b\n"),
+       "error=0 [(a=b)]"},
+      {"length unknown, no body", {"HTTP/1.1 200 OK", ""}, "", "error=0"},
       {"no length", {}, "Data-Format=text/plain\nData-Type=properties\n\na=b\n", "fault"},
       {"empty length", {}, "Data-Format=text/plain\nData-Length=\n\n", "fault"},
       {"length without its value", {}, "Data-Format=text/plain\nData-Length\n\n", "fault"},
       {"negative", {}, "Data-Format=text/plain\nData-Length=-1\n\nabc", "fault"},
       {"no number", {}, "Data-Format=text/plain\nData-Length=4x\n\nabcd", "fault"},
       {"beyond the body", {}, "Data-Format=text/xml\nData-Length=5\n\nabcd", "fault"},
-      {"overflowing", {}, "Data-Format=text/xml\nData-Length=18446744073709551617\n\nabcd", "fault"},
+      {"overflowing",
+       {},
+       "Data-Format=text/xml\nData-Length=18446744073709551617\n\nabcd",
+       "fault"},
       {"largest", {}, "Data-Format=text/xml\nData-Length=18446744073709551615\n\nabcd", "fault"},
       {"a dropped binary that is not all there",
        {},
@@ -190,8 +212,8 @@ TEST(ResponseParser, CutAtEveryByte) {
 }
 
 TEST(ResponseParser, BoundsHold) {
-  const ResponseLimits limits{.headerBytes = 100, .headerCount = 4, .bodyBytes = 400, .sections = 3,
-                              .properties = 5};
+  const ResponseLimits limits{
+      .headerBytes = 100, .headerCount = 4, .bodyBytes = 400, .sections = 3, .properties = 5};
   const auto fault = [&](int headerLines, const std::string& line, const std::string& body) {
     ResponseParser response(limits);
     for (int i = 0; i < headerLines; ++i) response.addHeaderLine(line);

@@ -17,8 +17,6 @@ void require(bool good, const char* what) {
   if (!good) throw std::runtime_error(std::string("test server: ") + what);
 }
 
-using Name = std::unique_ptr<X509_NAME, void (*)(X509_NAME*)>;
-
 X509* makeCertificate(EVP_PKEY* key, const char* commonName, X509* issuer, EVP_PKEY* issuerKey,
                       bool expired) {
   static std::atomic<long> serial{1};
@@ -43,6 +41,11 @@ X509* makeCertificate(EVP_PKEY* key, const char* commonName, X509* issuer, EVP_P
   return certificate;
 }
 
+std::string authorityName() {
+  static std::atomic<int> count{0};
+  return "test authority " + std::to_string(++count);
+}
+
 size_t contentLength(const std::string& headers) {
   const size_t at = headers.find("Content-Length: ");
   return at == std::string::npos ? 0 : std::stoul(headers.substr(at + 16));
@@ -52,7 +55,7 @@ size_t contentLength(const std::string& headers) {
 
 TestAuthority::TestAuthority()
     : _key(EVP_EC_gen("P-256"), &EVP_PKEY_free),
-      _certificate(makeCertificate(_key.get(), "test authority", nullptr, _key.get(), false),
+      _certificate(makeCertificate(_key.get(), authorityName().c_str(), nullptr, _key.get(), false),
                    &X509_free) {}
 
 std::string TestAuthority::certificatePem() const {
@@ -136,7 +139,8 @@ class TlsServer::Connection {
   }
   bool feed() {
     int error = 0;
-    if (_socket.waitReadable(platform::kInfinite, error) != platform::SocketWait::ready) return false;
+    if (_socket.waitReadable(platform::kInfinite, error) != platform::SocketWait::ready)
+      return false;
     char bytes[16 * 1024];
     size_t got = 0;
     if (_socket.receive(bytes, sizeof bytes, got) != 0 || got == 0) return false;

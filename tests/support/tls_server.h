@@ -65,7 +65,8 @@ class TlsServer {
     bool expired = false;
   };
 
-  TlsServer(const TestAuthority& authority, Script script) : TlsServer(authority, script, Options()) {}
+  TlsServer(const TestAuthority& authority, Script script)
+      : TlsServer(authority, script, Options()) {}
   TlsServer(const TestAuthority& authority, Script script, const Options& options);
   ~TlsServer();
   TlsServer(const TlsServer&) = delete;

@@ -1,0 +1,66 @@
+#include "tests/comm/hanging_resolver.h"
+
+#include <dlfcn.h>
+#include <netdb.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+namespace korvane::tests {
+namespace {
+
+struct State {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::string name;  // empty: nothing hangs
+  int hanging = 0;
+};
+State& state() {
+  static State& one = *new State;
+  return one;
+}
+
+// True when the call hung; it is to fail then.
+bool hang(const char* host) {
+  std::unique_lock hold(state().mutex);
+  if (!host || state().name.empty() || state().name != host) return false;
+  ++state().hanging;
+  state().changed.notify_all();
+  state().changed.wait(hold, [] { return state().name.empty(); });
+  --state().hanging;
+  state().changed.notify_all();
+  return true;
+}
+
+}  // namespace
+
+HangingResolver::HangingResolver(const std::string& name) {
+  std::lock_guard hold(state().mutex);
+  state().name = name;
+}
+
+HangingResolver::~HangingResolver() {
+  std::unique_lock hold(state().mutex);
+  state().name.clear();
+  state().changed.notify_all();
+  state().changed.wait(hold, [] { return state().hanging == 0; });
+}
+
+bool HangingResolver::waitUntilAsked() {
+  std::unique_lock hold(state().mutex);
+  return state().changed.wait_for(hold, std::chrono::seconds(20),
+                                  [] { return state().hanging > 0; });
+}
+
+}  // namespace korvane::tests
+
+// Takes the place of the library's for the whole test program.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* host,
+                                                                  const char* service,
+                                                                  const addrinfo* hints,
+                                                                  addrinfo** result) {
+  using Function = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
+  static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  return korvane::tests::hang(host) ? EAI_FAIL : next(host, service, hints, result);
+}
