@@ -159,24 +159,15 @@ class SimNativeThread final : public NativeThread {
   const std::shared_ptr<SimThread> _thread;
 };
 
-class SimClock final : public Clock {
- public:
-  explicit SimClock(SimScheduler& scheduler) : _scheduler(scheduler) {}
-  int64_t monotonicMs() override { return _scheduler.now(); }
-  int64_t wallMs() override { return wallOffset + _scheduler.now(); }
-
-  int64_t wallOffset = ManualClock::kStartWallMs;
-
- private:
-  SimScheduler& _scheduler;
-};
-
 }  // namespace
 
-// The clock lives beside the scheduler, so that it is there for as long as any object of the simulation.
-struct SimThreading::Time {
-  explicit Time(SimScheduler& scheduler) : clock(scheduler) {}
-  SimClock clock;
+struct SimThreading::Time final : Clock {
+  explicit Time(SimScheduler& source) : scheduler(source) {}
+  int64_t monotonicMs() override { return scheduler.now(); }
+  int64_t wallMs() override { return wallOffset + scheduler.now(); }
+
+  SimScheduler& scheduler;
+  int64_t wallOffset = ManualClock::kStartWallMs;
 };
 
 SimThreading::SimThreading(uint64_t seed, DeadlockHandler handler)
@@ -188,11 +179,11 @@ SimThreading::~SimThreading() {
 }
 
 Clock& SimThreading::clock() {
-  return _time->clock;
+  return *_time;
 }
 
 void SimThreading::setWall(int64_t milliseconds) {
-  _time->clock.wallOffset = milliseconds - _scheduler->now();
+  _time->wallOffset = milliseconds - _scheduler->now();
 }
 
 void SimThreading::runFor(int64_t milliseconds) {
