@@ -1,11 +1,14 @@
-// Real processes and real files: two programs write agent.ini while a third reads it.
+// Real threads on one store, and real processes on real files.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
+#include <thread>
 
 #include "config/agent_config.h"
 #include "config/ini_text.h"
 #include "config/install_root.h"
+#include "platform/fake/fake_platform.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 
@@ -25,6 +28,40 @@ void expectWhole(const std::string& path) {
   for (const STRING writer : {"one", "two"}) {
     EXPECT_EQ(propertyValue(text.values, writer + ".a"), propertyValue(text.values, writer + ".b"));
   }
+}
+
+TEST(ConfigThreadsTest, EverythingAtOnce) {
+  platform::FakePlatform fake;
+  const platform::CurrentPlatform current(fake.platform());
+  setInstallRoot("/opt/agent");
+  fake.files.makeDirectories("/opt/agent/IPS");
+  AgentConfig& config = *AgentConfig::getInstance();
+  std::atomic<int> calls{0};
+  config.registerSubscriber(AgentConfig::SETTINGS_CHANGED, [&](void*) { ++calls; });
+  constexpr int kRounds = 100;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      const STRING key = "thread." + STRING::fromInt(t);
+      for (int i = 1; i <= kRounds; ++i) {
+        config.setValue(key, STRING::fromInt(i));
+        config.newConfiguration({{"shared", key}, {"server.list", "a,b"}});
+        fake.clock.advance(1);
+        EXPECT_TRUE(config.loadIniFile());
+        EXPECT_EQ(config.getValue(key), STRING::fromInt(i)) << "no thread undoes another's change";
+        EXPECT_EQ(config.getServerPrimary(), STRING("a"));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_GE(calls, kRounds);
+  AgentConfig::freeInstance();
+  for (int t = 0; t < 4; ++t) {
+    const STRING value = AgentConfig::getInstance()->getValue("thread." + STRING::fromInt(t));
+    EXPECT_EQ(value, STRING::fromInt(kRounds));
+  }
+  AgentConfig::freeInstance();
+  setInstallRoot("");
 }
 
 TEST(ConfigProcessesTest, NeitherTornFilesNorLostChanges) {

@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include "agent/thread/stop_token.h"
+#include "config/agent_config.h"
+#include "config/install_root.h"
+#include "config/properties_file.h"
+#include "ids/hids_component.h"
+#include "ids/ids_log_names.h"
+#include "platform/fake/fake_platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kSettings[] = "/opt/agent/IDS/ids.properties";
+
+class IdsTest : public testing::Test {
+ protected:
+  IdsTest() {
+    platform::setCurrent(&fake.platform());
+    setInstallRoot("/opt/agent");
+    fake.files.makeDirectories("/opt/agent/IDS");
+  }
+  ~IdsTest() override {
+    AgentConfig::freeInstance();
+    shutdownToken().reset();
+    setInstallRoot("");
+    platform::setCurrent(nullptr);
+  }
+
+  // The component's side: answers the next request of a kind after a while.
+  std::unique_ptr<platform::NativeThread> answer(const std::string& kind, const std::string& lines,
+                                                 int64_t afterMs) {
+    return sim.createThread(0, [this, kind, lines, afterMs] {
+      sim.runFor(afterMs);
+      const PropertyList request = parseProperties(fake.files.content(path(kind, ".request")));
+      const std::string id = propertyValue(request, "request.id").toUtf8();
+      fake.files.put(path(kind, ".result"), "request.id=" + id + "\n" + lines);
+    });
+  }
+  static std::string path(const std::string& kind, const char* end) {
+    return "/opt/agent/IDS/" + kind + end;
+  }
+  std::string result(const char* name) {
+    PropertyList results;
+    return component.readResults(results) ? propertyValue(results, name).toUtf8() : "none";
+  }
+
+  platform::SimThreading sim{3};
+  platform::FakePlatform fake{sim};
+  HidsComponent component{"/opt/agent/IDS", [] { return 10; }};
+};
+
+TEST_F(IdsTest, SettingsAndRules) {
+  STRING value;
+  EXPECT_FALSE(component.present());
+  EXPECT_FALSE(component.reload());
+  EXPECT_FALSE(component.setting("a", value));
+  fake.files.put(kSettings, "# settings\r\na = 1\nLog.x=keep=this\n\n#b=2\nc=\n");
+  EXPECT_TRUE(component.present());
+  EXPECT_EQ(component.settings(), (PropertyList{{"a", "1"}, {"c", ""}}));
+  EXPECT_EQ(component.logRules(), (PropertyList{{"Log.x", "keep=this"}}));
+  fake.files.put(kSettings, "a=2\n");
+  EXPECT_TRUE(component.setting("a", value));
+  EXPECT_EQ(value, STRING("1")) << "until they are read again";
+  EXPECT_TRUE(component.reload());
+  EXPECT_EQ(component.settings(), (PropertyList{{"a", "2"}}));
+  fake.files.remove(kSettings);
+  EXPECT_FALSE(component.reload());
+  EXPECT_EQ(component.settings(), (PropertyList{{"a", "2"}})) << "the old ones stay";
+}
+
+TEST_F(IdsTest, HandsOverAndReadsTheAnswer) {
+  EXPECT_EQ(result("IDS.Policy.ResultCode"), "none");
+  auto policy =
+      answer("policy", "IDS.Policy.ResultCode=7\nIDS.Policy.ResultMessage=half of it\n", 3000);
+  EXPECT_TRUE(component.applyPolicy("/srv/a policy.zip"));
+  EXPECT_EQ(result("IDS.Policy.ResultCode"), "7");
+  EXPECT_EQ(result("IDS.Policy.ResultMessage"), "half of it");
+  EXPECT_EQ(result("request.id"), "");
+  const PropertyList request = parseProperties(fake.files.content(path("policy", ".request")));
+  EXPECT_EQ(propertyValue(request, "policy.file"), STRING("/srv/a policy.zip"));
+
+  auto settings = answer("config", "IDS.Config.ResultCode=0\n", 500);
+  EXPECT_TRUE(component.applyConfiguration({{"ids.a", "1\nids.evil=1"}}, {{"Log.r", "x"}}));
+  EXPECT_EQ(result("IDS.Config.ResultCode"), "0");
+  EXPECT_EQ(result("IDS.Policy.ResultCode"), "") << "only the last answer counts";
+  EXPECT_TRUE(
+      fake.files.content(path("config", ".request")).ends_with("\nids.a=1 ids.evil=1\nLog.r=x\n"));
+}
+
+TEST_F(IdsTest, AStaleOrMissingAnswerIsAFailureAndAStopEndsTheWait) {
+  fake.files.put(path("policy", ".result"), "request.id=old\nIDS.Policy.ResultCode=0\n");
+  const int64_t start = sim.clock().monotonicMs();
+  EXPECT_TRUE(component.applyPolicy("/p"));
+  EXPECT_EQ(result("IDS.Policy.ResultCode"), "1001");
+  EXPECT_EQ(sim.clock().monotonicMs() - start, 10000);
+  const auto stopper = sim.createThread(0, [this] {
+    sim.runFor(1100);
+    shutdownToken().request();
+  });
+  EXPECT_TRUE(component.applyPolicy("/p"));
+  EXPECT_EQ(result("IDS.Policy.ResultCode"), "1002");
+  EXPECT_EQ(sim.clock().monotonicMs() - start, 11100);
+  fake.files.remove("/opt/agent/IDS/policy.request");
+  HidsComponent nowhere("/no/such/folder", [] { return 0; });
+  EXPECT_FALSE(nowhere.applyPolicy("/p"));
+  PropertyList results;
+  EXPECT_FALSE(nowhere.readResults(results));
+}
+
+TEST_F(IdsTest, LogNamesAreLookedForOneByOne) {
+  int waits = 0;
+  const auto wait = [&](uint32_t milliseconds) {
+    EXPECT_EQ(milliseconds, 250u);
+    if (++waits == 5) fake.files.put(kSettings, "ids.service.eventfile.name=../logs/e.csv\n");
+    return false;
+  };
+  EXPECT_TRUE(findIdsLogFile(component, HIDS_LOG, wait));
+  EXPECT_EQ(waits, 5);
+  AgentConfig& config = *AgentConfig::getInstance();
+  EXPECT_EQ(config.getCurrentLogFile(HIDS_LOG), STRING("/opt/agent/IDS/bin/../logs/e.csv"));
+  waits = 10;
+  EXPECT_FALSE(findIdsLogFile(component, HIDS_RT_LOG, wait));
+  EXPECT_EQ(waits, 10 + 479) << "480 tries";
+  EXPECT_FALSE(findIdsLogFile(component, HIDS_RT_LOG, [](uint32_t) { return true; }));
+  EXPECT_FALSE(findIdsLogFile(component, AGENT_LOG, wait));
+  EXPECT_TRUE(config.getCurrentLogFile(HIDS_RT_LOG).empty());
+
+  fake.files.put(kSettings, "ids.service.rteventfile.name=/var/rt.csv\n");
+  EXPECT_FALSE(takeIdsLogFiles(component)) << "no event file is named any more";
+  EXPECT_EQ(config.getCurrentLogFile(HIDS_RT_LOG), STRING("/var/rt.csv"));
+}
+
+}  // namespace
+}  // namespace korvane
