@@ -12,7 +12,8 @@ namespace korvane::bench {
 void setUpAgent(const AgentSettings& settings) {
   setInstallRoot(settings.stateFolder);
   if (const int error = platform::current().files.makeDirectories(installDirectory()))
-    throw std::runtime_error(installDirectory() + " cannot be made: error " + std::to_string(error));
+    throw std::runtime_error(installDirectory() + " cannot be made: error " +
+                             std::to_string(error));
   setServiceType(1);
   AgentConfig& config = *AgentConfig::getInstance();
   const AgentConfig::ChangeGroup oneWrite(config);

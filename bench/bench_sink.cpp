@@ -52,7 +52,8 @@ bool countRecords(std::string_view body) {
 size_t contentLength(std::string_view head) {
   constexpr std::string_view kName = "\r\ncontent-length:";
   for (size_t at = 0; (at = head.find("\r\n", at)) != std::string_view::npos; ++at)
-    if (head.size() - at > kName.size() && strncasecmp(head.data() + at, kName.data(), kName.size()) == 0)
+    if (head.size() - at > kName.size() &&
+        strncasecmp(head.data() + at, kName.data(), kName.size()) == 0)
       return std::strtoull(head.data() + at + kName.size(), nullptr, 10);
   return 0;
 }
@@ -102,7 +103,8 @@ int listenAnywhere(uint16_t& port) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
   if (socket < 0 || bind(socket, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-      listen(socket, 16) != 0 || getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+      listen(socket, 16) != 0 ||
+      getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
     return -1;
   port = ntohs(address.sin_port);
   return socket;
@@ -132,11 +134,16 @@ int main(int argc, char** argv) {
   std::fflush(stdout);
   pollfd waiting[2] = {{listener, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
   while (poll(waiting, 2, -1) >= 0 && !waiting[1].revents)
-    if (waiting[0].revents) std::thread(serve, context, accept(listener, nullptr, nullptr)).detach();
-  std::printf("{\"connections\": %llu, \"requests\": %llu, \"records\": %llu, \"bytes\": %llu, \"malformed\": %llu}\n",
-              static_cast<unsigned long long>(totals.connections), static_cast<unsigned long long>(totals.requests),
-              static_cast<unsigned long long>(totals.records), static_cast<unsigned long long>(totals.bytes),
-              static_cast<unsigned long long>(totals.malformed));
+    if (waiting[0].revents)
+      std::thread(serve, context, accept(listener, nullptr, nullptr)).detach();
+  std::printf(
+      "{\"connections\": %llu, \"requests\": %llu, \"records\": %llu, \"bytes\": %llu, "
+      "\"malformed\": %llu}\n",
+      static_cast<unsigned long long>(totals.connections),
+      static_cast<unsigned long long>(totals.requests),
+      static_cast<unsigned long long>(totals.records),
+      static_cast<unsigned long long>(totals.bytes),
+      static_cast<unsigned long long>(totals.malformed));
   std::fflush(stdout);
   _exit(0);
 }

@@ -8,11 +8,23 @@ namespace korvane::bench {
 namespace {
 
 constexpr std::array<const char*, 5> kTypes = {"PFIL", "TNET", "PREG", "PSYS", "PBUF"};
-constexpr std::array<const char*, 17> kWords = {
-    "severity-", "policy-web-", "write",     "denied",       "svc_reports",     "uid-",
-    "/usr/lib/daemons/reportd-", "pid-",     "ppid-",        "/srv/ledger/current/volume-",
-    "digest:",   "mask-",       "rule matched by the list of protected places ", "resource-",
-    "session:",  "inode:",      "flags:"};
+constexpr std::array<const char*, 17> kWords = {"severity-",
+                                                "policy-web-",
+                                                "write",
+                                                "denied",
+                                                "svc_reports",
+                                                "uid-",
+                                                "/usr/lib/daemons/reportd-",
+                                                "pid-",
+                                                "ppid-",
+                                                "/srv/ledger/current/volume-",
+                                                "digest:",
+                                                "mask-",
+                                                "rule matched by the list of protected places ",
+                                                "resource-",
+                                                "session:",
+                                                "inode:",
+                                                "flags:"};
 
 }  // namespace
 
@@ -33,11 +45,13 @@ void EventLines::makeEvent() {
   _type = kTypes[below(kTypes.size())];
   _rest.clear();
   const uint32_t fields = 17 + below(6);
-  for (uint32_t i = 0; i < fields; ++i) _rest += "," + field(kWords[i % kWords.size()], 2 + below(5));
+  for (uint32_t i = 0; i < fields; ++i)
+    _rest += "," + field(kWords[i % kWords.size()], 2 + below(5));
 }
 
 std::string EventLines::header(const std::string& type) {
-  return type + "," + std::to_string(++_sequence) + "," + formatTimestamp(static_cast<int64_t>(_timeMs));
+  return type + "," + std::to_string(++_sequence) + "," +
+         formatTimestamp(static_cast<int64_t>(_timeMs));
 }
 
 const std::string& EventLines::next() {
@@ -46,7 +60,9 @@ const std::string& EventLines::next() {
   return _line = header(_type) + _rest + "\n";
 }
 
-std::string EventLines::endMarker() { return header("MEOF") + ",,,,\n"; }
+std::string EventLines::endMarker() {
+  return header("MEOF") + ",,,,\n";
+}
 
 std::string makeLog(uint64_t events, unsigned repeatPercent, unsigned quotedPercent) {
   EventLines lines(repeatPercent, quotedPercent);

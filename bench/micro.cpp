@@ -25,7 +25,8 @@ const std::string& log() {
 }
 
 const RecordNotes& notes() {
-  static const RecordNotes made({"host-1.example", "10.0.0.1", "Linux 6.1", "hidslog1rt", "2026-11-21 10:15:30.12"});
+  static const RecordNotes made(
+      {"host-1.example", "10.0.0.1", "Linux 6.1", "hidslog1rt", "2026-11-21 10:15:30.12"});
   return made;
 }
 
@@ -76,7 +77,8 @@ class Row {
     const auto runs = static_cast<double>(_state.iterations());
     _state.SetItemsProcessed(static_cast<int64_t>(runs * kEvents));
     _state.SetBytesProcessed(static_cast<int64_t>(runs * static_cast<double>(log().size())));
-    _state.counters["allocs/event"] = static_cast<double>(allocations() - _before) / (runs * kEvents);
+    _state.counters["allocs/event"] =
+        static_cast<double>(allocations() - _before) / (runs * kEvents);
   }
 
  private:
@@ -117,7 +119,8 @@ void fieldMap(benchmark::State& state) {
   const RecordQueue queue = queueOfLog();
   const Row row(state);
   for (auto _ : state)
-    for (size_t i = 0; i < queue.size(); ++i) benchmark::DoNotOptimize(fieldPairs(queue.at(i), notes()));
+    for (size_t i = 0; i < queue.size(); ++i)
+      benchmark::DoNotOptimize(fieldPairs(queue.at(i), notes()));
 }
 BENCHMARK(fieldMap);
 
@@ -148,7 +151,8 @@ void responseParse(benchmark::State& state) {
     parser.addBody(body.bytes());
     benchmark::DoNotOptimize(parser.finish(false));
   }
-  state.SetBytesProcessed(static_cast<int64_t>(static_cast<double>(state.iterations()) * static_cast<double>(body.size())));
+  state.SetBytesProcessed(static_cast<int64_t>(static_cast<double>(state.iterations()) *
+                                               static_cast<double>(body.size())));
 }
 BENCHMARK(responseParse);
 

@@ -27,7 +27,8 @@ int main(int argc, char** argv) {
   korvane::bench::AgentSettings settings;
   CLI::App app("Runs the forwarding pipeline without a network.");
   app.add_option("--log", settings.log, "the event log")->required();
-  app.add_option("--state", settings.stateFolder, "folder of the read pointer, empty at first")->required();
+  app.add_option("--state", settings.stateFolder, "folder of the read pointer, empty at first")
+      ->required();
   app.add_option("--batch", settings.batchLimit, "records in a message");
   CLI11_PARSE(app, argc, argv);
   korvane::bench::setUpAgent(settings);
@@ -42,10 +43,12 @@ int main(int argc, char** argv) {
     records += processor.writeRecords();
   }
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
-  std::printf("{\"events\": %lld, \"records\": %lld, \"bytes\": %llu, \"allocations\": %llu, \"seconds\": %.6f}\n",
-              static_cast<long long>(events), static_cast<long long>(records),
-              static_cast<unsigned long long>(counted.bytes),
-              static_cast<unsigned long long>(korvane::bench::allocations() - allocatedBefore),
-              seconds.count());
+  std::printf(
+      "{\"events\": %lld, \"records\": %lld, \"bytes\": %llu, \"allocations\": %llu, \"seconds\": "
+      "%.6f}\n",
+      static_cast<long long>(events), static_cast<long long>(records),
+      static_cast<unsigned long long>(counted.bytes),
+      static_cast<unsigned long long>(korvane::bench::allocations() - allocatedBefore),
+      seconds.count());
   return 0;
 }

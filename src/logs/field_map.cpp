@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <charconv>
 #include <cstring>
 
 #include "logs/byte_scan.h"
@@ -12,7 +13,8 @@
 namespace korvane {
 namespace {
 
-constexpr size_t kNameRoom = 4;  // "v49="
+constexpr size_t kNameRoom = 4;        // "v49="
+constexpr size_t kNoteNameLength = 3;  // "a5="
 
 struct FieldName {
   char text[kNameRoom];
@@ -32,7 +34,9 @@ constexpr std::array<FieldName, kMaxFields + 1> makeNames() {
 }
 constexpr auto kNames = makeNames();
 
-std::string_view fieldName(size_t n) { return {kNames[n].text, kNames[n].length - size_t{1}}; }
+std::string_view fieldName(size_t n) {
+  return {kNames[n].text, kNames[n].length - size_t{1}};
+}
 
 // A value stands on a line of its own.
 std::string oneLine(std::string text) {
@@ -63,7 +67,7 @@ class SizeCounter {
 
 class PayloadWriter {
  public:
-  PayloadWriter(char* at, size_t size, std::string_view notes)
+  PayloadWriter(char* at, size_t size, const RecordNotes::Lines& notes)
       : _at(at), _end(at + size), _notes(notes) {}
 
   void field(size_t n, std::string_view value) {
@@ -76,16 +80,13 @@ class PayloadWriter {
     _at += value.size();
     *_at++ = '\n';
   }
-  void notes() {
-    std::memcpy(_at, _notes.data(), _notes.size());
-    _at += _notes.size();
-  }
+  void notes() { _at = _notes.write(_at); }
   bool full() const { return _at == _end; }
 
  private:
   char* _at;
   char* const _end;
-  const std::string_view _notes;
+  const RecordNotes::Lines& _notes;
 };
 
 }  // namespace
@@ -107,13 +108,36 @@ RecordNotes RecordNotes::take(const AgentConfig& config, LogType type, int64_t w
                       .forwardedAt = formatTimestamp(wallMs).substr(0, kLastTimeLength)});
 }
 
-std::string_view RecordNotes::lines(int32_t count, std::string_view lastTime,
-                                    std::string& made) const {
-  if (count == 1) return _ofSingle;
-  made = _upToA4;
-  addLine(made, "a5", std::to_string(repeats(count)));
-  addLine(made, "a6", count < 2 ? std::string_view(_values.forwardedAt) : lastTime);
-  return made;
+RecordNotes::Lines RecordNotes::lines(int32_t count, std::string_view lastTime) const {
+  Lines lines;
+  if (count == 1) {
+    lines.prepared = _ofSingle;
+    return lines;
+  }
+  lines.prepared = _upToA4;
+  char* const to = lines.repeats.data();
+  std::memcpy(to, "a5=", kNoteNameLength);
+  char* const end =
+      std::to_chars(to + kNoteNameLength, to + lines.repeats.size() - 1, repeats(count)).ptr;
+  *end = '\n';
+  lines.repeatsLength = static_cast<size_t>(end + 1 - to);
+  lines.lastTime = count < 2 ? std::string_view(_values.forwardedAt) : lastTime;
+  return lines;
+}
+
+size_t RecordNotes::Lines::size() const {
+  return prepared.size() + repeatsLength +
+         (lastTime.empty() ? 0 : kNoteNameLength + lastTime.size() + 1);
+}
+
+char* RecordNotes::Lines::write(char* to) const {
+  to = std::copy(prepared.begin(), prepared.end(), to);
+  to = std::copy_n(repeats.data(), repeatsLength, to);
+  if (lastTime.empty()) return to;
+  to = std::copy_n("a6=", kNoteNameLength, to);
+  to = std::copy(lastTime.begin(), lastTime.end(), to);
+  *to = '\n';
+  return to + 1;
 }
 
 void RecordNotes::addPairs(int32_t count, const STRING& lastTime, PropertyList& out) const {
@@ -128,16 +152,8 @@ void RecordNotes::addPairs(int32_t count, const STRING& lastTime, PropertyList& 
   add("a6", count < 2 ? STRING(_values.forwardedAt) : lastTime);
 }
 
-size_t payloadSize(const EventRecord& record, const RecordNotes& notes) {
-  std::string made;
-  SizeCounter counter(notes.lines(record.count, record.lastTime, made).size());
-  visitFieldMap(record, counter);
-  return counter.size();
-}
-
 void appendRecord(MessageBody& body, const EventRecord& record, const RecordNotes& notes) {
-  std::string made;
-  const std::string_view noteLines = notes.lines(record.count, record.lastTime, made);
+  const RecordNotes::Lines noteLines = notes.lines(record.count, record.lastTime);
   SizeCounter counter(noteLines.size());
   visitFieldMap(record, counter);
   PayloadWriter writer(body.beginProperties(counter.size()), counter.size(), noteLines);
@@ -151,9 +167,7 @@ PropertyList fieldPairs(const EventRecord& record, const RecordNotes& notes) {
     const EventRecord& record;
     const RecordNotes& recordNotes;
     PropertyList list;
-    void field(size_t n, std::string_view value) {
-      list.emplace_back(fieldName(n), value);
-    }
+    void field(size_t n, std::string_view value) { list.emplace_back(fieldName(n), value); }
     void notes() { recordNotes.addPairs(record.count, record.lastTime, list); }
   } out{record, notes, {}};
   visitFieldMap(record, out);

@@ -9,6 +9,7 @@
 //   appendRecord(body, record, notes);
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -37,9 +38,17 @@ class RecordNotes {
   // As the configuration and the clock say now.
   static RecordNotes take(const AgentConfig& config, LogType type, int64_t wallMs);
 
-  // "a1=...\n" to "a6=...\n" of a record with this count; `made` holds the text when it is not one of
-  // the prepared ones.
-  std::string_view lines(int32_t count, std::string_view lastTime, std::string& made) const;
+  // The lines "a1=...\n" to "a6=...\n" of a record with this count, in pieces to be written one
+  // behind the other. Refers to the notes and to `lastTime`.
+  struct Lines {
+    std::string_view prepared;
+    std::array<char, 20> repeats;  // the "a5" line where it is not in `prepared`
+    size_t repeatsLength = 0;
+    std::string_view lastTime;  // the value of "a6", likewise
+    size_t size() const;
+    char* write(char* to) const;
+  };
+  Lines lines(int32_t count, std::string_view lastTime) const;
   // The same as (name, value) pairs.
   void addPairs(int32_t count, const STRING& lastTime, PropertyList& out) const;
 
@@ -63,8 +72,6 @@ void visitFieldMap(const Record& record, Out& out) {
   for (size_t n = kStandardFields + 1; n <= last; ++n) give(n);
 }
 
-// The bytes that the record's name=value lines take up.
-size_t payloadSize(const EventRecord& record, const RecordNotes& notes);
 // Adds the record as one section. scan::kBlock bytes behind record.text can be read.
 void appendRecord(MessageBody& body, const EventRecord& record, const RecordNotes& notes);
 // The record as a list of pairs, equal to what appendRecord writes.
