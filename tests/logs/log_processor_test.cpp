@@ -1,0 +1,255 @@
+#include "logs/log_processor.h"
+
+#include "logs/file_log_pointer.h"
+#include "tests/logs/log_fixture.h"
+
+namespace korvane::tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+class LogProcessorTest : public LogFixture {
+ protected:
+  std::unique_ptr<LogProcessor> make() {
+    return std::make_unique<LogProcessor>(HIDS_RT_LOG, std::make_unique<FakeDestination>(received));
+  }
+  static int round(LogProcessor& processor) {
+    processor.readRecords();
+    return processor.writeRecords();
+  }
+  int savedOffset() { return FileLogPointer(kPointerFile).getOffset(); }
+  STRING savedName() { return FileLogPointer(kPointerFile).getCurrentLogName(); }
+  bool exists(const char* path) {
+    platform::FileInfo info;
+    return fake.files.info(path, info) == 0;
+  }
+
+  FakeDestination::Received received;
+};
+
+TEST_F(LogProcessorTest, FoldsRunsAndSendsEverything) {
+  const struct {
+    const char* what;
+    bool folding;
+    std::vector<std::string> lines;
+    std::vector<std::string> sent;
+  } cases[] = {
+      {"a single event once", true, {eventLine(1), eventLine(2)}, {"1", "2"}},
+      {"three in a row",
+       true,
+       {eventLine(1, "x"), eventLine(2, "x"), eventLine(3, "x"), eventLine(4)},
+       {"1", "3+2", "4"}},
+      {"two runs",
+       true,
+       {eventLine(1, "x"), eventLine(2, "x"), eventLine(3, "y"), eventLine(4, "y"), eventLine(5)},
+       {"1", "2+1", "3", "4+1", "5"}},
+      {"folding off", false, {eventLine(1, "x"), eventLine(2, "x")}, {"1", "2"}},
+      {"types that do not fold",
+       true,
+       {eventLine(1, "x", "DACC"), eventLine(2, "x", "DACC"), eventLine(3, "x", "PMNT"),
+        eventLine(4, "x", "PMNT")},
+       {"1", "2", "3", "4"}},
+      {"a type that does not fold ends a run",
+       true,
+       {eventLine(1, "x"), eventLine(2, "x"), eventLine(3, "x", "DACC"), eventLine(4, "x")},
+       {"1", "2+1", "3", "4"}},
+      {"a marker ends a run",
+       true,
+       {eventLine(1, "x"), eventLine(2, "x"), "MSOF,3,t\n", eventLine(4, "x")},
+       {"1", "2+1", "4"}},
+      {"equal but for the writing",
+       true,
+       {eventLine(1, "\"x\""), eventLine(2, "x"), eventLine(3)},
+       {"1", "2+1", "3"}}};
+  for (const auto& test : cases) {
+    fake.files.remove(kPointerFile);
+    config().setConsolidateLogs(test.folding);
+    std::string log;
+    for (const std::string& line : test.lines) log += line;
+    fake.files.put(kLog, log);
+    received = {};
+    const auto processor = make();
+    round(*processor);
+    EXPECT_THAT(received.sequence(), ElementsAreArray(test.sent)) << test.what;
+    EXPECT_EQ(received.bodiesThatDiffer, 0) << test.what;
+  }
+}
+
+TEST_F(LogProcessorTest, ASummaryCarriesCountAndTimes) {
+  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x") + eventLine(3, "x") + eventLine(4));
+  round(*make());
+  const PropertyList summary = received.records().at(1);
+  const std::pair<const char*, const char*> values[] = {
+      {"v2", "3"}, {"v3", "t2"}, {"a4", "hidslog1rt"}, {"a5", "2"}, {"a6", "t3"}};
+  for (const auto& [name, value] : values) EXPECT_EQ(propertyValue(summary, name), value) << name;
+  EXPECT_EQ(propertyValue(received.records().at(0), "a6"), "2026-01-01 00:00:00.00");
+}
+
+TEST_F(LogProcessorTest, AnOpenSummaryIsSentWhenItsPeriodIsOver) {
+  config().setLogConsolidatePeriod(5);
+  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x"));
+  const auto processor = make();
+  round(*processor);
+  EXPECT_EQ(savedOffset(), static_cast<int>(eventLine(1, "x").size()))
+      << "the repeat is not delivered yet";
+  fake.clock.advance(5 * 60 * 1000 - 1);
+  round(*processor);
+  append(kLog, eventLine(3, "x"));
+  EXPECT_THAT(received.sequence(), ElementsAre("1"));
+  fake.clock.advance(1);
+  round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "3+2"));
+  EXPECT_EQ(savedOffset(), static_cast<int>(fake.files.content(kLog).size()));
+}
+
+TEST_F(LogProcessorTest, KeepsToTheLimits) {
+  std::string log;
+  for (int i = 1; i <= 50; ++i) log += eventLine(i);
+  fake.files.put(kLog, log);
+  setLimits(9, 100);
+  const auto processor = make();
+  EXPECT_EQ(processor->readRecords(), 10) << "stops when the count exceeds the limit";
+  EXPECT_EQ(processor->readRecords(), 10);
+  EXPECT_EQ(processor->writeRecords(), 20);
+  setLimits(100, 7);
+  EXPECT_EQ(processor->readRecords(), 7) << "stops when the batch is full";
+  EXPECT_EQ(processor->readRecords(), 0) << "a full queue reads nothing";
+  EXPECT_EQ(processor->queued(), 7u);
+}
+
+TEST_F(LogProcessorTest, AnotherServiceTypeStopsAtItsByteLimit) {
+  resetServiceType();
+  setServiceType(2);
+  std::string log;
+  for (int i = 1; i <= 400; ++i) log += eventLine(i, std::string(10000, 'x') + std::to_string(i));
+  fake.files.put(kLog, log);
+  setLimits(1000, 1000);
+  const int read = make()->readRecords();
+  EXPECT_GT(read, 130);
+  EXPECT_LT(read, 141);
+  LogProcessor withoutDestination(HIDS_RT_LOG);
+  withoutDestination.readRecords();
+  EXPECT_LT(withoutDestination.writeRecords(), 0);
+}
+
+TEST_F(LogProcessorTest, AFailedBatchStaysQueuedAndComesAgain) {
+  fake.files.put(kLog, eventLine(1) + eventLine(2));
+  const auto processor = make();
+  for (const int code : {400, -1, 28}) {
+    received.answer = [code] { return code; };
+    EXPECT_LT(round(*processor), 0) << "also for -1";
+    EXPECT_EQ(processor->queued(), 2u);
+    EXPECT_EQ(savedOffset(), 0);
+  }
+  received.answer = [] { return 0; };
+  append(kLog, eventLine(3));
+  EXPECT_EQ(round(*processor), 3);
+  EXPECT_EQ(processor->queued(), 0u);
+  EXPECT_EQ(processor->writeRecords(), 0);
+}
+
+TEST_F(LogProcessorTest, LogsOfOtherTypesAreReadAndNotSent) {
+  config().setHIDSLogFile(kLog);
+  fake.files.put(kLog, eventLine(1) + eventLine(2));
+  LogProcessor processor(HIDS_LOG, std::make_unique<FakeDestination>(received));
+  EXPECT_EQ(processor.readRecords(), 2);
+  EXPECT_EQ(processor.queued(), 0u);
+}
+
+TEST_F(LogProcessorTest, ManyMarkersSaveThePlace) {
+  std::string log;
+  for (int i = 0; i < 600; ++i) log += "MSOF,1,t\n";
+  fake.files.put(kLog, log);
+  setLimits(1000, 100);
+  make()->readRecords();
+  EXPECT_EQ(savedOffset(), 502 * 9);
+}
+
+TEST_F(LogProcessorTest, RemovesAFinishedLogAndGoesOnWithTheNext) {
+  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x") + endLine(3));
+  fake.files.put(kNextLog, eventLine(4));
+  config().setHIDSRTLogFile(kNextLog);
+  FileLogPointer pointer(kPointerFile);
+  pointer.setCurrentLogName(kLog);
+  pointer.writePointer();
+  const auto processor = make();
+  round(*processor);
+  EXPECT_FALSE(exists(kLog));
+  EXPECT_EQ(savedName(), kNextLog);
+  round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "2+1", "4"));
+}
+
+TEST_F(LogProcessorTest, ANewLogMayHaveTheSameName) {
+  fake.files.put(kLog, eventLine(1) + endLine(2));
+  const auto processor = make();
+  round(*processor);
+  EXPECT_FALSE(exists(kLog));
+  for (int i = 0; i < 3; ++i) round(*processor);
+  EXPECT_EQ(events(10185), 0u) << "a log that is not there yet is no fault";
+  fake.files.put(kLog, eventLine(3) + eventLine(4) + eventLine(5));
+  round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "3", "4", "5"));
+  fake.files.put("/opt/korvane/IDS/logs/new", eventLine(7));
+  append(kLog, endLine(6));
+  received.answer = [&] {  // the successor takes the name before the finished log is removed
+    fake.files.replace("/opt/korvane/IDS/logs/new", kLog);
+    return 0;
+  };
+  append(kLog, "");
+  round(*processor);
+  round(*processor);
+  round(*processor);
+  EXPECT_EQ(received.sequence().size(), 4u);
+  EXPECT_FALSE(exists(kLog)) << "nothing was queued, so nothing took the name";
+}
+
+TEST_F(LogProcessorTest, ASuccessorUnderTheSameNameIsNotRemoved) {
+  fake.files.put(kLog, eventLine(1) + endLine(2));
+  fake.files.put("/opt/korvane/IDS/logs/new", eventLine(3));
+  const auto processor = make();
+  processor->readRecords();
+  fake.files.replace("/opt/korvane/IDS/logs/new", kLog);
+  processor->writeRecords();
+  round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "3"));
+}
+
+TEST_F(LogProcessorTest, ALogWithNothingToSendIsRemovedToo) {
+  fake.files.put(kLog, "MSOF,1,t\n" + endLine(2));
+  round(*make());
+  EXPECT_FALSE(exists(kLog));
+  EXPECT_TRUE(received.batches.empty());
+}
+
+TEST_F(LogProcessorTest, RenamesALogThatCannotBeRemoved) {
+  using platform::FileOperation;
+  shutdownToken().request();  // ends the pause between the tries
+  for (const bool renameToo : {false, true}) {
+    fake.files.put(kLog, eventLine(1) + endLine(2));
+    fake.files.remove(kPointerFile);
+    files.failAll(FileOperation::remove, EBUSY, "rt.csv");
+    if (renameToo) files.failAll(FileOperation::rename, EBUSY, "rt.csv");
+    shutdownToken().reset();
+    const auto processor = make();
+    processor->readRecords();
+    shutdownToken().request();
+    processor->writeRecords();
+    shutdownToken().reset();
+    EXPECT_EQ(exists(kLog), renameToo);
+    EXPECT_TRUE(exists("/opt/korvane/IDS/logs/rt.csv.sent"));
+    const size_t sent = received.records().size();
+    for (int i = 0; i < 3; ++i) round(*processor);
+    round(*make());
+    EXPECT_EQ(received.records().size(), sent) << "it is not read again";
+    files.heal();
+  }
+  EXPECT_EQ(inOwnLog("Error removing file /opt/korvane/IDS/logs/rt.csv. Error code : " +
+                     std::to_string(EBUSY)),
+            4u);
+  EXPECT_EQ(inOwnLog(": (2nd Try) Error removing file "), 2u);
+}
+
+}  // namespace
+}  // namespace korvane::tests

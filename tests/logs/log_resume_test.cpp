@@ -1,0 +1,179 @@
+// What is lost and what is sent again when the agent is killed: nothing, and at most one batch.
+#include <map>
+
+#include "logs/file_log_pointer.h"
+#include "logs/log_processor.h"
+#include "platform/fake/recording_files.h"
+#include "tests/logs/log_fixture.h"
+
+namespace korvane::tests {
+namespace {
+
+constexpr int kBatch = 3;
+
+struct Killed {};
+
+class LogResumeTest : public LogFixture {
+ protected:
+  LogResumeTest() { setLimits(2 * kBatch, kBatch); }
+
+  std::unique_ptr<LogProcessor> make() {
+    return std::make_unique<LogProcessor>(HIDS_RT_LOG, std::make_unique<FakeDestination>(received));
+  }
+  static void drain(LogProcessor& processor, int rounds = 40) {
+    for (int i = 0; i < rounds; ++i) processor.readRecords(), processor.writeRecords();
+  }
+  // How often each event was delivered, a summary standing for its repeats.
+  std::map<int, int> deliveries() const {
+    std::map<int, int> counts;
+    for (const PropertyList& record : received.records()) {
+      const int number = propertyValue(record, "v2").toInt(),
+                repeats = propertyValue(record, "a5").toInt();
+      const bool summary = propertyValue(record, "a6").toUtf8().starts_with("t");
+      for (int i = 0; i < (summary ? repeats : 1); ++i) ++counts[number - i];
+    }
+    return counts;
+  }
+  void expectAll(int events, int again, const std::string& where) {
+    const auto counts = deliveries();
+    int extra = 0;
+    for (int n = 1; n <= events; ++n) {
+      ASSERT_TRUE(counts.contains(n)) << where << ": event " << n << " is lost";
+      extra += counts.at(n) - 1;
+    }
+    EXPECT_LE(extra, again) << where;
+  }
+  void reset(const std::string& log) {
+    received = {};
+    fake.files.remove(kPointerFile);
+    fake.files.put(kLog, log);
+  }
+
+  FakeDestination::Received received;
+};
+
+std::string logOf(int events, bool repeats) {
+  std::string log;
+  for (int i = 1; i <= events; ++i)
+    log += eventLine(i, repeats ? "run " + std::to_string(i / 4) : "");
+  return log;
+}
+
+// The agent is ended while the writer stands at any byte of the log.
+TEST_F(LogResumeTest, NothingIsLostOrDoubledWhereverTheWriterStands) {
+  for (const bool repeats : {false, true}) {
+    const std::string log = logOf(9, repeats) + endLine(10);
+    for (size_t cut = 0; cut <= log.size(); ++cut) {
+      reset(log.substr(0, cut));
+      drain(*make(), 3);
+      platform::FileInfo info;
+      if (fake.files.info(kLog, info) != 0) {
+        ASSERT_EQ(cut, log.size());
+      } else {
+        append(kLog, log.substr(cut));
+        drain(*make());
+      }
+      expectAll(9, 0, "byte " + std::to_string(cut));
+    }
+  }
+}
+
+// The agent is killed after each batch has arrived, before it hears of it, again and again.
+TEST_F(LogResumeTest, AKillSendsAtMostOneBatchAndTheOpenRunAgain) {
+  for (const bool repeats : {false, true}) {
+    const int events = 40;
+    for (int every = 1; every <= 8; ++every) {
+      reset(logOf(events, repeats) + endLine(events + 1));
+      int kills = 0;
+      for (bool done = false; !done;) {
+        int batches = 0;
+        received.answer = [&]() -> int {
+          if (++batches == every && kills < 20) throw Killed();
+          return 0;
+        };
+        try {
+          drain(*make());
+          done = true;
+        } catch (const Killed&) {
+          ++kills;
+        }
+      }
+      const int run = repeats ? 4 : 0;
+      expectAll(events, kills * (kBatch + 1) * (run + 1),
+                "killed at every batch " + std::to_string(every));
+    }
+  }
+}
+
+// The machine loses power at any moment: the state on disk always leads to every event.
+TEST_F(LogResumeTest, EveryStateThatAPowerCutLeavesLeadsToEveryEvent) {
+  constexpr int kFirst = 5, kEvents = 8;
+  const std::string log = logOf(kEvents, false);
+  const size_t half = logOf(kFirst, false).size();
+  reset(log.substr(0, half) + endLine(0));
+  fake.files.put(kNextLog, log.substr(half));
+  config().setHIDSRTLogFile(kNextLog);
+  {
+    FileLogPointer pointer(kPointerFile);
+    pointer.setCurrentLogName(kLog);
+    pointer.writePointer();
+  }
+  platform::RecordingFiles recording(fake.files);
+  std::vector<size_t> journalAt;  // its length when each batch was delivered
+  received.answer = [&] { return journalAt.push_back(recording.size()), 0; };
+  const auto runOn = [&](platform::Files& disk) {
+    platform::Platform machine{fake.clock,    fake.platform().threading,
+                               disk,          fake.registry,
+                               fake.devices,  fake.processes,
+                               fake.sockets,  fake.systemInfo,
+                               fake.libraries};
+    platform::setCurrent(&machine);
+    drain(*make(), 20);
+    platform::setCurrent(&system);
+  };
+  runOn(recording);
+  expectAll(kEvents, 0, "without a power cut");
+  const auto batches = received.batches;
+  const auto deliveredBy = journalAt;
+  received.answer = [] { return 0; };
+  int states = 0;
+  using platform::DataLoss;
+  using platform::NameLoss;
+  for (size_t entries = 0; entries <= recording.size(); ++entries)
+    for (const auto data : {DataLoss::none, DataLoss::all, DataLoss::torn, DataLoss::lastOnly})
+      for (const auto names : {NameLoss::none, NameLoss::all}) {
+        platform::MemoryFiles disk(fake.clock);
+        recording.crash(entries, data, names, disk);
+        received.batches.clear();
+        for (size_t i = 0; i < batches.size() && deliveredBy[i] <= entries; ++i)
+          received.batches.push_back(batches[i]);
+        runOn(disk);
+        expectAll(kEvents, kEvents, "after " + std::to_string(entries) + " changes");
+        ++states;
+      }
+  EXPECT_GT(states, 50);
+}
+
+// Killed between moving on and removing the finished log, whose successor has the same name.
+TEST_F(LogResumeTest, AFinishedLogThatIsStillThereIsNotSentAgain) {
+  reset(logOf(8, false) + endLine(9));
+  files.failAll(platform::FileOperation::remove, EINTR, "rt.csv");
+  class Ended : public LogProcessor {
+   public:
+    using LogProcessor::LogProcessor;
+    bool PostRealTimeProcessing(const STRING&) override { throw Killed(); }
+  };
+  Ended processor(HIDS_RT_LOG, std::make_unique<FakeDestination>(received));
+  EXPECT_THROW(drain(processor), Killed);
+  files.heal();
+  drain(*make());
+  expectAll(8, 0, "restart");
+  platform::FileInfo info;
+  EXPECT_EQ(fake.files.info(kLog, info), ENOENT);
+  fake.files.put(kLog, eventLine(9));
+  drain(*make());
+  expectAll(9, 0, "the next log");
+}
+
+}  // namespace
+}  // namespace korvane::tests
