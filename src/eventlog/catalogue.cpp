@@ -9,7 +9,7 @@ namespace korvane::eventlog {
 namespace {
 
 constexpr size_t kMaxLines = 10000;
-constexpr size_t kMaxTextBytes = 1024;
+constexpr size_t kMaxCatalogueTextBytes = 1024;
 constexpr int kMaxNumber = 99999;
 
 // The part of `rest` before the next blank; `rest` becomes what follows the blank.
@@ -26,7 +26,7 @@ bool isInsertion(char c) {
 
 const char* textError(std::string_view text) {
   if (text.empty()) return "no text";
-  if (text.size() > kMaxTextBytes) return "the text is longer than 1024 bytes";
+  if (text.size() > kMaxCatalogueTextBytes) return "the text is longer than 1024 bytes";
   if (!isValidUtf8(text)) return "the text is not UTF-8";
   for (size_t i = 0; i < text.size(); ++i) {
     if (static_cast<unsigned char>(text[i]) < 0x20) return "a control character";
