@@ -14,30 +14,9 @@ namespace {
 
 constexpr long kTransferTimeoutSeconds = 300;
 
-struct FreeList {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-using HeaderList = std::unique_ptr<curl_slist, FreeList>;
-
 // A header without a value would be dropped; libcurl sends it when it ends in a semicolon.
 std::string headerLine(const std::string& name, const std::string& value) {
   return value.empty() ? name + ";" : name + ": " + value;
-}
-
-bool append(HeaderList& list, const std::string& line) {
-  curl_slist* longer = curl_slist_append(list.get(), line.c_str());
-  if (!longer) return false;
-  list.release();
-  list.reset(longer);
-  return true;
-}
-
-bool buildHeaders(const TransportRequest& request, HeaderList& list) {
-  for (const auto& [name, value] : request.headers) {
-    if (!append(list, headerLine(name, value))) return false;
-  }
-  // Without this libcurl would ask the server first whether it wants a large body.
-  return append(list, "Expect:");
 }
 
 // libcurl's trace, on the console.
@@ -97,8 +76,23 @@ struct CurlTransport::Transfer {
     }
   }
 
+  bool addHeader(const std::string& line) {
+    curl_slist* longer = curl_slist_append(headers.get(), line.c_str());
+    if (!longer) return false;
+    static_cast<void>(headers.release());
+    headers.reset(longer);
+    return true;
+  }
+  bool addHeaders(const TransportRequest& request) {
+    for (const auto& [name, value] : request.headers) {
+      if (!addHeader(headerLine(name, value))) return false;
+    }
+    // Without this libcurl would ask the server first whether it wants a large body.
+    return addHeader("Expect:");
+  }
+
   TransportSink& sink;
-  HeaderList headers;
+  std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers{nullptr, &curl_slist_free_all};
   bool outOfMemory = false;
 };
 
@@ -148,7 +142,7 @@ bool CurlTransport::prepare(const TransportRequest& request, Transfer& transfer,
     result.errorText = "CURLOPT_ERRORBUFFER could not be set";
     return false;
   }
-  if (!buildHeaders(request, transfer.headers)) {
+  if (!transfer.addHeaders(request)) {
     result.errorText = "no memory for the header list";
     return false;
   }

@@ -9,7 +9,6 @@
 namespace korvane {
 namespace {
 
-constexpr int kOkStatus = 200;  // statuses above it are errors
 constexpr char kUnknownServer[] = "Unknown";
 
 bool repeatsElsewhere(int type) {

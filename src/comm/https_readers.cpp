@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "comm/https_handler.h"
+#include "comm/https_shared.h"
 #include "comm/update_kinds.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
@@ -11,7 +12,6 @@
 namespace korvane {
 namespace {
 
-constexpr int kOkStatus = 200;
 constexpr int kAnswerError = -2;
 constexpr int kMissing = -1;
 constexpr char kConfigurationSource[] = "HttpsHandler::getConfiguration";

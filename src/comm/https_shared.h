@@ -60,6 +60,9 @@ inline constexpr char kHandlerSource[] = "HttpsHandler";
 // The source of most of their trace lines.
 inline constexpr char kSendSource[] = "HttpsHandler::send";
 
+// HTTP statuses above it are errors.
+inline constexpr int kOkStatus = 200;
+
 // Seconds of the fail-back clock.
 int64_t failbackClock();
 
