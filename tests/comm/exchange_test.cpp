@@ -60,13 +60,13 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
   body.endSection();
   body.finish();
 
-  struct Case {
+  struct Exchanged {
     std::function<int()> send;
     std::string word;
     std::string sections;
     std::vector<std::string> texts;
   };
-  const std::vector<Case> cases{
+  const std::vector<Exchanged> cases{
       {[&] { return handler.testConnection(true); }, "testConnection", "", {"Testing Connection"}},
       {[&] { return handler.getUpdate(31, false); },
        "update",
@@ -138,7 +138,7 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
                   state),
        {"::sendPolicyStateMessage -- Error:=-100 built in"}},
   };
-  for (const Case& test : cases) {
+  for (const Exchanged& test : cases) {
     transport.seen.clear();
     EXPECT_EQ(test.send(), 0) << test.word;
     ASSERT_EQ(transport.seen.size(), 1u) << test.word;
