@@ -66,7 +66,8 @@ inline bool tracing() {
 }
 
 // Writes a trace line ("TRAC") under a source tag. `format` is printf-style; %d, %ld, %lld, %lu, %u, %x,
-// %s, %hs and %ls are understood, and a format that does not fit its arguments is written as it stands.
+// %s, %hs and %ls are understood, and a format that does not fit its arguments is written as it stands,
+// with them in brackets behind it.
 template <class... T>
 inline void trace(std::string_view tag, const char* format, const T&... arguments) {
   if (tracing()) detail::writeTrace(tag, format, {Arg(arguments)...});

@@ -48,7 +48,9 @@ std::string formatPrintf(const char* format, std::initializer_list<Arg> argument
     return fmt::vsprintf(fmt::string_view(format),
                          fmt::basic_format_args<fmt::printf_context>(pushed));
   } catch (const fmt::format_error&) {
-    return format;
+    std::string plain = format;
+    for (const Arg& argument : arguments) plain += " [" + argument.text() + "]";
+    return plain;
   }
 }
 

@@ -40,6 +40,8 @@ void appendEscaped(std::string& out, std::string_view text) {
 
 // Appends a separator and the field, in at most `room` bytes but for the mark of a cut.
 void appendField(std::string& out, std::string_view text, size_t room) {
+  // What lies beyond the cut need not be looked at; no character has more than four bytes.
+  text = text.substr(0, room + 4);
   std::string repaired;
   if (!isValidUtf8(text)) {
     repaired = utf16ToUtf8(utf8ToUtf16(text));

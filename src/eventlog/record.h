@@ -37,7 +37,8 @@ void appendRecord(std::string& out, const Record& record);
 // The sequence number of the last whole record in the last bytes of a log; 0 when there is none.
 uint64_t lastSequence(std::string_view tail);
 
-// The printf-style format with its arguments; the format itself when the two do not fit.
+// The printf-style format with its arguments; when the two do not fit, the format as it stands with the
+// arguments in brackets behind it.
 std::string formatPrintf(const char* format, std::initializer_list<Arg> arguments);
 
 }  // namespace korvane::eventlog

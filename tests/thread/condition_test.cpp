@@ -107,22 +107,5 @@ TEST(ThreadEvent, StaysSetUntilResetAndExpiresQuietly) {
   EXPECT_FALSE(event.posted());
 }
 
-TEST(Locks, AreTakenAgainByTheirHolderAndKeepOthersOut) {
-  RecursiveMutex mutex;
-  int counter = 0;
-  const auto countOnce = [&] {
-    Synchronized inner(mutex);
-    ++counter;
-  };
-  auto threads = startThreads(4, [&](int) {
-    for (int i = 0; i < 500; ++i) {
-      Synchronized outer(mutex);
-      countOnce();
-    }
-  });
-  for (auto& thread : threads) ASSERT_TRUE(ends(*thread));
-  EXPECT_EQ(counter, 2000);
-}
-
 }  // namespace
 }  // namespace korvane::testing

@@ -8,121 +8,65 @@
 namespace korvane::testing {
 namespace {
 
-struct Fault {
-  const char* failing;
-  const char* method;
-  int number;
-  // Does what fails; `fail` makes the primitive fail from then on.
-  std::function<void(const std::function<void()>& fail)> act;
-};
+using Event = ThreadEvent;
 
-const Fault kFaults[] = {
-    {"createThread", "Thread::Thread()", 2,
-     [](auto& fail) {
-       fail();
-       FunctionThread thread([](FunctionThread&) {});
-     }},
-    {"adoptCurrentThread", "Thread::Thread()", 2,
-     [](auto& fail) {
-       fail();
-       FunctionThread thread{Thread::AdoptCurrent{}};
-     }},
-    {"setPriority", "Thread::setPriority(ThreadPriority)", 5,
-     [](auto& fail) {
-       FunctionThread thread([](FunctionThread&) {});
-       fail();
-       thread.setPriority(Thread::ThreadPriority::lowest);
-     }},
-    {"set", "ThreadCondition::post()", 15,
-     [](auto& fail) {
-       ThreadEvent event;
-       fail();
-       event.post();
-     }},
-    {"wait", "ThreadCondition::posted()", 19,
-     [](auto& fail) {
-       ThreadEvent event;
-       fail();
-       event.posted();
-     }},
-    {"pulse", "ThreadCondition::pulse()", 16,
-     [](auto& fail) {
-       ThreadEvent event;
-       fail();
-       event.pulse();
-     }},
-    {"reset", "ThreadCondition::reset()", 18,
-     [](auto& fail) {
-       ThreadEvent event;
-       fail();
-       event.reset();
-     }},
-    {"wait", "ThreadCondition::wait()", 8,
-     [](auto& fail) {
-       ThreadEvent event;
-       fail();
-       event.wait();
-     }},
-    {"createEvent", "ThreadCondition::ThreadEvent()", 14,
-     [](auto& fail) {
-       fail();
-       ThreadEvent event;
-     }},
-    {"createSemaphore", "ThreadCondition::ThreadCondition(RecursiveMutex&)", 11,
-     [](auto& fail) {
-       RecursiveMutex mutex;
-       fail();
-       ThreadCondition condition(mutex);
-     }},
-    {"semaphoreWait", "ThreadCondition::wait()", 8,
-     [](auto& fail) {
-       RecursiveMutex mutex;
-       ThreadCondition condition(mutex);
-       fail();
-       Synchronized hold(mutex);
-       condition.wait();
-     }},
-    {"createThreadLocalSlot", "ThreadEvent::allocate()", 21,
-     [](auto& fail) {
-       fail();
-       FunctionThread thread([](FunctionThread&) {});
-     }},
-    {"slotSet", "ThreadEvent::set()", 23,
-     [](auto& fail) {
-       fail();
-       FunctionThread thread([](FunctionThread&) {});
-     }},
-    {"createMutex", "RecursiveMutex::lock()", 1,
-     [](auto& fail) {
-       fail();
-       FunctionThread thread([](FunctionThread&) {});
-     }},
-    {"createMutex", "Win32Mutex::tryLock()", 1,
-     [](auto& fail) {
-       Win32Mutex mutex;
-       fail();
-       if (mutex.tryLock()) mutex.unlock();
-     }},
-    {"createEvent", "StopToken::sleepFor()", 8,
-     [](auto& fail) {
-       StopToken token;
-       fail();
-       token.sleepFor(1);
-     }},
+void makeThread() {
+  FunctionThread thread([](FunctionThread&) {});
+}
+
+// What the failure of a primitive becomes; `prepared` is made before it fails.
+template <class Prepared>
+void expectFault(const char* failing, const char* method, int number, void (*act)(Prepared&)) {
+  SCOPED_TRACE(std::string(failing) + " -> " + method);
+  FaultyPlatform platform;
+  Prepared prepared;
+  platform.faults->fail(failing);
+  try {
+    act(prepared);
+    ADD_FAILURE() << "nothing thrown";
+  } catch (const ThreadException& e) {
+    EXPECT_EQ(e.method(), method);
+    EXPECT_EQ(e.number(), number);
+  }
+}
+
+struct Nothing {};
+struct Waiting {
+  RecursiveMutex mutex;
+  ThreadCondition condition{mutex};
+};
+struct Made : FunctionThread {
+  Made() : FunctionThread([](FunctionThread&) {}) {}
 };
 
 TEST(ThreadFaults, NameTheMethodAndTheNumber) {
-  for (const Fault& fault : kFaults) {
-    SCOPED_TRACE(std::string(fault.failing) + " -> " + fault.method);
-    FaultyPlatform platform;
-    try {
-      fault.act([&] { platform.faults->fail(fault.failing); });
-      ADD_FAILURE() << "nothing thrown";
-    } catch (const ThreadException& e) {
-      EXPECT_EQ(e.method(), fault.method);
-      EXPECT_EQ(e.number(), fault.number);
-    }
-  }
+  using N = Nothing;
+  expectFault<N>("createThread", "Thread::Thread()", 2, [](N&) { makeThread(); });
+  expectFault<N>("adoptCurrentThread", "Thread::Thread()", 2,
+                 [](N&) { FunctionThread thread{Thread::AdoptCurrent{}}; });
+  expectFault<N>("createThreadLocalSlot", "ThreadEvent::allocate()", 21, [](N&) { makeThread(); });
+  expectFault<N>("slotSet", "ThreadEvent::set()", 23, [](N&) { makeThread(); });
+  expectFault<N>("createMutex", "RecursiveMutex::lock()", 1, [](N&) { makeThread(); });
+  expectFault<N>("createEvent", "ThreadCondition::ThreadEvent()", 14, [](N&) { Event event; });
+  expectFault<RecursiveMutex>("createSemaphore",
+                              "ThreadCondition::ThreadCondition(RecursiveMutex&)", 11,
+                              [](RecursiveMutex& mutex) { ThreadCondition made(mutex); });
+  expectFault<Win32Mutex>("createMutex", "Win32Mutex::tryLock()", 1, [](Win32Mutex& mutex) {
+    if (mutex.tryLock()) mutex.unlock();
+  });
+  expectFault<StopToken>("createEvent", "StopToken::sleepFor()", 8,
+                         [](StopToken& token) { token.sleepFor(1); });
+  expectFault<Made>("setPriority", "Thread::setPriority(ThreadPriority)", 5,
+                    [](Made& thread) { thread.setPriority(Thread::ThreadPriority::lowest); });
+  expectFault<Event>("set", "ThreadCondition::post()", 15, [](Event& event) { event.post(); });
+  expectFault<Event>("wait", "ThreadCondition::posted()", 19, [](Event& event) { event.posted(); });
+  expectFault<Event>("pulse", "ThreadCondition::pulse()", 16, [](Event& event) { event.pulse(); });
+  expectFault<Event>("reset", "ThreadCondition::reset()", 18, [](Event& event) { event.reset(); });
+  expectFault<Event>("wait", "ThreadCondition::wait()", 8, [](Event& event) { event.wait(); });
+  expectFault<Waiting>("semaphoreWait", "ThreadCondition::wait()", 8, [](Waiting& waiting) {
+    Synchronized hold(waiting.mutex);
+    waiting.condition.wait();
+  });
 }
 
 TEST(ThreadFaults, AFailedBroadcastLeavesTheConditionUsable) {

@@ -9,7 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/platform.h"
+#include "platform/fake/fake_platform.h"
+#include "platform/fake/forwarding.h"
 
 namespace korvane::testing {
 
@@ -41,29 +42,30 @@ struct Faults {
 };
 using SharedFaults = std::shared_ptr<Faults>;
 
-class FaultyEvent : public platform::Event {
+template <class Interface>
+class Faulty : public Interface {
  public:
-  FaultyEvent(SharedFaults faults, std::unique_ptr<platform::Event> real)
+  Faulty(SharedFaults faults, std::unique_ptr<Interface> real)
       : _faults(std::move(faults)), _real(std::move(real)) {}
+
+ protected:
+  SharedFaults _faults;
+  std::unique_ptr<Interface> _real;
+};
+
+struct FaultyEvent : Faulty<platform::Event> {
+  using Faulty::Faulty;
   bool set() override { return !_faults->fails("set") && _real->set(); }
   bool reset() override { return !_faults->fails("reset") && _real->reset(); }
   bool pulse() override { return !_faults->fails("pulse") && _real->pulse(); }
   platform::WaitResult wait(uint32_t timeoutMs) override {
     return _faults->fails("wait") ? platform::WaitResult::failed : _real->wait(timeoutMs);
   }
-
- private:
-  SharedFaults _faults;
-  std::unique_ptr<platform::Event> _real;
 };
 
-class FaultySemaphore : public platform::Semaphore {
- public:
-  FaultySemaphore(SharedFaults faults, std::unique_ptr<platform::Semaphore> real)
-      : _faults(std::move(faults)), _real(std::move(real)) {}
-  bool release(uint32_t count) override {
-    return !_faults->fails("release") && _real->release(count);
-  }
+struct FaultySemaphore : Faulty<platform::Semaphore> {
+  using Faulty::Faulty;
+  bool release(uint32_t n) override { return !_faults->fails("release") && _real->release(n); }
   platform::WaitResult wait(uint32_t timeoutMs) override {
     if (_faults->fails("semaphoreWait")) return platform::WaitResult::failed;
     if (!_faults->timeOutDuringRelease || timeoutMs == 0) return _real->wait(timeoutMs);
@@ -71,107 +73,75 @@ class FaultySemaphore : public platform::Semaphore {
     _real->release(1);
     return platform::WaitResult::timedOut;
   }
-
- private:
-  SharedFaults _faults;
-  std::unique_ptr<platform::Semaphore> _real;
 };
 
-class FaultyMutex : public platform::Mutex {
- public:
-  FaultyMutex(SharedFaults faults, std::unique_ptr<platform::Mutex> real)
-      : _faults(std::move(faults)), _real(std::move(real)) {}
+struct FaultyMutex : Faulty<platform::Mutex> {
+  using Faulty::Faulty;
   void lock() override {
     _faults->fails("lock");
     _real->lock();
   }
   bool tryLock() override { return _real->tryLock(); }
   void unlock() override { _real->unlock(); }
-
- private:
-  SharedFaults _faults;
-  std::unique_ptr<platform::Mutex> _real;
 };
 
-class FaultySlot : public platform::ThreadLocalSlot {
- public:
-  FaultySlot(SharedFaults faults, std::unique_ptr<platform::ThreadLocalSlot> real)
-      : _faults(std::move(faults)), _real(std::move(real)) {}
+struct FaultySlot : Faulty<platform::ThreadLocalSlot> {
+  using Faulty::Faulty;
   void* get() const override { return _faults->fails("slotGet") ? nullptr : _real->get(); }
   bool set(void* value) override { return !_faults->fails("slotSet") && _real->set(value); }
-
- private:
-  SharedFaults _faults;
-  std::unique_ptr<platform::ThreadLocalSlot> _real;
 };
 
-class FaultyNativeThread : public platform::NativeThread {
- public:
-  FaultyNativeThread(SharedFaults faults, std::unique_ptr<platform::NativeThread> real)
-      : _faults(std::move(faults)), _real(std::move(real)) {}
+struct FaultyNativeThread : Faulty<platform::NativeThread> {
+  using Faulty::Faulty;
   uint64_t id() const override { return _real->id(); }
   bool setPriority(platform::NativePriority priority) override {
     return !_faults->fails("setPriority") && _real->setPriority(priority);
   }
   platform::WaitResult join(uint32_t timeoutMs) override { return _real->join(timeoutMs); }
-
- private:
-  SharedFaults _faults;
-  std::unique_ptr<platform::NativeThread> _real;
 };
 
-class FaultyThreading : public platform::Threading {
+class FaultyThreading : public platform::ForwardingThreading {
  public:
   FaultyThreading(SharedFaults faults, platform::Threading& real)
-      : _faults(std::move(faults)), _real(real) {}
+      : ForwardingThreading(real), _faults(std::move(faults)) {}
 
   std::unique_ptr<platform::Event> createEvent(bool manualReset, bool signalled) override {
-    return make<FaultyEvent, platform::Event>(
-        "createEvent", [&] { return _real.createEvent(manualReset, signalled); });
+    return wrap<FaultyEvent>("createEvent", _to.createEvent(manualReset, signalled));
   }
-  std::unique_ptr<platform::Semaphore> createSemaphore(uint32_t initial,
-                                                       uint32_t maximum) override {
-    return make<FaultySemaphore, platform::Semaphore>(
-        "createSemaphore", [&] { return _real.createSemaphore(initial, maximum); });
+  std::unique_ptr<platform::Semaphore> createSemaphore(uint32_t initial, uint32_t max) override {
+    return wrap<FaultySemaphore>("createSemaphore", _to.createSemaphore(initial, max));
   }
   std::unique_ptr<platform::Mutex> createMutex() override {
     ++_faults->mutexesMade;
-    return make<FaultyMutex, platform::Mutex>("createMutex", [&] { return _real.createMutex(); });
+    return wrap<FaultyMutex>("createMutex", _to.createMutex());
   }
   std::unique_ptr<platform::ThreadLocalSlot> createThreadLocalSlot() override {
-    return make<FaultySlot, platform::ThreadLocalSlot>(
-        "createThreadLocalSlot", [&] { return _real.createThreadLocalSlot(); });
+    return wrap<FaultySlot>("createThreadLocalSlot", _to.createThreadLocalSlot());
   }
   std::unique_ptr<platform::NativeThread> createThread(uint32_t stackBytes,
                                                        std::function<void()> body) override {
     _faults->lastStackBytes = stackBytes;
-    return make<FaultyNativeThread, platform::NativeThread>(
-        "createThread", [&] { return _real.createThread(stackBytes, std::move(body)); });
+    if (_faults->fails("createThread")) return nullptr;
+    return wrap<FaultyNativeThread>("", _to.createThread(stackBytes, std::move(body)));
   }
   std::unique_ptr<platform::NativeThread> adoptCurrentThread() override {
-    return make<FaultyNativeThread, platform::NativeThread>(
-        "adoptCurrentThread", [&] { return _real.adoptCurrentThread(); });
+    return wrap<FaultyNativeThread>("adoptCurrentThread", _to.adoptCurrentThread());
   }
-  uint64_t currentThreadId() override { return _real.currentThreadId(); }
 
  private:
-  template <class Wrapper, class Interface, class Make>
-  std::unique_ptr<Interface> make(const char* operation, Make makeReal) {
+  template <class Wrapper, class Interface>
+  std::unique_ptr<Interface> wrap(const char* operation, std::unique_ptr<Interface> real) {
     if (_faults->fails(operation)) return nullptr;
-    return std::make_unique<Wrapper>(_faults, makeReal());
+    return std::make_unique<Wrapper>(_faults, std::move(real));
   }
 
   SharedFaults _faults;
-  platform::Threading& _real;
 };
 
 // Makes a faulty Threading the one in use for its own lifetime.
 class FaultyPlatform {
  public:
-  FaultyPlatform()
-      : _threading(faults, platform::current().threading), _platform(withThreading(_threading)) {
-    platform::setCurrent(&_platform);
-  }
+  FaultyPlatform() { platform::setCurrent(&_platform); }
   ~FaultyPlatform() {
     platform::setCurrent(nullptr);
     faults->gone = true;
@@ -180,14 +150,11 @@ class FaultyPlatform {
   SharedFaults faults = std::make_shared<Faults>();
 
  private:
-  static platform::Platform withThreading(platform::Threading& threading) {
-    platform::Platform& base = platform::current();
-    return {base.clock,     threading,    base.files,      base.registry,       base.devices,
-            base.processes, base.sockets, base.systemInfo, base.sharedLibraries};
-  }
-
-  FaultyThreading _threading;
-  platform::Platform _platform;
+  platform::FakePlatform _fakes;
+  FaultyThreading _threading{faults, _fakes.platform().threading};
+  platform::Platform _platform{_fakes.clock,    _threading,        _fakes.files,
+                               _fakes.registry, _fakes.devices,    _fakes.processes,
+                               _fakes.sockets,  _fakes.systemInfo, _fakes.libraries};
 };
 
 }  // namespace korvane::testing

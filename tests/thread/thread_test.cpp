@@ -47,24 +47,15 @@ TEST(Thread, SecondStartThrowsBeforeAndAfterTheEnd) {
   }
 }
 
-TEST(Thread, StopBeforeStartEndsWithoutTheBody) {
-  std::atomic<int> runs{0};
-  for (const bool startAfterwards : {false, true}) {
-    FunctionThread thread([&](FunctionThread&) { ++runs; });
-    thread.stop();
-    if (startAfterwards) {
-      thread.start();
-    }
-    EXPECT_TRUE(ends(thread));
-  }
-  EXPECT_EQ(runs, 0);
-}
-
-TEST(Thread, NeverStartedIsDestroyedWithoutItsBody) {
+TEST(Thread, StoppedBeforeStartOrNeverStartedEndsWithoutTheBody) {
   std::atomic<int> runs{0};
   const int abandonedBefore = Thread::abandoned();
-  {
+  for (const bool startAfterwards : {false, true}) {
+    FunctionThread neverStarted([&](FunctionThread&) { ++runs; });
     FunctionThread thread([&](FunctionThread&) { ++runs; });
+    thread.stop();
+    if (startAfterwards) thread.start();
+    EXPECT_TRUE(ends(thread));
   }
   EXPECT_EQ(runs, 0);
   EXPECT_EQ(Thread::abandoned(), abandonedBefore);
