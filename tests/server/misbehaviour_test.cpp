@@ -93,6 +93,9 @@ TEST_F(MisbehaviourTest, EachKindStrikesOnceAndIsNoted) {
     EXPECT_EQ(noted["misbehaviour"], tried.fault["kind"]) << noted;
     EXPECT_EQ(noted["answered"], tried.answered) << noted;
     EXPECT_EQ(noted["stored"], tried.stored ? 1 : 0) << noted;
+    const bool read = tried.fault["kind"] != "dropBeforeRead";
+    const Json spans = read ? Json::array({{sequence, sequence}}) : Json::array();
+    EXPECT_EQ(noted["spans"], spans) << noted;
   }
   EXPECT_EQ(get("/events?from=1&to=" + std::to_string(sequence))["missing"],
             Json::parse("[[1,1],[3,4],[7,7],[9,9]]"));

@@ -316,6 +316,22 @@ TEST_F(ServerTest, AgentsTakeTurnsAndNothingIsLost) {
   EXPECT_EQ(get("/state")["agents"], kAgents);
 }
 
+TEST_F(ServerTest, TwoServersShareOneDirectory) {
+  start();
+  const std::string guid = registerAgent();
+  ServerOptions second = _options;
+  second.addresses = {"127.0.0.2"};
+  second.port = _server->port();
+  Server other(second);
+  other.start();
+  httplib::SSLClient standby("127.0.0.2", other.port());
+  standby.enable_server_certificate_verification(false);
+  EXPECT_EQ(post(standby, "/korvane/agent/log", eventsFrom(1, 10), guid).korvaneError, 0);
+  EXPECT_EQ(post("log", eventsFrom(11, 20), guid).korvaneError, 0);
+  EXPECT_EQ(get("/events")["distinct"], 20);
+  EXPECT_EQ(get("/state")["handshakes"], 1) << "one connection served all requests to this server";
+}
+
 TEST_F(ServerTest, StopEndsIdleHangingAndUnfinishedConnections) {
   start();
   registerAgent();

@@ -88,10 +88,11 @@ Json jsonOf(const Fault& fault) {
 
 }  // namespace
 
-Admin::Admin(Records& records, Misbehaviour& misbehaviour, std::string servedDirectory,
-             AddListener addListener)
+Admin::Admin(Records& records, Misbehaviour& misbehaviour, const AgentEndpoint& endpoint,
+             std::string servedDirectory, AddListener addListener)
     : _records(records),
       _misbehaviour(misbehaviour),
+      _endpoint(endpoint),
       _servedDirectory(std::move(servedDirectory)),
       _addListener(std::move(addListener)) {
   addReports();
@@ -133,7 +134,11 @@ void Admin::onDelete(const std::string& path, Operation operation) {
 }
 
 void Admin::addReports() {
-  onGet("/state", [this](const auto&, const auto&) { return reportState(_records); });
+  onGet("/state", [this](const auto&, const auto&) {
+    Json state = reportState(_records);
+    state["handshakes"] = _endpoint.handshakes();
+    return state;
+  });
   onGet("/agents", [this](const auto&, const auto&) { return reportAgents(_records); });
   onGet("/requests", [this](const auto& request, const auto&) {
     return reportRequests(_records, pageOf(request));

@@ -9,6 +9,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "tools/server/agent_endpoint.h"
 #include "tools/server/assignments.h"
 #include "tools/server/http_engine.h"
 #include "tools/server/misbehaviour.h"
@@ -23,8 +24,8 @@ class Admin {
   using AddListener =
       std::function<int(const std::string&, int, const std::string&, const std::string&)>;
 
-  Admin(Records& records, Misbehaviour& misbehaviour, std::string servedDirectory,
-        AddListener addListener);
+  Admin(Records& records, Misbehaviour& misbehaviour, const AgentEndpoint& endpoint,
+        std::string servedDirectory, AddListener addListener);
 
   void serve(Connection& connection);
 
@@ -49,6 +50,7 @@ class Admin {
 
   Records& _records;
   Misbehaviour& _misbehaviour;
+  const AgentEndpoint& _endpoint;
   const std::string _servedDirectory;
   const AddListener _addListener;
   HttpEngine _http;

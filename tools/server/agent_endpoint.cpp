@@ -50,6 +50,7 @@ AgentEndpoint::AgentEndpoint(AgentService& service, Misbehaviour& misbehaviour,
 
 void AgentEndpoint::serve(Connection& connection, const TlsContext& certificate) {
   if (!handshake(connection, certificate)) return;
+  ++_handshakes;
   while (connection.waitForRequest(kIdleLimit) && serveRequest(connection)) {
   }
 }

@@ -4,6 +4,7 @@
 // be in it at once. What it refers to must outlive it.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,8 @@ class AgentEndpoint {
   AgentEndpoint(AgentService& service, Misbehaviour& misbehaviour, std::string basePath);
 
   void serve(Connection& connection, const TlsContext& certificate);
+  // TLS handshakes completed since the start.
+  int64_t handshakes() const { return _handshakes; }
 
  private:
   struct Exchange;
@@ -33,6 +36,7 @@ class AgentEndpoint {
   AgentService& _service;
   Misbehaviour& _misbehaviour;
   const std::string _basePath;
+  std::atomic<int64_t> _handshakes = 0;
   HttpEngine _http;
 };
 

@@ -16,6 +16,7 @@ CREATE TABLE IF NOT EXISTS requests(id INTEGER PRIMARY KEY AUTOINCREMENT, at_ms 
   http_status INTEGER, answered TEXT, misbehaviour TEXT, fault TEXT);
 CREATE TABLE IF NOT EXISTS spans(request_id INTEGER, agent_id INTEGER, first INTEGER, last INTEGER, stored INTEGER,
   korvane_error INTEGER);
+CREATE INDEX IF NOT EXISTS spans_of_request ON spans(request_id);
 CREATE TABLE IF NOT EXISTS events(id INTEGER PRIMARY KEY, request_id INTEGER, agent_id INTEGER, v1 TEXT, v2 TEXT,
   v3 TEXT, fields TEXT);
 CREATE TABLE IF NOT EXISTS results(id INTEGER PRIMARY KEY AUTOINCREMENT, request_id INTEGER, agent_id INTEGER,

@@ -121,7 +121,12 @@ Json reportAgents(Records& records) {
 }
 
 Json reportRequests(Records& records, const Page& page) {
-  return pageOf(records, "*", "requests", "word", page);
+  constexpr char kColumns[] =
+      "*, (SELECT json_group_array(json_array(first, last)) FROM spans "
+      "WHERE request_id = requests.id) spans";
+  Json list = pageOf(records, kColumns, "requests", "word", page);
+  for (Json& request : list) request["spans"] = Json::parse(request["spans"].get<std::string>());
+  return list;
 }
 
 Json reportResults(Records& records, const Page& page) {

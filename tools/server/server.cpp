@@ -23,7 +23,7 @@ Server::Server(const ServerOptions& options)
       _records(madeDirectory(options.dataDirectory) + "/server.db"),
       _service(_records, options.countOnly),
       _endpoint(_service, _misbehaviour, options.basePath),
-      _admin(_records, _misbehaviour, _servedDirectory,
+      _admin(_records, _misbehaviour, _endpoint, _servedDirectory,
              [this](const std::string& address, int port, const std::string& certificate,
                     const std::string& key) {
                return addExtraListener(address, port, TlsContext::load(certificate, key));
