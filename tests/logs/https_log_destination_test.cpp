@@ -24,6 +24,7 @@ class ScriptedTransport : public Transport {
     result.httpStatus = 200;
     sink.onHeader("HTTP/1.1 200 OK\r\n");
     sink.onHeader("Korvane-Error: " + std::to_string(_script.error) + "\r\n");
+    sink.onHeader("Content-Length: 9\r\n");
     sink.onBody("EOF_FLAG\n");
     return 0;
   }
