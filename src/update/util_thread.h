@@ -3,16 +3,16 @@
 #pragma once
 
 #include "agent/thread/thread.h"
+#include "platform/export.h"
 
 namespace korvane {
 
 class AgentInfo;
 
-class UtilThread : public Thread {
+class KORVANE_EXPORT UtilThread : public Thread {
  public:
   explicit UtilThread(AgentInfo* info);
 
- protected:
   void run() override;
 };
 
