@@ -25,6 +25,7 @@ class ScriptedTransport : public Transport {
     sink.onHeader("HTTP/1.1 200 OK\r\n");
     sink.onHeader("Korvane-Error: " + std::to_string(_script.error) + "\r\n");
     sink.onHeader("Content-Length: 9\r\n");
+    sink.onHeader("\r\n");
     sink.onBody("EOF_FLAG\n");
     return 0;
   }
