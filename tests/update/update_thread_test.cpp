@@ -1,0 +1,193 @@
+#include "update/update_thread.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ids/hids_component.h"
+#include "tests/support/simulated_agent.h"
+#include "update/prevention_state.h"
+
+namespace korvane {
+namespace {
+
+using tests::Answer;
+using tests::SimulatedMachine;
+
+constexpr char kKnown[] = "agent.id=known\n";
+
+// A thread whose cycles the test makes itself.
+struct Cycles {
+  explicit Cycles(const std::string& settings) : machine({.settings = kKnown + settings}) {}
+  size_t statusesAfter(int count) {
+    for (int i = 0; i < count; ++i) thread.cycle();
+    return machine.server.count("result");
+  }
+  AgentConfig& config() { return *AgentConfig::getInstance(); }
+  SimulatedMachine machine;
+  UpdateThread thread{nullptr};
+};
+
+TEST(UpdateThread, PollsAtOnceAndThenEveryIntervalOfCycles) {
+  Cycles cycles("[Polling]\npolling.interval=10\n");
+  EXPECT_EQ(cycles.statusesAfter(1), 1U);
+  EXPECT_EQ(cycles.statusesAfter(9), 1U);
+  EXPECT_EQ(cycles.statusesAfter(2), 2U);
+  EXPECT_EQ(cycles.statusesAfter(11), 3U);
+  cycles.config().setPollingEnabled(false);
+  EXPECT_EQ(cycles.statusesAfter(100), 3U);
+  cycles.config().setPollingEnabled(true);
+  EXPECT_EQ(cycles.statusesAfter(13), 4U) << "polling resumes";
+}
+
+TEST(UpdateThread, ActsOnWhatTheServerAnswersToAStatus) {
+  struct AnswerCase {
+    Answer answer;
+    bool firstUpdateDone;
+    bool configurationPending;
+    size_t events10217;
+    std::string identifier;
+  };
+  const auto withFlags = [](Answer answer) {
+    answer.body = Answer::properties("update.configuration=true\n").body;
+    return answer;
+  };
+  const AnswerCase cases[] = {
+      {withFlags(Answer()), true, true, 0, "known"},
+      {withFlags(Answer::error(200)), true, true, 0, "known"},
+      {withFlags(Answer::error(400)), false, false, 1, ""},
+      {withFlags(Answer::error(17)), false, false, 1, "known"},
+      {Answer::failure(7), false, false, 0, "known"},
+      {Answer::http(500), false, false, 0, "known"},
+      {Answer(), true, false, 0, "known"},
+  };
+  for (const AnswerCase& row : cases) {
+    Cycles cycles("");
+    cycles.machine.server.always("result", row.answer);
+    cycles.thread.cycle();
+    EXPECT_EQ(cycles.config().isFirstUpdateDone(), row.firstUpdateDone);
+    EXPECT_EQ(cycles.thread.pendingUpdates().configuration, row.configurationPending);
+    EXPECT_EQ(cycles.machine.countLines(",10217,"), row.events10217);
+    EXPECT_EQ(cycles.config().getUniqueId(), STRING(row.identifier));
+  }
+}
+
+TEST(UpdateThread, RepeatsAFailedFirstStatusEveryTwoCyclesWhilePollingIsDisabled) {
+  Cycles cycles("[Polling]\npolling.enabled=false\n");
+  for (int i = 0; i < 3; ++i) cycles.machine.server.queue("result", Answer::failure(7));
+  EXPECT_EQ(cycles.statusesAfter(1), 1U);
+  EXPECT_EQ(cycles.statusesAfter(1), 1U);
+  EXPECT_EQ(cycles.statusesAfter(1), 2U);
+  EXPECT_EQ(cycles.statusesAfter(4), 4U);
+  EXPECT_TRUE(cycles.config().isFirstUpdateDone());
+  EXPECT_EQ(cycles.statusesAfter(100), 4U);
+}
+
+TEST(UpdateThread, ReportsAChangedPolicyStateOnceAndOnlyANegativeOne) {
+  Cycles cycles("");
+  cycles.statusesAfter(1);
+  cycles.config().setPolicyState(-100, "builtin");
+  EXPECT_EQ(cycles.statusesAfter(3), 2U);
+  cycles.config().setPolicyState(0, "fine");
+  EXPECT_EQ(cycles.statusesAfter(3), 2U);
+}
+
+TEST(PendingUpdates, TakesEachFlagFromItsPropertyAndClearsMissingOnes) {
+  struct FlagCase {
+    const char* name;
+    bool PendingUpdates::*flag;
+  };
+  const FlagCase cases[] = {
+      {"update.configuration", &PendingUpdates::configuration},
+      {"update.policy", &PendingUpdates::policy},
+      {"update.software", &PendingUpdates::software},
+      {"update.policy.ids", &PendingUpdates::idsPolicy},
+      {"update.configuration.ids", &PendingUpdates::idsConfiguration},
+      {"update.qel", &PendingUpdates::qel},
+      {"update.ferrolyn.revocation", &PendingUpdates::ferrolynRevocation},
+      {"update.ferrolyn.settings", &PendingUpdates::ferrolynSettings},
+      {"update.ferrolyn.vexvt", &PendingUpdates::ferrolynVexVT},
+  };
+  PendingUpdates pending;
+  for (const FlagCase& set : cases) {
+    pending.takePollingProperties({{set.name, "true"}, {"update.other", "true"}});
+    for (const FlagCase& row : cases)
+      EXPECT_EQ(pending.*row.flag, row.flag == set.flag) << row.name;
+    pending.takePollingProperties({{set.name, "TRUE"}});
+    EXPECT_FALSE(pending.*set.flag);
+  }
+  pending.takePollingProperties({{"send.application.request", "true"}});
+  EXPECT_FALSE(pending.applicationRequest) << "a request without an identifier is none";
+  pending.takePollingProperties(
+      {{"send.application.request", "true"}, {"send.application.requestID", "r-5"}});
+  EXPECT_TRUE(pending.applicationRequest);
+  EXPECT_EQ(pending.applicationRequestId, STRING("r-5"));
+}
+
+TEST(Prevention, DescribesEveryStateAsTheServerKnowsIt) {
+  struct StateCase {
+    PreventionSettings settings;  // IPS enabled, IPS reboot done, FIM enabled, FIM reboot done
+    int code;
+    const char* text;
+  };
+  const StateCase cases[] = {
+      {{true, true, true, true}, 0xC00, "IPS Enabled. "},
+      {{false, true, true, true}, 0xA00, "IPS Disabled. "},
+      {{true, true, false, true}, 0x14C00, "RTFIM Disabled. IPS Enabled. "},
+      {{true, false, false, true},
+       0x15400,
+       "RTFIM Disabled. IPS Enabled. This setting will take effect after the reboot."},
+      {{true, true, false, false},
+       0x25000 | 0x1400,
+       "RTFIM Disabled. This setting will take effect after the reboot. IPS Enabled. "},
+      {{false, false, true, false},
+       0x29000 | 0x1200,
+       "RTFIM Enabled. This setting will take effect after the reboot. IPS Disabled. "},
+      {{true, false, true, true},
+       0x1400,
+       "IPS Enabled. This setting will take effect after the reboot."},
+  };
+  for (const StateCase& row : cases) {
+    const PreventionReport report = describePrevention(row.settings);
+    EXPECT_EQ(report.code, row.code) << row.text;
+    EXPECT_EQ(report.text, STRING(row.text));
+  }
+}
+
+TEST(Prevention, TellsARefusedTestKeyFromOneThatCouldBeMade) {
+  struct KeyCase {
+    uint32_t refusal;
+    bool prevented;
+    const char* trace;
+  };
+  for (const KeyCase& row : {KeyCase{5, true, "Registry Access denied"},
+                             {0, false, "Registry "},
+                             {1009, true, "Registry Error 1009"}}) {
+    Cycles cycles("");
+    cycles.machine.fake.registry.refuseBelow(
+        "Software\\Dalvora\\Intrusion Security\\agent\\IPS\\TestForPrevention", row.refusal);
+    cycles.thread.cycle();
+    if (row.prevented) {
+      EXPECT_EQ(cycles.config().getPolicyErrorCode() & 0x2400, 0x2400);
+    } else {
+      EXPECT_EQ(cycles.config().getPolicyErrorCode(), 500);
+      EXPECT_EQ(cycles.config().getPolicyErrorStr(), STRING("Prevention Disabled"));
+    }
+    EXPECT_EQ(cycles.machine.countLines(row.trace), row.prevented ? 1U : 0U);
+  }
+}
+
+TEST(Prevention, TakesTheIdsLogNamesAlong) {
+  Cycles cycles("[Driver]\nips.enabled=false\n");
+  cycles.machine.fake.files.put("/opt/korvane/IDS/ids.properties",
+                                "ids.service.eventfile.name=/var/e.csv\n"
+                                "ids.service.rteventfile.name=../logs/rt.csv\n");
+  HidsComponent ids(idsDirectory(), [] { return 1; });
+  AgentConfig::setHIDSInterface(&ids);
+  cycles.thread.cycle();
+  AgentConfig::setHIDSInterface(nullptr);
+  EXPECT_EQ(cycles.config().getHIDSLogFile(), STRING("/var/e.csv"));
+  EXPECT_EQ(cycles.config().getHIDSRTLogFile(), STRING("/opt/korvane/IDS/bin/../logs/rt.csv"));
+}
+
+}  // namespace
+}  // namespace korvane
