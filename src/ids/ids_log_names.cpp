@@ -7,7 +7,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "LogDataHandler::initialize()";
+constexpr char kSearchTag[] = "LogDataHandler::initialize()";
 constexpr uint32_t kPauseMs = 250;
 constexpr int kTries = 480;
 constexpr int kTriesPerTrace = 120;
@@ -19,10 +19,10 @@ bool takeName(HidsInterface& component, LogType type) {
   AgentConfig* config = AgentConfig::getInstance();
   if (type == HIDS_RT_LOG) {
     config->setHIDSRTLogFile(path);
-    eventlog::trace(kTag, " setHIDSRTLogFile to %s", path);
+    eventlog::trace(kSearchTag, " setHIDSRTLogFile to %s", path);
   } else {
     config->setHIDSLogFile(path);
-    eventlog::trace(kTag, " setHIDSLogFile to %s", path);
+    eventlog::trace(kSearchTag, " setHIDSLogFile to %s", path);
   }
   return true;
 }
@@ -41,10 +41,10 @@ bool findIdsLogFile(HidsInterface& component, LogType type,
   if (setting.empty()) return false;
   for (int tried = 1; !takeName(component, type); ++tried) {
     if (tried % kTriesPerTrace == 0) {
-      eventlog::trace(kTag, " failed to get %s. sleep.", setting);
+      eventlog::trace(kSearchTag, " failed to get %s. sleep.", setting);
     }
     if (tried == kTries) {
-      eventlog::trace(kTag, " failed to get %s", setting);
+      eventlog::trace(kSearchTag, " failed to get %s", setting);
       return false;
     }
     if (giveUp(kPauseMs)) return false;
