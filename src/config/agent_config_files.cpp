@@ -29,7 +29,7 @@ bool AgentConfigState::upToDate() {
   return everRead && stamp == agentIni.stamp && (!dirty() || now() < nextRetryMs);
 }
 
-bool AgentConfigState::mergeFile(const IniText& file) {
+bool AgentConfigState::mergeNVPData(const IniText& file) {
   const Synchronized hold(lock);
   const STRING list = communication.text(Key::serverList);
   const STRING url = communication.text(Key::agentUrl);
@@ -55,7 +55,7 @@ bool AgentConfigState::readFallback(std::string_view tag, IniFault agentIniFault
   if (fault == IniFault::missing && agentIniFault == IniFault::missing) return true;
   eventlog::trace(tag, "Agent.ini is corrupt, reading from Fallback.ini");
   if (fault == IniFault::none) {
-    changed = mergeFile(text);
+    changed = mergeNVPData(text);
     return true;
   }
   if (isDamage(fault)) IniFiles::keepAside(tag, files.fallbackIni());
@@ -75,7 +75,7 @@ bool AgentConfigState::readFiles(std::string_view tag, bool& changed) {
     agentIni = memory;
   }
   if (fault == IniFault::none) {
-    changed = mergeFile(text);
+    changed = mergeNVPData(text);
     eventlog::trace(tag, "Agent Configuration Updated from disk");
     return true;
   }
@@ -128,7 +128,7 @@ void AgentConfigState::takeExternalChange(std::string_view tag) {
   const IniFault fault = IniFiles::readIniFileInMem(known, files.agentIni(), text, !hasFallback);
   // What this process holds is newer than the fallback, so a damaged file is only replaced.
   if (isDamage(fault)) IniFiles::keepAside(tag, files.agentIni());
-  if (fault == IniFault::none) mergeFile(text);
+  if (fault == IniFault::none) mergeNVPData(text);
   const Synchronized hold(lock);
   agentIni = known;
 }

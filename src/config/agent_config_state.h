@@ -114,7 +114,7 @@ struct AgentConfigState {
   bool dirty() const REQUIRES(lock);
   Snapshot snapshot() const;
   void markSaved(const Snapshot& written) REQUIRES(lock);
-  bool mergeFile(const IniText& file);
+  bool mergeNVPData(const IniText& file);
   bool readFiles(std::string_view tag, bool& changed);
   bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
   void takeExternalChange(std::string_view tag);
