@@ -42,7 +42,7 @@ def register(stage):
     if guid is True:
         raise StageError("the agent ended at its start")
     state = wait_until(lambda: (words := stage.admin("/state")["words"]).get("result") and words, 30, "the first status")
-    policy = [part for part in stage.admin("/binaries") if part["role"] == "policy"]
+    policy = [part for part in stage.admin("/binaries") if part["role"] == "registration"]
     say(f"It tested the connection ({state.get('testConnection', 0)} request), then registered"
         f" ({state.get('register', 0)} request) with its built-in policy of {policy[0]['size'] if policy else 0} bytes.")
     say(f"The server assigned the identity {guid}; agent.ini holds it, with a fresh checksum.")
@@ -55,7 +55,7 @@ def register(stage):
 def forward(stage, events, kills):
     """Has events written and the agent killed in the middle; returns the writer's account."""
     step(f"{events} events are written, the log rotates, and the agent is killed {kills} times in the middle")
-    writer = stage.start_writer("--events", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20)
+    writer = stage.start_writer("--events", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20, "--finish")
     killed = 0
     while killed < kills:
         time.sleep(2.0 + stage.random.random() * 2)

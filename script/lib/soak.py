@@ -68,7 +68,7 @@ def play(stage, rounds, number):
     started = time.monotonic()
     prepare(stage)
     writer = stage.start_writer("--events", 0, "--rate", 200, "--rotate", 900, "--repeat", 20, "--torn", 10,
-                                "--seed", number + 1, "--encoding", "utf-16" if number % 2 else "utf-8")
+                                "--seed", number + 1, "--finish", "--encoding", "utf-16" if number % 2 else "utf-8")
     for _ in range(rounds):
         if stage.random.random() < 0.6:
             stage.admin("/misbehave", {**stage.random.choice(FAULTS), "count": stage.random.randint(1, 3)})

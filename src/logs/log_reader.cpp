@@ -2,6 +2,7 @@
 
 #include "agent/thread/stop_token.h"
 #include "eventlog/event_log.h"
+#include "ids/ids_log_names.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"
@@ -11,6 +12,8 @@ namespace {
 
 constexpr char kSource[] = "LogReader";
 constexpr int kEventLineSkipped = 10551;
+// Where a MEOF record names the next log's file, without its folder.
+constexpr size_t kNextLogField = 4;
 
 }  // namespace
 
@@ -50,6 +53,7 @@ bool LogReader::prepare() {
 
 bool LogReader::openLog() {
   const STRING name = currentLogName();
+  if (_awaitingNext) refreshLogName();
   if (_awaitingNext && !platform::fileExists(_files, name.toUtf8()) && !currentLogIsAnother())
     return false;
   if (leftOver()) return false;
@@ -91,6 +95,7 @@ bool LogReader::parse(const SourceLine& line, ParsedEvent& record) {
   }
   record.lineStart = line.start;
   _endRead = record.isEndOfFile();
+  if (_endRead) _namedByEnd = STRING(record.field(kNextLogField));
   return true;
 }
 
@@ -115,9 +120,9 @@ LogReader::FinishedLog LogReader::moveOn() {
   FinishedLog finished{currentLogName(), _source.pathIsOpenFile(), _source.position()};
   platform::FileInfo info;
   const bool known = _files.info(finished.name.toUtf8(), info) == 0;
-  const STRING current = _config->getCurrentLogFile(_type);
+  const STRING next = logAfter(finished.name);
   _source.setEndTimeStamp(finished.stillThere && known ? fingerprint(info) : STRING());
-  _source.moveDurablyTo(current.empty() ? finished.name : current, 0);
+  _source.moveDurablyTo(next.empty() ? finished.name : next, 0);
   _endRead = false;
   _awaitingNext = true;
   return finished;
@@ -136,6 +141,25 @@ std::optional<LogReader::FinishedLog> LogReader::leftOver() {
   platform::FileInfo info;
   if (mark.empty() || _files.info(name.toUtf8(), info) != 0 || fingerprint(info) != mark) return {};
   return FinishedLog{name, true, static_cast<int64_t>(info.size)};
+}
+
+// The component may have handed over more than once since its settings were last read, and it may have
+// named the next log nowhere but in the end mark.
+STRING LogReader::logAfter(const STRING& finished) {
+  const std::string name = _namedByEnd.toUtf8();
+  _namedByEnd.clear();
+  const std::string beside =
+      platform::joinPath(_files, {platform::directoryOf(finished.toUtf8()), name});
+  if (!name.empty() && platform::fileNameOf(name) == name && STRING(beside) != finished &&
+      platform::fileExists(_files, beside))
+    return beside;
+  refreshLogName();
+  return _config->getCurrentLogFile(_type);
+}
+
+void LogReader::refreshLogName() {
+  HidsInterface* const component = AgentConfig::getHIDSInterface();
+  if (component && _type != AGENT_LOG) takeIdsLogFiles(*component);
 }
 
 bool LogReader::currentLogIsAnother() const {

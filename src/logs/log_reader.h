@@ -4,7 +4,8 @@
 // alone is a pause. An unfinished line at the end of the file is read again later; after kPatience
 // passes without growth it is taken as it stands. A line that is no record is skipped: one of a wrong
 // type is event 10135, one of too many fields event 10551.
-// What comes next: after the end, the type's current log file. A log that was shortened, or whose name
+// What comes next: after the end, the log that the end mark names (its field 4, a file beside the ended one)
+// when there is such a file, else the type's current log file, the component's settings being read anew. A log that was shortened, or whose name
 // now leads to another file, is read anew from its beginning. A log that has paused for kPatience passes
 // while the type's current log is another file was left without its end mark; reading goes on there.
 // The positions of the old log mean nothing after such a move, so the caller makes it (moveOn, switchTo)
@@ -64,6 +65,8 @@ class LogReader {
   bool parse(const SourceLine& line, ParsedEvent& record);
   bool pause();
   bool currentLogIsAnother() const;
+  STRING logAfter(const STRING& finished);
+  void refreshLogName();
   static STRING fingerprint(const platform::FileInfo& info);
 
   const LogType _type;
@@ -71,6 +74,7 @@ class LogReader {
   AgentConfig* const _config;
   FileLogSource _source;
   bool _endRead = false;       // the MEOF record
+  STRING _namedByEnd;          // the next log's file, as that record names it
   bool _awaitingNext = false;  // a log was finished and removed; its successor may not be there yet
   int _pauses = 0;             // passes that found nothing new
   int64_t _unfinishedStart = -1;

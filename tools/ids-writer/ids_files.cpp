@@ -205,13 +205,7 @@ bool IdsFiles::agentReadsThisLog() const {
 }
 
 bool IdsFiles::mayHandOver() const {
-  std::vector<platform::DirectoryEntry> entries;
-  _system.files.list(platform::joinPath(_system.files, {_ids, "logs"}), entries);
-  const bool earlier = std::any_of(entries.begin(), entries.end(), [this](const auto& entry) {
-    const auto number = numberOf(entry.name);
-    return number && *number < _number;
-  });
-  return !earlier || agentReadsThisLog();
+  return agentReadsThisLog();
 }
 
 }  // namespace korvane::ids_writer
