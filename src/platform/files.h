@@ -8,7 +8,8 @@
 // Windows: wide paths (with the long-path prefix where needed); files are opened sharing read, write and
 // delete, so that reading a log never disturbs its writer; replace() and remove() try again for up to
 // 200 ms while another program holds the file.
-// POSIX: replace() is rename(2); flushDirectory() makes it durable.
+// POSIX: replace() is rename(2); flushDirectory() makes it durable. Files are made for their owner and to be
+// read by its group (0640), directories 0750.
 #pragma once
 
 #include <cstddef>
@@ -78,6 +79,7 @@ class Files {
   virtual int remove(const std::string& path) = 0;
   // Makes the directory and those above it; no error when it exists.
   virtual int makeDirectories(const std::string& path) = 0;
+  // The entries, sorted by the bytes of their names.
   virtual int list(const std::string& directory, std::vector<DirectoryEntry>& out) = 0;
   // Makes renames, creations and removals in `directory` durable.
   virtual int flushDirectory(const std::string& directory) = 0;

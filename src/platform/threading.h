@@ -28,7 +28,7 @@ class Event {
   virtual ~Event() = default;
   virtual bool set() = 0;
   virtual bool reset() = 0;
-  // Releases the threads that wait at this moment and leaves the event unset.
+  // Releases the threads that wait at this moment (one of them when auto-reset) and leaves the event unset.
   virtual bool pulse() = 0;
   // Waits at most timeoutMs milliseconds; 0 only looks.
   virtual WaitResult wait(uint32_t timeoutMs) = 0;

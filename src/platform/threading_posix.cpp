@@ -57,7 +57,7 @@ class PosixEvent final : public Event {
   }
 
  private:
-  void release(MonitorLock& lock) {
+  void release(MonitorLock& lock) REQUIRES(_monitor) {
     const size_t count = _manualReset ? _waiters.size() : std::min<size_t>(1, _waiters.size());
     for (size_t i = 0; i < count; ++i) {
       *_waiters.front() = true;
@@ -68,8 +68,8 @@ class PosixEvent final : public Event {
 
   Monitor _monitor;
   const bool _manualReset;
-  bool _signalled;
-  std::deque<bool*> _waiters;
+  bool _signalled GUARDED_BY(_monitor);
+  std::deque<bool*> _waiters GUARDED_BY(_monitor);
 };
 
 class PosixSemaphore final : public Semaphore {
@@ -99,7 +99,7 @@ class PosixSemaphore final : public Semaphore {
  private:
   Monitor _monitor;
   const uint32_t _maximum;
-  uint32_t _count;
+  uint32_t _count GUARDED_BY(_monitor);
 };
 
 class PosixMutex final : public Mutex {
@@ -145,14 +145,14 @@ bool setNice(uint64_t id, int baseNice, NativePriority priority) {
 struct ThreadState {
   std::function<void()> body;
   Monitor monitor;
-  uint64_t id = 0;
-  bool ended = false;
+  uint64_t id GUARDED_BY(monitor) = 0;
+  bool ended GUARDED_BY(monitor) = false;
 };
 
 class PosixThread final : public NativeThread {
  public:
-  PosixThread(pthread_t handle, std::shared_ptr<ThreadState> state, int baseNice)
-      : _handle(handle), _state(std::move(state)), _id(_state->id), _baseNice(baseNice) {}
+  PosixThread(pthread_t handle, std::shared_ptr<ThreadState> state, uint64_t id, int baseNice)
+      : _handle(handle), _state(std::move(state)), _id(id), _baseNice(baseNice) {}
 
   ~PosixThread() override {
     if (!_joined) pthread_detach(_handle);
@@ -188,7 +188,7 @@ class PosixThread final : public NativeThread {
   const uint64_t _id;
   const int _baseNice;
   Monitor _joinMonitor;
-  bool _joined = false;
+  bool _joined GUARDED_BY(_joinMonitor) = false;
 };
 
 class AdoptedThread final : public NativeThread {
@@ -258,12 +258,14 @@ class PosixThreading final : public Threading {
     pthread_attr_destroy(&attributes);
     if (error) return nullptr;
     argument.release();
+    const Deadline never(kInfinite);
+    uint64_t id = 0;
     {
-      const Deadline never(kInfinite);
       MonitorLock lock(state->monitor);
       while (state->id == 0) lock.waitUntil(never);
+      id = state->id;
     }
-    return std::make_unique<PosixThread>(handle, std::move(state), _baseNice);
+    return std::make_unique<PosixThread>(handle, std::move(state), id, _baseNice);
   }
 
   std::unique_ptr<NativeThread> adoptCurrentThread() override {
