@@ -72,9 +72,9 @@ int control(const std::string& runDirectory, const std::vector<std::string>& wor
     error = request->wait(kCommandTimeoutMs) == platform::DeviceWait::signalled
                 ? request->result()
                 : platform::kErrorOperationAborted;
-  const auto output = request ? request->output() : std::span<const std::byte>();
-  const std::string text(reinterpret_cast<const char*>(output.data()),
-                         std::find(output.begin(), output.end(), std::byte{0}) - output.begin());
+  std::string text;
+  for (const std::byte byte : request ? request->output() : std::span<const std::byte>())
+    if (byte != std::byte{0}) text += static_cast<char>(byte);
   if (error != 0) return fail(text.empty() ? "error " + std::to_string(error) : text);
   std::cout << text << '\n';
   return 0;

@@ -78,7 +78,8 @@ int kvp_parse(const char* text, size_t size, struct kvp_policy* policy, struct k
 int kvp_parse_rule(struct kvp_slice line, struct kvp_rule* rule, struct kvp_error* error);
 
 /* Converts UTF-8 to UTF-16 with a terminator; room is the number of units, terminator included.
- * Returns 0, or 1 when the text is malformed, holds a control character or does not fit. */
+ * Returns 0, or 1 when the text is malformed, holds a control character or does not fit. Without
+ * `out` the text is only checked. */
 int kvp_to_utf16(struct kvp_slice text, uint16_t* out, size_t room);
 
 /* Why the driver refused a policy; the first field of the refusal record. */

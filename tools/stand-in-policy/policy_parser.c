@@ -69,6 +69,15 @@ static size_t decode(const uint8_t* bytes, size_t size, uint32_t* out) {
   return length;
 }
 
+static void put_units(uint16_t* out, uint32_t code) {
+  if (code < 0x10000) {
+    out[0] = (uint16_t)code;
+    return;
+  }
+  out[0] = (uint16_t)(0xD800 + ((code - 0x10000) >> 10));
+  out[1] = (uint16_t)(0xDC00 + (code & 0x3FF));
+}
+
 int kvp_to_utf16(struct kvp_slice text, uint16_t* out, size_t room) {
   size_t units = 0;
   while (text.size > 0) {
@@ -76,13 +85,13 @@ int kvp_to_utf16(struct kvp_slice text, uint16_t* out, size_t room) {
     const size_t length = decode((const uint8_t*)text.bytes, text.size, &code);
     const size_t needed = code >= 0x10000 ? 2 : 1;
     if (length == 0 || code < 0x20 || code == 0x7F || units + needed >= room) return 1;
-    if (needed == 2) out[units++] = (uint16_t)(0xD800 + ((code - 0x10000) >> 10));
-    out[units++] = (uint16_t)(needed == 2 ? 0xDC00 + (code & 0x3FF) : code);
+    if (out != NULL) put_units(out + units, code);
+    units += needed;
     text.bytes += length;
     text.size -= length;
   }
   if (units >= room) return 1;
-  out[units] = 0;
+  if (out != NULL) out[units] = 0;
   return 0;
 }
 
@@ -157,7 +166,6 @@ static int count_set(struct kvp_policy* policy, struct kvp_slice name, struct kv
 
 static int add_rule(struct kvp_policy* policy, struct kvp_slice line, struct kvp_error* error) {
   struct kvp_rule rule;
-  uint16_t checked[KVP_MAX_LINE_BYTES + 1];
   if (policy->id[0] == 0 || policy->name[0] == 0 || policy->version[0] == 0)
     return fail(error, 0, "name, version and id come before the first rule");
   if (policy->rules == KVP_MAX_RULES) return fail(error, 0, "too many rules");
@@ -169,7 +177,7 @@ static int add_rule(struct kvp_policy* policy, struct kvp_slice line, struct kvp
                ? 0
                : fail(error, 0, "the text is malformed or too long");
   }
-  if (kvp_to_utf16(rule.pattern, checked, KVP_MAX_LINE_BYTES + 1) != 0)
+  if (kvp_to_utf16(rule.pattern, NULL, KVP_MAX_LINE_BYTES + 1) != 0)
     return fail(error, 0, "the pattern is malformed");
   return count_set(policy, rule.set, error);
 }
