@@ -181,6 +181,20 @@ TEST_F(LogProcessorTest, RemovesAFinishedLogAndGoesOnWithTheNext) {
   EXPECT_THAT(received.sequence(), ElementsAre("1", "2+1", "4"));
 }
 
+TEST_F(LogProcessorTest, TheEndMarkNamesTheNextLog) {
+  fake.files.put(kLog, eventLine(1) + "MEOF,0,t,rt2.csv\n");
+  fake.files.put(kNextLog, eventLine(2) + "MEOF,0,t,gone.csv\n");
+  const std::string last = "/opt/korvane/IDS/logs/rt3.csv";
+  fake.files.put(last, eventLine(3) + "MEOF,0,t,../logs/rt2.csv\n");
+  config().setHIDSRTLogFile(kLog);
+  const auto processor = make();
+  round(*processor);
+  config().setHIDSRTLogFile(last);
+  for (int i = 0; i < 3; ++i) round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "2", "3"));
+  EXPECT_EQ(savedName(), last) << "a path is no file's name";
+}
+
 TEST_F(LogProcessorTest, ANewLogMayHaveTheSameName) {
   fake.files.put(kLog, eventLine(1) + endLine(2));
   const auto processor = make();

@@ -114,6 +114,20 @@ TEST_F(LogThreadTest, RunsUntilItsStopAndEndsAtOnceInItsPause) {
   EXPECT_EQ(inOwnLog("*****LogProcessing Thread exiting*****"), 1u);
 }
 
+TEST_F(LogThreadTest, AfterTheEndOfALogTheIdsIsAskedForTheNext) {
+  fake.files.put(kLog, eventLine(1) + endLine(2));
+  fake.files.put(kNextLog, eventLine(3));
+  FakeIds ids;
+  AgentConfig::setHIDSInterface(&ids);
+  LogProcessingThread thread;
+  thread.attach(makeProcessor());
+  thread.cycle(), thread.cycle();
+  EXPECT_EQ(config().getHIDSRTLogFile(), kLog) << "it did not answer yet";
+  ids.values["ids.service.rteventfile.name"] = kNextLog;
+  thread.cycle(), thread.cycle();
+  EXPECT_EQ(received.sequence(), (std::vector<std::string>{"1", "3"}));
+}
+
 TEST_F(LogThreadTest, StopsBeforeItsStart) {
   LogProcessingThread logs;
   BulkLogProcessingThread bulk, started;
