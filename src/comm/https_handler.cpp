@@ -86,7 +86,11 @@ int HttpsHandler::send(int type, HttpsMessageGenerator& generator) {
   if (repeatsElsewhere(type)) checkFailback();
   Shared& state = shared();
   Synchronized hold(state._commLock);
-  _lastResult = sendLocked(type, generator);
+  _lastResult = addGUID(type, generator) ? sendOver(state.transport(), type, generator) : -1;
+  if (_lastResult > 0 && repeatsElsewhere(type) && !shutdownToken().requested()) {
+    state.failOver(_server);
+  }
+  if (_lastResult == 0 && type != BULK_LOG) noteServerUsed(_server, type);
   _response = generator.takeResponse();
   return _lastResult;
 }
@@ -130,28 +134,19 @@ bool HttpsHandler::addGUID(int type, HttpsMessageGenerator& generator) {
   return true;
 }
 
-int HttpsHandler::sendLocked(int type, HttpsMessageGenerator& generator) {
-  Shared& state = shared();
-  if (!addGUID(type, generator)) return -1;
-  Transport& transport = state.transport();
+int HttpsHandler::sendOver(Transport& transport, int type, HttpsMessageGenerator& generator) {
   if (!transport.isOpen()) {
     eventlog::event(10224, kHandlerSource);
     return -1;
   }
   if (shutdownToken().requested()) return kCurlAbortedByCallback;
   eventlog::trace(kSendSource, "Certificate Path : %s", _certificateFile);
-  MessageBody sections;
-  const MessageBody* body = generator.finishedBody();
-  if (!body) {
-    generator.writeBody(sections);
-    body = &sections;
+  if (const MessageBody* finished = generator.finishedBody()) {
+    return transfer(transport, type, generator, finished->bytes());
   }
-  const int result = transfer(transport, type, generator, body->bytes());
-  if (result > 0 && repeatsElsewhere(type) && !shutdownToken().requested()) {
-    state.failOver(_server);
-  }
-  if (result == 0 && type != BULK_LOG) noteServerUsed(_server, type);
-  return result;
+  MessageBody body;
+  generator.writeBody(body);
+  return transfer(transport, type, generator, body.bytes());
 }
 
 int HttpsHandler::transfer(Transport& transport, int type, HttpsMessageGenerator& generator,

@@ -56,7 +56,7 @@ TEST_F(Message, BuiltInPlaceEqualsPairs) {
   MessageBody body;
   for (int round = 0; round < 2; ++round) {
     body.clear();
-    for (size_t length : {0, 9, 10, 99, 100, 1000, 70000}) {
+    for (size_t length : std::vector<size_t>{0, 9, 10, 99, 100, 1000, 70000}) {
       const std::string value(length, 'v');
       if (round == 0) message.addProperties({{"k", value}});
       const std::string line = "k=" + value + "\n";

@@ -82,6 +82,25 @@ TEST_F(Tls, OneHandshakeServesAllExchanges) {
   EXPECT_EQ(requests[20].header("Korvane-GUID"), "missing");
 }
 
+// One exchange at a time is on the wire, whatever the number of threads.
+TEST_F(Tls, ThreadsShareTheConnection) {
+  TlsServer server(*authority, &fine);
+  use(server);
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] {
+      HttpsHandler own;
+      for (int round = 0; round < 10; ++round)
+        failures += (i % 2 ? log("x") : own.testConnection(true)) != 0;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(failures, 0);
+  EXPECT_EQ(server.requests().size(), 40u);
+  EXPECT_EQ(server.connections(), 1);
+}
+
 TEST_F(Tls, AnswersInAllForms) {
   const std::string body = properties("agent.id=7\n") + "EOF_FLAG\n";
   const std::vector<TlsServer::Reply> replies{
