@@ -48,7 +48,9 @@ class Tls : public CommFixture {
     const auto asked = std::chrono::steady_clock::now();
     shutdownToken().request();
     exchange.join();
-    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(2));
+    const auto took = std::chrono::steady_clock::now() - asked;
+    EXPECT_LT(took, std::chrono::seconds(2));
+    RecordProperty("stop_us", static_cast<int>(took / std::chrono::microseconds(1)));
     return result;
   }
 
