@@ -18,14 +18,14 @@ namespace korvane {
 namespace {
 
 constexpr char kMainTag[] = "MainThread";
-constexpr char kTag[] = "KorvaneAgent";
-constexpr uint32_t kWaitStepMs = 1000;
+constexpr char kAgentTag[] = "KorvaneAgent";
+constexpr uint32_t kFinalWaitStepMs = 1000;
 constexpr uint32_t kSupervisionMs = 1000;
 constexpr uint32_t kFirstUpdateMs = 2000;
 
 }  // namespace
 
-KorvaneAgent::KorvaneAgent() : _stoppedEvent(kWaitStepMs), _returnedEvent(kWaitStepMs) {
+KorvaneAgent::KorvaneAgent() : _stoppedEvent(kFinalWaitStepMs), _returnedEvent(kFinalWaitStepMs) {
   eventlog::trace(kMainTag, "KorvaneAgent Constructor");
 }
 
@@ -84,8 +84,8 @@ void KorvaneAgent::createComm() {
     Synchronized hold(_commLock);
     _comm = makeAgentComm(*_config);
   }
-  eventlog::event(10106, kTag, {version});
-  if (isStandardAgent()) eventlog::event(10167, kTag, {_config->getURL()});
+  eventlog::event(10106, kAgentTag, {version});
+  if (isStandardAgent()) eventlog::event(10167, kAgentTag, {_config->getURL()});
 }
 
 void KorvaneAgent::startComponentUpdate() {
@@ -156,7 +156,7 @@ bool KorvaneAgent::supervise() {
     if (!stopping()) {
       if (!superviseOnce()) return false;
       if (commandPending()) {
-        eventlog::event(10109, kTag);
+        eventlog::event(10109, kAgentTag);
         return true;
       }
     }
@@ -197,19 +197,19 @@ void KorvaneAgent::followOwnLog() {
 void KorvaneAgent::selfExit() {
   shutdown(FinalWait::untilReturned);
   if (_info) _info->post({kExitServiceCommand, kExitServiceName});
-  eventlog::event(10107, kTag);
+  eventlog::event(10107, kAgentTag);
   platform::current().sockets.cleanup();
 }
 
 void KorvaneAgent::end() {
   if (isStandardAgent()) stopComm();
   if (_stopped == 0) {
-    eventlog::event(10109, kTag);
+    eventlog::event(10109, kAgentTag);
     shutdown(FinalWait::none);
   }
   Translator::shutdown();
   platform::current().sockets.cleanup();
-  eventlog::event(10110, kTag);
+  eventlog::event(10110, kAgentTag);
   returned();
 }
 

@@ -16,7 +16,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "MainThread";
+constexpr char kRegistrationTag[] = "MainThread";
 // Far above any policy; a file beyond it is not one.
 constexpr uint64_t kMaxPolicyBytes = 64ULL * 1024 * 1024;
 
@@ -33,12 +33,13 @@ std::unique_ptr<platform::File> openBuiltinPolicy(const AgentConfig& config) {
 std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
   const std::unique_ptr<platform::File> file = openBuiltinPolicy(config);
   if (!file) {
-    eventlog::trace(kTag, "builtin policy not present ");
+    eventlog::trace(kRegistrationTag, "builtin policy not present ");
     return std::nullopt;
   }
   platform::FileInfo info;
   if (file->info(info) != 0 || info.isDirectory || info.size > kMaxPolicyBytes) {
-    eventlog::trace(kTag, "could not determine file size in order to read builtin policy ");
+    eventlog::trace(kRegistrationTag,
+                    "could not determine file size in order to read builtin policy ");
     return std::nullopt;
   }
   std::string policy(info.size, '\0');
@@ -68,7 +69,7 @@ void StandardAgentComm::reportPolicyState() {
 bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
   if (_config.registered()) return true;
   const std::optional<std::string> policy = readBuiltinPolicy(_config);
-  eventlog::trace(kTag, "call register on communication component");
+  eventlog::trace(kRegistrationTag, "call register on communication component");
 
   std::unique_ptr<HttpsHandler> handler;
   while (!_stop.requested()) {
@@ -86,7 +87,7 @@ bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
     refreshPolicyIdentity(_config);
   }
   if (enrolled || _stop.requested()) return true;
-  eventlog::trace(kTag, "Fatal Registration.");
+  eventlog::trace(kRegistrationTag, "Fatal Registration.");
   return false;
 }
 
@@ -96,27 +97,28 @@ StandardAgentComm::Attempt StandardAgentComm::attempt(HttpsHandler& handler,
                                          policy ? static_cast<long>(policy->size()) : -1);
   if (_stop.requested()) return Attempt::finished;
   if (classifyRegistration(code, "communications") == RegistrationVerdict::retry) {
-    eventlog::trace(kTag, "unsuccessful registration -- communications error %d ", code);
+    eventlog::trace(kRegistrationTag, "unsuccessful registration -- communications error %d ",
+                    code);
     return Attempt::retry;
   }
   STRING text;
   const int serverError = handler.getKorvaneError(text);
   if (classifyRegistration(serverError, text) != RegistrationVerdict::retry)
     return Attempt::finished;
-  if (!text.empty()) eventlog::event(10102, kTag, {text});
+  if (!text.empty()) eventlog::event(10102, kRegistrationTag, {text});
   return Attempt::retry;
 }
 
 bool StandardAgentComm::keepIdentity(HttpsHandler& handler) {
   STRING guid;
   if (handler.getGUID(guid) != 0) {
-    eventlog::trace(kTag, "could not get guid");
+    eventlog::trace(kRegistrationTag, "could not get guid");
     return false;
   }
-  eventlog::trace(kTag, "guid is %s ", guid);
+  eventlog::trace(kRegistrationTag, "guid is %s ", guid);
   _config.setUniqueId(guid);
   _config.UpdateAllIni();
-  eventlog::event(10103, kTag);
+  eventlog::event(10103, kRegistrationTag);
   return true;
 }
 

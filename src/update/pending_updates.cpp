@@ -23,7 +23,7 @@ constexpr FlagName kFlagNames[] = {
     {"send.application.request", &PendingUpdates::applicationRequest},
 };
 
-constexpr char kTag[] = "UpdateThread";
+constexpr char kPollingTag[] = "UpdateThread";
 
 }  // namespace
 
@@ -31,12 +31,12 @@ void PendingUpdates::takePollingProperties(const PropertyList& properties) {
   for (const FlagName& name : kFlagNames)
     this->*name.flag = propertyIsTrue(properties, name.property);
   if (!applicationRequest) return;
-  eventlog::trace(kTag, "Received send.application.request");
+  eventlog::trace(kPollingTag, "Received send.application.request");
   const STRING* identifier = findProperty(properties, "send.application.requestID");
   applicationRequest = identifier != nullptr;
   if (!identifier) return;
   applicationRequestId = *identifier;
-  eventlog::trace(kTag, "Received Request ID - %s ", applicationRequestId);
+  eventlog::trace(kPollingTag, "Received Request ID - %s ", applicationRequestId);
 }
 
 }  // namespace korvane

@@ -7,7 +7,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "UpdateThread";
+constexpr char kPreventionTag[] = "UpdateThread";
 constexpr char kTestKey[] =
     "Software\\Dalvora\\Intrusion Security\\agent\\IPS\\TestForPrevention\\";
 
@@ -49,9 +49,9 @@ bool preventionTestKeyCanBeMade() {
   const uint32_t error = platform::current().registry.createKey(kTestKey);
   if (error == platform::kOk) return true;
   if (error == platform::kErrorAccessDenied)
-    eventlog::trace(kTag, "::monitorPrevention Registry Access denied");
+    eventlog::trace(kPreventionTag, "::monitorPrevention Registry Access denied");
   else
-    eventlog::trace(kTag, "::monitorPrevention Registry Error %d", error);
+    eventlog::trace(kPreventionTag, "::monitorPrevention Registry Error %d", error);
   return false;
 }
 

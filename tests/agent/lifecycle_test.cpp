@@ -10,9 +10,9 @@ namespace {
 
 using tests::AgentRun;
 using tests::Answer;
+using tests::kRegistered;
 using tests::SimulatedMachine;
 
-constexpr char kRegistered[] = "agent.id=guid-7\n";
 constexpr int64_t kStopLimitMs = 2000;
 
 // The positions of the texts in the own log must ascend.
@@ -161,6 +161,20 @@ TEST(Lifecycle, StopsWithinTwoSecondsInEveryState) {
     EXPECT_EQ(machine.countLines(",10110,"), 1U);
     EXPECT_EQ(machine.countLines(",Stopping "), row.threads) << "nothing is made after the stop";
   }
+}
+
+TEST(Lifecycle, StopsWhileANameLookUpHangs) {
+  SimulatedMachine machine({.url = "https://server-1.example:8443/korvane/agent/"});
+  machine.fake.sockets.setResolverHangs(true);
+  {
+    AgentRun run(machine);
+    machine.sim.runFor(3000);
+    EXPECT_EQ(machine.server.count("testConnection"), 0U);
+    EXPECT_LE(run.stop(), kStopLimitMs);
+    EXPECT_EQ(machine.countLines(",10110,"), 1U);
+  }
+  machine.fake.sockets.setResolverHangs(false);
+  machine.sim.runFor(1000);  // the look-up that was left behind ends
 }
 
 TEST(Lifecycle, StopsWhileTheDriverStalls) {

@@ -9,9 +9,8 @@ namespace {
 
 using ::testing::HasSubstr;
 using tests::Answer;
+using tests::kRegistered;
 using tests::SimulatedMachine;
-
-constexpr char kRegistered[] = "agent.id=guid-7\n";
 
 // One registration step; `elapsed` is how long it took in simulated time.
 struct Step {

@@ -126,6 +126,7 @@ TEST(Agent, StopsWithinTwoSecondsInEveryState) {
     EXPECT_EQ(status, 0) << agent.host->output();
     EXPECT_GE(took, 0);
     EXPECT_LE(took, kStopLimitMs);
+    std::printf("stop, %s: %lld ms\n", row.state, static_cast<long long>(took));
     EXPECT_THAT(agent.log(), HasSubstr(",10110,"));
     EXPECT_EQ(agent.log().find("Fatal Registration."), std::string::npos);
     lockFile.reset();

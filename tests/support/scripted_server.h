@@ -41,6 +41,9 @@ struct Answer {
   static Answer hanging() { return {0, 0, "", "", true}; }
 };
 
+// The properties of a registration that gives an identity.
+inline constexpr char kRegistered[] = "agent.id=guid-7\n";
+
 class ScriptedServer {
  public:
   struct Request {

@@ -25,6 +25,7 @@ struct MachineOptions {
   std::string serviceType = "1";
   std::string settings = "";  // lines added to agent.ini
   uint64_t seed = 1;
+  std::string url = "https://127.0.0.1:8443/korvane/agent/";
 };
 
 class SimulatedMachine {
@@ -35,8 +36,7 @@ class SimulatedMachine {
   explicit SimulatedMachine(const MachineOptions& options = {})
       : sim(options.seed), fake(sim), _current(fake.platform()) {
     setInstallRoot(kRoot);
-    fake.files.put(
-        kIni, "[Agent]\nagent.http.url=https://127.0.0.1:8443/korvane/agent/\n" + options.settings);
+    fake.files.put(kIni, "[Agent]\nagent.http.url=" + options.url + "\n" + options.settings);
     fake.registry.put(kAgentRegistryKey, "AgentType", STRING(options.serviceType));
     fake.devices.setOpenError(platform::kErrorFileNotFound);
     openLog();
