@@ -243,7 +243,7 @@ TEST_F(Tls, StopEndsAHangingHandshake) {
 }
 
 TEST_F(Tls, StopEndsAnAnswerThatDoesNotCome) {
-  for (size_t bytes : {0, 30, 120}) {
+  for (size_t bytes : std::vector<size_t>{0, 30, 120}) {
     TlsServer server(*authority, [&](const TlsServer::Request&) {
       TlsServer::Reply reply = TlsServer::cut(TlsServer::answer(std::string(500, '\n')), bytes);
       reply.then = TlsServer::Reply::Then::hang;
