@@ -1,6 +1,7 @@
 #include "agent/composition.h"
 
-#include <string>
+#include <list>
+#include <memory>
 #include <vector>
 
 #include "agent/thread/stop_token.h"
@@ -16,24 +17,23 @@
 namespace korvane {
 namespace {
 
-struct ProcessPlatform {
+struct MadePlatform {
   platform::NativeOptions options;
-  platform::NativePlatform* native = nullptr;
+  std::unique_ptr<platform::NativePlatform> native;
 };
 
-// The operating system as the host's options describe it. One that was made is kept for ever, since a
-// thread that was left behind may still use it; it is made anew only when the options differ.
+// The operating system as the host's options describe it, made anew when they differ from the last ones.
+// What was made is kept for ever, since a thread that was left behind may still use it.
 void adoptPlatform() {
-  static ProcessPlatform process;
+  static std::list<MadePlatform>& made = *new std::list<MadePlatform>;
   platform::SystemInfo& system = platform::current().systemInfo;
   const platform::NativeOptions options{system.environment("KORVANE_REGISTRY"),
                                         system.environment("KORVANE_RUN_DIR")};
-  if (process.native && process.options.registryFile == options.registryFile &&
-      process.options.runDirectory == options.runDirectory)
+  if (!made.empty() && made.back().options.registryFile == options.registryFile &&
+      made.back().options.runDirectory == options.runDirectory)
     return;
-  process.options = options;
-  process.native = platform::makeNativePlatform(options).release();
-  platform::setCurrent(&process.native->platform());
+  made.push_back({options, platform::makeNativePlatform(options)});
+  platform::setCurrent(&made.back().native->platform());
 }
 
 void resetProcessState() {

@@ -111,6 +111,14 @@ TEST(Lifecycle, ARegisteredAgentDoesNotRegister) {
   EXPECT_EQ(machine.server.count("testConnection"), 1U);
 }
 
+TEST(Lifecycle, RecordsTheFileOfItsOwnLogInTheSettings) {
+  SimulatedMachine machine({.settings = "agent.id=known\n"});
+  AgentRun run(machine);
+  machine.sim.runFor(10000);
+  EXPECT_THAT(machine.ini(), ::testing::HasSubstr("agentlog.logfile=" + eventlog::currentFile()));
+  EXPECT_FALSE(AgentConfig::getInstance()->agentLogFileChanged());
+}
+
 TEST(Lifecycle, ARegistrationWithoutAnIdentityEndsTheAgent) {
   SimulatedMachine machine;
   AgentRun run(machine);

@@ -15,6 +15,7 @@
 #include "config/install_root.h"
 #include "config/service_type.h"
 #include "driver/driver_protocol.h"
+#include "eventlog/event_log.h"
 #include "eventlog/event_log_file.h"
 #include "platform/fake/fake_platform.h"
 #include "tests/support/scripted_server.h"
