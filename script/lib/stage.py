@@ -157,7 +157,7 @@ class Stage:
         (self.ips / "kav-version.properties").write_text("version=1.0.0\nbuild.number=100\n")
         with zipfile.ZipFile(self.ips / "builtin.zip", "w") as archive:
             archive.writestr("policy.txt", "name=Built-in\nversion=1\n")
-        library = self.bin / "libkavipstranslator.so"
+        library = self.build / "lib" / "libkavipstranslator.so"
         if library.exists():
             (self.ips / "extensions" / library.name).write_bytes(library.read_bytes())
         ini = configparser.RawConfigParser(delimiters="=")
