@@ -23,7 +23,8 @@ size_t replay(const std::filesystem::path& folder) {
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     if (!entry.is_regular_file()) continue;
     std::ifstream file(entry.path(), std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string bytes((std::istreambuf_iterator<char>(file)),
+                            std::istreambuf_iterator<char>());
     feed(bytes, bytes.size());
     for (size_t size = 1; size < bytes.size(); size *= 2) feed(bytes, size);
     ++files;

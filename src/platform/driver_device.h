@@ -19,7 +19,7 @@
 namespace korvane::platform {
 
 enum class DeviceWait {
-  signalled,    // the request has finished; result() tells how
+  signalled,  // the request has finished; result() tells how
   timedOut,
   abandoned,
   interrupted,  // interrupt() was called
@@ -52,8 +52,8 @@ class Device {
   virtual ~Device() = default;
   // Prepares a request with a copy of `input` and room for outputSize bytes. Fails only when the
   // completion event cannot be had.
-  virtual uint32_t prepare(uint32_t controlCode, std::span<const std::byte> input, size_t outputSize,
-                           std::unique_ptr<DeviceRequest>& out) = 0;
+  virtual uint32_t prepare(uint32_t controlCode, std::span<const std::byte> input,
+                           size_t outputSize, std::unique_ptr<DeviceRequest>& out) = 0;
 };
 
 class Devices {

@@ -21,9 +21,10 @@
 namespace korvane::platform {
 
 struct FileInfo {
-  uint64_t size = 0;          // bytes
-  int64_t modifiedNs = 0;     // nanoseconds since 1970-01-01 UTC, as exact as the file system keeps them
-  uint64_t identity = 0;      // inode or file index: differs when a file was replaced by another
+  uint64_t size = 0;  // bytes
+  int64_t modifiedNs =
+      0;  // nanoseconds since 1970-01-01 UTC, as exact as the file system keeps them
+  uint64_t identity = 0;  // inode or file index: differs when a file was replaced by another
   bool isDirectory = false;
 };
 

@@ -24,7 +24,8 @@ class Registry {
   virtual uint32_t readString(std::string_view key, std::string_view name, STRING& out) = 0;
   virtual uint32_t readDword(std::string_view key, std::string_view name, uint32_t& out) = 0;
   // The key must exist (2 otherwise), the value need not. 87 for a name with control characters.
-  virtual uint32_t writeString(std::string_view key, std::string_view name, const STRING& value) = 0;
+  virtual uint32_t writeString(std::string_view key, std::string_view name,
+                               const STRING& value) = 0;
   virtual uint32_t writeDword(std::string_view key, std::string_view name, uint32_t value) = 0;
   // Makes a key and those above it; 0 when it exists, 5 when that is refused. On Linux keys below
   // "Software\Dalvora\Intrusion Security\agent\IPS\TestForPrevention" are refused when the driver

@@ -83,7 +83,8 @@ class Threading {
   virtual std::unique_ptr<ThreadLocalSlot> createThreadLocalSlot() = 0;
   // Starts a thread that runs `body` once. stackBytes 0 means the system's default; a size below the
   // system's minimum is raised to it. `body` must not throw.
-  virtual std::unique_ptr<NativeThread> createThread(uint32_t stackBytes, std::function<void()> body) = 0;
+  virtual std::unique_ptr<NativeThread> createThread(uint32_t stackBytes,
+                                                     std::function<void()> body) = 0;
   // The calling thread, whoever started it: id and priority work, join answers failed.
   virtual std::unique_ptr<NativeThread> adoptCurrentThread() = 0;
   virtual uint64_t currentThreadId() = 0;

@@ -18,8 +18,13 @@ Civil civilFromMs(int64_t wallMs) {
   const auto midnight = floor<days>(time);
   const year_month_day date(midnight);
   const auto ms = static_cast<unsigned>((time - midnight).count());
-  return {static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-          static_cast<unsigned>(date.day()), ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000};
+  return {static_cast<int>(date.year()),
+          static_cast<unsigned>(date.month()),
+          static_cast<unsigned>(date.day()),
+          ms / 3600000,
+          ms / 60000 % 60,
+          ms / 1000 % 60,
+          ms % 1000};
 }
 
 }  // namespace
@@ -27,8 +32,8 @@ Civil civilFromMs(int64_t wallMs) {
 std::string formatTimestamp(int64_t wallMs) {
   const Civil t = civilFromMs(wallMs);
   char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u %02u:%02u:%02u.%03u", t.year, t.month, t.day, t.hour,
-                t.minute, t.second, t.millisecond);
+  std::snprintf(text, sizeof text, "%04d-%02u-%02u %02u:%02u:%02u.%03u", t.year, t.month, t.day,
+                t.hour, t.minute, t.second, t.millisecond);
   return text;
 }
 
@@ -41,7 +46,8 @@ STRING expandDatePattern(const STRING& pattern, int64_t wallMs) {
   for (size_t i = 0; i < from.size(); ++i) {
     const char token = from[i] == '%' && i + 1 < from.size() ? from[i + 1] : '\0';
     if (token == 'M')
-      std::snprintf(text, sizeof text, "%04d%02u%02u%02u%02u", t.year, t.month, t.day, t.hour, t.minute);
+      std::snprintf(text, sizeof text, "%04d%02u%02u%02u%02u", t.year, t.month, t.day, t.hour,
+                    t.minute);
     else if (token == 'S')
       std::snprintf(text, sizeof text, "%02u%03u", t.second, t.millisecond);
     else if (token == 'T')

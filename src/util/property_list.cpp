@@ -5,7 +5,8 @@
 namespace korvane {
 
 const STRING* findProperty(const PropertyList& list, const STRING& name) {
-  const auto found = std::find_if(list.begin(), list.end(), [&](const Property& p) { return p.first == name; });
+  const auto found =
+      std::find_if(list.begin(), list.end(), [&](const Property& p) { return p.first == name; });
   return found == list.end() ? nullptr : &found->second;
 }
 

@@ -10,7 +10,9 @@
 namespace korvane {
 namespace {
 
-constexpr bool isBlank(char16_t c) { return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n'; }
+constexpr bool isBlank(char16_t c) {
+  return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n';
+}
 
 constexpr char16_t lower(char16_t c) {
   return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + (u'a' - u'A')) : c;
@@ -31,9 +33,13 @@ STRING STRING::fromInt(int64_t number) {
   return STRING(std::string_view(digits, static_cast<size_t>(end - digits)));
 }
 
-STRING STRING::fromBool(bool value) { return value ? u"true" : u"false"; }
+STRING STRING::fromBool(bool value) {
+  return value ? u"true" : u"false";
+}
 
-std::string STRING::toUtf8() const { return utf16ToUtf8(_text); }
+std::string STRING::toUtf8() const {
+  return utf16ToUtf8(_text);
+}
 
 int32_t STRING::toInt() const {
   if (_text.empty()) throw AgentError(kErrorEmptyString, "empty string", "STRING::toInt");
@@ -49,16 +55,24 @@ int32_t STRING::toInt() const {
   return static_cast<int32_t>(std::min(number, kLimit - 1));
 }
 
-bool STRING::toBool() const { return equalsIgnoreCase(u"true"); }
+bool STRING::toBool() const {
+  return equalsIgnoreCase(u"true");
+}
 
 STRING& STRING::operator+=(const STRING& other) {
   _text += other._text;
   return *this;
 }
 
-size_t STRING::find(const STRING& part, size_t from) const { return _text.find(part._text, from); }
-bool STRING::startsWith(const STRING& prefix) const { return _text.starts_with(prefix._text); }
-bool STRING::endsWith(const STRING& suffix) const { return _text.ends_with(suffix._text); }
+size_t STRING::find(const STRING& part, size_t from) const {
+  return _text.find(part._text, from);
+}
+bool STRING::startsWith(const STRING& prefix) const {
+  return _text.starts_with(prefix._text);
+}
+bool STRING::endsWith(const STRING& suffix) const {
+  return _text.ends_with(suffix._text);
+}
 
 STRING STRING::substr(size_t from, size_t count) const {
   return from >= _text.size() ? STRING() : STRING(_text.substr(from, count));

@@ -24,11 +24,11 @@ class STRING {
   static constexpr size_t npos = std::u16string::npos;
 
   STRING() = default;
-  STRING(const char* utf8);            // NOLINT(google-explicit-constructor): texts are written narrow
-  STRING(std::string_view utf8);       // NOLINT
-  STRING(const std::string& utf8);     // NOLINT
-  STRING(const char16_t* text);        // NOLINT
-  STRING(std::u16string text);         // NOLINT
+  STRING(const char* utf8);         // NOLINT(google-explicit-constructor): texts are written narrow
+  STRING(std::string_view utf8);    // NOLINT
+  STRING(const std::string& utf8);  // NOLINT
+  STRING(const char16_t* text);     // NOLINT
+  STRING(std::u16string text);      // NOLINT
   explicit STRING(std::u16string_view text);
 
   // Decimal text of a number, without leading blanks or zeros.
