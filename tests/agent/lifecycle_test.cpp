@@ -166,6 +166,7 @@ TEST(Lifecycle, StopsWithinTwoSecondsInEveryState) {
     EXPECT_EQ(run.info.count(), 0) << "a stop is no failed registration";
     EXPECT_EQ(machine.countLines("Fatal Registration."), 0U);
     EXPECT_EQ(machine.countLines(",10107,"), 0U);
+    EXPECT_EQ(machine.countLines(",10109,"), 0U) << "that is for ends that nobody asked for";
     EXPECT_EQ(machine.countLines(",10110,"), 1U);
     EXPECT_EQ(machine.countLines(",Stopping "), row.threads) << "nothing is made after the stop";
   }
@@ -212,11 +213,14 @@ TEST(Lifecycle, StopsWhileAnotherProgramHoldsTheLockFile) {
 TEST(Lifecycle, AStopBeforeTheMainRoutineIsNotLost) {
   SimulatedMachine machine;
   machine.server.always("register", Answer::properties(kRegistered));
-  AgentRun run(machine);
-  run.agent.shutdown();
-  run.agent.shutdown();
-  machine.sim.runFor(2000);
-  EXPECT_TRUE(run.returned());
+  KorvaneAgent agent;
+  AgentInfo info;
+  agent.shutdown();
+  agent.shutdown();
+  const int64_t before = machine.now();
+  agent.run(&info);
+  EXPECT_EQ(machine.now(), before);
+  EXPECT_FALSE(agent.running());
   EXPECT_EQ(machine.server.count("register"), 0U);
 }
 
