@@ -7,51 +7,15 @@
 #include "platform/error_codes.h"
 #include "platform/fake/fake_devices.h"
 #include "platform/native.h"
-#include "tests/platform/simulator_stand_in.h"
-#include "tests/support/temp_directory.h"
+
+// The world of the system's own devices, where the tests can have a driver.
+#include KORVANE_DEVICE_WORLDS
 
 namespace korvane::platform {
 namespace {
 
 constexpr uint32_t kLongMs = 30000;
 constexpr char kName[] = "\\\\.\\KAVIPS";
-
-// The codes by which the tests ask the driver for a certain behaviour.
-enum Code : uint32_t {
-  kEcho = 1,      // finishes at once with the input as its output
-  kRefuseAtOnce,  // fails at once with 87
-  kLateEcho,      // was pending, finishes with the input
-  kLateError,     // was pending, ends with 31
-  kLateMoreData,  // was pending, fills the buffer and ends with 234
-  kNever,
-};
-
-struct NativeWorld {
-  tests::TempDirectory directory;
-  std::unique_ptr<Devices> owned = makeNativeDevices({"", directory.path()});
-  Devices& devices = *owned;
-  tests::SimulatorStandIn simulator{directory.path() + "/kavips.sock", serve};
-
-  static tests::SimulatorReply serve(const tests::SimulatorRequest& request) {
-    const auto reply = [&](SimulatorFrame kind, uint32_t error, const std::string& output = "") {
-      return tests::SimulatorReply{tests::simulatorFrame(kind, request.number, error, output)};
-    };
-    switch (request.code) {
-      case kEcho:
-        return reply(SimulatorFrame::answerAtOnce, 0, request.input);
-      case kRefuseAtOnce:
-        return reply(SimulatorFrame::answerAtOnce, 87);
-      case kLateEcho:
-        return reply(SimulatorFrame::answer, 0, request.input);
-      case kLateError:
-        return reply(SimulatorFrame::answer, 31);
-      case kLateMoreData:
-        return reply(SimulatorFrame::answer, 234, std::string(request.outputSize, 'm'));
-      default:
-        return {};
-    }
-  }
-};
 
 struct FakeWorld {
   std::unique_ptr<Threading> threading = makeNativeThreading();
@@ -98,8 +62,7 @@ class DevicesConformance : public testing::Test {
   }
 };
 
-using Worlds = testing::Types<NativeWorld, FakeWorld>;
-TYPED_TEST_SUITE(DevicesConformance, Worlds);
+TYPED_TEST_SUITE(DevicesConformance, NativeDeviceWorlds::With<FakeWorld>);
 
 TYPED_TEST(DevicesConformance, requestsThatFinishAtOnce) {
   this->prepare(kEcho, "abc", 5);

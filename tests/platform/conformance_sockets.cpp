@@ -35,7 +35,6 @@ class SocketsConformance : public testing::Test {
   }
 
   void listen() {
-    ASSERT_EQ(sockets.startup(), 0);
     listener = make();
     ASSERT_EQ(listener->bind(false, 0), 0);
     ASSERT_EQ(listener->listen(5), 0);
@@ -51,7 +50,11 @@ class SocketsConformance : public testing::Test {
     ASSERT_EQ(listener->accept(server), 0);
   }
 
-  void TearDown() override { sockets.cleanup(); }
+  void SetUp() override { ASSERT_EQ(sockets.startup(), 0); }
+  void TearDown() override {
+    for (auto* socket : {&listener, &client, &server}) socket->reset();
+    sockets.cleanup();
+  }
 };
 
 using Worlds = testing::Types<NativeWorld, FakeWorld>;

@@ -1,3 +1,5 @@
-extern "C" __attribute__((visibility("default"))) int korvaneTestAnswer() {
+#include "platform/export.h"
+
+extern "C" KORVANE_EXPORT int korvaneTestAnswer() {
   return 42;
 }

@@ -3,9 +3,9 @@
 namespace korvane::platform {
 namespace {
 
-class PosixPlatform final : public NativePlatform {
+class SystemPlatform final : public NativePlatform {
  public:
-  explicit PosixPlatform(const NativeOptions& options)
+  explicit SystemPlatform(const NativeOptions& options)
       : _devices(makeNativeDevices(options)),
         _registry(makeNativeRegistry(options, *_files, *_devices)) {}
 
@@ -28,7 +28,7 @@ class PosixPlatform final : public NativePlatform {
 }  // namespace
 
 std::unique_ptr<NativePlatform> makeNativePlatform(const NativeOptions& options) {
-  return std::make_unique<PosixPlatform>(options);
+  return std::make_unique<SystemPlatform>(options);
 }
 
 }  // namespace korvane::platform

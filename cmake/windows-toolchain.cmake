@@ -1,0 +1,43 @@
+# Cross build for 64-bit Windows with Debian's MinGW-w64 (POSIX thread model). The libraries come from the
+# folder that script/windows-deps made: its path is taken from -DKORVANE_WINDOWS_DEPS or from the variable of
+# that name in the environment; without either, the newest one in the cache is used.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
+set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KORVANE_WINDOWS_DEPS)
+
+if(NOT KORVANE_WINDOWS_DEPS)
+  set(KORVANE_WINDOWS_DEPS "$ENV{KORVANE_WINDOWS_DEPS}")
+endif()
+if(NOT KORVANE_WINDOWS_DEPS)
+  set(cache "$ENV{KORVANE_CACHE}")
+  if(NOT cache AND NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
+    set(cache "$ENV{XDG_CACHE_HOME}/korvane")
+  elseif(NOT cache)
+    set(cache "$ENV{HOME}/.cache/korvane")
+  endif()
+  set(newest "")
+  file(GLOB finished "${cache}/windows-*/SHA256SUMS")
+  foreach(candidate ${finished})
+    if(newest STREQUAL "" OR "${candidate}" IS_NEWER_THAN "${newest}")
+      set(newest "${candidate}")
+    endif()
+  endforeach()
+  get_filename_component(KORVANE_WINDOWS_DEPS "${newest}" DIRECTORY)
+endif()
+if(NOT EXISTS "${KORVANE_WINDOWS_DEPS}/lib/libcurl.a")
+  message(FATAL_ERROR "The libraries of the Windows build are missing; run script/windows-deps first.")
+endif()
+set(KORVANE_WINDOWS_DEPS "${KORVANE_WINDOWS_DEPS}" CACHE PATH "The folder that script/windows-deps made")
+
+# Nothing of the building system is ever linked or included.
+set(CMAKE_FIND_ROOT_PATH "${KORVANE_WINDOWS_DEPS}" /usr/x86_64-w64-mingw32)
+set(CMAKE_PREFIX_PATH "${KORVANE_WINDOWS_DEPS}")
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_LIST_DIR}/../script/wine-run")

@@ -1,0 +1,12 @@
+# nlohmann-json is headers alone: a folder of ours links to just these, never to the system's include directory.
+set(nlohmann_json_links "${CMAKE_BINARY_DIR}/header-only")
+if(NOT EXISTS /usr/include/nlohmann/json.hpp)
+  message(FATAL_ERROR "nlohmann-json is not installed; script/bootstrap --windows installs it.")
+endif()
+file(MAKE_DIRECTORY "${nlohmann_json_links}")
+file(CREATE_LINK /usr/include/nlohmann "${nlohmann_json_links}/nlohmann" SYMBOLIC)
+if(NOT TARGET nlohmann_json::nlohmann_json)
+  add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED)
+  target_include_directories(nlohmann_json::nlohmann_json INTERFACE "${nlohmann_json_links}")
+endif()
+set(nlohmann_json_FOUND TRUE)
