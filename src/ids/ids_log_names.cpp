@@ -8,11 +8,16 @@ namespace korvane {
 namespace {
 
 constexpr char kSearchTag[] = "LogDataHandler::initialize()";
-constexpr uint32_t kPauseMs = 250;
-constexpr int kTries = 480;
-constexpr int kTriesPerTrace = 120;
 
-bool takeName(HidsInterface& component, LogType type) {
+}  // namespace
+
+STRING idsLogSetting(LogType type) {
+  if (type == HIDS_LOG) return "ids.service.eventfile.name";
+  if (type == HIDS_RT_LOG) return "ids.service.rteventfile.name";
+  return {};
+}
+
+bool takeIdsLogFile(HidsInterface& component, LogType type) {
   STRING name;
   if (!component.setting(idsLogSetting(type), name) || name.empty()) return false;
   const STRING path = resolveIdsLogName(name.toUtf8());
@@ -27,36 +32,10 @@ bool takeName(HidsInterface& component, LogType type) {
   return true;
 }
 
-}  // namespace
-
-STRING idsLogSetting(LogType type) {
-  if (type == HIDS_LOG) return "ids.service.eventfile.name";
-  if (type == HIDS_RT_LOG) return "ids.service.rteventfile.name";
-  return {};
-}
-
-bool findIdsLogFile(HidsInterface& component, LogType type,
-                    const std::function<bool(uint32_t)>& giveUp) {
-  const STRING setting = idsLogSetting(type);
-  if (setting.empty()) return false;
-  for (int tried = 1; !takeName(component, type); ++tried) {
-    if (tried % kTriesPerTrace == 0) {
-      eventlog::trace(kSearchTag, " failed to get %s. sleep.", setting);
-    }
-    if (tried == kTries) {
-      eventlog::trace(kSearchTag, " failed to get %s", setting);
-      return false;
-    }
-    if (giveUp(kPauseMs)) return false;
-    component.reload();
-  }
-  return true;
-}
-
 bool takeIdsLogFiles(HidsInterface& component) {
   component.reload();
-  const bool hasEventFile = takeName(component, HIDS_LOG);
-  takeName(component, HIDS_RT_LOG);
+  const bool hasEventFile = takeIdsLogFile(component, HIDS_LOG);
+  takeIdsLogFile(component, HIDS_RT_LOG);
   return hasEventFile;
 }
 

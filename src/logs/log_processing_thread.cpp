@@ -64,7 +64,7 @@ uint32_t LogProcessingThread::endCycle() {
 }
 
 void LogProcessingThread::run() {
-  _idsLogNames.attempt();
+  _idsLogSearch.attempt();
   while (_running && !stopRequested()) wait(cycle());
   eventlog::trace("UpdateThread::run", "*****LogProcessing Thread exiting*****");
 }
@@ -72,12 +72,12 @@ void LogProcessingThread::run() {
 // While the names of the IDS logs are not known, the wait is made of the search's steps.
 void LogProcessingThread::wait(uint32_t milliseconds) {
   while (milliseconds > 0) {
-    const bool searching = !_idsLogNames.done();
+    const bool searching = !_idsLogSearch.done();
     const uint32_t step =
-        searching ? std::min(milliseconds, IdsLogNames::kIntervalMs) : milliseconds;
+        searching ? std::min(milliseconds, IdsLogSearch::kIntervalMs) : milliseconds;
     if (stopToken().sleepFor(step)) return;
     milliseconds -= step;
-    if (searching) _idsLogNames.attempt();
+    if (searching) _idsLogSearch.attempt();
   }
 }
 

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "agent/thread/thread.h"
-#include "logs/ids_log_names.h"
+#include "logs/ids_log_search.h"
 #include "logs/log_processor.h"
 
 namespace korvane {
@@ -52,8 +52,7 @@ class LogProcessingThread : public Thread {
   std::vector<std::unique_ptr<LogProcessor>> _processors;
   std::atomic<bool> _running{true};
   int _backOff = 0;  // negative after a failed write
-  AgentConfig* const _config = AgentConfig::getInstance();
-  IdsLogNames _idsLogNames;
+  IdsLogSearch _idsLogSearch;
 };
 
 }  // namespace korvane

@@ -150,7 +150,7 @@ bool startWaiter(const std::shared_ptr<ChildState>& state) {
   const bool started = pthread_create(&thread, &attributes, waiterMain, argument.get()) == 0;
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   pthread_attr_destroy(&attributes);
-  if (started) argument.release();
+  if (started) static_cast<void>(argument.release());
   return started;
 }
 

@@ -257,7 +257,7 @@ class PosixThreading final : public Threading {
     const int error = pthread_create(&handle, &attributes, threadMain, argument.get());
     pthread_attr_destroy(&attributes);
     if (error) return nullptr;
-    argument.release();
+    static_cast<void>(argument.release());
     const Deadline never(kInfinite);
     uint64_t id = 0;
     {

@@ -26,7 +26,7 @@ inline constexpr int kPreventionDisabledCode = 500;
 inline constexpr char kPreventionDisabledText[] = "Prevention Disabled";
 
 // Added to the code once the IDS component's log names have been looked at.
-inline constexpr int kIdsLogNamesRead = 0x2000;
+inline constexpr int kIdsLogSearchRead = 0x2000;
 
 // Tries what a driver in force refuses: making a key of the test's own. True when the key could be made.
 bool preventionTestKeyCanBeMade();

@@ -135,7 +135,7 @@ void UpdateThread::monitorPrevention() {
     return;
   }
   const PreventionReport report = describePrevention(settings);
-  _config->setPolicyError(report.code | kIdsLogNamesRead, report.text);
+  _config->setPolicyError(report.code | kIdsLogSearchRead, report.text);
   HidsInterface* ids = AgentConfig::getHIDSInterface();
   if (ids && ids->present() && !takeIdsLogFiles(*ids))
     eventlog::trace("processConfigPolicyUpdates", "IDS did not report log file name");

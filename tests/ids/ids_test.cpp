@@ -108,22 +108,13 @@ TEST_F(IdsTest, AStaleOrMissingAnswerIsAFailureAndAStopEndsTheWait) {
   EXPECT_FALSE(nowhere.readResults(results));
 }
 
-TEST_F(IdsTest, LogNamesAreLookedForOneByOne) {
-  int waits = 0;
-  const auto wait = [&](uint32_t milliseconds) {
-    EXPECT_EQ(milliseconds, 250u);
-    if (++waits == 5) fake.files.put(kSettings, "ids.service.eventfile.name=../logs/e.csv\n");
-    return false;
-  };
-  EXPECT_TRUE(findIdsLogFile(component, HIDS_LOG, wait));
-  EXPECT_EQ(waits, 5);
+TEST_F(IdsTest, LogNamesAreTakenOneByOne) {
+  fake.files.put(kSettings, "ids.service.eventfile.name=../logs/e.csv\n");
+  EXPECT_TRUE(takeIdsLogFiles(component));
   AgentConfig& config = *AgentConfig::getInstance();
   EXPECT_EQ(config.getCurrentLogFile(HIDS_LOG), STRING("/opt/agent/IDS/bin/../logs/e.csv"));
-  waits = 10;
-  EXPECT_FALSE(findIdsLogFile(component, HIDS_RT_LOG, wait));
-  EXPECT_EQ(waits, 10 + 479) << "480 tries";
-  EXPECT_FALSE(findIdsLogFile(component, HIDS_RT_LOG, [](uint32_t) { return true; }));
-  EXPECT_FALSE(findIdsLogFile(component, AGENT_LOG, wait));
+  EXPECT_FALSE(takeIdsLogFile(component, HIDS_RT_LOG));
+  EXPECT_FALSE(takeIdsLogFile(component, AGENT_LOG));
   EXPECT_TRUE(config.getCurrentLogFile(HIDS_RT_LOG).empty());
 
   fake.files.put(kSettings, "ids.service.rteventfile.name=/var/rt.csv\n");

@@ -141,7 +141,7 @@ TEST_F(LogThreadTest, StopsBeforeItsStart) {
 
 TEST_F(LogThreadTest, LooksForTheIdsLogsIndependentlyAndGivesUp) {
   config().setHIDSRTLogFile("");
-  IdsLogNames names;
+  IdsLogSearch names;
   names.attempt();
   FakeIds ids;
   AgentConfig::setHIDSInterface(&ids);
@@ -153,8 +153,8 @@ TEST_F(LogThreadTest, LooksForTheIdsLogsIndependentlyAndGivesUp) {
   EXPECT_FALSE(names.done());
   int attempts = 102;
   for (; !names.done(); ++attempts) names.attempt();
-  EXPECT_EQ(attempts, IdsLogNames::kAttempts);
-  EXPECT_EQ(ids.reloads, IdsLogNames::kAttempts - 1);
+  EXPECT_EQ(attempts, IdsLogSearch::kAttempts);
+  EXPECT_EQ(ids.reloads, IdsLogSearch::kAttempts - 1);
   EXPECT_EQ(inOwnLog(" failed to get ids.service.eventfile.name. sleep."), 3u);
   EXPECT_EQ(inOwnLog(" failed to get ids.service.eventfile.name"), 4u);
   EXPECT_EQ(inOwnLog(" failed to get ids.service.rteventfile.name"), 0u);

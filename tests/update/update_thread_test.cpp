@@ -176,7 +176,7 @@ TEST(Prevention, TellsARefusedTestKeyFromOneThatCouldBeMade) {
   }
 }
 
-TEST(Prevention, TakesTheIdsLogNamesAlong) {
+TEST(Prevention, TakesTheIdsLogSearchAlong) {
   Cycles cycles("[Driver]\nips.enabled=false\n");
   cycles.machine.fake.files.put("/opt/korvane/IDS/ids.properties",
                                 "ids.service.eventfile.name=/var/e.csv\n"

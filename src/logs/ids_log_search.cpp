@@ -1,7 +1,7 @@
-#include "logs/ids_log_names.h"
+#include "logs/ids_log_search.h"
 
-#include "config/install_root.h"
 #include "eventlog/event_log.h"
+#include "ids/ids_log_names.h"
 
 namespace korvane {
 namespace {
@@ -11,7 +11,7 @@ constexpr int kNoticeInterval = 120;
 
 }  // namespace
 
-void IdsLogNames::attempt() {
+void IdsLogSearch::attempt() {
   if (done()) return;
   HidsInterface* const component = AgentConfig::getHIDSInterface();
   if (component && _attempts > 0) component->reload();
@@ -20,12 +20,8 @@ void IdsLogNames::attempt() {
     if (!name.done) attempt(component, name);
 }
 
-void IdsLogNames::attempt(HidsInterface* component, Name& name) {
-  STRING value;
-  if (component && component->setting(name.setting, value) && !value.empty()) {
-    const STRING path = resolveIdsLogName(value.toUtf8());
-    (AgentConfig::getInstance()->*name.store)(path);
-    eventlog::trace(kTag, name.storedTrace, path);
+void IdsLogSearch::attempt(HidsInterface* component, Name& name) {
+  if (component && takeIdsLogFile(*component, name.type)) {
     name.done = true;
     return;
   }
@@ -33,11 +29,11 @@ void IdsLogNames::attempt(HidsInterface* component, Name& name) {
   name.done = _attempts >= kAttempts;
 }
 
-void IdsLogNames::giveNotice(const Name& name) const {
+void IdsLogSearch::giveNotice(const Name& name) const {
   if (_attempts >= kAttempts)
-    eventlog::trace(kTag, " failed to get %s", name.setting);
+    eventlog::trace(kTag, " failed to get %s", idsLogSetting(name.type));
   else if (_attempts % kNoticeInterval == 0)
-    eventlog::trace(kTag, " failed to get %s. sleep.", name.setting);
+    eventlog::trace(kTag, " failed to get %s. sleep.", idsLogSetting(name.type));
 }
 
 }  // namespace korvane

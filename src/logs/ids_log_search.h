@@ -11,7 +11,7 @@
 
 namespace korvane {
 
-class IdsLogNames {
+class IdsLogSearch {
  public:
   static constexpr uint32_t kIntervalMs = 250;
   static constexpr int kAttempts = 480;
@@ -22,17 +22,13 @@ class IdsLogNames {
 
  private:
   struct Name {
-    const char* setting;
-    void (AgentConfig::*store)(const STRING&);
-    const char* storedTrace;
+    LogType type;
     bool done = false;
   };
   void attempt(HidsInterface* component, Name& name);
   void giveNotice(const Name& name) const;
 
-  Name _names[2] = {
-      {"ids.service.rteventfile.name", &AgentConfig::setHIDSRTLogFile, " setHIDSRTLogFile to %s"},
-      {"ids.service.eventfile.name", &AgentConfig::setHIDSLogFile, " setHIDSLogFile to %s"}};
+  Name _names[2] = {{HIDS_RT_LOG}, {HIDS_LOG}};
   int _attempts = 0;
 };
 
