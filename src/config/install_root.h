@@ -8,20 +8,18 @@
 
 #include <string>
 
-#include "platform/export.h"
-
 namespace korvane {
 
 // The registry key, below HKEY_LOCAL_MACHINE, that holds "AgentType" and "InstallRoot".
 inline constexpr char kAgentRegistryKey[] = "SOFTWARE\\Dalvora\\Intrusion Security\\agent";
 
-KORVANE_EXPORT std::string installRoot();
+std::string installRoot();
 // installRoot()/IPS: the agent's own files. Empty when there is no root.
-KORVANE_EXPORT std::string installDirectory();
+std::string installDirectory();
 // installRoot()/IDS: the IDS component's files. Empty when there is no root.
-KORVANE_EXPORT std::string idsDirectory();
+std::string idsDirectory();
 // Takes this root instead, without asking anyone; an empty one forgets what was found.
-KORVANE_EXPORT void setInstallRoot(const std::string& root);
+void setInstallRoot(const std::string& root);
 
 // A log name that the IDS component reports: one that begins with ".." is relative to IDS/bin, any
 // other is taken as it is.

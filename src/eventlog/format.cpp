@@ -39,13 +39,27 @@ void push(Arguments& arguments, const Arg& arg) {
     arguments.push_back(static_cast<unsigned>(arg.unsignedNumber()));
 }
 
+// The format with "l" before an integer conversion written as "ll": a long has 32 bits on one system and 64
+// on the other, and the number is to be shown as it is on both.
+std::string widened(std::string_view format) {
+  std::string wide(format);
+  for (size_t at = wide.find('%'); at != std::string::npos; at = wide.find('%', at)) {
+    at = wide.find_first_not_of("-+ #0123456789.*", at + 1);
+    if (at == std::string::npos) break;
+    if (wide[at] == 'l' && std::string_view("diuxXo").find(wide[at + 1]) != std::string_view::npos)
+      wide.insert(at, 1, 'l');
+    ++at;
+  }
+  return wide;
+}
+
 }  // namespace
 
 std::string formatPrintf(const char* format, std::initializer_list<Arg> arguments) {
   try {
     Arguments pushed;
     for (const Arg& argument : arguments) push(pushed, argument);
-    return fmt::vsprintf(fmt::string_view(format),
+    return fmt::vsprintf(fmt::string_view(widened(format)),
                          fmt::basic_format_args<fmt::printf_context>(pushed));
   } catch (const fmt::format_error&) {
     std::string plain = format;

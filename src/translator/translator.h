@@ -17,12 +17,11 @@
 #include <cstddef>
 #include <vector>
 
-#include "platform/export.h"
 #include "util/string.h"
 
 namespace korvane {
 
-class KORVANE_EXPORT Translator {
+class Translator {
  public:
   // No more values than this are taken from a function, and no longer ones (in UTF-16 units).
   static constexpr size_t kMaxValues = 4096;

@@ -142,7 +142,7 @@ class CommFixture : public ::testing::Test {
   static AgentConfig& config() { return *AgentConfig::getInstance(); }
   std::string path(const std::string& name) const { return _directory.path() + "/" + name; }
   std::string write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(path(name), std::ios::binary) << bytes;
+    std::ofstream(tests::fsPath(path(name)), std::ios::binary) << bytes;
     return path(name);
   }
 

@@ -1,8 +1,5 @@
 #include "tests/comm/hanging_resolver.h"
 
-#include <dlfcn.h>
-#include <netdb.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -21,8 +18,9 @@ State& state() {
   return one;
 }
 
-// True when the call hung; it is to fail then.
-bool hang(const char* host) {
+}  // namespace
+
+bool HangingResolver::hang(const char* host) {
   std::unique_lock hold(state().mutex);
   if (!host || state().name.empty() || state().name != host) return false;
   ++state().hanging;
@@ -32,8 +30,6 @@ bool hang(const char* host) {
   state().changed.notify_all();
   return true;
 }
-
-}  // namespace
 
 HangingResolver::HangingResolver(const std::string& name) {
   std::lock_guard hold(state().mutex);
@@ -54,13 +50,3 @@ bool HangingResolver::waitUntilAsked() {
 }
 
 }  // namespace korvane::tests
-
-// Takes the place of the library's for the whole test program.
-extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* host,
-                                                                  const char* service,
-                                                                  const addrinfo* hints,
-                                                                  addrinfo** result) {
-  using Function = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
-  static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getaddrinfo"));
-  return korvane::tests::hang(host) ? EAI_FAIL : next(host, service, hints, result);
-}

@@ -12,6 +12,9 @@ class HangingResolver {
   ~HangingResolver();
   // False when nobody has asked for the name within 20 seconds.
   bool waitUntilAsked();
+
+  // For the look-up that takes the library's place: true when the call hung, and is to fail then.
+  static bool hang(const char* host);
 };
 
 }  // namespace korvane::tests

@@ -71,7 +71,7 @@ TEST(ConfigProcessesTest, NeitherTornFilesNorLostChanges) {
       ("korvane-config-" + std::to_string(system.processes.currentId()));
   std::filesystem::create_directories(root / "IPS");
   const std::string program =
-      platform::joinPath(system.files, {system.systemInfo.moduleDirectory(), "config_writer"});
+      platform::joinPath(system.files, {system.systemInfo.moduleDirectory(), KORVANE_CONFIG_WRITER});
   std::vector<std::unique_ptr<platform::Process>> writers(2);
   for (size_t i = 0; i < writers.size(); ++i) {
     const std::string arguments =

@@ -7,6 +7,11 @@
 
 namespace korvane::tests {
 
+// A UTF-8 path as the standard library takes it on every system.
+inline std::filesystem::path fsPath(const std::string& utf8) {
+  return std::u8string(utf8.begin(), utf8.end());
+}
+
 class TempDirectory {
  public:
   TempDirectory() {
@@ -23,7 +28,10 @@ class TempDirectory {
   TempDirectory& operator=(const TempDirectory&) = delete;
 
   // Full path, UTF-8, without a separator at its end.
-  std::string path() const { return _path.string(); }
+  std::string path() const {
+    const std::u8string utf8 = _path.u8string();
+    return {utf8.begin(), utf8.end()};
+  }
 
  private:
   std::filesystem::path _path;

@@ -178,6 +178,7 @@ TlsServer::TlsServer(const TestAuthority& authority, Script script, const Option
       _script(std::move(script)),
       _options(options),
       _held(_native->platform().threading.createEvent(true, false)) {
+  require(_native->platform().sockets.startup() == 0, "no sockets");
   require(_native->platform().sockets.createTcp(_listener) == 0, "no socket");
   require(_listener->bind(options.anyAddress, options.port) == 0, "bind failed");
   require(_listener->listen(options.manner == Manner::neverAccept ? 0 : 16) == 0, "listen failed");
@@ -201,6 +202,9 @@ TlsServer::~TlsServer() {
     }
   }
   for (std::thread& thread : _threads) thread.join();
+  _sockets.clear();
+  _listener.reset();
+  _native->platform().sockets.cleanup();
 }
 
 // After this the system answers no connection request to the port at all.

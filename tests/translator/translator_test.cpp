@@ -173,16 +173,16 @@ TEST(TranslatorStandIn, AnswersAboutThisMachine) {
   namespace fs = std::filesystem;
   const tests::TempDirectory folder;
   const std::string extensions = folder.path() + "/ext \xc3\xa4";
-  fs::create_directories(extensions);
+  fs::create_directories(tests::fsPath(extensions));
   const auto native = platform::makeNativePlatform({});
   const platform::CurrentPlatform current(native->platform());
   LoggedEvents events(native->platform().files, folder.path() + "/log");
   const std::string path = extensions + "/" + fs::path(KORVANE_TRANSLATOR).filename().string();
 
-  std::ofstream(path) << "no library";
+  std::ofstream(tests::fsPath(path)) << "no library";
   EXPECT_FALSE(Translator::initialize(extensions));
   EXPECT_EQ(events.all(), std::vector<int>{10530});
-  fs::copy_file(KORVANE_TRANSLATOR, path, fs::copy_options::overwrite_existing);
+  fs::copy_file(KORVANE_TRANSLATOR, tests::fsPath(path), fs::copy_options::overwrite_existing);
   ASSERT_TRUE(Translator::initialize(extensions));
   std::vector<STRING> list;
   ASSERT_TRUE(Translator::getFunctionValues("LocalIPs", list));
