@@ -70,8 +70,8 @@ TEST(ConfigProcessesTest, NeitherTornFilesNorLostChanges) {
       std::filesystem::temp_directory_path() /
       ("korvane-config-" + std::to_string(system.processes.currentId()));
   std::filesystem::create_directories(root / "IPS");
-  const std::string program =
-      platform::joinPath(system.files, {system.systemInfo.moduleDirectory(), KORVANE_CONFIG_WRITER});
+  const std::string program = platform::joinPath(
+      system.files, {system.systemInfo.moduleDirectory(), KORVANE_CONFIG_WRITER});
   std::vector<std::unique_ptr<platform::Process>> writers(2);
   for (size_t i = 0; i < writers.size(); ++i) {
     const std::string arguments =
