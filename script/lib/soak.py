@@ -113,8 +113,8 @@ def finish(stage, written, rounds):
     sums = stage.events(first, last)
     stop_ms = stage.agent.end(signal.SIGTERM)
     damaged = [path.name for path in stage.ips.glob("agent.ini.*") if "corrupt" in path.name or "damaged" in path.name]
-    lost_answers = stage.admin("/requests?word=log&limit=100000")
-    unanswered = sum(1 for request in lost_answers if request.get("stored") and not request.get("answered"))
+    requests = stage.admin("/requests?word=log&limit=100000")
+    unanswered = sum(1 for request in requests if request["stored"] and request["answered"] != "full")
     return {"rounds": rounds, "written": written["events"], "files": written["files"], "received": sums["distinct"],
             "answered_302_or_600": sums["dropped_by_server"], "lost": sums["lost_unexplained"],
             "sent_again": sums["duplicated"], "lost_answers": unanswered, "stop_ms": stop_ms, "damaged_files": damaged,
