@@ -1,5 +1,14 @@
 # What only the Windows build has: its find modules, flags and hardening.
 list(PREPEND CMAKE_MODULE_PATH "${CMAKE_SOURCE_DIR}/cmake/windows")
+# What was found in another folder of libraries does not count.
+if(NOT KORVANE_FOUND_IN STREQUAL KORVANE_WINDOWS_DEPS)
+  foreach(found FMT_INCLUDE_DIR CLI11_INCLUDE_DIR CURL_INCLUDE_DIR CURL_LIBRARY OPENSSL_INCLUDE_DIR
+          OPENSSL_CRYPTO_LIBRARY OPENSSL_SSL_LIBRARY)
+    unset(${found} CACHE)
+  endforeach()
+  set(KORVANE_FOUND_IN "${KORVANE_WINDOWS_DEPS}" CACHE INTERNAL "")
+endif()
+
 set(CMAKE_SHARED_LIBRARY_PREFIX "")
 set(CMAKE_SHARED_MODULE_PREFIX "")
 set(CMAKE_IMPORT_LIBRARY_PREFIX "")

@@ -1,6 +1,6 @@
 # Cross build for 64-bit Windows with Debian's MinGW-w64 (POSIX thread model). The libraries come from the
-# folder that script/windows-deps made: its path is taken from -DKORVANE_WINDOWS_DEPS or from the variable of
-# that name in the environment; without either, the newest one in the cache is used.
+# folder that script/windows-deps made: its path is taken from the variable KORVANE_WINDOWS_DEPS of the
+# environment or from -DKORVANE_WINDOWS_DEPS; without either, the newest one in the cache is used.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
@@ -8,8 +8,8 @@ set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KORVANE_WINDOWS_DEPS)
 
-if(NOT KORVANE_WINDOWS_DEPS)
-  set(KORVANE_WINDOWS_DEPS "$ENV{KORVANE_WINDOWS_DEPS}")
+if(NOT "$ENV{KORVANE_WINDOWS_DEPS}" STREQUAL "")
+  set(KORVANE_WINDOWS_DEPS "$ENV{KORVANE_WINDOWS_DEPS}" CACHE PATH "The folder that script/windows-deps made" FORCE)
 endif()
 if(NOT KORVANE_WINDOWS_DEPS)
   set(cache "$ENV{KORVANE_CACHE}")

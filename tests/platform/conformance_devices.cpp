@@ -18,6 +18,7 @@ constexpr uint32_t kLongMs = 30000;
 constexpr char kName[] = "\\\\.\\KAVIPS";
 
 struct FakeWorld {
+  const std::string name = kName;
   std::unique_ptr<Threading> threading = makeNativeThreading();
   FakeDevices devices{*threading};
   FakeWorld() {
@@ -51,7 +52,7 @@ class DevicesConformance : public testing::Test {
 
   void prepare(uint32_t code, const std::string& input = "", size_t outputSize = 0) {
     if (!device) {
-      ASSERT_EQ(world.devices.open(kName, device), kOk);
+      ASSERT_EQ(world.devices.open(world.name, device), kOk);
     }
     ASSERT_EQ(device->prepare(code, std::as_bytes(std::span(input)), outputSize, request), kOk);
   }

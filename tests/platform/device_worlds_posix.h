@@ -11,6 +11,7 @@
 namespace korvane::platform {
 
 struct SimulatorWorld {
+  const std::string name = "\\\\.\\KAVIPS";
   tests::TempDirectory directory;
   std::unique_ptr<Devices> owned = makeNativeDevices({"", directory.path()});
   Devices& devices = *owned;
