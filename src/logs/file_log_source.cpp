@@ -48,6 +48,7 @@ bool FileLogSource::openNamed(const STRING& name, int64_t offset) {
   eventlog::trace(kOpenTag, "Event Log file name : %s", name);
   useFile(std::move(file), name);
   startReading(detectUtf16(), offset);
+  _markAwaited = _reader.position() < kMarkBytes;
   return true;
 }
 
@@ -75,6 +76,7 @@ void FileLogSource::useFile(std::unique_ptr<platform::File> file, const STRING& 
   _openPath = name.toUtf8();
   _reportedPath.clear();
   _limitReported = false;
+  _markAwaited = false;
 }
 
 // 0 when nothing can be read near the offset; the file's position is behind the line that was tried.
@@ -106,6 +108,18 @@ void FileLogSource::startReading(bool utf16, int64_t offset) {
   _reader.attach(_file.get(), utf16, offset);
 }
 
+// A log that was opened before its writer put the mark there shows its encoding when it has begun.
+void FileLogSource::awaitMark() {
+  platform::FileInfo info;
+  _markAwaited = _reader.position() < kMarkBytes;
+  if (!_markAwaited || _file->info(info) != 0 || static_cast<int64_t>(info.size) < kMarkBytes)
+    return;
+  _markAwaited = false;
+  const int64_t position = _reader.position();
+  _file->seek(0);
+  startReading(detectUtf16(), position);
+}
+
 void FileLogSource::reportOpenFailure(const STRING& path) {
   eventlog::trace(kOpenTag, "Fatal Error - Unable to open log file : %s", path);
   if (_reportedPath == path) return;
@@ -121,6 +135,7 @@ void FileLogSource::closeLog() {
 bool FileLogSource::readLine(SourceLine& line) {
   if (!_file) openLog();
   if (!_file) return false;
+  if (_markAwaited) awaitMark();
   const int error = _reader.next(line);
   setOffset(_reader.position());
   if (error != 0) throw FileError(error, "readLineBuffered", "Error reading file");

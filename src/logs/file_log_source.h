@@ -1,8 +1,9 @@
 // A log that is a text file, UTF-8 or UTF-16LE with a byte order mark.
 //
 // Opening: the file that the pointer names, or else the type's current log file as AgentConfig knows it.
-// Through the pointer's name the encoding is seen; through the current file it is taken for UTF-8, since
-// the test for the mark is then not made at the file's beginning (switchToLog is how a new log is begun).
+// Through the pointer's name the encoding is seen, once the first bytes are there; through the current
+// file it is taken for UTF-8, since the test for the mark is then not made at the file's beginning
+// (switchToLog is how a new log is begun).
 // A log that cannot be opened is event 10185, once until its state changes, and every read tries again.
 //
 // Lifetime: owns its pointer and the open file; closing does not write the pointer. Threads: one.
@@ -73,6 +74,7 @@ class FileLogSource : public LogSource {
   int64_t offsetThatApplies(int64_t offset);
   bool detectUtf16();
   void startReading(bool utf16, int64_t offset);
+  void awaitMark();
   void reportOpenFailure(const STRING& path);
   bool setOffset(int64_t position);
 
@@ -85,6 +87,7 @@ class FileLogSource : public LogSource {
   LineReader _reader;
   STRING _reportedPath;         // whose failed opening has been reported
   bool _limitReported = false;  // that this log is beyond 2 GiB
+  bool _markAwaited = false;    // the log was opened by its name before its first bytes were there
 };
 
 }  // namespace korvane
