@@ -14,6 +14,8 @@ namespace {
 
 constexpr char kTag[] = "HidsComponent";
 constexpr uint32_t kLookMs = 250;
+constexpr int64_t kNsPerMs = 1000000;
+constexpr int64_t kSettleNs = 5000 * kNsPerMs;
 constexpr char kRulePrefix[] = "Log.";
 
 PropertyList pick(const PropertyList& all, bool rules) {
@@ -51,9 +53,25 @@ bool HidsComponent::present() {
          platform::fileExists(platform::current().files, path("ids.properties"));
 }
 
+// A file that was changed just before it was read may change again without looking different.
+bool HidsComponent::Stamp::settled(int64_t readAtMs) const {
+  return readAtMs * kNsPerMs - info.modifiedNs > kSettleNs;
+}
+
+bool HidsComponent::Stamp::same(const Stamp& other) const {
+  return info.size == other.info.size && info.modifiedNs == other.info.modifiedNs &&
+         info.identity == other.info.identity;
+}
+
 bool HidsComponent::reload() {
   PropertyList properties;
   const std::string file = path("ids.properties");
+  Stamp stamp;
+  const bool there = platform::current().files.info(file, stamp.info) == 0;
+  {
+    const Synchronized hold(_lock);
+    if (there && _stamp && _stamp->same(stamp)) return true;
+  }
   if (const int error = readPropertiesFile(file, properties); error != 0) {
     eventlog::trace(kTag, "Cannot read the IDS settings %s: error %d", file, error);
     return false;
@@ -61,6 +79,8 @@ bool HidsComponent::reload() {
   const Synchronized hold(_lock);
   _properties = std::move(properties);
   _read = true;
+  _stamp.reset();
+  if (there && stamp.settled(platform::current().clock.wallMs())) _stamp = stamp;
   return true;
 }
 

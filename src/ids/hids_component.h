@@ -12,10 +12,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "agent/thread/locks.h"
 #include "config/hids_interface.h"
+#include "platform/files.h"
 
 namespace korvane {
 
@@ -38,6 +40,13 @@ class HidsComponent : public HidsInterface {
   static constexpr int kStopped = 1002;
 
  private:
+  // What tells one state of the settings file from another.
+  struct Stamp {
+    platform::FileInfo info;
+    bool same(const Stamp& other) const;
+    bool settled(int64_t readAtMs) const;
+  };
+
   // Hands over `pairs` in "<kind>.request" and waits for "<kind>.result". prefix: "IDS.Policy".
   bool exchange(const std::string& kind, const char* prefix, PropertyList pairs);
   bool awaitAnswer(const std::string& kind, const STRING& requestId, PropertyList& answer,
@@ -51,6 +60,7 @@ class HidsComponent : public HidsInterface {
   bool _read GUARDED_BY(_lock) = false;
   PropertyList _properties GUARDED_BY(_lock);
   PropertyList _results GUARDED_BY(_lock);
+  std::optional<Stamp> _stamp GUARDED_BY(_lock);  // of the settings that were read last
   uint64_t _requests GUARDED_BY(_lock) = 0;
 };
 
