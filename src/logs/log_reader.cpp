@@ -1,5 +1,7 @@
 #include "logs/log_reader.h"
 
+#include <string_view>
+
 #include "agent/thread/stop_token.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
@@ -14,6 +16,14 @@ constexpr char kSource[] = "LogReader";
 constexpr int kEventLineSkipped = 10551;
 // Where a MEOF record names the next log's file, without its folder.
 constexpr size_t kNextLogField = 4;
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+
+// A byte order mark before the first record is no part of it.
+void skipMark(SourceLine& line) {
+  if (line.start != 0 || !std::string_view(line.text, line.size).starts_with(kUtf8Mark)) return;
+  line.text += kUtf8Mark.size();
+  line.size -= kUtf8Mark.size();
+}
 
 }  // namespace
 
@@ -32,6 +42,7 @@ bool LogReader::next(ParsedEvent& record) {
       _source.goTo(line.start);
       return pause();
     }
+    skipMark(line);
     if (parse(line, record)) return true;
   }
   return false;
@@ -45,22 +56,20 @@ bool LogReader::pause() {
 // Opens the log when it is closed. False when there is nothing to read in it now.
 bool LogReader::prepare() {
   if (!_source.isOpen() && !openLog()) return false;
-  if (!_endRead) return true;
-  if (_source.stateAtEnd() != FileLogSource::FileState::grown) return pause();
-  _endRead = false;
-  return true;
+  if (!_endRead || _source.stateAtEnd() == FileLogSource::FileState::grown) return true;
+  return pause();
 }
 
 bool LogReader::openLog() {
   const STRING name = currentLogName();
-  if (_awaitingNext) refreshLogName();
+  if (_awaitingNext || !platform::fileExists(_files, name.toUtf8())) refreshLogName();
   if (_awaitingNext && !platform::fileExists(_files, name.toUtf8()) && !currentLogIsAnother())
     return false;
   if (leftOver()) return false;
   _source.openLog();
   if (!_source.isOpen()) return false;
   const STRING opened = currentLogName();
-  if (name.empty()) {
+  if (name.empty() && _source.savedOffset() == 0) {
     _source.switchToLog(opened);
   } else if (opened != name) {
     // Opened again by its name, so that its encoding is seen.
@@ -69,7 +78,7 @@ bool LogReader::openLog() {
   }
   if (_source.stateAtEnd() == FileLogSource::FileState::shrunken) _source.switchToLog(opened);
   _awaitingNext = false;
-  _pauses = 0;
+  _pauses = _leavingPasses = 0;
   return _source.isOpen();
 }
 
@@ -85,7 +94,7 @@ bool LogReader::accepts(const SourceLine& line) {
 }
 
 bool LogReader::parse(const SourceLine& line, ParsedEvent& record) {
-  _pauses = 0;
+  _pauses = _leavingPasses = 0;
   try {
     if (parseEvent(line.text, line.size, record) != ParseResult::accepted) return false;
   } catch (const AgentError& error) {
@@ -168,6 +177,11 @@ bool LogReader::currentLogIsAnother() const {
          platform::fileExists(_files, current.toUtf8());
 }
 
+bool LogReader::currentLogHasBegun() const {
+  platform::FileInfo info;
+  return _files.info(_config->getCurrentLogFile(_type).toUtf8(), info) == 0 && info.size > 0;
+}
+
 std::optional<STRING> LogReader::successor() {
   if (!_source.isOpen()) return {};
   switch (_source.stateAtEnd()) {
@@ -179,7 +193,10 @@ std::optional<STRING> LogReader::successor() {
     case FileLogSource::FileState::same:
       break;
   }
-  if (_pauses <= kPatience || !currentLogIsAnother()) return {};
+  if (_pauses > kPatience && _pauses % (kPatience + 1) == 0) refreshLogName();
+  // The end mark may come after the new name, also in a log that has been quiet for long.
+  _leavingPasses = currentLogIsAnother() && currentLogHasBegun() ? _leavingPasses + 1 : 0;
+  if (_leavingPasses <= kPatience) return {};
   return _config->getCurrentLogFile(_type);
 }
 
@@ -187,7 +204,7 @@ void LogReader::switchTo(const STRING& log) {
   _source.setEndTimeStamp(STRING());
   _source.switchToLog(log);
   _endRead = false;
-  _pauses = 0;
+  _pauses = _leavingPasses = 0;
 }
 
 }  // namespace korvane

@@ -6,8 +6,9 @@
 // type is event 10135, one of too many fields event 10551.
 // What comes next: after the end, the log that the end mark names (its field 4, a file beside the ended one)
 // when there is such a file, else the type's current log file, the component's settings being read anew. A log that was shortened, or whose name
-// now leads to another file, is read anew from its beginning. A log that has paused for kPatience passes
-// while the type's current log is another file was left without its end mark; reading goes on there.
+// now leads to another file, is read anew from its beginning. A log that has stood still for
+// kPatience passes while the type's current log was another file, and not an empty one, was left without
+// its end mark; reading goes on there. For that the component's settings are read anew every so often.
 // The positions of the old log mean nothing after such a move, so the caller makes it (moveOn, switchTo)
 // when it holds nothing undelivered.
 //
@@ -65,6 +66,7 @@ class LogReader {
   bool parse(const SourceLine& line, ParsedEvent& record);
   bool pause();
   bool currentLogIsAnother() const;
+  bool currentLogHasBegun() const;
   STRING logAfter(const STRING& finished);
   void refreshLogName();
   static STRING fingerprint(const platform::FileInfo& info);
@@ -77,6 +79,7 @@ class LogReader {
   STRING _namedByEnd;          // the next log's file, as that record names it
   bool _awaitingNext = false;  // a log was finished and removed; its successor may not be there yet
   int _pauses = 0;             // passes that found nothing new
+  int _leavingPasses = 0;      // those of them with another log begun
   int64_t _unfinishedStart = -1;
   size_t _unfinishedBytes = 0;
   int _unfinishedPasses = 0;

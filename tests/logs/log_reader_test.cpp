@@ -54,6 +54,9 @@ TEST_F(LogReaderTest, EndsAtTheMarkUnlessMoreFollows) {
   EXPECT_TRUE(reader.atEnd());
   EXPECT_EQ(pass(reader), "");
   EXPECT_TRUE(reader.atEnd()) << "the end is remembered";
+  append(kLog, "\r\n");
+  EXPECT_EQ(pass(reader), "");
+  EXPECT_TRUE(reader.atEnd()) << "what is no record does not undo it";
   append(kLog, eventLine(5));
   EXPECT_FALSE(reader.atEnd());
   EXPECT_EQ(pass(reader), "5 ");
@@ -71,6 +74,31 @@ TEST_F(LogReaderTest, BeginsANewLogWithTheRightEncoding) {
   pointer.writePointer();
   LogReader second(HIDS_RT_LOG);
   EXPECT_EQ(pass(second), "1 ") << "in place of one that is gone";
+  fake.files.put(kNextLog, "");
+  second.switchTo(kNextLog);
+  EXPECT_EQ(pass(second), "");
+  append(kNextLog, wide.substr(0, 1));
+  EXPECT_EQ(pass(second), "");
+  append(kNextLog, wide.substr(1));
+  EXPECT_EQ(pass(second), "1 ") << "opened before the mark was there";
+  fake.files.put(kNextLog, "\xEF\xBB\xBF" + eventLine(2) + eventLine(3));
+  second.switchTo(kNextLog);
+  EXPECT_EQ(pass(second), "2 3 ") << "with the mark of UTF-8";
+}
+
+TEST_F(LogReaderTest, ADamagedPointersOffsetStaysInForce) {
+  fake.files.put(kLog, eventLine(1) + eventLine(2));
+  FileLogPointer pointer(kPointerFile);
+  pointer.setCurrentLogName("/gone.csv");
+  pointer.setOffset(static_cast<int>(eventLine(1).size()));
+  pointer.writePointer();
+  std::string damaged = fake.files.content(kPointerFile);
+  damaged[1033] = 3;
+  fake.files.put(kPointerFile, damaged);
+  LogReader reader(HIDS_RT_LOG);
+  EXPECT_EQ(pass(reader), "2 ");
+  reader.savePointer(reader.position());
+  EXPECT_EQ(FileLogPointer(kPointerFile).getCurrentLogName(), kLog);
 }
 
 TEST_F(LogReaderTest, StartsAgainWhereTheLogWasShortenedOrReplaced) {
@@ -102,12 +130,24 @@ TEST_F(LogReaderTest, LeavesALogWithoutEndMarkWhenTheCurrentOneIsAnother) {
   LogReader reader(HIDS_RT_LOG);
   EXPECT_EQ(pass(reader), "1 ");
   config().setHIDSRTLogFile(kNextLog);
-  for (int i = 0; i < 2 * LogReader::kPatience; ++i) EXPECT_EQ(pass(reader), "");
-  EXPECT_EQ(reader.successor(), std::nullopt) << "it is not there yet";
-  fake.files.put(kNextLog, eventLine(2));
+  const auto stays = [&](int passes) {
+    while (passes-- > 0)
+      if (pass(reader) != "" || reader.successor()) return false;
+    return true;
+  };
+  EXPECT_TRUE(stays(2 * LogReader::kPatience)) << "it is not there yet";
+  fake.files.put(kNextLog, "");
+  EXPECT_TRUE(stays(2 * LogReader::kPatience)) << "nobody writes to it yet";
+  fake.files.put(kNextLog, eventLine(3));
+  EXPECT_TRUE(stays(LogReader::kPatience)) << "the end mark may still come";
+  append(kLog, eventLine(2));
+  EXPECT_EQ(pass(reader), "2 ");
+  EXPECT_EQ(reader.successor(), std::nullopt);
+  EXPECT_TRUE(stays(LogReader::kPatience - 1));
+  EXPECT_EQ(pass(reader), "");
   ASSERT_EQ(reader.successor(), STRING(kNextLog));
   reader.switchTo(kNextLog);
-  EXPECT_EQ(pass(reader), "2 ");
+  EXPECT_EQ(pass(reader), "3 ");
 }
 
 TEST_F(LogReaderTest, KeepsThePositionOfALogBeyondTwoGiB) {
