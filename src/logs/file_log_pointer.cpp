@@ -86,6 +86,8 @@ void FileLogPointer::load() {
     setOffset(offset);
     return;
   }
+  platform::FileInfo info;
+  _overlong = file->info(info) == 0 && info.size > kFileBytes;
   _stream = std::move(file);
   _currentLogName = loadText(&_record[kNameAt], kNameUnits);
   for (uint32_t i = 0; i < count; ++i)
@@ -141,7 +143,9 @@ void FileLogPointer::writePointer() {
   int error = _stream->seek(0);
   if (error == 0) error = _stream->write(&_leadingByte, 1);
   if (error == 0) error = _stream->write(_record.data(), _record.size());
+  if (error == 0 && _overlong) error = _stream->truncate(kFileBytes);
   if (error != 0) throwWriteError(error);
+  _overlong = false;
 }
 
 void FileLogPointer::writePointerDurably() {

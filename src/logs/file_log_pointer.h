@@ -56,6 +56,7 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   std::array<uint8_t, kRecordBytes> _record{};
   std::shared_ptr<platform::File> _stream;
   bool _directoryFlushed = false;
+  bool _overlong = false;  // the file that was read is longer than a pointer; cut at the next write
   STRING _currentLogName;
   std::vector<STRING> _logNames;
   STRING _startTimeStamp;
