@@ -165,7 +165,10 @@ int HttpsHandler::log(const MessageBody& finishedBody, size_t) {
 int HttpsHandler::sendFile(const STRING& path) {
   HttpsMessageGenerator message;
   const std::unique_ptr<MessageBody> body = message.buildBulkLogMessage(path);
-  if (!body) return -1;
+  if (!body) {
+    _errorBuffer = "the file " + path.toUtf8() + " cannot be read";
+    return checkRetStatus(-1);
+  }
   message.setBody(*body);
   return exchange(BULK_LOG, message);
 }

@@ -86,7 +86,7 @@ int HttpsHandler::send(int type, HttpsMessageGenerator& generator) {
   if (repeatsElsewhere(type)) checkFailback();
   Shared& state = shared();
   Synchronized hold(state._commLock);
-  _lastResult = addGUID(type, generator) ? sendOver(state.transport(), type, generator) : -1;
+  _lastResult = addGUID(type, generator) ? sendOver(state._cHandle.get(), type, generator) : -1;
   if (_lastResult > 0 && repeatsElsewhere(type) && !shutdownToken().requested()) {
     state.failOver(_server);
   }
@@ -134,19 +134,19 @@ bool HttpsHandler::addGUID(int type, HttpsMessageGenerator& generator) {
   return true;
 }
 
-int HttpsHandler::sendOver(Transport& transport, int type, HttpsMessageGenerator& generator) {
-  if (!transport.isOpen()) {
+int HttpsHandler::sendOver(Transport* transport, int type, HttpsMessageGenerator& generator) {
+  if (!transport || !transport->isOpen()) {
     eventlog::event(10224, kHandlerSource);
     return -1;
   }
   if (shutdownToken().requested()) return kCurlAbortedByCallback;
   eventlog::trace(kSendSource, "Certificate Path : %s", _certificateFile);
   if (const MessageBody* finished = generator.finishedBody()) {
-    return transfer(transport, type, generator, finished->bytes());
+    return transfer(*transport, type, generator, finished->bytes());
   }
   MessageBody body;
   generator.writeBody(body);
-  return transfer(transport, type, generator, body.bytes());
+  return transfer(*transport, type, generator, body.bytes());
 }
 
 int HttpsHandler::transfer(Transport& transport, int type, HttpsMessageGenerator& generator,

@@ -174,7 +174,7 @@ class KORVANE_EXPORT HttpsHandler {
   int send(int type, HttpsMessageGenerator& generator);
   void checkFailback();
   void returnTo(const STRING& primary);
-  int sendOver(Transport& transport, int type, HttpsMessageGenerator& generator);
+  int sendOver(Transport* transport, int type, HttpsMessageGenerator& generator);
   bool addGUID(int type, HttpsMessageGenerator& generator);
   int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
                std::string_view body);

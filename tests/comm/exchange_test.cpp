@@ -201,11 +201,11 @@ TEST_F(Exchange, NothingIsSentWhenItMustNotBe) {
   EXPECT_EQ(handler.sendApplicationData("x", false, 1), -1);
   EXPECT_EQ(logged("Agent Shutting Down. Stopping data transmission."), 1);
   EXPECT_EQ(handler.sendFile(path("none")), -1);
-  EXPECT_EQ(logged(",10221,"), 0);
+  EXPECT_EQ(logged(",10221,"), 1);
 
   config().setUniqueId("");
   EXPECT_EQ(handler.log(PropertyList{{"a", "b"}}), -1);
-  EXPECT_EQ(logged(",10221,"), 1);
+  EXPECT_EQ(logged(",10221,"), 2);
   EXPECT_EQ(handler.getCurlError(-1), STRING("Internal CURL Error : Guid is blank."));
   EXPECT_TRUE(transport.seen.empty());
 

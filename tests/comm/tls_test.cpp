@@ -196,7 +196,11 @@ TEST_F(Tls, CertificatesAreChecked) {
   EXPECT_EQ(log("x"), 0);
   const TestAuthority other;
   trust(other);
+  HttpsHandler early;
   HttpsHandler::curlCleanup();
+  // A handler from before finds no handle; the next one makes it.
+  EXPECT_EQ(early.log(PropertyList{{"a", "b"}}), -1);
+  EXPECT_EQ(logged(",10224,"), 1);
   EXPECT_EQ(log("x"), 60);
   config().setSSLCertFile(path("none.pem"));
   EXPECT_EQ(log("x"), 77);
