@@ -58,7 +58,8 @@ void AgentConfig::setURLProtocol(const STRING& protocol) {
 }
 
 STRING AgentConfig::getServerList() const {
-  return _state->text(Key::serverList);
+  const Synchronized hold(_state->lock);
+  return _state->servers.text();
 }
 
 void AgentConfig::setServerList(const STRING& text) {

@@ -16,6 +16,7 @@ STRING withoutBlanks(const STRING& text) {
 }  // namespace
 
 void ServerList::assign(const STRING& text, const STRING& urlHost) {
+  _text = text;
   _entries.clear();
   for (const STRING& part : text.split(u',')) {
     STRING entry = withoutBlanks(part);

@@ -17,6 +17,8 @@ class ServerList {
   // The host of the URL changed, which matters only while there are no entries.
   void setUrlHost(const STRING& urlHost);
 
+  // The list as it was given.
+  const STRING& text() const { return _text; }
   const std::vector<STRING>& entries() const { return _entries; }
   const STRING& primary() const { return _primary; }
   const STRING& current() const { return _current; }
@@ -29,6 +31,7 @@ class ServerList {
   void setLast(const STRING& server) { _last = server; }
 
  private:
+  STRING _text;
   std::vector<STRING> _entries;
   STRING _primary;
   STRING _current;

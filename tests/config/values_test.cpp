@@ -97,7 +97,7 @@ TEST_F(ValuesTest, ServerLists) {
     SCOPED_TRACE(c.list);
     config().setServerLast("old");
     config().setServerList(c.list);
-    EXPECT_EQ(config().getServerList(), STRING(c.list).trimmed());
+    EXPECT_EQ(config().getServerList(), STRING(c.list));
     EXPECT_EQ(config().getServerListSize(), c.size);
     EXPECT_EQ(config().getServerPrimary(), STRING(c.primary));
     EXPECT_EQ(config().getServerCurrent(), STRING(c.primary));
