@@ -47,7 +47,7 @@ bool AgentConfigState::mergeNVPData(const IniText& file) {
 bool AgentConfigState::readFallback(std::string_view tag, IniFault agentIniFault, bool& changed) {
   FileMemory memory;
   IniText text;
-  const IniFault fault = IniFiles::readIniFileInMem(memory, files.fallbackIni(), text, false);
+  const IniFault fault = IniFiles::readIniFileInMem(memory, files.fallbackIni(), text, true);
   {
     const Synchronized hold(lock);
     fallbackIni = memory;

@@ -36,7 +36,8 @@ TEST_F(LoadingTest, DecidesBetweenTheFiles) {
       {"zeros", "", std::string(kGood.size(), '\0'), kOlder, 90, 1},
       {"other encoding", "", "polling.interval=\xE4\n"s, kOlder, 90, 1},
       {"huge", "", huge, kOlder, 90, 1},
-      {"both damaged", "", wrongSum, cut, 300, 2},
+      {"both damaged", "", wrongSum, wrongSum, 300, 2},
+      {"damaged beside a fallback without checksum", "", wrongSum, "polling.interval=70\n", 70, 1},
       {"damaged, no fallback", "", wrongSum, "", 300, 1},
   };
   for (const Case& c : cases) {
