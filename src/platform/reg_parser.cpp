@@ -113,6 +113,7 @@ class RegParser {
     if (removal) line.remove_prefix(1);
     if (trimRegPath(line).empty()) return "a key without a name";
     const std::string path(trimRegPath(line));
+    if (path.starts_with('-')) return "a key whose name begins with a minus sign";
     if (removal) _document.eraseTree(foldRegName(path));
     _key = nullptr;
     _skipping = removal;
