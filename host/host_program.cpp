@@ -1,4 +1,6 @@
 // korvane-host: the service that loads the agent library and runs the agent.
+#include "host/host_program.h"
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
@@ -40,7 +42,10 @@ void describe(CLI::App& app, Options& options) {
 
 // The agent must find its files wherever it is: all paths are handed on in full.
 std::string fullPath(const std::string& path) {
-  return path.empty() ? path : std::filesystem::absolute(path).lexically_normal().string();
+  if (path.empty()) return path;
+  const std::filesystem::path given(std::u8string(path.begin(), path.end()));
+  const std::u8string full = std::filesystem::absolute(given).lexically_normal().u8string();
+  return {full.begin(), full.end()};
 }
 
 void handOver(const Options& options) {
@@ -66,15 +71,20 @@ int runAgent(const Options& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  CLI::App app("Runs the Korvane agent");
+int korvane::host::runProgram(const std::vector<std::string>& arguments) {
+  CLI::App app("Runs the Korvane agent", "korvane-host");
   Options options;
   describe(app, options);
-  CLI11_PARSE(app, argc, argv);
+  std::vector<std::string> lastFirst(arguments.rbegin(), arguments.rend());
+  try {
+    app.parse(std::move(lastFirst));
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  }
   try {
     return runAgent(options);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "korvane-host: %s\n", error.what());
-    return korvane::host::kExitFailed;
+    return kExitFailed;
   }
 }
