@@ -52,7 +52,9 @@ Thread::Thread(uint32_t stackBytes)
     _control->aliveEvent.wait();
     if (_control->failure) std::rethrow_exception(_control->failure);
   } catch (...) {
-    _control->part();
+    // The thread has nothing to do; it is gone before the object is.
+    const Control::Parting parting = _control->part();
+    if (parting.join) parting.native->join(platform::kInfinite);
     throw;
   }
 }
