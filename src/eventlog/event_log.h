@@ -81,7 +81,4 @@ void event(int id, std::string_view source, std::initializer_list<Arg> insertion
 // never opened.
 std::string currentFile();
 
-// The path of the file that the log is written to now; empty while it is not open.
-std::string currentFile();
-
 }  // namespace korvane::eventlog
