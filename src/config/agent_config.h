@@ -2,18 +2,15 @@
 // "fallback.ini". docs/ini-reference.md lists every key with its accessors.
 //
 // Lifetime: one object a process. getInstance() makes it and reads the files the first time;
-// freeInstance() ends it, and a later getInstance() begins anew. Pointers from before are dead
-// then. Threads: any thread may call anything. Every call takes the store's lock for its duration;
-// no call
-//   holds it while it waits for the lock file, writes a file or calls a subscriber.
-// Writing: a setter that changes a stored value has written agent.ini when it returns; several of
-// them in
-//   the scope of a ChangeGroup are one write when the outermost group of the thread ends. A change
-//   that another process made to the file in between is taken over, not overwritten. A write that
-//   fails is traced, its values stay in memory, and the next reload or write tries again.
+// freeInstance() ends it, and a later getInstance() begins anew. Pointers from before are dead then.
+// Threads: any thread may call anything. Every call takes the store's lock for its duration; no call holds
+// it while it waits for the lock file, writes a file or calls a subscriber.
+// Writing: a setter that changes a stored value has written agent.ini when it returns; several of them in
+// the scope of a ChangeGroup are one write when the outermost group of the thread ends. A change that
+// another process made to the file in between is taken over, not overwritten. A write that fails is
+// traced, its values stay in memory, and the next reload or write tries again.
 // Errors: false, with a trace line under the method's name; getServerEntry alone throws.
-// Units: intervals are seconds; the log consolidation period is minutes; dates are ms since 1970
-// UTC.
+// Units: intervals are seconds; the log consolidation period is minutes; dates are ms since 1970 UTC.
 //
 //   AgentConfig* config = AgentConfig::getInstance();
 //   if (config->pollingEnabled()) next = config->getPollingInterval();
