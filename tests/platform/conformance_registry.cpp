@@ -21,7 +21,8 @@ struct MemoryWorld {
 };
 
 // Everything lies below a key of the tests' own, since on Windows the registry is the machine's.
-const std::string kKey = "SOFTWARE\\KorvaneConformance";
+const std::string kOwn = std::to_string(makeNativeProcesses()->currentId());
+const std::string kKey = "SOFTWARE\\KorvaneConformance" + kOwn;
 
 template <class World>
 class RegistryConformance : public testing::Test {
@@ -43,7 +44,7 @@ TYPED_TEST(RegistryConformance, valuesComeBackByNameWithoutCase) {
   EXPECT_EQ(store.readString(kKey, "Path", text), kErrorFileNotFound);
   ASSERT_EQ(store.writeString(kKey, "Path", STRING(u"C:\\a \"b\" \u00e4")), kOk);
   ASSERT_EQ(store.writeDword(kKey, "Start", 0xFFFFFFFF), kOk);
-  ASSERT_EQ(store.readString("software\\KORVANEconformance", "PATH", text), kOk);
+  ASSERT_EQ(store.readString("software\\KORVANEconformance" + kOwn, "PATH", text), kOk);
   EXPECT_EQ(text, STRING(u"C:\\a \"b\" \u00e4"));
   ASSERT_EQ(store.readDword(kKey, "start", number), kOk);
   EXPECT_EQ(number, 0xFFFFFFFF);

@@ -141,7 +141,7 @@ TEST_F(WinTest, childrenInheritNoHandle) {
 }
 
 TEST_F(WinTest, registryTypesOfOtherWriters) {
-  const std::string key = "SOFTWARE\\KorvaneWinTest";
+  const std::string key = "SOFTWARE\\KorvaneWinTest" + std::to_string(::GetCurrentProcessId());
   ASSERT_EQ(platform.registry.createKey(key), kOk);
   RegistryKey opened;
   ASSERT_EQ(::RegOpenKeyExW(HKEY_LOCAL_MACHINE, wide(key).c_str(), 0,
