@@ -4,11 +4,12 @@
 // alone is a pause. An unfinished line at the end of the file is read again later; after kPatience
 // passes without growth it is taken as it stands. A line that is no record is skipped: one of a wrong
 // type is event 10135, one of too many fields event 10551.
-// What comes next: after the end, the log that the end mark names (its field 4, a file beside the ended one)
-// when there is such a file, else the type's current log file, the component's settings being read anew. A log that was shortened, or whose name
-// now leads to another file, is read anew from its beginning. A log that has stood still for
-// kPatience passes while the type's current log was another file, and not an empty one, was left without
-// its end mark; reading goes on there. For that the component's settings are read anew every so often.
+// What comes next: after the end, the log that the end mark names (its field 4, a file beside the ended
+// one) when there is such a file, else the type's current log file, the component's settings being read
+// anew. A log that was shortened, or whose name now leads to another file, is read anew from its
+// beginning. A log that has stood still for kPatience passes while the type's current log was another file,
+// and not an empty one, was left without its end mark; reading goes on there. For that the component's
+// settings are read anew every so often.
 // The positions of the old log mean nothing after such a move, so the caller makes it (moveOn, switchTo)
 // when it holds nothing undelivered.
 //
