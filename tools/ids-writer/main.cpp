@@ -11,6 +11,7 @@
 #include "ids-writer/event_maker.h"
 #include "ids-writer/ids_files.h"
 #include "platform/platform.h"
+#include "platform/program_entry.h"
 #include "util/errors.h"
 
 namespace {
@@ -146,11 +147,15 @@ void declare(CLI::App& app, Options& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int korvane::programMain(const std::vector<std::string>& arguments) {
   Options options;
-  CLI::App app("A stand-in for the IDS component's event writer.");
+  CLI::App app("A stand-in for the IDS component's event writer.", "korvane-ids-writer");
   declare(app, options);
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  }
   std::signal(SIGTERM, requestStop);
   std::signal(SIGINT, requestStop);
   try {
