@@ -1,0 +1,41 @@
+// What this machine says about the things that translation items name.
+//
+// Lifetime: refers to the platform, which must outlive it. Threads: any; it keeps nothing. A derived
+// class may ask somebody else about paths and addresses.
+//
+//   RetransItem now = item;
+//   if (machine.read(now) && now.present != item.present) ...
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "update/policy/retrans_items.h"
+
+namespace korvane {
+
+class MachineState {
+ public:
+  explicit MachineState(platform::Platform& system) : _system(system) {}
+  virtual ~MachineState() = default;
+
+  // Sets `present` and `value` (empty for what is missing) of what the item names. False, and nothing
+  // changed, when the machine does not say: a key that may not be read, for example.
+  //
+  // An environment variable is the machine's, as its registry has it, and where that has none, this
+  // process's; an empty one is missing. A registry value that is neither text nor number is missing.
+  bool read(RetransItem& item);
+
+ protected:
+  virtual bool pathExists(const std::string& path, bool& exists);
+  virtual bool addresses(std::vector<std::string>& out);
+
+ private:
+  bool readRegistry(const std::string& key, const std::string& name, RetransItem& item);
+  bool readEnvironment(RetransItem& item);
+
+  platform::Platform& _system;
+};
+
+}  // namespace korvane

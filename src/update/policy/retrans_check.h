@@ -1,0 +1,36 @@
+// Whether this machine has changed in a way that the translation of the policy in force depended on.
+//
+// Paths and local addresses are asked of the translator library where there is one and of the system
+// where there is none, the rest of the system. What cannot be told counts as unchanged.
+//
+// Lifetime and threads: belongs to one thread, that of the policy's processing.
+// Errors: an items file that cannot be read or understood is event 10590 or 10591 with its path, line
+// and reason; there are no items then, and nothing is translated anew by itself until the next policy.
+//
+//   RetransCheck check;
+//   check.loadRetransItems(policyBase + ".trans");
+//   check.checkRetrans();   // may set AgentConfig's request for a retranslation
+#pragma once
+
+#include "update/policy/retrans_items.h"
+#include "util/string.h"
+
+namespace korvane {
+
+class RetransCheck {
+ public:
+  // Replaces the items by those of the file at `path`, a full path. False when it was not read; a
+  // missing file is only traced.
+  bool loadRetransItems(const STRING& path);
+  // Compares the items with the machine, tracing each change, and sets the request for a
+  // retranslation (AgentConfig::setRetranslateNow) when there is one; true then. With the built-in
+  // policy in force nothing is compared.
+  bool checkRetrans();
+
+  const RetransItems& items() const { return _items; }
+
+ private:
+  RetransItems _items;
+};
+
+}  // namespace korvane
