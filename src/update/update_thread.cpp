@@ -5,6 +5,7 @@
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "update/prevention_state.h"
+#include "update/server_answer.h"
 
 namespace korvane {
 namespace {
@@ -14,9 +15,7 @@ constexpr char kRunTag[] = "UpdateThread::run";
 constexpr uint32_t kCycleMs = 1000;
 constexpr int32_t kFirstStatusRetryCycles = 2;
 
-// Result codes of the server in an answer.
-constexpr int kComeBackLater = 200;
-constexpr int kUnknownAgent = 400;
+constexpr int kEventServerError = 10217;
 
 }  // namespace
 
@@ -111,17 +110,10 @@ void UpdateThread::sendAgentStatus() {
 }
 
 bool UpdateThread::acceptStatusAnswer(HttpsHandler& handler) {
-  STRING text;
-  _lastServerError = handler.getKorvaneError(text);
-  if (_lastServerError == 0) {
-    eventlog::event(10219, kSource, {_config->getServerCurrent()});
-    _configRetry.clear();
-    return true;
-  }
-  if (_lastServerError == kComeBackLater) return true;
-  if (_lastServerError == kUnknownAgent) _config->clearUniqueId(handler.getGUIDUsed());
-  eventlog::event(10217, kSource, {text});
-  return false;
+  const ServerAnswer answer = takeServerAnswer(handler, kEventServerError);
+  _lastServerError = answer.code;
+  if (answer.accepted()) _configRetry.clear();
+  return !answer.refused();
 }
 
 void UpdateThread::monitorPrevention() {

@@ -30,7 +30,7 @@ class HttpsHandler;
 
 class KORVANE_EXPORT UpdateThread : public Thread {
  public:
-  static constexpr int MAX_RETRY = 10;
+  static constexpr int MAX_RETRY = RetryGroup::kMaxRetry;
   static constexpr int RETRY_INTERVAL = RetryGroup::kInterval;
 
   explicit UpdateThread(AgentInfo* info);
@@ -64,7 +64,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   int32_t _pollingInterval = -1;
   int32_t _firstStatusRetry = 0;
   int32_t _autoRetransCountdown = -1;
-  ConfigRetryGroup _configRetry;
+  RetryGroup _configRetry;
   RetryGroup _idsRetry;
   RetryGroup _softwareRetry;
   RetryGroup _componentRetry;

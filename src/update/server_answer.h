@@ -1,0 +1,37 @@
+// What the server's result code in the answer to a completed exchange means, and what every kind of
+// exchange does about it.
+//
+// Used by the update thread alone.
+//
+//   if (handler.getUpdate(kinds, false) != 0) return retry.clear();
+//   const ServerAnswer answer = takeServerAnswer(handler, 10217);
+//   if (answer.accepted()) retry.clear();
+//   if (answer.comeBackLater()) retry.refuse(kinds);
+//   if (answer.refused()) return;
+#pragma once
+
+#include "util/string.h"
+
+namespace korvane {
+
+class HttpsHandler;
+
+struct ServerAnswer {
+  static constexpr int kComeBackLater = 200;
+  static constexpr int kUnknownAgent = 400;
+
+  int code = 0;
+  STRING text;  // the server's; empty without a code
+
+  bool accepted() const { return code == 0; }
+  bool comeBackLater() const { return code == kComeBackLater; }
+  // Any other code: nothing of the answer may be used.
+  bool refused() const { return !accepted() && !comeBackLater(); }
+};
+
+// Reads the handler's last answer. Accepted: event 10219 with the current server. Unknown agent: the
+// identifier that the request was made with is forgotten, so that the agent registers again, and event
+// 10217. Refused for another reason: the event `refusalEvent` with the server's text.
+ServerAnswer takeServerAnswer(HttpsHandler& handler, int refusalEvent);
+
+}  // namespace korvane
