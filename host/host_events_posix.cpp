@@ -16,6 +16,7 @@ constexpr char kStop = 's';
 constexpr char kEnded = 'e';
 
 int pipeEnds[2] = {-1, -1};
+sigset_t signalsOfWaiting;
 
 void put(char what) {
   const int kept = errno;
@@ -38,8 +39,17 @@ void handle(int signalNumber, void (*handler)(int)) {
 
 }  // namespace
 
+// The signals stay blocked in every thread, as all inherit the main thread's mask, and reach their handler
+// only while the main thread waits.
 HostEvents::HostEvents() {
   if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) std::abort();
+  sigset_t requests;
+  sigemptyset(&requests);
+  sigaddset(&requests, SIGINT);
+  sigaddset(&requests, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &requests, &signalsOfWaiting);
+  sigdelset(&signalsOfWaiting, SIGINT);
+  sigdelset(&signalsOfWaiting, SIGTERM);
   handle(SIGPIPE, SIG_IGN);
   handle(SIGINT, onSignal);
   handle(SIGTERM, onSignal);
@@ -54,7 +64,10 @@ HostEvents::~HostEvents() {
 
 HostEvent HostEvents::wait(uint32_t timeoutMs) {
   pollfd readable = {pipeEnds[0], POLLIN, 0};
-  if (poll(&readable, 1, static_cast<int>(timeoutMs)) <= 0) return HostEvent::nothing;
+  const timespec limit = {timeoutMs / 1000, timeoutMs % 1000 * 1000000L};
+  // A signal interrupts the wait, and its byte is there then.
+  if (ppoll(&readable, 1, &limit, &signalsOfWaiting) < 0 && errno != EINTR)
+    return HostEvent::nothing;
   char what = 0;
   if (read(pipeEnds[0], &what, 1) != 1) return HostEvent::nothing;
   return what == kEnded ? HostEvent::agentEnded : HostEvent::stopRequested;
