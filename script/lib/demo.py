@@ -1,6 +1,6 @@
 """The demo's story: the real agent against the reference server, told in plain lines.
 
-demo.py --build FOLDER [--events N] [--kills K] [--keep]
+demo.py --build FOLDER [--windows FOLDER] [--events N] [--kills K] [--keep]
 """
 import argparse
 import json
@@ -26,6 +26,7 @@ def step(title):
 
 def install_and_start(stage):
     step("Setting the stage (all of it on loopback)")
+    stage.machine.prepare()
     stage.make_certificates()
     stage.start_server()
     say(f"The management server listens on 127.0.0.1:{stage.server_port} over TLS, under a test CA made just now.")
@@ -59,7 +60,7 @@ def forward(stage, events, kills):
     killed = 0
     while killed < kills:
         time.sleep(2.0 + stage.random.random() * 2)
-        stage.agent.end(signal.SIGKILL)
+        stage.agent.kill()
         killed += 1
         arrived = stage.events(1, events)["distinct"]
         stage.start_agent()
@@ -83,14 +84,14 @@ def settle(stage, written):
 
 def stop(stage):
     step("It stops")
-    took = stage.agent.end(signal.SIGTERM)
-    status = stage.agent.process.returncode
-    say(f"SIGTERM, {took} ms, exit status {status}.")
+    took = stage.agent.stop()
+    status = stage.agent.exit_status
+    say(f"{stage.machine.how_it_stops}, {took} ms, exit status {status}.")
     return took, status
 
 
 def play(stage, arguments):
-    say("Korvane agent core: the agent on Linux, against the reference server.")
+    say(f"Korvane agent core: the agent on {stage.machine.system}, against the reference server.")
     install_and_start(stage)
     guid = register(stage)
     written = forward(stage, arguments.events, arguments.kills)
@@ -101,7 +102,7 @@ def play(stage, arguments):
     if arguments.keep:
         keep(stage)
     took, status = stop(stage)
-    return {"target": "linux", "guid": guid, "registered": bool(guid), "events_written": written["events"],
+    return {"target": stage.machine.target, "guid": guid, "registered": bool(guid), "events_written": written["events"],
             "events_received": sums["distinct"], "events_lost": sums["lost"], "events_duplicated": sums["duplicated"],
             "batch_limit": BATCH_LIMIT, "kills": arguments.kills, "policy_loaded": False, "stop_ms": took,
             "exit_status": status, **memory}
@@ -130,13 +131,16 @@ def well(result):
 def main():
     parser = argparse.ArgumentParser(description="Plays the demo's story.")
     parser.add_argument("--build", required=True)
+    parser.add_argument("--windows", help="a Windows build, to be run under Wine")
     parser.add_argument("--events", type=int, default=60000)
     parser.add_argument("--kills", type=int, default=2)
     parser.add_argument("--keep", action="store_true")
     arguments = parser.parse_args()
+    # What is asked to end leaves nothing running.
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
     work = pathlib.Path(tempfile.mkdtemp(prefix="korvane-demo-"))
     try:
-        with Stage(arguments.build, work) as stage:
+        with Stage(arguments.build, work, windows=arguments.windows) as stage:
             try:
                 result = play(stage, arguments)
             except StageError as error:
@@ -148,6 +152,9 @@ def main():
             say("\nThe figures are not what they should be.")
         print(json.dumps(result), flush=True)
         return 0 if well(result) else 1
+    except KeyboardInterrupt:
+        say("\nEnded on request.")
+        return 130
     finally:
         shutil.rmtree(work, ignore_errors=True)
 

@@ -15,7 +15,6 @@ import concurrent.futures
 import json
 import pathlib
 import shutil
-import signal
 import sys
 import tempfile
 import time
@@ -75,11 +74,11 @@ def play(stage, rounds, number):
         stage.start_agent()
         time.sleep(stage.random.uniform(0.05, 7.0))
         if not stage.agent.running():
-            raise StageError(f"the agent ended by itself with status {stage.agent.process.returncode}")
+            raise StageError(f"the agent ended by itself with status {stage.agent.exit_status}")
         check_files(stage)
-        stage.agent.end(signal.SIGKILL)
+        stage.agent.kill()
         check_files(stage)
-    writer.end(signal.SIGTERM)
+    writer.stop()
     written = stage.written(writer)
     stage.admin("/misbehave", method="DELETE")
     return {**finish(stage, written, rounds), "lane": number, "seconds": round(time.monotonic() - started)}
@@ -111,7 +110,7 @@ def finish(stage, written, rounds):
         pass  # the account tells what is missing
     time.sleep(3)
     sums = stage.events(first, last)
-    stop_ms = stage.agent.end(signal.SIGTERM)
+    stop_ms = stage.agent.stop()
     damaged = [path.name for path in stage.ips.glob("agent.ini.*") if "corrupt" in path.name or "damaged" in path.name]
     requests = stage.admin("/requests?word=log&limit=100000")
     unanswered = sum(1 for request in requests if request["stored"] and request["answered"] != "full")

@@ -5,7 +5,6 @@ with it; processes are ended by id. Nothing here needs more than Python's standa
 """
 import configparser
 import json
-import os
 import pathlib
 import random
 import signal
@@ -15,88 +14,33 @@ import urllib.error
 import urllib.request
 import zipfile
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+from machine import LinuxMachine, Program, ROOT, StageError, WineMachine, wait_until
+
 REGISTRY_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\Dalvora\Intrusion Security\agent"
 DRIVER_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services"
-
-
-class StageError(Exception):
-    """Something on the stage did not come up or did not answer; the text names it."""
-
-
-def wait_until(condition, seconds, what):
-    """Returns condition()'s first true value; StageError naming `what` when it stays false."""
-    end = time.monotonic() + seconds
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > end:
-            raise StageError(f"{what}: not within {seconds} s")
-        time.sleep(0.05)
-
-
-class Program:
-    """A child process whose output goes to a file in the work folder."""
-
-    def __init__(self, name, command, log, environment=None):
-        self.name = name
-        self.log = log
-        self.output = open(log, "ab")
-        self.process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL,
-                                        stdout=self.output, stderr=self.output,
-                                        env={**os.environ, **(environment or {})})
-
-    @property
-    def pid(self):
-        return self.process.pid
-
-    def running(self):
-        return self.process.poll() is None
-
-    def end(self, how=signal.SIGTERM, limit=10.0):
-        """Sends the signal and waits; returns the milliseconds that the end took."""
-        started = time.monotonic()
-        if self.running():
-            self.process.send_signal(how)
-            try:
-                self.process.wait(limit)
-            except subprocess.TimeoutExpired:
-                self.process.kill()
-                self.process.wait()
-                raise StageError(f"{self.name} (process {self.pid}) did not end within {limit} s") from None
-            finally:
-                self.output.close()
-        return round((time.monotonic() - started) * 1000)
-
-    def tail(self, lines=15):
-        text = pathlib.Path(self.log).read_text(errors="replace").splitlines()
-        return "\n".join(f"    {self.name}: {line}" for line in text[-lines:])
 
 
 class Stage:
     """Folders, certificates and programs of one agent and its surroundings.
 
-    build: the folder of a build (its bin/ holds the programs). work: made when missing, kept afterwards.
+    build: the folder of a native build (its bin/ holds the programs). work: made when missing, kept afterwards.
+    windows: the folder of a Windows build; the agent's machine is then one that Wine provides.
     """
 
-    def __init__(self, build, work, seed=1):
-        self.build = pathlib.Path(build).resolve()
-        self.bin = self.build / "bin"
+    def __init__(self, build, work, seed=1, windows=None):
+        self.bin = pathlib.Path(build).resolve() / "bin"
         self.work = pathlib.Path(work).resolve()
         self.random = random.Random(seed)
         self.install_root = self.work / "root"
         self.ips = self.install_root / "IPS"
         self.ids = self.install_root / "IDS"
-        self.run_dir = self.work / "run"
         self.certs = self.work / "certs"
-        self.registry = self.work / "registry.reg"
         self.server = self.driver = self.agent = None
         self.server_port = self.admin_port = 0
         self.programs = []
-        for folder in (self.ips / "extensions", self.ids / "bin", self.run_dir, self.certs, self.work / "server"):
+        for folder in (self.ips / "extensions", self.ids / "bin", self.certs, self.work / "server"):
             folder.mkdir(parents=True, exist_ok=True)
-        self.run_dir.chmod(0o700)
+        self.machine = WineMachine(self, windows) if windows else LinuxMachine(self, build)
 
     def __enter__(self):
         return self
@@ -109,9 +53,10 @@ class Stage:
             if program.running():
                 program.process.kill()
                 program.process.wait()
+        self.machine.close()
 
-    def start(self, name, command, **environment):
-        program = Program(name, command, self.work / f"{name}.log", environment)
+    def start(self, name, command, stop_signal=signal.SIGTERM, **environment):
+        program = Program(name, command, self.work / f"{name}.log", environment, stop_signal)
         self.programs.append(program)
         return program
 
@@ -148,7 +93,7 @@ class Stage:
 
     def install(self, service_type=1, settings=None):
         """Lays out what an installer would: registry, agent.ini, version file, built-in policy, translator."""
-        self.registry.write_text("\r\n".join([
+        self.machine.set_registry("\r\n".join([
             "Windows Registry Editor Version 5.00", "",
             f"[{REGISTRY_KEY}]", f'"AgentType"="{service_type}"', "",
             f"[{DRIVER_KEY}\\KAVIPSDriver]", '"Start"=dword:00000001', "",
@@ -157,7 +102,7 @@ class Stage:
         (self.ips / "kav-version.properties").write_text("version=1.0.0\nbuild.number=100\n")
         with zipfile.ZipFile(self.ips / "builtin.zip", "w") as archive:
             archive.writestr("policy.txt", "name=Built-in\nversion=1\n")
-        library = self.build / "lib" / "libkavipstranslator.so"
+        library = self.machine.build / "lib" / self.machine.translator
         if library.exists():
             (self.ips / "extensions" / library.name).write_bytes(library.read_bytes())
         ini = configparser.RawConfigParser(delimiters="=")
@@ -166,7 +111,7 @@ class Stage:
         for section, pairs in [
                 ("Agent", {"agent.name": "demo-host",
                            "agent.http.url": f"https://127.0.0.1:{self.server_port}/korvane/agent/"}),
-                ("System", {"ssl.trustStore": self.certs / "ca.pem"}),
+                ("System", {"ssl.trustStore": self.machine.path(self.certs / "ca.pem")}),
                 *(settings or {}).items()]:
             if not ini.has_section(section):
                 ini.add_section(section)
@@ -176,20 +121,19 @@ class Stage:
             ini.write(file, space_around_delimiters=False)
 
     def start_driver(self):
-        self.driver = self.start("driver", [self.bin / "korvane-driver-sim", "--run-dir", self.run_dir,
-                                            "--registry", self.registry])
-        wait_until(lambda: (self.run_dir / "kavips.sock").exists(), 10, "the driver simulator's socket")
+        self.machine.start_driver()
 
     def start_writer(self, *options):
         """Starts the IDS event writer; its last output line tells what it wrote (written())."""
-        return self.start("ids-writer", [self.bin / "korvane-ids-writer", "--install-root", self.install_root, *options])
+        return self.machine.start("ids-writer", "korvane-ids-writer", "--install-root", self.install_root,
+                                  *(str(option) for option in options))
 
     @staticmethod
     def written(writer):
         """What an ended event writer wrote: the JSON object in its last line."""
         lines = pathlib.Path(writer.log).read_text(errors="replace").splitlines()
-        if writer.process.returncode != 0 or not lines:
-            raise StageError(f"{writer.name} ended with status {writer.process.returncode}:\n" + writer.tail())
+        if writer.exit_status != 0 or not lines:
+            raise StageError(f"{writer.name} ended with status {writer.exit_status}:\n" + writer.tail())
         return json.loads(lines[-1])
 
     def events(self, first, last):
@@ -197,8 +141,7 @@ class Stage:
         return self.admin(f"/events?from={first}&to={last}")
 
     def start_agent(self):
-        self.agent = self.start("agent", [self.bin / "korvane-host", "run", "--install-root", self.install_root,
-                                          "--registry", self.registry, "--run-dir", self.run_dir])
+        self.agent = self.machine.start_agent()
         return self.agent
 
     def setting(self, key):

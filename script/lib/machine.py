@@ -1,0 +1,211 @@
+"""The two machines that a stage's agent can run on: this Linux system, and a Windows one that Wine provides.
+
+Both have the same operations, so that whatever is played on a stage is written once. The reference server
+always runs on Linux; what belongs to the agent's machine (the agent, the driver, the event writer) runs here.
+"""
+import json
+import os
+import pathlib
+import signal
+import subprocess
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+WINE_RUN = ROOT / "script" / "wine-run"
+HOST_IMAGE = "korvane-host.exe"
+
+
+class StageError(Exception):
+    """Something on the stage did not come up or did not answer; the text names it."""
+
+
+def wait_until(condition, seconds, what):
+    """Returns condition()'s first true value; StageError naming `what` when it stays false."""
+    end = time.monotonic() + seconds
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise StageError(f"{what}: not within {seconds} s")
+        time.sleep(0.05)
+
+
+class Program:
+    """A child process in a session of its own, so that Ctrl-C ends the stage and not it; its output goes to a file."""
+
+    def __init__(self, name, command, log, environment=None, stop_signal=signal.SIGTERM):
+        self.name = name
+        self.log = log
+        self.stop_signal = stop_signal
+        self.output = open(log, "ab")
+        self.process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL,
+                                        stdout=self.output, stderr=self.output, start_new_session=True,
+                                        env={**os.environ, **(environment or {})})
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    @property
+    def exit_status(self):
+        return self.process.poll()
+
+    def running(self):
+        return self.process.poll() is None
+
+    def stop(self, limit=10.0):
+        """Asks it to end and waits; returns the milliseconds that the end took."""
+        return self._end(self.stop_signal, limit)
+
+    def kill(self):
+        self._end(signal.SIGKILL, 10.0)
+
+    def _end(self, how, limit):
+        started = time.monotonic()
+        if self.running():
+            self.process.send_signal(how)
+            try:
+                self.process.wait(limit)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+                raise StageError(f"{self.name} (process {self.pid}) did not end within {limit} s") from None
+            finally:
+                self.output.close()
+        return round((time.monotonic() - started) * 1000)
+
+    def tail(self, lines=15):
+        text = pathlib.Path(self.log).read_text(errors="replace").splitlines()
+        return "\n".join(f"    {self.name}: {line}" for line in text[-lines:])
+
+
+class LinuxMachine:
+    """The stand-in driver is a process behind a socket, the registry a file."""
+
+    target = "linux"
+    system = "Linux"
+    translator = "libkavipstranslator.so"
+    how_it_stops = "SIGTERM"
+
+    def __init__(self, stage, build):
+        self.stage = stage
+        self.build = pathlib.Path(build).resolve()
+        self.bin = self.build / "bin"
+        self.run_dir = stage.work / "run"
+        self.registry = stage.work / "registry.reg"
+        self.run_dir.mkdir(exist_ok=True)
+        self.run_dir.chmod(0o700)
+
+    def prepare(self):
+        pass
+
+    def close(self):
+        pass
+
+    def path(self, path):
+        """The name that programs of this machine have for a path."""
+        return str(path)
+
+    def start(self, name, program, *arguments):
+        return self.stage.start(name, [self.bin / program, *arguments])
+
+    def set_registry(self, text):
+        self.registry.write_text(text)
+
+    def start_driver(self):
+        self.stage.driver = self.start("driver", "korvane-driver-sim", "--run-dir", self.run_dir, "--registry", self.registry)
+        wait_until(lambda: (self.run_dir / "kavips.sock").exists(), 10, "the driver simulator's socket")
+
+    def start_agent(self):
+        return self.start("agent", "korvane-host", "run", "--install-root", self.stage.install_root,
+                          "--registry", self.registry, "--run-dir", self.run_dir)
+
+
+class WinePrefix:
+    """A Windows installation of its own in a folder, made at the first use; what runs in it ends with close()."""
+
+    def __init__(self, folder):
+        self.folder = pathlib.Path(folder).resolve()
+        self.environment = {"KORVANE_WINE_PREFIX": str(self.folder)}
+
+    def run(self, program, *arguments, limit=120):
+        """Runs a program to its end; returns what it wrote. Wine's own programs go by their names."""
+        log = self.folder.parent / f"{self.folder.name}.log"
+        with open(log, "wb") as output:
+            status = subprocess.run([WINE_RUN, program, *arguments], stdin=subprocess.DEVNULL, stdout=output,
+                                    stderr=output, start_new_session=True, timeout=limit,
+                                    env={**os.environ, **self.environment}, check=False).returncode
+        text = log.read_text(errors="replace")
+        if status != 0:
+            raise StageError(f"{pathlib.Path(program).name} {' '.join(arguments)}: status {status}: {text}")
+        return text
+
+    def close(self):
+        if not self.folder.exists():
+            return
+        subprocess.run([WINE_RUN, "--end"], env={**os.environ, **self.environment}, check=False, start_new_session=True,
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        for pid in self.processes():
+            os.kill(pid, signal.SIGKILL)
+
+    def processes(self, image=""):
+        """The Linux process ids of all that runs in the prefix, or of the programs of that name."""
+        wanted = f"WINEPREFIX={self.folder}".encode()
+        found = []
+        for entry in pathlib.Path("/proc").iterdir():
+            try:
+                if entry.name.isdigit() and wanted in (entry / "environ").read_bytes().split(b"\0") \
+                        and image.encode() in (entry / "cmdline").read_bytes():
+                    found.append(int(entry.name))
+            except OSError:
+                pass  # it has ended, or is not ours
+        return found
+
+
+class WineMachine:
+    """A Windows machine in a Wine prefix: the one given, or one of the stage's own that ends with it."""
+
+    target = "windows"
+    system = "Windows (Wine)"
+    translator = "kavipstranslator.dll"
+    how_it_stops = "Ctrl-C"
+
+    def __init__(self, stage, build, prefix=None):
+        self.stage = stage
+        self.build = pathlib.Path(build).resolve()
+        self.bin = self.build / "bin"
+        self.owns_prefix = prefix is None
+        self.prefix = prefix or WinePrefix(stage.work / "wine")
+
+    def prepare(self):
+        self.prefix.run("winecfg", "-v", "win10")
+
+    def close(self):
+        if self.owns_prefix:
+            self.prefix.close()
+
+    def path(self, path):
+        """The name that programs of this machine have for a path."""
+        return "Z:" + str(path).replace("/", "\\")
+
+    def start(self, name, program, *arguments):
+        return self.stage.start(name, [WINE_RUN, self.bin / f"{program}.exe", *self.native(arguments)], signal.SIGINT,
+                                **self.prefix.environment)
+
+    def run(self, program, *arguments):
+        return self.prefix.run(str(self.bin / f"{program}.exe"), *self.native(arguments))
+
+    def native(self, arguments):
+        return [self.path(part) if isinstance(part, pathlib.Path) else str(part) for part in arguments]
+
+    def set_registry(self, text):
+        file = self.stage.work / "registry.reg"
+        file.write_text(text, encoding="utf-16")
+        self.prefix.run("regedit", "/S", self.path(file))
+
+    def start_driver(self):
+        pass
+
+    def start_agent(self):
+        return self.start("agent", "korvane-host", "run", "--install-root", self.stage.install_root)
