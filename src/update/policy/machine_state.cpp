@@ -1,9 +1,9 @@
 #include "update/policy/machine_state.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "platform/error_codes.h"
-#include "platform/paths.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -26,8 +26,10 @@ std::string itemText(const STRING& text) {
 }  // namespace
 
 bool MachineState::pathExists(const std::string& path, bool& exists) {
-  exists = platform::fileExists(_system.files, path);
-  return true;
+  platform::FileInfo info;
+  const int error = _system.files.info(path, info);
+  exists = error == 0;
+  return error == 0 || error == ENOENT || error == ENOTDIR;
 }
 
 bool MachineState::addresses(std::vector<std::string>& out) {
