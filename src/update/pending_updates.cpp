@@ -1,5 +1,6 @@
 #include "update/pending_updates.h"
 
+#include "comm/https_handler.h"
 #include "eventlog/event_log.h"
 
 namespace korvane {
@@ -23,7 +24,22 @@ constexpr FlagName kFlagNames[] = {
     {"send.application.request", &PendingUpdates::applicationRequest},
 };
 
+struct FlagBit {
+  int bit;
+  bool PendingUpdates::*flag;
+};
+
+constexpr FlagBit kFlagBits[] = {
+    {HttpsHandler::CONFIG_UPDATE, &PendingUpdates::configuration},
+    {HttpsHandler::POLICY_UPDATE, &PendingUpdates::policy},
+    {HttpsHandler::SOFTWARE_UPDATE, &PendingUpdates::software},
+    {HttpsHandler::POLICY_UPDATE_HIDS, &PendingUpdates::idsPolicy},
+    {HttpsHandler::CONFIG_UPDATE_HIDS, &PendingUpdates::idsConfiguration},
+};
+
 constexpr char kPollingTag[] = "UpdateThread";
+constexpr char kNotificationTag[] = "tcpNotification";
+constexpr uint8_t kInvalidBits = 0xC0;
 
 }  // namespace
 
@@ -37,6 +53,17 @@ void PendingUpdates::takePollingProperties(const PropertyList& properties) {
   if (!identifier) return;
   applicationRequestId = *identifier;
   eventlog::trace(kPollingTag, "Received Request ID - %s ", applicationRequestId);
+}
+
+bool PendingUpdates::takeNotification(uint8_t byte) {
+  if (byte & kInvalidBits) {
+    eventlog::trace(kNotificationTag, "Got invalid notification message, byte is 0x%x", byte);
+    return false;
+  }
+  for (const FlagBit& row : kFlagBits)
+    if (byte & row.bit) this->*row.flag = true;
+  eventlog::trace(kNotificationTag, "Notification type received : %d", byte);
+  return true;
 }
 
 }  // namespace korvane

@@ -1,7 +1,10 @@
-// What the server has for the agent: set from the polling properties of a status answer.
+// What the server has for the agent: set from the polling properties of a status answer, or by a
+// notification.
 //
 // A value type, used by the update thread alone.
 #pragma once
+
+#include <cstdint>
 
 #include "util/property_list.h"
 
@@ -23,6 +26,9 @@ struct PendingUpdates {
   // Sets every flag from the properties, a missing one to false. A request for application data without
   // an identifier is none.
   void takePollingProperties(const PropertyList& properties);
+  // Sets a flag for each bit of a notification, the update kinds 1 to 16; the others stay as they are. Bit
+  // 32 says nothing. False, and nothing set, for a byte that is none: one of the two top bits is set.
+  bool takeNotification(uint8_t byte);
 };
 
 }  // namespace korvane

@@ -32,8 +32,8 @@ void UpdateThread::run() {
   eventlog::trace(kRunTag, "*****Update thread starting*****");
   prepare();
   while (_running) {
-    work();
-    if (_running) stopToken().sleepFor(kCycleMs);
+    const bool needsPause = work();
+    if (needsPause && _running) stopToken().sleepFor(kCycleMs);
     stepCountdowns();
   }
   eventlog::trace(kRunTag, "*****Update Thread exiting*****");
@@ -54,13 +54,25 @@ void UpdateThread::prepare() {
   _initialised = true;
 }
 
-void UpdateThread::work() {
+bool UpdateThread::work() {
+  const bool needsPause = tcpNotification();
   if (statusDue()) {
     monitorPrevention();
     sendAgentStatus();
   }
   monitorPolicyState();
   if (!_bFirstPollRequired) _config->setFirstUpdateDone();
+  return needsPause;
+}
+
+// A notification asks for updates, not for a status: it begins the countdown to that anew.
+bool UpdateThread::tcpNotification() {
+  const NotificationListener::Outcome outcome = _listener.poll(_pollingInterval);
+  if (outcome.byte && _pending.takeNotification(*outcome.byte)) {
+    _pollingInterval = 0;
+    updatePollingInterval();
+  }
+  return !outcome.connected && !outcome.waited;
 }
 
 void UpdateThread::stepCountdowns() {

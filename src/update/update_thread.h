@@ -19,6 +19,7 @@
 
 #include "agent/thread/thread.h"
 #include "platform/export.h"
+#include "update/notification_listener.h"
 #include "update/pending_updates.h"
 #include "update/retry_group.h"
 
@@ -45,8 +46,11 @@ class KORVANE_EXPORT UpdateThread : public Thread {
 
  private:
   void prepare();
-  void work();
+  // True when the cycle still needs its pause.
+  bool work();
   void stepCountdowns();
+
+  bool tcpNotification();
 
   bool statusDue();
   void sendAgentStatus();
@@ -69,6 +73,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   RetryGroup _softwareRetry;
   RetryGroup _componentRetry;
   PendingUpdates _pending;
+  NotificationListener _listener{stopToken()};
 };
 
 }  // namespace korvane

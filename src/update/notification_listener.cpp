@@ -1,0 +1,165 @@
+#include "update/notification_listener.h"
+
+#include <algorithm>
+
+#include "config/agent_config.h"
+#include "eventlog/event_log.h"
+#include "platform/error_codes.h"
+#include "platform/platform.h"
+#include "platform/sockets.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kSource[] = "UpdateThread";
+constexpr char kTag[] = "tcpNotification";
+constexpr int32_t kLastPort = 65535;
+
+// Ends a socket's waits when the thread or the agent is to stop.
+class StopsWaits {
+ public:
+  StopsWaits(platform::Socket& socket, StopToken& threadStop)
+      : _onStop(threadStop, [&socket] { socket.interrupt(); }),
+        _onShutdown(shutdownToken(), [&socket] { socket.interrupt(); }) {}
+
+ private:
+  StopCallback _onStop;
+  StopCallback _onShutdown;
+};
+
+int bindTo(platform::Socket& socket, int32_t port) {
+  if (port < 1 || port > kLastPort) return platform::kWsaInvalidArgument;
+  return socket.bind(/*anyAddress=*/true, static_cast<uint16_t>(port));
+}
+
+}  // namespace
+
+struct NotificationListener::Listening {
+  Listening(std::unique_ptr<platform::Socket> made, StopToken& threadStop)
+      : socket(std::move(made)), stopsWaits(*socket, threadStop) {}
+
+  const std::unique_ptr<platform::Socket> socket;
+  StopsWaits stopsWaits;
+};
+
+NotificationListener::NotificationListener(StopToken& threadStop) : _threadStop(threadStop) {}
+
+NotificationListener::~NotificationListener() = default;
+
+void NotificationListener::closeListener() {
+  if (_listening) _listening->socket->shutdownBoth();
+  _listening.reset();
+  _failed = false;
+  _port = -1;
+}
+
+bool NotificationListener::giveUp() {
+  _failed = true;
+  return false;
+}
+
+bool NotificationListener::listen() {
+  if (_listening) return true;
+  if (_failed) return false;
+  std::unique_ptr<platform::Socket> socket;
+  if (const int error = platform::current().sockets.createTcp(socket)) {
+    eventlog::event(10228, kSource, {error});
+    return giveUp();
+  }
+  if (const int error = bindTo(*socket, _port)) {
+    eventlog::event(10229, kSource, {_port, error});
+    return giveUp();
+  }
+  int error = socket->listen(kBacklog);
+  // A connection that is gone again before it is accepted must not hold the thread.
+  if (!error) error = socket->setNonBlocking(true);
+  if (error) {
+    eventlog::event(10230, kSource, {_port, error});
+    return giveUp();
+  }
+  eventlog::trace("Notification", "created socket and listening to it on port %d", _port);
+  _listening = std::make_unique<Listening>(std::move(socket), _threadStop);
+  return true;
+}
+
+NotificationListener::Outcome NotificationListener::poll(int32_t& countdown) {
+  const AgentConfig& config = *AgentConfig::getInstance();
+  if (!config.tcpNotificationsEnabled()) {
+    closeListener();
+    return {};
+  }
+  if (const int32_t port = config.getTCPNotificationPort(); port != _port) {
+    closeListener();
+    _port = port;
+  }
+  if (!listen()) return {};
+  int error = 0;
+  switch (_listening->socket->waitReadable(kIdleMs, error)) {
+    case platform::SocketWait::ready:
+      return takeConnection(countdown);
+    case platform::SocketWait::timedOut:
+      return {.waited = true};
+    case platform::SocketWait::failed:
+      eventlog::trace(kTag, "TCP Notification:: getting error in select %d", error);
+      break;
+    case platform::SocketWait::interrupted:
+      break;
+  }
+  return {};
+}
+
+// A connection that cannot be accepted leaves the cycle its pause, since the port stays ready then.
+NotificationListener::Outcome NotificationListener::takeConnection(int32_t& countdown) {
+  eventlog::trace(kTag, "Received a notification");
+  std::unique_ptr<platform::Socket> client;
+  int error = _listening->socket->accept(client);
+  if (!error) error = client->setNonBlocking(true);
+  if (error) {
+    eventlog::trace(kTag, "Cannot accept a notification on port %d: error %d", _port, error);
+    return {};
+  }
+  eventlog::trace(kTag, "non-blocking mode is enabled for client socket - newSock");
+
+  const int32_t seconds = std::min(countdown, kMostSeconds);
+  eventlog::trace(kTag, "_pollingInterval is %ld sec... setting maximum timout of %ld sec...",
+                  countdown, seconds);
+  int32_t waited = 0;
+  Outcome outcome{.connected = true, .waited = true};
+  {
+    const StopsWaits stopsWaits(*client, _threadStop);
+    outcome.byte = readByte(*client, std::max(seconds, 1), waited);
+  }
+  if (countdown > 0) countdown = std::max(countdown - waited, 0);
+  eventlog::trace(kTag, "recv() returned. Now _pollingInterval is %ld sec...", countdown);
+  if (!outcome.byte) eventlog::trace(kTag, "Failed to read notification message");
+  client->shutdownBoth();
+  return outcome;
+}
+
+std::optional<uint8_t> NotificationListener::readByte(platform::Socket& client, int32_t seconds,
+                                                      int32_t& waited) {
+  bool wasSilent = false;
+  for (;;) {
+    uint8_t byte = 0;
+    size_t got = 0;
+    const int error = client.receive(&byte, 1, got);
+    if (error == 0) return got == 1 ? std::optional(byte) : std::nullopt;
+    const bool silent = error == platform::kWsaWouldBlock;
+    wasSilent = wasSilent || silent;
+    if (!wasSilent || waited >= seconds) return std::nullopt;
+    ++waited;
+    if (!pause(client, silent)) return std::nullopt;
+  }
+}
+
+// Up to a second; false when a stop ended it. A broken connection is ready at once, so that its pause is one
+// of the thread.
+bool NotificationListener::pause(platform::Socket& client, bool untilReadable) {
+  int error = 0;
+  const auto waited =
+      untilReadable ? client.waitReadable(kIdleMs, error) : platform::SocketWait::failed;
+  if (waited == platform::SocketWait::failed) return !_threadStop.sleepFor(kIdleMs);
+  return waited != platform::SocketWait::interrupted;
+}
+
+}  // namespace korvane
