@@ -90,4 +90,26 @@ int writeFileAtomically(Files& files, const std::string& path, std::string_view 
   return files.flushDirectory(directory.empty() ? "." : directory);
 }
 
+int emptyDirectory(Files& files, const std::string& directory) {
+  std::vector<DirectoryEntry> entries;
+  int first = files.list(directory, entries);
+  for (const DirectoryEntry& entry : entries) {
+    const std::string path = joinPath(files, {directory, entry.name});
+    const int error = entry.isDirectory ? removeTree(files, path) : files.remove(path);
+    if (!first) first = error;
+  }
+  return first;
+}
+
+int removeTree(Files& files, const std::string& path) {
+  // A link to a directory goes at the first attempt, so that what it leads to stays.
+  const int error = files.remove(path);
+  if (error == 0 || error == ENOENT) return 0;
+  FileInfo info;
+  if (files.info(path, info) != 0 || !info.isDirectory) return error;
+  const int inside = emptyDirectory(files, path);
+  const int emptied = files.remove(path);
+  return inside ? inside : emptied;
+}
+
 }  // namespace korvane::platform

@@ -30,4 +30,10 @@ int readWholeFile(Files& files, const std::string& path, uint64_t maxBytes, std:
 // then the directory flushed.
 int writeFileAtomically(Files& files, const std::string& path, std::string_view bytes);
 
+// Removes a directory with all that lies in it, or a file; no error when it is not there. Goes on after a
+// failure and gives the first one.
+int removeTree(Files& files, const std::string& path);
+// The same, but for the directory itself, which stays.
+int emptyDirectory(Files& files, const std::string& directory);
+
 }  // namespace korvane::platform
