@@ -15,6 +15,8 @@ struct AgentLibrary {
   const char* (*stopAgent)() = nullptr;
   // The agent's shutting-down flag.
   bool (*shuttingDown)() = nullptr;
+  // Whether the agent has come up.
+  bool (*started)() = nullptr;
 };
 
 // Loads the library and finds its exports; false with a text that names the file and the reason.
@@ -23,7 +25,9 @@ bool loadAgentLibrary(const std::string& path, AgentLibrary& library, std::strin
 // The file name of the library on this system.
 std::string agentLibraryName();
 
-// The symbol of AgentConfig::isAgentShuttingDown(), a static operation of an exported class.
+// The symbols of AgentConfig::isAgentShuttingDown() and isAgentStarted(), static operations of an
+// exported class.
 inline constexpr char kShuttingDownSymbol[] = "_ZN7korvane11AgentConfig19isAgentShuttingDownEv";
+inline constexpr char kStartedSymbol[] = "_ZN7korvane11AgentConfig14isAgentStartedEv";
 
 }  // namespace korvane::host

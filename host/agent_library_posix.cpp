@@ -17,7 +17,8 @@ bool loadAgentLibrary(const std::string& path, AgentLibrary& library, std::strin
   void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!handle || !find(handle, "startAgent", library.startAgent) ||
       !find(handle, "stopAgent", library.stopAgent) ||
-      !find(handle, kShuttingDownSymbol, library.shuttingDown)) {
+      !find(handle, kShuttingDownSymbol, library.shuttingDown) ||
+      !find(handle, kStartedSymbol, library.started)) {
     error = dlerror();
     return false;
   }

@@ -30,7 +30,8 @@ bool loadAgentLibrary(const std::string& path, AgentLibrary& library, std::strin
                        LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
   if (!handle || !find(handle, "startAgent", library.startAgent) ||
       !find(handle, "stopAgent", library.stopAgent) ||
-      !find(handle, kShuttingDownSymbol, library.shuttingDown)) {
+      !find(handle, kShuttingDownSymbol, library.shuttingDown) ||
+      !find(handle, kStartedSymbol, library.started)) {
     error = path + ": error " + std::to_string(::GetLastError());
     return false;
   }

@@ -1,24 +1,28 @@
 #include "host/agent_service.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <thread>
+#include <utility>
+
+#include "host/messages.h"
 
 namespace korvane::host {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using std::chrono::steady_clock;
 
 constexpr uint32_t kLookMs = 1000;
+constexpr uint32_t kStartLookMs = 20;
 constexpr milliseconds kStopAgain(50);
 
 [[noreturn]] void endProcess(int status, const char* what, uint32_t deadlineSeconds) {
-  std::fprintf(stderr, "korvane-host: %s within %u s; ending the process\n", what, deadlineSeconds);
-  std::fflush(stderr);
+  say(std::string(what) + " within " + std::to_string(deadlineSeconds) + " s; ending the process");
   std::_Exit(status);
 }
 
@@ -44,8 +48,11 @@ struct AgentService::Ending {
 };
 
 AgentService::AgentService(const AgentLibrary& library, HostEvents& events,
-                           uint32_t stopDeadlineSeconds)
-    : _library(library), _events(events), _stopDeadlineSeconds(stopDeadlineSeconds) {}
+                           uint32_t stopDeadlineSeconds, StateListener listener)
+    : _library(library),
+      _events(events),
+      _stopDeadlineSeconds(stopDeadlineSeconds),
+      _listener(std::move(listener)) {}
 
 int AgentService::run() {
   Ending ending;
@@ -58,9 +65,21 @@ int AgentService::run() {
   return status;
 }
 
+void AgentService::tell(ServiceState state) const {
+  if (_listener) _listener(state);
+}
+
+bool AgentService::lookForStart() {
+  const bool started = _library.started();
+  tell(started ? ServiceState::running : ServiceState::starting);
+  return started;
+}
+
 int AgentService::supervise(Ending& ending) {
+  bool started = false;
   while (true) {
-    switch (_events.wait(kLookMs)) {
+    if (!started) started = lookForStart();
+    switch (_events.wait(started ? kLookMs : kStartLookMs)) {
       case HostEvent::stopRequested:
         return stop(ending);
       case HostEvent::agentEnded:
@@ -79,19 +98,25 @@ int AgentService::stop(Ending& ending) {
   if (!awaitEnd(ending))
     endProcess(kExitNotReturned, "the agent did not return from its stop", _stopDeadlineSeconds);
   stopper.join();
-  std::fprintf(stderr, "korvane-host: the agent has stopped\n");
+  say("the agent has stopped");
   return kExitStopped;
 }
 
 int AgentService::awaitSelfExit(Ending& ending) {
-  std::fprintf(stderr, "korvane-host: the agent is ending itself\n");
+  say("the agent is ending itself");
   if (!awaitEnd(ending))
     endProcess(kExitAgentEnded, "the agent ended itself and did not return", _stopDeadlineSeconds);
   return explainEnd(ending.info);
 }
 
 bool AgentService::awaitEnd(Ending& ending) const {
-  return ending.wait(seconds(_stopDeadlineSeconds));
+  const auto deadline = steady_clock::now() + seconds(_stopDeadlineSeconds);
+  while (true) {
+    tell(ServiceState::stopping);
+    const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+    if (ending.wait(std::min(left, milliseconds(kLookMs)))) return true;
+    if (steady_clock::now() >= deadline) return false;
+  }
 }
 
 int AgentService::explainEnd(AgentInfo* info) {
@@ -99,11 +124,10 @@ int AgentService::explainEnd(AgentInfo* info) {
   int32_t code = 0;
   for (int32_t i = 0; info && info->command(i, code, name, sizeof name); ++i) {
     if (code != kExitServiceCommand) continue;
-    std::fprintf(stderr, "korvane-host: the agent ended itself (%s)\n", name);
+    say(std::string("the agent ended itself (") + name + ")");
     return kExitAgentEnded;
   }
-  std::fprintf(stderr, "korvane-host: the agent ended without a request%s\n",
-               info ? "" : " and without a mailbox");
+  say(std::string("the agent ended without a request") + (info ? "" : " and without a mailbox"));
   return info ? kExitAgentEnded : kExitFailed;
 }
 

@@ -4,35 +4,49 @@
 // and looks once a second at the agent's shutting-down flag, so that an agent that ends itself is noticed.
 // A stop is repeated until the agent has returned: one that comes before the agent object exists is lost.
 // What does not return within the stop deadline is ended with the process, with a line that says so last.
+//
+// Whoever runs the service may listen to its states. Each is told when it is entered, and starting and
+// stopping are told again, at least once a second, for as long as they last. The agent runs when it says
+// itself that it has come up; a server that cannot be reached does not hold that up.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "host/agent_library.h"
 #include "host/host_events.h"
 
 namespace korvane::host {
 
-// Exit statuses of the program.
+// Exit statuses of the program, and of the service that it is; above 100: the command line is wrong.
 enum ExitStatus : int {
   kExitStopped = 0,      // stopped on request
-  kExitFailed = 1,       // the library could not be used
+  kExitFailed = 1,       // the library could not be used, or the command could not be carried out
   kExitAgentEnded = 3,   // the agent ended itself: start the service again
   kExitNotReturned = 4,  // the agent did not return from a requested stop within the deadline
+  kExitNoService = 5,    // there is no service of that name
+  kExitOtherService = 6  // a service of that name runs another program
 };
+
+enum class ServiceState { starting, running, stopping };
+using StateListener = std::function<void(ServiceState)>;
 
 class AgentService {
  public:
   // Longer than the agent's own longest wait for its threads, 31 seconds.
   static constexpr uint32_t kStopDeadlineSeconds = 35;
 
-  AgentService(const AgentLibrary& library, HostEvents& events, uint32_t stopDeadlineSeconds);
+  // `listener` is called on the thread of run().
+  AgentService(const AgentLibrary& library, HostEvents& events, uint32_t stopDeadlineSeconds,
+               StateListener listener = {});
 
   // Returns the exit status, or ends the process with it when the agent does not return.
   int run();
 
  private:
   struct Ending;
+  void tell(ServiceState state) const;
+  bool lookForStart();
   int supervise(Ending& ending);
   int stop(Ending& ending);
   int awaitSelfExit(Ending& ending);
@@ -41,7 +55,8 @@ class AgentService {
 
   const AgentLibrary& _library;
   HostEvents& _events;
-  uint32_t _stopDeadlineSeconds;
+  const uint32_t _stopDeadlineSeconds;
+  const StateListener _listener;
 };
 
 }  // namespace korvane::host

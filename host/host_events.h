@@ -1,9 +1,11 @@
 // What the host's main thread waits for: a request to stop, from whoever runs the service, and the end of
 // the agent's thread.
 //
-// POSIX: SIGINT and SIGTERM are the requests; their handlers, and agentEnded(), write to a pipe of the
-// process. SIGPIPE is ignored, since a server that hangs up must not end the agent.
-// Lifetime: one object a process. Threads: wait() belongs to the main thread, agentEnded() to any.
+// POSIX: SIGINT and SIGTERM are the terminal's requests; their handlers, and the operations, write to a
+// pipe of the process. SIGPIPE is ignored, since a server that hangs up must not end the agent.
+// Windows: Ctrl-C, Ctrl-Break and the end of the session are the terminal's requests. A service takes none
+// of them: the end of somebody's session is nothing to it. A named event can stand for a request too.
+// Lifetime: one object a process. Threads: wait() belongs to one thread, the other operations to any.
 #pragma once
 
 #include <cstdint>
@@ -13,22 +15,30 @@ namespace korvane::host {
 
 enum class HostEvent { nothing, stopRequested, agentEnded };
 
+enum class StopRequests {
+  fromTerminal,  // and through requestStop()
+  fromCaller,    // through requestStop() alone
+};
+
 class HostEvents {
  public:
-  HostEvents();
+  // Windows: the event of that name, made when it is not there, is a request when it is set.
+  explicit HostEvents(StopRequests requests, const std::string& stopEvent = {});
   ~HostEvents();
   HostEvents(const HostEvents&) = delete;
   HostEvents& operator=(const HostEvents&) = delete;
 
   // The next event, or nothing after that many milliseconds.
   HostEvent wait(uint32_t timeoutMs);
+  void requestStop();
   void agentEnded();
 };
 
 // Options that the agent library reads from the environment of its process.
 void setEnvironment(const char* name, const std::string& value);
 
-// The directory of this program.
+// This program's file, and its directory.
+std::string programPath();
 std::string programDirectory();
 
 }  // namespace korvane::host

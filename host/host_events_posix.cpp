@@ -41,16 +41,18 @@ void handle(int signalNumber, void (*handler)(int)) {
 
 // The signals stay blocked in every thread, as all inherit the main thread's mask, and reach their handler
 // only while the main thread waits.
-HostEvents::HostEvents() {
+HostEvents::HostEvents(StopRequests requests, const std::string&) {
   if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) std::abort();
-  sigset_t requests;
-  sigemptyset(&requests);
-  sigaddset(&requests, SIGINT);
-  sigaddset(&requests, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &requests, &signalsOfWaiting);
+  handle(SIGPIPE, SIG_IGN);
+  pthread_sigmask(SIG_SETMASK, nullptr, &signalsOfWaiting);
+  if (requests == StopRequests::fromCaller) return;
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, &signalsOfWaiting);
   sigdelset(&signalsOfWaiting, SIGINT);
   sigdelset(&signalsOfWaiting, SIGTERM);
-  handle(SIGPIPE, SIG_IGN);
   handle(SIGINT, onSignal);
   handle(SIGTERM, onSignal);
 }
@@ -73,6 +75,10 @@ HostEvent HostEvents::wait(uint32_t timeoutMs) {
   return what == kEnded ? HostEvent::agentEnded : HostEvent::stopRequested;
 }
 
+void HostEvents::requestStop() {
+  put(kStop);
+}
+
 void HostEvents::agentEnded() {
   put(kEnded);
 }
@@ -81,8 +87,12 @@ void setEnvironment(const char* name, const std::string& value) {
   setenv(name, value.c_str(), /*overwrite=*/1);
 }
 
+std::string programPath() {
+  return std::filesystem::read_symlink("/proc/self/exe").string();
+}
+
 std::string programDirectory() {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+  return std::filesystem::path(programPath()).parent_path().string();
 }
 
 }  // namespace korvane::host

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "host/system_failure_win.h"
 #include "host/text_win.h"
 
 namespace korvane::host {
@@ -17,6 +18,14 @@ HANDLE makeEvent(bool manualReset) {
   return event;
 }
 
+HANDLE stopEventNamed(const std::string& name) {
+  if (name.empty()) return makeEvent(/*manualReset=*/false);
+  const HANDLE event =
+      ::CreateEventW(nullptr, /*bManualReset=*/FALSE, /*bInitialState=*/FALSE, wide(name).c_str());
+  if (!event) throw systemFailure("make the stop event " + name);
+  return event;
+}
+
 // Runs on a thread of the system's. The process is ended when it returns from anything but Ctrl-C and
 // Ctrl-Break.
 BOOL WINAPI onConsoleControl(DWORD control) {
@@ -28,11 +37,11 @@ BOOL WINAPI onConsoleControl(DWORD control) {
 
 }  // namespace
 
-HostEvents::HostEvents() {
-  stopEvent = makeEvent(/*manualReset=*/false);
+HostEvents::HostEvents(StopRequests requests, const std::string& name) {
+  stopEvent = stopEventNamed(name);
   endedEvent = makeEvent(/*manualReset=*/false);
   leftEvent = makeEvent(/*manualReset=*/true);
-  ::SetConsoleCtrlHandler(onConsoleControl, TRUE);
+  if (requests == StopRequests::fromTerminal) ::SetConsoleCtrlHandler(onConsoleControl, TRUE);
 }
 
 // The events stay: the system's thread may still wait for one.
@@ -53,6 +62,10 @@ HostEvent HostEvents::wait(uint32_t timeoutMs) {
   }
 }
 
+void HostEvents::requestStop() {
+  ::SetEvent(stopEvent);
+}
+
 void HostEvents::agentEnded() {
   ::SetEvent(endedEvent);
 }
@@ -61,14 +74,19 @@ void setEnvironment(const char* name, const std::string& value) {
   ::SetEnvironmentVariableW(wide(name).c_str(), wide(value).c_str());
 }
 
-std::string programDirectory() {
+std::string programPath() {
   std::wstring path(MAX_PATH, L'\0');
   DWORD size = 0;
   while ((size = ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))) ==
          path.size())
     path.resize(path.size() * 2);
   path.resize(size);
-  return narrow(path.substr(0, path.find_last_of(L'\\')));
+  return narrow(path);
+}
+
+std::string programDirectory() {
+  const std::string path = programPath();
+  return path.substr(0, path.find_last_of('\\'));
 }
 
 }  // namespace korvane::host

@@ -39,6 +39,7 @@ void adoptPlatform() {
 void resetProcessState() {
   shutdownToken().reset();
   AgentConfig::setAgentShuttingdown(false);
+  AgentConfig::setAgentStarted(false);
   resetServiceType();
   setInstallRoot({});
   HttpsHandler::startCommunication();

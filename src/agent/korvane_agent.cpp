@@ -86,6 +86,7 @@ void KorvaneAgent::createComm() {
   }
   eventlog::event(10106, kAgentTag, {version});
   if (isStandardAgent()) eventlog::event(10167, kAgentTag, {_config->getURL()});
+  AgentConfig::setAgentStarted(true);
 }
 
 void KorvaneAgent::startComponentUpdate() {

@@ -16,6 +16,7 @@ Win32Mutex instanceLock;
 AgentConfig* instance GUARDED_BY(instanceLock) = nullptr;
 
 std::atomic<bool> shuttingDownFlag{false};
+std::atomic<bool> startedFlag{false};
 std::atomic<HidsInterface*> hidsInterface{nullptr};
 
 // How many groups the calling thread is in.
@@ -153,6 +154,13 @@ void AgentConfig::setAgentShuttingdown(bool shuttingDown) {
 }
 bool AgentConfig::isAgentShuttingDown() {
   return shuttingDownFlag;
+}
+
+void AgentConfig::setAgentStarted(bool started) {
+  startedFlag = started;
+}
+bool AgentConfig::isAgentStarted() {
+  return startedFlag;
 }
 
 HidsInterface* AgentConfig::getHIDSInterface() {

@@ -378,6 +378,9 @@ class KORVANE_EXPORT AgentConfig {
   // Static, so that the host and the worker threads can ask without the store.
   static void setAgentShuttingdown(bool shuttingDown);
   static bool isAgentShuttingDown();
+  // Whether the agent has come up in this process: false from startAgent until its start is logged.
+  static void setAgentStarted(bool started);
+  static bool isAgentStarted();
 
  private:
   AgentConfig();

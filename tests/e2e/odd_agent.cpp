@@ -54,4 +54,11 @@ bool isShuttingDown() {
   return shuttingDown;
 }
 
+__attribute__((visibility("default"))) bool isStarted() asm(
+    "_ZN7korvane11AgentConfig14isAgentStartedEv");
+bool isStarted() {
+  const std::lock_guard hold(lock);
+  return objectExists;
+}
+
 }  // extern "C"

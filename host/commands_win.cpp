@@ -1,0 +1,159 @@
+// The commands that put the host into the service manager, take it out, and are run by it.
+#include "host/commands.h"
+
+#include <cstdio>
+#include <map>
+
+#include "config/install_root.h"
+#include "host/directory_access_win.h"
+#include "host/messages.h"
+#include "host/service_entry_win.h"
+#include "host/service_handles_win.h"
+#include "host/service_main_win.h"
+#include "host/system_failure_win.h"
+#include "host/text_win.h"
+
+namespace korvane::host {
+namespace {
+
+// Beyond the agent's own time to stop, for the way of the request and the end of the process.
+constexpr uint32_t kBeyondDeadlineSeconds = 5;
+
+struct Installation {
+  Options& options;
+  ServiceEntry entry;
+  uint32_t stopSeconds = AgentService::kStopDeadlineSeconds + kBeyondDeadlineSeconds;
+};
+
+std::string rootOf(const Options& options) {
+  const std::string root =
+      options.installRoot.empty() ? registeredRoot() : fullPath(options.installRoot);
+  if (root.empty())
+    throw std::runtime_error(
+        "no installation directory: neither --install-root nor the registry value InstallRoot is "
+        "there");
+  return root;
+}
+
+// The root holds what everyone may run; the agent's and the IDS component's own files are closed.
+void protect(const std::string& root) {
+  const std::pair<std::string, const char*> directories[] = {{root, kReadableAccess},
+                                                             {root + "\\IPS", kClosedAccess},
+                                                             {root + "\\IPS\\logs", kClosedAccess},
+                                                             {root + "\\IDS", kClosedAccess},
+                                                             {root + "\\IDS\\bin", kClosedAccess}};
+  for (const auto& [path, access] : directories) {
+    protectDirectory(path, access);
+    const DirectoryAccess found = readAccess(path);
+    std::printf("access %s %s\n", path.c_str(), found.text.c_str());
+    for (const std::string& stranger : found.strangers)
+      throw std::runtime_error("the directory " + path + " may be changed by " + stranger);
+  }
+}
+
+// The service of the usual name is the machine's agent: other programs find its files through the registry.
+void registerRoot(const std::string& root) {
+  platform::RegistryKey key;
+  LSTATUS error =
+      ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, wide(kAgentRegistryKey).c_str(), 0, nullptr, 0,
+                        KEY_SET_VALUE | KEY_WOW64_64KEY, nullptr, key.receive(), nullptr);
+  const std::wstring value = wide(root);
+  if (!error)
+    error = ::RegSetValueExW(key.get(), L"InstallRoot", 0, REG_SZ,
+                             reinterpret_cast<const BYTE*>(value.c_str()),
+                             static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+  if (error)
+    throw systemFailure(
+        "write InstallRoot in HKEY_LOCAL_MACHINE\\" + std::string(kAgentRegistryKey),
+        static_cast<DWORD>(error));
+}
+
+void describeCommand(const Options& options, ServiceEntry& entry) {
+  entry.command = {programPath(), "service"};
+  if (!options.installRoot.empty())
+    entry.command.insert(entry.command.end(), {"--install-root", fullPath(options.installRoot)});
+  if (!options.library.empty())
+    entry.command.insert(entry.command.end(), {"--library", fullPath(options.library)});
+  if (options.stopDeadlineSeconds != AgentService::kStopDeadlineSeconds)
+    entry.command.insert(entry.command.end(),
+                         {"--stop-deadline", std::to_string(options.stopDeadlineSeconds)});
+  entry.shutdownSeconds = options.stopDeadlineSeconds + kBeyondDeadlineSeconds;
+}
+
+int install(Installation& installation) {
+  const Options& options = installation.options;
+  ServiceEntry& entry = installation.entry;
+  const std::string root = rootOf(options);
+  describeCommand(options, entry);
+  protect(root);
+  std::vector<std::string> notes;
+  const EntryChange change = writeServiceEntry(entry, notes);
+  if (change == EntryChange::refused) {
+    say("the service " + entry.name + " runs another program: " + serviceCommandLine(entry.name));
+    return kExitOtherService;
+  }
+  if (entry.name == kServiceName) registerRoot(root);
+  for (const std::string& note : notes) std::printf("note: %s\n", note.c_str());
+  std::printf("service %s %s: %s\n", entry.name.c_str(),
+              change == EntryChange::made ? "installed" : "updated",
+              serviceCommandLine(entry.name).c_str());
+  return kExitStopped;
+}
+
+int uninstall(const Installation& installation) {
+  const std::string& name = installation.entry.name;
+  switch (removeServiceEntry(name, installation.stopSeconds)) {
+    case EntryRemoval::removed:
+      std::printf("service %s removed\n", name.c_str());
+      return kExitStopped;
+    case EntryRemoval::missing:
+      say("there is no service " + name);
+      return kExitNoService;
+    default:
+      say("the service " + name + " did not stop within " +
+          std::to_string(installation.stopSeconds) + " s and stays");
+      return kExitNotReturned;
+  }
+}
+
+void addInstall(CLI::App& app, std::shared_ptr<Installation> installation, Command& chosen) {
+  CLI::App* command = app.add_subcommand(
+      "install", "Protects the installation's directories and makes or updates the service");
+  addAgentOptions(*command, installation->options);
+  command->add_option("--name", installation->entry.name, "The service")->capture_default_str();
+  command->add_option("--display-name", installation->entry.displayName, "What people read")
+      ->capture_default_str();
+  static const std::map<std::string, ServiceStart> starts = {{"auto", ServiceStart::automatic},
+                                                             {"delayed", ServiceStart::delayed},
+                                                             {"demand", ServiceStart::demand}};
+  command->add_option("--start", installation->entry.start, "When it starts; auto otherwise")
+      ->transform(CLI::CheckedTransformer(starts));
+  command->callback(
+      [installation, &chosen] { chosen = [installation] { return install(*installation); }; });
+}
+
+void addUninstall(CLI::App& app, std::shared_ptr<Installation> installation, Command& chosen) {
+  CLI::App* command =
+      app.add_subcommand("uninstall", "Stops and removes the service; no file is touched");
+  command->add_option("--name", installation->entry.name, "The service")->capture_default_str();
+  command
+      ->add_option("--stop-timeout", installation->stopSeconds, "Seconds that it gets for its stop")
+      ->capture_default_str();
+  command->callback(
+      [installation, &chosen] { chosen = [installation] { return uninstall(*installation); }; });
+}
+
+}  // namespace
+
+void addSystemCommands(CLI::App& app, CLI::App& run, Options& options, Command& chosen) {
+  run.add_option("--stop-event", options.stopEvent, "A named event that stops the agent when set");
+  const auto installation = std::make_shared<Installation>(Installation{options, {}});
+  addInstall(app, installation, chosen);
+  addUninstall(app, installation, chosen);
+  CLI::App* asService =
+      app.add_subcommand("service", "What the service manager runs; of no use elsewhere");
+  addAgentOptions(*asService, options);
+  asService->callback([&options, &chosen] { chosen = [&options] { return runService(options); }; });
+}
+
+}  // namespace korvane::host
