@@ -14,25 +14,11 @@ namespace korvane::simulator {
 namespace {
 
 constexpr char kParametersKey[] = "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters";
-constexpr size_t kMaxPathBytes = 65536;
 
 std::string narrow(const uint16_t* text) {
   std::u16string wide;
   while (*text != 0) wide += static_cast<char16_t>(*text++);
   return utf16ToUtf8(wide);
-}
-
-// A path as the driver gets it: UTF-16LE with exactly one terminator, at its end. Empty when it is
-// not.
-std::string pathOf(const std::string& input) {
-  if (input.size() < 4 || input.size() % 2 != 0 || input.size() > kMaxPathBytes) return {};
-  std::u16string path;
-  for (size_t i = 0; i < input.size(); i += 2)
-    path += static_cast<char16_t>(static_cast<unsigned char>(input[i]) |
-                                  static_cast<unsigned char>(input[i + 1]) << 8);
-  if (path.find(u'\0') != path.size() - 1) return {};
-  path.pop_back();
-  return utf16ToUtf8(path);
 }
 
 template <size_t N>
@@ -68,11 +54,11 @@ Reply record(uint32_t room, Fill fill) {
 std::string DriverModel::policyName() const {
   return builtIn() ? "" : narrow(_driver->policy.name);
 }
-std::string DriverModel::policyVersion() const {
-  return builtIn() ? "" : narrow(_driver->policy.version);
-}
-std::string DriverModel::policyId() const {
-  return builtIn() ? "" : narrow(_driver->policy.id);
+
+std::string DriverModel::state() const {
+  std::string text(KVP_STATE_BYTES, '\0');
+  text.resize(kvp_state(&_control, _driver.get(), text.data(), text.size()));
+  return text;
 }
 
 std::string DriverModel::parameter(const char* name) {
@@ -92,26 +78,21 @@ bool DriverModel::load(const std::string& path) {
   std::string text;
   const int error = platform::readWholeFile(_system.files, path, KVP_MAX_TEXT_BYTES, text);
   if (error != 0) {
-    const std::string reason =
-        "The policy file cannot be read (" + std::to_string(error) + "): " + path;
-    kvp_refuse(_driver.get(), KVP_NO_FILE, reason.c_str());
+    kvp_refuse_file(_driver.get(), error, path.c_str());
     return false;
   }
-  if (!_refusal.empty()) {
-    kvp_refuse(_driver.get(), KVP_RULE_REFUSES, _refusal.c_str());
-    return false;
-  }
-  return kvp_load(_driver.get(), text.data(), text.size()) == 0;
+  return kvp_take_policy(_driver.get(), &_control, {text.data(), text.size()}) == 0;
 }
 
 Reply DriverModel::loadRequest(const std::string& input) {
-  const std::string path = pathOf(input);
-  if (path.empty()) kvp_refuse(_driver.get(), KVP_NO_FILE, "The request names no policy file.");
-  if (path.empty() || !load(path)) {
-    ++_refused;
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(input.data());
+  std::u16string path(kvp_path_units(_driver.get(), bytes, input.size()), u'\0');
+  std::memcpy(path.data(), bytes, path.size() * sizeof(char16_t));
+  if (path.empty() || !load(utf16ToUtf8(path))) {
+    ++_control.refused;
     return {platform::kErrorInvalidData, {}, false};
   }
-  ++_loaded;
+  ++_control.loaded;
   return {};
 }
 

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "platform/platform.h"
+#include "stand-in-policy/driver_control.h"
 #include "stand-in-policy/policy_model.h"
 
 namespace korvane::simulator {
@@ -31,16 +32,13 @@ class DriverModel {
   void boot(const std::string& policyFile);
   Reply handle(uint32_t code, const std::string& input, uint32_t room);
 
-  // A text that every policy is refused with from now on; empty: none.
-  void setRefusal(const std::string& text) { _refusal = text; }
-  const std::string& refusal() const { return _refusal; }
+  // What the operator has told it.
+  kvp_control& control() { return _control; }
+  // The state that the operator is told.
+  std::string state() const;
 
   bool builtIn() const { return _driver->has_policy == 0; }
   std::string policyName() const;
-  std::string policyVersion() const;
-  std::string policyId() const;
-  uint32_t loaded() const { return _loaded; }
-  uint32_t refused() const { return _refused; }
 
  private:
   bool load(const std::string& path);
@@ -52,9 +50,7 @@ class DriverModel {
 
   platform::Platform& _system;
   std::unique_ptr<kvp_driver> _driver = std::make_unique<kvp_driver>();  // too large for a stack
-  std::string _refusal;
-  uint32_t _loaded = 0;
-  uint32_t _refused = 0;
+  kvp_control _control{};
 };
 
 }  // namespace korvane::simulator

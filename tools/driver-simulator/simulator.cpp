@@ -1,10 +1,7 @@
 #include "driver-simulator/simulator.h"
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
-#include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "platform/error_codes.h"
 #include "platform/simulator_frames.h"
@@ -15,7 +12,6 @@ namespace {
 using platform::SimulatorFrame;
 
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
-constexpr uint32_t kMaxDelayMs = 3600000;
 
 constexpr uint32_t kindOf(SimulatorFrame kind) {
   return static_cast<uint32_t>(kind);
@@ -28,19 +24,6 @@ Frame answerTo(const Frame& request, Reply reply) {
           request.number, reply.error, 0, std::move(reply.output)};
 }
 
-bool numberIn(const std::string& word, uint32_t most, uint32_t& out) {
-  const char* const end = word.data() + word.size();
-  const auto [stopped, error] = std::from_chars(word.data(), end, out);
-  return error == std::errc() && stopped == end && out <= most;
-}
-
-std::vector<std::string> wordsOf(const std::string& text) {
-  std::istringstream stream(text);
-  std::vector<std::string> words;
-  for (std::string word; stream >> word;) words.push_back(word);
-  return words;
-}
-
 }  // namespace
 
 bool Simulator::request(int connection, const Frame& frame, int64_t nowMs) {
@@ -50,20 +33,21 @@ bool Simulator::request(int connection, const Frame& frame, int64_t nowMs) {
   }
   if (frame.kind != kindOf(SimulatorFrame::request)) return false;
   if (frame.code == platform::kSimulatorPreventionQuery) {
-    _pending.push_back({connection, frame, Mode::normal, 0, nowMs});
+    _pending.push_back({connection, frame, KVP_NORMAL, 0, nowMs});
     return true;
   }
-  ++_requests;
-  const bool later = _mode == Mode::delay || _mode == Mode::lateError;
-  const int64_t dueMs = _mode == Mode::stall ? kNever : later ? nowMs + _delayMs : nowMs;
-  _pending.push_back({connection, frame, _mode, _error, dueMs});
+  kvp_control& control = _model.control();
+  ++control.requests;
+  const bool later = control.mode == KVP_DELAY || control.mode == KVP_LATE_ERROR;
+  const int64_t dueMs = control.mode == KVP_STALL ? kNever : nowMs + (later ? control.delay_ms : 0);
+  _pending.push_back({connection, frame, control.mode, control.error, dueMs});
   return true;
 }
 
 void Simulator::cancel(int connection, uint32_t number) {
   for (Pending& pending : _pending) {
     if (pending.connection != connection || pending.frame.number != number) continue;
-    pending.mode = Mode::lateError;
+    pending.mode = KVP_LATE_ERROR;
     pending.error = platform::kErrorOperationAborted;
     pending.dueMs = 0;
   }
@@ -77,13 +61,13 @@ Frame Simulator::perform(const Pending& pending) {
   const Frame& frame = pending.frame;
   if (frame.code == platform::kSimulatorPreventionQuery) {
     std::string flag(4, '\0');
-    flag[0] = _prevention ? 1 : 0;
+    flag[0] = _model.control().prevention == KVP_PREVENTION_ON ? 1 : 0;
     return answerTo(frame, {platform::kOk, std::move(flag), true});
   }
-  if (pending.mode == Mode::lateError || pending.mode == Mode::failAtOnce)
-    return answerTo(frame, {pending.error, {}, pending.mode == Mode::failAtOnce});
+  if (pending.mode == KVP_LATE_ERROR || pending.mode == KVP_FAIL)
+    return answerTo(frame, {pending.error, {}, pending.mode == KVP_FAIL});
   Reply reply = _model.handle(frame.code, frame.payload, frame.size);
-  reply.atOnce = reply.atOnce && pending.mode == Mode::normal;
+  reply.atOnce = reply.atOnce && pending.mode == KVP_NORMAL;
   return answerTo(frame, std::move(reply));
 }
 
@@ -107,75 +91,16 @@ std::optional<int64_t> Simulator::nextDue() const {
 }
 
 Frame Simulator::command(const Frame& frame) {
-  const std::vector<std::string> words = wordsOf(frame.payload);
+  const std::string& text = frame.payload;
   const bool known = frame.kind == kindOf(SimulatorFrame::request) && frame.code == kCommandCode &&
-                     !words.empty() && obey(words, frame.payload);
+                     kvp_obey(&_model.control(), {text.data(), text.size()}) == 0;
   if (known) return answerTo(frame, {platform::kOk, state(), false});
-  return answerTo(frame,
-                  {platform::kErrorInvalidParameter, "not understood: " + frame.payload, false});
+  return answerTo(frame, {platform::kErrorInvalidParameter, "not understood: " + text, false});
 }
 
-bool Simulator::obey(const std::vector<std::string>& words, const std::string& text) {
-  const std::string& verb = words[0];
-  if (verb == "state") return words.size() == 1;
-  if (verb == "refuse") {
-    const size_t begin =
-        words.size() > 1 ? text.find(words[1], text.find(verb) + verb.size()) : text.size();
-    _model.setRefusal(text.substr(begin));
-    return true;
-  }
-  if (verb == "prevention") {
-    if (words.size() != 2 || (words[1] != "on" && words[1] != "off")) return false;
-    _prevention = words[1] == "on";
-    return true;
-  }
-  if (verb == "vanish") {
-    if (words.size() != 1) return false;
-    _present = false;
-    return true;
-  }
-  return setMode(words);
-}
-
-bool Simulator::setMode(const std::vector<std::string>& words) {
-  const std::string& verb = words[0];
-  uint32_t first = 0;
-  uint32_t error = platform::kErrorGenFailure;
-  if (words.size() > 1 && !numberIn(words[1], kMaxDelayMs, first)) return false;
-  if (words.size() > 2 && !numberIn(words[2], UINT32_MAX, error)) return false;
-  if (words.size() == 1 && verb == "normal")
-    _mode = Mode::normal;
-  else if (words.size() == 1 && verb == "stall")
-    _mode = Mode::stall;
-  else if (words.size() == 2 && verb == "delay")
-    _mode = Mode::delay;
-  else if (words.size() == 2 && verb == "fail")
-    _mode = Mode::failAtOnce;
-  else if ((words.size() == 2 || words.size() == 3) && verb == "late-error")
-    _mode = Mode::lateError;
-  else
-    return false;
-  _present = _present || _mode == Mode::normal;
-  _delayMs = first;
-  _error = _mode == Mode::failAtOnce ? first : error;
-  return true;
-}
-
-std::string Simulator::state() const {
-  static constexpr const char* kModes[] = {"normal", "stall", "delay", "late-error", "fail"};
-  const nlohmann::json json = {{"mode", kModes[static_cast<size_t>(_mode)]},
-                               {"present", _present},
-                               {"prevention", _prevention},
-                               {"builtIn", _model.builtIn()},
-                               {"name", _model.policyName()},
-                               {"version", _model.policyVersion()},
-                               {"id", _model.policyId()},
-                               {"refuses", _model.refusal()},
-                               {"requests", _requests},
-                               {"pending", _pending.size()},
-                               {"loaded", _model.loaded()},
-                               {"refused", _model.refused()}};
-  return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+std::string Simulator::state() {
+  _model.control().pending = static_cast<uint32_t>(_pending.size());
+  return _model.state();
 }
 
 }  // namespace korvane::simulator

@@ -19,7 +19,7 @@
 
 namespace korvane::simulator {
 
-inline constexpr uint32_t kCommandCode = 0xF0000010;
+inline constexpr uint32_t kCommandCode = KVP_COMMAND_CODE;
 
 struct Answer {
   int connection = 0;
@@ -42,31 +42,22 @@ class Simulator {
   // When the next answer is due, if any is.
   std::optional<int64_t> nextDue() const;
   // Whether the device exists at present.
-  bool present() const { return _present; }
+  bool present() const { return _model.control().vanished == 0; }
 
  private:
-  enum class Mode { normal, stall, delay, lateError, failAtOnce };
   struct Pending {
     int connection;
     Frame frame;
-    Mode mode;
+    kvp_mode mode;
     uint32_t error;
     int64_t dueMs;
   };
 
-  bool obey(const std::vector<std::string>& words, const std::string& text);
-  bool setMode(const std::vector<std::string>& words);
   void cancel(int connection, uint32_t number);
   Frame perform(const Pending& pending);
-  std::string state() const;
+  std::string state();
 
   DriverModel& _model;
-  Mode _mode = Mode::normal;
-  uint32_t _delayMs = 0;
-  uint32_t _error = 0;
-  bool _prevention = true;
-  bool _present = true;
-  uint64_t _requests = 0;
   std::list<Pending> _pending;
 };
 
