@@ -23,8 +23,48 @@ add_link_options(-Wl,--no-insert-timestamp)
 # The runtime is linked in: beside the product stand no libraries but the system's.
 add_link_options(-static)
 
-# The compiler adds the library of the stack protector only when the linking call names it.
+# The compiler adds the library of the stack protector only when the linking call names it. What ships has its
+# own: korvane_stack_guard(TARGET)
 add_link_options(-fstack-protector-strong)
+function(korvane_stack_guard target)
+  target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src/platform/stack_guard_win.cpp")
+endfunction()
 
 # Address-space randomisation with 64 bits, no execution of data. GCC has no control-flow guard for Windows.
 add_link_options(-Wl,--dynamicbase,--high-entropy-va,--nxcompat)
+
+# The version resource of a program or library: korvane_version_resource(TARGET "What it is")
+function(korvane_version_resource target description)
+  enable_language(RC)
+  get_target_property(type ${target} TYPE)
+  set(KORVANE_DESCRIPTION "${description}")
+  set(KORVANE_FILE ${target})
+  if(type STREQUAL "EXECUTABLE")
+    set(KORVANE_FILE_TYPE 0x1)
+    set(KORVANE_FILE_NAME ${target}.exe)
+  else()
+    set(KORVANE_FILE_TYPE 0x2)
+    set(KORVANE_FILE_NAME ${target}.dll)
+  endif()
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/windows/version.rc.in" ${target}.rc @ONLY)
+  target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
+endfunction()
+
+# The message resource of the Windows event viewer, made from the event catalogue: korvane_message_resource(TARGET)
+function(korvane_message_resource target)
+  enable_language(RC)
+  find_package(Python3 REQUIRED COMPONENTS Interpreter)
+  find_program(KORVANE_WINDMC x86_64-w64-mingw32-windmc REQUIRED)
+  set(catalogue "${PROJECT_SOURCE_DIR}/src/eventlog/catalogue.txt")
+  set(generator "${PROJECT_SOURCE_DIR}/script/make-messages")
+  set(folder "${CMAKE_CURRENT_BINARY_DIR}/messages")
+  file(MAKE_DIRECTORY "${folder}")
+  add_custom_command(OUTPUT "${folder}/events.rc"
+    BYPRODUCTS "${folder}/events.mc" "${folder}/events.h" "${folder}/MSG00409.bin"
+    COMMAND Python3::Interpreter "${generator}" "${catalogue}" events.mc
+    COMMAND "${KORVANE_WINDMC}" --unicode_in --unicode_out events.mc
+    DEPENDS "${catalogue}" "${generator}" WORKING_DIRECTORY "${folder}" VERBATIM)
+  target_sources(${target} PRIVATE "${folder}/events.rc")
+  set_source_files_properties("${folder}/events.rc" PROPERTIES
+    INCLUDE_DIRECTORIES "${folder}" OBJECT_DEPENDS "${catalogue}")
+endfunction()

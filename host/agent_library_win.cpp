@@ -23,11 +23,9 @@ std::wstring nativePath(const std::string& path) {
 }  // namespace
 
 bool loadAgentLibrary(const std::string& path, AgentLibrary& library, std::string& error) {
-  // What the library needs comes from its own folder and the system's, never from the current one or the
-  // path.
+  // What the library needs comes from the system's folder, never from its own, the current one or the path.
   const HMODULE handle =
-      ::LoadLibraryExW(nativePath(path).c_str(), nullptr,
-                       LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
+      ::LoadLibraryExW(nativePath(path).c_str(), nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
   if (!handle || !find(handle, "startAgent", library.startAgent) ||
       !find(handle, "stopAgent", library.stopAgent) ||
       !find(handle, kShuttingDownSymbol, library.shuttingDown) ||
