@@ -4,11 +4,10 @@
 #include <charconv>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 #include "ids-writer/event_maker.h"
+#include "ids-writer/settings_file.h"
 #include "platform/paths.h"
-#include "util/errors.h"
 #include "util/utf8.h"
 
 namespace korvane::ids_writer {
@@ -20,17 +19,11 @@ constexpr std::string_view kEventKey = "ids.service.eventfile.name";
 constexpr std::string_view kRealTimeKey = "ids.service.rteventfile.name";
 constexpr std::string_view kLogPrefix = "KAVRTEvent-";
 constexpr std::string_view kLogSuffix = ".csv";
-constexpr uint64_t kMaxSettingsBytes = 1 << 20;
 
 // In the agent's pointer file: a zero-terminated UTF-16 name behind the leading byte.
 constexpr uint64_t kMaxPointerBytes = 65536;
 constexpr size_t kPointerNameOffset = 1;
 constexpr size_t kPointerNameBytes = 1024;
-
-[[noreturn]] void fail(int error, const char* operation, const std::string& path) {
-  throw FileError(error, operation,
-                  std::string(operation) + " " + path + " failed, error " + std::to_string(error));
-}
 
 std::optional<uint32_t> numberOf(std::string_view name) {
   if (!name.starts_with(kLogPrefix) || !name.ends_with(kLogSuffix)) return std::nullopt;
@@ -48,34 +41,6 @@ std::string logName(uint32_t number) {
          digits + std::string(kLogSuffix);
 }
 
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  for (size_t at = 0; at < text.size();) {
-    const size_t end = std::min(text.find('\n', at), text.size());
-    lines.push_back(text.substr(at, end - at));
-    if (!lines.back().empty() && lines.back().back() == '\r') lines.back().pop_back();
-    at = end + 1;
-  }
-  return lines;
-}
-
-bool isLineOf(const std::string& line, std::string_view key) {
-  return line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=';
-}
-
-std::string settingIn(const std::string& text, std::string_view key) {
-  for (const std::string& line : linesOf(text))
-    if (isLineOf(line, key)) return line.substr(key.size() + 1);
-  return {};
-}
-
-std::string withSetting(const std::string& text, std::string_view key, const std::string& value) {
-  std::string out;
-  for (const std::string& line : linesOf(text))
-    if (!isLineOf(line, key)) out += line + "\n";
-  return out + std::string(key) + "=" + value + "\n";
-}
-
 }  // namespace
 
 IdsFiles::IdsFiles(platform::Platform& system, const std::string& installRoot, Encoding encoding)
@@ -86,7 +51,7 @@ IdsFiles::IdsFiles(platform::Platform& system, const std::string& installRoot, E
   for (const char* folder : {"bin", "logs"}) {
     const std::string path = platform::joinPath(_system.files, {_ids, folder});
     if (const int error = _system.files.makeDirectories(path); error != 0)
-      fail(error, "make", path);
+      failFile(error, "make", path);
   }
   if (resume()) return;
   uint32_t number = 1;
@@ -103,9 +68,9 @@ void IdsFiles::begin(uint32_t number) {
   std::unique_ptr<platform::File> file;
   const std::string path = logPath(number);
   if (const int error = _system.files.open(path, OpenMode::create, file); error != 0)
-    fail(error, "create", path);
+    failFile(error, "create", path);
   if (_encoding == Encoding::utf16)
-    if (const int error = file->write("\xFF\xFE", 2); error != 0) fail(error, "write", path);
+    if (const int error = file->write("\xFF\xFE", 2); error != 0) failFile(error, "write", path);
   write(*file, _encoding, EventMaker::marker("MSOF", _system.clock.wallMs()) + "\n");
   _file = std::move(file);
   _fileEncoding = _encoding;
@@ -115,17 +80,14 @@ void IdsFiles::begin(uint32_t number) {
 }
 
 bool IdsFiles::resume() {
-  std::string settings;
-  platform::readWholeFile(_system.files,
-                          platform::joinPath(_system.files, {_ids, "ids.properties"}),
-                          kMaxSettingsBytes, settings);
+  const std::string settings = readSettings(_system, _ids);
   const auto number = numberOf(platform::fileNameOf(settingIn(settings, kRealTimeKey)));
   platform::FileInfo info;
   if (!number || _system.files.info(logPath(*number), info) != 0) return false;
   _number = *number;
   _path = logPath(*number);
   if (const int error = _system.files.open(_path, OpenMode::readWrite, _file); error != 0)
-    fail(error, "open", _path);
+    failFile(error, "open", _path);
   char mark[2] = {};
   size_t got = 0;
   _file->read(mark, sizeof mark, got);
@@ -151,15 +113,12 @@ void IdsFiles::mendEnd() {
 }
 
 void IdsFiles::nameInSettings() {
-  const std::string path = platform::joinPath(_system.files, {_ids, "ids.properties"});
   const std::string up =
       std::string("..") + _system.files.separator() + "logs" + _system.files.separator();
-  std::string settings;
-  platform::readWholeFile(_system.files, path, kMaxSettingsBytes, settings);
-  settings = withSetting(settings, kEventKey, up + "KAVEvent.csv");
-  settings = withSetting(settings, kRealTimeKey, up + logName(_number));
-  if (const int error = platform::writeFileAtomically(_system.files, path, settings); error != 0)
-    fail(error, "write", path);
+  changeSettings(_system, _ids, [&](const std::string& text) {
+    return withSetting(withSetting(text, kEventKey, up + "KAVEvent.csv"), kRealTimeKey,
+                       up + logName(_number));
+  });
 }
 
 void IdsFiles::write(platform::File& file, Encoding encoding, const std::string& lines) {
@@ -172,7 +131,7 @@ void IdsFiles::write(platform::File& file, Encoding encoding, const std::string&
     }
   }
   if (const int error = file.write(bytes.data(), bytes.size()); error != 0)
-    fail(error, "write", _path);
+    failFile(error, "write", _path);
   _bytes += bytes.size();
 }
 

@@ -1,6 +1,6 @@
 // korvane-ids-writer: stands in for the IDS component's event writer. It writes real-time event
-// logs while the agent reads them; docs/file-formats.md describes them. Its last line is a JSON
-// object with what it wrote.
+// logs while the agent reads them, and answers what the agent hands over to the component;
+// docs/file-formats.md describes both. Its last line is a JSON object with what it did.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
@@ -10,6 +10,8 @@
 
 #include "ids-writer/event_maker.h"
 #include "ids-writer/ids_files.h"
+#include "ids-writer/requests.h"
+#include "platform/paths.h"
 #include "platform/platform.h"
 #include "platform/program_entry.h"
 #include "util/errors.h"
@@ -22,6 +24,8 @@ using namespace korvane;
 constexpr uint32_t kTickMs = 20;
 // How many lines go into one write when no rate is asked for.
 constexpr uint64_t kBurst = 256;
+// How often requests of the agent are looked for.
+constexpr int64_t kRequestsMs = 100;
 
 volatile std::sig_atomic_t stopRequested = 0;
 void requestStop(int) {
@@ -31,6 +35,9 @@ void requestStop(int) {
 struct Options {
   std::string installRoot;
   std::string encoding = "utf-8";
+  std::string answer = "apply";
+  uint64_t requests = 0;
+  bool serve = false;
   uint64_t events = 1000;
   uint64_t rate = 0;
   uint64_t rotate = 0;
@@ -42,11 +49,48 @@ struct Options {
   bool finish = false;
 };
 
+// Answers the agent's requests, looking for them now and then.
+class Answerer {
+ public:
+  Answerer(platform::Platform& system, const Options& options)
+      : _clock(system.clock),
+        _wanted(options.requests),
+        _requests(system, platform::joinPath(system.files, {options.installRoot, "IDS"}),
+                  ids_writer::parseAnswer(options.answer).value_or(ids_writer::Answer())) {}
+
+  void look() {
+    const int64_t now = _clock.monotonicMs();
+    if (now < _next) return;
+    _next = now + kRequestsMs;
+    _answered += static_cast<uint64_t>(_requests.answerPending());
+  }
+  bool done() const { return _wanted > 0 && _answered >= _wanted; }
+  uint64_t answered() const { return _answered; }
+
+ private:
+  platform::Clock& _clock;
+  const uint64_t _wanted;
+  ids_writer::Requests _requests;
+  int64_t _next = 0;
+  uint64_t _answered = 0;
+};
+
+nlohmann::json serve(platform::Platform& system, const Options& options) {
+  Answerer answerer(system, options);
+  const auto never = system.threading.createEvent(true, false);
+  while (stopRequested == 0 && !answerer.done()) {
+    answerer.look();
+    never->wait(kTickMs);
+  }
+  return {{"requests", answerer.answered()}};
+}
+
 class Writer {
  public:
   Writer(platform::Platform& system, const Options& options)
       : _system(system),
         _options(options),
+        _answerer(system, options),
         _files(system, options.installRoot,
                options.encoding == "utf-16" ? ids_writer::Encoding::utf16
                                             : ids_writer::Encoding::utf8),
@@ -56,6 +100,7 @@ class Writer {
   void run() {
     const int64_t started = _system.clock.monotonicMs();
     while (!done()) {
+      _answerer.look();
       const uint64_t burst = burstAt(_system.clock.monotonicMs() - started);
       if (burst > 0) writeBurst(burst);
       if (_options.rotate > 0 && _inFile >= _options.rotate) rotate();
@@ -72,6 +117,7 @@ class Writer {
             {"repeated", _maker.repeated()},
             {"bytes", _files.bytes()},
             {"handOversHeld", _held},
+            {"requests", _answerer.answered()},
             {"currentLog", _files.currentLog()}};
   }
 
@@ -119,6 +165,7 @@ class Writer {
 
   platform::Platform& _system;
   const Options& _options;
+  Answerer _answerer;
   ids_writer::IdsFiles _files;
   ids_writer::EventMaker _maker;
   std::unique_ptr<platform::Event> _stop;  // never set: what the pauses wait on
@@ -142,6 +189,16 @@ void declare(CLI::App& app, Options& options) {
   app.add_option("--start-sequence", options.startSequence, "sequence number of the first event");
   app.add_flag("--dont-wait", options.dontWait,
                "hand over although the agent still reads an earlier log");
+  app.add_flag("--serve", options.serve,
+               "write no events and only answer the agent's requests, until a signal ends it");
+  app.add_option("--requests", options.requests, "with --serve: end after so many requests");
+  app.add_option(
+         "--answer", options.answer,
+         "how requests are answered that do not say it themselves: apply, refuse CODE TEXT, "
+         "no-code, no-message, silent")
+      ->check([](const std::string& text) {
+        return ids_writer::parseAnswer(text) ? "" : "no answer: " + text;
+      });
   app.add_flag("--finish", options.finish, "end the last log with its marker");
 }
 
@@ -159,6 +216,10 @@ int korvane::programMain(const std::vector<std::string>& arguments) {
   std::signal(SIGTERM, requestStop);
   std::signal(SIGINT, requestStop);
   try {
+    if (options.serve) {
+      std::cout << serve(platform::current(), options).dump() << std::endl;
+      return 0;
+    }
     Writer writer(platform::current(), options);
     writer.run();
     std::cout << writer.summary().dump() << std::endl;
