@@ -1,0 +1,136 @@
+#include "translate-stand-in/source_policy.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/fake/fake_platform.h"
+#include "stand-in-policy/policy_model.h"
+#include "translate-stand-in/source_archive.h"
+
+namespace korvane::translate_stand_in {
+namespace {
+
+using Kind = RetransItem::Kind;
+
+constexpr char kHead[] = "korvane-policy 1\nname N\nversion 1\nid i\n";
+
+class SourcePolicyTest : public testing::Test {
+ protected:
+  Translation translate(const std::string& rules, const RetransItems& previous = {},
+                        Target target = Target::driver) {
+    return SourcePolicy(machine, previous, target).translate(kHead + rules);
+  }
+
+  platform::FakePlatform fake;
+  MachineState machine{fake.platform()};
+};
+
+TEST_F(SourcePolicyTest, ReferencesBecomeTheMachinesFactsAndItems) {
+  fake.systemInfo.variables["WEB"] = "/srv/web";
+  fake.systemInfo.addresses = {"192.0.2.2", "192.0.2.1"};
+  fake.registry.put("SOFTWARE\\Example", "Port", 8080u);
+  fake.files.put("/srv/web/index", "x");
+  const struct {
+    const char* source;
+    std::string rules;
+    RetransItems items;
+  } cases[] = {
+      {"  # left out\n\n\trule deny file web /a\r\n", "rule deny file web /a\n", {}},
+      {"rule deny file web $(env:WEB)/*\nrule log file web $(env:WEB)",
+       "rule deny file web /srv/web/*\nrule log file web /srv/web\n",
+       {{Kind::environment, "", "WEB", true, "/srv/web"}}},
+      {"rule log network n $(address):$(registry:SOFTWARE\\Example|Port)",
+       "rule log network n 192.0.2.1:8080\nrule log network n 192.0.2.2:8080\n",
+       {{Kind::addresses, "", "", true, "192.0.2.1,192.0.2.2"},
+        {Kind::registry, "SOFTWARE\\Example", "Port", true, "8080"}}},
+      {"when \"$(env:WEB)/index\" rule deny file w /x\nwhen \"/no\" rule deny file w $(env:NO)",
+       "rule deny file w /x\n",
+       {{Kind::environment, "", "WEB", true, "/srv/web"},
+        {Kind::path, "", "/srv/web/index", true, ""},
+        {Kind::path, "", "/no", false, ""}}},
+      {"rule deny file w $(env:NO)/$(registry:a|b)",
+       "",
+       {{Kind::environment, "", "NO", false, ""}, {Kind::registry, "a", "b", false, ""}}},
+  };
+  for (const auto& each : cases) {
+    const Translation made = translate(each.source);
+    EXPECT_EQ(made.problem, "") << each.source;
+    EXPECT_EQ(made.policy, kHead + each.rules);
+    EXPECT_EQ(made.items, each.items) << each.source << retransItemsText(made.items);
+    EXPECT_EQ(translate(each.source).policy, made.policy);
+  }
+}
+
+TEST_F(SourcePolicyTest, WhatIsMissingIsTakenFromTheItemsBefore) {
+  const RetransItems before = {{Kind::environment, "", "GONE", true, "/old"},
+                               {Kind::registry, "K", "Root", false, "/older"},
+                               {Kind::environment, "", "HERE", true, "/stale"}};
+  fake.systemInfo.variables["HERE"] = "/now";
+  const Translation made =
+      translate("rule deny file a $(env:GONE)$(registry:K|Root)$(env:HERE)\n", before);
+  EXPECT_EQ(made.policy, std::string(kHead) + "rule deny file a /old/older/now\n");
+  EXPECT_EQ(made.items, (RetransItems{{Kind::environment, "", "GONE", false, "/old"},
+                                      {Kind::registry, "K", "Root", false, "/older"},
+                                      {Kind::environment, "", "HERE", true, "/now"}}))
+      << "the check compares with what the machine says, so what is kept is no change";
+}
+
+TEST_F(SourcePolicyTest, AMalformedSourceIsToldWithItsLine) {
+  fake.systemInfo.variables["LONG"] = std::string(3000, 'x');
+  fake.systemInfo.variables["BELL"] = "a\tb\x07";
+  std::string references;
+  for (int i = 0; i < 5000; ++i)
+    references += "rule deny file a $(env:V" + std::to_string(i) + ")\n";
+  const std::pair<std::string, std::string> cases[] = {
+      {"rule deny file a $(env:X\n", " in line 5: a reference without its end"},
+      {"\nrule deny file a $(user)\n", " in line 6: an unknown reference"},
+      {"rule deny file a $(env:)\n", " in line 5: a reference without a name"},
+      {"rule deny file a $(registry:Key)\n", " in line 5: a registry value without a key"},
+      {"rule log network a $(address)-$(address)\n", " in line 5: a second address in one rule"},
+      {"rule log network a \x01\n", " in line 5: a control character"},
+      {"when /a rule deny file a b\n", " in line 5: a path in quotes is missing"},
+      {"when \"/a rule deny file a b\n", " in line 5: a path in quotes is missing"},
+      {"stand-in dance\n", " in line 5: an unknown word behind stand-in"},
+      {"stand-in fail 0 x\n", " in line 5: no exit code from 1 to 255"},
+      {"stand-in fail-silent\n", " in line 5: no exit code from 1 to 255"},
+      {"# \n\nrule burn file a b\n", " in line 7: unknown action"},
+      {"service x\n", " in line 5: unknown word"},
+      {"rule deny file a $(env:LONG)\n", " in line 5: the line is too long"},
+      {"rule deny file a $(env:BELL)\n", " in line 5: the pattern is malformed"},
+      {"#" + std::string(KVP_MAX_LINE_BYTES, 'x') + "\n", ""},
+      {"rule deny file a " + std::string(KVP_MAX_LINE_BYTES, 'x'),
+       " in line 5: the line is too long"},
+      {references, " in line 4101: it refers to too much"},
+      {std::string(KVP_MAX_TEXT_BYTES, '\n'), ": the policy is too large"},
+  };
+  for (const auto& [source, says] : cases)
+    EXPECT_EQ(translate(source).problem, says.empty() ? "" : "The policy is malformed" + says);
+}
+
+TEST_F(SourcePolicyTest, TroubleIsReadAndTheIdsHasItsOwnForm) {
+  const Translation failing = translate("stand-in fail 7 The base is unknown \nstand-in hang\n");
+  EXPECT_EQ(failing.trouble.kind, Trouble::Kind::fail);
+  EXPECT_EQ(failing.trouble.code, 7);
+  EXPECT_EQ(failing.trouble.text, "The base is unknown");
+  EXPECT_EQ(failing.policy, kHead);
+  const std::string source = "stand-in ids-answer refuse 12 No\nrule deny file a b\n";
+  EXPECT_EQ(translate(source).policy, std::string(kHead) + "rule deny file a b\n");
+  EXPECT_EQ(translate(source, {}, Target::ids).policy,
+            "korvane-ids-policy 1\nname N\nversion 1\nid i\nrule deny file a b\n"
+            "answer refuse 12 No\n");
+}
+
+TEST(SourceArchive, ComesBackAndIsTheSameForTheSameText) {
+  std::string text;
+  std::string reason;
+  for (const std::string& each : {std::string(), std::string(kHead), std::string(70000, '\xff')}) {
+    const std::string archive = packPolicy(each);
+    EXPECT_EQ(archive, packPolicy(each));
+    ASSERT_TRUE(unpackPolicy("a.zip", archive, text, reason)) << reason;
+    EXPECT_EQ(text, each);
+    EXPECT_FALSE(unpackPolicy("a.zip", archive.substr(0, archive.size() - 5), text, reason));
+    EXPECT_NE(reason.find("a.zip"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace korvane::translate_stand_in

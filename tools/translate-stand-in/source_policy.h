@@ -1,0 +1,80 @@
+// Turns a source policy's text into the translated policy and its items: what the stand-in for the
+// translator does. docs/file-formats.md has the lines of both.
+//
+// Lifetime: refers to the machine and the earlier items, which must outlive it. One thread, one
+// translation an object. Texts are UTF-8.
+// Errors: Translation::problem, with the line of the source.
+//
+//   const Translation made = SourcePolicy(machine, previousItems, Target::driver).translate(text);
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "update/policy/machine_state.h"
+#include "update/policy/retrans_items.h"
+
+namespace korvane::translate_stand_in {
+
+enum class Target { driver, ids };
+
+// What a source asks of the program in place of, or besides, a translation.
+struct Trouble {
+  enum class Kind {
+    none,
+    fail,
+    failEmpty,
+    failSilent,
+    crash,
+    hang,
+    noOutput,
+    noItems,
+    damagedItems
+  };
+  Kind kind = Kind::none;
+  int code = 0;
+  std::string text;
+};
+
+struct Translation {
+  std::string policy;
+  RetransItems items;
+  Trouble trouble;
+  std::string problem;  // empty: there is a translation
+};
+
+class SourcePolicy {
+ public:
+  SourcePolicy(MachineState& machine, const RetransItems& previous, Target target)
+      : _machine(machine), _previous(previous), _target(target) {}
+
+  Translation translate(std::string_view source);
+
+ private:
+  bool takeLine(std::string_view line);
+  bool takeDirective(std::string_view directive);
+  bool takeRule(std::string_view rule);
+  bool takeConditionalRule(std::string_view line);
+  // Sets the text that a reference stands for; false when the reference itself is malformed. Nothing is
+  // set for what has no value.
+  bool resolve(std::string_view reference, std::optional<std::string>& text);
+  // The line with its references resolved, once for every address, or not at all.
+  bool expand(std::string_view line, std::vector<std::string>& out);
+  const RetransItem& itemFor(RetransItem item);
+  std::string lastKnown(const RetransItem& item) const;
+  void put(std::string_view line);
+  bool fail(const std::string& reason);
+  void check();
+
+  MachineState& _machine;
+  const RetransItems& _previous;
+  const Target _target;
+  Translation _made;
+  std::string _idsAnswer;
+  size_t _line = 0;
+  std::vector<size_t> _sourceLines;  // of each line of the translation
+};
+
+}  // namespace korvane::translate_stand_in
