@@ -33,8 +33,8 @@ class NotificationListener {
   static constexpr int32_t kMostSeconds = 30;
 
   struct Outcome {
-    bool connected = false;       // somebody connected: the cycle goes on without its pause
-    bool waited = false;          // the idle second was spent here
+    bool connected = false;         // somebody connected: the cycle goes on without its pause
+    bool waited = false;            // the idle second was spent here
     std::optional<uint8_t> byte{};  // what was sent
   };
 

@@ -2,20 +2,24 @@
 
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
+#include "config/install_root.h"
+#include "discovery/app_data_requests.h"
 #include "eventlog/event_log.h"
-#include "ids/ids_log_names.h"
-#include "update/prevention_state.h"
-#include "update/server_answer.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "util/errors.h"
 
 namespace korvane {
 namespace {
 
 constexpr char kSource[] = "UpdateThread";
 constexpr char kRunTag[] = "UpdateThread::run";
+constexpr char kAppDataTag[] = "UpdateThread::notifyAppDataCollection";
 constexpr uint32_t kCycleMs = 1000;
-constexpr int32_t kFirstStatusRetryCycles = 2;
 
-constexpr int kEventServerError = 10217;
+STRING shortcutsFile() {
+  return platform::joinPath(platform::current().files, {installDirectory(), "shortcuts.txt"});
+}
 
 }  // namespace
 
@@ -30,13 +34,22 @@ void UpdateThread::stop() {
 
 void UpdateThread::run() {
   eventlog::trace(kRunTag, "*****Update thread starting*****");
+  try {
+    loop();
+  } catch (const AgentError& error) {
+    eventlog::event(10580, kSource, {error.code(), error.context(), error.text()});
+    throw;
+  }
+  eventlog::trace(kRunTag, "*****Update Thread exiting*****");
+}
+
+void UpdateThread::loop() {
   prepare();
   while (_running) {
     const bool needsPause = work();
     if (needsPause && _running) stopToken().sleepFor(kCycleMs);
     stepCountdowns();
   }
-  eventlog::trace(kRunTag, "*****Update Thread exiting*****");
 }
 
 void UpdateThread::cycle() {
@@ -60,6 +73,11 @@ bool UpdateThread::work() {
     monitorPrevention();
     sendAgentStatus();
   }
+  processConfigPolicyUpdates();
+  if (HttpsHandler::getLastError() == 0) {
+    processHIDSPolicyUpdate();
+  }
+  notifyAppDataCollection();
   monitorPolicyState();
   if (!_bFirstPollRequired) _config->setFirstUpdateDone();
   return needsPause;
@@ -78,8 +96,6 @@ bool UpdateThread::tcpNotification() {
 void UpdateThread::stepCountdowns() {
   _configRetry.step();
   _idsRetry.step();
-  _softwareRetry.step();
-  _componentRetry.step();
   updatePollingInterval();
   updateAutoRetransInterval();
   _config->updateRebootRequiredFlag();
@@ -95,61 +111,25 @@ void UpdateThread::updateAutoRetransInterval() {
                                            _config->getAutoRetransInterval());
 }
 
-bool UpdateThread::statusDue() {
-  if (_pollingInterval == 0) {
-    _firstStatusRetry = kFirstStatusRetryCycles;
-    return true;
-  }
-  if (!_bFirstPollRequired || _pollingInterval > 0) return false;
-  if (--_firstStatusRetry > 0) return false;
-  _firstStatusRetry = kFirstStatusRetryCycles;
-  return true;
+bool UpdateThread::preventionInForce() const {
+  return _config->isIPSEnabled() && _config->isIPSRebootDone();
 }
 
-void UpdateThread::sendAgentStatus() {
-  HttpsHandler handler;
-  if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return;
-  if (!acceptStatusAnswer(handler)) return;
-  _bFirstPollRequired = false;
-  PropertyList properties;
-  handler.GetPollingProperties(properties);
-  if (properties.empty()) {
-    eventlog::trace(kSource, "Received NO polling properties");
+void UpdateThread::notifyAppDataCollection() {
+  if (!_pending.applicationRequest) return;
+  _pending.applicationRequest = false;
+  if (_config->isAppDataRequested()) {
+    eventlog::trace(kAppDataTag, "Application Data Collection already initiated");
     return;
   }
-  eventlog::trace(kSource, "Received polling properties");
-  _pending.takePollingProperties(properties);
-}
-
-bool UpdateThread::acceptStatusAnswer(HttpsHandler& handler) {
-  const ServerAnswer answer = takeServerAnswer(handler, kEventServerError);
-  _lastServerError = answer.code;
-  if (answer.accepted()) _configRetry.clear();
-  return !answer.refused();
-}
-
-void UpdateThread::monitorPrevention() {
-  PreventionSettings settings;
-  settings.ipsEnabled = _config->isIPSEnabled();
-  settings.ipsRebootDone = _config->isIPSRebootDone();
-  settings.fimEnabled = _config->isFIMEnabled();
-  settings.fimRebootDone = _config->isFIMRebootDone();
-  if (settings.ipsEnabled && settings.ipsRebootDone && preventionTestKeyCanBeMade()) {
-    _config->setPolicyError(kPreventionDisabledCode, kPreventionDisabledText);
-    return;
+  {
+    const AgentConfig::ChangeGroup group(*_config);
+    _config->setAppDataRequested(true);
+    _config->setAppDataRequestID(_pending.applicationRequestId);
   }
-  const PreventionReport report = describePrevention(settings);
-  _config->setPolicyError(report.code | kIdsLogSearchRead, report.text);
-  HidsInterface* ids = AgentConfig::getHIDSInterface();
-  if (ids && ids->present() && !takeIdsLogFiles(*ids))
-    eventlog::trace("processConfigPolicyUpdates", "IDS did not report log file name");
-}
-
-void UpdateThread::monitorPolicyState() {
-  if (!_config->hasPolicyStateChanged()) return;
-  if (_config->getPolicyStateCode() < 0) HttpsHandler().sendPolicyStateMessage();
-  if (_config->hasRealPolicyStateChanged()) _config->updateIniFile();
-  _config->setPolicyStateChanged(false);
+  _config->UpdateAllIni();
+  eventlog::trace(kAppDataTag, "Posting the event");
+  appDataRequests().post(shortcutsFile());
 }
 
 }  // namespace korvane

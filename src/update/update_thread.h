@@ -1,9 +1,14 @@
 // The polling engine of an agent that a management server drives: once a second it decides which
 // exchanges are due and makes them, each on a handler of its own.
 //
-// Today it sends the agent's status on its cadence, keeps what the answer says is waiting, watches
-// prevention, reports a changed policy state, and marks the first update as done. What is waiting is not
-// fetched yet; docs/limitations.md says so.
+// In a cycle, in this order: a look at the notification port; the check whether this machine changed since
+// the policy was translated; with the countdown at 0 the prevention test and a status; configuration and
+// policy; unless the last exchange failed, detection policy, detection configuration and software; content
+// packages; a request for application data; a changed policy state; policies to be translated anew.
+//
+// What the server has to say to an update is judged alike for all of them (server_answer.h), and what it asks
+// to be asked for later waits in a RetryGroup. A failed exchange forgets what was to be fetched; the next
+// status or notification brings it back.
 //
 // The first status decides whether event forwarding begins. With polling disabled nothing would send it
 // again after a failure, so it is then repeated every 2 seconds until it has been done once.
@@ -11,6 +16,8 @@
 // Start: as every Thread. Stop: stop() clears the running flag and ends the pause; an exchange in progress
 //   is ended by the shutdown token. Nothing is drained: the next start polls at once.
 // Threads: all state belongs to this thread but the running flag. cycle() is for tests, instead of start().
+// Errors: a result of the IDS component without code or message is AgentError 51 and ends the thread, with
+//   event 10580.
 // Units: all countdowns count cycles, of about a second each.
 #pragma once
 
@@ -22,6 +29,7 @@
 #include "update/notification_listener.h"
 #include "update/pending_updates.h"
 #include "update/retry_group.h"
+#include "update/update_result.h"
 
 namespace korvane {
 
@@ -45,6 +53,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   const PendingUpdates& pendingUpdates() const { return _pending; }
 
  private:
+  void loop();
   void prepare();
   // True when the cycle still needs its pause.
   bool work();
@@ -52,13 +61,25 @@ class KORVANE_EXPORT UpdateThread : public Thread {
 
   bool tcpNotification();
 
+  // Status and state
   bool statusDue();
   void sendAgentStatus();
-  bool acceptStatusAnswer(HttpsHandler& handler);
   void monitorPrevention();
   void monitorPolicyState();
   void updatePollingInterval();
   void updateAutoRetransInterval();
+
+  // Configuration and policy
+  void processConfigPolicyUpdates();
+  int takeConfigPolicyKinds();
+  void applyConfiguration(HttpsHandler& handler, int kind);
+  bool preventionInForce() const;
+
+  // The IDS component
+  void processHIDSPolicyUpdate();
+  int takeIdsKinds();
+
+  void notifyAppDataCollection();
 
   std::atomic<bool> _running{true};
   bool _initialised = false;
@@ -70,8 +91,6 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   int32_t _autoRetransCountdown = -1;
   RetryGroup _configRetry;
   RetryGroup _idsRetry;
-  RetryGroup _softwareRetry;
-  RetryGroup _componentRetry;
   PendingUpdates _pending;
   NotificationListener _listener{stopToken()};
 };

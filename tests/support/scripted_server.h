@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,6 +49,7 @@ class ScriptedServer {
  public:
   struct Request {
     std::string path;  // the path word
+    std::string host;
     std::string body;
   };
 
@@ -67,6 +69,14 @@ class ScriptedServer {
     const std::lock_guard hold(_state->lock);
     _state->standing[path] = std::move(answer);
   }
+  // Exchanges with that host fail with libcurl's 7 while it is down; they count as requests.
+  void setDown(const std::string& host, bool down) {
+    const std::lock_guard hold(_state->lock);
+    if (down)
+      _state->down.insert(host);
+    else
+      _state->down.erase(host);
+  }
   std::vector<Request> requests(const std::string& path) const {
     const std::lock_guard hold(_state->lock);
     std::vector<Request> found;
@@ -82,11 +92,16 @@ class ScriptedServer {
     std::map<std::string, std::deque<Answer>> queued;
     std::map<std::string, Answer> standing;
     std::vector<Request> requests;
+    std::set<std::string> down;
 
     Answer take(const TransportRequest& request) {
       const std::lock_guard hold(lock);
       const std::string path = request.url.substr(request.url.rfind('/') + 1);
-      requests.push_back({path, std::string(request.body)});
+      const size_t host = request.url.find("//") + 2;
+      const std::string name =
+          request.url.substr(host, request.url.find_first_of(":/", host) - host);
+      requests.push_back({path, name, std::string(request.body)});
+      if (down.count(name)) return Answer::failure(7);
       std::deque<Answer>& queue = queued[path];
       if (queue.empty()) {
         const auto found = standing.find(path);

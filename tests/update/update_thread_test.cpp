@@ -1,31 +1,15 @@
-#include "update/update_thread.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "ids/hids_component.h"
-#include "tests/support/simulated_agent.h"
+#include "tests/update/cycles.h"
 #include "update/prevention_state.h"
 
 namespace korvane {
 namespace {
 
 using tests::Answer;
-using tests::SimulatedMachine;
-
-constexpr char kKnown[] = "agent.id=known\n";
-
-// A thread whose cycles the test makes itself.
-struct Cycles {
-  explicit Cycles(const std::string& settings) : machine({.settings = kKnown + settings}) {}
-  size_t statusesAfter(int count) {
-    for (int i = 0; i < count; ++i) thread.cycle();
-    return machine.server.count("result");
-  }
-  AgentConfig& config() { return *AgentConfig::getInstance(); }
-  SimulatedMachine machine;
-  UpdateThread thread{nullptr};
-};
+using tests::Cycles;
 
 TEST(UpdateThread, PollsAtOnceAndThenEveryIntervalOfCycles) {
   Cycles cycles("[Polling]\npolling.interval=10\n");
@@ -43,7 +27,7 @@ TEST(UpdateThread, ActsOnWhatTheServerAnswersToAStatus) {
   struct AnswerCase {
     Answer answer;
     bool firstUpdateDone;
-    bool configurationPending;
+    size_t updates;
     size_t events10217;
     std::string identifier;
   };
@@ -52,20 +36,20 @@ TEST(UpdateThread, ActsOnWhatTheServerAnswersToAStatus) {
     return answer;
   };
   const AnswerCase cases[] = {
-      {withFlags(Answer()), true, true, 0, "known"},
-      {withFlags(Answer::error(200)), true, true, 0, "known"},
-      {withFlags(Answer::error(400)), false, false, 1, ""},
-      {withFlags(Answer::error(17)), false, false, 1, "known"},
-      {Answer::failure(7), false, false, 0, "known"},
-      {Answer::http(500), false, false, 0, "known"},
-      {Answer(), true, false, 0, "known"},
+      {withFlags(Answer()), true, 1U, 0, "known"},
+      {withFlags(Answer::error(200)), true, 1U, 0, "known"},
+      {withFlags(Answer::error(400)), false, 0U, 1, ""},
+      {withFlags(Answer::error(17)), false, 0U, 1, "known"},
+      {Answer::failure(7), false, 0U, 0, "known"},
+      {Answer::http(500), false, 0U, 0, "known"},
+      {Answer(), true, 0U, 0, "known"},
   };
   for (const AnswerCase& row : cases) {
     Cycles cycles("");
     cycles.machine.server.always("result", row.answer);
     cycles.thread.cycle();
     EXPECT_EQ(cycles.config().isFirstUpdateDone(), row.firstUpdateDone);
-    EXPECT_EQ(cycles.thread.pendingUpdates().configuration, row.configurationPending);
+    EXPECT_EQ(cycles.updates("update.configuration=true"), row.updates);
     EXPECT_EQ(cycles.machine.countLines(",10217,"), row.events10217);
     EXPECT_EQ(cycles.config().getUniqueId(), STRING(row.identifier));
   }
@@ -84,11 +68,15 @@ TEST(UpdateThread, RepeatsAFailedFirstStatusEveryTwoCyclesWhilePollingIsDisabled
 
 TEST(UpdateThread, ReportsAChangedPolicyStateOnceAndOnlyANegativeOne) {
   Cycles cycles("");
-  cycles.statusesAfter(1);
-  cycles.config().setPolicyState(-100, "builtin");
-  EXPECT_EQ(cycles.statusesAfter(3), 2U);
-  cycles.config().setPolicyState(0, "fine");
-  EXPECT_EQ(cycles.statusesAfter(3), 2U);
+  cycles.run(1);
+  const auto reportsAfter = [&](int code) {
+    cycles.config().setPolicyState(code, "a state");
+    cycles.run(3);
+    return cycles.results("result.errormessage=a state");
+  };
+  EXPECT_EQ(reportsAfter(-100), 1U);
+  EXPECT_EQ(reportsAfter(0), 1U);
+  EXPECT_EQ(reportsAfter(-101), 2U);
 }
 
 TEST(PendingUpdates, TakesEachFlagFromItsPropertyAndClearsMissingOnes) {
@@ -133,13 +121,13 @@ TEST(Prevention, DescribesEveryStateAsTheServerKnowsIt) {
       {{true, true, true, true}, 0xC00, "IPS Enabled. "},
       {{false, true, true, true}, 0xA00, "IPS Disabled. "},
       {{true, true, false, true}, 0x14C00, "RTFIM Disabled. IPS Enabled. "},
-      {{true, false, false, true},
+      {{true, 0U, 0U, true},
        0x15400,
        "RTFIM Disabled. IPS Enabled. This setting will take effect after the reboot."},
       {{true, true, false, false},
        0x25000 | 0x1400,
        "RTFIM Disabled. This setting will take effect after the reboot. IPS Enabled. "},
-      {{false, false, true, false},
+      {{false, 0U, true, false},
        0x29000 | 0x1200,
        "RTFIM Enabled. This setting will take effect after the reboot. IPS Disabled. "},
       {{true, false, true, true},

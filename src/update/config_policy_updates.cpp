@@ -1,0 +1,90 @@
+// Configuration and policy: fetched, applied, reported.
+#include "comm/https_handler.h"
+#include "config/agent_config.h"
+#include "eventlog/event_log.h"
+#include "update/server_answer.h"
+#include "update/update_result.h"
+#include "update/update_thread.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kSource[] = "UpdateThread";
+constexpr char kContext[] = "processConfigPolicyUpdates";
+constexpr int kEventRefused = 10217;
+constexpr int kBothKinds = HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UPDATE;
+
+UpdateResult configureIds(const PropertyList& settings, const PropertyList& rules, int kind) {
+  HidsInterface* ids = AgentConfig::getHIDSInterface();
+  if (!ids || !ids->present()) {
+    eventlog::trace(kContext, "There is no IDS component for its settings");
+    // They come along with the agent's own, to every agent.
+    if (kind == HttpsHandler::CONFIG_UPDATE) return {};
+    return {kNoIdsComponent, "The IDS component is not installed."};
+  }
+  if (!ids->applyConfiguration(settings, rules))
+    return {kDiskFailure, "Failed to save new configuration data from server to disk."};
+  return readIdsResult(*ids, "IDS.Config", kContext);
+}
+
+}  // namespace
+
+int UpdateThread::takeConfigPolicyKinds() {
+  int kinds = 0;
+  if (_configRetry.due()) {
+    kinds = _configRetry.kinds;
+  } else {
+    if (_pending.configuration) kinds |= HttpsHandler::CONFIG_UPDATE;
+    if (_pending.policy) kinds |= HttpsHandler::POLICY_UPDATE;
+    _pending.configuration = _pending.policy = false;
+  }
+  return preventionInForce() ? kinds : kinds & ~HttpsHandler::POLICY_UPDATE;
+}
+
+void UpdateThread::processConfigPolicyUpdates() {
+  const int kinds = takeConfigPolicyKinds();
+  if (kinds == 0) return;
+  eventlog::trace(
+      kSource,
+      "::processConfigPolicyUpdates : httpSender.getUpdate: pollFor=%d, _bFirstPollRequired=%d",
+      kinds, static_cast<int>(_bFirstPollRequired));
+  HttpsHandler handler;
+  if (handler.getUpdate(kinds, _bFirstPollRequired) != 0) return _configRetry.clear();
+  const ServerAnswer answer = takeServerAnswer(handler, kEventRefused);
+  _lastServerError = answer.code;
+  if (answer.refused()) return;
+  if (answer.accepted()) _configRetry.clear();
+  if (answer.comeBackLater()) {
+    eventlog::trace(kSource,
+                    "UpdateThread::processConfigPolicyUpdates : Server asked us to retry after "
+                    "sometime. Retry count %d",
+                    _configRetry.count);
+    _configRetry.refuse(kBothKinds);
+  }
+  _bFirstPollRequired = false;
+  if (kinds & HttpsHandler::CONFIG_UPDATE) applyConfiguration(handler, HttpsHandler::CONFIG_UPDATE);
+}
+
+// Nothing is used, and nothing reported, of an answer that carries an error.
+void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
+  PropertyList settings;
+  PropertyList identity;
+  PropertyList rules;
+  PropertyList idsSettings;
+  if (handler.GetGeneralProperties(settings, identity) != 0) return;
+  handler.GetLogRules(rules);
+  handler.GetIDSProperties(idsSettings);
+  for (const Property& rule : rules)
+    eventlog::trace(kSource, "UpdateThread::processConfigPolicyUpdates: Add Log Rule:%s",
+                    rule.first);
+
+  UpdateResult result;
+  if (settings.empty() && identity.empty() && rules.empty() && idsSettings.empty())
+    result = {kNothingNew, "No new configuration data provided."};
+  if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
+  if (!settings.empty() && !_config->newConfiguration(settings))
+    result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
+  HttpsHandler().setUpdateResult(kind, result.code, result.text, identity);
+}
+
+}  // namespace korvane

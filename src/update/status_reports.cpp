@@ -1,0 +1,75 @@
+// The status that the update thread sends to its server, and what it watches for it.
+#include "comm/https_handler.h"
+#include "config/agent_config.h"
+#include "eventlog/event_log.h"
+#include "ids/ids_log_names.h"
+#include "update/prevention_state.h"
+#include "update/server_answer.h"
+#include "update/update_thread.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kSource[] = "UpdateThread";
+constexpr int kEventRefused = 10217;
+constexpr int32_t kFirstStatusRetryCycles = 2;
+
+}  // namespace
+
+bool UpdateThread::statusDue() {
+  if (_pollingInterval == 0) {
+    _firstStatusRetry = kFirstStatusRetryCycles;
+    return true;
+  }
+  if (!_bFirstPollRequired || _pollingInterval > 0) return false;
+  if (--_firstStatusRetry > 0) return false;
+  _firstStatusRetry = kFirstStatusRetryCycles;
+  return true;
+}
+
+void UpdateThread::sendAgentStatus() {
+  HttpsHandler handler;
+  if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return;
+  const ServerAnswer answer = takeServerAnswer(handler, kEventRefused);
+  _lastServerError = answer.code;
+  if (answer.accepted()) _configRetry.clear();
+  if (answer.refused()) return;
+  _bFirstPollRequired = false;
+  PropertyList properties;
+  handler.GetPollingProperties(properties);
+  if (properties.empty()) {
+    eventlog::trace(kSource, "Received NO polling properties");
+    return;
+  }
+  eventlog::trace(kSource, "Received polling properties");
+  _pending.takePollingProperties(properties);
+}
+
+void UpdateThread::monitorPrevention() {
+  PreventionSettings settings;
+  settings.ipsEnabled = _config->isIPSEnabled();
+  settings.ipsRebootDone = _config->isIPSRebootDone();
+  settings.fimEnabled = _config->isFIMEnabled();
+  settings.fimRebootDone = _config->isFIMRebootDone();
+  if (preventionInForce() && preventionTestKeyCanBeMade()) {
+    _config->setPolicyError(kPreventionDisabledCode, kPreventionDisabledText);
+    return;
+  }
+  const AgentConfig::ChangeGroup group(*_config);
+  const PreventionReport report = describePrevention(settings);
+  _config->setPolicyError(report.code, report.text);
+  HidsInterface* ids = AgentConfig::getHIDSInterface();
+  if (ids && ids->present() && !takeIdsLogFiles(*ids))
+    eventlog::trace("processConfigPolicyUpdates", "IDS did not report log file name");
+  _config->setPolicyError(_config->getPolicyErrorCode() | kIdsLogSearchRead,
+                          _config->getPolicyErrorStr());
+}
+
+void UpdateThread::monitorPolicyState() {
+  if (!_config->hasPolicyStateChanged()) return;
+  if (_config->getPolicyStateCode() < 0) HttpsHandler().sendPolicyStateMessage();
+  if (_config->hasRealPolicyStateChanged()) _config->updateIniFile();
+  _config->setPolicyStateChanged(false);
+}
+
+}  // namespace korvane

@@ -1,0 +1,21 @@
+#include "update/update_result.h"
+
+#include "util/errors.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kCorruptResult = 51;
+
+}  // namespace
+
+UpdateResult readIdsResult(HidsInterface& ids, const STRING& prefix, const STRING& context) {
+  PropertyList results;
+  ids.readResults(results);
+  const STRING* code = findProperty(results, prefix + ".ResultCode");
+  const STRING* text = findProperty(results, prefix + ".ResultMessage");
+  if (!code || !text) throw AgentError(kCorruptResult, "Corrupt HIDS result file.", context);
+  return {code->toInt(), *text};
+}
+
+}  // namespace korvane

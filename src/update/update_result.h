@@ -1,0 +1,27 @@
+// What came of an update, as it is reported to the server.
+#pragma once
+
+#include "config/hids_interface.h"
+#include "util/string.h"
+
+namespace korvane {
+
+struct UpdateResult {
+  int code = 0;
+  STRING text = "No Error";
+
+  bool ok() const { return code == 0; }
+};
+
+// Codes of the agent's own.
+inline constexpr int kNothingNew = 19;        // the server had nothing of what it announced
+inline constexpr int kNoInformation = 35;     // it did not say what is needed to use it
+inline constexpr int kDiskFailure = 36;       // it cannot be kept on disk
+inline constexpr int kPolicyFailure = 66;     // the policy cannot be translated or loaded
+inline constexpr int kNoIdsComponent = 1003;  // there is none on this machine
+
+// The result of the component's last apply operation. prefix: "IDS.Policy" or "IDS.Config". Throws AgentError
+// 51, with the given context, when the code or the message is missing, and 39 for an empty code.
+UpdateResult readIdsResult(HidsInterface& ids, const STRING& prefix, const STRING& context);
+
+}  // namespace korvane

@@ -1,0 +1,49 @@
+// An update thread on a simulated machine, whose cycles the test makes itself.
+#pragma once
+
+#include <string>
+
+#include "tests/support/simulated_agent.h"
+#include "update/update_thread.h"
+
+namespace korvane::tests {
+
+// Requests of a server by what stands in them.
+inline size_t countRequests(const ScriptedServer& server, const std::string& path,
+                            const std::string& needle) {
+  size_t count = 0;
+  for (const auto& request : server.requests(path))
+    if (request.body.find(needle) != std::string::npos) ++count;
+  return count;
+}
+
+struct Cycles {
+  explicit Cycles(const std::string& settings)
+      : machine({.settings = "agent.id=known\n" + settings}) {}
+  void run(int count) {
+    for (int i = 0; i < count; ++i) thread.cycle();
+  }
+  size_t statuses() const { return countRequests(machine.server, "result", "agent.osversion="); }
+  size_t updates(const std::string& needle = "") const {
+    return countRequests(machine.server, "update", needle);
+  }
+  size_t results(const std::string& needle) const {
+    return countRequests(machine.server, "result", needle);
+  }
+  size_t statusesAfter(int count) {
+    run(count);
+    return statuses();
+  }
+  // The next status tells the agent of this; the one after it of nothing.
+  void announce(const std::string& properties) {
+    machine.server.queue("result", Answer::properties(properties));
+    config().setPollingInterval(1);
+    run(3);
+    config().setPollingInterval(1000000);
+  }
+  AgentConfig& config() { return *AgentConfig::getInstance(); }
+  SimulatedMachine machine;
+  UpdateThread thread{nullptr};
+};
+
+}  // namespace korvane::tests
