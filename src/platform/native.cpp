@@ -7,7 +7,8 @@ class SystemPlatform final : public NativePlatform {
  public:
   explicit SystemPlatform(const NativeOptions& options)
       : _devices(makeNativeDevices(options)),
-        _registry(makeNativeRegistry(options, *_files, *_devices)) {}
+        _registry(makeNativeRegistry(options, *_files, *_devices)),
+        _pipes(makeNativePipes(options)) {}
 
   Platform& platform() override { return _platform; }
 
@@ -17,12 +18,13 @@ class SystemPlatform final : public NativePlatform {
   const std::unique_ptr<Files> _files = makeNativeFiles();
   const std::unique_ptr<Devices> _devices;
   const std::unique_ptr<Registry> _registry;
+  const std::unique_ptr<Pipes> _pipes;
   const std::unique_ptr<Processes> _processes = makeNativeProcesses();
   const std::unique_ptr<Sockets> _sockets = makeNativeSockets();
   const std::unique_ptr<SystemInfo> _systemInfo = makeNativeSystemInfo();
   const std::unique_ptr<SharedLibraries> _libraries = makeNativeSharedLibraries();
-  Platform _platform{*_clock,     *_threading, *_files,      *_registry, *_devices,
-                     *_processes, *_sockets,   *_systemInfo, *_libraries};
+  Platform _platform{*_clock,     *_threading, *_files,      *_registry,  *_devices,
+                     *_processes, *_sockets,   *_systemInfo, *_libraries, *_pipes};
 };
 
 }  // namespace

@@ -16,6 +16,7 @@ std::unique_ptr<Processes> makeNativeProcesses();
 std::unique_ptr<SystemInfo> makeNativeSystemInfo();
 std::unique_ptr<SharedLibraries> makeNativeSharedLibraries();
 std::unique_ptr<Devices> makeNativeDevices(const NativeOptions& options);
+std::unique_ptr<Pipes> makeNativePipes(const NativeOptions& options);
 // Refers to `files` and `devices`, which must outlive it. Windows uses neither.
 std::unique_ptr<Registry> makeNativeRegistry(const NativeOptions& options, Files& files,
                                              Devices& devices);

@@ -13,6 +13,7 @@
 #include "platform/clock.h"
 #include "platform/driver_device.h"
 #include "platform/files.h"
+#include "platform/pipes.h"
 #include "platform/processes.h"
 #include "platform/registry.h"
 #include "platform/shared_library.h"
@@ -32,6 +33,7 @@ struct Platform {
   Sockets& sockets;
   SystemInfo& systemInfo;
   SharedLibraries& sharedLibraries;
+  Pipes& pipes;
 };
 
 // Where the Linux build finds what Windows has of itself. Windows ignores them.

@@ -114,7 +114,8 @@ class CommFixture : public ::testing::Test {
                   _native->platform().processes,
                   resolver,
                   _native->platform().systemInfo,
-                  _native->platform().sharedLibraries} {
+                  _native->platform().sharedLibraries,
+                  _native->platform().pipes} {
     platform::setCurrent(&_platform);
     shutdownToken().reset();
     setInstallRoot(_directory.path());

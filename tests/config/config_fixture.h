@@ -63,7 +63,8 @@ class ConfigFixture : public testing::Test {
   platform::Platform& _base = fake.platform();
   platform::Platform _system{_base.clock,    _base.threading,  files,
                              _base.registry, _base.devices,    _base.processes,
-                             _base.sockets,  _base.systemInfo, _base.sharedLibraries};
+                             _base.sockets,  _base.systemInfo, _base.sharedLibraries,
+                             _base.pipes};
 };
 
 }  // namespace korvane

@@ -13,9 +13,9 @@ int main(int argc, char** argv) {
   const auto native = platform::makeNativePlatform({});
   platform::Platform& base = native->platform();
   ShortWaits waits(base.threading);
-  platform::Platform system{base.clock,    waits,           base.files,
-                            base.registry, base.devices,    base.processes,
-                            base.sockets,  base.systemInfo, base.sharedLibraries};
+  platform::Platform system{base.clock,           waits,          base.files,   base.registry,
+                            base.devices,         base.processes, base.sockets, base.systemInfo,
+                            base.sharedLibraries, base.pipes};
   platform::setCurrent(&system);
   setInstallRoot(argv[1]);
   AgentConfig& config = *AgentConfig::getInstance();

@@ -89,9 +89,9 @@ class CrashTest : public testing::Test {
 
   void use(platform::Files& files) {
     platform::Platform& base = fake.platform();
-    system = std::make_unique<platform::Platform>(
-        platform::Platform{base.clock, base.threading, files, base.registry, base.devices,
-                           base.processes, base.sockets, base.systemInfo, base.sharedLibraries});
+    system = std::make_unique<platform::Platform>(platform::Platform{
+        base.clock, base.threading, files, base.registry, base.devices, base.processes,
+        base.sockets, base.systemInfo, base.sharedLibraries, base.pipes});
     platform::setCurrent(system.get());
     setInstallRoot("/opt/agent");
   }

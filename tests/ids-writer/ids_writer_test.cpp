@@ -104,9 +104,9 @@ TEST_F(IdsFilesTest, HandingOverNamesTheNextLogBeforeItEndsTheOldOne) {
 TEST_F(IdsFilesTest, WhoeverSeesTheEndMarkerFindsTheNextLogNamedAndBegun) {
   platform::RecordingFiles recording(fake.files);
   platform::Platform& all = fake.platform();
-  platform::Platform system{all.clock,    all.threading,  recording,
-                            all.registry, all.devices,    all.processes,
-                            all.sockets,  all.systemInfo, all.sharedLibraries};
+  platform::Platform system{all.clock,           all.threading, recording,   all.registry,
+                            all.devices,         all.processes, all.sockets, all.systemInfo,
+                            all.sharedLibraries, all.pipes};
   IdsFiles(system, "/k", Encoding::utf8).handOver();
   int ended = 0;
   for (size_t entries = 0; entries <= recording.size(); ++entries) {

@@ -154,9 +154,9 @@ TEST_F(RetransCheckTest, TheBuiltInPolicyDependsOnNothing) {
 TEST_F(RetransCheckTest, AnUnusableFileLeavesNoItemsAndSaysWhy) {
   platform::FaultyFiles faulty(fake.files);
   platform::Platform& base = fake.platform();
-  platform::Platform system{base.clock,    base.threading,  faulty,
-                            base.registry, base.devices,    base.processes,
-                            base.sockets,  base.systemInfo, base.sharedLibraries};
+  platform::Platform system{base.clock,           base.threading, faulty,       base.registry,
+                            base.devices,         base.processes, base.sockets, base.systemInfo,
+                            base.sharedLibraries, base.pipes};
   const platform::CurrentPlatform other(system);
   const auto fails = [&] {
     fake.files.put("/good", retransItemsText({{Kind::path, "", "/gone", true, ""}}));

@@ -102,9 +102,9 @@ class OtherSockets {
  public:
   explicit OtherSockets(platform::Sockets& sockets)
       : _former(platform::current()),
-        _platform{_former.clock,    _former.threading,  _former.files,
-                  _former.registry, _former.devices,    _former.processes,
-                  sockets,          _former.systemInfo, _former.sharedLibraries} {
+        _platform{_former.clock,           _former.threading, _former.files, _former.registry,
+                  _former.devices,         _former.processes, sockets,       _former.systemInfo,
+                  _former.sharedLibraries, _former.pipes} {
     platform::setCurrent(&_platform);
   }
   ~OtherSockets() { platform::setCurrent(&_former); }

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "platform/fake/fake_devices.h"
+#include "platform/fake/fake_pipes.h"
 #include "platform/fake/fake_processes.h"
 #include "platform/fake/fake_sockets.h"
 #include "platform/fake/fake_system.h"
@@ -53,10 +54,11 @@ class FakePlatform {
   FakeSockets sockets{_threading};
   FakeSystemInfo systemInfo;
   FakeLibraries libraries;
+  FakePipes pipes{_threading};
 
  private:
-  Platform _platform{_time,     _threading, files,      registry, devices,
-                     processes, sockets,    systemInfo, libraries};
+  Platform _platform{_time,     _threading, files,      registry,  devices,
+                     processes, sockets,    systemInfo, libraries, pipes};
 };
 
 // Makes a platform the current one for a scope.

@@ -1,0 +1,33 @@
+// Pipes inside the process. Thread-safe, but for one Pipe used by one thread and its interrupt().
+// Lifetime: pipes may outlive the object, but not its Threading.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/fake/fake_lock.h"
+#include "platform/pipes.h"
+#include "platform/threading.h"
+
+namespace korvane::platform {
+
+struct FakePipeNames;
+
+class FakePipes final : public Pipes {
+ public:
+  explicit FakePipes(Threading& threading);
+  ~FakePipes() override;
+
+  uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) override;
+  uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) override;
+
+  // What a server hears about the rights of its clients; true from the start.
+  void setClientsAreAdministrators(bool are);
+
+ private:
+  const std::shared_ptr<FakePipeNames> _names;
+};
+
+}  // namespace korvane::platform

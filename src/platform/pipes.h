@@ -1,0 +1,70 @@
+// Local byte pipes: one server, one client at a time, both on this machine. No call but wait() blocks.
+// Returns are Win32 error numbers.
+//
+// Names are what follows "\\.\pipe\", which may stand before them. One end exists on the server's side for
+// a name; a second one is refused with 231.
+// A client of another account may read and write: who may do what is decided by the peer's rights.
+// Lifetime: a pipe is closed by its destructor, what the peer has not read is lost then.
+// Threads: a pipe is used by one thread; interrupt() may be called by any other.
+//
+// Windows: CreateNamedPipe with PIPE_NOWAIT and PIPE_REJECT_REMOTE_CLIENTS, 65536 bytes each way, a DACL of
+// SYSTEM and Administrators (all) and authenticated users (read, write); one client, a further one is
+// refused with 231 until the server has made the pipe anew. wait() sleeps for its whole time, in an alertable
+// wait, since a pipe without overlapped calls cannot be waited for.
+// Linux: a Unix socket "<name>.pipe" in the run directory, mode 0666. A further client is let in by the
+// system and waits until the server has made the pipe anew, which shows it a pipe that was closed. wait()
+// ends as soon as something has happened.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace korvane::platform {
+
+enum class PipeWait {
+  ended,  // something may have changed, or the time is up
+  interrupted,
+};
+
+enum class PipeEvent {
+  readable,  // bytes, or a client, have come
+  writable,  // there is room again
+};
+
+class Pipe {
+ public:
+  virtual ~Pipe() = default;
+  // How many bytes can be read. 230: no client has come yet. 109: the peer has gone and all is read.
+  virtual uint32_t peek(size_t& available) = 0;
+  // Reads at most `size` bytes; 232: none there, 109: as above.
+  virtual uint32_t read(void* buffer, size_t size, size_t& got) = 0;
+  // Writes a whole frame of at most 4096 bytes or, when there is no room, nothing: `written` is 0 then and
+  // the call has not failed. 536: no client has come yet. 232: the peer has gone.
+  virtual uint32_t write(const void* bytes, size_t size, size_t& written) = 0;
+  virtual PipeWait wait(PipeEvent event, uint32_t timeoutMs) = 0;
+  // Server's end, once bytes of the client have been read: whether the client may change what the agent
+  // does. Windows: a member of Administrators, or SYSTEM. Linux: root or the server's own user.
+  virtual bool peerIsAdministrator() = 0;
+  // Makes wait(), the present call and every later one, end as interrupted. Any thread.
+  virtual void interrupt() = 0;
+};
+
+class Pipes {
+ public:
+  virtual ~Pipes() = default;
+  // The server's end. 231: somebody serves that name already.
+  virtual uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
+  // A client's end. 2: nobody serves that name. 231: the server has another client.
+  virtual uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
+};
+
+// A pipe's name without "\\.\pipe\".
+inline std::string barePipeName(const std::string& name) {
+  constexpr char kPrefix[] = "\\\\.\\pipe\\";
+  constexpr size_t kLength = sizeof kPrefix - 1;
+  return name.compare(0, kLength, kPrefix) == 0 ? name.substr(kLength) : name;
+}
+
+}  // namespace korvane::platform

@@ -1,0 +1,213 @@
+#include "platform/pipes.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/error_codes.h"
+#include "platform/interrupt_posix.h"
+#include "platform/native.h"
+
+namespace korvane::platform {
+namespace {
+
+// Room for 65536 bytes in frames of 4096: the kernel counts its own bookkeeping too.
+constexpr int kPipeBytes = 2 * 65536;
+
+bool goneWith(int error) {
+  return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
+}
+
+uint32_t addressOf(const std::string& path, sockaddr_un& out) {
+  out = {};
+  out.sun_family = AF_UNIX;
+  if (path.size() >= sizeof out.sun_path) return kErrorFileNameTooLong;
+  std::copy(path.begin(), path.end(), out.sun_path);
+  return kOk;
+}
+
+const sockaddr* generic(const sockaddr_un& address) {
+  return reinterpret_cast<const sockaddr*>(&address);
+}
+
+Descriptor makeSocket() {
+  return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+}
+
+uint32_t connectTo(const sockaddr_un& address, Descriptor& out) {
+  Descriptor made = makeSocket();
+  if (!made) return kErrorNotEnoughMemory;
+  if (::connect(made.get(), generic(address), sizeof address) == 0) {
+    out = std::move(made);
+    return kOk;
+  }
+  switch (errno) {
+    case EAGAIN:
+      return kErrorPipeBusy;
+    case EACCES:
+    case EPERM:
+      return kErrorAccessDenied;
+    default:
+      return kErrorFileNotFound;
+  }
+}
+
+// One connection. The client's end as it stands; the server's end takes its client from a listener.
+class PosixPipe : public Pipe {
+ public:
+  explicit PosixPipe(Descriptor connection = Descriptor()) { use(std::move(connection)); }
+
+  bool valid() const { return _interrupt.valid(); }
+
+  uint32_t peek(size_t& available) override {
+    available = 0;
+    if (!connected()) return kErrorBadPipe;
+    int count = 0;
+    if (::ioctl(_connection.get(), FIONREAD, &count) != 0) return kErrorBrokenPipe;
+    available = static_cast<size_t>(count);
+    if (count > 0) return kOk;
+    char byte;
+    const ssize_t seen = ::recv(_connection.get(), &byte, 1, MSG_PEEK);
+    if (seen < 0 && (errno == EAGAIN || errno == EINTR)) return kOk;
+    if (seen <= 0) return kErrorBrokenPipe;
+    available = 1;
+    return kOk;
+  }
+
+  uint32_t read(void* buffer, size_t size, size_t& got) override {
+    got = 0;
+    if (!connected()) return kErrorPipeListening;
+    const ssize_t n = ::recv(_connection.get(), buffer, size, 0);
+    if (n < 0 && (errno == EAGAIN || errno == EINTR)) return kErrorNoData;
+    if (n <= 0) return kErrorBrokenPipe;
+    got = static_cast<size_t>(n);
+    return kOk;
+  }
+
+  uint32_t write(const void* bytes, size_t size, size_t& written) override {
+    written = 0;
+    if (!connected()) return kErrorPipeListening;
+    const ssize_t n = ::send(_connection.get(), bytes, size, MSG_NOSIGNAL);
+    if (n >= 0) {
+      written = static_cast<size_t>(n);
+      return kOk;
+    }
+    if (errno == EAGAIN || errno == EINTR) return kOk;
+    return goneWith(errno) ? kErrorNoData : kErrorGenFailure;
+  }
+
+  PipeWait wait(PipeEvent event, uint32_t timeoutMs) override {
+    const bool waitsForRoom = event == PipeEvent::writable && connected();
+    const short events = waitsForRoom ? POLLOUT : POLLIN;
+    return pollFor(waitable(), events, Deadline(timeoutMs), _interrupt) == PollResult::interrupted
+               ? PipeWait::interrupted
+               : PipeWait::ended;
+  }
+
+  bool peerIsAdministrator() override {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (!_connection || ::getsockopt(_connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+      return false;
+    return peer.uid == 0 || peer.uid == ::geteuid();
+  }
+
+  void interrupt() override { _interrupt.raise(); }
+
+ protected:
+  virtual bool connected() { return true; }
+  virtual int waitable() { return _connection.get(); }
+
+  bool hasConnection() const { return static_cast<bool>(_connection); }
+  int connection() const { return _connection.get(); }
+  void use(Descriptor connection) {
+    _connection = std::move(connection);
+    if (_connection)
+      ::setsockopt(_connection.get(), SOL_SOCKET, SO_SNDBUF, &kPipeBytes, sizeof kPipeBytes);
+  }
+
+ private:
+  Descriptor _connection;
+  Interrupt _interrupt;
+};
+
+class PosixPipeServer final : public PosixPipe {
+ public:
+  PosixPipeServer(std::string path, Descriptor listener, Descriptor lock)
+      : _path(std::move(path)), _lock(std::move(lock)), _listener(std::move(listener)) {}
+  ~PosixPipeServer() override { ::unlink(_path.c_str()); }
+
+ protected:
+  bool connected() override {
+    if (hasConnection()) return true;
+    use(Descriptor(::accept4(_listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));
+    return hasConnection();
+  }
+  int waitable() override { return hasConnection() ? connection() : _listener.get(); }
+
+ private:
+  const std::string _path;
+  const Descriptor
+      _lock;  // held for as long as the name is served; let go by the process's end, too
+  const Descriptor _listener;
+};
+
+class PosixPipes final : public Pipes {
+ public:
+  explicit PosixPipes(std::string directory) : _directory(std::move(directory)) {}
+
+  uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) override {
+    sockaddr_un address;
+    if (const uint32_t error = locate(name, address)) return error;
+    const std::string path = address.sun_path;
+    Descriptor lock(::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!lock) return errno == EACCES ? kErrorAccessDenied : kErrorPathNotFound;
+    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) return kErrorPipeBusy;
+    ::unlink(path.c_str());  // of a server that was killed
+    Descriptor listener = makeSocket();
+    if (!listener) return kErrorNotEnoughMemory;
+    if (::bind(listener.get(), generic(address), sizeof address) != 0 ||
+        ::chmod(path.c_str(), 0666) != 0 || ::listen(listener.get(), 0) != 0)
+      return errno == EACCES ? kErrorAccessDenied : kErrorGenFailure;
+    auto made = std::make_unique<PosixPipeServer>(path, std::move(listener), std::move(lock));
+    if (!made->valid()) return kErrorNotEnoughMemory;
+    out = std::move(made);
+    return kOk;
+  }
+
+  uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) override {
+    sockaddr_un address;
+    if (const uint32_t error = locate(name, address)) return error;
+    Descriptor connection;
+    if (const uint32_t error = connectTo(address, connection)) return error;
+    auto made = std::make_unique<PosixPipe>(std::move(connection));
+    if (!made->valid()) return kErrorNotEnoughMemory;
+    out = std::move(made);
+    return kOk;
+  }
+
+ private:
+  uint32_t locate(const std::string& name, sockaddr_un& address) const {
+    const std::string bare = barePipeName(name);
+    if (bare.empty() || bare.find_first_of(std::string("/\0", 2)) != std::string::npos)
+      return kErrorInvalidName;
+    return addressOf(_directory + "/" + bare + ".pipe", address);
+  }
+
+  const std::string _directory;
+};
+
+}  // namespace
+
+std::unique_ptr<Pipes> makeNativePipes(const NativeOptions& options) {
+  return std::make_unique<PosixPipes>(options.runDirectory);
+}
+
+}  // namespace korvane::platform
