@@ -23,6 +23,10 @@ struct PendingUpdates {
   bool applicationRequest = false;
   STRING applicationRequestId;
 
+  // True when a content package waits on the server.
+  bool hasContent() const { return qel || ferrolynRevocation || ferrolynSettings || ferrolynVexVT; }
+  void clearContent() { qel = ferrolynRevocation = ferrolynSettings = ferrolynVexVT = false; }
+
   // Sets every flag from the properties, a missing one to false. A request for application data without
   // an identifier is none.
   void takePollingProperties(const PropertyList& properties);

@@ -1,0 +1,47 @@
+// The four kinds of content package: how each is asked for, where it is unpacked, and the settings that
+// say what is to be done with it.
+//
+// Constant data; the two directories depend on the settings and the install root of the moment. The lock
+// is process-wide: whoever changes a kind's directory or its update-now flag holds it, so that a package is
+// never taken over while the next one is being put in its place.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "agent/thread/locks.h"
+#include "config/agent_config.h"
+#include "update/pending_updates.h"
+
+namespace korvane {
+
+struct ContentKind {
+  int bit;                 // the update kind, 32 to 256
+  const char* binaryName;  // what the server's answer is asked for
+  const char* product;     // as the server names it
+  const char* shortName;   // of folders and files
+  bool PendingUpdates::*flag;
+  STRING (AgentConfig::*configuredDirectory)() const;
+  bool (AgentConfig::*updateNow)() const;
+  void (AgentConfig::*setUpdateNow)(bool);
+  STRING (AgentConfig::*metadata)() const;
+  void (AgentConfig::*setMetadata)(const STRING&);
+
+  // Where the package is unpacked: the configured folder, or IPS/content/<short name>.
+  std::string directory() const;
+  // IDS/content, where the detection component finds all of them.
+  static std::string handOverDirectory();
+};
+
+// In the order of the bits.
+std::span<const ContentKind> contentKinds();
+// Null for a bit that is no content kind's.
+const ContentKind* contentKindOf(int bit);
+
+inline constexpr char kContentArchive[] = "data.zip";
+// An archive that is larger is not read back.
+inline constexpr uint64_t kLargestContentArchive = 256 * 1024 * 1024;
+
+Win32Mutex& contentLock();
+
+}  // namespace korvane

@@ -1,0 +1,46 @@
+// The update thread's content step: fetches the content packages that the server has for the agent, unpacks
+// each into its kind's directory and marks it for the component update thread.
+//
+// Lifetime: refers to the update thread's flags and retry group. Threads: the update thread alone; it takes
+// contentLock() while it changes a directory.
+// Errors: everything that goes wrong ends in a result for the server (36 for a package that cannot be
+// unpacked, for whatever reason; the own log says which) or, for an exchange, in the retry group.
+// Crash rule: a directory is changed only after the archive was checked as a whole and while the kind's
+// update-now flag is off on disk; the flag is switched on when every file is in place.
+//
+//   ContentUpdate content(_pending, _componentRetry);
+//   content.processComponentUpdates();   // once a cycle
+#pragma once
+
+#include <string>
+
+#include "update/content_kinds.h"
+#include "update/pending_updates.h"
+#include "update/retry_group.h"
+
+namespace korvane {
+
+class HttpsHandler;
+
+class ContentUpdate {
+ public:
+  static constexpr int kUnpackingFailed = 36;
+
+  ContentUpdate(PendingUpdates& pending, RetryGroup& retry) : _pending(pending), _retry(retry) {}
+
+  void processComponentUpdates();
+
+  // Stores and unpacks one package and reports the result, which is returned too: 0 or 36.
+  static int processComponentData(int kind, const std::string* bytes, const STRING& directory);
+
+ private:
+  // The kinds to be unpacked: those with a flag, and those that a refusal put off.
+  int wantedKinds() const;
+  // True when the server's answer may be used.
+  bool getComponentUpdate(HttpsHandler& handler, int wanted);
+
+  PendingUpdates& _pending;
+  RetryGroup& _retry;
+};
+
+}  // namespace korvane

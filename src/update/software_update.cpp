@@ -1,0 +1,165 @@
+#include "update/software_update.h"
+
+#include <memory>
+
+#include "archive/unpacking.h"
+#include "comm/https_handler.h"
+#include "config/agent_config.h"
+#include "config/install_root.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "update/server_answer.h"
+#include "update/update_results_file.h"
+#include "util/dates.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kThreadTag[] = "UpdateThread";
+constexpr char kStepTag[] = "UpdateThread::processSoftwareUpdate";
+constexpr char kPackageTag[] = "getsoftware";
+
+constexpr char kNoInformationText[] = "Software update information not provided";
+constexpr char kFailedText[] = "Software Update Failed. Unknown Error.";
+
+constexpr int kEventServerError = 10218;
+constexpr int kEventPackageRefused = 10585;
+constexpr uint64_t kLargestResults = 1024 * 1024;
+
+const PropertyList& failure() {
+  static const PropertyList& pairs =
+      *new PropertyList{{"result.errorcode", std::to_string(SoftwareUpdate::kFailed)},
+                        {"result.errormessage", kFailedText}};
+  return pairs;
+}
+
+void report(int code, const char* text, const PropertyList& pairs = {}) {
+  HttpsHandler().setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, code, text, pairs);
+}
+
+bool keep(const std::string& path, std::string_view bytes, archive::Refusal& refusal) {
+  const int error = platform::writeFileAtomically(platform::current().files, path, bytes);
+  if (!error) return true;
+  refusal = {archive::Fault::fileOperation, "software package", path, "cannot write", error};
+  return false;
+}
+
+void makeUpdateDirectory(const std::string& directory) {
+  platform::Files& files = platform::current().files;
+  platform::FileInfo info;
+  if (files.info(directory, info) == 0 && info.isDirectory) {
+    eventlog::trace(kStepTag, "Directory already exists %s", directory);
+  } else {
+    eventlog::trace(kStepTag, "Creating %s", directory);
+    files.makeDirectories(directory);
+  }
+  eventlog::trace(kStepTag, "After Create Dir");
+}
+
+void cleanUpdateDirectory(const std::string& directory) {
+  eventlog::trace("cleanUpdateDirectory", "Getting called with dir %s", directory);
+  platform::emptyDirectory(platform::current().files, directory);
+}
+
+bool writeResults(const std::string& directory, const PropertyList& pairs) {
+  const std::string path =
+      platform::joinPath(platform::current().files, {directory, kUpdateResultsFile});
+  archive::Refusal refusal;
+  return keep(path, updateResultsText(pairs, AgentConfig::getInstance()->isUnicode()), refusal);
+}
+
+// An earlier package goes before this one comes, but not before this one has been checked.
+bool unpackPackage(const std::string& directory, std::string_view bytes,
+                   archive::Refusal& refusal) {
+  platform::Platform& system = platform::current();
+  const std::string name =
+      expandDatePattern("policy%M%S%T.sbp.zip", system.clock.wallMs()).toUtf8();
+  archive::ZipArchive zip(name, bytes);
+  archive::Unpacking unpacking(system.files, directory);
+  if (!zip.open(refusal) || !unpacking.stage(zip, refusal)) {
+    eventlog::trace(kStepTag, "Failed to decompress %d", refusal.code());
+    return false;
+  }
+  cleanUpdateDirectory(directory);
+  if (keep(platform::joinPath(system.files, {directory, name}), bytes, refusal) &&
+      unpacking.commit(refusal))
+    return true;
+  eventlog::trace(kStepTag, "Failed to extract software update to disk");
+  return false;
+}
+
+}  // namespace
+
+void SoftwareUpdate::processSoftwareUpdate() {
+  if (!_pending.software && !_retry.due()) return;
+  _pending.software = false;
+  HttpsHandler handler;
+  if (askServer(handler)) takePackage(handler);
+}
+
+bool SoftwareUpdate::askServer(HttpsHandler& handler) {
+  if (handler.getUpdate(HttpsHandler::SOFTWARE_UPDATE, false) != 0) {
+    _retry.clear();
+    return false;
+  }
+  const ServerAnswer answer = takeServerAnswer(handler, kEventServerError);
+  if (answer.accepted()) _retry.clear();
+  if (answer.comeBackLater()) {
+    eventlog::trace(kThreadTag,
+                    "::processSoftware : Server asked us to retry after sometime. Retry count %d",
+                    _retry.count);
+    _retry.refuse(HttpsHandler::SOFTWARE_UPDATE);
+  }
+  return answer.accepted();
+}
+
+void SoftwareUpdate::takePackage(HttpsHandler& handler) {
+  int status = 0, size = 0;
+  PropertyList properties;
+  const std::unique_ptr<char[]> package(handler.getSoftware(status, size, properties));
+  if (status == 0) return report(kNothingNew, "No new software data provided");
+  if (!package || size == 0 || !findProperty(properties, "software.name")) {
+    eventlog::trace(kPackageTag, kNoInformationText);
+    return report(kNoInformation, kNoInformationText);
+  }
+  PropertyList results;
+  for (const Property& pair : properties)
+    if (pair.first.startsWith("software.")) results.push_back(pair);
+  installPackage({package.get(), static_cast<size_t>(size)}, results);
+}
+
+void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& results) {
+  const std::string directory =
+      platform::joinPath(platform::current().files, {installDirectory(), "update", "software"});
+  makeUpdateDirectory(directory);
+  archive::Refusal refusal;
+  const bool unpacked = unpackPackage(directory, bytes, refusal);
+  if (!unpacked) {
+    eventlog::event(kEventPackageRefused, kStepTag,
+                    {propertyValue(results, "software.name"), refusal.text()});
+    cleanUpdateDirectory(directory);
+  }
+  if (!writeResults(directory, unpacked ? results : failure()) || !unpacked)
+    return report(kFailed, kFailedText, results);
+  AgentConfig& config = *AgentConfig::getInstance();
+  config.setSoftwareUpdateDirectory(directory);
+  config.updateIniFile();
+  report(0, "No Error", results);
+}
+
+void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
+  platform::Files& files = platform::current().files;
+  std::string bytes;
+  platform::readWholeFile(files,
+                          platform::joinPath(files, {directory.toUtf8(), kUpdateResultsFile}),
+                          kLargestResults, bytes);
+  PropertyList pairs = parseUpdateResults(bytes);
+  if (!findProperty(pairs, "result.errorcode"))
+    pairs.insert(pairs.begin(), failure().begin(), failure().end());
+  if (HttpsHandler().setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, pairs) != 0) return;
+  AgentConfig::getInstance()->setSoftwareUpdateDirectory({});
+  AgentConfig::getInstance()->updateIniFile();
+}
+
+}  // namespace korvane

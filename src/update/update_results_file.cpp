@@ -1,0 +1,67 @@
+#include "update/update_results_file.h"
+
+#include <algorithm>
+
+#include "util/utf8.h"
+
+namespace korvane {
+namespace {
+
+constexpr std::string_view kMark = "\xff\xfe";
+
+// A line's name has an ASCII character first, so a zero behind the first byte tells UTF-16 without a mark.
+bool isWide(std::string_view bytes) {
+  return bytes.starts_with(kMark) || (bytes.size() > 1 && bytes[1] == '\0');
+}
+
+std::string fromWide(std::string_view bytes) {
+  if (bytes.starts_with(kMark)) bytes.remove_prefix(kMark.size());
+  std::u16string text;
+  for (size_t at = 0; at + 1 < bytes.size(); at += 2)
+    text += static_cast<char16_t>(static_cast<unsigned char>(bytes[at]) |
+                                  static_cast<unsigned char>(bytes[at + 1]) << 8);
+  return utf16ToUtf8(text);
+}
+
+std::string toWide(std::string_view utf8) {
+  std::string bytes(kMark);
+  for (const char16_t unit : utf8ToUtf16(utf8)) {
+    bytes += static_cast<char>(unit & 0xff);
+    bytes += static_cast<char>(unit >> 8);
+  }
+  return bytes;
+}
+
+void setPair(PropertyList& list, const STRING& name, const STRING& value) {
+  const auto found = std::find_if(list.begin(), list.end(),
+                                  [&name](const Property& pair) { return pair.first == name; });
+  if (found == list.end())
+    list.emplace_back(name, value);
+  else
+    found->second = value;
+}
+
+}  // namespace
+
+std::string updateResultsText(const PropertyList& pairs, bool unicode) {
+  std::string text;
+  for (const Property& pair : pairs)
+    text += pair.first.toUtf8() + "=" + pair.second.toUtf8() + "\n";
+  return unicode ? toWide(text) : text;
+}
+
+PropertyList parseUpdateResults(std::string_view bytes) {
+  const std::string text = isWide(bytes) ? fromWide(bytes) : std::string(bytes);
+  PropertyList pairs;
+  for (size_t begin = 0, end; begin < text.size(); begin = end + 1) {
+    end = std::min(text.find('\n', begin), text.size());
+    std::string_view line = std::string_view(text).substr(begin, end - begin);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    const size_t equals = line.find('=');
+    if (equals == std::string_view::npos || equals == 0) continue;
+    setPair(pairs, line.substr(0, equals), line.substr(equals + 1));
+  }
+  return pairs;
+}
+
+}  // namespace korvane
