@@ -68,3 +68,15 @@ function(korvane_message_resource target)
   set_source_files_properties("${folder}/events.rc" PROPERTIES
     INCLUDE_DIRECTORIES "${folder}" OBJECT_DEPENDS "${catalogue}")
 endfunction()
+
+# The FIPS module beside the library, with the file that says what its bytes must be: fipsinstall has it check
+# itself once here; without "install-status" in that file it checks itself on every machine at every load.
+set(fips_files "${CMAKE_BINARY_DIR}/bin/fips.dll" "${CMAKE_BINARY_DIR}/bin/fipsmodule.cnf")
+add_custom_command(OUTPUT ${fips_files}
+  COMMAND "${CMAKE_COMMAND}" -E make_directory "${CMAKE_BINARY_DIR}/bin"
+  COMMAND "${CMAKE_COMMAND}" -E copy "${KORVANE_WINDOWS_DEPS}/fips/fips.dll" "${CMAKE_BINARY_DIR}/bin/fips.dll"
+  COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} "${KORVANE_WINDOWS_DEPS}/fips/openssl.exe" fipsinstall -quiet
+    -module ./fips.dll -out fipsmodule.cnf -provider_name fips -self_test_onload
+  DEPENDS "${KORVANE_WINDOWS_DEPS}/fips/fips.dll" WORKING_DIRECTORY "${CMAKE_BINARY_DIR}/bin" VERBATIM)
+file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+add_custom_target(fips_module ALL DEPENDS ${fips_files})

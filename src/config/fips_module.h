@@ -1,0 +1,21 @@
+// The FIPS module of the installation: OpenSSL's FIPS provider as a library of its own, and the file that says
+// what its bytes must be.
+//
+// Both lie in the installation root, beside the agent library, and nowhere else is looked: "fips.dll" (on
+// Linux "libfips.so") and "fipsmodule.cnf", whose section [fips_sect] holds the module's settings as
+// OpenSSL's fipsinstall writes them. Needed is "module-mac"; without "install-status" the module runs all its
+// self-tests at every load, on the machine where it runs. The module checks its own file against that value.
+//
+// Once loaded the module stays until the process ends; one that was refused is let go, so that a repaired one
+// can be tried. Thread-safe.
+#pragma once
+
+#include <string>
+
+namespace korvane {
+
+// True when the provider "fips" is there. Else `error` names the file and what is wrong with it; what the
+// cryptographic library has to say about it is in its error queue.
+bool loadFipsModule(std::string& error);
+
+}  // namespace korvane
