@@ -87,6 +87,7 @@ TEST_F(SourcePolicyTest, AMalformedSourceIsToldWithItsLine) {
       {"rule deny file a $(registry:Key)\n", " in line 5: a registry value without a key"},
       {"rule log network a $(address)-$(address)\n", " in line 5: a second address in one rule"},
       {"rule log network a \x01\n", " in line 5: a control character"},
+      {"when \"/\xff\" rule deny file a b\n", " in line 5: text that is not UTF-8"},
       {"when /a rule deny file a b\n", " in line 5: a path in quotes is missing"},
       {"when \"/a rule deny file a b\n", " in line 5: a path in quotes is missing"},
       {"stand-in dance\n", " in line 5: an unknown word behind stand-in"},

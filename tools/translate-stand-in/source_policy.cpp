@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "stand-in-policy/policy_model.h"
+#include "util/utf8.h"
 
 namespace korvane::translate_stand_in {
 namespace {
@@ -135,7 +136,6 @@ bool SourcePolicy::resolve(std::string_view reference, std::optional<std::string
 bool SourcePolicy::expand(std::string_view line, std::vector<std::string>& out) {
   std::string text;
   bool complete = true;
-  if (line.find(kAddressMark) != std::string_view::npos) return fail("a control character");
   for (size_t at = line.find(kOpen); at != std::string_view::npos; at = line.find(kOpen)) {
     const size_t end = line.find(')', at);
     if (end == std::string_view::npos) return fail("a reference without its end");
@@ -200,6 +200,10 @@ bool SourcePolicy::takeDirective(std::string_view directive) {
 bool SourcePolicy::takeLine(std::string_view line) {
   std::string_view rest = line;
   const std::string_view word = takeWord(rest);
+  if (!isValidUtf8(line)) return fail("text that is not UTF-8");
+  if (line.find(kAddressMark) != std::string_view::npos ||
+      line.find('\0') != std::string_view::npos)
+    return fail("a control character");
   if (word == "stand-in") return takeDirective(rest);
   if (word == "rule") return takeRule(line);
   if (word == "when") return takeConditionalRule(rest);
