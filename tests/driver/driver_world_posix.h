@@ -55,6 +55,12 @@ class DriverWorld {
   }
   void setPrevention(bool on) { command(on ? "prevention on" : "prevention off"); }
 
+  // What else the host is told on this system, and how it is told to stop.
+  std::string hostOptions() const {
+    return "--registry " + at("registry.reg") + " --run-dir " + folder.path();
+  }
+  void stopHost(platform::Process& host) { kill(static_cast<pid_t>(host.id()), SIGTERM); }
+
   // A full path as the driver is given it.
   std::string at(const std::string& name) const { return folder.path() + "/" + name; }
 

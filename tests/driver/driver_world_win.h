@@ -58,6 +58,10 @@ class DriverWorld {
   }
   void setPrevention(bool on) { EXPECT_EQ(kavips::setPrevention(on), ""); }
 
+  // What else the host is told on this system, and how it is told to stop.
+  std::string hostOptions() const { return "--stop-event KorvaneDriverTestsStop"; }
+  void stopHost(platform::Process&) { ::SetEvent(_stopHost.get()); }
+
   // A full path as the driver is given it.
   std::string at(const std::string& name) const {
     std::string path = folder.path() + "\\" + name;
@@ -69,6 +73,10 @@ class DriverWorld {
   TempDirectory folder;
   std::unique_ptr<platform::NativePlatform> native = platform::makeNativePlatform({});
   platform::Platform& system = native->platform();
+
+ private:
+  const platform::KernelObject _stopHost{
+      ::CreateEventW(nullptr, /*bManualReset=*/FALSE, FALSE, L"KorvaneDriverTestsStop")};
 };
 
 }  // namespace korvane::tests
