@@ -39,8 +39,9 @@ struct Module {
   Settings settings;
   OSSL_PROVIDER* provider = nullptr;
 };
+// Never destroyed: the cryptographic library's own end, later than that of any object here, still calls it.
 Module& module() {
-  static Module one;
+  static Module& one = *new Module;
   return one;
 }
 
