@@ -240,9 +240,7 @@ TEST(ContentUpdate, EveryFailingFileOperationIsReportedAndTheFlagAgreesWithTheFi
       Step step;
       platform::FaultyFiles faulty(step.machine.fake.files);
       platform::Platform& fake = step.machine.fake.platform();
-      platform::Platform withFaults{fake.clock,    fake.threading,  faulty,
-                                    fake.registry, fake.devices,    fake.processes,
-                                    fake.sockets,  fake.systemInfo, fake.sharedLibraries};
+      platform::Platform withFaults = platform::withFiles(fake, faulty);
       step.config();
       platform::setCurrent(&withFaults);
       const std::string bytes = package("new");

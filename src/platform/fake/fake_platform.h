@@ -61,6 +61,12 @@ class FakePlatform {
                      processes, sockets,    systemInfo, libraries, pipes};
 };
 
+// The platform with other files: wrappers that record or fail.
+inline Platform withFiles(const Platform& of, Files& files) {
+  return {of.clock,     of.threading, files,         of.registry,        of.devices,
+          of.processes, of.sockets,   of.systemInfo, of.sharedLibraries, of.pipes};
+}
+
 // Makes a platform the current one for a scope.
 class CurrentPlatform {
  public:
