@@ -64,6 +64,8 @@ void UpdateThread::prepare() {
   _pollingInterval = 0;
   if (_config->autoRetransEnabled())
     _autoRetransCountdown = steppedCountdown(0, true, _config->getAutoRetransInterval());
+  if (_config->updateInProgress())
+    SoftwareUpdate::sendUpdateResults(_config->getSoftwareUpdateDirectory());
   _initialised = true;
 }
 
@@ -76,7 +78,9 @@ bool UpdateThread::work() {
   processConfigPolicyUpdates();
   if (HttpsHandler::getLastError() == 0) {
     processHIDSPolicyUpdate();
+    _software.processSoftwareUpdate();
   }
+  _content.processComponentUpdates();
   notifyAppDataCollection();
   monitorPolicyState();
   if (!_bFirstPollRequired) _config->setFirstUpdateDone();
@@ -96,6 +100,8 @@ bool UpdateThread::tcpNotification() {
 void UpdateThread::stepCountdowns() {
   _configRetry.step();
   _idsRetry.step();
+  _softwareRetry.step();
+  _componentRetry.step();
   updatePollingInterval();
   updateAutoRetransInterval();
   _config->updateRebootRequiredFlag();

@@ -26,9 +26,11 @@
 
 #include "agent/thread/thread.h"
 #include "platform/export.h"
+#include "update/content_update.h"
 #include "update/notification_listener.h"
 #include "update/pending_updates.h"
 #include "update/retry_group.h"
+#include "update/software_update.h"
 #include "update/update_result.h"
 
 namespace korvane {
@@ -91,7 +93,11 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   int32_t _autoRetransCountdown = -1;
   RetryGroup _configRetry;
   RetryGroup _idsRetry;
+  RetryGroup _softwareRetry;
+  RetryGroup _componentRetry;
   PendingUpdates _pending;
+  SoftwareUpdate _software{_pending, _softwareRetry};
+  ContentUpdate _content{_pending, _componentRetry};
   NotificationListener _listener{stopToken()};
 };
 
