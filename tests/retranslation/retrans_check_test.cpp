@@ -210,5 +210,52 @@ TEST(RetransOnThisMachine, ChangesAreSeen) {
   EXPECT_EQ(addresses.value, addressList(native->platform().systemInfo.ipAddresses()));
 }
 
+// The whole round on the real system: the translator program writes the items, the agent reads them and
+// asks the translator library, and the program takes up what has changed.
+TEST(RetransOnThisMachine, WhatTheTranslatorRecordedIsWhatTheCheckCompares) {
+  const tests::TempDirectory folder;
+  const auto native = platform::makeNativePlatform({});
+  const platform::CurrentPlatform current(native->platform());
+  setInstallRoot(folder.path());
+  const std::string watched = folder.path() + "/\xc3\xa4 watched";
+  const auto put = [&](const std::string& name, const std::string& bytes) {
+    std::ofstream(tests::fsPath(folder.path() + "/" + name), std::ios::binary) << bytes;
+  };
+  const auto translate = [&](const std::string& words) {
+    std::unique_ptr<platform::Process> program;
+    uint32_t code = 1;
+    return native->platform().processes.start(KORVANE_TRANSLATE, words, program) == 0 &&
+           program->wait(60000) == platform::ProcessWait::ended && program->exitCode(code) &&
+           code == 0;
+  };
+  const auto quoted = [&](const char* name) { return "\"" + folder.path() + "/" + name + "\""; };
+  put("text.pol", "korvane-policy 1\nname N\nversion 1\nid i\nwhen \"" + watched +
+                      "\" rule deny file a b\nrule log network n $(address)\n"
+                      "rule deny file a $(registry:Software\\Korvane None|V)\n"
+                      "rule deny file a $(env:PATH)\n");
+  ASSERT_TRUE(translate("--make-policy " + quoted("text.pol") + " " + quoted("p.zip")));
+  std::filesystem::create_directory(tests::fsPath(folder.path() + "/IPS"));
+  const std::string extensions = std::filesystem::path(KORVANE_TRANSLATOR).parent_path().string();
+  ASSERT_TRUE(Translator::initialize(extensions));
+  RetransCheck check;
+  const auto settled = [&] {
+    EXPECT_TRUE(translate("-agent -loadtext " + quoted("p.zip") + " " + quoted("minus") + " " +
+                          quoted("items")));
+    EXPECT_TRUE(check.loadRetransItems(folder.path() + "/items"));
+    EXPECT_EQ(check.items().size(), 4u);
+    return !check.checkRetrans();
+  };
+  EXPECT_TRUE(settled());
+  put("\xc3\xa4 watched", "");
+  EXPECT_TRUE(check.checkRetrans());
+  EXPECT_TRUE(AgentConfig::getInstance()->getRetranslateNow());
+  EXPECT_TRUE(settled());
+  std::filesystem::remove(tests::fsPath(watched));
+  EXPECT_TRUE(check.checkRetrans());
+  Translator::shutdown();
+  AgentConfig::freeInstance();
+  setInstallRoot("");
+}
+
 }  // namespace
 }  // namespace korvane
