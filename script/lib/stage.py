@@ -7,6 +7,7 @@ import configparser
 import json
 import pathlib
 import random
+import shutil
 import signal
 import subprocess
 import time
@@ -105,6 +106,10 @@ class Stage:
         library = self.machine.build / "lib" / self.machine.translator
         if library.exists():
             (self.ips / "extensions" / library.name).write_bytes(library.read_bytes())
+        for program in (self.machine.bin / "translate", self.machine.bin / "translate.exe"):
+            if program.exists():
+                (self.ips / "bin").mkdir(exist_ok=True)
+                shutil.copy(program, self.ips / "bin")
         ini = configparser.RawConfigParser(delimiters="=")
         ini.optionxform = str
         ini.read(ROOT / "packaging" / "agent.ini")
@@ -119,6 +124,19 @@ class Stage:
                 ini.set(section, key, str(value))
         with open(self.ips / "agent.ini", "w", encoding="utf-8") as file:
             ini.write(file, space_around_delimiters=False)
+
+    def source_policy(self, name, rules="", policy_name="Web servers", version="1", identifier="policy-1"):
+        """Makes a source policy as the server hands it out; returns its path. rules: lines of the policy's text."""
+        text = self.work / f"{name}.pol"
+        archive = self.work / f"{name}.sbp.zip"
+        text.write_text(f"korvane-policy 1\nname {policy_name}\nversion {version}\nid {identifier}\n{rules}", encoding="utf-8")
+        subprocess.run([self.bin / "translate", "--make-policy", text, archive], check=True)
+        return archive
+
+    def start_ids(self, *options):
+        """Starts the IDS component's stand-in, which answers what the agent hands over until it is stopped."""
+        return self.machine.start("ids", "korvane-ids-writer", "--install-root", self.install_root, "--serve",
+                                  *(str(option) for option in options))
 
     def start_driver(self):
         self.machine.start_driver()
