@@ -31,7 +31,6 @@
 #include "update/pending_updates.h"
 #include "update/retry_group.h"
 #include "update/software_update.h"
-#include "update/update_result.h"
 
 namespace korvane {
 
