@@ -7,8 +7,11 @@
 
 namespace korvane::archive {
 
-Unpacking::Unpacking(platform::Files& files, std::string target)
-    : _files(files), _target(std::move(target)), _staging(_target + ".unpacking") {}
+Unpacking::Unpacking(platform::Files& files, std::string target, std::function<bool()> cancelled)
+    : _files(files),
+      _target(std::move(target)),
+      _staging(_target + ".unpacking"),
+      _cancelled(std::move(cancelled)) {}
 
 Unpacking::~Unpacking() {
   platform::removeTree(_files, _staging);
@@ -70,8 +73,8 @@ bool Unpacking::stageFile(ZipArchive& zip, const Entry& entry, Refusal& refusal)
   std::unique_ptr<platform::File> file;
   if (failed("open", path, _files.open(path, platform::OpenMode::create, file), refusal))
     return false;
-  const auto sink = [&file](std::string_view piece) {
-    return file->write(piece.data(), piece.size());
+  const auto sink = [this, &file](std::string_view piece) {
+    return _cancelled && _cancelled() ? ECANCELED : file->write(piece.data(), piece.size());
   };
   if (!zip.read(entry, sink, refusal)) return false;
   return !failed("flush", path, file->flush(), refusal);

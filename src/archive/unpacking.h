@@ -9,6 +9,8 @@
 // removed by the next unpacking into the same target. Files of the target that the archive does not name
 // stay. So a caller that needs all or nothing marks the target as complete only after commit().
 //
+// A long unpacking can be ended early: stage() asks `cancelled` between pieces and fails with ECANCELED.
+//
 // Lifetime: refers to the Files it is given. Threads: one unpacking of a target at a time.
 // Errors: false and a refusal; a failed file operation has the errno value and the path in it.
 //
@@ -17,6 +19,7 @@
 //     report(36, refusal.text());
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +32,7 @@ namespace korvane::archive {
 
 class Unpacking {
  public:
-  Unpacking(platform::Files& files, std::string target);
+  Unpacking(platform::Files& files, std::string target, std::function<bool()> cancelled = {});
   ~Unpacking();
   Unpacking(const Unpacking&) = delete;
   Unpacking& operator=(const Unpacking&) = delete;
@@ -49,6 +52,7 @@ class Unpacking {
   platform::Files& _files;
   const std::string _target;
   const std::string _staging;
+  const std::function<bool()> _cancelled;
   std::string _archive;
   std::vector<std::string> _fileNames;
   std::vector<std::string> _directoryNames;  // parents before what lies in them

@@ -1,11 +1,54 @@
 #include "update/component_update_thread.h"
 
-namespace korvane {
+#include "eventlog/event_log.h"
+#include "platform/platform.h"
 
-ComponentUpdateThread::ComponentUpdateThread() : Thread(64 * 1024) {}
+namespace korvane {
+namespace {
+
+using Outcome = ContentPackage::Outcome;
+
+constexpr char kSource[] = "ComponentUpdateThread";
+constexpr uint32_t kCycleMs = 1000;
+
+constexpr int kEventPackageRefused = 10585;
+constexpr int kEventHandedOver = 10586;
+constexpr int kEventNotHandedOver = 10587;
+
+}  // namespace
+
+ComponentUpdateThread::ComponentUpdateThread() = default;
 
 void ComponentUpdateThread::run() {
-  stopToken().sleepFor(platform::kInfinite);
+  do cycle();
+  while (!stopToken().sleepFor(kCycleMs));
+}
+
+void ComponentUpdateThread::cycle() {
+  AgentConfig& config = *AgentConfig::getInstance();
+  size_t index = 0;
+  for (const ContentKind& kind : contentKinds()) {
+    Attempts& attempts = _attempts.at(index++);
+    if (!stopRequested() && (config.*kind.updateNow)() &&
+        platform::current().clock.monotonicMs() >= attempts.nextMs)
+      takeOver(kind, attempts);
+  }
+}
+
+void ComponentUpdateThread::takeOver(const ContentKind& kind, Attempts& attempts) {
+  archive::Refusal refusal;
+  const Outcome outcome = handOverContent(
+      kind, [this] { return stopRequested(); }, refusal);
+  const bool reported = attempts.failing;
+  attempts = {};
+  if (outcome == Outcome::done) {
+    eventlog::event(kEventHandedOver, kSource, {(AgentConfig::getInstance()->*kind.metadata)()});
+  } else if (outcome == Outcome::refused) {
+    eventlog::event(kEventPackageRefused, kSource, {kind.product, refusal.text()});
+  } else if (!stopRequested()) {
+    if (!reported) eventlog::event(kEventNotHandedOver, kSource, {kind.product, refusal.text()});
+    attempts = {true, platform::current().clock.monotonicMs() + kPauseAfterFailureMs};
+  }
 }
 
 }  // namespace korvane

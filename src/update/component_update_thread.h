@@ -1,17 +1,42 @@
-// The component update thread, which every service type starts. It waits for its stop and does nothing
-// else; docs/limitations.md says so. Start, stop and destruction as for every Thread.
+// The component update thread, which every service type starts: once a second it looks whether a content
+// package waits to be taken over (its update-now flag is set) and hands it over to the IDS component
+// (content_hand_over.h).
+//
+// A package that cannot be used is reported in the own log and forgotten. When only the disk refuses, the flag stays
+// and another attempt follows a minute later; the log says so once.
+//
+// Start, stop and destruction as for every Thread; a stop ends an unpacking that is going on, and the next start
+// does it again. cycle() is for tests, instead of start().
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 #include "agent/thread/thread.h"
+#include "update/content_hand_over.h"
 
 namespace korvane {
 
 class ComponentUpdateThread : public Thread {
  public:
+  static constexpr int64_t kPauseAfterFailureMs = 60'000;
+
   ComponentUpdateThread();
+
+  void cycle();
 
  protected:
   void run() override;
+
+ private:
+  struct Attempts {
+    bool failing = false;
+    int64_t nextMs = 0;  // monotonic
+  };
+
+  void takeOver(const ContentKind& kind, Attempts& attempts);
+
+  std::array<Attempts, 4> _attempts;
 };
 
 }  // namespace korvane

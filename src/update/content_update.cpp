@@ -1,5 +1,6 @@
 #include "update/content_update.h"
 
+#include "agent/thread/stop_token.h"
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
 #include "eventlog/event_log.h"
@@ -41,7 +42,8 @@ bool unpackPackage(const ContentKind& kind, std::string_view bytes, const std::s
   const Synchronized hold(contentLock());
   archive::ZipArchive zip(kContentArchive, bytes);
   if (!makeDirectory(directory, refusal) || !zip.open(refusal)) return false;
-  archive::Unpacking unpacking(platform::current().files, directory);
+  archive::Unpacking unpacking(platform::current().files, directory,
+                               [] { return shutdownToken().requested(); });
   if (!unpacking.stage(zip, refusal)) return false;
   AgentConfig& config = *AgentConfig::getInstance();
   if ((config.*kind.updateNow)()) (config.*kind.setUpdateNow)(false);

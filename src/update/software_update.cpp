@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "agent/thread/stop_token.h"
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
@@ -76,7 +77,7 @@ bool unpackPackage(const std::string& directory, std::string_view bytes,
   const std::string name =
       expandDatePattern("policy%M%S%T.sbp.zip", system.clock.wallMs()).toUtf8();
   archive::ZipArchive zip(name, bytes);
-  archive::Unpacking unpacking(system.files, directory);
+  archive::Unpacking unpacking(system.files, directory, [] { return shutdownToken().requested(); });
   if (!zip.open(refusal) || !unpacking.stage(zip, refusal)) {
     eventlog::trace(kStepTag, "Failed to decompress %d", refusal.code());
     return false;

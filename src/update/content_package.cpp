@@ -1,0 +1,120 @@
+#include "update/content_package.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "config/ini_text.h"
+#include "config/properties_file.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+using archive::Fault;
+using archive::Refusal;
+using Outcome = ContentPackage::Outcome;
+
+constexpr char kDigestPrefix[] = "sha256.";
+
+Outcome refuse(const std::string& entry, std::string reason, Refusal& refusal) {
+  refusal = {Fault::wrongContent, kContentArchive, entry, std::move(reason)};
+  return Outcome::refused;
+}
+
+// A file that is not there, or another than it was, will not come back by itself.
+Outcome unreadable(const std::string& path, int error, Refusal& refusal) {
+  refusal = {Fault::fileOperation, kContentArchive, path, "cannot read", error};
+  const bool lasting = error == ENOENT || error == EISDIR || error == ENOTDIR || error == EFBIG;
+  return lasting ? Outcome::refused : Outcome::failed;
+}
+
+// The value on one line, without what separates the parts.
+std::string plain(const STRING& value) {
+  std::string text = value.toUtf8();
+  std::replace(text.begin(), text.end(), ';', ',');
+  return text;
+}
+
+}  // namespace
+
+Outcome ContentPackage::read(const ContentKind& kind, Refusal& refusal) {
+  const std::string directory = kind.directory();
+  _digests.clear();
+  _name = kind.product;
+  _version = _date = "";
+  Outcome outcome = readArchive(directory, refusal);
+  if (outcome == Outcome::done) outcome = compareFiles(directory, refusal);
+  if (outcome != Outcome::done) return outcome;
+  return checkProperties(kind, refusal) ? Outcome::done : Outcome::refused;
+}
+
+Outcome ContentPackage::readArchive(const std::string& directory, Refusal& refusal) {
+  platform::Files& files = platform::current().files;
+  const std::string path = platform::joinPath(files, {directory, kContentArchive});
+  const int error = platform::readWholeFile(files, path, kLargestContentArchive, _bytes);
+  if (error) return unreadable(path, error, refusal);
+  _digest = sha256Hex(_bytes);
+  return Outcome::done;
+}
+
+Outcome ContentPackage::compareFiles(const std::string& directory, Refusal& refusal) {
+  platform::Files& files = platform::current().files;
+  archive::ZipArchive zip = archive();
+  if (!zip.open(refusal)) return Outcome::refused;
+  std::string packed, unpacked;
+  for (const archive::Entry& entry : zip.entries()) {
+    if (entry.isDirectory()) continue;
+    if (!zip.read(entry, packed, refusal)) return Outcome::refused;
+    std::string name = entry.name;
+    std::replace(name.begin(), name.end(), '/', files.separator());
+    const std::string path = platform::joinPath(files, {directory, name});
+    const int error = platform::readWholeFile(files, path, entry.size, unpacked);
+    if (error) return unreadable(path, error, refusal);
+    if (packed != unpacked) return refuse(entry.name, "the unpacked file differs", refusal);
+    _digests.emplace_back(entry.name, sha256Hex(packed));
+  }
+  return Outcome::done;
+}
+
+bool ContentPackage::checkProperties(const ContentKind& kind, Refusal& refusal) {
+  archive::ZipArchive zip = archive();
+  std::string text;
+  if (!zip.open(refusal)) return false;
+  if (!zip.find(kPackageProperties)) return true;
+  if (!zip.read(kPackageProperties, text, refusal)) return false;
+  const PropertyList properties = parseProperties(text);
+  const STRING product = propertyValue(properties, "package.name");
+  if (!product.empty() && product != STRING(kind.product)) {
+    refuse(kPackageProperties, "the package is \"" + product.toUtf8() + "\"", refusal);
+    return false;
+  }
+  _version = plain(propertyValue(properties, "package.version"));
+  _date = plain(propertyValue(properties, "package.date"));
+  size_t stated = 0;
+  for (const Property& pair : properties) {
+    if (!pair.first.startsWith(kDigestPrefix)) continue;
+    ++stated;
+    const STRING file = pair.first.substr(sizeof kDigestPrefix - 1);
+    if (propertyValue(_digests, file).equalsIgnoreCase(pair.second)) continue;
+    refuse(file.toUtf8(), "the file is missing or has another SHA-256 than stated", refusal);
+    return false;
+  }
+  if (stated == 0 || stated + 1 == _digests.size()) return true;
+  refuse(kPackageProperties, "it states the SHA-256 of some files only", refusal);
+  return false;
+}
+
+STRING ContentPackage::metadata() const {
+  return "name=" + _name + "; version=" + _version + "; date=" + _date +
+         "; files=" + std::to_string(_digests.size()) + "; sha256=" + _digest;
+}
+
+std::string ContentPackage::pointerText(const std::string& directory) const {
+  return "package.directory=" + directory + "\npackage.name=" + _name +
+         "\npackage.version=" + _version + "\npackage.date=" + _date +
+         "\npackage.files=" + std::to_string(_digests.size()) + "\npackage.sha256=" + _digest +
+         "\n";
+}
+
+}  // namespace korvane
