@@ -37,8 +37,7 @@ class AgentAndDriverTest : public testing::Test {
     writeSettings(false);
   }
   ~AgentAndDriverTest() override {
-    if (_host) _host->terminate();
-    if (_host) _host->wait(kLongMs);
+    killAgent();
     world.system.registry.writeString(kAgentKey, "AgentType",
                                       _typeBefore.empty() ? STRING("1") : _typeBefore);
   }
@@ -68,6 +67,18 @@ class AgentAndDriverTest : public testing::Test {
     EXPECT_EQ(code, 0u) << log();
     _host.reset();
     return world.system.clock.monotonicMs() - before;
+  }
+
+  void killAgent() {
+    if (!_host) return;
+    _host->terminate();
+    _host->wait(kLongMs);
+    _host.reset();
+  }
+  // Whether so many requests come to wait in the driver.
+  bool pending(int count) {
+    const std::string part = "\"pending\":" + std::to_string(count);
+    return soon([&] { return world.command("state").find(part) != std::string::npos; });
   }
 
   std::string log() const {
@@ -136,6 +147,19 @@ TEST_F(AgentAndDriverTest, AMissingDriverIsReportedOnceAndSoIsItsReturn) {
   EXPECT_EQ(logged(",10400,"), 1);
 }
 
+TEST_F(AgentAndDriverTest, AKilledAgentLeavesNothingPending) {
+  world.command("stall");
+  startAgent();
+  ASSERT_TRUE(comes("I/O pending.")) << log();
+  EXPECT_TRUE(pending(1));
+  killAgent();
+  EXPECT_TRUE(pending(0));
+  world.command("normal");
+  startAgent();
+  EXPECT_TRUE(comes(",10104,")) << "the next one is served: " << log();
+  EXPECT_LE(stopAgent(), kStopLimitMs);
+}
+
 TEST_F(AgentAndDriverTest, StopsPromptlyWhateverTheDriverDoes) {
   struct Case {
     const char* command;
@@ -152,8 +176,7 @@ TEST_F(AgentAndDriverTest, StopsPromptlyWhateverTheDriverDoes) {
     EXPECT_LE(took, kStopLimitMs) << each.command;
     std::printf("stop, driver told '%s': %lld ms\n", each.command, static_cast<long long>(took));
     EXPECT_EQ(logged(",10110,"), 1) << each.command;
-    EXPECT_TRUE(
-        soon([&] { return world.command("state").find("\"pending\":0") != std::string::npos; }));
+    EXPECT_TRUE(pending(0)) << each.command;
   }
 }
 

@@ -35,8 +35,8 @@ void stopQueue(void);
 /* Leaves a request to the worker: `delayMs` from now, or never when that is KAVIPS_NEVER, it is answered or,
  * unless `failure` is success, ended with that. Gives STATUS_PENDING. */
 NTSTATUS pend(PIRP irp, LONGLONG delayMs, NTSTATUS failure);
-/* Ends every request that waits. */
-void endAll(NTSTATUS status);
+/* Ends every request that waits, or those of one open device. */
+void endAll(PFILE_OBJECT opened, NTSTATUS status);
 /* How many wait. */
 ULONG pendingRequests(void);
 NTSTATUS complete(PIRP irp, NTSTATUS status, ULONG_PTR bytes);

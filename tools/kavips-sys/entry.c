@@ -44,7 +44,7 @@ static void followPresence(int wasThere, int isThere) {
     return;
   }
   IoDeleteSymbolicLink(&linkName);
-  endAll(STATUS_DEVICE_NOT_CONNECTED);
+  endAll(NULL, STATUS_DEVICE_NOT_CONNECTED);
 }
 
 /* Input and output share one buffer, so the command is taken before the state is written. */
@@ -80,6 +80,13 @@ static NTSTATUS NTAPI control(PDEVICE_OBJECT device, PIRP irp) {
 
 static NTSTATUS NTAPI openOrClose(PDEVICE_OBJECT device, PIRP irp) {
   (void)device;
+  return complete(irp, STATUS_SUCCESS, 0);
+}
+
+/* The last handle of an open device has gone. */
+static NTSTATUS NTAPI cleanUp(PDEVICE_OBJECT device, PIRP irp) {
+  (void)device;
+  endAll(IoGetCurrentIrpStackLocation(irp)->FileObject, STATUS_CANCELLED);
   return complete(irp, STATUS_SUCCESS, 0);
 }
 
@@ -136,6 +143,7 @@ NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING key) {
     return status;
   }
   driver->MajorFunction[IRP_MJ_CREATE] = openOrClose;
+  driver->MajorFunction[IRP_MJ_CLEANUP] = cleanUp;
   driver->MajorFunction[IRP_MJ_CLOSE] = openOrClose;
   driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = control;
   driver->DriverUnload = unload;

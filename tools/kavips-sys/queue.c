@@ -73,14 +73,16 @@ NTSTATUS pend(PIRP irp, LONGLONG delayMs, NTSTATUS failure) {
   return STATUS_PENDING;
 }
 
-/* Takes the first request that is due out of the list, for the caller to complete. */
-static PIRP takeDue(LONGLONG at) {
+/* Takes the first request that is due, of one open device or of any (NULL), out of the list for the caller to
+ * complete. */
+static PIRP takeDue(LONGLONG at, PFILE_OBJECT opened) {
   PIRP taken = NULL;
   KIRQL level;
   KeAcquireSpinLock(&waitingLock, &level);
   for (PLIST_ENTRY entry = waiting.Flink; entry != &waiting && !taken; entry = entry->Flink) {
     PIRP irp = CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry);
-    if (*dueOf(irp) <= at && IoSetCancelRoutine(irp, NULL) != NULL) taken = irp;
+    const int wanted = !opened || IoGetCurrentIrpStackLocation(irp)->FileObject == opened;
+    if (wanted && *dueOf(irp) <= at && IoSetCancelRoutine(irp, NULL) != NULL) taken = irp;
   }
   if (taken) leave(taken);
   KeReleaseSpinLock(&waitingLock, level);
@@ -108,8 +110,9 @@ ULONG pendingRequests(void) {
   return count;
 }
 
-void endAll(NTSTATUS status) {
-  for (PIRP irp = takeDue(MAXLONGLONG); irp; irp = takeDue(MAXLONGLONG)) complete(irp, status, 0);
+void endAll(PFILE_OBJECT opened, NTSTATUS status) {
+  for (PIRP irp = takeDue(MAXLONGLONG, opened); irp; irp = takeDue(MAXLONGLONG, opened))
+    complete(irp, status, 0);
 }
 
 static void serve(PIRP irp) {
@@ -136,7 +139,7 @@ static int stopped(void) {
   stop = stopping;
   KeReleaseSpinLock(&waitingLock, level);
   if (!stop) return 0;
-  endAll(STATUS_CANCELLED);
+  endAll(NULL, STATUS_CANCELLED);
   KeAcquireSpinLock(&waitingLock, &level);
   idle = waitingCount == 0 && cancelling == 0;
   KeReleaseSpinLock(&waitingLock, level);
@@ -146,7 +149,7 @@ static int stopped(void) {
 static void NTAPI work(void* unused) {
   (void)unused;
   while (!stopped()) {
-    for (PIRP irp = takeDue(now100ns()); irp; irp = takeDue(now100ns())) serve(irp);
+    for (PIRP irp = takeDue(now100ns(), NULL); irp; irp = takeDue(now100ns(), NULL)) serve(irp);
     waitForWork();
   }
   PsTerminateSystemThread(STATUS_SUCCESS);
