@@ -19,11 +19,11 @@ int pipeEnds[2] = {-1, -1};
 sigset_t signalsOfWaiting;
 
 void put(char what) {
-  const int kept = errno;
+  const int before = errno;
   // A full pipe holds more of the same already.
   while (write(pipeEnds[1], &what, 1) < 0 && errno == EINTR) {
   }
-  errno = kept;
+  errno = before;
 }
 
 void onSignal(int) {
