@@ -69,6 +69,10 @@ void registerRoot(const std::string& root) {
 }
 
 void describeCommand(const Options& options, ServiceEntry& entry) {
+  if (entry.displayName.empty())
+    entry.displayName = entry.name == kServiceName
+                            ? kServiceDisplayName
+                            : std::string(kServiceDisplayName) + " (" + entry.name + ")";
   entry.command = {programPath(), "service"};
   if (!options.installRoot.empty())
     entry.command.insert(entry.command.end(), {"--install-root", fullPath(options.installRoot)});
@@ -121,8 +125,7 @@ void addInstall(CLI::App& app, std::shared_ptr<Installation> installation, Comma
       "install", "Protects the installation's directories and makes or updates the service");
   addAgentOptions(*command, installation->options);
   command->add_option("--name", installation->entry.name, "The service")->capture_default_str();
-  command->add_option("--display-name", installation->entry.displayName, "What people read")
-      ->capture_default_str();
+  command->add_option("--display-name", installation->entry.displayName, "What people read");
   static const std::map<std::string, ServiceStart> starts = {{"auto", ServiceStart::automatic},
                                                              {"delayed", ServiceStart::delayed},
                                                              {"demand", ServiceStart::demand}};

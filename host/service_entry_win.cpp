@@ -1,6 +1,5 @@
 #include "host/service_entry_win.h"
 
-#include <algorithm>
 #include <chrono>
 
 #include "host/command_line.h"
@@ -130,21 +129,24 @@ void requestStop(const ServiceHandle& service, const std::string& name) {
     throw systemFailure("stop the service " + name, error);
 }
 
-// Ends early when the process does.
-void waitForProcess(DWORD id) {
+// Waits a moment for the end of the process; there is none yet while a service is about to start.
+bool processEnds(DWORD id) {
   const platform::KernelObject process(::OpenProcess(SYNCHRONIZE, FALSE, id));
+  if (!process && id != 0 && ::GetLastError() == ERROR_INVALID_PARAMETER) return true;
   const platform::KernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  ::WaitForSingleObject(process ? process.get() : never.get(), kStopLookMs);
+  return ::WaitForSingleObject(process ? process.get() : never.get(), kStopLookMs) == WAIT_OBJECT_0;
 }
 
+// A service whose process has ended has stopped, whatever the service manager has noticed of it so far.
 bool stopped(const ServiceHandle& service, const std::string& name, uint32_t seconds) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   while (true) {
     const SERVICE_STATUS_PROCESS status = statusOf(service, name);
-    if (status.dwCurrentState == SERVICE_STOPPED && status.dwProcessId == 0) return true;
-    if (std::chrono::steady_clock::now() >= limit) return status.dwCurrentState == SERVICE_STOPPED;
-    if (status.dwCurrentState != SERVICE_STOPPED) requestStop(service, name);
-    waitForProcess(status.dwProcessId);
+    const bool atRest = status.dwCurrentState == SERVICE_STOPPED;
+    if (atRest && status.dwProcessId == 0) return true;
+    if (!atRest) requestStop(service, name);
+    if (processEnds(status.dwProcessId)) return true;
+    if (std::chrono::steady_clock::now() >= limit) return atRest;
   }
 }
 

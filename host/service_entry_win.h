@@ -22,7 +22,8 @@ enum class ServiceStart { automatic, delayed, demand };
 
 struct ServiceEntry {
   std::string name = kServiceName;
-  std::string displayName = kServiceDisplayName;
+  // No two services have the same.
+  std::string displayName;
   ServiceStart start = ServiceStart::automatic;
   // What the service manager runs; each is quoted where it has to be, the program always.
   std::vector<std::string> command;

@@ -12,12 +12,20 @@ using ::testing::HasSubstr;
 using tests::ChildProcess;
 using tests::Milliseconds;
 
+// A root that tells the odd agent which way to go.
+struct OddRoot {
+  explicit OddRoot(const std::string& way) { std::ofstream(path() + "/odd-agent") << way; }
+  std::string path() const { return directory.path(); }
+  tests::TempDirectory directory;
+};
+
 struct HostRun {
   HostRun(const std::string& way, const char* deadline, const char* library = ODD_AGENT_LIBRARY)
-      : host({KORVANE_HOST, "run", "--install-root", directory.path(), "--library", library,
+      : root(way),
+        host({KORVANE_HOST, "run", "--install-root", root.path(), "--library", library,
               "--stop-deadline", deadline},
-             directory.path() + "/output", {"ODD_AGENT=" + way}) {}
-  tests::TempDirectory directory;
+             root.path() + "/output") {}
+  OddRoot root;
   ChildProcess host;
 };
 

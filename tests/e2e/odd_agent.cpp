@@ -1,14 +1,23 @@
-// Agent libraries that behave as none should, for the tests of the host: which way, the environment
-// variable ODD_AGENT says.
+// Agent libraries that behave as none should, for the tests of the host: which way, the file "odd-agent" in
+// the installation's root says.
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
+#include <fstream>
 #include <mutex>
 #include <string>
 
+#include "agent/thread/agent_info.h"
+#include "platform/export.h"
+#include "platform/platform.h"
+#include "tests/support/temp_directory.h"
+
 namespace korvane {
-class AgentInfo;
-}
+
+class KORVANE_EXPORT AgentConfig {
+ public:
+  static bool isAgentShuttingDown();
+  static bool isAgentStarted();
+};
 
 namespace {
 
@@ -18,9 +27,18 @@ bool objectExists = false;
 bool stopped = false;
 bool shuttingDown = false;
 
+AgentInfo mailbox;
+
+std::string wayWritten() {
+  const std::string root = platform::current().systemInfo.environment("KORVANE_INSTALL_ROOT");
+  std::string way;
+  std::ifstream(tests::fsPath(root) / "odd-agent") >> way;
+  return way;
+}
+
 bool is(const char* way) {
-  const char* set = std::getenv("ODD_AGENT");
-  return set && std::string(set) == way;
+  static const std::string written = wayWritten();
+  return written == way;
 }
 
 void pass(std::unique_lock<std::mutex>& hold, int milliseconds) {
@@ -29,36 +47,42 @@ void pass(std::unique_lock<std::mutex>& hold, int milliseconds) {
 
 }  // namespace
 
-extern "C" {
-
-__attribute__((visibility("default"))) korvane::AgentInfo* startAgent() {
-  std::unique_lock hold(lock);
-  if (is("late")) pass(hold, 1000);
-  objectExists = true;
-  if (is("ends-itself")) shuttingDown = true;
-  changed.wait(hold, [] { return stopped && !is("never-returns"); });
-  return nullptr;
-}
-
-__attribute__((visibility("default"))) const char* stopAgent() {
-  const std::lock_guard hold(lock);
-  if (objectExists && !is("ends-itself")) stopped = true;
-  changed.notify_all();
-  return "The agent STOPPED and returned";
-}
-
-__attribute__((visibility("default"))) bool isShuttingDown() asm(
-    "_ZN7korvane11AgentConfig19isAgentShuttingDownEv");
-bool isShuttingDown() {
+bool AgentConfig::isAgentShuttingDown() {
   const std::lock_guard hold(lock);
   return shuttingDown;
 }
 
-__attribute__((visibility("default"))) bool isStarted() asm(
-    "_ZN7korvane11AgentConfig14isAgentStartedEv");
-bool isStarted() {
+bool AgentConfig::isAgentStarted() {
   const std::lock_guard hold(lock);
   return objectExists;
+}
+
+}  // namespace korvane
+
+extern "C" {
+
+KORVANE_EXPORT korvane::AgentInfo* startAgent() {
+  using namespace korvane;
+  std::unique_lock hold(lock);
+  if (is("returns-at-once")) return nullptr;
+  if (is("posts-its-end")) {
+    mailbox.post({kExitServiceCommand, kExitServiceName});
+    return &mailbox;
+  }
+  if (is("late")) pass(hold, 1000);
+  objectExists = true;
+  if (is("ends-itself")) shuttingDown = true;
+  changed.wait(hold, [] { return stopped && !is("never-returns"); });
+  if (is("slow")) pass(hold, 2500);
+  return nullptr;
+}
+
+KORVANE_EXPORT const char* stopAgent() {
+  using namespace korvane;
+  const std::lock_guard hold(lock);
+  if (objectExists && !is("ends-itself")) stopped = true;
+  changed.notify_all();
+  return "The agent STOPPED and returned";
 }
 
 }  // extern "C"
