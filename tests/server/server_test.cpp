@@ -291,6 +291,57 @@ TEST_F(ServerTest, NotificationsArriveAsOneByte) {
   EXPECT_EQ(received.get_future().get(), "\x03");
 }
 
+TEST_F(ServerTest, AnAssignmentNotifiesItsAgentWhereItRegistered) {
+  start();
+  std::promise<std::string> received;
+  Listener agent("127.0.0.1", 0, [&](Connection& connection) {
+    char bytes[4];
+    const ssize_t size = connection.read(bytes, sizeof bytes);
+    received.set_value(std::string(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0))));
+  });
+  agent.start();
+  const std::string body =
+      messageOf({{{"agent.ipaddress", "127.0.0.1"}}, {{"tcp.port", std::to_string(agent.port())}}});
+  const std::string guid = post("register", body).property("agent.id");
+  serveFile("b.zip", "software");
+  serveFile("a.zip", "");
+  EXPECT_EQ(get("/files"), Json::parse(R"([{"name":"a.zip","size":0},{"name":"b.zip","size":8}])"));
+  const Json answer = command(
+      "/assign", {{"kind", "software"}, {"file", "b.zip"}, {"agent", guid}, {"notify", true}});
+  EXPECT_EQ(answer["byte"], 4);
+  EXPECT_EQ(received.get_future().get(), "\x04");
+  EXPECT_EQ(tryCommand("/notify", {{"agent", "nobody"}, {"byte", 1}})->status, 400);
+  EXPECT_EQ(tryCommand("/notify", {{"byte", 1}})->status, 400);
+}
+
+TEST_F(ServerTest, ShowsAnAgentsPolicyStateAndItsChanges) {
+  start();
+  const std::string guid = registerAgent();
+  registerAgent();
+  const auto report = [&](const char* type, const char* code, const char* policy) {
+    post("result",
+         messageOf({{{"result.type", type},
+                     {"result.errorcode", code},
+                     {"result.errormessage", "text"},
+                     {"policy.name", policy}}}),
+         guid);
+  };
+  report("policy", "0", "first");
+  report("policy", "0", "first");
+  report("qel", "36", "");
+  report("policy", "66", "first");
+  report("policy", "0", "second");
+  EXPECT_THAT(get("/policy-state"), SizeIs(2));
+  const Json states = get("/policy-state?agent=" + guid);
+  ASSERT_THAT(states, SizeIs(1));
+  EXPECT_EQ(states[0]["policy.name"], "second");
+  EXPECT_EQ(states[0]["code"], 0);
+  ASSERT_THAT(states[0]["changes"], SizeIs(3));
+  EXPECT_EQ(states[0]["changes"][1]["code"], 66);
+  EXPECT_EQ(states[0]["updates"]["qel"]["code"], 36);
+  EXPECT_EQ(states[0]["updates"]["policy"]["code"], 0);
+}
+
 TEST_F(ServerTest, AgentsTakeTurnsAndNothingIsLost) {
   start();
   constexpr int kAgents = 4;

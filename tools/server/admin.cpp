@@ -1,5 +1,7 @@
 #include "tools/server/admin.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -14,6 +16,7 @@ using Json = nlohmann::json;
 
 constexpr char kJsonType[] = "application/json";
 constexpr int kInvalidByte = 0x100;
+constexpr int kNotifiedKinds = 0x1f;  // content and application data are offered with a status
 
 std::string dump(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -140,6 +143,10 @@ void Admin::addReports() {
     return state;
   });
   onGet("/agents", [this](const auto&, const auto&) { return reportAgents(_records); });
+  onGet("/policy-state", [this](const auto& request, const auto&) {
+    return reportPolicyState(_records, request.get_param_value("agent"));
+  });
+  onGet("/files", [this](const auto&, const auto&) { return files(); });
   onGet("/requests", [this](const auto& request, const auto&) {
     return reportRequests(_records, pageOf(request));
   });
@@ -227,18 +234,51 @@ Json Admin::assign(const Json& body) {
     }
     assignment.file = path;
   }
-  MutexLock lock(_records.mutex());
-  return {{"id", addAssignment(_records, assignment)}};
+  Json answer;
+  {
+    MutexLock lock(_records.mutex());
+    answer["id"] = addAssignment(_records, assignment);
+  }
+  if (body.value("notify", false)) {
+    answer.update(notify({{"agent", assignment.guid}, {"byte", kind.bit & kNotifiedKinds}}));
+  }
+  return answer;
+}
+
+Json Admin::files() {
+  Json list = Json::array();
+  for (const auto& file : std::filesystem::directory_iterator(_servedDirectory)) {
+    if (file.is_regular_file())
+      list.push_back({{"name", file.path().filename().string()}, {"size", file.file_size()}});
+  }
+  std::sort(list.begin(), list.end());
+  return list;
+}
+
+Admin::NotificationTarget Admin::targetOf(const Json& body) {
+  NotificationTarget target;
+  const std::string guid = body.value("agent", "");
+  if (!guid.empty()) {
+    MutexLock lock(_records.mutex());
+    const auto agent = _records.findAgent(guid);
+    if (!agent) throw std::invalid_argument("unknown agent " + guid);
+    target.address = _records.property(*agent, "attributes", "agent.ipaddress");
+    target.port = std::atoi(_records.property(*agent, "configuration", "tcp.port").c_str());
+  }
+  target.address = body.value("address", target.address.empty() ? "127.0.0.1" : target.address);
+  target.port = body.value("port", target.port);
+  if (target.port <= 0) throw std::invalid_argument("no port: name one, or a registered agent");
+  return target;
 }
 
 Json Admin::notify(const Json& body) {
   int byte = body.value("byte", 0);
   for (const Json& kind : body.value("kinds", Json::array())) byte |= kindNamed(kind).bit;
   if (byte < 0 || byte >= kInvalidByte) throw std::invalid_argument("kinds that fit in no byte");
-  const std::string address = body.value("address", "127.0.0.1");
+  const NotificationTarget target = targetOf(body);
   const int64_t count = body.value("count", int64_t{1});
   for (int64_t i = 0; i < count; ++i) {
-    sendNotification(address, body.at("port").get<int>(), static_cast<unsigned char>(byte));
+    sendNotification(target.address, target.port, static_cast<unsigned char>(byte));
   }
   return {{"sent", count}, {"byte", byte}};
 }

@@ -33,6 +33,11 @@ class Admin {
   using Json = nlohmann::json;
   using Operation = std::function<Json(const httplib::Request&, const Json& body)>;
 
+  struct NotificationTarget {
+    std::string address;
+    int port = 0;
+  };
+
   void addReports();
   void addCommands();
   void onGet(const std::string& path, Operation operation);
@@ -43,6 +48,9 @@ class Admin {
 
   Json events(const httplib::Request& request);
   Json assign(const Json& body);
+  Json files();
+  // The address and port named, or those that the agent named has registered with.
+  NotificationTarget targetOf(const Json& body);
   Json notify(const Json& body);
   Json misbehave(const Json& body);
   Json misbehaviours() const;

@@ -36,6 +36,16 @@ void declareOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("--count-only", options.countOnly, "Count events without storing their fields");
 }
 
+constexpr char kAdministration[] =
+    R"(Administration: JSON over HTTP on 127.0.0.1, on the port that the ready line names as admin_port.
+  GET  /state /agents /policy-state /results /requests /events /files /assignments   what arrived, what is assigned
+  POST /assign    {"kind": KIND, "file": NAME, "agent": GUID, "properties": {...}, "until": "result", "notify": true}
+                  KIND: config policy software policy.ids config.ids qel ferrolyn.revocation ferrolyn.settings
+                  ferrolyn.vexvt application; NAME: a file of the served folder; without "agent": for every agent
+  POST /notify    {"agent": GUID} or {"address": A, "port": N}, with "kinds": [KIND...] or "byte": N
+  POST /misbehave {"word": "update", "kind": "error", "code": 200, "count": 1}: any error code, and other faults
+docs/protocol.md has all of them.)";
+
 // Written beside it first, so that a reader never sees half a line.
 void writeReadyFile(const std::string& path, const std::string& line) {
   const std::string temporary = path + ".new";
@@ -77,6 +87,7 @@ int main(int argc, char** argv) {
   CLI::App app("korvane-server: reference management server for development, tests and demos");
   korvane::server::CommandLine line;
   korvane::server::declareOptions(app, line);
+  app.footer(korvane::server::kAdministration);
   CLI11_PARSE(app, argc, argv);
   try {
     return korvane::server::run(line, endingSignals);

@@ -110,6 +110,12 @@ void Records::setProperties(int64_t agent, std::string_view group,
     _statements->addProperty.run(agent, group, ++position, name, value);
 }
 
+std::string Records::property(int64_t agent, std::string_view group, std::string_view name) {
+  Statement query(_database,
+                  "SELECT value FROM properties WHERE agent_id = ? AND section = ? AND name = ?");
+  return query.start(agent, group, name).next() ? query.text(0) : std::string();
+}
+
 int64_t Records::addRequest(const RequestFacts& facts, std::optional<int64_t> agent) {
   _statements->addRequest.run(nowMs(), facts.word, agent, facts.guid, facts.listener, facts.charset,
                               static_cast<int64_t>(facts.bytes),

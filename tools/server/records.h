@@ -50,6 +50,10 @@ class Records {
   void setProperties(int64_t agent, std::string_view group, const WireProperties& properties)
       REQUIRES(_mutex);
 
+  // Empty when there is none.
+  std::string property(int64_t agent, std::string_view group, std::string_view name)
+      REQUIRES(_mutex);
+
   int64_t addRequest(const RequestFacts& facts, std::optional<int64_t> agent) REQUIRES(_mutex);
   // How the answer went out: "full", "part" or "none".
   void setAnswered(int64_t request, std::string_view answered) REQUIRES(_mutex);

@@ -8,6 +8,7 @@ using Json = nlohmann::json;
 
 // How many gaps and spans an answer lists at most; the sums are complete.
 constexpr size_t kListedSpans = 200;
+constexpr size_t kListedChanges = 50;
 
 Json cell(sqlite3_stmt* row, int column) {
   switch (sqlite3_column_type(row, column)) {
@@ -74,6 +75,32 @@ Json pageOf(Records& records, const std::string& columns, const std::string& tab
   return rows(records.database(), sql, page.guid, page.word, page.after, page.limit);
 }
 
+Json policyStateIn(const Json& result) {
+  const std::string payload = result["properties"];
+  Json state = {{"code", result["code"]}, {"message", result["message"]}};
+  for (const char* name : {"policy.name", "policy.path", "rid.applied", "rid.group"})
+    state[name] = std::string(propertyIn(payload, name));
+  return state;
+}
+
+Json policyChanges(Database& database, int64_t agent) {
+  Json changes = Json::array();
+  Json last;
+  for (const Json& result : rows(database,
+                                 "SELECT code, message, at_ms, properties FROM results "
+                                 "WHERE agent_id = ? AND type = 'policy' ORDER BY id",
+                                 agent)) {
+    Json state = policyStateIn(result);
+    if (state == last) continue;
+    last = state;
+    state["at_ms"] = result["at_ms"];
+    changes.push_back(std::move(state));
+  }
+  if (changes.size() > kListedChanges)
+    changes.erase(changes.begin(), changes.end() - kListedChanges);
+  return changes;
+}
+
 std::vector<EventSpan> spansWhere(Database& database, const std::string& condition,
                                   const std::string& guid) {
   std::vector<EventSpan> spans;
@@ -118,6 +145,29 @@ Json reportAgents(Records& records) {
     }
   }
   return agents;
+}
+
+Json reportPolicyState(Records& records, const std::string& guid) {
+  MutexLock lock(records.mutex());
+  Database& database = records.database();
+  Json list = Json::array();
+  for (const Json& agent :
+       rows(database, "SELECT id, guid FROM agents WHERE ?1 = '' OR guid = ?1 ORDER BY id", guid)) {
+    const int64_t id = agent["id"];
+    Json changes = policyChanges(database, id);
+    Json state = changes.empty() ? Json::object() : changes.back();
+    state["agent"] = agent["guid"];
+    state["changes"] = std::move(changes);
+    state["updates"] = Json::object();
+    for (const Json& result :
+         rows(database,
+              "SELECT type, code, message, max(at_ms) at_ms FROM results WHERE agent_id = ? "
+              "GROUP BY type",
+              id))
+      state["updates"][result["type"].get<std::string>()] = result;
+    list.push_back(std::move(state));
+  }
+  return list;
 }
 
 Json reportRequests(Records& records, const Page& page) {

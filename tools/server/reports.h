@@ -21,6 +21,9 @@ struct Page {
 
 nlohmann::json reportState(Records& records);
 nlohmann::json reportAgents(Records& records);
+// What an agent last said about its policy, each change of that (the newest 50, oldest first), and
+// its last result of every kind of update. An empty guid: of all agents.
+nlohmann::json reportPolicyState(Records& records, const std::string& guid);
 nlohmann::json reportRequests(Records& records, const Page& page);
 nlohmann::json reportResults(Records& records, const Page& page);
 nlohmann::json reportRecords(Records& records, const Page& page);
