@@ -80,3 +80,6 @@ add_custom_command(OUTPUT ${fips_files}
   DEPENDS "${KORVANE_WINDOWS_DEPS}/fips/fips.dll" WORKING_DIRECTORY "${CMAKE_BINARY_DIR}/bin" VERBATIM)
 file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 add_custom_target(fips_module ALL DEPENDS ${fips_files})
+
+# Tests that need the reference server take it, a Linux program, from a native build.
+set(KORVANE_NATIVE_BUILD "${CMAKE_SOURCE_DIR}/build/demo" CACHE PATH "A native build with korvane-server and translate")

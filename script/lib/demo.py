@@ -57,14 +57,14 @@ def forward(stage, events, kills):
     """Has events written and the agent killed in the middle; returns the writer's account."""
     step(f"{events} events are written, the log rotates, and the agent is killed {kills} times in the middle")
     writer = stage.start_writer("--events", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20, "--finish")
-    killed = 0
-    while killed < kills:
-        time.sleep(2.0 + stage.random.random() * 2)
+    arrived = 0
+    for kill in range(1, kills + 1):
+        wait_until(lambda: stage.events(1, events)["distinct"] > arrived, 60, "more events")
+        time.sleep(stage.random.random() * 2)
         stage.agent.kill()
-        killed += 1
         arrived = stage.events(1, events)["distinct"]
         stage.start_agent()
-        say(f"Kill {killed}: the server had {arrived} of {events}; started again, it goes on where its read pointer stands.")
+        say(f"Kill {kill}: the server had {arrived} of {events}; started again, it goes on where its read pointer stands.")
     wait_until(lambda: not writer.running(), 120, "the end of the event writer")
     written = stage.written(writer)
     say(f"The writer is done: {written['events']} events in {written['files']} files.")

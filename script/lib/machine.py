@@ -13,6 +13,7 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 WINE_RUN = ROOT / "script" / "wine-run"
 HOST_IMAGE = "korvane-host.exe"
+SERVICE = "KorvaneAgent"
 
 
 class StageError(Exception):
@@ -29,6 +30,12 @@ def wait_until(condition, seconds, what):
         if time.monotonic() > end:
             raise StageError(f"{what}: not within {seconds} s")
         time.sleep(0.05)
+
+
+def tail_of(name, log, lines):
+    log = pathlib.Path(log)
+    text = log.read_text(errors="replace").splitlines() if log.exists() else []
+    return "\n".join(f"    {name}: {line}" for line in text[-lines:])
 
 
 class Program:
@@ -76,8 +83,7 @@ class Program:
         return round((time.monotonic() - started) * 1000)
 
     def tail(self, lines=15):
-        text = pathlib.Path(self.log).read_text(errors="replace").splitlines()
-        return "\n".join(f"    {self.name}: {line}" for line in text[-lines:])
+        return tail_of(self.name, self.log, lines)
 
 
 class LinuxMachine:
@@ -98,10 +104,13 @@ class LinuxMachine:
         self.run_dir.chmod(0o700)
 
     def prepare(self):
-        pass
+        """Makes the machine ready, before anything is installed."""
+
+    def take_out(self):
+        """Takes out what was put into the system, while the stage's programs still run."""
 
     def close(self):
-        pass
+        """Ends what is left of the machine, after the stage's programs."""
 
     def path(self, path):
         """The name that programs of this machine have for a path."""
@@ -163,13 +172,46 @@ class WinePrefix:
         return found
 
 
+class WineService:
+    """The agent as a service of a Wine machine; it has what a Program has."""
+
+    name = "agent"
+
+    def __init__(self, machine, log):
+        self.machine = machine
+        self.log = log
+        self.exit_status = None
+        self.machine.tell("start", SERVICE)
+
+    @property
+    def pid(self):
+        """The Linux process id, for what Linux counts of it; 0 when it does not run."""
+        found = self.machine.prefix.processes(HOST_IMAGE)
+        return found[0] if found else 0
+
+    def running(self):
+        return self.pid != 0
+
+    def stop(self):
+        """Stops the service; returns the milliseconds until its process had ended."""
+        answer = self.machine.tell("stop", SERVICE)
+        self.exit_status = answer["exit_status"]
+        return answer["ms"]
+
+    def kill(self):
+        self.machine.tell("kill", SERVICE)
+
+    def tail(self, lines=15):
+        return tail_of(self.name, self.log, lines)
+
+
 class WineMachine:
     """A Windows machine in a Wine prefix: the one given, or one of the stage's own that ends with it."""
 
     target = "windows"
     system = "Windows (Wine)"
     translator = "kavipstranslator.dll"
-    how_it_stops = "Ctrl-C"
+    how_it_stops = "The service manager's stop"
 
     def __init__(self, stage, build, prefix=None):
         self.stage = stage
@@ -177,9 +219,18 @@ class WineMachine:
         self.bin = self.build / "bin"
         self.owns_prefix = prefix is None
         self.prefix = prefix or WinePrefix(stage.work / "wine")
+        self.serves = False
+        self.installed = []  # what takes out again what was put into the system
 
     def prepare(self):
         self.prefix.run("winecfg", "-v", "win10")
+        # Wine ends its services when no other program runs.
+        self.start("session", "korvane-machine", "stay")
+
+    def take_out(self):
+        for program, *arguments in reversed(self.installed):
+            self.prefix.run(str(self.bin / program), *arguments)
+        self.installed.clear()
 
     def close(self):
         if self.owns_prefix:
@@ -204,8 +255,21 @@ class WineMachine:
         file.write_text(text, encoding="utf-16")
         self.prefix.run("regedit", "/S", self.path(file))
 
+    def tell(self, *words):
+        """What korvane-machine.exe answers."""
+        return json.loads(self.run("korvane-machine", *words).splitlines()[-1])
+
+    def driver_control(self, *words):
+        """A command to the stand-in driver; returns its state."""
+        return json.loads(self.run("kavips-install", *words).splitlines()[-1])
+
     def start_driver(self):
-        pass
+        self.run("kavips-install", "load", self.bin / "kavips.sys")
+        self.installed.append(("kavips-install.exe", "remove"))
 
     def start_agent(self):
-        return self.start("agent", "korvane-host", "run", "--install-root", self.stage.install_root)
+        if not self.serves:
+            self.run("korvane-host", "install", "--install-root", self.stage.install_root, "--start", "demand")
+            self.installed.append(("korvane-host.exe", "uninstall"))
+            self.serves = True
+        return WineService(self, self.stage.ips / "logs" / "korvane-host.log")

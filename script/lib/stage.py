@@ -26,9 +26,10 @@ class Stage:
 
     build: the folder of a native build (its bin/ holds the programs). work: made when missing, kept afterwards.
     windows: the folder of a Windows build; the agent's machine is then one that Wine provides.
+    prefix: the Wine prefix to use; one of the stage's own otherwise.
     """
 
-    def __init__(self, build, work, seed=1, windows=None):
+    def __init__(self, build, work, seed=1, windows=None, prefix=None):
         self.bin = pathlib.Path(build).resolve() / "bin"
         self.work = pathlib.Path(work).resolve()
         self.random = random.Random(seed)
@@ -41,7 +42,7 @@ class Stage:
         self.programs = []
         for folder in (self.ips / "extensions", self.ids / "bin", self.certs, self.work / "server"):
             folder.mkdir(parents=True, exist_ok=True)
-        self.machine = WineMachine(self, windows) if windows else LinuxMachine(self, build)
+        self.machine = WineMachine(self, windows, prefix) if windows else LinuxMachine(self, build)
 
     def __enter__(self):
         return self
@@ -50,11 +51,14 @@ class Stage:
         self.close()
 
     def close(self):
-        for program in reversed(self.programs):
-            if program.running():
-                program.process.kill()
-                program.process.wait()
-        self.machine.close()
+        try:
+            self.machine.take_out()
+        finally:
+            for program in reversed(self.programs):
+                if program.running():
+                    program.process.kill()
+                    program.process.wait()
+            self.machine.close()
 
     def start(self, name, command, stop_signal=signal.SIGTERM, **environment):
         program = Program(name, command, self.work / f"{name}.log", environment, stop_signal)

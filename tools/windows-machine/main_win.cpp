@@ -4,7 +4,8 @@
 //   stop NAME      stops it, and waits for the end of its process
 //   kill NAME      ends its process as a crash would
 //   status NAME    asks for its state
-//   hold FILE MS   keeps a file open without sharing it, for so long at most
+//   hold FILE      keeps a file open without sharing it until it is ended
+//   stay           does nothing until it is ended; Wine ends its services when no other program is left
 //
 // The last line of the output is a JSON object. The exit status is 1 when it could not be done.
 #include <cstdio>
@@ -52,26 +53,31 @@ int status(const std::string& name) {
   return 0;
 }
 
-int hold(const std::string& path, const std::string& milliseconds) {
+int stay() {
+  const auto never = platform::current().threading.createEvent(true, false);
+  never->wait(platform::kInfinite);
+  return 0;
+}
+
+int hold(const std::string& path) {
   const platform::FileHandle file(::CreateFileW(platform::widePath(path).c_str(),
                                                 GENERIC_READ | GENERIC_WRITE, /*dwShareMode=*/0,
                                                 nullptr, OPEN_EXISTING, 0, nullptr));
   if (!file) throw std::runtime_error(path + ": " + platform::systemText(::GetLastError()));
   std::printf("{\"held\":true}\n");
   std::fflush(stdout);
-  const auto never = platform::current().threading.createEvent(true, false);
-  never->wait(static_cast<uint32_t>(std::stoul(milliseconds)));
-  return 0;
+  return stay();
 }
 
 int run(const std::vector<std::string>& words) {
-  const std::string what = words.size() > 1 ? words[0] : "";
+  if (words.size() == 1 && words[0] == "stay") return stay();
+  const std::string what = words.size() == 2 ? words[0] : "";
   if (what == "start") return start(words[1]);
   if (what == "stop") return stop(words[1]);
   if (what == "kill") return kill(words[1]);
   if (what == "status") return status(words[1]);
-  if (what == "hold" && words.size() > 2) return hold(words[1], words[2]);
-  throw std::invalid_argument("start|stop|kill|status NAME, or hold FILE MS");
+  if (what == "hold") return hold(words[1]);
+  throw std::invalid_argument("start|stop|kill|status NAME, hold FILE, or stay");
 }
 
 }  // namespace

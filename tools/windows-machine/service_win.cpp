@@ -53,7 +53,6 @@ void Service::kill() {
   if (!::TerminateProcess(running.get(), kKilledCode))
     fail("its process cannot be ended", ::GetLastError());
   awaitEnd(running);
-  awaitState(SERVICE_STOPPED);
 }
 
 SERVICE_STATUS_PROCESS Service::status() const {

@@ -31,7 +31,8 @@ class Service {
   void start();
   // Returns when the service manager has it as stopped and its process has ended; tells how long that took.
   int64_t stop();
-  // Ends the process at once, as a crash would, and returns when the service manager knows.
+  // Ends the process at once, as a crash would. Wine's service manager has the service as running until it
+  // is started again.
   void kill();
   SERVICE_STATUS_PROCESS status() const;
 
