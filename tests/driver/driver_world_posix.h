@@ -18,8 +18,12 @@ namespace korvane::tests {
 class DriverWorld {
  public:
   DriverWorld() {
-    platform::Registry& registry = system.registry;
-    registry.createKey("System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters");
+    const std::string services = "System\\CurrentControlSet\\Services\\";
+    system.registry.createKey(services + "KAVIPSDriver\\Parameters");
+    for (const char* filter : {"KAVIPSNetFilter", "AKAVIPSTcpFilter"}) {
+      system.registry.createKey(services + filter);
+      system.registry.writeDword(services + filter, "Start", 3);
+    }
     start();
   }
   ~DriverWorld() { stop(); }

@@ -273,6 +273,21 @@ TEST_F(StandInDriverTest, ADriverThatGoesIsReportedOnceAndComesBack) {
   EXPECT_EQ(events.all(), (std::vector<int>{10112, 10400, 10112, 10400}));
 }
 
+TEST_F(StandInDriverTest, TheServicesThatAnInstallationMakesGetTheirStartValues) {
+  const auto starts = [this] {
+    std::vector<uint32_t> values;
+    for (const char* service : {"KAVIPSDriver", "KAVIPSNetFilter", "AKAVIPSTcpFilter"}) {
+      const std::string key = std::string("System\\CurrentControlSet\\Services\\") + service;
+      world.system.registry.readDword(key, "Start", values.emplace_back(99));
+    }
+    return values;
+  };
+  EXPECT_EQ(DriverConfig::StartDriver(), 0);
+  EXPECT_EQ(starts(), (std::vector<uint32_t>{1, 2, 3}));
+  EXPECT_EQ(DriverConfig::StopDriver(), 0);
+  EXPECT_EQ(starts(), (std::vector<uint32_t>{3, 3, 3}));
+}
+
 TEST_F(StandInDriverTest, TheSelfTestFindsOutWhetherPreventionIsInForce) {
   world.setPrevention(true);
   EXPECT_FALSE(preventionTestKeyCanBeMade());

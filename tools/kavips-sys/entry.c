@@ -37,14 +37,11 @@ static NTSTATUS agentRequest(PIRP irp, ULONG code) {
 }
 
 /* The name comes and goes with what the operator wants; what waits on an open device goes with it. */
-static void followPresence(int wasThere, int isThere) {
-  if (wasThere == isThere) return;
-  if (isThere) {
-    IoCreateSymbolicLink(&linkName, &deviceName);
-    return;
-  }
-  IoDeleteSymbolicLink(&linkName);
+static NTSTATUS followPresence(int wasThere, int isThere) {
+  if (wasThere == isThere) return STATUS_SUCCESS;
+  if (isThere) return IoCreateSymbolicLink(&linkName, &deviceName);
   endAll(NULL, STATUS_DEVICE_NOT_CONNECTED);
+  return IoDeleteSymbolicLink(&linkName);
 }
 
 /* Input and output share one buffer, so the command is taken before the state is written. */
@@ -57,6 +54,7 @@ static NTSTATUS controlRequest(PIRP irp, ULONG code) {
   int isThere;
   int wrong;
   size_t size;
+  NTSTATUS status;
   if (code != KVP_COMMAND_CODE || command.size == 0 || room == 0)
     return complete(irp, STATUS_INVALID_PARAMETER, 0);
   ExAcquireFastMutex(&state->lock);
@@ -65,7 +63,8 @@ static NTSTATUS controlRequest(PIRP irp, ULONG code) {
   isThere = !state->control.vanished;
   ExReleaseFastMutex(&state->lock);
   if (wrong) return complete(irp, STATUS_INVALID_PARAMETER, 0);
-  followPresence(wasThere, isThere);
+  status = followPresence(wasThere, isThere);
+  if (!NT_SUCCESS(status)) return complete(irp, status, 0);
   ExAcquireFastMutex(&state->lock);
   state->control.pending = pendingRequests();
   size = kvp_state(&state->control, &state->model, irp->AssociatedIrp.SystemBuffer, room);
