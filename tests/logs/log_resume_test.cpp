@@ -124,11 +124,11 @@ TEST_F(LogResumeTest, EveryStateThatAPowerCutLeavesLeadsToEveryEvent) {
   std::vector<size_t> journalAt;  // its length when each batch was delivered
   received.answer = [&] { return journalAt.push_back(recording.size()), 0; };
   const auto runOn = [&](platform::Files& disk) {
-    platform::Platform machine{fake.clock,    fake.platform().threading,
-                               disk,          fake.registry,
-                               fake.devices,  fake.processes,
-                               fake.sockets,  fake.systemInfo,
-                               fake.libraries};
+    platform::Platform machine{fake.clock,     fake.platform().threading,
+                               disk,           fake.registry,
+                               fake.devices,   fake.processes,
+                               fake.sockets,   fake.systemInfo,
+                               fake.libraries, fake.pipes};
     platform::setCurrent(&machine);
     drain(*make(), 20);
     platform::setCurrent(&system);
