@@ -13,6 +13,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "translator/translator.h"
+#include "update/policy/policy_processor.h"
 
 namespace korvane {
 namespace {
@@ -44,6 +45,8 @@ void KorvaneAgent::run(AgentInfo* info) {
 
 void KorvaneAgent::mainRoutine() {
   begin();
+  // Before the driver is asked anything, and before its answer is told to anybody.
+  if (!stopping()) PolicyProcessor::reconcile();
   initializeTranslator();
   createComm();
   startComponentUpdate();

@@ -58,6 +58,18 @@ class KORVANE_EXPORT DriverConfig {
   // the driver and its settings as they were. A driver that waits for its first reboot finds the
   // file recorded when it starts, which counts as success.
   static int newPolicy(const STRING& file);
+  // What the driver is set to, as far as it can be put back.
+  struct PolicySetting {
+    STRING filterFile;     // empty: no policy has been loaded yet
+    bool builtIn = false;  // the built-in policy is in force
+
+    friend bool operator==(const PolicySetting&, const PolicySetting&) = default;
+  };
+  // False when the registry cannot be read, which a missing value does not make it.
+  static bool policySetting(PolicySetting& out);
+  // Puts registry and driver back to a setting. The driver is told also when it may never have left it. A
+  // driver that is not there finds everything in the registry when it starts.
+  static int restorePolicySetting(const PolicySetting& setting);
   // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
   static int useBuiltIn();
   // False also when the driver cannot be asked.

@@ -11,7 +11,6 @@ namespace korvane {
 namespace {
 
 constexpr uint32_t kQueryTimeoutMs = 5000;
-constexpr uint32_t kUseBuiltInTimeoutMs = 1000;
 
 uint32_t numberField(const char* bytes) {
   uint32_t number = 0;

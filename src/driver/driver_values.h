@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "util/string.h"
@@ -15,6 +16,8 @@ inline constexpr char kFilterFileValue[] = "Filter File";
 
 inline constexpr char16_t kFlagOn[] = u"1";
 inline constexpr char16_t kFlagOff[] = u"0";
+
+inline constexpr uint32_t kUseBuiltInTimeoutMs = 1000;
 
 // The UTF-16LE text in a field of that many bytes, up to its terminator or the field's end.
 inline STRING textField(const char* bytes, size_t size) {

@@ -7,6 +7,7 @@
 #include "driver/driver_values.h"
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
+#include "platform/error_codes.h"
 #include "platform/platform.h"
 
 namespace korvane {
@@ -46,6 +47,17 @@ bool rebootOutstanding() {
 
 uint64_t now() {
   return static_cast<uint64_t>(platform::current().clock.wallMs());
+}
+
+bool isOn(const STRING& flag) {
+  return !flag.empty() && flag != STRING(kFlagOff);
+}
+
+// The text of a parameter, empty when it is missing.
+bool readParameter(const char* name, STRING& value) {
+  value.clear();
+  const uint32_t error = platform::current().registry.readString(kDriverParametersKey, name, value);
+  return error == platform::kOk || error == platform::kErrorFileNotFound;
 }
 
 }  // namespace
@@ -107,6 +119,38 @@ int DriverConfig::recordLoaded(const PolicyChange& change) {
     setErrorMessage("Driver failed  to load the old policy");
   }
   return error;
+}
+
+bool DriverConfig::policySetting(PolicySetting& out) {
+  STRING flag;
+  if (!readParameter(kFilterFileValue, out.filterFile) || !readParameter(kUseBuiltinValue, flag))
+    return false;
+  out.builtIn = builtInInForce();
+  return true;
+}
+
+int DriverConfig::restorePolicySetting(const PolicySetting& setting) {
+  constexpr char tag[] = "DriverConfig::restorePolicySetting()";
+  eventlog::trace(tag, "Restoring the policy '%s', built-in: %d", setting.filterFile,
+                  setting.builtIn);
+  STRING flag;
+  STRING file;
+  if (!readParameter(kUseBuiltinValue, flag) || isOn(flag) != setting.builtIn) {
+    if (const int error = updateDriverConfig(useBuiltin, setting.builtIn ? kFlagOn : kFlagOff))
+      return error;
+  }
+  if (!readParameter(kFilterFileValue, file) || file != setting.filterFile) {
+    if (const int error = updateDriverConfig(filterFile, setting.filterFile)) return error;
+  }
+  int32_t result = NotifyResult::completed;
+  if (setting.builtIn)
+    result =
+        NotifyDriver(static_cast<int32_t>(KAVIPS_USE_BUILTIN), nullptr, 0, kUseBuiltInTimeoutMs);
+  else if (!setting.filterFile.empty())
+    result = loadPolicy(setting.filterFile);
+  if (result == NotifyResult::notOpened) return 0;
+  if (result != 0) eventlog::trace(tag, "The driver did not take it back: %d", result);
+  return result;
 }
 
 int DriverConfig::giveUp(int result, PolicyChange& change) {

@@ -43,6 +43,8 @@ class Processes {
   // the name of the program file or of its first argument counts, and a trailing ".exe" asked for is left out.
   virtual bool isRunning(const std::string& imageName) = 0;
   virtual uint64_t currentId() = 0;
+  // The file name of a program: "translate.exe" for "translate" on Windows, the name itself on Linux.
+  virtual std::string fileName(const std::string& baseName) const = 0;
 };
 
 }  // namespace korvane::platform

@@ -245,6 +245,8 @@ class PosixProcesses final : public Processes {
   }
 
   uint64_t currentId() override { return static_cast<uint64_t>(::getpid()); }
+
+  std::string fileName(const std::string& baseName) const override { return baseName; }
 };
 
 }  // namespace

@@ -104,6 +104,8 @@ class WinProcesses final : public Processes {
   }
 
   uint64_t currentId() override { return ::GetCurrentProcessId(); }
+
+  std::string fileName(const std::string& baseName) const override { return baseName + ".exe"; }
 };
 
 }  // namespace

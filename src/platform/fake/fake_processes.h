@@ -39,6 +39,7 @@ class FakeProcesses final : public Processes {
                  std::unique_ptr<Process>& out) override;
   bool isRunning(const std::string& imageName) override;
   uint64_t currentId() override { return 4242; }
+  std::string fileName(const std::string& baseName) const override { return baseName; }
 
   void install(const std::string& path, Program program);
   // A process of some other program, for isRunning.

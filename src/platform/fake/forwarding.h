@@ -136,6 +136,9 @@ class ForwardingProcesses : public Processes {
   }
   bool isRunning(const std::string& imageName) override { return _to.isRunning(imageName); }
   uint64_t currentId() override { return _to.currentId(); }
+  std::string fileName(const std::string& baseName) const override {
+    return _to.fileName(baseName);
+  }
 
  protected:
   Processes& _to;

@@ -28,16 +28,17 @@
 #include <string>
 #include <string_view>
 
-#include "platform/export.h"
+#include "update/policy/policy_history.h"
 #include "update/policy/retrans_check.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
 class HttpsHandler;
-struct PolicyJournal;
+class PolicyChange;
+struct PolicyFiles;
 
-class KORVANE_EXPORT PolicyProcessor {
+class PolicyProcessor {
  public:
   // Policy error codes, as the server gets them.
   static constexpr int kNoNewPolicy = 19;
@@ -111,11 +112,31 @@ class KORVANE_EXPORT PolicyProcessor {
   static bool cleanUpdateDirectory(const STRING& directory);
 
  private:
+  struct Received;
   struct Attempt;
 
+  // The steps of translatePolicy(); received: the policy is a new one of the server.
+  bool translate(const STRING& plusFile, const Received* received);
+  bool runTranslatorFor(Attempt& attempt);
+  bool takeUnchanged(const Attempt& attempt);
+  bool load(Attempt& attempt, const Received* received);
+  bool loadIntoDriver(PolicyChange& change, Attempt& attempt);
+  bool recordLoaded(PolicyChange& change, Attempt& attempt, const Received* received);
+  bool giveUp(Attempt& attempt, int code, const STRING& text);
+  bool takeHIDSResult(const PolicyFiles& files);
+
+  bool canTranslate(const STRING& plusFile, const char* context);
+  bool refuse(int code, const STRING& text);
+  static void report(int code, const STRING& text);
+
+  void UpdateHistoryIPS(const Attempt& attempt);
+  void UpdateHistoryIDS(const Attempt& attempt);
+
+  PolicyHistory _history;
+  RetransCheck _retrans;
   STRING _errorText;
   bool _stopped = false;
-  RetransCheck _retrans;
+  bool _retranslating = false;  // what is being translated was asked for by a retranslation request
 };
 
 }  // namespace korvane

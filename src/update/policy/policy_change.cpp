@@ -1,0 +1,222 @@
+#include "update/policy/policy_change.h"
+
+#include <cerrno>
+
+#include "config/agent_config.h"
+#include "driver/notify_driver.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kTag[] = "PolicyChange";
+constexpr int kEventNotTakenBack = 10593;
+constexpr int kEventUndone = 10594;
+constexpr int kEventNotUndone = 10595;
+constexpr int kEventDamaged = 10596;
+
+platform::Files& files() {
+  return platform::current().files;
+}
+
+bool traced(const char* what, const std::string& path, int error) {
+  eventlog::trace(kTag, "%s %s: error %d", what, path, error);
+  return false;
+}
+
+// The backup, which is there only when the change had come to this file, goes back into its place.
+bool putBack(const std::string& backup, const std::string& path, bool hadFile) {
+  if (!hadFile) {
+    const int error = removeIfThere(path);
+    return error == 0 || traced("Cannot remove", path, error);
+  }
+  const int error = files().replace(backup, path);
+  return error == 0 || error == ENOENT || traced("Cannot put back", path, error);
+}
+
+bool undoFiles(const PolicyJournal& journal) {
+  const PolicyFiles names(journal.newPlusFile);
+  if (!putBack(names.oldMinus, names.minus, journal.hadMinus)) return false;
+  if (!putBack(names.oldItems, names.items, journal.hadItems)) return false;
+  for (const std::string& fresh : {names.freshMinus, names.freshItems})
+    if (const int error = removeIfThere(fresh)) traced("Cannot remove", fresh, error);
+  const int error = files().flushDirectory(driverDirectory());
+  return error == 0 || traced("Cannot flush", driverDirectory(), error);
+}
+
+bool undoDriver(const DriverConfig::PolicySetting& setting) {
+  const int result = DriverConfig::restorePolicySetting(setting);
+  // It refuses what it had; there is nothing else to give it, and it keeps a whole policy.
+  if (result == NotifyResult::finishedWithError)
+    eventlog::event(kEventNotTakenBack, kTag, {setting.filterFile});
+  return result == 0 || result == NotifyResult::finishedWithError;
+}
+
+bool undoSettings(const PolicyJournal& journal) {
+  AgentConfig& config = *AgentConfig::getInstance();
+  {
+    const AgentConfig::ChangeGroup group(config);
+    config.setPlusPolicyFile(journal.plusFile);
+    config.setPlusDBPath(journal.path);
+    config.setPlusVersion(journal.version);
+    config.setPlusID(journal.id);
+    config.setUseBuiltInPolicy(journal.useBuiltIn);
+  }
+  return config.updateIniFile();
+}
+
+bool driverAgrees(const DriverConfig::PolicySetting& setting) {
+  DriverConfig::PolicySetting now;
+  return DriverConfig::policySetting(now) && now == setting;
+}
+
+// Every step may be done again: what is undone already stays so.
+bool undoChange(const PolicyJournal& journal, bool driverUntouched) {
+  if (!undoFiles(journal)) return false;
+  if (!(driverUntouched && driverAgrees(journal.driver)) && !undoDriver(journal.driver))
+    return false;
+  if (!undoSettings(journal)) return false;
+  const int error = removePolicyJournal();
+  return error == 0 || traced("Cannot remove", policyJournalPath(), error);
+}
+
+// Without a journal that can be read, what agent.ini names is taken for what is to be in force.
+bool repair() {
+  const AgentConfig& config = *AgentConfig::getInstance();
+  const STRING plus = config.getPlusPolicyFile();
+  const PolicyFiles names(plus);
+  const bool hasMinus = !plus.empty() && presenceOf(names.minus) == Presence::present;
+  if (!plus.empty() && !hasMinus &&
+      (!putBack(names.oldMinus, names.minus, true) || !putBack(names.oldItems, names.items, true)))
+    return false;
+  DriverConfig::PolicySetting setting{DriverConfig::getMinusFile(), true};
+  if (!config.useBuiltInPolicy() && presenceOf(names.minus) == Presence::present)
+    setting = {names.minus, false};
+  if (!undoDriver(setting)) return false;
+  const std::string path = policyJournalPath();
+  const int error = files().replace(path, path + ".damaged");
+  return error == 0 ? files().flushDirectory(driverDirectory()) == 0
+                    : traced("Cannot set aside", path, error);
+}
+
+}  // namespace
+
+bool PolicyChange::fail(const char* what, const std::string& path, int error) {
+  traced(what, path, error);
+  _problem = STRING(what) + " " + path + ": error " + STRING::fromInt(error);
+  return false;
+}
+
+bool PolicyChange::takeState() {
+  const AgentConfig& config = *AgentConfig::getInstance();
+  _journal.plusFile = config.getPlusPolicyFile();
+  _journal.path = config.getPlusDBPath();
+  _journal.version = config.getPlusVersion();
+  _journal.id = config.getPlusID();
+  _journal.useBuiltIn = config.useBuiltInPolicy();
+  if (!DriverConfig::policySetting(_journal.driver))
+    return fail("Cannot read the driver's settings for", _files.minus, EIO);
+  const Presence minus = presenceOf(_files.minus);
+  const Presence items = presenceOf(_files.items);
+  if (minus == Presence::unknown || items == Presence::unknown)
+    return fail("Cannot look at", _files.minus, EIO);
+  _journal.hadMinus = minus == Presence::present;
+  _journal.hadItems = items == Presence::present;
+  return true;
+}
+
+// A backup of another time would be taken for this change's; the journal's own flush makes it sure.
+bool PolicyChange::removeStaleBackups() {
+  for (const std::string& backup : {_files.oldMinus, _files.oldItems})
+    if (const int error = removeIfThere(backup)) return fail("Cannot remove", backup, error);
+  return true;
+}
+
+bool PolicyChange::begin() {
+  if (reconcilePolicy() == Reconciled::failed) {
+    _problem = "The former policy change could not be undone.";
+    return false;
+  }
+  if (!takeState() || !removeStaleBackups()) return false;
+  if (const int error = writePolicyJournal(_journal)) {
+    fail("Cannot write", policyJournalPath(), error);
+    removePolicyJournal();
+    return false;
+  }
+  return true;
+}
+
+// What the translator wrote is not sure before it has been flushed here.
+bool PolicyChange::exchange(const std::string& fresh, const std::string& path,
+                            const std::string& backup, bool hadFile) {
+  if (const int error = flushFile(fresh)) return fail("Cannot flush", fresh, error);
+  if (hadFile) {
+    if (const int error = files().replace(path, backup))
+      return fail("Cannot set aside", path, error);
+  }
+  if (const int error = files().replace(fresh, path))
+    return fail("Cannot put in place", path, error);
+  const int error = files().flushDirectory(driverDirectory());
+  return error == 0 || fail("Cannot flush", driverDirectory(), error);
+}
+
+bool PolicyChange::takeMinus() {
+  return exchange(_files.freshMinus, _files.minus, _files.oldMinus, _journal.hadMinus);
+}
+
+bool PolicyChange::takeItems() {
+  if (presenceOf(_files.freshItems) != Presence::absent)
+    return exchange(_files.freshItems, _files.items, _files.oldItems, _journal.hadItems);
+  eventlog::trace(kTag, "The translator made no items: %s", _files.freshItems);
+  return true;
+}
+
+// Each of the two writes is tried twice, since undoing for a fault that has passed would cost the policy.
+bool PolicyChange::commit(const std::function<void()>& record) {
+  AgentConfig& config = *AgentConfig::getInstance();
+  {
+    const AgentConfig::ChangeGroup group(config);
+    record();
+  }
+  if (!config.updateIniFile() && !config.updateIniFile())
+    return fail("Cannot record the policy in agent.ini for", _files.minus, EIO);
+  int error = removePolicyJournal();
+  if (error != 0) error = removePolicyJournal();
+  if (error != 0) {
+    writePolicyJournal(_journal);
+    return fail("Cannot remove", policyJournalPath(), error);
+  }
+  for (const std::string& backup : {_files.oldMinus, _files.oldItems})
+    if (const int left = removeIfThere(backup)) traced("Cannot remove", backup, left);
+  return true;
+}
+
+bool PolicyChange::undo(bool driverUntouched) {
+  if (undoChange(_journal, driverUntouched)) return true;
+  eventlog::event(kEventNotUndone, kTag, {_files.minus});
+  return false;
+}
+
+Reconciled reconcilePolicy() {
+  PolicyJournal journal;
+  const int error = readPolicyJournal(journal);
+  if (error == ENOENT) return Reconciled::nothing;
+  bool done = false;
+  if (error == EBADMSG) {
+    eventlog::event(kEventDamaged, kTag, {policyJournalPath()});
+    done = repair();
+    if (done) return Reconciled::repaired;
+  } else if (error == 0) {
+    done = undoChange(journal, false);
+  }
+  if (done) {
+    eventlog::event(kEventUndone, kTag, {journal.newPlusFile, journal.version});
+    return Reconciled::undone;
+  }
+  eventlog::event(kEventNotUndone, kTag, {policyJournalPath()});
+  return Reconciled::failed;
+}
+
+}  // namespace korvane

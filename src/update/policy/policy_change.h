@@ -1,0 +1,63 @@
+// One change of the policy in force, from its journal to the moment at which it holds, and its undoing.
+//
+//   begin()       the journal is on disk: from here on a crash is undone by reconcilePolicy()
+//   takeMinus()   the fresh minus file is in place, the former one beside it
+//   ...           the driver is told (DriverConfig::newPolicy)
+//   takeItems()   the fresh items are in place
+//   commit()      settings recorded, journal gone: the new policy holds
+// or, after any of them, undo().
+//
+// Lifetime: one object a change; destroying it undoes nothing. Used by the owner of the policy alone.
+// Errors: false, with problem(), or for reconcilePolicy() an event.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "update/policy/policy_files.h"
+#include "update/policy/policy_journal.h"
+
+namespace korvane {
+
+class PolicyChange {
+ public:
+  explicit PolicyChange(const STRING& plusFile) : _files(plusFile) {
+    _journal.newPlusFile = plusFile;
+  }
+
+  // Undoes first what an earlier change has left; false also when that fails.
+  bool begin();
+  bool takeMinus();
+  bool takeItems();
+  // record: puts the new settings into AgentConfig; they are written together.
+  bool commit(const std::function<void()>& record);
+  // Everything as it was. driverUntouched: the driver surely has its former policy.
+  // False when something is left to do; the journal stays then.
+  bool undo(bool driverUntouched);
+
+  bool hadPolicy() const { return _journal.hadMinus; }
+  const STRING& problem() const { return _problem; }
+
+ private:
+  bool takeState();
+  bool removeStaleBackups();
+  bool exchange(const std::string& fresh, const std::string& path, const std::string& backup,
+                bool hadFile);
+  bool fail(const char* what, const std::string& path, int error);
+
+  const PolicyFiles _files;
+  PolicyJournal _journal;
+  STRING _problem;
+};
+
+enum class Reconciled {
+  nothing,   // no change was under way
+  undone,    // the former policy is in force
+  repaired,  // the journal was damaged; what agent.ini names is in force
+  failed     // it could not be put back; the journal stays
+};
+
+// Undoes the change that the journal tells of, if there is one.
+Reconciled reconcilePolicy();
+
+}  // namespace korvane

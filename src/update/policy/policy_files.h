@@ -1,0 +1,43 @@
+// The names of the policy files in the folder "driver", and what the pipeline does with files as such.
+//
+// Functions without state; used by the owner of the policy alone. Paths are UTF-8.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "util/string.h"
+
+namespace korvane {
+
+std::string driverDirectory();
+std::string historyDirectory();
+
+// The files that a plus file of this path is translated to.
+struct PolicyFiles {
+  explicit PolicyFiles(const STRING& plusFile);
+
+  std::string minus, items;
+  std::string freshMinus, freshItems;  // what the translator makes
+  std::string oldMinus, oldItems;      // what they were before a change
+};
+
+// absent only when the system says so; an error is neither.
+enum class Presence { absent, present, unknown };
+Presence presenceOf(const std::string& path);
+
+// Removes a file; also fine when there is none.
+int removeIfThere(const std::string& path);
+// What another program wrote reaches the disk.
+int flushFile(const std::string& path);
+// True when both can be read and hold the same bytes; read in pieces.
+bool sameContent(const std::string& one, const std::string& other);
+
+// Whether a name in a policy folder is one that the pipeline gives: "policy", digits, and one of its endings.
+bool isPolicyFileName(std::string_view name);
+// Removes the policy files of a folder that belong to no plus file or policy which agent.ini or the driver's
+// settings name, and all fresh and backup files. Not to be called while a change is under way. Nothing is
+// removed unless all that went before in the folder is durable.
+void sweepPolicyFolder(const std::string& directory);
+
+}  // namespace korvane

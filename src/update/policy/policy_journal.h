@@ -1,0 +1,51 @@
+// How things were before a policy change: what it takes to undo one that was not finished.
+//
+// The file "driver/policy.journal" is there exactly while a change is under way. It is written before the
+// first file, registry value or setting is touched, and its removal is the moment at which the change holds.
+// docs/file-formats.md has its lines.
+//
+// Value type and functions; nothing is kept. Used by the owner of the policy alone.
+// Errors: 0 or an errno value; EBADMSG for a file that is no whole journal.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "driver/driver_config.h"
+#include "util/string.h"
+
+namespace korvane {
+
+struct PolicyJournal {
+  STRING newPlusFile;  // the one that is being translated; the configured one in a retranslation
+
+  // As configured before.
+  STRING plusFile;
+  STRING path;
+  STRING version;  // name and version
+  STRING id;
+  bool useBuiltIn = false;
+
+  DriverConfig::PolicySetting driver;
+  // Translated files of the new plus file that there were, and that the change keeps as "....old".
+  bool hadMinus = false;
+  bool hadItems = false;
+
+  friend bool operator==(const PolicyJournal&, const PolicyJournal&) = default;
+};
+
+inline constexpr uint64_t kMaxJournalBytes = 1 << 20;
+
+std::string policyJournalText(const PolicyJournal& journal);
+// False, and `out` as it was, for a text that is not a whole journal.
+bool parsePolicyJournal(std::string_view text, PolicyJournal& out);
+
+std::string policyJournalPath();
+// ENOENT: no change is under way.
+int readPolicyJournal(PolicyJournal& out);
+// Both are durable when they return 0.
+int writePolicyJournal(const PolicyJournal& journal);
+int removePolicyJournal();
+
+}  // namespace korvane

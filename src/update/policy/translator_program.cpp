@@ -1,0 +1,114 @@
+#include "update/policy/translator_program.h"
+
+#include <cerrno>
+#include <memory>
+#include <string>
+
+#include "agent/thread/stop_token.h"
+#include "config/install_root.h"
+#include "eventlog/event_log.h"
+#include "platform/error_codes.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kTag[] = "::RunTranslator";
+constexpr char kPrevItemsSwitch[] = "-PrevTransFile";
+constexpr char kLoadText[] = "-loadtext";
+constexpr int kEventEnded = 10592;
+// Long enough for any text that is read by somebody; more is cut.
+constexpr uint64_t kMaxErrorBytes = 64 * 1024;
+
+std::string program() {
+  const platform::Platform& system = platform::current();
+  return platform::joinPath(system.files,
+                            {installDirectory(), "bin", system.processes.fileName("translate")});
+}
+
+bool canBeOpened(const STRING& path) {
+  std::unique_ptr<platform::File> file;
+  return !path.empty() &&
+         platform::current().files.open(path.toUtf8(), platform::OpenMode::read, file) == 0;
+}
+
+std::string quoted(const STRING& text) {
+  return "\"" + text.toUtf8() + "\"";
+}
+
+std::string arguments(const TranslatorCall& call, bool withItems) {
+  std::string text;
+  if (withItems) text = std::string(kPrevItemsSwitch) + " " + quoted(call.prevItemsFile) + " ";
+  return text + quoted(call.agentArg) + " " + quoted(kLoadText) + " " + quoted(call.plusFile) +
+         " " + quoted(call.out1) + " " + quoted(call.out2);
+}
+
+void traceCall(const std::string& path, const TranslatorCall& call, bool withItems) {
+  if (withItems)
+    eventlog::trace(kTag, "running Translator '%s' -- '%s' '%s' '%s' '%s' '%s' '%s' '%s'", path,
+                    kPrevItemsSwitch, call.prevItemsFile, call.agentArg, kLoadText, call.plusFile,
+                    call.out1, call.out2);
+  else
+    eventlog::trace(kTag, "running Translator '%s' -- '%s' '%s' '%s' '%s' '%s'", path,
+                    call.agentArg, kLoadText, call.plusFile, call.out1, call.out2);
+}
+
+TranslatorResult waitFor(platform::Process& process) {
+  TranslatorResult result;
+  platform::ProcessWait outcome;
+  {
+    StopCallback interrupt(shutdownToken(), [&process] { process.interrupt(); });
+    outcome = process.wait(platform::kInfinite);
+  }
+  if (outcome != platform::ProcessWait::ended) {
+    // Nobody could tell any more when it is done with its outputs.
+    process.terminate();
+    result.stopped = outcome == platform::ProcessWait::interrupted;
+    result.exitCode = kTranslatorNotStarted;
+    eventlog::event(kEventEnded, kTag, {process.id()});
+    return result;
+  }
+  uint32_t code = 0;
+  if (process.exitCode(code)) result.exitCode = static_cast<int>(code);
+  return result;
+}
+
+std::string joinedLines(const std::string& text) {
+  std::string joined;
+  for (const char c : text)
+    if (c != '\n' && c != '\r') joined += c;
+  return joined;
+}
+
+}  // namespace
+
+TranslatorResult runTranslator(const TranslatorCall& call) {
+  const std::string path = program();
+  const bool withItems = canBeOpened(call.prevItemsFile);
+  if (!withItems) eventlog::trace(kTag, "Prev Trans Items file not present");
+  traceCall(path, call, withItems);
+  std::unique_ptr<platform::Process> process;
+  const uint32_t error =
+      platform::current().processes.start(path, arguments(call, withItems), process);
+  if (error == platform::kOk) return waitFor(*process);
+  eventlog::trace(kTag, "Cannot start %s: error %u", path, error);
+  return {kTranslatorNotStarted, false};
+}
+
+STRING translationError(int exitCode, const STRING& out1) {
+  eventlog::trace("getTranslationError", "Error running Translator %d", exitCode);
+  if (exitCode == kTranslatorNotStarted) return "Translator failed to execute.";
+  std::unique_ptr<platform::File> file;
+  if (platform::current().files.open(out1.toUtf8(), platform::OpenMode::read, file) != 0)
+    return "Unknown error";
+  std::string text(kMaxErrorBytes, '\0');
+  size_t got = 0;
+  if (file->read(text.data(), text.size(), got) != 0) return "Unknown error";
+  text.resize(got);
+  text = joinedLines(text);
+  return text.empty() ? STRING("Error during translation. No error returned by translator.")
+                      : STRING(text);
+}
+
+}  // namespace korvane
