@@ -84,6 +84,14 @@ void describeCommand(const Options& options, ServiceEntry& entry) {
   entry.shutdownSeconds = options.stopDeadlineSeconds + kBeyondDeadlineSeconds;
 }
 
+// Who may replace the program is as good as the system.
+void lookAtProgram(std::vector<std::string>& notes) {
+  const std::string directory = programDirectory();
+  for (const std::string& stranger : readAccess(directory).strangers)
+    notes.push_back("the service runs as the system, and " + directory + " may be changed by " +
+                    stranger);
+}
+
 int install(Installation& installation) {
   const Options& options = installation.options;
   ServiceEntry& entry = installation.entry;
@@ -97,6 +105,7 @@ int install(Installation& installation) {
     return kExitOtherService;
   }
   if (entry.name == kServiceName) registerRoot(root);
+  lookAtProgram(notes);
   for (const std::string& note : notes) std::printf("note: %s\n", note.c_str());
   std::printf("service %s %s: %s\n", entry.name.c_str(),
               change == EntryChange::made ? "installed" : "updated",
