@@ -33,6 +33,12 @@ endfunction()
 # Address-space randomisation with 64 bits, no execution of data. GCC has no control-flow guard for Windows.
 add_link_options(-Wl,--dynamicbase,--high-entropy-va,--nxcompat)
 
+# What the linker took from where, for the bill of materials: maps/TARGET.map
+function(korvane_link_map target)
+  file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/maps")
+  target_link_options(${target} PRIVATE "LINKER:-Map=${CMAKE_BINARY_DIR}/maps/${target}.map")
+endfunction()
+
 # The version resource of a program or library: korvane_version_resource(TARGET "What it is")
 function(korvane_version_resource target description)
   enable_language(RC)

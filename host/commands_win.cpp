@@ -6,6 +6,7 @@
 
 #include "config/install_root.h"
 #include "host/directory_access_win.h"
+#include "host/first_settings.h"
 #include "host/messages.h"
 #include "host/service_entry_win.h"
 #include "host/service_handles_win.h"
@@ -22,6 +23,8 @@ constexpr uint32_t kBeyondDeadlineSeconds = 5;
 struct Installation {
   Options& options;
   ServiceEntry entry;
+  bool writesSettings = false;
+  FirstSettings settings = {};
   uint32_t stopSeconds = AgentService::kStopDeadlineSeconds + kBeyondDeadlineSeconds;
 };
 
@@ -68,6 +71,27 @@ void registerRoot(const std::string& root) {
         static_cast<DWORD>(error));
 }
 
+// Set by the installer package of a newer version before it has the older one removed.
+constexpr wchar_t kUpgrading[] = L"Upgrading";
+
+bool upgrading() {
+  return ::RegGetValueW(HKEY_LOCAL_MACHINE, wide(kAgentRegistryKey).c_str(), kUpgrading,
+                        RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, nullptr, nullptr,
+                        nullptr) == ERROR_SUCCESS;
+}
+
+void endUpgrade() {
+  platform::RegistryKey key;
+  if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, wide(kAgentRegistryKey).c_str(), 0,
+                      KEY_SET_VALUE | KEY_WOW64_64KEY, key.receive()) == ERROR_SUCCESS)
+    ::RegDeleteValueW(key.get(), kUpgrading);
+}
+
+std::string settingsAfter(const std::string& root) {
+  if (upgrading()) return "settings kept: a newer version is being installed";
+  return removeSettings(root);
+}
+
 void describeCommand(const Options& options, ServiceEntry& entry) {
   if (entry.displayName.empty())
     entry.displayName = entry.name == kServiceName
@@ -98,6 +122,8 @@ int install(Installation& installation) {
   const std::string root = rootOf(options);
   describeCommand(options, entry);
   protect(root);
+  if (installation.writesSettings)
+    std::printf("%s\n", writeFirstSettings(root, installation.settings).c_str());
   std::vector<std::string> notes;
   const EntryChange change = writeServiceEntry(entry, notes);
   if (change == EntryChange::refused) {
@@ -106,6 +132,7 @@ int install(Installation& installation) {
   }
   if (entry.name == kServiceName) registerRoot(root);
   lookAtProgram(notes);
+  endUpgrade();
   for (const std::string& note : notes) std::printf("note: %s\n", note.c_str());
   std::printf("service %s %s: %s\n", entry.name.c_str(),
               change == EntryChange::made ? "installed" : "updated",
@@ -135,6 +162,12 @@ void addInstall(CLI::App& app, std::shared_ptr<Installation> installation, Comma
   addAgentOptions(*command, installation->options);
   command->add_option("--name", installation->entry.name, "The service")->capture_default_str();
   command->add_option("--display-name", installation->entry.displayName, "What people read");
+  command->add_flag("--first-settings", installation->writesSettings,
+                    "Writes agent.ini when the agent has no settings yet");
+  command->add_option("--server-url", installation->settings.serverUrl,
+                      "For the first settings: the management server, https://host:port/path/");
+  command->add_option("--certificate", installation->settings.certificate,
+                      "For the first settings: a PEM file that the server must chain to");
   static const std::map<std::string, ServiceStart> starts = {{"auto", ServiceStart::automatic},
                                                              {"delayed", ServiceStart::delayed},
                                                              {"demand", ServiceStart::demand}};
@@ -155,6 +188,18 @@ void addUninstall(CLI::App& app, std::shared_ptr<Installation> installation, Com
       [installation, &chosen] { chosen = [installation] { return uninstall(*installation); }; });
 }
 
+void addRemoveSettings(CLI::App& app, Options& options, Command& chosen) {
+  CLI::App* command = app.add_subcommand(
+      "remove-settings", "Removes the agent's settings, state and policies; its logs stay");
+  command->add_option("--install-root", options.installRoot, "Where the agent is installed");
+  command->callback([&options, &chosen] {
+    chosen = [&options] {
+      std::printf("%s\n", settingsAfter(rootOf(options)).c_str());
+      return kExitStopped;
+    };
+  });
+}
+
 }  // namespace
 
 void addSystemCommands(CLI::App& app, CLI::App& run, Options& options, Command& chosen) {
@@ -162,6 +207,7 @@ void addSystemCommands(CLI::App& app, CLI::App& run, Options& options, Command& 
   const auto installation = std::make_shared<Installation>(Installation{options, {}});
   addInstall(app, installation, chosen);
   addUninstall(app, installation, chosen);
+  addRemoveSettings(app, options, chosen);
   CLI::App* asService =
       app.add_subcommand("service", "What the service manager runs; of no use elsewhere");
   addAgentOptions(*asService, options);

@@ -24,7 +24,9 @@ std::string libraryPath(const Options& options) {
 std::string fullPath(const std::string& path) {
   if (path.empty()) return path;
   const std::filesystem::path given(std::u8string(path.begin(), path.end()));
-  const std::u8string full = std::filesystem::absolute(given).lexically_normal().u8string();
+  std::filesystem::path whole = std::filesystem::absolute(given).lexically_normal();
+  if (!whole.has_filename() && whole != whole.root_path()) whole = whole.parent_path();
+  const std::u8string full = whole.u8string();
   return {full.begin(), full.end()};
 }
 
