@@ -1,6 +1,7 @@
 // Configuration and policy: fetched, applied, reported.
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
+#include "driver/driver_config.h"
 #include "eventlog/event_log.h"
 #include "update/server_answer.h"
 #include "update/update_result.h"
@@ -25,6 +26,16 @@ UpdateResult configureIds(const PropertyList& settings, const PropertyList& rule
   if (!ids->applyConfiguration(settings, rules))
     return {kDiskFailure, "Failed to save new configuration data from server to disk."};
   return readIdsResult(*ids, "IDS.Config", kContext);
+}
+
+// The driver is told before the setting changes: whoever sees the changed setting asks the driver.
+void followBuiltInWish(const PropertyList& settings) {
+  const STRING* wish = findProperty(settings, "use.builtin.policy");
+  if (!wish || wish->toBool() == DriverConfig::usingBuiltIn()) return;
+  if (wish->toBool())
+    DriverConfig::useBuiltIn();
+  else
+    DriverConfig::newPolicy(DriverConfig::getMinusFile());
 }
 
 }  // namespace
@@ -62,10 +73,12 @@ void UpdateThread::processConfigPolicyUpdates() {
     _configRetry.refuse(kBothKinds);
   }
   _bFirstPollRequired = false;
+  if (!answer.accepted()) return;
   if (kinds & HttpsHandler::CONFIG_UPDATE) applyConfiguration(handler, HttpsHandler::CONFIG_UPDATE);
+  if ((kinds & HttpsHandler::POLICY_UPDATE) && _policy.receivePolicy(handler))
+    reloadAutoRetransInterval();
 }
 
-// Nothing is used, and nothing reported, of an answer that carries an error.
 void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   PropertyList settings;
   PropertyList identity;
@@ -82,9 +95,19 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (settings.empty() && identity.empty() && rules.empty() && idsSettings.empty())
     result = {kNothingNew, "No new configuration data provided."};
   if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
+  if (preventionInForce()) followBuiltInWish(settings);
   if (!settings.empty() && !_config->newConfiguration(settings))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
   HttpsHandler().setUpdateResult(kind, result.code, result.text, identity);
+}
+
+void UpdateThread::retranslateOnRequest() {
+  if (!_config->getRetranslateNow()) return;
+  if (preventionInForce()) _policy.retranslatePolicy();
+  // A stop leaves the request to the next start.
+  if (_policy.stopped() || !_config->getRetranslateNow()) return;
+  _config->setRetranslateNow(false);
+  _config->updateIniFile();
 }
 
 }  // namespace korvane

@@ -1,7 +1,10 @@
 // Policy and configuration of the IDS component: fetched, handed over, reported.
+#include <memory>
+
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
+#include "ids/hids_component.h"
 #include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
@@ -10,7 +13,21 @@ namespace korvane {
 namespace {
 
 constexpr char kSource[] = "UpdateThread";
+constexpr char kContext[] = "processHIDSPolicyUpdate";
+constexpr char kRetranslationContext[] = "processHIDSPolicyRetranslate";
+constexpr char kPolicyNameProperty[] = "policy.name.ids";
+constexpr char kPolicyPathProperty[] = "policy.path.ids";
+constexpr char kNotSaved[] = "failed to save new policy data to permanent storage";
 constexpr int kEventRefused = 10217;
+constexpr int kEventNotTranslated = 10133;
+
+// Hands a translated policy over and gives what the component made of it.
+UpdateResult handOver(const STRING& resultFile, const char* context) {
+  HidsInterface* ids = AgentConfig::getHIDSInterface();
+  if (!ids || !ids->present()) return {kNoIdsComponent, "The IDS component is not installed."};
+  if (!ids->applyPolicy(resultFile)) return {kDiskFailure, kNotSaved};
+  return readIdsResult(*ids, "IDS.Policy", context);
+}
 
 }  // namespace
 
@@ -40,8 +57,73 @@ void UpdateThread::processHIDSPolicyUpdate() {
     _idsRetry.refuse(_idsRetry.kinds | kinds);
   }
   _bFirstPollRequired = false;
+  if (!answer.accepted()) return;
+  if (kinds & HttpsHandler::POLICY_UPDATE_HIDS) applyIdsPolicy(handler);
   if (kinds & HttpsHandler::CONFIG_UPDATE_HIDS)
     applyConfiguration(handler, HttpsHandler::CONFIG_UPDATE_HIDS);
+}
+
+void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
+  int status = 0;
+  int size = 0;
+  PropertyList properties;
+  const std::unique_ptr<char[]> bytes(handler.getPolicy(status, size, properties, /*ids=*/true));
+  PropertyList names;
+  for (const char* name : {kPolicyNameProperty, kPolicyPathProperty}) {
+    const STRING* value = findProperty(properties, name);
+    if (!value) continue;
+    eventlog::trace(kContext, "items server sent %s=%s", name, *value);
+    names.emplace_back(name, *value);
+  }
+  const UpdateResult result =
+      installIdsPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, names);
+  // What a stop cut short is fetched again after the next start.
+  if (_policy.stopped()) return;
+  HttpsHandler().setUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, result.code, result.text, names);
+}
+
+UpdateResult UpdateThread::installIdsPolicy(std::string_view bytes,
+                                            const PropertyList& properties) {
+  if (bytes.empty()) return {kNothingNew, "No new policy data provided."};
+  if (propertyValue(properties, kPolicyPathProperty).empty())
+    return {kNoInformation, "Policy information (path) not provided"};
+  eventlog::trace(kContext, "Policy Path OK");
+  const STRING plusFile = _policy.savePolicyToFile(bytes.data(), bytes.size());
+  if (plusFile.empty()) return {kDiskFailure, kNotSaved};
+  UpdateResult result;
+  STRING resultFile;
+  if (_policy.translateHIDSPolicy(plusFile, resultFile)) {
+    result = handOver(resultFile, kContext);
+  } else {
+    result = {kPolicyFailure, _policy.errorText()};
+    if (!_policy.stopped()) eventlog::event(kEventNotTranslated, kContext, {result.text});
+  }
+  if (result.ok()) _config->setIDSPlusFileName(plusFile);
+  // A component that has not answered may still read the file.
+  const bool mayBeInUse =
+      result.code == HidsComponent::kNoAnswer || result.code == HidsComponent::kStopped;
+  if (!mayBeInUse) PolicyProcessor::RemovePrevHIDSPolicies();
+  return result;
+}
+
+void UpdateThread::retranslateIdsOnRequest() {
+  if (!_config->getRetranslateIDSNow()) return;
+  const STRING plusFile = _config->getIDSPlusFileName();
+  STRING resultFile;
+  if (_policy.translateHIDSPolicy(plusFile, resultFile)) {
+    const UpdateResult result = handOver(resultFile, kRetranslationContext);
+    _lastServerError = 0;
+    if (result.ok())
+      eventlog::trace(kSource, "Policy retranslation done for IDS policy: '%s'", plusFile);
+    else
+      eventlog::trace(kSource, "Result of Policy retranslation of IDS policy: '%s' is: '%s'",
+                      plusFile, result.text);
+  } else if (!_policy.stopped()) {
+    eventlog::event(kEventNotTranslated, kContext, {_policy.errorText()});
+  }
+  if (!_config->getRetranslateIDSNow()) return;
+  _config->setRetranslateIDSNow(false);
+  _config->updateIniFile();
 }
 
 }  // namespace korvane

@@ -61,17 +61,21 @@ void UpdateThread::cycle() {
 void UpdateThread::prepare() {
   if (_initialised) return;
   _config = AgentConfig::getInstance();
+  _policy.InitializePloicyHistory();
+  if (preventionInForce()) _policy.loadRetransItems();
   _pollingInterval = 0;
-  if (_config->autoRetransEnabled())
-    _autoRetransCountdown = steppedCountdown(0, true, _config->getAutoRetransInterval());
+  reloadAutoRetransInterval();
   if (_config->updateInProgress())
     SoftwareUpdate::sendUpdateResults(_config->getSoftwareUpdateDirectory());
+  PolicyProcessor::RemovePrevHIDSPolicies();
   _initialised = true;
 }
 
 bool UpdateThread::work() {
   const bool needsPause = tcpNotification();
+  if (_autoRetransCountdown == 0 && preventionInForce()) _policy.checkRetrans();
   if (statusDue()) {
+    PolicyProcessor::reportOutstanding();
     monitorPrevention();
     sendAgentStatus();
   }
@@ -84,6 +88,8 @@ bool UpdateThread::work() {
   notifyAppDataCollection();
   monitorPolicyState();
   if (!_bFirstPollRequired) _config->setFirstUpdateDone();
+  retranslateOnRequest();
+  retranslateIdsOnRequest();
   return needsPause;
 }
 
@@ -115,6 +121,11 @@ void UpdateThread::updatePollingInterval() {
 void UpdateThread::updateAutoRetransInterval() {
   _autoRetransCountdown = steppedCountdown(_autoRetransCountdown, _config->autoRetransEnabled(),
                                            _config->getAutoRetransInterval());
+}
+
+void UpdateThread::reloadAutoRetransInterval() {
+  _autoRetransCountdown =
+      steppedCountdown(0, _config->autoRetransEnabled(), _config->getAutoRetransInterval());
 }
 
 bool UpdateThread::preventionInForce() const {

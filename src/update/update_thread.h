@@ -23,17 +23,20 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string_view>
 
 #include "agent/thread/thread.h"
 #include "platform/export.h"
 #include "update/content_update.h"
 #include "update/notification_listener.h"
 #include "update/pending_updates.h"
+#include "update/policy/policy_processor.h"
 #include "update/retry_group.h"
 #include "update/software_update.h"
 
 namespace korvane {
 
+struct UpdateResult;
 class AgentConfig;
 class AgentInfo;
 class HttpsHandler;
@@ -75,10 +78,15 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   int takeConfigPolicyKinds();
   void applyConfiguration(HttpsHandler& handler, int kind);
   bool preventionInForce() const;
+  void reloadAutoRetransInterval();
+  void retranslateOnRequest();
 
   // The IDS component
   void processHIDSPolicyUpdate();
   int takeIdsKinds();
+  void applyIdsPolicy(HttpsHandler& handler);
+  UpdateResult installIdsPolicy(std::string_view bytes, const PropertyList& properties);
+  void retranslateIdsOnRequest();
 
   void notifyAppDataCollection();
 
@@ -95,6 +103,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   RetryGroup _softwareRetry;
   RetryGroup _componentRetry;
   PendingUpdates _pending;
+  PolicyProcessor _policy;
   SoftwareUpdate _software{_pending, _softwareRetry};
   ContentUpdate _content{_pending, _componentRetry};
   NotificationListener _listener{stopToken()};

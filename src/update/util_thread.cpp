@@ -1,11 +1,81 @@
 #include "update/util_thread.h"
 
-namespace korvane {
+#include <algorithm>
 
-UtilThread::UtilThread(AgentInfo*) : Thread(64 * 1024) {}
+#include "config/agent_config.h"
+#include "eventlog/event_log.h"
+#include "update/prevention_state.h"
+#include "util/errors.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kRunTag[] = "UtilThread::run";
+constexpr uint32_t kCycleMs = 1000;
+
+}  // namespace
+
+UtilThread::UtilThread(AgentInfo*) {}
+
+UtilThread::~UtilThread() = default;
+
+void UtilThread::stop() {
+  _running = false;
+  Thread::stop();
+}
 
 void UtilThread::run() {
-  stopToken().sleepFor(platform::kInfinite);
+  eventlog::trace(kRunTag, "*****UtilThread starting*****");
+  while (_running) {
+    cycle();
+    if (_running) stopToken().sleepFor(kCycleMs);
+  }
+  eventlog::trace(kRunTag, "*****UtilThread exiting*****");
+}
+
+void UtilThread::cycle() {
+  try {
+    if (!_config) initialize();
+    work();
+  } catch (const FileError& error) {
+    eventlog::trace(kRunTag, "Caught Utils Exception %d Message %s", error.errnoValue(),
+                    error.message());
+  }
+}
+
+void UtilThread::initialize() {
+  _config = AgentConfig::getInstance();
+  const uint32_t interval = std::min<uint32_t>(_config->getAutoRetransInterval(), INT32_MAX);
+  _timer = std::make_unique<RetranslationTimer>(static_cast<int32_t>(interval),
+                                                _config->autoRetransEnabled());
+  _policy.InitializePloicyHistory();
+  if (preventionInForce()) _policy.loadRetransItems();
+  PolicyProcessor::RemovePrevHIDSPolicies();
+}
+
+void UtilThread::work() {
+  if (_timer) _timer->setEnabled(_config->autoRetransEnabled());
+  if ((_timer && _timer->remaining() == 0) || _config->getRetranslateNow()) retranslate();
+  monitorPrevention();
+  updateTimers();
+}
+
+void UtilThread::retranslate() {
+  if (preventionInForce()) _policy.retranslatePolicy();
+  // A stop leaves the request to the next start.
+  if (!_policy.stopped() && _config->getRetranslateNow()) _config->setRetranslateNow(false);
+}
+
+void UtilThread::monitorPrevention() {
+  if (preventionInForce()) preventionTestKeyCanBeMade();
+}
+
+void UtilThread::updateTimers() {
+  if (_timer) _timer->step();
+}
+
+bool UtilThread::preventionInForce() const {
+  return _config->isIPSEnabled() && _config->isIPSRebootDone();
 }
 
 }  // namespace korvane

@@ -1,19 +1,55 @@
-// The utility thread of the agents that no management server drives. It waits for its stop and does
-// nothing else; docs/limitations.md says so. Start, stop and destruction as for every Thread.
+// The thread that keeps enforcement in shape on agents that no management server drives: once a second it
+// has the policy translated anew when its timer has run out or somebody asked for it, and repeats the
+// prevention self-test. It reports nothing.
+//
+// Unlike the update thread it does not ask whether this machine has changed: the timer alone decides.
+//
+// Start: as every Thread; the policy's history, its items and the timer are made ready then. Stop: stop()
+//   clears the running flag and ends the pause; a translation in progress is ended by the shutdown token.
+// Threads: all state belongs to this thread but the running flag and the timer. cycle() is for tests,
+//   instead of start().
 #pragma once
+
+#include <atomic>
+#include <memory>
 
 #include "agent/thread/thread.h"
 #include "platform/export.h"
+#include "update/policy/policy_processor.h"
+#include "update/retranslation_timer.h"
+#include "update/retry_group.h"
 
 namespace korvane {
 
+class AgentConfig;
 class AgentInfo;
 
 class KORVANE_EXPORT UtilThread : public Thread {
  public:
+  static constexpr int MAX_RETRY = RetryGroup::kMaxRetry;
+  static constexpr int RETRY_INTERVAL = RetryGroup::kInterval;
+
   explicit UtilThread(AgentInfo* info);
+  ~UtilThread() override;
 
   void run() override;
+  void stop() override;
+
+  // One turn of the loop without its pause.
+  void cycle();
+
+ private:
+  void initialize();
+  void work();
+  void retranslate();
+  void monitorPrevention();
+  void updateTimers();
+  bool preventionInForce() const;
+
+  std::atomic<bool> _running{true};
+  AgentConfig* _config = nullptr;
+  PolicyProcessor _policy;
+  std::unique_ptr<RetranslationTimer> _timer;
 };
 
 }  // namespace korvane

@@ -3,6 +3,7 @@
 
 #include "discovery/app_data_requests.h"
 #include "tests/update/cycles.h"
+#include "tests/update/policy_world.h"
 #include "util/errors.h"
 
 namespace korvane {
@@ -10,24 +11,8 @@ namespace {
 
 using tests::Answer;
 using tests::Cycles;
-
-constexpr char kListening[] =
-    "[TCP]\ntcp.enabled=true\ntcp.port=2222\n[Polling]\npolling.interval=9000000\n";
-
-// One cycle is one simulated second.
-struct NotifiedCycles : Cycles {
-  explicit NotifiedCycles(const std::string& settings = "") : Cycles(kListening + settings) {
-    run(1);
-  }
-  void notify(char byte) {
-    std::unique_ptr<platform::Socket> client;
-    machine.fake.sockets.createTcp(client);
-    EXPECT_EQ(client->connect("127.0.0.1", 2222, 1000), 0);
-    size_t sent = 0;
-    client->send(&byte, 1, sent);
-    run(1);
-  }
-};
+using tests::NotifiedCycles;
+using tests::TestIds;
 
 TEST(ConfigRetry, PausesAfterTheTenthRefusalAndIsArmedAgainByTheEleventh) {
   NotifiedCycles cycles;
@@ -124,35 +109,6 @@ TEST(ConfigUpdate, AsksForThePolicyOnlyWhilePreventionIsInForce) {
     EXPECT_EQ(cycles.updates("update.policy=true"), row.withPolicy) << row.settings;
   }
 }
-
-// An IDS component that keeps what it is given and answers as it is told.
-struct TestIds : HidsInterface {
-  TestIds() { AgentConfig::setHIDSInterface(this); }
-  ~TestIds() override { AgentConfig::setHIDSInterface(nullptr); }
-  bool present() override { return installed; }
-  bool reload() override { return true; }
-  bool setting(const STRING&, STRING&) override { return false; }
-  PropertyList settings() override { return {}; }
-  PropertyList logRules() override { return {}; }
-  bool applyPolicy(const STRING& file) override {
-    policy = file;
-    return takes;
-  }
-  bool applyConfiguration(const PropertyList& settings, const PropertyList& rules) override {
-    given = settings;
-    given.insert(given.end(), rules.begin(), rules.end());
-    return takes;
-  }
-  bool readResults(PropertyList& out) override {
-    out = results;
-    return !results.empty();
-  }
-  bool installed = true;
-  bool takes = true;
-  PropertyList results{{"IDS.Config.ResultCode", "0"}, {"IDS.Config.ResultMessage", "fine"}};
-  PropertyList given;
-  STRING policy;
-};
 
 TEST(ConfigUpdate, AppliesAndReportsWhatAnAnswerHolds) {
   struct AnswerCase {

@@ -46,4 +46,20 @@ struct Cycles {
   UpdateThread thread{nullptr};
 };
 
+// The same with a notification port and no further statuses; a cycle is a simulated second then.
+struct NotifiedCycles : Cycles {
+  explicit NotifiedCycles(const std::string& settings = "")
+      : Cycles("[TCP]\ntcp.enabled=true\ntcp.port=2222\n[Polling]\npolling.interval=9000000\n" +
+               settings) {
+    run(1);
+  }
+  void notify(char byte) {
+    std::unique_ptr<platform::Socket> client;
+    machine.fake.sockets.createTcp(client);
+    size_t sent = 0;
+    if (client->connect("127.0.0.1", 2222, 1000) == 0) client->send(&byte, 1, sent);
+    run(1);
+  }
+};
+
 }  // namespace korvane::tests

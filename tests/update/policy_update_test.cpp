@@ -1,0 +1,261 @@
+// Policies as the update thread and the utility thread deal with them; what the pipeline itself does is
+// tested with it.
+#include <gmock/gmock.h>
+
+#include "driver/driver_config.h"
+#include "tests/update/cycles.h"
+#include "tests/update/policy_world.h"
+#include "update/util_thread.h"
+#include "util/errors.h"
+
+namespace korvane {
+namespace {
+
+using tests::Answer;
+using tests::packages;
+using tests::PolicyWorld;
+using tests::SimulatedMachine;
+using tests::TestIds;
+
+constexpr char kPolicy[] = "update.policy=true\npolicy.name=Base\npolicy.path=/base\n";
+constexpr char kIdsPolicy[] =
+    "update.policy.ids=true\npolicy.name.ids=Watch\npolicy.path.ids=/watch\n";
+constexpr char kPlus[] = "/opt/korvane/IPS/driver/policy1.sbp.zip";
+
+struct PolicyCycles : tests::NotifiedCycles {
+  explicit PolicyCycles(const std::string& settings = "") : NotifiedCycles(settings) {}
+  void receive(const Answer& answer, char byte) {
+    machine.server.queue("update", answer);
+    notify(byte);
+  }
+  // What the last report of a kind says.
+  std::string lastResult(const std::string& type) {
+    std::string last;
+    for (const auto& request : machine.server.requests("result"))
+      if (request.body.find("result.type=" + type + "\n") != std::string::npos) last = request.body;
+    return last;
+  }
+  PolicyWorld world{machine};
+};
+
+TEST(PolicyUpdate, LoadsAPolicyOfTheServerAndReportsIt) {
+  PolicyCycles cycles;
+  cycles.receive(packages(kPolicy, {"bytes"}), 2);
+  EXPECT_EQ(cycles.world.translations, 1U);
+  EXPECT_EQ(cycles.world.loads, 1U);
+  EXPECT_EQ(cycles.config().getPlusDBPath(), STRING("/base"));
+  EXPECT_THAT(cycles.lastResult("policy"), testing::HasSubstr("result.errorcode=0\n"));
+  cycles.world.exitCode = 7;
+  cycles.receive(packages(kPolicy, {"other bytes"}), 2);
+  EXPECT_EQ(cycles.world.loads, 1U);
+  EXPECT_THAT(
+      cycles.lastResult("policy"),
+      testing::HasSubstr("result.errorcode=66\nresult.errormessage=a text of the translator\n"));
+}
+
+TEST(PolicyUpdate, ARefusedRequestSaysNothingAboutThePolicy) {
+  PolicyCycles cycles;
+  const size_t before = cycles.results("result.type=policy\n");
+  cycles.receive(Answer::error(200), 2);
+  EXPECT_EQ(cycles.results("result.type=policy\n"), before);
+}
+
+TEST(PolicyUpdate, FollowsTheServersWishForTheBuiltInPolicy) {
+  PolicyCycles cycles;
+  cycles.receive(packages(kPolicy, {"bytes"}), 2);
+  ASSERT_FALSE(cycles.world.builtin);
+  cycles.receive(Answer::properties("update.configuration=true\nuse.builtin.policy=true\n"), 1);
+  EXPECT_TRUE(cycles.world.builtin);
+  EXPECT_TRUE(cycles.config().useBuiltInPolicy());
+  cycles.receive(Answer::properties("update.configuration=true\nuse.builtin.policy=false\n"), 1);
+  EXPECT_FALSE(cycles.world.builtin);
+  EXPECT_EQ(cycles.world.loads, 2U) << "the policy that it had before";
+}
+
+TEST(Retranslation, IsDoneOnRequestUnlessThereIsNothingToEnforce) {
+  struct RequestCase {
+    const char* settings;
+    bool builtin;
+    size_t translations;
+    const char* trace;
+  };
+  for (const RequestCase& row :
+       {RequestCase{"", false, 1, "Retranslating policy"},
+        {"", true, 0, "Bypassing policy retranslation because built-in IPS Policy is in use"},
+        {"[Driver]\nips.enabled=false\n", false, 0, nullptr}}) {
+    PolicyCycles cycles(row.settings);
+    cycles.world.builtin = row.builtin;
+    cycles.machine.fake.files.put(kPlus, "bytes");
+    cycles.config().setPlusPolicyFile(kPlus);
+    cycles.config().setRetranslateNow(true);
+    cycles.run(2);
+    EXPECT_EQ(cycles.world.translations, row.translations) << row.settings;
+    EXPECT_FALSE(cycles.config().getRetranslateNow()) << row.settings;
+    EXPECT_EQ(row.trace ? cycles.machine.countLines(row.trace) : 1U, 1U) << row.settings;
+  }
+}
+
+TEST(IdsPolicy, IsTranslatedHandedOverAndReported) {
+  struct IdsCase {
+    const char* name;
+    Answer answer;
+    int exitCode;
+    bool installed, takes;
+    const char* resultCode;
+    std::string report;
+    bool recorded;
+    size_t events;
+  };
+  const Answer whole = packages(kIdsPolicy, {"bytes"});
+  const IdsCase cases[] = {
+      {"fine", whole, 0, true, true, "0", "result.errorcode=0\nresult.errormessage=said\n", true,
+       0},
+      {"refused", whole, 0, true, true, "5", "result.errorcode=5\nresult.errormessage=said\n",
+       false, 0},
+      {"not translated", whole, 3, true, true, "0",
+       "result.errorcode=66\nresult.errormessage=a text of the translator\n", false, 1},
+      {"not handed over", whole, 0, true, false, "0",
+       "result.errorcode=36\nresult.errormessage=failed to save new policy data to permanent "
+       "storage\n",
+       false, 0},
+      {"no component", whole, 0, false, true, "0",
+       "result.errorcode=1003\nresult.errormessage=The IDS component is not installed.\n", false,
+       0},
+      {"no path", packages("update.policy.ids=true\npolicy.name.ids=Watch\n", {"bytes"}), 0, true,
+       true, "0",
+       "result.errorcode=35\nresult.errormessage=Policy information (path) not provided\n", false,
+       0},
+      {"nothing", Answer::properties("update.policy.ids=false\n"), 0, true, true, "0",
+       "result.errorcode=19\nresult.errormessage=No new policy data provided.\n", false, 0},
+  };
+  for (const IdsCase& row : cases) {
+    PolicyCycles cycles("[Driver]\nips.enabled=false\n");
+    TestIds ids;
+    ids.installed = row.installed;
+    ids.takes = row.takes;
+    ids.results = {{"IDS.Policy.ResultCode", row.resultCode}, {"IDS.Policy.ResultMessage", "said"}};
+    cycles.world.exitCode = row.exitCode;
+    cycles.receive(row.answer, 8);
+    EXPECT_THAT(cycles.lastResult("policy.ids"), testing::HasSubstr(row.report)) << row.name;
+    const STRING plusFile = cycles.config().getIDSPlusFileName();
+    EXPECT_EQ(!plusFile.empty(), row.recorded) << row.name;
+    EXPECT_EQ(cycles.machine.countLines(",10133,"), row.events) << row.name;
+    if (row.recorded) {
+      EXPECT_EQ(cycles.machine.fake.files.content(plusFile.toUtf8()), "bytes");
+      EXPECT_EQ(cycles.machine.fake.files.content(ids.policy.toUtf8()), "translated");
+      EXPECT_THAT(cycles.lastResult("policy.ids"),
+                  testing::HasSubstr("policy.name.ids=Watch\npolicy.path.ids=/watch\n"));
+    }
+  }
+}
+
+TEST(IdsPolicy, IsTranslatedAnewOnRequest) {
+  struct RequestCase {
+    int exitCode;
+    const char* resultCode;
+    const char* line;
+  };
+  for (const RequestCase& row : {RequestCase{0, "0", "Policy retranslation done for IDS policy: '"},
+                                 {0, "4", "' is: 'said'"},
+                                 {9, "0", ",10133,"}}) {
+    PolicyCycles cycles;
+    TestIds ids;
+    ids.results = {{"IDS.Policy.ResultCode", row.resultCode}, {"IDS.Policy.ResultMessage", "said"}};
+    cycles.world.exitCode = row.exitCode;
+    cycles.machine.fake.files.put(kPlus, "bytes");
+    cycles.config().setIDSPlusFileName(kPlus);
+    cycles.config().setRetranslateIDSNow(true);
+    cycles.run(2);
+    EXPECT_EQ(cycles.world.translations, 1U);
+    EXPECT_EQ(cycles.machine.countLines(row.line), 1U) << row.line;
+    EXPECT_FALSE(cycles.config().getRetranslateIDSNow());
+  }
+}
+
+TEST(IdsPolicy, ACorruptResultEndsTheThreadWithItsContext) {
+  for (const bool retranslation : {false, true}) {
+    PolicyCycles cycles;
+    TestIds ids;
+    ids.results = {{"IDS.Policy.ResultCode", "0"}};
+    cycles.machine.fake.files.put(kPlus, "bytes");
+    cycles.config().setIDSPlusFileName(kPlus);
+    cycles.config().setRetranslateIDSNow(retranslation);
+    try {
+      if (retranslation)
+        cycles.run(1);
+      else
+        cycles.receive(packages(kIdsPolicy, {"bytes"}), 8);
+      ADD_FAILURE() << "nothing was raised";
+    } catch (const AgentError& error) {
+      EXPECT_EQ(error.code(), 51);
+      EXPECT_EQ(error.text(), STRING("Corrupt HIDS result file."));
+      EXPECT_EQ(error.context(),
+                STRING(retranslation ? "processHIDSPolicyRetranslate" : "processHIDSPolicyUpdate"));
+    }
+  }
+}
+
+struct UtilCycles {
+  explicit UtilCycles(const std::string& settings)
+      : machine({.serviceType = "3", .settings = settings}) {
+    machine.fake.files.put(kPlus, "bytes");
+    config().setPlusPolicyFile(kPlus);
+  }
+  size_t translationsAfter(int cycles) {
+    for (int i = 0; i < cycles; ++i) {
+      world.output += "x";
+      thread.cycle();
+    }
+    return world.translations;
+  }
+  AgentConfig& config() { return *AgentConfig::getInstance(); }
+  SimulatedMachine machine;
+  PolicyWorld world{machine};
+  UtilThread thread{nullptr};
+};
+
+TEST(UtilThread, RetranslatesWhenItsTimerRunsOutAndOnRequest) {
+  UtilCycles cycles("[AutoRetrans]\nautoretrans.enabled=true\nautoretrans.interval=10\n");
+  EXPECT_EQ(cycles.translationsAfter(10), 0U);
+  EXPECT_EQ(cycles.translationsAfter(1), 1U) << "the count is at 0 behind ten steps";
+  EXPECT_EQ(cycles.world.loads, 1U);
+  EXPECT_EQ(cycles.translationsAfter(10), 1U);
+  EXPECT_EQ(cycles.translationsAfter(1), 2U) << "the step at 0 loads the interval";
+  cycles.translationsAfter(4);
+  cycles.config().setAutoRetransEnabled(false);
+  EXPECT_EQ(cycles.translationsAfter(100), 2U);
+  cycles.config().setRetranslateNow(true);
+  EXPECT_EQ(cycles.translationsAfter(3), 3U);
+  EXPECT_FALSE(cycles.config().getRetranslateNow());
+  cycles.config().setAutoRetransEnabled(true);
+  EXPECT_EQ(cycles.translationsAfter(6), 3U) << "the count goes on where it stood";
+  EXPECT_EQ(cycles.translationsAfter(1), 4U);
+}
+
+TEST(UtilThread, PassesOverABuiltInPolicyAndReportsNothing) {
+  UtilCycles cycles("[AutoRetrans]\nautoretrans.enabled=true\nautoretrans.interval=2\n");
+  cycles.world.builtin = true;
+  EXPECT_EQ(cycles.translationsAfter(3), 0U);
+  EXPECT_EQ(cycles.machine.countLines(
+                "Bypassing policy retranslation because built-in IPS Policy is in use"),
+            1U);
+  EXPECT_EQ(cycles.config().getPolicyErrorCode(), 0) << "its prevention test is its own affair";
+  EXPECT_EQ(cycles.machine.server.count("result"), 0U);
+}
+
+TEST(UtilThread, StartsWorksAndStops) {
+  SimulatedMachine machine({.serviceType = "3"});
+  auto* thread = new UtilThread(nullptr);
+  thread->start();
+  machine.sim.runFor(10500);
+  EXPECT_GE(machine.countLines("::monitorPrevention") + machine.countLines("UtilThread"), 1U);
+  const int64_t before = machine.now();
+  thread->stop();
+  thread->waitEnded(platform::kInfinite);
+  EXPECT_EQ(machine.now(), before);
+  EXPECT_EQ(machine.countLines("*****UtilThread exiting*****"), 1U);
+  Thread::dispose(thread);
+}
+
+}  // namespace
+}  // namespace korvane

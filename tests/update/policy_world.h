@@ -1,0 +1,117 @@
+// What a policy needs beside a simulated machine: a translator, a driver that takes what it is given, and an
+// IDS component that answers as it is told.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "config/agent_config.h"
+#include "config/hids_interface.h"
+#include "driver/driver_protocol.h"
+#include "tests/support/simulated_agent.h"
+
+namespace korvane::tests {
+
+// An answer with properties and, in this order, binary sections.
+inline Answer packages(const std::string& lines, const std::vector<std::string>& parts) {
+  Answer answer = Answer::properties(lines);
+  answer.body.resize(answer.body.size() - std::string("EOF_FLAG\n").size());
+  for (const std::string& bytes : parts)
+    answer.body +=
+        "Data-Format=binary/zip\nData-Type=policy\nData-Length=" + std::to_string(bytes.size()) +
+        "\n\n" + bytes + "\n";
+  answer.body += "EOF_FLAG\n";
+  return answer;
+}
+
+struct PolicyWorld {
+  static constexpr char kTranslator[] = "/opt/korvane/IPS/bin/";
+
+  explicit PolicyWorld(SimulatedMachine& machine) : _machine(machine) {
+    constexpr char kParameters[] =
+        "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters";
+    machine.fake.registry.put(kParameters, "UseBuiltin", STRING("0"));
+    machine.fake.registry.put(kParameters, "Filter File", STRING());
+    machine.fake.devices.setOpenError(0);
+    machine.fake.devices.setHandler([this](const platform::FakeDevices::Call& call) {
+      if (call.controlCode == kNewPolicyCode) ++loads;
+      if (call.controlCode == kUseBuiltInCode) builtin = true;
+      if (call.controlCode == kNewPolicyCode) builtin = false;
+      std::vector<std::byte> record(1028);
+      record[0] = std::byte{builtin};
+      return platform::DeviceScript::atOnce(0, record);
+    });
+    machine.fake.processes.install(
+        kTranslator + machine.fake.processes.fileName("translate"),
+        [this](const std::string& arguments) { return translate(arguments); });
+  }
+
+  static constexpr uint32_t kNewPolicyCode = 0x80008001;
+  static constexpr uint32_t kUseBuiltInCode = 0x80008014;
+
+  size_t translations = 0;
+  int exitCode = 0;
+  std::string errorText = "a text of the translator";
+  std::string output = "translated";
+  size_t loads = 0;
+  bool builtin = false;
+
+ private:
+  // The two last of the quoted arguments are the outputs; for the IDS the first of them is the error text.
+  platform::ProgramRun translate(const std::string& arguments) {
+    ++translations;
+    std::vector<std::string> quoted;
+    for (size_t at = 0; (at = arguments.find('"', at)) != std::string::npos;) {
+      const size_t end = arguments.find('"', at + 1);
+      quoted.push_back(arguments.substr(at + 1, end - at - 1));
+      at = end + 1;
+    }
+    const bool ids = arguments.find("-hidsagent") != std::string::npos;
+    const std::string first = quoted[quoted.size() - 2];
+    const std::string second = quoted.back();
+    if (exitCode != 0) {
+      _machine.fake.files.put(first, errorText);
+    } else {
+      _machine.fake.files.put(ids ? second : first, output);
+      if (!ids) _machine.fake.files.put(second, "");
+    }
+    return {.exitCode = static_cast<uint32_t>(exitCode)};
+  }
+
+  SimulatedMachine& _machine;
+};
+
+struct TestIds : HidsInterface {
+  TestIds() { AgentConfig::setHIDSInterface(this); }
+  ~TestIds() override { AgentConfig::setHIDSInterface(nullptr); }
+  bool present() override { return installed; }
+  bool reload() override { return true; }
+  bool setting(const STRING&, STRING&) override { return false; }
+  PropertyList settings() override { return {}; }
+  PropertyList logRules() override { return {}; }
+  bool applyPolicy(const STRING& file) override {
+    policy = file;
+    return takes;
+  }
+  bool applyConfiguration(const PropertyList& settings, const PropertyList& rules) override {
+    given = settings;
+    given.insert(given.end(), rules.begin(), rules.end());
+    return takes;
+  }
+  bool readResults(PropertyList& out) override {
+    out = results;
+    return !results.empty();
+  }
+
+  bool installed = true;
+  bool takes = true;
+  PropertyList results{{"IDS.Config.ResultCode", "0"},
+                       {"IDS.Config.ResultMessage", "fine"},
+                       {"IDS.Policy.ResultCode", "0"},
+                       {"IDS.Policy.ResultMessage", "fine"}};
+  PropertyList given;
+  STRING policy;
+};
+
+}  // namespace korvane::tests
