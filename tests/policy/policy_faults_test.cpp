@@ -151,6 +151,8 @@ std::string afterRestart(const Machine& machine, const Change& change) {
 
 size_t callsOf(const Change& change) {
   PolicyWorld world(change.machine());
+  PolicyProcessor::reconcile();
+  world.trip = {};
   PolicyProcessor policy;
   policy.InitializePloicyHistory();
   const bool loaded = change.run(policy);
@@ -167,6 +169,8 @@ bool checkFailure(const Change& change, size_t at, Tripwire::Way way) {
   std::string point = change.name;
   {
     PolicyWorld world(change.machine());
+    PolicyProcessor::reconcile();
+    world.trip = {};
     world.trip.at = at;
     world.trip.way = way;
     PolicyProcessor policy;
@@ -220,6 +224,8 @@ TEST(PolicyFaults, EveryCallThatIsTheLastOneLeavesOneWholePolicyAfterTheNextStar
       std::string point = change.name;
       {
         PolicyWorld world(change.machine());
+        PolicyProcessor::reconcile();
+        world.trip = {};
         world.trip.at = at;
         world.trip.way = Tripwire::Way::isTheLast;
         PolicyProcessor policy;
