@@ -124,7 +124,10 @@ bool loadFipsModule(std::string& error) {
   const Synchronized hold(moduleLock);
   if (module().provider || load(error)) return true;
   module().library.reset();
-  if (ERR_peek_last_error() == 0) ERR_raise(ERR_LIB_CRYPTO, ERR_R_INIT_FAIL);
+  if (ERR_peek_last_error() == 0) {
+    ERR_new();
+    ERR_set_error(ERR_LIB_CRYPTO, ERR_R_INIT_FAIL, nullptr);
+  }
   return false;
 }
 
