@@ -7,6 +7,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/server_answer.h"
+#include "update/update_result.h"
 
 namespace korvane {
 namespace {
@@ -109,12 +110,13 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
   HttpsHandler reporter;
   archive::Refusal refusal;
   if (!unpackPackage(*content, *bytes, directory.toUtf8(), refusal)) {
+    if (shutdownToken().requested()) return kDiskFailure;
     eventlog::trace(kUnzipTag,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
     eventlog::event(kEventPackageRefused, kUnzipTag, {content->product, refusal.text()});
-    reporter.setUpdateResult(kind, kUnpackingFailed, "Error unzipping to disk.");
-    return kUnpackingFailed;
+    reporter.setUpdateResult(kind, kDiskFailure, "Error unzipping to disk.");
+    return kDiskFailure;
   }
   eventlog::trace(kUnzipTag, "UnZip VexQEL Freshline content successfully to directory %s",
                   directory);

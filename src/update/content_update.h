@@ -24,13 +24,12 @@ class HttpsHandler;
 
 class ContentUpdate {
  public:
-  static constexpr int kUnpackingFailed = 36;
-
   ContentUpdate(PendingUpdates& pending, RetryGroup& retry) : _pending(pending), _retry(retry) {}
 
   void processComponentUpdates();
 
-  // Stores and unpacks one package and reports the result, which is returned too: 0 or 36.
+  // Stores and unpacks one package and reports the result, which is returned too: 0 or 36. A stop that ends
+  // the unpacking is not reported.
   static int processComponentData(int kind, const std::string* bytes, const STRING& directory);
 
  private:

@@ -11,6 +11,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/server_answer.h"
+#include "update/update_result.h"
 #include "update/update_results_file.h"
 #include "util/dates.h"
 
@@ -136,6 +137,7 @@ void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& 
   makeUpdateDirectory(directory);
   archive::Refusal refusal;
   const bool unpacked = unpackPackage(directory, bytes, refusal);
+  if (!unpacked && shutdownToken().requested()) return;
   if (!unpacked) {
     eventlog::event(kEventPackageRefused, kStepTag,
                     {propertyValue(results, "software.name"), refusal.text()});

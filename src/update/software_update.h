@@ -26,8 +26,6 @@ class HttpsHandler;
 class SoftwareUpdate {
  public:
   static constexpr int kFailed = 10;
-  static constexpr int kNothingNew = 19;
-  static constexpr int kNoInformation = 35;
 
   SoftwareUpdate(PendingUpdates& pending, RetryGroup& retry) : _pending(pending), _retry(retry) {}
 
