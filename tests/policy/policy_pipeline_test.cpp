@@ -1,0 +1,306 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/policy/policy_world.h"
+#include "tests/support/logged_events.h"
+#include "update/policy/policy_change.h"
+#include "update/policy/policy_files.h"
+
+namespace korvane {
+namespace {
+
+using testing::HasSubstr;
+using tests::installedMachine;
+using tests::Machine;
+using tests::minusOf;
+using tests::PolicyWorld;
+using tests::propertiesOf;
+using tests::source;
+
+constexpr char kIpsHistory[] = "/opt/korvane/IPS/history/history_ips.csv";
+
+struct Pipeline {
+  explicit Pipeline(const Machine& machine = installedMachine()) : world(machine) {
+    PolicyProcessor::reconcile();
+    policy.InitializePloicyHistory();
+  }
+  bool install(const std::string& name, const std::string& trouble = "") {
+    return policy.installPolicy(source(name, trouble), propertiesOf(name));
+  }
+  AgentConfig& config() { return *AgentConfig::getInstance(); }
+  std::string text(const STRING& text) { return text.toUtf8(); }
+
+  PolicyWorld world;
+  PolicyProcessor policy;
+};
+
+TEST(PolicyPipeline, TheTranslatorIsCalledWithTheFilesAndTheItemsOfTheFormerPolicy) {
+  Pipeline pipeline;
+  ASSERT_TRUE(pipeline.install("B"));
+  const std::string base =
+      PolicyProcessor::getPolicyBase(pipeline.config().getPlusPolicyFile()).toUtf8();
+  EXPECT_TRUE(base.ends_with(".")) << "seven characters of an ending of eight";
+  EXPECT_EQ(PolicyProcessor::getPolicyFileName("C:\\a\\policy1.sbp.zip"),
+            STRING("policy1.sbp.zip"));
+  const std::string files =
+      "\"-loadtext\" \"" + base + "sbp.zip\" \"" + base + ".conf.tmp\" \"" + base + ".trans.tmp\"";
+  EXPECT_EQ(pipeline.world.fake.processes.starts()[0].arguments,
+            "-PrevTransFile \"" + std::string(tests::kOldItems) + "\" \"-agent\" " + files);
+
+  Machine without = installedMachine();
+  without.files.erase(tests::kOldItems);
+  Pipeline first(without);
+  ASSERT_TRUE(first.install("B"));
+  EXPECT_THAT(first.world.fake.processes.starts()[0].arguments,
+              testing::StartsWith("\"-agent\" \"-loadtext\" "));
+}
+
+TEST(PolicyPipeline, AFailureLeavesTheFormerPolicyAndTellsWhy) {
+  struct FailureCase {
+    const char* trouble;
+    const char* text;
+    int historyCode;
+  };
+  const FailureCase cases[] = {
+      {"fail", "line oneline two", 17},
+      {"empty", "Error during translation. No error returned by translator.", 17},
+      {"silent", "Unknown error", 17},
+      {"nothing", "The translator made no policy.", 0},
+      {"refuse", "the rules clash", 1004},
+  };
+  for (const FailureCase& row : cases) {
+    Pipeline pipeline;
+    EXPECT_FALSE(pipeline.install("B", row.trouble));
+    EXPECT_EQ(pipeline.config().getPolicyErrorCode(), 66);
+    EXPECT_EQ(pipeline.config().getPolicyErrorStr(), STRING(row.text));
+    EXPECT_THAT(pipeline.world.lastStatus, HasSubstr("result.errorcode=66"));
+    EXPECT_EQ(pipeline.world.driverPolicy(), minusOf("A", "1"));
+    EXPECT_EQ(pipeline.config().getPlusPolicyFile(), STRING(tests::kOldPlus));
+    EXPECT_EQ(pipeline.world.driverFolder().size(), 4U)
+        << "the fresh plus file beside the old ones";
+    HistoryRecord record;
+    const std::string history = pipeline.world.fake.files.content(kIpsHistory);
+    ASSERT_TRUE(parseHistoryLine(history.substr(history.find('\n') + 1), record)) << history;
+    EXPECT_EQ(record.resultCode, row.historyCode);
+    EXPECT_EQ(record.errorText, STRING(row.text));
+    EXPECT_EQ(record.name, STRING("B"));
+  }
+}
+
+TEST(PolicyPipeline, WhatCannotBeTranslatedAtAllIsReportedWithItsCode) {
+  Pipeline pipeline;
+  EXPECT_FALSE(pipeline.policy.installPolicy("", propertiesOf("B")));
+  EXPECT_EQ(pipeline.config().getPolicyErrorStr(), STRING("No new policy data provided."));
+  EXPECT_FALSE(pipeline.policy.installPolicy("bytes", {{"policy.name", "B"}}));
+  EXPECT_EQ(pipeline.config().getPolicyErrorCode(), PolicyProcessor::kNoPolicyPath);
+  EXPECT_TRUE(pipeline.policy.savePolicyToFile("", 0).empty());
+  EXPECT_EQ(pipeline.policy.errorText(), STRING("Policy plus file is empty."));
+  EXPECT_FALSE(pipeline.policy.translatePolicy("/no/such.sbp.zip"));
+  EXPECT_TRUE(pipeline.policy.errorText().empty()) << "no error, only a trace";
+  EXPECT_TRUE(pipeline.world.fake.processes.starts().empty());
+  pipeline.world.fake.processes.install("/opt/korvane/IPS/bin/translate", [](const std::string&) {
+    return platform::ProgramRun{100, 0};
+  });
+  EXPECT_FALSE(pipeline.install("B"));
+  EXPECT_EQ(pipeline.policy.errorText(), STRING("Translator failed to execute."));
+}
+
+TEST(PolicyPipeline, ARetranslationLeavesTheDriverAloneUnlessTheResultDiffers) {
+  Pipeline pipeline;
+  pipeline.config().setRetranslateNow(true);
+  EXPECT_FALSE(pipeline.policy.retranslatePolicy());
+  EXPECT_EQ(pipeline.world.requests(KAVIPS_LOAD_POLICY), 0);
+  EXPECT_TRUE(pipeline.policy.errorText().empty());
+  EXPECT_FALSE(pipeline.config().getRetranslateNow());
+
+  pipeline.world.setFact("2");
+  pipeline.policy.loadRetransItems();
+  EXPECT_TRUE(pipeline.policy.checkRetrans());
+  EXPECT_TRUE(pipeline.config().getRetranslateNow());
+  EXPECT_TRUE(pipeline.policy.retranslatePolicy());
+  EXPECT_EQ(pipeline.world.driverPolicy(), minusOf("A", "2"));
+  EXPECT_EQ(pipeline.config().getPlusVersion(), STRING("A 2"));
+  EXPECT_FALSE(pipeline.policy.checkRetrans()) << "the fresh items are in force";
+  EXPECT_EQ(pipeline.world.driverFolder().size(), 3U);
+  EXPECT_TRUE(pipeline.world.lastStatus.empty()) << "nothing is reported";
+}
+
+TEST(PolicyPipeline, TheBuiltInPolicyIsNotTranslatedAnew) {
+  Machine machine = installedMachine();
+  machine.driverBuiltIn = true;
+  Pipeline pipeline(machine);
+  LoggedEvents events(pipeline.world.fake.files);
+  pipeline.config().setRetranslateNow(true);
+  EXPECT_FALSE(pipeline.policy.retranslatePolicy());
+  EXPECT_FALSE(pipeline.config().getRetranslateNow());
+  EXPECT_TRUE(pipeline.world.fake.processes.starts().empty());
+  EXPECT_THAT(events.text(),
+              HasSubstr("Bypassing policy retranslation because built-in IPS Policy is in use"));
+}
+
+TEST(PolicyPipeline, AStopEndsATranslatorThatNeverEndsAndReportsNothing) {
+  Pipeline pipeline;
+  LoggedEvents events(pipeline.world.fake.files);
+  pipeline.world.translatorRunMs = platform::kInfinite;
+  pipeline.world.duringTranslation = [] { shutdownToken().request(); };
+  EXPECT_FALSE(pipeline.install("B"));
+  EXPECT_TRUE(pipeline.policy.stopped());
+  EXPECT_THAT(events.all(), testing::Contains(10592));
+  EXPECT_TRUE(pipeline.world.lastStatus.empty());
+  EXPECT_EQ(pipeline.config().getPolicyErrorCode(), 0);
+  EXPECT_EQ(pipeline.world.fake.files.content(kIpsHistory).find("policy1"), std::string::npos);
+
+  pipeline.config().setRetranslateNow(true);
+  EXPECT_FALSE(pipeline.policy.retranslatePolicy());
+  EXPECT_TRUE(pipeline.config().getRetranslateNow()) << "left to the next start";
+  PolicyProcessor::reconcile();
+  EXPECT_EQ(pipeline.world.driverFolder().size(), 3U);
+}
+
+TEST(PolicyPipeline, APolicyForADriverThatWaitsForItsRebootIsRecorded) {
+  Pipeline pipeline;
+  pipeline.config().setIPSEnabled(true);
+  pipeline.config().setIPSRebootRequired(true);
+  pipeline.world.fake.devices.setOpenError(2);
+  EXPECT_TRUE(pipeline.install("B"));
+  EXPECT_THAT(pipeline.world.fake.files.content(pipeline.world.parameter("Filter File").toUtf8()),
+              HasSubstr("minus B"));
+  EXPECT_EQ(pipeline.config().getPolicyErrorCode(), 0);
+}
+
+TEST(PolicyPipeline, AReportThatFailedIsMadeUpForWhenTheNextStatusIsDue) {
+  Pipeline pipeline;
+  EXPECT_FALSE(pipeline.install("B", "fail"));
+  pipeline.world.lastStatus.clear();
+  PolicyProcessor::reportOutstanding();
+  EXPECT_TRUE(pipeline.world.lastStatus.empty()) << "it has been told";
+  pipeline.world.trip.dead = true;
+  pipeline.policy.installPolicy("", {});
+  pipeline.world.trip.dead = false;
+  pipeline.config().setPolicyError(0xC00, "IPS Enabled. ");
+  PolicyProcessor::reportOutstanding();
+  EXPECT_THAT(pipeline.world.lastStatus, HasSubstr("No new policy data provided."));
+}
+
+TEST(PolicyPipeline, AnIdsPolicyIsTranslatedBesideItsPlusFile) {
+  Pipeline pipeline;
+  STRING result = "stale";
+  const std::string bytes = source("D");
+  const STRING plus = pipeline.policy.savePolicyToFile(bytes.data(), bytes.size());
+  ASSERT_TRUE(pipeline.policy.translateHIDSPolicy(plus, result));
+  EXPECT_EQ(pipeline.world.fake.files.content(result.toUtf8()), "ids D");
+  EXPECT_THAT(pipeline.world.fake.processes.starts()[0].arguments,
+              testing::StartsWith("\"-hidsagent\" \"-loadtext\" "));
+  EXPECT_EQ(pipeline.world.requests(KAVIPS_LOAD_POLICY), 0);
+
+  const std::string bad = source("E", "fail");
+  const STRING badPlus = pipeline.policy.savePolicyToFile(bad.data(), bad.size());
+  EXPECT_FALSE(pipeline.policy.translateHIDSPolicy(badPlus, result));
+  EXPECT_TRUE(result.empty());
+  EXPECT_EQ(pipeline.policy.errorText(), STRING("line oneline two"));
+  EXPECT_THAT(pipeline.world.fake.files.content("/opt/korvane/IPS/history/history_ids.csv"),
+              HasSubstr("line oneline two"));
+  pipeline.config().setIDSPlusFileName(plus);
+  PolicyProcessor::RemovePrevHIDSPolicies();
+  EXPECT_EQ(pipeline.world.driverFolder().size(), 5U) << "the failed one has gone";
+}
+
+TEST(PolicyPipeline, OldPoliciesGoAndWhatIsInUseOrSomebodyElsesStays) {
+  Machine machine = installedMachine();
+  const std::string ours = tests::kDriverFolder;
+  const std::string former = "/opt/korvane/TRLM/driver/";
+  const std::string kept[] = {ours + "policy.txt", ours + "policy7x..conf",
+                              ours + "mypolicy7.sbp.zip", ours + "policy1..trans",
+                              former + "notes.txt"};
+  const std::string gone[] = {ours + "policy7.sbp.zip",   ours + "policy7..conf",
+                              ours + "policy1..conf.old", ours + "policy1..trans.tmp",
+                              ours + "policy7..err",      ours + "policy.journal.new",
+                              former + "policy3.sbp.zip"};
+  for (const std::string& path : kept) machine.files[path] = "x";
+  for (const std::string& path : gone) machine.files[path] = "x";
+  PolicyWorld world(machine);
+  PolicyProcessor::RemovePrevHIDSPolicies();
+  platform::FileInfo info;
+  for (const std::string& path : kept) EXPECT_EQ(world.fake.files.info(path, info), 0) << path;
+  for (const std::string& path : gone) EXPECT_EQ(world.fake.files.info(path, info), ENOENT) << path;
+
+  world.fake.files.put("/opt/down/a/b/c.txt", "x");
+  world.fake.files.put("/opt/down/d.txt", "x");
+  EXPECT_TRUE(PolicyProcessor::cleanUpdateDirectory("/opt/down"));
+  EXPECT_FALSE(PolicyProcessor::cleanUpdateDirectory("/opt/missing"));
+  std::vector<platform::DirectoryEntry> left;
+  EXPECT_EQ(world.fake.files.list("/opt/down", left), 0);
+  EXPECT_TRUE(left.empty());
+}
+
+TEST(PolicyPipeline, ContentIsComparedToTheLastByteInPieces) {
+  PolicyWorld world(installedMachine());
+  const std::string bytes(64 * 1024, 'x');
+  world.fake.files.put("/a", bytes + "y");
+  world.fake.files.put("/same", bytes + "y");
+  world.fake.files.put("/other", bytes + "z");
+  world.fake.files.put("/shorter", bytes);
+  EXPECT_TRUE(sameContent("/a", "/same"));
+  for (const char* other : {"/other", "/shorter", "/missing"})
+    EXPECT_FALSE(sameContent("/a", other));
+  EXPECT_FALSE(sameContent("/shorter", "/a"));
+}
+
+// Without a journal, agent.ini says what is to be in force.
+TEST(PolicyReconcile, ADamagedJournalIsSetAsideAndOnePolicyPutInForce) {
+  struct DamageCase {
+    const char* what;
+    Machine machine;
+    std::string expected;
+  };
+  std::vector<DamageCase> cases;
+  Machine machine = installedMachine();
+  machine.files[tests::kJournal] = "korvane-policy-change 1\nnew.plus=";
+  machine.files["/opt/korvane/IPS/driver/policy2..conf"] = minusOf("B", "1");
+  machine.filterFile = "/opt/korvane/IPS/driver/policy2..conf";
+  machine.driverPolicy = minusOf("B", "1");
+  cases.push_back({"a new policy was loaded", machine, minusOf("A", "1")});
+  machine = installedMachine();
+  machine.files[tests::kJournal] = std::string(tests::kOldPlus);
+  machine.files[std::string(tests::kOldMinus) + ".old"] = minusOf("A", "1");
+  machine.files[tests::kOldMinus] = minusOf("A", "2");
+  cases.push_back({"a retranslation had come to the driver", machine, minusOf("A", "2")});
+  machine.files.erase(tests::kOldMinus);
+  cases.push_back({"between two renames", machine, minusOf("A", "1")});
+  for (const DamageCase& row : cases) {
+    PolicyWorld world(row.machine);
+    LoggedEvents events(world.fake.files);
+    EXPECT_TRUE(PolicyProcessor::reconcile()) << row.what;
+    EXPECT_THAT(events.all(), testing::Contains(10596));
+    EXPECT_EQ(world.parameter("Filter File"), STRING(tests::kOldMinus)) << row.what;
+    EXPECT_EQ(world.driverPolicy(), row.expected) << row.what;
+    EXPECT_EQ(world.fake.files.content(tests::kOldMinus), row.expected) << row.what;
+    EXPECT_EQ(world.driverFolder().size(), 4U) << row.what << ": three files and the journal aside";
+    EXPECT_EQ(AgentConfig::getInstance()->getPolicyErrorCode(), 66);
+  }
+}
+
+TEST(PolicyReconcile, WhatCannotBeUndoneIsTriedAgain) {
+  Machine left;
+  {
+    Pipeline pipeline;
+    pipeline.world.fake.registry.refuseBelow(tests::kDriverKey, 0);
+    PolicyChange change("/opt/korvane/IPS/driver/policy2.sbp.zip");
+    ASSERT_TRUE(change.begin());
+    left = pipeline.world.afterEnd();
+  }
+  left.filterFile = "/elsewhere";
+  PolicyWorld world(left);
+  world.fake.registry.refuseBelow(tests::kDriverKey, 5);
+  EXPECT_FALSE(PolicyProcessor::reconcile());
+  EXPECT_NE(world.fake.files.content(tests::kJournal), "");
+  PolicyProcessor policy;
+  EXPECT_FALSE(policy.installPolicy(source("B"), propertiesOf("B")));
+  EXPECT_EQ(policy.errorText(), STRING("The former policy change could not be undone."));
+  world.fake.registry.refuseBelow(tests::kDriverKey, 0);
+  EXPECT_TRUE(policy.installPolicy(source("B"), propertiesOf("B")));
+  EXPECT_EQ(world.driverPolicy(), minusOf("B", "1"));
+}
+
+}  // namespace
+}  // namespace korvane
