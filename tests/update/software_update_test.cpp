@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/fake/recording_files.h"
 #include "tests/support/simulated_agent.h"
 #include "tests/support/zip_maker.h"
 #include "tests/update/package_answers.h"
@@ -166,6 +167,33 @@ TEST(SoftwareUpdate, TheNextStartReportsWhatTheInstallerLeft) {
     EXPECT_THAT(step.lastReport(), HasSubstr("result.type=software"));
     for (const std::string& lines : row.reported) EXPECT_THAT(step.lastReport(), HasSubstr(lines));
   }
+}
+
+TEST(SoftwareUpdate, AfterACrashTheNextStartKnowsOfAWholePackageOrOfNone) {
+  Step step;
+  step.config().UpdateAllIni();
+  AgentConfig::freeInstance();
+  platform::Platform& fake = step.machine.fake.platform();
+  platform::RecordingFiles recorded(step.machine.fake.files);
+  platform::Platform recording = platform::withFiles(fake, recorded);
+  platform::setCurrent(&recording);
+  step.fetch(packages(kNamed, {{"zipdata", kPackage}}));
+  AgentConfig::freeInstance();
+  int known = 0;
+  recorded.forEachCrash([&](const std::string& state, platform::MemoryFiles& disk) {
+    platform::Platform after = platform::withFiles(fake, disk);
+    platform::setCurrent(&after);
+    if (step.config().updateInProgress()) {
+      ++known;
+      EXPECT_EQ(disk.content(std::string(kFolder) + "setup.bin"), "program") << state;
+      EXPECT_FALSE(
+          parseUpdateResults(disk.content(std::string(kFolder) + "swupdate.results")).empty())
+          << state;
+    }
+    AgentConfig::freeInstance();
+  });
+  platform::setCurrent(&fake);
+  EXPECT_GT(known, 0);
 }
 
 TEST(SoftwareUpdate, TheResultsFileIsWrittenInTheAgentsEncoding) {
