@@ -7,10 +7,12 @@ import json
 import pathlib
 import shutil
 import signal
+import socket
 import sys
 import tempfile
 import time
 
+import updates
 from stage import Stage, StageError, wait_until
 
 BATCH_LIMIT = 2000
@@ -24,6 +26,12 @@ def step(title):
     say(f"\n-- {title}")
 
 
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
 def install_and_start(stage):
     step("Setting the stage (all of it on loopback)")
     stage.machine.prepare()
@@ -31,9 +39,10 @@ def install_and_start(stage):
     stage.start_server()
     say(f"The management server listens on 127.0.0.1:{stage.server_port} over TLS, under a test CA made just now.")
     stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT},
-                            "Polling": {"polling.interval": 5}})
+                            "TCP": {"tcp.enabled": "true", "tcp.port": free_port()}, **updates.SETTINGS},
+                  registry=updates.REGISTRY)
     stage.start_driver()
-    say("The stand-in driver answers on its socket; agent.ini names the server and the CA, nothing else.")
+    say("The stand-in driver answers; agent.ini names the server, a second one on 127.0.0.2, the CA and a few short intervals.")
 
 
 def register(stage):
@@ -94,18 +103,21 @@ def play(stage, arguments):
     say(f"Korvane agent core: the agent on {stage.machine.system}, against the reference server.")
     install_and_start(stage)
     guid = register(stage)
+    step("It obeys its server")
+    obeyed = updates.obey(stage, guid, say)
     written = forward(stage, arguments.events, arguments.kills)
     sums = settle(stage, written)
     say(f"Received: {sums['distinct']} of {written['events']}; lost: {sums['lost']};"
         f" sent again: {sums['duplicated']} (at most one batch of {BATCH_LIMIT} for each kill).")
+    step("Its server goes and comes back")
+    obeyed.update(updates.fail_over(stage, guid, say))
     memory = {"rss_anon_kib": stage.memory_kib("RssAnon"), "rss_kib": stage.memory_kib("VmRSS")}
     if arguments.keep:
         keep(stage)
     took, status = stop(stage)
     return {"target": stage.machine.target, "guid": guid, "registered": bool(guid), "events_written": written["events"],
             "events_received": sums["distinct"], "events_lost": sums["lost"], "events_duplicated": sums["duplicated"],
-            "batch_limit": BATCH_LIMIT, "kills": arguments.kills, "policy_loaded": False, "stop_ms": took,
-            "exit_status": status, **memory}
+            "batch_limit": BATCH_LIMIT, "kills": arguments.kills, "stop_ms": took, "exit_status": status, **memory, **obeyed}
 
 
 def keep(stage):
@@ -125,7 +137,10 @@ def keep(stage):
 def well(result):
     """What the story promises; anything else is a failure of the demo."""
     return (result["registered"] and result["events_lost"] == 0 and result["exit_status"] == 0
-            and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000)
+            and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
+            and all(result[key] for key in ("policy_loaded", "policy_rolled_back", "retranslation_identical", "setting_changed",
+                                            "software_package", "failed_over", "failed_back"))
+            and result["content_packages"] == 4)
 
 
 def main():

@@ -3,6 +3,7 @@
 Both have the same operations, so that whatever is played on a stage is written once. The reference server
 always runs on Linux; what belongs to the agent's machine (the agent, the driver, the event writer) runs here.
 """
+import fcntl
 import json
 import os
 import pathlib
@@ -125,6 +126,22 @@ class LinuxMachine:
     def start_driver(self):
         self.stage.driver = self.start("driver", "korvane-driver-sim", "--run-dir", self.run_dir, "--registry", self.registry)
         wait_until(lambda: (self.run_dir / "kavips.sock").exists(), 10, "the driver simulator's socket")
+
+    def driver_control(self, *words):
+        """A command to the stand-in driver; returns its state."""
+        done = subprocess.run([self.bin / "korvane-driver-sim", "ctl", "--run-dir", self.run_dir, *words], check=False,
+                              capture_output=True, text=True)
+        if done.returncode != 0:
+            raise StageError(f"driver, {' '.join(words)}: {done.stderr}")
+        return json.loads(done.stdout)
+
+    def remove_registry_value(self, key, name):
+        """Removes a value below HKEY_LOCAL_MACHINE, as another program would."""
+        with open(f"{self.registry}.lock", "ab") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            fresh = self.registry.with_suffix(".new")
+            fresh.write_text(self.registry.read_text() + f'\r\n[HKEY_LOCAL_MACHINE\\{key}]\r\n"{name}"=-\r\n')
+            fresh.replace(self.registry)
 
     def start_agent(self):
         return self.start("agent", "korvane-host", "run", "--install-root", self.stage.install_root,
@@ -266,6 +283,11 @@ class WineMachine:
     def start_driver(self):
         self.run("kavips-install", "load", self.bin / "kavips.sys")
         self.installed.append(("kavips-install.exe", "remove"))
+        self.run("kavips-install", "prevention", "on")
+        self.installed.append(("kavips-install.exe", "prevention", "off"))
+
+    def remove_registry_value(self, key, name):
+        self.prefix.run("reg", "delete", f"HKLM\\{key}", "/v", name, "/f")
 
     def start_agent(self):
         if not self.serves:

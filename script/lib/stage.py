@@ -4,6 +4,7 @@ The demo, the soak and the end-to-end tests set it up alike. Everything lies in 
 with it; processes are ended by id. Nothing here needs more than Python's standard library.
 """
 import configparser
+import contextlib
 import json
 import pathlib
 import random
@@ -70,20 +71,35 @@ class Stage:
 
     def start_server(self, *options):
         """Starts the reference server and waits until it listens."""
-        ready = self.work / "server.ready"
+        self.server, where = self.server_at("server", self.server_port, "--admin-port", self.admin_port, *options)
+        self.server_port, self.admin_port = where["port"], where["admin_port"]
+
+    def start_server_at(self, address, port):
+        """Starts a further server on another address of this machine with the same data; returns its admin port."""
+        return self.server_at(f"server-{address}", port, "--bind", address)[1]["admin_port"]
+
+    def server_at(self, name, port, *options):
+        ready = self.work / f"{name}.ready"
         ready.unlink(missing_ok=True)
-        self.server = self.start("server", [
+        server = self.start(name, [
             self.bin / "korvane-server", "--data", self.work / "server", "--cert", self.certs / "server.pem",
-            "--key", self.certs / "server.key", "--port", self.server_port, "--admin-port", self.admin_port,
-            "--ready-file", ready, *options])
+            "--key", self.certs / "server.key", "--port", port, "--ready-file", ready, *options])
 
         def listening():
-            if not self.server.running():
-                raise StageError("korvane-server ended at its start:\n" + self.server.tail())
+            if not server.running():
+                raise StageError("korvane-server ended at its start:\n" + server.tail())
             return ready.exists() and ready.read_text().strip()
 
-        where = json.loads(wait_until(listening, 20, "korvane-server's ready file"))
-        self.server_port, self.admin_port = where["port"], where["admin_port"]
+        return server, json.loads(wait_until(listening, 20, "korvane-server's ready file"))
+
+    @contextlib.contextmanager
+    def administered_by(self, admin_port):
+        """admin() talks to another server for as long as this lasts."""
+        kept, self.admin_port = self.admin_port, admin_port
+        try:
+            yield
+        finally:
+            self.admin_port = kept
 
     def admin(self, path, body=None, method=None):
         """One request to the server's admin interface; returns the decoded JSON."""
@@ -96,11 +112,13 @@ class Stage:
         except urllib.error.HTTPError as error:
             raise StageError(f"admin {path}: status {error.code}: {error.read().decode(errors='replace')}") from None
 
-    def install(self, service_type=1, settings=None):
-        """Lays out what an installer would: registry, agent.ini, version file, built-in policy, translator."""
+    def install(self, service_type=1, settings=None, registry=()):
+        """Lays out what an installer would: registry (and further lines of it), agent.ini, version file, built-in
+        policy, translator."""
         self.machine.set_registry("\r\n".join([
             "Windows Registry Editor Version 5.00", "",
             f"[{REGISTRY_KEY}]", f'"AgentType"="{service_type}"', "",
+            *registry,
             f"[{DRIVER_KEY}\\KAVIPSDriver]", '"Start"=dword:00000001', "",
             f"[{DRIVER_KEY}\\KAVIPSDriver\\Parameters]", '"UseBuiltin"="0"', '"Enable"="1"', "",
             f"[{DRIVER_KEY}\\KAVIPSNetFilter]", '"Start"=dword:00000002', ""]))
