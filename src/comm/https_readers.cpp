@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -92,13 +93,18 @@ int HttpsHandler::readGroup(bool (*belongs)(const STRING& name), PropertyList& o
 }
 
 // The binary sections stand in the order of the kinds, one for each kind asked for that the answer says
-// "true" to.
+// "true" to; in an answer that speaks of none of them, one for each kind asked for.
 const ResponseParser::Binary* HttpsHandler::binaryOf(int wanted) const {
   if (!asked(wanted)) return nullptr;
+  const int kinds = kBinaryKinds & _lastKinds;
+  const bool announced =
+      std::any_of(kUpdateKinds.begin(), kUpdateKinds.end(), [this, kinds](const UpdateKind& kind) {
+        return (kind.bit & kinds) && !answerProperty(kind.requestKey).empty();
+      });
   size_t index = 0;
   for (const UpdateKind& kind : kUpdateKinds) {
-    if (!(kind.bit & kBinaryKinds & _lastKinds)) continue;
-    if (answerProperty(kind.requestKey) != STRING("true")) continue;
+    if (!(kind.bit & kinds)) continue;
+    if (announced && answerProperty(kind.requestKey) != STRING("true")) continue;
     if (kind.bit == wanted) {
       return index < _response->binaries().size() ? &_response->binaries()[index] : nullptr;
     }

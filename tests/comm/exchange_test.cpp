@@ -359,6 +359,12 @@ TEST_F(Exchange, ContentPartsByKind) {
   EXPECT_EQ(logged("Freshline binary data received."), 2);
   EXPECT_EQ(logged("Freshline content from sever is empty. Empty"), 1);
   EXPECT_EQ(logged("No Freshline data from Server"), 2);
+  transport.steps.push_back(
+      {.body = section("binary/zip", "zipdata", "1") + section("binary/zip", "policy", "2")});
+  handler.getCompUpdate();
+  EXPECT_EQ(handler.getBinaryData("update.ferrolyn.revocation", bytes), 0) << "in their order";
+  EXPECT_EQ(*bytes, "2");
+  EXPECT_EQ(handler.getBinaryData("update.ferrolyn.settings", bytes), -1);
   transport.steps.push_back({.headers = {"Korvane-Error: 200"}});
   handler.getCompUpdate();
   EXPECT_EQ(handler.getBinaryData("update.qel", bytes), -2);
