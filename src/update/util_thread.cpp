@@ -55,15 +55,10 @@ void UtilThread::initialize() {
 
 void UtilThread::work() {
   if (_timer) _timer->setEnabled(_config->autoRetransEnabled());
-  if ((_timer && _timer->remaining() == 0) || _config->getRetranslateNow()) retranslate();
+  if ((_timer && _timer->remaining() == 0) || _config->getRetranslateNow())
+    _policy.retranslatePolicy();
   monitorPrevention();
   updateTimers();
-}
-
-void UtilThread::retranslate() {
-  if (preventionInForce()) _policy.retranslatePolicy();
-  // A stop leaves the request to the next start.
-  if (!_policy.stopped() && _config->getRetranslateNow()) _config->setRetranslateNow(false);
 }
 
 void UtilThread::monitorPrevention() {

@@ -2,7 +2,8 @@
 // has the policy translated anew when its timer has run out or somebody asked for it, and repeats the
 // prevention self-test. It reports nothing.
 //
-// Unlike the update thread it does not ask whether this machine has changed: the timer alone decides.
+// Unlike the update thread it does not ask whether this machine has changed, nor whether prevention is on:
+// timer and request alone decide.
 //
 // Start: as every Thread; the policy's history, its items and the timer are made ready then. Stop: stop()
 //   clears the running flag and ends the pause; a translation in progress is ended by the shutdown token.
@@ -41,7 +42,6 @@ class KORVANE_EXPORT UtilThread : public Thread {
  private:
   void initialize();
   void work();
-  void retranslate();
   void monitorPrevention();
   void updateTimers();
   bool preventionInForce() const;

@@ -232,6 +232,14 @@ TEST(UtilThread, RetranslatesWhenItsTimerRunsOutAndOnRequest) {
   EXPECT_EQ(cycles.translationsAfter(1), 4U);
 }
 
+TEST(UtilThread, AsksNobodyWhetherPreventionIsOn) {
+  UtilCycles cycles("[Driver]\nips.enabled=false\n");
+  cycles.config().setRetranslateNow(true);
+  EXPECT_EQ(cycles.translationsAfter(3), 1U);
+  EXPECT_EQ(cycles.machine.countLines("Retranslating policy"), 1U);
+  EXPECT_FALSE(cycles.config().getRetranslateNow());
+}
+
 TEST(UtilThread, PassesOverABuiltInPolicyAndReportsNothing) {
   UtilCycles cycles("[AutoRetrans]\nautoretrans.enabled=true\nautoretrans.interval=2\n");
   cycles.world.builtin = true;
