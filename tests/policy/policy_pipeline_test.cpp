@@ -125,6 +125,24 @@ TEST(PolicyPipeline, ARetranslationLeavesTheDriverAloneUnlessTheResultDiffers) {
   EXPECT_TRUE(pipeline.world.lastStatus.empty()) << "nothing is reported";
 }
 
+TEST(PolicyPipeline, TheOwnLogTellsOfAPolicyThatTookAnothersPlace) {
+  Machine machine;
+  machine.files = {{tests::kIni, "[Agent]\nagent.id=known\n"}};
+  Pipeline pipeline(machine);
+  LoggedEvents events(pipeline.world.fake.files);
+  const auto told = [&events] {
+    const std::vector<int> all = events.all();
+    return std::count(all.begin(), all.end(), 10121);
+  };
+  ASSERT_TRUE(pipeline.install("A"));
+  EXPECT_EQ(told(), 0) << "there was none before";
+  ASSERT_TRUE(pipeline.install("B"));
+  EXPECT_EQ(told(), 1);
+  pipeline.world.setFact("2");
+  EXPECT_TRUE(pipeline.policy.retranslatePolicy());
+  EXPECT_EQ(told(), 1) << "a retranslation is no news";
+}
+
 TEST(PolicyPipeline, TheBuiltInPolicyIsNotTranslatedAnew) {
   Machine machine = installedMachine();
   machine.driverBuiltIn = true;

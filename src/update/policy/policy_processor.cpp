@@ -141,6 +141,7 @@ bool PolicyProcessor::loadIntoDriver(PolicyChange& change, Attempt& attempt) {
 bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
                                    const Received* received) {
   AgentConfig& config = *AgentConfig::getInstance();
+  const bool hadPolicy = attempt.hadMinus || !config.getPlusPolicyFile().empty();
   STRING id;
   const bool known = askForPolicy(attempt.record.name, attempt.record.version, id);
   const bool held = change.takeItems() && change.commit([&] {
@@ -158,7 +159,7 @@ bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
     change.undo(false);
     return giveUp(attempt, kNotRecorded, problem);
   }
-  if (!_retranslating) eventlog::event(kEventInForce, kTag, {attempt.record.version});
+  if (hadPolicy && !_retranslating) eventlog::event(kEventInForce, kTag, {attempt.record.version});
   UpdateHistoryIPS(attempt);
   return true;
 }

@@ -157,9 +157,10 @@ bool PolicyProcessor::receivePolicy(HttpsHandler& handler) {
 
 bool PolicyProcessor::installPolicy(std::string_view bytes, const PropertyList& properties) {
   _stopped = false;
-  if (bytes.empty()) return refuse(kNoNewPolicy, "No new policy data provided.");
   for (const char* name : {"policy.name", "policy.path"})
-    eventlog::trace(kTag, "items server sent %s=%s", name, propertyValue(properties, name));
+    if (const STRING* value = findProperty(properties, name))
+      eventlog::trace(kTag, "items server sent %s=%s", name, *value);
+  if (bytes.empty()) return refuse(kNoNewPolicy, "No new policy data provided.");
   const Received received{propertyValue(properties, "policy.name"),
                           propertyValue(properties, "policy.path")};
   if (received.path.empty()) return refuse(kNoPolicyPath, "Policy information (path) not provided");
