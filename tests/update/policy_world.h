@@ -29,8 +29,7 @@ struct PolicyWorld {
   static constexpr char kTranslator[] = "/opt/korvane/IPS/bin/";
 
   explicit PolicyWorld(SimulatedMachine& machine) : _machine(machine) {
-    constexpr char kParameters[] =
-        "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters";
+    constexpr char kParameters[] = "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters";
     machine.fake.registry.put(kParameters, "UseBuiltin", STRING("0"));
     machine.fake.registry.put(kParameters, "Filter File", STRING());
     machine.fake.devices.setOpenError(0);
