@@ -31,8 +31,9 @@ namespace korvane::archive {
 struct Limits {
   size_t entries = 4096;
   uint64_t totalBytes = 512ull * 1024 * 1024;  // unpacked
-  // How many times larger an entry may unpack; small entries (64 KiB) may whatever their ratio.
-  uint64_t ratio = 200;
+  // How many times larger an entry may unpack; small entries (64 KiB) may whatever their ratio. Deflate comes
+  // to 1032 at most, on a file of zeros for example; an entry that states more cannot be true.
+  uint64_t ratio = 1100;
 };
 
 struct Entry {
