@@ -68,7 +68,7 @@ class KORVANE_EXPORT DriverConfig {
   // False when the registry cannot be read, which a missing value does not make it.
   static bool policySetting(PolicySetting& out);
   // Puts registry and driver back to a setting. The driver is told also when it may never have left it. A
-  // driver that is not there finds everything in the registry when it starts.
+  // driver that is off, or waits for its first reboot, finds everything in the registry when it starts.
   static int restorePolicySetting(const PolicySetting& setting);
   // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
   static int useBuiltIn();

@@ -45,6 +45,11 @@ bool rebootOutstanding() {
   return config->isIPSEnabled() && !config->isIPSRebootDone();
 }
 
+bool driverExpected() {
+  AgentConfig* config = AgentConfig::getInstance();
+  return config->isIPSEnabled() && config->isIPSRebootDone();
+}
+
 uint64_t now() {
   return static_cast<uint64_t>(platform::current().clock.wallMs());
 }
@@ -148,7 +153,8 @@ int DriverConfig::restorePolicySetting(const PolicySetting& setting) {
         NotifyDriver(static_cast<int32_t>(KAVIPS_USE_BUILTIN), nullptr, 0, kUseBuiltInTimeoutMs);
   else if (!setting.filterFile.empty())
     result = loadPolicy(setting.filterFile);
-  if (result == NotifyResult::notOpened) return 0;
+  // Somebody else may have the device for a moment; only a driver that is not to be there is let off.
+  if (result == NotifyResult::notOpened && !driverExpected()) return 0;
   if (result != 0) eventlog::trace(tag, "The driver did not take it back: %d", result);
   return result;
 }

@@ -255,5 +255,50 @@ TEST(PolicyFaults, EveryCallThatIsTheLastOneLeavesOneWholePolicyAfterTheNextStar
               states);
 }
 
+// What a change leaves that ended just before its journal went: all of it is there to be undone.
+Machine unfinished(const Change& change) {
+  const size_t calls = callsOf(change);
+  for (size_t at = calls; at > 0; --at) {
+    PolicyWorld world(change.machine());
+    PolicyProcessor::reconcile();
+    world.trip = {};
+    world.trip.at = at;
+    world.trip.way = Tripwire::Way::isTheLast;
+    PolicyProcessor policy;
+    policy.InitializePloicyHistory();
+    change.run(policy);
+    if (!world.fake.files.content(tests::kJournal).empty()) return world.afterEnd();
+  }
+  return {};
+}
+
+TEST(PolicyFaults, TheUndoingMayItselfBeCutShortAnywhere) {
+  size_t points = 0;
+  for (const Change& change : changes()) {
+    const Machine machine = unfinished(change);
+    if (machine.files.empty()) continue;
+    for (const auto way : {Tripwire::Way::fails, Tripwire::Way::isTheLast}) {
+      for (size_t at = 1;; ++at) {
+        Machine left;
+        std::string point = std::string("undoing ") + change.name + ": ";
+        {
+          PolicyWorld world(machine);
+          world.trip = {};
+          world.trip.at = at;
+          world.trip.way = way;
+          PolicyProcessor::reconcile();
+          if (world.trip.tripped.empty()) break;
+          point += world.trip.tripped;
+          left = world.afterEnd();
+        }
+        ++points;
+        EXPECT_EQ(afterRestart(left, change), "") << point;
+      }
+    }
+  }
+  EXPECT_GT(points, 100U);
+  std::printf("undoing was cut short at %zu calls\n", points);
+}
+
 }  // namespace
 }  // namespace korvane
