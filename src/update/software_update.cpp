@@ -10,6 +10,7 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "update/policy/policy_processor.h"
 #include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_results_file.h"
@@ -59,11 +60,6 @@ void makeUpdateDirectory(const std::string& directory) {
   eventlog::trace(kStepTag, "After Create Dir");
 }
 
-void cleanUpdateDirectory(const std::string& directory) {
-  eventlog::trace("cleanUpdateDirectory", "Getting called with dir %s", directory);
-  platform::emptyDirectory(platform::current().files, directory);
-}
-
 bool writeResults(const std::string& directory, const PropertyList& pairs) {
   const std::string path =
       platform::joinPath(platform::current().files, {directory, kUpdateResultsFile});
@@ -83,7 +79,7 @@ bool unpackPackage(const std::string& directory, std::string_view bytes,
     eventlog::trace(kStepTag, "Failed to decompress %d", refusal.code());
     return false;
   }
-  cleanUpdateDirectory(directory);
+  PolicyProcessor::cleanUpdateDirectory(directory);
   if (keep(platform::joinPath(system.files, {directory, name}), bytes, refusal) &&
       unpacking.commit(refusal))
     return true;
@@ -141,7 +137,7 @@ void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& 
   if (!unpacked) {
     eventlog::event(kEventPackageRefused, kStepTag,
                     {propertyValue(results, "software.name"), refusal.text()});
-    cleanUpdateDirectory(directory);
+    PolicyProcessor::cleanUpdateDirectory(directory);
   }
   if (!writeResults(directory, unpacked ? results : failure()) || !unpacked)
     return report(kFailed, kFailedText, results);

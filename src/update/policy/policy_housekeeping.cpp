@@ -1,6 +1,5 @@
 // PolicyProcessor: names, IDS policies, and the removal of what is not needed any more.
 #include <cerrno>
-#include <vector>
 
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
@@ -17,7 +16,6 @@ constexpr char kOldTag[] = "removeOldPolicyFiles";
 constexpr char kCleanTag[] = "cleanUpdateDirectory";
 constexpr char kFormerProduct[] = "TRLM";
 constexpr size_t kBaseCut = 7;
-constexpr int kDeepestDirectory = 32;
 
 platform::Files& files() {
   return platform::current().files;
@@ -25,21 +23,6 @@ platform::Files& files() {
 
 void removeTraced(const char* format, const std::string& path) {
   if (files().remove(path) != 0) eventlog::trace(kOldTag, format, path);
-}
-
-bool clean(const std::string& directory, int depth) {
-  std::vector<platform::DirectoryEntry> entries;
-  if (depth > kDeepestDirectory || files().list(directory, entries) != 0) return false;
-  bool all = true;
-  for (const platform::DirectoryEntry& entry : entries) {
-    const std::string path = platform::joinPath(files(), {directory, entry.name});
-    // A link to a directory goes as it is, before what it leads to is looked at.
-    if (files().remove(path) == 0) continue;
-    if (entry.isDirectory && clean(path, depth + 1) && files().remove(path) == 0) continue;
-    eventlog::trace(kCleanTag, "Cannot remove %s", path);
-    all = false;
-  }
-  return all;
 }
 
 }  // namespace
@@ -106,7 +89,7 @@ void PolicyProcessor::RemovePrevHIDSPolicies() {
 
 bool PolicyProcessor::cleanUpdateDirectory(const STRING& directory) {
   eventlog::trace(kCleanTag, "Getting called with dir %s", directory);
-  return clean(directory.toUtf8(), 0);
+  return platform::emptyDirectory(files(), directory.toUtf8()) == 0;
 }
 
 }  // namespace korvane
