@@ -1,0 +1,119 @@
+// The byte transport of the local channel: whole messages over one named pipe, as a run of frames.
+//
+// Every frame is exactly 4096 bytes. The first one of a message begins with DE AD BE EF and the message's
+// length (32-bit little-endian) and holds its first 4088 bytes; each further one holds 4096 bytes; the last
+// one is filled up with zeros. docs/rpc.md has the table.
+//
+// Lifetime: `pipes` and `clock` must outlive the object. The destructor closes the pipe. The server's end
+// makes its pipe anew when the client has gone; a client's end stays closed until it is opened again.
+// Threads: one at a time; interrupt() from any other.
+// Errors: false, or 138 (time-out) and 32 (pipe failure) at the level of bytes; traces of source "RPC" name
+// the system's number.
+// Units: milliseconds. Waits go in steps of 100 ms. A step ends early when the pipe tells that something
+// has come (Linux); what is there already is never waited for.
+// Bounds: a message above Limits::messageBytes is neither sent nor received, and none takes longer than
+// Limits::messageMs from its first frame to its last, however slow the peer is or whatever it sends between.
+//
+//   Fifo server(pipes, clock, "korvane-agent");
+//   server.create();
+//   std::string request;
+//   if (server.readMessage(request, 1000, 2000)) server.writeMessage(answerTo(request), 2000);
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/thread/locks.h"
+#include "platform/clock.h"
+#include "platform/pipes.h"
+
+namespace korvane {
+
+class Fifo {
+ public:
+  struct Limits {
+    uint32_t messageBytes = 8u << 20;
+    int messageMs = 30000;
+  };
+  // How the last readMessage() ended.
+  enum class ReadEnd {
+    message,
+    nothing,  // no byte came
+    reset,    // the peer has gone
+    stalled,  // no whole frame in time, or no frame that begins a message
+    tooLong,  // the declared length is above the limit; what follows of it is passed over as it comes
+  };
+
+  static constexpr size_t kFrameBytes = 4096;
+  static constexpr int kTimeout = 138;
+  static constexpr int kPipeFailure = 32;
+
+  Fifo(platform::Pipes& pipes, platform::Clock& clock, std::string name)
+      : Fifo(pipes, clock, std::move(name), Limits()) {}
+  Fifo(platform::Pipes& pipes, platform::Clock& clock, std::string name, Limits limits);
+  Fifo(const Fifo&) = delete;
+  Fifo& operator=(const Fifo&) = delete;
+  virtual ~Fifo();
+  // Makes the server's end; one that is there is closed first.
+  virtual bool create();
+  virtual void close();
+  // Opens a client's end; true at once when it is open.
+  virtual bool open();
+
+  bool readMessage(std::string& out, int waitMs, int readTimeoutMs);
+  bool writeMessage(const std::string& message, int timeoutMs);
+
+  // Bytes moved, kTimeout or kPipeFailure.
+  int readBytes(void* buffer, size_t count, int timeoutMs);
+  int writeBytes(const void* buffer, size_t count, int timeoutMs);
+  // True as soon as a byte can be read.
+  bool waitForData(int timeoutMs);
+
+  // Ends the present wait and every later one, of this pipe and those made after it.
+  void interrupt();
+
+  ReadEnd lastRead() const { return _lastRead; }
+  // The seam's number of the last create() or open().
+  uint32_t lastError() const { return _lastError; }
+  bool isOpen() const { return _pipe != nullptr; }
+  // Server's end: whether a client is connected.
+  bool hasPeer();
+  bool peerIsAdministrator();
+  // Another number for every pipe that was made or opened.
+  uint64_t connection() const { return _connection; }
+
+ private:
+  bool adopt(uint32_t error, std::unique_ptr<platform::Pipe> pipe);
+  void closePipe();
+  void reset();
+  uint32_t available(size_t& count);
+  uint32_t gather(size_t count);
+  bool step(platform::PipeEvent event);
+  bool endRead(ReadEnd end);
+  // The first frame of a message, others passed over; then the rest of it.
+  bool readHeader(int waitMs, int readTimeoutMs, int64_t deadline);
+  bool readFrame(int readTimeoutMs, int64_t deadline);
+  bool writeFrame(int timeoutMs, int64_t deadline);
+  int untilDeadline(int timeoutMs, int64_t deadline);
+
+  platform::Pipes& _pipes;
+  platform::Clock& _clock;
+  const std::string _name;
+  const Limits _limits;
+
+  std::vector<char> _frame;
+  std::unique_ptr<platform::Pipe> _pipe;
+  bool _server = false;
+  std::string _received;  // the beginning of a frame that has not come whole yet
+  ReadEnd _lastRead = ReadEnd::nothing;
+  uint32_t _lastError = 0;
+  uint64_t _connection = 0;
+
+  Win32Mutex _lock;
+  platform::Pipe* _interruptible GUARDED_BY(_lock) = nullptr;  // _pipe, for interrupt()
+  bool _interrupted GUARDED_BY(_lock) = false;
+};
+
+}  // namespace korvane
