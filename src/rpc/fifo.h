@@ -74,6 +74,7 @@ class Fifo {
   // Ends the present wait and every later one, of this pipe and those made after it.
   void interrupt();
 
+  const Limits& limits() const { return _limits; }
   ReadEnd lastRead() const { return _lastRead; }
   // The seam's number of the last create() or open().
   uint32_t lastError() const { return _lastError; }

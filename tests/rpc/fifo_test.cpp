@@ -16,8 +16,8 @@ using namespace platform;
 using ReadEnd = Fifo::ReadEnd;
 using testing::HasSubstr;
 using testing::Not;
+using tests::kLongMs;
 
-constexpr int kLongMs = 20000;
 constexpr uint32_t kFrame = Fifo::kFrameBytes;
 
 std::string frameOf(const std::string& head, uint32_t length, const std::string& bytes) {
@@ -53,8 +53,7 @@ class FifoOnPipes : public testing::Test {
   bool receive(Fifo& at, std::string& out) { return at.readMessage(out, kLongMs, kLongMs); }
 };
 
-using Worlds = testing::Types<tests::NativePipes, tests::MemoryPipes>;
-TYPED_TEST_SUITE(FifoOnPipes, Worlds);
+TYPED_TEST_SUITE(FifoOnPipes, tests::PipeWorlds);
 
 TYPED_TEST(FifoOnPipes, messagesOfEveryLengthAroundAFrameArriveWhole) {
   this->connect();

@@ -1,6 +1,8 @@
 // The pipes that the channel's tests run on: the system's own, and those in memory.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <random>
 #include <string>
 
@@ -20,6 +22,11 @@ struct MemoryPipes {
   std::unique_ptr<platform::Threading> threading = platform::makeNativeThreading();
   platform::FakePipes pipes{*threading};
 };
+
+using PipeWorlds = testing::Types<NativePipes, MemoryPipes>;
+
+// For waits that are expected to end by themselves.
+inline constexpr int kLongMs = 20000;
 
 // Windows has one space of names for all processes.
 inline std::string uniquePipeName() {

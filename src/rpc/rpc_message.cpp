@@ -1,0 +1,77 @@
+#include "rpc/rpc_message.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kVersion[] = "2.0";
+
+// The tree of a request or an answer, up to what the two have in common.
+JsonTree opened(const std::optional<int>& id) {
+  JsonTree tree;
+  tree.put("jsonrpc", kVersion);
+  if (id) tree.put("id", *id);
+  return tree;
+}
+
+std::optional<int> idOf(const JsonTree& tree) {
+  if (!tree.get_child_optional("jsonrpc")) throw RPCParseError("invalid JSON-RPC property tree.");
+  const auto id = tree.get_child_optional("id");
+  if (!id) return std::nullopt;
+  const int number = id->get_value<int>();
+  if (number < 0) throw RPCParseError("request id must be non-negative integer.");
+  return number;
+}
+
+template <class T>
+std::optional<T> member(const JsonTree& tree, const char* name) {
+  const auto child = tree.get_child_optional(name);
+  return child ? std::optional<T>(child->get_value<T>()) : std::nullopt;
+}
+
+const char* word(bool value) {
+  return value ? "true" : "false";
+}
+
+}  // namespace
+
+void RPCRequest::SetPtree(const JsonTree& tree) {
+  RPCRequest read;
+  read.id = idOf(tree);
+  if (const auto method = tree.get_child_optional("name")) read.name = method->data();
+  if (const auto given = tree.get_child_optional("params")) read.params = *given;
+  *this = std::move(read);
+}
+
+JsonTree RPCRequest::ptree() const {
+  JsonTree tree = opened(id);
+  tree.put("name", name);
+  if (!params.empty() || !params.data().empty()) tree.put_child("params", params);
+  return tree;
+}
+
+JsonTree RPCResponse::ptree() const {
+  JsonTree tree = opened(id);
+  if (error) {
+    tree.put("error.code", *error);
+    tree.put("error.message", rpcErrorText(*error));
+  } else {
+    tree.put_child("result", result);
+  }
+  if (appdata) tree.put("appdata", *appdata);
+  if (moredata) tree.put("moredata", word(*moredata));
+  if (datalen) tree.put("datalen", *datalen);
+  return tree;
+}
+
+void RPCResponse::SetPtree(const JsonTree& tree) {
+  RPCResponse read;
+  read.id = idOf(tree);
+  read.error = member<int>(tree, "error.code");
+  if (const auto given = tree.get_child_optional("result")) read.result = *given;
+  read.appdata = member<std::string>(tree, "appdata");
+  if (const auto more = member<std::string>(tree, "moredata")) read.moredata = *more == word(true);
+  read.datalen = member<int64_t>(tree, "datalen");
+  *this = std::move(read);
+}
+
+}  // namespace korvane

@@ -1,0 +1,77 @@
+#include "rpc/rpc_message_queue.h"
+
+#include <stdexcept>
+
+#include "eventlog/event_log.h"
+
+namespace korvane {
+
+void RPCMessageQueue::notePeer() {
+  if (_connection != _transport.connection()) _cameAt.reset();
+  _connection = _transport.connection();
+  if (_cameAt || !_transport.hasPeer()) return;
+  _cameAt = _lastAskedAt = _clock.monotonicMs();
+}
+
+bool RPCMessageQueue::isOverdue(bool asks) const {
+  if (!_cameAt) return false;
+  const int64_t now = _clock.monotonicMs();
+  return asks ? now - *_cameAt > kSessionMs : now - _lastAskedAt > kSilentMs;
+}
+
+void RPCMessageQueue::drop() {
+  eventlog::trace("RPC", "A client is let go");
+  _transport.drop();
+}
+
+bool RPCMessageQueue::receive(RPCRequest& out, int waitMs) {
+  notePeer();
+  std::string text;
+  const RPCReceive result = _transport.receive(text, waitMs);
+  notePeer();
+  if (result == RPCReceive::message && take(text, out)) {
+    if (!isOverdue(/*asks=*/true)) {
+      _lastAskedAt = _clock.monotonicMs();
+      return true;
+    }
+    drop();
+    return false;
+  }
+  if (result == RPCReceive::tooLong) refuse(kRpcInvalidRequest);
+  if (result == RPCReceive::stalled || isOverdue(/*asks=*/false)) drop();
+  return false;
+}
+
+bool RPCMessageQueue::take(const std::string& text, RPCRequest& out) {
+  JsonTree tree;
+  if (!parseJson(text, tree)) {
+    refuse(kRpcParseError);
+    return false;
+  }
+  try {
+    out.SetPtree(tree);
+    if (!out.name.empty()) return true;
+    eventlog::trace("RPC", "A request without a name");
+  } catch (const std::runtime_error& error) {
+    eventlog::trace("RPC", "%s", error.what());
+  }
+  refuse(kRpcInvalidRequest);
+  return false;
+}
+
+void RPCMessageQueue::refuse(int code) {
+  RPCResponse response;
+  response.error = code;
+  answer(response);
+}
+
+bool RPCMessageQueue::answer(const RPCResponse& response) {
+  const std::string text = writeJson(response.ptree());
+  if (text.size() > _transport.messageBytes()) throw std::length_error("too long for a message");
+  const uint64_t connection = _transport.connection();
+  if (_transport.send(text)) return true;
+  if (connection == _transport.connection()) drop();
+  return false;
+}
+
+}  // namespace korvane

@@ -1,0 +1,52 @@
+// The requests that come over a transport, one after another, each with its answer.
+//
+// What is no request is answered here with an error and never handed on. A peer is let go when it
+//   - sends no request for kSilentMs, whatever else it sends,
+//   - begins a frame and does not end it, or does not take its answer,
+//   - asks for something kSessionMs after it came: others may be waiting.
+// So no peer keeps the next one waiting without end.
+//
+// Lifetime: transport and clock outlive the object. Threads: as the transport.
+//
+//   RPCRequest request;
+//   if (queue.receive(request, 1000)) queue.answer(responseTo(request));
+#pragma once
+
+#include <optional>
+
+#include "platform/clock.h"
+#include "rpc/rpc_message.h"
+#include "rpc/rpc_transport_base.h"
+
+namespace korvane {
+
+class RPCMessageQueue {
+ public:
+  static constexpr int64_t kSilentMs = 10000;
+  static constexpr int64_t kSessionMs = 60000;
+
+  RPCMessageQueue(RPCTransportBase& transport, platform::Clock& clock)
+      : _transport(transport), _clock(clock) {}
+
+  // True with the next request; false when none came in about that time.
+  bool receive(RPCRequest& out, int waitMs);
+  // False when the peer did not take it; it has been let go then. Throws for an answer that cannot be
+  // written as JSON or is longer than a message may be; nothing has been sent then.
+  bool answer(const RPCResponse& response);
+
+ private:
+  bool take(const std::string& text, RPCRequest& out);
+  void refuse(int code);
+  void notePeer();
+  void drop();
+  // Whether the present peer has used up its time; `asks`: it has sent a request.
+  bool isOverdue(bool asks) const;
+
+  RPCTransportBase& _transport;
+  platform::Clock& _clock;
+  uint64_t _connection = 0;
+  std::optional<int64_t> _cameAt;  // the present peer
+  int64_t _lastAskedAt = 0;
+};
+
+}  // namespace korvane

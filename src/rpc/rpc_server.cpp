@@ -1,0 +1,79 @@
+#include "rpc/rpc_server.h"
+
+#include <boost/property_tree/exceptions.hpp>
+
+#include "eventlog/event_log.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kUnusableEvent = 10600;
+
+RPCResponse failure(const RPCRequest& request, int code) {
+  RPCResponse response;
+  response.id = request.id;
+  response.error = code;
+  return response;
+}
+
+}  // namespace
+
+void RPCServer::add(const std::string& name, Access access, Method method) {
+  _methods[name] = {access, std::move(method)};
+}
+
+void RPCServer::run(StopToken& stop) {
+  const StopCallback interrupt(stop, [this] { _transport.interrupt(); });
+  while (!stop.requested()) {
+    if (!cycle()) stop.sleepFor(kRetryMs);
+  }
+}
+
+bool RPCServer::cycle() {
+  if (!_transport.start()) {
+    if (!_toldUnusable) eventlog::event(kUnusableEvent, "RPC", {_transport.lastError()});
+    _toldUnusable = true;
+    return false;
+  }
+  _toldUnusable = false;
+  RPCRequest request;
+  if (_queue.receive(request, kCycleMs)) answer(request);
+  return true;
+}
+
+// An answer that is no JSON, or longer than a message may be, is the method's fault.
+void RPCServer::answer(const RPCRequest& request) {
+  try {
+    _queue.answer(respond(request));
+  } catch (const std::exception& error) {
+    eventlog::trace("RPC", "The answer of %s cannot be written: %s", request.name, error.what());
+    _queue.answer(failure(request, kRpcInternalError));
+  }
+}
+
+RPCResponse RPCServer::respond(const RPCRequest& request) {
+  RPCResponse response;
+  response.id = request.id;
+  try {
+    call(request, response);
+    return response;
+  } catch (const RPCError& error) {
+    return failure(request, error.code());
+  } catch (const boost::property_tree::ptree_error& error) {
+    eventlog::trace("RPC", "%s: %s", request.name, error.what());
+    return failure(request, kRpcInvalidParams);
+  } catch (const std::exception& error) {
+    eventlog::trace("RPC", "%s failed: %s", request.name, error.what());
+    return failure(request, kRpcInternalError);
+  }
+}
+
+void RPCServer::call(const RPCRequest& request, RPCResponse& response) {
+  const auto found = _methods.find(request.name);
+  if (found == _methods.end()) throw RPCError(kRpcMethodNotFound);
+  if (found->second.access == Access::administrators && !_transport.peerIsAdministrator())
+    throw RPCError(kRpcNotAdministrator);
+  found->second.method(request, response);
+}
+
+}  // namespace korvane

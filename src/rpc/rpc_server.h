@@ -1,0 +1,61 @@
+// The server of the local channel: named methods, called by one client after another.
+//
+// Lifetime: transport and clock outlive the object. Methods are added before run().
+// Start and stop: run() serves until its token asks for the stop, which ends every wait of the transport at
+//   once; a method that runs then is waited for. A transport that has been stopped stays so: the next run
+//   needs a new one.
+// Threads: run() by one thread. Methods run on it.
+// Errors: a method throws RPCError for a failure with a code; RPCError(kRpcInvalidParams) also stands for
+//   what the property tree throws about a parameter. Anything else is "Internal error", and the server goes
+//   on. A transport that cannot be made is event 10600 once, and is tried again every five seconds.
+//
+//   RPCServer server(transport, clock);
+//   server.add("version", RPCServer::Access::everyone,
+//              [](const RPCRequest&, RPCResponse& response) { response.result.put("version", "1.0"); });
+//   server.run(stopToken());
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "agent/thread/stop_token.h"
+#include "rpc/rpc_message_queue.h"
+
+namespace korvane {
+
+class RPCServer {
+ public:
+  // Who may call: everyone on this machine, or those who may administer it. What changes something is for
+  // administrators.
+  enum class Access { everyone, administrators };
+  // Fills in the answer; its id is filled in already.
+  using Method = std::function<void(const RPCRequest&, RPCResponse&)>;
+
+  static constexpr int kCycleMs = 1000;
+  static constexpr uint32_t kRetryMs = 5000;
+
+  RPCServer(RPCTransportBase& transport, platform::Clock& clock)
+      : _transport(transport), _queue(transport, clock) {}
+
+  void add(const std::string& name, Access access, Method method);
+  void run(StopToken& stop);
+  // One turn of run(): waits up to kCycleMs for a request and answers it. False: there is no transport.
+  bool cycle();
+
+ private:
+  struct Entry {
+    Access access;
+    Method method;
+  };
+  RPCResponse respond(const RPCRequest& request);
+  void call(const RPCRequest& request, RPCResponse& response);
+  void answer(const RPCRequest& request);
+
+  RPCTransportBase& _transport;
+  RPCMessageQueue _queue;
+  std::map<std::string, Entry> _methods;
+  bool _toldUnusable = false;
+};
+
+}  // namespace korvane

@@ -1,0 +1,125 @@
+// Requests and answers as JSON, and the bounds on what is parsed.
+#include "rpc/rpc_message.h"
+
+#include <gmock/gmock.h>
+
+namespace korvane {
+namespace {
+
+RPCRequest requestOf(const std::string& json) {
+  JsonTree tree;
+  EXPECT_TRUE(parseJson(json, tree)) << json;
+  RPCRequest request;
+  request.SetPtree(tree);
+  return request;
+}
+
+std::string errorOf(const std::string& json) {
+  try {
+    requestOf(json);
+  } catch (const RPCParseError& error) {
+    return error.what();
+  } catch (const boost::property_tree::ptree_bad_data&) {
+    return "bad data";
+  }
+  return "";
+}
+
+TEST(RPCRequest, membersAreLookedUpByName) {
+  const RPCRequest full =
+      requestOf(R"({"params":{"a":[1,"x"]},"other":1,"name":"m","id":0,"jsonrpc":"9"})");
+  EXPECT_EQ(full.id, 0);
+  EXPECT_EQ(full.name, "m");
+  EXPECT_EQ(full.params.get_child("a").size(), 2u);
+  const RPCRequest least = requestOf(R"({"jsonrpc":null})");
+  EXPECT_FALSE(least.id);
+  EXPECT_EQ(least.name, "");
+  EXPECT_TRUE(least.params.empty());
+  EXPECT_EQ(requestOf(writeJson(full.ptree())).ptree(), full.ptree());
+}
+
+TEST(RPCRequest, whatIsNoRequestSaysWhy) {
+  const struct {
+    const char *json, *error;
+  } cases[] = {
+      {R"({"name":"m"})", "invalid JSON-RPC property tree."},
+      {R"([])", "invalid JSON-RPC property tree."},
+      {R"({"jsonrpc":"2.0","id":-1,"name":"m"})", "request id must be non-negative integer."},
+      {R"({"jsonrpc":"2.0","id":"x"})", "bad data"},
+      {R"({"jsonrpc":"2.0","id":1.5})", "bad data"},
+      {R"({"jsonrpc":"2.0","id":99999999999})", "bad data"},
+      {R"({"jsonrpc":"2.0","id":7})", ""},
+  };
+  for (const auto& c : cases) EXPECT_EQ(errorOf(c.json), c.error) << c.json;
+}
+
+TEST(RPCResponse, membersStandInTheirOrder) {
+  RPCResponse response;
+  response.result.put("a", 1);
+  EXPECT_EQ(writeJson(response.ptree()), R"({"jsonrpc":"2.0","result":{"a":"1"}})");
+  response.id = 7;
+  response.appdata = "x\"\n";
+  response.moredata = true;
+  response.datalen = 3;
+  const std::string text = writeJson(response.ptree());
+  EXPECT_EQ(text, R"({"jsonrpc":"2.0","id":"7","result":{"a":"1"},)"
+                  R"("appdata":"x\"\n","moredata":"true","datalen":"3"})");
+  JsonTree tree;
+  ASSERT_TRUE(parseJson(text, tree));
+  RPCResponse read;
+  read.SetPtree(tree);
+  EXPECT_EQ(read.ptree(), response.ptree());
+  RPCResponse failed;
+  failed.error = -32601;
+  EXPECT_EQ(writeJson(failed.ptree()),
+            R"({"jsonrpc":"2.0","error":{"code":"-32601","message":"Method not found"}})");
+}
+
+TEST(RPCErrors, everyCodeHasItsText) {
+  const struct {
+    int code;
+    const char* text;
+  } cases[] = {
+      {-32700, "Parse error"},
+      {-32600, "Invalid Request"},
+      {-32601, "Method not found"},
+      {-32602, "Invalid params"},
+      {-32603, "Internal error"},
+      {-32001, "Server Error:File not found"},
+      {-32002, "Server Error:Zip/Unzip error"},
+      {-32003, "Server Error:File open error"},
+      {-32004, "Server Error:File copy error"},
+      {-32005, "Server Error:Empty Buffer"},
+      {-1, "Timeout"},
+      {-32050, "Server error"},
+      {-32099, "Server error"},
+      {-32000, "Server error"},
+      {-32100, "Unknown application error"},
+      {-31999, "Unknown application error"},
+      {5, "Unknown application error"},
+  };
+  for (const auto& c : cases) EXPECT_STREQ(rpcErrorText(c.code), c.text) << c.code;
+}
+
+TEST(JsonText, depthAndNumberOfValuesAreBounded) {
+  const auto nested = [](size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+  };
+  const auto many = [](size_t values) {
+    std::string text = "[0";
+    for (size_t i = 2; i < values; ++i) text += ",0";
+    return text + "]";
+  };
+  JsonTree tree;
+  EXPECT_TRUE(parseJson(nested(kMaxJsonDepth), tree));
+  EXPECT_FALSE(parseJson(nested(kMaxJsonDepth + 1), tree));
+  EXPECT_FALSE(parseJson(std::string(1000000, '['), tree));
+  EXPECT_TRUE(parseJson(many(kMaxJsonValues), tree));
+  EXPECT_FALSE(parseJson(many(kMaxJsonValues + 2), tree));
+  EXPECT_TRUE(parseJson("[\"" + std::string(100000, '[') + "\\\"[\"]", tree)) << "in a string";
+  for (const char* bad : {"", "{", "\"", "\"\\", "{\"a\":}", "{} {}", "\xff"})
+    EXPECT_FALSE(parseJson(bad, tree)) << bad;
+}
+
+}  // namespace
+}  // namespace korvane
