@@ -107,6 +107,7 @@ class Updates:
         return name
 
     def content(self):
+        (self.stage.ids / "ids.properties").touch()  # the IDS component is there
         after = self.last_id("results")
         for kind in CONTENT:
             file = self.package(f"{kind}.zip", "2026.11", {"rules/base.dat": f"rules of {kind}\n" * 50, "index.txt": kind})

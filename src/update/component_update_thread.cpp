@@ -1,5 +1,7 @@
 #include "update/component_update_thread.h"
 
+#include "config/agent_config.h"
+#include "config/hids_interface.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
 
@@ -14,6 +16,11 @@ constexpr uint32_t kCycleMs = 1000;
 constexpr int kEventPackageRefused = 10585;
 constexpr int kEventHandedOver = 10586;
 constexpr int kEventNotHandedOver = 10587;
+
+bool hasTaker() {
+  HidsInterface* ids = AgentConfig::getHIDSInterface();
+  return ids && ids->present();
+}
 
 }  // namespace
 
@@ -30,7 +37,7 @@ void ComponentUpdateThread::cycle() {
   for (const ContentKind& kind : contentKinds()) {
     Attempts& attempts = _attempts.at(index++);
     if (!stopRequested() && (config.*kind.updateNow)() &&
-        platform::current().clock.monotonicMs() >= attempts.nextMs)
+        platform::current().clock.monotonicMs() >= attempts.nextMs && hasTaker())
       takeOver(kind, attempts);
   }
 }

@@ -29,6 +29,7 @@ TEST(Packages, AreFetchedHandedOverAndReportedAlsoAtTheNextStart) {
   InstalledAgent agent;
   agent.startServer();
   agent.configure(agent.serverPort(), "[Polling]\npolling.interval=1\n");
+  agent.write("root/IDS/ids.properties", "ids.service.eventfile.name=events.csv\n");
   agent.write("server/served/good.zip",
               tests::makeZip({{.name = "rules/one.dat", .content = "rules"},
                               {.name = "package.properties", .content = "package.version=7\n"}}));

@@ -11,6 +11,7 @@
 #include "platform/paths.h"
 #include "tests/support/simulated_agent.h"
 #include "tests/support/zip_maker.h"
+#include "tests/update/policy_world.h"
 #include "update/content_update.h"
 
 namespace korvane {
@@ -43,6 +44,7 @@ struct Agent {
     ASSERT_EQ(ContentUpdate::processComponentData(HttpsHandler::VEXQEL_UPDATE, &bytes, kQel), 0);
   }
   SimulatedMachine machine;
+  tests::TestIds ids;
   ComponentUpdateThread thread;
 };
 
@@ -78,6 +80,11 @@ std::vector<std::string> directoriesOfPackages(platform::Files& files) {
 TEST(ComponentUpdate, HandsOverRecordsAndReplaces) {
   Agent agent;
   agent.receive(package("1"));
+  agent.ids.installed = false;
+  agent.thread.cycle();
+  EXPECT_EQ(versionFound(agent.machine.fake.files), "none");
+  EXPECT_TRUE(agent.config().getUpdateQELNow()) << "it waits for a component";
+  agent.ids.installed = true;
   agent.thread.cycle();
   EXPECT_EQ(versionFound(agent.machine.fake.files), "1");
   EXPECT_FALSE(agent.config().getUpdateQELNow());
