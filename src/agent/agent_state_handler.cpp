@@ -1,0 +1,47 @@
+#include "agent/agent_state_handler.h"
+
+#include "config/service_type.h"
+#include "eventlog/event_log.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kOnline[] = "Online\n";
+constexpr char kOffline[] = "Offline\n";
+constexpr char kReboot[] = "Reboot\n";
+constexpr char kIdsImage[] = "KAVIDSService.exe";
+
+const char* word(bool works) {
+  return works ? kOnline : kOffline;
+}
+
+}  // namespace
+
+AgentStateHandler::AgentStateHandler(platform::Processes& processes)
+    : _config(AgentConfig::getInstance()), _processes(processes) {}
+
+AgentStateHandler::~AgentStateHandler() = default;
+
+std::string AgentStateHandler::getTechNames() {
+  return "IDS IPS APP_DISCOVERY AGENT_FRAMEWORK";
+}
+
+std::string AgentStateHandler::getAgentVersion() {
+  return _config->getKorvaneVersion().toUtf8();
+}
+
+std::string AgentStateHandler::getTechStatus() {
+  const bool enabled = _config->isIPSEnabled();
+  const bool awaitsReboot = enabled && !_config->isIPSRebootDone();
+  if (awaitsReboot) eventlog::trace("AgentStateHandler::getTechStatus", "status = reboot");
+  const char* framework = word(enabled && !awaitsReboot);
+  const bool discovery =
+      isType3Agent() ? _config->isCloudAppDiscoveryOn() : _config->isLocalAppDiscoveryOn();
+  std::string status = std::string("IPS ") + (awaitsReboot ? kReboot : framework);
+  status += std::string("IDS ") + word(_processes.isRunning(kIdsImage));
+  status += std::string("APP_DISCOVERY ") + word(discovery);
+  if (isType3Agent()) status += std::string("AGENT_FRAMEWORK ") + framework;
+  return status;
+}
+
+}  // namespace korvane
