@@ -158,11 +158,14 @@ class WinePrefix:
     def run(self, program, *arguments, limit=120):
         """Runs a program to its end; returns what it wrote. Wine's own programs go by their names."""
         log = self.folder.parent / f"{self.folder.name}.log"
-        with open(log, "wb") as output:
-            status = subprocess.run([WINE_RUN, program, *arguments], stdin=subprocess.DEVNULL, stdout=output,
-                                    stderr=output, start_new_session=True, timeout=limit,
-                                    env={**os.environ, **self.environment}, check=False).returncode
-        text = log.read_text(errors="replace")
+        for _ in range(3):
+            with open(log, "wb") as output:
+                status = subprocess.run([WINE_RUN, program, *arguments], stdin=subprocess.DEVNULL, stdout=output,
+                                        stderr=output, start_new_session=True, timeout=limit,
+                                        env={**os.environ, **self.environment}, check=False).returncode
+            text = log.read_text(errors="replace")
+            if status != 1 or text:
+                break  # with 1 and no word Wine has not started it (script/wine-run)
         if status != 0:
             raise StageError(f"{pathlib.Path(program).name} {' '.join(arguments)}: status {status}: {text}")
         return text
