@@ -58,7 +58,7 @@ TYPED_TEST_SUITE(FifoOnPipes, tests::PipeWorlds);
 TYPED_TEST(FifoOnPipes, messagesOfEveryLengthAroundAFrameArriveWhole) {
   this->connect();
   std::string got;
-  for (const size_t size : {0, 1, 4087, 4088, 4089, 8184, 8185, 60000}) {
+  for (const size_t size : {0u, 1u, 4087u, 4088u, 4089u, 8184u, 8185u, 60000u}) {
     const std::string sent = patterned(size);
     ASSERT_TRUE(this->client.writeMessage(sent, 0)) << size;
     ASSERT_TRUE(this->receive(this->server, got)) << size;
