@@ -125,7 +125,8 @@ void requestStop(const ServiceHandle& service, const std::string& name) {
   SERVICE_STATUS ignored;
   if (::ControlService(service.get(), SERVICE_CONTROL_STOP, &ignored)) return;
   const DWORD error = ::GetLastError();
-  if (error != ERROR_SERVICE_NOT_ACTIVE && error != ERROR_SERVICE_CANNOT_ACCEPT_CTRL)
+  if (error != ERROR_SERVICE_NOT_ACTIVE && error != ERROR_SERVICE_CANNOT_ACCEPT_CTRL &&
+      error != ERROR_INVALID_SERVICE_CONTROL)
     throw systemFailure("stop the service " + name, error);
 }
 

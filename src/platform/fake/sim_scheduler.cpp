@@ -137,6 +137,7 @@ void SimScheduler::reportDeadlock() {
 
 std::shared_ptr<SimThread> SimScheduler::start(const std::shared_ptr<SimScheduler>& keep,
                                                uint32_t stackBytes, std::function<void()> body) {
+  reap();
   auto thread = std::make_shared<SimThread>();
   thread->id = ++_lastId;
   thread->baton = _native->createEvent(false, false);
@@ -157,8 +158,16 @@ void SimScheduler::threadMain(SimThread& thread, const std::function<void()>& bo
   body();
   thread.state = SimThread::State::ended;
   wakeAll(thread.joiners);
-  std::erase_if(_threads, [&](const auto& known) { return known.get() == &thread; });
+  const auto known = std::find_if(_threads.begin(), _threads.end(),
+                                  [&](const auto& each) { return each.get() == &thread; });
+  _ended.push_back(std::move(*known));
+  _threads.erase(known);
   pass(thread);
+}
+
+void SimScheduler::reap() {
+  for (const auto& thread : _ended) thread->native->join(kInfinite);
+  _ended.clear();
 }
 
 void SimScheduler::drain() {
@@ -168,6 +177,7 @@ void SimScheduler::drain() {
     if (_switches > limit) giveUp("threads are left that do not end:" + waits());
     block(nobody, 1000, "the others to end");
   }
+  reap();
   currentThread = nullptr;
 }
 

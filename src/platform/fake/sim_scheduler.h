@@ -62,6 +62,8 @@ class SimScheduler {
   void drain();
 
  private:
+  // Waits until the threads that have ended are gone from the system too, what they own as threads with them.
+  void reap();
   void threadMain(SimThread& thread, const std::function<void()>& body);
   void pass(SimThread& from);
   SimThread& choose();
@@ -74,6 +76,7 @@ class SimScheduler {
   const std::unique_ptr<Threading> _native;
   const SimThreading::DeadlockHandler _handler;
   std::vector<std::shared_ptr<SimThread>> _threads;  // all that have not ended
+  std::vector<std::shared_ptr<SimThread>> _ended;    // but may not be gone from the system yet
   uint64_t _random;
   uint64_t _lastId = 0;
   int64_t _now = 1000;
