@@ -7,13 +7,12 @@ import json
 import pathlib
 import shutil
 import signal
-import socket
 import sys
 import tempfile
 import time
 
 import updates
-from stage import Stage, StageError, wait_until
+from stage import Stage, StageError, free_port, wait_until
 
 BATCH_LIMIT = 2000
 
@@ -24,12 +23,6 @@ def say(text):
 
 def step(title):
     say(f"\n-- {title}")
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 def install_and_start(stage):

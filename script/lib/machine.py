@@ -7,7 +7,9 @@ import fcntl
 import json
 import os
 import pathlib
+import random
 import signal
+import socket
 import subprocess
 import time
 
@@ -19,6 +21,18 @@ SERVICE = "KorvaneAgent"
 
 class StageError(Exception):
     """Something on the stage did not come up or did not answer; the text names it."""
+
+
+def free_port():
+    """A port for a listener of the agent's, below those that the system gives to connections while the agent starts."""
+    while True:
+        port = random.randrange(20000, 32000)
+        with socket.socket() as probe:
+            try:
+                probe.bind(("", port))
+                return port
+            except OSError:
+                continue
 
 
 def wait_until(condition, seconds, what):

@@ -94,12 +94,6 @@ class TimedServer:
                     return None
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
 class NotifiedAgent:
     """The real agent, idle but for what is sent to its notification port."""
 
@@ -108,7 +102,7 @@ class NotifiedAgent:
         self.stage.make_certificates()
         self.server = TimedServer(self.stage.certs)
         self.stage.server_port = self.server.port
-        self.port = free_port()
+        self.port = stages.free_port()
         self.stage.install(settings={"TCP": {"tcp.enabled": "true", "tcp.port": self.port},
                                      "Polling": {"polling.interval": polling}})
         self.stage.start_driver()

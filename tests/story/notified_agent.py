@@ -6,7 +6,6 @@ notified_agent.py --build DIR [--windows DIR]; the milliseconds from each notifi
 import argparse
 import pathlib
 import shutil
-import socket
 import sys
 import tempfile
 import time
@@ -15,12 +14,6 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "script" / 
 import stage as stages  # noqa: E402
 
 LIMIT = 20  # seconds, for a machine under load; an idle one takes well below one
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 def results(stage, kind):
@@ -49,7 +42,7 @@ def reported(stage, kind, text):
 
 
 def play(stage):
-    port = free_port()
+    port = stages.free_port()
     stage.make_certificates()
     stage.start_server()
     stage.install(settings={"TCP": {"tcp.enabled": "true", "tcp.port": port}, "Polling": {"polling.interval": 3600}})
