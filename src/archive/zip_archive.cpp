@@ -3,9 +3,9 @@
 #include <unzip.h>
 
 #include <algorithm>
-#include <set>
 
 #include "archive/entry_name.h"
+#include "archive/entry_paths.h"
 #include "archive/memory_stream.h"
 
 namespace korvane::archive {
@@ -62,30 +62,6 @@ struct ZipArchive::Reader {
   unzFile zip = nullptr;
 };
 
-// The paths that the entries need, folded.
-struct ZipArchive::Names {
-  std::set<std::string> files;
-  std::set<std::string> directories;
-
-  bool add(std::string_view name) {
-    std::string path = foldedName(name);
-    for (size_t slash = path.find('/'); slash != std::string::npos;
-         slash = path.find('/', slash + 1)) {
-      std::string directory = path.substr(0, slash);
-      if (files.count(directory)) return false;
-      const bool last = slash + 1 == path.size();
-      if (!directories.insert(std::move(directory)).second && last && !named.insert(path).second)
-        return false;
-      if (last) named.insert(path);
-    }
-    if (path.ends_with('/')) return true;
-    return !directories.count(path) && files.insert(std::move(path)).second;
-  }
-
- private:
-  std::set<std::string> named;  // directories that have an entry of their own
-};
-
 ZipArchive::ZipArchive(std::string name, std::string_view bytes, const Limits& limits)
     : _name(std::move(name)), _bytes(bytes), _limits(limits) {}
 
@@ -119,7 +95,7 @@ bool ZipArchive::readDirectory(Refusal& refusal) {
                   "it has " + std::to_string(info.number_entry) + " entries, more than " +
                       std::to_string(_limits.entries),
                   refusal);
-  Names names;
+  EntryPaths paths;
   for (uint64_t number = 0; number < info.number_entry; ++number) {
     const int code = number == 0 ? unzGoToFirstFile(_reader->zip) : unzGoToNextFile(_reader->zip);
     if (code != UNZ_OK)
@@ -128,12 +104,12 @@ bool ZipArchive::readDirectory(Refusal& refusal) {
                         std::to_string(info.number_entry) + " entries (" + std::to_string(code) +
                         ")",
                     refusal);
-    if (!readEntry(names, refusal)) return false;
+    if (!readEntry(paths, refusal)) return false;
   }
   return true;
 }
 
-bool ZipArchive::readEntry(Names& names, Refusal& refusal) {
+bool ZipArchive::readEntry(EntryPaths& paths, Refusal& refusal) {
   unz_file_info64 info{};
   char name[kLongestName + 2];
   unz64_file_pos position{};
@@ -159,7 +135,7 @@ bool ZipArchive::readEntry(Names& names, Refusal& refusal) {
                   static_cast<uint32_t>(info.external_fa), refusal) ||
       !checkWideSizes(entry, extra, refusal) || !checkSizes(entry, refusal))
     return false;
-  if (!names.add(entry.name))
+  if (!paths.add(entry.name))
     return refuse(Fault::duplicate, entry.name, "another entry needs the same path", refusal);
   _entries.push_back(std::move(entry));
   return true;

@@ -28,6 +28,8 @@
 
 namespace korvane::archive {
 
+class EntryPaths;
+
 struct Limits {
   size_t entries = 4096;
   uint64_t totalBytes = 512ull * 1024 * 1024;  // unpacked
@@ -75,11 +77,10 @@ class ZipArchive {
 
  private:
   struct Reader;
-  struct Names;
 
   bool refuse(Fault fault, const std::string& entry, std::string reason, Refusal& refusal) const;
   bool readDirectory(Refusal& refusal);
-  bool readEntry(Names& names, Refusal& refusal);
+  bool readEntry(EntryPaths& paths, Refusal& refusal);
   bool checkEntry(const Entry& entry, uint32_t flags, uint32_t method, uint32_t attributes,
                   Refusal& refusal) const;
   bool checkWideSizes(const Entry& entry, std::string_view extra, Refusal& refusal) const;

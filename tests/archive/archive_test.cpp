@@ -6,6 +6,7 @@
 #include "archive/entry_name.h"
 #include "archive/unpacking.h"
 #include "archive/zip_archive.h"
+#include "archive/zip_writer.h"
 #include "platform/fake/faulty_files.h"
 #include "platform/fake/manual_clock.h"
 #include "platform/fake/memory_files.h"
@@ -178,6 +179,60 @@ TEST(ArchiveTest, ARefusalNamesArchiveEntryReasonAndNumber) {
   EXPECT_FALSE(zip.read("missing", out, refusal));
   EXPECT_EQ(refusal.fault, Fault::missingEntry);
   EXPECT_EQ(out, "");
+}
+
+TEST(ZipWriterTest, WhatIsWrittenIsReadBackAndTheSameEveryTime) {
+  std::string bulk(300000, 'x');
+  for (size_t i = 0; i < bulk.size(); i += 7) bulk[i] = static_cast<char>(i * 31 >> 3);
+  const std::pair<std::string, std::string> entries[] = {
+      {"policy.txt", "text"}, {"z\u00fcrich/empty", ""}, {"z\u00fcrich/bulk", bulk}};
+  const auto write = [&entries] {
+    ZipWriter writer("made.zip");
+    Refusal refusal;
+    for (const auto& [name, content] : entries)
+      EXPECT_TRUE(writer.add(name, content, refusal)) << refusal.text();
+    return writer.finish();
+  };
+  const std::string bytes = write();
+  EXPECT_EQ(bytes, write());
+  EXPECT_LT(bytes.size(), bulk.size());
+  ZipArchive zip("made.zip", bytes);
+  Refusal refusal;
+  ASSERT_TRUE(zip.open(refusal)) << refusal.text();
+  ASSERT_EQ(zip.entries().size(), std::size(entries));
+  for (size_t i = 0; i < std::size(entries); ++i) {
+    std::string content;
+    EXPECT_EQ(zip.entries()[i].name, entries[i].first);
+    EXPECT_TRUE(zip.read(entries[i].first, content, refusal)) << refusal.text();
+    EXPECT_EQ(content, entries[i].second);
+  }
+}
+
+TEST(ZipWriterTest, RefusesWhatCouldNotBeReadBack) {
+  Limits limits;
+  limits.entries = 2;
+  limits.totalBytes = 10;
+  const struct {
+    const char* name;
+    size_t size;
+    Fault fault;
+  } cases[] = {{"../up", 1, Fault::leavesDirectory},
+               {"folder/", 0, Fault::notAFile},
+               {"a", 11, Fault::tooLarge},
+               {"A/b", 4, Fault::none},
+               {"a/B", 1, Fault::duplicate},
+               {"a", 1, Fault::duplicate},
+               {"c", 7, Fault::tooLarge},
+               {"c", 6, Fault::none},
+               {"d", 0, Fault::tooManyEntries}};
+  ZipWriter writer("made.zip", limits);
+  for (const auto& test : cases) {
+    Refusal refusal;
+    EXPECT_EQ(writer.add(test.name, std::string(test.size, 'x'), refusal),
+              test.fault == Fault::none);
+    EXPECT_EQ(refusal.fault, test.fault) << test.name << refusal.text();
+  }
+  EXPECT_EQ(faultOf(writer.finish(), limits), Fault::none);
 }
 
 class UnpackingTest : public testing::Test {

@@ -8,7 +8,7 @@ namespace korvane::translate_stand_in {
 
 inline constexpr char kPolicyEntry[] = "policy.txt";
 
-// An archive with `text` as its one entry, stored. Equal texts give equal archives.
+// An archive with `text` as its one entry. Equal texts give equal archives.
 std::string packPolicy(std::string_view text);
 
 // False and the reason when the archive cannot be used. name: what the reason calls it.

@@ -1,0 +1,156 @@
+#include "archive/zip_writer.h"
+
+#include <zip.h>
+
+#include <algorithm>
+#include <new>
+
+#include "archive/entry_name.h"
+#include "archive/entry_paths.h"
+
+namespace korvane::archive {
+namespace {
+
+constexpr uLong kFirstDay = 0x00210000;  // 1980-01-01, as the format writes dates
+constexpr uLong kNamesAreUtf8 = 0x0800;
+constexpr int kMemoryLevel = 8;
+constexpr size_t kPiece = 1u << 30;  // minizip takes lengths of 32 bits
+
+struct Stream {
+  std::string bytes;
+  size_t position = 0;
+};
+
+Stream& streamOf(voidpf opened) {
+  return *static_cast<Stream*>(opened);
+}
+
+voidpf openStream(voidpf opaque, const void*, int) {
+  return opaque;
+}
+
+uLong readNothing(voidpf, voidpf, void*, uLong) {
+  return 0;
+}
+
+// minizip goes back to complete an entry's header. No exception may pass through it.
+uLong writeStream(voidpf, voidpf opened, const void* buffer, uLong size) {
+  Stream& stream = streamOf(opened);
+  try {
+    stream.bytes.resize(std::max<size_t>(stream.bytes.size(), stream.position + size));
+  } catch (const std::exception&) {
+    return 0;
+  }
+  std::copy_n(static_cast<const char*>(buffer), size, stream.bytes.data() + stream.position);
+  stream.position += size;
+  return size;
+}
+
+ZPOS64_T tellStream(voidpf, voidpf opened) {
+  return streamOf(opened).position;
+}
+
+long seekStream(voidpf, voidpf opened, ZPOS64_T offset, int origin) {
+  Stream& stream = streamOf(opened);
+  const ZPOS64_T from = origin == ZLIB_FILEFUNC_SEEK_CUR   ? stream.position
+                        : origin == ZLIB_FILEFUNC_SEEK_END ? stream.bytes.size()
+                                                           : 0;
+  if (offset > stream.bytes.size() - from) return -1;
+  stream.position = static_cast<size_t>(from + offset);
+  return 0;
+}
+
+int closeStream(voidpf, voidpf) {
+  return 0;
+}
+
+int streamError(voidpf, voidpf) {
+  return 0;
+}
+
+}  // namespace
+
+struct ZipWriter::Output {
+  Output() {
+    zlib_filefunc64_def functions{&openStream, &readNothing, &writeStream, &tellStream,
+                                  &seekStream, &closeStream, &streamError, &stream};
+    zip = zipOpen2_64(nullptr, APPEND_STATUS_CREATE, nullptr, &functions);
+    if (!zip) throw std::bad_alloc();
+  }
+  ~Output() { close(); }
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  bool add(const char* name, std::string_view content) {
+    zip_fileinfo info{};
+    info.dosDate = kFirstDay;
+    if (zipOpenNewFileInZip4_64(zip, name, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
+                                Z_DEFAULT_COMPRESSION, 0, -MAX_WBITS, kMemoryLevel,
+                                Z_DEFAULT_STRATEGY, nullptr, 0, 0, kNamesAreUtf8, 0) != ZIP_OK)
+      return false;
+    int code = ZIP_OK;
+    for (; code == ZIP_OK && !content.empty();
+         content.remove_prefix(std::min(content.size(), kPiece)))
+      code = zipWriteInFileInZip(zip, content.data(),
+                                 static_cast<unsigned>(std::min(content.size(), kPiece)));
+    return zipCloseFileInZip(zip) == ZIP_OK && code == ZIP_OK;
+  }
+  bool close() {
+    const bool closed = !zip || zipClose(zip, nullptr) == ZIP_OK;
+    zip = nullptr;
+    return closed;
+  }
+
+  Stream stream;
+  EntryPaths paths;
+  size_t entries = 0;
+  zipFile zip = nullptr;
+};
+
+ZipWriter::ZipWriter(std::string name, const Limits& limits)
+    : _name(std::move(name)), _limits(limits), _output(std::make_unique<Output>()) {}
+
+ZipWriter::~ZipWriter() = default;
+
+bool ZipWriter::refuse(Fault fault, const std::string& entry, std::string reason,
+                       Refusal& refusal) const {
+  refusal = {fault, _name, entry, std::move(reason)};
+  return false;
+}
+
+bool ZipWriter::check(const std::string& name, size_t size, Refusal& refusal) const {
+  std::string reason;
+  const Fault fault = checkEntryName(name, reason);
+  if (fault != Fault::none) return refuse(fault, name, std::move(reason), refusal);
+  if (name.ends_with('/'))
+    return refuse(Fault::notAFile, name, "the name is a directory's", refusal);
+  if (_output->entries >= _limits.entries)
+    return refuse(Fault::tooManyEntries, name,
+                  "the archive has " + std::to_string(_limits.entries) + " entries already",
+                  refusal);
+  if (size > _limits.totalBytes - _total)
+    return refuse(
+        Fault::tooLarge, name,
+        "the archive would unpack to more than " + std::to_string(_limits.totalBytes) + " bytes",
+        refusal);
+  return true;
+}
+
+bool ZipWriter::add(const std::string& name, std::string_view content, Refusal& refusal) {
+  if (!check(name, content.size(), refusal)) return false;
+  if (!_output->paths.add(name))
+    return refuse(Fault::duplicate, name, "another entry needs the same path", refusal);
+  // Nothing but memory can fail behind the checks.
+  if (!_output->add(name.c_str(), content)) throw std::bad_alloc();
+  _total += content.size();
+  ++_output->entries;
+  return true;
+}
+
+std::string ZipWriter::finish() {
+  if (!_output->zip) return {};
+  if (!_output->close()) throw std::bad_alloc();
+  return std::move(_output->stream.bytes);
+}
+
+}  // namespace korvane::archive
