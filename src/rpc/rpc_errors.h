@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace korvane {
 
@@ -21,14 +22,18 @@ inline constexpr int kRpcTimeout = -1;
 
 const char* rpcErrorText(int code);
 
-// Thrown by a method that fails; what() is the code's text.
+// Thrown by a method that fails; what() is the code's text. `detail` tells the caller more: which parameter,
+// which file.
 class RPCError : public std::runtime_error {
  public:
-  explicit RPCError(int code) : std::runtime_error(rpcErrorText(code)), _code(code) {}
+  explicit RPCError(int code, std::string detail = {})
+      : std::runtime_error(rpcErrorText(code)), _code(code), _detail(std::move(detail)) {}
   int code() const { return _code; }
+  const std::string& detail() const { return _detail; }
 
  private:
   int _code;
+  std::string _detail;
 };
 
 // Thrown for a JSON text that is no request.

@@ -54,6 +54,7 @@ JsonTree RPCResponse::ptree() const {
   if (error) {
     tree.put("error.code", *error);
     tree.put("error.message", rpcErrorText(*error));
+    if (!detail.empty()) tree.put("error.data", detail);
   } else {
     tree.put_child("result", result);
   }
@@ -67,6 +68,8 @@ void RPCResponse::SetPtree(const JsonTree& tree) {
   RPCResponse read;
   read.id = idOf(tree);
   read.error = member<int>(tree, "error.code");
+  read.errorText = member<std::string>(tree, "error.message").value_or("");
+  read.detail = member<std::string>(tree, "error.data").value_or("");
   if (const auto given = tree.get_child_optional("result")) read.result = *given;
   read.appdata = member<std::string>(tree, "appdata");
   if (const auto more = member<std::string>(tree, "moredata")) read.moredata = *more == word(true);

@@ -33,6 +33,8 @@ class RPCResponse {
 
   std::optional<int> id;
   std::optional<int> error;  // the code of a failure; without one `result` is the answer
+  std::string errorText;     // the code's, when the answer was read
+  std::string detail;        // of a failure, when there is more to say
   JsonTree result;
   std::optional<std::string> appdata;
   std::optional<bool> moredata;

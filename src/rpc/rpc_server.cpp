@@ -9,10 +9,11 @@ namespace {
 
 constexpr int kUnusableEvent = 10600;
 
-RPCResponse failure(const RPCRequest& request, int code) {
+RPCResponse failure(const RPCRequest& request, int code, const std::string& detail = {}) {
   RPCResponse response;
   response.id = request.id;
   response.error = code;
+  response.detail = detail;
   return response;
 }
 
@@ -58,10 +59,10 @@ RPCResponse RPCServer::respond(const RPCRequest& request) {
     call(request, response);
     return response;
   } catch (const RPCError& error) {
-    return failure(request, error.code());
+    return failure(request, error.code(), error.detail());
   } catch (const boost::property_tree::ptree_error& error) {
     eventlog::trace("RPC", "%s: %s", request.name, error.what());
-    return failure(request, kRpcInvalidParams);
+    return failure(request, kRpcInvalidParams, error.what());
   } catch (const std::exception& error) {
     eventlog::trace("RPC", "%s failed: %s", request.name, error.what());
     return failure(request, kRpcInternalError);
