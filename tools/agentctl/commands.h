@@ -1,0 +1,19 @@
+// The commands of agentctl, one source file each.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "agentctl/context.h"
+#include "agentctl/exit_status.h"
+
+namespace korvane::agentctl {
+
+// What the chosen command does. `context` outlives it.
+using Action = std::function<ExitStatus()>;
+
+// Each adds a command, with its options, to the program; when the command line asks for it, `chosen` becomes
+// what it does.
+void addCall(CLI::App& app, Context& context, Action& chosen);
+
+}  // namespace korvane::agentctl

@@ -1,0 +1,143 @@
+#include "agentctl/context.h"
+
+#include <filesystem>
+
+#include "agentctl/failure.h"
+#include "config/install_root.h"
+#include "platform/error_codes.h"
+#include "platform/native.h"
+#include "platform/paths.h"
+#include "rpc/pipe_names.h"
+#include "rpc/rpc_errors.h"
+
+namespace korvane::agentctl {
+namespace {
+
+std::string fullPath(const std::string& path) {
+  if (path.empty()) return path;
+  const std::filesystem::path given(std::u8string(path.begin(), path.end()));
+  const std::u8string full = std::filesystem::absolute(given).lexically_normal().u8string();
+  return {full.begin(), full.end()};
+}
+
+Failure unreachable(const RPCUnreachable& error, const platform::Platform& system,
+                    const std::string& runDirectory) {
+  const bool socketsLieSomewhere = system.files.separator() == '/';
+  switch (error.code()) {
+    case platform::kErrorFileNotFound:
+      if (socketsLieSomewhere && runDirectory.empty())
+        return {ExitStatus::notRunning, std::string(error.what()) + ": no run directory is known",
+                "Name the one that the agent was started with: --run-dir or KORVANE_RUN_DIR."};
+      return {ExitStatus::notRunning, error.what(),
+              socketsLieSomewhere
+                  ? "The agent does not run, or with another --run-dir than " + runDirectory + "."
+                  : "The agent does not run; `sc start KorvaneAgent` starts it."};
+    case platform::kErrorAccessDenied:
+      return {ExitStatus::notPermitted, error.what(),
+              "Run this as the agent's account or as administrator."};
+    default:
+      return {ExitStatus::failed, error.what(), "Try again; when it stays so, restart the agent."};
+  }
+}
+
+Failure refused(const RPCCallError& error) {
+  switch (error.code()) {
+    case kRpcNotAdministrator:
+      return {ExitStatus::notPermitted, error.what(),
+              "Run this as the agent's account or as administrator."};
+    case kRpcMethodNotFound:
+      return {ExitStatus::failed, error.what(),
+              "`agentctl version` tells whether agent and agentctl belong together."};
+    case kRpcInvalidParams:
+      return {ExitStatus::failed, error.what(), "Nothing was changed."};
+    default:
+      return {ExitStatus::failed, error.what(),
+              "`agentctl events tail` shows what the agent says about it."};
+  }
+}
+
+}  // namespace
+
+platform::Platform& Context::system() {
+  if (_native) return _native->platform();
+  const auto environment = platform::makeNativeSystemInfo();
+  const auto given = [&](std::string& option, const char* variable) {
+    if (option.empty()) option = environment->environment(variable);
+    option = fullPath(option);
+  };
+  given(options.installRoot, "KORVANE_INSTALL_ROOT");
+  given(options.registry, "KORVANE_REGISTRY");
+  given(options.runDirectory, "KORVANE_RUN_DIR");
+  _native = platform::makeNativePlatform({options.registry, options.runDirectory});
+  platform::setCurrent(&_native->platform());
+  if (!options.installRoot.empty()) setInstallRoot(options.installRoot);
+  return _native->platform();
+}
+
+std::string Context::installDirectory() {
+  platform::Platform& platform = system();
+  const std::string directory = korvane::installDirectory();
+  if (directory.empty())
+    throw Failure(ExitStatus::failed, "it is not known where the agent is installed",
+                  "Name it: --install-root, KORVANE_INSTALL_ROOT, or InstallRoot in the registry.");
+  platform::FileInfo info;
+  if (const int error = platform.files.info(directory, info); error != 0 || !info.isDirectory)
+    throw Failure(
+        ExitStatus::failed,
+        "no agent is installed in " + korvane::installRoot() + ": " + directory +
+            (error == 0 ? " is no folder" : " cannot be opened, error " + std::to_string(error)),
+        "Name the right place with --install-root.");
+  return directory;
+}
+
+std::string Context::installed(std::string_view name) {
+  const std::string directory = installDirectory();
+  return platform::joinPath(system().files, {directory, name});
+}
+
+RPCClient& Context::client(const std::string& pipe) {
+  if (!_client || _pipe != pipe) {
+    platform::Platform& platform = system();
+    _client = std::make_unique<RPCClient>(platform.pipes, platform.clock, pipe);
+    _pipe = pipe;
+  }
+  return *_client;
+}
+
+RPCResponse Context::call(const std::string& pipe, const std::string& method,
+                          const JsonTree& params, int timeoutMs) {
+  try {
+    return client(pipe).call(method, params, timeoutMs);
+  } catch (const RPCUnreachable& error) {
+    throw unreachable(error, system(), options.runDirectory);
+  }
+}
+
+JsonTree Context::ask(const std::string& method, const JsonTree& params, int timeoutMs) {
+  try {
+    return call(kLocalPipe, method, params, timeoutMs).result;
+  } catch (const RPCCallError& error) {
+    throw refused(error);
+  }
+}
+
+std::optional<JsonTree> Context::askIfRunning(const std::string& method, const JsonTree& params) {
+  try {
+    return ask(method, params);
+  } catch (const Failure& failure) {
+    if (failure.status() == ExitStatus::notRunning) return std::nullopt;
+    throw;
+  }
+}
+
+std::string Context::askForPieces(const std::string& method) {
+  try {
+    return client(kLocalPipe).callAll(method, {}, kAnswerMs);
+  } catch (const RPCUnreachable& error) {
+    throw unreachable(error, system(), options.runDirectory);
+  } catch (const RPCCallError& error) {
+    throw refused(error);
+  }
+}
+
+}  // namespace korvane::agentctl
