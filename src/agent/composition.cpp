@@ -6,6 +6,7 @@
 
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
+#include "comm/exchange_outcome.h"
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
@@ -43,6 +44,7 @@ void resetProcessState() {
   resetServiceType();
   setInstallRoot({});
   HttpsHandler::startCommunication();
+  resetExchangeOutcome();
 }
 
 bool localAddresses(std::vector<STRING>& addresses) {

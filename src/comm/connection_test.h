@@ -1,0 +1,95 @@
+// The connection test: one harmless message (testConnection) to the management server, walked stage by
+// stage, with what stands in the way of the first stage that fails and one thing to do about it.
+//
+// It does what the agent's own exchanges do, over the same transport with the same settings (lowest TLS
+// version, CA file, connect time-out, no comparison of the host name), on a connection of its own: it
+// waits for no exchange of the agent, holds none up, and changes nothing - no fail-over, no counters, no
+// settings, no last server, no event.
+//
+// The stages, in this order, are ConnectionStage's. The walk ends with the first one that fails; the
+// report holds those that were walked.
+//
+// Lifetime: everything is a value. Threads: any, several tests may run at once. Time: at most
+// ConnectionTarget::totalTimeoutMs (30 s), and a stop (shutdownToken()) ends it at once. Errors: nothing
+// is thrown but std::bad_alloc; what goes wrong is in the report. Texts are UTF-8.
+//
+// An operator's tool prints toText(report); a service hands the members on as they are: all of them are
+// texts, numbers and lists. A password in a URL or a proxy setting is never among them.
+//
+//   const ConnectionReport report = testConnection(agentTarget());           // the server in use
+//   const ConnectionReport other = testConnection(agentTarget("10.1.2.3"));  // another, else the same
+//   if (!report.ok) std::puts((report.failingStage + ": " + report.cause).c_str());
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "util/string.h"
+
+namespace korvane {
+
+// Where the agent's settings say to go, and how.
+struct ConnectionTarget {
+  std::string url;  // the base URL, the path words of the protocol are appended to it as they are
+  std::string caFile;                   // PEM, what the server's certificate must chain to
+  uint32_t connectTimeoutSeconds = 10;  // for name, TCP and TLS together
+  uint32_t totalTimeoutMs = 30'000;     // for everything
+  long lowestTls = 6;                   // CURL_SSLVERSION_..., the lowest version that is accepted
+};
+
+// The target of the agent's own exchanges with a server (host name or address; empty: the current one),
+// from AgentConfig, which may be that of a running agent or of a tool.
+ConnectionTarget agentTarget(const STRING& server = {});
+
+enum class ConnectionStage {
+  settings,       // the URL can be used and the CA file holds certificates
+  nameLookUp,     // the host's name has an address
+  tcpConnection,  // something accepts connections there
+  tlsHandshake,   // it speaks TLS, and a version and cipher that the agent accepts
+  certificate,    // its certificate chains to the CA file and is valid now
+  httpAnswer,     // it answers whole HTTP, without an error of the server or of a proxy
+  agentPort,      // the answer is that of an agent port: no console, web page or redirection
+  serverAnswer,   // the management server itself has no objection
+};
+inline constexpr int kConnectionStages = 8;
+
+// "settings", "name look-up", "TCP connection", "TLS handshake", "certificate", "HTTP answer",
+// "agent port", "server's answer".
+const char* stageName(ConnectionStage stage);
+
+struct StageReport {
+  std::string name;  // stageName()
+  bool ok = false;
+  int64_t milliseconds = 0;  // that this stage took
+  std::string detail;  // what was found: address, TLS version, status ...; the cause when not ok
+};
+
+// One certificate of the chain, as far as it could be built.
+struct CertificateReport {
+  std::string subject;
+  std::string issuer;
+  std::string notBefore;  // ISO 8601, UTC
+  std::string notAfter;
+  std::string error;  // what was found wrong with this one; empty when nothing
+};
+
+struct ConnectionReport {
+  std::string url;  // what was asked
+  bool ok = false;
+  std::vector<StageReport> stages;              // those walked; a failed one is the last
+  std::vector<CertificateReport> certificates;  // the server's own first, then up to the CA
+  std::string failingStage;                     // this and the next two are empty when ok
+  std::string cause;
+  std::string nextStep;
+  std::string proxy;  // the environment's proxy variables that libcurl follows; empty without
+  int64_t milliseconds = 0;  // the whole test
+};
+
+ConnectionReport testConnection(const ConnectionTarget& target);
+
+// The report as lines for a screen, each ended by a line feed; the last ones are the failing stage, its
+// cause and the next step.
+std::string toText(const ConnectionReport& report);
+
+}  // namespace korvane

@@ -1,0 +1,43 @@
+// How the process's last exchange with the management server ended, for whoever shows the agent's state.
+//
+// HttpsHandler notes every exchange whose result it checks; a connection test and the look at the primary
+// server before a fail-back are none. One record serves the process; resetExchangeOutcome() empties it at
+// the start of an agent. Any thread may call anything at any time; what is read is one moment's whole
+// record.
+//
+//   const ExchangeOutcome last = lastExchange();
+//   if (last.wallMs != 0 && !last.ok) show(last.code, last.text);
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace korvane {
+
+// Times are milliseconds since 1970 in UTC, 0 for never.
+struct ExchangeFailure {
+  // libcurl's code, an HTTP status above 200, -1 when nothing could be sent, or the server's error code.
+  int code = 0;
+  std::string text;  // "TLS handshake: the server ..."
+  int64_t wallMs = 0;
+  std::string server;
+};
+
+struct ExchangeOutcome {
+  bool ok = false;
+  int code = 0;        // 0 when ok, else the failure's
+  std::string text;    // empty when ok, else the failure's
+  int64_t wallMs = 0;  // when it ended
+  std::string server;
+  int64_t lastOkMs = 0;         // when the server last answered in its protocol, an error included
+  ExchangeFailure lastFailure;  // the last one there was; a later success leaves it
+};
+
+ExchangeOutcome lastExchange();
+
+void noteExchangeAnswered(const std::string& server);
+// `answered`: the server did answer in its protocol, with this error code.
+void noteExchangeFailed(const ExchangeFailure& failure, bool answered);
+void resetExchangeOutcome();
+
+}  // namespace korvane
