@@ -12,6 +12,8 @@
 #include "config/install_root.h"
 #include "config/service_type.h"
 #include "ids/hids_component.h"
+#include "logs/forwarding_counters.h"
+#include "logs/log_processing_thread.h"
 #include "platform/platform.h"
 #include "translator/translator.h"
 
@@ -45,6 +47,8 @@ void resetProcessState() {
   setInstallRoot({});
   HttpsHandler::startCommunication();
   resetExchangeOutcome();
+  ForwardingCounters::reset();
+  LogProcessingThread::setPolicyBuffer(false);
 }
 
 bool localAddresses(std::vector<STRING>& addresses) {

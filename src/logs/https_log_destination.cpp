@@ -1,6 +1,7 @@
 #include "logs/https_log_destination.h"
 
 #include "eventlog/event_log.h"
+#include "logs/forwarding_counters.h"
 
 namespace korvane {
 namespace {
@@ -32,19 +33,27 @@ int HttpsLogDestination::writeBatch(const LogBatch& batch) {
 }
 
 int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records) {
-  if (result != 0) return result;
+  if (result != 0) {
+    ForwardingCounters::noteError(result, "the exchange with the management server failed");
+    return result;
+  }
   STRING text;
   _lastError = handler.getKorvaneError(text);
   report(text);
   switch (_lastError) {
     case kDropped:
     case kDroppedSilently:
-      _droppedByServer += records;
+      ForwardingCounters::addDropped(records);
+      ForwardingCounters::noteError(_lastError, text.toUtf8());
+      return 0;
+    case kAccepted:
+      ForwardingCounters::addForwarded(records);
       return 0;
     case kUnknownAgent:
       _config->clearUniqueId(handler.getGUIDUsed());
-      return _lastError;
+      [[fallthrough]];
     default:
+      ForwardingCounters::noteError(_lastError, text.toUtf8());
       return _lastError;
   }
 }

@@ -3,11 +3,10 @@
 // What the server's own error code means: 0, 302 and 600 count as delivered (302 is event 10227); 400 says that
 // it does not know the agent: the identifier that was used is forgotten, so that the agent registers again,
 // and the batch stays with the caller, as for every other code (event 10213). Events are reported when
-// the code changes, the return to 0 as event 10214. The counts tell what was dropped on the server's word.
+// the code changes, the return to 0 as event 10214. ForwardingCounters tell what was delivered and
+// what was dropped on the server's word.
 // Lifetime: owned by its writer. Threads: one. Errors: the return values of HttpsHandler::log, or the code.
 #pragma once
-
-#include <cstdint>
 
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
@@ -21,9 +20,6 @@ class HttpsLogDestination : public LogDestination {
   int writeLog(const std::vector<PropertyList>& batch) override;
   int writeBatch(const LogBatch& batch) override;
 
-  // Records that the server answered with 302 or 600.
-  uint64_t droppedByServer() const { return _droppedByServer; }
-
  private:
   int judge(HttpsHandler& handler, int result, size_t records);
   void report(const STRING& text);
@@ -31,7 +27,6 @@ class HttpsLogDestination : public LogDestination {
   AgentConfig* const _config;
   int _lastError = 0;
   int _lastReportedError = 0;
-  uint64_t _droppedByServer = 0;
 };
 
 }  // namespace korvane

@@ -50,10 +50,11 @@ int LogProcessor::readRecords() {
   if (_queue.size() >= _batchLimit) return 0;
   removeLeftOver();
   int readCount = 0;
+  ForwardingCounters::Pass counted;
   ParsedEvent record;
   while (mayReadOn(readCount) && _reader.next(record)) {
     if (isDataRecord(record))
-      takeEvent(record);
+      takeEvent(record, counted);
     else
       takeMarker();
     ++readCount;
@@ -81,13 +82,15 @@ void LogProcessor::takeMarker() {
   _idle = 0;
 }
 
-void LogProcessor::takeEvent(const EventRecord& record) {
+void LogProcessor::takeEvent(const EventRecord& record, ForwardingCounters::Pass& counted) {
   _idle = 0;
+  ++counted.read;
   if (!_folding || !_filter.passes(record.field(1))) {
     flushSummary();
     enqueue(record);
   } else if (_summary.matches(record)) {
     _summary.fold(record);
+    ++counted.folded;
   } else {
     flushSummary();
     enqueue(record);
@@ -130,7 +133,10 @@ int64_t LogProcessor::undeliveredFrom() const {
 
 int LogProcessor::writeRecords() {
   if (_queue.empty()) return 0;
-  if (const int error = _writer.write(_queue); error != 0) return -std::abs(error);
+  if (_refused) ForwardingCounters::addRetried();
+  const int error = _writer.write(_queue);
+  _refused = error != 0;
+  if (_refused) return -std::abs(error);
   const auto written = static_cast<int>(_queue.size());
   _queue.clear();
   if (_reader.atEnd())

@@ -19,6 +19,7 @@
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
 #include "logs/event_category.h"
+#include "logs/forwarding_counters.h"
 #include "logs/log_reader.h"
 #include "logs/log_writer.h"
 #include "logs/record_queue.h"
@@ -57,7 +58,7 @@ class LogProcessor {
  private:
   bool mayReadOn(int readCount) const;
   void takeMarker();
-  void takeEvent(const EventRecord& record);
+  void takeEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
   void enqueue(const EventRecord& record);
   void flushSummary();
   void flushOldSummary();
@@ -79,8 +80,9 @@ class LogProcessor {
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;        // markers read since the last event
-  int _idlePasses = 0;  // passes that read nothing
+  int _idle = 0;          // markers read since the last event
+  int _idlePasses = 0;    // passes that read nothing
+  bool _refused = false;  // the last batch was not delivered
   size_t _passBytes = 0;
   size_t _batchLimit = 0;
   int _readLimit = 0;

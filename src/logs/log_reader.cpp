@@ -5,6 +5,7 @@
 #include "agent/thread/stop_token.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
+#include "logs/forwarding_counters.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"
@@ -44,6 +45,7 @@ bool LogReader::next(ParsedEvent& record) {
     }
     skipMark(line);
     if (parse(line, record)) return true;
+    ForwardingCounters::addRejected();
   }
   return false;
 }

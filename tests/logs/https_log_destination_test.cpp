@@ -67,7 +67,10 @@ TEST_F(HttpsLogDestinationTest, JudgesTheServersAnswersAndReportsChangesOnce) {
     EXPECT_EQ(events(10227), wanted.dropped) << step;
     ++step;
   }
-  EXPECT_EQ(destination.droppedByServer(), 8u);
+  const ForwardingCounts counts = ForwardingCounters::snapshot();
+  EXPECT_EQ(counts.forwarded, 8u);
+  EXPECT_EQ(counts.dropped, 8u);
+  EXPECT_EQ(counts.lastError.code, 302);
   EXPECT_EQ(script.bodies.front(), FakeDestination::bodyOf(batch));
 }
 
@@ -80,7 +83,8 @@ TEST_F(HttpsLogDestinationTest, AnUnknownAgentForgetsTheIdentifierItUsed) {
 }
 
 TEST_F(HttpsLogDestinationTest, AFailedTransferIsReturnedAndTheRecordsComeAgainByteForByte) {
-  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x") + eventLine(3));
+  config().setConsolidateLogs(true);
+  fake.files.put(kLog, "XXX\n" + eventLine(1, "x") + eventLine(2, "x") + eventLine(3));
   LogProcessor processor(HIDS_RT_LOG);
   processor.readRecords();
   script.transfer = 28;
@@ -89,6 +93,12 @@ TEST_F(HttpsLogDestinationTest, AFailedTransferIsReturnedAndTheRecordsComeAgainB
   EXPECT_EQ(processor.writeRecords(), 3);
   ASSERT_EQ(script.bodies.size(), 2u);
   EXPECT_EQ(script.bodies[0], script.bodies[1]);
+  const ForwardingCounts counts = ForwardingCounters::snapshot();
+  EXPECT_EQ((std::vector<uint64_t>{counts.read, counts.folded, counts.rejected, counts.retried,
+                                   counts.forwarded}),
+            (std::vector<uint64_t>{3, 1, 1, 1, 3}));
+  EXPECT_EQ(counts.lastError.code, 28);
+  EXPECT_EQ(counts.lastError.wallMs, fake.clock.wallMs());
 }
 
 }  // namespace

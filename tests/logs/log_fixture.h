@@ -35,6 +35,7 @@ class LogFixture : public testing::Test {
     eventlog::EventLog::open(settings, fake.files, fake.clock);
     config().setHIDSRTLogFile(kLog);
     setLimits(100, 100);
+    ForwardingCounters::reset();
   }
   ~LogFixture() override {
     eventlog::EventLog::close();
