@@ -57,21 +57,21 @@ void storeText(uint8_t* at, size_t units, const STRING& text) {
 
 }  // namespace
 
-FileLogPointer::FileLogPointer(const STRING& pointerFilePath) {
+FileLogPointer::FileLogPointer(const STRING& pointerFilePath, platform::OpenMode mode) {
   _pointerFile = pointerFilePath;
-  load();
+  load(mode);
 }
 
 FileLogPointer::FileLogPointer(const FileLogPointer&) = default;
 FileLogPointer& FileLogPointer::operator=(const FileLogPointer&) = default;
 FileLogPointer::~FileLogPointer() = default;
 
-void FileLogPointer::load() {
+void FileLogPointer::load(platform::OpenMode mode) {
   if (_pointerFile.empty()) return;
   std::unique_ptr<platform::File> file;
-  const int error =
-      platform::current().files.open(_pointerFile.toUtf8(), platform::OpenMode::readWrite, file);
-  if (error == ENOENT) return;
+  const bool keep = mode == platform::OpenMode::readWrite;
+  const int error = platform::current().files.open(_pointerFile.toUtf8(), mode, file);
+  if (error == ENOENT || (error != 0 && !keep)) return;
   if (error != 0) {
     eventlog::event(10176, "FileLogPointer", {_pointerFile});
     return;
@@ -88,7 +88,7 @@ void FileLogPointer::load() {
   }
   platform::FileInfo info;
   _overlong = file->info(info) == 0 && info.size > kFileBytes;
-  _stream = std::move(file);
+  if (keep) _stream = std::move(file);
   _currentLogName = loadText(&_record[kNameAt], kNameUnits);
   for (uint32_t i = 0; i < count; ++i)
     _logNames.push_back(loadText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits));

@@ -24,7 +24,9 @@ namespace korvane {
 
 class KORVANE_EXPORT FileLogPointer : public LogPointer {
  public:
-  explicit FileLogPointer(const STRING& pointerFilePath);
+  // With OpenMode::read the file is only looked at: it is not kept open and a failure is no event.
+  explicit FileLogPointer(const STRING& pointerFilePath,
+                          platform::OpenMode mode = platform::OpenMode::readWrite);
   FileLogPointer(const FileLogPointer&);
   FileLogPointer& operator=(const FileLogPointer&);
   ~FileLogPointer() override;
@@ -47,7 +49,7 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   static constexpr size_t kFileBytes = 1 + kRecordBytes;
 
  private:
-  void load();
+  void load(platform::OpenMode mode);
   void openForWriting();
   void composeRecord();
   [[noreturn]] void throwWriteError(int error) const;

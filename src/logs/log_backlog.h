@@ -1,5 +1,5 @@
-// What of the forwarded logs still waits to be sent, told from the read pointers and the logs alone: with an
-// agent that runs, from any thread or process beside it, and without one.
+// What of the forwarded logs still waits to be sent, told from the read pointers, the logs and the IDS
+// component's settings: with an agent that runs, from any thread or process beside it, and without one.
 //
 // A log that ends with a mark naming the next log, and the logs that follow in this way, count together; so
 // does the log that the type is written to at present, when it is another one.

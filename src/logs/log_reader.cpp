@@ -122,7 +122,6 @@ void LogReader::close() {
   _source.closeLog();
 }
 
-// Tells one state of one file from any other: its size and the time of its last change.
 STRING LogReader::fingerprint(const platform::FileInfo& info) {
   return std::to_string(info.size) + " " + std::to_string(info.modifiedNs);
 }

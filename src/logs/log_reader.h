@@ -32,6 +32,10 @@ class LogReader {
 
   static constexpr int kPatience = 5;
 
+  // Tells one state of one file from any other. The pointer's end time stamp holds that of a log that
+  // has been sent and is still to be removed.
+  static STRING fingerprint(const platform::FileInfo& info);
+
   // The next record of the log; false when there is none now. Ends a pass over the log then.
   bool next(ParsedEvent& record);
   // True when the log has ended.
@@ -70,7 +74,6 @@ class LogReader {
   bool currentLogHasBegun() const;
   STRING logAfter(const STRING& finished);
   void refreshLogName();
-  static STRING fingerprint(const platform::FileInfo& info);
 
   const LogType _type;
   platform::Files& _files;

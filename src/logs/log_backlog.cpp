@@ -1,0 +1,182 @@
+#include "logs/log_backlog.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "config/agent_config.h"
+#include "config/install_root.h"
+#include "ids/hids_component.h"
+#include "ids/ids_log_names.h"
+#include "logs/event_record.h"
+#include "logs/file_log_pointer.h"
+#include "logs/line_reader.h"
+#include "logs/log_reader.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+using platform::FileInfo;
+using platform::Files;
+
+constexpr LogType kForwarded[] = {HIDS_RT_LOG};
+constexpr int64_t kMarkBytes = 2;
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+constexpr size_t kNextLogField = 4;
+// Where the end mark of a log that is not read as a whole is looked for.
+constexpr int64_t kTailBytes = 4096;
+
+STRING currentLog(LogType type) {
+  const STRING known = AgentConfig::getInstance()->getCurrentLogFile(type);
+  if (!known.empty()) return known;
+  HidsComponent component(idsDirectory(), [] { return 0; });
+  STRING name;
+  if (!component.setting(idsLogSetting(type), name) || name.empty()) return {};
+  return resolveIdsLogName(name.toUtf8());
+}
+
+bool startsUtf16(platform::File& file) {
+  char mark[kMarkBytes];
+  size_t got = 0;
+  file.seek(0);
+  return file.read(mark, sizeof mark, got) == 0 && got == sizeof mark && mark[0] == '\xFF' &&
+         mark[1] == '\xFE';
+}
+
+// A file that seems to end where no more may be read of it.
+class BoundedFile final : public platform::File {
+ public:
+  BoundedFile(platform::File& file, uint64_t& mayRead) : _file(file), _mayRead(mayRead) {}
+  int read(void* buffer, size_t size, size_t& got) override {
+    const int error =
+        _file.read(buffer, static_cast<size_t>(std::min<uint64_t>(size, _mayRead)), got);
+    _mayRead -= got;
+    return error;
+  }
+  int write(const void*, size_t) override { return EBADF; }
+  int seek(int64_t offset) override { return _file.seek(offset); }
+  int64_t tell() override { return _file.tell(); }
+  int info(platform::FileInfo& out) override { return _file.info(out); }
+  int truncate(uint64_t) override { return EBADF; }
+  int flush() override { return EBADF; }
+
+ private:
+  platform::File& _file;
+  uint64_t& _mayRead;
+};
+
+// Goes over one log type's logs, in the order in which the agent will.
+class Count {
+ public:
+  explicit Count(LogType type) : _files(platform::current().files), _current(currentLog(type)) {
+    _out.type = type;
+    _out.pointerFile = AgentConfig::getLogPointerFileName(type);
+  }
+
+  LogBacklog take() {
+    const FileLogPointer pointer(_out.pointerFile, platform::OpenMode::read);
+    takeFirst(pointer);
+    while (!_next.empty() && _visited.size() < kMaxLogs) takeLog(std::exchange(_next, {}), 0);
+    return std::move(_out);
+  }
+
+ private:
+  void takeFirst(FileLogPointer pointer) {
+    _out.log = pointer.getCurrentLogName();
+    _out.offset = std::max(pointer.getOffset(), 0);
+    FileInfo info;
+    if (_out.log.empty() || _files.info(_out.log.toUtf8(), info) != 0) {
+      if (!_current.empty()) _out.log = _current;
+    } else if (_out.offset == 0 && pointer.getEndTimeStamp() == LogReader::fingerprint(info)) {
+      _visited.push_back(_out.log);
+      goTo(_current);
+      return;
+    }
+    if (!_out.log.empty()) takeLog(_out.log, _out.offset);
+  }
+
+  void goTo(const STRING& log) {
+    const bool seen = std::find(_visited.begin(), _visited.end(), log) != _visited.end();
+    if (!log.empty() && !seen && platform::fileExists(_files, log.toUtf8())) _next = log;
+  }
+
+  void takeLog(const STRING& name, int64_t offset) {
+    _visited.push_back(name);
+    std::unique_ptr<platform::File> file;
+    FileInfo info;
+    if (_files.open(name.toUtf8(), platform::OpenMode::read, file) == 0 && file->info(info) == 0)
+      takeFile(*file, static_cast<int64_t>(info.size), offset);
+    const std::string named = std::exchange(_namedByEnd, {});
+    if (!named.empty())
+      goTo(platform::joinPath(_files, {platform::directoryOf(name.toUtf8()), named}));
+    if (_next.empty()) goTo(_current);
+  }
+
+  // A log that is shorter than the offset was begun anew.
+  void takeFile(platform::File& file, int64_t size, int64_t offset) {
+    if (offset > size) offset = 0;
+    const bool utf16 = startsUtf16(file);
+    if (utf16) offset = offset < kMarkBytes ? kMarkBytes : offset & ~int64_t{1};
+    _out.bytes += static_cast<uint64_t>(size - offset);
+    BoundedFile bounded(file, _mayRead);
+    _lines.attach(&bounded, utf16, offset);
+    SourceLine line;
+    while (nextLine(line, size))
+      if (!seeMark(line) && line.size > 0) ++_out.records;
+    if (_mayRead > 0 || _lines.position() >= size) return;
+    _out.recordsExact = false;
+    uint64_t tailBytes = kTailBytes;
+    BoundedFile tail(file, tailBytes);
+    _lines.attach(&tail, utf16, std::max(_lines.position(), (size - kTailBytes) & ~int64_t{1}));
+    while (nextLine(line, size)) seeMark(line);
+  }
+
+  bool nextLine(SourceLine& line, int64_t size) {
+    return _lines.position() < size && _lines.next(line) == 0 && line.lineEnd;
+  }
+
+  // True for a start or end mark; the last line of a log tells what comes next.
+  bool seeMark(SourceLine& line) {
+    _namedByEnd.clear();
+    if (line.start == 0 && std::string_view(line.text, line.size).starts_with(kUtf8Mark)) {
+      line.text += kUtf8Mark.size();
+      line.size -= kUtf8Mark.size();
+    }
+    FieldSlice fields[kMaxFields];
+    const size_t count = splitFields(line.text, line.size, fields).count;
+    const auto field = [&](size_t n) {
+      const FieldSlice slice = unquoteInPlace(line.text, fields[n - 1]);
+      return std::string_view(line.text + slice.begin, slice.end - slice.begin);
+    };
+    const std::string_view type = field(1);
+    if (type == "MEOF" && count >= kNextLogField) {
+      const std::string named(field(kNextLogField));
+      if (platform::fileNameOf(named) == named) _namedByEnd = named;
+    }
+    return type == "MEOF" || type == "MSOF";
+  }
+
+  Files& _files;
+  const STRING _current;
+  LogBacklog _out;
+  std::vector<STRING> _visited;
+  STRING _next;
+  std::string _namedByEnd;
+  LineReader _lines;
+  uint64_t _mayRead = kMaxScanned;
+};
+
+}  // namespace
+
+std::vector<LogBacklog> logBacklogs() {
+  std::vector<LogBacklog> all;
+  for (const LogType type : kForwarded) all.push_back(Count(type).take());
+  return all;
+}
+
+}  // namespace korvane
