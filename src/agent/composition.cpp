@@ -16,6 +16,7 @@
 #include "logs/log_processing_thread.h"
 #include "platform/platform.h"
 #include "translator/translator.h"
+#include "update/policy/policy_news.h"
 
 namespace korvane {
 namespace {
@@ -46,6 +47,7 @@ void resetProcessState() {
   resetServiceType();
   setInstallRoot({});
   HttpsHandler::startCommunication();
+  PolicyNews::reset();
   resetExchangeOutcome();
   ForwardingCounters::reset();
   LogProcessingThread::setPolicyBuffer(false);

@@ -4,6 +4,8 @@
 
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
+#include "update/policy/policy_news.h"
+#include "update/policy/policy_turn.h"
 #include "update/prevention_state.h"
 #include "util/errors.h"
 
@@ -36,7 +38,7 @@ void UtilThread::run() {
 void UtilThread::cycle() {
   try {
     if (!_config) initialize();
-    work();
+    if (_config) work();
   } catch (const FileError& error) {
     eventlog::trace(kRunTag, "Caught Utils Exception %d Message %s", error.errnoValue(),
                     error.message());
@@ -44,6 +46,9 @@ void UtilThread::cycle() {
 }
 
 void UtilThread::initialize() {
+  const PolicyTurn turn;
+  if (!turn.taken()) return;
+  _policyNews = PolicyNews::number();
   _config = AgentConfig::getInstance();
   const uint32_t interval = std::min<uint32_t>(_config->getAutoRetransInterval(), INT32_MAX);
   _timer = std::make_unique<RetranslationTimer>(static_cast<int32_t>(interval),
@@ -55,10 +60,19 @@ void UtilThread::initialize() {
 
 void UtilThread::work() {
   if (_timer) _timer->setEnabled(_config->autoRetransEnabled());
-  if ((_timer && _timer->remaining() == 0) || _config->getRetranslateNow())
-    _policy.retranslatePolicy();
+  const bool retranslate = (_timer && _timer->remaining() == 0) || _config->getRetranslateNow();
+  if (retranslate || PolicyNews::number() != _policyNews) workOnPolicy(retranslate);
   monitorPrevention();
   updateTimers();
+}
+
+void UtilThread::workOnPolicy(bool retranslate) {
+  const PolicyTurn turn;
+  if (!turn.taken()) return;
+  const uint64_t news = PolicyNews::number();
+  if (news != _policyNews && preventionInForce()) _policy.loadRetransItems();
+  _policyNews = news;
+  if (retranslate) _policy.retranslatePolicy();
 }
 
 void UtilThread::monitorPrevention() {

@@ -5,6 +5,9 @@
 // Unlike the update thread it does not ask whether this machine has changed, nor whether prevention is on:
 // timer and request alone decide.
 //
+// The policy's work is done in turns with the cloud command channel (policy_turn.h); the items of a policy that came
+// over the channel are read in the second after.
+//
 // Start: as every Thread; the policy's history, its items and the timer are made ready then. Stop: stop()
 //   clears the running flag and ends the pause; a translation in progress is ended by the shutdown token.
 // Threads: all state belongs to this thread but the running flag and the timer. cycle() is for tests,
@@ -42,6 +45,7 @@ class KORVANE_EXPORT UtilThread : public Thread {
  private:
   void initialize();
   void work();
+  void workOnPolicy(bool retranslate);
   void monitorPrevention();
   void updateTimers();
   bool preventionInForce() const;
@@ -49,6 +53,7 @@ class KORVANE_EXPORT UtilThread : public Thread {
   std::atomic<bool> _running{true};
   AgentConfig* _config = nullptr;
   PolicyProcessor _policy;
+  uint64_t _policyNews = 0;  // the number up to which they are known here
   std::unique_ptr<RetranslationTimer> _timer;
 };
 

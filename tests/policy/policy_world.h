@@ -25,6 +25,7 @@
 #include "comm/transport.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/service_type.h"
 #include "driver/driver_protocol.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/forwarding.h"
@@ -238,6 +239,7 @@ class PolicyWorld {
                                          fake.systemInfo, fake.libraries, fake.pipes});
     platform::setCurrent(&*_platform);
     setInstallRoot("/opt/korvane");
+    setServiceType(1);
     HttpsHandler::setTransport(std::make_unique<StatusServer>(*this));
     HttpsHandler::startCommunication();
     AgentConfig::getInstance();
@@ -247,6 +249,7 @@ class PolicyWorld {
     AgentConfig::freeInstance();
     HttpsHandler::setTransport(nullptr);
     setInstallRoot("");
+    resetServiceType();
     shutdownToken().reset();
     platform::setCurrent(nullptr);
   }

@@ -39,6 +39,7 @@ class SimulatedMachine {
     setInstallRoot(kRoot);
     fake.files.put(kIni, "[Agent]\nagent.http.url=" + options.url + "\n" + options.settings);
     fake.registry.put(kAgentRegistryKey, "AgentType", STRING(options.serviceType));
+    readServiceType();
     fake.devices.setOpenError(platform::kErrorFileNotFound);
     openLog();
   }

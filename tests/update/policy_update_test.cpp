@@ -2,9 +2,13 @@
 // tested with it.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "driver/driver_config.h"
 #include "tests/update/cycles.h"
 #include "tests/update/policy_world.h"
+#include "update/policy/policy_news.h"
+#include "update/policy/policy_turn.h"
 #include "update/util_thread.h"
 #include "util/errors.h"
 
@@ -249,6 +253,56 @@ TEST(UtilThread, PassesOverABuiltInPolicyAndReportsNothing) {
             1U);
   EXPECT_EQ(cycles.config().getPolicyErrorCode(), 0) << "its prevention test is its own affair";
   EXPECT_EQ(cycles.machine.server.count("result"), 0U);
+}
+
+TEST(UtilThread, TakesOverThePolicyOfTheChannelWhichIsReportedToNoServer) {
+  SimulatedMachine machine({.serviceType = "2"});
+  PolicyWorld world(machine);
+  UtilThread thread{nullptr};
+  thread.cycle();
+  PolicyNews::reset();
+  thread.cycle();
+  PolicyProcessor policy;
+  const PropertyList named = {{"policy.name", "B"}, {"policy.path", "/b"}};
+  ASSERT_TRUE(policy.installPolicy("source", named)) << policy.errorText().toUtf8();
+  EXPECT_EQ(PolicyNews::number(), 1U);
+  world.exitCode = 1;
+  EXPECT_FALSE(policy.installPolicy("source", named));
+  PolicyProcessor::reportOutstanding();
+  EXPECT_EQ(PolicyNews::number(), 2U) << "told once";
+  for (const char* exchange : {"result", "testConnection", "register"})
+    EXPECT_EQ(machine.server.count(exchange), 0U);
+  const size_t damagedItems = machine.countLines(",10591,");
+  thread.cycle();
+  EXPECT_EQ(machine.countLines(",10591,"), damagedItems + 1) << "its empty items are read";
+  thread.cycle();
+  EXPECT_EQ(machine.countLines(",10591,"), damagedItems + 1);
+}
+
+TEST(PolicyTurn, IsOneThreadsAtATimeAndEndsItsWaitForAStop) {
+  SimulatedMachine machine;
+  std::string story;
+  const auto work = [&story, &machine](char name, uint32_t milliseconds) {
+    const PolicyTurn turn;
+    story += turn.taken() ? name : '-';
+    if (turn.taken()) shutdownToken().sleepFor(milliseconds);
+    if (turn.taken()) story += name;
+    return machine.now();
+  };
+  int64_t ended = 0;
+  const auto first = machine.sim.createThread(0, [&] { work('a', 60000); });
+  machine.sim.runFor(10);
+  const auto second = machine.sim.createThread(0, [&] { work('b', 1000000); });
+  machine.sim.runFor(70000);
+  const auto third = machine.sim.createThread(0, [&] { ended = work('c', 1); });
+  machine.sim.runFor(5000);
+  EXPECT_EQ(story, "aab");
+  const int64_t before = machine.now();
+  shutdownToken().request();
+  for (const auto& thread : {first.get(), second.get(), third.get()})
+    thread->join(platform::kInfinite);
+  EXPECT_EQ(std::count(story.begin(), story.end(), '-'), 1) << story;
+  EXPECT_EQ(ended, before);
 }
 
 TEST(UtilThread, StartsWorksAndStops) {

@@ -1,4 +1,4 @@
-// The policy pipeline: a policy from the server, or the one in force again, becomes what the driver enforces,
+// The policy pipeline: a policy from the server or the channel, or the one in force again, becomes what the driver enforces,
 // or everything stays as it was.
 //
 // A source policy (the "plus" file, "driver/policy....sbp.zip") is translated by the program bin/translate
@@ -8,9 +8,9 @@
 // stands in the driver, its registry values, agent.ini and the files alike. reconcile() undoes what a journal
 // is left of.
 //
-// Lifetime: the update thread and the utility thread own one each; the two never run in one process at the
-// same time. Nothing else changes policies: whoever wants the policy translated anew sets
-// AgentConfig::setRetranslateNow.
+// Lifetime: whoever works on policies owns one: the update thread of a standard agent; on other agents the utility
+// thread and the cloud command channel, which take turns (policy_turn.h). Nothing else changes policies: whoever
+// wants the policy translated anew sets AgentConfig::setRetranslateNow.
 // Threads: all operations belong to the owner's thread; reconcile() is called before there is one.
 // They block while the translator runs, without limit, and for the driver's time-outs. A stop
 // (shutdownToken) ends both at once; the translator is ended, nothing is reported, nothing has changed
@@ -61,6 +61,7 @@ class PolicyProcessor {
   // prevention test; without anything outstanding it does nothing.
   static void reportOutstanding();
   // Sends the policy error, if it has changed, as a status. The mark of the change stays when that fails.
+  // Only a standard agent has a server to tell; on others it is noted for the channel (policy_news.h).
   static void sendPolicyReturnStatus();
 
   // Makes the folder "history" and its files; false, and no history from then on, when that fails.

@@ -4,11 +4,13 @@
 #include "agent/thread/locks.h"
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
+#include "config/service_type.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_attempt.h"
 #include "update/policy/policy_change.h"
+#include "update/policy/policy_news.h"
 #include "util/dates.h"
 
 namespace korvane {
@@ -131,8 +133,9 @@ void PolicyProcessor::report(int code, const STRING& text) {
 void PolicyProcessor::sendPolicyReturnStatus() {
   AgentConfig& config = *AgentConfig::getInstance();
   if (!config.hasPolicyErrorChanged()) return;
-  const int result = HttpsHandler().sendAgentStatusMessage(false);
-  if (result != 0) {
+  if (!isStandardAgent()) {
+    PolicyNews::note();
+  } else if (const int result = HttpsHandler().sendAgentStatusMessage(false); result != 0) {
     eventlog::trace(kReportTag, "The policy error could not be reported: %d", result);
     return;
   }
