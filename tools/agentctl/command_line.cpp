@@ -1,15 +1,12 @@
 #include "agentctl/command_line.h"
 
-#include <algorithm>
 #include <iostream>
-#include <numeric>
 
 #include "agentctl/failure.h"
+#include "agentctl/nearest.h"
 
 namespace korvane::agentctl {
 namespace {
-
-constexpr size_t kNearEnough = 3;
 
 std::string exitStatuses() {
   std::string text = "Exit status:\n";
@@ -27,32 +24,21 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& options) {
   app.add_flag("--json", options.json, "Prints JSON");
 }
 
-// How many letters have to be changed, added or left out.
-size_t distance(const std::string& from, const std::string& to) {
-  std::vector<size_t> row(to.size() + 1);
-  std::iota(row.begin(), row.end(), size_t{0});
-  for (size_t i = 0; i < from.size(); ++i) {
-    size_t diagonal = std::exchange(row[0], i + 1);
-    for (size_t j = 0; j < to.size(); ++j) {
-      const size_t changed = diagonal + (from[i] == to[j] ? 0 : 1);
-      diagonal = row[j + 1];
-      row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
-    }
-  }
-  return row.back();
+std::vector<std::string> commandsOf(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+    names.push_back(command->get_name());
+  return names;
 }
 
-// The commands that the unknown word may stand for: the nearest first, all when none is near.
-std::string suggestion(const CLI::App& app, const std::string& word) {
-  std::vector<std::pair<size_t, std::string>> names;
-  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
-    names.emplace_back(distance(word, command->get_name()), command->get_name());
-  std::sort(names.begin(), names.end());
-  if (!names.empty() && names.front().first < kNearEnough)
-    return "Did you mean `" + names.front().second + "`?";
-  std::string all = "There is:";
-  for (const auto& [unused, name] : names) all += " " + name;
-  return all + ".";
+bool takesCommands(const CLI::App& app) {
+  return !commandsOf(app).empty();
+}
+
+std::string all(const CLI::App& app) {
+  std::string text = "There is:";
+  for (const std::string& name : commandsOf(app)) text += " " + name;
+  return text + ".";
 }
 
 // The command that was reached before the word which is none.
@@ -64,9 +50,10 @@ const CLI::App& reached(const CLI::App& app) {
 
 std::string advice(const CLI::App& app, const std::vector<std::string>& left) {
   const CLI::App& at = reached(app);
-  const bool takesCommands = !at.get_subcommands([](const CLI::App*) { return true; }).empty();
-  if (!left.empty() && takesCommands && !left.front().starts_with('-'))
-    return suggestion(at, left.front());
+  if (!left.empty() && takesCommands(at) && !left.front().starts_with('-')) {
+    const std::string near = nearest(left.front(), commandsOf(at));
+    return near.empty() ? all(at) : "Did you mean `" + near + "`?";
+  }
   std::string path = at.get_name();
   for (const CLI::App* above = at.get_parent(); above; above = above->get_parent())
     path = above->get_name() + " " + path;
@@ -82,6 +69,8 @@ int tell(const Failure& failure) {
 
 int complain(const CLI::App& app, const CLI::ParseError& error) {
   std::string what = error.what();
+  if (dynamic_cast<const CLI::RequiredError*>(&error) && takesCommands(reached(app)))
+    return tell(Failure(ExitStatus::usage, "no command is given", all(reached(app))));
   const std::vector<std::string> left = app.remaining(true);
   if (!left.empty())
     what = (left.front().starts_with('-') ? "unknown option " : "unknown command or argument ") +
@@ -114,6 +103,7 @@ std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
   app->footer(exitStatuses());
   app->set_version_flag("--version", "agentctl " KORVANE_VERSION);
   addGlobalOptions(*app, context.options);
+  addConfig(*app, context, chosen);
   addCall(*app, context, chosen);
   return app;
 }

@@ -14,6 +14,13 @@ using Action = std::function<ExitStatus()>;
 
 // Each adds a command, with its options, to the program; when the command line asks for it, `chosen` becomes
 // what it does.
+void addConfig(CLI::App& app, Context& context, Action& chosen);
 void addCall(CLI::App& app, Context& context, Action& chosen);
+
+// The parts of `config`.
+void addConfigGet(CLI::App& config, Context& context, Action& chosen);
+void addConfigSet(CLI::App& config, Context& context, Action& chosen);
+void addConfigCheck(CLI::App& config, Context& context, Action& chosen);
+void addConfigDiff(CLI::App& config, Context& context, Action& chosen);
 
 }  // namespace korvane::agentctl

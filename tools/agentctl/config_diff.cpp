@@ -1,0 +1,100 @@
+// agentctl config diff: where the settings differ from the defaults, fallback.ini or another file.
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "agentctl/commands.h"
+#include "agentctl/json.h"
+#include "agentctl/output.h"
+#include "agentctl/settings_view.h"
+#include "config/ini_files.h"
+
+namespace korvane::agentctl {
+namespace {
+
+struct DiffOptions {
+  std::string file;
+  bool fallback = false;
+};
+
+struct Difference {
+  std::string section;
+  std::string key;
+  const STRING* there;  // null: the key is not there
+  const STRING* here;
+};
+
+SettingsView otherSide(Context& context, const DiffOptions& options) {
+  if (options.fallback)
+    return SettingsView::ofFile(IniFiles(context.installDirectory()).fallbackIni());
+  return options.file.empty() ? SettingsView::defaults() : SettingsView::ofFile(options.file);
+}
+
+void compare(const std::vector<SettingsView::Entry>& entries, const SettingsView& there,
+             const SettingsView& here, std::set<std::string>& seen, std::vector<Difference>& out) {
+  for (const SettingsView::Entry& entry : entries) {
+    const STRING* left = there.find(entry.key);
+    const STRING* right = here.find(entry.key);
+    const bool same = left && right && *left == *right;
+    if (seen.insert(entry.key).second && !same)
+      out.push_back({entry.section, entry.key, left, right});
+  }
+}
+
+void print(const std::vector<Difference>& differences) {
+  std::string section;
+  for (const Difference& difference : differences) {
+    if (difference.section != section) std::cout << " [" << difference.section << "]\n";
+    section = difference.section;
+    if (difference.there)
+      std::cout << "-" << difference.key << "=" << difference.there->toUtf8() << "\n";
+    if (difference.here)
+      std::cout << "+" << difference.key << "=" << difference.here->toUtf8() << "\n";
+  }
+}
+
+Json orNull(const STRING* value) {
+  return value ? Json(value->toUtf8()) : Json();
+}
+
+ExitStatus diff(Context& context, const DiffOptions& options) {
+  const SettingsView here = SettingsView::ofInstallation(context.installDirectory());
+  const SettingsView there = otherSide(context, options);
+  std::set<std::string> seen;
+  std::vector<Difference> differences;
+  compare(here.entries(), there, here, seen, differences);
+  compare(there.entries(), there, here, seen, differences);
+  if (context.options.json) {
+    Json list = Json::array();
+    for (const Difference& difference : differences)
+      list.push_back({{"section", difference.section},
+                      {"key", difference.key},
+                      {"there", orNull(difference.there)},
+                      {"here", orNull(difference.here)}});
+    std::cout << text(
+        {{"there", there.source()}, {"here", here.source()}, {"differences", std::move(list)}});
+    return ExitStatus::ok;
+  }
+  if (!here.fault().empty()) note(here.fault() + "; these are the values of " + here.source());
+  if (!differences.empty())
+    std::cout << "--- " << there.source() << "\n+++ " << here.source() << "\n";
+  print(differences);
+  return ExitStatus::ok;
+}
+
+}  // namespace
+
+void addConfigDiff(CLI::App& config, Context& context, Action& chosen) {
+  CLI::App* command =
+      config.add_subcommand("diff", "Shows where the settings differ from the built-in defaults");
+  const auto options = std::make_shared<DiffOptions>();
+  CLI::Option* file =
+      command->add_option("FILE", options->file, "Compares with this ini file instead");
+  command->add_flag("--fallback", options->fallback, "Compares with fallback.ini instead")
+      ->excludes(file);
+  command->callback([options, &context, &chosen] {
+    chosen = [options, &context] { return diff(context, *options); };
+  });
+}
+
+}  // namespace korvane::agentctl

@@ -1,0 +1,61 @@
+// agentctl config set: all of the values or none, under the lock file, with a right checksum.
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "agentctl/commands.h"
+#include "agentctl/json.h"
+#include "agentctl/settings_change.h"
+
+namespace korvane::agentctl {
+namespace {
+
+struct SetOptions {
+  std::vector<std::string> pairs;
+  bool force = false;
+};
+
+Json asJson(const SettingsChange& change) {
+  Json changed = Json::array();
+  for (const SettingsChange::Value& value : change.values())
+    if (value.before != value.after)
+      changed.push_back({{"key", value.key}, {"before", value.before}, {"after", value.after}});
+  return {{"changed", std::move(changed)}};
+}
+
+ExitStatus set(Context& context, const SetOptions& options) {
+  SettingsChange change(context, options.force);
+  for (const std::string& pair : options.pairs) change.add(pair);
+  change.write();
+  if (context.options.json) {
+    std::cout << text(asJson(change));
+    return ExitStatus::ok;
+  }
+  bool any = false;
+  for (const SettingsChange::Value& value : change.values()) {
+    const bool same = value.before == value.after;
+    any |= !same;
+    std::cout << value.key << ": " << value.before << (same ? " (unchanged)" : " -> " + value.after)
+              << "\n";
+  }
+  if (any) std::cout << "A running agent takes it over within a second.\n";
+  return ExitStatus::ok;
+}
+
+}  // namespace
+
+void addConfigSet(CLI::App& config, Context& context, Action& chosen) {
+  CLI::App* command =
+      config.add_subcommand("set", "Changes settings in agent.ini: all of them or none");
+  const auto options = std::make_shared<SetOptions>();
+  command
+      ->add_option("KEY=VALUE", options->pairs,
+                   "What to change; an empty value is the default of a key that is no text")
+      ->required();
+  command->add_flag("--force", options->force, "Takes unknown keys too, into [Other]");
+  command->callback([options, &context, &chosen] {
+    chosen = [options, &context] { return set(context, *options); };
+  });
+}
+
+}  // namespace korvane::agentctl

@@ -1,0 +1,105 @@
+#include "agentctl/settings_change.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "agentctl/failure.h"
+#include "agentctl/nearest.h"
+#include "agentctl/output.h"
+#include "agentctl/value_check.h"
+#include "config/agent_config.h"
+#include "config/ini_files.h"
+#include "platform/paths.h"
+
+namespace korvane::agentctl {
+namespace {
+
+constexpr char kTag[] = "agentctl";
+constexpr char kNothingChanged[] = "Nothing was changed.";
+
+bool hasControls(const std::string& value) {
+  return std::any_of(value.begin(), value.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+}
+
+}  // namespace
+
+SettingsChange::SettingsChange(Context& context, bool force)
+    : _directory(context.installDirectory()),
+      _force(force),
+      _view(SettingsView::ofInstallation(_directory)) {
+  if (!_view.fault().empty())
+    note(_view.fault() + "; the values of " + _view.source() + " are kept beside the changed ones");
+}
+
+void SettingsChange::checkKey(const std::string& key) const {
+  if (!isKeyName(STRING(key)))
+    throw Failure(ExitStatus::failed, "\"" + key + "\" cannot be a key of agent.ini",
+                  kNothingChanged);
+  if (_view.find(STRING(key)) || _force) return;
+  const std::string near = nearest(key, keyNames());
+  throw Failure(ExitStatus::failed, "the agent knows no key " + key,
+                std::string(kNothingChanged) + (near.empty() ? "" : " Did you mean " + near + "?") +
+                    " With --force it goes into [Other].");
+}
+
+void SettingsChange::add(const std::string& pair) {
+  const size_t equals = pair.find('=');
+  if (equals == std::string::npos)
+    throw Failure(ExitStatus::usage, "\"" + pair + "\" is no KEY=VALUE", kNothingChanged);
+  const std::string key = pair.substr(0, equals);
+  const std::string value = pair.substr(equals + 1);
+  checkKey(key);
+  if (std::any_of(_values.begin(), _values.end(),
+                  [&](const Value& known) { return known.key == key; }))
+    throw Failure(ExitStatus::usage, key + " is given twice", kNothingChanged);
+  if (hasControls(value))
+    throw Failure(ExitStatus::failed,
+                  "the value of " + key + " holds a line break or another control character",
+                  kNothingChanged);
+  if (const SettingRow* row = findRow(STRING(key))) {
+    const ValueFault fault = checkValue(*row, STRING(value));
+    if (fault.refused) throw Failure(ExitStatus::failed, fault.text, kNothingChanged);
+    if (!fault.text.empty()) note(key + ": " + fault.text);
+  }
+  const STRING* known = _view.find(STRING(key));
+  const std::string before = known ? known->toUtf8() : "";
+  if (!_view.set(STRING(key), STRING(value)))
+    throw Failure(ExitStatus::failed,
+                  "the value of " + key + " is too long for what agent.ini may hold",
+                  kNothingChanged);
+  _values.push_back({key, before, _view.find(STRING(key))->toUtf8()});
+}
+
+// So that an ordinary user is told at once, and a lock file in use is told apart from a missing permission.
+void SettingsChange::checkMayWrite() const {
+  platform::Files& files = platform::current().files;
+  const std::string probe = platform::joinPath(files, {_directory, "agentctl.probe"});
+  std::unique_ptr<platform::File> file;
+  const int error = files.open(probe, platform::OpenMode::create, file);
+  file.reset();
+  if (error != 0)
+    throw Failure(error == EACCES || error == EPERM ? ExitStatus::notPermitted : ExitStatus::failed,
+                  "nothing can be written to " + _directory + ", error " + std::to_string(error),
+                  "Run this as the agent's account or as administrator.");
+  files.remove(probe);
+  if (!IniFiles(_directory).lock(kTag))
+    throw Failure(
+        ExitStatus::failed,
+        "another program keeps " + IniFiles(_directory).agentIni() + " locked for ten seconds now",
+        std::string(kNothingChanged) + " Try again when it is done.");
+}
+
+void SettingsChange::write() {
+  checkMayWrite();
+  AgentConfig& config = *AgentConfig::getInstance();
+  config.setWhoIsRunning(AgentConfig::RUNNING_CONFIG_TOOL);
+  const AgentConfig::ChangeGroup group(config);
+  for (const Value& value : _values) config.setValue(value.key, value.after);
+  if (!config.updateIniFile())
+    throw Failure(
+        ExitStatus::failed, IniFiles(_directory).agentIni() + " could not be written",
+        "See whether the disk is full and whether another program holds the file; then try again.");
+}
+
+}  // namespace korvane::agentctl

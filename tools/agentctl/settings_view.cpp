@@ -1,0 +1,100 @@
+#include "agentctl/settings_view.h"
+
+#include "agentctl/failure.h"
+#include "config/ini_files.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+
+namespace korvane::agentctl {
+namespace {
+
+const char* describe(IniFault fault) {
+  switch (fault) {
+    case IniFault::missing:
+      return "is not there";
+    case IniFault::unreadable:
+      return "cannot be opened";
+    case IniFault::tooLarge:
+      return "is damaged: it is larger than 4 MiB";
+    case IniFault::notText:
+      return "is damaged: it is no UTF-8 text";
+    default:
+      return "is damaged: its checksum does not fit";
+  }
+}
+
+}  // namespace
+
+void SettingsView::take(const IniText& file) {
+  _settings.merge(file);
+  _communication.merge(file);
+  for (const auto& [key, value] : file.values)
+    if (!findRow(key) && _settings.other(key)) _others.emplace_back(key, *_settings.other(key));
+}
+
+SettingsView SettingsView::ofInstallation(const std::string& directory) {
+  const IniFiles files(directory);
+  const bool hasFallback = IniFiles::stampOf(files.fallbackIni()).exists;
+  FileMemory memory;
+  IniText text;
+  const IniFault fault = IniFiles::readIniFileInMem(memory, files.agentIni(), text, !hasFallback);
+  if (fault == IniFault::none) {
+    SettingsView view(files.agentIni());
+    view.take(text);
+    return view;
+  }
+  const std::string what = files.agentIni() + " " + describe(fault);
+  if (fault == IniFault::unreadable)
+    throw Failure(ExitStatus::notPermitted, what,
+                  "Run this as the agent's account or as administrator.");
+  const IniFault second = IniFiles::readIniFileInMem(memory, files.fallbackIni(), text, true);
+  SettingsView view(second == IniFault::none ? files.fallbackIni() : "the built-in defaults");
+  view._fault = what;
+  if (second == IniFault::none)
+    view.take(text);
+  else
+    view._fault += ", and fallback.ini " + std::string(describe(second));
+  return view;
+}
+
+SettingsView SettingsView::ofFile(const std::string& path) {
+  FileMemory memory;
+  IniText text;
+  const IniFault fault = IniFiles::readIniFileInMem(memory, path, text, true);
+  if (fault != IniFault::none && fault != IniFault::corrupt)
+    throw Failure(ExitStatus::failed, path + " " + describe(fault),
+                  "`agentctl config check FILE` says more about a file.");
+  SettingsView view(path);
+  view.take(text);
+  return view;
+}
+
+STRING SettingsView::text(Key key) const {
+  return (storeOf(rowOf(key)) == StoreKind::settings ? _settings : _communication).text(key);
+}
+
+const STRING* SettingsView::find(const STRING& key) const {
+  if (const SettingRow* row = findRow(key))
+    return &(storeOf(*row) == StoreKind::settings ? _settings : _communication).text(row->key);
+  return _settings.other(key);
+}
+
+bool SettingsView::set(const STRING& key, const STRING& value) {
+  const SettingRow* row = findRow(key);
+  const SettingStore::Result result =
+      !row ? _settings.setOther(key, value)
+           : (storeOf(*row) == StoreKind::settings ? _settings : _communication).set(*row, value);
+  return result != SettingStore::Result::refused;
+}
+
+std::vector<SettingsView::Entry> SettingsView::entries() const {
+  std::vector<Entry> all;
+  for (const SettingRow& row : settingsTable()) {
+    if (row.section == std::string_view(kSectionAfterOther) && all.back().section != row.section)
+      for (const auto& [key, value] : _others) all.push_back({kOtherSection, key.toUtf8(), value});
+    all.push_back({row.section, row.name, text(row.key)});
+  }
+  return all;
+}
+
+}  // namespace korvane::agentctl

@@ -1,0 +1,22 @@
+// Whether a value can stand under a key of agent.ini. Pure functions.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "config/settings_table.h"
+
+namespace korvane::agentctl {
+
+struct ValueFault {
+  bool refused = false;  // the agent does not take the value; otherwise it does, and it will not do
+  std::string text;      // empty: nothing is wrong
+};
+
+ValueFault checkValue(const SettingRow& row, const STRING& value);
+
+// All key names of the table, and its sections with [Other] and [Checksum].
+const std::vector<std::string>& keyNames();
+const std::vector<std::string>& sectionNames();
+
+}  // namespace korvane::agentctl
