@@ -4,13 +4,16 @@
 #include <memory>
 #include <vector>
 
+#include "agent/agent_state_handler.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
+#include "cloud/local_service.h"
 #include "comm/exchange_outcome.h"
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
+#include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_processing_thread.h"
@@ -57,6 +60,35 @@ bool localAddresses(std::vector<STRING>& addresses) {
   return Translator::getFunctionValues("LocalIPs", addresses);
 }
 
+// The service's thread ends at once; this is for one whose method does not.
+constexpr uint32_t kServiceEndMs = 1500;
+
+AboutAgent aboutThisAgent() {
+  platform::Platform& system = platform::current();
+  const auto state = [&system](std::string (AgentStateHandler::*what)()) {
+    return [&system, what] { return (AgentStateHandler(system.processes).*what)(); };
+  };
+  AboutAgent about;
+  about.techStatus = state(&AgentStateHandler::getTechStatus);
+  about.techNames = state(&AgentStateHandler::getTechNames);
+  about.version = state(&AgentStateHandler::getAgentVersion);
+  about.startedWallMs = system.clock.wallMs();
+  about.startedMonotonicMs = system.clock.monotonicMs();
+  return about;
+}
+
+// An agent that nobody can ask is better than none.
+Thread* startLocalService() {
+  try {
+    auto service = std::make_unique<LocalService>(aboutThisAgent());
+    service->start();
+    return service.release();
+  } catch (const ThreadException& error) {
+    eventlog::trace("RPC", "The local channel has no thread: %s", error.what());
+    return nullptr;
+  }
+}
+
 }  // namespace
 
 Composition::Composition() : _abandonedBefore(Thread::abandoned()) {
@@ -70,10 +102,19 @@ Composition::Composition() : _abandonedBefore(Thread::abandoned()) {
   _ids = std::make_unique<HidsComponent>(
       idsDirectory(), [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
   AgentConfig::setHIDSInterface(_ids.get());
+  _localService = startLocalService();
+}
+
+void Composition::endLocalService() {
+  if (!_localService) return;
+  _localService->stop();
+  _localService->waitEnded(kServiceEndMs);
+  Thread::dispose(_localService);
 }
 
 // A thread that was left behind keeps what it may still reach: the store and the IDS component stay then.
 Composition::~Composition() {
+  endLocalService();
   HttpsHandler::setLocalAddressSource(nullptr);
   if (Thread::abandoned() > _abandonedBefore) {
     static_cast<void>(_ids.release());

@@ -3,8 +3,8 @@
 // Made by startAgent before anything else runs. It takes the operating system that the host's options in
 // the environment (KORVANE_REGISTRY, KORVANE_RUN_DIR) describe, resets every process-wide flag, opens the
 // agent's own log and keeps its settings in step with the store, and wires what the rooms declare and
-// cannot know: the IDS component, the source of local addresses. Its destructor undoes that in reverse
-// order; no thread of the agent may run then but those that were left behind, for whose sake the platform
+// cannot know: the IDS component, the source of local addresses. Last it starts the local channel's service,
+// so that an agent can be asked before it is registered. Its destructor undoes that in reverse order; no thread of the agent may run then but those that were left behind, for whose sake the platform
 // is never freed.
 #pragma once
 
@@ -15,6 +15,8 @@
 
 namespace korvane {
 
+class Thread;
+
 class Composition {
  public:
   Composition();
@@ -23,9 +25,12 @@ class Composition {
   Composition& operator=(const Composition&) = delete;
 
  private:
+  void endLocalService();
+
   const int _abandonedBefore;
   std::unique_ptr<OwnLog> _log;
   std::unique_ptr<HidsInterface> _ids;
+  Thread* _localService = nullptr;
 };
 
 }  // namespace korvane

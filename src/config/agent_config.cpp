@@ -132,6 +132,11 @@ bool AgentConfig::setValue(const STRING& key, const STRING& value) {
   return _state->assignByName(key, value);
 }
 
+AgentConfig::ChangeAll AgentConfig::changeAll(const PropertyList& changes, STRING& refusedKey) {
+  const ChangeGroup group(*this);
+  return _state->changeAll(changes, refusedKey);
+}
+
 STRING AgentConfig::getValue(const STRING& key) const {
   if (const SettingRow* row = findRow(key)) return _state->text(row->key);
   const Synchronized hold(_state->lock);

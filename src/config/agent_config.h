@@ -75,8 +75,14 @@ class KORVANE_EXPORT AgentConfig {
   // Any key by its name; one that is not in the table belongs to [Other]. False for a name that
   // cannot stand in the file and for a value that is not of the key's type.
   bool setValue(const STRING& key, const STRING& value);
+  // Several known keys as one change, in force and written when it returns: all of them, or none.
+  // refused: `refusedKey` is not known or its value not of its type. locked: another process has held
+  // the lock file for a second. notWritten: the file cannot be replaced.
+  enum class ChangeAll { done, refused, locked, notWritten };
+  ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
   STRING getValue(const STRING& key) const;  // empty when unknown
   bool hasValue(const STRING& key) const;
+  PropertyList allValues() const;  // in the order of the table, then those of [Other]
 
   // Subscribers
   // The moments a subscriber can ask for. It is called on the thread that made the change, after

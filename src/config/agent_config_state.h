@@ -37,6 +37,8 @@ struct AgentConfigState {
   // Sets a value without writing it; false when it is refused.
   bool assign(const SettingRow& row, const STRING& value) REQUIRES(lock);
   bool assignByName(const STRING& key, const STRING& value) REQUIRES(lock);
+  // Null for an unknown key.
+  const STRING* find(const STRING& key) const REQUIRES(lock);
   STRING urlHost() const REQUIRES(lock);
   // What a changed value of this key entails.
   void follow(Key key) REQUIRES(lock);
@@ -45,6 +47,7 @@ struct AgentConfigState {
   bool load(std::string_view tag, bool& changed);
   bool save(std::string_view tag, bool force);
   bool saveBoth(std::string_view tag);
+  AgentConfig::ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
   bool saveTo(std::string_view tag, const std::string& path);
   bool saveHoldingLockFile(std::string_view tag, bool force);
   std::string exportText() const REQUIRES(lock);
@@ -104,6 +107,11 @@ struct AgentConfigState {
   mutable int64_t ipAddressUntilMs GUARDED_BY(lock) = 0;
 
  private:
+  // Sets them in order; what stood before goes to `former`, the newest first. False at the first refusal.
+  bool assignAll(const PropertyList& changes, PropertyList& former, STRING& refusedKey)
+      REQUIRES(lock);
+  void putBack(const PropertyList& former) REQUIRES(lock);
+
   struct Snapshot {
     SettingStore settings;
     SettingStore communication;

@@ -14,7 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr int kLockAttempts = 10;
-constexpr uint32_t kLockPauseMs = 1000;
 constexpr int kLateLockAttempts = 5;
 constexpr uint32_t kLateLockPauseMs = 20;
 constexpr size_t kDamagedCopies = 8;
@@ -57,7 +56,7 @@ std::string_view IniFiles::lineEnd() {
   return files().separator() == '\\' ? "\r\n" : "\n";
 }
 
-std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag) const {
+std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, uint32_t pauseMs) const {
   if (!usable()) return nullptr;
   const std::string lockFile = path("lockFile");
   std::unique_ptr<platform::FileLock> held;
@@ -76,7 +75,7 @@ std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag) const {
       continue;
     }
     eventlog::trace(tag, "Waiting to open lock file");
-    shutdownToken().sleepFor(kLockPauseMs);
+    shutdownToken().sleepFor(pauseMs);
   }
   eventlog::trace(tag, "Could not open lock file.");
   return nullptr;

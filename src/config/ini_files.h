@@ -43,9 +43,9 @@ class IniFiles {
   // CR LF where the separator is a backslash, LF elsewhere.
   static std::string_view lineEnd();
 
-  // Waits for the lock file: ten attempts, 1000 ms apart. Once the process is being stopped it only
-  // tries for a tenth of a second. Null when it cannot be had.
-  std::unique_ptr<platform::FileLock> lock(std::string_view tag) const;
+  // Waits for the lock file: ten attempts, that many milliseconds apart. Once the process is being stopped
+  // it only tries for a tenth of a second. Null when it cannot be had.
+  std::unique_ptr<platform::FileLock> lock(std::string_view tag, uint32_t pauseMs = 1000) const;
 
   static FileStamp stampOf(const std::string& path);
   // Reads a file; `memory` becomes what was seen, also for a damaged file.

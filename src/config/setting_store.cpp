@@ -88,6 +88,10 @@ const STRING* SettingStore::other(const STRING& key) const {
   return found == _others.end() ? nullptr : &found->second.text;
 }
 
+void SettingStore::listOthers(PropertyList& out) const {
+  for (const auto& [key, entry] : _others) out.emplace_back(key, entry.text);
+}
+
 SettingStore::Others::iterator SettingStore::findOther(const STRING& key) {
   return std::find_if(_others.begin(), _others.end(),
                       [&](const auto& entry) { return entry.first == key; });

@@ -29,6 +29,8 @@ class SettingStore {
   // bound.
   Result set(const SettingRow& row, const STRING& text);
 
+  // Appends the pairs of [Other].
+  void listOthers(PropertyList& out) const;
   // Null when there is no such key.
   const STRING* other(const STRING& key) const;
   Result setOther(const STRING& key, const STRING& text);

@@ -1,6 +1,7 @@
 #include "eventlog/event_log.h"
 
 #include <charconv>
+#include <deque>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -9,9 +10,11 @@
 #include "eventlog/event_log_file.h"
 #include "eventlog/log_file.h"
 #include "eventlog/log_mutex.h"
+#include "eventlog/recent_errors.h"
 #include "eventlog/record.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/utf8.h"
 
 namespace korvane::eventlog {
 namespace {
@@ -20,6 +23,7 @@ constexpr int kEventNoCatalogue = 10500;
 constexpr int kEventRecordsLost = 10501;
 constexpr const char* kSource = "EventLog";
 constexpr size_t kMaxKeptBuffer = 16 * 1024;
+constexpr size_t kRecentTextBytes = 512;
 
 std::atomic<uint64_t> lostRecords{0};
 
@@ -31,6 +35,7 @@ class Log {
     if (_holders++ > 0) return;
     _files = &files;
     _clock = &clock;
+    _recent.clear();
     _file = std::make_unique<LogFile>(files, clock);
     _file->configure(settings);
     _sequence = _file->open();
@@ -72,6 +77,11 @@ class Log {
   std::string currentFile() {
     LogLock hold(_lock);
     return _path;
+  }
+
+  std::vector<RecentError> recentErrors() {
+    LogLock hold(_lock);
+    return {_recent.rbegin(), _recent.rend()};
   }
 
   uint64_t rolledCount() {
@@ -117,6 +127,14 @@ class Log {
     record.text = text;
     record.insertions = insertions;
     write(record);
+    if (record.type != "AINF") keepRecent(record);
+  }
+
+  void keepRecent(const Record& record) REQUIRES(_lock) {
+    if (_recent.size() == kRecentErrors) _recent.pop_front();
+    _recent.push_back({record.wallMs, record.id, std::string(record.type),
+                       std::string(record.source),
+                       utf16ToUtf8(utf8ToUtf16(record.text.substr(0, kRecentTextBytes)))});
   }
 
   void write(Record& record) REQUIRES(_lock) {
@@ -158,6 +176,7 @@ class Log {
   uint64_t _unreported GUARDED_BY(_lock) = 0;
   int _lastError GUARDED_BY(_lock) = 0;
   std::string _line GUARDED_BY(_lock);  // reused from record to record
+  std::deque<RecentError> _recent GUARDED_BY(_lock);
 };
 
 Log& log() {
@@ -188,6 +207,10 @@ void event(int id, std::string_view source, std::initializer_list<Arg> insertion
     for (const Arg& insertion : insertions) texts.push_back(insertion.text());
     log().event(id, source, texts);
   });
+}
+
+std::vector<RecentError> recentErrors() {
+  return log().recentErrors();
 }
 
 std::string currentFile() {

@@ -39,6 +39,7 @@ bool RPCServer::cycle() {
   _toldUnusable = false;
   RPCRequest request;
   if (_queue.receive(request, kCycleMs)) answer(request);
+  for (const auto& upkeep : _upkeep) upkeep();
   return true;
 }
 

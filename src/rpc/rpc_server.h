@@ -18,6 +18,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "agent/thread/stop_token.h"
 #include "rpc/rpc_message_queue.h"
@@ -39,6 +40,9 @@ class RPCServer {
       : _transport(transport), _queue(transport, clock) {}
 
   void add(const std::string& name, Access access, Method method);
+  // Called by run() about once a second when nobody asks, and after each request: to let go of what was kept
+  // for a client. Must be quick.
+  void addUpkeep(std::function<void()> upkeep) { _upkeep.push_back(std::move(upkeep)); }
   void run(StopToken& stop);
   // One turn of run(): waits up to kCycleMs for a request and answers it. False: there is no transport.
   bool cycle();
@@ -55,6 +59,7 @@ class RPCServer {
   RPCTransportBase& _transport;
   RPCMessageQueue _queue;
   std::map<std::string, Entry> _methods;
+  std::vector<std::function<void()>> _upkeep;
   bool _toldUnusable = false;
 };
 

@@ -37,6 +37,12 @@ std::string formatTimestamp(int64_t wallMs) {
   return text;
 }
 
+std::string formatIso8601(int64_t wallMs) {
+  std::string text = formatTimestamp(wallMs) + "Z";
+  text[text.find(' ')] = 'T';
+  return text;
+}
+
 STRING expandDatePattern(const STRING& pattern, int64_t wallMs) {
   static std::atomic<uint32_t> expansions{0};
   const Civil t = civilFromMs(wallMs);

@@ -16,14 +16,15 @@ using testing::HasSubstr;
 using tests::kLongMs;
 
 // Answers, after it has let its first clients go without an answer.
-class Serving {
+class ForgetfulServer {
  public:
-  Serving(Threading& threading, Pipes& pipes, Clock& clock, const std::string& name, int deaf)
+  ForgetfulServer(Threading& threading, Pipes& pipes, Clock& clock, const std::string& name,
+                  int deaf)
       : _fifo(pipes, clock, name), _deaf(deaf) {
     _fifo.create();
     _thread = threading.createThread(0, [this] { serve(); });
   }
-  ~Serving() {
+  ~ForgetfulServer() {
     _ended = true;
     _fifo.interrupt();
     _thread->join(kInfinite);
@@ -84,7 +85,8 @@ class RPCClientOnPipes : public testing::Test {
 TYPED_TEST_SUITE(RPCClientOnPipes, tests::PipeWorlds);
 
 TYPED_TEST(RPCClientOnPipes, anAnswerComesAlsoFromAServerThatLetTheClientGo) {
-  Serving serving(*this->threading, this->world.pipes, *this->clock, this->name, /*deaf=*/2);
+  ForgetfulServer serving(*this->threading, this->world.pipes, *this->clock, this->name,
+                          /*deaf=*/2);
   EXPECT_EQ(this->client.callAll("pieces", {}, kLongMs), "part0part17part27");
   try {
     this->client.call("fail", {}, kLongMs);
@@ -102,7 +104,7 @@ TYPED_TEST(RPCClientOnPipes, withoutAServerTheCallSaysSo) {
 }
 
 TYPED_TEST(RPCClientOnPipes, aClientWaitsForTheOneBeforeIt) {
-  std::unique_ptr<Serving> serving = std::make_unique<Serving>(
+  std::unique_ptr<ForgetfulServer> serving = std::make_unique<ForgetfulServer>(
       *this->threading, this->world.pipes, *this->clock, this->name, /*deaf=*/0);
   RPCClient first(this->world.pipes, *this->clock, this->name);
   first.call("any", {}, kLongMs);

@@ -1,0 +1,27 @@
+// What the local channel tells about the agent, as trees; docs/rpc.md has their members. Nothing here asks
+// the driver or the server, or reads more than the files of the read pointers. Any thread.
+#pragma once
+
+#include "cloud/local_service.h"
+#include "rpc/json_text.h"
+
+namespace korvane {
+
+// Puts a member whose name may hold dots.
+void putMember(JsonTree& tree, const std::string& name, const std::string& value);
+void putMember(JsonTree& tree, const std::string& name, int64_t value);
+void putMember(JsonTree& tree, const std::string& name, const char* value);
+void putFlag(JsonTree& tree, const std::string& name, bool value);
+// An ISO 8601 text; empty for 0.
+void putTime(JsonTree& tree, const std::string& name, int64_t wallMs);
+
+JsonTree agentTree(const AboutAgent& about);
+JsonTree serverTree();
+JsonTree policyTree();
+JsonTree technologiesTree(const AboutAgent& about);
+JsonTree countersTree();
+JsonTree lastErrorsTree();
+// All of the above, logs, counters and whether traces are written.
+JsonTree statusTree(const AboutAgent& about);
+
+}  // namespace korvane

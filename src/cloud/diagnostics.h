@@ -1,0 +1,45 @@
+// The diagnostics of the local channel: a plain text about everything that helps to see what is wrong with
+// an agent, without a secret in it, and its delivery in pieces. Used by one thread.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "cloud/local_service.h"
+#include "rpc/rpc_message.h"
+
+namespace korvane {
+
+// Versions, system, state, settings, threads and the end of the own log, in sections "== name ==".
+std::string diagnosticsText(const AboutAgent& about);
+
+class Diagnostics {
+ public:
+  // Bytes of the text in one answer, and of the own log in the text.
+  static constexpr size_t kPieceBytes = 64 * 1024;
+  static constexpr size_t kLogTailBytes = 256 * 1024;
+  // A text that nobody has asked for since is forgotten.
+  static constexpr int64_t kKeptMs = 60000;
+
+  explicit Diagnostics(const AboutAgent& about) : _about(about) {}
+
+  // Piece 0, or none, takes the text anew; the others are pieces of that one.
+  void answer(const RPCRequest& request, RPCResponse& response);
+  void forgetOld();
+
+ private:
+  struct Taken {
+    std::string text;
+    int number = 0;
+    int64_t askedAt = 0;  // monotonic
+  };
+  // Throws for a text that is not there any more.
+  Taken& taken(int piece, const RPCRequest& request);
+  static size_t pieceStart(const std::string& text, size_t piece);
+
+  const AboutAgent& _about;
+  std::optional<Taken> _taken;
+  int _numbers = 0;
+};
+
+}  // namespace korvane

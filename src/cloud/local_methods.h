@@ -1,0 +1,26 @@
+// The methods of the local channel, by the subject they are about; docs/rpc.md describes each. What is
+// registered refers to `about` for as long as the server lives.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "cloud/local_service.h"
+#include "rpc/rpc_server.h"
+
+namespace korvane {
+
+// getTechStatus, getTechNames, getAgentVersion, getStatus
+void addStateMethods(RPCServer& server, const AboutAgent& about);
+// getSettings, setSettings, setTrace
+void addSettingsMethods(RPCServer& server);
+// getPolicy, queryDriver, retranslate
+void addPolicyMethods(RPCServer& server);
+// getCounters
+void addLogMethods(RPCServer& server);
+// getDiagnostics
+void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about);
+// All of them.
+void addLocalMethods(RPCServer& server, const AboutAgent& about);
+
+}  // namespace korvane

@@ -1,0 +1,41 @@
+// The local command channel of the agent: serves kLocalPipe on a thread of its own. docs/rpc.md has every
+// method with its parameters, its answer and who may call it.
+//
+// Lifetime: made and started by the composition root when the settings and the own log are there, and gone
+// before them; what `about` refers to outlives the object. Serves from start() to stop(), or until the
+// process's shutdown token is set: then every wait ends at once, and a method that runs is cut short by
+// that token itself (docs/rpc.md, "When the agent stops").
+// Threads: methods run on the service's own thread, one at a time.
+// Errors: a pipe that cannot be made is event 10600 and is tried again every five seconds.
+//
+//   Thread* service = new LocalService(about);
+//   service->start();
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "agent/thread/thread.h"
+
+namespace korvane {
+
+// What the service tells of the agent and cannot know itself. The functions are called by its thread.
+struct AboutAgent {
+  std::function<std::string()> techStatus, techNames, version;
+  int64_t startedWallMs = 0;
+  int64_t startedMonotonicMs = 0;
+};
+
+class LocalService : public Thread {
+ public:
+  explicit LocalService(AboutAgent about);
+
+ protected:
+  void run() override;
+
+ private:
+  const AboutAgent _about;
+};
+
+}  // namespace korvane

@@ -1,0 +1,56 @@
+#include "config/setting_check.h"
+
+#include "config/masking.h"
+#include "config/setting_store.h"
+#include "config/url_text.h"
+
+namespace korvane {
+namespace {
+
+constexpr int kMaxPort = 65535;
+
+const char* typeFault(ValueType type) {
+  switch (type) {
+    case ValueType::boolean:
+      return "is neither true nor false";
+    case ValueType::integer:
+      return "is no number from -2147483648 to 2147483647";
+    case ValueType::interval:
+      return "is no number from 0 to 4294967295";
+    case ValueType::enumeration:
+      return "is no number from 0 to 2147483647";
+    default:
+      return "is too long";
+  }
+}
+
+bool isPort(const STRING& text) {
+  const int32_t number = text.toInt();
+  return number > 0 && number <= kMaxPort && STRING::fromInt(number) == text;
+}
+
+std::string urlFault(const STRING& value) {
+  if (value.empty()) return {};
+  const UrlText url = UrlText::parse(value);
+  if (!url.protocol.equalsIgnoreCase("https") && !url.protocol.equalsIgnoreCase("http"))
+    return "begins with neither https:// nor http://";
+  if (url.host.empty()) return "names no host";
+  if (value.find("@") != STRING::npos) return "names a user";
+  return url.port.empty() || isPort(url.port) ? "" : "names no port from 1 to 65535";
+}
+
+}  // namespace
+
+std::string settingFault(const STRING& key, const STRING& value) {
+  if (value.find(kMask) != STRING::npos) return "holds a mask in place of the secret";
+  const SettingRow* row = findRow(key);
+  if (!row) return {};
+  SettingStore probe(storeOf(*row));
+  if (probe.set(*row, value) == SettingStore::Result::refused) return typeFault(row->type);
+  if (row->key == Key::agentUrl) return urlFault(value.trimmed());
+  if (row->key == Key::tcpPort && probe.number(row->key) > kMaxPort)
+    return "is no port from 0 to 65535";
+  return {};
+}
+
+}  // namespace korvane
