@@ -104,6 +104,7 @@ std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
   app->set_version_flag("--version", "agentctl " KORVANE_VERSION);
   addGlobalOptions(*app, context.options);
   addConfig(*app, context, chosen);
+  addEvents(*app, context, chosen);
   addCall(*app, context, chosen);
   return app;
 }

@@ -15,6 +15,7 @@ using Action = std::function<ExitStatus()>;
 // Each adds a command, with its options, to the program; when the command line asks for it, `chosen` becomes
 // what it does.
 void addConfig(CLI::App& app, Context& context, Action& chosen);
+void addEvents(CLI::App& app, Context& context, Action& chosen);
 void addCall(CLI::App& app, Context& context, Action& chosen);
 
 // The parts of `config`.
