@@ -12,7 +12,17 @@
 namespace korvane {
 namespace {
 
-constexpr long kTransferTimeoutSeconds = 300;
+constexpr size_t kKeptBodyBytes = 2048;
+constexpr std::string_view kOwnHeader = "korvane-";
+
+bool isOwnHeader(std::string_view line) {
+  if (line.size() < kOwnHeader.size()) return false;
+  for (size_t i = 0; i < kOwnHeader.size(); ++i) {
+    const char c = line[i];
+    if ((c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c) != kOwnHeader[i]) return false;
+  }
+  return true;
+}
 
 // A header without a value would be dropped; libcurl sends it when it ends in a semicolon.
 std::string headerLine(const std::string& name, const std::string& value) {
@@ -91,7 +101,19 @@ struct CurlTransport::Transfer {
     return addHeader("Expect:");
   }
 
+  void noteHeader(std::string_view line) {
+    if (line.starts_with("HTTP/")) headersWhole = ownHeader = false;
+    if (line == "\r\n" || line == "\n") headersWhole = true;
+    if (isOwnHeader(line)) ownHeader = true;
+  }
+  void noteBody(std::string_view piece) {
+    bodyStart += piece.substr(0, kKeptBodyBytes - bodyStart.size());
+  }
+
   TransportSink& sink;
+  bool headersWhole = false;
+  bool ownHeader = false;
+  std::string bodyStart;
   std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers{nullptr, &curl_slist_free_all};
   bool outOfMemory = false;
 };
@@ -132,6 +154,12 @@ bool CurlTransport::prepare(const TransportRequest& request, Transfer& transfer,
     result.errorText = "a body of " + std::to_string(request.body.size()) + " bytes is too large";
     return false;
   }
+  _observer.begin(request.verbose);
+  return setOptions(request, transfer, result);
+}
+
+bool CurlTransport::setOptions(const TransportRequest& request, Transfer& transfer,
+                               TransportResult& result) {
   Options options(_easy);
   if (request.verbose) options.OPTION(CURLOPT_DEBUGDATA, &transfer);
   if (request.verbose) options.OPTION(CURLOPT_DEBUGFUNCTION, &httpsDebugger);
@@ -151,7 +179,9 @@ bool CurlTransport::prepare(const TransportRequest& request, Transfer& transfer,
       .OPTION(CURLOPT_CAINFO, request.caFile.c_str())
       .OPTION(CURLOPT_SSL_VERIFYPEER, 1L)
       .OPTION(CURLOPT_SSL_VERIFYHOST, 0L)
-      .OPTION(CURLOPT_TIMEOUT, kTransferTimeoutSeconds)
+      .OPTION(CURLOPT_SSL_CTX_FUNCTION, &TlsObserver::watchContext)
+      .OPTION(CURLOPT_SSL_CTX_DATA, &_observer)
+      .OPTION(CURLOPT_TIMEOUT_MS, static_cast<long>(request.totalTimeoutMs))
       .OPTION(CURLOPT_CONNECTTIMEOUT, static_cast<long>(request.connectTimeoutSeconds))
       .OPTION(CURLOPT_HTTPHEADER, transfer.headers.get())
       .OPTION(CURLOPT_POST, 1L)
@@ -176,18 +206,46 @@ bool CurlTransport::prepare(const TransportRequest& request, Transfer& transfer,
 }
 
 int CurlTransport::finish(CURLcode code, const Transfer& transfer, TransportResult& result) {
-  long requestBytes = 0;
   curl_easy_getinfo(_easy, CURLINFO_RESPONSE_CODE, &result.httpStatus);
-  curl_easy_getinfo(_easy, CURLINFO_REQUEST_SIZE, &requestBytes);
+  readTrail(result.trail);
+  result.trail.headersWhole = transfer.headersWhole;
+  result.trail.ownHeader = transfer.ownHeader;
+  result.trail.bodyStart = transfer.bodyStart;
   // The list is about to be freed, and the handle lives on.
   curl_easy_setopt(_easy, CURLOPT_HTTPHEADER, nullptr);
   if (transfer.outOfMemory) code = CURLE_OUT_OF_MEMORY;
   if (code == CURLE_OK) return 0;
   result.errorText = _errorBuffer[0] ? _errorBuffer : curl_easy_strerror(code);
-  result.answerBroken = saysAnswerBroken(code) ||
-                        (code == CURLE_RECV_ERROR && result.httpStatus > 0) ||
-                        (!transfer.outOfMemory && requestBytes > 0 && maySayAnswerBroken(code));
+  result.answerBroken =
+      saysAnswerBroken(code) || (code == CURLE_RECV_ERROR && result.httpStatus > 0) ||
+      (!transfer.outOfMemory && result.trail.requestBytes > 0 && maySayAnswerBroken(code));
   return code;
+}
+
+template <class Value>
+Value CurlTransport::info(CURLINFO what, Value otherwise) {
+  Value value = otherwise;
+  return curl_easy_getinfo(_easy, what, &value) == CURLE_OK ? value : otherwise;
+}
+
+void CurlTransport::readTrail(TransferTrail& trail) {
+  const auto text = [this](CURLINFO what) {
+    const char* value = info<const char*>(what, nullptr);
+    return std::string(value ? value : "");
+  };
+  trail.lookedUpUs = info<curl_off_t>(CURLINFO_NAMELOOKUP_TIME_T, 0);
+  trail.connectedUs = info<curl_off_t>(CURLINFO_CONNECT_TIME_T, 0);
+  trail.tlsUs = info<curl_off_t>(CURLINFO_APPCONNECT_TIME_T, 0);
+  trail.totalUs = info<curl_off_t>(CURLINFO_TOTAL_TIME_T, 0);
+  trail.systemError = static_cast<int>(info<long>(CURLINFO_OS_ERRNO, 0));
+  trail.proxyStatus = info<long>(CURLINFO_HTTP_CONNECTCODE, 0);
+  trail.requestBytes = info<long>(CURLINFO_REQUEST_SIZE, 0);
+  trail.headerBytes = info<long>(CURLINFO_HEADER_SIZE, 0);
+  trail.keptConnection = trail.requestBytes > 0 && info<long>(CURLINFO_NUM_CONNECTS, 0) == 0;
+  trail.address = text(CURLINFO_PRIMARY_IP);
+  trail.contentType = text(CURLINFO_CONTENT_TYPE);
+  trail.redirectUrl = text(CURLINFO_REDIRECT_URL);
+  trail.tls = _observer.seen();
 }
 
 void CurlTransport::shutSockets() {
@@ -199,13 +257,19 @@ void CurlTransport::shutSockets() {
 
 size_t CurlTransport::receiveHeader(char* bytes, size_t size, size_t count, void* transfer) {
   auto& current = *static_cast<Transfer*>(transfer);
-  current.guarded([&] { current.sink.onHeader({bytes, size * count}); });
+  current.guarded([&] {
+    current.noteHeader({bytes, size * count});
+    current.sink.onHeader({bytes, size * count});
+  });
   return size * count;
 }
 
 size_t CurlTransport::receiveBody(char* bytes, size_t size, size_t count, void* transfer) {
   auto& current = *static_cast<Transfer*>(transfer);
-  current.guarded([&] { current.sink.onBody({bytes, size * count}); });
+  current.guarded([&] {
+    current.noteBody({bytes, size * count});
+    current.sink.onBody({bytes, size * count});
+  });
   return size * count;
 }
 

@@ -7,7 +7,7 @@
 //
 // The progress callback is the only thing that ends a transfer early (code 42): for a stop, when the sink
 // refuses, or when memory ran out (then code 27). Peers are verified against the request's CA file, their
-// names are not. A whole transfer may take 300 seconds.
+// names are not. What is seen on the way is in the result's trail.
 #pragma once
 
 #include <curl/curl.h>
@@ -16,6 +16,7 @@
 #include <string>
 
 #include "agent/thread/locks.h"
+#include "comm/tls_observer.h"
 #include "comm/transport.h"
 
 namespace korvane {
@@ -38,7 +39,11 @@ class CurlTransport : public Transport {
   struct Transfer;
 
   bool prepare(const TransportRequest& request, Transfer& transfer, TransportResult& result);
+  bool setOptions(const TransportRequest& request, Transfer& transfer, TransportResult& result);
   int finish(CURLcode code, const Transfer& transfer, TransportResult& result);
+  void readTrail(TransferTrail& trail);
+  template <class Value>
+  Value info(CURLINFO what, Value otherwise);
   void shutSockets();
 
   static size_t receiveHeader(char* bytes, size_t size, size_t count, void* transfer);
@@ -47,6 +52,7 @@ class CurlTransport : public Transport {
   static int socketOpened(void* self, curl_socket_t socket, curlsocktype purpose);
   static int closeSocket(void* self, curl_socket_t socket);
 
+  TlsObserver _observer;  // watches until the handle's connections are closed
   CURL* _easy = nullptr;
   // libcurl keeps a pointer to it for as long as the handle lives.
   char _errorBuffer[CURL_ERROR_SIZE] = {};

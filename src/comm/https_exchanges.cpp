@@ -64,7 +64,8 @@ int HttpsHandler::testConnection(bool check) {
   std::atomic<long>& lowest = shared().CURRENT_CURLOPT_SSLVERSION;
   if (result != 0 && result != kCurlAbortedByCallback && lowest == Shared::kTls12) {
     eventlog::event(10223, kHandlerSource,
-                    {"SSL connection with TLS v1.2 failed. Retrying with TLS v1.x protocol"});
+                    {"SSL connection with TLS v1.2 failed. Retrying with TLS v1.x protocol",
+                     stageName(_failure.stage), _failure.cause});
     lowest = Shared::kTls1;
     HttpsMessageGenerator message;
     result = send(TEST_CONNECTION, message);

@@ -1,7 +1,9 @@
 #include "comm/https_handler.h"
 
 #include "agent/thread/stop_token.h"
+#include "comm/exchange_outcome.h"
 #include "comm/https_shared.h"
+#include "comm/response_sink.h"
 #include "comm/server_url.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
@@ -14,26 +16,6 @@ constexpr char kUnknownServer[] = "Unknown";
 bool repeatsElsewhere(int type) {
   return type != HttpsHandler::TEST_CONNECTION && type != HttpsHandler::BULK_LOG;
 }
-
-std::vector<std::pair<std::string, std::string>> narrow(const PropertyList& headers) {
-  std::vector<std::pair<std::string, std::string>> lines;
-  for (const Property& header : headers) {
-    lines.emplace_back(header.first.toUtf8(), header.second.toUtf8());
-  }
-  return lines;
-}
-
-// Fills a message's answer.
-class ResponseSink : public TransportSink {
- public:
-  explicit ResponseSink(HttpsMessageGenerator& generator) : _generator(generator) {}
-  void onHeader(std::string_view line) override { _generator.addResponseHeaderLine(line); }
-  void onBody(std::string_view piece) override { _generator.addResponseBodyLine(piece); }
-  bool refuses() const override { return _generator.response().refused(); }
-
- private:
-  HttpsMessageGenerator& _generator;
-};
 
 // Notes the server that answered as the last one used.
 void noteServerUsed(const STRING& server, int type) {
@@ -82,6 +64,7 @@ int HttpsHandler::send(int type, HttpsMessageGenerator& generator) {
   _handedOut.clear();
   _errorBuffer.clear();
   _httpStatus = 0;
+  _failure = FailureCause();
   _guidUsed.clear();
   if (repeatsElsewhere(type)) checkFailback();
   Shared& state = shared();
@@ -137,9 +120,13 @@ bool HttpsHandler::addGUID(int type, HttpsMessageGenerator& generator) {
 int HttpsHandler::sendOver(Transport* transport, int type, HttpsMessageGenerator& generator) {
   if (!transport || !transport->isOpen()) {
     eventlog::event(10224, kHandlerSource);
+    _failure = {ConnectionStage::settings, "there is no handle for transfers"};
     return -1;
   }
-  if (shutdownToken().requested()) return kCurlAbortedByCallback;
+  if (shutdownToken().requested()) {
+    _failure = {ConnectionStage::settings, "it was not begun because the agent stops"};
+    return kCurlAbortedByCallback;
+  }
   eventlog::trace(kSendSource, "Certificate Path : %s", _certificateFile);
   if (const MessageBody* finished = generator.finishedBody()) {
     return transfer(*transport, type, generator, finished->bytes());
@@ -153,7 +140,7 @@ int HttpsHandler::transfer(Transport& transport, int type, HttpsMessageGenerator
                            std::string_view body) {
   TransportRequest request;
   request.url = _url.toUtf8() + URL[type];
-  request.headers = narrow(generator.headers());
+  request.headers = generator.wireHeaders();
   request.body = body;
   request.caFile = _certificateFile.toUtf8();
   request.sslVersion = shared().CURRENT_CURLOPT_SSLVERSION;
@@ -166,39 +153,67 @@ int HttpsHandler::transfer(Transport& transport, int type, HttpsMessageGenerator
   const int code = transport.perform(request, sink, result);
   _errorBuffer = result.errorText;
   _httpStatus = result.httpStatus;
-  if (code > 0 && shutdownToken().requested()) return kCurlAbortedByCallback;
-  return judgeAnswer(code, type, generator, result);
+  return judgeAnswer(code, type, generator, request, result);
 }
 
 int HttpsHandler::judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
-                              const TransportResult& result) {
+                              const TransportRequest& request, const TransportResult& result) {
   const bool refused = generator.response().refused();
+  const bool stopped = code > 0 && shutdownToken().requested();
   bool malformed = refused || result.answerBroken;
   // The body of an HTTP error is not ours to read.
   if (code == 0 && !refused && _httpStatus <= kOkStatus) malformed = !generator.finishResponse();
-  if (!malformed || code < 0) return code;
   const std::string& fault = generator.response().fault();
+  if (code != 0 || malformed || _httpStatus > kOkStatus) {
+    _failure = findCause({.code = code,
+                          .request = request,
+                          .result = result,
+                          .fault = fault,
+                          .refused = refused,
+                          .stopped = stopped});
+  }
+  if (stopped) return kCurlAbortedByCallback;
+  if (!malformed || code < 0) return code;
   if (!fault.empty()) _errorBuffer = fault;
-  eventlog::event(10510, kHandlerSource, {_server, URL[type], _errorBuffer});
+  eventlog::event(10510, kHandlerSource,
+                  {_server, URL[type], _errorBuffer, stageName(_failure.stage), _failure.cause});
   return kCurlReceiveError;
+}
+
+// The event's text stays as it is; stage and cause follow it.
+void HttpsHandler::noteFailure(int event, const STRING& text, int code) {
+  if (!_failure.failed()) _failure = {ConnectionStage::settings, text.toUtf8()};
+  eventlog::event(event, kHandlerSource, {text, stageName(_failure.stage), _failure.cause});
+  noteExchangeFailed({.code = code, .text = _failure.text(), .server = _server.toUtf8()},
+                     /*answered=*/false);
+}
+
+void HttpsHandler::noteSuccess() {
+  const int error = _response->errorCode();
+  if (error == 0) return noteExchangeAnswered(_server.toUtf8());
+  const STRING text = _response->errorText().value_or(STRING(ResponseParser::kNoErrorText));
+  noteExchangeFailed({.code = error,
+                      .text = serverErrorCause(error, text.toUtf8()).text(),
+                      .server = _server.toUtf8()},
+                     /*answered=*/true);
 }
 
 int HttpsHandler::checkRetStatus(int result) {
   Shared& state = shared();
   if (result == -1) {
-    eventlog::event(10221, kHandlerSource, {STRING(_errorBuffer)});
+    noteFailure(10221, STRING(_errorBuffer), -1);
     return -1;
   }
   if (result != 0) {
     _lastResult = result;
-    eventlog::event(10223, kHandlerSource, {getCurlError(result)});
+    noteFailure(10223, getCurlError(result), result);
     state._lastError = result;
     return result;
   }
   const int status = static_cast<int>(_httpStatus);
   if (status > kOkStatus) {
     _lastResult = -status;
-    eventlog::event(10222, kHandlerSource, {getHTTPError(status)});
+    noteFailure(10222, getHTTPError(status), status);
     return status;
   }
   _lastResult = 0;
@@ -208,6 +223,7 @@ int HttpsHandler::checkRetStatus(int result) {
   }
   eventlog::event(10219, kHandlerSource, {state.serverIP()});
   state._lastError = 0;
+  noteSuccess();
   return 0;
 }
 

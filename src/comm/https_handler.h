@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "comm/failure_cause.h"
 #include "comm/https_message_generator.h"
 #include "comm/message_body.h"
 #include "comm/transport.h"
@@ -155,6 +156,8 @@ class KORVANE_EXPORT HttpsHandler {
   static STRING getServerIP(const STRING& server);
   // Where the agent's own addresses come from; false from it means that they cannot be had.
   static void setLocalAddressSource(std::function<bool(std::vector<STRING>&)> source);
+  // The lowest TLS version that exchanges accept now, CURL_SSLVERSION_...
+  static long lowestTls();
   // Uses this transport in place of libcurl; null goes back to it. No exchange may be in progress.
   static void setTransport(std::unique_ptr<Transport> transport);
 
@@ -179,8 +182,10 @@ class KORVANE_EXPORT HttpsHandler {
   int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
                std::string_view body);
   int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
-                  const TransportResult& result);
+                  const TransportRequest& request, const TransportResult& result);
   int checkRetStatus(int result);
+  void noteFailure(int event, const STRING& text, int code);
+  void noteSuccess();
 
   static PropertyList policyProperties();
 
@@ -200,6 +205,7 @@ class KORVANE_EXPORT HttpsHandler {
   int _lastResult = 0;              // libcurl's, or minus the HTTP status
   std::string _errorBuffer;
   long _httpStatus = 0;
+  FailureCause _failure;  // of the last transfer
   STRING _guidUsed;
   int _lastType = -1;
   int _lastKinds = 0;

@@ -52,6 +52,14 @@ void HttpsMessageGenerator::setGUID(const STRING& guid) {
   _headers.emplace_back("Korvane-GUID", guid);
 }
 
+std::vector<std::pair<std::string, std::string>> HttpsMessageGenerator::wireHeaders() const {
+  std::vector<std::pair<std::string, std::string>> lines;
+  for (const Property& header : _headers) {
+    lines.emplace_back(header.first.toUtf8(), header.second.toUtf8());
+  }
+  return lines;
+}
+
 void HttpsMessageGenerator::addProperties(const PropertyList& pairs) {
   _sections.emplace_back(kTextSection, "properties", &_ownedPairs.emplace_back(pairs));
 }

@@ -32,6 +32,8 @@ class HttpsMessageGenerator {
   // Appends the header "Korvane-GUID".
   void setGUID(const STRING& guid);
   const PropertyList& headers() const { return _headers; }
+  // The same as a transport takes them.
+  std::vector<std::pair<std::string, std::string>> wireHeaders() const;
 
   // A section "text/plain", "properties".
   void addProperties(const PropertyList& pairs);

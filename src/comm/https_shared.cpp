@@ -148,6 +148,10 @@ void HttpsHandler::setLocalAddressSource(std::function<bool(std::vector<STRING>&
   state.localAddresses = std::move(source);
 }
 
+long HttpsHandler::lowestTls() {
+  return shared().CURRENT_CURLOPT_SSLVERSION;
+}
+
 int HttpsHandler::getLastError() {
   return shared()._lastError;
 }

@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include "comm/transfer_trail.h"
+
 namespace korvane {
 
 struct TransportRequest {
@@ -28,6 +30,7 @@ struct TransportRequest {
   std::string caFile;
   long sslVersion = 6;  // CURL_SSLVERSION_..., the lowest that is accepted
   uint32_t connectTimeoutSeconds = 10;
+  uint32_t totalTimeoutMs = 300'000;
   bool verbose = false;  // libcurl's own trace on the console
 };
 
@@ -36,6 +39,7 @@ struct TransportResult {
   std::string errorText;  // of the failure; empty when there is none
   // The transfer failed because the answer broke off or was none: nothing of it may be used.
   bool answerBroken = false;
+  TransferTrail trail;
 };
 
 // Receives the answer piece by piece.

@@ -1,0 +1,24 @@
+// What the file that servers' certificates must chain to holds. Read as libcurl has OpenSSL read it, so a
+// file that is faultless here is one that transfers take.
+//
+// Any thread; nothing is kept. Errors: `fault` says what is wrong, without the path; empty when nothing is.
+//
+//   const CaFile file = readCaFile("/etc/korvane/ca.pem");
+//   if (!file.fault.empty()) ...  // "is missing", "is empty", "holds no certificate", ...
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "comm/transfer_trail.h"
+
+namespace korvane {
+
+struct CaFile {
+  std::string fault;
+  std::vector<SeenCertificate> certificates;  // in the file's order
+};
+
+CaFile readCaFile(const std::string& path);
+
+}  // namespace korvane

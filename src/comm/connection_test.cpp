@@ -1,0 +1,200 @@
+#include "comm/connection_test.h"
+
+#include <algorithm>
+
+#include "agent/thread/stop_token.h"
+#include "comm/ca_file.h"
+#include "comm/curl_transport.h"
+#include "comm/failure_cause.h"
+#include "comm/failure_text.h"
+#include "comm/https_handler.h"
+#include "comm/https_message_generator.h"
+#include "comm/https_shared.h"
+#include "comm/response_sink.h"
+#include "comm/server_url.h"
+#include "comm/tls_observer.h"
+#include "config/agent_config.h"
+#include "platform/platform.h"
+
+namespace korvane {
+namespace {
+
+using Stage = ConnectionStage;
+
+constexpr int64_t kUsPerMs = 1000;
+
+// The environment variables that libcurl takes proxies from, in the order it looks.
+constexpr const char* kHttpsProxies[] = {"https_proxy", "HTTPS_PROXY", "all_proxy",
+                                         "ALL_PROXY",   "no_proxy",    "NO_PROXY"};
+constexpr const char* kHttpProxies[] = {"http_proxy", "all_proxy", "ALL_PROXY", "no_proxy",
+                                        "NO_PROXY"};
+
+std::string proxies(bool https) {
+  std::string all;
+  const auto add = [&all](const char* name) {
+    const std::string value = platform::current().systemInfo.environment(name);
+    if (!value.empty())
+      all += (all.empty() ? "" : ", ") + std::string(name) + "=" + withoutPassword(value);
+  };
+  if (https) {
+    for (const char* name : kHttpsProxies) add(name);
+  } else {
+    for (const char* name : kHttpProxies) add(name);
+  }
+  return all;
+}
+
+// One test under way.
+class Walk {
+ public:
+  explicit Walk(const ConnectionTarget& target) : _target(target) {
+    _request.url = target.url + HttpsHandler::URL[HttpsHandler::TEST_CONNECTION];
+    _request.caFile = target.caFile;
+    _request.sslVersion = target.lowestTls;
+    _request.connectTimeoutSeconds = target.connectTimeoutSeconds;
+    _request.totalTimeoutMs = target.totalTimeoutMs;
+  }
+
+  ConnectionReport run() {
+    const int64_t begin = platform::current().clock.monotonicMs();
+    _report.url = withoutPassword(_target.url);
+    _report.proxy = proxies(isHttps(_target.url));
+    FailureCause cause = checkUrl(_target.url);
+    if (!cause.failed()) cause = checkCaFile(_target.url, _target.caFile);
+    if (!cause.failed()) cause = exchange();
+    judge(cause);
+    _report.milliseconds = platform::current().clock.monotonicMs() - begin;
+    return _report;
+  }
+
+ private:
+  FailureCause exchange() {
+    CurlTransport transport;
+    if (!transport.open()) return {Stage::settings, "libcurl gives no handle", "Test again."};
+    HttpsMessageGenerator message;
+    MessageBody body;
+    message.writeBody(body);
+    _request.headers = message.wireHeaders();
+    _request.body = body.bytes();
+    ResponseSink sink(message);
+    const int code = transport.perform(_request, sink, _result);
+    return cause(code, message);
+  }
+
+  FailureCause cause(int code, HttpsMessageGenerator& message) {
+    const bool refused = message.response().refused();
+    if (code == 0 && !refused && _result.httpStatus <= kOkStatus) message.finishResponse();
+    const ResponseParser& answer = message.response();
+    return findCause({.code = code,
+                      .request = _request,
+                      .result = _result,
+                      .fault = answer.fault(),
+                      .refused = refused,
+                      .serverError = answer.errorCode(),
+                      .serverText = answer.errorText().value_or(STRING()).toUtf8(),
+                      .stopped = code != 0 && shutdownToken().requested()});
+  }
+
+  void judge(const FailureCause& cause) {
+    const bool https = isHttps(_target.url);
+    const int last = cause.failed() ? static_cast<int>(cause.stage) : kConnectionStages - 1;
+    for (int i = 0; i <= last; ++i) {
+      const auto stage = static_cast<Stage>(i);
+      if (!https && (stage == Stage::tlsHandshake || stage == Stage::certificate)) continue;
+      const bool failed = cause.failed() && i == last;
+      _report.stages.push_back(
+          {stageName(stage), !failed, took(stage, failed), failed ? cause.cause : found(stage)});
+    }
+    describeChain();
+    _report.ok = !cause.failed();
+    if (_report.ok) return;
+    _report.failingStage = stageName(cause.stage);
+    _report.cause = cause.cause;
+    _report.nextStep = cause.nextStep;
+  }
+
+  void describeChain() {
+    const TlsTrail& tls = _result.trail.tls;
+    for (size_t i = 0; i < tls.chain.size(); ++i) {
+      const SeenCertificate& seen = tls.chain[i];
+      const bool wrong = tls.verifyError != 0 && i == static_cast<size_t>(tls.verifyDepth);
+      _report.certificates.push_back({seen.subject, seen.issuer, seen.notBefore, seen.notAfter,
+                                      wrong ? verifyErrorText(tls.verifyError) : ""});
+    }
+  }
+
+  // The certificate is looked at during the handshake, and the answer's judgement takes no time.
+  int64_t took(Stage stage, bool failed) const {
+    const TransferTrail& trail = _result.trail;
+    const auto since = [&](int64_t begin, int64_t end) {
+      return (failed || end == 0 ? trail.totalUs : end) / kUsPerMs - begin / kUsPerMs;
+    };
+    switch (stage) {
+      case Stage::nameLookUp:
+        return since(0, trail.lookedUpUs);
+      case Stage::tcpConnection:
+        return since(trail.lookedUpUs, trail.connectedUs);
+      case Stage::tlsHandshake:
+        return since(trail.connectedUs, trail.tlsUs);
+      case Stage::httpAnswer:
+        return since(std::max(trail.connectedUs, trail.tlsUs), trail.totalUs);
+      default:
+        return 0;
+    }
+  }
+
+  // What a stage that went well found.
+  std::string found(Stage stage) const {
+    const TransferTrail& trail = _result.trail;
+    switch (stage) {
+      case Stage::settings:
+        return isHttps(_target.url) ? "CA file " + _target.caFile + " with " + authorities()
+                                    : "no TLS: everything is sent in the open";
+      case Stage::nameLookUp:
+        return hostOf(_target.url) + (trail.address.empty() ? "" : " is " + trail.address);
+      case Stage::tcpConnection:
+        return placeOf(_target.url);
+      case Stage::tlsHandshake:
+        return trail.tls.version.empty() ? "the server presents a certificate"
+                                         : trail.tls.version + ", " + trail.tls.cipher;
+      case Stage::certificate:
+        return trail.tls.chain.empty() ? "" : "of " + quoted(trail.tls.chain.front().subject);
+      case Stage::httpAnswer:
+        return "status " + std::to_string(_result.httpStatus);
+      case Stage::agentPort:
+        return trail.ownHeader ? "it answers in the agent's protocol"
+                               : "it answers in the agent's protocol, without a header of its own";
+      case Stage::serverAnswer:
+        return "no error";
+    }
+    return {};
+  }
+
+  std::string authorities() const {
+    const size_t count = readCaFile(_target.caFile).certificates.size();
+    return std::to_string(count) + (count == 1 ? " certificate" : " certificates");
+  }
+
+  const ConnectionTarget& _target;
+  TransportRequest _request;
+  TransportResult _result;
+  ConnectionReport _report;
+};
+
+}  // namespace
+
+ConnectionTarget agentTarget(const STRING& server) {
+  const AgentConfig& config = *AgentConfig::getInstance();
+  ConnectionTarget target;
+  target.url = withHost(config.getURL(), server.empty() ? serverInUse() : server).toUtf8();
+  target.caFile = config.getSSLCertFile().toUtf8();
+  target.connectTimeoutSeconds = config.getConnectionTimeout();
+  target.lowestTls = HttpsHandler::lowestTls();
+  return target;
+}
+
+ConnectionReport testConnection(const ConnectionTarget& target) {
+  return Walk(target).run();
+}
+
+}  // namespace korvane

@@ -1,0 +1,61 @@
+// What a failed exchange failed of: the stage, the cause in words and one thing to do about it. The one
+// place of these texts; the agent's events and the connection test both take them from here.
+//
+// Pure but for reading the CA file when a certificate does not chain to it. Any thread. Texts are UTF-8 of
+// one line (failure_text.h).
+//
+//   const FailureCause cause = findCause({.code = code, .request = request, .result = result});
+//   if (cause.failed()) report(stageName(cause.stage), cause.cause, cause.nextStep);
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "comm/connection_test.h"
+#include "comm/transport.h"
+
+namespace korvane {
+
+// One exchange that is over.
+struct ExchangeEvidence {
+  int code = 0;  // of Transport::perform()
+  const TransportRequest& request;
+  const TransportResult& result;
+  std::string fault{};       // why the answer's parser refused it; empty when it did not
+  bool refused = false;      // that was for its size, while it arrived
+  int serverError = 0;       // the answer's error code
+  std::string serverText{};  // and text
+  bool stopped = false;      // the agent was asked to stop meanwhile
+};
+
+struct FailureCause {
+  ConnectionStage stage = ConnectionStage::settings;
+  std::string cause;  // empty: nothing failed
+  std::string nextStep{};
+
+  bool failed() const { return !cause.empty(); }
+  // "TCP connection: nothing listens at ..."
+  std::string text() const;
+};
+
+FailureCause findCause(const ExchangeEvidence& evidence);
+
+// How far a transfer that failed came: the stage that it was in.
+ConnectionStage stageReached(int code, const TransportRequest& request,
+                             const TransportResult& result);
+
+// The two of the settings: nothing is wrong with the URL, and with the CA file, when there is no cause.
+FailureCause checkUrl(const std::string& url);
+FailureCause checkCaFile(const std::string& url, const std::string& caFile);
+
+// Whether an answer shows that an agent port gave it.
+bool isAgentAnswer(const TransferTrail& trail);
+
+// The management server's own objection.
+FailureCause serverErrorCause(int code, const std::string& text);
+
+// The causes within TLS and the certificate; for findCause().
+FailureCause tlsCause(const ExchangeEvidence& evidence);
+FailureCause certificateCause(const ExchangeEvidence& evidence);
+
+}  // namespace korvane

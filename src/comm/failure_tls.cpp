@@ -1,0 +1,172 @@
+#include <curl/curl.h>
+#include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
+
+#include <algorithm>
+
+#include "comm/ca_file.h"
+#include "comm/failure_cause.h"
+#include "comm/failure_text.h"
+#include "comm/tls_observer.h"
+#include "platform/platform.h"
+#include "util/dates.h"
+
+namespace korvane {
+namespace {
+
+using Stage = ConnectionStage;
+
+constexpr size_t kNamedAuthorities = 3;
+constexpr char kCheckTlsPort[] =
+    "Check that agent.http.url names the server's HTTPS port and that nothing between cuts TLS.";
+constexpr char kGetCa[] =
+    "Put the certificate of the CA that issued the server's certificate into the file that "
+    "ssl.trustStore names.";
+constexpr char kSetClock[] = "Set this machine's clock, or give the server a valid certificate.";
+
+FailureCause handshake(const std::string& cause, const char* nextStep = kCheckTlsPort) {
+  return {Stage::tlsHandshake, cause, nextStep};
+}
+
+// The content types of TLS records, RFC 8446, section 5.1.
+bool beginsLikeTls(const std::string& bytes) {
+  return bytes.empty() || (bytes[0] >= 20 && bytes[0] <= 23);
+}
+
+const char* versionName(long sslVersion) {
+  switch (sslVersion) {
+    case CURL_SSLVERSION_TLSv1_2:
+      return "1.2";
+    case CURL_SSLVERSION_TLSv1_3:
+      return "1.3";
+    default:
+      return "1.0";
+  }
+}
+
+FailureCause alertCause(const ExchangeEvidence& evidence, int alert) {
+  const TlsTrail& tls = evidence.result.trail.tls;
+  if (alert == SSL3_AD_HANDSHAKE_FAILURE && !tls.certificateAsked) {
+    return handshake("the server accepts none of the agent's TLS ciphers",
+                     "Let the server use current TLS ciphers.");
+  }
+  if (tls.certificateAsked) {
+    return handshake("the server demands a client certificate, which agents do not have",
+                     "Let the server's agent port accept clients without a certificate.");
+  }
+  return handshake(std::string("the server refused the handshake with the TLS alert \"") +
+                   SSL_alert_desc_string_long(alert) + "\"");
+}
+
+FailureCause brokenHandshake(const ExchangeEvidence& evidence) {
+  const TlsTrail& tls = evidence.result.trail.tls;
+  const std::string& text = evidence.result.errorText;
+  const char* const when = tls.firstBytes.empty() ? " before the server said anything"
+                                                  : " in the middle of the handshake";
+  if (evidence.code == CURLE_OPERATION_TIMEDOUT) {
+    const uint64_t limit = std::min<uint64_t>(
+        evidence.request.connectTimeoutSeconds * uint64_t{1000}, evidence.request.totalTimeoutMs);
+    return handshake(std::string(tls.firstBytes.empty()
+                                     ? "the server accepts connections but says nothing"
+                                     : "the server does not finish the handshake") +
+                     " within " + seconds(limit));
+  }
+  for (const char* sign : {"reset", "eof", "closed", "syscall", "aborted"}) {
+    if (contains(text, sign)) return handshake("the connection was " + howItEnded(text) + when);
+  }
+  return handshake(shown(text));
+}
+
+// The authorities that the agent trusts, for a text.
+std::string trusted(const CaFile& file) {
+  std::string names;
+  for (size_t i = 0; i < file.certificates.size() && i < kNamedAuthorities; ++i) {
+    names += (i ? ", " : "") + quoted(file.certificates[i].subject);
+  }
+  const size_t more =
+      file.certificates.size() - std::min(file.certificates.size(), kNamedAuthorities);
+  return more ? names + " and " + std::to_string(more) + " more" : names;
+}
+
+// The time as the dates of certificates are written.
+std::string now() {
+  const std::string text = formatTimestamp(platform::current().clock.wallMs());
+  return text.substr(0, 10) + "T" + text.substr(11, 8) + "Z";
+}
+
+FailureCause untrusted(const ExchangeEvidence& evidence, const SeenCertificate& last) {
+  return {
+      Stage::certificate,
+      "the issuer " + quoted(last.issuer) + " of the certificate " + quoted(last.subject) +
+          " is neither in the CA file, which holds " +
+          trusted(readCaFile(evidence.request.caFile)) + ", nor sent by the server",
+      evidence.result.trail.tls.chain.size() > 1
+          ? kGetCa
+          : "Put the server's CA into the file that ssl.trustStore names, or, when it is there, "
+            "let the server send its intermediate certificates."};
+}
+
+}  // namespace
+
+FailureCause tlsCause(const ExchangeEvidence& evidence) {
+  const TlsTrail& tls = evidence.result.trail.tls;
+  const std::string place = placeOf(evidence.request.url);
+  if (tls.firstBytes.starts_with("HTTP")) {
+    return handshake(place + " speaks plain HTTP, not TLS",
+                     "Give the port of the server's HTTPS in agent.http.url.");
+  }
+  if (!beginsLikeTls(tls.firstBytes) ||
+      contains(evidence.result.errorText, "wrong version number")) {
+    return handshake(
+        place + " does not speak TLS" +
+        (beginsLikeTls(tls.firstBytes) ? "" : "; it begins with " + quoted(tls.firstBytes)));
+  }
+  if (tls.alertReceived == TLS1_AD_PROTOCOL_VERSION || tls.alertSent == TLS1_AD_PROTOCOL_VERSION) {
+    return handshake(std::string("the server has no TLS version in common with the agent, which "
+                                 "takes TLS ") +
+                         versionName(evidence.request.sslVersion) + " or later",
+                     "Let the server use TLS 1.2 or later.");
+  }
+  if (tls.alertReceived > 0) return alertCause(evidence, tls.alertReceived);
+  return brokenHandshake(evidence);
+}
+
+FailureCause certificateCause(const ExchangeEvidence& evidence) {
+  const TlsTrail& tls = evidence.result.trail.tls;
+  const auto depth = static_cast<size_t>(tls.verifyDepth);
+  if (tls.verifyError == 0 || depth >= tls.chain.size()) {
+    return {Stage::certificate, shown(evidence.result.errorText), kGetCa};
+  }
+  const SeenCertificate& wrong = tls.chain[depth];
+  const std::string named = "the certificate " + quoted(wrong.subject);
+  switch (tls.verifyError) {
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+      return {Stage::certificate,
+              named + " expired at " + wrong.notAfter + "; this machine's clock says " + now(),
+              kSetClock};
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+      return {
+          Stage::certificate,
+          named + " is valid from " + wrong.notBefore + " on; this machine's clock says " + now(),
+          kSetClock};
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+      return {Stage::certificate, named + " is self-signed and not in the CA file",
+              "Give the server a certificate of the agent's CA, or put its own into the file that "
+              "ssl.trustStore names."};
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+      return {Stage::certificate,
+              "the server's chain ends in the CA " + quoted(wrong.subject) +
+                  ", which is not in the CA file; that holds " +
+                  trusted(readCaFile(evidence.request.caFile)),
+              kGetCa};
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+      return untrusted(evidence, wrong);
+    default:
+      return {Stage::certificate, named + ": " + verifyErrorText(tls.verifyError),
+              "Give the server a proper certificate of the agent's CA."};
+  }
+}
+
+}  // namespace korvane

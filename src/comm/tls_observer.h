@@ -1,0 +1,48 @@
+// Watches the TLS handshakes of one transport through OpenSSL's callbacks and keeps what a failure is
+// explained with: alerts, the first bytes that the server sent, the certificate chain as it was built and
+// the first thing that is wrong with it. It changes nothing about the handshake or the verification.
+//
+// Lifetime: it must outlive every SSL_CTX that it watches, which libcurl keeps for as long as its
+// connection. Threads: that of the transfer. Nothing is thrown into OpenSSL; what there is no memory for is
+// left out.
+//
+//   curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &TlsObserver::watchContext);
+//   curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &observer);
+//   observer.begin(verbose); ... ; result.trail.tls = observer.seen();
+#pragma once
+
+#include <curl/curl.h>
+#include <openssl/ssl.h>
+
+#include "comm/transfer_trail.h"
+
+namespace korvane {
+
+class TlsObserver {
+ public:
+  // Forgets what was seen. `bytesTaken`: libcurl's own trace takes OpenSSL's message callback, so first
+  // bytes cannot be seen.
+  void begin(bool bytesTaken);
+  const TlsTrail& seen() const { return _seen; }
+
+  // CURLOPT_SSL_CTX_FUNCTION.
+  static CURLcode watchContext(CURL* easy, void* context, void* observer);
+
+ private:
+  static TlsObserver* of(const SSL* ssl);
+  static void onInfo(const SSL* ssl, int where, int value);
+  static int onVerify(int ok, X509_STORE_CTX* store);
+  static int onCertificateAsked(SSL* ssl, X509** certificate, EVP_PKEY** key);
+  static void onMessage(int sent, int version, int type, const void* bytes, size_t size, SSL* ssl,
+                        void* observer);
+
+  TlsTrail _seen;
+  bool _bytesTaken = false;
+};
+
+// A certificate's names and dates.
+SeenCertificate describeCertificate(const X509* certificate);
+// OpenSSL's text for an X509_V_ERR_...
+std::string verifyErrorText(int error);
+
+}  // namespace korvane
