@@ -77,9 +77,9 @@ def settle(stage, written):
     """Waits until nothing more comes; returns the server's account."""
     first, last = written["firstSequence"], written["lastSequence"]
     try:
-        wait_until(lambda: stage.events(first, last)["lost"] == 0, 90, "the last event")
-    except StageError:
-        pass  # the figures below tell what is missing
+        stage.await_events(first, last, 90)
+    except StageError as error:
+        say(str(error))
     time.sleep(3)
     return stage.events(first, last)
 

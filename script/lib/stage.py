@@ -180,6 +180,20 @@ class Stage:
         """The server's account of the sequence numbers from first to last."""
         return self.admin(f"/events?from={first}&to={last}")
 
+    def await_events(self, first, last, seconds):
+        """The server's account once it has all events of the range; gives up, with that account, when none has come
+        for `seconds`: however late they are, events that still come are not lost."""
+        account, arrived, end = self.events(first, last), -1, 0
+        while account["lost"] > 0:
+            if account["distinct"] > arrived:
+                arrived, end = account["distinct"], time.monotonic() + seconds
+            elif time.monotonic() > end:
+                logs = sorted(file.name for file in (self.ids / "logs").iterdir())
+                raise StageError(f"events {first} to {last}: none came for {seconds} s; {account}; logs left: {logs}")
+            time.sleep(0.05)
+            account = self.events(first, last)
+        return account
+
     def start_agent(self):
         self.agent = self.machine.start_agent()
         return self.agent
