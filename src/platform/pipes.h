@@ -54,7 +54,7 @@ class Pipe {
 class Pipes {
  public:
   virtual ~Pipes() = default;
-  // The server's end. 231: somebody serves that name already.
+  // The server's end. 231: somebody serves that name already. 3, on Linux: no run directory is set.
   virtual uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
   // A client's end. 2: nobody serves that name. 231: the server has another client.
   virtual uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) = 0;

@@ -148,11 +148,19 @@ class PosixPipeServer final : public PosixPipe {
   bool connected() override {
     if (hasConnection()) return true;
     use(Descriptor(::accept4(_listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));
+    _refused = !hasConnection() &&
+               (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM);
     return hasConnection();
   }
-  int waitable() override { return hasConnection() ? connection() : _listener.get(); }
+  // Without a descriptor left the listener would be ready all the time, for a client that cannot be taken:
+  // then a wait is a pause.
+  int waitable() override {
+    if (hasConnection()) return connection();
+    return _refused ? -1 : _listener.get();
+  }
 
  private:
+  bool _refused = false;
   const std::string _path;
   const Descriptor
       _lock;  // held for as long as the name is served; let go by the process's end, too
@@ -195,6 +203,7 @@ class PosixPipes final : public Pipes {
 
  private:
   uint32_t locate(const std::string& name, sockaddr_un& address) const {
+    if (_directory.empty()) return kErrorPathNotFound;
     const std::string bare = barePipeName(name);
     if (bare.empty() || bare.find_first_of(std::string("/\0", 2)) != std::string::npos)
       return kErrorInvalidName;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <stdexcept>
 
 #include "platform/error_codes.h"
 #include "rpc/rpc_named_pipe.h"
@@ -60,18 +61,26 @@ void RPCClient::open(const std::string& method, int64_t deadline) {
   }
 }
 
-RPCResponse RPCClient::call(const std::string& method, const JsonTree& params, int timeoutMs) {
-  const int64_t deadline = _clock.monotonicMs() + timeoutMs;
+std::string RPCClient::requestText(const std::string& method, JsonTree&& params) {
   RPCRequest request;
   _id = _id == std::numeric_limits<int>::max() ? 0 : _id + 1;
   request.id = _id;
   request.name = method;
-  request.params = params;
-  const std::string text = writeJson(request.ptree());
-  if (text.size() > _fifo.limits().messageBytes)
-    throw RPCCallError(method, kRpcInvalidRequest, rpcErrorText(kRpcInvalidRequest),
-                       "the request has " + std::to_string(text.size()) + " bytes, a message " +
-                           std::to_string(_fifo.limits().messageBytes) + " at most");
+  request.params.swap(params);
+  try {
+    return writeJson(request.takePtree(), _fifo.limits().messageBytes);
+  } catch (const std::length_error& error) {
+    throw RPCCallError(method, kRpcInvalidRequest, rpcErrorText(kRpcInvalidRequest), error.what());
+  }
+}
+
+RPCResponse RPCClient::call(const std::string& method, const JsonTree& params, int timeoutMs) {
+  return call(method, JsonTree(params), timeoutMs);
+}
+
+RPCResponse RPCClient::call(const std::string& method, JsonTree&& params, int timeoutMs) {
+  const int64_t deadline = _clock.monotonicMs() + timeoutMs;
+  const std::string text = requestText(method, std::move(params));
   RPCResponse response;
   do {
     open(method, deadline);
@@ -90,16 +99,16 @@ bool RPCClient::exchange(const std::string& request, int64_t deadline, RPCRespon
   if (!_fifo.writeMessage(request, remaining(deadline))) return false;
   std::string answer;
   while (_fifo.readMessage(answer, std::max(remaining(deadline), 1), RPCNamedPipe::kFrameMs))
-    if (isAnswer(answer, out)) return true;
+    if (isAnswer(std::move(answer), out)) return true;
   return false;
 }
 
 // An answer of another call is passed over. What could not be read as a request has an answer without id.
-bool RPCClient::isAnswer(const std::string& text, RPCResponse& out) const {
+bool RPCClient::isAnswer(std::string&& text, RPCResponse& out) const {
   JsonTree tree;
-  if (!parseJson(text, tree)) return false;
+  if (!parseJson(std::move(text), tree)) return false;
   try {
-    out.SetPtree(tree);
+    out.SetPtree(std::move(tree));
   } catch (const std::runtime_error&) {
     return false;
   }

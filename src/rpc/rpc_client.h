@@ -59,15 +59,18 @@ class RPCClient {
   RPCClient(platform::Pipes& pipes, platform::Clock& clock, std::string pipeName);
 
   RPCResponse call(const std::string& method, const JsonTree& params, int timeoutMs);
+  // Leaves `params` empty: large ones are sent without a copy.
+  RPCResponse call(const std::string& method, JsonTree&& params, int timeoutMs);
   // For an answer in pieces: the application data of all of them, asked for with "piece" from 0 on and the
   // "snapshot" that the first answer names. timeoutMs is for each.
   std::string callAll(const std::string& method, const JsonTree& params, int timeoutMs);
   void close() { _fifo.close(); }
 
  private:
+  std::string requestText(const std::string& method, JsonTree&& params);
   void open(const std::string& method, int64_t deadline);
   bool exchange(const std::string& request, int64_t deadline, RPCResponse& out);
-  bool isAnswer(const std::string& text, RPCResponse& out) const;
+  bool isAnswer(std::string&& text, RPCResponse& out) const;
   int remaining(int64_t deadline) const;
   [[noreturn]] void unreachable(uint32_t code, const std::string& method, const char* what);
 

@@ -32,49 +32,75 @@ const char* word(bool value) {
   return value ? "true" : "false";
 }
 
+// A member's tree, or an empty one.
+void takeChild(JsonTree& tree, const char* name, JsonTree& out) {
+  out.clear();
+  if (const auto given = tree.get_child_optional(name)) out.swap(*given);
+}
+
+void giveChild(JsonTree& tree, const char* name, JsonTree& from) {
+  tree.push_back({name, JsonTree()})->second.swap(from);
+}
+
 }  // namespace
 
 void RPCRequest::SetPtree(const JsonTree& tree) {
-  RPCRequest read;
-  read.id = idOf(tree);
-  if (const auto method = tree.get_child_optional("name")) read.name = method->data();
-  if (const auto given = tree.get_child_optional("params")) read.params = *given;
-  *this = std::move(read);
+  SetPtree(JsonTree(tree));
+}
+
+void RPCRequest::SetPtree(JsonTree&& tree) {
+  id = idOf(tree);
+  name.clear();
+  if (const auto method = tree.get_child_optional("name")) name = method->data();
+  takeChild(tree, "params", params);
 }
 
 JsonTree RPCRequest::ptree() const {
+  return RPCRequest(*this).takePtree();
+}
+
+JsonTree RPCRequest::takePtree() {
   JsonTree tree = opened(id);
   tree.put("name", name);
-  if (!params.empty() || !params.data().empty()) tree.put_child("params", params);
+  if (!params.empty() || !params.data().empty()) giveChild(tree, "params", params);
   return tree;
 }
 
 JsonTree RPCResponse::ptree() const {
+  return RPCResponse(*this).takePtree();
+}
+
+JsonTree RPCResponse::takePtree() {
   JsonTree tree = opened(id);
   if (error) {
     tree.put("error.code", *error);
     tree.put("error.message", rpcErrorText(*error));
     if (!detail.empty()) tree.put("error.data", detail);
   } else {
-    tree.put_child("result", result);
+    giveChild(tree, "result", result);
   }
-  if (appdata) tree.put("appdata", *appdata);
+  if (appdata) tree.push_back({"appdata", JsonTree()})->second.data().swap(*appdata);
   if (moredata) tree.put("moredata", word(*moredata));
   if (datalen) tree.put("datalen", *datalen);
   return tree;
 }
 
 void RPCResponse::SetPtree(const JsonTree& tree) {
+  SetPtree(JsonTree(tree));
+}
+
+void RPCResponse::SetPtree(JsonTree&& tree) {
   RPCResponse read;
   read.id = idOf(tree);
   read.error = member<int>(tree, "error.code");
   read.errorText = member<std::string>(tree, "error.message").value_or("");
   read.detail = member<std::string>(tree, "error.data").value_or("");
-  if (const auto given = tree.get_child_optional("result")) read.result = *given;
-  read.appdata = member<std::string>(tree, "appdata");
+  if (const auto data = tree.get_child_optional("appdata"))
+    read.appdata.emplace().swap(data->data());
   if (const auto more = member<std::string>(tree, "moredata")) read.moredata = *more == word(true);
   read.datalen = member<int64_t>(tree, "datalen");
   *this = std::move(read);
+  takeChild(tree, "result", result);
 }
 
 }  // namespace korvane

@@ -1,6 +1,7 @@
 #include "rpc/rpc_message_queue.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "eventlog/event_log.h"
 
@@ -29,7 +30,7 @@ bool RPCMessageQueue::receive(RPCRequest& out, int waitMs) {
   std::string text;
   const RPCReceive result = _transport.receive(text, waitMs);
   notePeer();
-  if (result == RPCReceive::message && take(text, out)) {
+  if (result == RPCReceive::message && take(std::move(text), out)) {
     if (!isOverdue(/*asks=*/true)) {
       _lastAskedAt = _clock.monotonicMs();
       return true;
@@ -42,14 +43,14 @@ bool RPCMessageQueue::receive(RPCRequest& out, int waitMs) {
   return false;
 }
 
-bool RPCMessageQueue::take(const std::string& text, RPCRequest& out) {
+bool RPCMessageQueue::take(std::string&& text, RPCRequest& out) {
   JsonTree tree;
-  if (!parseJson(text, tree)) {
+  if (!parseJson(std::move(text), tree)) {
     refuse(kRpcParseError);
     return false;
   }
   try {
-    out.SetPtree(tree);
+    out.SetPtree(std::move(tree));
     if (!out.name.empty()) return true;
     eventlog::trace("RPC", "A request without a name");
   } catch (const std::runtime_error& error) {
@@ -62,12 +63,11 @@ bool RPCMessageQueue::take(const std::string& text, RPCRequest& out) {
 void RPCMessageQueue::refuse(int code) {
   RPCResponse response;
   response.error = code;
-  answer(response);
+  answer(std::move(response));
 }
 
-bool RPCMessageQueue::answer(const RPCResponse& response) {
-  const std::string text = writeJson(response.ptree());
-  if (text.size() > _transport.messageBytes()) throw std::length_error("too long for a message");
+bool RPCMessageQueue::answer(RPCResponse&& response) {
+  const std::string text = writeJson(response.takePtree(), _transport.messageBytes());
   const uint64_t connection = _transport.connection();
   if (_transport.send(text)) return true;
   if (connection == _transport.connection()) drop();

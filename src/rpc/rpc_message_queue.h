@@ -30,12 +30,13 @@ class RPCMessageQueue {
 
   // True with the next request; false when none came in about that time.
   bool receive(RPCRequest& out, int waitMs);
-  // False when the peer did not take it; it has been let go then. Throws for an answer that cannot be
-  // written as JSON or is longer than a message may be; nothing has been sent then.
-  bool answer(const RPCResponse& response);
+  // Takes over what the response holds. False when the peer did not take it; it has been let go then.
+  // Throws for an answer that cannot be written as JSON or is longer than a message may be; nothing has been
+  // sent then.
+  bool answer(RPCResponse&& response);
 
  private:
-  bool take(const std::string& text, RPCRequest& out);
+  bool take(std::string&& text, RPCRequest& out);
   void refuse(int code);
   void notePeer();
   void drop();

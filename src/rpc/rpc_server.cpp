@@ -9,12 +9,12 @@ namespace {
 
 constexpr int kUnusableEvent = 10600;
 
-RPCResponse failure(const RPCRequest& request, int code, const std::string& detail = {}) {
-  RPCResponse response;
-  response.id = request.id;
+void fail(RPCResponse& response, int code, const std::string& detail = {}) {
+  const std::optional<int> id = response.id;
+  response = {};
+  response.id = id;
   response.error = code;
   response.detail = detail;
-  return response;
 }
 
 }  // namespace
@@ -43,30 +43,35 @@ bool RPCServer::cycle() {
   return true;
 }
 
-// An answer that is no JSON, or longer than a message may be, is the method's fault.
-void RPCServer::answer(const RPCRequest& request) {
+// An answer that is no JSON, or longer than a message may be, is the method's fault. What the request brought
+// is let go before the answer is written: a large one is not in memory twice.
+void RPCServer::answer(RPCRequest& request) {
+  RPCResponse response;
+  response.id = request.id;
+  respond(request, response);
+  request.params.clear();
   try {
-    _queue.answer(respond(request));
+    _queue.answer(std::move(response));
   } catch (const std::exception& error) {
     eventlog::trace("RPC", "The answer of %s cannot be written: %s", request.name, error.what());
-    _queue.answer(failure(request, kRpcInternalError));
+    RPCResponse failed;
+    failed.id = request.id;
+    failed.error = kRpcInternalError;
+    _queue.answer(std::move(failed));
   }
 }
 
-RPCResponse RPCServer::respond(const RPCRequest& request) {
-  RPCResponse response;
-  response.id = request.id;
+void RPCServer::respond(const RPCRequest& request, RPCResponse& response) {
   try {
     call(request, response);
-    return response;
   } catch (const RPCError& error) {
-    return failure(request, error.code(), error.detail());
+    fail(response, error.code(), error.detail());
   } catch (const boost::property_tree::ptree_error& error) {
     eventlog::trace("RPC", "%s: %s", request.name, error.what());
-    return failure(request, kRpcInvalidParams, error.what());
+    fail(response, kRpcInvalidParams, error.what());
   } catch (const std::exception& error) {
     eventlog::trace("RPC", "%s failed: %s", request.name, error.what());
-    return failure(request, kRpcInternalError);
+    fail(response, kRpcInternalError);
   }
 }
 

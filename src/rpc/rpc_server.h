@@ -52,9 +52,9 @@ class RPCServer {
     Access access;
     Method method;
   };
-  RPCResponse respond(const RPCRequest& request);
+  void respond(const RPCRequest& request, RPCResponse& response);
   void call(const RPCRequest& request, RPCResponse& response);
-  void answer(const RPCRequest& request);
+  void answer(RPCRequest& request);
 
   RPCTransportBase& _transport;
   RPCMessageQueue _queue;

@@ -57,6 +57,29 @@ TEST_F(PosixTest, childrenInheritNoDescriptorAndLeaveNoZombie) {
   EXPECT_NE(::kill(pid, 0), 0) << "nobody took it from the system";
 }
 
+TEST_F(PosixTest, aClientThatNoDescriptorIsLeftForIsWaitedForWithPauses) {
+  std::unique_ptr<Pipe> server, client;
+  ASSERT_EQ(platform.pipes.create("full", server), kOk);
+  ASSERT_EQ(platform.pipes.open("full", client), kOk);
+  rlimit former{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
+  const rlimit full{3, former.rlim_max};  // poll(2) itself asks for two
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &full), 0);
+  size_t available = 0;
+  int waits = 0;
+  const int64_t until = platform.clock.monotonicMs() + 300;
+  for (; platform.clock.monotonicMs() < until; ++waits) {
+    EXPECT_EQ(server->peek(available), kErrorBadPipe);
+    server->wait(PipeEvent::readable, 100);
+  }
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &former), 0);
+  EXPECT_LE(waits, 4);
+  EXPECT_EQ(server->peek(available), kOk);
+  std::unique_ptr<Pipe> nowhere;
+  EXPECT_EQ(makeNativePlatform({registryFile, ""})->platform().pipes.create("x", nowhere),
+            kErrorPathNotFound);
+}
+
 TEST_F(PosixTest, aSignalledChildHasItsSignalsCodeAndTextIsNoProgram) {
   std::unique_ptr<Process> process;
   ASSERT_EQ(platform.processes.start(KORVANE_TEST_CHILD, "hang", process), kOk);
