@@ -103,9 +103,9 @@ std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
   app->footer(exitStatuses());
   app->set_version_flag("--version", "agentctl " KORVANE_VERSION);
   addGlobalOptions(*app, context.options);
-  addConfig(*app, context, chosen);
-  addEvents(*app, context, chosen);
-  addCall(*app, context, chosen);
+  for (const auto add :
+       {addStatus, addConfig, addPolicy, addEvents, addRetranslate, addTrace, addCall, addVersion})
+    add(*app, context, chosen);
   return app;
 }
 

@@ -14,8 +14,13 @@ using Action = std::function<ExitStatus()>;
 
 // Each adds a command, with its options, to the program; when the command line asks for it, `chosen` becomes
 // what it does.
+void addStatus(CLI::App& app, Context& context, Action& chosen);
 void addConfig(CLI::App& app, Context& context, Action& chosen);
+void addPolicy(CLI::App& app, Context& context, Action& chosen);
 void addEvents(CLI::App& app, Context& context, Action& chosen);
+void addRetranslate(CLI::App& app, Context& context, Action& chosen);
+void addTrace(CLI::App& app, Context& context, Action& chosen);
+void addVersion(CLI::App& app, Context& context, Action& chosen);
 void addCall(CLI::App& app, Context& context, Action& chosen);
 
 // The parts of `config`.

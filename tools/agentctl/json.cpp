@@ -15,8 +15,10 @@ constexpr std::array kNumbers = {
     "uptimeSeconds"sv, "pid"sv,     "code"sv,         "stateCode"sv,      "errorCode"sv,
     "offset"sv,        "read"sv,    "forwarded"sv,    "folded"sv,         "rejected"sv,
     "retried"sv,       "dropped"sv, "backlogBytes"sv, "backlogRecords"sv, "milliseconds"sv};
-constexpr std::array kTruths = {"shuttingDown"sv, "registered"sv, "builtIn"sv,   "recordsExact"sv,
-                                "trace"sv,        "running"sv,    "requested"sv, "ok"sv};
+constexpr std::array kTruths = {
+    "shuttingDown"sv,   "registered"sv, "builtIn"sv, "recordsExact"sv, "trace"sv,
+    "running"sv,        "requested"sv,  "ok"sv,      "started"sv,      "prevention"sv,
+    "rebootRequired"sv, "answered"sv,   "readable"sv};
 constexpr std::array kLists = {"logs"sv, "lastErrors"sv, "stages"sv, "certificates"sv};
 
 bool isOneOf(const auto& names, std::string_view name) {

@@ -1,0 +1,201 @@
+#include "agentctl/facts.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "agentctl/events.h"
+#include "agentctl/settings_view.h"
+#include "config/ini_files.h"
+#include "config/masking.h"
+#include "config/properties_file.h"
+#include "config/service_type.h"
+#include "driver/driver_config.h"
+#include "logs/log_backlog.h"
+#include "platform/paths.h"
+#include "util/dates.h"
+
+namespace korvane::agentctl {
+namespace {
+
+constexpr size_t kLastErrors = 5;
+constexpr int64_t kNsPerMs = 1'000'000;
+
+// The list of servers without blanks and empty entries, or the URL's host.
+std::string primaryServer(const SettingsView& settings) {
+  for (const STRING& entry : settings.text(Key::serverList).split(u','))
+    if (!entry.trimmed().empty()) return entry.trimmed().toUtf8();
+  return {};
+}
+
+Json filedAgent(Context& context) {
+  PropertyList version;
+  readPropertiesFile(context.installed("kav-version.properties"), version);
+  const STRING number = propertyValue(version, "version");
+  const STRING build = propertyValue(version, "build.number");
+  return {{"version", (build.empty() ? number : number + "." + build).toUtf8()},
+          {"type", std::to_string(readServiceType())}};
+}
+
+Json filedServer(const SettingsView& settings) {
+  const std::string guid = settings.text(Key::agentId).toUtf8();
+  return {{"url", maskedSetting("agent.http.url", settings.text(Key::agentUrl).toUtf8())},
+          {"primary", primaryServer(settings)},
+          {"guid", maskedIdentifier(guid)},
+          {"registered", !guid.empty()}};
+}
+
+Json filedPolicy(const SettingsView& settings) {
+  return {{"name", settings.text(Key::policyName).toUtf8()},
+          {"id", settings.text(Key::policyId).toUtf8()},
+          {"errorCode", settings.text(Key::policyErrorCode).toInt()},
+          {"errorText", settings.text(Key::policyErrorString).toUtf8()},
+          {"builtIn", settings.text(Key::useBuiltInPolicy).toBool()},
+          {"plusFile", settings.text(Key::plusPolicyFile).toUtf8()},
+          {"prevention", settings.text(Key::ipsEnabled).toBool()},
+          {"rebootRequired", settings.text(Key::ipsRebootRequired).toBool()}};
+}
+
+// The pointers are read through the settings store, which would copy a damaged agent.ini aside.
+Json filedLogs(const SettingsView& settings) {
+  Json logs = Json::array();
+  if (!settings.fault().empty()) return logs;
+  for (const LogBacklog& log : logBacklogs())
+    logs.push_back({{"log", log.log.toUtf8()},
+                    {"pointerFile", log.pointerFile.toUtf8()},
+                    {"offset", log.offset},
+                    {"backlogBytes", log.bytes},
+                    {"backlogRecords", log.records},
+                    {"recordsExact", log.recordsExact}});
+  return logs;
+}
+
+Json filedErrors(Context& context) {
+  const eventlog::Catalogue catalogue = readCatalogue(context);
+  Json errors = Json::array();
+  std::vector<LogRecord> records =
+      newestRecords(context.system().files, context.installed("logs"), kLastErrors,
+                    [](const LogRecord& record) { return record.isComplaint(); });
+  std::reverse(records.begin(), records.end());
+  for (const LogRecord& record : records) {
+    Json error = asJson(record, catalogue);
+    for (const char* extra : {"process", "thread", "insertions"}) error.erase(extra);
+    error["text"] = maskedText(textOf(record, catalogue), {});
+    errors.push_back(std::move(error));
+  }
+  return errors;
+}
+
+Json driverItself(Context& context) {
+  context.system();
+  STRING name, version, id;
+  if (!DriverConfig::queryPolicy(name, version, id))
+    return {{"answered", false}, {"error", DriverConfig::getErrorMessage().toUtf8()}};
+  return {{"answered", true},
+          {"policy", {{"name", name.toUtf8()}, {"version", version.toUtf8()}, {"id", id.toUtf8()}}},
+          {"builtIn", DriverConfig::usingBuiltIn()}};
+}
+
+void addFiles(Context& context, const std::string& folder, Json& out) {
+  platform::Files& files = context.system().files;
+  const std::string directory = context.installed(folder);
+  std::vector<platform::DirectoryEntry> entries;
+  files.list(directory, entries);
+  for (const platform::DirectoryEntry& entry : entries) {
+    platform::FileInfo info;
+    if (entry.isDirectory ||
+        files.info(platform::joinPath(files, {directory, entry.name}), info) != 0)
+      continue;
+    if (folder.empty() && entry.name != "builtin.zip") continue;
+    out.push_back({{"name", folder.empty() ? entry.name : folder + "/" + entry.name},
+                   {"bytes", info.size},
+                   {"changedAt", formatIso8601(info.modifiedNs / kNsPerMs)}});
+  }
+}
+
+bool isPreventionReport(const std::string& text) {
+  return text.find("IPS Enabled") != std::string::npos ||
+         text.find("IPS Disabled") != std::string::npos;
+}
+
+void addServerTrouble(const Json& facts, std::vector<std::string>& out) {
+  const bool standard = textAt(facts, "agent/type") == "1";
+  if (standard && textAt(facts, "server/url").empty()) {
+    out.push_back("no management server is set: agent.http.url is empty");
+    return;
+  }
+  if (standard && textAt(facts, "server/registered") == "false")
+    out.push_back("the agent is not registered with its management server");
+  const std::string failedAt = textAt(facts, "server/lastError/at");
+  if (!failedAt.empty() && failedAt > textAt(facts, "server/lastContactAt"))
+    out.push_back("the last exchange with the server failed: " +
+                  textAt(facts, "server/lastError/text"));
+}
+
+void addPolicyTrouble(const Json& facts, std::vector<std::string>& out) {
+  const std::string code = textAt(facts, "policy/errorCode");
+  const std::string text = textAt(facts, "policy/errorText");
+  if (!code.empty() && code != "0" && !isPreventionReport(text))
+    out.push_back("policy error " + code + ": " + text);
+  if (textAt(facts, "technologies/IPS") == "Reboot")
+    out.push_back("prevention waits for a reboot of this machine");
+}
+
+}  // namespace
+
+std::string textAt(const Json& facts, const std::string& path) {
+  const Json::json_pointer place("/" + path);
+  if (!facts.contains(place) || facts[place].is_null()) return {};
+  return facts[place].is_string() ? facts[place].get<std::string>() : facts[place].dump();
+}
+
+Json filedStatus(Context& context) {
+  const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
+  Json facts = {{"running", false},
+                {"settings", {{"source", settings.source()}, {"fault", settings.fault()}}},
+                {"agent", filedAgent(context)},
+                {"server", filedServer(settings)},
+                {"policy", filedPolicy(settings)},
+                {"logs", filedLogs(settings)},
+                {"lastErrors", filedErrors(context)},
+                {"trace", settings.text(Key::agentLogTrace).toBool()}};
+  return facts;
+}
+
+Json statusFacts(Context& context) {
+  const std::optional<JsonTree> answer = context.askIfRunning("getStatus");
+  if (!answer) return filedStatus(context);
+  Json facts = {{"running", true}};
+  facts.update(typed(*answer));
+  return facts;
+}
+
+Json policyFiles(Context& context) {
+  Json files = Json::array();
+  for (const char* folder : {"", "driver", "history"}) addFiles(context, folder, files);
+  return files;
+}
+
+Json policyFacts(Context& context) {
+  const std::optional<JsonTree> policy = context.askIfRunning("getPolicy");
+  Json facts = {{"running", policy.has_value()}};
+  if (policy) {
+    facts["policy"] = typed(*policy);
+    facts["driver"] = typed(context.ask("queryDriver"));
+  } else {
+    facts["policy"] = filedPolicy(SettingsView::ofInstallation(context.installDirectory()));
+    facts["driver"] = driverItself(context);
+  }
+  facts["files"] = policyFiles(context);
+  return facts;
+}
+
+std::vector<std::string> troubleOf(const Json& facts) {
+  std::vector<std::string> trouble;
+  if (const std::string fault = textAt(facts, "settings/fault"); !fault.empty())
+    trouble.push_back(fault);
+  addServerTrouble(facts, trouble);
+  addPolicyTrouble(facts, trouble);
+  return trouble;
+}
+
+}  // namespace korvane::agentctl
