@@ -13,8 +13,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static platform::FakePlatform fake;
   fake.systemInfo.variables["A"] = "/a\n%";
   MachineState machine(fake.platform());
-  const Translation made = SourcePolicy(machine, {}, Target::driver)
-                               .translate({reinterpret_cast<const char*>(data), size});
+  // What stands behind a zero is an application's.
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  const size_t end = text.find('\0');
+  Source source{text.substr(0, end), {}};
+  if (end != std::string::npos)
+    source.applications.push_back({"applications/a/policy.txt", text.substr(end + 1)});
+  const Translation made = SourcePolicy(machine, {}, Target::driver).translate(source);
   if (!made.problem.empty()) return 0;
   const auto policy = std::make_unique<kvp_policy>();
   kvp_error error{};

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "archive/zip_writer.h"
 #include "platform/fake/fake_platform.h"
 #include "stand-in-policy/policy_model.h"
 #include "translate-stand-in/source_archive.h"
@@ -17,7 +18,7 @@ class SourcePolicyTest : public testing::Test {
  protected:
   Translation translate(const std::string& rules, const RetransItems& previous = {},
                         Target target = Target::driver) {
-    return SourcePolicy(machine, previous, target).translate(kHead + rules);
+    return SourcePolicy(machine, previous, target).translate({kHead + rules, {}});
   }
 
   platform::FakePlatform fake;
@@ -120,15 +121,49 @@ TEST_F(SourcePolicyTest, TroubleIsReadAndTheIdsHasItsOwnForm) {
             "answer refuse 12 No\n");
 }
 
+TEST_F(SourcePolicyTest, ApplicationsAddTheirRulesInTheOrderOfTheirNames) {
+  const auto translated = [this](const std::vector<std::pair<std::string, std::string>>& entries) {
+    archive::ZipWriter zip("a.zip");
+    archive::Refusal refusal;
+    EXPECT_TRUE(zip.add(kPolicyEntry, std::string(kHead) + "rule deny file base /b\n", refusal));
+    for (const auto& [name, text] : entries) EXPECT_TRUE(zip.add(name, text, refusal));
+    Source source;
+    Translation made;
+    if (unpackPolicy("a.zip", zip.finish(), source, made.problem))
+      made = SourcePolicy(machine, {}, Target::driver).translate(source);
+    return made.problem.empty() ? made.policy.substr(sizeof kHead - 1) : made.problem;
+  };
+  const std::string first = "korvane-application 1\n";
+  EXPECT_EQ(translated({{"applications/web/policy.txt", first + "rule deny file web /w\n"},
+                        {"applications/mail/other", "counts for nothing"},
+                        {"applications/mail/policy.txt", first + "#\nrule deny file mail /m"}}),
+            "rule deny file base /b\nrule deny file mail /m\nrule deny file web /w\n");
+  const struct {
+    std::string text;
+    const char* problem;
+  } cases[] = {
+      {"rule deny file a /a", "line 1 of applications/a/policy.txt: the first line must be"},
+      {first + "\nname N",
+       "line 3 of applications/a/policy.txt: an application's policy has rules"},
+      {first + "rule what", "line 2 of applications/a/policy.txt: "},
+  };
+  for (const auto& each : cases)
+    EXPECT_NE(translated({{"applications/a/policy.txt", each.text}}).find(each.problem),
+              std::string::npos)
+        << translated({{"applications/a/policy.txt", each.text}});
+  EXPECT_NE(translated({{"applications/a/b", ""}}).find("applications/a/policy.txt"),
+            std::string::npos);
+}
+
 TEST(SourceArchive, ComesBackAndIsTheSameForTheSameText) {
-  std::string text;
+  Source source;
   std::string reason;
   for (const std::string& each : {std::string(), std::string(kHead), std::string(70000, '\xff')}) {
     const std::string archive = packPolicy(each);
     EXPECT_EQ(archive, packPolicy(each));
-    ASSERT_TRUE(unpackPolicy("a.zip", archive, text, reason)) << reason;
-    EXPECT_EQ(text, each);
-    EXPECT_FALSE(unpackPolicy("a.zip", archive.substr(0, archive.size() - 5), text, reason));
+    ASSERT_TRUE(unpackPolicy("a.zip", archive, source, reason)) << reason;
+    EXPECT_EQ(source.text, each);
+    EXPECT_FALSE(unpackPolicy("a.zip", archive.substr(0, archive.size() - 5), source, reason));
     EXPECT_NE(reason.find("a.zip"), std::string::npos);
   }
 }

@@ -61,7 +61,7 @@ class Program {
 
  private:
   bool read(const std::string& path, uint64_t limit, std::string& bytes, std::string& reason);
-  bool readSource(const std::string& path, std::string& text, std::string& reason);
+  bool readSource(const std::string& path, Source& source, std::string& reason);
   RetransItems readPrevious(const std::string& path);
   bool write(const std::string& path, std::string_view bytes);
   int finish(const Command& command, const Translation& made);
@@ -78,10 +78,10 @@ bool Program::read(const std::string& path, uint64_t limit, std::string& bytes,
   return error == 0;
 }
 
-bool Program::readSource(const std::string& path, std::string& text, std::string& reason) {
+bool Program::readSource(const std::string& path, Source& source, std::string& reason) {
   std::string archive;
   return read(path, kMaxArchiveBytes, archive, reason) &&
-         unpackPolicy(platform::fileNameOf(path), archive, text, reason);
+         unpackPolicy(platform::fileNameOf(path), archive, source, reason);
 }
 
 // What cannot be used is left aside: the translation does without it.
@@ -131,7 +131,7 @@ int Program::finish(const Command& command, const Translation& made) {
 
 int Program::translate(const Command& command) {
   using Kind = Trouble::Kind;
-  std::string source;
+  Source source;
   std::string reason;
   if (!readSource(command.source, source, reason))
     return failWith(command, kUnusableArchive, reason);

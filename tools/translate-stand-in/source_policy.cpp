@@ -11,6 +11,7 @@ namespace korvane::translate_stand_in {
 namespace {
 
 constexpr std::string_view kFirstLine = "korvane-policy 1";
+constexpr std::string_view kApplicationFirstLine = "korvane-application 1";
 constexpr std::string_view kIdsFirstLine = "korvane-ids-policy 1";
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kOpen = "$(";
@@ -79,7 +80,8 @@ std::vector<std::string> splitList(const std::string& list) {
 
 bool SourcePolicy::fail(const std::string& reason) {
   _made.problem = "The policy is malformed";
-  if (_line > 0) _made.problem += " in line " + std::to_string(_line);
+  if (_at.line > 0) _made.problem += " in line " + std::to_string(_at.line);
+  if (_at.entry) _made.problem += " of " + *_at.entry;
   _made.problem += ": " + reason;
   return false;
 }
@@ -87,7 +89,7 @@ bool SourcePolicy::fail(const std::string& reason) {
 void SourcePolicy::put(std::string_view line) {
   _made.policy += line;
   _made.policy += '\n';
-  _sourceLines.push_back(_line);
+  _origins.push_back(_at);
 }
 
 std::string SourcePolicy::lastKnown(const RetransItem& item) const {
@@ -207,13 +209,14 @@ bool SourcePolicy::takeLine(std::string_view line) {
   if (word == "stand-in") return takeDirective(rest);
   if (word == "rule") return takeRule(line);
   if (word == "when") return takeConditionalRule(rest);
+  if (_at.entry) return fail("an application's policy has rules alone");
   put(line);
   return true;
 }
 
 // The driver's own rules, told with the line of the source.
 void SourcePolicy::check() {
-  _line = 0;
+  _at = {};
   if (retransItemsText(_made.items).size() > kMaxItemsBytes) {
     fail("the items are too large");
     return;
@@ -221,21 +224,35 @@ void SourcePolicy::check() {
   const auto parsed = std::make_unique<kvp_policy>();
   kvp_error error{};
   if (kvp_parse(_made.policy.data(), _made.policy.size(), parsed.get(), &error) == 0) return;
-  _line = error.line > 0 ? _sourceLines[error.line - 1] : 0;
+  if (error.line > 0) _at = _origins[error.line - 1];
   fail(error.reason);
 }
 
-Translation SourcePolicy::translate(std::string_view source) {
-  if (source.size() > KVP_MAX_TEXT_BYTES) fail("the policy is too large");
-  while (_made.problem.empty() && !source.empty()) {
-    const std::string_view line = trimmed(takeLineOf(source));
-    ++_line;
+void SourcePolicy::takeText(std::string_view text) {
+  if (text.size() > KVP_MAX_TEXT_BYTES) fail("the policy is too large");
+  while (_made.problem.empty() && !text.empty()) {
+    const std::string_view line = trimmed(takeLineOf(text));
+    ++_at.line;
     if (line.empty() || line.starts_with('#')) continue;
     if (line.size() > KVP_MAX_LINE_BYTES)
       fail("the line is too long");
     else if (takeLine(line) && _made.items.size() > kMaxItems)
       fail("it refers to too much");
   }
+}
+
+void SourcePolicy::takeApplication(const ApplicationPart& part) {
+  _at = {&part.entry, 1};
+  std::string_view text = part.text;
+  if (trimmed(takeLineOf(text)) != kApplicationFirstLine)
+    fail("the first line must be \"" + std::string(kApplicationFirstLine) + "\"");
+  takeText(text);
+}
+
+Translation SourcePolicy::translate(const Source& source) {
+  takeText(source.text);
+  for (const ApplicationPart& part : source.applications)
+    if (_made.problem.empty()) takeApplication(part);
   if (_made.problem.empty()) check();
   if (_made.problem.empty() && _target == Target::ids) {
     _made.policy.replace(0, kFirstLine.size(), kIdsFirstLine);

@@ -1,11 +1,11 @@
-// Turns a source policy's text into the translated policy and its items: what the stand-in for the
+// Turns a source policy into the translated policy and its items: what the stand-in for the
 // translator does. docs/file-formats.md has the lines of both.
 //
 // Lifetime: refers to the machine and the earlier items, which must outlive it. One thread, one
 // translation an object. Texts are UTF-8.
 // Errors: Translation::problem, with the line of the source.
 //
-//   const Translation made = SourcePolicy(machine, previousItems, Target::driver).translate(text);
+//   const Translation made = SourcePolicy(machine, previousItems, Target::driver).translate(source);
 #pragma once
 
 #include <optional>
@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "translate-stand-in/source_archive.h"
 #include "update/policy/machine_state.h"
 #include "update/policy/retrans_items.h"
 
@@ -50,9 +51,17 @@ class SourcePolicy {
   SourcePolicy(MachineState& machine, const RetransItems& previous, Target target)
       : _machine(machine), _previous(previous), _target(target) {}
 
-  Translation translate(std::string_view source);
+  Translation translate(const Source& source);
 
  private:
+  // Where a line of the translation comes from.
+  struct Origin {
+    const std::string* entry = nullptr;  // an application's, or null
+    size_t line = 0;
+  };
+
+  void takeText(std::string_view text);
+  void takeApplication(const ApplicationPart& part);
   bool takeLine(std::string_view line);
   bool takeDirective(std::string_view directive);
   bool takeRule(std::string_view rule);
@@ -73,8 +82,8 @@ class SourcePolicy {
   const Target _target;
   Translation _made;
   std::string _idsAnswer;
-  size_t _line = 0;
-  std::vector<size_t> _sourceLines;  // of each line of the translation
+  Origin _at;
+  std::vector<Origin> _origins;  // of each line of the translation
 };
 
 }  // namespace korvane::translate_stand_in
