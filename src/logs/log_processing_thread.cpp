@@ -12,14 +12,18 @@ namespace {
 constexpr int kErrorPassedOver = 13;
 constexpr int kEventProcessorFailed = 10136;
 
-std::atomic<bool> policyBuffer{false};
+std::atomic<bool> policyBufferOn{false};
 
 }  // namespace
 
 LogProcessingThread::~LogProcessingThread() = default;
 
 void LogProcessingThread::setPolicyBuffer(bool on) {
-  policyBuffer = on;
+  policyBufferOn = on;
+}
+
+bool LogProcessingThread::policyBuffer() {
+  return policyBufferOn;
 }
 
 void LogProcessingThread::attach(std::unique_ptr<LogProcessor> processor) {
@@ -33,7 +37,7 @@ void LogProcessingThread::stop() {
 }
 
 bool LogProcessingThread::forwardingPossible() {
-  return isStandardAgent() || (isCloudAgent() && policyBuffer);
+  return isStandardAgent() || (isCloudAgent() && policyBufferOn);
 }
 
 uint32_t LogProcessingThread::cycle() {

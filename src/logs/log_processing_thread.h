@@ -36,6 +36,7 @@ class LogProcessingThread : public Thread {
 
   // The switch that the channel of a cloud-managed agent sets: whether it may forward events.
   static void setPolicyBuffer(bool on);
+  static bool policyBuffer();
 
   static constexpr uint32_t kCycleMs = 1000;
   static constexpr uint32_t kBackOffMs = 10000;

@@ -1,8 +1,8 @@
 // Configuration and policy: fetched, applied, reported.
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
-#include "driver/driver_config.h"
 #include "eventlog/event_log.h"
+#include "update/policy/builtin_wish.h"
 #include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
@@ -26,16 +26,6 @@ UpdateResult configureIds(const PropertyList& settings, const PropertyList& rule
   if (!ids->applyConfiguration(settings, rules))
     return {kDiskFailure, "Failed to save new configuration data from server to disk."};
   return readIdsResult(*ids, "IDS.Config", kContext);
-}
-
-// The driver is told before the setting changes: whoever sees the changed setting asks the driver.
-void followBuiltInWish(const PropertyList& settings) {
-  const STRING* wish = findProperty(settings, "use.builtin.policy");
-  if (!wish || wish->toBool() == DriverConfig::usingBuiltIn()) return;
-  if (wish->toBool())
-    DriverConfig::useBuiltIn();
-  else
-    DriverConfig::newPolicy(DriverConfig::getMinusFile());
 }
 
 }  // namespace

@@ -1,0 +1,12 @@
+// Base64 as RFC 4648 has it: "+" and "/", "=" to the full four, no line breaks. Thread-safe.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace korvane {
+
+// False, and `out` empty, for a text that is none.
+bool decodeBase64(std::string_view text, std::string& out);
+
+}  // namespace korvane
