@@ -6,6 +6,7 @@
 #include "agent/driver_policy.h"
 #include "agent/thread/agent_info.h"
 #include "agent/thread/stop_token.h"
+#include "cloud/application_policies.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
 #include "driver/driver_config.h"
@@ -87,6 +88,7 @@ void KorvaneAgent::createComm() {
     Synchronized hold(_commLock);
     _comm = makeAgentComm(*_config);
   }
+  if (isCloudAgent() && !stopping()) loadApplicationPolicies();
   eventlog::event(10106, kAgentTag, {version});
   if (isStandardAgent()) eventlog::event(10167, kAgentTag, {_config->getURL()});
   AgentConfig::setAgentStarted(true);

@@ -1,17 +1,24 @@
 #include "cloud/cloud_agent_comm.h"
 
+#include "cloud/connector_presence.h"
+#include "update/policy/policy_news.h"
+
 namespace korvane {
 
 bool CloudAgentComm::testConnection() {
-  return false;
+  return !_stopped && ConnectorPresence::askedLately();
 }
 
 bool CloudAgentComm::registerAgent(uint8_t&) {
   return true;
 }
 
-void CloudAgentComm::reportPolicyState() {}
+void CloudAgentComm::reportPolicyState() {
+  if (!_stopped) PolicyNews::note();
+}
 
-void CloudAgentComm::stop() {}
+void CloudAgentComm::stop() {
+  _stopped = true;
+}
 
 }  // namespace korvane

@@ -1,7 +1,10 @@
-// The communication component of an agent that the cloud manages. Such an agent is not enrolled from here:
-// its command channel carries that, and is not there yet (docs/limitations.md). All operations return at
-// once; any thread may call them.
+// The communication component of an agent that the cloud manages.
+//
+// Such an agent is not enrolled from here and sends nothing by itself: the cloud connector comes to it over the
+// command channel (comm_thread.h) and asks. Operations return at once; any thread may call them.
 #pragma once
+
+#include <atomic>
 
 #include "comm/agent_comm.h"
 
@@ -9,11 +12,16 @@ namespace korvane {
 
 class CloudAgentComm : public AgentComm {
  public:
-  bool testConnection() override;  // false: there is no channel to test
-  bool registerAgent(
-      uint8_t& builtinReported) override;  // true: nothing is to be enrolled from here
+  // Whether the connector has asked for something lately (connector_presence.h); false after stop().
+  bool testConnection() override;
+  // True: the connector enrols the agent.
+  bool registerAgent(uint8_t& builtinReported) override;
+  // Notes that there is something for the connector to ask for: "news" of getState goes up.
   void reportPolicyState() override;
   void stop() override;
+
+ private:
+  std::atomic<bool> _stopped{false};
 };
 
 }  // namespace korvane

@@ -1,11 +1,25 @@
 #include "cloud/comm_thread.h"
 
+#include "cloud/cloud_methods.h"
+#include "cloud/connector_presence.h"
+#include "platform/platform.h"
+#include "rpc/pipe_names.h"
+#include "rpc/rpc_named_pipe.h"
+#include "update/policy/policy_processor.h"
+
 namespace korvane {
 
-CommThread::CommThread(AgentInfo*) : Thread(64 * 1024) {}
+CommThread::CommThread(AgentInfo*) {}
 
 void CommThread::run() {
-  stopToken().sleepFor(platform::kInfinite);
+  ConnectorPresence::reset();
+  PolicyProcessor::reportOutstanding();
+  platform::Platform& system = platform::current();
+  RPCNamedPipe transport(system.pipes, system.clock, kCloudPipe, RPCNamedPipe::Role::server);
+  RPCServer server(transport, system.clock);
+  CloudMethods methods;
+  methods.addTo(server);
+  server.run(stopToken());
 }
 
 }  // namespace korvane

@@ -1,5 +1,12 @@
-// The cloud command channel. It waits for its stop and does nothing else; docs/limitations.md says so.
-// Start, stop and destruction as for every Thread.
+// The cloud command channel: serves kCloudPipe, over which the cloud connector manages an agent that has no
+// management server. docs/cloud.md has its commands; all of them are for administrators.
+//
+// It works on policies in turns with the utility thread (policy_turn.h). It posts nothing to the mailbox: the
+// connector cannot end the agent.
+//
+// Start: as every Thread; what the last run has not told about a policy is told first. Stop: every wait ends at
+// once. A translation in progress is ended by the shutdown token, nothing has changed then.
+// Threads: commands run on this thread, one at a time. Errors: as RPCServer.
 #pragma once
 
 #include "agent/thread/thread.h"

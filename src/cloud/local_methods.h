@@ -16,6 +16,7 @@ void addStateMethods(RPCServer& server, const AboutAgent& about);
 void addSettingsMethods(RPCServer& server);
 // getPolicy, queryDriver, retranslate
 void addPolicyMethods(RPCServer& server);
+void requestRetranslation(const RPCRequest& request, RPCResponse& response);
 // getCounters
 void addLogMethods(RPCServer& server);
 // getDiagnostics

@@ -42,7 +42,9 @@ void queryDriver(const RPCRequest&, RPCResponse& response) {
   putRecorded(response.result);
 }
 
-void retranslate(const RPCRequest&, RPCResponse& response) {
+}  // namespace
+
+void requestRetranslation(const RPCRequest&, RPCResponse& response) {
   STRING refused;
   const PropertyList wish = {{rowOf(Key::autoRetransNow).name, "true"}};
   if (AgentConfig::getInstance()->changeAll(wish, refused) != AgentConfig::ChangeAll::done)
@@ -50,14 +52,12 @@ void retranslate(const RPCRequest&, RPCResponse& response) {
   putFlag(response.result, "requested", true);
 }
 
-}  // namespace
-
 void addPolicyMethods(RPCServer& server) {
   using Access = RPCServer::Access;
   server.add("getPolicy", Access::everyone,
              [](const RPCRequest&, RPCResponse& response) { response.result = policyTree(); });
   server.add("queryDriver", Access::everyone, queryDriver);
-  server.add("retranslate", Access::administrators, retranslate);
+  server.add("retranslate", Access::administrators, requestRetranslation);
 }
 
 }  // namespace korvane

@@ -3,6 +3,7 @@
 
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
+#include "cloud/settings_change.h"
 #include "config/agent_config.h"
 #include "config/masking.h"
 #include "config/setting_check.h"
@@ -42,48 +43,8 @@ JsonTree settingsTree(const JsonTree& params) {
   return tree;
 }
 
-PropertyList changesOf(const JsonTree& params) {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  PropertyList changes;
-  for (const auto& [name, child] : params.get_child("settings")) {
-    const STRING key = name;
-    const STRING value = child.data();
-    if (!config.hasValue(key)) refuse(name, "is no setting");
-    if (!child.empty()) refuse(name, "the value is neither text, number, true nor false");
-    if (const std::string fault = settingFault(key, value); !fault.empty())
-      refuse(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
-    changes.emplace_back(key, value);
-  }
-  if (changes.empty()) refuse("settings", "there is none");
-  return changes;
-}
-
-void apply(const PropertyList& changes) {
-  STRING refusedKey;
-  switch (AgentConfig::getInstance()->changeAll(changes, refusedKey)) {
-    case AgentConfig::ChangeAll::refused:
-      refuse(refusedKey.toUtf8(), "the value is refused");
-    case AgentConfig::ChangeAll::locked:
-      throw RPCError(kRpcFileOpenError, "agent.ini: another program holds the lock file");
-    case AgentConfig::ChangeAll::notWritten:
-      throw RPCError(kRpcFileCopyError, "agent.ini cannot be written");
-    default:
-      break;
-  }
-}
-
-int countChanged(const PropertyList& before) {
-  int changed = 0;
-  for (const auto& [key, value] : before)
-    if (AgentConfig::getInstance()->getValue(key) != value) ++changed;
-  return changed;
-}
-
 void setSettings(const RPCRequest& request, RPCResponse& response) {
-  const PropertyList changes = changesOf(request.params);
-  const PropertyList before = AgentConfig::getInstance()->allValues();
-  apply(changes);
-  putMember(response.result, "changed", countChanged(before));
+  putMember(response.result, "changed", changeSettings(settingsFrom(request.params)));
 }
 
 void setTrace(const RPCRequest& request, RPCResponse& response) {
@@ -91,7 +52,7 @@ void setTrace(const RPCRequest& request, RPCResponse& response) {
   const char* key = rowOf(Key::agentLogTrace).name;
   if (const std::string fault = settingFault(key, on); on.empty() || !fault.empty())
     refuse("on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "says nothing" : fault));
-  apply({{key, on}});
+  changeSettings({{key, on}});
   putFlag(response.result, "trace", AgentConfig::getInstance()->logTraceMessages());
 }
 

@@ -1,0 +1,98 @@
+#include "cloud/application_folder.h"
+
+#include <algorithm>
+
+#include "cloud/source_combination.h"
+#include "config/install_root.h"
+#include "platform/paths.h"
+#include "platform/platform.h"
+#include "update/policy/policy_files.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kFolder[] = "applications";
+constexpr char kArchive[] = ".zip";
+constexpr char kNext[] = ".zip.next";
+constexpr char kGone[] = ".zip.gone";
+
+}  // namespace
+
+ApplicationFolder::ApplicationFolder()
+    : _files(platform::current().files),
+      _directory(platform::joinPath(_files, {installDirectory(), kFolder})) {}
+
+std::string ApplicationFolder::path(const std::string& application) const {
+  return platform::joinPath(_files, {_directory, application + kArchive});
+}
+
+std::string ApplicationFolder::stagedPath(const Staged& staged) const {
+  return platform::joinPath(_files,
+                            {_directory, staged.application + (staged.removal ? kGone : kNext)});
+}
+
+std::vector<std::string> ApplicationFolder::names(std::string_view ending) const {
+  std::vector<platform::DirectoryEntry> entries;
+  std::vector<std::string> found;
+  _files.list(_directory, entries);
+  for (const platform::DirectoryEntry& entry : entries) {
+    if (entry.isDirectory || !entry.name.ends_with(ending)) continue;
+    std::string name = entry.name.substr(0, entry.name.size() - ending.size());
+    if (isApplicationName(name)) found.push_back(std::move(name));
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+std::vector<std::string> ApplicationFolder::stored() const {
+  return names(kArchive);
+}
+
+std::vector<ApplicationFolder::Staged> ApplicationFolder::staged() const {
+  std::vector<Staged> found;
+  for (const bool removal : {false, true})
+    for (std::string& name : names(removal ? kGone : kNext))
+      found.push_back({std::move(name), removal});
+  return found;
+}
+
+int ApplicationFolder::read(const std::string& application, std::string& archive) const {
+  return platform::readWholeFile(_files, path(application), kMaxPolicyBytes, archive);
+}
+
+int ApplicationFolder::readStaged(const std::string& application, std::string& archive) const {
+  return platform::readWholeFile(_files, stagedPath({application, false}), kMaxPolicyBytes,
+                                 archive);
+}
+
+int ApplicationFolder::stage(const std::string& application, std::string_view archive) {
+  if (const int error = _files.makeDirectories(_directory)) return error;
+  return platform::writeFileAtomically(_files, stagedPath({application, false}), archive);
+}
+
+int ApplicationFolder::stageRemoval(const std::string& application) {
+  if (const int error = _files.makeDirectories(_directory)) return error;
+  return platform::writeFileAtomically(_files, stagedPath({application, true}), "");
+}
+
+int ApplicationFolder::makeGood(const Staged& staged) {
+  if (!staged.removal) {
+    const int error = _files.replace(stagedPath(staged), path(staged.application));
+    return error ? error : _files.flushDirectory(_directory);
+  }
+  // The mark goes last: with it the removal can be done again.
+  const int error = remove(staged.application);
+  return error ? error : drop(staged);
+}
+
+int ApplicationFolder::drop(const Staged& staged) {
+  const int error = removeIfThere(stagedPath(staged));
+  return error ? error : _files.flushDirectory(_directory);
+}
+
+int ApplicationFolder::remove(const std::string& application) {
+  const int error = removeIfThere(path(application));
+  return error ? error : _files.flushDirectory(_directory);
+}
+
+}  // namespace korvane

@@ -1,0 +1,180 @@
+#include "cloud/cloud_methods.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "cloud/agent_status.h"
+#include "cloud/application_policies.h"
+#include "cloud/cloud_errors.h"
+#include "cloud/connector_presence.h"
+#include "cloud/local_methods.h"
+#include "cloud/settings_change.h"
+#include "config/agent_config.h"
+#include "config/service_type.h"
+#include "logs/log_processing_thread.h"
+#include "update/policy/builtin_wish.h"
+#include "update/policy/policy_news.h"
+#include "update/policy/policy_turn.h"
+#include "util/base64.h"
+
+namespace korvane {
+namespace {
+
+constexpr size_t kMaxTextBytes = 1024;
+constexpr const char* kKeptByTheAgent[] = {"plus.policy.file", "policy.name", "policy.id",
+                                           "policy.path"};
+
+[[noreturn]] void refuse(const std::string& parameter, const std::string& fault) {
+  throw RPCError(kRpcInvalidParams, parameter + ": " + fault);
+}
+
+const std::string& textOf(const RPCRequest& request, const char* parameter) {
+  const auto child = request.params.get_child_optional(parameter);
+  if (!child) refuse(parameter, "is missing");
+  if (!child->empty()) refuse(parameter, "is no text");
+  return child->data();
+}
+
+std::string shortTextOf(const RPCRequest& request, const char* parameter) {
+  const std::string& text = textOf(request, parameter);
+  if (text.empty() || text.size() > kMaxTextBytes)
+    refuse(parameter, std::to_string(text.size()) + " bytes, there must be 1 to " +
+                          std::to_string(kMaxTextBytes));
+  return text;
+}
+
+std::string bytesOf(const RPCRequest& request, const char* parameter) {
+  const std::string& text = textOf(request, parameter);
+  std::string bytes;
+  if (text.empty()) throw RPCError(kRpcEmptyBuffer, std::string(parameter) + " is empty");
+  if (!decodeBase64(text, bytes)) refuse(parameter, "is no base64");
+  if (bytes.size() <= kMaxPolicyBytes) return bytes;
+  refuse(parameter,
+         std::to_string(bytes.size()) + " bytes, there may be " + std::to_string(kMaxPolicyBytes));
+}
+
+void checkChangeable(const PropertyList& settings) {
+  for (const char* key : kKeptByTheAgent)
+    if (findProperty(settings, key))
+      refuse(key, "comes with the policy and is no setting to change");
+}
+
+// The driver goes back with the setting when the change fails.
+int change(const PropertyList& settings) {
+  const AgentConfig& config = *AgentConfig::getInstance();
+  const char* const key = "use.builtin.policy";
+  const PropertyList former = {{key, STRING::fromBool(config.useBuiltInPolicy())}};
+  const bool wished =
+      findProperty(settings, key) && config.isIPSEnabled() && config.isIPSRebootDone();
+  if (wished) followBuiltInWish(settings);
+  try {
+    return changeSettings(settings);
+  } catch (const RPCError&) {
+    if (wished) followBuiltInWish(former);
+    throw;
+  }
+}
+
+}  // namespace
+
+void CloudMethods::addTo(RPCServer& server) {
+  const std::pair<const char*, Command> commands[] = {
+      {"policyBuffer", &CloudMethods::policyBuffer},
+      {"policy", &CloudMethods::policy},
+      {"configuration", &CloudMethods::configuration},
+      {"applicationPolicy.set", &CloudMethods::setApplication},
+      {"applicationPolicy.remove", &CloudMethods::removeApplication},
+      {"applicationPolicy.list", &CloudMethods::listApplications},
+      {"getState", &CloudMethods::getState},
+      {"retranslate", &CloudMethods::retranslate},
+  };
+  for (const auto& [name, command] : commands)
+    server.add(name, RPCServer::Access::administrators,
+               [this, run = command](const RPCRequest& request, RPCResponse& response) {
+                 ConnectorPresence::noteAsked();
+                 (this->*run)(request, response);
+               });
+}
+
+void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>& work) {
+  const PolicyTurn turn;
+  if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
+  if (!_ready) _processor.InitializePloicyHistory();
+  _ready = true;
+  ApplicationPolicies policies(_processor);
+  work(policies);
+}
+
+void CloudMethods::policyBuffer(const RPCRequest& request, RPCResponse& response) {
+  const std::string& value = textOf(request, "value");
+  if (value != "true" && value != "false") refuse("value", "\"true\" or \"false\" is expected");
+  LogProcessingThread::setPolicyBuffer(value == "true");
+  putMember(response.result, "policyBuffer", value);
+}
+
+void CloudMethods::policy(const RPCRequest& request, RPCResponse& response) {
+  const PropertyList properties = {{"policy.name", shortTextOf(request, "name")},
+                                   {"policy.path", shortTextOf(request, "path")}};
+  const std::string source = bytesOf(request, "bytes");
+  workOnPolicy([&](ApplicationPolicies& policies) { policies.installBase(source, properties); });
+  response.result.push_back({"policy", policyTree()});
+}
+
+void CloudMethods::configuration(const RPCRequest& request, RPCResponse& response) {
+  const PropertyList settings = settingsFrom(request.params);
+  checkChangeable(settings);
+  const PolicyTurn turn;
+  if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
+  putMember(response.result, "changed", change(settings));
+}
+
+void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& response) {
+  const std::string name = textOf(request, "name");
+  const std::string archive = bytesOf(request, "bytes");
+  bool changed = false;
+  workOnPolicy([&](ApplicationPolicies& policies) { changed = policies.set(name, archive); });
+  putFlag(response.result, "changed", changed);
+  response.result.push_back({"policy", policyTree()});
+}
+
+void CloudMethods::removeApplication(const RPCRequest& request, RPCResponse& response) {
+  const std::string name = textOf(request, "name");
+  workOnPolicy([&](ApplicationPolicies& policies) { policies.remove(name); });
+  response.result.push_back({"policy", policyTree()});
+}
+
+void CloudMethods::listApplications(const RPCRequest&, RPCResponse& response) {
+  JsonTree list;
+  workOnPolicy([&list](ApplicationPolicies& policies) {
+    for (const ApplicationPolicies::Application& each : policies.list()) {
+      JsonTree tree;
+      putMember(tree, "name", each.name);
+      putFlag(tree, "stored", each.stored);
+      putFlag(tree, "inForce", each.inForce);
+      putMember(tree, "bytes", static_cast<int64_t>(each.bytes));
+      putMember(tree, "sha256", each.sha256);
+      putMember(tree, "problem", each.problem);
+      list.push_back({"", std::move(tree)});
+    }
+  });
+  response.result.push_back({"applications", std::move(list)});
+}
+
+void CloudMethods::getState(const RPCRequest&, RPCResponse& response) {
+  const AgentConfig& config = *AgentConfig::getInstance();
+  JsonTree agent;
+  putMember(agent, "version", config.getKorvaneVersion().toUtf8());
+  putMember(agent, "type", static_cast<int64_t>(serviceType()));
+  response.result.push_back({"agent", std::move(agent)});
+  putMember(response.result, "news", static_cast<int64_t>(PolicyNews::number()));
+  putFlag(response.result, "policyBuffer", LogProcessingThread::policyBuffer());
+  putMember(response.result, "features", config.getFeatures().toUtf8());
+  response.result.push_back({"policy", policyTree()});
+  response.result.push_back({"counters", countersTree()});
+}
+
+void CloudMethods::retranslate(const RPCRequest& request, RPCResponse& response) {
+  requestRetranslation(request, response);
+}
+
+}  // namespace korvane

@@ -1,0 +1,37 @@
+// The commands of the cloud command channel; docs/cloud.md describes each.
+//
+// Lifetime: outlives the server that it is added to. Threads: the server's. Errors: RPCError.
+#pragma once
+
+#include <functional>
+
+#include "rpc/rpc_server.h"
+#include "update/policy/policy_processor.h"
+
+namespace korvane {
+
+class ApplicationPolicies;
+
+class CloudMethods {
+ public:
+  void addTo(RPCServer& server);
+
+ private:
+  using Command = void (CloudMethods::*)(const RPCRequest&, RPCResponse&);
+
+  void policyBuffer(const RPCRequest& request, RPCResponse& response);
+  void policy(const RPCRequest& request, RPCResponse& response);
+  void configuration(const RPCRequest& request, RPCResponse& response);
+  void setApplication(const RPCRequest& request, RPCResponse& response);
+  void removeApplication(const RPCRequest& request, RPCResponse& response);
+  void listApplications(const RPCRequest& request, RPCResponse& response);
+  void getState(const RPCRequest& request, RPCResponse& response);
+  void retranslate(const RPCRequest& request, RPCResponse& response);
+  // Runs the work in a turn, with the policy's history at hand.
+  void workOnPolicy(const std::function<void(ApplicationPolicies&)>& work);
+
+  PolicyProcessor _processor;
+  bool _ready = false;  // the history has been initialised
+};
+
+}  // namespace korvane

@@ -1,0 +1,17 @@
+// When the cloud connector last asked for something over the command channel. Threads: any.
+#pragma once
+
+namespace korvane {
+
+class ConnectorPresence {
+ public:
+  // So long after its last command it counts as there.
+  static constexpr int kLatelyMs = 300000;
+
+  static void noteAsked();
+  static bool askedLately();
+  // Nobody has asked yet; for the next start.
+  static void reset();
+};
+
+}  // namespace korvane

@@ -1,0 +1,62 @@
+#include "cloud/settings_change.h"
+
+#include "config/agent_config.h"
+#include "config/masking.h"
+#include "config/setting_check.h"
+#include "rpc/rpc_errors.h"
+
+namespace korvane {
+namespace {
+
+[[noreturn]] void refuse(const std::string& key, const std::string& fault) {
+  throw RPCError(kRpcInvalidParams, key + ": " + fault);
+}
+
+void apply(const PropertyList& changes) {
+  STRING refusedKey;
+  switch (AgentConfig::getInstance()->changeAll(changes, refusedKey)) {
+    case AgentConfig::ChangeAll::refused:
+      refuse(refusedKey.toUtf8(), "the value is refused");
+    case AgentConfig::ChangeAll::locked:
+      throw RPCError(kRpcFileOpenError, "agent.ini: another program holds the lock file");
+    case AgentConfig::ChangeAll::notWritten:
+      throw RPCError(kRpcFileCopyError, "agent.ini cannot be written");
+    default:
+      break;
+  }
+}
+
+int countChanged(const PropertyList& before) {
+  int changed = 0;
+  for (const auto& [key, value] : before)
+    if (AgentConfig::getInstance()->getValue(key) != value) ++changed;
+  return changed;
+}
+
+}  // namespace
+
+PropertyList settingsFrom(const JsonTree& params) {
+  const AgentConfig& config = *AgentConfig::getInstance();
+  const auto settings = params.get_child_optional("settings");
+  if (!settings) refuse("settings", "is missing");
+  PropertyList changes;
+  for (const auto& [name, child] : *settings) {
+    const STRING key = name;
+    const STRING value = child.data();
+    if (!config.hasValue(key)) refuse(name, "is no setting");
+    if (!child.empty()) refuse(name, "the value is neither text, number, true nor false");
+    if (const std::string fault = settingFault(key, value); !fault.empty())
+      refuse(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
+    changes.emplace_back(key, value);
+  }
+  if (changes.empty()) refuse("settings", "there is none");
+  return changes;
+}
+
+int changeSettings(const PropertyList& changes) {
+  const PropertyList before = AgentConfig::getInstance()->allValues();
+  apply(changes);
+  return countChanged(before);
+}
+
+}  // namespace korvane
