@@ -8,6 +8,7 @@
 #include "config/service_type.h"
 #include "eventlog/recent_errors.h"
 #include "logs/forwarding_counters.h"
+#include "logs/log_backlog.h"
 #include "platform/platform.h"
 #include "util/dates.h"
 
@@ -137,12 +138,29 @@ JsonTree lastErrorsTree() {
   return list;
 }
 
-JsonTree statusTree(const AboutAgent& about) {
+JsonTree logsTree() {
+  JsonTree list;
+  for (const LogBacklog& log : logBacklogs()) {
+    JsonTree entry;
+    putMember(entry, "type", log.type);
+    putText(entry, "log", log.log);
+    putText(entry, "pointerFile", log.pointerFile);
+    putMember(entry, "offset", log.offset);
+    putMember(entry, "backlogBytes", std::to_string(log.bytes));
+    putMember(entry, "backlogRecords", std::to_string(log.records));
+    putFlag(entry, "recordsExact", log.recordsExact);
+    list.push_back({"", std::move(entry)});
+  }
+  return list;
+}
+
+JsonTree statusTree(const AboutAgent& about, const JsonTree& logs) {
   JsonTree tree;
   tree.push_back({"agent", agentTree(about)});
   tree.push_back({"server", serverTree()});
   tree.push_back({"policy", policyTree()});
   tree.push_back({"technologies", technologiesTree(about)});
+  tree.push_back({"logs", logs});
   tree.push_back({"counters", countersTree()});
   tree.push_back({"lastErrors", lastErrorsTree()});
   putFlag(tree, "trace", AgentConfig::getInstance()->logTraceMessages());

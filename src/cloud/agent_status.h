@@ -1,5 +1,5 @@
 // What the local channel tells about the agent, as trees; docs/rpc.md has their members. Nothing here asks
-// the driver or the server, or reads more than the files of the read pointers. Any thread.
+// the driver or the server. Any thread.
 #pragma once
 
 #include "cloud/local_service.h"
@@ -19,9 +19,11 @@ JsonTree agentTree(const AboutAgent& about);
 JsonTree serverTree();
 JsonTree policyTree();
 JsonTree technologiesTree(const AboutAgent& about);
+// A list; reads the forwarded logs to count what waits in them, within that room's bounds.
+JsonTree logsTree();
 JsonTree countersTree();
 JsonTree lastErrorsTree();
-// All of the above, logs, counters and whether traces are written.
-JsonTree statusTree(const AboutAgent& about);
+// All of the above, and whether traces are written.
+JsonTree statusTree(const AboutAgent& about, const JsonTree& logs);
 
 }  // namespace korvane

@@ -89,7 +89,7 @@ std::string diagnosticsText(const AboutAgent& about) {
   appendSection(out, "system");
   appendSystem(out);
   appendSection(out, "status");
-  appendTree(out, "", statusTree(about));
+  appendTree(out, "", statusTree(about, logsTree()));
   appendSection(out, "settings");
   appendSettings(out);
   appendSection(out, "threads");

@@ -17,7 +17,9 @@ void addSettingsMethods(RPCServer& server);
 // getPolicy, queryDriver, retranslate
 void addPolicyMethods(RPCServer& server);
 void requestRetranslation(const RPCRequest& request, RPCResponse& response);
-// getCounters
+// testConnection
+void addConnectionMethods(RPCServer& server);
+// getLogPointers, getCounters
 void addLogMethods(RPCServer& server);
 // getDiagnostics
 void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about);

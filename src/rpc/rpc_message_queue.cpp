@@ -63,10 +63,16 @@ bool RPCMessageQueue::take(std::string&& text, RPCRequest& out) {
 void RPCMessageQueue::refuse(int code) {
   RPCResponse response;
   response.error = code;
-  answer(std::move(response));
+  send(std::move(response));
 }
 
+// A peer whose answer took long has not been silent.
 bool RPCMessageQueue::answer(RPCResponse&& response) {
+  _lastAskedAt = _clock.monotonicMs();
+  return send(std::move(response));
+}
+
+bool RPCMessageQueue::send(RPCResponse&& response) {
   const std::string text = writeJson(response.takePtree(), _transport.messageBytes());
   const uint64_t connection = _transport.connection();
   if (_transport.send(text)) return true;

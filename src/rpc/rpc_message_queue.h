@@ -38,6 +38,7 @@ class RPCMessageQueue {
  private:
   bool take(std::string&& text, RPCRequest& out);
   void refuse(int code);
+  bool send(RPCResponse&& response);
   void notePeer();
   void drop();
   // Whether the present peer has used up its time; `asks`: it has sent a request.
