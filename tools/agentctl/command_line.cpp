@@ -103,8 +103,8 @@ std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
   app->footer(exitStatuses());
   app->set_version_flag("--version", "agentctl " KORVANE_VERSION);
   addGlobalOptions(*app, context.options);
-  for (const auto add :
-       {addStatus, addConfig, addPolicy, addEvents, addRetranslate, addTrace, addCall, addVersion})
+  for (const auto add : {addStatus, addConfig, addPolicy, addEvents, addTestConnection,
+                         addRetranslate, addTrace, addDiagnose, addCall, addVersion, addCompletion})
     add(*app, context, chosen);
   return app;
 }

@@ -18,9 +18,12 @@ void addStatus(CLI::App& app, Context& context, Action& chosen);
 void addConfig(CLI::App& app, Context& context, Action& chosen);
 void addPolicy(CLI::App& app, Context& context, Action& chosen);
 void addEvents(CLI::App& app, Context& context, Action& chosen);
+void addTestConnection(CLI::App& app, Context& context, Action& chosen);
+void addDiagnose(CLI::App& app, Context& context, Action& chosen);
 void addRetranslate(CLI::App& app, Context& context, Action& chosen);
 void addTrace(CLI::App& app, Context& context, Action& chosen);
 void addVersion(CLI::App& app, Context& context, Action& chosen);
+void addCompletion(CLI::App& app, Context& context, Action& chosen);
 void addCall(CLI::App& app, Context& context, Action& chosen);
 
 // The parts of `config`.
