@@ -11,9 +11,9 @@
 // SYSTEM and Administrators (all) and authenticated users (read, write); one client, a further one is
 // refused with 231 until the server has made the pipe anew. wait() sleeps for its whole time, in an alertable
 // wait, since a pipe without overlapped calls cannot be waited for.
-// Linux: a Unix socket "<name>.pipe" in the run directory, mode 0666. A further client is let in by the
-// system and waits until the server has made the pipe anew, which shows it a pipe that was closed. wait()
-// ends as soon as something has happened.
+// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666. A further client is let in by
+// the system, may write, and waits until the server has let the one before it go; one beyond that is refused
+// with 231. wait() ends as soon as something has happened.
 #pragma once
 
 #include <cstddef>
@@ -47,6 +47,10 @@ class Pipe {
   // Server's end, once bytes of the client have been read: whether the client may change what the agent
   // does. Windows: a member of Administrators, or SYSTEM. Linux: root or the server's own user.
   virtual bool peerIsAdministrator() = 0;
+  // Server's end: lets its client go and is as if made anew, for the next one; an interrupt stays. After an
+  // error the end is good for nothing but its destruction. Windows: the pipe is closed and created again.
+  // Linux: the client that waits is the next one.
+  virtual uint32_t renew() = 0;
   // Makes wait(), the present call and every later one, end as interrupted. Any thread.
   virtual void interrupt() = 0;
 };

@@ -119,6 +119,8 @@ class PosixPipe : public Pipe {
     return peer.uid == 0 || peer.uid == ::geteuid();
   }
 
+  uint32_t renew() override { return kErrorInvalidHandle; }
+
   void interrupt() override { _interrupt.raise(); }
 
  protected:
@@ -143,6 +145,11 @@ class PosixPipeServer final : public PosixPipe {
   PosixPipeServer(std::string path, Descriptor listener, Descriptor lock)
       : _path(std::move(path)), _lock(std::move(lock)), _listener(std::move(listener)) {}
   ~PosixPipeServer() override { ::unlink(_path.c_str()); }
+
+  uint32_t renew() override {
+    use(Descriptor());
+    return kOk;
+  }
 
  protected:
   bool connected() override {

@@ -46,7 +46,22 @@ bool holdsGroup(HANDLE token, WELL_KNOWN_SID_TYPE group) {
          ::CheckTokenMembership(token, sid, &member) && member;
 }
 
-class WinPipe final : public Pipe {
+uint32_t createServersEnd(const std::wstring& name, FileHandle& out) {
+  LocalMemory descriptor;
+  if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1,
+                                                              descriptor.receive(), nullptr))
+    return ::GetLastError();
+  SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), /*bInheritHandle=*/FALSE};
+  FileHandle handle(::CreateNamedPipeW(
+      name.c_str(), PIPE_ACCESS_DUPLEX,
+      PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_NOWAIT | PIPE_REJECT_REMOTE_CLIENTS,
+      /*nMaxInstances=*/1, kPipeBytes, kPipeBytes, /*nDefaultTimeOut=*/0, &security));
+  if (!handle) return ::GetLastError();
+  out = std::move(handle);
+  return kOk;
+}
+
+class WinPipe : public Pipe {
  public:
   explicit WinPipe(FileHandle handle) : _handle(std::move(handle)) {}
 
@@ -96,15 +111,36 @@ class WinPipe final : public Pipe {
             holdsGroup(token.get(), WinLocalSystemSid));
   }
 
+  uint32_t renew() override { return kErrorInvalidHandle; }
+
   void interrupt() override { _interrupt.raise(); }
 
+ protected:
+  void use(FileHandle handle) { _handle = std::move(handle); }
+
  private:
-  const FileHandle _handle;
+  FileHandle _handle;
   WinInterrupt _interrupt;
 };
 
-uint32_t wrap(FileHandle handle, std::unique_ptr<Pipe>& out) {
-  auto made = std::make_unique<WinPipe>(std::move(handle));
+class WinPipeServer final : public WinPipe {
+ public:
+  WinPipeServer(std::wstring name, FileHandle handle)
+      : WinPipe(std::move(handle)), _name(std::move(name)) {}
+
+  uint32_t renew() override {
+    use(FileHandle());
+    FileHandle made;
+    const uint32_t error = createServersEnd(_name, made);
+    use(std::move(made));
+    return error;
+  }
+
+ private:
+  const std::wstring _name;
+};
+
+uint32_t handOut(std::unique_ptr<WinPipe> made, std::unique_ptr<Pipe>& out) {
   if (!made->valid()) return kErrorNotEnoughMemory;
   out = std::move(made);
   return kOk;
@@ -115,17 +151,10 @@ class WinPipes final : public Pipes {
   uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) override {
     const std::string bare = barePipeName(name);
     if (bare.empty()) return kErrorInvalidName;
-    LocalMemory descriptor;
-    if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1,
-                                                                descriptor.receive(), nullptr))
-      return ::GetLastError();
-    SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), /*bInheritHandle=*/FALSE};
-    FileHandle handle(::CreateNamedPipeW(
-        (kPrefix + wide(bare)).c_str(), PIPE_ACCESS_DUPLEX,
-        PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_NOWAIT | PIPE_REJECT_REMOTE_CLIENTS,
-        /*nMaxInstances=*/1, kPipeBytes, kPipeBytes, /*nDefaultTimeOut=*/0, &security));
-    if (!handle) return ::GetLastError();
-    return wrap(std::move(handle), out);
+    std::wstring full = kPrefix + wide(bare);
+    FileHandle handle;
+    if (const uint32_t error = createServersEnd(full, handle)) return error;
+    return handOut(std::make_unique<WinPipeServer>(std::move(full), std::move(handle)), out);
   }
 
   uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) override {
@@ -136,7 +165,7 @@ class WinPipes final : public Pipes {
     if (!handle) return ::GetLastError();
     DWORD mode = PIPE_READMODE_BYTE | PIPE_NOWAIT;
     if (!::SetNamedPipeHandleState(handle.get(), &mode, nullptr, nullptr)) return ::GetLastError();
-    return wrap(std::move(handle), out);
+    return handOut(std::make_unique<WinPipe>(std::move(handle)), out);
   }
 };
 

@@ -45,6 +45,7 @@ Fifo::~Fifo() {
 }
 
 bool Fifo::create() {
+  if (_server && _pipe) return renew();
   closePipe();
   _server = true;
   std::unique_ptr<Pipe> pipe;
@@ -87,10 +88,21 @@ void Fifo::closePipe() {
   _received.clear();
 }
 
+bool Fifo::renew() {
+  _received.clear();
+  ++_connection;
+  const uint32_t error = _pipe->renew();
+  if (error == kOk) return true;
+  closePipe();
+  return adopt(error, nullptr);
+}
+
 void Fifo::reset() {
   eventlog::trace(kSource, "Pipe was reset");
-  closePipe();
-  if (_server) create();
+  if (_server)
+    create();
+  else
+    closePipe();
 }
 
 void Fifo::interrupt() {

@@ -56,7 +56,7 @@ class Fifo {
   Fifo(const Fifo&) = delete;
   Fifo& operator=(const Fifo&) = delete;
   virtual ~Fifo();
-  // Makes the server's end; one that is there is closed first.
+  // Makes the server's end; one that is there lets its client go.
   virtual bool create();
   virtual void close();
   // Opens a client's end; true at once when it is open.
@@ -88,6 +88,7 @@ class Fifo {
  private:
   bool adopt(uint32_t error, std::unique_ptr<platform::Pipe> pipe);
   void closePipe();
+  bool renew();
   void reset();
   uint32_t available(size_t& count);
   uint32_t gather(size_t count);

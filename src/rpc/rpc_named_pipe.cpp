@@ -21,8 +21,10 @@ RPCReceive RPCNamedPipe::receive(std::string& message, int waitMs) {
 }
 
 void RPCNamedPipe::drop() {
-  _fifo.close();
-  if (_role == Role::server) _fifo.create();
+  if (_role == Role::server)
+    _fifo.create();
+  else
+    _fifo.close();
 }
 
 }  // namespace korvane

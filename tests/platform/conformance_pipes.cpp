@@ -102,6 +102,27 @@ TYPED_TEST(PipesConformance, bytesArriveInOrderAndWhatIsLeftIsReadAfterTheEnd) {
   EXPECT_EQ(this->server->write("x", 1, moved), kErrorNoData);
 }
 
+TYPED_TEST(PipesConformance, aRenewedServerTakesTheNextClient) {
+  this->connect();
+  std::unique_ptr<Pipe> waiting;
+  const uint32_t refused = this->pipes.open(this->name, waiting);
+  EXPECT_TRUE(refused == kOk || refused == kErrorPipeBusy) << refused;
+  size_t moved = 0;
+  ASSERT_EQ(this->client->write("old", 3, moved), kOk);
+  ASSERT_EQ(this->settledPeek(*this->server, kErrorBadPipe, moved), kOk);
+  ASSERT_EQ(this->server->renew(), kOk);
+  EXPECT_NE(this->settledPeek(*this->client, kOk, moved), kOk) << "it has been let go";
+  if (refused != kOk) {
+    ASSERT_EQ(this->pipes.open(this->name, waiting), kOk);
+  }
+  ASSERT_EQ(waiting->write("new", 3, moved), kOk);
+  ASSERT_EQ(this->settledPeek(*this->server, kErrorBadPipe, moved), kOk);
+  char buffer[16];
+  ASSERT_EQ(this->server->read(buffer, sizeof buffer, moved), kOk);
+  EXPECT_EQ(std::string(buffer, moved), "new");
+  EXPECT_NE(waiting->renew(), kOk) << "a client's end is none of a server";
+}
+
 TYPED_TEST(PipesConformance, aFullPipeTakesNothingUntilItIsRead) {
   this->connect();
   const std::string frame(kFrame, 'f');

@@ -169,6 +169,10 @@ class ScriptedPipes : public Pipes {
       return PipeWait::ended;
     }
     bool peerIsAdministrator() override { return false; }
+    uint32_t renew() override {
+      ++_s.created;
+      return _s.createError;
+    }
     void interrupt() override {}
 
    private:

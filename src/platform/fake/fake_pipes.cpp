@@ -94,6 +94,21 @@ class FakePipe final : public Pipe {
 
   bool peerIsAdministrator() override { return _names->clientsAreAdministrators; }
 
+  uint32_t renew() override {
+    FakeLock lock(_names->mutex);
+    const bool serves = std::any_of(_names->servers.begin(), _names->servers.end(),
+                                    [&](const auto& named) { return named.second.lock() == _end; });
+    if (!serves) return kErrorInvalidHandle;
+    if (const auto client = _end->peer.lock()) {
+      client->peer.reset();
+      client->changed->set();
+    }
+    _end->peer.reset();
+    _end->hadPeer = false;
+    _end->received.clear();
+    return kOk;
+  }
+
   void interrupt() override {
     _end->interrupted = true;
     _end->changed->set();
