@@ -151,7 +151,9 @@ class Walk {
         return isHttps(_target.url) ? "CA file " + _target.caFile + " with " + authorities()
                                     : "no TLS: everything is sent in the open";
       case Stage::nameLookUp:
-        return hostOf(_target.url) + (trail.address.empty() ? "" : " is " + trail.address);
+        return trail.address.empty() || trail.address == hostOf(_target.url)
+                   ? hostOf(_target.url)
+                   : hostOf(_target.url) + " is " + trail.address;
       case Stage::tcpConnection:
         return placeOf(_target.url);
       case Stage::tlsHandshake:
@@ -186,7 +188,8 @@ class Walk {
 ConnectionTarget agentTarget(const STRING& server) {
   const AgentConfig& config = *AgentConfig::getInstance();
   ConnectionTarget target;
-  target.url = withHost(config.getURL(), server.empty() ? serverInUse() : server).toUtf8();
+  const STRING url = config.getURL();
+  if (!url.empty()) target.url = withHost(url, server.empty() ? serverInUse() : server).toUtf8();
   target.caFile = config.getSSLCertFile().toUtf8();
   target.connectTimeoutSeconds = config.getConnectionTimeout();
   target.lowestTls = HttpsHandler::lowestTls();

@@ -1,5 +1,6 @@
 #include "comm/curl_transport.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <memory>
@@ -144,6 +145,7 @@ int CurlTransport::perform(const TransportRequest& request, TransportSink& sink,
   _errorBuffer[0] = '\0';
   Transfer transfer(sink);
   if (!prepare(request, transfer, result)) return -1;
+  _begunMs = platform::current().clock.monotonicMs();
   const StopCallback interrupt(shutdownToken(), [this] { shutSockets(); });
   return finish(curl_easy_perform(_easy), transfer, result);
 }
@@ -246,6 +248,9 @@ void CurlTransport::readTrail(TransferTrail& trail) {
   trail.contentType = text(CURLINFO_CONTENT_TYPE);
   trail.redirectUrl = text(CURLINFO_REDIRECT_URL);
   trail.tls = _observer.seen();
+  // libcurl tells the time of the connection only once TLS stands too.
+  if (trail.connectedUs == 0 && trail.tls.begunMs >= 0)
+    trail.connectedUs = std::max<int64_t>(1, (trail.tls.begunMs - _begunMs) * 1000);
 }
 
 void CurlTransport::shutSockets() {

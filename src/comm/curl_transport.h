@@ -54,6 +54,7 @@ class CurlTransport : public Transport {
 
   TlsObserver _observer;  // watches until the handle's connections are closed
   CURL* _easy = nullptr;
+  int64_t _begunMs = 0;  // the transfer, on the monotonic clock
   // libcurl keeps a pointer to it for as long as the handle lives.
   char _errorBuffer[CURL_ERROR_SIZE] = {};
   Win32Mutex _socketLock;

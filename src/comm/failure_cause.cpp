@@ -37,11 +37,13 @@ bool triedAnotherPlace(const ExchangeEvidence& evidence) {
   return !text.starts_with(kMark + placeOf(evidence.request.url) + " ");
 }
 
+bool isRefused(int error) {
+  return error == ECONNREFUSED || error == platform::kWsaConnectionRefused;
+}
+
 std::string refusal(int error) {
+  if (isRefused(error)) return "nothing listens there (connection refused)";
   switch (error) {
-    case ECONNREFUSED:
-    case platform::kWsaConnectionRefused:
-      return "nothing listens there (connection refused)";
     case ENETUNREACH:
     case EHOSTUNREACH:
     case platform::kWsaNetworkUnreachable:
@@ -101,9 +103,11 @@ FailureCause connectCause(const ExchangeEvidence& evidence) {
             "no answer from " + place + " within " + seconds(connectLimit(evidence.request)),
             "Check that the server runs and that no firewall drops connections to it."};
   }
-  return {Stage::tcpConnection,
-          "no connection to " + place + ": " + refusal(evidence.result.trail.systemError),
-          kCheckPlace};
+  const int error = evidence.result.trail.systemError;
+  return {Stage::tcpConnection, "no connection to " + place + ": " + refusal(error),
+          isRefused(error)
+              ? kCheckPlace
+              : "Check this machine's network, or correct the host in agent.http.url."};
 }
 
 FailureCause settingsCause(const ExchangeEvidence& evidence) {
@@ -126,15 +130,18 @@ FailureCause httpCause(const ExchangeEvidence& evidence) {
   const char* const where = trail.headerBytes == 0 ? "before the answer began"
                             : trail.headersWhole   ? "in the body of the answer"
                                                    : "in the headers of the answer";
+  // What a TLS server does with a request in the open is its own affair.
+  if (!isHttps(evidence.request.url) && trail.headerBytes == 0 &&
+      evidence.code != CURLE_OPERATION_TIMEDOUT) {
+    return because("the request in the open (http://) has no HTTP answer; the port may want TLS",
+                   "Write https:// in agent.http.url.");
+  }
   switch (evidence.code) {
     case CURLE_OPERATION_TIMEDOUT:
       return because(
           "no more came within " + seconds(evidence.request.totalTimeoutMs) + ", " + where,
           "Check that the management server is not overloaded or hanging.");
     case CURLE_UNSUPPORTED_PROTOCOL:
-      if (!isHttps(evidence.request.url)) {
-        return because("the answer is not HTTP, perhaps TLS", "Write https:// in agent.http.url.");
-      }
       return because("the answer is not HTTP", kUseAgentPort);
     case CURLE_WEIRD_SERVER_REPLY:
       return because("the answer's headers are not HTTP", kUseAgentPort);
@@ -207,6 +214,7 @@ FailureCause redirectCause(const ExchangeEvidence& evidence, const std::string& 
 FailureCause statusCause(const ExchangeEvidence& evidence) {
   const long number = evidence.result.httpStatus;
   const std::string status = "status " + std::to_string(number);
+  const bool https = isHttps(evidence.request.url);
   if (number == 407) {
     return {Stage::httpAnswer, "a proxy demands authentication (status 407)",
             "Let the agent reach the server without that proxy."};
@@ -217,7 +225,9 @@ FailureCause statusCause(const ExchangeEvidence& evidence) {
   }
   if (number >= 300 && number < 400) return redirectCause(evidence, status);
   if (number == 400) {
-    return {Stage::agentPort, "the request was refused (status 400), as a console port does it",
+    return {Stage::agentPort,
+            "the request was refused (status 400), as a console port does it" +
+                std::string(https ? "" : ", or a TLS port with http://"),
             kUseAgentPort};
   }
   if (number == 401 || number == 403) {
@@ -296,6 +306,10 @@ FailureCause findCause(const ExchangeEvidence& evidence) {
   if (evidence.refused) {
     return {Stage::httpAnswer, "the answer is beyond what an agent takes: " + evidence.fault,
             kUseAgentPort};
+  }
+  if (evidence.code > 0 && evidence.result.trail.requestBytes == 0) {
+    // libcurl guesses what a URL lacks, and then fails of its guess.
+    if (FailureCause url = checkUrl(evidence.request.url); url.failed()) return url;
   }
   if (evidence.code != 0) return transferCause(evidence);
   return answerCause(evidence);

@@ -78,16 +78,14 @@ FailureCause checkUrl(const std::string& url) {
   const auto because = [](const std::string& cause, const char* nextStep) {
     return FailureCause{Stage::settings, cause, nextStep};
   };
+  const char* const correct = "Correct agent.http.url.";
   if (url.empty()) return because("agent.http.url is empty", "Set agent.http.url.");
   const std::unique_ptr<CURLU, void (*)(CURLU*)> parsed(curl_url(), &curl_url_cleanup);
   const CURLUcode code = curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0);
-  const std::string named = quoted(withoutPassword(url));
-  if (code == CURLUE_UNSUPPORTED_SCHEME ||
-      (code == CURLUE_OK && !isHttps(url) && !contains(url.substr(0, 7), "http://"))) {
-    return because(named + " begins with neither https:// nor http://", "Correct agent.http.url.");
-  }
+  const bool http = isHttps(url) || contains(url.substr(0, 7), "http://");
+  if (!http) return because("agent.http.url does not begin with https:// or http://", correct);
   if (code == CURLUE_OK) return {};
-  return because(named + " is no URL: " + curl_url_strerror(code), "Correct agent.http.url.");
+  return because(std::string("agent.http.url is no URL: ") + curl_url_strerror(code), correct);
 }
 
 FailureCause checkCaFile(const std::string& url, const std::string& caFile) {

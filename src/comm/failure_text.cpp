@@ -46,7 +46,8 @@ bool isHttps(const std::string& url) {
 
 std::string hostOf(const std::string& url) {
   const std::string host = UrlText::parse(withoutPassword(url)).host.toUtf8();
-  return shown(host.substr(host.rfind('@') + 1));  // npos + 1 is 0
+  const std::string bare = host.substr(host.rfind('@') + 1);  // npos + 1 is 0
+  return shown(bare.starts_with('[') ? bare.substr(1, bare.find(']') - 1) : bare);
 }
 
 std::string placeOf(const std::string& url) {

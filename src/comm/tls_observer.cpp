@@ -6,6 +6,8 @@
 #include <memory>
 #include <new>
 
+#include "platform/platform.h"
+
 namespace korvane {
 namespace {
 
@@ -62,6 +64,7 @@ void TlsObserver::begin(bool bytesTaken) {
 
 CURLcode TlsObserver::watchContext(CURL*, void* context, void* observer) {
   auto* const tls = static_cast<SSL_CTX*>(context);
+  static_cast<TlsObserver*>(observer)->_seen.begunMs = platform::current().clock.monotonicMs();
   if (SSL_CTX_set_ex_data(tls, contextIndex(), observer) != 1) return CURLE_OUT_OF_MEMORY;
   SSL_CTX_set_info_callback(tls, &onInfo);
   SSL_CTX_set_verify(tls, SSL_CTX_get_verify_mode(tls), &onVerify);

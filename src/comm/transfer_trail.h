@@ -21,6 +21,7 @@ struct SeenCertificate {
 
 // The TLS handshake, as OpenSSL reports it while it runs; empty when a kept connection was used.
 struct TlsTrail {
+  int64_t begunMs = -1;    // on the monotonic clock; -1: it did not come to it
   std::string firstBytes;  // of what the other end sent, at most five
   std::string version;     // "TLSv1.3", once agreed
   std::string cipher;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <string_view>
 
 namespace korvane::tests {
 namespace {
@@ -21,6 +22,7 @@ State& state() {
 }  // namespace
 
 bool HangingResolver::hang(const char* host) {
+  if (host && std::string_view(host).ends_with(".invalid")) return true;
   std::unique_lock hold(state().mutex);
   if (!host || state().name.empty() || state().name != host) return false;
   ++state().hanging;

@@ -187,7 +187,7 @@ TEST_F(Tls, RefusedAnswers) {
 
 TEST_F(Tls, CertificatesAreChecked) {
   {
-    TlsServer server(*authority, &fine, {.expired = true});
+    TlsServer server(*authority, &fine, {.certificate = tests::Certificate::expired});
     use(server);
     EXPECT_EQ(log("x"), 60);
   }

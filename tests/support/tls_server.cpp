@@ -17,28 +17,45 @@ void require(bool good, const char* what) {
   if (!good) throw std::runtime_error(std::string("test server: ") + what);
 }
 
-X509* makeCertificate(EVP_PKEY* key, const char* commonName, X509* issuer, EVP_PKEY* issuerKey,
-                      bool expired) {
+using Key = std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)>;
+using Cert = std::unique_ptr<X509, void (*)(X509*)>;
+
+// Hours from now that a certificate is valid.
+struct Validity {
+  long from = -1;
+  long to = 1;
+};
+
+// Null as issuer: it signs itself.
+Cert makeCertificate(EVP_PKEY* key, const std::string& commonName, X509* issuer,
+                     EVP_PKEY* issuerKey, bool authority, const Validity& validity = {}) {
   static std::atomic<long> serial{1};
-  X509* certificate = X509_new();
+  Cert made(X509_new(), &X509_free);
+  X509* const certificate = made.get();
   require(certificate != nullptr, "no certificate");
   X509_set_version(certificate, 2);
   ASN1_INTEGER_set(X509_get_serialNumber(certificate), serial++);
-  X509_gmtime_adj(X509_getm_notBefore(certificate), expired ? -2 * kHour : -kHour);
-  X509_gmtime_adj(X509_getm_notAfter(certificate), expired ? -kHour : kHour);
+  X509_gmtime_adj(X509_getm_notBefore(certificate), validity.from * kHour);
+  X509_gmtime_adj(X509_getm_notAfter(certificate), validity.to * kHour);
   X509_set_pubkey(certificate, key);
   X509_NAME* name = X509_get_subject_name(certificate);
   X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                             reinterpret_cast<const unsigned char*>(commonName), -1, -1, 0);
+                             reinterpret_cast<const unsigned char*>(commonName.c_str()), -1, -1, 0);
   X509_set_issuer_name(certificate, issuer ? X509_get_subject_name(issuer) : name);
   X509V3_CTX context;
   X509V3_set_ctx(&context, issuer ? issuer : certificate, certificate, nullptr, nullptr, 0);
   X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, NID_basic_constraints,
-                                                  issuer ? "CA:FALSE" : "critical,CA:TRUE");
+                                                  authority ? "critical,CA:TRUE" : "CA:FALSE");
   X509_add_ext(certificate, extension, -1);
   X509_EXTENSION_free(extension);
   require(X509_sign(certificate, issuerKey, EVP_sha256()) > 0, "signing failed");
-  return certificate;
+  return made;
+}
+
+Validity validityOf(Certificate kind) {
+  if (kind == Certificate::expired) return {-2, -1};
+  if (kind == Certificate::notYetValid) return {1, 2};
+  return {};
 }
 
 std::string authorityName() {
@@ -55,8 +72,7 @@ size_t contentLength(const std::string& headers) {
 
 TestAuthority::TestAuthority()
     : _key(EVP_EC_gen("P-256"), &EVP_PKEY_free),
-      _certificate(makeCertificate(_key.get(), authorityName().c_str(), nullptr, _key.get(), false),
-                   &X509_free) {}
+      _certificate(makeCertificate(_key.get(), authorityName(), nullptr, _key.get(), true)) {}
 
 std::string TestAuthority::certificatePem() const {
   const std::unique_ptr<BIO, int (*)(BIO*)> out(BIO_new(BIO_s_mem()), &BIO_free);
@@ -66,22 +82,34 @@ std::string TestAuthority::certificatePem() const {
   return std::string(text, static_cast<size_t>(size));
 }
 
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(bool expired) const {
-  const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
-  const std::unique_ptr<X509, void (*)(X509*)> certificate(
-      makeCertificate(key.get(), "127.0.0.1", _certificate.get(), _key.get(), expired), &X509_free);
+std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(Certificate kind) const {
+  const Key key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+  const Key betweenKey(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+  const Cert between =
+      makeCertificate(betweenKey.get(), "test intermediate", _certificate.get(), _key.get(), true);
+  const bool direct = kind != Certificate::intermediate && kind != Certificate::intermediateNotSent;
+  X509* issuer = direct ? _certificate.get() : between.get();
+  EVP_PKEY* issuerKey = direct ? _key.get() : betweenKey.get();
+  if (kind == Certificate::selfSigned) {
+    issuer = nullptr;
+    issuerKey = key.get();
+  }
+  const Cert certificate =
+      makeCertificate(key.get(), "127.0.0.1", issuer, issuerKey, false, validityOf(kind));
   std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_server_method()),
                                                        &SSL_CTX_free);
   require(context && SSL_CTX_use_certificate(context.get(), certificate.get()) == 1 &&
               SSL_CTX_use_PrivateKey(context.get(), key.get()) == 1,
           "no TLS context");
+  if (kind == Certificate::intermediate) SSL_CTX_add1_chain_cert(context.get(), between.get());
   return context;
 }
 
 // One accepted client: TLS over memory buffers, moved to and from the socket.
 class TlsServer::Connection {
  public:
-  Connection(SSL_CTX* context, platform::Socket& socket) : _socket(socket), _ssl(SSL_new(context)) {
+  Connection(SSL_CTX* context, platform::Socket& socket, size_t mostBytes)
+      : _socket(socket), _ssl(SSL_new(context)), _left(mostBytes) {
     _in = BIO_new(BIO_s_mem());
     _out = BIO_new(BIO_s_mem());
     SSL_set_bio(_ssl, _in, _out);
@@ -116,6 +144,21 @@ class TlsServer::Connection {
     SSL_write(_ssl, bytes.data(), static_cast<int>(bytes.size()));
     flush();
   }
+  // Waits until the client has sent something, and does not read it.
+  bool waitForClient() {
+    int error = 0;
+    return _socket.waitReadable(platform::kInfinite, error) == platform::SocketWait::ready;
+  }
+  void read() {
+    char bytes[16 * 1024];
+    size_t got = 0;
+    static_cast<void>(_socket.receive(bytes, sizeof bytes, got));
+  }
+  // Around TLS.
+  void writePlain(const std::string& bytes) {
+    size_t sent = 0;
+    if (!bytes.empty()) static_cast<void>(_socket.send(bytes.data(), bytes.size(), sent));
+  }
   void farewell() {
     SSL_shutdown(_ssl);
     flush();
@@ -137,30 +180,44 @@ class TlsServer::Connection {
     if (got > 0) _buffer.append(bytes, static_cast<size_t>(got));
     return got > 0;
   }
+  // Never reads beyond a TLS record, so what the client sends after it stays unread.
   bool feed() {
     int error = 0;
     if (_socket.waitReadable(platform::kInfinite, error) != platform::SocketWait::ready)
       return false;
     char bytes[16 * 1024];
     size_t got = 0;
-    if (_socket.receive(bytes, sizeof bytes, got) != 0 || got == 0) return false;
+    const size_t wanted = _recordLeft ? std::min(_recordLeft, sizeof bytes) : 5 - _header.size();
+    if (_socket.receive(bytes, wanted, got) != 0 || got == 0) return false;
+    if (_recordLeft) {
+      _recordLeft -= got;
+    } else if ((_header.append(bytes, got)).size() == 5) {
+      _recordLeft =
+          static_cast<unsigned char>(_header[3]) * 256u + static_cast<unsigned char>(_header[4]);
+      _header.clear();
+    }
     return BIO_write(_in, bytes, static_cast<int>(got)) > 0;
   }
   bool flush() {
     char bytes[16 * 1024];
     int size = 0;
     while ((size = BIO_read(_out, bytes, sizeof bytes)) > 0) {
-      for (size_t at = 0, sent = 0; at < static_cast<size_t>(size); at += sent) {
-        if (_socket.send(bytes + at, static_cast<size_t>(size) - at, sent) != 0) return false;
+      const size_t length = std::min(static_cast<size_t>(size), _left);
+      _left -= length;
+      for (size_t at = 0, sent = 0; at < length; at += sent) {
+        if (_socket.send(bytes + at, length - at, sent) != 0) return false;
       }
     }
-    return true;
+    return _left > 0;
   }
 
   platform::Socket& _socket;
   SSL* _ssl;
-  BIO* _in;   // owned by _ssl
-  BIO* _out;  // owned by _ssl
+  std::string _header;     // of the record that is being read
+  size_t _recordLeft = 0;  // bytes of it that have not been read
+  size_t _left;            // bytes that may still be sent
+  BIO* _in;                // owned by _ssl
+  BIO* _out;               // owned by _ssl
   std::string _buffer;
 };
 
@@ -174,10 +231,13 @@ std::string TlsServer::Request::header(const std::string& name) const {
 
 TlsServer::TlsServer(const TestAuthority& authority, Script script, const Options& options)
     : _native(platform::makeNativePlatform({})),
-      _context(authority.serverContext(options.expired)),
+      _context(authority.serverContext(options.certificate)),
       _script(std::move(script)),
       _options(options),
       _held(_native->platform().threading.createEvent(true, false)) {
+  // Tickets before the answer would hold it back until the client has acknowledged them.
+  if (options.manner == Manner::answerUnread) SSL_CTX_set_num_tickets(_context.get(), 0);
+  if (_options.tune) _options.tune(_context.get());
   require(_native->platform().sockets.startup() == 0, "no sockets");
   require(_native->platform().sockets.createTcp(_listener) == 0, "no socket");
   require(_listener->bind(options.anyAddress, options.port) == 0, "bind failed");
@@ -227,18 +287,34 @@ void TlsServer::accept() {
     std::lock_guard hold(_mutex);
     platform::Socket& client = *_sockets.emplace_back(std::move(socket));
     _threads.emplace_back([this, &client, number] {
-      Connection connection(_context.get(), client);
+      Connection connection(_context.get(), client, _options.handshakeBytes);
       serve(connection, number);
-      client.shutdownBoth();
     });
   }
 }
 
 void TlsServer::serve(Connection& connection, int number) {
-  if (_options.manner == Manner::hangInHandshake) return hold(connection.socket());
-  if (_options.manner == Manner::dropFirstConnection && number == 1) return;
-  if (!connection.handshake()) return;
+  switch (_options.manner) {
+    case Manner::hangInHandshake:
+      return hold(connection.socket());
+    case Manner::sayPlain:
+    case Manner::cutHandshake:
+    case Manner::answerUnread:
+      return misbehave(connection);
+    case Manner::dropFirstConnection:
+      if (number == 1) return end(connection, Reply::Then::drop);
+      break;
+    case Manner::dropAll:
+      return end(connection, Reply::Then::drop);
+    default:
+      break;
+  }
+  serveRequests(connection, number);
+}
+
+void TlsServer::serveRequests(Connection& connection, int number) {
   Request request;
+  if (!connection.handshake()) return end(connection, Reply::Then::drop);
   while (connection.readRequest(request)) {
     request.connection = number;
     {
@@ -248,9 +324,38 @@ void TlsServer::serve(Connection& connection, int number) {
     }
     const Reply reply = _script(request);
     connection.write(reply.bytes);
-    if (reply.then == Reply::Then::hang) return hold(connection.socket());
-    if (reply.then == Reply::Then::close) connection.farewell();
-    if (reply.then != Reply::Then::keep) return;
+    if (reply.then != Reply::Then::keep) return end(connection, reply.then);
+  }
+  end(connection, Reply::Then::drop);
+}
+
+void TlsServer::misbehave(Connection& connection) {
+  const Reply reply = _script(Request());
+  if (_options.manner == Manner::sayPlain) {
+    if (!connection.waitForClient()) return;
+    if (reply.then != Reply::Then::reset) connection.read();
+    connection.writePlain(reply.bytes);
+  } else if (connection.handshake() && connection.waitForClient()) {
+    connection.write(reply.bytes);
+  }
+  end(connection, reply.then);
+}
+
+void TlsServer::end(Connection& connection, Reply::Then then) {
+  platform::Socket& socket = connection.socket();
+  if (then == Reply::Then::hang) return hold(socket);
+  if (then == Reply::Then::close) connection.farewell();
+  if (then != Reply::Then::reset) {
+    socket.shutdownBoth();
+    return;
+  }
+  // The system resets a connection that is closed with bytes unread.
+  std::list<std::unique_ptr<platform::Socket>> closing;
+  std::lock_guard hold(_mutex);
+  for (auto it = _sockets.begin(); it != _sockets.end(); ++it) {
+    if (it->get() != &socket) continue;
+    closing.splice(closing.begin(), _sockets, it);
+    return;
   }
 }
 

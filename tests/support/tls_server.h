@@ -26,13 +26,24 @@
 
 namespace korvane::tests {
 
+// What a server shows of itself. The intermediate authority stands between the authority and the server.
+enum class Certificate {
+  good,
+  expired,
+  notYetValid,
+  selfSigned,
+  intermediate,
+  intermediateNotSent
+};
+
 class TestAuthority {
  public:
   TestAuthority();
   // Its own certificate in PEM, what an agent has to trust.
   std::string certificatePem() const;
-  // A server's settings with a certificate for 127.0.0.1, valid for an hour unless `expired`.
-  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> serverContext(bool expired = false) const;
+  // A server's settings with a certificate for 127.0.0.1, valid for an hour unless said otherwise.
+  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> serverContext(
+      Certificate kind = Certificate::good) const;
 
  private:
   std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> _key;
@@ -53,16 +64,32 @@ class TlsServer {
 
   struct Reply {
     std::string bytes;  // what goes on the wire, status line and headers included
-    enum class Then { keep, close, drop, hang } then = Then::keep;  // drop: without a TLS farewell
+    // How it goes on; drop: the end without a TLS farewell, reset: a TCP reset, when there is something
+    // that was sent and not read.
+    enum class Then { keep, close, drop, hang, reset } then = Then::keep;
   };
   using Script = std::function<Reply(const Request&)>;
 
-  enum class Manner { serve, hangInHandshake, dropFirstConnection, neverAccept };
+  // sayPlain: the reply to an empty request takes the place of the handshake once the client has spoken.
+  // cutHandshake: the handshake's own bytes end after `handshakeBytes`, which the reply's `then` follows.
+  // answerUnread: the answer is given, and followed by its `then`, before the request is read.
+  enum class Manner {
+    serve,
+    hangInHandshake,
+    dropFirstConnection,
+    dropAll,
+    neverAccept,
+    sayPlain,
+    cutHandshake,
+    answerUnread
+  };
   struct Options {
     uint16_t port = 0;        // 0: a free one
     bool anyAddress = false;  // 127.0.0.1 alone otherwise
     Manner manner = Manner::serve;
-    bool expired = false;
+    Certificate certificate = Certificate::good;
+    size_t handshakeBytes = SIZE_MAX;
+    std::function<void(SSL_CTX*)> tune{};  // changes further settings
   };
 
   TlsServer(const TestAuthority& authority, Script script)
@@ -90,6 +117,9 @@ class TlsServer {
   void accept();
   void fillBacklog();
   void serve(Connection& connection, int number);
+  void serveRequests(Connection& connection, int number);
+  void misbehave(Connection& connection);
+  void end(Connection& connection, Reply::Then then);
   void hold(platform::Socket& socket);
 
   const std::unique_ptr<platform::NativePlatform> _native;
