@@ -90,6 +90,7 @@ class Walk {
                       .result = _result,
                       .fault = answer.fault(),
                       .refused = refused,
+                      .brokenOff = answer.brokenOff(),
                       .serverError = answer.errorCode(),
                       .serverText = answer.errorText().value_or(STRING()).toUtf8(),
                       .stopped = code != 0 && shutdownToken().requested()});

@@ -120,6 +120,11 @@ FailureCause settingsCause(const ExchangeEvidence& evidence) {
           "Check the settings of the agent and what its machine has left of memory."};
 }
 
+const char* whereInAnswer(const TransferTrail& trail) {
+  if (trail.headerBytes == 0) return "before the answer began";
+  return trail.headersWhole ? "in the body of the answer" : "in the headers of the answer";
+}
+
 // A transfer that broke off after the connection stood.
 FailureCause httpCause(const ExchangeEvidence& evidence) {
   const auto because = [](const std::string& cause, const char* nextStep) {
@@ -127,9 +132,7 @@ FailureCause httpCause(const ExchangeEvidence& evidence) {
   };
   const TransferTrail& trail = evidence.result.trail;
   const std::string& text = evidence.result.errorText;
-  const char* const where = trail.headerBytes == 0 ? "before the answer began"
-                            : trail.headersWhole   ? "in the body of the answer"
-                                                   : "in the headers of the answer";
+  const char* const where = whereInAnswer(trail);
   // What a TLS server does with a request in the open is its own affair.
   if (!isHttps(evidence.request.url) && trail.headerBytes == 0 &&
       evidence.code != CURLE_OPERATION_TIMEDOUT) {
@@ -307,7 +310,13 @@ FailureCause findCause(const ExchangeEvidence& evidence) {
     return {Stage::httpAnswer, "the answer is beyond what an agent takes: " + evidence.fault,
             kUseAgentPort};
   }
-  if (evidence.code > 0 && evidence.result.trail.requestBytes == 0) {
+  // A page of something else may well end with its connection.
+  const TransferTrail& trail = evidence.result.trail;
+  if (evidence.code == 0 && evidence.brokenOff && (!trail.headersWhole || isAgentAnswer(trail))) {
+    return {Stage::httpAnswer, std::string("the connection was closed ") + whereInAnswer(trail),
+            kCheckServerLog};
+  }
+  if (evidence.code > 0 && trail.requestBytes == 0) {
     // libcurl guesses what a URL lacks, and then fails of its guess.
     if (FailureCause url = checkUrl(evidence.request.url); url.failed()) return url;
   }

@@ -23,6 +23,7 @@ struct ExchangeEvidence {
   const TransportResult& result;
   std::string fault{};       // why the answer's parser refused it; empty when it did not
   bool refused = false;      // that was for its size, while it arrived
+  bool brokenOff = false;    // or because the connection ended too early
   int serverError = 0;       // the answer's error code
   std::string serverText{};  // and text
   bool stopped = false;      // the agent was asked to stop meanwhile

@@ -170,6 +170,7 @@ int HttpsHandler::judgeAnswer(int code, int type, HttpsMessageGenerator& generat
                           .result = result,
                           .fault = fault,
                           .refused = refused,
+                          .brokenOff = generator.response().brokenOff(),
                           .stopped = stopped});
   }
   if (stopped) return kCurlAbortedByCallback;

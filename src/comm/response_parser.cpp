@@ -83,6 +83,7 @@ void ResponseParser::reset() {
   beginBlock();
   _body = std::string();
   _fault.clear();
+  _brokenOff = false;
   _at = 0;
   dropParts();
 }
@@ -170,7 +171,9 @@ void ResponseParser::checkWhole() {
   if (refused()) return;
   const std::string_view body = withoutLineEnd(_body);
   if (_insideHeaders) refuse("the answer ends among its header lines");
-  if (_openEnded && !body.empty() && !body.ends_with(kEndMarker)) {
+  const bool openBody = _openEnded && !body.empty() && !body.ends_with(kEndMarker);
+  _brokenOff = _insideHeaders || openBody;
+  if (openBody) {
     refuse(fmt::format("the connection ended after {} bytes of the body, before the end marker",
                        _body.size()));
   }

@@ -61,6 +61,8 @@ class ResponseParser {
   // Walks the body. False: malformed. `unicode` is the agent's Unicode setting.
   bool finish(bool unicode);
   const std::string& fault() const { return _fault; }
+  // That is because the connection ended too early.
+  bool brokenOff() const { return _brokenOff; }
 
   // Headers of all blocks, in the order received.
   const PropertyList& headers() const { return _headers; }
@@ -117,6 +119,7 @@ class ResponseParser {
   bool _openEnded = false;      // only the end of the connection ends the body
   std::string _body;
   std::string _fault;
+  bool _brokenOff = false;
 
   size_t _at = 0;               // read position in _body
   bool _insideDropped = false;  // the walk goes on in the payload of a dropped section
