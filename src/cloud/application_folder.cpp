@@ -16,6 +16,20 @@ constexpr char kArchive[] = ".zip";
 constexpr char kNext[] = ".zip.next";
 constexpr char kGone[] = ".zip.gone";
 
+// What a crash leaves of it is told from the whole by its content.
+int write(platform::Files& files, const std::string& directory, const std::string& path,
+          std::string_view bytes) {
+  std::unique_ptr<platform::File> file;
+  int error = files.makeDirectories(directory);
+  if (!error) error = files.open(path, platform::OpenMode::create, file);
+  if (!error) error = file->write(bytes.data(), bytes.size());
+  if (!error) error = file->flush();
+  if (!error) error = files.flushDirectory(directory);
+  file.reset();
+  if (error) removeIfThere(path);
+  return error;
+}
+
 }  // namespace
 
 ApplicationFolder::ApplicationFolder()
@@ -66,13 +80,11 @@ int ApplicationFolder::readStaged(const std::string& application, std::string& a
 }
 
 int ApplicationFolder::stage(const std::string& application, std::string_view archive) {
-  if (const int error = _files.makeDirectories(_directory)) return error;
-  return platform::writeFileAtomically(_files, stagedPath({application, false}), archive);
+  return write(_files, _directory, stagedPath({application, false}), archive);
 }
 
 int ApplicationFolder::stageRemoval(const std::string& application) {
-  if (const int error = _files.makeDirectories(_directory)) return error;
-  return platform::writeFileAtomically(_files, stagedPath({application, true}), "");
+  return write(_files, _directory, stagedPath({application, true}), {});
 }
 
 int ApplicationFolder::makeGood(const Staged& staged) {

@@ -58,6 +58,7 @@ PropertyList identityInForce() {
 struct ApplicationPolicies::InForce {
   std::string source;    // empty: there is no policy to combine with
   std::string missing;   // why not
+  int readError = 0;     // it is there, but could not be read
   bool builtIn = false;  // it waits behind the built-in policy
   ApplicationSums applications;
 
@@ -77,6 +78,7 @@ ApplicationPolicies::InForce ApplicationPolicies::readInForce() const {
   } else if (const int error = platform::readWholeFile(platform::current().files, plus,
                                                        kMaxSourceBytes, now.source)) {
     now.missing = plus + " cannot be read: error " + std::to_string(error);
+    if (error != ENOENT) now.readError = error;
   }
   now.applications = applicationsOf(now.source);
   return now;
@@ -95,17 +97,21 @@ void ApplicationPolicies::settle() {
   if (readPolicyJournal(journal) != ENOENT)
     throw RPCError(kCloudPolicyRefused, "a former policy change is not undone yet");
   const InForce now = readInForce();
+  if (now.readError) throw RPCError(kRpcFileOpenError, now.missing);
   for (const ApplicationFolder::Staged& staged : all) {
     bool holds = !now.applications.contains(staged.application);
+    int error = 0;
     if (!staged.removal) {
       std::string archive;
       PolicySums sums;
       archive::Refusal refusal;
-      holds = _folder.readStaged(staged.application, archive) == 0 &&
-              checkApplication(staged.application, archive, sums, refusal) &&
+      error = _folder.readStaged(staged.application, archive);
+      holds = checkApplication(staged.application, archive, sums, refusal) &&
               now.has(staged.application, sums);
     }
-    const int error = holds ? _folder.makeGood(staged) : _folder.drop(staged);
+    // Nothing is decided by what could not be read.
+    if (error == 0 || error == EFBIG)
+      error = holds ? _folder.makeGood(staged) : _folder.drop(staged);
     if (error == 0) continue;
     eventlog::event(kEventNotSettled, kTag, {staged.application, error});
     failedFile(_folder.path(staged.application), error);

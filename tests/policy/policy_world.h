@@ -293,6 +293,8 @@ class PolicyWorld {
   std::string lastStatus;  // the body of the last status that the server has seen
   uint32_t translatorRunMs = 0;
   std::function<void()> duringTranslation;
+  // Makes of a plus file's content what source() makes, where it is something else.
+  std::function<std::string(const std::string&)> readSource;
 
  private:
   class StatusServer final : public Transport {
@@ -355,7 +357,8 @@ class PolicyWorld {
   platform::ProgramRun translate(const std::string& arguments) {
     const std::vector<std::string> given = words(arguments);
     const size_t count = given.size();
-    std::istringstream plus(fake.files.content(given.at(count - 3)));
+    const std::string content = fake.files.content(given.at(count - 3));
+    std::istringstream plus(readSource ? readSource(content) : content);
     std::string word, name, trouble;
     plus >> word >> name >> trouble;
     if (duringTranslation) duringTranslation();

@@ -1,0 +1,266 @@
+// Policies of single applications: what a start makes of the folder, and that after any failure or crash the folder,
+// the policy in force and the driver agree on the former set or on the new one.
+#include "cloud/application_policies.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <functional>
+#include <set>
+
+#include "archive/zip_writer.h"
+#include "cloud/cloud_errors.h"
+#include "rpc/rpc_errors.h"
+#include "tests/policy/policy_world.h"
+#include "tests/support/logged_events.h"
+
+namespace korvane {
+namespace {
+
+using tests::Machine;
+using tests::PolicyWorld;
+using tests::Tripwire;
+
+constexpr char kFolder[] = "/opt/korvane/IPS/applications/";
+
+#ifdef __SANITIZE_THREAD__
+constexpr size_t kStride = 17;
+#else
+constexpr size_t kStride = 1;
+#endif
+
+std::string packed(const std::string& text) {
+  archive::ZipWriter zip("test");
+  archive::Refusal refusal;
+  zip.add("policy.txt", text, refusal);
+  return zip.finish();
+}
+
+// "A,mail=1,web=2": the base policy and its applications, in the order of their names.
+std::string describe(const std::string& plus) {
+  archive::ZipArchive zip("plus", plus);
+  archive::Refusal refusal;
+  std::string name, text;
+  if (!zip.open(refusal) || !zip.read("policy.txt", name, refusal)) return "?";
+  std::set<std::string> parts;
+  for (const archive::Entry& entry : zip.entries()) {
+    if (!entry.name.starts_with(kApplicationsFolder)) continue;
+    zip.read(entry, text, refusal);
+    const size_t from = sizeof kApplicationsFolder - 1;
+    parts.insert(entry.name.substr(from, entry.name.find('/', from) - from) + "=" + text);
+  }
+  for (const std::string& part : parts) name += "," + part;
+  return name;
+}
+
+std::string toSource(const std::string& plus) {
+  const std::string all = describe(plus);
+  return tests::source(all, all.find("=fail") != std::string::npos ? "fail" : "");
+}
+
+// Policy A with web=1 and mail=1 is in force.
+Machine machineWithApplications() {
+  Machine machine = tests::installedMachine();
+  archive::ZipWriter plus("plus");
+  archive::Refusal refusal;
+  plus.add("policy.txt", "A", refusal);
+  for (const char* name : {"mail", "web"}) {
+    plus.add(std::string("applications/") + name + "/policy.txt", "1", refusal);
+    machine.files[std::string(kFolder) + name + ".zip"] = packed("1");
+  }
+  machine.files[tests::kOldPlus] = plus.finish();
+  machine.driverPolicy = machine.files[tests::kOldMinus] = tests::minusOf("A,mail=1,web=1", "1");
+  return machine;
+}
+
+struct World : PolicyWorld {
+  explicit World(const Machine& machine) : PolicyWorld(machine) {
+    resetServiceType();
+    setServiceType(2);
+    readSource = toSource;
+    PolicyProcessor::reconcile();
+  }
+
+  std::string inForce() {
+    return describe(fake.files.content(AgentConfig::getInstance()->getPlusPolicyFile().toUtf8()));
+  }
+  std::string inDriver() {
+    std::istringstream words(driverPolicy());
+    std::string word, name;
+    words >> word >> name;
+    return name;
+  }
+  std::string inFolder(const std::string& base) {
+    std::string all = base;
+    for (const std::string& path : fake.files.paths()) {
+      if (!path.starts_with(kFolder)) continue;
+      const std::string name = path.substr(sizeof kFolder - 1);
+      if (!name.ends_with(".zip")) return "left over: " + name;
+      all += "," + name.substr(0, name.size() - 4) + "=" + describe(fake.files.content(path));
+    }
+    return all;
+  }
+  // Empty when driver, policy file and folder agree.
+  std::string disagreement() {
+    const std::string all = inForce();
+    if (inDriver() != all) return "the driver has " + inDriver() + ", the policy is " + all;
+    const std::string folder = inFolder(all.substr(0, all.find(',')));
+    return folder == all ? "" : "the folder has " + folder + ", the policy is " + all;
+  }
+};
+
+struct Change {
+  const char* name;
+  std::function<void(ApplicationPolicies&)> run;
+  std::string after;
+};
+
+std::vector<Change> changes() {
+  return {
+      {"a new application", [](auto& policies) { policies.set("ftp", packed("1")); },
+       "A,ftp=1,mail=1,web=1"},
+      {"another policy of an application", [](auto& policies) { policies.set("web", packed("2")); },
+       "A,mail=1,web=2"},
+      {"a removal", [](auto& policies) { policies.remove("mail"); }, "A,web=1"},
+      {"one that cannot be translated", [](auto& policies) { policies.set("web", packed("fail")); },
+       "A,mail=1,web=1"},
+      {"a new base policy",
+       [](auto& policies) { policies.installBase(packed("B"), tests::propertiesOf("B")); },
+       "B,mail=1,web=1"},
+  };
+}
+
+int codeOf(const std::function<void()>& run) {
+  try {
+    run();
+    return 0;
+  } catch (const RPCError& error) {
+    return error.code();
+  }
+}
+
+// The next start, and then a change that succeeds.
+std::string afterRestart(const Machine& machine, const Change& change, bool done) {
+  World world(machine);
+  loadApplicationPolicies();
+  if (const std::string problem = world.disagreement(); !problem.empty()) return problem;
+  const std::string now = world.inForce();
+  if (now != change.after && (done || now != "A,mail=1,web=1")) return "it is " + now;
+  PolicyProcessor policy;
+  const int code = codeOf([&] { ApplicationPolicies(policy).set("next", packed("1")); });
+  if (code != 0) return "the next change fails with " + std::to_string(code);
+  return world.disagreement();
+}
+
+size_t callsOf(const Change& change) {
+  World world(machineWithApplications());
+  EXPECT_EQ(world.disagreement(), "");
+  world.trip = {};
+  PolicyProcessor policy;
+  ApplicationPolicies policies(policy);
+  codeOf([&] { change.run(policies); });
+  EXPECT_EQ(world.inForce(), change.after);
+  EXPECT_EQ(world.disagreement(), "") << change.name;
+  return world.trip.calls;
+}
+
+TEST(ApplicationPolicyFaults, EveryCallThatFailsOrIsTheLastLeavesAWholeSet) {
+  using platform::DataLoss;
+  using platform::NameLoss;
+  constexpr std::pair<DataLoss, NameLoss> losses[] = {{DataLoss::none, NameLoss::all},
+                                                      {DataLoss::all, NameLoss::none},
+                                                      {DataLoss::all, NameLoss::all},
+                                                      {DataLoss::torn, NameLoss::none}};
+  size_t points = 0, states = 0;
+  for (const Change& change : changes()) {
+    const size_t calls = callsOf(change);
+    for (size_t at = 1; at <= calls; at += kStride)
+      for (const auto way : {Tripwire::Way::fails, Tripwire::Way::isTheLast}) {
+        std::vector<Machine> left;
+        std::string point = change.name;
+        bool done = false;
+        {
+          World world(machineWithApplications());
+          world.trip = {};
+          world.trip.at = at;
+          world.trip.way = way;
+          PolicyProcessor policy;
+          ApplicationPolicies policies(policy);
+          done = codeOf([&] { change.run(policies); }) == 0 && way == Tripwire::Way::fails;
+          point += ": " + world.trip.tripped;
+          left.push_back(world.afterEnd());
+          for (const auto& [data, names] : losses)
+            if (way == Tripwire::Way::isTheLast) left.push_back(world.afterPowerLoss(data, names));
+        }
+        ++points;
+        std::set<std::map<std::string, std::string>> seen;
+        for (size_t i = 0; i < left.size(); ++i) {
+          if (!seen.insert(left[i].files).second) continue;
+          ++states;
+          EXPECT_EQ(afterRestart(left[i], change, done), "") << point << ", state " << i;
+        }
+      }
+  }
+  std::printf("%zu calls failed or were the last, %zu states were started again\n", points, states);
+}
+
+TEST(ApplicationPolicies, AStartPutsTheFolderInForceAndPassesOverWhatIsDamaged) {
+  Machine machine = machineWithApplications();
+  machine.files[std::string(kFolder) + "web.zip"] = packed("2");
+  machine.files[std::string(kFolder) + "mail.zip"] = packed("1").substr(0, 60);
+  machine.files[std::string(kFolder) + "new.zip"] = packed("1");
+  machine.files[std::string(kFolder) + "Read me.zip"] = "no application's name";
+  World world(machine);
+  LoggedEvents events(world.fake.files);
+  loadApplicationPolicies();
+  EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=2") << "the damaged one stays as it is in force";
+  EXPECT_EQ(world.inForce(), world.inDriver());
+  EXPECT_THAT(events.all(), testing::Contains(10620).Times(1));
+  const size_t translations = world.fake.processes.starts().size();
+  loadApplicationPolicies();
+  EXPECT_EQ(world.fake.processes.starts().size(), translations) << "nothing to do";
+
+  world.fake.files.remove(std::string(kFolder) + "mail.zip");
+  world.fake.files.put(std::string(kFolder) + "web.zip", packed("fail"));
+  loadApplicationPolicies();
+  EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=2") << "refused as a whole";
+  EXPECT_THAT(events.all(), testing::Contains(10621).Times(1));
+  PolicyProcessor policy;
+  ApplicationPolicies policies(policy);
+  EXPECT_TRUE(policies.set("web", packed("3")));
+  EXPECT_FALSE(policies.set("web", packed("3"))) << "it is in force";
+  EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=3");
+}
+
+TEST(ApplicationPolicies, WithoutABasePolicyTheyWaitForOne) {
+  Machine machine;
+  machine.driverBuiltIn = true;
+  machine.files = {{"/opt/korvane/IPS/lockFile", ""},
+                   {tests::kIni, ""},
+                   {std::string(kFolder) + "web.zip", packed("1")}};
+  World world(machine);
+  loadApplicationPolicies();
+  PolicyProcessor policy;
+  ApplicationPolicies policies(policy);
+  EXPECT_EQ(codeOf([&] { policies.set("mail", packed("1")); }), kCloudNoBasePolicy);
+  ASSERT_EQ(policies.list().size(), 1U);
+  EXPECT_FALSE(policies.list()[0].inForce);
+  EXPECT_EQ(codeOf([&] { policies.installBase("no archive", tests::propertiesOf("B")); }),
+            kRpcZipError);
+  EXPECT_EQ(codeOf([&] { policies.installBase(packed("B"), tests::propertiesOf("B")); }), 0);
+  EXPECT_EQ(world.inDriver(), "B,web=1");
+  EXPECT_EQ(world.disagreement(), "");
+  archive::ZipWriter own("own");
+  archive::Refusal refusal;
+  own.add("policy.txt", "C", refusal);
+  own.add("Applications/web/policy.txt", "9", refusal);
+  EXPECT_EQ(codeOf([&] { policies.installBase(own.finish(), tests::propertiesOf("C")); }),
+            kRpcZipError);
+  EXPECT_EQ(codeOf([&] { policies.remove("web"); }), 0);
+  EXPECT_EQ(codeOf([&] { policies.remove("web"); }), kCloudNoSuchApplication);
+  EXPECT_EQ(world.inDriver(), "B");
+  EXPECT_EQ(world.disagreement(), "");
+}
+
+}  // namespace
+}  // namespace korvane

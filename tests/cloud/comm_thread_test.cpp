@@ -1,0 +1,222 @@
+// The cloud command channel: the examples of its page, who may call, its turns with the utility thread, its stop.
+#include "cloud/comm_thread.h"
+
+#include <gmock/gmock.h>
+
+#include "cloud/cloud_agent_comm.h"
+#include "cloud/cloud_errors.h"
+#include "cloud/connector_presence.h"
+#include "driver/driver_config.h"
+#include "rpc/fifo.h"
+#include "tests/channel/page_examples.h"
+#include "tests/cloud/cloud_world.h"
+#include "update/policy/policy_news.h"
+#include "update/policy/policy_turn.h"
+#include "update/util_thread.h"
+
+namespace korvane {
+namespace {
+
+using testing::HasSubstr;
+using tests::CloudWorld;
+
+// A policy in base64, as the page has them: the base policy, and one for an application.
+struct Sample {
+  std::string base, web;
+};
+
+const Sample& sample() {
+  static const Sample found = [] {
+    Sample made;
+    for (const tests::Example& each : tests::examplesOf(KORVANE_CLOUD_PAGE)) {
+      JsonTree request;
+      if (!parseJson(each.request, request)) continue;
+      const std::string bytes = request.get("params.bytes", "");
+      if (bytes.size() < 100) continue;
+      (request.get("name", "") == "policy" ? made.base : made.web) = bytes;
+    }
+    return made;
+  }();
+  return found;
+}
+
+std::string basePolicy(const std::string& bytes) {
+  return R"({"name":"Base","path":"/base","bytes":")" + bytes + "\"}";
+}
+std::string application(const std::string& name, const std::string& bytes) {
+  return R"({"name":")" + name + R"(","bytes":")" + bytes + "\"}";
+}
+
+TEST(CloudPage, EveryExampleIsWhatTheChannelAnswers) {
+  CloudWorld world;
+  Fifo client(world.machine.fake.pipes, world.machine.sim.clock(), kCloudPipe);
+  const std::set<std::string> methods =
+      tests::runExamples(KORVANE_CLOUD_PAGE, client, CloudWorld::kLongMs);
+  EXPECT_THAT(methods, testing::ElementsAre("applicationPolicy.list", "applicationPolicy.remove",
+                                            "applicationPolicy.set", "configuration", "getState",
+                                            "policy", "policyBuffer", "retranslate"));
+  for (const char* exchange : {"register", "testConnection", "result"})
+    EXPECT_EQ(world.machine.server.count(exchange), 0U);
+}
+
+TEST(CloudCommands, AreForAdministratorsAndSayWhatIsWrong) {
+  CloudWorld world;
+  world.machine.fake.pipes.setClientsAreAdministrators(false);
+  for (const char* method :
+       {"policyBuffer", "policy", "configuration", "applicationPolicy.set",
+        "applicationPolicy.remove", "applicationPolicy.list", "getState", "retranslate"})
+    EXPECT_EQ(world.codeOf(method, R"({"value":"true"})"), kRpcNotAdministrator) << method;
+  EXPECT_FALSE(ConnectorPresence::askedLately());
+  world.machine.fake.pipes.setClientsAreAdministrators(true);
+  world.connector.close();
+
+  ASSERT_EQ(world.codeOf("policy", basePolicy(sample().base)), 0);
+  const std::string inForce = world.driverPolicy;
+  const std::string ini = world.machine.ini();
+  const struct {
+    const char* method;
+    std::string params;
+    int code;
+    const char* detail;
+  } cases[] = {
+      {"policy", R"({"name":"","path":"/b","bytes":"AAAA"})", kRpcInvalidParams, "name: 0 bytes"},
+      {"policy", R"({"name":"B","path":")" + std::string(1025, 'p') + R"(","bytes":"AAAA"})",
+       kRpcInvalidParams, "path: 1025 bytes"},
+      {"policy", R"({"name":"B","path":{"a":"b"},"bytes":"AAAA"})", kRpcInvalidParams,
+       "path: is no text"},
+      {"policy", basePolicy(std::string(8000008, 'A')), kRpcInvalidParams, "bytes: 6000006 bytes"},
+      {"policy", basePolicy("AA=A"), kRpcInvalidParams, "bytes: is no base64"},
+      {"policy", basePolicy("AB=="), kRpcInvalidParams, "bytes: is no base64"},
+      {"policy", basePolicy(sample().web), kCloudPolicyRefused, "malformed"},
+      {"applicationPolicy.set", application("web", sample().base), kCloudPolicyRefused,
+       "line 1 of"},
+      {"applicationPolicy.set", application("nul", sample().web), kRpcInvalidParams, "\"nul\""},
+      {"applicationPolicy.set", application("Web", sample().web), kRpcInvalidParams, "\"Web\""},
+      {"configuration", R"({"settings":{"no.such":"1"}})", kRpcInvalidParams, "no.such"},
+      {"configuration", R"({"settings":{"plus.policy.file":"x"}})", kRpcInvalidParams,
+       "plus.policy"},
+  };
+  for (const auto& row : cases) {
+    std::string detail;
+    EXPECT_EQ(world.codeOf(row.method, row.params, &detail), row.code) << row.detail;
+    EXPECT_THAT(detail, HasSubstr(row.detail));
+    EXPECT_EQ(world.driverPolicy, inForce);
+  }
+  world.config.setPolicyError(0, "No Error");
+  EXPECT_EQ(world.machine.ini(), ini);
+  world.config.setIPSEnabled(false);
+  EXPECT_EQ(world.codeOf("policy", basePolicy(sample().base)), kCloudPreventionOff);
+  EXPECT_EQ(world.codeOf("applicationPolicy.set", application("web", sample().web)),
+            kCloudPreventionOff);
+}
+
+TEST(CloudCommands, AChangedWishForTheBuiltInPolicyReachesTheDriver) {
+  CloudWorld world;
+  const auto asked = [&world](uint32_t code) {
+    size_t count = 0;
+    for (const auto& call : world.machine.fake.devices.calls()) count += call.controlCode == code;
+    return count;
+  };
+  EXPECT_EQ(world.codeOf("configuration", R"({"settings":{"use.builtin.policy":"true"}})"), 0);
+  EXPECT_EQ(asked(KAVIPS_USE_BUILTIN), 1U);
+  EXPECT_TRUE(world.config.useBuiltInPolicy());
+  std::string detail;
+  EXPECT_EQ(world.codeOf("applicationPolicy.set", application("web", sample().web), &detail),
+            kCloudNoBasePolicy);
+  EXPECT_EQ(detail, "the built-in policy is in force");
+  EXPECT_EQ(world.codeOf("policy", basePolicy(sample().base)), 0);
+  EXPECT_FALSE(world.config.useBuiltInPolicy());
+}
+
+TEST(CloudAgentComm, IsConnectedWhileTheConnectorAsksAndNotesWhatItIsToBeTold) {
+  CloudWorld world;
+  CloudAgentComm comm;
+  EXPECT_FALSE(comm.testConnection());
+  ASSERT_EQ(world.codeOf("getState", "{}"), 0);
+  const auto news = world.result.get<int>("news");
+  EXPECT_TRUE(comm.testConnection());
+  comm.reportPolicyState();
+  ASSERT_EQ(world.codeOf("getState", "{}"), 0);
+  EXPECT_EQ(world.result.get<int>("news"), news + 1);
+  world.machine.sim.runFor(ConnectorPresence::kLatelyMs + 1000);
+  EXPECT_FALSE(comm.testConnection());
+  ASSERT_EQ(world.codeOf("getState", "{}"), 0);
+  comm.stop();
+  EXPECT_FALSE(comm.testConnection());
+}
+
+TEST(CommThread, TakesTurnsWithTheUtilityThread) {
+  CloudWorld world;
+  auto* util = new UtilThread(nullptr);
+  util->start();
+  ASSERT_EQ(world.codeOf("policy", basePolicy(sample().base)), 0);
+  world.translatorRunMs = 3000;
+  for (int round = 0; round < 6; ++round) {
+    world.config.setRetranslateNow(true);
+    world.machine.sim.runFor(700);
+    EXPECT_EQ(world.codeOf("applicationPolicy.set",
+                           application("web" + std::to_string(round), sample().web)),
+              0);
+  }
+  EXPECT_GE(world.translations, 10U);
+  EXPECT_FALSE(world.overlapped);
+  util->stop();
+  util->waitEnded(platform::kInfinite);
+  Thread::dispose(util);
+}
+
+TEST(CommThread, AStopEndsItAtOnceAndItStartsAgain) {
+  const struct {
+    const char* state;
+    std::function<void(CloudWorld&, Fifo&)> before;
+  } cases[] = {
+      {"idle", [](CloudWorld&, Fifo&) {}},
+      {"a silent connector", [](CloudWorld&, Fifo& client) { client.open(); }},
+      {"a translation without an end",
+       [](CloudWorld& world, Fifo& client) {
+         world.translatorRunMs = platform::kInfinite;
+         client.open();
+         client.writeMessage(
+             R"({"jsonrpc":"2.0","name":"policy","params":)" + basePolicy(sample().base) + "}",
+             100);
+       }},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.state);
+    CloudWorld world;
+    Fifo client(world.machine.fake.pipes, world.machine.sim.clock(), kCloudPipe);
+    row.before(world, client);
+    world.machine.sim.runFor(5000);
+    const std::string before = world.driverPolicy;
+    shutdownToken().request();
+    EXPECT_LE(world.stop(), 200);
+    shutdownToken().reset();
+    client.close();
+    EXPECT_EQ(world.driverPolicy, before);
+    world.translatorRunMs = 0;
+    world.start();
+    EXPECT_EQ(world.codeOf("policy", basePolicy(sample().base)), 0);
+    EXPECT_THAT(world.driverPolicy, HasSubstr("id base-7"));
+  }
+}
+
+TEST(CommThread, ACommandThatWaitsForItsTurnEndsWithTheAgent) {
+  CloudWorld world;
+  const auto holder = world.machine.sim.createThread(0, [] {
+    const PolicyTurn turn;
+    shutdownToken().sleepFor(platform::kInfinite);
+  });
+  world.machine.sim.runFor(10);
+  Fifo client(world.machine.fake.pipes, world.machine.sim.clock(), kCloudPipe);
+  ASSERT_TRUE(client.open());
+  ASSERT_TRUE(
+      client.writeMessage(R"({"jsonrpc":"2.0","id":1,"name":"applicationPolicy.list"})", 100));
+  world.machine.sim.runFor(5000);
+  shutdownToken().request();
+  EXPECT_LE(world.stop(), 200);
+  holder->join(platform::kInfinite);
+  EXPECT_EQ(world.translations, 0U);
+}
+
+}  // namespace
+}  // namespace korvane
