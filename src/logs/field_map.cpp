@@ -34,10 +34,6 @@ constexpr std::array<FieldName, kMaxFields + 1> makeNames() {
 }
 constexpr auto kNames = makeNames();
 
-std::string_view fieldName(size_t n) {
-  return {kNames[n].text, kNames[n].length - size_t{1}};
-}
-
 // A value stands on a line of its own.
 std::string oneLine(std::string text) {
   std::replace_if(
@@ -48,10 +44,6 @@ std::string oneLine(std::string text) {
 void addLine(std::string& out, std::string_view name, std::string_view value) {
   if (value.empty()) return;
   (((out += name) += '=') += value) += '\n';
-}
-
-int32_t repeats(int32_t count) {
-  return count >= 2 ? count - 1 : count;
 }
 
 class SizeCounter {
@@ -90,6 +82,10 @@ class PayloadWriter {
 };
 
 }  // namespace
+
+std::string_view fieldName(size_t n) {
+  return {kNames[n].text, kNames[n].length - size_t{1}};
+}
 
 RecordNotes::RecordNotes(Values values) : _values(std::move(values)) {
   addLine(_upToA4, "a1", _values.hostname);
@@ -141,15 +137,8 @@ char* RecordNotes::Lines::write(char* to) const {
 }
 
 void RecordNotes::addPairs(int32_t count, const STRING& lastTime, PropertyList& out) const {
-  const auto add = [&](const char* name, const STRING& value) {
-    if (!value.empty()) out.emplace_back(name, value);
-  };
-  add("a1", _values.hostname);
-  add("a2", _values.ipAddress);
-  add("a3", _values.operatingSystem);
-  add("a4", _values.logName);
-  add("a5", STRING::fromInt(repeats(count)));
-  add("a6", count < 2 ? STRING(_values.forwardedAt) : lastTime);
+  visit(count, lastTime.toUtf8(),
+        [&](std::string_view name, std::string_view value) { out.emplace_back(name, value); });
 }
 
 void appendRecord(MessageBody& body, const EventRecord& record, const RecordNotes& notes) {

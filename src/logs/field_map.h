@@ -49,14 +49,36 @@ class RecordNotes {
     char* write(char* to) const;
   };
   Lines lines(int32_t count, std::string_view lastTime) const;
+  // Calls give(name, value) for each of them that is not empty.
+  template <class Give>
+  void visit(int32_t count, std::string_view lastTime, Give&& give) const;
   // The same as (name, value) pairs.
   void addPairs(int32_t count, const STRING& lastTime, PropertyList& out) const;
 
  private:
+  // What "a5" says of a record that stands for so many events.
+  static int32_t repeats(int32_t count) { return count >= 2 ? count - 1 : count; }
+
   std::string _upToA4;
   std::string _ofSingle;
   Values _values;
 };
+
+template <class Give>
+void RecordNotes::visit(int32_t count, std::string_view lastTime, Give&& give) const {
+  const auto giveValue = [&](std::string_view name, std::string_view value) {
+    if (!value.empty()) give(name, value);
+  };
+  giveValue("a1", _values.hostname);
+  giveValue("a2", _values.ipAddress);
+  giveValue("a3", _values.operatingSystem);
+  giveValue("a4", _values.logName);
+  giveValue("a5", std::to_string(repeats(count)));
+  giveValue("a6", count < 2 ? std::string_view(_values.forwardedAt) : lastTime);
+}
+
+// "v1" to "v49".
+std::string_view fieldName(size_t n);
 
 // Calls out.field(n, value) for the fields that are not empty and out.notes() where the agent's values
 // belong. A Record has field(n), counted from 1, and extraFields().

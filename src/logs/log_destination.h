@@ -1,6 +1,7 @@
 // Where batches of records go. A destination is owned by its LogWriter and used by one thread.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -28,10 +29,15 @@ class LogDestination {
   virtual int writeLog(const std::vector<PropertyList>& batch) = 0;
   // The same for a batch whose body is made already.
   virtual int writeBatch(const LogBatch& batch) { return writeLog(batch.pairs()); }
+  // Whether writeBatch() uses the batch's body; it is empty otherwise.
+  virtual bool takesBody() const { return true; }
+  // Looks after a connection that is kept between batches; called about once a second. Never waits
+  // for long.
+  virtual void tend() {}
 };
 
-// The destination of the process's service type: the management server for type 1. The destination of
-// the other types belongs to the local channel, which is not there yet; for them it is null.
-std::unique_ptr<LogDestination> makeLogDestination();
+// The destination of the process's service type: the management server for type 1, the local event channel
+// for any other, where a batch goes only while `mayForward` says so.
+std::unique_ptr<LogDestination> makeLogDestination(std::function<bool()> mayForward);
 
 }  // namespace korvane

@@ -73,15 +73,16 @@ void LogProcessingThread::run() {
   eventlog::trace("UpdateThread::run", "*****LogProcessing Thread exiting*****");
 }
 
-// While the names of the IDS logs are not known, the wait is made of the search's steps.
+// While the names of the IDS logs are not known, the wait is made of the search's steps. The destinations are
+// looked after in all waits.
 void LogProcessingThread::wait(uint32_t milliseconds) {
   while (milliseconds > 0) {
     const bool searching = !_idsLogSearch.done();
-    const uint32_t step =
-        searching ? std::min(milliseconds, IdsLogSearch::kIntervalMs) : milliseconds;
+    const uint32_t step = std::min(milliseconds, searching ? IdsLogSearch::kIntervalMs : kCycleMs);
     if (stopToken().sleepFor(step)) return;
     milliseconds -= step;
     if (searching) _idsLogSearch.attempt();
+    for (const auto& processor : _processors) processor->tend();
   }
 }
 

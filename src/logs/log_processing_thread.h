@@ -37,6 +37,7 @@ class LogProcessingThread : public Thread {
   // The switch that the channel of a cloud-managed agent sets: whether it may forward events.
   static void setPolicyBuffer(bool on);
   static bool policyBuffer();
+  static bool forwardingPossible();
 
   static constexpr uint32_t kCycleMs = 1000;
   static constexpr uint32_t kBackOffMs = 10000;
@@ -45,7 +46,6 @@ class LogProcessingThread : public Thread {
   void run() override;
 
  private:
-  static bool forwardingPossible();
   void runProcessor(LogProcessor& processor);
   uint32_t endCycle();
   void wait(uint32_t milliseconds);

@@ -4,6 +4,8 @@
 #include <cstdlib>
 
 #include "config/service_type.h"
+#include "logs/event_notice.h"
+#include "logs/log_processing_thread.h"
 #include "logs/spent_log.h"
 #include "platform/platform.h"
 
@@ -14,8 +16,6 @@ constexpr int kIdleMarkers = 500;
 // Passes without a record after which the buffers go back to the system.
 constexpr int kIdlePasses = 5;
 constexpr int64_t kMsPerMinute = 60 * 1000;
-// What a field's name and line feed add to a record on the wire, at most.
-constexpr size_t kBytesPerField = 5;
 
 int64_t now() {
   return platform::current().clock.monotonicMs();
@@ -23,7 +23,8 @@ int64_t now() {
 
 }  // namespace
 
-LogProcessor::LogProcessor(LogType type) : LogProcessor(type, makeLogDestination()) {}
+LogProcessor::LogProcessor(LogType type)
+    : LogProcessor(type, makeLogDestination(LogProcessingThread::forwardingPossible)) {}
 
 LogProcessor::LogProcessor(LogType type, std::unique_ptr<LogDestination> destination)
     : _type(type),
@@ -42,12 +43,13 @@ bool LogProcessor::tick() {
 }
 
 int LogProcessor::readRecords() {
-  _passBytes = 0;
   _batchLimit = static_cast<size_t>(std::max(_config->getMaxBatchSize(_type), 1));
   _readLimit = _config->getMaxMessagesToRead(_type);
   _folding = _config->consolidateLogs();
   _passStartMs = now();
   if (_queue.size() >= _batchLimit) return 0;
+  if (!_standardAgent)
+    _notes = RecordNotes::take(*_config, _type, platform::current().clock.wallMs());
   removeLeftOver();
   int readCount = 0;
   ForwardingCounters::Pass counted;
@@ -68,7 +70,7 @@ int LogProcessor::readRecords() {
 
 bool LogProcessor::mayReadOn(int readCount) const {
   if (readCount > _readLimit || _queue.size() >= _batchLimit) return false;
-  return _standardAgent || _passBytes < kPassBytes;
+  return _standardAgent || _queuedBytes < kQueueBytes;
 }
 
 bool LogProcessor::isDataRecord(const EventRecord& record) const {
@@ -100,7 +102,7 @@ void LogProcessor::takeEvent(const EventRecord& record, ForwardingCounters::Pass
 
 void LogProcessor::enqueue(const EventRecord& record) {
   _queue.push(record);
-  if (!_standardAgent) _passBytes += record.length + kBytesPerField * record.fieldCount;
+  if (!_standardAgent) _queuedBytes += eventNoticeBytes(record, *_notes);
 }
 
 void LogProcessor::flushSummary() {
@@ -139,6 +141,7 @@ int LogProcessor::writeRecords() {
   if (_refused) return -std::abs(error);
   const auto written = static_cast<int>(_queue.size());
   _queue.clear();
+  _queuedBytes = 0;
   if (_reader.atEnd())
     leaveFinishedLog();
   else

@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
@@ -46,14 +47,17 @@ class LogProcessor {
   LogType type() const { return _type; }
   bool enabled() const { return _enabled; }
   void disable() { _enabled = false; }
+  // Looks after the destination's connection; not while a batch is being written.
+  void tend() { _writer.tend(); }
   // Counts a cycle; true on every second one.
   bool tick();
   // What cuts the pause between two tries to remove a file short; the shutdown token until set.
   void setStopToken(StopToken& token) { _stop = &token; }
   size_t queued() const { return _queue.size(); }
 
-  // An agent of another type than 1 ends a pass beyond so many bytes.
-  static constexpr size_t kPassBytes = 1400000;
+  // An agent of another type than 1 reads no further while the queue holds so many bytes, as they are
+  // sent: the queue is one message of its channel.
+  static constexpr size_t kQueueBytes = 1400000;
 
  private:
   bool mayReadOn(int readCount) const;
@@ -80,10 +84,11 @@ class LogProcessor {
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;          // markers read since the last event
-  int _idlePasses = 0;    // passes that read nothing
-  bool _refused = false;  // the last batch was not delivered
-  size_t _passBytes = 0;
+  int _idle = 0;                      // markers read since the last event
+  int _idlePasses = 0;                // passes that read nothing
+  bool _refused = false;              // the last batch was not delivered
+  size_t _queuedBytes = 0;            // counted where the destination is no server
+  std::optional<RecordNotes> _notes;  // of this pass, for that count
   size_t _batchLimit = 0;
   int _readLimit = 0;
   bool _folding = false;

@@ -12,9 +12,15 @@ int LogWriter::write(const RecordQueue& queue) {
   const RecordNotes notes = RecordNotes::take(*_config, _type, platform::current().clock.wallMs());
   if (!_body) _body.emplace();
   _body->clear();
-  for (size_t i = 0; i < queue.size(); ++i) appendRecord(*_body, queue.at(i), notes);
-  _body->finish();
+  if (_destination->takesBody()) {
+    for (size_t i = 0; i < queue.size(); ++i) appendRecord(*_body, queue.at(i), notes);
+    _body->finish();
+  }
   return _destination->writeBatch({queue, notes, *_body});
+}
+
+void LogWriter::tend() {
+  if (_destination) _destination->tend();
 }
 
 }  // namespace korvane

@@ -17,6 +17,7 @@ class LogWriter {
 
   // 0 when the destination has the records, its error code otherwise. kNoDestination without one.
   int write(const RecordQueue& queue);
+  void tend();
   void releaseMemory() { _body.reset(); }
 
   static constexpr int kNoDestination = -2;

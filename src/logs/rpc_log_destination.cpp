@@ -1,0 +1,220 @@
+#include "logs/rpc_log_destination.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "agent/thread/stop_token.h"
+#include "eventlog/event_log.h"
+#include "logs/event_notice.h"
+#include "logs/forwarding_counters.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kSource[] = "RpcLogDestination::writeLog";
+
+constexpr int kEventNoChannel = 10610;
+constexpr int kEventNoCarrier = 10611;
+constexpr int kEventFailed = 10612;
+constexpr int kEventThrottled = 10613;
+constexpr int kEventRecovered = 10614;
+
+// The first pause of a throttling answer that names none, and of one whose sender has backed off.
+constexpr int64_t kFirstDelayMs = 1000;
+constexpr int64_t kFirstBackedOffDelayMs = 10000;
+
+bool isThrottling(int code) {
+  return code == EventChannel::kThrottled || code == EventChannel::kThrottledBackedOff;
+}
+
+const char* textOf(int code) {
+  switch (code) {
+    case RpcLogDestination::kNoChannel:
+      return "the event channel cannot be served";
+    case RpcLogDestination::kNoCarrier:
+      return "no component that carries events is attached";
+    case RpcLogDestination::kSendFailed:
+      return "the notice could not be sent";
+    case RpcLogDestination::kNoSentSignal:
+      return "the carrier did not say that it has sent the notice on";
+    case RpcLogDestination::kNoAcknowledgement:
+      return "the notice was not acknowledged";
+    case RpcLogDestination::kOtherIdentifier:
+      return "the carrier named the identifier of another notice";
+    case EventChannel::kThrottled:
+      return "VEXCX_REQUEST_THROTTLED";
+    case EventChannel::kThrottledBackedOff:
+      return "VEXCX_REQUEST_THROTTLED_BACKEDOFF";
+    default:
+      return "the carrier refused the notice";
+  }
+}
+
+}  // namespace
+
+RpcLogDestination::RpcLogDestination(std::unique_ptr<RPCTransportBase> transport,
+                                     platform::Clock& clock, std::function<bool()> mayForward)
+    : _transport(std::move(transport)),
+      _clock(clock),
+      _mayForward(std::move(mayForward)),
+      _channel(*_transport, clock),
+      _run(std::to_string(clock.wallMs())) {}
+
+int RpcLogDestination::writeLog(const std::vector<PropertyList>& batch) {
+  return deliver(batch.size(), [&](int messageId, const std::string& sendId) {
+    return eventNotice(messageId, sendId, batch);
+  });
+}
+
+int RpcLogDestination::writeBatch(const LogBatch& batch) {
+  return deliver(batch.records.size(), [&](int messageId, const std::string& sendId) {
+    return eventNotice(messageId, sendId, batch);
+  });
+}
+
+void RpcLogDestination::tend() {
+  const StopCallback interrupt(shutdownToken(), [this] { _channel.interrupt(); });
+  if (!shutdownToken().requested() && !_channel.tend()) report(kNoChannel, 0);
+}
+
+bool RpcLogDestination::mayGoOn() const {
+  return !shutdownToken().requested() && _mayForward();
+}
+
+int RpcLogDestination::deliver(size_t records, const Compose& compose) {
+  const StopCallback interrupt(shutdownToken(), [this] { _channel.interrupt(); });
+  for (int furtherAttempts = 0;; ++furtherAttempts) {
+    if (!awaitCarrier(records)) return kNotNow;
+    const int code = attempt(records, compose);
+    if (!isThrottling(code) || furtherAttempts == kFurtherAttempts) return finish(code, records);
+    if (!pause()) return kNotNow;
+    ForwardingCounters::addRetried();
+  }
+}
+
+bool RpcLogDestination::awaitCarrier(size_t records) {
+  const int64_t since = _clock.monotonicMs();
+  while (mayGoOn()) {
+    const bool served = _channel.start();
+    if (served && _channel.attached()) return true;
+    if (!served)
+      report(kNoChannel, records);
+    else if (_clock.monotonicMs() - since >= kMissedMs)
+      report(kNoCarrier, records);
+    waitFor(kPollMs);
+  }
+  return false;
+}
+
+// The channel is listened to meanwhile: a carrier may attach, or go.
+void RpcLogDestination::waitFor(int64_t milliseconds) {
+  if (_channel.start())
+    _channel.receive(static_cast<int>(milliseconds));
+  else
+    shutdownToken().sleepFor(static_cast<uint32_t>(milliseconds));
+}
+
+int RpcLogDestination::attempt(size_t records, const Compose& compose) {
+  Flight flight;
+  flight.identifier = _run + "-" + std::to_string(++_notices);
+  {
+    const std::string notice = compose(_notices, flight.identifier);
+    eventlog::trace(kSource, "No. of event: %d msg size: %d msg body: %s",
+                    static_cast<int>(records), static_cast<int>(notice.size()), notice);
+    eventlog::trace(kSource, "Send RPC_EVENT_NOTICE.");
+    if (!_channel.send(notice))
+      return fail(flight, kSendFailed, "Failed to send RPC_EVENT_NOTICE.");
+  }
+  if (!await(flight, &Flight::leftCarrier, kSentSteps))
+    return fail(flight, kNoSentSignal, "Failed to receive event sent signal.");
+  if (!await(flight, &Flight::answered, kAckSteps))
+    return fail(flight, kNoAcknowledgement, "Failed to receive event ACK signal.");
+  return judge(*flight.answer);
+}
+
+bool RpcLogDestination::await(Flight& flight, bool (Flight::*done)() const, int steps) {
+  for (int step = 0; step < steps && !(flight.*done)(); ++step) {
+    if (shutdownToken().requested()) return false;
+    const EventChannel::Heard heard = _channel.receive(kStepMs);
+    flight.gone = heard.signal == EventChannel::Signal::gone;
+    if (flight.gone) return false;
+    if (heard.signal == EventChannel::Signal::none) continue;
+    flight.mixedUp = heard.identifier != flight.identifier;
+    if (flight.mixedUp) return false;
+    if (heard.signal == EventChannel::Signal::sent)
+      flight.sent = true;
+    else
+      flight.answer = heard;
+  }
+  return (flight.*done)();
+}
+
+int RpcLogDestination::fail(const Flight& flight, int code, const char* text) {
+  if (shutdownToken().requested()) return kNotNow;
+  eventlog::trace(kSource, flight.mixedUp ? "eventSendID not match eventAckID" : text);
+  if (_channel.attached() && !flight.gone) _channel.drop();
+  return flight.mixedUp ? kOtherIdentifier : code;
+}
+
+int RpcLogDestination::judge(const EventChannel::Heard& answer) {
+  if (answer.code == EventChannel::kAccepted) {
+    eventlog::trace(kSource, "Successfully send the event.");
+    _delay = kNoDelay;
+  } else if (isThrottling(answer.code)) {
+    const auto code = static_cast<uint64_t>(answer.code);
+    if (answer.code == EventChannel::kThrottled)
+      eventlog::trace(kSource, "Receive VEXCX_REQUEST_THROTTLED. Receive code: %lu", code);
+    else
+      eventlog::trace(kSource, "Receive VEXCX_REQUEST_THROTTLED_BACKEDOFF. Receive code: %lu",
+                      code);
+    setDelay(answer);
+    eventlog::trace(kSource, "delay: %lld", _delay);
+  }
+  return answer.code;
+}
+
+void RpcLogDestination::setDelay(const EventChannel::Heard& answer) {
+  const bool backedOff = answer.code == EventChannel::kThrottledBackedOff;
+  const int64_t own = std::max(backedOff ? kFirstBackedOffDelayMs : kFirstDelayMs, 2 * _delay);
+  _delay = std::clamp<int64_t>(answer.delayMs.value_or(own), 0, kLongestDelayMs);
+}
+
+bool RpcLogDestination::pause() {
+  const int64_t end = _clock.monotonicMs() + _delay;
+  while (mayGoOn()) {
+    const int64_t left = end - _clock.monotonicMs();
+    if (left <= 0) return true;
+    waitFor(std::min<int64_t>(left, kPollMs));
+  }
+  return false;
+}
+
+int RpcLogDestination::finish(int code, size_t records) {
+  if (code == kNotNow) return code;
+  if (code == EventChannel::kAccepted) ForwardingCounters::addForwarded(records);
+  report(code, records);
+  return code;
+}
+
+void RpcLogDestination::report(int code, size_t records) {
+  _lastError = code;
+  if (code != EventChannel::kAccepted) ForwardingCounters::noteError(code, textOf(code));
+  if (_lastError == _lastReportedError) return;
+  _lastReportedError = _lastError;
+  const auto waiting = static_cast<uint64_t>(records);
+  switch (code) {
+    case EventChannel::kAccepted:
+      return eventlog::event(kEventRecovered, kSource);
+    case kNoChannel:
+      return eventlog::event(kEventNoChannel, kSource, {_channel.lastError()});
+    case kNoCarrier:
+      return eventlog::event(kEventNoCarrier, kSource, {waiting});
+    case EventChannel::kThrottled:
+    case EventChannel::kThrottledBackedOff:
+      return eventlog::event(kEventThrottled, kSource, {code, textOf(code), waiting});
+    default:
+      return eventlog::event(kEventFailed, kSource, {code, textOf(code), waiting});
+  }
+}
+
+}  // namespace korvane

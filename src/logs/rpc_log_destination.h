@@ -1,0 +1,99 @@
+// Hands batches to the component that carries the events of an agent without a management server, over the
+// local event channel (docs/event-channel.md).
+//
+// A batch is one notice. The carrier says that it has sent it on, then that it was acknowledged; both name the
+// notice's identifier, which no other try has. Answers that ask for patience have the batch sent again, at most
+// kFurtherAttempts times, after a pause: the one that the carrier names, else one that begins at a second (ten
+// when it has backed off itself) and doubles from try to try, also over failed calls, until a batch is
+// accepted. No pause is longer than kLongestDelayMs.
+// A notice that is not answered, or answered wrongly, ends with the carrier let go, so that no late word of it
+// can be taken for an answer to another notice. Until it is accepted a batch stays with the caller.
+//
+// Waits: for a carrier without limit, while `mayForward` allows it; kSentSteps and kAckSteps of kStepMs. A stop
+// (shutdownToken) ends every wait at once and for good: the object hands over nothing more then.
+// Events (10610 to 10614) are reported when the error code changes.
+// Lifetime: owned by its writer; the clock outlives it. Threads: one. Errors: the codes below, or the one that
+// the carrier answered.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "logs/event_channel.h"
+#include "logs/log_destination.h"
+
+namespace korvane {
+
+class RpcLogDestination : public LogDestination {
+ public:
+  // transport: the server's end of the event pipe.
+  RpcLogDestination(
+      std::unique_ptr<RPCTransportBase> transport, platform::Clock& clock,
+      std::function<bool()> mayForward = [] { return true; });
+
+  int writeLog(const std::vector<PropertyList>& batch) override;
+  int writeBatch(const LogBatch& batch) override;
+  bool takesBody() const override { return false; }
+  void tend() override;
+
+  static constexpr int kNotNow = 1000;  // a stop, or forwarding was switched off
+  static constexpr int kNoChannel = 1001;
+  static constexpr int kNoCarrier = 1002;
+  static constexpr int kSendFailed = 1003;
+  static constexpr int kNoSentSignal = 1004;
+  static constexpr int kNoAcknowledgement = 1005;
+  static constexpr int kOtherIdentifier = 1006;
+
+  static constexpr int kStepMs = 100;
+  static constexpr int kSentSteps = 6001;
+  static constexpr int kAckSteps = 9001;
+  static constexpr int kPollMs = 1000;
+  static constexpr int kFurtherAttempts = 10;
+  static constexpr int64_t kNoDelay = -100;
+  static constexpr int64_t kLongestDelayMs = 60000;
+  // A carrier that comes within this time after the first batch is not missed.
+  static constexpr int64_t kMissedMs = 10000;
+
+ private:
+  using Compose = std::function<std::string(int messageId, const std::string& sendId)>;
+
+  // The notice that is under way, and what has been heard of it.
+  struct Flight {
+    std::string identifier;
+    bool sent = false;
+    std::optional<EventChannel::Heard> answer;
+    bool mixedUp = false;  // another identifier was named
+    bool gone = false;     // the carrier is
+    // What was not accepted need not have been sent on.
+    bool leftCarrier() const { return sent || (answer && answer->code != EventChannel::kAccepted); }
+    bool answered() const { return leftCarrier() && answer; }
+  };
+
+  int deliver(size_t records, const Compose& compose);
+  bool mayGoOn() const;
+  bool awaitCarrier(size_t records);
+  void waitFor(int64_t milliseconds);
+  int attempt(size_t records, const Compose& compose);
+  bool await(Flight& flight, bool (Flight::*done)() const, int steps);
+  int fail(const Flight& flight, int code, const char* text);
+  int judge(const EventChannel::Heard& answer);
+  void setDelay(const EventChannel::Heard& answer);
+  bool pause();
+  int finish(int code, size_t records);
+  void report(int code, size_t records);
+
+  const std::unique_ptr<RPCTransportBase> _transport;
+  platform::Clock& _clock;
+  const std::function<bool()> _mayForward;
+  EventChannel _channel;
+  const std::string _run;  // makes identifiers differ from those of other runs
+  int _notices = 0;
+  int _lastError = 0;
+  int _lastReportedError = 0;
+  int64_t _delay = kNoDelay;  // the last pause that an answer led to; kNoDelay while none has
+};
+
+}  // namespace korvane
