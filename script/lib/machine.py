@@ -161,6 +161,13 @@ class LinuxMachine:
         return self.start("agent", "korvane-host", "run", "--install-root", self.stage.install_root,
                           "--registry", self.registry, "--run-dir", self.run_dir)
 
+    def agentctl(self, *words):
+        """The exit status of agentctl for this agent, and what it wrote."""
+        done = subprocess.run([self.bin / "agentctl", "--install-root", self.stage.install_root, "--registry", self.registry,
+                               "--run-dir", self.run_dir, *words], check=False, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, encoding="utf-8", timeout=120)
+        return done.returncode, done.stdout
+
 
 class WinePrefix:
     """A Windows installation of its own in a folder, made at the first use; what runs in it ends with close()."""
@@ -169,8 +176,8 @@ class WinePrefix:
         self.folder = pathlib.Path(folder).resolve()
         self.environment = {"KORVANE_WINE_PREFIX": str(self.folder)}
 
-    def run(self, program, *arguments, limit=120):
-        """Runs a program to its end; returns what it wrote. Wine's own programs go by their names."""
+    def outcome(self, program, *arguments, limit=120):
+        """Runs a program to its end; returns its exit status and what it wrote."""
         log = self.folder.parent / f"{self.folder.name}.log"
         for _ in range(3):
             with open(log, "wb") as output:
@@ -180,6 +187,11 @@ class WinePrefix:
             text = log.read_text(errors="replace")
             if status != 1 or text:
                 break  # with 1 and no word Wine has not started it (script/wine-run)
+        return status, text
+
+    def run(self, program, *arguments, limit=120):
+        """What a program writes, which must end well. Wine's own programs go by their names."""
+        status, text = self.outcome(program, *arguments, limit=limit)
         if status != 0:
             raise StageError(f"{pathlib.Path(program).name} {' '.join(arguments)}: status {status}: {text}")
         return text
@@ -280,6 +292,11 @@ class WineMachine:
 
     def run(self, program, *arguments):
         return self.prefix.run(str(self.bin / f"{program}.exe"), *self.native(arguments))
+
+    def agentctl(self, *words):
+        """The exit status of agentctl for this agent, and what it wrote."""
+        words = self.native(("--install-root", self.stage.install_root, *words))
+        return self.prefix.outcome(str(self.bin / "agentctl.exe"), *words)
 
     def native(self, arguments):
         return [self.path(part) if isinstance(part, pathlib.Path) else str(part) for part in arguments]
