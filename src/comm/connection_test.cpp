@@ -14,6 +14,7 @@
 #include "comm/server_url.h"
 #include "comm/tls_observer.h"
 #include "config/agent_config.h"
+#include "config/url_text.h"
 #include "platform/platform.h"
 
 namespace korvane {
@@ -184,13 +185,23 @@ class Walk {
   ConnectionReport _report;
 };
 
+// agent.http.url with another server in it.
+STRING urlOf(const STRING& url, const STRING& server) {
+  if (url.empty()) return {};
+  const UrlText place = UrlText::parse(server);
+  if (place.port.empty() || place.host.empty()) return withHost(url, server);
+  UrlText parts = UrlText::parse(url);
+  parts.host = place.host;
+  parts.port = place.port;
+  return parts.text();
+}
+
 }  // namespace
 
 ConnectionTarget agentTarget(const STRING& server) {
   const AgentConfig& config = *AgentConfig::getInstance();
   ConnectionTarget target;
-  const STRING url = config.getURL();
-  if (!url.empty()) target.url = withHost(url, server.empty() ? serverInUse() : server).toUtf8();
+  target.url = urlOf(config.getURL(), server.empty() ? serverInUse() : server).toUtf8();
   target.caFile = config.getSSLCertFile().toUtf8();
   target.connectTimeoutSeconds = config.getConnectionTimeout();
   target.lowestTls = HttpsHandler::lowestTls();

@@ -38,8 +38,9 @@ struct ConnectionTarget {
   long lowestTls = 6;                   // CURL_SSLVERSION_..., the lowest version that is accepted
 };
 
-// The target of the agent's own exchanges with a server (host name or address; empty: the current one),
-// from AgentConfig, which may be that of a running agent or of a tool.
+// The target of the agent's own exchanges with a server, from AgentConfig, which may be that of a running
+// agent or of a tool. server: a host name or address, with ":port" or with the port that agent.http.url
+// has; empty: the current server.
 ConnectionTarget agentTarget(const STRING& server = {});
 
 enum class ConnectionStage {

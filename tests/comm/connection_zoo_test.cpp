@@ -6,6 +6,7 @@
 #include <fstream>
 #include <map>
 #include <regex>
+#include <thread>
 
 #include "comm/connection_test.h"
 #include "comm/curl_transport.h"
@@ -332,6 +333,24 @@ TEST_F(Zoo, Settings) {
     config().setURL(url);
     expectGolden(name, kLongMs, "");
   }
+}
+
+TEST_F(Zoo, AStopEndsATest) {
+  TlsServer server(*authority, nullptr, {.manner = Manner::hangInHandshake});
+  config().setURL("https://127.0.0.1:1/agent/");
+  ConnectionReport report;
+  const std::string place = "127.0.0.1:" + std::to_string(server.port());
+  std::thread test([&] { report = testConnection(agentTarget(STRING(place))); });
+  EXPECT_TRUE(server.waitUntilHeld());
+  shutdownToken().request();
+  test.join();
+  EXPECT_EQ(report.url, "https://" + place + "/agent/");
+  EXPECT_EQ(report.failingStage, "TLS handshake");
+  EXPECT_EQ(report.cause, "it was ended because the agent stops");
+  EXPECT_EQ(report.stages.size(), 4u);
+  shutdownToken().reset();
+  config().setURL("");
+  EXPECT_EQ(testConnection(agentTarget()).cause, "agent.http.url is empty");
 }
 
 // The whole report, as a screen shows it.
