@@ -16,12 +16,15 @@ std::string exitStatuses() {
 }
 
 void addGlobalOptions(CLI::App& app, GlobalOptions& options) {
+  // The last one counts, so that a script's own options can be overruled.
+  app.option_defaults()->take_last();
   app.add_option("--install-root", options.installRoot,
                  "Where the agent is installed (KORVANE_INSTALL_ROOT; the registry's InstallRoot)");
   app.add_option("--registry", options.registry, "Linux: the registry file (KORVANE_REGISTRY)");
   app.add_option("--run-dir", options.runDirectory,
                  "Linux: where the agent's sockets are (KORVANE_RUN_DIR)");
   app.add_flag("--json", options.json, "Prints JSON");
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::Throw);
 }
 
 std::vector<std::string> commandsOf(const CLI::App& app) {
@@ -68,14 +71,16 @@ int tell(const Failure& failure) {
 }
 
 int complain(const CLI::App& app, const CLI::ParseError& error) {
-  std::string what = error.what();
-  if (dynamic_cast<const CLI::RequiredError*>(&error) && takesCommands(reached(app)))
-    return tell(Failure(ExitStatus::usage, "no command is given", all(reached(app))));
   const std::vector<std::string> left = app.remaining(true);
   if (!left.empty())
-    what = (left.front().starts_with('-') ? "unknown option " : "unknown command or argument ") +
-           left.front();
-  return tell(Failure(ExitStatus::usage, what, advice(app, left)));
+    return tell(Failure(
+        ExitStatus::usage,
+        (left.front().starts_with('-') ? "unknown option " : "unknown command or argument ") +
+            left.front(),
+        advice(app, left)));
+  if (dynamic_cast<const CLI::RequiredError*>(&error) && takesCommands(reached(app)))
+    return tell(Failure(ExitStatus::usage, "no command is given", all(reached(app))));
+  return tell(Failure(ExitStatus::usage, error.what(), advice(app, left)));
 }
 
 int run(const Action& chosen) {

@@ -33,7 +33,7 @@ Json filedAgent(Context& context) {
   const STRING number = propertyValue(version, "version");
   const STRING build = propertyValue(version, "build.number");
   return {{"version", (build.empty() ? number : number + "." + build).toUtf8()},
-          {"type", std::to_string(readServiceType())}};
+          {"type", readServiceType()}};
 }
 
 Json filedServer(const SettingsView& settings) {
@@ -60,7 +60,8 @@ Json filedLogs(const SettingsView& settings) {
   Json logs = Json::array();
   if (!settings.fault().empty()) return logs;
   for (const LogBacklog& log : logBacklogs())
-    logs.push_back({{"log", log.log.toUtf8()},
+    logs.push_back({{"type", static_cast<int>(log.type)},
+                    {"log", log.log.toUtf8()},
                     {"pointerFile", log.pointerFile.toUtf8()},
                     {"offset", log.offset},
                     {"backlogBytes", log.bytes},
@@ -83,6 +84,18 @@ Json filedErrors(Context& context) {
     errors.push_back(std::move(error));
   }
   return errors;
+}
+
+// What the agent wrote last, as a rule that it stopped.
+Json lastEvent(Context& context) {
+  const std::vector<LogRecord> records =
+      newestRecords(context.system().files, context.installed("logs"), 1,
+                    [](const LogRecord& record) { return !record.isTrace(); });
+  if (records.empty()) return nullptr;
+  const Json event = asJson(records.back(), readCatalogue(context));
+  return {{"at", event["at"]},
+          {"code", event["code"]},
+          {"text", maskedText(event["text"].get<std::string>(), {})}};
 }
 
 Json driverItself(Context& context) {
@@ -156,6 +169,7 @@ Json filedStatus(Context& context) {
                 {"server", filedServer(settings)},
                 {"policy", filedPolicy(settings)},
                 {"logs", filedLogs(settings)},
+                {"lastEvent", lastEvent(context)},
                 {"lastErrors", filedErrors(context)},
                 {"trace", settings.text(Key::agentLogTrace).toBool()}};
   return facts;

@@ -60,7 +60,7 @@ void SettingsChange::add(const std::string& pair) {
   if (const SettingRow* row = findRow(STRING(key))) {
     const ValueFault fault = checkValue(*row, STRING(value));
     if (fault.refused) throw Failure(ExitStatus::failed, fault.text, kNothingChanged);
-    if (!fault.text.empty()) note(key + ": " + fault.text);
+    if (!fault.text.empty()) note(fault.text);
   }
   const STRING* known = _view.find(STRING(key));
   const std::string before = known ? known->toUtf8() : "";

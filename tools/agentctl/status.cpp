@@ -46,6 +46,8 @@ void addAgent(const Json& facts, Rows& rows) {
                             " (" + typeName(type) + ")";
   if (textAt(facts, "running") != "true") {
     rows.push_back({"Agent", "stopped" + about});
+    if (const std::string last = textAt(facts, "lastEvent/at"); !last.empty())
+      rows.push_back({"", "last event " + readable(last) + ": " + textAt(facts, "lastEvent/text")});
     rows.push_back({"", "what follows is told from its files alone"});
     return;
   }

@@ -9,8 +9,8 @@
 namespace korvane::agentctl {
 
 struct ValueFault {
-  bool refused = false;  // the agent does not take the value; otherwise it does, and it will not do
-  std::string text;      // empty: nothing is wrong
+  bool refused = false;  // it cannot be a value of the key; otherwise it can, and is hardly meant
+  std::string text;      // names the key; empty: nothing is wrong
 };
 
 ValueFault checkValue(const SettingRow& row, const STRING& value);
