@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <compare>
+#include <map>
 #include <memory>
-#include <tuple>
+#include <optional>
 
 #include "platform/paths.h"
 
@@ -17,24 +19,25 @@ constexpr size_t kFixedFields = 8;
 constexpr uint64_t kFirstPiece = 64 * 1024;
 constexpr uint64_t kMostAtOnce = 8u << 20;
 
-struct Name {
+// What puts the files of the series in order.
+struct Begin {
   std::string stamp;
   uint64_t number = 0;
-  std::string name;
+  friend auto operator<=>(const Begin&, const Begin&) = default;
 };
 
-bool parseName(const std::string& name, Name& out) {
-  if (!name.starts_with(kPrefix) || !name.ends_with(kSuffix)) return false;
-  const std::string_view middle =
-      std::string_view(name).substr(kPrefix.size(), name.size() - kPrefix.size() - kSuffix.size());
-  if (middle.size() < kStampDigits + 2 || middle[kStampDigits] != '-') return false;
-  const std::string_view digits = middle.substr(kStampDigits + 1);
-  const auto [end, error] =
-      std::from_chars(digits.data(), digits.data() + digits.size(), out.number);
-  if (error != std::errc() || end != digits.data() + digits.size()) return false;
-  out.stamp = middle.substr(0, kStampDigits);
-  out.name = name;
-  return out.stamp.find_first_not_of("0123456789") == std::string::npos;
+// Nothing for a name that is not of the series.
+std::optional<Begin> beginOf(std::string_view name) {
+  if (!name.starts_with(kPrefix) || !name.ends_with(kSuffix)) return std::nullopt;
+  name.remove_prefix(kPrefix.size());
+  name.remove_suffix(std::min(kSuffix.size(), name.size()));
+  if (name.size() < kStampDigits + 2 || name[kStampDigits] != '-') return std::nullopt;
+  Begin begin{std::string(name.substr(0, kStampDigits)), 0};
+  name.remove_prefix(kStampDigits + 1);
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), begin.number);
+  const bool good = error == std::errc() && end == name.data() + name.size() &&
+                    begin.stamp.find_first_not_of("0123456789") == std::string::npos;
+  return good ? std::optional(begin) : std::nullopt;
 }
 
 // The next field of a line of separated values; a quoted one may hold commas and doubled quotes.
@@ -122,18 +125,16 @@ bool parseRecord(std::string_view line, LogRecord& out) {
 
 std::vector<std::string> ownLogFiles(platform::Files& files, const std::string& directory) {
   std::vector<platform::DirectoryEntry> entries;
-  std::vector<Name> names;
+  std::map<Begin, std::string> paths;
   files.list(directory, entries);
   for (const platform::DirectoryEntry& entry : entries) {
-    Name name;
-    if (!entry.isDirectory && parseName(entry.name, name)) names.push_back(std::move(name));
+    const std::optional<Begin> begin = beginOf(entry.name);
+    if (begin && !entry.isDirectory)
+      paths[*begin] = platform::joinPath(files, {directory, entry.name});
   }
-  std::sort(names.begin(), names.end(), [](const Name& a, const Name& b) {
-    return std::tie(a.stamp, a.number) < std::tie(b.stamp, b.number);
-  });
-  std::vector<std::string> paths;
-  for (const Name& name : names) paths.push_back(platform::joinPath(files, {directory, name.name}));
-  return paths;
+  std::vector<std::string> inOrder;
+  for (const auto& [begin, path] : paths) inOrder.push_back(path);
+  return inOrder;
 }
 
 std::vector<LogRecord> newestRecords(platform::Files& files, const std::string& directory,
@@ -161,11 +162,10 @@ LogFollower::LogFollower(platform::Files& files, std::string directory)
 }
 
 std::string LogFollower::successor() const {
-  const std::vector<std::string> paths = ownLogFiles(_files, _directory);
-  if (_path.empty()) return paths.empty() ? std::string() : paths.front();
-  const auto present = std::find(paths.begin(), paths.end(), _path);
-  if (present != paths.end()) return present + 1 == paths.end() ? std::string() : *(present + 1);
-  return paths.empty() ? std::string() : paths.front();
+  const std::optional<Begin> present = beginOf(platform::fileNameOf(_path));
+  for (const std::string& path : ownLogFiles(_files, _directory))
+    if (!present || *present < *beginOf(platform::fileNameOf(path))) return path;
+  return {};
 }
 
 void LogFollower::take(bool ended, std::vector<LogRecord>& out) {
