@@ -7,8 +7,9 @@
 namespace korvane {
 namespace {
 
-// Braces and the comma behind a record; quotes, colon and the comma behind a field.
-constexpr size_t kRecordFrame = 3;
+// An opening brace and the comma behind a record, whose last field's comma is its closing brace; quotes, colon
+// and the comma behind a field.
+constexpr size_t kRecordFrame = 2;
 constexpr size_t kFieldFrame = 6;
 constexpr size_t kNoticeFrame = 256;
 

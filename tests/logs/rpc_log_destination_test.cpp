@@ -5,6 +5,9 @@
 #include <deque>
 
 #include "agent/thread/stop_token.h"
+#include "logs/event_notice.h"
+#include "rpc/pipe_names.h"
+#include "rpc/rpc_named_pipe.h"
 #include "tests/logs/log_fixture.h"
 
 namespace korvane::tests {
@@ -87,6 +90,7 @@ class ScriptedCarrier : public RPCTransportBase {
 class RpcLogDestinationTest : public LogFixture {
  protected:
   RpcLogDestinationTest() {
+    resetServiceType();
     setServiceType(2);
     carrier->react = [this](const std::string& id) { carrier->obeys(id); };
   }
@@ -254,6 +258,83 @@ TEST_F(RpcLogDestinationTest, AMissingCarrierAndAMissingPipeAreReportedOnceAndWa
   destination.tend();
   destination.tend();
   EXPECT_EQ(events(10610), 1u);
+}
+
+// What a notice says, as pairs.
+std::vector<PropertyList> eventsIn(const std::string& notice) {
+  JsonTree tree;
+  EXPECT_TRUE(parseJson(notice, tree));
+  std::vector<PropertyList> records;
+  for (const auto& [unnamed, event] : tree.get_child("params.events")) {
+    records.emplace_back();
+    for (const auto& [name, value] : event) records.back().emplace_back(name, value.data());
+  }
+  EXPECT_EQ(tree.get<size_t>("params.count"), records.size());
+  return records;
+}
+
+TEST_F(RpcLogDestinationTest, ANoticeSaysWhatTheRecordsSayAndIsNeverLongerThanItsBound) {
+  struct Keeping : LogDestination {
+    int writeLog(const std::vector<PropertyList>&) override { return 1; }
+    int writeBatch(const LogBatch& batch) override {
+      notice = eventNotice(1, "id", batch);
+      if (batch.records.size() < 10) {
+        EXPECT_TRUE(eventsIn(notice) == batch.pairs());
+      }
+      EXPECT_TRUE(batch.body.bytes().empty());
+      return result;
+    }
+    bool takesBody() const override { return false; }
+    std::string notice;
+    int result = 1;
+  };
+  setLimits(100000, 100000);
+  fake.systemInfo.host = "a \"host\"\\";
+  auto made = std::make_unique<Keeping>();
+  Keeping& kept = *made;
+  LogProcessor processor(HIDS_RT_LOG, std::move(made));
+  fake.files.put(
+      kLog,
+      "PFIL,1,t,\"a \"\"quoted\"\" \\ text\",\x01\t\x7F/,gr\xC3\xBC\xC3\x9F\xF0\x9F\x98\x80\n" +
+          eventLine(2, "x") + eventLine(3, "x") + eventLine(4));
+  config().setConsolidateLogs(true);
+  processor.readRecords();
+  EXPECT_EQ(processor.writeRecords(), -1);
+  for (int i = 5; i < 11; ++i)
+    append(kLog, "PFIL," + std::to_string(i) + ",t," + std::string(kLineLimit - 40, '\x01') +
+                     std::to_string(i) + "\n");
+  for (int pass = 0; pass < 5; ++pass) {
+    processor.readRecords();
+    EXPECT_EQ(processor.writeRecords(), -1);
+    EXPECT_LT(kept.notice.size(), LogProcessor::kQueueBytes + 6 * kLineLimit + 1000);
+  }
+  EXPECT_GT(kept.notice.size(), LogProcessor::kQueueBytes)
+      << "a queue that cannot be sent grows no further";
+  kept.result = 0;
+  EXPECT_EQ(processor.writeRecords(), 8);
+  EXPECT_EQ(processor.readRecords(), 2);
+}
+
+// On pipes, with a carrier that takes nothing: what does not fit waits until the stop.
+TEST_F(RpcLogDestinationTest, AStopEndsTheWritingOfANoticeThatNobodyReads) {
+  const auto clock = platform::makeNativeClock();
+  auto pipe = std::make_unique<RPCNamedPipe>(fake.pipes, *clock, kEventPipe,
+                                             RPCNamedPipe::Role::server, Fifo::Limits());
+  RpcLogDestination onPipe(std::move(pipe), *clock);
+  Fifo client(fake.pipes, *clock, kEventPipe);
+  onPipe.tend();
+  ASSERT_TRUE(client.open());
+  ASSERT_TRUE(client.writeMessage(R"({"jsonrpc":"2.0","id":1,"name":"attach"})", 0));
+  onPipe.tend();
+  const auto stopper = fake.platform().threading.createThread(0, [&] {
+    std::string answer;
+    client.readMessage(answer, 60000, 60000);
+    EXPECT_EQ(answer, R"({"jsonrpc":"2.0","id":"1","result":{"attached":"true"}})");
+    client.waitForData(60000);
+    shutdownToken().request();
+  });
+  EXPECT_EQ(onPipe.writeLog({{{"v2", std::string(1 << 20, 'x')}}}), D::kNotNow);
+  stopper->join(platform::kInfinite);
 }
 
 TEST_F(RpcLogDestinationTest, AStopEndsEveryWait) {
