@@ -50,7 +50,7 @@ struct Animal {
   uint32_t patienceMs = kLongMs;
 };
 
-// The blocks of connection_zoo.txt by their names: "[name]", lines, an empty line.
+// The blocks of connection_zoo.txt by their names: "[name]", then lines.
 std::map<std::string, std::string> readGolden() {
   std::map<std::string, std::string> blocks;
   std::ifstream file(KORVANE_ZOO);
@@ -58,7 +58,7 @@ std::map<std::string, std::string> readGolden() {
   for (std::string line; std::getline(file, line);) {
     if (line.starts_with('['))
       block = &blocks[line.substr(1, line.find(']') - 1)];
-    else if (block && !line.empty())
+    else if (block)
       *block += line + "\n";
   }
   return blocks;
@@ -122,9 +122,9 @@ class Zoo : public CommFixture {
     EXPECT_EQ(report.ok, report.cause.empty());
     EXPECT_EQ(report.stages.back().ok, report.ok);
     EXPECT_LT(report.milliseconds, kLongMs);
-    std::string seen = report.ok ? "works\n"
-                                 : "fails: " + report.failingStage + "\ncause: " + report.cause +
-                                       "\nstep:  " + report.nextStep + "\n";
+    std::string seen =
+        report.ok ? "works\n"
+                  : report.failingStage + ": " + report.cause + "\n> " + report.nextStep + "\n";
     HttpsHandler().log(PropertyList{{"k", "v"}});
     std::vector<std::string> event = lastEvent();
     const bool answered = event[0] == "10219";
@@ -139,8 +139,7 @@ class Zoo : public CommFixture {
       EXPECT_EQ(masked(lastExchange().text, port),
                 masked(report.failingStage + ": " + report.cause, port));
     }
-    seen += "event:";
-    for (const std::string& part : event) seen += " " + part;
+    for (const std::string& part : event) seen += (&part == &event.front() ? "" : " ") + part;
     seen += "\n";
     EXPECT_EQ(masked(seen, port), golden[name]);
   }
