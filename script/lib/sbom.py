@@ -72,7 +72,7 @@ def headers_used(build):
     counts = False
     for line in output("ninja", "-C", str(build), "-t", "deps").splitlines():
         if not line.startswith(" "):
-            counts = line.startswith(("src/", "host/"))
+            counts = line.startswith(("src/", "host/", "tools/agentctl/"))
         elif counts and (match := HEADER.search(line)):
             used.add(match[1])
     return used

@@ -4,7 +4,7 @@
 // on the main thread, and what it returns is the exit status.
 //
 // POSIX: the arguments are the bytes that were given. Windows: they come as UTF-16, whatever the system's
-// code page is.
+// code page is, and a console takes what is written as UTF-8.
 //
 //   int korvane::programMain(const std::vector<std::string>& arguments) {
 //     return arguments.empty() ? 2 : 0;
