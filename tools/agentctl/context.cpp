@@ -25,6 +25,7 @@ Failure unreachable(const RPCUnreachable& error, const platform::Platform& syste
   const bool socketsLieSomewhere = system.files.separator() == '/';
   switch (error.code()) {
     case platform::kErrorFileNotFound:
+    case platform::kErrorPathNotFound:
       if (socketsLieSomewhere && runDirectory.empty())
         return {ExitStatus::notRunning, std::string(error.what()) + ": no run directory is known",
                 "Name the one that the agent was started with: --run-dir or KORVANE_RUN_DIR."};
