@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "rpc/pipe_names.h"
 #include "tests/agent/agent_run.h"
 
 namespace korvane {
@@ -66,6 +67,9 @@ TEST(Lifecycle, StartsAndStopsTheThreadsOfEachServiceTypeInOrder) {
     machine.server.always("register", Answer::properties(kRegistered));
     AgentRun run(machine);
     machine.sim.runFor(10000);
+    std::unique_ptr<platform::Pipe> silent;
+    EXPECT_EQ(machine.fake.pipes.open(kCloudPipe, silent),
+              row.type == std::string("1") ? platform::kErrorFileNotFound : platform::kOk);
     EXPECT_LE(run.stop(), kStopLimitMs);
     EXPECT_EQ(run.info.count(), 0);
 

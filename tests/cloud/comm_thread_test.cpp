@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "cloud/application_policies.h"
 #include "cloud/cloud_agent_comm.h"
 #include "cloud/cloud_errors.h"
 #include "cloud/connector_presence.h"
@@ -13,6 +14,7 @@
 #include "update/policy/policy_news.h"
 #include "update/policy/policy_turn.h"
 #include "update/util_thread.h"
+#include "util/base64.h"
 
 namespace korvane {
 namespace {
@@ -198,6 +200,28 @@ TEST(CommThread, AStopEndsItAtOnceAndItStartsAgain) {
     EXPECT_EQ(world.codeOf("policy", basePolicy(sample().base)), 0);
     EXPECT_THAT(world.driverPolicy, HasSubstr("id base-7"));
   }
+}
+
+TEST(CloudStart, AStopEndsTheTranslationOfWhatIsStored) {
+  CloudWorld world;
+  ASSERT_EQ(world.codeOf("policy", basePolicy(sample().base)), 0);
+  const std::string inForce = world.driverPolicy;
+  std::string archive;
+  ASSERT_TRUE(decodeBase64(sample().web, archive));
+  world.machine.fake.files.put("/opt/korvane/IPS/applications/web.zip", archive);
+  world.translatorRunMs = platform::kInfinite;
+  const auto start = world.machine.sim.createThread(0, loadApplicationPolicies);
+  world.machine.sim.runFor(5000);
+  EXPECT_EQ(world.translations, 2U);
+  const int64_t before = world.machine.now();
+  shutdownToken().request();
+  start->join(platform::kInfinite);
+  EXPECT_LE(world.machine.now() - before, 200);
+  shutdownToken().reset();
+  EXPECT_EQ(world.driverPolicy, inForce);
+  world.translatorRunMs = 0;
+  loadApplicationPolicies();
+  EXPECT_THAT(world.driverPolicy, HasSubstr("rule deny file web /srv/web/*"));
 }
 
 TEST(CommThread, ACommandThatWaitsForItsTurnEndsWithTheAgent) {
