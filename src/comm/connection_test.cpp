@@ -86,15 +86,16 @@ class Walk {
     const bool refused = message.response().refused();
     if (code == 0 && !refused && _result.httpStatus <= kOkStatus) message.finishResponse();
     const ResponseParser& answer = message.response();
-    return findCause({.code = code,
-                      .request = _request,
-                      .result = _result,
-                      .fault = answer.fault(),
-                      .refused = refused,
-                      .brokenOff = answer.brokenOff(),
-                      .serverError = answer.errorCode(),
-                      .serverText = answer.errorText().value_or(STRING()).toUtf8(),
-                      .stopped = code != 0 && shutdownToken().requested()});
+    return findCause(
+        {.code = code,
+         .request = _request,
+         .result = _result,
+         .fault = answer.fault(),
+         .refused = refused,
+         .brokenOff = answer.brokenOff(),
+         .serverError = answer.errorCode(),
+         .serverText = answer.errorText().value_or(ResponseParser::kNoErrorText).toUtf8(),
+         .stopped = code != 0 && shutdownToken().requested()});
   }
 
   void judge(const FailureCause& cause) {

@@ -55,8 +55,11 @@ bool isAgentAnswer(const TransferTrail& trail);
 // The management server's own objection.
 FailureCause serverErrorCause(int code, const std::string& text);
 
-// The causes within TLS and the certificate; for findCause().
+// The causes within TLS, of the certificate, of a transfer that broke off behind them, and of an answer
+// that is whole or refused; for findCause().
 FailureCause tlsCause(const ExchangeEvidence& evidence);
 FailureCause certificateCause(const ExchangeEvidence& evidence);
+FailureCause httpCause(const ExchangeEvidence& evidence);
+FailureCause answerCause(const ExchangeEvidence& evidence);
 
 }  // namespace korvane

@@ -1,5 +1,7 @@
 #include "comm/failure_text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "config/url_text.h"
@@ -64,7 +66,20 @@ std::string withoutPassword(const std::string& url) {
 }
 
 std::string howItEnded(const std::string& errorText) {
-  return contains(errorText, "reset") ? "reset" : "closed";
+  if (contains(errorText, "reset")) return "reset";
+  for (const char* sign : {"eof", "closed", "syscall", "aborted", "broken pipe"}) {
+    if (contains(errorText, sign)) return "closed";
+  }
+  return {};
+}
+
+std::string bytesShown(const std::string& bytes) {
+  const bool text =
+      std::all_of(bytes.begin(), bytes.end(), [](char c) { return c >= ' ' && c <= '~'; });
+  if (text) return quoted(bytes);
+  std::string hex = "the bytes";
+  for (const char c : bytes) hex += fmt::format(" {:02x}", static_cast<unsigned char>(c));
+  return hex;
 }
 
 std::string seconds(uint64_t milliseconds) {

@@ -16,8 +16,10 @@ std::string hostOf(const std::string& url);
 bool isHttps(const std::string& url);
 // The URL with its user name and password, when it has any, as "***".
 std::string withoutPassword(const std::string& url);
-// "reset" or "closed", as libcurl's text about the end of a connection tells.
+// "reset" or "closed", when libcurl's text is about the end of a connection; else empty.
 std::string howItEnded(const std::string& errorText);
+// Bytes of an unknown protocol: in double quotes when they are text, else in hexadecimal.
+std::string bytesShown(const std::string& bytes);
 // "10 s", "1.5 s".
 std::string seconds(uint64_t milliseconds);
 // Whether `text` has `part` in it, ASCII letters compared without case; `part` is in small letters.

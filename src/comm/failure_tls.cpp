@@ -71,10 +71,8 @@ FailureCause brokenHandshake(const ExchangeEvidence& evidence) {
                                      : "the server does not finish the handshake") +
                      " within " + seconds(limit));
   }
-  for (const char* sign : {"reset", "eof", "closed", "syscall", "aborted"}) {
-    if (contains(text, sign)) return handshake("the connection was " + howItEnded(text) + when);
-  }
-  return handshake(shown(text));
+  const std::string ended = howItEnded(text);
+  return handshake(ended.empty() ? shown(text) : "the connection was " + ended + when);
 }
 
 // The authorities that the agent trusts, for a text.
@@ -119,7 +117,7 @@ FailureCause tlsCause(const ExchangeEvidence& evidence) {
       contains(evidence.result.errorText, "wrong version number")) {
     return handshake(
         place + " does not speak TLS" +
-        (beginsLikeTls(tls.firstBytes) ? "" : "; it begins with " + quoted(tls.firstBytes)));
+        (beginsLikeTls(tls.firstBytes) ? "" : "; it begins with " + bytesShown(tls.firstBytes)));
   }
   if (tls.alertReceived == TLS1_AD_PROTOCOL_VERSION || tls.alertSent == TLS1_AD_PROTOCOL_VERSION) {
     return handshake(std::string("the server has no TLS version in common with the agent, which "
