@@ -44,7 +44,8 @@ def register(stage):
     guid = wait_until(lambda: stage.setting("agent.id") or not stage.agent.running(), 30, "the registration")
     if guid is True:
         raise StageError("the agent ended at its start")
-    state = wait_until(lambda: (words := stage.admin("/state")["words"]).get("result") and words, 30, "the first status")
+    # The second status is the first poll's: from then on the agent hears notifications.
+    state = wait_until(lambda: (words := stage.admin("/state")["words"]).get("result", 0) > 1 and words, 30, "the first poll")
     policy = [part for part in stage.admin("/binaries") if part["role"] == "registration"]
     say(f"It tested the connection ({state.get('testConnection', 0)} request), then registered"
         f" ({state.get('register', 0)} request) with its built-in policy of {policy[0]['size'] if policy else 0} bytes.")
@@ -84,6 +85,16 @@ def settle(stage, written):
     return stage.events(first, last)
 
 
+def ask(stage):
+    """An operator asks the agent over its local channel; returns the figures."""
+    step("An operator asks")
+    status, screen = stage.machine.agentctl("status")
+    say("\n".join("  " + line for line in screen.splitlines()))
+    tested, report = stage.machine.agentctl("test-connection")
+    say("The way to the server, stage by stage:\n" + "\n".join("  " + line for line in report.splitlines()))
+    return {"operator_answered": status == 0, "connection_tested": tested == 0}
+
+
 def stop(stage):
     step("It stops")
     took = stage.agent.stop()
@@ -104,6 +115,7 @@ def play(stage, arguments):
         f" sent again: {sums['duplicated']} (at most one batch of {BATCH_LIMIT} for each kill).")
     step("Its server goes and comes back")
     obeyed.update(updates.fail_over(stage, guid, say))
+    obeyed.update(ask(stage))
     memory = {"rss_anon_kib": stage.memory_kib("RssAnon"), "rss_kib": stage.memory_kib("VmRSS")}
     if arguments.keep:
         keep(stage)
@@ -132,7 +144,8 @@ def well(result):
     return (result["registered"] and result["events_lost"] == 0 and result["exit_status"] == 0
             and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
             and all(result[key] for key in ("policy_loaded", "policy_rolled_back", "retranslation_identical", "setting_changed",
-                                            "software_package", "failed_over", "failed_back"))
+                                            "software_package", "failed_over", "failed_back", "operator_answered",
+                                            "connection_tested"))
             and result["content_packages"] == 4)
 
 
