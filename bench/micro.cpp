@@ -9,6 +9,7 @@
 #include "comm/message_body.h"
 #include "comm/response_parser.h"
 #include "logs/byte_buffer.h"
+#include "logs/event_notice.h"
 #include "logs/event_record.h"
 #include "logs/field_map.h"
 #include "logs/line_reader.h"
@@ -137,6 +138,16 @@ void batchBodyBuild(benchmark::State& state) {
   }
 }
 BENCHMARK(batchBodyBuild);
+
+void eventNoticeBuild(benchmark::State& state) {
+  const RecordQueue queue = queueOfLog();
+  const MessageBody none;
+  const LogBatch batch{queue, notes(), none};
+  const Row row(state);
+  for (auto _ : state) benchmark::DoNotOptimize(eventNotice(1, "1795255200123-1", batch));
+  state.counters["notice bytes"] = static_cast<double>(eventNotice(1, "1", batch).size());
+}
+BENCHMARK(eventNoticeBuild);
 
 // The answer to a poll: settings and log rules as properties.
 void responseParse(benchmark::State& state) {

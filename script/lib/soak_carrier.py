@@ -46,7 +46,7 @@ class Lane:
             stage.install(service_type=2, settings={
                 "Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": 2 * BATCH_LIMIT, "log.consolidate": "false"}})
             stage.start_driver()
-            writer = stage.start_writer("--events", 0, "--rate", 60, "--rotate", 500, "--torn", 10, "--seed", self.number + 1,
+            writer = stage.start_writer("--events", 0, "--rate", 100, "--rotate", 500, "--torn", 10, "--seed", self.number + 1,
                                         "--finish", "--encoding", "utf-16" if self.number % 2 else "utf-8")
             self.start_agent()
             for _ in range(rounds):
@@ -70,12 +70,12 @@ class Lane:
         self.carriers += 1
         self.carrier = machine.start("carrier", "korvane-event-carrier", "--run-dir", machine.run_dir, "--out",
                                      self.work / f"carried-{self.carriers:04}", "--random", percent, "--seed", self.carriers,
-                                     "--delay", 300)
+                                     "--delay", 300, "--slow", self.random.choice([0, 300, 1500]))
 
     def round(self):
         if self.carrier is None or not self.carrier.running():
             self.start_carrier(self.random.choice([0, 20, 40]))
-        time.sleep(self.random.uniform(0.1, 7.0))
+        time.sleep(self.random.uniform(0.2, 9.0))
         if not self.stage.agent.running():
             raise StageError(f"the agent ended by itself with status {self.stage.agent.exit_status}")
         victim = self.random.choice(["agent", "agent", "agent_stopped", "carrier", "both"])
@@ -105,11 +105,18 @@ class Lane:
                 notices[-1].append(int(sequence))
         return notices
 
+    def faults(self):
+        """How many things the carriers did wrong."""
+        right = {"attached", "notice", "acknowledged"}
+        lines = pathlib.Path(self.carrier.log).read_text(encoding="utf-8").splitlines()
+        told = [line for line in lines if line.startswith("{") and line.endswith("}")]
+        return sum(1 for line in told if json.loads(line)["did"] not in right)
+
     def finish(self, last):
         """Lets both run undisturbed until all has been carried, then draws up the account."""
         self.carrier.stop()
         self.start_carrier(0)
-        carried, end = set(), 0.0
+        carried, end = set(), time.monotonic() + 90
         while len(carried) < last:
             now = set().union(*self.notices())
             if len(now) > len(carried):
@@ -118,13 +125,14 @@ class Lane:
                 break  # the account tells what is missing
             time.sleep(0.2)
         notices = self.notices()
+        faults = self.faults()
         again = sum(len(notice) for notice in notices) - len(carried)
         further_back = sum(1 for before, notice in zip(notices, notices[1:]) if notice[0] < before[0])
         unordered = sum(1 for notice in notices if notice != list(range(notice[0], notice[0] + len(notice))))
         stop_ms = max(self.stop_ms, self.stage.agent.stop())
         self.carrier.stop()
-        return {"written": last, "carried": len(carried), "lost": last - len(carried), "notices": len(notices), "sent_again": again,
-                "further_back": further_back, "unordered": unordered, "stop_ms": stop_ms}
+        return {"written": last, "carried": len(carried), "lost": last - len(carried), "notices": len(notices), "faults": faults,
+                "sent_again": again, "further_back": further_back, "unordered": unordered, "stop_ms": stop_ms}
 
 
 def lane(arguments, number, rounds):
@@ -158,7 +166,7 @@ def main():
     good = not any("failed" in account or account["lost"] or account["further_back"] or account["unordered"]
                    or account["stop_ms"] > STOP_LIMIT_MS for account in accounts)
     sums = {key: sum(account.get(key, 0) for account in accounts)
-            for key in ("rounds", "agent", "agent_stopped", "carrier", "written", "carried", "lost", "notices", "sent_again",
+            for key in ("rounds", "agent", "agent_stopped", "carrier", "written", "carried", "lost", "notices", "faults", "sent_again",
                         "further_back")}
     print(json.dumps({**sums, "batch_limit": BATCH_LIMIT, "seconds": round(time.monotonic() - started), "good": good}))
     return 0 if good else 1

@@ -1,5 +1,6 @@
 #include "logs/https_log_destination.h"
 
+#include "comm/exchange_outcome.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
 
@@ -34,7 +35,9 @@ int HttpsLogDestination::writeBatch(const LogBatch& batch) {
 
 int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records) {
   if (result != 0) {
-    ForwardingCounters::noteError(result, "the exchange with the management server failed");
+    const ExchangeFailure failure = lastExchange().lastFailure;
+    ForwardingCounters::noteError(result,
+                                  failure.code == result ? failure.text : "nothing was sent");
     return result;
   }
   STRING text;
