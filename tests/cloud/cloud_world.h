@@ -13,6 +13,7 @@
 #include "stand-in-policy/policy_model.h"
 #include "tests/support/simulated_agent.h"
 #include "translate-stand-in/source_policy.h"
+#include "update/policy/policy_turn.h"
 
 namespace korvane::tests {
 
@@ -45,8 +46,18 @@ class CloudWorld {
     if (!_thread) return 0;
     _thread->stop();
     _thread->waitEnded(60000);
+    if (_holder) _holder->join(platform::kInfinite);
     _thread.reset();
     return machine.now() - before;
+  }
+
+  // Another thread works on policies until the agent stops.
+  void holdTurn() {
+    _holder = machine.sim.createThread(0, [] {
+      const PolicyTurn turn;
+      shutdownToken().sleepFor(platform::kInfinite);
+    });
+    machine.sim.runFor(10);
   }
 
   // The error's code of a call, and what it says; 0 for an answer.
@@ -121,6 +132,7 @@ class CloudWorld {
 
   int64_t _translatesUntil = 0;
   std::unique_ptr<CommThread> _thread;
+  std::unique_ptr<platform::NativeThread> _holder;
 };
 
 }  // namespace korvane::tests

@@ -2,13 +2,10 @@
 // tested with it.
 #include <gmock/gmock.h>
 
-#include <algorithm>
-
 #include "driver/driver_config.h"
 #include "tests/update/cycles.h"
 #include "tests/update/policy_world.h"
 #include "update/policy/policy_news.h"
-#include "update/policy/policy_turn.h"
 #include "update/util_thread.h"
 #include "util/errors.h"
 
@@ -277,32 +274,6 @@ TEST(UtilThread, TakesOverThePolicyOfTheChannelWhichIsReportedToNoServer) {
   EXPECT_EQ(machine.countLines(",10591,"), damagedItems + 1) << "its empty items are read";
   thread.cycle();
   EXPECT_EQ(machine.countLines(",10591,"), damagedItems + 1);
-}
-
-TEST(PolicyTurn, IsOneThreadsAtATimeAndEndsItsWaitForAStop) {
-  SimulatedMachine machine;
-  std::string story;
-  const auto work = [&story, &machine](char name, uint32_t milliseconds) {
-    const PolicyTurn turn;
-    story += turn.taken() ? name : '-';
-    if (turn.taken()) shutdownToken().sleepFor(milliseconds);
-    if (turn.taken()) story += name;
-    return machine.now();
-  };
-  int64_t ended = 0;
-  const auto first = machine.sim.createThread(0, [&] { work('a', 60000); });
-  machine.sim.runFor(10);
-  const auto second = machine.sim.createThread(0, [&] { work('b', 1000000); });
-  machine.sim.runFor(70000);
-  const auto third = machine.sim.createThread(0, [&] { ended = work('c', 1); });
-  machine.sim.runFor(5000);
-  EXPECT_EQ(story, "aab");
-  const int64_t before = machine.now();
-  shutdownToken().request();
-  for (const auto& thread : {first.get(), second.get(), third.get()})
-    thread->join(platform::kInfinite);
-  EXPECT_EQ(std::count(story.begin(), story.end(), '-'), 1) << story;
-  EXPECT_EQ(ended, before);
 }
 
 TEST(UtilThread, StartsWorksAndStops) {
