@@ -109,6 +109,7 @@ class Installer(unittest.TestCase):
             self.assertIn(line, self.settings())
         self.assertTrue(within(lambda: service_is("4")), wine("sc", "query", "KorvaneAgent"))
         self.assertTrue(within(lambda: f"The agent started, version {OLD}.0." in self.log_text()), self.log_text())
+        self.assertRegex(wine(rf"{INSTALLED}\agentctl.exe", "version")[1], rf"running +{OLD}\.0")
 
     def test_4_upgrade_keeps_settings(self):
         wine("sc", "stop", "KorvaneAgent")
