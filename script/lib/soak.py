@@ -10,15 +10,13 @@ sequence number that was written must have arrived (those of requests that the s
 
 The last line is a JSON object; the exit status is 0 when nothing was lost and no bound was passed.
 """
-import argparse
-import concurrent.futures
-import json
 import pathlib
 import shutil
 import sys
 import tempfile
 import time
 
+import lanes
 from stage import Stage, StageError, wait_until
 
 BATCH_LIMIT = 500
@@ -121,27 +119,11 @@ def finish(stage, written, rounds):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Kills the agent again and again and counts events.")
-    parser.add_argument("--build", required=True)
-    parser.add_argument("--rounds", type=int, default=200)
-    parser.add_argument("--lanes", type=int, default=4)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--keep-work", action="store_true")
-    arguments = parser.parse_args()
-    lanes = min(arguments.lanes, arguments.rounds)
-    shares = [arguments.rounds // lanes + (i < arguments.rounds % lanes) for i in range(lanes)]
-    started = time.monotonic()
-    with concurrent.futures.ThreadPoolExecutor(lanes) as pool:
-        accounts = list(pool.map(lambda pair: lane(arguments, *pair), enumerate(shares)))
-    good = True
-    for account in accounts:
-        print(json.dumps(account), flush=True)
-        good = good and "failed" not in account and account["lost"] == 0 \
-            and account["sent_again"] <= account["bound"] and not account["damaged_files"]
-    sums = {key: sum(account.get(key, 0) for account in accounts)
-            for key in ("rounds", "written", "received", "answered_302_or_600", "lost", "sent_again", "lost_answers", "bound")}
-    print(json.dumps({**sums, "batch_limit": BATCH_LIMIT, "seconds": round(time.monotonic() - started), "good": good}))
-    return 0 if good else 1
+    arguments = lanes.parse_arguments("Kills the agent again and again and counts events.")
+    return lanes.run(arguments, lane, lambda account: account["lost"] == 0 and account["sent_again"] <= account["bound"]
+                     and not account["damaged_files"],
+                     ("rounds", "written", "received", "answered_302_or_600", "lost", "sent_again", "lost_answers", "bound"),
+                     batch_limit=BATCH_LIMIT)
 
 
 if __name__ == "__main__":

@@ -11,8 +11,6 @@ that was in flight: no notice may begin before the one that was carried before i
 
 The last line is a JSON object; the exit status is 0 when nothing was lost and nothing further back came again.
 """
-import argparse
-import concurrent.futures
 import json
 import pathlib
 import shutil
@@ -21,6 +19,7 @@ import sys
 import tempfile
 import time
 
+import lanes
 from stage import Stage, StageError, wait_until
 
 BATCH_LIMIT = 500  # a batch every other second: more than the writer's rate, pauses and all
@@ -149,27 +148,11 @@ def lane(arguments, number, rounds):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Kills an agent without a server and its carrier again and again.")
-    parser.add_argument("--build", required=True)
-    parser.add_argument("--rounds", type=int, default=200)
-    parser.add_argument("--lanes", type=int, default=4)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--keep-work", action="store_true")
-    arguments = parser.parse_args()
-    lanes = min(arguments.lanes, arguments.rounds)
-    shares = [arguments.rounds // lanes + (i < arguments.rounds % lanes) for i in range(lanes)]
-    started = time.monotonic()
-    with concurrent.futures.ThreadPoolExecutor(lanes) as pool:
-        accounts = list(pool.map(lambda pair: lane(arguments, *pair), enumerate(shares)))
-    for account in accounts:
-        print(json.dumps(account), flush=True)
-    good = not any("failed" in account or account["lost"] or account["further_back"] or account["unordered"]
-                   or account["stop_ms"] > STOP_LIMIT_MS for account in accounts)
-    sums = {key: sum(account.get(key, 0) for account in accounts)
-            for key in ("rounds", "agent", "agent_stopped", "carrier", "written", "carried", "lost", "notices", "faults", "sent_again",
-                        "further_back")}
-    print(json.dumps({**sums, "batch_limit": BATCH_LIMIT, "seconds": round(time.monotonic() - started), "good": good}))
-    return 0 if good else 1
+    arguments = lanes.parse_arguments("Kills an agent without a server and its carrier again and again.")
+    return lanes.run(arguments, lane, lambda account: not (account["lost"] or account["further_back"] or account["unordered"])
+                     and account["stop_ms"] <= STOP_LIMIT_MS,
+                     ("rounds", "agent", "agent_stopped", "carrier", "written", "carried", "lost", "notices", "faults", "sent_again",
+                      "further_back"), batch_limit=BATCH_LIMIT)
 
 
 if __name__ == "__main__":

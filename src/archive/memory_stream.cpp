@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 
 namespace korvane::archive {
 namespace {
@@ -23,8 +24,20 @@ uLong read(voidpf, voidpf opened, void* buffer, uLong size) {
   return static_cast<uLong>(got);
 }
 
-uLong write(voidpf, voidpf, const void*, uLong) {
-  return 0;
+// minizip goes back to complete an entry's header. No exception may pass through it.
+uLong write(voidpf, voidpf opened, const void* buffer, uLong size) {
+  MemoryStream& stream = streamOf(opened);
+  if (!stream.written) return 0;
+  std::string& bytes = *stream.written;
+  try {
+    bytes.resize(std::max<size_t>(bytes.size(), stream.position + size));
+  } catch (const std::exception&) {
+    return 0;
+  }
+  std::copy_n(static_cast<const char*>(buffer), size, bytes.data() + stream.position);
+  stream.bytes = bytes;
+  stream.position += size;
+  return size;
 }
 
 ZPOS64_T tell(voidpf, voidpf opened) {

@@ -7,6 +7,7 @@
 
 #include "archive/entry_name.h"
 #include "archive/entry_paths.h"
+#include "archive/memory_stream.h"
 
 namespace korvane::archive {
 namespace {
@@ -16,64 +17,11 @@ constexpr uLong kNamesAreUtf8 = 0x0800;
 constexpr int kMemoryLevel = 8;
 constexpr size_t kPiece = 1u << 30;  // minizip takes lengths of 32 bits
 
-struct Stream {
-  std::string bytes;
-  size_t position = 0;
-};
-
-Stream& streamOf(voidpf opened) {
-  return *static_cast<Stream*>(opened);
-}
-
-voidpf openStream(voidpf opaque, const void*, int) {
-  return opaque;
-}
-
-uLong readNothing(voidpf, voidpf, void*, uLong) {
-  return 0;
-}
-
-// minizip goes back to complete an entry's header. No exception may pass through it.
-uLong writeStream(voidpf, voidpf opened, const void* buffer, uLong size) {
-  Stream& stream = streamOf(opened);
-  try {
-    stream.bytes.resize(std::max<size_t>(stream.bytes.size(), stream.position + size));
-  } catch (const std::exception&) {
-    return 0;
-  }
-  std::copy_n(static_cast<const char*>(buffer), size, stream.bytes.data() + stream.position);
-  stream.position += size;
-  return size;
-}
-
-ZPOS64_T tellStream(voidpf, voidpf opened) {
-  return streamOf(opened).position;
-}
-
-long seekStream(voidpf, voidpf opened, ZPOS64_T offset, int origin) {
-  Stream& stream = streamOf(opened);
-  const ZPOS64_T from = origin == ZLIB_FILEFUNC_SEEK_CUR   ? stream.position
-                        : origin == ZLIB_FILEFUNC_SEEK_END ? stream.bytes.size()
-                                                           : 0;
-  if (offset > stream.bytes.size() - from) return -1;
-  stream.position = static_cast<size_t>(from + offset);
-  return 0;
-}
-
-int closeStream(voidpf, voidpf) {
-  return 0;
-}
-
-int streamError(voidpf, voidpf) {
-  return 0;
-}
-
 }  // namespace
 
 struct ZipWriter::Output {
   Output() {
-    zlib_filefunc64_def functions{&openStream, &readNothing, &writeStream, &tellStream,
-                                  &seekStream, &closeStream, &streamError, &stream};
+    zlib_filefunc64_def functions = memoryFunctions(stream);
     zip = zipOpen2_64(nullptr, APPEND_STATUS_CREATE, nullptr, &functions);
     if (!zip) throw std::bad_alloc();
   }
@@ -101,7 +49,8 @@ struct ZipWriter::Output {
     return closed;
   }
 
-  Stream stream;
+  std::string bytes;
+  MemoryStream stream{.bytes = {}, .written = &bytes};
   EntryPaths paths;
   size_t entries = 0;
   zipFile zip = nullptr;
@@ -150,7 +99,7 @@ bool ZipWriter::add(const std::string& name, std::string_view content, Refusal& 
 std::string ZipWriter::finish() {
   if (!_output->zip) return {};
   if (!_output->close()) throw std::bad_alloc();
-  return std::move(_output->stream.bytes);
+  return std::move(_output->bytes);
 }
 
 }  // namespace korvane::archive

@@ -6,13 +6,11 @@ cloud_agent.py --build DIR [--windows DIR] [CASE ...]
 The connector is `agentctl call` on the cloud pipe, the component that carries events is its stand-in. A listener at the URL
 of the settings hears whether the agent contacts a server after all.
 """
-import argparse
 import base64
 import json
 import pathlib
 import select
 import shutil
-import signal
 import socket
 import subprocess
 import sys
@@ -21,7 +19,8 @@ import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "script" / "lib"))
-from machine import LinuxMachine, WinePrefix, wait_until  # noqa: E402
+import cases  # noqa: E402
+from machine import LinuxMachine, wait_until  # noqa: E402
 from stage import Stage  # noqa: E402
 
 CLOUD_PIPE = "korvane-agent-cloud"
@@ -191,21 +190,5 @@ class CloudAgent(unittest.TestCase):
         self.play(3, kills=0)
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", required=True)
-    parser.add_argument("--windows")
-    builds, others = parser.parse_known_args()
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="korvane-cloud-"))
-    CloudAgent.builds, CloudAgent.prefix = builds, WinePrefix(folder / "prefix")
-    try:
-        program = unittest.main(argv=[sys.argv[0], *others], exit=False, verbosity=2)
-        return 0 if program.result.wasSuccessful() else 1
-    finally:
-        CloudAgent.prefix.close()
-        shutil.rmtree(folder, ignore_errors=True)
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(cases.run(CloudAgent, __doc__))

@@ -5,18 +5,16 @@ wine_test.py --windows FOLDER --build FOLDER [CASE ...]
 All cases share one Wine prefix in a temporary folder; each has an installation, a server and a service of its
 own, below a folder whose name has blanks and letters beyond ASCII.
 """
-import argparse
 import pathlib
 import shutil
-import signal
 import sys
 import tempfile
-import time
 import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "script" / "lib"))
-from machine import WineMachine, WinePrefix, wait_until  # noqa: E402
+import cases  # noqa: E402
+from machine import wait_until  # noqa: E402
 from stage import Stage  # noqa: E402
 
 BATCH_LIMIT = 500  # a batch every other second: more than the writer's rate
@@ -132,21 +130,5 @@ class HeldSettings(Installed):
         self.stage.agent.stop()
 
 
-def main():
-    parser = argparse.ArgumentParser(description="End-to-end tests under Wine.")
-    parser.add_argument("--windows", required=True)
-    parser.add_argument("--build", required=True)
-    builds, others = parser.parse_known_args()
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="korvane-wine-"))
-    Installed.builds, Installed.prefix = builds, WinePrefix(folder / "prefix")
-    try:
-        program = unittest.main(argv=[sys.argv[0], *others], exit=False, verbosity=2)
-        return 0 if program.result.wasSuccessful() else 1
-    finally:
-        Installed.prefix.close()
-        shutil.rmtree(folder, ignore_errors=True)
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(cases.run(Installed, "End-to-end tests under Wine.", required=True))
