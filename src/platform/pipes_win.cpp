@@ -1,5 +1,6 @@
 #include "platform/pipes.h"
 
+#include <aclapi.h>
 #include <sddl.h>
 
 #include "platform/error_codes.h"
@@ -46,6 +47,30 @@ bool holdsGroup(HANDLE token, WELL_KNOWN_SID_TYPE group) {
          ::CheckTokenMembership(token, sid, &member) && member;
 }
 
+bool isOwnAccount(PSID account) {
+  KernelObject token;
+  alignas(TOKEN_USER) BYTE buffer[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+  DWORD size = sizeof buffer;
+  return ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive()) &&
+         ::GetTokenInformation(token.get(), TokenUser, buffer, size, &size) &&
+         ::EqualSid(account, reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid);
+}
+
+bool isTrusted(PSID owner) {
+  return ::IsWellKnownSid(owner, WinBuiltinAdministratorsSid) ||
+         ::IsWellKnownSid(owner, WinLocalSystemSid) || isOwnAccount(owner);
+}
+
+// Who serves a pipe may act with the rights of a client whose bytes it has read: nothing is sent to a pipe
+// that somebody without rights has made. Nobody can give a pipe an owner that is not in his own token.
+bool isServedByTrusted(HANDLE pipe) {
+  PSID owner = nullptr;
+  LocalMemory descriptor;
+  return ::GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
+                           nullptr, nullptr, descriptor.receive()) == ERROR_SUCCESS &&
+         isTrusted(owner);
+}
+
 uint32_t createServersEnd(const std::wstring& name, FileHandle& out) {
   LocalMemory descriptor;
   if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1,
@@ -53,10 +78,11 @@ uint32_t createServersEnd(const std::wstring& name, FileHandle& out) {
     return ::GetLastError();
   SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), /*bInheritHandle=*/FALSE};
   FileHandle handle(::CreateNamedPipeW(
-      name.c_str(), PIPE_ACCESS_DUPLEX,
+      name.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE,
       PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_NOWAIT | PIPE_REJECT_REMOTE_CLIENTS,
       /*nMaxInstances=*/1, kPipeBytes, kPipeBytes, /*nDefaultTimeOut=*/0, &security));
-  if (!handle) return ::GetLastError();
+  // Also of a pipe that somebody made to let others in beside its own end.
+  if (!handle) return ::GetLastError() == ERROR_ACCESS_DENIED ? kErrorPipeBusy : ::GetLastError();
   out = std::move(handle);
   return kOk;
 }
@@ -163,6 +189,7 @@ class WinPipes final : public Pipes {
     FileHandle handle(::CreateFileW((kPrefix + wide(bare)).c_str(), GENERIC_READ | GENERIC_WRITE,
                                     /*dwShareMode=*/0, nullptr, OPEN_EXISTING, 0, nullptr));
     if (!handle) return ::GetLastError();
+    if (!isServedByTrusted(handle.get())) return kErrorAccessDenied;
     DWORD mode = PIPE_READMODE_BYTE | PIPE_NOWAIT;
     if (!::SetNamedPipeHandleState(handle.get(), &mode, nullptr, nullptr)) return ::GetLastError();
     return handOut(std::make_unique<WinPipe>(std::move(handle)), out);

@@ -25,9 +25,13 @@ class TextBuffer : public std::streambuf {
 
 // Steps over a string that begins at `at`; gives the place of its closing quote, or the text's end.
 size_t endOfString(std::string_view text, size_t at) {
-  while (++at < text.size() && text[at] != '"')
-    if (text[at] == '\\') ++at;
-  return at;
+  for (size_t quote = text.find('"', at + 1); quote < text.size();
+       quote = text.find('"', quote + 1)) {
+    size_t before = quote;
+    while (before - 1 > at && text[before - 1] == '\\') --before;
+    if ((quote - before) % 2 == 0) return quote;
+  }
+  return text.size();
 }
 
 bool withinBounds(std::string_view text) {
@@ -105,7 +109,8 @@ std::string withoutLongTexts(std::string_view text, const std::vector<Span>& spa
     out.append(text.substr(at, span.begin - at)).append(placeholder());
     at = span.end;
   }
-  return out.append(text.substr(at));
+  out.append(text.substr(at));
+  return out;
 }
 
 // The values in the tree that `wanted` names, in the order of the text.
@@ -193,7 +198,8 @@ std::string writeJson(JsonTree&& tree, size_t mostBytes) {
     text = {};
     at = next + placeholder().size();
   }
-  return out.append(around, at);
+  out.append(around, at);
+  return out;
 }
 
 }  // namespace korvane
