@@ -47,13 +47,17 @@ bool holdsGroup(HANDLE token, WELL_KNOWN_SID_TYPE group) {
          ::CheckTokenMembership(token, sid, &member) && member;
 }
 
+// The calling process's account, or what it makes the owner of its objects.
 bool isOwnAccount(PSID account) {
   KernelObject token;
-  alignas(TOKEN_USER) BYTE buffer[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-  DWORD size = sizeof buffer;
+  alignas(TOKEN_USER) BYTE user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+  alignas(TOKEN_OWNER) BYTE owner[sizeof(TOKEN_OWNER) + SECURITY_MAX_SID_SIZE];
+  DWORD size = 0;
   return ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive()) &&
-         ::GetTokenInformation(token.get(), TokenUser, buffer, size, &size) &&
-         ::EqualSid(account, reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid);
+         ::GetTokenInformation(token.get(), TokenUser, user, sizeof user, &size) &&
+         ::GetTokenInformation(token.get(), TokenOwner, owner, sizeof owner, &size) &&
+         (::EqualSid(account, reinterpret_cast<TOKEN_USER*>(user)->User.Sid) ||
+          ::EqualSid(account, reinterpret_cast<TOKEN_OWNER*>(owner)->Owner));
 }
 
 bool isTrusted(PSID owner) {

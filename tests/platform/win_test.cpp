@@ -1,8 +1,11 @@
 // What only the Win32 siblings promise.
 #include "platform/handles_win.h"
 //
+#include <aclapi.h>
 #include <gmock/gmock.h>
+#include <sddl.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/error_codes.h"
@@ -138,6 +141,30 @@ TEST_F(WinTest, childrenInheritNoHandle) {
   EXPECT_EQ(files.open(at("held"), OpenMode::readWrite, file), 0) << "the child holds it";
   child->terminate();
   child->wait(kLongMs);
+}
+
+// The rights themselves come back as the generic ones or as those of files.
+TEST_F(WinTest, aPipeIsForThisMachinesAccountsAlone) {
+  const std::string bare = "korvane-test-access-" + std::to_string(::GetCurrentProcessId());
+  std::unique_ptr<Pipe> server;
+  ASSERT_EQ(platform.pipes.create(bare, server), kOk);
+  FileHandle client(::CreateFileW((L"\\\\.\\pipe\\" + wide(bare)).c_str(), READ_CONTROL, 0, nullptr,
+                                  OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(client);
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  ASSERT_EQ(::GetSecurityInfo(client.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                              nullptr, nullptr, nullptr, &descriptor),
+            DWORD{ERROR_SUCCESS});
+  LPSTR text = nullptr;
+  ASSERT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorA(
+      descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+  const std::string list = text;
+  EXPECT_THAT(list,
+              testing::AllOf(testing::StartsWith("D:P(A;;"), testing::EndsWith(";;;AU)"),
+                             testing::HasSubstr(";;;SY)(A;;"), testing::HasSubstr(";;;BA)(A;;")));
+  EXPECT_EQ(std::count(list.begin(), list.end(), '('), 3);
+  ::LocalFree(text);
+  ::LocalFree(descriptor);
 }
 
 TEST_F(WinTest, registryTypesOfOtherWriters) {
