@@ -226,9 +226,22 @@ class Running(Installed):
         self.assertTrue(self.status()["trace"])
         self.ask("retranslate")
         self.assertIn('"code": "-32601"', self.ask("call", "noSuchMethod", status=FAILED))
+        piped = subprocess.run(list(map(str, self.command("call", "getSettings", "-"))), input='{"keys":"tcp.port"}', encoding="utf-8",
+                               stdout=subprocess.PIPE, env=self.environment(), timeout=LONG, check=True)
+        self.assertIn('"tcp.port": "2222"', piped.stdout)
         self.assertIn("10106", self.ask("events", "tail", "-n", "50"))
         self.stage.agent.stop()
         self.ask("status", status=NOT_RUNNING)
+
+    def test_an_agent_without_a_server(self):
+        self.stage.install(service_type=2)
+        self.ask("config", "set", "agent.http.url=")
+        self.stage.start_driver()
+        self.stage.start_agent()
+        wait_until(lambda: self.run_it("call", "getState", "--pipe", "korvane-agent-cloud")[0] == OK, LONG, "the command channel")
+        screen = self.ask("status")
+        self.assertIn("type 2 (cloud-managed)", screen)
+        self.assertNotIn("not registered", screen)
 
     def test_trouble_is_named(self):
         self.install()

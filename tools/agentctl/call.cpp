@@ -1,5 +1,6 @@
 // agentctl call: any method of any of the agent's pipes.
 #include <iostream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "agentctl/commands.h"
@@ -18,10 +19,12 @@ struct CallOptions {
   int timeoutMs = Context::kAnswerMs;
 };
 
-JsonTree parsed(const std::string& params) {
+JsonTree parsed(std::string params) {
+  constexpr size_t kShown = 80;
   JsonTree tree;
+  if (params == "-") params.assign(std::istreambuf_iterator<char>(std::cin), {});
   if (!params.empty() && !parseJson(params, tree))
-    throw Failure(ExitStatus::usage, "the parameters are no JSON text: " + params,
+    throw Failure(ExitStatus::usage, "the parameters are no JSON text: " + params.substr(0, kShown),
                   "Give an object between quotes of your shell: '{\"keys\":[\"agent.id\"]}'.");
   return tree;
 }
@@ -59,7 +62,8 @@ void addCall(CLI::App& app, Context& context, Action& chosen) {
   const auto options = std::make_shared<CallOptions>();
   command->add_option("METHOD", options->method, "The method's name, such as getStatus")
       ->required();
-  command->add_option("JSON", options->params, "Its parameters, a JSON object");
+  command->add_option("JSON", options->params,
+                      "Its parameters, a JSON object; - reads it from the standard input");
   command->add_option("--pipe", options->pipe, "The pipe to call on")->capture_default_str();
   command->add_option("--timeout", options->timeoutMs, "Milliseconds for the answer")
       ->check(CLI::Range(1, 3600000))

@@ -28,7 +28,7 @@ std::string duration(const std::string& secondsText) {
 }
 
 const char* typeName(const std::string& type) {
-  return type == "1" ? "standard" : type == "2" || type == "3" ? "cloud-managed" : "unmanaged";
+  return type == "1" ? "standard" : type == "0" ? "no type set" : "cloud-managed";
 }
 
 std::string orNone(const std::string& text, const char* none) {
@@ -58,6 +58,8 @@ void addAgent(const Json& facts, Rows& rows) {
 }
 
 void addServer(const Json& facts, Rows& rows) {
+  const bool managedHere = textAt(facts, "agent/type") == "1";
+  if (!managedHere && textAt(facts, "server/url").empty()) return;
   rows.push_back({"Server", orNone(textAt(facts, "server/url"), "none")});
   const std::string current = textAt(facts, "server/current");
   const std::string which =
