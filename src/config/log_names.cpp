@@ -15,19 +15,6 @@ constexpr size_t kPointerFileBytes = 4365;
 constexpr size_t kNameOffset = 1;
 constexpr size_t kNameUnits = 512;
 
-const char* baseName(int type) {
-  switch (type) {
-    case AGENT_LOG:
-      return "agent";
-    case HIDS_LOG:
-      return "hidslog1";
-    case HIDS_RT_LOG:
-      return "hidslog1rt";
-    default:
-      return nullptr;
-  }
-}
-
 std::string logInPointerFile(platform::Files& files, const std::string& path) {
   std::string bytes;
   if (platform::readWholeFile(files, path, kPointerFileBytes, bytes) != 0) return {};
@@ -45,12 +32,24 @@ std::string logInPointerFile(platform::Files& files, const std::string& path) {
 
 }  // namespace
 
+const char* logBaseName(int type) {
+  switch (type) {
+    case AGENT_LOG:
+      return "agent";
+    case HIDS_LOG:
+      return "hidslog1";
+    case HIDS_RT_LOG:
+      return "hidslog1rt";
+    default:
+      return "";
+  }
+}
+
 std::string logPointerPath(int type) {
-  const char* base = baseName(type);
+  const std::string base = logBaseName(type);
   const std::string directory = installDirectory();
-  if (!base || directory.empty()) return {};
-  return platform::joinPath(platform::current().files,
-                            {directory, std::string(base) + "filepointer"});
+  if (base.empty() || directory.empty()) return {};
+  return platform::joinPath(platform::current().files, {directory, base + "filepointer"});
 }
 
 const char* logTypeName(int type) {

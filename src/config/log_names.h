@@ -6,6 +6,8 @@
 
 namespace korvane {
 
+// "agent", "hidslog1" or "hidslog1rt"; empty for a type without a pointer file.
+const char* logBaseName(int type);
 // InstallRoot/IPS/<base name>filepointer; empty for a type without a pointer file.
 std::string logPointerPath(int type);
 // "AgentLog" for the agent's own log, "No Such Log" for every other number.

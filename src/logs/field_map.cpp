@@ -6,8 +6,8 @@
 #include <charconv>
 #include <cstring>
 
+#include "config/log_names.h"
 #include "logs/byte_scan.h"
-#include "logs/log_names.h"
 #include "util/dates.h"
 
 namespace korvane {
