@@ -45,6 +45,8 @@ class Pipe {
   // the call has not failed. 536: no client has come yet. 232: the peer has gone.
   virtual uint32_t write(const void* bytes, size_t size, size_t& written) = 0;
   virtual PipeWait wait(PipeEvent event, uint32_t timeoutMs) = 0;
+  // Whether wait() ends as soon as something has happened, so that a long one is as good as many short ones.
+  virtual bool wakes() const { return false; }
   // Server's end, once bytes of the client have been read: whether the client may change what the agent
   // does. Windows: a member of Administrators, or SYSTEM. Linux: root or the server's own user.
   virtual bool peerIsAdministrator() = 0;

@@ -119,6 +119,8 @@ class PosixPipe : public Pipe {
     return peer.uid == 0 || peer.uid == ::geteuid();
   }
 
+  bool wakes() const override { return true; }
+
   uint32_t renew() override { return kErrorInvalidHandle; }
 
   void interrupt() override { _interrupt.raise(); }

@@ -122,8 +122,11 @@ bool Fifo::peerIsAdministrator() {
 }
 
 // Without a pipe there is nothing that a step could wait for.
-bool Fifo::step(PipeEvent event) {
-  return _pipe && _pipe->wait(event, kStepMs) != PipeWait::interrupted;
+bool Fifo::step(PipeEvent event, int leftMs) {
+  if (!_pipe) return false;
+  const uint32_t ms =
+      _pipe->wakes() ? static_cast<uint32_t>(std::clamp(leftMs, int{kStepMs}, 1000)) : kStepMs;
+  return _pipe->wait(event, ms) != PipeWait::interrupted;
 }
 
 uint32_t Fifo::available(size_t& count) {
@@ -143,7 +146,7 @@ bool Fifo::waitForData(int timeoutMs) {
       return false;
     }
     if (isReset(error)) reset();
-    if (_pipe && !step(PipeEvent::readable)) return false;
+    if (_pipe && !step(PipeEvent::readable, timeoutMs - elapsed.ms())) return false;
     if (elapsed.ms() >= timeoutMs) return false;
   }
 }

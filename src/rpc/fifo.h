@@ -10,7 +10,7 @@
 // Errors: false, or 138 (time-out) and 32 (pipe failure) at the level of bytes; traces of source "RPC" name
 // the system's number.
 // Units: milliseconds. Waits go in steps of 100 ms. A step ends early when the pipe tells that something
-// has come (Linux); what is there already is never waited for.
+// has come (Linux), and one for data may be a second there; what is there already is never waited for.
 // Bounds: a message above Limits::messageBytes is neither sent nor received, and none takes longer than
 // Limits::messageMs from its first frame to its last, however slow the peer is or whatever it sends between.
 //
@@ -92,7 +92,7 @@ class Fifo {
   void reset();
   uint32_t available(size_t& count);
   uint32_t gather(size_t count);
-  bool step(platform::PipeEvent event);
+  bool step(platform::PipeEvent event, int leftMs = 0);
   bool endRead(ReadEnd end);
   // The first frame of a message, others passed over; then the rest of it.
   bool readHeader(int waitMs, int readTimeoutMs, int64_t deadline);
