@@ -117,8 +117,8 @@ Diagnostics::Taken& Diagnostics::taken(int piece, const RPCRequest& request) {
 }
 
 void Diagnostics::answer(const RPCRequest& request, RPCResponse& response) {
-  const int piece =
-      request.params.get("piece", std::string()).empty() ? 0 : request.params.get<int>("piece");
+  const bool named = !request.params.get("piece", std::string()).empty();
+  const int piece = named ? request.params.get("piece", -1) : 0;
   const Taken& from = taken(piece, request);
   const size_t pieces = (from.text.size() + kPieceBytes - 1) / kPieceBytes;
   const auto index = static_cast<size_t>(piece);

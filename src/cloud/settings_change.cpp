@@ -1,5 +1,7 @@
 #include "cloud/settings_change.h"
 
+#include <algorithm>
+
 #include "config/agent_config.h"
 #include "config/masking.h"
 #include "config/setting_check.h"
@@ -9,7 +11,12 @@ namespace korvane {
 namespace {
 
 [[noreturn]] void refuse(const std::string& key, const std::string& fault) {
-  throw RPCError(kRpcInvalidParams, key + ": " + fault);
+  throw RPCError(kRpcInvalidParams, (key.empty() ? "\"\"" : key) + ": " + fault);
+}
+
+bool holdsControl(const std::string& text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
 }
 
 void apply(const PropertyList& changes) {
@@ -45,6 +52,8 @@ PropertyList settingsFrom(const JsonTree& params) {
     const STRING value = child.data();
     if (!config.hasValue(key)) refuse(name, "is no setting");
     if (!child.empty()) refuse(name, "the value is neither text, number, true nor false");
+    if (holdsControl(child.data()))
+      refuse(name, "a line break or another control character is in it");
     if (const std::string fault = settingFault(key, value); !fault.empty())
       refuse(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
     changes.emplace_back(key, value);

@@ -35,6 +35,7 @@ std::string urlFault(const STRING& value) {
   if (!url.protocol.equalsIgnoreCase("https") && !url.protocol.equalsIgnoreCase("http"))
     return "begins with neither https:// nor http://";
   if (url.host.empty()) return "names no host";
+  if (value.find(" ") != STRING::npos) return "holds a blank";
   if (value.find("@") != STRING::npos) return "names a user";
   return url.port.empty() || isPort(url.port) ? "" : "names no port from 1 to 65535";
 }

@@ -8,6 +8,7 @@
 #include "agentctl/failure.h"
 #include "agentctl/ini_check.h"
 #include "agentctl/json.h"
+#include "agentctl/output.h"
 #include "config/ini_files.h"
 #include "config/ini_text.h"
 #include "platform/paths.h"
@@ -61,6 +62,8 @@ std::vector<Checked> checkAll(Context& context, const std::string& file) {
   if (all.empty())
     throw Failure(ExitStatus::failed, "there is no " + installed.agentIni(),
                   "The agent runs with its defaults then; `agentctl config set` makes the file.");
+  if (all.front().file != installed.agentIni())
+    note(installed.agentIni() + " is not there; the agent reads fallback.ini in its place");
   return all;
 }
 

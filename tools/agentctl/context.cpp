@@ -1,8 +1,10 @@
 #include "agentctl/context.h"
 
 #include <filesystem>
+#include <utility>
 
 #include "agentctl/failure.h"
+#include "agentctl/output.h"
 #include "config/install_root.h"
 #include "platform/error_codes.h"
 #include "platform/native.h"
@@ -122,12 +124,26 @@ JsonTree Context::ask(const std::string& method, const JsonTree& params, int tim
   }
 }
 
+void Context::tellOfRunDirectory() {
+  if (std::exchange(_toldOfRunDirectory, true) || system().files.separator() != '/') return;
+  platform::FileInfo info;
+  const std::string& directory = options.runDirectory;
+  if (directory.empty())
+    note(
+        "no run directory is known, so the agent is taken for stopped; name the one that it was "
+        "started "
+        "with: --run-dir or KORVANE_RUN_DIR");
+  else if (system().files.info(directory, info) != 0 || !info.isDirectory)
+    note("the run directory " + directory + " is no folder, so the agent is taken for stopped");
+}
+
 std::optional<JsonTree> Context::askIfRunning(const std::string& method, const JsonTree& params) {
   try {
     return ask(method, params);
   } catch (const Failure& failure) {
-    if (failure.status() == ExitStatus::notRunning) return std::nullopt;
-    throw;
+    if (failure.status() != ExitStatus::notRunning) throw;
+    tellOfRunDirectory();
+    return std::nullopt;
   }
 }
 

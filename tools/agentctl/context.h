@@ -45,10 +45,13 @@ class Context {
 
  private:
   RPCClient& client(const std::string& pipe);
+  // Linux: when nobody can have answered there, says so, once.
+  void tellOfRunDirectory();
 
   std::unique_ptr<platform::NativePlatform> _native;
   std::unique_ptr<RPCClient> _client;
   std::string _pipe;
+  bool _toldOfRunDirectory = false;
 };
 
 }  // namespace korvane::agentctl

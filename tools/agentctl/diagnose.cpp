@@ -1,6 +1,7 @@
 // agentctl diagnose: one zip with what helps to see what is wrong with an agent, and without a secret.
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -27,6 +28,12 @@ std::string usualName(platform::Platform& system) {
   return "korvane-diagnose-" + system.systemInfo.hostName() + "-" + stamp + ".zip";
 }
 
+// What the zip must not take the place of: a device, a pipe, a socket.
+bool isDevice(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::is_other(std::u8string(path.begin(), path.end()), ignored);
+}
+
 void write(platform::Files& files, const std::string& path, const std::string& bytes) {
   const int error = platform::writeFileAtomically(files, path, bytes);
   if (error == 0) return;
@@ -38,6 +45,8 @@ void write(platform::Files& files, const std::string& path, const std::string& b
 ExitStatus diagnose(Context& context, const DiagnoseOptions& options) {
   platform::Platform& system = context.system();
   const std::string path = options.file.empty() ? usualName(system) : options.file;
+  if (isDevice(path))
+    throw Failure(ExitStatus::failed, path + " is no file", "Name a file with -o FILE.");
   platform::FileInfo info;
   if (system.files.info(path, info) == 0 && (info.isDirectory || !options.force))
     throw Failure(ExitStatus::failed,

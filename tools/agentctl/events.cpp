@@ -1,4 +1,5 @@
 // agentctl events tail: the agent's own log.
+#include <cerrno>
 #include <csignal>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -78,6 +79,10 @@ ExitStatus tail(Context& context, const TailOptions& options) {
   platform::Files& files = context.system().files;
   const eventlog::Catalogue catalogue = readCatalogue(context);
   const Printer printer(catalogue, context.options.json);
+  std::vector<platform::DirectoryEntry> entries;
+  if (files.list(directory, entries) == EACCES)
+    throw Failure(ExitStatus::notPermitted, directory + " cannot be read",
+                  "Run this as the agent's account or as administrator.");
   if (!options.follow && ownLogFiles(files, directory).empty())
     throw Failure(ExitStatus::failed, "there is no log of the agent in " + directory,
                   "The agent writes one when it runs; --follow waits for it.");
@@ -132,7 +137,9 @@ void addEvents(CLI::App& app, Context& context, Action& chosen) {
   events->require_subcommand(1);
   CLI::App* command = events->add_subcommand("tail", "Prints the newest events; times are UTC");
   const auto options = std::make_shared<TailOptions>();
-  command->add_option("-n,--lines", options->count, "How many")->capture_default_str();
+  command->add_option("-n,--lines", options->count, "How many")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 1000000000));
   command->add_flag("-f,--follow", options->follow, "Goes on with what comes, until Ctrl-C");
   CLI::Option* trace = command->add_flag("--trace", options->trace, "Trace lines too");
   command->add_flag("--complaints", options->complaints, "Warnings and errors alone")
