@@ -35,6 +35,7 @@ class HastyPipe final : public platform::Pipe {
     return platform::PipeWait::ended;
   }
   bool peerIsAdministrator() override { return _pipe->peerIsAdministrator(); }
+  uint32_t renew() override { return _pipe->renew(); }
   void interrupt() override { _pipe->interrupt(); }
 
  private:
