@@ -38,8 +38,13 @@ Failure unreachable(const RPCUnreachable& error, const platform::Platform& syste
     case platform::kErrorAccessDenied:
       return {ExitStatus::notPermitted, error.what(),
               "Run this as the agent's account or as administrator."};
+    case platform::kErrorPipeBusy:
+      return {
+          ExitStatus::failed, error.what(),
+          "Another program on this machine holds the pipe; the agent lets it go within a minute."};
     default:
-      return {ExitStatus::failed, error.what(), "Try again; when it stays so, restart the agent."};
+      return {ExitStatus::failed, error.what(),
+              "Another program may hold the pipe: try again. When it stays so, restart the agent."};
   }
 }
 

@@ -22,8 +22,8 @@ struct GlobalOptions {
 
 class Context {
  public:
-  // How long the agent has for an answer.
-  static constexpr int kAnswerMs = 10000;
+  // How long the agent has for an answer: longer than a client that says nothing may keep the pipe.
+  static constexpr int kAnswerMs = 15000;
 
   GlobalOptions options;
 
