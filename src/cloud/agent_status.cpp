@@ -124,6 +124,13 @@ JsonTree countersTree() {
   return tree;
 }
 
+// What everybody may read of a complaint: not the event line that could not be read.
+std::string complaint(const eventlog::RecentError& error) {
+  if (error.source.starts_with("FixedFormatLog::parseLog()"))
+    return "A line of an event log is no event; the agent's own log shows it.";
+  return masked(error.text);
+}
+
 JsonTree lastErrorsTree() {
   JsonTree list;
   for (const eventlog::RecentError& error : eventlog::recentErrors()) {
@@ -132,7 +139,7 @@ JsonTree lastErrorsTree() {
     putMember(entry, "type", error.type);
     putMember(entry, "source", error.source);
     putMember(entry, "code", error.id);
-    putMember(entry, "text", masked(error.text));
+    putMember(entry, "text", complaint(error));
     list.push_back({"", std::move(entry)});
   }
   return list;

@@ -48,7 +48,9 @@ void setSettings(const RPCRequest& request, RPCResponse& response) {
 }
 
 void setTrace(const RPCRequest& request, RPCResponse& response) {
-  const STRING on = request.params.get<std::string>("on");
+  const auto given = request.params.get_optional<std::string>("on");
+  if (!given) refuse("on", "is missing");
+  const STRING on = *given;
   const char* key = rowOf(Key::agentLogTrace).name;
   if (const std::string fault = settingFault(key, on); on.empty() || !fault.empty())
     refuse("on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "says nothing" : fault));
