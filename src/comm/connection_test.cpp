@@ -61,6 +61,9 @@ class Walk {
     _report.url = withoutPassword(_target.url);
     _report.proxy = proxies(isHttps(_target.url));
     FailureCause cause = checkUrl(_target.url);
+    if (cause.failed() && _target.serverGiven)
+      cause = {Stage::settings, "the server that was given makes no URL",
+               "Give a host, or host:port."};
     if (!cause.failed()) cause = checkCaFile(_target.url, _target.caFile);
     if (!cause.failed()) cause = exchange();
     judge(cause);
@@ -203,6 +206,7 @@ ConnectionTarget agentTarget(const STRING& server) {
   const AgentConfig& config = *AgentConfig::getInstance();
   ConnectionTarget target;
   target.url = urlOf(config.getURL(), server.empty() ? serverInUse() : server).toUtf8();
+  target.serverGiven = !server.empty() && !checkUrl(config.getURL().toUtf8()).failed();
   target.caFile = config.getSSLCertFile().toUtf8();
   target.connectTimeoutSeconds = config.getConnectionTimeout();
   target.lowestTls = HttpsHandler::lowestTls();

@@ -36,6 +36,8 @@ struct ConnectionTarget {
   uint32_t connectTimeoutSeconds = 10;  // for name, TCP and TLS together
   uint32_t totalTimeoutMs = 30'000;     // for everything
   long lowestTls = 6;                   // CURL_SSLVERSION_..., the lowest version that is accepted
+  bool serverGiven =
+      false;  // in place of the one of a good agent.http.url, which is not to blame then
 };
 
 // The target of the agent's own exchanges with a server, from AgentConfig, which may be that of a running
