@@ -12,8 +12,8 @@
 // refused with 231 until the server has made the pipe anew. A client is refused with 5 at a pipe whose owner
 // is neither SYSTEM, nor Administrators, nor the client's own account. wait() sleeps for its whole time, in
 // an alertable wait, since a pipe without overlapped calls cannot be waited for.
-// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666. A further client is let in by
-// the system, may write, and waits until the server has let the one before it go; one beyond that is refused
+// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666. Further clients are let in by
+// the system, may write, and wait until the server has let those before them go; one beyond 17 is refused
 // with 231. wait() ends as soon as something has happened.
 #pragma once
 

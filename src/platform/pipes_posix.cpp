@@ -20,6 +20,8 @@ namespace {
 
 // Room for 65536 bytes in frames of 4096: the kernel counts its own bookkeeping too.
 constexpr int kPipeBytes = 2 * 65536;
+// Further clients that wait for their turn.
+constexpr int kWaitingClients = 16;
 
 bool goneWith(int error) {
   return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
@@ -191,7 +193,7 @@ class PosixPipes final : public Pipes {
     Descriptor listener = makeSocket();
     if (!listener) return kErrorNotEnoughMemory;
     if (::bind(listener.get(), generic(address), sizeof address) != 0 ||
-        ::chmod(path.c_str(), 0666) != 0 || ::listen(listener.get(), 0) != 0)
+        ::chmod(path.c_str(), 0666) != 0 || ::listen(listener.get(), kWaitingClients) != 0)
       return errno == EACCES ? kErrorAccessDenied : kErrorGenFailure;
     auto made = std::make_unique<PosixPipeServer>(path, std::move(listener), std::move(lock));
     if (!made->valid()) return kErrorNotEnoughMemory;

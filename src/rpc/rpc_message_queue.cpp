@@ -12,12 +12,14 @@ void RPCMessageQueue::notePeer() {
   _connection = _transport.connection();
   if (_cameAt || !_transport.hasPeer()) return;
   _cameAt = _lastAskedAt = _clock.monotonicMs();
+  _hasAsked = false;
 }
 
 bool RPCMessageQueue::isOverdue(bool asks) const {
   if (!_cameAt) return false;
   const int64_t now = _clock.monotonicMs();
-  return asks ? now - *_cameAt > kSessionMs : now - _lastAskedAt > kSilentMs;
+  if (asks) return now - *_cameAt > kSessionMs;
+  return now - _lastAskedAt > (_hasAsked ? kSilentMs : kFirstMs);
 }
 
 void RPCMessageQueue::drop() {
@@ -33,6 +35,7 @@ bool RPCMessageQueue::receive(RPCRequest& out, int waitMs) {
   if (result == RPCReceive::message && take(std::move(text), out)) {
     if (!isOverdue(/*asks=*/true)) {
       _lastAskedAt = _clock.monotonicMs();
+      _hasAsked = true;
       return true;
     }
     drop();

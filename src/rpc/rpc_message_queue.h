@@ -1,7 +1,7 @@
 // The requests that come over a transport, one after another, each with its answer.
 //
 // What is no request is answered here with an error and never handed on. A peer is let go when it
-//   - sends no request for kSilentMs, whatever else it sends,
+//   - sends no first request for kFirstMs, or no further one for kSilentMs, whatever else it sends,
 //   - begins a frame and does not end it, or does not take its answer,
 //   - asks for something kSessionMs after it came: others may be waiting.
 // So no peer keeps the next one waiting without end.
@@ -22,6 +22,7 @@ namespace korvane {
 
 class RPCMessageQueue {
  public:
+  static constexpr int64_t kFirstMs = 3000;
   static constexpr int64_t kSilentMs = 10000;
   static constexpr int64_t kSessionMs = 60000;
 
@@ -49,6 +50,7 @@ class RPCMessageQueue {
   uint64_t _connection = 0;
   std::optional<int64_t> _cameAt;  // the present peer
   int64_t _lastAskedAt = 0;
+  bool _hasAsked = false;
 };
 
 }  // namespace korvane

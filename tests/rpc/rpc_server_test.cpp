@@ -203,10 +203,10 @@ TEST_F(RPCServerRules, aPeerHasABoundedTime) {
     bool takes;
     int least, most;
   } cases[] = {
-      {"silent", RPCReceive::nothing, "", true, 10, 13},
+      {"silent", RPCReceive::nothing, "", true, 3, 6},
       {"half a frame", RPCReceive::stalled, "", true, 1, 1},
-      {"no JSON, for ever", RPCReceive::message, "{", true, 10, 13},
-      {"too long, for ever", RPCReceive::tooLong, "", true, 10, 13},
+      {"no JSON, for ever", RPCReceive::message, "{", true, 3, 6},
+      {"too long, for ever", RPCReceive::tooLong, "", true, 3, 6},
       {"never reads", RPCReceive::message, good, false, 1, 1},
       {"good, for ever", RPCReceive::message, good, true, 60, 63},
   };
