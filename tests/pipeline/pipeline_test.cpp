@@ -10,6 +10,7 @@
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/service_type.h"
 #include "driver/driver_config.h"
 #include "ids/hids_component.h"
 #include "platform/fake/fake_platform.h"
@@ -39,12 +40,14 @@ class PipelineTest : public testing::Test {
     std::ofstream(fsPath(at("root/IPS/agent.ini")))
         << "[Agent]\nagent.http.url=https://127.0.0.1:8443/korvane/agent/\nagent.id=guid-7\n";
     setInstallRoot(at("root"));
+    setServiceType(1);
     policy.InitializePloicyHistory();
   }
   ~PipelineTest() override {
     Translator::shutdown();
     AgentConfig::freeInstance();
     setInstallRoot("");
+    resetServiceType();
     shutdownToken().reset();
   }
 

@@ -86,10 +86,12 @@ bool SourcePolicy::fail(const std::string& reason) {
   return false;
 }
 
+// What this machine has in place of a reference may be of several lines.
 void SourcePolicy::put(std::string_view line) {
   _made.policy += line;
   _made.policy += '\n';
-  _origins.push_back(_at);
+  const auto lines = 1 + std::count(line.begin(), line.end(), '\n');
+  _origins.insert(_origins.end(), static_cast<size_t>(lines), _at);
 }
 
 std::string SourcePolicy::lastKnown(const RetransItem& item) const {
