@@ -131,6 +131,9 @@ def keep(stage):
     say(f"  curl -s http://127.0.0.1:{stage.admin_port}/state     what the server has received")
     say(f"  curl -s http://127.0.0.1:{stage.admin_port}/agents    the agent as the server knows it")
     say(f"  tail -f {stage.ips}/logs/*                            the agent's own log")
+    if stage.machine.target == "linux":
+        say(f"  {stage.bin}/agentctl --install-root {stage.install_root} --registry {stage.machine.registry}"
+            f" --run-dir {stage.machine.run_dir} status    the agent as it sees itself")
     say(f"  {stage.bin}/korvane-ids-writer --help                 writes more events")
     try:
         while stage.agent.running():
