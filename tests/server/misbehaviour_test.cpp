@@ -10,6 +10,7 @@ class MisbehaviourTest : public ServerTest {
  protected:
   void SetUp() override {
     start();
+    _client->keepNothing();
     _guid = registerAgent();
   }
   Json lastLog() { return get("/requests?word=log").back(); }
@@ -60,7 +61,7 @@ TEST_F(MisbehaviourTest, EachKindStrikesOnceAndIsNoted) {
       {{{"kind", "dataLength"}, {"text", "-1"}}, true, 200, 0, "Data-Length=-1\n", "none", true},
       {{{"kind", "garbageBody"}}, true, 200, 0, "no message", "none", true},
       {{{"kind", "garbage"}}, false, 0, 0, "", "none", true},
-      {{{"kind", "endlessHeaders"}, {"bytes", 100'000}}, false, 0, 0, "", "none", true},
+      {{{"kind", "endlessHeaders"}, {"bytes", 100'000}}, true, 200, 0, "", "none", true},
       {{{"kind", "oversized"}, {"bytes", 100'000}},
        true,
        200,
@@ -68,7 +69,7 @@ TEST_F(MisbehaviourTest, EachKindStrikesOnceAndIsNoted) {
        "Data-Length=100000\n\n# a comment",
        "none",
        true},
-      {{{"kind", "raw"}, {"text", "HTTP/1.1 201 Made\r\ncontent-length: 1\r\nno colon\r\n\r\nx"}},
+      {{{"kind", "raw"}, {"text", "HTTP/1.1 201 Made\r\ncontent-length: 1\r\n\r\nx"}},
        true,
        201,
        0,
@@ -87,7 +88,6 @@ TEST_F(MisbehaviourTest, EachKindStrikesOnceAndIsNoted) {
     EXPECT_EQ(answer.status, tried.status) << tried.fault;
     EXPECT_EQ(answer.korvaneError, tried.error) << tried.fault;
     EXPECT_THAT(answer.body, HasSubstr(tried.body)) << tried.fault;
-    if (answer.status == 201) _client->stop();
     EXPECT_EQ(post("testConnection", "EOF_FLAG\n").body, "EOF_FLAG\n") << "after " << tried.fault;
     const Json noted = lastLog();
     EXPECT_EQ(noted["misbehaviour"], tried.fault["kind"]) << noted;
@@ -137,7 +137,8 @@ TEST_F(MisbehaviourTest, RulesAreCountedSkippedFilteredAndRemoved) {
 
 TEST_F(MisbehaviourTest, ConnectionsAreDroppedOrShownAnotherCertificate) {
   const auto reaches = [this](int port) {
-    return post(*client(port), "/korvane/agent/testConnection", "EOF_FLAG\n", {}).arrived;
+    AgentClient by = client(port);
+    return post(by, "testConnection", "EOF_FLAG\n", "").arrived;
   };
   EXPECT_TRUE(reaches(_server->port()));
   command("/misbehave", {{"kind", "drop"}, {"count", 1}});

@@ -1,36 +1,16 @@
 // Feeds every example of docs/protocol.md to a running server and compares its answers with the page.
-#include <fstream>
 #include <sstream>
 
 #include "tests/server/server_fixture.h"
+#include "tests/support/protocol_page.h"
 
 namespace korvane::server {
 namespace {
 
 constexpr char kArchive[] = "(bytes of the zip archive)";
 
-struct Block {
-  std::vector<std::string> label;  // the words behind the fence
-  std::string text;
-};
-
-std::vector<Block> blocksOf(const std::string& path) {
-  std::ifstream file(path);
-  std::vector<Block> blocks;
-  bool inside = false;
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with("```")) {
-      inside = !inside;
-      if (!inside) continue;
-      Block& block = blocks.emplace_back();
-      std::istringstream words(line.substr(3));
-      for (std::string word; words >> word;) block.label.push_back(word);
-    } else if (inside) {
-      blocks.back().text += line + "\n";
-    }
-  }
-  return blocks;
-}
+using tests::blocksOf;
+using Block = tests::PageBlock;
 
 std::string replaced(std::string text, const std::string& what, const std::string& by) {
   for (size_t at; !what.empty() && (at = text.find(what)) != std::string::npos;)
@@ -92,7 +72,7 @@ TEST_F(ProtocolDocument, TheWholeRequestIsInOrder) {
   const std::string head = whole->text.substr(0, split + 1);
   const std::string body = whole->text.substr(split + 2);
   EXPECT_THAT(head, testing::HasSubstr("Content-Length: " + std::to_string(body.size()) + "\n"));
-  httplib::Headers headers;
+  ClientHeaders headers;
   std::istringstream lines(head);
   std::string line;
   std::getline(lines, line);
@@ -100,12 +80,11 @@ TEST_F(ProtocolDocument, TheWholeRequestIsInOrder) {
   while (std::getline(lines, line)) {
     const size_t colon = line.find(':');
     const std::string name = line.substr(0, colon);
-    if (name == "Content-Length" || name == "Content-Type" || name == "Host") continue;
-    headers.emplace(name, replaced(line.substr(std::min(colon + 2, line.size())), "GUID", guid));
+    if (name == "Content-Length" || name == "Host") continue;
+    headers.emplace_back(name,
+                         replaced(line.substr(std::min(colon + 2, line.size())), "GUID", guid));
   }
-  const auto result = _client->Post("/korvane/agent/log", headers, body, "application/x-korvane");
-  ASSERT_TRUE(result);
-  EXPECT_FALSE(result->has_header("Korvane-Error")) << result->body;
+  EXPECT_EQ(post(*_client, "log", body, headers).korvaneError, 0);
   EXPECT_EQ(get("/events")["ranges"], Json::parse("[[4711,4711]]"));
 }
 

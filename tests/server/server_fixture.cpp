@@ -10,7 +10,6 @@ namespace korvane::server {
 namespace {
 
 constexpr char kBasePath[] = "/korvane/agent/";
-constexpr time_t kClientLimitSeconds = 30;
 
 }  // namespace
 
@@ -37,6 +36,27 @@ std::string eventsFrom(int64_t first, int64_t last) {
   return messageOf(records);
 }
 
+ClientHeaders headersOf(const std::string& guid) {
+  ClientHeaders headers = {{"Korvane-Format-Version", "1.0"},
+                           {"Content-Type", "application/x-korvane"},
+                           {"Korvane-Charset", ""}};
+  if (!guid.empty()) headers.emplace_back("Korvane-GUID", guid);
+  return headers;
+}
+
+std::string statusMessage() {
+  return messageOf({{{"result.type", "policy"},
+                     {"result.errorcode", "0"},
+                     {"result.errormessage", ""},
+                     {"rid.applied", ""},
+                     {"rid.group", ""},
+                     {"policy.name", ""},
+                     {"policy.path", "builtin"},
+                     {"agent.timezone", "UTC"},
+                     {"agent.domain.name", ""},
+                     {"agent.osversion", "x"}}});
+}
+
 std::string certificateFile(const std::string& name) {
   return std::string(KORVANE_TEST_CERTS "/") + name;
 }
@@ -58,40 +78,32 @@ ServerTest::~ServerTest() {
 void ServerTest::start() {
   _server = std::make_unique<Server>(_options);
   _server->start();
-  _client = client(_server->port());
+  _client = std::make_unique<AgentClient>(client(_server->port()));
 }
 
-std::unique_ptr<httplib::SSLClient> ServerTest::client(int port) const {
-  auto made = std::make_unique<httplib::SSLClient>("127.0.0.1", port);
-  made->set_ca_cert_path(certificateFile("ca.pem").c_str());
-  made->enable_server_certificate_verification(true);
-  made->set_keep_alive(true);
-  made->set_read_timeout(kClientLimitSeconds);
-  return made;
+AgentClient ServerTest::client(int port, const std::string& address) const {
+  return {address, port, certificateFile("ca.pem")};
 }
 
 Answer ServerTest::post(const std::string& word, const std::string& body, const std::string& guid) {
-  return post(*_client, kBasePath + word, body, guid);
+  return post(*_client, word, body, guid);
 }
 
-Answer ServerTest::post(httplib::SSLClient& by, const std::string& path, const std::string& body,
+Answer ServerTest::post(AgentClient& by, const std::string& word, const std::string& body,
                         const std::string& guid) {
-  httplib::Headers headers = {{"Korvane-Format-Version", "1.0"}, {"Korvane-Charset", ""}};
-  if (!guid.empty()) headers.emplace("Korvane-GUID", guid);
-  const auto result = by.Post(path, headers, body, "application/x-korvane");
-  Answer answer;
-  answer.arrived = static_cast<bool>(result);
-  if (!result) return answer;
-  answer.status = result->status;
-  answer.charset = result->get_header_value("Korvane-Charset");
-  const std::string error = result->get_header_value("Korvane-Error");
-  answer.korvaneError = error.empty() ? 0 : std::stoi(error);
-  answer.body = result->body;
-  return answer;
+  return post(by, word, body, headersOf(guid));
+}
+
+Answer ServerTest::post(AgentClient& by, const std::string& word, const std::string& body,
+                        const ClientHeaders& headers) {
+  ClientAnswer got = by.post(kBasePath + word, headers, body);
+  const std::string error = got.header("Korvane-Error");
+  return {got.arrived, got.status, error.empty() ? 0 : std::stoi(error),
+          got.header("Korvane-Charset"), std::move(got.body)};
 }
 
 std::string ServerTest::registerAgent(const WireProperties& attributes) {
-  return post("register", messageOf({attributes})).property("agent.id");
+  return post("register", messageOf({attributes, {}})).property("agent.id");
 }
 
 Json ServerTest::get(const std::string& path) const {

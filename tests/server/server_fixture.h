@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "tests/server/agent_client.h"
 #include "tools/server/server.h"
 
 namespace korvane::server {
@@ -27,6 +28,10 @@ struct Answer {
 
 // A body of properties sections, closed with the end marker.
 std::string messageOf(const std::vector<WireProperties>& sections);
+// The headers of an agent, in their order; without a GUID when it is empty.
+ClientHeaders headersOf(const std::string& guid);
+// A status message of an agent.
+std::string statusMessage();
 // A body of records with these sequence numbers.
 std::string eventsFrom(int64_t first, int64_t last);
 std::string certificateFile(const std::string& name);
@@ -38,11 +43,13 @@ class ServerTest : public testing::Test {
 
   // Starts the server; a test that needs options sets them before.
   void start();
-  // A client that checks the server's certificate against the test CA.
-  std::unique_ptr<httplib::SSLClient> client(int port) const;
+  AgentClient client(int port, const std::string& address = "127.0.0.1") const;
+  // With the headers of an agent; one without a GUID, for registrations and connection tests.
   Answer post(const std::string& word, const std::string& body, const std::string& guid = {});
-  static Answer post(httplib::SSLClient& by, const std::string& path, const std::string& body,
+  static Answer post(AgentClient& by, const std::string& word, const std::string& body,
                      const std::string& guid);
+  static Answer post(AgentClient& by, const std::string& word, const std::string& body,
+                     const ClientHeaders& headers);
   std::string registerAgent(const WireProperties& attributes = {{"agent.name", "one"}});
 
   Json get(const std::string& path) const;
@@ -56,7 +63,7 @@ class ServerTest : public testing::Test {
   std::string _directory;
   ServerOptions _options;
   std::unique_ptr<Server> _server;
-  std::unique_ptr<httplib::SSLClient> _client;
+  std::unique_ptr<AgentClient> _client;
 };
 
 }  // namespace korvane::server

@@ -25,14 +25,16 @@ TEST_F(ServerTest, RegistrationKeepsWhatTheAgentSays) {
   const std::string guid = post("register", body).property("agent.id");
   ASSERT_THAT(guid, SizeIs(36));
   EXPECT_NE(registerAgent(), guid);
-  EXPECT_EQ(registerAgent({{"agent.id", guid}, {"agent.name", "renamed"}}), guid);
+  const std::string again =
+      messageOf({{{"agent.id", guid}, {"agent.name", "renamed"}}, {{"polling.interval", "6"}}});
+  EXPECT_EQ(post("register", again).property("agent.id"), guid);
 
   const Json agents = get("/agents");
   ASSERT_THAT(agents, SizeIs(2));
   EXPECT_EQ(agents[0]["guid"], guid);
   EXPECT_EQ(agents[0]["registrations"], 2);
   EXPECT_EQ(agents[0]["attributes"]["agent.name"], "renamed");
-  EXPECT_EQ(agents[0]["configuration"]["polling.interval"], "5");
+  EXPECT_EQ(agents[0]["configuration"]["polling.interval"], "6");
   EXPECT_EQ(agents[0]["ids"]["ids.log"], "x");
   const Json binaries = get("/binaries?type=registration");
   ASSERT_THAT(binaries, SizeIs(1));
@@ -56,7 +58,6 @@ TEST_F(ServerTest, RefusesWhatIsWrongAndNotesIt) {
     int error;
     const char* text;
   } cases[] = {
-      {"log", "", eventsFrom(1, 2), 200, 400, "not known"},
       {"log", "nobody", eventsFrom(1, 2), 200, 400, "\"nobody\""},
       {"update", guid, "", 200, 700, "offset 0"},
       {"register", "", "Data-Format=text/plain\nEOF_FLAG\n", 200, 700, "Data-Type="},
@@ -69,18 +70,10 @@ TEST_F(ServerTest, RefusesWhatIsWrongAndNotesIt) {
     EXPECT_EQ(answer.korvaneError, tried.error) << tried.word;
     EXPECT_THAT(answer.body, HasSubstr(tried.text)) << tried.word;
   }
-  const auto wrong = _client->Post("/korvane/agent/log",
-                                   {{"Korvane-GUID", guid}, {"Korvane-Format-Version", "2.0"}},
-                                   eventsFrom(1, 1), "application/x-korvane");
-  EXPECT_EQ(wrong->get_header_value("Korvane-Error"), "700");
-  const auto plain = _client->Post("/korvane/agent/log",
-                                   {{"Korvane-GUID", guid}, {"Korvane-Format-Version", "1.0"}},
-                                   eventsFrom(1, 1), "text/plain");
-  EXPECT_THAT(plain->body, HasSubstr("text/plain"));
   const Json events = get("/events?from=1&to=2");
   EXPECT_EQ(events["received"], 0);
   EXPECT_EQ(events["lost"], 2);
-  EXPECT_EQ(get("/state")["malformed"], 4);
+  EXPECT_EQ(get("/state")["malformed"], 2);
   EXPECT_THAT(get("/requests?word=log")[0]["fault"], HasSubstr("not known"));
 }
 
@@ -91,7 +84,7 @@ TEST_F(ServerTest, EventsAreAccountedFor) {
   post("log", eventsFrom(91, 110), guid);
   post("log",
        messageOf(
-           {{{"v2", "120"}, {"v3", "t"}, {"v1", "TNET"}, {"a5", "5"}, {"v4", "größer, \"so\""}}}),
+           {{{"v2", "120"}, {"v3", "t"}, {"v1", "TNET"}, {"v4", "größer, \"so\""}, {"a5", "5"}}}),
        guid);
   post("log", messageOf({{{"v1", "TNET"}}}), guid);
   const Json events = get("/events?from=1&to=130&exact&agent=" + guid);
@@ -169,8 +162,7 @@ class AssignmentTest : public ServerTest {
     _guid = registerAgent();
   }
   WireProperties status(const std::string& guid) {
-    return post("result", messageOf({{{"result.type", "policy"}, {"rid.applied", ""}}}), guid)
-        .properties();
+    return post("result", statusMessage(), guid).properties();
   }
   Answer update(const std::vector<std::string>& keys) {
     WireProperties asked;
@@ -212,9 +204,15 @@ TEST_F(AssignmentTest, OfferedUntilFetchedByEachAgent) {
 TEST_F(AssignmentTest, UntilResultOutlivesALostAnswer) {
   serveFile("qel.zip", "content");
   command("/assign", {{"kind", "qel"}, {"file", "qel.zip"}, {"until", "result"}});
-  EXPECT_EQ(update({"update.qel", "update.ferrolyn.vexvt"}).property("update.qel"), "true");
+  EXPECT_EQ(update({"update.qel", "update.ferrolyn.revocation", "update.ferrolyn.settings",
+                    "update.ferrolyn.vexvt"})
+                .property("update.qel"),
+            "true");
   EXPECT_THAT(status(_guid), ElementsAre(Pair("update.qel", "true")));
-  post("result", messageOf({{{"result.type", "qel"}, {"result.errorcode", "0"}}}), _guid);
+  post(
+      "result",
+      messageOf({{{"result.type", "qel"}, {"result.errorcode", "0"}, {"result.errormessage", ""}}}),
+      _guid);
   EXPECT_THAT(status(_guid), IsEmpty());
   EXPECT_EQ(get("/assignments")[0]["deliveries"][0]["code"], 0);
 }
@@ -254,6 +252,28 @@ TEST_F(AssignmentTest, SeveralKindsInOneAnswer) {
   EXPECT_EQ(message.sections[1].payload, "a.zip");
   EXPECT_EQ(message.sections[2].name, "policy");
   EXPECT_EQ(message.sections[2].payload, "b.zip");
+  EXPECT_THAT(status(_guid), ElementsAre(Pair("send.application.request", "true"),
+                                         Pair("send.application.requestID", "r9")));
+}
+
+TEST_F(AssignmentTest, ApplicationDataIsAskedForUntilTheLastOfItHasCome) {
+  command("/assign",
+          {{"kind", "application"}, {"properties", {{"send.application.requestID", "r9"}}}});
+  const auto asks = ElementsAre(Pair("send.application.request", "true"),
+                                Pair("send.application.requestID", "r9"));
+  const auto sendData = [this](const char* request, const char* complete) {
+    post("result",
+         messageOf({{{"result.type", "app.data"},
+                     {"application.requestID", request},
+                     {"application.request.complete", complete}}}),
+         _guid);
+  };
+  EXPECT_THAT(status(_guid), asks);
+  EXPECT_THAT(status(_guid), asks) << "an agent does not read the answer to a mere report";
+  sendData("another", "true");
+  sendData("r9", "false");
+  EXPECT_THAT(status(_guid), asks);
+  sendData("r9", "true");
   EXPECT_THAT(status(_guid), IsEmpty());
 }
 
@@ -319,12 +339,12 @@ TEST_F(ServerTest, ShowsAnAgentsPolicyStateAndItsChanges) {
   const std::string guid = registerAgent();
   registerAgent();
   const auto report = [&](const char* type, const char* code, const char* policy) {
-    post("result",
-         messageOf({{{"result.type", type},
-                     {"result.errorcode", code},
-                     {"result.errormessage", "text"},
-                     {"policy.name", policy}}}),
-         guid);
+    WireProperties result = {
+        {"result.type", type}, {"result.errorcode", code}, {"result.errormessage", "text"}};
+    if (std::string_view(type) == "policy")
+      for (const char* name : {"rid.applied", "rid.group", "policy.name", "policy.path"})
+        result.emplace_back(name, policy);
+    EXPECT_THAT(post("result", messageOf({result}), guid).properties(), IsEmpty());
   };
   report("policy", "0", "first");
   report("policy", "0", "first");
@@ -349,14 +369,12 @@ TEST_F(ServerTest, AgentsTakeTurnsAndNothingIsLost) {
   std::vector<std::thread> agents;
   for (int agent = 0; agent < kAgents; ++agent) {
     agents.emplace_back([this, agent] {
-      const auto by = client(_server->port());
+      AgentClient by = client(_server->port());
       const std::string guid =
-          post(*by, "/korvane/agent/register", messageOf({{{"agent.name", "x"}}}), {})
-              .property("agent.id");
+          post(by, "register", messageOf({{{"agent.name", "x"}}, {}}), "").property("agent.id");
       for (int batch = 0; batch < kBatches; ++batch) {
         const int64_t first = (agent * kBatches + batch) * 20 + 1;
-        EXPECT_EQ(post(*by, "/korvane/agent/log", eventsFrom(first, first + 19), guid).korvaneError,
-                  0);
+        EXPECT_EQ(post(by, "log", eventsFrom(first, first + 19), guid).korvaneError, 0);
       }
     });
   }
@@ -375,9 +393,8 @@ TEST_F(ServerTest, TwoServersShareOneDirectory) {
   second.port = _server->port();
   Server other(second);
   other.start();
-  httplib::SSLClient standby("127.0.0.2", other.port());
-  standby.enable_server_certificate_verification(false);
-  EXPECT_EQ(post(standby, "/korvane/agent/log", eventsFrom(1, 10), guid).korvaneError, 0);
+  AgentClient standby = client(other.port(), "127.0.0.2");
+  EXPECT_EQ(post(standby, "log", eventsFrom(1, 10), guid).korvaneError, 0);
   EXPECT_EQ(post("log", eventsFrom(11, 20), guid).korvaneError, 0);
   EXPECT_EQ(get("/events")["distinct"], 20);
   EXPECT_EQ(get("/state")["handshakes"], 1) << "one connection served all requests to this server";
@@ -388,8 +405,8 @@ TEST_F(ServerTest, StopEndsIdleHangingAndUnfinishedConnections) {
   registerAgent();
   command("/misbehave", {{"word", "testConnection"}, {"kind", "delay"}, {"delay_ms", 600'000}});
   auto hanging = std::async(std::launch::async, [this] {
-    return post(*client(_server->port()), "/korvane/agent/testConnection", "EOF_FLAG\n", {})
-        .arrived;
+    AgentClient by = client(_server->port());
+    return post(by, "testConnection", "EOF_FLAG\n", "").arrived;
   });
   Listener unused("127.0.0.1", 0, [](Connection&) {});
   while (get("/misbehave")[0]["hits"] == 0) std::this_thread::yield();

@@ -218,7 +218,9 @@ Json Admin::assign(const Json& body) {
   Assignment assignment;
   assignment.kind = kind.bit;
   assignment.guid = body.value("agent", "");
-  assignment.untilResult = body.value("until", "fetched") == "result";
+  // Nothing tells that a request for application data has arrived but the data itself.
+  assignment.untilResult =
+      kind.bit == kApplicationRequest || body.value("until", "fetched") == "result";
   const Json properties = body.value("properties", Json::object());
   for (const auto& [name, value] : properties.items()) {
     const std::string text = value.is_string() ? value.get<std::string>() : value.dump();

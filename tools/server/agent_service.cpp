@@ -19,6 +19,7 @@ constexpr std::array<std::string_view, 3> kRegistrationGroups = {"attributes", "
 constexpr int kConfiguration = 1;
 constexpr int kIdsConfiguration = 16;
 constexpr std::string_view kGuidProperty = "agent.id";
+constexpr std::string_view kRequestId = "send.application.requestID";
 
 // A random identity in the usual form of 8-4-4-4-12 lower-case hexadecimal digits.
 std::string newGuid() {
@@ -59,6 +60,19 @@ void setFirst(WireProperties& properties, std::string_view name, const std::stri
     properties.emplace_back(name, value);
   else
     found->second = value;
+}
+
+// What of a request is not as the page has it; empty when nothing is.
+std::string faultOf(const AgentRequest& request, const WireMessage& message) {
+  if (request.version != "1.0")
+    return "Korvane-Format-Version is \"" + request.version + "\", not \"1.0\"";
+  if (request.contentType != "application/x-korvane")
+    return "Content-Type is \"" + request.contentType + "\"";
+  std::string fault = checkHeaders(request.word, request.headers);
+  if (!fault.empty()) return fault;
+  if (!message.error.empty()) return message.error;
+  fault = checkSections(request.word, message.sections);
+  return fault.empty() ? fault : "\"" + request.word + "\": " + fault;
 }
 
 }  // namespace
@@ -155,13 +169,9 @@ void AgentService::checkRequest(Exchange& exchange) {
   const AgentRequest& request = exchange.request;
   const auto agent = _records.findAgent(request.guid);
   if (agent) exchange.answer.agent = *agent;
-  if (request.version != "1.0") {
-    exchange.refuse(kMalformedMessage,
-                    "Korvane-Format-Version is \"" + request.version + "\", not \"1.0\"");
-  } else if (request.contentType != "application/x-korvane") {
-    exchange.refuse(kMalformedMessage, "Content-Type is \"" + request.contentType + "\"");
-  } else if (!exchange.message.error.empty()) {
-    exchange.refuse(kMalformedMessage, exchange.message.error);
+  const std::string fault = faultOf(request, exchange.message);
+  if (!fault.empty()) {
+    exchange.refuse(kMalformedMessage, fault);
   } else if (!agent && request.word != "register" && request.word != "testConnection") {
     exchange.refuse(kUnknownAgent, "the agent \"" + request.guid + "\" is not known here");
   }
@@ -242,13 +252,27 @@ void AgentService::takeResult(Exchange& exchange) {
       _records.addBinary(exchange.answer.request, agent, "app.data", section, "");
     }
     _records.addApplicationData(exchange.answer.request, agent, properties, bytes);
+    if (propertyIn(properties, "application.request.complete") == "true")
+      fulfil(exchange, properties);
     return;
   }
   const int64_t result = _records.addResult(exchange.answer.request, agent, properties);
   noteReported(_records, agent, type, result);
   if (type != "policy") return;
   _records.setProperties(agent, "status", readProperties(properties));
-  offer(exchange);
+  if (isStatus(properties)) offer(exchange);
+}
+
+// The last message of application data ends the request that it names, and no other.
+void AgentService::fulfil(Exchange& exchange, std::string_view properties) {
+  const int64_t agent = exchange.answer.agent;
+  for (const Assignment& offered : assignmentsFor(_records, agent)) {
+    if (offered.kind != kApplicationRequest || propertyOf(offered.properties, kRequestId) !=
+                                                   propertyIn(properties, "application.requestID"))
+      continue;
+    const int64_t result = _records.addResult(exchange.answer.request, agent, properties);
+    noteReported(_records, agent, "app.data", result);
+  }
 }
 
 void AgentService::offer(Exchange& exchange) {
@@ -256,9 +280,8 @@ void AgentService::offer(Exchange& exchange) {
     exchange.answerProperties.emplace_back(findUpdateKind(std::to_string(assignment.kind))->key,
                                            "true");
     if (assignment.kind != kApplicationRequest) continue;
-    exchange.answerProperties.emplace_back(
-        "send.application.requestID",
-        propertyOf(assignment.properties, "send.application.requestID"));
+    exchange.answerProperties.emplace_back(kRequestId,
+                                           propertyOf(assignment.properties, kRequestId));
     exchange.answer.fetched.push_back(assignment.id);
   }
 }

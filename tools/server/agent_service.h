@@ -12,6 +12,7 @@
 
 #include "tools/server/assignments.h"
 #include "tools/server/records.h"
+#include "tools/server/request_rules.h"
 
 namespace korvane::server {
 
@@ -25,6 +26,7 @@ bool isPathWord(std::string_view word);
 
 struct AgentRequest {
   std::string word;
+  HeaderLines headers;
   std::string guid;  // the header "Korvane-GUID", or empty
   std::string version;
   std::string contentType;
@@ -75,6 +77,7 @@ class AgentService {
   void giveUpdate(Exchange& exchange, const UpdateKind& kind,
                   const std::vector<Assignment>& offered);
   void takeResult(Exchange& exchange) REQUIRES(_records.mutex());
+  void fulfil(Exchange& exchange, std::string_view properties) REQUIRES(_records.mutex());
   void offer(Exchange& exchange) REQUIRES(_records.mutex());
   void takeEvents(Exchange& exchange) REQUIRES(_records.mutex());
   void takeUpload(Exchange& exchange) REQUIRES(_records.mutex());

@@ -4,7 +4,8 @@
 // An assignment is a kind, properties and, for some kinds, a file of the served directory. Of the
 // assignments of one kind that concern an agent, the newest counts. It is offered in the answers to
 // status messages until it has been fetched (the answer went out whole) or, when it says so, until
-// the agent has reported a result of its kind. Operations belong under the Records' mutex and in a
+// the agent has reported a result of its kind. A request for application data is offered until the last
+// message of its data has come. Operations belong under the Records' mutex and in a
 // transaction of its database.
 #pragma once
 

@@ -17,6 +17,7 @@ namespace korvane::server {
 namespace {
 
 constexpr std::chrono::milliseconds kTransferLimit = std::chrono::seconds(60);
+constexpr size_t kLargestHead = size_t{64} << 10;
 
 using AddressGetter = int (*)(int, sockaddr*, socklen_t*);
 
@@ -78,6 +79,22 @@ std::string Connection::takeHeld() {
   return std::exchange(_held, {});
 }
 
+void Connection::recordHead() {
+  _head.clear();
+  _recordingHead = true;
+}
+
+std::string Connection::takeHead() {
+  _recordingHead = false;
+  return std::exchange(_head, {});
+}
+
+// The engine reads a head byte by byte, so nothing of the body comes along.
+void Connection::record(std::string_view bytes) {
+  _head.append(bytes);
+  if (_head.ends_with("\r\n\r\n") || _head.size() >= kLargestHead) _recordingHead = false;
+}
+
 bool Connection::send(std::string_view bytes) {
   while (!bytes.empty()) {
     const int piece = static_cast<int>(std::min<size_t>(bytes.size(), INT_MAX));
@@ -123,10 +140,12 @@ bool Connection::is_writable() const {
 }
 
 ssize_t Connection::read(char* bytes, size_t size) {
-  return transfer(POLLIN, [&]() -> ssize_t {
+  const ssize_t got = transfer(POLLIN, [&]() -> ssize_t {
     if (_tls) return SSL_read(_tls.get(), bytes, static_cast<int>(std::min<size_t>(size, INT_MAX)));
     return recv(_socket, bytes, size, 0);
   });
+  if (_recordingHead && got > 0) record({bytes, static_cast<size_t>(got)});
+  return got;
 }
 
 ssize_t Connection::write(const char* bytes, size_t size) {

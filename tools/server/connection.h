@@ -37,6 +37,11 @@ class Connection : public httplib::Stream {
   void hold() { _holding = true; }
   std::string takeHeld();
 
+  // From now on read() keeps a copy of the bytes up to the end of the request's head, an empty line;
+  // takeHead() hands it out. Of a head beyond 64 KiB the beginning is kept.
+  void recordHead();
+  std::string takeHead();
+
   // Sends all the bytes; false when they could not be sent. Never held back.
   bool send(std::string_view bytes);
 
@@ -59,6 +64,7 @@ class Connection : public httplib::Stream {
   socket_t socket() const override { return _socket; }
 
  private:
+  void record(std::string_view bytes);
   ssize_t transfer(short events, const std::function<ssize_t()>& step);
   ssize_t tlsStep(int result, short& events) const;
 
@@ -71,6 +77,8 @@ class Connection : public httplib::Stream {
   int _remotePort = 0;
   std::string _held;
   bool _holding = false;
+  std::string _head;
+  bool _recordingHead = false;
   bool _broken = false;
 };
 
