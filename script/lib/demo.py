@@ -119,10 +119,12 @@ def play(stage, arguments):
     memory = {"rss_anon_kib": stage.memory_kib("RssAnon"), "rss_kib": stage.memory_kib("VmRSS")}
     if arguments.keep:
         keep(stage)
+    malformed = stage.admin("/state")["malformed"]
     took, status = stop(stage)
     return {"target": stage.machine.target, "guid": guid, "registered": bool(guid), "events_written": written["events"],
             "events_received": sums["distinct"], "events_lost": sums["lost"], "events_duplicated": sums["duplicated"],
-            "batch_limit": BATCH_LIMIT, "kills": arguments.kills, "stop_ms": took, "exit_status": status, **memory, **obeyed}
+            "batch_limit": BATCH_LIMIT, "requests_malformed": malformed, "kills": arguments.kills,
+            "stop_ms": took, "exit_status": status, **memory, **obeyed}
 
 
 def keep(stage):
@@ -144,7 +146,8 @@ def keep(stage):
 
 def well(result):
     """What the story promises; anything else is a failure of the demo."""
-    return (result["registered"] and result["events_lost"] == 0 and result["exit_status"] == 0
+    return (result["registered"] and result["events_lost"] == 0 and result["requests_malformed"] == 0
+            and result["exit_status"] == 0
             and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
             and all(result[key] for key in ("policy_loaded", "policy_rolled_back", "retranslation_identical", "setting_changed",
                                             "software_package", "failed_over", "failed_back", "operator_answered",

@@ -1,7 +1,7 @@
 // Every answer of docs/protocol.md, given to the exchange that the request before it shows: the agent reads
 // from it what the page says.
-#include "tests/comm/comm_fixture.h"
 #include "tests/support/protocol_page.h"
+#include "tests/comm/comm_fixture.h"
 
 namespace korvane {
 namespace {
@@ -39,7 +39,8 @@ class ProtocolPage : public tests::CommFixture {
     if (word == "log") return check(handler.log(PropertyList{{"v2", "1"}, {"v1", "TFIL"}}));
     if (word == "bulk-log") return check(handler.sendFile(write("log.zip", "PK")));
     if (word == "update")
-      return check(handler.getUpdate(HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UPDATE, true));
+      return check(
+          handler.getUpdate(HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UPDATE, true));
     if (request.text.find("result.type=app.data") != std::string::npos)
       return check(handler.sendApplicationData("PK", false, 2));
     if (request.text.find("result.type=policy") != std::string::npos)

@@ -2,6 +2,7 @@
 // the real agent library.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <httplib.h>
 
 #include <filesystem>
@@ -27,6 +28,11 @@ class InstalledAgent {
           "Windows Registry Editor Version 5.00\n\n"
           "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Dalvora\\Intrusion Security\\agent]\n\"AgentType\"=\"" +
               std::to_string(serviceType) + "\"\n");
+  }
+
+  ~InstalledAgent() {
+    if (!_server) return;
+    EXPECT_EQ(get("/state")["malformed"], 0) << get("/requests?limit=1000").dump();
   }
 
   std::string path(const std::string& name) const { return _directory.path() + "/" + name; }

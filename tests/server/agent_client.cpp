@@ -12,7 +12,8 @@ size_t onHeader(char* bytes, size_t size, size_t count, void* to) {
   const std::string line(bytes, size * count);
   const size_t colon = line.find(':');
   if (colon != std::string::npos) {
-    const size_t start = line.find_first_not_of(' ', colon + 1), end = line.find_last_not_of("\r\n");
+    const size_t start = line.find_first_not_of(' ', colon + 1),
+                 end = line.find_last_not_of("\r\n");
     static_cast<ClientAnswer*>(to)->headers.emplace_back(
         line.substr(0, colon), start > end ? "" : line.substr(start, end + 1 - start));
   }

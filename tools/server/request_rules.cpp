@@ -15,19 +15,19 @@ namespace {
 
 using Names = std::span<const std::string_view>;
 
-constexpr std::array<std::string_view, 4> kHeaderOrder = {
-    "Korvane-Format-Version", "Content-Type", "Korvane-Charset", "Korvane-GUID"};
+constexpr std::array<std::string_view, 4> kHeaderOrder = {"Korvane-Format-Version", "Content-Type",
+                                                          "Korvane-Charset", "Korvane-GUID"};
 constexpr size_t kGuidHeader = 3;
 
-constexpr std::array<std::string_view, 5> kOrdinaryKinds = {
-    "update.configuration", "update.policy", "update.software", "update.policy.ids",
-    "update.configuration.ids"};
+constexpr std::array<std::string_view, 5> kOrdinaryKinds = {"update.configuration", "update.policy",
+                                                            "update.software", "update.policy.ids",
+                                                            "update.configuration.ids"};
 constexpr std::array<std::string_view, 4> kContentKinds = {
     "update.qel", "update.ferrolyn.revocation", "update.ferrolyn.settings",
     "update.ferrolyn.vexvt"};
 constexpr std::array<std::string_view, 10> kStatusNames = {
-    "result.type",    "result.errorcode", "result.errormessage", "rid.applied",
-    "rid.group",      "policy.name",      "policy.path",         "agent.timezone",
+    "result.type",       "result.errorcode", "result.errormessage", "rid.applied",
+    "rid.group",         "policy.name",      "policy.path",         "agent.timezone",
     "agent.domain.name", "agent.osversion"};
 constexpr size_t kPolicyStateNames = 7;
 constexpr std::array<std::string_view, 3> kResultNames = {"result.type", "result.errorcode",
@@ -49,9 +49,8 @@ std::string quoted(std::string_view text) {
 }
 
 bool sameName(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, [](unsigned char x, unsigned char y) {
-    return std::tolower(x) == std::tolower(y);
-  });
+  return std::ranges::equal(
+      a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
 bool isNumber(std::string_view text, int64_t lowest) {
@@ -74,7 +73,8 @@ std::string sectionText(size_t index, const WireSection& section) {
 std::string checkNames(const WireProperties& properties, Names wanted) {
   for (size_t i = 0; i < std::max(properties.size(), wanted.size()); ++i) {
     if (i == properties.size()) return "the property " + quoted(wanted[i]) + " is missing";
-    if (i == wanted.size()) return "the property " + quoted(properties[i].first) + " is one too many";
+    if (i == wanted.size())
+      return "the property " + quoted(properties[i].first) + " is one too many";
     if (properties[i].first != wanted[i])
       return "property " + std::to_string(i + 1) + " is " + quoted(properties[i].first) + ", not " +
              quoted(wanted[i]);
@@ -85,15 +85,16 @@ std::string checkNames(const WireProperties& properties, Names wanted) {
 // The names begin with these, in this order.
 std::string checkFirstNames(const WireProperties& properties, Names wanted) {
   const size_t count = std::min(properties.size(), wanted.size());
-  return checkNames({properties.begin(), properties.begin() + static_cast<ptrdiff_t>(count)}, wanted);
+  return checkNames({properties.begin(), properties.begin() + static_cast<ptrdiff_t>(count)},
+                    wanted);
 }
 
 std::string checkNoneTwice(const WireProperties& properties, std::string_view butThis = {}) {
   for (size_t i = 0; i < properties.size(); ++i) {
     const std::string& name = properties[i].first;
     if (name == butThis) continue;
-    if (std::ranges::find(properties.begin() + static_cast<ptrdiff_t>(i) + 1, properties.end(), name,
-                          &WireProperty::first) != properties.end())
+    if (std::ranges::find(properties.begin() + static_cast<ptrdiff_t>(i) + 1, properties.end(),
+                          name, &WireProperty::first) != properties.end())
       return "the property " + quoted(name) + " stands twice";
   }
   return {};
@@ -103,7 +104,8 @@ int placeOf(std::string_view recordName) {
   const auto found = std::ranges::find(kRecordOrder, recordName);
   if (found != kRecordOrder.end()) return static_cast<int>(found - kRecordOrder.begin());
   int field = 0;
-  if (recordName.size() != 3 || recordName[0] != 'v' || !isNumber(recordName.substr(1), 18)) return -1;
+  if (recordName.size() != 3 || recordName[0] != 'v' || !isNumber(recordName.substr(1), 18))
+    return -1;
   std::from_chars(recordName.data() + 1, recordName.data() + 3, field);
   return field > kLastField ? -1 : static_cast<int>(kRecordOrder.size()) + field;
 }
@@ -139,7 +141,8 @@ std::string checkRegistration(const std::vector<WireSection>& sections) {
   size_t groups = 0;
   while (groups < sections.size() && sections[groups].isProperties()) ++groups;
   if (groups < 2 || groups > 3)
-    return std::to_string(groups) + " leading properties sections; attributes, configuration and, with an "
+    return std::to_string(groups) +
+           " leading properties sections; attributes, configuration and, with an "
            "IDS component, its settings are wanted";
   for (size_t i = groups; i < sections.size(); ++i) {
     if (!isBinary(sections[i]) || i - groups >= 2)
@@ -195,8 +198,8 @@ std::string checkOutcome(const WireProperties& properties, std::string_view type
   if (!fault.empty()) return fault;
   if (type == "policy") {
     const bool status = properties.size() > kPolicyStateNames;
-    return checkNames(properties, status ? Names(kStatusNames)
-                                         : Names(kStatusNames).first(kPolicyStateNames));
+    return checkNames(properties,
+                      status ? Names(kStatusNames) : Names(kStatusNames).first(kPolicyStateNames));
   }
   // The result of an installed package is what its installer left, in that order.
   return type == "software" ? std::string() : checkFirstNames(properties, kResultNames);
@@ -219,7 +222,8 @@ HeaderLines readHeaderLines(std::string_view head) {
   for (size_t at = head.find("\r\n"); at != std::string_view::npos;) {
     const size_t start = at + 2;
     at = head.find("\r\n", start);
-    const std::string_view line = head.substr(start, at == std::string_view::npos ? at : at - start);
+    const std::string_view line =
+        head.substr(start, at == std::string_view::npos ? at : at - start);
     const size_t colon = line.find(':');
     if (colon == std::string_view::npos) continue;
     const size_t value = line.find_first_not_of(" \t", colon + 1);
@@ -253,7 +257,8 @@ std::string checkHeaders(std::string_view word, const HeaderLines& headers) {
 
 std::string checkSections(std::string_view word, const std::vector<WireSection>& sections) {
   if (word == "testConnection")
-    return sections.empty() ? std::string() : sectionText(0, sections[0]) + " does not belong in it";
+    return sections.empty() ? std::string()
+                            : sectionText(0, sections[0]) + " does not belong in it";
   if (word == "log") return checkLog(sections);
   if (word == "register") return checkRegistration(sections);
   if (word == "bulk-log") {
@@ -261,7 +266,8 @@ std::string checkSections(std::string_view word, const std::vector<WireSection>&
       return "it is not one binary section and one of properties";
     return checkNames(readProperties(sections[1].payload), kFileName);
   }
-  if (sections.empty() || !sections[0].isProperties()) return "the first section is not of properties";
+  if (sections.empty() || !sections[0].isProperties())
+    return "the first section is not of properties";
   if (word == "result") return checkResult(sections);
   if (sections.size() > 1) return sectionText(1, sections[1]) + " does not belong in it";
   return checkUpdate(readProperties(sections[0].payload));
