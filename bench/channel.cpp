@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "platform/platform.h"
 #include "rpc/rpc_client.h"
 #include "rpc/rpc_named_pipe.h"
+#include "util/ignore_result.h"
 
 namespace korvane::bench {
 namespace {
@@ -90,27 +92,34 @@ Large largeCalls(RPCClient& client, int rounds) {
   return measured;
 }
 
+// What failed has no time.
+void must(bool done, const char* fault) {
+  if (!done) throw std::runtime_error(fault);
+}
+
 // The same bytes as frames alone.
 Times largeFrames(int rounds) {
   platform::Platform& system = platform::current();
   Fifo server(system.pipes, system.clock, kPipe);
   Fifo client(system.pipes, system.clock, kPipe);
-  server.create();
+  must(server.create(), "the pipe cannot be made");
   Times times;
   const std::string text = largeText();
   {
     ServerThread serving([&] {
       std::string message;
       for (int i = 0; i < rounds; ++i)
-        if (server.readMessage(message, kLongMs, kLongMs)) server.writeMessage(message, kLongMs);
-      server.readMessage(message, 100, 100);
+        if (server.readMessage(message, kLongMs, kLongMs))
+          must(server.writeMessage(message, kLongMs), "the answer did not go out");
+      // Until the client has gone.
+      ignoreResult(server.readMessage(message, 100, 100));
     });
     std::string answer;
-    client.open();
+    must(client.open(), "the pipe cannot be opened");
     for (int i = 0; i < rounds; ++i) {
       const double start = nowMs();
-      client.writeMessage(text, kLongMs);
-      client.readMessage(answer, kLongMs, kLongMs);
+      must(client.writeMessage(text, kLongMs) && client.readMessage(answer, kLongMs, kLongMs),
+           "a message did not come through");
       times.ms.push_back(nowMs() - start);
     }
   }
@@ -136,7 +145,7 @@ void measure(int calls, int large) {
                  out.appdata = request.params.get_child("text").data();
                  out.datalen = static_cast<int64_t>(out.appdata->size());
                });
-    transport.start();
+    must(transport.start(), "the pipe cannot be made");
     StopToken stop;
     ServerThread serving([&] { server.run(stop); });
     RPCClient client(system.pipes, system.clock, kPipe);

@@ -53,6 +53,6 @@ int main(int argc, char** argv) {
   settings.folding = !noFolding;
   korvane::bench::setUpAgent(settings);
   korvane::HttpsHandler::startCommunication();
-  korvane::bench::BenchProcessor processor(korvane::makeLogDestination(), keep);
+  korvane::bench::BenchProcessor processor(korvane::makeLogDestination([] { return true; }), keep);
   return forwardAll(processor);
 }

@@ -26,6 +26,9 @@ target_compile_options(korvane_flags INTERFACE -Wall -Wextra -Wconversion -Wshad
 if(KORVANE_WERROR)
   target_compile_options(korvane_flags INTERFACE -Werror)
 endif()
+# For tests, after korvane_flags: what a test sets up shows in what it checks.
+add_library(korvane_test_flags INTERFACE)
+target_compile_options(korvane_test_flags INTERFACE -Wno-unused-result)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 reports short strings, moved or concatenated, wrongly when it optimises fully.
   target_compile_options(korvane_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-maybe-uninitialized>

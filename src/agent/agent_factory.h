@@ -13,7 +13,7 @@ class AgentInfo;
 class Thread;
 
 // Null for an agent that is neither a standard nor a cloud agent.
-std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config);
+[[nodiscard]] std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config);
 
 Thread* makeComponentUpdate();
 Thread* makeAppData();

@@ -14,7 +14,7 @@ inline constexpr int kAssignedPolicyState = -101;
 bool preventionInForce(const AgentConfig& config);
 
 // When the driver uses its built-in policy: records state -100 and writes event 10104. Tells whether it did.
-bool reportBuiltinPolicy(AgentConfig& config);
+[[nodiscard]] bool reportBuiltinPolicy(AgentConfig& config);
 
 // Records the state that holds now (-100 with event 10104, or -101 with event 10166), for a driver whose
 // use of the built-in policy has changed.

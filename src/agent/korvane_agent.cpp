@@ -15,6 +15,7 @@
 #include "platform/platform.h"
 #include "translator/translator.h"
 #include "update/policy/policy_processor.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -47,7 +48,8 @@ void KorvaneAgent::run(AgentInfo* info) {
 void KorvaneAgent::mainRoutine() {
   begin();
   // Before the driver is asked anything, and before its answer is told to anybody.
-  if (!stopping()) PolicyProcessor::reconcile();
+  // What it could not put back is reported as the policy's error.
+  if (!stopping()) ignoreResult(PolicyProcessor::reconcile());
   initializeTranslator();
   createComm();
   startComponentUpdate();
@@ -69,7 +71,8 @@ void KorvaneAgent::begin() {
   _running = 1;
   platform::Platform& system = platform::current();
   system.systemInfo.adoptUserLocale();
-  system.sockets.startup();
+  if (const int error = system.sockets.startup(); error != 0)
+    eventlog::trace(kMainTag, "Sockets cannot be used: error %d", error);
   _config = AgentConfig::getInstance();
   readServiceType();
   _config->setIPSServiceStatus(0);
@@ -79,7 +82,8 @@ void KorvaneAgent::begin() {
 void KorvaneAgent::initializeTranslator() {
   const std::string extensions =
       platform::joinPath(platform::current().files, {installDirectory(), "extensions"});
-  Translator::initialize(extensions);
+  // A library that cannot be loaded has been told of; the agent runs without it.
+  ignoreResult(Translator::initialize(extensions));
 }
 
 void KorvaneAgent::createComm() {
@@ -100,7 +104,8 @@ void KorvaneAgent::startComponentUpdate() {
 
 bool KorvaneAgent::registerAtStart() {
   if (!isStandardAgent() || stopping()) return true;
-  _comm->testConnection();
+  // Only for the log: the registration that follows finds out for itself.
+  ignoreResult(_comm->testConnection());
   return registerNow();
 }
 
@@ -146,7 +151,8 @@ bool KorvaneAgent::awaitFirstUpdate() {
   while (!_config->isFirstUpdateDone() && !stopping()) {
     pause(kFirstUpdateMs);
     if (stopping()) break;
-    _config->loadIniFile();
+    // Without the file the settings stay as they are; the failure has been traced.
+    ignoreResult(_config->loadIniFile());
     if (!registerNow()) return false;
   }
   return true;
@@ -178,7 +184,8 @@ bool KorvaneAgent::superviseOnce() {
     return false;
   if (stopping()) return true;
   if (_iniDirty) _iniDirty = !_config->updateIniFile(nullptr, nullptr, STRING());
-  _config->loadIniFile();
+  // Without the file the settings stay as they are; the failure has been traced.
+  ignoreResult(_config->loadIniFile());
   followBuiltinPolicy();
   followOwnLog();
   return true;
@@ -248,10 +255,12 @@ void KorvaneAgent::shutdown(FinalWait finalWait) {
   AgentConfig::setAgentShuttingdown(true);
   {
     Synchronized hold(_shutdownLock);
-    AgentConfig::getInstance()->UpdateAllIni();
+    // The last writing of all: its failure has been traced, and there is no later one.
+    ignoreResult(AgentConfig::getInstance()->UpdateAllIni());
     if (isStandardAgent()) stopComm();
     _workers.requestStops();
-    _workers.waitForEnd(isStandardAgent());
+    // Threads that outlive the wait delete themselves.
+    ignoreResult(_workers.waitForEnd(isStandardAgent()));
     if (_stopped == 0) _workers.remove();
     _stopped = 1;
     _stoppedEvent.post();

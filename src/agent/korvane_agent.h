@@ -53,12 +53,12 @@ class KorvaneAgent {
   void initializeTranslator();
   void createComm();
   void startComponentUpdate();
-  bool registerAtStart();
+  [[nodiscard]] bool registerAtStart();
   void checkBuiltinPolicy();
   void reportPolicyState();
   void startAppData();
-  bool startServerThreads();
-  bool awaitFirstUpdate();
+  [[nodiscard]] bool startServerThreads();
+  [[nodiscard]] bool awaitFirstUpdate();
   void startLogThreads();
   bool supervise();
   bool superviseOnce();
@@ -67,7 +67,7 @@ class KorvaneAgent {
   void selfExit();
   void end();
 
-  bool registerNow();
+  [[nodiscard]] bool registerNow();
   bool stopping() const;
   bool commandPending() const;
   void pause(uint32_t milliseconds);

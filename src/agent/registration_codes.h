@@ -14,6 +14,6 @@ enum class RegistrationVerdict {
 
 // Traces the code with its text and meaning, writes event 10100 for a code outside the table, and says
 // what to do. Thread-safe.
-RegistrationVerdict classifyRegistration(int code, const STRING& text);
+[[nodiscard]] RegistrationVerdict classifyRegistration(int code, const STRING& text);
 
 }  // namespace korvane

@@ -12,6 +12,7 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -63,7 +64,8 @@ bool StandardAgentComm::testConnection() {
 }
 
 void StandardAgentComm::reportPolicyState() {
-  if (!_stop.requested()) HttpsHandler().sendPolicyStateMessage();
+  // A failed exchange has told of itself; what the server still misses it offers again.
+  if (!_stop.requested()) ignoreResult(HttpsHandler().sendPolicyStateMessage());
 }
 
 bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
@@ -75,7 +77,7 @@ bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
   while (!_stop.requested()) {
     handler = std::make_unique<HttpsHandler>();
     // What changed meanwhile takes effect with the next attempt's handler.
-    _config.loadIniFile();
+    ignoreResult(_config.loadIniFile());
     if (attempt(*handler, policy) == Attempt::finished) break;
     _stop.sleepFor(kRetryPauseMs);
   }
@@ -117,7 +119,8 @@ bool StandardAgentComm::keepIdentity(HttpsHandler& handler) {
   }
   eventlog::trace(kRegistrationTag, "guid is %s ", guid);
   _config.setUniqueId(guid);
-  _config.UpdateAllIni();
+  // What cannot be written now is written by one of the next loads.
+  ignoreResult(_config.UpdateAllIni());
   eventlog::event(10103, kRegistrationTag);
   return true;
 }

@@ -33,8 +33,8 @@ class StandardAgentComm : public AgentComm {
 
  private:
   enum class Attempt { retry, finished };
-  Attempt attempt(HttpsHandler& handler, const std::optional<std::string>& policy);
-  bool keepIdentity(HttpsHandler& handler);
+  [[nodiscard]] Attempt attempt(HttpsHandler& handler, const std::optional<std::string>& policy);
+  [[nodiscard]] bool keepIdentity(HttpsHandler& handler);
 
   AgentConfig& _config;
   StopToken _stop;

@@ -46,7 +46,7 @@ class WorkerThreads {
 
   // Waits for all of them to end, at most 31 times up to one second each, and gives what is left of the
   // count that starts at 30: -1 when the time ran out. `standardAgent` only chooses the order.
-  int waitForEnd(bool standardAgent);
+  [[nodiscard]] int waitForEnd(bool standardAgent);
 
   // Deletes the threads, in the order of deletion, and clears the slots.
   void remove();

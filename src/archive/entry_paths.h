@@ -11,7 +11,7 @@ namespace korvane::archive {
 class EntryPaths {
  public:
   // False when another entry needs the name's path, or one on the way to it is a file.
-  bool add(std::string_view name);
+  [[nodiscard]] bool add(std::string_view name);
 
  private:
   std::set<std::string> _files;

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "platform/paths.h"
+#include "util/ignore_result.h"
 
 namespace korvane::archive {
 
@@ -14,7 +15,8 @@ Unpacking::Unpacking(platform::Files& files, std::string target, std::function<b
       _cancelled(std::move(cancelled)) {}
 
 Unpacking::~Unpacking() {
-  platform::removeTree(_files, _staging);
+  // What stays is removed before the next unpacking.
+  ignoreResult(platform::removeTree(_files, _staging));
 }
 
 bool Unpacking::failed(const char* operation, const std::string& path, int error,

@@ -38,15 +38,15 @@ class Unpacking {
   Unpacking& operator=(const Unpacking&) = delete;
 
   // The archive is open.
-  bool stage(ZipArchive& zip, Refusal& refusal);
-  bool commit(Refusal& refusal);
+  [[nodiscard]] bool stage(ZipArchive& zip, Refusal& refusal);
+  [[nodiscard]] bool commit(Refusal& refusal);
 
  private:
   bool failed(const char* operation, const std::string& path, int error, Refusal& refusal) const;
-  bool stageFile(ZipArchive& zip, const Entry& entry, Refusal& refusal);
-  bool makeDirectories(const std::string& root, Refusal& refusal);
-  bool flushDirectories(const std::string& root, Refusal& refusal);
-  bool targetIsFree(const std::string& name, Refusal& refusal);
+  [[nodiscard]] bool stageFile(ZipArchive& zip, const Entry& entry, Refusal& refusal);
+  [[nodiscard]] bool makeDirectories(const std::string& root, Refusal& refusal);
+  [[nodiscard]] bool flushDirectories(const std::string& root, Refusal& refusal);
+  [[nodiscard]] bool targetIsFree(const std::string& name, Refusal& refusal);
   std::string pathBelow(const std::string& root, const std::string& name) const;
 
   platform::Files& _files;
@@ -59,7 +59,8 @@ class Unpacking {
 };
 
 // Both steps, checks and all. Nothing of a refused archive remains.
-bool unpack(platform::Files& files, const std::string& archiveName, std::string_view bytes,
-            const std::string& target, const Limits& limits, Refusal& refusal);
+[[nodiscard]] bool unpack(platform::Files& files, const std::string& archiveName,
+                          std::string_view bytes, const std::string& target, const Limits& limits,
+                          Refusal& refusal);
 
 }  // namespace korvane::archive

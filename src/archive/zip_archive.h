@@ -63,28 +63,28 @@ class ZipArchive {
 
   const std::string& name() const { return _name; }
 
-  bool open(Refusal& refusal);
+  [[nodiscard]] bool open(Refusal& refusal);
   // In the order of the archive's directory; empty before open() or when that refused.
   const std::vector<Entry>& entries() const { return _entries; }
   // Null when there is none of exactly that name.
   const Entry* find(std::string_view name) const;
 
-  bool read(const Entry& entry, const Sink& sink, Refusal& refusal);
-  bool read(const Entry& entry, std::string& out, Refusal& refusal);
-  bool read(std::string_view name, std::string& out, Refusal& refusal);
+  [[nodiscard]] bool read(const Entry& entry, const Sink& sink, Refusal& refusal);
+  [[nodiscard]] bool read(const Entry& entry, std::string& out, Refusal& refusal);
+  [[nodiscard]] bool read(std::string_view name, std::string& out, Refusal& refusal);
   // Reads every entry and keeps nothing: true when all of them have the content they state.
-  bool verify(Refusal& refusal);
+  [[nodiscard]] bool verify(Refusal& refusal);
 
  private:
   struct Reader;
 
   bool refuse(Fault fault, const std::string& entry, std::string reason, Refusal& refusal) const;
-  bool readDirectory(Refusal& refusal);
-  bool readEntry(EntryPaths& paths, Refusal& refusal);
+  [[nodiscard]] bool readDirectory(Refusal& refusal);
+  [[nodiscard]] bool readEntry(EntryPaths& paths, Refusal& refusal);
   bool checkEntry(const Entry& entry, uint32_t flags, uint32_t method, uint32_t attributes,
                   Refusal& refusal) const;
   bool checkWideSizes(const Entry& entry, std::string_view extra, Refusal& refusal) const;
-  bool checkSizes(const Entry& entry, Refusal& refusal);
+  [[nodiscard]] bool checkSizes(const Entry& entry, Refusal& refusal);
 
   const std::string _name;
   const std::string_view _bytes;

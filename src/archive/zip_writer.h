@@ -33,7 +33,7 @@ class ZipWriter {
   ZipWriter& operator=(const ZipWriter&) = delete;
 
   // Directories have no entries of their own; `name` is a file's.
-  bool add(const std::string& name, std::string_view content, Refusal& refusal);
+  [[nodiscard]] bool add(const std::string& name, std::string_view content, Refusal& refusal);
   // The whole archive; the writer is empty afterwards and takes nothing more. Without an entry it is a text that
   // counts as no archive.
   std::string finish();

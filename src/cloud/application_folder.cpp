@@ -7,6 +7,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_files.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -26,7 +27,8 @@ int write(platform::Files& files, const std::string& directory, const std::strin
   if (!error) error = file->flush();
   if (!error) error = files.flushDirectory(directory);
   file.reset();
-  if (error) removeIfThere(path);
+  // The error that is told is the one of the writing.
+  if (error) ignoreResult(removeIfThere(path));
   return error;
 }
 
@@ -48,7 +50,8 @@ std::string ApplicationFolder::stagedPath(const Staged& staged) const {
 std::vector<std::string> ApplicationFolder::names(std::string_view ending) const {
   std::vector<platform::DirectoryEntry> entries;
   std::vector<std::string> found;
-  _files.list(_directory, entries);
+  // A folder that is not there holds no application.
+  ignoreResult(_files.list(_directory, entries));
   for (const platform::DirectoryEntry& entry : entries) {
     if (entry.isDirectory || !entry.name.ends_with(ending)) continue;
     std::string name = entry.name.substr(0, entry.name.size() - ending.size());

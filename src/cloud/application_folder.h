@@ -35,11 +35,11 @@ class ApplicationFolder {
   int readStaged(const std::string& application, std::string& archive) const;
 
   // Durable when they return 0.
-  int stage(const std::string& application, std::string_view archive);
-  int stageRemoval(const std::string& application);
-  int makeGood(const Staged& staged);
-  int drop(const Staged& staged);
-  int remove(const std::string& application);
+  [[nodiscard]] int stage(const std::string& application, std::string_view archive);
+  [[nodiscard]] int stageRemoval(const std::string& application);
+  [[nodiscard]] int makeGood(const Staged& staged);
+  [[nodiscard]] int drop(const Staged& staged);
+  [[nodiscard]] int remove(const std::string& application);
 
  private:
   std::string stagedPath(const Staged& staged) const;

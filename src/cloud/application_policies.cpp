@@ -12,6 +12,7 @@
 #include "update/policy/policy_journal.h"
 #include "update/policy/policy_processor.h"
 #include "update/policy/policy_turn.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -299,7 +300,8 @@ void loadApplicationPolicies() {
   const PolicyTurn turn;
   if (!turn.taken()) return;
   PolicyProcessor policy;
-  policy.InitializePloicyHistory();
+  // Without a history the policies are worked on all the same; that has been traced.
+  ignoreResult(policy.InitializePloicyHistory());
   ApplicationPolicies(policy).loadStored();
 }
 

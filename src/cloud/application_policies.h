@@ -46,7 +46,7 @@ class ApplicationPolicies {
   // Puts a base policy in force, with the applications' policies.
   void installBase(std::string_view source, const PropertyList& properties);
   // False: it is in force already.
-  bool set(const std::string& application, std::string_view archive);
+  [[nodiscard]] bool set(const std::string& application, std::string_view archive);
   void remove(const std::string& application);
   std::vector<Application> list();
   // Ends changes that a crash has cut off; nothing while a change of the policy itself is to be undone. Throws

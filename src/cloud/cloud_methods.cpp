@@ -16,6 +16,7 @@
 #include "update/policy/policy_news.h"
 #include "update/policy/policy_turn.h"
 #include "util/base64.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -99,7 +100,8 @@ void CloudMethods::addTo(RPCServer& server) {
 void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>& work) {
   const PolicyTurn turn;
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
-  if (!_ready) _processor.InitializePloicyHistory();
+  // Without a history the policies are worked on all the same; that has been traced.
+  if (!_ready) ignoreResult(_processor.InitializePloicyHistory());
   _ready = true;
   ApplicationPolicies policies(_processor);
   work(policies);

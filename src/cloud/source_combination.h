@@ -41,8 +41,8 @@ archive::Limits sourceLimits();
 bool isApplicationName(std::string_view name);
 
 // Checks an application's archive as a whole, contents included. `application`: what refusals call it.
-bool checkApplication(const std::string& application, std::string_view archive, PolicySums& sums,
-                      archive::Refusal& refusal);
+[[nodiscard]] bool checkApplication(const std::string& application, std::string_view archive,
+                                    PolicySums& sums, archive::Refusal& refusal);
 // What a source policy holds of applications; nothing for one that is no archive.
 ApplicationSums applicationsOf(std::string_view source);
 
@@ -51,11 +51,13 @@ class SourceCombination {
   using Wanted = std::function<bool(const std::string& application)>;
 
   // A policy that has applications of its own is refused unless it may: then they are left out.
-  bool addBase(std::string_view source, bool mayHaveApplications, archive::Refusal& refusal);
+  [[nodiscard]] bool addBase(std::string_view source, bool mayHaveApplications,
+                             archive::Refusal& refusal);
   // Those applications of a source policy that are wanted.
-  bool addApplicationsOf(std::string_view source, const Wanted& wanted, archive::Refusal& refusal);
-  bool addApplication(const std::string& application, std::string_view archive,
-                      archive::Refusal& refusal);
+  [[nodiscard]] bool addApplicationsOf(std::string_view source, const Wanted& wanted,
+                                       archive::Refusal& refusal);
+  [[nodiscard]] bool addApplication(const std::string& application, std::string_view archive,
+                                    archive::Refusal& refusal);
   // The archive; the object is of no use afterwards.
   std::string finish() { return _writer.finish(); }
 

@@ -14,11 +14,11 @@ class AgentComm {
   virtual ~AgentComm() = default;
 
   // Sees whether the server answers at all; nobody acts on the result.
-  virtual bool testConnection() = 0;
+  [[nodiscard]] virtual bool testConnection() = 0;
   // Enrols the agent; true at once when it is enrolled, and true when a stop ended the attempt. False is
   // fatal: the agent ends itself. `builtinReported` is set to 1 when the step has reported that the
   // driver uses its built-in policy.
-  virtual bool registerAgent(uint8_t& builtinReported) = 0;
+  [[nodiscard]] virtual bool registerAgent(uint8_t& builtinReported) = 0;
   // Tells the manager the present policy state.
   virtual void reportPolicyState() = 0;
   // Ends a registerAgent() in progress, its pauses and exchanges included, and every later one.

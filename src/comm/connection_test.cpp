@@ -16,6 +16,7 @@
 #include "config/agent_config.h"
 #include "config/url_text.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -87,7 +88,9 @@ class Walk {
 
   FailureCause cause(int code, HttpsMessageGenerator& message) {
     const bool refused = message.response().refused();
-    if (code == 0 && !refused && _result.httpStatus <= kOkStatus) message.finishResponse();
+    // The answer is judged by what it held, finished or not.
+    if (code == 0 && !refused && _result.httpStatus <= kOkStatus)
+      ignoreResult(message.finishResponse());
     const ResponseParser& answer = message.response();
     return findCause(
         {.code = code,

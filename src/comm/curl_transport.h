@@ -38,9 +38,11 @@ class CurlTransport : public Transport {
  private:
   struct Transfer;
 
-  bool prepare(const TransportRequest& request, Transfer& transfer, TransportResult& result);
-  bool setOptions(const TransportRequest& request, Transfer& transfer, TransportResult& result);
-  int finish(CURLcode code, const Transfer& transfer, TransportResult& result);
+  [[nodiscard]] bool prepare(const TransportRequest& request, Transfer& transfer,
+                             TransportResult& result);
+  [[nodiscard]] bool setOptions(const TransportRequest& request, Transfer& transfer,
+                                TransportResult& result);
+  [[nodiscard]] int finish(CURLcode code, const Transfer& transfer, TransportResult& result);
   void readTrail(TransferTrail& trail);
   template <class Value>
   Value info(CURLINFO what, Value otherwise);

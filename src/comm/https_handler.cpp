@@ -7,6 +7,7 @@
 #include "comm/server_url.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -220,7 +221,8 @@ int HttpsHandler::checkRetStatus(int result) {
   _lastResult = 0;
   AgentConfig& config = *AgentConfig::getInstance();
   if (state._lastError != 0 && config.getWhoIsRunning() != AgentConfig::RUNNING_CONFIG_TOOL) {
-    config.updateIniFile();
+    // What cannot be written now is written by one of the next loads.
+    ignoreResult(config.updateIniFile());
   }
   eventlog::event(10219, kHandlerSource, {state.serverIP()});
   state._lastError = 0;

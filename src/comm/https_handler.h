@@ -79,31 +79,32 @@ class KORVANE_EXPORT HttpsHandler {
 
   // Attributes, configuration and IDS settings as properties, the bytes as a binary section (none
   // when data is null or length is not positive), the IDS policy file as another.
-  int registerAgent(const char* data, long length);
+  [[nodiscard]] int registerAgent(const char* data, long length);
   // check: the result goes through the status check with its events. The first failure with TLS 1.2
   // as the lowest version lowers it to TLS 1.0 for the rest of the process and tries once more.
-  int testConnection(bool check);
+  [[nodiscard]] int testConnection(bool check);
   // kinds: bits 1 to 16.
-  int getUpdate(int kinds, bool withAttributes);
+  [[nodiscard]] int getUpdate(int kinds, bool withAttributes);
   // The four content kinds, bits 32 to 256, at once.
-  int getCompUpdate();
-  int setUpdateResult(int kind, const PropertyList& pairs);
-  int setUpdateResult(int kind, int code, const STRING& text, const Property& pair);
-  int setUpdateResult(int kind, int code, const STRING& text, const PropertyList& pairs);
-  int setUpdateResult(int kind, int code, const STRING& text);
+  [[nodiscard]] int getCompUpdate();
+  [[nodiscard]] int setUpdateResult(int kind, const PropertyList& pairs);
+  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text, const Property& pair);
+  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text,
+                                    const PropertyList& pairs);
+  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text);
   // One log record.
-  int log(const PropertyList& record);
+  [[nodiscard]] int log(const PropertyList& record);
   // One properties section for each record.
-  int log(const std::vector<PropertyList>& records);
+  [[nodiscard]] int log(const std::vector<PropertyList>& records);
   // The same for records that are in a finished body already; `records` tells how many they are.
-  int log(const MessageBody& finishedBody, size_t records);
+  [[nodiscard]] int log(const MessageBody& finishedBody, size_t records);
   // A file as a bulk log.
-  int sendFile(const STRING& path);
+  [[nodiscard]] int sendFile(const STRING& path);
   // length 0 sends the properties alone. -1 without sending while the agent shuts down.
-  int sendApplicationData(const char* data, bool moreData, long length);
+  [[nodiscard]] int sendApplicationData(const char* data, bool moreData, long length);
   // firstPoll: the caller's first-poll mark; the message is the same either way.
-  int sendAgentStatusMessage(bool firstPoll);
-  int sendPolicyStateMessage();
+  [[nodiscard]] int sendAgentStatusMessage(bool firstPoll);
+  [[nodiscard]] int sendPolicyStateMessage();
 
   // Readers of the last answer
 
@@ -113,24 +114,24 @@ class KORVANE_EXPORT HttpsHandler {
   char* getSoftware(int& status, int& size, PropertyList& properties);
   // out: the settings for the agent; identity: what names this configuration, the pairs "mod.time"
   // and "rid.applied". Both stay empty, and the return is 0, when the server has no change.
-  int GetGeneralProperties(PropertyList& out, PropertyList& identity);
+  [[nodiscard]] int GetGeneralProperties(PropertyList& out, PropertyList& identity);
   // Pairs named "ids.*", "Log.*", and "update.*" or "send.*". They are handed out also with -2.
-  int GetIDSProperties(PropertyList& out);
-  int GetLogRules(PropertyList& out);
-  int GetPollingProperties(PropertyList& out);
+  [[nodiscard]] int GetIDSProperties(PropertyList& out);
+  [[nodiscard]] int GetLogRules(PropertyList& out);
+  [[nodiscard]] int GetPollingProperties(PropertyList& out);
   // The property "agent.id".
-  int getGUID(STRING& guid);
+  [[nodiscard]] int getGUID(STRING& guid);
   // The identifier that the last message of this handler was sent with; empty when with none.
   const STRING& getGUIDUsed() const { return _guidUsed; }
   // 1 and the pairs when the answer holds an update notice beside what was asked for, 0 when not.
-  int getPiggyBackedUpdate(PropertyList& out);
+  [[nodiscard]] int getPiggyBackedUpdate(PropertyList& out);
   // The content of a kind, by the kind's name ("update.qel"); 0 when there is one. The string
   // belongs to the handler and lives until its next exchange. An empty part gives -1 and the text
   // "Empty".
-  int getBinaryData(const STRING& name, std::string*& out);
+  [[nodiscard]] int getBinaryData(const STRING& name, std::string*& out);
   // The server's error code, 0 when none; with its text, which fits one field of an event line:
   // double quotes left out, commas and line ends made blanks.
-  int getKorvaneError(STRING& text);
+  [[nodiscard]] int getKorvaneError(STRING& text);
   // Reads "Korvane-uni.zip" in the working directory; leaves `out` as it is when there is none.
   void readMinus(std::string& out);
 
@@ -170,20 +171,20 @@ class KORVANE_EXPORT HttpsHandler {
 
   static Shared& shared();
   void init();
-  int getUpdate(int kinds, const PropertyList& extra, bool withAttributes);
+  [[nodiscard]] int getUpdate(int kinds, const PropertyList& extra, bool withAttributes);
 
   // One message to the server and its answer; exchange() adds the status check.
-  int exchange(int type, HttpsMessageGenerator& generator);
-  int send(int type, HttpsMessageGenerator& generator);
+  [[nodiscard]] int exchange(int type, HttpsMessageGenerator& generator);
+  [[nodiscard]] int send(int type, HttpsMessageGenerator& generator);
   void checkFailback();
   void returnTo(const STRING& primary);
-  int sendOver(Transport* transport, int type, HttpsMessageGenerator& generator);
-  bool addGUID(int type, HttpsMessageGenerator& generator);
-  int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
-               std::string_view body);
-  int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
-                  const TransportRequest& request, const TransportResult& result);
-  int checkRetStatus(int result);
+  [[nodiscard]] int sendOver(Transport* transport, int type, HttpsMessageGenerator& generator);
+  [[nodiscard]] bool addGUID(int type, HttpsMessageGenerator& generator);
+  [[nodiscard]] int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
+                             std::string_view body);
+  [[nodiscard]] int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
+                                const TransportRequest& request, const TransportResult& result);
+  [[nodiscard]] int checkRetStatus(int result);
   void noteFailure(int event, const STRING& text, int code);
   void noteSuccess();
 

@@ -53,7 +53,7 @@ class HttpsMessageGenerator {
 
   // The body that carries a file: its bytes as a binary section, then "file.name" as properties.
   // Null when the file cannot be read.
-  std::unique_ptr<MessageBody> buildBulkLogMessage(const STRING& path);
+  [[nodiscard]] std::unique_ptr<MessageBody> buildBulkLogMessage(const STRING& path);
   // Size in bytes of what buildBulkLogMessage() made last.
   size_t bulkLogSize() const { return _bulkLogSize; }
 
@@ -63,9 +63,9 @@ class HttpsMessageGenerator {
   void addResponseBodyLine(std::string_view piece) { _response->addBody(piece); }
   const ResponseParser& response() const { return *_response; }
   // Reads the body; false when the answer is malformed.
-  bool finishResponse();
+  [[nodiscard]] bool finishResponse();
   // Hands the answer over; the message has an empty one afterwards.
-  std::unique_ptr<ResponseParser> takeResponse();
+  [[nodiscard]] std::unique_ptr<ResponseParser> takeResponse();
 
  private:
   PropertyList _headers;

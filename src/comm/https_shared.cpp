@@ -6,6 +6,7 @@
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -31,7 +32,8 @@ Transport& HttpsHandler::Shared::transport() {
     _cHandle = std::make_unique<CurlTransport>();
     curlInUse = true;
   }
-  _cHandle->open();
+  // perform() tells of a handle that cannot be had.
+  ignoreResult(_cHandle->open());
   return *_cHandle;
 }
 

@@ -25,11 +25,11 @@ struct HttpsHandler::Shared {
   Shared();
 
   // Asks for the agent's own addresses; true when they differ from the ones known.
-  bool populateIPList() REQUIRES(_commLock);
+  [[nodiscard]] bool populateIPList() REQUIRES(_commLock);
   // Looks at what may have changed when a transfer to `server` failed, and moves on to the next server
   // when nothing has.
   void failOver(const STRING& server) REQUIRES(_commLock);
-  bool serverMoved(const STRING& server) REQUIRES(_commLock);
+  [[nodiscard]] bool serverMoved(const STRING& server) REQUIRES(_commLock);
   void useNextServer() REQUIRES(_commLock);
   void reInitializeCurl() REQUIRES(_commLock);
   // The transport, made and opened when there is none.

@@ -59,7 +59,7 @@ class ResponseParser {
   bool refused() const { return !_fault.empty(); }
 
   // Walks the body. False: malformed. `unicode` is the agent's Unicode setting.
-  bool finish(bool unicode);
+  [[nodiscard]] bool finish(bool unicode);
   const std::string& fault() const { return _fault; }
   // That is because the connection ended too early.
   bool brokenOff() const { return _brokenOff; }
@@ -95,15 +95,15 @@ class ResponseParser {
   void beginBlock();
   void keepHeader(std::string_view name, std::string_view value);
   void refuse(std::string fault);
-  Walk malformed(const SectionHeader& header, const std::string& what);
-  bool nextLine(std::string_view& line);
-  bool skipToSection();
-  Walk readSection(bool unicode);
-  Walk readSectionHeader(SectionHeader& header);
-  Walk readHeaderLine(std::string_view line, SectionHeader& header);
-  Walk takeSection(const SectionHeader& header, bool unicode);
-  bool takeText(std::string_view name, std::string_view payload);
-  bool takeProperties(std::string_view payload);
+  [[nodiscard]] Walk malformed(const SectionHeader& header, const std::string& what);
+  [[nodiscard]] bool nextLine(std::string_view& line);
+  [[nodiscard]] bool skipToSection();
+  [[nodiscard]] Walk readSection(bool unicode);
+  [[nodiscard]] Walk readSectionHeader(SectionHeader& header);
+  [[nodiscard]] Walk readHeaderLine(std::string_view line, SectionHeader& header);
+  [[nodiscard]] Walk takeSection(const SectionHeader& header, bool unicode);
+  [[nodiscard]] bool takeText(std::string_view name, std::string_view payload);
+  [[nodiscard]] bool takeProperties(std::string_view payload);
   STRING decode(std::string_view bytes) const;
   void checkWhole();
   void dropParts();

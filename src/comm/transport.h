@@ -58,12 +58,12 @@ class Transport {
  public:
   virtual ~Transport() = default;
   // Makes it ready; false when that fails. open() on an open one does nothing.
-  virtual bool open() = 0;
+  [[nodiscard]] virtual bool open() = 0;
   // Ends its connections. A closed one can be opened again.
   virtual void close() = 0;
   virtual bool isOpen() const = 0;
-  virtual int perform(const TransportRequest& request, TransportSink& sink,
-                      TransportResult& result) = 0;
+  [[nodiscard]] virtual int perform(const TransportRequest& request, TransportSink& sink,
+                                    TransportResult& result) = 0;
 };
 
 // The codes that the agent itself gives a meaning to (CURLcode of the same names).

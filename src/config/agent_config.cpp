@@ -8,6 +8,7 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -44,7 +45,8 @@ AgentConfig* AgentConfig::getInstance() {
   }
   // Not under the lock, since another process may hold the lock file for seconds.
   const ChangeGroup group(*config);
-  config->loadIniFile();
+  // Without the file the settings stay as they are; the failure has been traced.
+  ignoreResult(config->loadIniFile());
   AgentConfigState& state = *config->_state;
   const Synchronized hold(state.lock);
   state.loaded = true;
@@ -106,7 +108,8 @@ bool AgentConfig::newConfiguration(const PropertyList& properties) {
   {
     const Synchronized hold(_state->lock);
     const unsigned before = std::exchange(_state->momentsOutstanding, 0);
-    for (const auto& [key, value] : properties) _state->assignByName(key, value);
+    // A value that is refused leaves its key as it was.
+    for (const auto& [key, value] : properties) ignoreResult(_state->assignByName(key, value));
     if (_state->momentsOutstanding != 0) _state->momentsOutstanding |= 1u << SETTINGS_FROM_SERVER;
     _state->momentsOutstanding |= before;
   }

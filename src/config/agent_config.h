@@ -39,7 +39,7 @@ class KORVANE_EXPORT AgentConfig {
   static void freeInstance();
   // The first load; getInstance() calls it. True when agent.ini or its fallback could be read, or
   // when there is neither.
-  static bool readConfigFile();
+  [[nodiscard]] static bool readConfigFile();
 
   // Makes the changes of one thread in its scope one write, done when the outermost group ends.
   class KORVANE_EXPORT ChangeGroup {
@@ -57,24 +57,24 @@ class KORVANE_EXPORT AgentConfig {
   // Reads agent.ini again when its date or size differs from the last time. False when the lock
   // file or the file cannot be had; the settings stay as they were then. `changed`: a value differs
   // now.
-  bool loadIniFile();
-  bool loadIniFile(bool& changed);
+  [[nodiscard]] bool loadIniFile();
+  [[nodiscard]] bool loadIniFile(bool& changed);
   // Writes all settings to `path`, or to agent.ini when it is empty. lockHeld: the caller has the
   // lock file already. force: write also when the file already holds exactly this.
-  bool updateIniFile(bool lockHeld, bool force, const STRING& path);
+  [[nodiscard]] bool updateIniFile(bool lockHeld, bool force, const STRING& path);
   // Sets one key and writes agent.ini; without section and key (null or empty) only writes it.
-  bool updateIniFile(const char* section, const char* key, const STRING& value);
-  bool updateIniFile() { return updateIniFile(nullptr, nullptr, STRING()); }
+  [[nodiscard]] bool updateIniFile(const char* section, const char* key, const STRING& value);
+  [[nodiscard]] bool updateIniFile() { return updateIniFile(nullptr, nullptr, STRING()); }
   // Writes fallback.ini, then agent.ini.
-  bool UpdateAllIni();
+  [[nodiscard]] bool UpdateAllIni();
   // Settings from the server: sets every pair, then writes agent.ini once.
-  bool newConfiguration(const PropertyList& properties);
+  [[nodiscard]] bool newConfiguration(const PropertyList& properties);
   // The whole configuration as the text of an ini file, checksum included.
   STRING exportConfigData() const;
 
   // Any key by its name; one that is not in the table belongs to [Other]. False for a name that
   // cannot stand in the file and for a value that is not of the key's type.
-  bool setValue(const STRING& key, const STRING& value);
+  [[nodiscard]] bool setValue(const STRING& key, const STRING& value);
   // Several known keys as one change, in force and written when it returns: all of them, or none.
   // refused: `refusedKey` is not known or its value not of its type. locked: another process has held
   // the lock file for a second. notWritten: the file cannot be replaced.

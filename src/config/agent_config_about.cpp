@@ -7,6 +7,7 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -63,9 +64,10 @@ void AgentConfig::rolledAgentLogFile() {
   const Synchronized hold(_state->lock);
   // The first file of all follows no other one.
   if (!_state->settings.text(Key::agentLogFile).empty()) {
-    _state->assign(rowOf(Key::agentLogRolloverPending), "true");
+    // No value of this kind is refused.
+    ignoreResult(_state->assign(rowOf(Key::agentLogRolloverPending), "true"));
   }
-  _state->assign(rowOf(Key::agentLogFile), now);
+  ignoreResult(_state->assign(rowOf(Key::agentLogFile), now));
 }
 
 STRING AgentConfig::getKorvaneVersion() const {

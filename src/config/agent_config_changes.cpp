@@ -1,6 +1,7 @@
 // Several settings as one change.
 #include "config/agent_config.h"
 #include "config/agent_config_state.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -38,7 +39,8 @@ PropertyList AgentConfig::allValues() const {
 }
 
 void AgentConfigState::putBack(const PropertyList& former) {
-  for (const auto& [key, value] : former) assignByName(key, value);
+  // These values have stood before.
+  for (const auto& [key, value] : former) ignoreResult(assignByName(key, value));
 }
 
 AgentConfig::ChangeAll AgentConfigState::changeAll(const PropertyList& changes,

@@ -3,6 +3,7 @@
 #include "config/log_names.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -102,7 +103,8 @@ bool AgentConfigState::load(std::string_view tag, bool& changed) {
       lastLoadGood = good;
       write = loaded && dirty();
     }
-    if (write) saveHoldingLockFile(tag, false);
+    // What cannot be written now is written by one of the next loads.
+    if (write) ignoreResult(saveHoldingLockFile(tag, false));
     if (!good) return false;
   }
   return true;
@@ -120,7 +122,8 @@ void AgentConfigState::takeExternalChange(std::string_view tag) {
   if (read && (stamp == known.stamp || !stamp.exists)) return;
   bool changed = false;
   if (!read) {
-    readFiles(tag, changed);
+    // What cannot be read is replaced by what this process holds.
+    ignoreResult(readFiles(tag, changed));
     return;
   }
   IniText text;

@@ -6,6 +6,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -35,7 +36,8 @@ bool rebootOutstanding() {
 void AgentConfig::setFipsEnabled(bool enabled) {
   const ChangeGroup group(*this);
   const Synchronized hold(_state->lock);
-  _state->assign(rowOf(Key::fipsEnabled), STRING::fromBool(enabled));
+  // No value of this kind is refused.
+  ignoreResult(_state->assign(rowOf(Key::fipsEnabled), STRING::fromBool(enabled)));
   _state->fipsOutstanding = true;
 }
 
@@ -69,12 +71,13 @@ void AgentConfig::updateRebootRequiredFlag() {
   const ChangeGroup group(*this);
   const Synchronized hold(_state->lock);
   const bool wasRequired = _state->settings.number(Key::ipsRebootRequired) != 0;
-  _state->assign(rowOf(Key::ipsRebootRequired), STRING::fromBool(required));
+  // No value of this kind is refused.
+  ignoreResult(_state->assign(rowOf(Key::ipsRebootRequired), STRING::fromBool(required)));
   if (!wasRequired || required) return;
   for (const Key key : {Key::rebootRequested, Key::fimRebootRequired, Key::fimRebootRequested}) {
-    _state->assign(rowOf(key), "false");
+    ignoreResult(_state->assign(rowOf(key), "false"));
   }
-  _state->assign(rowOf(Key::rebootSource), {});
+  ignoreResult(_state->assign(rowOf(Key::rebootSource), {}));
 }
 
 void AgentConfig::setPolicyState(int code, const STRING& text) {
@@ -115,8 +118,9 @@ void AgentConfig::setPolicyStateChanged(bool changed) {
 void AgentConfig::setPolicyError(int code, const STRING& text) {
   const ChangeGroup group(*this);
   const Synchronized hold(_state->lock);
-  _state->assign(rowOf(Key::policyErrorCode), STRING::fromInt(code));
-  _state->assign(rowOf(Key::policyErrorString), text);
+  // A text that is too long for the file is refused; the code says enough then.
+  ignoreResult(_state->assign(rowOf(Key::policyErrorCode), STRING::fromInt(code)));
+  ignoreResult(_state->assign(rowOf(Key::policyErrorString), text));
 }
 
 int AgentConfig::getPolicyErrorCode() const {

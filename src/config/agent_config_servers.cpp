@@ -4,6 +4,7 @@
 #include "config/agent_config.h"
 #include "config/agent_config_state.h"
 #include "config/url_text.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -13,7 +14,8 @@ void changeUrl(AgentConfigState& state, STRING UrlText::*part, const STRING& val
   const Synchronized hold(state.lock);
   UrlText url = UrlText::parse(state.communication.text(Key::agentUrl));
   url.*part = value.trimmed();
-  state.assign(rowOf(Key::agentUrl), url.text());
+  // A part that makes no URL leaves the URL as it was.
+  ignoreResult(state.assign(rowOf(Key::agentUrl), url.text()));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "config/fips.h"
 #include "config/url_text.h"
 #include "eventlog/event_log.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -56,7 +57,8 @@ uint32_t AgentConfigState::interval(Key key) const {
 void AgentConfigState::change(Key key, const STRING& value) {
   const AgentConfig::ChangeGroup group(owner);
   const Synchronized hold(lock);
-  assign(rowOf(key), value);
+  // A value that is refused leaves the setting as it was.
+  ignoreResult(assign(rowOf(key), value));
 }
 
 bool AgentConfigState::assign(const SettingRow& row, const STRING& value) {
@@ -115,7 +117,8 @@ void AgentConfigState::finishChanges() noexcept {
       write = loaded && std::exchange(writeOutstanding, false) && dirty();
     }
     if (fips) applyFips(fipsWanted);
-    if (write) save("AgentConfig::updateIniFile", false);
+    // What cannot be written now is written by one of the next loads.
+    if (write) ignoreResult(save("AgentConfig::updateIniFile", false));
     notifySubscribers();
   } catch (const std::exception& error) {
     eventlog::trace("AgentConfig::updateIniFile", "A change could not be finished: %s",

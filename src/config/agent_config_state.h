@@ -35,8 +35,8 @@ struct AgentConfigState {
 
   const SettingStore& storeOfKey(Key key) const REQUIRES(lock);
   // Sets a value without writing it; false when it is refused.
-  bool assign(const SettingRow& row, const STRING& value) REQUIRES(lock);
-  bool assignByName(const STRING& key, const STRING& value) REQUIRES(lock);
+  [[nodiscard]] bool assign(const SettingRow& row, const STRING& value) REQUIRES(lock);
+  [[nodiscard]] bool assignByName(const STRING& key, const STRING& value) REQUIRES(lock);
   // Null for an unknown key.
   const STRING* find(const STRING& key) const REQUIRES(lock);
   STRING urlHost() const REQUIRES(lock);
@@ -44,12 +44,12 @@ struct AgentConfigState {
   void follow(Key key) REQUIRES(lock);
 
   // Files. `tag` is the method under whose name failures are traced.
-  bool load(std::string_view tag, bool& changed);
-  bool save(std::string_view tag, bool force);
-  bool saveBoth(std::string_view tag);
+  [[nodiscard]] bool load(std::string_view tag, bool& changed);
+  [[nodiscard]] bool save(std::string_view tag, bool force);
+  [[nodiscard]] bool saveBoth(std::string_view tag);
   AgentConfig::ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
-  bool saveTo(std::string_view tag, const std::string& path);
-  bool saveHoldingLockFile(std::string_view tag, bool force);
+  [[nodiscard]] bool saveTo(std::string_view tag, const std::string& path);
+  [[nodiscard]] bool saveHoldingLockFile(std::string_view tag, bool force);
   std::string exportText() const REQUIRES(lock);
 
   // Ends the outermost group of a thread: writes, switches, notifies what is outstanding.
@@ -108,8 +108,8 @@ struct AgentConfigState {
 
  private:
   // Sets them in order; what stood before goes to `former`, the newest first. False at the first refusal.
-  bool assignAll(const PropertyList& changes, PropertyList& former, STRING& refusedKey)
-      REQUIRES(lock);
+  [[nodiscard]] bool assignAll(const PropertyList& changes, PropertyList& former,
+                               STRING& refusedKey) REQUIRES(lock);
   void putBack(const PropertyList& former) REQUIRES(lock);
 
   struct Snapshot {
@@ -123,11 +123,12 @@ struct AgentConfigState {
   Snapshot snapshot() const;
   void markSaved(const Snapshot& written) REQUIRES(lock);
   bool mergeNVPData(const IniText& file);
-  bool readFiles(std::string_view tag, bool& changed);
-  bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
+  [[nodiscard]] bool readFiles(std::string_view tag, bool& changed);
+  [[nodiscard]] bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
   void takeExternalChange(std::string_view tag);
-  bool writeOne(std::string_view tag, const std::string& path, FileMemory AgentConfigState::*memory,
-                const Snapshot& content, bool force);
+  [[nodiscard]] bool writeOne(std::string_view tag, const std::string& path,
+                              FileMemory AgentConfigState::*memory, const Snapshot& content,
+                              bool force);
 };
 
 }  // namespace korvane

@@ -14,6 +14,6 @@ namespace korvane {
 // True while the default properties ask for FIPS algorithms.
 bool fipsModeOn();
 // Switches; false, with the library's last error text and the file at fault, when it cannot. Nothing has changed then.
-bool switchFipsMode(bool on, STRING& error);
+[[nodiscard]] bool switchFipsMode(bool on, STRING& error);
 
 }  // namespace korvane

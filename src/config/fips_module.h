@@ -16,6 +16,6 @@ namespace korvane {
 
 // True when the provider "fips" is there. Else `error` names the file and what is wrong with it; what the
 // cryptographic library has to say about it is in its error queue.
-bool loadFipsModule(std::string& error);
+[[nodiscard]] bool loadFipsModule(std::string& error);
 
 }  // namespace korvane

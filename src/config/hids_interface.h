@@ -19,10 +19,10 @@ class HidsInterface {
   // True when the IDS component is installed: its settings file can be read.
   virtual bool present() = 0;
   // Reads the component's settings again; false when they cannot be read (the old ones stay).
-  virtual bool reload() = 0;
+  [[nodiscard]] virtual bool reload() = 0;
   // One of the component's settings, "ids.service.eventfile.name" for example; false when it is
   // missing.
-  virtual bool setting(const STRING& name, STRING& value) = 0;
+  [[nodiscard]] virtual bool setting(const STRING& name, STRING& value) = 0;
   // All of them, in the order of the component's file, the log rules left out.
   virtual PropertyList settings() = 0;
   // The log rules in force: pairs whose names begin with "Log.".
@@ -30,13 +30,14 @@ class HidsInterface {
 
   // Hands a translated policy file over to the component. What came of it is read with
   // readResults().
-  virtual bool applyPolicy(const STRING& policyFile) = 0;
+  [[nodiscard]] virtual bool applyPolicy(const STRING& policyFile) = 0;
   // Hands settings and log rules from the server over to the component.
-  virtual bool applyConfiguration(const PropertyList& settings, const PropertyList& logRules) = 0;
+  [[nodiscard]] virtual bool applyConfiguration(const PropertyList& settings,
+                                                const PropertyList& logRules) = 0;
   // The result of the last apply operation as pairs ("IDS.Policy.ResultCode",
   // "IDS.Policy.ResultMessage", "IDS.Config.ResultCode", "IDS.Config.ResultMessage"); false when
   // there is none that can be read.
-  virtual bool readResults(PropertyList& out) = 0;
+  [[nodiscard]] virtual bool readResults(PropertyList& out) = 0;
 };
 
 }  // namespace korvane

@@ -9,6 +9,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/dates.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -42,7 +43,8 @@ void removeOldCopies(const std::string& directory, const std::string& prefix) {
   }
   std::sort(copies.begin(), copies.end());
   for (size_t i = 0; i + kDamagedCopies < copies.size(); ++i) {
-    files().remove(platform::joinPath(files(), {directory, copies[i]}));
+    // What cannot be removed now goes with the next damaged file.
+    ignoreResult(files().remove(platform::joinPath(files(), {directory, copies[i]})));
   }
 }
 

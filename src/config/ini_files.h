@@ -49,11 +49,11 @@ class IniFiles {
 
   static FileStamp stampOf(const std::string& path);
   // Reads a file; `memory` becomes what was seen, also for a damaged file.
-  static IniFault readIniFileInMem(FileMemory& memory, const std::string& path, IniText& out,
-                                   bool mayLackChecksum);
+  [[nodiscard]] static IniFault readIniFileInMem(FileMemory& memory, const std::string& path,
+                                                 IniText& out, bool mayLackChecksum);
   // Replaces a file and notes what it holds now in `memory`.
-  static bool write(std::string_view tag, const std::string& path, const std::string& text,
-                    FileMemory& memory);
+  [[nodiscard]] static bool write(std::string_view tag, const std::string& path,
+                                  const std::string& text, FileMemory& memory);
   // Copies a damaged file to "<name>.damaged-<date>" beside it; the newest eight copies are kept.
   static void keepAside(std::string_view tag, const std::string& path);
 

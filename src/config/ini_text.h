@@ -28,7 +28,7 @@ struct IniText {
 
 // False for bytes that are no text: a NUL, or malformed UTF-8. Lines that are neither a header nor
 // key=value are skipped, as those that begin with ";" or "#" are.
-bool parseIniText(std::string_view bytes, IniText& out);
+[[nodiscard]] bool parseIniText(std::string_view bytes, IniText& out);
 
 // True when the stored checksum is the computed one or "Not Computed". A text without one holds
 // only when `mayLackChecksum`.

@@ -14,6 +14,6 @@ std::string logPointerPath(int type);
 const char* logTypeName(int type);
 // True when every log that a read pointer names can still be found. A pointer file that is missing or
 // damaged names none.
-bool walkLogChain();
+[[nodiscard]] bool walkLogChain();
 
 }  // namespace korvane

@@ -10,7 +10,7 @@
 namespace korvane {
 
 // 0 or an errno value; EFBIG for a file beyond 4 MiB. `out` is only touched on success.
-int readPropertiesFile(const std::string& path, PropertyList& out);
+[[nodiscard]] int readPropertiesFile(const std::string& path, PropertyList& out);
 PropertyList parseProperties(std::string_view text);
 
 }  // namespace korvane

@@ -27,13 +27,13 @@ class SettingStore {
   int64_t number(Key key) const { return value(key).number; }  // 0 and 1 for a boolean
   // Refused: the text is not of the setting's type, or too long, or the store would outgrow its
   // bound.
-  Result set(const SettingRow& row, const STRING& text);
+  [[nodiscard]] Result set(const SettingRow& row, const STRING& text);
 
   // Appends the pairs of [Other].
   void listOthers(PropertyList& out) const;
   // Null when there is no such key.
   const STRING* other(const STRING& key) const;
-  Result setOther(const STRING& key, const STRING& text);
+  [[nodiscard]] Result setOther(const STRING& key, const STRING& text);
 
   // Takes over what the file holds where this process has changed nothing; a key that the file
   // lacks goes back to its default, and one of [Other] is dropped. True when a value differs now.

@@ -20,9 +20,9 @@ class AppDataRequests {
   // outputFile: where the collecting thread is to write, a full path.
   void post(const STRING& outputFile);
   // Waits for a request and takes it; false once `stop` is set.
-  bool await(StopToken& stop, STRING& outputFile);
+  [[nodiscard]] bool await(StopToken& stop, STRING& outputFile);
   // Takes a request that is there.
-  bool take(STRING& outputFile);
+  [[nodiscard]] bool take(STRING& outputFile);
 
  private:
   platform::Event& changed();

@@ -8,6 +8,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -114,19 +115,22 @@ uint32_t DriverConfig::setDWordIfKeyExists(const STRING& subkey, const STRING& n
 
 STRING DriverConfig::getDriverLog() {
   STRING value;
-  getDriverConfig(logFile, value);
+  // An unreadable value is an empty one; the error message has been set.
+  ignoreResult(getDriverConfig(logFile, value));
   return value;
 }
 
 STRING DriverConfig::getProfileLog() {
   STRING value;
-  getDriverConfig(profileFile, value);
+  // As above.
+  ignoreResult(getDriverConfig(profileFile, value));
   return value;
 }
 
 STRING DriverConfig::getMinusFile() {
   STRING value;
-  getDriverConfig(filterFile, value);
+  // As above.
+  ignoreResult(getDriverConfig(filterFile, value));
   return value;
 }
 

@@ -39,15 +39,16 @@ class KORVANE_EXPORT DriverConfig {
   // Set the start values of the driver's services for the next start of the system. On systems with
   // the network filter (Windows NT 6.0 and later) that service goes along, else the TCP filter; one
   // that is not installed is passed over.
-  static int StartDriver();
-  static int StopDriver();
+  [[nodiscard]] static int StartDriver();
+  [[nodiscard]] static int StopDriver();
 
-  static int getDriverConfig(RegKey key, STRING& value);
-  static int updateDriverConfig(RegKey key, const STRING& value);
+  [[nodiscard]] static int getDriverConfig(RegKey key, STRING& value);
+  [[nodiscard]] static int updateDriverConfig(RegKey key, const STRING& value);
   // Set a number below HKEY_LOCAL_MACHINE; the result is the registry's error. The second form
   // takes a missing key for success.
-  static uint32_t setDWord(const STRING& subkey, const STRING& name, uint32_t value);
-  static uint32_t setDWordIfKeyExists(const STRING& subkey, const STRING& name, uint32_t value);
+  [[nodiscard]] static uint32_t setDWord(const STRING& subkey, const STRING& name, uint32_t value);
+  [[nodiscard]] static uint32_t setDWordIfKeyExists(const STRING& subkey, const STRING& name,
+                                                    uint32_t value);
 
   // Empty when the value cannot be read.
   static STRING getDriverLog();
@@ -57,7 +58,7 @@ class KORVANE_EXPORT DriverConfig {
   // Loads a translated policy (a full path) into the driver and records it. A refused one leaves
   // the driver and its settings as they were. A driver that waits for its first reboot finds the
   // file recorded when it starts, which counts as success.
-  static int newPolicy(const STRING& file);
+  [[nodiscard]] static int newPolicy(const STRING& file);
   // What the driver is set to, as far as it can be put back.
   struct PolicySetting {
     STRING filterFile;     // empty: no policy has been loaded yet
@@ -66,28 +67,28 @@ class KORVANE_EXPORT DriverConfig {
     friend bool operator==(const PolicySetting&, const PolicySetting&) = default;
   };
   // False when the registry cannot be read, which a missing value does not make it.
-  static bool policySetting(PolicySetting& out);
+  [[nodiscard]] static bool policySetting(PolicySetting& out);
   // Puts registry and driver back to a setting. The driver is told also when it may never have left it. A
   // driver that is off, or waits for its first reboot, finds everything in the registry when it starts.
-  static int restorePolicySetting(const PolicySetting& setting);
+  [[nodiscard]] static int restorePolicySetting(const PolicySetting& setting);
   // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
-  static int useBuiltIn();
+  [[nodiscard]] static int useBuiltIn();
   // False also when the driver cannot be asked.
   static bool usingBuiltIn();
   // The policy in force; false, and nothing changed, when the driver cannot be asked.
-  static bool queryPolicy(STRING& name, STRING& version, STRING& id);
+  [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id);
 
   // Point the driver at a new log file (a full path).
-  static int rollDriverLog(const STRING& newFile);
-  static int rollProfileLog(const STRING& newFile);
+  [[nodiscard]] static int rollDriverLog(const STRING& newFile);
+  [[nodiscard]] static int rollProfileLog(const STRING& newFile);
 
   // Milliseconds since 1970-01-01 UTC; 0 when nothing, or no number, is recorded.
   static uint64_t getPolApplicationDate();
-  static int setPolApplicationDate(uint64_t value);
+  [[nodiscard]] static int setPolApplicationDate(uint64_t value);
 
   // Fill `buffer` of `bytes` bytes with the driver's records. 8 when there were more than it holds.
-  static int processdump(KorvaneProcessSnapshot* buffer, int bytes);
-  static int psetsnapshot(KorvanePsetSnapshot* buffer, int bytes);
+  [[nodiscard]] static int processdump(KorvaneProcessSnapshot* buffer, int bytes);
+  [[nodiscard]] static int psetsnapshot(KorvanePsetSnapshot* buffer, int bytes);
 
   static STRING getErrorMessage();
 
@@ -95,20 +96,22 @@ class KORVANE_EXPORT DriverConfig {
   struct AppliedPolicy;
 
   static void setErrorMessage(const STRING& text);
-  static int setServiceStart(const STRING& service, uint32_t value, bool mayBeMissing);
-  static int setServiceStarts(uint32_t driver, uint32_t networkFilter, uint32_t tcpFilter);
-  static int rollLog(RegKey key, const STRING& newFile, uint32_t code);
-  static int snapshot(uint32_t code, void* buffer, int bytes);
-  static int32_t readAppliedPolicy(AppliedPolicy& policy);
+  [[nodiscard]] static int setServiceStart(const STRING& service, uint32_t value,
+                                           bool mayBeMissing);
+  [[nodiscard]] static int setServiceStarts(uint32_t driver, uint32_t networkFilter,
+                                            uint32_t tcpFilter);
+  [[nodiscard]] static int rollLog(RegKey key, const STRING& newFile, uint32_t code);
+  [[nodiscard]] static int snapshot(uint32_t code, void* buffer, int bytes);
+  [[nodiscard]] static int32_t readAppliedPolicy(AppliedPolicy& policy);
 
   static bool builtInInForce();
 
   // The steps of newPolicy.
   struct PolicyChange;
-  static int changePolicy(PolicyChange& change);
-  static int recordForReboot(const PolicyChange& change);
-  static int recordLoaded(const PolicyChange& change);
-  static int giveUp(int result, PolicyChange& change);
+  [[nodiscard]] static int changePolicy(PolicyChange& change);
+  [[nodiscard]] static int recordForReboot(const PolicyChange& change);
+  [[nodiscard]] static int recordLoaded(const PolicyChange& change);
+  [[nodiscard]] static int giveUp(int result, PolicyChange& change);
 
   static Win32Mutex _servicesLock;
   static Win32Mutex _builtInLock;

@@ -6,6 +6,7 @@
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -88,7 +89,9 @@ bool DriverConfig::queryPolicy(STRING& name, STRING& version, STRING& id) {
 
 bool DriverConfig::builtInInForce() {
   STRING flag;
-  platform::current().registry.readString(kDriverParametersKey, kUseBuiltinValue, flag);
+  // A flag that cannot be read leaves the driver to be asked.
+  ignoreResult(
+      platform::current().registry.readString(kDriverParametersKey, kUseBuiltinValue, flag));
   if (!flag.empty() && flag != STRING(kFlagOff)) return true;
   Synchronized hold(_builtInLock);
   AppliedPolicy policy;

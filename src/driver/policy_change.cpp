@@ -9,6 +9,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -92,7 +93,8 @@ int DriverConfig::newPolicy(const STRING& file) {
 
 int DriverConfig::changePolicy(PolicyChange& change) {
   // No recorded policy yet is no failure, so the value is read past the error message.
-  platform::current().registry.readString(kDriverParametersKey, kFilterFileValue, change.oldFile);
+  ignoreResult(platform::current().registry.readString(kDriverParametersKey, kFilterFileValue,
+                                                       change.oldFile));
   change.builtInBefore = builtInInForce();
   if (const int error = updateDriverConfig(useBuiltin, kFlagOff); error != 0) {
     eventlog::trace(kTag, "Error ret from updateDriverConfig 1");
@@ -107,14 +109,16 @@ int DriverConfig::changePolicy(PolicyChange& change) {
 int DriverConfig::recordForReboot(const PolicyChange& change) {
   if (const int error = updateDriverConfig(filterFile, change.file); error != 0) return error;
   eventlog::trace(kTag, "Applied the new policy. Unable to open the driver");
-  setPolApplicationDate(now());
+  // The date is for those who look at it; the policy is recorded without it.
+  ignoreResult(setPolApplicationDate(now()));
   return 0;
 }
 
 int DriverConfig::recordLoaded(const PolicyChange& change) {
   const int error = updateDriverConfig(filterFile, change.file);
   if (error == 0) {
-    setPolApplicationDate(now());
+    // As above.
+    ignoreResult(setPolApplicationDate(now()));
     return 0;
   }
   eventlog::trace(kTag, "Error ret from updateDriverConfig 2");

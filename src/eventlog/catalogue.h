@@ -34,7 +34,7 @@ struct CatalogueError {
   std::string describe() const;
 };
 
-std::optional<CatalogueError> parseCatalogue(std::string_view bytes, Catalogue& out);
+[[nodiscard]] std::optional<CatalogueError> parseCatalogue(std::string_view bytes, Catalogue& out);
 
 // The text with its insertions put in; an insertion that is not there is empty.
 std::string expandInsertions(std::string_view text, std::span<const std::string> insertions);

@@ -8,6 +8,7 @@
 #include "eventlog/record.h"
 #include "platform/paths.h"
 #include "util/dates.h"
+#include "util/ignore_result.h"
 
 namespace korvane::eventlog {
 namespace {
@@ -76,7 +77,8 @@ uint64_t LogFile::open() {
     }
   }
   _path.clear();
-  begin();
+  // The first line tries again.
+  ignoreResult(begin());
   return 0;
 }
 

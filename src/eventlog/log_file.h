@@ -20,7 +20,7 @@ class LogFile {
   // Goes on with the newest file there is, or begins one. Gives the sequence number of its last record.
   uint64_t open();
   // Writes a line whole, in one write.
-  int write(std::string_view line);
+  [[nodiscard]] int write(std::string_view line);
   const std::string& path() const { return _path; }
   uint64_t rolled() const { return _rolled; }
 
@@ -35,9 +35,9 @@ class LogFile {
 
   bool parseName(const std::string& name, Kept& out) const;
   std::vector<Kept> oldestFirst();
-  int begin();
-  int reopen();
-  int append(std::string_view line);
+  [[nodiscard]] int begin();
+  [[nodiscard]] int reopen();
+  [[nodiscard]] int append(std::string_view line);
   // The last bytes of the open file; notes whether its last line is torn.
   std::string readTail();
   uint64_t countLines();

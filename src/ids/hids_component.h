@@ -48,9 +48,9 @@ class HidsComponent : public HidsInterface {
   };
 
   // Hands over `pairs` in "<kind>.request" and waits for "<kind>.result". prefix: "IDS.Policy".
-  bool exchange(const std::string& kind, const char* prefix, PropertyList pairs);
-  bool awaitAnswer(const std::string& kind, const STRING& requestId, PropertyList& answer,
-                   int& failure);
+  [[nodiscard]] bool exchange(const std::string& kind, const char* prefix, PropertyList pairs);
+  [[nodiscard]] bool awaitAnswer(const std::string& kind, const STRING& requestId,
+                                 PropertyList& answer, int& failure);
   PropertyList readAgain();
   std::string path(const std::string& name) const;
 

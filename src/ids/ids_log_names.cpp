@@ -3,6 +3,7 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -33,7 +34,8 @@ bool takeIdsLogFile(HidsInterface& component, LogType type) {
 }
 
 bool takeIdsLogFiles(HidsInterface& component) {
-  component.reload();
+  // What was read before stays when the settings cannot be read now.
+  ignoreResult(component.reload());
   const bool hasEventFile = takeIdsLogFile(component, HIDS_LOG);
   takeIdsLogFile(component, HIDS_RT_LOG);
   return hasEventFile;

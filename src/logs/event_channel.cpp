@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "eventlog/event_log.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -34,7 +35,7 @@ bool EventChannel::start() {
 
 bool EventChannel::tend() {
   if (!start()) return false;
-  if (_transport.hasPeer()) receive(0);
+  if (_transport.hasPeer()) ignoreResult(receive(0));
   return true;
 }
 

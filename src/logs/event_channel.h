@@ -50,23 +50,23 @@ class EventChannel {
       : _transport(transport), _clock(clock) {}
 
   // Makes the pipe where there is none. Otherwise lastError() says why there still is none.
-  bool start();
+  [[nodiscard]] bool start();
   uint32_t lastError() const { return _transport.lastError(); }
   bool attached() const { return _attached != 0 && _attached == _transport.connection(); }
-  bool send(const std::string& notice);
+  [[nodiscard]] bool send(const std::string& notice);
   // Waits for a message at most about that long. What has come already is never waited for.
-  Heard receive(int waitMs);
+  [[nodiscard]] Heard receive(int waitMs);
   // Hears what has come while nothing is in flight; false without a pipe.
-  bool tend();
+  [[nodiscard]] bool tend();
   // Lets the client go, so that nothing it has still to say is ever heard.
   void drop();
   void interrupt() { _transport.interrupt(); }
 
  private:
   void noteClient();
-  Heard take(const std::string& text);
-  Heard takeSignal(const RPCRequest& request);
-  Heard broken(const std::string& what);
+  [[nodiscard]] Heard take(const std::string& text);
+  [[nodiscard]] Heard takeSignal(const RPCRequest& request);
+  [[nodiscard]] Heard broken(const std::string& what);
   void attach(const RPCRequest& request);
   void answer(const RPCResponse& response);
 

@@ -71,7 +71,7 @@ struct ParsedEvent : EventRecord {
 // Parses one line without its line end. The text is changed in place where a doubled quote becomes one;
 // scan::kBlock bytes behind it can be read. A line of a wrong event type is reported (event 10135) and
 // not accepted; `out` is undefined then.
-ParseResult parseEvent(char* line, size_t length, ParsedEvent& out);
+[[nodiscard]] ParseResult parseEvent(char* line, size_t length, ParsedEvent& out);
 
 // True when both are the same event: all fields equal but the sequence number and the time.
 bool sameEvent(const EventRecord& a, const EventRecord& b);
@@ -84,7 +84,8 @@ struct SplitResult {
   size_t count = 0;  // fields of the line; only the first kMaxFields have a slice
   bool quoted = false;
 };
-SplitResult splitFields(const char* line, size_t length, FieldSlice (&out)[kMaxFields]);
+[[nodiscard]] SplitResult splitFields(const char* line, size_t length,
+                                      FieldSlice (&out)[kMaxFields]);
 // Takes the enclosing quotes off a slice and undoes doubled quotes in it.
 FieldSlice unquoteInPlace(char* line, FieldSlice slice);
 

@@ -77,8 +77,12 @@ void FileLogPointer::load(platform::OpenMode mode) {
     return;
   }
   size_t got = 0;
-  file->read(&_leadingByte, 1, got);
-  file->read(_record.data(), _record.size(), got);
+  if (file->read(&_leadingByte, 1, got) != 0 ||
+      file->read(_record.data(), _record.size(), got) != 0) {
+    _record.fill(0);
+    eventlog::event(10176, "FileLogPointer", {_pointerFile});
+    return;
+  }
   const uint32_t count = load32(&_record[kCountAt]);
   if (count > kMaxEntries) {
     const int offset = getOffset();

@@ -5,6 +5,7 @@
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
 #include "util/errors.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -81,12 +82,14 @@ void FileLogSource::useFile(std::unique_ptr<platform::File> file, const STRING& 
 
 // 0 when nothing can be read near the offset; the file's position is behind the line that was tried.
 int64_t FileLogSource::offsetThatApplies(int64_t offset) {
-  _file->seek(offset - kResumptionLookBack);
+  // Before the file's beginning nothing is moved: a fresh file is at its beginning.
+  ignoreResult(_file->seek(offset - kResumptionLookBack));
   const bool utf16 = detectUtf16();
   _reader.attach(_file.get(), utf16, _file->tell());
   SourceLine line;
   const int error = _reader.next(line);
-  _file->seek(_reader.position());
+  // The reader moves the file itself before it reads on.
+  ignoreResult(_file->seek(_reader.position()));
   if (error != 0 || line.length > 0) return offset;
   _pointer->setOffset(0);
   return 0;
@@ -97,7 +100,8 @@ bool FileLogSource::detectUtf16() {
   size_t got = 0;
   if (_file->read(mark, sizeof mark, got) != 0 || got < sizeof mark) return false;
   if (mark[0] == 0xFF && mark[1] == 0xFE) return true;
-  _file->seek(0);
+  // As above.
+  ignoreResult(_file->seek(0));
   return false;
 }
 
@@ -116,7 +120,8 @@ void FileLogSource::awaitMark() {
     return;
   _markAwaited = false;
   const int64_t position = _reader.position();
-  _file->seek(0);
+  // As above.
+  ignoreResult(_file->seek(0));
   startReading(detectUtf16(), position);
 }
 
@@ -137,7 +142,8 @@ bool FileLogSource::readLine(SourceLine& line) {
   if (!_file) return false;
   if (_markAwaited) awaitMark();
   const int error = _reader.next(line);
-  setOffset(_reader.position());
+  // A position beyond what the pointer holds has been told of.
+  ignoreResult(setOffset(_reader.position()));
   if (error != 0) throw FileError(error, "readLineBuffered", "Error reading file");
   return line.length > 0;
 }
@@ -151,7 +157,8 @@ int FileLogSource::readRecord(STRING& line) {
 
 void FileLogSource::goTo(int64_t position) {
   _reader.seek(position);
-  setOffset(position);
+  // As above.
+  ignoreResult(setOffset(position));
 }
 
 bool FileLogSource::isEOF() {
@@ -191,7 +198,8 @@ void FileLogSource::switchToLog(const STRING& path) {
 void FileLogSource::moveDurablyTo(const STRING& path, int64_t offset) {
   closeLog();
   _pointer->setCurrentLogName(path);
-  setOffset(offset);
+  // As above.
+  ignoreResult(setOffset(offset));
   _pointer->writePointerDurably();
 }
 

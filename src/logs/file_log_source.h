@@ -43,7 +43,7 @@ class FileLogSource : public LogSource {
   // The core of readRecord: the line as UTF-8 where it was read, valid until the next call. False when
   // there is nothing. A line without an end at the end of the file is handed out as it stands;
   // goTo(line.start) goes back before it.
-  bool readLine(SourceLine& line);
+  [[nodiscard]] bool readLine(SourceLine& line);
   void goTo(int64_t position);
   // The position behind the last line read.
   int64_t position() const { return _reader.position(); }
@@ -68,15 +68,15 @@ class FileLogSource : public LogSource {
   LogPointer* pointer() const override { return _pointer.get(); }
 
  private:
-  bool openNamed(const STRING& name, int64_t offset);
+  [[nodiscard]] bool openNamed(const STRING& name, int64_t offset);
   void openCurrent(int64_t offset);
   void useFile(std::unique_ptr<platform::File> file, const STRING& name);
   int64_t offsetThatApplies(int64_t offset);
-  bool detectUtf16();
+  [[nodiscard]] bool detectUtf16();
   void startReading(bool utf16, int64_t offset);
   void awaitMark();
   void reportOpenFailure(const STRING& path);
-  bool setOffset(int64_t position);
+  [[nodiscard]] bool setOffset(int64_t position);
 
   platform::Files& _files;
   const LogType _type;

@@ -21,7 +21,7 @@ class HttpsLogDestination : public LogDestination {
   int writeBatch(const LogBatch& batch) override;
 
  private:
-  int judge(HttpsHandler& handler, int result, size_t records);
+  [[nodiscard]] int judge(HttpsHandler& handler, int result, size_t records);
   void report(const STRING& text);
 
   AgentConfig* const _config;

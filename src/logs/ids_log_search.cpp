@@ -2,6 +2,7 @@
 
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -14,7 +15,7 @@ constexpr int kNoticeInterval = 120;
 void IdsLogSearch::attempt() {
   if (done()) return;
   HidsInterface* const component = AgentConfig::getHIDSInterface();
-  if (component && _attempts > 0) component->reload();
+  if (component && _attempts > 0) ignoreResult(component->reload());
   ++_attempts;
   for (Name& name : _names)
     if (!name.done) attempt(component, name);

@@ -26,7 +26,7 @@ void LineReader::attach(platform::File* file, bool utf16, int64_t position) {
 void LineReader::seek(int64_t position) {
   _base = position;
   _begin = _end = 0;
-  _file->seek(position);
+  _seekError = _file->seek(position);
 }
 
 void LineReader::releaseMemory() {
@@ -38,6 +38,8 @@ void LineReader::releaseMemory() {
 }
 
 int LineReader::fill() {
+  // From any other place the lines would be others.
+  if (_seekError != 0) return _seekError;
   _buffer.resize(kBufferBytes);
   if (_begin > 0) {
     std::memmove(_buffer.data(), _buffer.data() + _begin, _end - _begin);

@@ -36,7 +36,7 @@ class LineReader {
   // Reads `file` from `position` on.
   void attach(platform::File* file, bool utf16, int64_t position);
   void detach() { _file = nullptr; }
-  int next(SourceLine& line);
+  [[nodiscard]] int next(SourceLine& line);
   // Goes on at `position`; what was read ahead is forgotten, so that appended bytes are seen.
   void seek(int64_t position);
   // The first byte that no line has been made of.
@@ -46,10 +46,10 @@ class LineReader {
   void releaseMemory();
 
  private:
-  int fill();
-  int findLineEnd(size_t limit, size_t& size, bool& found);
+  [[nodiscard]] int fill();
+  [[nodiscard]] int findLineEnd(size_t limit, size_t& size, bool& found);
   size_t lineFeedIn(size_t from, size_t to) const;
-  int skipRestOfLine(bool& found);
+  [[nodiscard]] int skipRestOfLine(bool& found);
   void take(size_t bytes, SourceLine& line);
   void convertUtf8(SourceLine& line);
   void convertUtf16(SourceLine& line);
@@ -61,6 +61,7 @@ class LineReader {
   ByteBuffer _converted;  // a line that could not be used where it was read
   size_t _begin = 0;      // unread bytes of _buffer: [_begin, _end)
   size_t _end = 0;
+  int _seekError = 0;
   int64_t _base = 0;  // file position of _buffer's first byte
 };
 

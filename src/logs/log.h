@@ -22,7 +22,7 @@ class Log {
   Log();
   virtual ~Log() = default;
   // Fills the record from one line; false when the line is rejected.
-  virtual bool parseLog(const STRING& line) = 0;
+  [[nodiscard]] virtual bool parseLog(const STRING& line) = 0;
   // Sets the fields in order, the extra ones included.
   virtual void setFields(const std::vector<STRING>& values);
   // Whether the record may be folded into a summary; it is sent in any case.

@@ -17,6 +17,7 @@
 #include "logs/log_reader.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -43,7 +44,7 @@ STRING currentLog(LogType type) {
 bool startsUtf16(platform::File& file) {
   char mark[kMarkBytes];
   size_t got = 0;
-  file.seek(0);
+  ignoreResult(file.seek(0));
   return file.read(mark, sizeof mark, got) == 0 && got == sizeof mark && mark[0] == '\xFF' &&
          mark[1] == '\xFE';
 }

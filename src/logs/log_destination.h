@@ -26,9 +26,9 @@ class LogDestination {
   virtual ~LogDestination() = default;
   // 0 when the batch, one list of (name, value) pairs a record, has been delivered; an error code
   // otherwise.
-  virtual int writeLog(const std::vector<PropertyList>& batch) = 0;
+  [[nodiscard]] virtual int writeLog(const std::vector<PropertyList>& batch) = 0;
   // The same for a batch whose body is made already.
-  virtual int writeBatch(const LogBatch& batch) { return writeLog(batch.pairs()); }
+  [[nodiscard]] virtual int writeBatch(const LogBatch& batch) { return writeLog(batch.pairs()); }
   // Whether writeBatch() uses the batch's body; it is empty otherwise.
   virtual bool takesBody() const { return true; }
   // Looks after a connection that is kept between batches; called about once a second. Never waits
@@ -38,6 +38,6 @@ class LogDestination {
 
 // The destination of the process's service type: the management server for type 1, the local event channel
 // for any other, where a batch goes only while `mayForward` says so.
-std::unique_ptr<LogDestination> makeLogDestination(std::function<bool()> mayForward);
+[[nodiscard]] std::unique_ptr<LogDestination> makeLogDestination(std::function<bool()> mayForward);
 
 }  // namespace korvane

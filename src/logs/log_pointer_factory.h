@@ -11,7 +11,8 @@ namespace korvane {
 class LogPointerFactory {
  public:
   // None for a type above 4, or when memory runs out.
-  static std::unique_ptr<LogPointer> createLogPointer(LogType type, const STRING& pointerFilePath);
+  [[nodiscard]] static std::unique_ptr<LogPointer> createLogPointer(LogType type,
+                                                                    const STRING& pointerFilePath);
 };
 
 }  // namespace korvane

@@ -36,13 +36,13 @@ class LogProcessor {
   virtual ~LogProcessor();
   // Removes a real-time log that has been sent; where that fails, it is renamed. True when the name is
   // free then. Does nothing for logs of other types.
-  virtual bool PostRealTimeProcessing(const STRING& file);
+  [[nodiscard]] virtual bool PostRealTimeProcessing(const STRING& file);
 
   // Reads and queues records; returns how many were read.
   int readRecords();
   // Writes the queue; returns the number of records written, 0 when there were none, or the negative of
   // the destination's error code; the records then stay queued.
-  int writeRecords();
+  [[nodiscard]] int writeRecords();
 
   LogType type() const { return _type; }
   bool enabled() const { return _enabled; }

@@ -37,7 +37,7 @@ class LogReader {
   static STRING fingerprint(const platform::FileInfo& info);
 
   // The next record of the log; false when there is none now. Ends a pass over the log then.
-  bool next(ParsedEvent& record);
+  [[nodiscard]] bool next(ParsedEvent& record);
   // True when the log has ended.
   bool atEnd();
   // The position behind the last record.
@@ -57,19 +57,19 @@ class LogReader {
   // Keeps the end of a log that could not be removed, when it would otherwise be read again.
   void stayAt(const FinishedLog& log);
   // A finished log that was still to be removed when the agent was ended; the caller removes it.
-  std::optional<FinishedLog> leftOver();
+  [[nodiscard]] std::optional<FinishedLog> leftOver();
 
   // The log to go on with from its beginning, when reading cannot go on in the open one.
-  std::optional<STRING> successor();
+  [[nodiscard]] std::optional<STRING> successor();
   void switchTo(const STRING& log);
   void releaseMemory() { _source.releaseMemory(); }
 
  private:
-  bool prepare();
-  bool openLog();
-  bool accepts(const SourceLine& line);
-  bool parse(const SourceLine& line, ParsedEvent& record);
-  bool pause();
+  [[nodiscard]] bool prepare();
+  [[nodiscard]] bool openLog();
+  [[nodiscard]] bool accepts(const SourceLine& line);
+  [[nodiscard]] bool parse(const SourceLine& line, ParsedEvent& record);
+  [[nodiscard]] bool pause();
   bool currentLogIsAnother() const;
   bool currentLogHasBegun() const;
   STRING logAfter(const STRING& finished);

@@ -16,7 +16,7 @@ class LogSource {
   // Appends the next line, without CR and LF at its end, to `line`; opens the log when it is closed.
   // Returns its length as read (code units of a UTF-16LE log, bytes of a UTF-8 one; the line end
   // counts), 0 when there was nothing. FileError when reading fails.
-  virtual int readRecord(STRING& line) = 0;
+  [[nodiscard]] virtual int readRecord(STRING& line) = 0;
   // True when no log is open or the open one is at its end.
   virtual bool isEOF() = 0;
   virtual void savePointer() = 0;

@@ -16,7 +16,7 @@ class LogWriter {
   LogWriter(LogType type, std::unique_ptr<LogDestination> destination);
 
   // 0 when the destination has the records, its error code otherwise. kNoDestination without one.
-  int write(const RecordQueue& queue);
+  [[nodiscard]] int write(const RecordQueue& queue);
   void tend();
   void releaseMemory() { _body.reset(); }
 

@@ -7,6 +7,7 @@
 #include "eventlog/event_log.h"
 #include "logs/event_notice.h"
 #include "logs/forwarding_counters.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -109,7 +110,7 @@ bool RpcLogDestination::awaitCarrier(size_t records) {
 // The channel is listened to meanwhile: a carrier may attach, or go.
 void RpcLogDestination::waitFor(int64_t milliseconds) {
   if (_channel.start())
-    _channel.receive(static_cast<int>(milliseconds));
+    ignoreResult(_channel.receive(static_cast<int>(milliseconds)));
   else
     shutdownToken().sleepFor(static_cast<uint32_t>(milliseconds));
 }

@@ -72,17 +72,17 @@ class RpcLogDestination : public LogDestination {
     bool answered() const { return leftCarrier() && answer; }
   };
 
-  int deliver(size_t records, const Compose& compose);
+  [[nodiscard]] int deliver(size_t records, const Compose& compose);
   bool mayGoOn() const;
-  bool awaitCarrier(size_t records);
+  [[nodiscard]] bool awaitCarrier(size_t records);
   void waitFor(int64_t milliseconds);
-  int attempt(size_t records, const Compose& compose);
-  bool await(Flight& flight, bool (Flight::*done)() const, int steps);
-  int fail(const Flight& flight, int code, const char* text);
-  int judge(const EventChannel::Heard& answer);
+  [[nodiscard]] int attempt(size_t records, const Compose& compose);
+  [[nodiscard]] bool await(Flight& flight, bool (Flight::*done)() const, int steps);
+  [[nodiscard]] int fail(const Flight& flight, int code, const char* text);
+  [[nodiscard]] int judge(const EventChannel::Heard& answer);
   void setDelay(const EventChannel::Heard& answer);
-  bool pause();
-  int finish(int code, size_t records);
+  [[nodiscard]] bool pause();
+  [[nodiscard]] int finish(int code, size_t records);
   void report(int code, size_t records);
 
   const std::unique_ptr<RPCTransportBase> _transport;

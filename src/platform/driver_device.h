@@ -31,11 +31,11 @@ class DeviceRequest {
   // Cancels a request that is still pending.
   virtual ~DeviceRequest() = default;
   // Sends the request. 0: finished already; 997: pending; anything else: failed at once.
-  virtual uint32_t issue() = 0;
+  [[nodiscard]] virtual uint32_t issue() = 0;
   // Waits for a pending request.
-  virtual DeviceWait wait(uint32_t timeoutMs) = 0;
+  [[nodiscard]] virtual DeviceWait wait(uint32_t timeoutMs) = 0;
   // The outcome of a request that was signalled: 0, 234 (more data) or another error.
-  virtual uint32_t result() = 0;
+  [[nodiscard]] virtual uint32_t result() = 0;
   // Gives a pending request up: it finishes with 995, or with what it had come to just before.
   virtual void cancel() = 0;
   // Makes wait(), the present call and every later one, return `interrupted` unless the request has
@@ -52,15 +52,16 @@ class Device {
   virtual ~Device() = default;
   // Prepares a request with a copy of `input` and room for outputSize bytes. Fails only when the
   // completion event cannot be had.
-  virtual uint32_t prepare(uint32_t controlCode, std::span<const std::byte> input,
-                           size_t outputSize, std::unique_ptr<DeviceRequest>& out) = 0;
+  [[nodiscard]] virtual uint32_t prepare(uint32_t controlCode, std::span<const std::byte> input,
+                                         size_t outputSize,
+                                         std::unique_ptr<DeviceRequest>& out) = 0;
 };
 
 class Devices {
  public:
   virtual ~Devices() = default;
   // Opens a device by its name ("\\.\KAVIPS") for reading and writing, shared with nobody.
-  virtual uint32_t open(const std::string& name, std::unique_ptr<Device>& out) = 0;
+  [[nodiscard]] virtual uint32_t open(const std::string& name, std::unique_ptr<Device>& out) = 0;
 };
 
 }  // namespace korvane::platform

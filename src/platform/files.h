@@ -45,16 +45,16 @@ class File {
  public:
   virtual ~File() = default;
   // Reads up to `size` bytes; `got` is less only at the end of the file.
-  virtual int read(void* buffer, size_t size, size_t& got) = 0;
+  [[nodiscard]] virtual int read(void* buffer, size_t size, size_t& got) = 0;
   // Writes all bytes or gives an error; in mode append, in one write to the system.
-  virtual int write(const void* bytes, size_t size) = 0;
+  [[nodiscard]] virtual int write(const void* bytes, size_t size) = 0;
   // Moves to `offset` bytes from the start; a negative offset is EINVAL and moves nothing.
-  virtual int seek(int64_t offset) = 0;
+  [[nodiscard]] virtual int seek(int64_t offset) = 0;
   virtual int64_t tell() = 0;
-  virtual int info(FileInfo& out) = 0;
-  virtual int truncate(uint64_t size) = 0;
+  [[nodiscard]] virtual int info(FileInfo& out) = 0;
+  [[nodiscard]] virtual int truncate(uint64_t size) = 0;
   // Returns when all that was written has reached the disk.
-  virtual int flush() = 0;
+  [[nodiscard]] virtual int flush() = 0;
 };
 
 // An exclusively opened lock file; given back by its destructor.
@@ -67,23 +67,25 @@ class Files {
  public:
   virtual ~Files() = default;
   virtual char separator() const = 0;
-  virtual int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) = 0;
+  [[nodiscard]] virtual int open(const std::string& path, OpenMode mode,
+                                 std::unique_ptr<File>& out) = 0;
   // Opens `path`, made when missing, for this holder alone; EACCES at once while another process or
   // another holder of this process has it.
-  virtual int lock(const std::string& path, std::unique_ptr<FileLock>& out) = 0;
-  virtual int info(const std::string& path, FileInfo& out) = 0;
+  [[nodiscard]] virtual int lock(const std::string& path, std::unique_ptr<FileLock>& out) = 0;
+  [[nodiscard]] virtual int info(const std::string& path, FileInfo& out) = 0;
   // Puts `from` in the place of `to` in one step: a reader sees the old file or the new one.
-  virtual int replace(const std::string& from, const std::string& to) = 0;
+  [[nodiscard]] virtual int replace(const std::string& from, const std::string& to) = 0;
   // Renames; EEXIST when `to` exists.
-  virtual int rename(const std::string& from, const std::string& to) = 0;
+  [[nodiscard]] virtual int rename(const std::string& from, const std::string& to) = 0;
   // Removes a file, or a directory that is empty.
-  virtual int remove(const std::string& path) = 0;
+  [[nodiscard]] virtual int remove(const std::string& path) = 0;
   // Makes the directory and those above it; no error when it exists.
-  virtual int makeDirectories(const std::string& path) = 0;
+  [[nodiscard]] virtual int makeDirectories(const std::string& path) = 0;
   // The entries, sorted by the bytes of their names.
-  virtual int list(const std::string& directory, std::vector<DirectoryEntry>& out) = 0;
+  [[nodiscard]] virtual int list(const std::string& directory,
+                                 std::vector<DirectoryEntry>& out) = 0;
   // Makes renames, creations and removals in `directory` durable.
-  virtual int flushDirectory(const std::string& directory) = 0;
+  [[nodiscard]] virtual int flushDirectory(const std::string& directory) = 0;
 };
 
 }  // namespace korvane::platform

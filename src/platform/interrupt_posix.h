@@ -27,7 +27,7 @@ class Interrupt {
 
 // Waits until `descriptor` has one of poll(2)'s `events`, an error or a hang-up. An interrupt wins
 // over readiness. `failed` leaves errno set.
-PollResult pollFor(int descriptor, short events, const Deadline& deadline,
-                   const Interrupt& interrupt);
+[[nodiscard]] PollResult pollFor(int descriptor, short events, const Deadline& deadline,
+                                 const Interrupt& interrupt);
 
 }  // namespace korvane::platform

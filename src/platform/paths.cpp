@@ -1,5 +1,7 @@
 #include "platform/paths.h"
 
+#include "util/ignore_result.h"
+
 #include <cerrno>
 
 namespace korvane::platform {
@@ -83,7 +85,8 @@ int writeFileAtomically(Files& files, const std::string& path, std::string_view 
   int error = writeAndFlush(files, temporary, bytes);
   if (!error) error = files.replace(temporary, path);
   if (error) {
-    files.remove(temporary);
+    // The error that is told is the one of the writing; the next writing empties the file.
+    ignoreResult(files.remove(temporary));
     return error;
   }
   const std::string directory = directoryOf(path);

@@ -23,17 +23,19 @@ bool isAbsolutePath(std::string_view path);
 bool fileExists(Files& files, const std::string& path);
 
 // Reads the whole file. EFBIG, and nothing read, when it holds more than maxBytes.
-int readWholeFile(Files& files, const std::string& path, uint64_t maxBytes, std::string& out);
+[[nodiscard]] int readWholeFile(Files& files, const std::string& path, uint64_t maxBytes,
+                                std::string& out);
 
 // Writes `path` so that a reader, or a machine that loses power at any instant, sees the old content or
 // the new one, never a part: a temporary file beside it ("<path>.new"), flushed, then put in its place,
 // then the directory flushed.
-int writeFileAtomically(Files& files, const std::string& path, std::string_view bytes);
+[[nodiscard]] int writeFileAtomically(Files& files, const std::string& path,
+                                      std::string_view bytes);
 
 // Removes a directory with all that lies in it, or a file; no error when it is not there. Goes on after a
 // failure and gives the first one.
-int removeTree(Files& files, const std::string& path);
+[[nodiscard]] int removeTree(Files& files, const std::string& path);
 // The same, but for the directory itself, which stays.
-int emptyDirectory(Files& files, const std::string& directory);
+[[nodiscard]] int emptyDirectory(Files& files, const std::string& directory);
 
 }  // namespace korvane::platform

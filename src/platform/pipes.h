@@ -38,13 +38,13 @@ class Pipe {
  public:
   virtual ~Pipe() = default;
   // How many bytes can be read. 230: no client has come yet. 109: the peer has gone and all is read.
-  virtual uint32_t peek(size_t& available) = 0;
+  [[nodiscard]] virtual uint32_t peek(size_t& available) = 0;
   // Reads at most `size` bytes; 232: none there, 109: as above.
-  virtual uint32_t read(void* buffer, size_t size, size_t& got) = 0;
+  [[nodiscard]] virtual uint32_t read(void* buffer, size_t size, size_t& got) = 0;
   // Writes a whole frame of at most 4096 bytes or, when there is no room, nothing: `written` is 0 then and
   // the call has not failed. 536: no client has come yet. 232: the peer has gone.
-  virtual uint32_t write(const void* bytes, size_t size, size_t& written) = 0;
-  virtual PipeWait wait(PipeEvent event, uint32_t timeoutMs) = 0;
+  [[nodiscard]] virtual uint32_t write(const void* bytes, size_t size, size_t& written) = 0;
+  [[nodiscard]] virtual PipeWait wait(PipeEvent event, uint32_t timeoutMs) = 0;
   // Whether wait() ends as soon as something has happened, so that a long one is as good as many short ones.
   virtual bool wakes() const { return false; }
   // Server's end, once bytes of the client have been read: whether the client may change what the agent
@@ -53,7 +53,7 @@ class Pipe {
   // Server's end: lets its client go and is as if made anew, for the next one; an interrupt stays. After an
   // error the end is good for nothing but its destruction. Windows: the pipe is closed and created again.
   // Linux: the client that waits is the next one.
-  virtual uint32_t renew() = 0;
+  [[nodiscard]] virtual uint32_t renew() = 0;
   // Makes wait(), the present call and every later one, end as interrupted. Any thread.
   virtual void interrupt() = 0;
 };
@@ -62,9 +62,9 @@ class Pipes {
  public:
   virtual ~Pipes() = default;
   // The server's end. 231: somebody serves that name already. 3, on Linux: no run directory is set.
-  virtual uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
+  [[nodiscard]] virtual uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
   // A client's end. 2: nobody serves that name. 231: the server has another client.
-  virtual uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
+  [[nodiscard]] virtual uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
 };
 
 // A pipe's name without "\\.\pipe\".

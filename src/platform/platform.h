@@ -48,7 +48,7 @@ class NativePlatform {
   virtual ~NativePlatform() = default;
   virtual Platform& platform() = 0;
 };
-std::unique_ptr<NativePlatform> makeNativePlatform(const NativeOptions& options);
+[[nodiscard]] std::unique_ptr<NativePlatform> makeNativePlatform(const NativeOptions& options);
 
 // The platform in use. Before one is set it is a native one without registry file and run directory.
 Platform& current();

@@ -21,12 +21,12 @@ class Process {
   // Leaves a process that still runs alone.
   virtual ~Process() = default;
   virtual uint64_t id() const = 0;
-  virtual ProcessWait wait(uint32_t timeoutMs) = 0;
+  [[nodiscard]] virtual ProcessWait wait(uint32_t timeoutMs) = 0;
   // The exit code of an ended process; false when it cannot be read. On Linux a process that a signal
   // ended has 128 plus the signal's number.
-  virtual bool exitCode(uint32_t& out) = 0;
+  [[nodiscard]] virtual bool exitCode(uint32_t& out) = 0;
   // Ends the process at once; 5 when it has ended already.
-  virtual uint32_t terminate() = 0;
+  [[nodiscard]] virtual uint32_t terminate() = 0;
   // Makes wait(), the present call and every later one, return `interrupted` unless the process has
   // ended. Any thread.
   virtual void interrupt() = 0;
@@ -37,8 +37,8 @@ class Processes {
   virtual ~Processes() = default;
   // Starts `program` (a full path, 87 otherwise) with the argument text `arguments`, hidden, inheriting
   // nothing. 2 when there is no such program, 5 when it may not be run, 193 when it is none.
-  virtual uint32_t start(const std::string& program, const std::string& arguments,
-                         std::unique_ptr<Process>& out) = 0;
+  [[nodiscard]] virtual uint32_t start(const std::string& program, const std::string& arguments,
+                                       std::unique_ptr<Process>& out) = 0;
   // True when a process with this image name ("KAVIDSService.exe", compared without case) runs. On Linux
   // the name of the program file or of its first argument counts, and a trailing ".exe" asked for is left out.
   virtual bool isRunning(const std::string& imageName) = 0;

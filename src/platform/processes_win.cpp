@@ -4,6 +4,7 @@
 #include "platform/native.h"
 #include "platform/paths.h"
 #include "platform/wide_win.h"
+#include "util/ignore_result.h"
 #include "util/string.h"
 
 // Behind windows.h, which it needs.
@@ -84,7 +85,8 @@ class WinProcesses final : public Processes {
     const KernelObject thread(made.hThread);
     auto process = std::make_unique<WinProcess>(KernelObject(made.hProcess), made.dwProcessId);
     if (!process->valid()) {
-      process->terminate();
+      // Without an event nobody could wait for the process.
+      ignoreResult(process->terminate());
       return kErrorNotEnoughMemory;
     }
     out = std::move(process);

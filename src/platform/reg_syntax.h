@@ -23,12 +23,12 @@ bool isRegName(std::string_view text);
 
 // Takes a quoted text with its escapes (\\ and \") from the front of `rest`; false when it does not
 // end.
-bool takeRegQuoted(std::string_view& rest, std::string& out);
+[[nodiscard]] bool takeRegQuoted(std::string_view& rest, std::string& out);
 
 // Reads what follows the "=" into `item`: a quoted text, "dword:" with 1 to 8 hex digits, hex(1)
 // and hex(4) with the bytes of the same types; any other "hex:" or "hex(n):" is kept verbatim.
 // False for anything else.
-bool readRegValue(std::string_view value, RegItem& item);
+[[nodiscard]] bool readRegValue(std::string_view value, RegItem& item);
 
 // Appends the item's line. A string that cannot stand between quotation marks (line ends, control
 // characters, unpaired surrogates) is written as hex(1).

@@ -21,18 +21,21 @@ class Registry {
  public:
   virtual ~Registry() = default;
   // 2 when the key or the value is missing, 13 when it has another type.
-  virtual uint32_t readString(std::string_view key, std::string_view name, STRING& out) = 0;
-  virtual uint32_t readDword(std::string_view key, std::string_view name, uint32_t& out) = 0;
+  [[nodiscard]] virtual uint32_t readString(std::string_view key, std::string_view name,
+                                            STRING& out) = 0;
+  [[nodiscard]] virtual uint32_t readDword(std::string_view key, std::string_view name,
+                                           uint32_t& out) = 0;
   // The key must exist (2 otherwise), the value need not. 87 for a name with control characters.
-  virtual uint32_t writeString(std::string_view key, std::string_view name,
-                               const STRING& value) = 0;
-  virtual uint32_t writeDword(std::string_view key, std::string_view name, uint32_t value) = 0;
+  [[nodiscard]] virtual uint32_t writeString(std::string_view key, std::string_view name,
+                                             const STRING& value) = 0;
+  [[nodiscard]] virtual uint32_t writeDword(std::string_view key, std::string_view name,
+                                            uint32_t value) = 0;
   // Makes a key and those above it; 0 when it exists, 5 when that is refused. On Linux keys below
   // "Software\Dalvora\Intrusion Security\agent\IPS\TestForPrevention" are refused when the driver
   // simulator says that prevention is in force.
-  virtual uint32_t createKey(std::string_view key) = 0;
+  [[nodiscard]] virtual uint32_t createKey(std::string_view key) = 0;
   // Removes a key with its values; 2 when it is missing, 5 when it has subkeys.
-  virtual uint32_t deleteKey(std::string_view key) = 0;
+  [[nodiscard]] virtual uint32_t deleteKey(std::string_view key) = 0;
   // What keeps the registry as a whole from being read, naming file and line; empty when nothing does.
   virtual std::string problem() = 0;
 };

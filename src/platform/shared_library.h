@@ -19,8 +19,8 @@ class SharedLibraries {
  public:
   virtual ~SharedLibraries() = default;
   // 87 for a path that is not absolute, 2 when there is no such file, 193 when it is not a library.
-  virtual uint32_t load(const std::string& path, std::unique_ptr<SharedLibrary>& out,
-                        std::string& detail) = 0;
+  [[nodiscard]] virtual uint32_t load(const std::string& path, std::unique_ptr<SharedLibrary>& out,
+                                      std::string& detail) = 0;
   // "kavipstranslator" -> "kavipstranslator.dll" or "libkavipstranslator.so".
   virtual std::string fileName(const std::string& baseName) const = 0;
 };

@@ -39,7 +39,7 @@ class Semaphore {
  public:
   virtual ~Semaphore() = default;
   // Adds `count`; false, and nothing added, when the maximum would be exceeded.
-  virtual bool release(uint32_t count) = 0;
+  [[nodiscard]] virtual bool release(uint32_t count) = 0;
   virtual WaitResult wait(uint32_t timeoutMs) = 0;
 };
 
@@ -48,7 +48,7 @@ class Mutex {
  public:
   virtual ~Mutex() = default;
   virtual void lock() = 0;
-  virtual bool tryLock() = 0;
+  [[nodiscard]] virtual bool tryLock() = 0;
   virtual void unlock() = 0;
 };
 
@@ -77,16 +77,17 @@ class ThreadLocalSlot {
 class Threading {
  public:
   virtual ~Threading() = default;
-  virtual std::unique_ptr<Event> createEvent(bool manualReset, bool signalled) = 0;
-  virtual std::unique_ptr<Semaphore> createSemaphore(uint32_t initial, uint32_t maximum) = 0;
-  virtual std::unique_ptr<Mutex> createMutex() = 0;
-  virtual std::unique_ptr<ThreadLocalSlot> createThreadLocalSlot() = 0;
+  [[nodiscard]] virtual std::unique_ptr<Event> createEvent(bool manualReset, bool signalled) = 0;
+  [[nodiscard]] virtual std::unique_ptr<Semaphore> createSemaphore(uint32_t initial,
+                                                                   uint32_t maximum) = 0;
+  [[nodiscard]] virtual std::unique_ptr<Mutex> createMutex() = 0;
+  [[nodiscard]] virtual std::unique_ptr<ThreadLocalSlot> createThreadLocalSlot() = 0;
   // Starts a thread that runs `body` once. stackBytes 0 means the system's default; a size below the
   // system's minimum is raised to it. `body` must not throw.
-  virtual std::unique_ptr<NativeThread> createThread(uint32_t stackBytes,
-                                                     std::function<void()> body) = 0;
+  [[nodiscard]] virtual std::unique_ptr<NativeThread> createThread(uint32_t stackBytes,
+                                                                   std::function<void()> body) = 0;
   // The calling thread, whoever started it: id and priority work, join answers failed.
-  virtual std::unique_ptr<NativeThread> adoptCurrentThread() = 0;
+  [[nodiscard]] virtual std::unique_ptr<NativeThread> adoptCurrentThread() = 0;
   virtual uint64_t currentThreadId() = 0;
 };
 

@@ -57,19 +57,19 @@ class Fifo {
   Fifo& operator=(const Fifo&) = delete;
   virtual ~Fifo();
   // Makes the server's end; one that is there lets its client go.
-  virtual bool create();
+  [[nodiscard]] virtual bool create();
   virtual void close();
   // Opens a client's end; true at once when it is open.
-  virtual bool open();
+  [[nodiscard]] virtual bool open();
 
-  bool readMessage(std::string& out, int waitMs, int readTimeoutMs);
-  bool writeMessage(const std::string& message, int timeoutMs);
+  [[nodiscard]] bool readMessage(std::string& out, int waitMs, int readTimeoutMs);
+  [[nodiscard]] bool writeMessage(const std::string& message, int timeoutMs);
 
   // Bytes moved, kTimeout or kPipeFailure.
-  int readBytes(void* buffer, size_t count, int timeoutMs);
-  int writeBytes(const void* buffer, size_t count, int timeoutMs);
+  [[nodiscard]] int readBytes(void* buffer, size_t count, int timeoutMs);
+  [[nodiscard]] int writeBytes(const void* buffer, size_t count, int timeoutMs);
   // True as soon as a byte can be read.
-  bool waitForData(int timeoutMs);
+  [[nodiscard]] bool waitForData(int timeoutMs);
 
   // Ends the present wait and every later one, of this pipe and those made after it.
   void interrupt();
@@ -86,18 +86,18 @@ class Fifo {
   uint64_t connection() const { return _connection; }
 
  private:
-  bool adopt(uint32_t error, std::unique_ptr<platform::Pipe> pipe);
+  [[nodiscard]] bool adopt(uint32_t error, std::unique_ptr<platform::Pipe> pipe);
   void closePipe();
-  bool renew();
+  [[nodiscard]] bool renew();
   void reset();
   uint32_t available(size_t& count);
-  uint32_t gather(size_t count);
-  bool step(platform::PipeEvent event, int leftMs = 0);
-  bool endRead(ReadEnd end);
+  [[nodiscard]] uint32_t gather(size_t count);
+  [[nodiscard]] bool step(platform::PipeEvent event, int leftMs = 0);
+  [[nodiscard]] bool endRead(ReadEnd end);
   // The first frame of a message, others passed over; then the rest of it.
-  bool readHeader(int waitMs, int readTimeoutMs, int64_t deadline);
-  bool readFrame(int readTimeoutMs, int64_t deadline);
-  bool writeFrame(int timeoutMs, int64_t deadline);
+  [[nodiscard]] bool readHeader(int waitMs, int readTimeoutMs, int64_t deadline);
+  [[nodiscard]] bool readFrame(int readTimeoutMs, int64_t deadline);
+  [[nodiscard]] bool writeFrame(int timeoutMs, int64_t deadline);
   int untilDeadline(int timeoutMs, int64_t deadline);
 
   platform::Pipes& _pipes;

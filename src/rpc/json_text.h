@@ -24,12 +24,12 @@ inline constexpr size_t kMaxJsonValues = 50000;
 inline constexpr size_t kLongTextBytes = 16 * 1024;
 
 // False for what is no JSON text, or one beyond the bounds; `out` is as it was then.
-bool parseJson(std::string_view text, JsonTree& out);
-bool parseJson(std::string&& text, JsonTree& out);
-inline bool parseJson(const std::string& text, JsonTree& out) {
+[[nodiscard]] bool parseJson(std::string_view text, JsonTree& out);
+[[nodiscard]] bool parseJson(std::string&& text, JsonTree& out);
+[[nodiscard]] inline bool parseJson(const std::string& text, JsonTree& out) {
   return parseJson(std::string_view(text), out);
 }
-inline bool parseJson(const char* text, JsonTree& out) {
+[[nodiscard]] inline bool parseJson(const char* text, JsonTree& out) {
   return parseJson(std::string_view(text), out);
 }
 

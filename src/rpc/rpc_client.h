@@ -69,7 +69,7 @@ class RPCClient {
  private:
   std::string requestText(const std::string& method, JsonTree&& params);
   void open(const std::string& method, int64_t deadline);
-  bool exchange(const std::string& request, int64_t deadline, RPCResponse& out);
+  [[nodiscard]] bool exchange(const std::string& request, int64_t deadline, RPCResponse& out);
   bool isAnswer(std::string&& text, RPCResponse& out) const;
   int remaining(int64_t deadline) const;
   [[noreturn]] void unreachable(uint32_t code, const std::string& method, const char* what);

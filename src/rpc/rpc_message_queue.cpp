@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "eventlog/event_log.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 
@@ -66,7 +67,8 @@ bool RPCMessageQueue::take(std::string&& text, RPCRequest& out) {
 void RPCMessageQueue::refuse(int code) {
   RPCResponse response;
   response.error = code;
-  send(std::move(response));
+  // A peer that does not take it has been let go.
+  ignoreResult(send(std::move(response)));
 }
 
 // A peer whose answer took long has not been silent.

@@ -30,16 +30,16 @@ class RPCMessageQueue {
       : _transport(transport), _clock(clock) {}
 
   // True with the next request; false when none came in about that time.
-  bool receive(RPCRequest& out, int waitMs);
+  [[nodiscard]] bool receive(RPCRequest& out, int waitMs);
   // Takes over what the response holds. False when the peer did not take it; it has been let go then.
   // Throws for an answer that cannot be written as JSON or is longer than a message may be; nothing has been
   // sent then.
-  bool answer(RPCResponse&& response);
+  [[nodiscard]] bool answer(RPCResponse&& response);
 
  private:
-  bool take(std::string&& text, RPCRequest& out);
+  [[nodiscard]] bool take(std::string&& text, RPCRequest& out);
   void refuse(int code);
-  bool send(RPCResponse&& response);
+  [[nodiscard]] bool send(RPCResponse&& response);
   void notePeer();
   void drop();
   // Whether the present peer has used up its time; `asks`: it has sent a request.

@@ -1,5 +1,7 @@
 #include "rpc/rpc_named_pipe.h"
 
+#include "util/ignore_result.h"
+
 namespace korvane {
 
 bool RPCNamedPipe::start() {
@@ -22,7 +24,8 @@ RPCReceive RPCNamedPipe::receive(std::string& message, int waitMs) {
 
 void RPCNamedPipe::drop() {
   if (_role == Role::server)
-    _fifo.create();
+    // start() tries again.
+    ignoreResult(_fifo.create());
   else
     _fifo.close();
 }

@@ -3,6 +3,7 @@
 #include <boost/property_tree/exceptions.hpp>
 
 #include "eventlog/event_log.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -51,13 +52,14 @@ void RPCServer::answer(RPCRequest& request) {
   respond(request, response);
   request.params.clear();
   try {
-    _queue.answer(std::move(response));
+    // A peer that does not take it has been let go.
+    ignoreResult(_queue.answer(std::move(response)));
   } catch (const std::exception& error) {
     eventlog::trace("RPC", "The answer of %s cannot be written: %s", request.name, error.what());
     RPCResponse failed;
     failed.id = request.id;
     failed.error = kRpcInternalError;
-    _queue.answer(std::move(failed));
+    ignoreResult(_queue.answer(std::move(failed)));
   }
 }
 

@@ -21,9 +21,9 @@ class RPCTransportBase {
  public:
   virtual ~RPCTransportBase() = default;
   // Makes the transport ready; true when it is already.
-  virtual bool start() = 0;
-  virtual RPCReceive receive(std::string& message, int waitMs) = 0;
-  virtual bool send(const std::string& message) = 0;
+  [[nodiscard]] virtual bool start() = 0;
+  [[nodiscard]] virtual RPCReceive receive(std::string& message, int waitMs) = 0;
+  [[nodiscard]] virtual bool send(const std::string& message) = 0;
   // Lets the present peer go; the server's end waits for the next one.
   virtual void drop() = 0;
   virtual bool hasPeer() = 0;

@@ -28,10 +28,10 @@ class Translator {
   static constexpr size_t kMaxValueLength = 32767;
 
   // path: the folder that holds the library, a full path.
-  static bool initialize(const STRING& path);
+  [[nodiscard]] static bool initialize(const STRING& path);
   // Replaces `list` by the function's values; empty and false when there is no library or no such
   // function.
-  static bool getFunctionValues(const STRING& name, std::vector<STRING>& list);
+  [[nodiscard]] static bool getFunctionValues(const STRING& name, std::vector<STRING>& list);
   // False also without a library: ask available() where the difference matters.
   static bool fileExists(const STRING& path);
   static bool available();

@@ -6,6 +6,7 @@
 #include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -75,8 +76,9 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   PropertyList rules;
   PropertyList idsSettings;
   if (handler.GetGeneralProperties(settings, identity) != 0) return;
-  handler.GetLogRules(rules);
-  handler.GetIDSProperties(idsSettings);
+  // An answer without them leaves the lists empty.
+  ignoreResult(handler.GetLogRules(rules));
+  ignoreResult(handler.GetIDSProperties(idsSettings));
   for (const Property& rule : rules)
     eventlog::trace(kSource, "UpdateThread::processConfigPolicyUpdates: Add Log Rule:%s",
                     rule.first);
@@ -88,16 +90,19 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (preventionInForce()) followBuiltInWish(settings);
   if (!settings.empty() && !_config->newConfiguration(settings))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
-  HttpsHandler().setUpdateResult(kind, result.code, result.text, identity);
+  // A failed exchange has told of itself; what the server still misses it offers again.
+  ignoreResult(HttpsHandler().setUpdateResult(kind, result.code, result.text, identity));
 }
 
 void UpdateThread::retranslateOnRequest() {
   if (!_config->getRetranslateNow()) return;
-  if (preventionInForce()) _policy.retranslatePolicy();
+  // The failure has been told as the policy's error.
+  if (preventionInForce()) ignoreResult(_policy.retranslatePolicy());
   // A stop leaves the request to the next start.
   if (_policy.stopped() || !_config->getRetranslateNow()) return;
   _config->setRetranslateNow(false);
-  _config->updateIniFile();
+  // What cannot be written now is written by one of the next loads.
+  ignoreResult(_config->updateIniFile());
 }
 
 }  // namespace korvane

@@ -3,6 +3,7 @@
 #include "archive/unpacking.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -33,11 +34,11 @@ bool putInPlace(const ContentKind& kind, const ContentPackage& package, const st
 void removeOthers(const ContentKind& kind, const std::string& name) {
   platform::Files& files = platform::current().files;
   std::vector<platform::DirectoryEntry> entries;
-  files.list(ContentKind::handOverDirectory(), entries);
+  ignoreResult(files.list(ContentKind::handOverDirectory(), entries));
   for (const platform::DirectoryEntry& entry : entries) {
     const bool ours = entry.name.starts_with(std::string(kind.shortName) + "-");
     if (entry.isDirectory && ours && entry.name != name)
-      platform::removeTree(files, pathOf(entry.name));
+      ignoreResult(platform::removeTree(files, pathOf(entry.name)));
   }
 }
 

@@ -23,7 +23,7 @@ class ContentPackage {
   // Reads the archive in the kind's directory and holds every unpacked file against it. Where the package has a
   // "package.properties", the product named there is the kind's, and when it states SHA-256 digests, every file
   // has one and matches it.
-  Outcome read(const ContentKind& kind, archive::Refusal& refusal);
+  [[nodiscard]] Outcome read(const ContentKind& kind, archive::Refusal& refusal);
 
   archive::ZipArchive archive() const { return {kContentArchive, _bytes}; }
   const std::string& digest() const { return _digest; }  // of the archive
@@ -33,9 +33,9 @@ class ContentPackage {
   std::string pointerText(const std::string& directory) const;
 
  private:
-  Outcome readArchive(const std::string& directory, archive::Refusal& refusal);
-  Outcome compareFiles(const std::string& directory, archive::Refusal& refusal);
-  bool checkProperties(const ContentKind& kind, archive::Refusal& refusal);
+  [[nodiscard]] Outcome readArchive(const std::string& directory, archive::Refusal& refusal);
+  [[nodiscard]] Outcome compareFiles(const std::string& directory, archive::Refusal& refusal);
+  [[nodiscard]] bool checkProperties(const ContentKind& kind, archive::Refusal& refusal);
 
   std::string _bytes;
   std::string _digest;

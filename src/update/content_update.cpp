@@ -8,6 +8,7 @@
 #include "platform/platform.h"
 #include "update/server_answer.h"
 #include "update/update_result.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -70,10 +71,12 @@ void ContentUpdate::processComponentUpdates() {
     for (const ContentKind& kind : contentKinds()) {
       std::string* bytes = nullptr;
       if ((wanted & kind.bit) && handler.getBinaryData(kind.binaryName, bytes) == 0)
-        processComponentData(kind.bit, bytes, kind.directory());
+        // It reports its own failure to the server.
+        ignoreResult(processComponentData(kind.bit, bytes, kind.directory()));
     }
   }
-  config.updateIniFile();
+  // What cannot be written now is written by one of the next loads.
+  ignoreResult(config.updateIniFile());
   _pending.clearContent();
 }
 
@@ -115,12 +118,14 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
     eventlog::event(kEventPackageRefused, kUnzipTag, {content->product, refusal.text()});
-    reporter.setUpdateResult(kind, kDiskFailure, "Error unzipping to disk.");
+    // A failed exchange has told of itself; what the server still misses it offers again.
+    ignoreResult(reporter.setUpdateResult(kind, kDiskFailure, "Error unzipping to disk."));
     return kDiskFailure;
   }
   eventlog::trace(kUnzipTag, "UnZip VexQEL Freshline content successfully to directory %s",
                   directory);
-  reporter.setUpdateResult(kind, 0, "No Error");
+  // A failed exchange has told of itself; what the server still misses it offers again.
+  ignoreResult(reporter.setUpdateResult(kind, 0, "No Error"));
   const Synchronized hold(contentLock());
   (AgentConfig::getInstance()->*content->setUpdateNow)(true);
   return 0;

@@ -30,13 +30,14 @@ class ContentUpdate {
 
   // Stores and unpacks one package and reports the result, which is returned too: 0 or 36. A stop that ends
   // the unpacking is not reported.
-  static int processComponentData(int kind, const std::string* bytes, const STRING& directory);
+  [[nodiscard]] static int processComponentData(int kind, const std::string* bytes,
+                                                const STRING& directory);
 
  private:
   // The kinds to be unpacked: those with a flag, and those that a refusal put off.
   int wantedKinds() const;
   // True when the server's answer may be used.
-  bool getComponentUpdate(HttpsHandler& handler, int wanted);
+  [[nodiscard]] bool getComponentUpdate(HttpsHandler& handler, int wanted);
 
   PendingUpdates& _pending;
   RetryGroup& _retry;

@@ -8,6 +8,7 @@
 #include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -79,7 +80,9 @@ void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
       installIdsPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, names);
   // What a stop cut short is fetched again after the next start.
   if (_policy.stopped()) return;
-  HttpsHandler().setUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, result.code, result.text, names);
+  // A failed exchange has told of itself; what the server still misses it offers again.
+  ignoreResult(HttpsHandler().setUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, result.code,
+                                              result.text, names));
 }
 
 UpdateResult UpdateThread::installIdsPolicy(std::string_view bytes,
@@ -123,7 +126,8 @@ void UpdateThread::retranslateIdsOnRequest() {
   }
   if (!_config->getRetranslateIDSNow()) return;
   _config->setRetranslateIDSNow(false);
-  _config->updateIniFile();
+  // What cannot be written now is written by one of the next loads.
+  ignoreResult(_config->updateIniFile());
 }
 
 }  // namespace korvane

@@ -7,6 +7,7 @@
 #include "platform/error_codes.h"
 #include "platform/platform.h"
 #include "platform/sockets.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -47,7 +48,8 @@ NotificationListener::NotificationListener(StopToken& threadStop) : _threadStop(
 NotificationListener::~NotificationListener() = default;
 
 void NotificationListener::closeListener() {
-  if (_listening) _listening->socket->shutdownBoth();
+  // A socket that is closed next need not be shut down in order.
+  if (_listening) ignoreResult(_listening->socket->shutdownBoth());
   _listening.reset();
   _failed = false;
   _port = -1;
@@ -132,7 +134,8 @@ NotificationListener::Outcome NotificationListener::takeConnection(int32_t& coun
   if (countdown > 0) countdown = std::max(countdown - waited, 0);
   eventlog::trace(kTag, "recv() returned. Now _pollingInterval is %ld sec...", countdown);
   if (!outcome.byte) eventlog::trace(kTag, "Failed to read notification message");
-  client->shutdownBoth();
+  // The peer may have gone already.
+  ignoreResult(client->shutdownBoth());
   return outcome;
 }
 

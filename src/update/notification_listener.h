@@ -44,17 +44,18 @@ class NotificationListener {
   NotificationListener& operator=(const NotificationListener&) = delete;
 
   // One look, as the settings have it. countdown: cycles to the next status, -1 without polling.
-  Outcome poll(int32_t& countdown);
+  [[nodiscard]] Outcome poll(int32_t& countdown);
 
  private:
   struct Listening;
 
   void closeListener();
-  bool listen();
-  bool giveUp();
-  Outcome takeConnection(int32_t& countdown);
-  std::optional<uint8_t> readByte(platform::Socket& client, int32_t seconds, int32_t& waited);
-  bool pause(platform::Socket& client, bool untilReadable);
+  [[nodiscard]] bool listen();
+  [[nodiscard]] bool giveUp();
+  [[nodiscard]] Outcome takeConnection(int32_t& countdown);
+  [[nodiscard]] std::optional<uint8_t> readByte(platform::Socket& client, int32_t seconds,
+                                                int32_t& waited);
+  [[nodiscard]] bool pause(platform::Socket& client, bool untilReadable);
 
   StopToken& _threadStop;
   int32_t _port = -1;

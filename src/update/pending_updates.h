@@ -32,7 +32,7 @@ struct PendingUpdates {
   void takePollingProperties(const PropertyList& properties);
   // Sets a flag for each bit of a notification, the update kinds 1 to 16; the others stay as they are. Bit
   // 32 says nothing. False, and nothing set, for a byte that is none: one of the two top bits is set.
-  bool takeNotification(uint8_t byte);
+  [[nodiscard]] bool takeNotification(uint8_t byte);
 };
 
 }  // namespace korvane

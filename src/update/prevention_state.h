@@ -29,6 +29,6 @@ inline constexpr char kPreventionDisabledText[] = "Prevention Disabled";
 inline constexpr int kIdsLogSearchRead = 0x2000;
 
 // Tries what a driver in force refuses: making a key of the test's own. True when the key could be made.
-bool preventionTestKeyCanBeMade();
+[[nodiscard]] bool preventionTestKeyCanBeMade();
 
 }  // namespace korvane

@@ -32,6 +32,6 @@ struct ServerAnswer {
 // Reads the handler's last answer. Accepted: event 10219 with the current server. Unknown agent: the
 // identifier that the request was made with is forgotten, so that the agent registers again, and event
 // 10217. Refused for another reason: the event `refusalEvent` with the server's text.
-ServerAnswer takeServerAnswer(HttpsHandler& handler, int refusalEvent);
+[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, int refusalEvent);
 
 }  // namespace korvane

@@ -15,6 +15,7 @@
 #include "update/update_result.h"
 #include "update/update_results_file.h"
 #include "util/dates.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -38,7 +39,8 @@ const PropertyList& failure() {
 }
 
 void report(int code, const char* text, const PropertyList& pairs = {}) {
-  HttpsHandler().setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, code, text, pairs);
+  // A failed exchange has told of itself; what the server still misses it offers again.
+  ignoreResult(HttpsHandler().setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, code, text, pairs));
 }
 
 bool keep(const std::string& path, std::string_view bytes, archive::Refusal& refusal) {
@@ -55,7 +57,8 @@ void makeUpdateDirectory(const std::string& directory) {
     eventlog::trace(kStepTag, "Directory already exists %s", directory);
   } else {
     eventlog::trace(kStepTag, "Creating %s", directory);
-    files.makeDirectories(directory);
+    // A folder that cannot be made shows in the unpacking.
+    ignoreResult(files.makeDirectories(directory));
   }
   eventlog::trace(kStepTag, "After Create Dir");
 }
@@ -79,7 +82,8 @@ bool unpackPackage(const std::string& directory, std::string_view bytes,
     eventlog::trace(kStepTag, "Failed to decompress %d", refusal.code());
     return false;
   }
-  PolicyProcessor::cleanUpdateDirectory(directory);
+  // What stays is overwritten, or the unpacking fails on it.
+  ignoreResult(PolicyProcessor::cleanUpdateDirectory(directory));
   if (keep(platform::joinPath(system.files, {directory, name}), bytes, refusal) &&
       unpacking.commit(refusal))
     return true;
@@ -137,28 +141,32 @@ void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& 
   if (!unpacked) {
     eventlog::event(kEventPackageRefused, kStepTag,
                     {propertyValue(results, "software.name"), refusal.text()});
-    PolicyProcessor::cleanUpdateDirectory(directory);
+    // What stays goes with the next package.
+    ignoreResult(PolicyProcessor::cleanUpdateDirectory(directory));
   }
   if (!writeResults(directory, unpacked ? results : failure()) || !unpacked)
     return report(kFailed, kFailedText, results);
   AgentConfig& config = *AgentConfig::getInstance();
   config.setSoftwareUpdateDirectory(directory);
-  config.updateIniFile();
+  // What cannot be written now is written by one of the next loads.
+  ignoreResult(config.updateIniFile());
   report(0, "No Error", results);
 }
 
 void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
   platform::Files& files = platform::current().files;
   std::string bytes;
-  platform::readWholeFile(files,
-                          platform::joinPath(files, {directory.toUtf8(), kUpdateResultsFile}),
-                          kLargestResults, bytes);
+  // Without a result the update has failed, which is what is reported.
+  ignoreResult(platform::readWholeFile(
+      files, platform::joinPath(files, {directory.toUtf8(), kUpdateResultsFile}), kLargestResults,
+      bytes));
   PropertyList pairs = parseUpdateResults(bytes);
   if (!findProperty(pairs, "result.errorcode"))
     pairs.insert(pairs.begin(), failure().begin(), failure().end());
   if (HttpsHandler().setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, pairs) != 0) return;
   AgentConfig::getInstance()->setSoftwareUpdateDirectory({});
-  AgentConfig::getInstance()->updateIniFile();
+  // What cannot be written now is written by one of the next loads.
+  ignoreResult(AgentConfig::getInstance()->updateIniFile());
 }
 
 }  // namespace korvane

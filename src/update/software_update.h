@@ -36,7 +36,7 @@ class SoftwareUpdate {
   static void sendUpdateResults(const STRING& directory);
 
  private:
-  bool askServer(HttpsHandler& handler);
+  [[nodiscard]] bool askServer(HttpsHandler& handler);
   static void takePackage(HttpsHandler& handler);
   static void installPackage(std::string_view bytes, const PropertyList& results);
 

@@ -6,6 +6,7 @@
 #include "update/prevention_state.h"
 #include "update/server_answer.h"
 #include "update/update_thread.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -36,7 +37,8 @@ void UpdateThread::sendAgentStatus() {
   if (answer.refused()) return;
   _bFirstPollRequired = false;
   PropertyList properties;
-  handler.GetPollingProperties(properties);
+  // An answer without them leaves the list empty.
+  ignoreResult(handler.GetPollingProperties(properties));
   if (properties.empty()) {
     eventlog::trace(kSource, "Received NO polling properties");
     return;
@@ -67,8 +69,10 @@ void UpdateThread::monitorPrevention() {
 
 void UpdateThread::monitorPolicyState() {
   if (!_config->hasPolicyStateChanged()) return;
-  if (_config->getPolicyStateCode() < 0) HttpsHandler().sendPolicyStateMessage();
-  if (_config->hasRealPolicyStateChanged()) _config->updateIniFile();
+  // A failed exchange has told of itself; what the server still misses it offers again.
+  if (_config->getPolicyStateCode() < 0) ignoreResult(HttpsHandler().sendPolicyStateMessage());
+  // What cannot be written now is written by one of the next loads.
+  if (_config->hasRealPolicyStateChanged()) ignoreResult(_config->updateIniFile());
   _config->setPolicyStateChanged(false);
 }
 

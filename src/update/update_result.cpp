@@ -1,6 +1,7 @@
 #include "update/update_result.h"
 
 #include "util/errors.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -11,7 +12,8 @@ constexpr int kCorruptResult = 51;
 
 UpdateResult readIdsResult(HidsInterface& ids, const STRING& prefix, const STRING& context) {
   PropertyList results;
-  ids.readResults(results);
+  // A result that cannot be read lacks its code.
+  ignoreResult(ids.readResults(results));
   const STRING* code = findProperty(results, prefix + ".ResultCode");
   const STRING* text = findProperty(results, prefix + ".ResultMessage");
   if (!code || !text) throw AgentError(kCorruptResult, "Corrupt HIDS result file.", context);

@@ -8,6 +8,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -61,8 +62,10 @@ void UpdateThread::cycle() {
 void UpdateThread::prepare() {
   if (_initialised) return;
   _config = AgentConfig::getInstance();
-  _policy.InitializePloicyHistory();
-  if (preventionInForce()) _policy.loadRetransItems();
+  // Without a history the policies are worked on all the same; that has been traced.
+  ignoreResult(_policy.InitializePloicyHistory());
+  // Without its items a policy is not checked for retranslation; that has been told.
+  if (preventionInForce()) ignoreResult(_policy.loadRetransItems());
   _pollingInterval = 0;
   reloadAutoRetransInterval();
   if (_config->updateInProgress())
@@ -144,7 +147,8 @@ void UpdateThread::notifyAppDataCollection() {
     _config->setAppDataRequested(true);
     _config->setAppDataRequestID(_pending.applicationRequestId);
   }
-  _config->UpdateAllIni();
+  // What cannot be written now is written by one of the next loads.
+  ignoreResult(_config->UpdateAllIni());
   eventlog::trace(kAppDataTag, "Posting the event");
   appDataRequests().post(shortcutsFile());
 }

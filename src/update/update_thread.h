@@ -63,7 +63,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   bool work();
   void stepCountdowns();
 
-  bool tcpNotification();
+  [[nodiscard]] bool tcpNotification();
 
   // Status and state
   bool statusDue();
@@ -75,7 +75,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
 
   // Configuration and policy
   void processConfigPolicyUpdates();
-  int takeConfigPolicyKinds();
+  [[nodiscard]] int takeConfigPolicyKinds();
   void applyConfiguration(HttpsHandler& handler, int kind);
   bool preventionInForce() const;
   void reloadAutoRetransInterval();
@@ -83,7 +83,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
 
   // The IDS component
   void processHIDSPolicyUpdate();
-  int takeIdsKinds();
+  [[nodiscard]] int takeIdsKinds();
   void applyIdsPolicy(HttpsHandler& handler);
   UpdateResult installIdsPolicy(std::string_view bytes, const PropertyList& properties);
   void retranslateIdsOnRequest();

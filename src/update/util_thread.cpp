@@ -8,6 +8,7 @@
 #include "update/policy/policy_turn.h"
 #include "update/prevention_state.h"
 #include "util/errors.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -53,8 +54,10 @@ void UtilThread::initialize() {
   const uint32_t interval = std::min<uint32_t>(_config->getAutoRetransInterval(), INT32_MAX);
   _timer = std::make_unique<RetranslationTimer>(static_cast<int32_t>(interval),
                                                 _config->autoRetransEnabled());
-  _policy.InitializePloicyHistory();
-  if (preventionInForce()) _policy.loadRetransItems();
+  // Without a history the policies are worked on all the same; that has been traced.
+  ignoreResult(_policy.InitializePloicyHistory());
+  // Without its items a policy is not checked for retranslation; that has been told.
+  if (preventionInForce()) ignoreResult(_policy.loadRetransItems());
   PolicyProcessor::RemovePrevHIDSPolicies();
 }
 
@@ -70,13 +73,16 @@ void UtilThread::workOnPolicy(bool retranslate) {
   const PolicyTurn turn;
   if (!turn.taken()) return;
   const uint64_t news = PolicyNews::number();
-  if (news != _policyNews && preventionInForce()) _policy.loadRetransItems();
+  // Without its items a policy is not checked for retranslation; that has been told.
+  if (news != _policyNews && preventionInForce()) ignoreResult(_policy.loadRetransItems());
   _policyNews = news;
-  if (retranslate) _policy.retranslatePolicy();
+  // The failure has been told as the policy's error.
+  if (retranslate) ignoreResult(_policy.retranslatePolicy());
 }
 
 void UtilThread::monitorPrevention() {
-  if (preventionInForce()) preventionTestKeyCanBeMade();
+  // It has traced what it found.
+  if (preventionInForce()) ignoreResult(preventionTestKeyCanBeMade());
 }
 
 void UtilThread::updateTimers() {

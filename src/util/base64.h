@@ -7,6 +7,6 @@
 namespace korvane {
 
 // False, and `out` empty, for a text that is none.
-bool decodeBase64(std::string_view text, std::string& out);
+[[nodiscard]] bool decodeBase64(std::string_view text, std::string& out);
 
 }  // namespace korvane

@@ -65,6 +65,17 @@ TEST_F(LineReaderTest, StripsLineEndsAndTellsWhatItRead) {
   }
 }
 
+TEST_F(LineReaderTest, ReadsNothingFromAPlaceThatItCouldNotGoTo) {
+  attach("one\ntwo\n", false);
+  files.failNth(platform::FileOperation::seek, 1, EIO, kLog);
+  SourceLine line;
+  _reader.seek(4);
+  EXPECT_EQ(_reader.next(line), EIO);
+  EXPECT_EQ(_reader.next(line), EIO);
+  _reader.seek(4);
+  EXPECT_EQ(text(next()), "two");
+}
+
 TEST_F(LineReaderTest, CutsOverlongLinesAndGoesOnBehindThem) {
   for (const bool utf16 : {false, true})
     for (const size_t length :

@@ -34,6 +34,17 @@ TEST_F(LogPointerTest, AMissingFileMeansTheDefaultsAndTheFirstSaveMakesIt) {
   EXPECT_EQ(content(), fileWith({}));
 }
 
+TEST_F(LogPointerTest, AFileThatCannotBeReadIsReportedAndMeansTheDefaults) {
+  fake.files.put(kPointerFile, fileWith({{1, wide("log.csv")}, {1025, "\x01\x02\x03\x04"}}));
+  for (const int nth : {1, 2}) {
+    files.failNth(FileOperation::read, nth, EIO, kPointerFile);
+    FileLogPointer pointer(kPointerFile);
+    EXPECT_EQ(pointer.getOffset(), 0);
+    EXPECT_TRUE(pointer.getCurrentLogName().empty());
+    EXPECT_EQ(events(10176), static_cast<size_t>(nth));
+  }
+}
+
 TEST_F(LogPointerTest, LiesInTheFileByteForByte) {
   const std::string bytes = fileWith({{0, "\x07"},
                                       {1, wide("C:\\log.csv")},

@@ -8,6 +8,7 @@
 #include "agentctl/output.h"
 #include "agentctl/settings_change.h"
 #include "config/properties_file.h"
+#include "util/ignore_result.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -50,7 +51,8 @@ ExitStatus version(Context& context) {
   PropertyList installed;
   std::string missing;
   try {
-    readPropertiesFile(context.installed("kav-version.properties"), installed);
+    // A file that is not there names no version.
+    ignoreResult(readPropertiesFile(context.installed("kav-version.properties"), installed));
   } catch (const Failure& failure) {
     missing = failure.what();
   }

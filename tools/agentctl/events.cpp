@@ -10,6 +10,7 @@
 #include "agentctl/json.h"
 #include "agentctl/own_log.h"
 #include "platform/paths.h"
+#include "util/ignore_result.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -107,7 +108,8 @@ eventlog::Catalogue readCatalogue(Context& context) {
   std::string bytes;
   eventlog::Catalogue catalogue;
   if (platform::readWholeFile(system.files, path, eventlog::kMaxCatalogueBytes, bytes) == 0)
-    eventlog::parseCatalogue(bytes, catalogue);
+    // Without the catalogue the events are shown by their numbers.
+    ignoreResult(eventlog::parseCatalogue(bytes, catalogue));
   return catalogue;
 }
 

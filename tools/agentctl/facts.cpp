@@ -13,6 +13,7 @@
 #include "logs/log_backlog.h"
 #include "platform/paths.h"
 #include "util/dates.h"
+#include "util/ignore_result.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -29,7 +30,8 @@ std::string primaryServer(const SettingsView& settings) {
 
 Json filedAgent(Context& context) {
   PropertyList version;
-  readPropertiesFile(context.installed("kav-version.properties"), version);
+  // A file that is not there names no version.
+  ignoreResult(readPropertiesFile(context.installed("kav-version.properties"), version));
   const STRING number = propertyValue(version, "version");
   const STRING build = propertyValue(version, "build.number");
   return {{"version", (build.empty() ? number : number + "." + build).toUtf8()},
@@ -112,7 +114,8 @@ void addFiles(Context& context, const std::string& folder, Json& out) {
   platform::Files& files = context.system().files;
   const std::string directory = context.installed(folder);
   std::vector<platform::DirectoryEntry> entries;
-  files.list(directory, entries);
+  // A folder that is not there has no files.
+  ignoreResult(files.list(directory, entries));
   for (const platform::DirectoryEntry& entry : entries) {
     platform::FileInfo info;
     if (entry.isDirectory ||

@@ -9,6 +9,7 @@
 #include "config/ini_text.h"
 #include "config/setting_store.h"
 #include "config/settings_table.h"
+#include "util/ignore_result.h"
 #include "util/utf8.h"
 
 namespace korvane::agentctl {
@@ -63,7 +64,8 @@ class Checker {
  public:
   Checker(std::string_view bytes, bool needsChecksum, std::vector<IniFinding>& out)
       : _bytes(bytes), _needsChecksum(needsChecksum), _out(out) {
-    parseIniText(bytes, _parsed);
+    // What cannot be parsed is what the check is there to find.
+    ignoreResult(parseIniText(bytes, _parsed));
   }
 
   void run() {

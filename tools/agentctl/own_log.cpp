@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "platform/paths.h"
+#include "util/ignore_result.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -126,7 +127,8 @@ bool parseRecord(std::string_view line, LogRecord& out) {
 std::vector<std::string> ownLogFiles(platform::Files& files, const std::string& directory) {
   std::vector<platform::DirectoryEntry> entries;
   std::map<Begin, std::string> paths;
-  files.list(directory, entries);
+  // A folder that is not there has no logs.
+  ignoreResult(files.list(directory, entries));
   for (const platform::DirectoryEntry& entry : entries) {
     const std::optional<Begin> begin = beginOf(entry.name);
     if (begin && !entry.isDirectory)

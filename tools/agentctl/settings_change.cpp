@@ -10,6 +10,7 @@
 #include "config/agent_config.h"
 #include "config/ini_files.h"
 #include "platform/paths.h"
+#include "util/ignore_result.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -82,7 +83,8 @@ void SettingsChange::checkMayWrite() const {
     throw Failure(error == EACCES || error == EPERM ? ExitStatus::notPermitted : ExitStatus::failed,
                   "nothing can be written to " + _directory + ", error " + std::to_string(error),
                   "Run this as the agent's account or as administrator.");
-  files.remove(probe);
+  // Empty, and emptied again by the next change.
+  ignoreResult(files.remove(probe));
   if (!IniFiles(_directory).lock(kTag))
     throw Failure(
         ExitStatus::failed,
@@ -95,7 +97,8 @@ void SettingsChange::write() {
   AgentConfig& config = *AgentConfig::getInstance();
   config.setWhoIsRunning(AgentConfig::RUNNING_CONFIG_TOOL);
   const AgentConfig::ChangeGroup group(config);
-  for (const Value& value : _values) config.setValue(value.key, value.after);
+  // The values have been checked.
+  for (const Value& value : _values) ignoreResult(config.setValue(value.key, value.after));
   if (!config.updateIniFile())
     throw Failure(
         ExitStatus::failed, IniFiles(_directory).agentIni() + " could not be written",

@@ -8,6 +8,7 @@
 #include "driver/driver_protocol.h"
 #include "platform/error_codes.h"
 #include "platform/paths.h"
+#include "util/ignore_result.h"
 #include "util/utf8.h"
 
 namespace korvane::simulator {
@@ -63,7 +64,8 @@ std::string DriverModel::state() const {
 
 std::string DriverModel::parameter(const char* name) {
   STRING value;
-  _system.registry.readString(kParametersKey, name, value);
+  // A value that is not there is empty.
+  ignoreResult(_system.registry.readString(kParametersKey, name, value));
   return value.toUtf8();
 }
 

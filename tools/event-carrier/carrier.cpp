@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "util/errors.h"
+#include "util/ignore_result.h"
 
 namespace korvane::event_carrier {
 namespace {
@@ -90,7 +91,8 @@ bool Carrier::receive(std::string& message) {
   if (!_pipe.waitForData(kWaitMs)) return false;
   if (_faults.takeIf(Fault::disconnectReading)) {
     char frame[Fifo::kFrameBytes];
-    _pipe.readBytes(frame, sizeof frame / 2, kFrameMs);
+    // The connection is ended whatever came.
+    ignoreResult(_pipe.readBytes(frame, sizeof frame / 2, kFrameMs));
     tell(nameOf(Fault::disconnectReading), {}, 0);
     _pipe.close();
     return false;
@@ -151,7 +153,8 @@ void Carrier::answer(const Notice& notice, Fault fault) {
 bool Carrier::sent(const Notice& notice, Fault fault) {
   if (fault == Fault::loseSent) return true;
   if (fault == Fault::garbage) {
-    _pipe.writeMessage("{ no JSON", kFrameMs);
+    // A connection that has gone is found by the next step.
+    ignoreResult(_pipe.writeMessage("{ no JSON", kFrameMs));
     return false;
   }
   const bool mixedUp = fault == Fault::mixUpSent;

@@ -90,7 +90,8 @@ bool IdsFiles::resume() {
     failFile(error, "open", _path);
   char mark[2] = {};
   size_t got = 0;
-  _file->read(mark, sizeof mark, got);
+  if (const int error = _file->read(mark, sizeof mark, got); error != 0)
+    failFile(error, "read", _path);
   const bool isUtf16 = got == 2 && mark[0] == '\xFF' && mark[1] == '\xFE';
   _fileEncoding = isUtf16 ? Encoding::utf16 : Encoding::utf8;
   mendEnd();
@@ -101,14 +102,16 @@ bool IdsFiles::resume() {
 // A writer that was ended in the middle of a line leaves it without its end.
 void IdsFiles::mendEnd() {
   platform::FileInfo info;
-  _file->info(info);
+  if (const int error = _file->info(info); error != 0) failFile(error, "look at", _path);
   const int64_t unit = _fileEncoding == Encoding::utf16 ? 2 : 1;
   const int64_t whole = static_cast<int64_t>(info.size) / unit * unit;
   char last[2] = {};
   size_t got = 0;
-  _file->truncate(static_cast<uint64_t>(whole));
-  if (_file->seek(whole - unit) == 0) _file->read(last, static_cast<size_t>(unit), got);
-  _file->seek(whole);
+  int error = _file->truncate(static_cast<uint64_t>(whole));
+  if (error == 0 && whole > 0) error = _file->seek(whole - unit);
+  if (error == 0 && whole > 0) error = _file->read(last, static_cast<size_t>(unit), got);
+  if (error == 0) error = _file->seek(whole);
+  if (error != 0) failFile(error, "mend the end of", _path);
   if (whole > 0 && last[0] != '\n') append("\n");
 }
 

@@ -4,6 +4,7 @@
 
 #include "ids-writer/settings_file.h"
 #include "platform/paths.h"
+#include "util/ignore_result.h"
 
 namespace korvane::ids_writer {
 namespace {
@@ -65,8 +66,10 @@ Requests::Requests(platform::Platform& system, std::string directory, Answer sta
 
 std::string Requests::read(const std::string& name) const {
   std::string text;
-  platform::readWholeFile(_system.files, platform::joinPath(_system.files, {_directory, name}),
-                          kMaxRequestBytes, text);
+  // A file that is not there holds no request.
+  ignoreResult(platform::readWholeFile(_system.files,
+                                       platform::joinPath(_system.files, {_directory, name}),
+                                       kMaxRequestBytes, text));
   return text;
 }
 

@@ -6,6 +6,7 @@
 
 #include "platform/paths.h"
 #include "util/errors.h"
+#include "util/ignore_result.h"
 
 namespace korvane::ids_writer {
 namespace {
@@ -43,7 +44,9 @@ void failFile(int error, const char* operation, const std::string& path) {
 
 std::string readSettings(platform::Platform& system, const std::string& directory) {
   std::string text;
-  platform::readWholeFile(system.files, settingsPath(system, directory), kMaxSettingsBytes, text);
+  // A file that is not there has no settings.
+  ignoreResult(platform::readWholeFile(system.files, settingsPath(system, directory),
+                                       kMaxSettingsBytes, text));
   return text;
 }
 

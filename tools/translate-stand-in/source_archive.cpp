@@ -1,6 +1,7 @@
 #include "translate-stand-in/source_archive.h"
 
 #include <set>
+#include <stdexcept>
 
 #include "archive/zip_archive.h"
 #include "archive/zip_writer.h"
@@ -27,7 +28,7 @@ std::set<std::string> applicationEntries(const archive::ZipArchive& zip) {
 std::string packPolicy(std::string_view text) {
   archive::ZipWriter zip(kPolicyEntry);
   archive::Refusal refusal;
-  zip.add(kPolicyEntry, text, refusal);
+  if (!zip.add(kPolicyEntry, text, refusal)) throw std::runtime_error(refusal.text());
   return zip.finish();
 }
 

@@ -24,7 +24,7 @@ class CAPABILITY("mutex") RecursiveMutex {
   RecursiveMutex& operator=(const RecursiveMutex&) = delete;
 
   void lock() ACQUIRE();
-  bool tryLock() TRY_ACQUIRE(true);
+  [[nodiscard]] bool tryLock() TRY_ACQUIRE(true);
   void unlock() RELEASE();
 
  private:
@@ -38,7 +38,7 @@ class CAPABILITY("mutex") Win32Mutex {
   Win32Mutex& operator=(const Win32Mutex&) = delete;
 
   void lock() ACQUIRE();
-  bool tryLock() TRY_ACQUIRE(true);
+  [[nodiscard]] bool tryLock() TRY_ACQUIRE(true);
   void unlock() RELEASE();
 
  private:

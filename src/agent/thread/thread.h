@@ -88,7 +88,7 @@ class Thread {
   ThreadCondition& condition();
   // Waits on the condition, at most timeoutMs; false when the time ran out. Returns at once when a
   // stop has been requested. The caller holds lock(), once.
-  bool waitOnCondition(uint32_t timeoutMs);
+  [[nodiscard]] bool waitOnCondition(uint32_t timeoutMs);
 
  private:
   // What object and operating-system thread share; the thread keeps it for the steps that follow the

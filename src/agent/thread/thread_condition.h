@@ -24,14 +24,14 @@ class ThreadCondition {
 
   // Waits for a broadcast, at most timeoutMs; false when the time ran out.
   // "ThreadCondition::wait()", 8.
-  bool wait(uint32_t timeoutMs = platform::kInfinite) NO_THREAD_SAFETY_ANALYSIS;
+  [[nodiscard]] bool wait(uint32_t timeoutMs = platform::kInfinite) NO_THREAD_SAFETY_ANALYSIS;
   // Wakes every waiter; returns when all of them have left the semaphore.
   // "ThreadCondition::broadcast()", 13.
   void broadcast();
 
  private:
   platform::WaitResult awaitSemaphore(uint32_t timeoutMs);
-  bool releaseWaiters();
+  [[nodiscard]] bool releaseWaiters();
 
   RecursiveMutex& _mutex;
   std::unique_ptr<platform::Semaphore> _semaphore;  // initial 0, maximum 2147483647

@@ -31,15 +31,15 @@ struct Thread::Control {
   platform::NativeThread* joinable();
   bool stopRequested();
   // True when the caller is the thread itself and must raise ThreadDeathException.
-  bool stop();
+  [[nodiscard]] bool stop();
   void start();
-  bool wait(uint32_t timeoutMs) REQUIRES(lock);
+  [[nodiscard]] bool wait(uint32_t timeoutMs) REQUIRES(lock);
   void setPriority(ThreadPriority priority);
   void setSelfDelete();
   // The thread's last act on its object; true when the caller is to delete the object.
-  bool finish();
+  [[nodiscard]] bool finish();
   // True when the object will delete itself at its end; false when the caller may delete it.
-  bool leaveToItself();
+  [[nodiscard]] bool leaveToItself();
   Parting part();
 
   std::unique_ptr<platform::NativeThread> native GUARDED_BY(lock);

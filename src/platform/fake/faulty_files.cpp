@@ -13,6 +13,10 @@ class FaultyFile final : public ForwardingFile {
     if (const int error = _owner.strike(FileOperation::read, _path)) return error;
     return _to->read(buffer, size, got);
   }
+  int seek(int64_t offset) override {
+    if (const int error = _owner.strike(FileOperation::seek, _path)) return error;
+    return _to->seek(offset);
+  }
   int write(const void* bytes, size_t size) override {
     if (const int error = _owner.strike(FileOperation::write, _path)) return error;
     return _to->write(bytes, size);

@@ -17,6 +17,7 @@ namespace korvane::platform {
 enum class FileOperation {
   open,
   read,
+  seek,
   write,
   truncate,
   flush,

@@ -4,6 +4,7 @@
 
 #include "platform/fake/manual_clock.h"
 #include "platform/paths.h"
+#include "util/ignore_result.h"
 
 namespace korvane::platform {
 
@@ -35,7 +36,7 @@ class RecordedFile final : public ForwardingFile {
 
   int write(const void* bytes, size_t size) override {
     FileInfo before;
-    _to->info(before);
+    ignoreResult(_to->info(before));
     const uint64_t offset =
         _mode == OpenMode::append ? before.size : static_cast<uint64_t>(_to->tell());
     const int error = _to->write(bytes, size);
@@ -57,7 +58,7 @@ class RecordedFile final : public ForwardingFile {
  private:
   int recorded(int error, Kind kind, uint64_t offset) {
     FileInfo info;
-    _to->info(info);
+    ignoreResult(_to->info(info));
     if (!error) _owner.record({kind, _path, info.identity, offset, {}, {}});
     return error;
   }
@@ -191,7 +192,8 @@ void RecordingFiles::crash(size_t entries, DataLoss data, NameLoss names, Memory
     replay.contents[file.first].sure = file.second;
   }
   for (size_t i = 0; i < std::min(entries, _journal.size()); ++i) replay.apply(_journal[i]);
-  for (const std::string& directory : replay.directories) disk.makeDirectories(directory);
+  for (const std::string& directory : replay.directories)
+    ignoreResult(disk.makeDirectories(directory));
   for (const auto& [path, file] : names == NameLoss::none ? replay.names : replay.sureNames)
     disk.put(path, replay.contents[file].after(data));
 }

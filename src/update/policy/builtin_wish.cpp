@@ -1,6 +1,7 @@
 #include "update/policy/builtin_wish.h"
 
 #include "driver/driver_config.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 
@@ -8,9 +9,10 @@ void followBuiltInWish(const PropertyList& settings) {
   const STRING* wish = findProperty(settings, "use.builtin.policy");
   if (!wish || wish->toBool() == DriverConfig::usingBuiltIn()) return;
   if (wish->toBool())
-    DriverConfig::useBuiltIn();
+    // A driver that refuses leaves its policy as it was and has said so in the log.
+    ignoreResult(DriverConfig::useBuiltIn());
   else
-    DriverConfig::newPolicy(DriverConfig::getMinusFile());
+    ignoreResult(DriverConfig::newPolicy(DriverConfig::getMinusFile()));
 }
 
 }  // namespace korvane

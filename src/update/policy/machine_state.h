@@ -25,15 +25,16 @@ class MachineState {
   //
   // An environment variable is the machine's, as its registry has it, and where that has none, this
   // process's; an empty one is missing. A registry value that is neither text nor number is missing.
-  bool read(RetransItem& item);
+  [[nodiscard]] bool read(RetransItem& item);
 
  protected:
-  virtual bool pathExists(const std::string& path, bool& exists);
-  virtual bool addresses(std::vector<std::string>& out);
+  [[nodiscard]] virtual bool pathExists(const std::string& path, bool& exists);
+  [[nodiscard]] virtual bool addresses(std::vector<std::string>& out);
 
  private:
-  bool readRegistry(const std::string& key, const std::string& name, RetransItem& item);
-  bool readEnvironment(RetransItem& item);
+  [[nodiscard]] bool readRegistry(const std::string& key, const std::string& name,
+                                  RetransItem& item);
+  [[nodiscard]] bool readEnvironment(RetransItem& item);
 
   platform::Platform& _system;
 };

@@ -7,6 +7,7 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -142,7 +143,8 @@ bool PolicyChange::begin() {
   if (!takeState() || !removeStaleBackups()) return false;
   if (const int error = writePolicyJournal(_journal)) {
     fail("Cannot write", policyJournalPath(), error);
-    removePolicyJournal();
+    // A journal that stays is undone by the next start, to what still stands.
+    ignoreResult(removePolicyJournal());
     return false;
   }
   return true;
@@ -185,7 +187,8 @@ bool PolicyChange::commit(const std::function<void()>& record) {
   int error = removePolicyJournal();
   if (error != 0) error = removePolicyJournal();
   if (error != 0) {
-    writePolicyJournal(_journal);
+    // The file that could not be removed holds the same.
+    ignoreResult(writePolicyJournal(_journal));
     return fail("Cannot remove", policyJournalPath(), error);
   }
   for (const std::string& backup : {_files.oldMinus, _files.oldItems})

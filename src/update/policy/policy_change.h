@@ -26,23 +26,23 @@ class PolicyChange {
   }
 
   // Undoes first what an earlier change has left; false also when that fails.
-  bool begin();
-  bool takeMinus();
-  bool takeItems();
+  [[nodiscard]] bool begin();
+  [[nodiscard]] bool takeMinus();
+  [[nodiscard]] bool takeItems();
   // record: puts the new settings into AgentConfig; they are written together.
-  bool commit(const std::function<void()>& record);
+  [[nodiscard]] bool commit(const std::function<void()>& record);
   // Everything as it was. driverUntouched: the driver surely has its former policy.
   // False when something is left to do; the journal stays then.
-  bool undo(bool driverUntouched);
+  [[nodiscard]] bool undo(bool driverUntouched);
 
   bool hadPolicy() const { return _journal.hadMinus; }
   const STRING& problem() const { return _problem; }
 
  private:
-  bool takeState();
-  bool removeStaleBackups();
-  bool exchange(const std::string& fresh, const std::string& path, const std::string& backup,
-                bool hadFile);
+  [[nodiscard]] bool takeState();
+  [[nodiscard]] bool removeStaleBackups();
+  [[nodiscard]] bool exchange(const std::string& fresh, const std::string& path,
+                              const std::string& backup, bool hadFile);
   bool fail(const char* what, const std::string& path, int error);
 
   const PolicyFiles _files;
@@ -58,6 +58,6 @@ enum class Reconciled {
 };
 
 // Undoes the change that the journal tells of, if there is one.
-Reconciled reconcilePolicy();
+[[nodiscard]] Reconciled reconcilePolicy();
 
 }  // namespace korvane

@@ -27,9 +27,9 @@ enum class Presence { absent, present, unknown };
 Presence presenceOf(const std::string& path);
 
 // Removes a file; also fine when there is none.
-int removeIfThere(const std::string& path);
+[[nodiscard]] int removeIfThere(const std::string& path);
 // What another program wrote reaches the disk.
-int flushFile(const std::string& path);
+[[nodiscard]] int flushFile(const std::string& path);
 // True when both can be read and hold the same bytes; read in pieces.
 bool sameContent(const std::string& one, const std::string& other);
 

@@ -41,7 +41,7 @@ class PolicyHistory {
   static constexpr uint64_t kMaxHistoryBytes = 1 << 20;
   static constexpr size_t kMaxErrorUnits = 4096;  // an error's text is cut there
 
-  bool initialize();
+  [[nodiscard]] bool initialize();
   bool enabled() const { return _enabled; }
   void add(const char* file, const HistoryRecord& record);
 
@@ -58,6 +58,6 @@ class PolicyHistory {
 std::string historyLine(const HistoryRecord& record);
 std::vector<std::string> historyFields(std::string_view line);
 // False for a line that is no record, the heading and a cut one included.
-bool parseHistoryLine(std::string_view line, HistoryRecord& out);
+[[nodiscard]] bool parseHistoryLine(std::string_view line, HistoryRecord& out);
 
 }  // namespace korvane

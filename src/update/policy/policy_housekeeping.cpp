@@ -7,6 +7,7 @@
 #include "platform/platform.h"
 #include "update/policy/policy_attempt.h"
 #include "update/policy/policy_journal.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -43,14 +44,16 @@ bool PolicyProcessor::translateHIDSPolicy(const STRING& plusFile, STRING& result
   }
   Attempt attempt(plusFile, {});
   const std::string errorFile = getPolicyBase(plusFile).toUtf8() + ".err";
-  removeIfThere(errorFile);
-  removeIfThere(attempt.files.freshMinus);
+  // What cannot be removed now is overwritten or swept later.
+  ignoreResult(removeIfThere(errorFile));
+  ignoreResult(removeIfThere(attempt.files.freshMinus));
   const int code =
       RunTranslator("-hidsagent", plusFile, errorFile, attempt.files.freshMinus, STRING());
   if (code != 0 && !_stopped) _errorText = getTranslationError(code, errorFile);
   const bool done = code == 0 && !_stopped && takeHIDSResult(attempt.files);
-  removeIfThere(errorFile);
-  if (!done) removeIfThere(attempt.files.freshMinus);
+  // What cannot be removed now is overwritten or swept later.
+  ignoreResult(removeIfThere(errorFile));
+  if (!done) ignoreResult(removeIfThere(attempt.files.freshMinus));
   if (_stopped) return false;
   attempt.record.resultCode = code;
   attempt.record.errorText = _errorText;

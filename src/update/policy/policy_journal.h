@@ -39,13 +39,13 @@ inline constexpr uint64_t kMaxJournalBytes = 1 << 20;
 
 std::string policyJournalText(const PolicyJournal& journal);
 // False, and `out` as it was, for a text that is not a whole journal.
-bool parsePolicyJournal(std::string_view text, PolicyJournal& out);
+[[nodiscard]] bool parsePolicyJournal(std::string_view text, PolicyJournal& out);
 
 std::string policyJournalPath();
 // ENOENT: no change is under way.
-int readPolicyJournal(PolicyJournal& out);
+[[nodiscard]] int readPolicyJournal(PolicyJournal& out);
 // Both are durable when they return 0.
-int writePolicyJournal(const PolicyJournal& journal);
-int removePolicyJournal();
+[[nodiscard]] int writePolicyJournal(const PolicyJournal& journal);
+[[nodiscard]] int removePolicyJournal();
 
 }  // namespace korvane

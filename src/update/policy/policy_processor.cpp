@@ -12,6 +12,7 @@
 #include "update/policy/policy_change.h"
 #include "update/policy/translator_program.h"
 #include "util/dates.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -114,7 +115,8 @@ bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {
       system().files.flushDirectory(driverDirectory()) != 0)
     eventlog::trace(kTag, "The fresh items cannot be kept: %s", files.items);
   discard(files);
-  loadRetransItems();
+  // Without its items a policy is not checked for retranslation; that has been told.
+  ignoreResult(loadRetransItems());
   return true;
 }
 
@@ -122,7 +124,8 @@ bool PolicyProcessor::load(Attempt& attempt, const Received* received) {
   PolicyChange change(attempt.plusFile);
   if (!change.begin()) return giveUp(attempt, kNotRecorded, change.problem());
   if (!change.takeMinus()) {
-    change.undo(true);
+    // Undoing tells of its own failure.
+    ignoreResult(change.undo(true));
     return giveUp(attempt, kNotRecorded, change.problem());
   }
   return loadIntoDriver(change, attempt) && recordLoaded(change, attempt, received);
@@ -132,7 +135,9 @@ bool PolicyProcessor::loadIntoDriver(PolicyChange& change, Attempt& attempt) {
   const int result = DriverConfig::newPolicy(attempt.files.minus);
   if (result == 0) return true;
   const STRING text = DriverConfig::getErrorMessage();
-  change.undo(result == NotifyResult::finishedWithError || result == NotifyResult::notOpened);
+  // Undoing tells of its own failure.
+  ignoreResult(
+      change.undo(result == NotifyResult::finishedWithError || result == NotifyResult::notOpened));
   // A stop ends the wait for the driver; what that came to is not the policy's fault.
   _stopped = shutdownToken().requested();
   return _stopped ? false : giveUp(attempt, kDriverResultBase + result, text);
@@ -156,7 +161,8 @@ bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
   });
   if (!held) {
     const STRING problem = change.problem();
-    change.undo(false);
+    // Undoing tells of its own failure.
+    ignoreResult(change.undo(false));
     return giveUp(attempt, kNotRecorded, problem);
   }
   if (hadPolicy && !_retranslating) eventlog::event(kEventInForce, kTag, {attempt.record.version});
@@ -187,11 +193,13 @@ bool PolicyProcessor::retranslatePolicy() {
     loaded = translatePolicy(config.getPlusPolicyFile());
     config.setRetranslationActive(false);
     _retranslating = false;
-    if (loaded) loadRetransItems();
+    // Without its items a policy is not checked for retranslation; that has been told.
+    if (loaded) ignoreResult(loadRetransItems());
   }
   if (!_stopped && config.getRetranslateNow()) {
     config.setRetranslateNow(false);
-    config.updateIniFile();
+    // What cannot be written now is written by one of the next loads.
+    ignoreResult(config.updateIniFile());
   }
   return loaded;
 }

@@ -55,7 +55,7 @@ class PolicyProcessor {
   // run did not finish and removes what is left over in the folder "driver". The outcome is the policy error,
   // told to the server by reportOutstanding(). False when the driver could not be put back; the next start, or
   // the next change, tries again.
-  static bool reconcile();
+  [[nodiscard]] static bool reconcile();
   // Tells the server what it has not been told yet: the outcome of reconcile(), and of a policy whose report
   // failed or did not come about before the last stop. For the moments at which a status is due, before the
   // prevention test; without anything outstanding it does nothing.
@@ -65,33 +65,33 @@ class PolicyProcessor {
   static void sendPolicyReturnStatus();
 
   // Makes the folder "history" and its files; false, and no history from then on, when that fails.
-  bool InitializePloicyHistory();
+  [[nodiscard]] bool InitializePloicyHistory();
 
   // Takes the policy of the handler's last answer: saves, translates and loads it, records it in agent.ini,
   // removes the former one's files, reads its items and tells the server how that went. True when it is in
   // force. An answer that says that there is no policy is reported as kNoNewPolicy.
-  bool receivePolicy(HttpsHandler& handler);
+  [[nodiscard]] bool receivePolicy(HttpsHandler& handler);
   // The same for these bytes; properties: "policy.name" and "policy.path".
-  bool installPolicy(std::string_view bytes, const PropertyList& properties);
+  [[nodiscard]] bool installPolicy(std::string_view bytes, const PropertyList& properties);
 
   // Translates and loads the policy that agent.ini names, unless the built-in one is in force, and then
   // takes the request (AgentConfig::getRetranslateNow) back. True when the driver took a new policy; its items
   // have been read then. Whether prevention is on is the caller's to ask.
-  bool retranslatePolicy();
+  [[nodiscard]] bool retranslatePolicy();
   // Translates and loads the policy of this plus file. True only when the driver took a new one: not when the
   // result is what it has already. Recording another plus file in agent.ini is installPolicy()'s.
-  bool translatePolicy(const STRING& plusFile);
+  [[nodiscard]] bool translatePolicy(const STRING& plusFile);
   // Translates an IDS policy; resultFile is the file for the IDS component, beside the plus file. What came
   // of it stays until the same plus file is translated again or RemovePrevHIDSPolicies() finds agent.ini
   // ("ids.plus.policy.file") naming another.
-  bool translateHIDSPolicy(const STRING& plusFile, STRING& resultFile);
+  [[nodiscard]] bool translateHIDSPolicy(const STRING& plusFile, STRING& resultFile);
   // Why the last operation answered false; empty when the policy had not changed, and after a success.
   const STRING& errorText() const { return _errorText; }
   // The last operation answered false because the agent stops: there is nothing to report.
   bool stopped() const { return _stopped; }
 
   // The items of the policy that agent.ini names.
-  bool loadRetransItems();
+  [[nodiscard]] bool loadRetransItems();
   // Sets the request for a retranslation when this machine has changed; true then.
   bool checkRetrans();
 
@@ -101,8 +101,9 @@ class PolicyProcessor {
   static STRING getPolicyBase(const STRING& path);
   static STRING getPolicyFileName(const STRING& path);
   // Runs the translator to its end; its exit code, 0 when that cannot be read, 100 when it cannot be started.
-  int RunTranslator(const STRING& agentArg, const STRING& plusFile, const STRING& out1,
-                    const STRING& out2, const STRING& prevItemsFile);
+  [[nodiscard]] int RunTranslator(const STRING& agentArg, const STRING& plusFile,
+                                  const STRING& out1, const STRING& out2,
+                                  const STRING& prevItemsFile);
   static STRING getTranslationError(int code, const STRING& out1);
   // Removes a plus file with its minus and items file and empties the name.
   static void removeOldPolicyFiles(STRING& oldPlusFile);
@@ -110,24 +111,24 @@ class PolicyProcessor {
   // agent.ini nor the driver's settings name.
   static void RemovePrevHIDSPolicies();
   // Removes everything in a directory, the directory itself stays. False when something is left.
-  static bool cleanUpdateDirectory(const STRING& directory);
+  [[nodiscard]] static bool cleanUpdateDirectory(const STRING& directory);
 
  private:
   struct Received;
   struct Attempt;
 
   // The steps of translatePolicy(); received: the policy is a new one of the server.
-  bool translate(const STRING& plusFile, const Received* received);
-  bool runTranslatorFor(Attempt& attempt);
-  bool takeUnchanged(const Attempt& attempt);
-  bool load(Attempt& attempt, const Received* received);
-  bool loadIntoDriver(PolicyChange& change, Attempt& attempt);
-  bool recordLoaded(PolicyChange& change, Attempt& attempt, const Received* received);
-  bool giveUp(Attempt& attempt, int code, const STRING& text);
-  bool takeHIDSResult(const PolicyFiles& files);
+  [[nodiscard]] bool translate(const STRING& plusFile, const Received* received);
+  [[nodiscard]] bool runTranslatorFor(Attempt& attempt);
+  [[nodiscard]] bool takeUnchanged(const Attempt& attempt);
+  [[nodiscard]] bool load(Attempt& attempt, const Received* received);
+  [[nodiscard]] bool loadIntoDriver(PolicyChange& change, Attempt& attempt);
+  [[nodiscard]] bool recordLoaded(PolicyChange& change, Attempt& attempt, const Received* received);
+  [[nodiscard]] bool giveUp(Attempt& attempt, int code, const STRING& text);
+  [[nodiscard]] bool takeHIDSResult(const PolicyFiles& files);
 
-  bool canTranslate(const STRING& plusFile, const char* context);
-  bool refuse(int code, const STRING& text);
+  [[nodiscard]] bool canTranslate(const STRING& plusFile, const char* context);
+  [[nodiscard]] bool refuse(int code, const STRING& text);
   static void report(int code, const STRING& text);
 
   void UpdateHistoryIPS(const Attempt& attempt);

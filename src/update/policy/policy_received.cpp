@@ -12,6 +12,7 @@
 #include "update/policy/policy_change.h"
 #include "update/policy/policy_news.h"
 #include "util/dates.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -61,7 +62,8 @@ int writeNewFile(const std::string& path, const char* data, size_t size) {
   if (error == 0) return 0;
   eventlog::trace(kSaveTag, "Cannot write to file : %s", path);
   file.reset();
-  removeIfThere(path);
+  // The error that is told is the one of the writing.
+  ignoreResult(removeIfThere(path));
   return error;
 }
 
@@ -179,7 +181,8 @@ bool PolicyProcessor::installPolicy(std::string_view bytes, const PropertyList& 
   }
   if (!former.empty() && former != plusFile) removeOldPolicyFiles(former);
   sweepPolicyFolder(driverDirectory());
-  loadRetransItems();
+  // Without its items a policy is not checked for retranslation; that has been told.
+  ignoreResult(loadRetransItems());
   report(0, kNoError);
   return true;
 }
@@ -191,7 +194,8 @@ STRING PolicyProcessor::savePolicyToFile(const char* data, size_t size) {
     eventlog::trace(kSaveTag, "Policy plus file is empty.");
     return {};
   }
-  platform::current().files.makeDirectories(driverDirectory());
+  // A folder that cannot be made shows in the writing of the file.
+  ignoreResult(platform::current().files.makeDirectories(driverDirectory()));
   const std::string path = newPlusFile();
   if (const int error = writeNewFile(path, data, size)) {
     _errorText = (error < 0 ? "Cannot open file " : "Cannot write to file : ") + path;

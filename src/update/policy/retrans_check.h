@@ -21,7 +21,7 @@ class RetransCheck {
  public:
   // Replaces the items by those of the file at `path`, a full path. False when it was not read; a
   // missing file is only traced.
-  bool loadRetransItems(const STRING& path);
+  [[nodiscard]] bool loadRetransItems(const STRING& path);
   // Compares the items with the machine, tracing each change, and sets the request for a
   // retranslation (AgentConfig::setRetranslateNow) when there is one; true then. With the built-in
   // policy in force nothing is compared.

@@ -43,7 +43,8 @@ inline constexpr size_t kMaxItems = 4096;
 inline constexpr size_t kMaxItemFieldBytes = 32767;  // before escaping
 
 // Replaces `out`; after an error it is empty.
-bool parseRetransItems(std::string_view text, RetransItems& out, ItemsProblem& problem);
+[[nodiscard]] bool parseRetransItems(std::string_view text, RetransItems& out,
+                                     ItemsProblem& problem);
 // The file's text. What goes beyond the bounds is the caller's fault and is not read back.
 std::string retransItemsText(const RetransItems& items);
 

@@ -10,6 +10,7 @@
 #include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -63,7 +64,8 @@ TranslatorResult waitFor(platform::Process& process) {
   }
   if (outcome != platform::ProcessWait::ended) {
     // Nobody could tell any more when it is done with its outputs.
-    process.terminate();
+    // A process that has just ended cannot be terminated.
+    ignoreResult(process.terminate());
     result.stopped = outcome == platform::ProcessWait::interrupted;
     result.exitCode = kTranslatorNotStarted;
     eventlog::event(kEventEnded, kTag, {process.id()});

@@ -24,7 +24,7 @@ struct TranslatorResult {
 
 inline constexpr int kTranslatorNotStarted = 100;
 
-TranslatorResult runTranslator(const TranslatorCall& call);
+[[nodiscard]] TranslatorResult runTranslator(const TranslatorCall& call);
 // Why a translation failed: the text that the program left in its first output.
 STRING translationError(int exitCode, const STRING& out1);
 
