@@ -121,13 +121,18 @@ void AgentConfig::setPolicyError(int code, const STRING& text) {
   // A text that is too long for the file is refused; the code says enough then.
   ignoreResult(_state->assign(rowOf(Key::policyErrorCode), STRING::fromInt(code)));
   ignoreResult(_state->assign(rowOf(Key::policyErrorString), text));
+  _state->policyErrorText = oneLine(text);
 }
 
 int AgentConfig::getPolicyErrorCode() const {
   return _state->number(Key::policyErrorCode);
 }
+
+// The file keeps no blank at a value's end, the server is told the text as it was set.
 STRING AgentConfig::getPolicyErrorStr() const {
-  return _state->text(Key::policyErrorString);
+  const Synchronized hold(_state->lock);
+  const STRING stored = _state->settings.text(Key::policyErrorString);
+  return _state->policyErrorText.trimmed() == stored ? _state->policyErrorText : stored;
 }
 
 bool AgentConfig::hasPolicyErrorChanged() const {

@@ -84,6 +84,7 @@ struct AgentConfigState {
   STRING policyStateText GUARDED_BY(lock);
   bool policyStateChanged GUARDED_BY(lock) = false;
   bool realPolicyStateChanged GUARDED_BY(lock) = false;
+  STRING policyErrorText GUARDED_BY(lock);  // as it was set, with the blanks at its ends
   int reportedError GUARDED_BY(lock) = 0;
   STRING reportedErrorText GUARDED_BY(lock);
   bool errorChangeForced GUARDED_BY(lock) = false;

@@ -136,12 +136,16 @@ bool isKeyName(const STRING& key) {
   return true;
 }
 
-STRING lineValue(const STRING& value) {
+STRING oneLine(const STRING& value) {
   std::u16string text = value.utf16();
   for (char16_t& unit : text) {
     if (unit < 0x20) unit = u' ';
   }
-  return STRING(std::move(text)).trimmed();
+  return STRING(std::move(text));
+}
+
+STRING lineValue(const STRING& value) {
+  return oneLine(value).trimmed();
 }
 
 }  // namespace korvane

@@ -52,7 +52,9 @@ class IniWriter {
 
 // True for a name that can stand before the "=" of a line.
 bool isKeyName(const STRING& key);
-// The value as a line can hold it: control characters become blanks, blanks at both ends go.
+// The value on one line: control characters become blanks.
+STRING oneLine(const STRING& value);
+// The value as a line of the file keeps it: oneLine() without the blanks at both ends.
 STRING lineValue(const STRING& value);
 
 }  // namespace korvane

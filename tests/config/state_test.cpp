@@ -110,6 +110,11 @@ TEST_F(StateTest, MarksOfThePolicy) {
   EXPECT_TRUE(config().hasPolicyErrorChanged());
   EXPECT_FALSE(restart().hasPolicyErrorChanged()) << "what the file holds was reported";
   EXPECT_EQ(config().getPolicyErrorStr(), STRING("bad"));
+  config().setPolicyError(11264, "IPS Enabled.\n");
+  EXPECT_EQ(config().getPolicyErrorStr(), STRING("IPS Enabled. "));
+  config().setPolicyErrorChanged(false);
+  EXPECT_FALSE(config().hasPolicyErrorChanged());
+  EXPECT_EQ(restart().getPolicyErrorStr(), STRING("IPS Enabled."));
 
   EXPECT_FALSE(config().useBuiltInPolicyChanged());
   config().setUseBuiltInPolicy(true);
