@@ -166,9 +166,8 @@ class Player {
     const size_t blank = line.rest.find(' ');
     std::string text;
     for (const std::string& part : line.body) text += part + "\n";
-    world().machine.fake.files.put(std::string(SimulatedMachine::kRoot) + "/" +
-                                       line.rest.substr(0, blank),
-                                   text);
+    world().machine.fake.files.put(
+        std::string(SimulatedMachine::kRoot) + "/" + line.rest.substr(0, blank), text);
   }
   void driver(const Line& line) {
     DriverState state = world().driver;
@@ -330,7 +329,8 @@ class Player {
   }
   void make(const Remains* remains) {
     MachineOptions options;
-    options.settings = _settings + "agent.id=guid-7\npolling.interval=60\nautoretrans.enabled=false\n";
+    options.settings =
+        _settings + "agent.id=guid-7\npolling.interval=60\nautoretrans.enabled=false\n";
     if (!_url.empty()) options.url = _url;
     _world.emplace(options, remains);
   }
@@ -367,22 +367,35 @@ class Player {
 };
 
 const std::map<std::string, Player::Act> Player::kWords = {
-    {"setting", &Player::setting},   {"url", &Player::url},
-    {"file", &Player::file},         {"driver", &Player::driver},
-    {"translator", &Player::translator}, {"prevention", &Player::prevention},
-    {"reboot", &Player::reboot},     {"ids", &Player::ids},
-    {"always", &Player::always},     {"->", &Player::agentSends},
-    {"<-", &Player::serverAnswers},  {"during", &Player::during},
-    {"stored", &Player::stored},     {"event", &Player::event},
-    {"trace", &Player::trace},       {"no", &Player::no},
-    {"runs", &Player::runs},         {"asked", &Player::asked},
-    {"kill", &Player::kill},         {"restart", &Player::restart},
-    {"notify", &Player::notify},     {"pause", &Player::pause},
+    {"setting", &Player::setting},
+    {"url", &Player::url},
+    {"file", &Player::file},
+    {"driver", &Player::driver},
+    {"translator", &Player::translator},
+    {"prevention", &Player::prevention},
+    {"reboot", &Player::reboot},
+    {"ids", &Player::ids},
+    {"always", &Player::always},
+    {"->", &Player::agentSends},
+    {"<-", &Player::serverAnswers},
+    {"during", &Player::during},
+    {"stored", &Player::stored},
+    {"event", &Player::event},
+    {"trace", &Player::trace},
+    {"no", &Player::no},
+    {"runs", &Player::runs},
+    {"asked", &Player::asked},
+    {"kill", &Player::kill},
+    {"restart", &Player::restart},
+    {"notify", &Player::notify},
+    {"pause", &Player::pause},
 };
 
 class Conversations : public testing::TestWithParam<Conversation> {};
 
-TEST_P(Conversations, Agree) { Player(GetParam()).play(); }
+TEST_P(Conversations, Agree) {
+  Player(GetParam()).play();
+}
 
 std::string nameOf(const testing::TestParamInfo<Conversation>& info) {
   std::string name = info.param.subject + "_" + info.param.name;
