@@ -161,7 +161,6 @@ class Player {
     }
     world().machine.fake.files.put(SimulatedMachine::kIni, edited);
   }
-  void url(const Line& line) { _url = line.rest; }
   void file(const Line& line) {
     const size_t blank = line.rest.find(' ');
     std::string text;
@@ -209,8 +208,14 @@ class Player {
     ASSERT_EQ(request.path, path) << request.body;
     std::vector<std::string> lines = split(request.body, '\n');
     for (const auto& [name, value] : request.headers) lines.push_back(name + "=" + value);
-    for (const std::string& wanted : line.body)
+    size_t last = 0;
+    for (const std::string& wanted : line.body) {
       EXPECT_TRUE(holds(lines, wanted)) << wanted << "\n" << request.body;
+      if (!line.rest.ends_with("in order")) continue;
+      const size_t at = request.body.find("\n" + wanted.substr(0, wanted.find_first_of("=~") + 1));
+      EXPECT_GT(at, last) << wanted << "\n" << request.body;
+      last = at;
+    }
   }
   void serverAnswers(const Line& line) {
     ASSERT_TRUE(_open) << "there is nothing to answer";
@@ -331,7 +336,6 @@ class Player {
     MachineOptions options;
     options.settings =
         _settings + "agent.id=guid-7\npolling.interval=60\nautoretrans.enabled=false\n";
-    if (!_url.empty()) options.url = _url;
     _world.emplace(options, remains);
   }
   World& world() {
@@ -360,7 +364,7 @@ class Player {
   }
 
   const Conversation& _conversation;
-  std::string _settings, _url;
+  std::string _settings;
   std::optional<World> _world;
   bool _open = false;  // the exchange that is held has been looked at
   size_t _linesBefore = 0, _callsBefore = 0;
@@ -368,7 +372,7 @@ class Player {
 
 const std::map<std::string, Player::Act> Player::kWords = {
     {"setting", &Player::setting},
-    {"url", &Player::url},
+
     {"file", &Player::file},
     {"driver", &Player::driver},
     {"translator", &Player::translator},

@@ -175,7 +175,8 @@ class World {
     switch (call.controlCode) {
       case KAVIPS_QUERY_POLICY:
         record[0] = std::byte{driver.builtin};
-        putText(record, KAVIPS_POLICY_NAME_OFFSET, driver.builtin ? "Built-in" : driver.policy.name);
+        putText(record, KAVIPS_POLICY_NAME_OFFSET,
+                driver.builtin ? "Built-in" : driver.policy.name);
         putText(record, KAVIPS_POLICY_VERSION_OFFSET, driver.builtin ? "1" : driver.policy.version);
         putText(record, KAVIPS_POLICY_ID_OFFSET, driver.builtin ? "builtin-id" : driver.policy.id);
         return DeviceScript::atOnce(0, record);
