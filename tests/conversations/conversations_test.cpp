@@ -82,6 +82,7 @@ class Player {
     const auto& request = *world().held;
     ASSERT_EQ(request.path, path) << request.body;
     std::vector<std::string> lines = split(request.body, '\n');
+    lines.push_back("Host=" + request.host);
     for (const auto& [name, value] : request.headers) lines.push_back(name + "=" + value);
     size_t last = 0;
     for (const std::string& wanted : line.body) {
@@ -133,9 +134,11 @@ class Player {
     for (const int64_t end = now() + std::stoll(line.rest) * 1000; now() < end;) pass(100);
   }
 
-  // In agent.ini.
+  // "stored key=value" in agent.ini, "fallback key=value" in fallback.ini.
   void stored(Line line) {
-    const std::string ini = world().machine.ini();
+    const std::string ini = world().machine.fake.files.content(
+        world().machine.kRoot +
+        std::string(line.word == "fallback" ? "/IPS/fallback.ini" : "/IPS/agent.ini"));
     const size_t at = ini.find("\n" + line.rest.substr(0, line.rest.find_first_of("=~")) + "=");
     EXPECT_TRUE(holds(split(ini, '\n'), line.rest)) << split(ini.substr(at + 1), '\n')[0];
   }
@@ -256,7 +259,7 @@ const std::map<std::string, Player::Act> Player::kWords = {{"setting", &Player::
                                                            {"asked", &Player::asked},
                                                            {"kill", &Player::kill},
                                                            {"restart", &Player::restart},
-                                                           {"notify", &Player::notify}};
+                                                           {"notify", &Player::notify},         {"fallback", &Player::stored}};
 
 class Conversations : public testing::TestWithParam<Conversation> {};
 
