@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tests/support/scripted_server.h"
+#include "tests/support/zip_maker.h"
 
 namespace korvane::tests {
 
@@ -89,6 +90,9 @@ inline Answer answerOf(Line line) {
     const size_t times = item.find("=[x ");
     if (item.starts_with("[policy ")) {
       parts += section("binary/zip", "policy", item.substr(8, item.size() - 9));
+    } else if (item.starts_with("[zip ")) {
+      parts += section("binary/zip", "policy",
+                       makeZip({{.name = item.substr(5, item.size() - 6), .content = "content"}}));
     } else if (item.starts_with("[keys ")) {
       for (int i = std::atoi(item.c_str() + 6); i > 0; --i)
         properties += "unknown.key." + std::to_string(i) + "=1\n";

@@ -259,7 +259,8 @@ const std::map<std::string, Player::Act> Player::kWords = {{"setting", &Player::
                                                            {"asked", &Player::asked},
                                                            {"kill", &Player::kill},
                                                            {"restart", &Player::restart},
-                                                           {"notify", &Player::notify},         {"fallback", &Player::stored}};
+                                                           {"notify", &Player::notify},
+                                                           {"fallback", &Player::stored}};
 
 class Conversations : public testing::TestWithParam<Conversation> {};
 
