@@ -47,27 +47,30 @@ inline std::vector<std::string> split(const std::string& text, char separator) {
   return parts;
 }
 
+inline void read(std::istream& file, const std::string& subject, std::vector<Conversation>& all) {
+  int number = 0;
+  for (std::string text; std::getline(file, text);) {
+    ++number;
+    const size_t begin = text.find_first_not_of(' ');
+    if (begin == std::string::npos || text[begin] == '#') continue;
+    if (text.starts_with("== ")) {
+      all.push_back({subject, text.substr(3), {}});
+    } else if (begin > 0) {
+      all.back().lines.back().body.push_back(text.substr(begin));
+    } else {
+      Line line{subject + ".txt:" + std::to_string(number), "", text, {}};
+      line.word = line.next();
+      all.back().lines.push_back(line);
+    }
+  }
+}
+
 inline std::vector<Conversation> readAll() {
   std::vector<Conversation> all;
   for (const auto& entry : std::filesystem::directory_iterator(KORVANE_CONVERSATIONS)) {
     if (entry.path().extension() != ".txt" || entry.path().stem() == "CMakeLists") continue;
     std::ifstream file(entry.path());
-    int number = 0;
-    for (std::string text; std::getline(file, text);) {
-      ++number;
-      const size_t begin = text.find_first_not_of(' ');
-      if (begin == std::string::npos || text[begin] == '#') continue;
-      const std::string trimmed = text.substr(begin);
-      if (trimmed.starts_with("== ")) {
-        all.push_back({entry.path().stem().string(), trimmed.substr(3), {}});
-      } else if (begin > 0) {
-        all.back().lines.back().body.push_back(trimmed);
-      } else {
-        Line line{entry.path().filename().string() + ":" + std::to_string(number), "", text, {}};
-        line.word = line.next();
-        all.back().lines.push_back(line);
-      }
-    }
+    read(file, entry.path().stem().string(), all);
   }
   std::stable_sort(all.begin(), all.end(), [](const Conversation& a, const Conversation& b) {
     return a.subject < b.subject;

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "tests/conversations/conversation.h"
 #include "tests/conversations/world.h"
 
@@ -76,7 +78,7 @@ class Player {
     if (_open || !world().run) begin();
     world().free = false;
     answerOpen(Answer());
-    for (const int64_t end = now() + seconds * 1000; !world().held && now() < end;) pass(10);
+    for (const int64_t end = now() + seconds * 1000; !world().held && now() < end;) pass(20);
     ASSERT_TRUE(world().held) << "nothing was sent";
     _open = true;
     const auto& request = *world().held;
@@ -273,6 +275,76 @@ std::string nameOf(const testing::TestParamInfo<Conversation>& info) {
   for (char& letter : name)
     if (!std::isalnum(static_cast<unsigned char>(letter))) letter = '_';
   return name;
+}
+
+// A conversation drawn from a seed: policies that are taken and refused, with settings and without, the built-in
+// policy, lost answers, kills. Every status names the policy that is in force.
+std::string drawn(unsigned seed) {
+  std::mt19937 draw(seed);
+  const auto one = [&draw](std::vector<std::string> of) { return of[draw() % of.size()]; };
+  bool builtin = draw() % 2 == 0;
+  int inForce = 0, last = 0;
+  std::string owed;  // the code of a report that was lost: told again before the next status
+  std::string text =
+      "== drawn\nsetting polling.interval=15\nsetting policy.path=/policies/0\ndriver " +
+      std::string(builtin ? "builtin" : "Base|0|policy-0") + "\n";
+  for (int step = 0; step < 8; ++step) {
+    const std::string n = std::to_string(inForce);
+    text += "during 3 result x0..4\n-> result within 20\n   agent.timezone=*\n";
+    if (!owed.empty()) text += "   result.errorcode=" + owed + "\n-> result within 5\n";
+    owed.clear();
+    text += builtin ? "   policy.path=builtin\n"
+                    : "   policy.name=Base " + n + "\n   policy.path=/policies/" + n +
+                          "\n   rid.applied=policy-" + n + "\n";
+    const std::string what = one({"policy", "policy", "both", "both", "built-in", "nothing"});
+    const bool settings = what == "both" || what == "built-in";
+    const bool policy = what == "both" || what == "policy";
+    if (what == "nothing") {
+      text +=
+          one({"<- ok\n", "<- fail 7\n", "<- code 200\n", "<- code 700\n", "kill\n", "restart\n"});
+      continue;
+    }
+    text += std::string("<-\n   update.configuration=") + (settings ? "true" : "false") +
+            "\n   update.policy=" + (policy ? "true" : "false") + "\n-> update\n<-\n";
+    if (settings)
+      text += "   update.configuration=true\n   mod.time=1\n   rid.applied=config-" +
+              std::to_string(step) + "\n";
+    if (what == "built-in") text += "   use.builtin.policy=true\n";
+    const std::string fault = one({"", "", " !driver no", " !translator no"});
+    if (policy) {
+      const std::string offered = std::to_string(++last);
+      text += "   update.policy=true\n   policy.name=Base " + offered +
+              "\n   policy.path=/policies/" + offered + "\n   [policy Base|" + offered +
+              "|policy-" + offered + fault + "]\n";
+    }
+    if (settings) text += "-> result\n   result.type=config\n   result.errorcode=0\n";
+    if (what == "both" && draw() % 4 == 0) {
+      text += "kill\n";  // before the policy was tried
+      continue;
+    }
+    if (policy && fault.empty()) {
+      inForce = last;
+      builtin = false;
+    }
+    if (what == "built-in") builtin = true;
+    const std::string code = fault.empty() ? "0" : "66";
+    if (policy) text += "-> result within 10\n   result.errorcode=" + code + "\n";
+    const std::string end = one({"<- ok\n", "<- ok\n", "<- fail 7\n", "kill\n", "restart\n"});
+    if (policy && end == "<- fail 7\n") owed = code;
+    text += end;
+  }
+  return text;
+}
+
+TEST(DrawnConversations, NameThePolicyInForceInEveryStatus) {
+  for (unsigned seed = 0; seed < 150 && !HasFailure(); ++seed) {
+    const std::string text = drawn(seed);
+    SCOPED_TRACE("seed " + std::to_string(seed) + "\n" + text);
+    std::istringstream file(text);
+    std::vector<Conversation> conversations;
+    read(file, "drawn", conversations);
+    Player(conversations[0]).play();
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Conversations, testing::ValuesIn(readAll()), nameOf);
