@@ -2,7 +2,7 @@
 // that do what the conversation says, and the agent itself once it was started.
 //
 // A source policy is a text "NAME|VERSION|ID", or with "!translator TEXT" or "!driver TEXT" behind it, for
-// which the translator fails or the driver refuses what was made of it.
+// which the translator fails or the driver refuses what was made of it; "\n" in TEXT is a line end.
 //
 // A kill keeps what was on the disk, in the registry and in the driver at that moment; what the agent does
 // afterwards is thrown away with its machine.
@@ -37,6 +37,8 @@ struct Policy {
     if (mark == std::string::npos) return policy;
     std::istringstream fault(text.substr(mark + 2));
     std::getline(fault >> policy.fault >> std::ws, policy.faultText);
+    for (size_t at; (at = policy.faultText.find("\\n")) != std::string::npos;)
+      policy.faultText.replace(at, 2, "\n");
     return policy;
   }
   std::string text() const { return name + "|" + version + "|" + id; }
