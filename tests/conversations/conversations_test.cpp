@@ -142,7 +142,8 @@ class Player {
         world().machine.kRoot +
         std::string(line.word == "fallback" ? "/IPS/fallback.ini" : "/IPS/agent.ini"));
     const size_t at = ini.find("\n" + line.rest.substr(0, line.rest.find_first_of("=~")) + "=");
-    EXPECT_TRUE(holds(split(ini, '\n'), line.rest)) << split(ini.substr(at + 1), '\n')[0];
+    EXPECT_TRUE(holds(split(ini, '\n'), line.rest))
+        << (at < ini.size() ? ini.substr(at + 1, ini.find('\n', at + 1) - at) : "not there");
   }
   // "event NUMBER [xN] [text]", since the step before began; "event any text" for whatever number.
   void event(Line line) {
