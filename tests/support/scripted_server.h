@@ -4,9 +4,11 @@
 //   ScriptedServer server;                       // takes the transport's place for its lifetime
 //   server.always("register", Answer::properties("agent.id=guid-1\n"));
 //   server.queue("result", Answer::failure(7));
+//   server.setHandler(...);                      // or asks the test itself, on the agent's thread
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -51,7 +53,9 @@ class ScriptedServer {
     std::string path;  // the path word
     std::string host;
     std::string body;
+    std::vector<std::pair<std::string, std::string>> headers;
   };
+  using Handler = std::function<Answer(const Request&)>;
 
   ScriptedServer() : _state(std::make_shared<State>()) {
     HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(_state));
@@ -68,6 +72,11 @@ class ScriptedServer {
   void always(const std::string& path, Answer answer) {
     const std::lock_guard hold(_state->lock);
     _state->standing[path] = std::move(answer);
+  }
+  // Answers every exchange from now on; it may let simulated time pass.
+  void setHandler(Handler handler) {
+    const std::lock_guard hold(_state->lock);
+    _state->handler = std::move(handler);
   }
   // Exchanges with that host fail with libcurl's 7 while it is down; they count as requests.
   void setDown(const std::string& host, bool down) {
@@ -93,15 +102,21 @@ class ScriptedServer {
     std::map<std::string, Answer> standing;
     std::vector<Request> requests;
     std::set<std::string> down;
+    Handler handler;
 
     Answer take(const TransportRequest& request) {
-      const std::lock_guard hold(lock);
+      std::unique_lock hold(lock);
       const std::string path = request.url.substr(request.url.rfind('/') + 1);
       const size_t host = request.url.find("//") + 2;
       const std::string name =
           request.url.substr(host, request.url.find_first_of(":/", host) - host);
-      requests.push_back({path, name, std::string(request.body)});
+      requests.push_back({path, name, std::string(request.body), request.headers});
       if (down.count(name)) return Answer::failure(7);
+      if (const Handler ask = handler) {
+        const Request asked = requests.back();
+        hold.unlock();
+        return ask(asked);
+      }
       std::deque<Answer>& queue = queued[path];
       if (queue.empty()) {
         const auto found = standing.find(path);
