@@ -187,6 +187,7 @@ struct Machine {
   std::string driverPolicy;  // the bytes that it loaded
   bool driverBuiltIn = false;
   std::string fact = "1";  // what a translation depends on
+  std::string ended = "the process ended";
 };
 
 // A source policy, what the translator makes of it, and how the server describes it.
@@ -254,13 +255,23 @@ class PolicyWorld {
     platform::setCurrent(nullptr);
   }
 
-  // What is left when the process ends here; with the machine, when the power fails too.
+  // What is left when the process ends here, and all that may be left when the power fails too.
   Machine afterEnd() { return withDisk(fake.files, false); }
-  Machine afterPowerLoss(platform::DataLoss data, platform::NameLoss names) {
-    platform::ManualClock clock;
-    platform::MemoryFiles disk(clock);
-    recording->crash(recording->size(), data, names, disk);
-    return withDisk(disk, true);
+  std::vector<Machine> afterPowerLoss() {
+    std::vector<Machine> left;
+    recording->forEachCrashAfter(recording->size(),
+                                 [&](const std::string& state, platform::MemoryFiles& disk) {
+                                   left.push_back(withDisk(disk, true));
+                                   left.back().ended = "the power failed " + state;
+                                 });
+    return left;
+  }
+  // The process has ended, and the next one begins on what it left.
+  void restart() {
+    AgentConfig::freeInstance();
+    trip = {};
+    AgentConfig::getInstance();
+    trip = {};
   }
 
   STRING parameter(const char* name) {

@@ -110,9 +110,9 @@ bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {
   const PolicyFiles& files = attempt.files;
   if (!attempt.hadMinus || !sameContent(files.freshMinus, files.minus)) return false;
   _retranslating = false;
+  // Should the change of name get lost, the former items bring about this translation once more.
   if (flushFile(files.freshItems) != 0 ||
-      system().files.replace(files.freshItems, files.items) != 0 ||
-      system().files.flushDirectory(driverDirectory()) != 0)
+      system().files.replace(files.freshItems, files.items) != 0)
     eventlog::trace(kTag, "The fresh items cannot be kept: %s", files.items);
   discard(files);
   // Without its items a policy is not checked for retranslation; that has been told.
