@@ -112,10 +112,17 @@ TEST(CloudCommands, AChangedWishForTheBuiltInPolicyReachesTheDriver) {
     for (const auto& call : world.machine.fake.devices.calls()) count += call.controlCode == code;
     return count;
   };
-  EXPECT_EQ(world.codeOf("configuration", R"({"settings":{"use.builtin.policy":"true"}})"), 0);
-  EXPECT_EQ(asked(KAVIPS_USE_BUILTIN), 1U);
-  EXPECT_TRUE(world.config.useBuiltInPolicy());
+  const char* const wish = R"({"settings":{"use.builtin.policy":"true","log.writer.limit":"9"}})";
   std::string detail;
+  world.refusesBuiltIn = true;
+  EXPECT_EQ(world.codeOf("configuration", wish, &detail), kCloudPolicyRefused);
+  EXPECT_EQ(detail, "use.builtin.policy: Failed to tell Driver to use Builtin Policy");
+  EXPECT_FALSE(world.config.useBuiltInPolicy());
+  EXPECT_NE(world.config.getMaxBatchSize(HIDS_RT_LOG), 9);
+  world.refusesBuiltIn = false;
+  EXPECT_EQ(world.codeOf("configuration", wish), 0);
+  EXPECT_EQ(asked(KAVIPS_USE_BUILTIN), 2U);
+  EXPECT_TRUE(world.config.useBuiltInPolicy());
   EXPECT_EQ(world.codeOf("applicationPolicy.set", application("web", sample().web), &detail),
             kCloudNoBasePolicy);
   EXPECT_EQ(detail, "the built-in policy is in force");
