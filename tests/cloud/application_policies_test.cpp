@@ -223,6 +223,20 @@ TEST(ApplicationPolicies, AStartPutsTheFolderInForceAndPassesOverWhatIsDamaged) 
   EXPECT_TRUE(policies.set("web", packed("3")));
   EXPECT_FALSE(policies.set("web", packed("3"))) << "it is in force";
   EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=3");
+  for (const bool builtIn : {false, true}) {
+    AgentConfig::getInstance()->setUseBuiltInPolicy(builtIn);
+    for (const auto& each : policies.list()) EXPECT_EQ(each.inForce, !builtIn) << each.name;
+  }
+}
+
+TEST(ApplicationPolicies, NothingIsSettledWhileAPolicyChangeIsNotUndone) {
+  const std::string staged = std::string(kFolder) + "web.zip.next";
+  World world(machineWithApplications());
+  world.fake.files.put(staged, packed("2"));
+  world.fake.files.put(tests::kJournal, "of a change that could not be undone");
+  PolicyProcessor policy;
+  EXPECT_EQ(codeOf([&] { ApplicationPolicies(policy).list(); }), kCloudPolicyRefused);
+  EXPECT_EQ(world.fake.files.content(staged), packed("2"));
 }
 
 TEST(ApplicationPolicies, WithoutABasePolicyTheyWaitForOne) {

@@ -21,6 +21,7 @@ namespace {
 
 using testing::HasSubstr;
 using tests::CloudWorld;
+using tests::SimulatedMachine;
 
 // A policy in base64, as the page has them: the base policy, and one for an application.
 struct Sample {
@@ -165,6 +166,36 @@ TEST(CommThread, TakesTurnsWithTheUtilityThread) {
   util->stop();
   util->waitEnded(platform::kInfinite);
   Thread::dispose(util);
+}
+
+TEST(PolicyTurn, IsTakenWhenTheOtherHasDoneAndAStopEndsTheWait) {
+  for (const bool stopped : {false, true}) {
+    SimulatedMachine machine({.serviceType = "2"});
+    const auto done = machine.sim.createEvent(true, false);
+    bool taken = false;
+    int64_t waitEnded = 0;
+    const auto holder = machine.sim.createThread(0, [&] {
+      const PolicyTurn turn;
+      done->wait(platform::kInfinite);
+    });
+    machine.sim.runFor(10);
+    const auto waiter = machine.sim.createThread(0, [&] {
+      const PolicyTurn turn;
+      taken = turn.taken();
+      waitEnded = machine.now();
+    });
+    machine.sim.runFor(300);
+    const int64_t now = machine.now();
+    if (stopped) shutdownToken().request();
+    if (!stopped) done->set();
+    machine.sim.runFor(1500);
+    done->set();
+    holder->join(platform::kInfinite);
+    waiter->join(platform::kInfinite);
+    EXPECT_EQ(taken, !stopped);
+    EXPECT_LE(waitEnded - now, 10) << "it is woken up";
+    EXPECT_GE(waitEnded, now);
+  }
 }
 
 TEST(CommThread, AStopEndsItAtOnceAndItStartsAgain) {

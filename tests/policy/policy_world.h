@@ -56,6 +56,7 @@ struct Tripwire {
   size_t calls = 0;
   std::string tripped;
   bool dead = false;
+  size_t terminated = 0;  // translators that did not end by themselves
 
   bool hit(const std::string& what) {
     if (dead) return true;
@@ -144,7 +145,10 @@ class TripProcess final : public platform::Process {
                                                 : _to->wait(timeoutMs);
   }
   bool exitCode(uint32_t& out) override { return !_trip.hit("exit code") && _to->exitCode(out); }
-  uint32_t terminate() override { return _to->terminate(); }
+  uint32_t terminate() override {
+    ++_trip.terminated;
+    return _to->terminate();
+  }
   void interrupt() override { _to->interrupt(); }
 
  private:

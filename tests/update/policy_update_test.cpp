@@ -169,6 +169,22 @@ TEST(Retranslation, IsDoneOnRequestUnlessThereIsNothingToEnforce) {
   }
 }
 
+TEST(Retranslation, ThatAStopEndsIsLeftToTheNextStart) {
+  PolicyCycles cycles;
+  cycles.machine.fake.processes.install(std::string(tests::PolicyWorld::kTranslator) +
+                                            cycles.machine.fake.processes.fileName("translate"),
+                                        [](const std::string&) {
+                                          shutdownToken().request();
+                                          return platform::ProgramRun{0, platform::kInfinite};
+                                        });
+  cycles.machine.fake.files.put(kPlus, "bytes");
+  cycles.config().setPlusPolicyFile(kPlus);
+  cycles.config().setRetranslateNow(true);
+  cycles.run(1);
+  EXPECT_EQ(cycles.machine.fake.processes.starts().size(), 1U);
+  EXPECT_TRUE(cycles.config().getRetranslateNow());
+}
+
 TEST(IdsPolicy, IsTranslatedHandedOverAndReported) {
   struct IdsCase {
     const char* name;
