@@ -1,6 +1,5 @@
 #include "agent/driver_policy.h"
 
-#include "config/agent_config.h"
 #include "driver/driver_config.h"
 #include "eventlog/event_log.h"
 

@@ -2,12 +2,12 @@
 // settings. Main thread only; nothing throws.
 #pragma once
 
+#include "config/agent_config.h"
+
 namespace korvane {
 
-class AgentConfig;
-
 // Policy state codes and texts that tell whether the driver runs its built-in policy.
-inline constexpr int kBuiltinPolicyState = -100;
+inline constexpr int kBuiltinPolicyState = AgentConfig::kBuiltInPolicyState;
 inline constexpr int kAssignedPolicyState = -101;
 
 // True when prevention is on and the reboot that it needed has been made: only then is the driver asked.

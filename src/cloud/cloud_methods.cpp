@@ -11,6 +11,7 @@
 #include "cloud/settings_change.h"
 #include "config/agent_config.h"
 #include "config/service_type.h"
+#include "config/setting_check.h"
 #include "logs/log_processing_thread.h"
 #include "update/policy/builtin_wish.h"
 #include "update/policy/policy_news.h"
@@ -22,8 +23,6 @@ namespace korvane {
 namespace {
 
 constexpr size_t kMaxTextBytes = 1024;
-constexpr const char* kKeptByTheAgent[] = {"plus.policy.file", "policy.name", "policy.id",
-                                           "policy.path"};
 
 [[noreturn]] void refuse(const std::string& parameter, const std::string& fault) {
   throw RPCError(kRpcInvalidParams, parameter + ": " + fault);
@@ -55,9 +54,9 @@ std::string bytesOf(const RPCRequest& request, const char* parameter) {
 }
 
 void checkChangeable(const PropertyList& settings) {
-  for (const char* key : kKeptByTheAgent)
-    if (findProperty(settings, key))
-      refuse(key, "comes with the policy and is no setting to change");
+  for (const auto& [key, value] : settings)
+    if (comesWithPolicy(key))
+      refuse(key.toUtf8(), "comes with the policy and is no setting to change");
 }
 
 // The driver goes back with the setting when the change fails.
@@ -67,7 +66,9 @@ int change(const PropertyList& settings) {
   const PropertyList former = {{key, STRING::fromBool(config.useBuiltInPolicy())}};
   const bool wished =
       findProperty(settings, key) && config.isIPSEnabled() && config.isIPSRebootDone();
-  if (wished) followBuiltInWish(settings);
+  if (wished)
+    if (const STRING problem = followBuiltInWish(settings); !problem.empty())
+      throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));
   try {
     return changeSettings(settings);
   } catch (const RPCError&) {

@@ -11,7 +11,7 @@
 namespace korvane {
 namespace {
 
-constexpr int kBuiltInPolicy = -100;  // the policy state and error code of the built-in policy
+constexpr int kBuiltInPolicy = AgentConfig::kBuiltInPolicyState;
 constexpr uint64_t kMaxPolicyBytes = 256 * 1024 * 1024;
 constexpr char kAppDataSource[] = "HttpsHandler::sendApplicationData";
 
@@ -202,13 +202,17 @@ int HttpsHandler::sendApplicationData(const char* data, bool moreData, long leng
 PropertyList HttpsHandler::policyProperties() {
   const AgentConfig& config = *AgentConfig::getInstance();
   const STRING applied = config.getPolicyID();
-  // Without an applied policy the driver has nothing but its built-in one.
-  const bool builtIn = applied.empty() || config.getPolicyStateCode() == kBuiltInPolicy ||
+  const STRING path = config.getPlusDBPath();
+  // Without an applied policy the driver has nothing but its built-in one; one that waits for its reboot has
+  // the recorded policy, and cannot say so yet.
+  const bool awaited = config.isIPSEnabled() && !config.isIPSRebootDone() && !path.empty();
+  const bool builtIn = (applied.empty() && !awaited) ||
+                       config.getPolicyStateCode() == kBuiltInPolicy ||
                        config.getPolicyErrorCode() == kBuiltInPolicy;
   return {{"rid.applied", applied},
           {"rid.group", config.getInitialGroup()},
           {"policy.name", config.getPlusVersion()},
-          {"policy.path", builtIn ? STRING("builtin") : config.getPlusDBPath()}};
+          {"policy.path", builtIn ? STRING("builtin") : path}};
 }
 
 int HttpsHandler::sendAgentStatusMessage(bool) {

@@ -6,6 +6,7 @@
 #include "comm/https_shared.h"
 #include "comm/update_kinds.h"
 #include "config/agent_config.h"
+#include "config/setting_check.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -34,7 +35,8 @@ bool isIdentity(const STRING& name) {
   return name == STRING(kModTime) || name == STRING(kAppliedRid);
 }
 bool isSetting(const STRING& name) {
-  return !isPolling(name) && !isIds(name) && !isLogRule(name) && !isIdentity(name);
+  return !isPolling(name) && !isIds(name) && !isLogRule(name) && !isIdentity(name) &&
+         !comesWithPolicy(name);
 }
 
 // The text as one field of a comma-separated line.

@@ -5,6 +5,7 @@
 
 #include "config/agent_config_state.h"
 #include "config/install_root.h"
+#include "config/setting_check.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -109,7 +110,8 @@ bool AgentConfig::newConfiguration(const PropertyList& properties) {
     const Synchronized hold(_state->lock);
     const unsigned before = std::exchange(_state->momentsOutstanding, 0);
     // A value that is refused leaves its key as it was.
-    for (const auto& [key, value] : properties) ignoreResult(_state->assignByName(key, value));
+    for (const auto& [key, value] : properties)
+      if (!comesWithPolicy(key)) ignoreResult(_state->assignByName(key, value));
     if (_state->momentsOutstanding != 0) _state->momentsOutstanding |= 1u << SETTINGS_FROM_SERVER;
     _state->momentsOutstanding |= before;
   }

@@ -270,7 +270,10 @@ class KORVANE_EXPORT AgentConfig {
   void updateRebootRequiredFlag();
 
   // Policy state and error
+  static constexpr int kBuiltInPolicyState = -100;  // the driver is on its built-in policy
   void setPolicyState(int code, const STRING& text);
+  // A policy is in force: there is no state of the built-in policy any more, and none instead of it.
+  void leaveBuiltInState();
   int getPolicyStateCode() const;
   STRING getPolicyStateStr() const;
   bool hasPolicyStateChanged() const;      // a state was set since the mark was cleared

@@ -89,6 +89,13 @@ void AgentConfig::setPolicyState(int code, const STRING& text) {
   _state->realPolicyStateChanged = true;
 }
 
+void AgentConfig::leaveBuiltInState() {
+  const Synchronized hold(_state->lock);
+  if (_state->policyState != kBuiltInPolicyState) return;
+  _state->policyState = 0;
+  _state->policyStateText.clear();
+}
+
 int AgentConfig::getPolicyStateCode() const {
   const Synchronized hold(_state->lock);
   return _state->policyState;

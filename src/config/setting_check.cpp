@@ -1,5 +1,8 @@
 #include "config/setting_check.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "config/masking.h"
 #include "config/setting_store.h"
 #include "config/url_text.h"
@@ -41,6 +44,13 @@ std::string urlFault(const STRING& value) {
 }
 
 }  // namespace
+
+bool comesWithPolicy(const STRING& key) {
+  const SettingRow* row = findRow(key);
+  if (!row) return false;
+  constexpr Key kept[] = {Key::plusPolicyFile, Key::policyName, Key::policyId, Key::policyPath};
+  return std::find(std::begin(kept), std::end(kept), row->key) != std::end(kept);
+}
 
 std::string settingFault(const STRING& key, const STRING& value) {
   if (value.find(kMask) != STRING::npos) return "holds a mask in place of the secret";

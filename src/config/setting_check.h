@@ -1,4 +1,4 @@
-// Whether a value can be one of a setting, and if not, why: for programs that tell somebody. Pure.
+// Whether a value can be one of a setting, and if not, why; and what is no setting of its own. Pure.
 //
 //   settingFault("polling.interval", "soon")  // "is no number from 0 to 4294967295"
 #pragma once
@@ -11,5 +11,8 @@ namespace korvane {
 
 // Empty for a value that the store takes and the agent can use; a key that is not in the table takes any.
 std::string settingFault(const STRING& key, const STRING& value);
+// Whether a key tells of the policy in force: it changes with the policy alone and is no setting that anybody
+// sends.
+bool comesWithPolicy(const STRING& key);
 
 }  // namespace korvane

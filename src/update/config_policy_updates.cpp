@@ -2,7 +2,6 @@
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
-#include "update/policy/builtin_wish.h"
 #include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
@@ -66,8 +65,10 @@ void UpdateThread::processConfigPolicyUpdates() {
   _bFirstPollRequired = false;
   if (!answer.accepted()) return;
   if (kinds & HttpsHandler::CONFIG_UPDATE) applyConfiguration(handler, HttpsHandler::CONFIG_UPDATE);
-  if ((kinds & HttpsHandler::POLICY_UPDATE) && _policy.receivePolicy(handler))
+  if ((kinds & HttpsHandler::POLICY_UPDATE) && _policy.receivePolicy(handler)) {
     reloadAutoRetransInterval();
+    _builtInWish.forget();
+  }
 }
 
 void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
@@ -87,7 +88,10 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (settings.empty() && identity.empty() && rules.empty() && idsSettings.empty())
     result = {kNothingNew, "No new configuration data provided."};
   if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
-  if (preventionInForce()) followBuiltInWish(settings);
+  if (preventionInForce()) {
+    const STRING problem = _builtInWish.follow(settings);
+    if (!problem.empty() && result.ok()) result = {kPolicyFailure, problem};
+  }
   if (!settings.empty() && !_config->newConfiguration(settings))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
   // A failed exchange has told of itself; what the server still misses it offers again.

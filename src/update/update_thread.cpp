@@ -111,6 +111,7 @@ void UpdateThread::stepCountdowns() {
   _idsRetry.step();
   _softwareRetry.step();
   _componentRetry.step();
+  _builtInWish.step(preventionInForce());
   updatePollingInterval();
   updateAutoRetransInterval();
   _config->updateRebootRequiredFlag();

@@ -30,6 +30,7 @@
 #include "update/content_update.h"
 #include "update/notification_listener.h"
 #include "update/pending_updates.h"
+#include "update/policy/builtin_wish.h"
 #include "update/policy/policy_processor.h"
 #include "update/retry_group.h"
 #include "update/software_update.h"
@@ -104,6 +105,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   RetryGroup _componentRetry;
   PendingUpdates _pending;
   PolicyProcessor _policy;
+  BuiltInWish _builtInWish;
   SoftwareUpdate _software{_pending, _softwareRetry};
   ContentUpdate _content{_pending, _componentRetry};
   NotificationListener _listener{stopToken()};

@@ -165,12 +165,6 @@ size_t callsOf(const Change& change) {
 }
 
 TEST(ApplicationPolicyFaults, EveryCallThatFailsOrIsTheLastLeavesAWholeSet) {
-  using platform::DataLoss;
-  using platform::NameLoss;
-  constexpr std::pair<DataLoss, NameLoss> losses[] = {{DataLoss::none, NameLoss::all},
-                                                      {DataLoss::all, NameLoss::none},
-                                                      {DataLoss::all, NameLoss::all},
-                                                      {DataLoss::torn, NameLoss::none}};
   size_t points = 0, states = 0;
   for (const Change& change : changes()) {
     const size_t calls = callsOf(change);
@@ -188,16 +182,15 @@ TEST(ApplicationPolicyFaults, EveryCallThatFailsOrIsTheLastLeavesAWholeSet) {
           ApplicationPolicies policies(policy);
           done = codeOf([&] { change.run(policies); }) == 0 && way == Tripwire::Way::fails;
           point += ": " + world.trip.tripped;
+          if (way == Tripwire::Way::isTheLast) left = world.afterPowerLoss();
           left.push_back(world.afterEnd());
-          for (const auto& [data, names] : losses)
-            if (way == Tripwire::Way::isTheLast) left.push_back(world.afterPowerLoss(data, names));
         }
         ++points;
         std::set<std::map<std::string, std::string>> seen;
-        for (size_t i = 0; i < left.size(); ++i) {
-          if (!seen.insert(left[i].files).second) continue;
+        for (const Machine& machine : left) {
+          if (!seen.insert(machine.files).second) continue;
           ++states;
-          EXPECT_EQ(afterRestart(left[i], change, done), "") << point << ", state " << i;
+          EXPECT_EQ(afterRestart(machine, change, done), "") << point << ", " << machine.ended;
         }
       }
   }
@@ -230,6 +223,20 @@ TEST(ApplicationPolicies, AStartPutsTheFolderInForceAndPassesOverWhatIsDamaged) 
   EXPECT_TRUE(policies.set("web", packed("3")));
   EXPECT_FALSE(policies.set("web", packed("3"))) << "it is in force";
   EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=3");
+  for (const bool builtIn : {false, true}) {
+    AgentConfig::getInstance()->setUseBuiltInPolicy(builtIn);
+    for (const auto& each : policies.list()) EXPECT_EQ(each.inForce, !builtIn) << each.name;
+  }
+}
+
+TEST(ApplicationPolicies, NothingIsSettledWhileAPolicyChangeIsNotUndone) {
+  const std::string staged = std::string(kFolder) + "web.zip.next";
+  World world(machineWithApplications());
+  world.fake.files.put(staged, packed("2"));
+  world.fake.files.put(tests::kJournal, "of a change that could not be undone");
+  PolicyProcessor policy;
+  EXPECT_EQ(codeOf([&] { ApplicationPolicies(policy).list(); }), kCloudPolicyRefused);
+  EXPECT_EQ(world.fake.files.content(staged), packed("2"));
 }
 
 TEST(ApplicationPolicies, WithoutABasePolicyTheyWaitForOne) {

@@ -80,6 +80,7 @@ class CloudWorld {
   std::string driverPolicy;  // the text that it has
   uint32_t translatorRunMs = 0;
   size_t translations = 0;
+  bool refusesBuiltIn = false;
   bool overlapped = false;  // a translation began before another had ended
 
  private:
@@ -108,6 +109,8 @@ class CloudWorld {
 
   platform::DeviceScript drive(const platform::FakeDevices::Call& call) {
     std::vector<std::byte> output;
+    if (call.controlCode == KAVIPS_USE_BUILTIN && refusesBuiltIn)
+      return platform::DeviceScript::atOnce(31);
     if (call.controlCode == KAVIPS_LOAD_POLICY) {
       std::string path;
       for (size_t i = 0; i + 3 < call.input.size(); i += 2)

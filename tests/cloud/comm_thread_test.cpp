@@ -21,6 +21,7 @@ namespace {
 
 using testing::HasSubstr;
 using tests::CloudWorld;
+using tests::SimulatedMachine;
 
 // A policy in base64, as the page has them: the base policy, and one for an application.
 struct Sample {
@@ -112,10 +113,17 @@ TEST(CloudCommands, AChangedWishForTheBuiltInPolicyReachesTheDriver) {
     for (const auto& call : world.machine.fake.devices.calls()) count += call.controlCode == code;
     return count;
   };
-  EXPECT_EQ(world.codeOf("configuration", R"({"settings":{"use.builtin.policy":"true"}})"), 0);
-  EXPECT_EQ(asked(KAVIPS_USE_BUILTIN), 1U);
-  EXPECT_TRUE(world.config.useBuiltInPolicy());
+  const char* const wish = R"({"settings":{"use.builtin.policy":"true","log.writer.limit":"9"}})";
   std::string detail;
+  world.refusesBuiltIn = true;
+  EXPECT_EQ(world.codeOf("configuration", wish, &detail), kCloudPolicyRefused);
+  EXPECT_EQ(detail, "use.builtin.policy: Failed to tell Driver to use Builtin Policy");
+  EXPECT_FALSE(world.config.useBuiltInPolicy());
+  EXPECT_NE(world.config.getMaxBatchSize(HIDS_RT_LOG), 9);
+  world.refusesBuiltIn = false;
+  EXPECT_EQ(world.codeOf("configuration", wish), 0);
+  EXPECT_EQ(asked(KAVIPS_USE_BUILTIN), 2U);
+  EXPECT_TRUE(world.config.useBuiltInPolicy());
   EXPECT_EQ(world.codeOf("applicationPolicy.set", application("web", sample().web), &detail),
             kCloudNoBasePolicy);
   EXPECT_EQ(detail, "the built-in policy is in force");
@@ -158,6 +166,36 @@ TEST(CommThread, TakesTurnsWithTheUtilityThread) {
   util->stop();
   util->waitEnded(platform::kInfinite);
   Thread::dispose(util);
+}
+
+TEST(PolicyTurn, IsTakenWhenTheOtherHasDoneAndAStopEndsTheWait) {
+  for (const bool stopped : {false, true}) {
+    SimulatedMachine machine({.serviceType = "2"});
+    const auto done = machine.sim.createEvent(true, false);
+    bool taken = false;
+    int64_t waitEnded = 0;
+    const auto holder = machine.sim.createThread(0, [&] {
+      const PolicyTurn turn;
+      done->wait(platform::kInfinite);
+    });
+    machine.sim.runFor(10);
+    const auto waiter = machine.sim.createThread(0, [&] {
+      const PolicyTurn turn;
+      taken = turn.taken();
+      waitEnded = machine.now();
+    });
+    machine.sim.runFor(300);
+    const int64_t now = machine.now();
+    if (stopped) shutdownToken().request();
+    if (!stopped) done->set();
+    machine.sim.runFor(1500);
+    done->set();
+    holder->join(platform::kInfinite);
+    waiter->join(platform::kInfinite);
+    EXPECT_EQ(taken, !stopped);
+    EXPECT_LE(waitEnded - now, 10) << "it is woken up";
+    EXPECT_GE(waitEnded, now);
+  }
 }
 
 TEST(CommThread, AStopEndsItAtOnceAndItStartsAgain) {

@@ -143,10 +143,9 @@ TEST_F(LogResumeTest, EveryStateThatAPowerCutLeavesLeadsToEveryEvent) {
   received.answer = [] { return 0; };
   int states = 0;
   using platform::DataLoss;
-  using platform::NameLoss;
   for (size_t entries = 0; entries <= recording.size(); ++entries)
     for (const auto data : {DataLoss::none, DataLoss::all, DataLoss::torn, DataLoss::lastOnly})
-      for (const auto names : {NameLoss::none, NameLoss::all}) {
+      for (const auto names : platform::kNameLosses) {
         platform::MemoryFiles disk(fake.clock);
         recording.crash(entries, data, names, disk);
         received.batches.clear();

@@ -118,5 +118,28 @@ TEST_F(FileFaults, unflushedNamesMayBeLost) {
   EXPECT_THAT(contents, testing::ElementsAre("missing", "old content"));
 }
 
+TEST_F(FileFaults, ofADirectorysChangesTheLastMayBeKeptAlone) {
+  disk.put("/t/fresh", "fresh");
+  RecordingFiles recorder(disk);
+  ASSERT_EQ(recorder.replace("/s/state", "/s/backup"), 0);
+  ASSERT_EQ(recorder.replace("/t/fresh", "/s/state"), 0);
+  ASSERT_EQ(recorder.flushDirectory("/s"), 0);
+  EXPECT_EQ(recorder.flushes(), 1u);
+  const auto left = [&](size_t entries, NameLoss names) {
+    MemoryFiles after(clock);
+    recorder.crash(entries, DataLoss::none, names, after);
+    std::map<std::string, std::string> contents;
+    for (const std::string& path : after.paths()) contents[path] = after.content(path);
+    return contents;
+  };
+  using Disk = std::map<std::string, std::string>;
+  EXPECT_EQ(left(2, NameLoss::lastOnly), (Disk{{"/s/state", "fresh"}})) << "the backup is lost";
+  EXPECT_EQ(left(1, NameLoss::lastOnly), left(1, NameLoss::none));
+  const Disk whole{{"/s/backup", "old content"}, {"/s/state", "fresh"}};
+  EXPECT_EQ(left(3, NameLoss::lastOnly), whole);
+  recorder.leaveOutFlush(0);
+  EXPECT_EQ(left(3, NameLoss::lastOnly), (Disk{{"/s/state", "fresh"}})) << "as if not flushed";
+}
+
 }  // namespace
 }  // namespace korvane::platform

@@ -7,6 +7,7 @@
 #include <functional>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "tests/policy/policy_world.h"
 
@@ -83,6 +84,38 @@ std::vector<Change> changes() {
   };
 }
 
+// A retranslation among what a former one has left, and journals that are damaged.
+std::vector<Change> cutShort() {
+  std::vector<Change> all = changes();
+  const std::string a = tests::minusOf("A", "1");
+  const auto stale = [] {
+    Machine machine = changedMachine();
+    machine.files[std::string(tests::kOldMinus) + ".old"] = tests::minusOf("Z", "0");
+    machine.files[std::string(tests::kOldItems) + ".old"] = tests::itemsOf("0");
+    return machine;
+  };
+  all.push_back({"a retranslation beside old backups", stale, retranslate, a,
+                 tests::minusOf("A", "2"), false});
+  const auto loaded = [] {
+    Machine machine = installedMachine();
+    const std::string other = std::string(tests::kDriverFolder) + "policy2..conf";
+    machine.files[tests::kJournal] = "korvane-policy-change 1\nnew.plus=";
+    machine.driverPolicy = machine.files[other] = tests::minusOf("B", "1");
+    machine.filterFile = other;
+    return machine;
+  };
+  all.push_back({"a damaged journal, another policy loaded", loaded, nullptr, a, a});
+  const auto setAside = [] {
+    Machine machine = installedMachine();
+    machine.files[tests::kJournal] = "x";
+    for (const std::string path : {tests::kOldMinus, tests::kOldItems})
+      machine.files[path + ".old"] = machine.files.extract(path).mapped();
+    return machine;
+  };
+  all.push_back({"a damaged journal, the policy set aside", setAside, nullptr, a, a});
+  return all;
+}
+
 // What disagrees about the policy in force; empty when nothing does.
 std::string disagreement(PolicyWorld& world, const Change& change) {
   AgentConfig& config = *AgentConfig::getInstance();
@@ -140,9 +173,11 @@ std::string afterNextPolicy(PolicyWorld& world, const Change& change, const std:
   const Change next{"", change.machine, {}, "-", tests::minusOf("C", fact)};
   if (const std::string problem = disagreement(world, next); !problem.empty())
     return "next policy: " + problem;
-  if (world.driverFolder().size() == 3) return untruth(world);
+  std::vector<std::string> names = world.driverFolder();
+  std::erase(names, "policy.journal.damaged");
+  if (names.size() == 3) return untruth(world);
   std::string left = "left over:";
-  for (const std::string& name : world.driverFolder()) left += " " + name;
+  for (const std::string& name : names) left += " " + name;
   return left;
 }
 
@@ -214,90 +249,130 @@ TEST(PolicyFaults, EveryCallThatFailsLeavesOneWholePolicy) {
   std::printf("%zu calls were made to fail\n", points);
 }
 
-TEST(PolicyFaults, EveryCallThatIsTheLastOneLeavesOneWholePolicyAfterTheNextStart) {
-  using platform::DataLoss;
-  using platform::NameLoss;
-  constexpr std::pair<DataLoss, NameLoss> losses[] = {{DataLoss::none, NameLoss::all},
-                                                      {DataLoss::all, NameLoss::none},
-                                                      {DataLoss::all, NameLoss::all},
-                                                      {DataLoss::torn, NameLoss::none},
-                                                      {DataLoss::zeroed, NameLoss::none}};
-  size_t points = 0;
-  size_t states = 0;
-  for (const Change& change : changes()) {
-    const size_t calls = callsOf(change);
-    for (size_t at = 1; at <= calls; at += kStride) {
-      std::vector<Machine> left;
-      std::string point = change.name;
-      {
-        PolicyWorld world(change.machine());
-        PolicyProcessor::reconcile();
-        world.trip = {};
-        world.trip.at = at;
-        world.trip.way = Tripwire::Way::isTheLast;
-        PolicyProcessor policy;
-        policy.InitializePloicyHistory();
-        change.run(policy);
-        point += ": " + world.trip.tripped;
-        left.push_back(world.afterEnd());
-        for (const auto& [data, names] : losses) left.push_back(world.afterPowerLoss(data, names));
-      }
-      ++points;
-      std::set<std::map<std::string, std::string>> seen;
-      for (size_t i = 0; i < left.size(); ++i) {
-        if (i > 0 && !seen.insert(left[i].files).second) continue;
-        ++states;
-        EXPECT_EQ(afterRestart(left[i], change), "") << point << ", state " << i;
-      }
+// Ends the agent, or its machine, at every call of a change and at every call of its undoing, and starts it
+// again on each of the states that may be left.
+class Sweep {
+ public:
+  explicit Sweep(const Change& change, size_t leftOut = platform::RecordingFiles::kNoFlush)
+      : _change(change), _leftOut(leftOut), _calls(change.run ? callsOf(change) : 0) {}
+
+  void run(bool toTheFirstProblem = false) {
+    for (size_t at = 1; at <= _calls + 1; at += kStride) {
+      if (_change.run) endAt(at, 0);
+      size_t undone = 1;
+      while (endAt(at, undone)) undone += kStride;
+      if (toTheFirstProblem && !problems.empty()) return;
     }
   }
-  std::printf("the agent was ended at %zu calls, and started again on %zu states\n", points,
-              states);
-}
 
-// What a change leaves that ended just before its journal went: all of it is there to be undone.
-Machine unfinished(const Change& change) {
-  const size_t calls = callsOf(change);
-  for (size_t at = calls; at > 0; --at) {
-    PolicyWorld world(change.machine());
+  size_t points = 0, states = 0;
+  std::vector<std::string> problems;
+
+ private:
+  // At the `at`th call of the change, or there and then at the `undone`th call of the next start. False when
+  // there is no such call, or no undoing that another end has not led to.
+  bool endAt(size_t at, size_t undone) {
+    std::vector<Machine> left;
+    std::string point = _change.name;
+    {
+      PolicyWorld world(_change.machine());
+      world.recording->leaveOutFlush(_leftOut);
+      if (_change.run) change(world, at);
+      point += ": " + world.trip.tripped;
+      if (undone > 0 && !undo(world, undone)) return false;
+      if (undone > 0) point += ", undone to " + world.trip.tripped;
+      ++points;
+      auto ended = std::pair(world.recording->size(), partsOf(world.afterEnd()));
+      if (ended == _ended) return true;
+      _ended = std::move(ended);
+      left = world.afterPowerLoss();
+      left.push_back(world.afterEnd());
+    }
+    for (const Machine& machine : left) {
+      if (!_seen.insert(partsOf(machine)).second) continue;
+      ++states;
+      const std::string problem = afterRestart(machine, _change);
+      if (!problem.empty()) problems.push_back(point + ", " + machine.ended + ": " + problem);
+    }
+    return true;
+  }
+
+  void change(PolicyWorld& world, size_t at) {
     PolicyProcessor::reconcile();
     world.trip = {};
     world.trip.at = at;
     world.trip.way = Tripwire::Way::isTheLast;
     PolicyProcessor policy;
     policy.InitializePloicyHistory();
-    change.run(policy);
-    if (!world.fake.files.content(tests::kJournal).empty()) return world.afterEnd();
+    _change.run(policy);
   }
-  return {};
+
+  // Where most of the change is unsure, and at every step of the driver's; a journal that has just gone counts.
+  static bool isUndone(PolicyWorld& world, const std::string& tripped) {
+    if (tripped.starts_with("flush directory")) return true;
+    return (tripped.empty() || tripped.starts_with("write registry") ||
+            tripped.starts_with("driver request")) &&
+           !world.fake.files.content(tests::kJournal).empty();
+  }
+
+  bool undo(PolicyWorld& world, size_t at) {
+    if (!isUndone(world, world.trip.tripped)) return false;
+    world.restart();
+    world.trip.at = at;
+    world.trip.way = Tripwire::Way::isTheLast;
+    PolicyProcessor::reconcile();
+    return !world.trip.tripped.empty();
+  }
+
+  using Parts = std::tuple<std::map<std::string, std::string>, STRING, STRING, std::string, bool>;
+  static Parts partsOf(const Machine& machine) {
+    return {machine.files, machine.filterFile, machine.useBuiltin, machine.driverPolicy,
+            machine.driverBuiltIn};
+  }
+
+  const Change& _change;
+  const size_t _leftOut;
+  const size_t _calls;
+  std::set<Parts> _seen;
+  std::pair<size_t, Parts> _ended;
+};
+
+TEST(PolicyFaults, EveryCallThatIsTheLastOneLeavesOneWholePolicyAfterTheNextStart) {
+  size_t points = 0, states = 0;
+  for (const Change& change : cutShort()) {
+    Sweep sweep(change);
+    sweep.run();
+    points += sweep.points;
+    states += sweep.states;
+    for (const std::string& problem : sweep.problems) ADD_FAILURE() << problem;
+  }
+  std::printf("ended at %zu calls, and started again on %zu states\n", points, states);
 }
 
-TEST(PolicyFaults, TheUndoingMayItselfBeCutShortAnywhere) {
-  size_t points = 0;
-  for (const Change& change : changes()) {
-    const Machine machine = unfinished(change);
-    if (machine.files.empty()) continue;
-    for (const auto way : {Tripwire::Way::fails, Tripwire::Way::isTheLast}) {
-      for (size_t at = 1;; at += kStride) {
-        Machine left;
-        std::string point = std::string("undoing ") + change.name + ": ";
-        {
-          PolicyWorld world(machine);
-          world.trip = {};
-          world.trip.at = at;
-          world.trip.way = way;
-          PolicyProcessor::reconcile();
-          if (world.trip.tripped.empty()) break;
-          point += world.trip.tripped;
-          left = world.afterEnd();
-        }
-        ++points;
-        EXPECT_EQ(afterRestart(left, change), "") << point;
-      }
-    }
+// From the one that makes old backups go to the one that makes the journal go.
+TEST(PolicyFaults, EveryFlushOfAChangeIsMissedWhenItIsLeftOut) {
+  const std::vector<Change> all = cutShort();
+  const Change& change =
+      *std::ranges::find(all, "a retranslation beside old backups", &Change::name);
+  std::vector<std::string> flushes;
+  {
+    PolicyWorld world(change.machine());
+    PolicyProcessor::reconcile();
+    PolicyProcessor policy;
+    policy.InitializePloicyHistory();
+    change.run(policy);
+    for (size_t flush = 0; flush < world.recording->flushes(); ++flush)
+      flushes.push_back(world.recording->describeFlush(flush));
   }
-  EXPECT_GT(points, 100 / kStride);
-  std::printf("undoing was cut short at %zu calls\n", points);
+  const auto journal = std::ranges::find(flushes, "flush " + std::string(tests::kJournal) + ".new");
+  ASSERT_NE(journal, flushes.end());
+  const auto first = static_cast<size_t>(journal - flushes.begin()) - 1;
+  ASSERT_GT(flushes.size(), first + 12);
+  for (size_t flush = first; flush < first + 12; flush += kStride) {
+    Sweep sweep(change, flush);
+    sweep.run(true);
+    EXPECT_FALSE(sweep.problems.empty()) << flush << ": " << flushes[flush];
+  }
 }
 
 }  // namespace

@@ -163,6 +163,7 @@ TEST(PolicyPipeline, AStopEndsATranslatorThatNeverEndsAndReportsNothing) {
   pipeline.world.duringTranslation = [] { shutdownToken().request(); };
   EXPECT_FALSE(pipeline.install("B"));
   EXPECT_TRUE(pipeline.policy.stopped());
+  EXPECT_EQ(pipeline.world.trip.terminated, 1U) << "nobody else would end it";
   EXPECT_THAT(events.all(), testing::Contains(10592));
   EXPECT_TRUE(pipeline.world.lastStatus.empty());
   EXPECT_EQ(pipeline.config().getPolicyErrorCode(), 0);
@@ -227,8 +228,13 @@ TEST(PolicyPipeline, OldPoliciesGoAndWhatIsInUseOrSomebodyElsesStays) {
   Machine machine = installedMachine();
   const std::string ours = tests::kDriverFolder;
   const std::string former = "/opt/korvane/TRLM/driver/";
-  const std::string kept[] = {ours + "policy.txt", ours + "policy7x..conf",
-                              ours + "mypolicy7.sbp.zip", ours + "policy1..trans",
+  const std::string inDriver = ours + "policy5..conf";
+  machine.filterFile = inDriver;
+  const std::string kept[] = {inDriver,
+                              ours + "policy.txt",
+                              ours + "policy7x..conf",
+                              ours + "mypolicy7.sbp.zip",
+                              ours + "policy1..trans",
                               former + "notes.txt"};
   const std::string gone[] = {ours + "policy7.sbp.zip",   ours + "policy7..conf",
                               ours + "policy1..conf.old", ours + "policy1..trans.tmp",
@@ -308,10 +314,14 @@ TEST(PolicyReconcile, WhatCannotBeUndoneIsTriedAgain) {
     left = pipeline.world.afterEnd();
   }
   left.filterFile = "/elsewhere";
+  constexpr char kBackup[] = "/opt/korvane/IPS/driver/policy2..conf.old";
+  left.files[kBackup] = "what the change goes back to";
   PolicyWorld world(left);
   world.fake.registry.refuseBelow(tests::kDriverKey, 5);
   EXPECT_FALSE(PolicyProcessor::reconcile());
   EXPECT_NE(world.fake.files.content(tests::kJournal), "");
+  PolicyProcessor::RemovePrevHIDSPolicies();
+  EXPECT_NE(world.fake.files.content(kBackup), "");
   PolicyProcessor policy;
   EXPECT_FALSE(policy.installPolicy(source("B"), propertiesOf("B")));
   EXPECT_EQ(policy.errorText(), STRING("The former policy change could not be undone."));

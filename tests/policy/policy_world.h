@@ -56,6 +56,7 @@ struct Tripwire {
   size_t calls = 0;
   std::string tripped;
   bool dead = false;
+  size_t terminated = 0;  // translators that did not end by themselves
 
   bool hit(const std::string& what) {
     if (dead) return true;
@@ -144,7 +145,10 @@ class TripProcess final : public platform::Process {
                                                 : _to->wait(timeoutMs);
   }
   bool exitCode(uint32_t& out) override { return !_trip.hit("exit code") && _to->exitCode(out); }
-  uint32_t terminate() override { return _to->terminate(); }
+  uint32_t terminate() override {
+    ++_trip.terminated;
+    return _to->terminate();
+  }
   void interrupt() override { _to->interrupt(); }
 
  private:
@@ -187,6 +191,7 @@ struct Machine {
   std::string driverPolicy;  // the bytes that it loaded
   bool driverBuiltIn = false;
   std::string fact = "1";  // what a translation depends on
+  std::string ended = "the process ended";
 };
 
 // A source policy, what the translator makes of it, and how the server describes it.
@@ -254,13 +259,23 @@ class PolicyWorld {
     platform::setCurrent(nullptr);
   }
 
-  // What is left when the process ends here; with the machine, when the power fails too.
+  // What is left when the process ends here, and all that may be left when the power fails too.
   Machine afterEnd() { return withDisk(fake.files, false); }
-  Machine afterPowerLoss(platform::DataLoss data, platform::NameLoss names) {
-    platform::ManualClock clock;
-    platform::MemoryFiles disk(clock);
-    recording->crash(recording->size(), data, names, disk);
-    return withDisk(disk, true);
+  std::vector<Machine> afterPowerLoss() {
+    std::vector<Machine> left;
+    recording->forEachCrashAfter(recording->size(),
+                                 [&](const std::string& state, platform::MemoryFiles& disk) {
+                                   left.push_back(withDisk(disk, true));
+                                   left.back().ended = "the power failed " + state;
+                                 });
+    return left;
+  }
+  // The process has ended, and the next one begins on what it left.
+  void restart() {
+    AgentConfig::freeInstance();
+    trip = {};
+    AgentConfig::getInstance();
+    trip = {};
   }
 
   STRING parameter(const char* name) {

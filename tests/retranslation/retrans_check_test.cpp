@@ -86,6 +86,16 @@ TEST_F(RetransCheckTest, EachKindOfChangeAsksForARetranslation) {
       {{Kind::path, "", "/data/a", true, ""},
        [](auto& machine) { machine.files.remove("/data/a"); },
        "file/directory deleted /data/a"},
+      {{Kind::path, "", "/data/b/c", false, ""},
+       [](auto& machine) { machine.files.put("/data/b/c", "x"); },
+       "file/directory created /data/b/c"},
+      {{Kind::path, "", "/data/b/c", true, ""},
+       [](auto& machine) {
+         machine.files.remove("/data/b/c");
+         machine.files.remove("/data/b");
+         machine.files.put("/data/b", "a file where a directory was");
+       },
+       "file/directory deleted /data/b/c"},
       {{Kind::path, "", "/data/dir", false, ""},
        [](auto& machine) { machine.files.makeDirectories("/data/dir"); },
        "file/directory created /data/dir"},

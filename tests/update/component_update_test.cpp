@@ -234,7 +234,7 @@ TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithThe
     AgentConfig::freeInstance();
   });
   platform::setCurrent(&fake);
-  EXPECT_GT(states, 60);
+  EXPECT_GT(states, 45);
   EXPECT_GT(withNew, 3);
   RecordProperty("states", states);
 }

@@ -73,6 +73,79 @@ TEST(PolicyUpdate, FollowsTheServersWishForTheBuiltInPolicy) {
   EXPECT_EQ(cycles.world.loads, 2U) << "the policy that it had before";
 }
 
+// The setting, the driver and its record say what is so; the server is told that its wish was not followed.
+TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain) {
+  const auto wish = [](const char* value) {
+    return Answer::properties("update.configuration=true\ntcp.port=2222\nuse.builtin.policy=" +
+                              std::string(value) + "\n");
+  };
+  constexpr char kRefused[] = "result.errorcode=66\nresult.errormessage=";
+  PolicyCycles cycles;
+  cycles.receive(packages(kPolicy, {"bytes"}), 2);
+  const auto holds = [&cycles](bool builtIn) {
+    STRING flag;
+    cycles.machine.fake.registry.readString(
+        "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters", "UseBuiltin", flag);
+    return cycles.world.builtin == builtIn && cycles.config().useBuiltInPolicy() == builtIn &&
+           flag == STRING(builtIn ? "1" : "0");
+  };
+  for (bool* fault : {&cycles.world.refuses, &cycles.world.silent}) {
+    *fault = true;
+    cycles.receive(wish("true"), 1);
+    EXPECT_THAT(cycles.lastResult("config"),
+                testing::HasSubstr(std::string(kRefused) +
+                                   "Failed to tell Driver to use Builtin Policy\n"));
+    *fault = false;
+    if (fault == &cycles.world.silent) cycles.run(300);
+    EXPECT_TRUE(holds(fault == &cycles.world.silent));
+  }
+  cycles.world.refuses = true;
+  cycles.receive(wish("false"), 1);
+  EXPECT_THAT(cycles.lastResult("config"),
+              testing::HasSubstr(std::string(kRefused) + "Driver failed to load new policy\n"));
+  EXPECT_TRUE(holds(true));
+  cycles.world.refuses = false;
+  cycles.receive(wish("true"), 1);
+  cycles.run(400);
+  EXPECT_TRUE(holds(true)) << "the newer wish counts";
+  cycles.receive(wish("false"), 1);
+  ASSERT_TRUE(holds(false));
+
+  cycles.world.refuses = true;
+  cycles.receive(wish("true"), 1);
+  const size_t asked = cycles.world.builtInRequests;
+  cycles.run(298);
+  EXPECT_EQ(cycles.world.builtInRequests, asked);
+  cycles.run(1);
+  EXPECT_EQ(cycles.world.builtInRequests, asked + 1) << "five minutes later";
+  cycles.world.refuses = false;
+  cycles.run(300);
+  EXPECT_TRUE(holds(true));
+  EXPECT_EQ(cycles.machine.countLines(",10581,"), 4U) << "a repetition is not told again";
+  EXPECT_EQ(cycles.machine.countLines(",10583,"), 2U);
+
+  cycles.receive(packages(kPolicy, {"other"}), 2);
+  cycles.world.refuses = true;
+  cycles.receive(wish("true"), 1);
+  cycles.world.refuses = false;
+  cycles.receive(packages(kPolicy, {"a third"}), 2);
+  cycles.run(400);
+  EXPECT_TRUE(holds(false)) << "a policy of the server ends the wish";
+}
+
+TEST(PolicyUpdate, AnAgentWithoutAPolicyIsNotBlamedForItsBuiltInOne) {
+  PolicyCycles cycles;
+  cycles.world.builtin = true;
+  cycles.receive(Answer::properties("update.configuration=true\nuse.builtin.policy=false\n"), 1);
+  EXPECT_THAT(cycles.lastResult("config"), testing::HasSubstr("result.errorcode=0\n"));
+  EXPECT_EQ(cycles.world.loads, 0U);
+  cycles.receive(Answer::properties("update.configuration=true\nuse.builtin.policy=true\n"), 1);
+  STRING flag;
+  cycles.machine.fake.registry.readString(
+      "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters", "UseBuiltin", flag);
+  EXPECT_EQ(flag, STRING("1")) << "its next start is to find the wish";
+}
+
 TEST(Retranslation, IsDoneOnRequestUnlessThereIsNothingToEnforce) {
   struct RequestCase {
     const char* settings;
@@ -94,6 +167,22 @@ TEST(Retranslation, IsDoneOnRequestUnlessThereIsNothingToEnforce) {
     EXPECT_FALSE(cycles.config().getRetranslateNow()) << row.settings;
     EXPECT_EQ(row.trace ? cycles.machine.countLines(row.trace) : 1U, 1U) << row.settings;
   }
+}
+
+TEST(Retranslation, ThatAStopEndsIsLeftToTheNextStart) {
+  PolicyCycles cycles;
+  cycles.machine.fake.processes.install(std::string(tests::PolicyWorld::kTranslator) +
+                                            cycles.machine.fake.processes.fileName("translate"),
+                                        [](const std::string&) {
+                                          shutdownToken().request();
+                                          return platform::ProgramRun{0, platform::kInfinite};
+                                        });
+  cycles.machine.fake.files.put(kPlus, "bytes");
+  cycles.config().setPlusPolicyFile(kPlus);
+  cycles.config().setRetranslateNow(true);
+  cycles.run(1);
+  EXPECT_EQ(cycles.machine.fake.processes.starts().size(), 1U);
+  EXPECT_TRUE(cycles.config().getRetranslateNow());
 }
 
 TEST(IdsPolicy, IsTranslatedHandedOverAndReported) {

@@ -35,8 +35,11 @@ struct PolicyWorld {
     machine.fake.devices.setOpenError(0);
     machine.fake.devices.setHandler([this](const platform::FakeDevices::Call& call) {
       if (call.controlCode == kNewPolicyCode) ++loads;
-      if (call.controlCode == kUseBuiltInCode) builtin = true;
-      if (call.controlCode == kNewPolicyCode) builtin = false;
+      if (call.controlCode == kUseBuiltInCode) ++builtInRequests;
+      const bool change = call.controlCode == kUseBuiltInCode || call.controlCode == kNewPolicyCode;
+      if (change && refuses) return platform::DeviceScript::atOnce(31);
+      if (change) builtin = call.controlCode == kUseBuiltInCode;
+      if (change && silent) return platform::DeviceScript::waitEnds(platform::DeviceWait::timedOut);
       std::vector<std::byte> record(1028);
       record[0] = std::byte{builtin};
       return platform::DeviceScript::atOnce(0, record);
@@ -53,8 +56,10 @@ struct PolicyWorld {
   int exitCode = 0;
   std::string errorText = "a text of the translator";
   std::string output = "translated";
-  size_t loads = 0;
+  size_t loads = 0, builtInRequests = 0;
   bool builtin = false;
+  // A driver that refuses another policy, or changes it and does not answer.
+  bool refuses = false, silent = false;
 
  private:
   // The two last of the quoted arguments are the outputs; for the IDS the first of them is the error text.

@@ -196,7 +196,7 @@ int MemoryFiles::lock(const std::string& path, std::unique_ptr<FileLock>& out) {
 int MemoryFiles::info(const std::string& path, FileInfo& out) {
   FakeLock lock(_disk->mutex);
   const MemoryNode* node = _disk->find(normal(path));
-  if (!node) return ENOENT;
+  if (!node) return _disk->checkParent(normal(path)) == ENOTDIR ? ENOTDIR : ENOENT;
   out = {node->bytes.size(), node->modifiedNs, node->identity, node->directory};
   return 0;
 }

@@ -28,6 +28,12 @@ constexpr const char* kKindNames[] = {"create", "write",  "truncate",         "f
                                       "move",   "remove", "make directories", "flush directory"};
 constexpr const char* kDataLossNames[] = {"all data kept", "unflushed data lost", "last write torn",
                                           "unflushed data zeroed", "only the last write kept"};
+constexpr const char* kNameLossNames[] = {"", ", unflushed names lost",
+                                          ", of a directory's changes only the last kept"};
+
+bool isFlush(const Entry& entry) {
+  return entry.kind == Kind::flush || entry.kind == Kind::flushDirectory;
+}
 
 class RecordedFile final : public ForwardingFile {
  public:
@@ -106,10 +112,17 @@ struct Content {
   }
 };
 
+// The last change of a directory that is not sure.
+struct NameChange {
+  std::string gone, made;  // either may be empty
+  uint64_t file = 0;       // what `made` names
+};
+
 // The disk as the journal builds it up.
 struct Replay {
   std::map<uint64_t, Content> contents;
   Names names, sureNames;
+  std::map<std::string, NameChange> lastChanges;  // by directory
   std::vector<std::string> directories;
 
   void apply(const Entry& entry) {
@@ -117,6 +130,7 @@ struct Replay {
       case Kind::create:
         names[entry.path] = entry.file;
         contents[entry.file];
+        lastChanges[directoryOf(entry.path)] = {"", entry.path, entry.file};
         break;
       case Kind::write:
       case Kind::truncate:
@@ -126,11 +140,11 @@ struct Replay {
         contents[entry.file].flush();
         break;
       case Kind::move:
-        names[entry.to] = names[entry.path];
-        names.erase(entry.path);
+        move(entry);
         break;
       case Kind::remove:
         names.erase(entry.path);
+        lastChanges[directoryOf(entry.path)] = {entry.path, "", 0};
         break;
       case Kind::makeDirectories:
         directories.push_back(entry.path);
@@ -141,7 +155,30 @@ struct Replay {
     }
   }
 
+  void move(const Entry& entry) {
+    const uint64_t file = names[entry.path];
+    names.erase(entry.path);
+    names[entry.to] = file;
+    lastChanges[directoryOf(entry.path)] = {entry.path, "", 0};
+    NameChange& arrival = lastChanges[directoryOf(entry.to)];
+    if (arrival.gone != entry.path) arrival.gone.clear();
+    arrival.made = entry.to;
+    arrival.file = file;
+  }
+
+  Names after(NameLoss loss) const {
+    if (loss == NameLoss::none) return names;
+    Names kept = sureNames;
+    if (loss == NameLoss::all) return kept;
+    for (const auto& [directory, change] : lastChanges) {
+      kept.erase(change.gone);
+      if (!change.made.empty()) kept[change.made] = change.file;
+    }
+    return kept;
+  }
+
   void makeSure(const std::string& directory) {
+    lastChanges.erase(directory);
     const auto within = [&](const auto& named) { return directoryOf(named.first) == directory; };
     std::erase_if(sureNames, within);
     for (const auto& named : names)
@@ -183,6 +220,26 @@ std::string RecordingFiles::describe(size_t entry) {
   return text;
 }
 
+size_t RecordingFiles::flushes() {
+  FakeLock lock(_mutex);
+  return static_cast<size_t>(std::count_if(_journal.begin(), _journal.end(), isFlush));
+}
+
+std::string RecordingFiles::describeFlush(size_t flush) {
+  size_t at = 0;
+  {
+    FakeLock lock(_mutex);
+    for (; at < _journal.size(); ++at)
+      if (isFlush(_journal[at]) && flush-- == 0) break;
+  }
+  return describe(at);
+}
+
+void RecordingFiles::leaveOutFlush(size_t flush) {
+  FakeLock lock(_mutex);
+  _leftOut = flush;
+}
+
 void RecordingFiles::crash(size_t entries, DataLoss data, NameLoss names, MemoryFiles& disk) {
   FakeLock lock(_mutex);
   Replay replay;
@@ -191,37 +248,41 @@ void RecordingFiles::crash(size_t entries, DataLoss data, NameLoss names, Memory
     replay.names[path] = replay.sureNames[path] = file.first;
     replay.contents[file.first].sure = file.second;
   }
-  for (size_t i = 0; i < std::min(entries, _journal.size()); ++i) replay.apply(_journal[i]);
+  size_t flush = 0;
+  for (size_t i = 0; i < std::min(entries, _journal.size()); ++i)
+    if (!isFlush(_journal[i]) || flush++ != _leftOut) replay.apply(_journal[i]);
   for (const std::string& directory : replay.directories)
     ignoreResult(disk.makeDirectories(directory));
-  for (const auto& [path, file] : names == NameLoss::none ? replay.names : replay.sureNames)
+  for (const auto& [path, file] : replay.after(names))
     disk.put(path, replay.contents[file].after(data));
 }
 
-void RecordingFiles::forEachCrash(
-    const std::function<void(const std::string& state, MemoryFiles& disk)>& check) {
-  constexpr DataLoss kData[] = {DataLoss::none, DataLoss::all, DataLoss::torn, DataLoss::zeroed,
-                                DataLoss::lastOnly};
-  std::map<std::string, std::string> last;
+void RecordingFiles::forEachCrash(const Check& check) {
+  Seen seen;
   const size_t total = size();
-  for (size_t entries = 0; entries <= total; ++entries)
-    for (const DataLoss data : kData)
-      for (const NameLoss names : {NameLoss::none, NameLoss::all}) {
-        ManualClock clock;
-        MemoryFiles disk(clock);
-        crash(entries, data, names, disk);
-        std::map<std::string, std::string> contents;
-        for (const std::string& path : disk.paths()) contents[path] = disk.content(path);
-        if (entries + static_cast<size_t>(data) + static_cast<size_t>(names) > 0 &&
-            contents == last)
-          continue;
-        last = contents;
-        check("after entry " + std::to_string(entries) +
-                  (entries ? " (" + describe(entries - 1) + "), " : ", ") +
-                  kDataLossNames[static_cast<int>(data)] +
-                  (names == NameLoss::all ? ", unflushed names lost" : ""),
-              disk);
-      }
+  for (size_t entries = 0; entries <= total; ++entries) forEachCrashAfter(entries, seen, check);
+}
+
+void RecordingFiles::forEachCrashAfter(size_t entries, const Check& check) {
+  Seen seen;
+  forEachCrashAfter(entries, seen, check);
+}
+
+void RecordingFiles::forEachCrashAfter(size_t entries, Seen& seen, const Check& check) {
+  const std::string after = "after entry " + std::to_string(entries) +
+                            (entries ? " (" + describe(entries - 1) + "), " : ", ");
+  for (const DataLoss data : kDataLosses)
+    for (const NameLoss names : kNameLosses) {
+      ManualClock clock;
+      MemoryFiles disk(clock);
+      crash(entries, data, names, disk);
+      std::map<std::string, std::string> contents;
+      for (const std::string& path : disk.paths()) contents[path] = disk.content(path);
+      if (!seen.insert(std::move(contents)).second) continue;
+      check(
+          after + kDataLossNames[static_cast<int>(data)] + kNameLossNames[static_cast<int>(names)],
+          disk);
+    }
 }
 
 int RecordingFiles::open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) {

@@ -1,13 +1,41 @@
-// Settings from whoever manages the agent that ask for the built-in policy, or for the assigned one again.
+// A wish for the built-in policy, or for the assigned one again: "use.builtin.policy" among settings from whoever
+// manages the agent.
+//
+// The setting says what is so: a wish that the driver refuses is taken out of the settings, and the driver is
+// as it was. The wish is remembered and put to the driver again every five minutes, until it is followed,
+// another one comes, a policy is loaded or the agent stops.
+//
+// Lifetime and threads: one object for the owner of the policy, used by its thread. Blocks for the driver's
+// time-outs.
+// Errors: a text; event 10581 when a wish is refused, 10583 when it is followed in the end.
+//
+//   const STRING problem = wish.follow(settings);   // before the settings are taken
 #pragma once
+
+#include <optional>
 
 #include "util/property_list.h"
 
 namespace korvane {
 
 // Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants it. To be
-// called before the settings are taken: whoever sees the changed setting asks the driver. Blocks for the driver's
-// time-outs; called by the owner of the policy.
-void followBuiltInWish(const PropertyList& settings);
+// called before the settings are taken: whoever sees the changed setting asks the driver. An empty text, or
+// why the driver refuses; registry and driver are as before then.
+STRING followBuiltInWish(const PropertyList& settings);
+
+class BuiltInWish {
+ public:
+  static constexpr int kPauseCycles = 300;
+
+  // As followBuiltInWish(); what is refused is taken out of the settings and tried again.
+  STRING follow(PropertyList& settings);
+  // A second has passed; enforceable: prevention is in force, so that there is a driver to ask.
+  void step(bool enforceable);
+  void forget() { _wanted.reset(); }
+
+ private:
+  std::optional<bool> _wanted;
+  int _pause = 0;
+};
 
 }  // namespace korvane

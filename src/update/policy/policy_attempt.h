@@ -9,7 +9,7 @@ namespace korvane {
 
 // A policy from the server.
 struct PolicyProcessor::Received {
-  STRING name;
+  STRING name;  // as the server calls it, the version included
   STRING path;  // in the server's database
 };
 

@@ -22,6 +22,10 @@ platform::Files& files() {
   return platform::current().files;
 }
 
+int flushFolder() {
+  return files().flushDirectory(driverDirectory());
+}
+
 bool traced(const char* what, const std::string& path, int error) {
   eventlog::trace(kTag, "%s %s: error %d", what, path, error);
   return false;
@@ -43,7 +47,7 @@ bool undoFiles(const PolicyJournal& journal) {
   if (!putBack(names.oldItems, names.items, journal.hadItems)) return false;
   for (const std::string& fresh : {names.freshMinus, names.freshItems})
     if (const int error = removeIfThere(fresh)) traced("Cannot remove", fresh, error);
-  const int error = files().flushDirectory(driverDirectory());
+  const int error = flushFolder();
   return error == 0 || traced("Cannot flush", driverDirectory(), error);
 }
 
@@ -83,23 +87,29 @@ bool undoChange(const PolicyJournal& journal, bool driverUntouched) {
   return error == 0 || traced("Cannot remove", policyJournalPath(), error);
 }
 
+// What is missing of these files and was set aside.
+bool putBackMissing(const PolicyFiles& names) {
+  for (const auto& [backup, path] :
+       {std::pair(names.oldMinus, names.minus), {names.oldItems, names.items}})
+    if (presenceOf(path) == Presence::absent && !putBack(backup, path, true)) return false;
+  // The journal may go only when they are sure.
+  const int error = flushFolder();
+  return error == 0 || traced("Cannot flush", driverDirectory(), error);
+}
+
 // Without a journal that can be read, what agent.ini names is taken for what is to be in force.
 bool repair() {
   const AgentConfig& config = *AgentConfig::getInstance();
   const STRING plus = config.getPlusPolicyFile();
   const PolicyFiles names(plus);
-  const bool hasMinus = !plus.empty() && presenceOf(names.minus) == Presence::present;
-  if (!plus.empty() && !hasMinus &&
-      (!putBack(names.oldMinus, names.minus, true) || !putBack(names.oldItems, names.items, true)))
-    return false;
+  if (!plus.empty() && !putBackMissing(names)) return false;
   DriverConfig::PolicySetting setting{DriverConfig::getMinusFile(), true};
   if (!config.useBuiltInPolicy() && presenceOf(names.minus) == Presence::present)
     setting = {names.minus, false};
   if (!undoDriver(setting)) return false;
   const std::string path = policyJournalPath();
   const int error = files().replace(path, path + ".damaged");
-  return error == 0 ? files().flushDirectory(driverDirectory()) == 0
-                    : traced("Cannot set aside", path, error);
+  return error == 0 || traced("Cannot set aside", path, error);
 }
 
 }  // namespace
@@ -128,11 +138,16 @@ bool PolicyChange::takeState() {
   return true;
 }
 
-// A backup of another time would be taken for this change's; the journal's own flush makes it sure.
+// A backup of another time would be taken for this change's, so it is surely gone before there is a journal.
 bool PolicyChange::removeStaleBackups() {
   for (const std::string& backup : {_files.oldMinus, _files.oldItems})
     if (const int error = removeIfThere(backup)) return fail("Cannot remove", backup, error);
-  return true;
+  return flush();
+}
+
+bool PolicyChange::flush() {
+  const int error = flushFolder();
+  return error == 0 || fail("Cannot flush", driverDirectory(), error);
 }
 
 bool PolicyChange::begin() {
@@ -150,18 +165,19 @@ bool PolicyChange::begin() {
   return true;
 }
 
-// What the translator wrote is not sure before it has been flushed here.
+// What the translator wrote is not sure before it has been flushed here. A backup is sure before its place is
+// taken: of two changes of a folder a file system may keep the second alone.
 bool PolicyChange::exchange(const std::string& fresh, const std::string& path,
                             const std::string& backup, bool hadFile) {
   if (const int error = flushFile(fresh)) return fail("Cannot flush", fresh, error);
   if (hadFile) {
     if (const int error = files().replace(path, backup))
       return fail("Cannot set aside", path, error);
+    if (!flush()) return false;
   }
   if (const int error = files().replace(fresh, path))
     return fail("Cannot put in place", path, error);
-  const int error = files().flushDirectory(driverDirectory());
-  return error == 0 || fail("Cannot flush", driverDirectory(), error);
+  return flush();
 }
 
 bool PolicyChange::takeMinus() {

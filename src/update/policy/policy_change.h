@@ -41,6 +41,7 @@ class PolicyChange {
  private:
   [[nodiscard]] bool takeState();
   [[nodiscard]] bool removeStaleBackups();
+  [[nodiscard]] bool flush();
   [[nodiscard]] bool exchange(const std::string& fresh, const std::string& path,
                               const std::string& backup, bool hadFile);
   bool fail(const char* what, const std::string& path, int error);

@@ -39,6 +39,12 @@ void discard(const PolicyFiles& files) {
       eventlog::trace(kTag, "Cannot remove %s: error %d", fresh, error);
 }
 
+// Of a policy that the driver does not tell of yet, what the server calls it: "Base 4" is version 4.
+STRING versionIn(const STRING& name) {
+  const std::string text = name.toUtf8();
+  return text.substr(text.find_last_of(' ') + 1);
+}
+
 // The driver answers for what it has; a question that gets lost is put again.
 bool askForPolicy(STRING& name, STRING& version, STRING& id) {
   return DriverConfig::queryPolicy(name, version, id) ||
@@ -110,9 +116,9 @@ bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {
   const PolicyFiles& files = attempt.files;
   if (!attempt.hadMinus || !sameContent(files.freshMinus, files.minus)) return false;
   _retranslating = false;
+  // Should the change of name get lost, the former items bring about this translation once more.
   if (flushFile(files.freshItems) != 0 ||
-      system().files.replace(files.freshItems, files.items) != 0 ||
-      system().files.flushDirectory(driverDirectory()) != 0)
+      system().files.replace(files.freshItems, files.items) != 0)
     eventlog::trace(kTag, "The fresh items cannot be kept: %s", files.items);
   discard(files);
   // Without its items a policy is not checked for retranslation; that has been told.
@@ -149,12 +155,13 @@ bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
   const bool hadPolicy = attempt.hadMinus || !config.getPlusPolicyFile().empty();
   STRING id;
   const bool known = askForPolicy(attempt.record.name, attempt.record.version, id);
+  if (!known)
+    attempt.record.version = versionIn(received ? received->name : config.getPlusVersion());
   const bool held = change.takeItems() && change.commit([&] {
-    if (known) {
-      config.setPlusID(id);
-      config.setPlusVersion(attempt.record.name + " " + attempt.record.version);
-    }
+    if (known || received) config.setPlusID(id);
+    if (known) config.setPlusVersion(attempt.record.name + " " + attempt.record.version);
     if (!received) return;
+    if (!known) config.setPlusVersion(received->name);
     config.setPlusPolicyFile(attempt.plusFile);
     config.setPlusDBPath(received->path);
     config.setUseBuiltInPolicy(false);
@@ -165,6 +172,7 @@ bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
     ignoreResult(change.undo(false));
     return giveUp(attempt, kNotRecorded, problem);
   }
+  config.leaveBuiltInState();
   if (hadPolicy && !_retranslating) eventlog::event(kEventInForce, kTag, {attempt.record.version});
   UpdateHistoryIPS(attempt);
   return true;

