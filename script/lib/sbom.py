@@ -104,18 +104,23 @@ def windows_components(build, deps):
     yield from header_components(build)
 
 
+def packages_needed(file):
+    """The libraries that a program or library names, each with the Debian package that holds it."""
+    needed = set(re.findall(r"\(NEEDED\).*\[(.+)\]", output("readelf", "-d", str(file))))
+    for name, path in re.findall(r"^\s*(\S+) => (\S+)", output("ldd", str(file)), re.M):
+        if name not in needed:
+            continue
+        # The system may know the file by its path without the linked /usr.
+        owner = next(found for place in (path, path.removeprefix("/usr"), str(pathlib.Path(path).resolve()))
+                     if (found := subprocess.run(["dpkg", "-S", place], capture_output=True, text=True).stdout))
+        yield name, owner.split(": ")[0]
+
+
 def linux_components(build, files):
     linked = {}
     for file in files:
-        needed = set(re.findall(r"\(NEEDED\).*\[(.+)\]", output("readelf", "-d", str(file))))
-        for name, path in re.findall(r"^\s*(\S+) => (\S+)", output("ldd", str(file)), re.M):
-            if name not in needed:
-                continue
-            # The system may know the file by its path without the linked /usr.
-            owner = next(found for place in (path, path.removeprefix("/usr"), str(pathlib.Path(path).resolve()))
-                         if (found := subprocess.run(["dpkg", "-S", place], capture_output=True, text=True).stdout))
-            origin = tuple(debian_package(owner.split(": ")[0]))
-            linked.setdefault(origin, []).append(f"{file.name}: {name}, dynamically")
+        for name, owner in packages_needed(file):
+            linked.setdefault(tuple(debian_package(owner)), []).append(f"{file.name}: {name}, dynamically")
     for (name, version), what in sorted(linked.items()):
         yield component(name, version, what)
     yield from header_components(build)

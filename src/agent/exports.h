@@ -1,4 +1,4 @@
-// What the library exports to its host, beside the exported classes. Nothing throws across them, nothing
+// What the library exports to its host, beside the exported classes. Neither throws, nothing
 // ends the process, and loading the library does no work.
 //
 // startAgent: runs the whole agent on the calling thread, which should be one of its own, and returns
@@ -10,7 +10,7 @@
 //   agent is lost, so a host calls again until startAgent has returned.
 #pragma once
 
-#include "platform/export.h"
+#include "util/export.h"
 
 namespace korvane {
 class AgentInfo;

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <utility>
 
 #include "comm/https_handler.h"
 #include "comm/https_shared.h"
@@ -112,7 +113,7 @@ int HttpsHandler::getCompUpdate() {
   return code;
 }
 
-int HttpsHandler::setUpdateResult(int kind, const PropertyList& pairs) {
+int HttpsHandler::setUpdateResult(int kind, PropertyList pairs) {
   const STRING type = getUpdateAsString(kind);
   eventlog::trace(kSendSource, "Sending Update Result Message, Type = %s", type);
   PropertyList all{{"result.type", type}};
@@ -123,12 +124,12 @@ int HttpsHandler::setUpdateResult(int kind, const PropertyList& pairs) {
   return exchange(SET_UPDATE_RESULT, message);
 }
 
-int HttpsHandler::setUpdateResult(int kind, int code, const STRING& text, const Property& pair) {
-  return setUpdateResult(kind, code, text, PropertyList{pair});
+int HttpsHandler::setUpdateResult(int kind, int code, STRING& text, Property pair) {
+  return setUpdateResult(kind, code, std::as_const(text), PropertyList{std::move(pair)});
 }
 
-int HttpsHandler::setUpdateResult(int kind, int code, const STRING& text) {
-  return setUpdateResult(kind, code, text, PropertyList());
+int HttpsHandler::setUpdateResult(int kind, int code, STRING& text, PropertyList pairs) {
+  return setUpdateResult(kind, code, std::as_const(text), std::as_const(pairs));
 }
 
 int HttpsHandler::setUpdateResult(int kind, int code, const STRING& text,
@@ -142,14 +143,14 @@ int HttpsHandler::setUpdateResult(int kind, int code, const STRING& text,
   return setUpdateResult(kind, all);
 }
 
-int HttpsHandler::log(const PropertyList& record) {
+int HttpsHandler::log(PropertyList record) {
   eventlog::trace(kSendSource, "Sending Single Log Message");
   HttpsMessageGenerator message;
   message.addProperties(record);
   return exchange(LOG_MESSAGE, message);
 }
 
-int HttpsHandler::log(const std::vector<PropertyList>& records) {
+int HttpsHandler::log(std::vector<PropertyList> records) {
   eventlog::trace(kSendSource, "Sending Multiple Log Messages");
   HttpsMessageGenerator message;
   for (const PropertyList& record : records) message.addProperties(record);

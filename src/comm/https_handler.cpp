@@ -33,6 +33,27 @@ void noteServerUsed(const STRING& server, int type) {
 
 }  // namespace
 
+const int HttpsHandler::REGISTER;
+const int HttpsHandler::GET_UPDATE;
+const int HttpsHandler::SET_UPDATE_RESULT;
+const int HttpsHandler::LOG_MESSAGE;
+const int HttpsHandler::TEST_CONNECTION;
+const int HttpsHandler::BULK_LOG;
+const int HttpsHandler::APPLICATION_DATA;
+const int HttpsHandler::CONFIG_UPDATE;
+const int HttpsHandler::POLICY_UPDATE;
+const int HttpsHandler::SOFTWARE_UPDATE;
+const int HttpsHandler::POLICY_UPDATE_HIDS;
+const int HttpsHandler::CONFIG_UPDATE_HIDS;
+const int HttpsHandler::VEXQEL_UPDATE;
+const int HttpsHandler::FERROLYN_REVO_UPDATE;
+const int HttpsHandler::FERROLYN_SETTINGS_UPDATE;
+const int HttpsHandler::FERROLYN_VT_UPDATE;
+
+const char* const HttpsHandler::URL[] = {"register",       "update",   "result", "log",
+                                         "testConnection", "bulk-log", "result"};
+const char HttpsHandler::PROTOCOL_VERSION[] = "1.0";
+
 HttpsHandler::HttpsHandler() : HttpsHandler(STRING()) {}
 
 HttpsHandler::HttpsHandler(const STRING& server) : HttpsHandler(server, Unannounced()) {
@@ -46,6 +67,14 @@ HttpsHandler::HttpsHandler(const STRING& server, Unannounced)
 }
 
 HttpsHandler::~HttpsHandler() = default;
+
+const STRING& HttpsHandler::server() const {
+  return _server;
+}
+
+const STRING& HttpsHandler::getGUIDUsed() const {
+  return _guidUsed;
+}
 
 void HttpsHandler::init() {
   {

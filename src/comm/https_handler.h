@@ -32,7 +32,7 @@
 #include "comm/https_message_generator.h"
 #include "comm/message_body.h"
 #include "comm/transport.h"
-#include "platform/export.h"
+#include "util/export.h"
 #include "util/property_list.h"
 #include "util/string.h"
 
@@ -41,29 +41,28 @@ namespace korvane {
 class KORVANE_EXPORT HttpsHandler {
  public:
   // Message types; the value is the index into URL.
-  static constexpr int REGISTER = 0;
-  static constexpr int GET_UPDATE = 1;
-  static constexpr int SET_UPDATE_RESULT = 2;
-  static constexpr int LOG_MESSAGE = 3;
-  static constexpr int TEST_CONNECTION = 4;
-  static constexpr int BULK_LOG = 5;
-  static constexpr int APPLICATION_DATA = 6;
+  static const int REGISTER = 0;
+  static const int GET_UPDATE = 1;
+  static const int SET_UPDATE_RESULT = 2;
+  static const int LOG_MESSAGE = 3;
+  static const int TEST_CONNECTION = 4;
+  static const int BULK_LOG = 5;
+  static const int APPLICATION_DATA = 6;
 
   // Update kinds, a set of bits.
-  static constexpr int CONFIG_UPDATE = 1;
-  static constexpr int POLICY_UPDATE = 2;
-  static constexpr int SOFTWARE_UPDATE = 4;
-  static constexpr int POLICY_UPDATE_HIDS = 8;
-  static constexpr int CONFIG_UPDATE_HIDS = 16;
-  static constexpr int VEXQEL_UPDATE = 32;
-  static constexpr int FERROLYN_REVO_UPDATE = 64;
-  static constexpr int FERROLYN_SETTINGS_UPDATE = 128;
-  static constexpr int FERROLYN_VT_UPDATE = 256;
+  static const int CONFIG_UPDATE = 1;
+  static const int POLICY_UPDATE = 2;
+  static const int SOFTWARE_UPDATE = 4;
+  static const int POLICY_UPDATE_HIDS = 8;
+  static const int CONFIG_UPDATE_HIDS = 16;
+  static const int VEXQEL_UPDATE = 32;
+  static const int FERROLYN_REVO_UPDATE = 64;
+  static const int FERROLYN_SETTINGS_UPDATE = 128;
+  static const int FERROLYN_VT_UPDATE = 256;
 
   // The path word of each message type.
-  static constexpr const char* URL[7] = {"register",       "update",   "result", "log",
-                                         "testConnection", "bulk-log", "result"};
-  static constexpr char PROTOCOL_VERSION[] = "1.0";
+  static const char* const URL[7];
+  static const char PROTOCOL_VERSION[4];
 
   // For the current server; without a server list, for the configured URL's host.
   HttpsHandler();
@@ -73,7 +72,10 @@ class KORVANE_EXPORT HttpsHandler {
   HttpsHandler(const HttpsHandler&) = delete;
   HttpsHandler& operator=(const HttpsHandler&) = delete;
 
-  const STRING& server() const { return _server; }
+  const STRING& server() const;
+
+  // Takes URL, CA file and connection time-out from the settings, as the constructor did.
+  void init();
 
   // Exchanges
 
@@ -87,15 +89,15 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int getUpdate(int kinds, bool withAttributes);
   // The four content kinds, bits 32 to 256, at once.
   [[nodiscard]] int getCompUpdate();
-  [[nodiscard]] int setUpdateResult(int kind, const PropertyList& pairs);
-  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text, const Property& pair);
-  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text,
-                                    const PropertyList& pairs);
-  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text);
+  // The text is left as it is.
+  [[nodiscard]] int setUpdateResult(int kind, PropertyList pairs);
+  [[nodiscard]] int setUpdateResult(int kind, int code, STRING& text, Property pair);
+  [[nodiscard]] int setUpdateResult(int kind, int code, STRING& text, PropertyList pairs);
+  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text, const PropertyList& pairs = {});
   // One log record.
-  [[nodiscard]] int log(const PropertyList& record);
+  [[nodiscard]] int log(PropertyList record);
   // One properties section for each record.
-  [[nodiscard]] int log(const std::vector<PropertyList>& records);
+  [[nodiscard]] int log(std::vector<PropertyList> records);
   // The same for records that are in a finished body already; `records` tells how many they are.
   [[nodiscard]] int log(const MessageBody& finishedBody, size_t records);
   // A file as a bulk log.
@@ -122,13 +124,13 @@ class KORVANE_EXPORT HttpsHandler {
   // The property "agent.id".
   [[nodiscard]] int getGUID(STRING& guid);
   // The identifier that the last message of this handler was sent with; empty when with none.
-  const STRING& getGUIDUsed() const { return _guidUsed; }
+  const STRING& getGUIDUsed() const;
   // 1 and the pairs when the answer holds an update notice beside what was asked for, 0 when not.
   [[nodiscard]] int getPiggyBackedUpdate(PropertyList& out);
   // The content of a kind, by the kind's name ("update.qel"); 0 when there is one. The string
   // belongs to the handler and lives until its next exchange. An empty part gives -1 and the text
   // "Empty".
-  [[nodiscard]] int getBinaryData(const STRING& name, std::string*& out);
+  [[nodiscard]] int getBinaryData(STRING name, std::string*& out);
   // The server's error code, 0 when none; with its text, which fits one field of an event line:
   // double quotes left out, commas and line ends made blanks.
   [[nodiscard]] int getKorvaneError(STRING& text);
@@ -138,6 +140,9 @@ class KORVANE_EXPORT HttpsHandler {
   // Kinds by name and back
   static int getUpdateAsINT(const STRING& name);  // 0 for an unknown name
   static STRING getUpdateAsString(int kind);      // the short name; empty for an unknown bit
+
+  // What a transfer's result comes to, with its event; the operations above have done it.
+  [[nodiscard]] int checkRetStatus(int result);
 
   // Error texts
   STRING getCurlError(int code) const;
@@ -170,7 +175,6 @@ class KORVANE_EXPORT HttpsHandler {
   HttpsHandler(const STRING& server, Unannounced);
 
   static Shared& shared();
-  void init();
   [[nodiscard]] int getUpdate(int kinds, const PropertyList& extra, bool withAttributes);
 
   // One message to the server and its answer; exchange() adds the status check.
@@ -181,10 +185,9 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int sendOver(Transport* transport, int type, HttpsMessageGenerator& generator);
   [[nodiscard]] bool addGUID(int type, HttpsMessageGenerator& generator);
   [[nodiscard]] int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
-                             std::string_view body);
+               std::string_view body);
   [[nodiscard]] int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
-                                const TransportRequest& request, const TransportResult& result);
-  [[nodiscard]] int checkRetStatus(int result);
+                  const TransportRequest& request, const TransportResult& result);
   void noteFailure(int event, const STRING& text, int code);
   void noteSuccess();
 
@@ -192,7 +195,7 @@ class KORVANE_EXPORT HttpsHandler {
 
   // True when the last exchange succeeded and its answer may be read.
   bool answered() const;
-  bool asked(int kind) const { return _lastType == GET_UPDATE && (_lastKinds & kind); }
+  bool asked(int kind) const;
   STRING answerProperty(const STRING& name) const;
   PropertyList answerGroup(bool (*belongs)(const STRING& name)) const;
   int readGroup(bool (*belongs)(const STRING& name), PropertyList& out) const;

@@ -67,6 +67,10 @@ const UpdateKind* kindOf(int bit) {
 
 }  // namespace
 
+bool HttpsHandler::asked(int kind) const {
+  return _lastType == GET_UPDATE && (_lastKinds & kind);
+}
+
 bool HttpsHandler::answered() const {
   return _lastResult == 0 && _httpStatus <= kOkStatus;
 }
@@ -211,7 +215,7 @@ int HttpsHandler::getPiggyBackedUpdate(PropertyList& out) {
   return 1;
 }
 
-int HttpsHandler::getBinaryData(const STRING& name, std::string*& out) {
+int HttpsHandler::getBinaryData(STRING name, std::string*& out) {
   out = nullptr;
   if (_response->errorCode() != 0) return kAnswerError;
   const ResponseParser::Binary* part = answered() ? binaryOf(getUpdateAsINT(name)) : nullptr;

@@ -22,9 +22,11 @@
 #include <string_view>
 #include <utility>
 
+#include "util/export.h"
+
 namespace korvane {
 
-class MessageBody {
+class KORVANE_EXPORT MessageBody {
  public:
   MessageBody() = default;
   MessageBody(const MessageBody&) = delete;

@@ -30,6 +30,11 @@ std::string wideLines(const PropertyList& pairs) {
 
 }  // namespace
 
+Section::Section() = default;
+Section::Section(const Section&) = default;
+Section& Section::operator=(const Section&) = default;
+Section::~Section() = default;
+
 Section::Section(const STRING& sectionType, const STRING& sectionName, void* sectionData)
     : type(sectionType), name(sectionName), data(sectionData) {}
 

@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "comm/message_body.h"
-#include "platform/export.h"
+#include "util/export.h"
 #include "util/property_list.h"
 #include "util/string.h"
 
@@ -21,8 +21,11 @@ namespace korvane {
 
 class KORVANE_EXPORT Section {
  public:
-  Section() = default;
+  Section();
   Section(const STRING& type, const STRING& name, void* data);
+  Section(const Section&);
+  Section& operator=(const Section&);
+  ~Section();
 
   // Each appends the framing lines and the payload, without the line feed that follows a section.
   // writeTextSection: pairs as name=value lines in UTF-8, or in UTF-16LE when `wide` is set; a

@@ -91,6 +91,10 @@ bool AgentConfig::updateIniFile(bool lockHeld, bool force, const STRING& path) {
   return _state->files.usable() && _state->saveHoldingLockFile(kTag, force);
 }
 
+bool AgentConfig::updateIniFile() {
+  return updateIniFile(nullptr, nullptr, STRING());
+}
+
 bool AgentConfig::updateIniFile(const char* section, const char* key, const STRING& value) {
   const ChangeGroup group(*this);
   const bool hasKey = section && *section && key && *key;

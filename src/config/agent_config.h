@@ -24,7 +24,7 @@
 
 #include "config/hids_interface.h"
 #include "config/log_type.h"
-#include "platform/export.h"
+#include "util/export.h"
 #include "util/property_list.h"
 #include "util/string.h"
 
@@ -64,7 +64,7 @@ class KORVANE_EXPORT AgentConfig {
   [[nodiscard]] bool updateIniFile(bool lockHeld, bool force, const STRING& path);
   // Sets one key and writes agent.ini; without section and key (null or empty) only writes it.
   [[nodiscard]] bool updateIniFile(const char* section, const char* key, const STRING& value);
-  [[nodiscard]] bool updateIniFile() { return updateIniFile(nullptr, nullptr, STRING()); }
+  [[nodiscard]] bool updateIniFile();
   // Writes fallback.ini, then agent.ini.
   [[nodiscard]] bool UpdateAllIni();
   // Settings from the server: sets every pair, then writes agent.ini once.
@@ -226,7 +226,7 @@ class KORVANE_EXPORT AgentConfig {
   void setPlusVersion(const STRING& value);
   STRING getPlusID() const;
   void setPlusID(const STRING& value);
-  STRING getPolicyID() const { return getPlusID(); }
+  STRING getPolicyID() const;
   STRING getPlusDBPath() const;
   void setPlusDBPath(const STRING& value);
   bool useBuiltInPolicy() const;
@@ -377,7 +377,8 @@ class KORVANE_EXPORT AgentConfig {
 
   // State of the process (memory only)
   bool isFirstUpdateDone() const;
-  void setFirstUpdateDone(bool done = true);
+  void setFirstUpdateDone();
+  void setFirstUpdateDone(bool done);
   // Which program uses the store; the one numbered 4 must not have its settings written back by
   // others.
   static constexpr int RUNNING_AGENT = 1;

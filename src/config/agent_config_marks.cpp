@@ -32,6 +32,7 @@ void AgentConfig::setIPSEnforced(bool value) { setMark(*_state, &AgentConfigStat
 int64_t AgentConfig::getPolicyEffectiveDate() const { return readMark(*_state, &AgentConfigState::policyEffectiveDate); }
 void AgentConfig::setPolicyEffectiveDate(int64_t value) { setMark(*_state, &AgentConfigState::policyEffectiveDate, value); }
 bool AgentConfig::isFirstUpdateDone() const { return readMark(*_state, &AgentConfigState::firstUpdateDone); }
+void AgentConfig::setFirstUpdateDone() { setFirstUpdateDone(true); }
 void AgentConfig::setFirstUpdateDone(bool value) { setMark(*_state, &AgentConfigState::firstUpdateDone, value); }
 int AgentConfig::getWhoIsRunning() const { return readMark(*_state, &AgentConfigState::whoIsRunning); }
 void AgentConfig::setWhoIsRunning(int value) { setMark(*_state, &AgentConfigState::whoIsRunning, value); }

@@ -62,6 +62,7 @@ void AgentConfig::setPlusPolicyFile(const STRING& value) { _state->change(Key::p
 STRING AgentConfig::getPlusVersion() const { return _state->text(Key::policyName); }
 void AgentConfig::setPlusVersion(const STRING& value) { _state->change(Key::policyName, value); }
 STRING AgentConfig::getPlusID() const { return _state->text(Key::policyId); }
+STRING AgentConfig::getPolicyID() const { return getPlusID(); }
 void AgentConfig::setPlusID(const STRING& value) { _state->change(Key::policyId, value); }
 STRING AgentConfig::getPlusDBPath() const { return _state->text(Key::policyPath); }
 void AgentConfig::setPlusDBPath(const STRING& value) { _state->change(Key::policyPath, value); }

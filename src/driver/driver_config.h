@@ -16,7 +16,7 @@
 
 #include "agent/thread/locks.h"
 #include "driver/driver_protocol.h"
-#include "platform/export.h"
+#include "util/export.h"
 #include "util/string.h"
 
 namespace korvane {

@@ -15,7 +15,7 @@
 
 #include <cstdint>
 
-#include "platform/export.h"
+#include "util/export.h"
 
 namespace korvane {
 

@@ -57,6 +57,9 @@ void storeText(uint8_t* at, size_t units, const STRING& text) {
 
 }  // namespace
 
+FileLogPointer::FileLogPointer(const STRING& pointerFilePath)
+    : FileLogPointer(pointerFilePath, platform::OpenMode::readWrite) {}
+
 FileLogPointer::FileLogPointer(const STRING& pointerFilePath, platform::OpenMode mode) {
   _pointerFile = pointerFilePath;
   load(mode);
@@ -98,6 +101,25 @@ void FileLogPointer::load(platform::OpenMode mode) {
     _logNames.push_back(loadText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits));
   _startTimeStamp = loadText(&_record[kStartAt], kStampUnits);
   _endTimeStamp = loadText(&_record[kEndAt], kStampUnits);
+}
+
+STRING FileLogPointer::getCurrentLogName() const {
+  return _currentLogName;
+}
+void FileLogPointer::setCurrentLogName(const STRING& name) {
+  _currentLogName = name;
+}
+STRING FileLogPointer::getStartTimeStamp() {
+  return _startTimeStamp;
+}
+STRING FileLogPointer::getEndTimeStamp() {
+  return _endTimeStamp;
+}
+void FileLogPointer::setStartTimeStamp(const STRING& text) {
+  _startTimeStamp = text;
+}
+void FileLogPointer::setEndTimeStamp(const STRING& text) {
+  _endTimeStamp = text;
 }
 
 int FileLogPointer::getOffset() {

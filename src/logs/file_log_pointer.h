@@ -17,30 +17,30 @@
 #include <vector>
 
 #include "logs/log_pointer.h"
-#include "platform/export.h"
 #include "platform/files.h"
+#include "util/export.h"
 
 namespace korvane {
 
 class KORVANE_EXPORT FileLogPointer : public LogPointer {
  public:
+  explicit FileLogPointer(const STRING& pointerFilePath);
   // With OpenMode::read the file is only looked at: it is not kept open and a failure is no event.
-  explicit FileLogPointer(const STRING& pointerFilePath,
-                          platform::OpenMode mode = platform::OpenMode::readWrite);
+  FileLogPointer(const STRING& pointerFilePath, platform::OpenMode mode);
   FileLogPointer(const FileLogPointer&);
   FileLogPointer& operator=(const FileLogPointer&);
   ~FileLogPointer() override;
 
-  STRING getCurrentLogName() const override { return _currentLogName; }
+  STRING getCurrentLogName() const override;
   int getOffset() override;
   void writePointer() override;
   void addOffset(int amount) override;
-  void setCurrentLogName(const STRING& name) override { _currentLogName = name; }
+  void setCurrentLogName(const STRING& name) override;
   void setOffset(int offset) override;
-  STRING getStartTimeStamp() override { return _startTimeStamp; }
-  STRING getEndTimeStamp() override { return _endTimeStamp; }
-  void setStartTimeStamp(const STRING& text) override { _startTimeStamp = text; }
-  void setEndTimeStamp(const STRING& text) override { _endTimeStamp = text; }
+  STRING getStartTimeStamp() override;
+  STRING getEndTimeStamp() override;
+  void setStartTimeStamp(const STRING& text) override;
+  void setEndTimeStamp(const STRING& text) override;
 
   // Writes the pointer and returns when it is on the disk.
   void writePointerDurably();

@@ -8,9 +8,16 @@ namespace {
 std::atomic<Platform*> currentPlatform{nullptr};
 std::atomic<uint64_t> generation{0};
 
+// What a program uses that never starts an agent, with the options that a host would have put into the environment.
 // Never destroyed: threads that are left behind may still use it while the process ends.
 Platform& defaultPlatform() {
-  static NativePlatform* const native = makeNativePlatform({}).release();
+  static NativePlatform* const native = [] {
+    const std::unique_ptr<NativePlatform> bare = makeNativePlatform({});
+    SystemInfo& system = bare->platform().systemInfo;
+    return makeNativePlatform(
+               {system.environment("KORVANE_REGISTRY"), system.environment("KORVANE_RUN_DIR")})
+        .release();
+  }();
   return native->platform();
 }
 

@@ -24,7 +24,14 @@ STRING shortcutsFile() {
 
 }  // namespace
 
+const int UpdateThread::MAX_RETRY;
+const int UpdateThread::RETRY_INTERVAL;
+
 UpdateThread::UpdateThread(AgentInfo*) {}
+
+const PendingUpdates& UpdateThread::pendingUpdates() const {
+  return _pending;
+}
 
 UpdateThread::~UpdateThread() = default;
 

@@ -26,7 +26,6 @@
 #include <string_view>
 
 #include "agent/thread/thread.h"
-#include "platform/export.h"
 #include "update/content_update.h"
 #include "update/notification_listener.h"
 #include "update/pending_updates.h"
@@ -34,6 +33,7 @@
 #include "update/policy/policy_processor.h"
 #include "update/retry_group.h"
 #include "update/software_update.h"
+#include "util/export.h"
 
 namespace korvane {
 
@@ -44,8 +44,8 @@ class HttpsHandler;
 
 class KORVANE_EXPORT UpdateThread : public Thread {
  public:
-  static constexpr int MAX_RETRY = RetryGroup::kMaxRetry;
-  static constexpr int RETRY_INTERVAL = RetryGroup::kInterval;
+  static const int MAX_RETRY = RetryGroup::kMaxRetry;
+  static const int RETRY_INTERVAL = RetryGroup::kInterval;
 
   explicit UpdateThread(AgentInfo* info);
   ~UpdateThread() override;
@@ -55,7 +55,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
 
   // One turn of the loop without its pause.
   void cycle();
-  const PendingUpdates& pendingUpdates() const { return _pending; }
+  const PendingUpdates& pendingUpdates() const;
 
  private:
   void loop();

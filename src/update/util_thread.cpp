@@ -18,6 +18,9 @@ constexpr uint32_t kCycleMs = 1000;
 
 }  // namespace
 
+const int UtilThread::MAX_RETRY;
+const int UtilThread::RETRY_INTERVAL;
+
 UtilThread::UtilThread(AgentInfo*) {}
 
 UtilThread::~UtilThread() = default;

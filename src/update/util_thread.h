@@ -18,10 +18,10 @@
 #include <memory>
 
 #include "agent/thread/thread.h"
-#include "platform/export.h"
 #include "update/policy/policy_processor.h"
 #include "update/retranslation_timer.h"
 #include "update/retry_group.h"
+#include "util/export.h"
 
 namespace korvane {
 
@@ -30,8 +30,8 @@ class AgentInfo;
 
 class KORVANE_EXPORT UtilThread : public Thread {
  public:
-  static constexpr int MAX_RETRY = RetryGroup::kMaxRetry;
-  static constexpr int RETRY_INTERVAL = RetryGroup::kInterval;
+  static const int MAX_RETRY = RetryGroup::kMaxRetry;
+  static const int RETRY_INTERVAL = RetryGroup::kInterval;
 
   explicit UtilThread(AgentInfo* info);
   ~UtilThread() override;

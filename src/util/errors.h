@@ -1,17 +1,19 @@
 // The two exception classes of the agent. They are thrown inside threads and file helpers and caught
-// at each thread's body; nothing crosses the library's exports.
+// at each thread's body; none leaves startAgent or stopAgent. Operations of the exported classes may throw
+// them to a program that calls those (FileLogPointer::writePointer).
 #pragma once
 
 #include <exception>
 #include <string>
 
+#include "util/export.h"
 #include "util/string.h"
 
 namespace korvane {
 
 // An error of the agent: a numeric code, a text, and the context in which it arose, for example
 // 51, "Corrupt HIDS result file.", "processHIDSPolicyRetranslate". what() is the text in UTF-8.
-class AgentError : public std::exception {
+class KORVANE_EXPORT AgentError : public std::exception {
  public:
   AgentError(int code, STRING text, STRING context = {});
 
@@ -29,7 +31,7 @@ class AgentError : public std::exception {
 
 // A failed file operation: the errno value, the operation's name ("writePointer") and a message that
 // names the file. It is an AgentError whose code is the errno value and whose context is the operation.
-class FileError : public AgentError {
+class KORVANE_EXPORT FileError : public AgentError {
  public:
   FileError(int errnoValue, STRING operation, STRING message);
 

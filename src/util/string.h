@@ -17,9 +17,11 @@
 #include <string_view>
 #include <vector>
 
+#include "util/export.h"
+
 namespace korvane {
 
-class STRING {
+class KORVANE_EXPORT STRING {
  public:
   static constexpr size_t npos = std::u16string::npos;
 

@@ -90,7 +90,10 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
        "result",
        properties("result.type=ferrolyn.vexvt\na=b\n"),
        {"Sending Update Result Message, Type = ferrolyn.vexvt"}},
-      {[&] { return handler.setUpdateResult(8, -36, text, Property("a", "b")); },
+      {[&] {
+         STRING shown(text);
+         return handler.setUpdateResult(8, -36, shown, Property("a", "b"));
+       },
        "result",
        properties(
            "result.type=policy.ids\nresult.errorcode=-36\nresult.errormessage=t,\"x\"\na=b\n"),

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "agent/thread/agent_info.h"
-#include "platform/export.h"
 #include "platform/platform.h"
 #include "tests/support/temp_directory.h"
+#include "util/export.h"
 
 namespace korvane {
 

@@ -1,4 +1,4 @@
-#include "platform/export.h"
+#include "util/export.h"
 
 extern "C" KORVANE_EXPORT int korvaneTestAnswer() {
   return 42;

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/export.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "translator/translator_abi.h"
+#include "util/export.h"
 #include "util/string.h"
 
 namespace {

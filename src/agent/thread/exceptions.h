@@ -4,9 +4,11 @@
 #include <exception>
 #include <string>
 
+#include "util/export.h"
+
 namespace korvane {
 
-class Exception : public std::exception {
+class KORVANE_EXPORT Exception : public std::exception {
  public:
   Exception(std::string method, int number);
   const std::string& method() const { return _method; }
@@ -20,13 +22,13 @@ class Exception : public std::exception {
 };
 
 // A thread operation failed.
-class ThreadException : public Exception {
+class KORVANE_EXPORT ThreadException : public Exception {
  public:
   using Exception::Exception;
 };
 
 // Ends the calling thread's body: raised by Thread::stop() when a thread stops itself.
-class ThreadDeathException : public Exception {
+class KORVANE_EXPORT ThreadDeathException : public Exception {
  public:
   using Exception::Exception;
 };

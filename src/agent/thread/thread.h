@@ -39,10 +39,11 @@
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread_condition.h"
 #include "agent/thread/thread_event.h"
+#include "util/export.h"
 
 namespace korvane {
 
-class Thread {
+class KORVANE_EXPORT Thread {
  public:
   enum class ThreadPriority { lowest, normal, highest };
   struct AdoptCurrent {};
