@@ -14,6 +14,7 @@ using namespace platform;
 
 constexpr uint32_t kStepMs = 100;
 constexpr int kLeastWaitMs = 20;
+constexpr int kPassOverMs = 1000;
 constexpr char kSource[] = "RPC";
 
 bool isReset(uint32_t error) {
@@ -225,9 +226,11 @@ bool Fifo::readFrame(int readTimeoutMs, int64_t deadline) {
 }
 
 bool Fifo::readHeader(int waitMs, int readTimeoutMs, int64_t deadline) {
+  const Elapsed elapsed(_clock);
   while (readFrame(readTimeoutMs, deadline)) {
     if (beginsMessage(_frame.data())) return true;
-    if (!waitForData(waitMs)) return endRead(ReadEnd::nothing);
+    const bool goesOn = elapsed.ms() < std::max(waitMs, kPassOverMs);
+    if (!goesOn || !waitForData(waitMs)) return endRead(ReadEnd::nothing);
   }
   return false;
 }

@@ -11,8 +11,10 @@
 // the system's number.
 // Units: milliseconds. Waits go in steps of 100 ms. A step ends early when the pipe tells that something
 // has come (Linux), and one for data may be a second there; what is there already is never waited for.
+// Frames that begin no message are passed over, in one call for as long as it may wait for data, but a
+// second at least; the next call goes on with them.
 // Bounds: a message above Limits::messageBytes is neither sent nor received, and none takes longer than
-// Limits::messageMs from its first frame to its last, however slow the peer is or whatever it sends between.
+// Limits::messageMs from its first frame to its last, however slow the peer is.
 //
 //   Fifo server(pipes, clock, "korvane-agent");
 //   server.create();
@@ -40,9 +42,9 @@ class Fifo {
   // How the last readMessage() ended.
   enum class ReadEnd {
     message,
-    nothing,  // no byte came
+    nothing,  // no byte came, or nothing but frames that begin no message
     reset,    // the peer has gone
-    stalled,  // no whole frame in time, or no frame that begins a message
+    stalled,  // no whole frame in time
     tooLong,  // the declared length is above the limit; what follows of it is passed over as it comes
   };
 

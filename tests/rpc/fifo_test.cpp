@@ -112,6 +112,12 @@ TYPED_TEST(FifoOnPipes, anInterruptHoldsForEveryPipeToCome) {
   ASSERT_TRUE(this->client.open());
   ASSERT_EQ(this->client.writeBytes("x", 1, 0), 1);
   EXPECT_FALSE(this->server.readMessage(got, 60 * kLongMs, 60 * kLongMs));
+  Fifo later{this->world.pipes, *this->clock, tests::uniquePipeName()};
+  later.interrupt();
+  ASSERT_TRUE(later.create());
+  const int64_t begin = this->clock->monotonicMs();
+  EXPECT_FALSE(later.waitForData(kLongMs));
+  EXPECT_LT(this->clock->monotonicMs() - begin, kLongMs / 2) << "its first one too";
 }
 
 // A pipe that answers from a list, and whose waits let time pass at once.
@@ -224,6 +230,9 @@ TEST_F(FifoRules, whatDoesNotBeginAMessageIsPassedOver) {
 }
 
 TEST_F(FifoRules, aLengthAboveTheLimitIsRefusedAndTheNextMessageIsRead) {
+  script.incoming = frameOf(kHead, 100000, "x") + std::string(24 * kFrame, 'j');
+  EXPECT_TRUE(fifo.readMessage(got, 0, 0)) << "as long as may be";
+  EXPECT_EQ(got.size(), 100000u);
   for (const uint32_t length : {100001u, 0xFFFFFFFFu}) {
     script.incoming =
         frameOf(kHead, length, "x") + std::string(kFrame, 'j') + frameOf(kHead, 2, "ok");
@@ -269,7 +278,6 @@ TEST_F(FifoRules, aDrippingPeerCannotHoldAMessageOpen) {
       {1, frameOf(kHead, 90000, "x")},
       // A frame comes within a second or two, the whole message does not come within 30.
       {kFrame / 16, frameOf(kHead, 99000, "x") + std::string(99000, 'j')},
-      {kFrame / 16, std::string(990000, 'j')},  // frames that begin nothing
   };
   for (const auto& c : cases) {
     fifo.create();
@@ -279,6 +287,36 @@ TEST_F(FifoRules, aDrippingPeerCannotHoldAMessageOpen) {
     EXPECT_FALSE(fifo.readMessage(got, 5000, 5000));
     EXPECT_EQ(fifo.lastRead(), ReadEnd::stalled);
     EXPECT_LE(fake.clock.monotonicMs() - start, 36000);
+  }
+}
+
+// Two frames, of which the second is whole with the last step in time, or with the first one too late.
+TEST_F(FifoRules, aFrameBehindTheDeadlineEndsTheMessage) {
+  for (const bool inTime : {true, false}) {
+    Fifo hasty(pipes, fake.clock, "p", {100000, 1000});
+    hasty.create();
+    script.letIn = 0;
+    script.dripping = inTime ? 2 * kFrame / 11 + 1 : 2 * kFrame / 12 + 1;
+    script.incoming = frameOf(kHead, 5000, "x") + std::string(kFrame, 'j');
+    EXPECT_EQ(hasty.readMessage(got, 5000, 5000), inTime);
+    EXPECT_EQ(hasty.lastRead(), inTime ? ReadEnd::message : ReadEnd::stalled);
+  }
+}
+
+// Frames that begin no message are passed over, but no call goes on with them for longer than it may wait.
+TEST_F(FifoRules, framesThatBeginNothingHoldNoCallOpen) {
+  for (const auto& [waitMs, most] : {std::pair(0, 1400), {500, 1400}, {5000, 5400}}) {
+    fifo.create();
+    script.dripping = kFrame / 3 + 1;  // a frame in 300 ms
+    script.incoming = std::string(100 * kFrame, 'j');
+    const int64_t start = fake.clock.monotonicMs();
+    EXPECT_FALSE(fifo.readMessage(got, waitMs, 2000));
+    EXPECT_EQ(fifo.lastRead(), ReadEnd::nothing);
+    EXPECT_LE(fake.clock.monotonicMs() - start, most) << waitMs;
+    script.incoming = std::string(kFrame, 'j') + frameOf(kHead, 2, "ok");
+    script.dripping = 0;
+    EXPECT_TRUE(fifo.readMessage(got, 0, 0)) << "the next call goes on";
+    EXPECT_EQ(got, "ok");
   }
 }
 

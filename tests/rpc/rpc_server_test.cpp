@@ -103,9 +103,9 @@ TYPED_TEST(RPCServerOnPipes, everyRequestHasItsAnswer) {
       {R"({"jsonrpc":"2.0","id":3,"name":"number"})", R"("-32602")"},
       {R"({"jsonrpc":"2.0","id":3,"name":"none"})", R"("id":"3","error":{"code":"-32601")"},
       {R"({"jsonrpc":"2.0","id":3,"name":"missing"})", R"("-32001")"},
-      {R"({"jsonrpc":"2.0","id":3,"name":"broken"})", R"("-32603")"},
-      {R"({"jsonrpc":"2.0","id":3,"name":"unwritable"})", R"("-32603")"},
-      {R"({"jsonrpc":"2.0","id":3,"name":"endless"})", R"("-32603")"},
+      {R"({"jsonrpc":"2.0","id":3,"name":"broken"})", R"("id":"3","error":{"code":"-32603")"},
+      {R"({"jsonrpc":"2.0","id":3,"name":"unwritable"})", R"("id":"3","error":{"code":"-32603")"},
+      {R"({"jsonrpc":"2.0","id":3,"name":"endless"})", R"("id":"3","error":{"code":"-32603")"},
       {R"({"jsonrpc":"2.0","id":3,"name":"set"})", R"("result":"done")"},
       {R"({"jsonrpc":"2.0","id":3})", R"("-32600")"},
       {R"({"jsonrpc":"2.0","id":-3,"name":"set"})", R"("-32600")"},
@@ -224,6 +224,34 @@ TEST_F(RPCServerRules, aPeerHasABoundedTime) {
   transport.dropped = 0;
   ++transport.number;
   EXPECT_EQ(secondsUntilDropped(), 200) << "nobody is there";
+}
+
+TEST_F(RPCServerRules, aPeerIsLetGoForItsOwnFaultAlone) {
+  server.add("slow", RPCServer::Access::everyone,
+             [this](const RPCRequest&, RPCResponse&) { clock.advance(11000); });
+  transport.result = RPCReceive::message;
+  transport.text = R"({"jsonrpc":"2.0","id":1,"name":"slow"})";
+  server.cycle();
+  transport.result = RPCReceive::nothing;
+  server.cycle();
+  EXPECT_EQ(transport.dropped, 0) << "whose answer took long was not silent";
+  clock.advance(10001);
+  server.cycle();
+  EXPECT_EQ(transport.dropped, 1);
+
+  // While its answer was sent it went, and the next one came.
+  struct Gone : ScriptedTransport {
+    bool send(const std::string&) override {
+      ++number;
+      return false;
+    }
+  } gone;
+  RPCServer other(gone, clock);
+  addMethods(other);
+  gone.result = RPCReceive::message;
+  gone.text = R"({"jsonrpc":"2.0","id":1,"name":"echo"})";
+  other.cycle();
+  EXPECT_EQ(gone.dropped, 0);
 }
 
 TEST_F(RPCServerRules, whatChangesSomethingIsForAdministrators) {
