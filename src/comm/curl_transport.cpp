@@ -15,14 +15,22 @@ namespace {
 
 constexpr size_t kKeptBodyBytes = 2048;
 constexpr std::string_view kOwnHeader = "korvane-";
+constexpr std::string_view kEncodingHeader = "content-encoding:";
 
-bool isOwnHeader(std::string_view line) {
-  if (line.size() < kOwnHeader.size()) return false;
-  for (size_t i = 0; i < kOwnHeader.size(); ++i) {
+// `start` in small letters.
+bool beginsWith(std::string_view line, std::string_view start) {
+  if (line.size() < start.size()) return false;
+  for (size_t i = 0; i < start.size(); ++i) {
     const char c = line[i];
-    if ((c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c) != kOwnHeader[i]) return false;
+    if ((c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c) != start[i]) return false;
   }
   return true;
+}
+
+std::string trimmed(std::string_view value) {
+  const size_t begin = value.find_first_not_of(" \t\r\n");
+  if (begin == std::string_view::npos) return {};
+  return std::string(value.substr(begin, value.find_last_not_of(" \t\r\n") + 1 - begin));
 }
 
 // A header without a value would be dropped; libcurl sends it when it ends in a semicolon.
@@ -76,7 +84,7 @@ bool maySayAnswerBroken(CURLcode code) {
 }  // namespace
 
 struct CurlTransport::Transfer {
-  explicit Transfer(TransportSink& answerSink) : sink(answerSink) {}
+  Transfer(CURL* handle, TransportSink& answerSink) : easy(handle), sink(answerSink) {}
 
   template <class Action>
   void guarded(Action action) noexcept {
@@ -103,18 +111,29 @@ struct CurlTransport::Transfer {
   }
 
   void noteHeader(std::string_view line) {
-    if (line.starts_with("HTTP/")) headersWhole = ownHeader = false;
+    curl_easy_getinfo(easy, CURLINFO_TOTAL_TIME_T, &lastCameUs);
+    if (line.starts_with("HTTP/")) {
+      headersWhole = ownHeader = false;
+      encoding.clear();
+    }
+    if (beginsWith(line, kEncodingHeader)) encoding = trimmed(line.substr(kEncodingHeader.size()));
     if (line == "\r\n" || line == "\n") headersWhole = true;
-    if (isOwnHeader(line)) ownHeader = true;
+    if (beginsWith(line, kOwnHeader)) ownHeader = true;
   }
   void noteBody(std::string_view piece) {
+    curl_easy_getinfo(easy, CURLINFO_TOTAL_TIME_T, &lastCameUs);
+    bodyBytes += static_cast<int64_t>(piece.size());
     bodyStart += piece.substr(0, kKeptBodyBytes - bodyStart.size());
   }
 
+  CURL* const easy;
   TransportSink& sink;
   bool headersWhole = false;
   bool ownHeader = false;
+  std::string encoding;
   std::string bodyStart;
+  int64_t bodyBytes = 0;
+  curl_off_t lastCameUs = 0;
   std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers{nullptr, &curl_slist_free_all};
   bool outOfMemory = false;
 };
@@ -143,7 +162,7 @@ int CurlTransport::perform(const TransportRequest& request, TransportSink& sink,
                            TransportResult& result) {
   result = TransportResult();
   _errorBuffer[0] = '\0';
-  Transfer transfer(sink);
+  Transfer transfer(_easy, sink);
   if (!prepare(request, transfer, result)) return -1;
   _begunMs = platform::current().clock.monotonicMs();
   const StopCallback interrupt(shutdownToken(), [this] { shutSockets(); });
@@ -212,7 +231,10 @@ int CurlTransport::finish(CURLcode code, const Transfer& transfer, TransportResu
   readTrail(result.trail);
   result.trail.headersWhole = transfer.headersWhole;
   result.trail.ownHeader = transfer.ownHeader;
+  result.trail.contentEncoding = transfer.encoding;
   result.trail.bodyStart = transfer.bodyStart;
+  result.trail.bodyBytes = transfer.bodyBytes;
+  result.trail.silentUs = result.trail.totalUs - transfer.lastCameUs;
   // The list is about to be freed, and the handle lives on.
   curl_easy_setopt(_easy, CURLOPT_HTTPHEADER, nullptr);
   if (transfer.outOfMemory) code = CURLE_OUT_OF_MEMORY;

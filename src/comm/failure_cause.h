@@ -45,6 +45,10 @@ FailureCause findCause(const ExchangeEvidence& evidence);
 ConnectionStage stageReached(int code, const TransportRequest& request,
                              const TransportResult& result);
 
+// Whether a transfer ended as servers end it that demand a client certificate over TLS 1.3: the client's side of
+// the handshake is done before the server has looked at it, and the alert may be lost with the connection.
+bool wantsCertificate(int code, const TransferTrail& trail);
+
 // The two of the settings: nothing is wrong with the URL, and with the CA file, when there is no cause.
 FailureCause checkUrl(const std::string& url);
 FailureCause checkCaFile(const std::string& url, const std::string& caFile);

@@ -1,5 +1,7 @@
 #include <curl/curl.h>
 
+#include <algorithm>
+
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
 
@@ -8,10 +10,30 @@ namespace {
 
 using Stage = ConnectionStage;
 
-constexpr int kTooLarge = 100;  // CURLE_TOO_LARGE of newer libcurls
+constexpr int kTooLarge = 100;           // CURLE_TOO_LARGE of newer libcurls
+constexpr int64_t kPauseUs = 5'000'000;  // what an answer that still comes may pause
 constexpr char kCheckServerLog[] = "Look into the management server's log.";
 constexpr char kUseAgentPort[] =
     "Check that agent.http.url names the agent port of the server and not its console port.";
+
+// A transfer whose time is over while its answer still comes.
+bool stillCame(const ExchangeEvidence& evidence) {
+  const TransferTrail& trail = evidence.result.trail;
+  return trail.bodyBytes > 0 && trail.silentUs < std::min(kPauseUs, trail.totalUs / 4);
+}
+
+bool beginsLikeProtocol(const TransferTrail& trail) {
+  const size_t first = trail.bodyStart.find_first_not_of('\n');
+  if (first == std::string::npos) return false;
+  const std::string_view body = std::string_view(trail.bodyStart).substr(first);
+  return body.starts_with("EOF_FLAG") || body.starts_with("Data-");
+}
+
+// The agent asks for no encoding.
+bool isEncoded(const TransferTrail& trail) {
+  return !trail.contentEncoding.empty() && !contains(trail.contentEncoding, "identity") &&
+         !trail.bodyStart.empty() && !beginsLikeProtocol(trail);
+}
 
 const char* whereInAnswer(const TransferTrail& trail) {
   if (trail.headerBytes == 0) return "before the answer began";
@@ -106,10 +128,7 @@ FailureCause serverErrorCause(int code, const std::string& text) {
 
 bool isAgentAnswer(const TransferTrail& trail) {
   if (trail.ownHeader || contains(trail.contentType, "application/x-korvane")) return true;
-  const size_t first = trail.bodyStart.find_first_not_of('\n');
-  if (first == std::string::npos) return false;
-  const std::string_view body = std::string_view(trail.bodyStart).substr(first);
-  return body.starts_with("EOF_FLAG") || body.starts_with("Data-");
+  return beginsLikeProtocol(trail);
 }
 
 // A transfer that broke off after the connection stood.
@@ -128,6 +147,12 @@ FailureCause httpCause(const ExchangeEvidence& evidence) {
   }
   switch (evidence.code) {
     case CURLE_OPERATION_TIMEDOUT:
+      if (stillCame(evidence)) {
+        return because("the answer was not whole within " +
+                           seconds(evidence.request.totalTimeoutMs) + "; it still came, " +
+                           std::to_string(trail.bodyBytes) + " bytes of its body so far",
+                       "Check the way to the management server for what makes it slow.");
+      }
       return because(
           "no more came within " + seconds(evidence.request.totalTimeoutMs) + ", " + where,
           "Check that the management server is not overloaded or hanging.");
@@ -159,6 +184,12 @@ FailureCause answerCause(const ExchangeEvidence& evidence) {
   if (evidence.refused) {
     return {Stage::httpAnswer, "the answer is beyond what an agent takes: " + evidence.fault,
             kUseAgentPort};
+  }
+  if (isEncoded(trail) && evidence.result.httpStatus <= 200) {
+    return {Stage::httpAnswer,
+            "the answer's body is encoded (Content-Encoding " + quoted(trail.contentEncoding) +
+                "), which agents neither ask for nor take",
+            "Let the server, or a gateway before it, send its answers as they are."};
   }
   // A page of something else may well end with its connection.
   if (evidence.brokenOff && (!trail.headersWhole || isAgentAnswer(trail))) {

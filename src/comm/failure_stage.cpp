@@ -71,7 +71,15 @@ ConnectionStage stageReached(int code, const TransportRequest& request,
     return Stage::tcpConnection;
   // TLS 1.3 lets a client send before the server has looked at the client's side of the handshake.
   const bool refused = trail.tls.alertReceived > kTlsAlertCloseNotify && trail.headerBytes == 0;
-  return trail.tlsUs == 0 || refused ? Stage::tlsHandshake : Stage::httpAnswer;
+  return trail.tlsUs == 0 || refused || wantsCertificate(code, trail) ? Stage::tlsHandshake
+                                                                      : Stage::httpAnswer;
+}
+
+bool wantsCertificate(int code, const TransferTrail& trail) {
+  const bool ended =
+      code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING;
+  return ended && trail.tls.certificateAsked && trail.headerBytes == 0 &&
+         trail.tls.version == "TLSv1.3";
 }
 
 FailureCause checkUrl(const std::string& url) {

@@ -67,7 +67,7 @@ std::string withoutPassword(const std::string& url) {
 
 std::string howItEnded(const std::string& errorText) {
   if (contains(errorText, "reset")) return "reset";
-  for (const char* sign : {"eof", "closed", "syscall", "aborted", "broken pipe"}) {
+  for (const char* sign : {"eof", "closed", "syscall", "aborted", "broken pipe", "getpeername"}) {
     if (contains(errorText, sign)) return "closed";
   }
   return {};

@@ -44,16 +44,18 @@ const char* versionName(long sslVersion) {
   }
 }
 
+FailureCause certificateDemanded() {
+  return handshake("the server demands a client certificate, which agents do not have",
+                   "Let the server's agent port accept clients without a certificate.");
+}
+
 FailureCause alertCause(const ExchangeEvidence& evidence, int alert) {
   const TlsTrail& tls = evidence.result.trail.tls;
   if (alert == SSL3_AD_HANDSHAKE_FAILURE && !tls.certificateAsked) {
     return handshake("the server accepts none of the agent's TLS ciphers",
                      "Let the server use current TLS ciphers.");
   }
-  if (tls.certificateAsked) {
-    return handshake("the server demands a client certificate, which agents do not have",
-                     "Let the server's agent port accept clients without a certificate.");
-  }
+  if (tls.certificateAsked) return certificateDemanded();
   return handshake(std::string("the server refused the handshake with the TLS alert \"") +
                    SSL_alert_desc_string_long(alert) + "\"");
 }
@@ -126,6 +128,7 @@ FailureCause tlsCause(const ExchangeEvidence& evidence) {
                      "Let the server use TLS 1.2 or later.");
   }
   if (tls.alertReceived > 0) return alertCause(evidence, tls.alertReceived);
+  if (wantsCertificate(evidence.code, evidence.result.trail)) return certificateDemanded();
   return brokenHandshake(evidence);
 }
 

@@ -90,7 +90,7 @@ void ResponseParser::reset() {
 
 void ResponseParser::beginBlock() {
   _errorCode = 0;
-  _wide = false;
+  _wide = _encoded = false;
   _insideHeaders = false;
   _openEnded = false;
 }
@@ -143,6 +143,7 @@ void ResponseParser::addHeaderLine(std::string_view line) {
 void ResponseParser::keepHeader(std::string_view name, std::string_view value) {
   if (sameName(name, "Korvane-Error")) _errorCode = errorNumber(value);
   if (sameName(name, "Korvane-Charset")) _wide = trimmed(value) == "UTF-16LE";
+  if (sameName(name, "Content-Encoding")) _encoded = trimmed(value) != "identity";
   if (sameName(name, "Content-Length") || sameName(name, "Transfer-Encoding")) _openEnded = false;
   _headers.emplace_back(name, value);
 }
@@ -171,6 +172,10 @@ void ResponseParser::checkWhole() {
   if (refused()) return;
   const std::string_view body = withoutLineEnd(_body);
   if (_insideHeaders) refuse("the answer ends among its header lines");
+  const size_t first = _body.find_first_not_of('\n');
+  const bool readable = first == std::string::npos || _body.compare(first, 5, "Data-") == 0 ||
+                        body.substr(first).starts_with(kEndMarker);
+  if (_encoded && !readable) refuse("the body is encoded (Content-Encoding)");
   const bool openBody = _openEnded && !body.empty() && !body.ends_with(kEndMarker);
   _brokenOff = _insideHeaders || openBody;
   if (openBody) {

@@ -115,6 +115,7 @@ class ResponseParser {
   size_t _headerLines = 0;
   int _errorCode = 0;
   bool _wide = false;
+  bool _encoded = false;
   bool _insideHeaders = false;  // a block has begun and its empty line has not come
   bool _openEnded = false;      // only the end of the connection ends the body
   std::string _body;

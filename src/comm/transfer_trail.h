@@ -48,8 +48,11 @@ struct TransferTrail {
   bool headersWhole = false;
   bool ownHeader = false;  // a header whose name begins with "Korvane-"
   std::string contentType;
+  std::string contentEncoding;
   std::string redirectUrl;
   std::string bodyStart;  // at most 2048 bytes
+  int64_t bodyBytes = 0;  // received
+  int64_t silentUs = 0;   // at the end, since the last of the answer came, or since the begin
   TlsTrail tls;
 };
 

@@ -4,11 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <deque>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/thread/stop_token.h"
@@ -37,16 +40,32 @@ class TestResolver : public platform::ForwardingSockets {
       return 11001;
     }
     if (host == "moving") out.push_back("10.0.0." + std::to_string(++_moves));
+    if (host == "leaving" && !std::exchange(_left, true)) out.push_back("10.0.2.1");
     if (host == "steady") out.push_back("10.0.1.1");
     return out.empty() ? 11001 : 0;
+  }
+  void shutdownForeign(uint64_t socket) override {
+    ++shut;
+    ForwardingSockets::shutdownForeign(socket);
   }
   void letGo() { _letGo->set(); }
 
   const std::unique_ptr<platform::Event> asked;
+  std::atomic<int> shut{0};  // sockets that a stop has shut
 
  private:
   const std::unique_ptr<platform::Event> _letGo;
   int _moves = 0;
+  bool _left = false;
+};
+
+struct TestThreading : platform::ForwardingThreading {
+  using ForwardingThreading::ForwardingThreading;
+  std::unique_ptr<platform::NativeThread> createThread(uint32_t stack,
+                                                       std::function<void()> body) override {
+    return refuses ? nullptr : ForwardingThreading::createThread(stack, std::move(body));
+  }
+  bool refuses = false;
 };
 
 // Answers with its steps in order, then for ever "EOF_FLAG" and status 200.
@@ -105,9 +124,10 @@ class CommFixture : public ::testing::Test {
  protected:
   CommFixture()
       : _native(platform::makeNativePlatform({})),
+        threading(_native->platform().threading),
         resolver(_native->platform().sockets, _native->platform().threading),
         _platform{clock,
-                  _native->platform().threading,
+                  threading,
                   _native->platform().files,
                   _native->platform().registry,
                   _native->platform().devices,
@@ -184,6 +204,7 @@ class CommFixture : public ::testing::Test {
 
  protected:
   platform::ManualClock clock;
+  TestThreading threading;
   TestResolver resolver;
 
  private:

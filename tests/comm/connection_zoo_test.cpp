@@ -11,6 +11,7 @@
 #include "comm/connection_test.h"
 #include "comm/curl_transport.h"
 #include "comm/exchange_outcome.h"
+#include "comm/failure_cause.h"
 #include "tests/comm/comm_fixture.h"
 #include "tests/comm/hanging_resolver.h"
 #include "tests/support/tls_server.h"
@@ -85,7 +86,9 @@ class Zoo : public CommFixture {
         text.replace(at, what.size(), with);
     };
     replace(path(""), "DIR/");
-    replace("within 300 s", "within 1 s");
+    text = std::regex_replace(text, std::regex("within (300|2) s"), "within 1 s");
+    text = std::regex_replace(text, std::regex("\\d+ bytes of its body so far"),
+                              "N bytes of its body so far");
     if (!port.empty()) replace(port, "PORT");
     text = std::regex_replace(text, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)"), "DATE");
     text = std::regex_replace(text, std::regex(R"(\s*\b\d+ ms)"), " N ms");
@@ -186,6 +189,9 @@ TEST_F(Zoo, Handshakes) {
       SSL_CTX_set_max_proto_version(context, highest);
     };
   };
+  const auto asking = [](SSL_CTX* context) {
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
+  };
   const auto demanding = [](int highest) {
     return [=](SSL_CTX* context) {
       SSL_CTX_set_max_proto_version(context, highest);
@@ -204,6 +210,13 @@ TEST_F(Zoo, Handshakes) {
             }}},
       {"client certificate, TLS 1.2", {}, {.tune = demanding(TLS1_2_VERSION)}},
       {"client certificate, TLS 1.3", {}, {.tune = demanding(TLS1_3_VERSION)}},
+      // What a client may see of the same when the alert is lost with the connection.
+      {"client certificate, TLS 1.3",
+       {"", Then::drop},
+       {.manner = Manner::answerUnread, .tune = asking}},
+      {"client certificate, TLS 1.3",
+       {"", Then::reset},
+       {.manner = Manner::answerUnread, .tune = asking}},
       {"plain HTTP", {get("400 Bad Request"), Then::drop}, {.manner = Manner::sayPlain}},
       {"SSH", {"SSH-2.0-OpenSSH_9.2\r\n", Then::drop}, {.manner = Manner::sayPlain}},
       {"telnet", {"\xff\xfd\x18\xff\xfd\x20", Then::drop}, {.manner = Manner::sayPlain}},
@@ -240,6 +253,14 @@ TEST_F(Zoo, BrokenAnswers) {
       {"silent after the request", {"", Then::hang}, {}, kShortMs},
       {"silent in the headers", {head, Then::hang}, {}, kShortMs},
       {"silent in the body", {head + "Content-Length: 100\r\n\r\nEOF_", Then::hang}, {}, kShortMs},
+      {"slow",
+       {head + "Content-Length: 900\r\n\r\n" + std::string(800, '\n')},
+       {.manner = Manner::drip},
+       2 * kShortMs},
+      {"encoded",
+       {get("200 OK\r\nKorvane-Error: 0\r\nContent-Encoding: gzip", "\x1f\x8b\x08 \n\n x")}},
+      {"encoded", {"HTTP/1.1 200 OK\r\ncontent-encoding:gzip\r\n\r\n\x1f\x8b\x08", Then::close}},
+      {"no encoding", {get("200 OK\r\nKorvane-Error: 0\r\nContent-Encoding: gzip", "EOF_FLAG\n")}},
       {"bad chunk", {head + "Transfer-Encoding: chunked\r\n\r\nzz\r\nEOF_", Then::close}},
       {"garbage", {std::string("\x01\x02garbage\x00\xff\r\n\r\n", 14), Then::close}},
       {"other protocol in TLS", {"220 mail.test ESMTP\r\n", Then::close}},
@@ -334,6 +355,62 @@ TEST_F(Zoo, Settings) {
     config().setURL(url);
     expectGolden(name, kLongMs, "");
   }
+}
+
+// What the pieces of evidence come to that no server gives for certain.
+TEST(FailureCauses, OfAConnectionThatEnded) {
+  const char* const lost =
+      "getpeername() failed with errno 107: Transport endpoint is not connected";
+  const struct {
+    const char* text;
+    bool kept;
+    const char *asked, *cause;  // the TLS version in which a certificate was asked for
+  } cases[] = {
+      {lost, false, nullptr, "HTTP answer: the connection was closed before the answer began"},
+      {lost, false, "TLSv1.2", "HTTP answer: the connection was closed before the answer began"},
+      {lost, false, "TLSv1.3",
+       "TLS handshake: the server demands a client certificate, which agents do not have"},
+      {lost, true, "TLSv1.3", "HTTP answer: the connection was closed before the answer began"},
+      {"Connection reset by peer", true, nullptr,
+       "HTTP answer: the connection was reset before the answer began"},
+  };
+  for (const auto& c : cases) {
+    for (const int code : {CURLE_SEND_ERROR, CURLE_RECV_ERROR}) {
+      TransportRequest request;
+      request.url = "https://127.0.0.1/";
+      TransportResult result;
+      result.errorText = c.text;
+      result.trail.keptConnection = c.kept;
+      result.trail.requestBytes = 100;
+      if (!c.kept) result.trail.lookedUpUs = result.trail.connectedUs = result.trail.tlsUs = 1;
+      result.trail.tls.certificateAsked = c.asked;
+      if (c.asked) result.trail.tls.version = c.asked;
+      EXPECT_EQ(findCause({.code = code, .request = request, .result = result}).text(), c.cause);
+    }
+  }
+}
+
+TEST_F(Zoo, AResetInTheMiddleOfAnAnswerIsABrokenAnswer) {
+  if (!KORVANE_ZOO_RESETS) return;
+  const TlsServer server(
+      *authority,
+      [](const TlsServer::Request&) {
+        return TlsServer::Reply{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nEOF_", Then::reset};
+      },
+      {.manner = Manner::answerUnread});
+  config().setURL(STRING("https://127.0.0.1:" + std::to_string(server.port()) + "/agent/"));
+  EXPECT_EQ(HttpsHandler().log(PropertyList{{"k", "v"}}), CURLE_RECV_ERROR);
+  EXPECT_EQ(logged(",10510,"), 1);
+}
+
+TEST_F(Zoo, AStopShutsTheSocketOfATransfer) {
+  TlsServer server(*authority, nullptr, {.manner = Manner::hangInHandshake});
+  config().setURL(STRING("https://127.0.0.1:" + std::to_string(server.port()) + "/agent/"));
+  std::thread test([] { testConnection(agentTarget()); });
+  EXPECT_TRUE(server.waitUntilHeld());
+  shutdownToken().request();
+  test.join();
+  EXPECT_GE(resolver.shut, 1);
 }
 
 TEST_F(Zoo, AStopEndsATest) {

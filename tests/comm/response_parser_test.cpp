@@ -167,6 +167,19 @@ TEST(ResponseParser, CutAtEveryByte) {
   }
 }
 
+// Where HTTP tells the end of the body, nothing but that counts.
+TEST(ResponseParser, ABodyOfKnownLengthNeedsNoEndMarker) {
+  for (const auto& [header, whole] : {std::pair("Content-Length: 9", true),
+                                      {"transfer-encoding: chunked", true},
+                                      {"X: y", false}}) {
+    ResponseParser response;
+    for (const char* line : {"HTTP/1.1 200 OK", header, ""}) response.addHeaderLine(line);
+    response.addBody(properties("a=b\n"));
+    EXPECT_EQ(response.finish(false), whole) << header;
+    EXPECT_EQ(response.brokenOff(), !whole) << header;
+  }
+}
+
 TEST(ResponseParser, BoundsHold) {
   const ResponseLimits limits{
       .headerBytes = 100, .headerCount = 4, .bodyBytes = 400, .sections = 3, .properties = 5};
@@ -179,6 +192,7 @@ TEST(ResponseParser, BoundsHold) {
   EXPECT_EQ(fault(4, "a: b\r\n", properties("a=b\n")), "");
   EXPECT_EQ(fault(5, "a: b\r\n", ""), "headers beyond 100 bytes or 4 lines");
   EXPECT_EQ(fault(2, std::string(60, 'x'), ""), "headers beyond 100 bytes or 4 lines");
+  EXPECT_EQ(fault(0, "", std::string(400, '\n')), "");
   EXPECT_EQ(fault(0, "", std::string(401, '\n')), "a body beyond 400 bytes");
   std::string many;
   for (int i = 0; i < 4; ++i) many += properties("");

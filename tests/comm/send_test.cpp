@@ -106,7 +106,7 @@ TEST_F(Send, FailOverUsesTheNextServerForTheNextExchange) {
 TEST_F(Send, FailOverLooksAtAddressesFirst) {
   localAddresses.clear();
   config().setServerList("moving,unknown,steady");
-  transport.steps.assign(3, {.code = 28});
+  transport.steps.assign(2, {.code = 28});
   // The name leads elsewhere now: the same server is tried again over a new handle.
   EXPECT_EQ(poll(), 28);
   EXPECT_EQ(current(), "moving");
@@ -117,7 +117,15 @@ TEST_F(Send, FailOverLooksAtAddressesFirst) {
   EXPECT_EQ(poll(), 28);
   EXPECT_EQ(current(), "steady");
   // A handler of another server than the current one moves nothing.
-  EXPECT_EQ(HttpsHandler("moving").getUpdate(1, false), 28);
+  for (const char* other : {"moving", "10.1.1.9"}) {
+    transport.steps.push_back({.code = 28});
+    EXPECT_EQ(HttpsHandler(other).getUpdate(1, false), 28);
+    EXPECT_EQ(current(), "steady");
+  }
+  // A name that has lost its address has not moved.
+  config().setServerList("leaving,steady");
+  transport.steps.push_back({.code = 28});
+  EXPECT_EQ(poll(), 28);
   EXPECT_EQ(current(), "steady");
 }
 
@@ -180,9 +188,13 @@ TEST_F(Send, FailBackClockThatWentBackCountsAsNotPassed) {
 }
 
 TEST_F(Send, TlsFallbackStays) {
+  transport.steps = {{.code = kCurlAbortedByCallback}};
+  EXPECT_EQ(HttpsHandler().testConnection(true), kCurlAbortedByCallback);
+  EXPECT_EQ(HttpsHandler::lowestTls(), 6) << "a stop says nothing about TLS";
+  transport.seen.clear();
   transport.steps = {{.code = 35}, {}, {.code = 35}};
   EXPECT_EQ(HttpsHandler().testConnection(true), 0);
-  EXPECT_EQ(logged(",10223,"), 1);
+  EXPECT_EQ(logged(",10223,"), 2);
   EXPECT_EQ(HttpsHandler().testConnection(true), 35);
   poll();
   ASSERT_EQ(transport.seen.size(), 4u);
@@ -244,6 +256,14 @@ TEST_F(Send, LookUpsOfAddressesAskNobody) {
     EXPECT_EQ(lookUpAddress(dotted, 1000), dotted);
   for (const char* name : {"10.1.1", "10.1.1.256", "10.1.1.1.", "1.2.3.4.5", "a.1.1.1", ""})
     EXPECT_EQ(lookUpAddress(name, 20000), "") << name;
+}
+
+TEST_F(Send, ALookUpWithoutAThreadIsForgotten) {
+  threading.refuses = true;
+  EXPECT_EQ(lookUpAddress("steady", 20000), "");
+  EXPECT_EQ(lookUpsOutstanding(), 0u);
+  threading.refuses = false;
+  EXPECT_EQ(lookUpAddress("steady", 20000), "10.0.1.1");
 }
 
 TEST_F(Send, ErrorTexts) {

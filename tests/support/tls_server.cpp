@@ -9,6 +9,7 @@ namespace korvane::tests {
 namespace {
 
 constexpr uint32_t kHeldWaitMs = 20000;
+constexpr uint32_t kDripMs = 20;
 constexpr int kBacklogClients = 4;  // more than a backlog of 0 takes
 constexpr uint32_t kConnectMs = 300;
 constexpr long kHour = 3600;
@@ -323,10 +324,18 @@ void TlsServer::serveRequests(Connection& connection, int number) {
       _requests.push_back(request);
     }
     const Reply reply = _script(request);
-    connection.write(reply.bytes);
+    writeReply(connection, reply.bytes);
     if (reply.then != Reply::Then::keep) return end(connection, reply.then);
   }
   end(connection, Reply::Then::drop);
+}
+
+void TlsServer::writeReply(Connection& connection, const std::string& bytes) {
+  if (_options.manner != Manner::drip) return connection.write(bytes);
+  for (size_t i = 0; i < bytes.size() && !_stopping; ++i) {
+    connection.write(bytes.substr(i, 1));
+    static_cast<void>(_held->wait(kDripMs));
+  }
 }
 
 void TlsServer::misbehave(Connection& connection) {

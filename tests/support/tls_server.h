@@ -72,6 +72,7 @@ class TlsServer {
 
   // sayPlain: the reply to an empty request takes the place of the handshake once the client has spoken.
   // cutHandshake: the handshake's own bytes end after `handshakeBytes`, which the reply's `then` follows.
+  // drip: the answer goes out a byte every 20 ms.
   // answerUnread: the answer is given, and followed by its `then`, before the request is read.
   enum class Manner {
     serve,
@@ -81,7 +82,8 @@ class TlsServer {
     neverAccept,
     sayPlain,
     cutHandshake,
-    answerUnread
+    answerUnread,
+    drip
   };
   struct Options {
     uint16_t port = 0;        // 0: a free one
@@ -119,6 +121,7 @@ class TlsServer {
   void serve(Connection& connection, int number);
   void serveRequests(Connection& connection, int number);
   void misbehave(Connection& connection);
+  void writeReply(Connection& connection, const std::string& bytes);
   void end(Connection& connection, Reply::Then then);
   void hold(platform::Socket& socket);
 
