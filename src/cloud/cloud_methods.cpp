@@ -8,6 +8,7 @@
 #include "cloud/cloud_errors.h"
 #include "cloud/connector_presence.h"
 #include "cloud/local_methods.h"
+#include "cloud/parameters.h"
 #include "cloud/settings_change.h"
 #include "config/agent_config.h"
 #include "config/service_type.h"
@@ -24,39 +25,28 @@ namespace {
 
 constexpr size_t kMaxTextBytes = 1024;
 
-[[noreturn]] void refuse(const std::string& parameter, const std::string& fault) {
-  throw RPCError(kRpcInvalidParams, parameter + ": " + fault);
-}
-
-const std::string& textOf(const RPCRequest& request, const char* parameter) {
-  const auto child = request.params.get_child_optional(parameter);
-  if (!child) refuse(parameter, "is missing");
-  if (!child->empty()) refuse(parameter, "is no text");
-  return child->data();
-}
-
 std::string shortTextOf(const RPCRequest& request, const char* parameter) {
-  const std::string& text = textOf(request, parameter);
+  const std::string& text = neededText(request, parameter);
   if (text.empty() || text.size() > kMaxTextBytes)
-    refuse(parameter, std::to_string(text.size()) + " bytes, there must be 1 to " +
-                          std::to_string(kMaxTextBytes));
+    refuseParameter(parameter, std::to_string(text.size()) + " bytes, there must be 1 to " +
+                                   std::to_string(kMaxTextBytes));
   return text;
 }
 
 std::string bytesOf(const RPCRequest& request, const char* parameter) {
-  const std::string& text = textOf(request, parameter);
+  const std::string& text = neededText(request, parameter);
   std::string bytes;
   if (text.empty()) throw RPCError(kRpcEmptyBuffer, std::string(parameter) + " is empty");
-  if (!decodeBase64(text, bytes)) refuse(parameter, "is no base64");
+  if (!decodeBase64(text, bytes)) refuseParameter(parameter, "is no base64");
   if (bytes.size() <= kMaxPolicyBytes) return bytes;
-  refuse(parameter,
-         std::to_string(bytes.size()) + " bytes, there may be " + std::to_string(kMaxPolicyBytes));
+  refuseParameter(parameter, std::to_string(bytes.size()) + " bytes, there may be " +
+                                 std::to_string(kMaxPolicyBytes));
 }
 
 void checkChangeable(const PropertyList& settings) {
   for (const auto& [key, value] : settings)
     if (comesWithPolicy(key))
-      refuse(key.toUtf8(), "comes with the policy and is no setting to change");
+      refuseParameter(key.toUtf8(), "comes with the policy and is no setting to change");
 }
 
 // The driver goes back with the setting when the change fails.
@@ -109,8 +99,9 @@ void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>&
 }
 
 void CloudMethods::policyBuffer(const RPCRequest& request, RPCResponse& response) {
-  const std::string& value = textOf(request, "value");
-  if (value != "true" && value != "false") refuse("value", "\"true\" or \"false\" is expected");
+  const std::string& value = neededText(request, "value");
+  if (value != "true" && value != "false")
+    refuseParameter("value", "\"true\" or \"false\" is expected");
   LogProcessingThread::setPolicyBuffer(value == "true");
   putMember(response.result, "policyBuffer", value);
 }
@@ -132,7 +123,7 @@ void CloudMethods::configuration(const RPCRequest& request, RPCResponse& respons
 }
 
 void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& response) {
-  const std::string name = textOf(request, "name");
+  const std::string name = neededText(request, "name");
   const std::string archive = bytesOf(request, "bytes");
   bool changed = false;
   workOnPolicy([&](ApplicationPolicies& policies) { changed = policies.set(name, archive); });
@@ -141,7 +132,7 @@ void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& respon
 }
 
 void CloudMethods::removeApplication(const RPCRequest& request, RPCResponse& response) {
-  const std::string name = textOf(request, "name");
+  const std::string name = neededText(request, "name");
   workOnPolicy([&](ApplicationPolicies& policies) { policies.remove(name); });
   response.result.push_back({"policy", policyTree()});
 }

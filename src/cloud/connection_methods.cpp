@@ -1,6 +1,7 @@
 // testConnection.
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
+#include "cloud/parameters.h"
 #include "comm/connection_test.h"
 
 namespace korvane {
@@ -52,8 +53,9 @@ JsonTree reportTree(const ConnectionReport& report) {
 void addConnectionMethods(RPCServer& server) {
   server.add("testConnection", RPCServer::Access::administrators,
              [](const RPCRequest& request, RPCResponse& response) {
-               const std::string name = request.params.get("server", std::string());
-               response.result = reportTree(testConnection(agentTarget(name)));
+               const std::string* name = givenText(request, "server");
+               if (name && name->empty()) refuseParameter("server", "is empty");
+               response.result = reportTree(testConnection(agentTarget(name ? *name : "")));
              });
 }
 

@@ -5,6 +5,7 @@
 
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
+#include "cloud/parameters.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/masking.h"
@@ -109,7 +110,7 @@ size_t Diagnostics::pieceStart(const std::string& text, size_t piece) {
 Diagnostics::Taken& Diagnostics::taken(int piece, const RPCRequest& request) {
   if (piece < 0) throw RPCError(kRpcInvalidParams, "piece: is no number from 0 on");
   if (piece == 0) _taken = Taken{diagnosticsText(_about), ++_numbers, 0};
-  const auto wanted = request.params.get_optional<int>("snapshot");
+  const std::optional<int> wanted = givenNumber(request, "snapshot");
   if (!_taken || (piece > 0 && wanted && *wanted != _taken->number))
     throw RPCError(kRpcEmptyBuffer, "the diagnostics are not kept any more; begin with piece 0");
   _taken->askedAt = platform::current().clock.monotonicMs();
@@ -117,8 +118,7 @@ Diagnostics::Taken& Diagnostics::taken(int piece, const RPCRequest& request) {
 }
 
 void Diagnostics::answer(const RPCRequest& request, RPCResponse& response) {
-  const bool named = !request.params.get("piece", std::string()).empty();
-  const int piece = named ? request.params.get("piece", -1) : 0;
+  const int piece = givenNumber(request, "piece").value_or(0);
   const Taken& from = taken(piece, request);
   const size_t pieces = (from.text.size() + kPieceBytes - 1) / kPieceBytes;
   const auto index = static_cast<size_t>(piece);

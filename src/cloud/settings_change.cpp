@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cloud/parameters.h"
 #include "config/agent_config.h"
 #include "config/masking.h"
 #include "config/setting_check.h"
@@ -9,10 +10,6 @@
 
 namespace korvane {
 namespace {
-
-[[noreturn]] void refuse(const std::string& key, const std::string& fault) {
-  throw RPCError(kRpcInvalidParams, (key.empty() ? "\"\"" : key) + ": " + fault);
-}
 
 bool holdsControl(const std::string& text) {
   return std::any_of(text.begin(), text.end(),
@@ -23,7 +20,7 @@ void apply(const PropertyList& changes) {
   STRING refusedKey;
   switch (AgentConfig::getInstance()->changeAll(changes, refusedKey)) {
     case AgentConfig::ChangeAll::refused:
-      refuse(refusedKey.toUtf8(), "the value is refused");
+      refuseParameter(refusedKey.toUtf8(), "the value is refused");
     case AgentConfig::ChangeAll::locked:
       throw RPCError(kRpcFileOpenError, "agent.ini: another program holds the lock file");
     case AgentConfig::ChangeAll::notWritten:
@@ -44,21 +41,22 @@ int countChanged(const PropertyList& before) {
 
 PropertyList settingsFrom(const JsonTree& params) {
   const AgentConfig& config = *AgentConfig::getInstance();
-  const auto settings = params.get_child_optional("settings");
-  if (!settings) refuse("settings", "is missing");
+  const JsonTree* settings = givenParameter(params, "settings");
+  if (!settings) refuseParameter("settings", "is missing");
   PropertyList changes;
   for (const auto& [name, child] : *settings) {
     const STRING key = name;
     const STRING value = child.data();
-    if (!config.hasValue(key)) refuse(name, "is no setting");
-    if (!child.empty()) refuse(name, "the value is neither text, number, true nor false");
+    if (name.empty()) refuseParameter("settings", "there is none, or they are no object");
+    if (!config.hasValue(key)) refuseParameter(name, "is no setting");
+    if (!child.empty()) refuseParameter(name, "the value is neither text, number, true nor false");
     if (holdsControl(child.data()))
-      refuse(name, "a line break or another control character is in it");
+      refuseParameter(name, "a line break or another control character is in it");
     if (const std::string fault = settingFault(key, value); !fault.empty())
-      refuse(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
+      refuseParameter(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
     changes.emplace_back(key, value);
   }
-  if (changes.empty()) refuse("settings", "there is none");
+  if (changes.empty()) refuseParameter("settings", "there is none");
   return changes;
 }
 

@@ -3,6 +3,7 @@
 
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
+#include "cloud/parameters.h"
 #include "cloud/settings_change.h"
 #include "config/agent_config.h"
 #include "config/masking.h"
@@ -12,16 +13,15 @@
 namespace korvane {
 namespace {
 
-[[noreturn]] void refuse(const std::string& key, const std::string& fault) {
-  throw RPCError(kRpcInvalidParams, key + ": " + fault);
-}
-
 // A list of texts, or one text.
-std::vector<std::string> textsOf(const JsonTree& tree) {
+std::vector<std::string> keysOf(const JsonTree& tree) {
   if (tree.empty()) return {tree.data()};
-  std::vector<std::string> texts;
-  for (const auto& [name, child] : tree) texts.push_back(child.data());
-  return texts;
+  std::vector<std::string> keys;
+  for (const auto& [name, child] : tree) {
+    if (!name.empty() || !child.empty()) refuseParameter("keys", "are no list of texts");
+    keys.push_back(child.data());
+  }
+  return keys;
 }
 
 void putSetting(JsonTree& tree, const std::string& key, const STRING& value) {
@@ -31,13 +31,13 @@ void putSetting(JsonTree& tree, const std::string& key, const STRING& value) {
 JsonTree settingsTree(const JsonTree& params) {
   const AgentConfig& config = *AgentConfig::getInstance();
   JsonTree tree;
-  const auto keys = params.get_child_optional("keys");
+  const JsonTree* keys = givenParameter(params, "keys");
   if (!keys) {
     for (const auto& [key, value] : config.allValues()) putSetting(tree, key.toUtf8(), value);
     return tree;
   }
-  for (const std::string& key : textsOf(*keys)) {
-    if (!config.hasValue(key)) refuse(key, "is no setting");
+  for (const std::string& key : keysOf(*keys)) {
+    if (!config.hasValue(key)) refuseParameter(key, "is no setting");
     putSetting(tree, key, config.getValue(key));
   }
   return tree;
@@ -48,12 +48,10 @@ void setSettings(const RPCRequest& request, RPCResponse& response) {
 }
 
 void setTrace(const RPCRequest& request, RPCResponse& response) {
-  const auto given = request.params.get_optional<std::string>("on");
-  if (!given) refuse("on", "is missing");
-  const STRING on = *given;
+  const STRING on = neededText(request, "on");
   const char* key = rowOf(Key::agentLogTrace).name;
   if (const std::string fault = settingFault(key, on); on.empty() || !fault.empty())
-    refuse("on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "says nothing" : fault));
+    refuseParameter("on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "says nothing" : fault));
   changeSettings({{key, on}});
   putFlag(response.result, "trace", AgentConfig::getInstance()->logTraceMessages());
 }

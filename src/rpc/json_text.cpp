@@ -169,6 +169,24 @@ bool parseJson(std::string&& text, JsonTree& out) {
   return true;
 }
 
+void markEmpty(std::string& text, size_t fromDepth) {
+  std::string marked;
+  size_t depth = 0, taken = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '"') i = endOfString(text, i);
+    if (i >= text.size()) break;
+    if ((text[i] == '}' || text[i] == ']') && depth > 0) --depth;
+    if ((text[i] != '{' && text[i] != '[') || ++depth < fromDepth) continue;
+    const size_t end = text.find_first_not_of(" \t\r\n", i + 1);
+    if (end == std::string::npos || text[end] != (text[i] == '{' ? '}' : ']')) continue;
+    marked.append(text, taken, i - taken).append("[\"\"]");
+    taken = end + 1;
+    i = end;
+    --depth;
+  }
+  if (taken > 0) text = std::move(marked.append(text, taken));
+}
+
 std::string writeJson(const JsonTree& tree) {
   std::ostringstream stream;
   boost::property_tree::write_json(stream, tree, /*pretty=*/false);

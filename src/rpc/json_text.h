@@ -33,6 +33,10 @@ inline constexpr size_t kLongTextBytes = 16 * 1024;
   return parseJson(std::string_view(text), out);
 }
 
+// An empty list or object is an empty text in the tree. Where it must not be taken for one, this puts a list of
+// one empty text in its place: from that depth on, the outermost object being 1. Well-formed texts stay so.
+void markEmpty(std::string& text, size_t fromDepth);
+
 // On one line, without a line feed. Throws when the tree cannot be written as JSON (a list with a text of
 // its own).
 std::string writeJson(const JsonTree& tree);

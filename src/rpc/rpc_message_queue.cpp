@@ -7,6 +7,11 @@
 #include "util/ignore_result.h"
 
 namespace korvane {
+namespace {
+
+constexpr size_t kParameterDepth = 3;  // of a list or object that is the value of a parameter
+
+}  // namespace
 
 void RPCMessageQueue::notePeer() {
   if (_connection != _transport.connection()) _cameAt.reset();
@@ -47,8 +52,10 @@ bool RPCMessageQueue::receive(RPCRequest& out, int waitMs) {
   return false;
 }
 
+// A parameter that is an empty list or object is no empty text.
 bool RPCMessageQueue::take(std::string&& text, RPCRequest& out) {
   JsonTree tree;
+  markEmpty(text, kParameterDepth);
   if (!parseJson(std::move(text), tree)) {
     refuse(kRpcParseError);
     return false;

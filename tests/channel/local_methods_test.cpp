@@ -35,7 +35,6 @@ TEST(LocalMethods, badParametersAreNamedAndChangeNothing) {
       {"setTrace", R"({"on":"maybe"})", "on: \"maybe\""},
       {"setTrace", R"({"on":""})", "on"},
       {"getDiagnostics", R"({"piece":-1})", "piece"},
-      {"getDiagnostics", R"({"piece":"x"})", "piece"},
   };
   for (const auto& c : cases) {
     std::string detail;
@@ -44,6 +43,55 @@ TEST(LocalMethods, badParametersAreNamedAndChangeNothing) {
   }
   EXPECT_EQ(world.machine.ini(), before);
   EXPECT_EQ(world.config.getPollingInterval(), 300u);
+}
+
+// Every parameter of every method, with every kind that it is not.
+TEST(LocalMethods, aParameterOfTheWrongKindIsNeverTakenForAMissingOne) {
+  ChannelWorld world;
+  const std::string before = world.machine.ini();
+  const struct {
+    const char *method, *parameter, *fault;
+    std::vector<const char*> values;
+  } cases[] = {
+      {"testConnection",
+       "server",
+       "server: is",
+       {R"(["192.0.2.1"])", R"({"a":"b"})", "[ ]", "{}", R"("")"}},
+      {"getSettings",
+       "keys",
+       "keys: are no list",
+       {R"({"a":"agent.name"})", R"([["agent.name"]])", "[[]]", "[{ }]"}},
+      {"getSettings", "keys", ": is no setting", {"[]", "{}", R"("")", "1"}},
+      {"setSettings",
+       "settings",
+       "settings: there is none",
+       {R"(["agent.name"])", "[]", "{}", "1", R"("x")"}},
+      {"setSettings",
+       "settings",
+       "agent.name: the value is neither",
+       {R"({"agent.name":[]})", R"({"agent.name":{}})", R"({"agent.name":["x"]})"}},
+      {"setTrace", "on", "on: is no text", {"[true]", R"({"true":1})", "[]", "{}"}},
+      {"getDiagnostics",
+       "piece",
+       "piece: is no number",
+       {"[1]", R"({"1":1})", "[]", R"("x")", R"("")", "0.5", "true"}},
+      {"getDiagnostics", "snapshot", "snapshot: is no number", {"[1]", "{}", R"("x")"}},
+  };
+  for (const auto& c : cases) {
+    for (const char* value : c.values) {
+      SCOPED_TRACE(std::string(c.method) + value);
+      std::string detail;
+      const std::string answer =
+          world.askRaw(c.method, "{\"" + std::string(c.parameter) + "\":" + value + "}");
+      EXPECT_THAT(answer, HasSubstr("\"-32602\""));
+      EXPECT_THAT(answer, HasSubstr(c.fault));
+    }
+    for (const char* params : {R"(["x"])", R"("x")", "7"})
+      EXPECT_THAT(world.askRaw(c.method, params), HasSubstr("params: are no object")) << c.method;
+  }
+  for (const char* params : {"null", "{}", R"({"nonsense":[]})"})
+    EXPECT_THAT(world.askRaw("getDiagnostics", params), HasSubstr("\"piece\":\"0\"")) << params;
+  EXPECT_EQ(world.machine.ini(), before);
 }
 
 TEST(LocalMethods, whatCannotBeWrittenIsNotInForce) {
