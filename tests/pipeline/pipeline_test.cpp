@@ -143,7 +143,7 @@ TEST_F(PipelineTest, WhateverGoesWrongThePolicyBeforeStaysWholeAndTheReasonIsTol
     }
     EXPECT_FALSE(policy.errorText().empty()) << rules;
     EXPECT_EQ(config().getPolicyErrorCode(), PolicyProcessor::kPolicyFailed) << rules;
-    EXPECT_EQ(told(), "66 " + policy.errorText().trimmed().toUtf8());
+    EXPECT_EQ(told(), "66 " + policy.errorText().toUtf8());
     expectInForce("1", ++refused);
   }
   const fs::path programs = fsPath(at("root/IPS/bin"));
