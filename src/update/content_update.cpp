@@ -95,8 +95,9 @@ bool ContentUpdate::getComponentUpdate(HttpsHandler& handler, int wanted) {
                     "processComponentUpdates:VexQEL and Ferrolyn:httpSender.getKorvaneError Server "
                     "asked us to retry after sometime. Retry count %d",
                     _retry.count);
-    _retry.refuse(wanted);
+    _retry.refuseWithinLimit(wanted);
   } else {
+    _retry.giveUp();
     eventlog::trace(kFetchTag,
                     "UpdateThread::getComponentUpdate( HttpsHandler &httpSender ) Error Message - "
                     "%s Return Code - %d",

@@ -111,8 +111,9 @@ bool SoftwareUpdate::askServer(HttpsHandler& handler) {
     eventlog::trace(kThreadTag,
                     "::processSoftware : Server asked us to retry after sometime. Retry count %d",
                     _retry.count);
-    _retry.refuse(HttpsHandler::SOFTWARE_UPDATE);
+    _retry.refuseWithinLimit(HttpsHandler::SOFTWARE_UPDATE);
   }
+  if (answer.refused()) _retry.giveUp();
   return answer.accepted();
 }
 

@@ -13,26 +13,26 @@ namespace {
 
 constexpr char kSource[] = "UpdateThread";
 constexpr int kEventRefused = 10217;
-constexpr int32_t kFirstStatusRetryCycles = 2;
 
 }  // namespace
 
 bool UpdateThread::statusDue() {
-  if (_pollingInterval == 0) {
-    _firstStatusRetry = kFirstStatusRetryCycles;
-    return true;
-  }
-  if (!_bFirstPollRequired || _pollingInterval > 0) return false;
-  if (--_firstStatusRetry > 0) return false;
-  _firstStatusRetry = kFirstStatusRetryCycles;
-  return true;
+  if (_pollingInterval == 0) return true;
+  _statusRepeat.step();
+  return _pollingInterval < 0 && _bFirstPollRequired && _statusRepeat.due() &&
+         _config->registered();
 }
 
 void UpdateThread::sendAgentStatus() {
   HttpsHandler handler;
-  if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return;
+  if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
   const ServerAnswer answer = takeServerAnswer(handler, kEventRefused);
   _lastServerError = answer.code;
+  // Under the identity that the agent gets instead, its status is another one.
+  if (answer.code == ServerAnswer::kUnknownAgent)
+    _statusRepeat.failed();
+  else
+    _statusRepeat.clear();
   if (answer.accepted()) _configRetry.clear();
   if (answer.refused()) return;
   _bFirstPollRequired = false;
