@@ -10,6 +10,13 @@ constexpr int kCorruptResult = 51;
 
 }  // namespace
 
+void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused) {
+  if (refused.empty()) return;
+  const STRING text = refusedSettingsText(refused);
+  result = result.ok() ? UpdateResult{kSettingsRefused, text}
+                       : UpdateResult{result.code, result.text + " " + text};
+}
+
 UpdateResult readIdsResult(HidsInterface& ids, const STRING& prefix, const STRING& context) {
   PropertyList results;
   // A result that cannot be read lacks its code.

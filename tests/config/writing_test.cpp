@@ -1,5 +1,7 @@
+#include "config/refused_settings.h"
 #include "config/settings_table.h"
 #include "tests/config/config_fixture.h"
+#include "tests/support/logged_events.h"
 
 namespace korvane {
 namespace {
@@ -158,6 +160,8 @@ TEST_F(WritingTest, SettingsFromTheServer) {
       static_cast<AgentConfig*>(subject)->getCharset();
     });
   }
+  const LoggedEvents log(fake.files);
+  std::vector<RefusedSetting> refused;
   EXPECT_TRUE(config().newConfiguration({{"polling.interval", "-1"},
                                          {"log.reader.limit", "0009"},
                                          {"use.builtin.policy", "TRUE"},
@@ -165,7 +169,28 @@ TEST_F(WritingTest, SettingsFromTheServer) {
                                          {"agentini.checksum", "x"},
                                          {"[Checksum]", "x"},
                                          {"", "nameless"},
-                                         {"long", std::string(70000, 'l')}}));
+                                         {"long", std::string(70000, 'l')},
+                                         {"agent.http.url", "file:///etc/"},
+                                         {"tcp.port", "70000"},
+                                         {"a.password\n", "x\ny"},
+                                         {"tcp.enabled", "may\nbe"}},
+                                        refused));
+  const std::string text =
+      "9 settings refused: polling.interval=-1 is no number from 0 to 4294967295; "
+      "agentini.checksum=x names nothing that can be set; [Checksum]=x names nothing that can be "
+      "set; "
+      "=nameless names nothing that can be set; long=" +
+      std::string(40, 'l') +
+      "... is too long; agent.http.url=file:///etc/ begins with neither https:// nor http://; "
+      "tcp.port=70000 is no port from 0 to 65535; a.password=**** names nothing that can be set; "
+      "tcp.enabled=may be is neither true nor false";
+  EXPECT_EQ(refusedSettingsText(refused), text);
+  EXPECT_EQ(log.all(), (std::vector<int>{10526}));
+  EXPECT_NE(log.text().find(text), std::string::npos);
+  EXPECT_TRUE(config().newConfiguration({{"polling.interval", "0"}}, refused));
+  EXPECT_TRUE(refused.empty() && log.all().size() == 1);
+  config().setPollingInterval(300);
+  moments.resize(2);
   EXPECT_EQ(moments, (std::vector<int>{2, 3}));
   EXPECT_EQ(config().getPollingInterval(), 300u);
   EXPECT_EQ(valueOnDisk(fake.files, "log.reader.limit"), "9");
@@ -177,9 +202,14 @@ TEST_F(WritingTest, SettingsFromTheServer) {
 
 TEST_F(WritingTest, TheServerCannotMakeAFileThatIsNotRead) {
   PropertyList flood;
+  std::vector<RefusedSetting> refused;
   for (int i = 0; i < 3000; ++i)
     flood.emplace_back("k" + std::to_string(i), std::string(60000, 'x'));
-  EXPECT_TRUE(config().newConfiguration(flood));
+  EXPECT_TRUE(config().newConfiguration(flood, refused));
+  EXPECT_EQ(refused.size(), 2992U);
+  EXPECT_EQ(refused[0].reason, "finds no room among the settings");
+  EXPECT_LT(refusedSettingsText(refused).size(), 2000U);
+  EXPECT_NE(refusedSettingsText(refused).find("; and 2982 more"), std::string::npos);
   EXPECT_LT(fake.files.content(kAgentIni).size(), kMaxIniBytes);
   config().setUniqueId("guid");
   EXPECT_EQ(restart().getUniqueId(), STRING("guid"));

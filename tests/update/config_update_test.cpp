@@ -129,6 +129,15 @@ TEST(ConfigUpdate, AppliesAndReportsWhatAnAnswerHolds) {
        "result.type=config\nresult.errorcode=0\nresult.errormessage=fine\nmod.time=5\n"},
       {"IDS settings", 16, "update.configuration=true\nids.a=b\n", "9000000", 1,
        "result.type=config.ids\nresult.errorcode=0\nresult.errormessage=fine\n"},
+      {"a value that is none", 1,
+       "update.configuration=true\nmod.time=5\ntcp.port=x\npolling.interval=77\n", "77", 0,
+       "result.type=config\nresult.errorcode=1004\nresult.errormessage=1 setting refused: "
+       "tcp.port=x "
+       "is no number from 0 to 4294967295\nmod.time=5\n"},
+      {"the same to an IDS component that objects", 1,
+       "update.configuration=true\nids.a=b\npolling.interval=soon\n", "9000000", 1,
+       "result.type=config\nresult.errorcode=7\nresult.errormessage=no 1 setting refused: "
+       "polling.interval=soon is no number from 0 to 4294967295\n"},
       {"nothing", 1, "update.configuration=false\n", "9000000", 0,
        "result.type=config\nresult.errorcode=19\nresult.errormessage=No new configuration data "
        "provided.\n"},
@@ -136,6 +145,8 @@ TEST(ConfigUpdate, AppliesAndReportsWhatAnAnswerHolds) {
   for (const AnswerCase& row : cases) {
     NotifiedCycles cycles;
     TestIds ids;
+    if (std::string(row.report).find("errorcode=7\n") != std::string::npos)
+      ids.results = {{"IDS.Config.ResultCode", "7"}, {"IDS.Config.ResultMessage", "no"}};
     cycles.machine.server.queue("update", Answer::properties(row.answer));
     cycles.notify(row.byte);
     EXPECT_EQ(cycles.config().getValue("polling.interval"), STRING(row.interval)) << row.name;
