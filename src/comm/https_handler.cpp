@@ -13,6 +13,7 @@ namespace korvane {
 namespace {
 
 constexpr char kUnknownServer[] = "Unknown";
+constexpr int kComeBackLater = 200;  // the server's code that takes a report nevertheless
 
 bool repeatsElsewhere(int type) {
   return type != HttpsHandler::TEST_CONNECTION && type != HttpsHandler::BULK_LOG;
@@ -196,6 +197,7 @@ void HttpsHandler::noteFailure(int event, const STRING& text, int code) {
 
 void HttpsHandler::noteSuccess() {
   const int error = _response->errorCode();
+  if (error == 0 || error == kComeBackLater) noteApplicationRequest();
   if (error == 0) return noteExchangeAnswered(_server.toUtf8());
   const STRING text = _response->errorText().value_or(STRING(ResponseParser::kNoErrorText));
   noteExchangeFailed({.code = error,

@@ -123,7 +123,8 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int getGUID(STRING& guid);
   // The identifier that the last message of this handler was sent with; empty when with none.
   const STRING& getGUIDUsed() const { return _guidUsed; }
-  // 1 and the pairs when the answer holds an update notice beside what was asked for, 0 when not.
+  // 1 and the pairs when the answer holds an update of the kind that the last exchange was about (asked for, or
+  // reported of), 0 when not. The pairs are its section's, without the notices of other kinds.
   [[nodiscard]] int getPiggyBackedUpdate(PropertyList& out);
   // The content of a kind, by the kind's name ("update.qel"); 0 when there is one. The string
   // belongs to the handler and lives until its next exchange. An empty part gives -1 and the text
@@ -153,6 +154,9 @@ class KORVANE_EXPORT HttpsHandler {
   static void startCommunication();
   // Ends libcurl for the process. No exchange may be in progress; a later handler starts it again.
   static void curlCleanup();
+  // The identifier of a request for application data that a server has offered in its answer to a report since the
+  // last call; false without one. The newest one counts.
+  [[nodiscard]] static bool takeApplicationRequest(STRING& identifier);
   // The address of a host, dotted; empty when it cannot be resolved or a stop came first.
   static STRING getServerIP(const STRING& server);
   // Where the agent's own addresses come from; false from it means that they cannot be had.
@@ -187,6 +191,7 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int checkRetStatus(int result);
   void noteFailure(int event, const STRING& text, int code);
   void noteSuccess();
+  void noteApplicationRequest() const;
 
   static PropertyList policyProperties();
 

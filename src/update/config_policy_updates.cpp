@@ -96,8 +96,7 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (!settings.empty() && !_config->newConfiguration(settings, refused))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
   addRefusals(result, refused);
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  ignoreResult(HttpsHandler().setUpdateResult(kind, result.code, result.text, identity));
+  reportUpdateResult(kind, result, identity);
 }
 
 void UpdateThread::retranslateOnRequest() {

@@ -1,5 +1,6 @@
 // The status that the update thread sends to its server, and what it watches for it.
 #include "comm/https_handler.h"
+#include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
@@ -69,8 +70,11 @@ void UpdateThread::monitorPrevention() {
 
 void UpdateThread::monitorPolicyState() {
   if (!_config->hasPolicyStateChanged()) return;
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  if (_config->getPolicyStateCode() < 0) ignoreResult(HttpsHandler().sendPolicyStateMessage());
+  if (_config->getPolicyStateCode() < 0) {
+    HttpsHandler handler;
+    // What the server still misses, the next status says.
+    ignoreResult(reportTaken(handler, handler.sendPolicyStateMessage()));
+  }
   // What cannot be written now is written by one of the next loads.
   if (_config->hasRealPolicyStateChanged()) ignoreResult(_config->updateIniFile());
   _config->setPolicyStateChanged(false);

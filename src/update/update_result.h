@@ -5,6 +5,7 @@
 
 #include "config/hids_interface.h"
 #include "config/refused_settings.h"
+#include "util/property_list.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -23,6 +24,9 @@ inline constexpr int kDiskFailure = 36;        // it cannot be kept on disk
 inline constexpr int kPolicyFailure = 66;      // the policy cannot be translated or loaded
 inline constexpr int kNoIdsComponent = 1003;   // there is none on this machine
 inline constexpr int kSettingsRefused = 1004;  // in force but for the settings that are named
+
+// Tells the server, which may answer that it does not know the agent (report_answer.h). Nothing repeats it.
+void reportUpdateResult(int kind, const UpdateResult& result, const PropertyList& pairs = {});
 
 // Names what of a configuration was refused; a result that is bad already keeps its code.
 void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused);

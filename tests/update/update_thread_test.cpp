@@ -125,6 +125,9 @@ TEST(PendingUpdates, TakesEachFlagFromItsPropertyAndClearsMissingOnes) {
   pending.takePollingProperties({{"send.application.request", "true"}});
   EXPECT_FALSE(pending.applicationRequest) << "a request without an identifier is none";
   pending.takePollingProperties(
+      {{"send.application.request", "true"}, {"send.application.requestID", ""}});
+  EXPECT_FALSE(pending.applicationRequest) << "nor is one with an empty identifier";
+  pending.takePollingProperties(
       {{"send.application.request", "true"}, {"send.application.requestID", "r-5"}});
   EXPECT_TRUE(pending.applicationRequest);
   EXPECT_EQ(pending.applicationRequestId, STRING("r-5"));
