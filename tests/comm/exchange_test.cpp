@@ -361,6 +361,25 @@ TEST_F(Exchange, PiggyBackedUpdateIsOfTheLastExchangesKind) {
   }
 }
 
+TEST_F(Exchange, ARequestForApplicationDataIsTakenOnceAndByThisRunOfTheAgent) {
+  const std::string offer =
+      properties("send.application.request=true\nsend.application.requestID=r-1\n");
+  STRING identifier;
+  const auto takenAfter = [&](int exchange) {
+    EXPECT_EQ(exchange, 0);
+    return HttpsHandler::takeApplicationRequest(identifier);
+  };
+  for (int i = 0; i < 4; ++i) transport.steps.push_back({.body = offer});
+  EXPECT_FALSE(takenAfter(handler.log(PropertyList())));
+  EXPECT_TRUE(takenAfter(handler.sendApplicationData(nullptr, false, 0)));
+  EXPECT_EQ(identifier, STRING("r-1"));
+  EXPECT_FALSE(HttpsHandler::takeApplicationRequest(identifier));
+  EXPECT_TRUE(takenAfter(handler.sendPolicyStateMessage()));
+  handler.sendPolicyStateMessage();
+  HttpsHandler::startCommunication();
+  EXPECT_FALSE(HttpsHandler::takeApplicationRequest(identifier));
+}
+
 TEST_F(Exchange, ContentPartsByKind) {
   std::string* bytes = nullptr;
   transport.steps.push_back(

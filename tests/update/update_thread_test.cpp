@@ -73,6 +73,7 @@ TEST(UpdateThread, RepeatsNoStatusThatWasAnsweredWhilePollingIsDisabled) {
     Cycles cycles("[Polling]\npolling.enabled=false\n");
     cycles.machine.server.always("result", Answer::error(code));
     EXPECT_EQ(cycles.statusesAfter(1000), 1U) << code;
+    EXPECT_EQ(cycles.machine.countLines(",10221,"), 0U) << "none is tried without an identity";
     cycles.config().setUniqueId("new");
     EXPECT_EQ(cycles.statusesAfter(1000), code == 400 ? 2U : 1U) << "the new identity's first";
     // A server that knows no identity that it gives is not asked in a loop.
