@@ -7,6 +7,7 @@
 #include "agent/driver_policy.h"
 #include "agent/registration_codes.h"
 #include "comm/https_handler.h"
+#include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
@@ -64,8 +65,10 @@ bool StandardAgentComm::testConnection() {
 }
 
 void StandardAgentComm::reportPolicyState() {
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  if (!_stop.requested()) ignoreResult(HttpsHandler().sendPolicyStateMessage());
+  if (_stop.requested()) return;
+  HttpsHandler handler;
+  // What the server still misses, the next status says.
+  ignoreResult(reportTaken(handler, handler.sendPolicyStateMessage()));
 }
 
 bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {

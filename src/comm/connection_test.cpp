@@ -61,7 +61,7 @@ class Walk {
     const int64_t begin = platform::current().clock.monotonicMs();
     _report.url = withoutPassword(_target.url);
     _report.proxy = proxies(isHttps(_target.url));
-    FailureCause cause = checkUrl(_target.url);
+    FailureCause cause = checkUrl(_target.url, _target.urlSetting);
     if (cause.failed() && _target.serverGiven)
       cause = {Stage::settings, "the server that was given makes no URL",
                "Give a host, or host:port."};
@@ -96,6 +96,7 @@ class Walk {
         {.code = code,
          .request = _request,
          .result = _result,
+         .urlSetting = _target.urlSetting,
          .fault = answer.fault(),
          .refused = refused,
          .brokenOff = answer.brokenOff(),
@@ -209,6 +210,7 @@ ConnectionTarget agentTarget(const STRING& server) {
   const AgentConfig& config = *AgentConfig::getInstance();
   ConnectionTarget target;
   target.url = urlOf(config.getURL(), server.empty() ? serverInUse() : server).toUtf8();
+  target.urlSetting = config.getURL().toUtf8();
   target.serverGiven = !server.empty() && !checkUrl(config.getURL().toUtf8()).failed();
   target.caFile = config.getSSLCertFile().toUtf8();
   target.connectTimeoutSeconds = config.getConnectionTimeout();

@@ -31,6 +31,7 @@ namespace korvane {
 
 // Where the agent's settings say to go, and how.
 struct ConnectionTarget {
+  std::string urlSetting;  // agent.http.url as it stands; empty: unknown
   std::string url;  // the base URL, the path words of the protocol are appended to it as they are
   std::string caFile;                   // PEM, what the server's certificate must chain to
   uint32_t connectTimeoutSeconds = 10;  // for name, TCP and TLS together

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "agent/thread/stop_token.h"
+#include "comm/failure_text.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
 
@@ -31,6 +32,11 @@ std::string trimmed(std::string_view value) {
   const size_t begin = value.find_first_not_of(" \t\r\n");
   if (begin == std::string_view::npos) return {};
   return std::string(value.substr(begin, value.find_last_not_of(" \t\r\n") + 1 - begin));
+}
+
+// libcurl speaks two dozen protocols, and guesses one for a URL that names none.
+const char* onlyProtocol(const std::string& url) {
+  return contains(url.substr(0, 7), "http://") ? "http" : "https";
 }
 
 // A header without a value would be dropped; libcurl sends it when it ends in a semicolon.
@@ -197,6 +203,8 @@ bool CurlTransport::setOptions(const TransportRequest& request, Transfer& transf
   }
   options.OPTION(CURLOPT_SSLVERSION, request.sslVersion)
       .OPTION(CURLOPT_URL, request.url.c_str())
+      .OPTION(CURLOPT_PROTOCOLS_STR, onlyProtocol(request.url))
+      .OPTION(CURLOPT_REDIR_PROTOCOLS_STR, onlyProtocol(request.url))
       .OPTION(CURLOPT_CAINFO, request.caFile.c_str())
       .OPTION(CURLOPT_SSL_VERIFYPEER, 1L)
       .OPTION(CURLOPT_SSL_VERIFYHOST, 0L)

@@ -109,7 +109,7 @@ FailureCause connectCause(const ExchangeEvidence& evidence) {
 }
 
 FailureCause settingsCause(const ExchangeEvidence& evidence) {
-  FailureCause cause = checkUrl(evidence.request.url);
+  FailureCause cause = checkUrl(evidence.request.url, evidence.urlSetting);
   if (!cause.failed()) cause = checkCaFile(evidence.request.url, evidence.request.caFile);
   if (cause.failed() && evidence.code > 0) return cause;
   const std::string& text = evidence.result.errorText;
@@ -149,7 +149,8 @@ FailureCause findCause(const ExchangeEvidence& evidence) {
   if (evidence.refused) return answerCause(evidence);
   if (evidence.code > 0 && evidence.result.trail.requestBytes == 0) {
     // libcurl guesses what a URL lacks, and then fails of its guess.
-    if (FailureCause url = checkUrl(evidence.request.url); url.failed()) return url;
+    if (FailureCause url = checkUrl(evidence.request.url, evidence.urlSetting); url.failed())
+      return url;
   }
   if (evidence.code != 0) return transferCause(evidence);
   return answerCause(evidence);

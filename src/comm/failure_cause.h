@@ -21,6 +21,7 @@ struct ExchangeEvidence {
   int code = 0;  // of Transport::perform()
   const TransportRequest& request;
   const TransportResult& result;
+  std::string urlSetting{};  // agent.http.url as it stands; empty: the request's URL stands for it
   std::string fault{};       // why the answer's parser refused it; empty when it did not
   bool refused = false;      // that was for its size, while it arrived
   bool brokenOff = false;    // or because the connection ended too early
@@ -50,7 +51,8 @@ ConnectionStage stageReached(int code, const TransportRequest& request,
 bool wantsCertificate(int code, const TransferTrail& trail);
 
 // The two of the settings: nothing is wrong with the URL, and with the CA file, when there is no cause.
-FailureCause checkUrl(const std::string& url);
+// `setting` is what the cause shows of it when that is not the URL itself.
+FailureCause checkUrl(const std::string& url, const std::string& setting = {});
 FailureCause checkCaFile(const std::string& url, const std::string& caFile);
 
 // Whether an answer shows that an agent port gave it.

@@ -181,6 +181,8 @@ FailureCause httpCause(const ExchangeEvidence& evidence) {
 
 FailureCause answerCause(const ExchangeEvidence& evidence) {
   const TransferTrail& trail = evidence.result.trail;
+  if (evidence.result.httpStatus == 0 && evidence.code == 0)
+    return {Stage::httpAnswer, "the answer has no HTTP status", kUseAgentPort};
   if (evidence.refused) {
     return {Stage::httpAnswer, "the answer is beyond what an agent takes: " + evidence.fault,
             kUseAgentPort};

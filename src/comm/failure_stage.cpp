@@ -82,18 +82,23 @@ bool wantsCertificate(int code, const TransferTrail& trail) {
          trail.tls.version == "TLSv1.3";
 }
 
-FailureCause checkUrl(const std::string& url) {
+FailureCause checkUrl(const std::string& url, const std::string& setting) {
   const auto because = [](const std::string& cause, const char* nextStep) {
     return FailureCause{Stage::settings, cause, nextStep};
   };
   const char* const correct = "Correct agent.http.url.";
   if (url.empty()) return because("agent.http.url is empty", "Set agent.http.url.");
+  const std::string shownUrl = quoted(withoutPassword(setting.empty() ? url : setting));
   const std::unique_ptr<CURLU, void (*)(CURLU*)> parsed(curl_url(), &curl_url_cleanup);
   const CURLUcode code = curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0);
   const bool http = isHttps(url) || contains(url.substr(0, 7), "http://");
-  if (!http) return because("agent.http.url does not begin with https:// or http://", correct);
+  if (!http) {
+    return because("agent.http.url, " + shownUrl + ", does not begin with https:// or http://",
+                   correct);
+  }
   if (code == CURLUE_OK) return {};
-  return because(std::string("agent.http.url is no URL: ") + curl_url_strerror(code), correct);
+  return because("agent.http.url, " + shownUrl + ", is no URL: " + curl_url_strerror(code),
+                 correct);
 }
 
 FailureCause checkCaFile(const std::string& url, const std::string& caFile) {

@@ -13,6 +13,7 @@ namespace korvane {
 namespace {
 
 constexpr char kUnknownServer[] = "Unknown";
+constexpr int kComeBackLater = 200;  // the server's code that takes a report nevertheless
 
 bool repeatsElsewhere(int type) {
   return type != HttpsHandler::TEST_CONNECTION && type != HttpsHandler::BULK_LOG;
@@ -190,14 +191,17 @@ int HttpsHandler::judgeAnswer(int code, int type, HttpsMessageGenerator& generat
                               const TransportRequest& request, const TransportResult& result) {
   const bool refused = generator.response().refused();
   const bool stopped = code > 0 && shutdownToken().requested();
+  const bool noStatus = code == 0 && _httpStatus == 0;
   bool malformed = refused || result.answerBroken;
   // The body of an HTTP error is not ours to read.
-  if (code == 0 && !refused && _httpStatus <= kOkStatus) malformed = !generator.finishResponse();
+  if (code == 0 && !refused && _httpStatus <= kOkStatus)
+    malformed = !generator.finishResponse() || noStatus;
   const std::string& fault = generator.response().fault();
   if (code != 0 || malformed || _httpStatus > kOkStatus) {
     _failure = findCause({.code = code,
                           .request = request,
                           .result = result,
+                          .urlSetting = AgentConfig::getInstance()->getURL().toUtf8(),
                           .fault = fault,
                           .refused = refused,
                           .brokenOff = generator.response().brokenOff(),
@@ -206,6 +210,7 @@ int HttpsHandler::judgeAnswer(int code, int type, HttpsMessageGenerator& generat
   if (stopped) return kCurlAbortedByCallback;
   if (!malformed || code < 0) return code;
   if (!fault.empty()) _errorBuffer = fault;
+  if (noStatus) _errorBuffer = "the answer has no HTTP status";
   eventlog::event(10510, kHandlerSource,
                   {_server, URL[type], _errorBuffer, stageName(_failure.stage), _failure.cause});
   return kCurlReceiveError;
@@ -221,6 +226,7 @@ void HttpsHandler::noteFailure(int event, const STRING& text, int code) {
 
 void HttpsHandler::noteSuccess() {
   const int error = _response->errorCode();
+  if (error == 0 || error == kComeBackLater) noteApplicationRequest();
   if (error == 0) return noteExchangeAnswered(_server.toUtf8());
   const STRING text = _response->errorText().value_or(STRING(ResponseParser::kNoErrorText));
   noteExchangeFailed({.code = error,

@@ -93,7 +93,8 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int setUpdateResult(int kind, PropertyList pairs);
   [[nodiscard]] int setUpdateResult(int kind, int code, STRING& text, Property pair);
   [[nodiscard]] int setUpdateResult(int kind, int code, STRING& text, PropertyList pairs);
-  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text, const PropertyList& pairs = {});
+  [[nodiscard]] int setUpdateResult(int kind, int code, const STRING& text,
+                                    const PropertyList& pairs = {});
   // One log record.
   [[nodiscard]] int log(PropertyList record);
   // One properties section for each record.
@@ -125,7 +126,8 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int getGUID(STRING& guid);
   // The identifier that the last message of this handler was sent with; empty when with none.
   const STRING& getGUIDUsed() const;
-  // 1 and the pairs when the answer holds an update notice beside what was asked for, 0 when not.
+  // 1 and the pairs when the answer holds an update of the kind that the last exchange was about (asked for, or
+  // reported of), 0 when not. The pairs are its section's, without the notices of other kinds.
   [[nodiscard]] int getPiggyBackedUpdate(PropertyList& out);
   // The content of a kind, by the kind's name ("update.qel"); 0 when there is one. The string
   // belongs to the handler and lives until its next exchange. An empty part gives -1 and the text
@@ -158,6 +160,9 @@ class KORVANE_EXPORT HttpsHandler {
   static void startCommunication();
   // Ends libcurl for the process. No exchange may be in progress; a later handler starts it again.
   static void curlCleanup();
+  // The identifier of a request for application data that a server has offered in its answer to a report since the
+  // last call; false without one. The newest one counts.
+  [[nodiscard]] static bool takeApplicationRequest(STRING& identifier);
   // The address of a host, dotted; empty when it cannot be resolved or a stop came first.
   static STRING getServerIP(const STRING& server);
   // Where the agent's own addresses come from; false from it means that they cannot be had.
@@ -185,11 +190,12 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int sendOver(Transport* transport, int type, HttpsMessageGenerator& generator);
   [[nodiscard]] bool addGUID(int type, HttpsMessageGenerator& generator);
   [[nodiscard]] int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
-               std::string_view body);
+                             std::string_view body);
   [[nodiscard]] int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
-                  const TransportRequest& request, const TransportResult& result);
+                                const TransportRequest& request, const TransportResult& result);
   void noteFailure(int event, const STRING& text, int code);
   void noteSuccess();
+  void noteApplicationRequest() const;
 
   static PropertyList policyProperties();
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "comm/https_handler.h"
 #include "comm/https_shared.h"
@@ -198,21 +199,37 @@ int HttpsHandler::getGUID(STRING& guid) {
 
 int HttpsHandler::getPiggyBackedUpdate(PropertyList& out) {
   if (_response->errorCode() != 0) return kAnswerError;
-  PropertyList notices;
-  for (const Property& pair : answerGroup(&isPolling)) {
-    // An update's own answer says in these properties what it holds; only other kinds are news.
-    bool own = false;
-    for (const UpdateKind& kind : kUpdateKinds) {
-      own = own || (asked(kind.bit) && pair.first == STRING(kind.requestKey));
-    }
-    if (!own) notices.push_back(pair);
+  const bool hasKinds = _lastType == GET_UPDATE || _lastType == SET_UPDATE_RESULT;
+  PropertyList own;
+  for (const UpdateKind& kind : kUpdateKinds)
+    if (hasKinds && (_lastKinds & kind.bit)) own.emplace_back(kind.requestKey, "true");
+  for (const PropertyList& section : _response->properties()) {
+    if (std::none_of(own.begin(), own.end(), [&section](const Property& notice) {
+          return propertyIsTrue(section, notice.first);
+        }))
+      continue;
+    out.clear();
+    for (const Property& pair : section)
+      if (!isPolling(pair.first) || findProperty(own, pair.first)) out.push_back(pair);
+    return 1;
   }
-  if (notices.empty()) {
-    std::fputs("No PiggyBacked Update \n", stdout);
-    return 0;
-  }
-  out = std::move(notices);
-  return 1;
+  std::fputs("No PiggyBacked Update \n", stdout);
+  return 0;
+}
+
+void HttpsHandler::noteApplicationRequest() const {
+  const bool answersReport = _lastType == SET_UPDATE_RESULT || _lastType == APPLICATION_DATA;
+  if (!answersReport || answerProperty("send.application.request") != STRING("true")) return;
+  const STRING identifier = answerProperty("send.application.requestID");
+  if (identifier.empty()) return;
+  Synchronized hold(shared().requestLock);
+  shared().applicationRequest = identifier;
+}
+
+bool HttpsHandler::takeApplicationRequest(STRING& identifier) {
+  Synchronized hold(shared().requestLock);
+  identifier = std::exchange(shared().applicationRequest, STRING());
+  return !identifier.empty();
 }
 
 int HttpsHandler::getBinaryData(STRING name, std::string*& out) {

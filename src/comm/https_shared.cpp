@@ -122,6 +122,8 @@ void HttpsHandler::startCommunication() {
   Synchronized hold(state._commLock);
   state._ipList.clear();
   state.setServerIP({}, {});
+  STRING unused;
+  ignoreResult(takeApplicationRequest(unused));  // of an earlier start
   state._lastError = 0;
   state._lastFailbackCheck = failbackClock();
   state.CURRENT_CURLOPT_SSLVERSION = Shared::kTls12;

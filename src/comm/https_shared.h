@@ -1,7 +1,8 @@
 // What all handlers of the process share. One object, never destroyed; HttpsHandler alone uses it.
 //
 // Locks: _commLock is held for the whole of a send, so at most one exchange is on the wire. addressLock
-// guards the address for those who only want to name it in a log line. Order: _commLock, then addressLock.
+// guards the address for those who only want to name it in a log line, requestLock the request for application
+// data that waits to be taken. Order: _commLock, then one of these.
 #pragma once
 
 #include <atomic>
@@ -49,6 +50,9 @@ struct HttpsHandler::Shared {
   Win32Mutex addressLock;
   STRING _serverIP GUARDED_BY(addressLock);
   STRING serverOfIP GUARDED_BY(addressLock);
+
+  Win32Mutex requestLock;
+  STRING applicationRequest GUARDED_BY(requestLock);
 
   std::atomic<int> _lastError{0};
   std::atomic<int64_t> _lastFailbackCheck{0};  // seconds, monotonic

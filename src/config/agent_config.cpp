@@ -5,7 +5,6 @@
 
 #include "config/agent_config_state.h"
 #include "config/install_root.h"
-#include "config/setting_check.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -105,29 +104,6 @@ bool AgentConfig::updateIniFile(const char* section, const char* key, const STRI
 bool AgentConfig::UpdateAllIni() {
   const ChangeGroup group(*this);
   return _state->saveBoth("AgentConfig::UpdateAllIni");
-}
-
-bool AgentConfig::newConfiguration(const PropertyList& properties) {
-  constexpr char kTag[] = "AgentConfig::newConfiguration";
-  const ChangeGroup group(*this);
-  {
-    const Synchronized hold(_state->lock);
-    const unsigned before = std::exchange(_state->momentsOutstanding, 0);
-    // A value that is refused leaves its key as it was.
-    for (const auto& [key, value] : properties)
-      if (!comesWithPolicy(key)) ignoreResult(_state->assignByName(key, value));
-    if (_state->momentsOutstanding != 0) _state->momentsOutstanding |= 1u << SETTINGS_FROM_SERVER;
-    _state->momentsOutstanding |= before;
-  }
-  const bool written = _state->save(kTag, false);
-  const Synchronized hold(_state->lock);
-  if (written) {
-    eventlog::trace(kTag, "Agent Configuration from server written to disk");
-  } else if (!_state->lastWriteFailed) {
-    eventlog::trace(kTag, "Agent Configuration from server could not written to disk");
-  }
-  _state->lastWriteFailed = !written;
-  return written;
 }
 
 STRING AgentConfig::exportConfigData() const {

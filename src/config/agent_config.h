@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "config/hids_interface.h"
 #include "config/log_type.h"
@@ -31,6 +32,7 @@
 namespace korvane {
 
 struct AgentConfigState;
+struct RefusedSetting;
 
 class KORVANE_EXPORT AgentConfig {
  public:
@@ -67,8 +69,11 @@ class KORVANE_EXPORT AgentConfig {
   [[nodiscard]] bool updateIniFile();
   // Writes fallback.ini, then agent.ini.
   [[nodiscard]] bool UpdateAllIni();
-  // Settings from the server: sets every pair, then writes agent.ini once.
+  // Settings from the server: sets every pair, then writes agent.ini once; false when that fails. What cannot
+  // be a value of its key is left out, named in `refused` and in event 10526; the rest is in force.
   [[nodiscard]] bool newConfiguration(const PropertyList& properties);
+  [[nodiscard]] bool newConfiguration(const PropertyList& properties,
+                                      std::vector<RefusedSetting>& refused);
   // The whole configuration as the text of an ini file, checksum included.
   STRING exportConfigData() const;
 

@@ -14,6 +14,7 @@
 #include "agent/thread/locks.h"
 #include "config/agent_config.h"
 #include "config/ini_files.h"
+#include "config/refused_settings.h"
 #include "config/server_list.h"
 #include "config/setting_store.h"
 #include "config/settings_table.h"
@@ -37,6 +38,11 @@ struct AgentConfigState {
   // Sets a value without writing it; false when it is refused.
   [[nodiscard]] bool assign(const SettingRow& row, const STRING& value) REQUIRES(lock);
   [[nodiscard]] bool assignByName(const STRING& key, const STRING& value) REQUIRES(lock);
+  // newConfiguration() without its write and its event.
+  void takeFromServer(const PropertyList& properties, std::vector<RefusedSetting>& refused)
+      REQUIRES(lock);
+  // Why assignByName() refused what has no fault of its own.
+  std::string refusalReason(const STRING& key, const STRING& value) const REQUIRES(lock);
   // Null for an unknown key.
   const STRING* find(const STRING& key) const REQUIRES(lock);
   STRING urlHost() const REQUIRES(lock);

@@ -34,6 +34,7 @@ class SettingStore {
   // Null when there is no such key.
   const STRING* other(const STRING& key) const;
   [[nodiscard]] Result setOther(const STRING& key, const STRING& text);
+  bool othersFull() const { return _others.size() >= kMaxOthers; }
 
   // Takes over what the file holds where this process has changed nothing; a key that the file
   // lacks goes back to its default, and one of [Other] is dropped. True when a value differs now.

@@ -92,10 +92,11 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
     const STRING problem = _builtInWish.follow(settings);
     if (!problem.empty() && result.ok()) result = {kPolicyFailure, problem};
   }
-  if (!settings.empty() && !_config->newConfiguration(settings))
+  std::vector<RefusedSetting> refused;
+  if (!settings.empty() && !_config->newConfiguration(settings, refused))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  ignoreResult(HttpsHandler().setUpdateResult(kind, result.code, result.text, identity));
+  addRefusals(result, refused);
+  reportUpdateResult(kind, result, identity);
 }
 
 void UpdateThread::retranslateOnRequest() {

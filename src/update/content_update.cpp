@@ -95,8 +95,9 @@ bool ContentUpdate::getComponentUpdate(HttpsHandler& handler, int wanted) {
                     "processComponentUpdates:VexQEL and Ferrolyn:httpSender.getKorvaneError Server "
                     "asked us to retry after sometime. Retry count %d",
                     _retry.count);
-    _retry.refuse(wanted);
+    _retry.refuseWithinLimit(wanted);
   } else {
+    _retry.giveUp();
     eventlog::trace(kFetchTag,
                     "UpdateThread::getComponentUpdate( HttpsHandler &httpSender ) Error Message - "
                     "%s Return Code - %d",
@@ -110,7 +111,6 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
   const ContentKind* content = contentKindOf(kind);
   if (!content || !bytes) return -1;
   eventlog::trace(kDataTag, "Unzipping Freshline data to %s", directory);
-  HttpsHandler reporter;
   archive::Refusal refusal;
   if (!unpackPackage(*content, *bytes, directory.toUtf8(), refusal)) {
     if (shutdownToken().requested()) return kDiskFailure;
@@ -118,14 +118,12 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
     eventlog::event(kEventPackageRefused, kUnzipTag, {content->product, refusal.text()});
-    // A failed exchange has told of itself; what the server still misses it offers again.
-    ignoreResult(reporter.setUpdateResult(kind, kDiskFailure, "Error unzipping to disk."));
+    reportUpdateResult(kind, {kDiskFailure, "Error unzipping to disk."});
     return kDiskFailure;
   }
   eventlog::trace(kUnzipTag, "UnZip VexQEL Freshline content successfully to directory %s",
                   directory);
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  ignoreResult(reporter.setUpdateResult(kind, 0, "No Error"));
+  reportUpdateResult(kind, {});
   const Synchronized hold(contentLock());
   (AgentConfig::getInstance()->*content->setUpdateNow)(true);
   return 0;

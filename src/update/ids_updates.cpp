@@ -80,9 +80,7 @@ void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
       installIdsPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, names);
   // What a stop cut short is fetched again after the next start.
   if (_policy.stopped()) return;
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  ignoreResult(HttpsHandler().setUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, result.code,
-                                              result.text, names));
+  reportUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, result, names);
 }
 
 UpdateResult UpdateThread::installIdsPolicy(std::string_view bytes,

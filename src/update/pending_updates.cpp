@@ -49,8 +49,8 @@ void PendingUpdates::takePollingProperties(const PropertyList& properties) {
   if (!applicationRequest) return;
   eventlog::trace(kPollingTag, "Received send.application.request");
   const STRING* identifier = findProperty(properties, "send.application.requestID");
-  applicationRequest = identifier != nullptr;
-  if (!identifier) return;
+  applicationRequest = identifier && !identifier->empty();
+  if (!applicationRequest) return;
   applicationRequestId = *identifier;
   eventlog::trace(kPollingTag, "Received Request ID - %s ", applicationRequestId);
 }

@@ -5,6 +5,7 @@
 #include "agent/thread/stop_token.h"
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
+#include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
@@ -39,8 +40,7 @@ const PropertyList& failure() {
 }
 
 void report(int code, const char* text, const PropertyList& pairs = {}) {
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  ignoreResult(HttpsHandler().setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, code, text, pairs));
+  reportUpdateResult(HttpsHandler::SOFTWARE_UPDATE, {code, text}, pairs);
 }
 
 bool keep(const std::string& path, std::string_view bytes, archive::Refusal& refusal) {
@@ -111,8 +111,9 @@ bool SoftwareUpdate::askServer(HttpsHandler& handler) {
     eventlog::trace(kThreadTag,
                     "::processSoftware : Server asked us to retry after sometime. Retry count %d",
                     _retry.count);
-    _retry.refuse(HttpsHandler::SOFTWARE_UPDATE);
+    _retry.refuseWithinLimit(HttpsHandler::SOFTWARE_UPDATE);
   }
+  if (answer.refused()) _retry.giveUp();
   return answer.accepted();
 }
 
@@ -163,7 +164,8 @@ void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
   PropertyList pairs = parseUpdateResults(bytes);
   if (!findProperty(pairs, "result.errorcode"))
     pairs.insert(pairs.begin(), failure().begin(), failure().end());
-  if (HttpsHandler().setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, pairs) != 0) return;
+  HttpsHandler handler;
+  if (!reportTaken(handler, handler.setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, pairs))) return;
   AgentConfig::getInstance()->setSoftwareUpdateDirectory({});
   // What cannot be written now is written by one of the next loads.
   ignoreResult(AgentConfig::getInstance()->updateIniFile());

@@ -1,5 +1,6 @@
 // The status that the update thread sends to its server, and what it watches for it.
 #include "comm/https_handler.h"
+#include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
@@ -13,26 +14,26 @@ namespace {
 
 constexpr char kSource[] = "UpdateThread";
 constexpr int kEventRefused = 10217;
-constexpr int32_t kFirstStatusRetryCycles = 2;
 
 }  // namespace
 
 bool UpdateThread::statusDue() {
-  if (_pollingInterval == 0) {
-    _firstStatusRetry = kFirstStatusRetryCycles;
-    return true;
-  }
-  if (!_bFirstPollRequired || _pollingInterval > 0) return false;
-  if (--_firstStatusRetry > 0) return false;
-  _firstStatusRetry = kFirstStatusRetryCycles;
-  return true;
+  if (_pollingInterval == 0) return true;
+  _statusRepeat.step();
+  return _pollingInterval < 0 && _bFirstPollRequired && _statusRepeat.due() &&
+         _config->registered();
 }
 
 void UpdateThread::sendAgentStatus() {
   HttpsHandler handler;
-  if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return;
+  if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
   const ServerAnswer answer = takeServerAnswer(handler, kEventRefused);
   _lastServerError = answer.code;
+  // Under the identity that the agent gets instead, its status is another one.
+  if (answer.code == ServerAnswer::kUnknownAgent)
+    _statusRepeat.failed();
+  else
+    _statusRepeat.clear();
   if (answer.accepted()) _configRetry.clear();
   if (answer.refused()) return;
   _bFirstPollRequired = false;
@@ -69,8 +70,11 @@ void UpdateThread::monitorPrevention() {
 
 void UpdateThread::monitorPolicyState() {
   if (!_config->hasPolicyStateChanged()) return;
-  // A failed exchange has told of itself; what the server still misses it offers again.
-  if (_config->getPolicyStateCode() < 0) ignoreResult(HttpsHandler().sendPolicyStateMessage());
+  if (_config->getPolicyStateCode() < 0) {
+    HttpsHandler handler;
+    // What the server still misses, the next status says.
+    ignoreResult(reportTaken(handler, handler.sendPolicyStateMessage()));
+  }
   // What cannot be written now is written by one of the next loads.
   if (_config->hasRealPolicyStateChanged()) ignoreResult(_config->updateIniFile());
   _config->setPolicyStateChanged(false);

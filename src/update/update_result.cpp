@@ -1,5 +1,7 @@
 #include "update/update_result.h"
 
+#include "comm/https_handler.h"
+#include "comm/report_answer.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
 
@@ -9,6 +11,20 @@ namespace {
 constexpr int kCorruptResult = 51;
 
 }  // namespace
+
+void reportUpdateResult(int kind, const UpdateResult& result, const PropertyList& pairs) {
+  HttpsHandler handler;
+  // What the server still misses, the next status says.
+  ignoreResult(
+      reportTaken(handler, handler.setUpdateResult(kind, result.code, result.text, pairs)));
+}
+
+void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused) {
+  if (refused.empty()) return;
+  const STRING text = refusedSettingsText(refused);
+  result = result.ok() ? UpdateResult{kSettingsRefused, text}
+                       : UpdateResult{result.code, result.text + " " + text};
+}
 
 UpdateResult readIdsResult(HidsInterface& ids, const STRING& prefix, const STRING& context) {
   PropertyList results;

@@ -1,7 +1,11 @@
 // What came of an update, as it is reported to the server.
 #pragma once
 
+#include <vector>
+
 #include "config/hids_interface.h"
+#include "config/refused_settings.h"
+#include "util/property_list.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -14,11 +18,18 @@ struct UpdateResult {
 };
 
 // Codes of the agent's own.
-inline constexpr int kNothingNew = 19;        // the server had nothing of what it announced
-inline constexpr int kNoInformation = 35;     // it did not say what is needed to use it
-inline constexpr int kDiskFailure = 36;       // it cannot be kept on disk
-inline constexpr int kPolicyFailure = 66;     // the policy cannot be translated or loaded
-inline constexpr int kNoIdsComponent = 1003;  // there is none on this machine
+inline constexpr int kNothingNew = 19;         // the server had nothing of what it announced
+inline constexpr int kNoInformation = 35;      // it did not say what is needed to use it
+inline constexpr int kDiskFailure = 36;        // it cannot be kept on disk
+inline constexpr int kPolicyFailure = 66;      // the policy cannot be translated or loaded
+inline constexpr int kNoIdsComponent = 1003;   // there is none on this machine
+inline constexpr int kSettingsRefused = 1004;  // in force but for the settings that are named
+
+// Tells the server, which may answer that it does not know the agent (report_answer.h). Nothing repeats it.
+void reportUpdateResult(int kind, const UpdateResult& result, const PropertyList& pairs = {});
+
+// Names what of a configuration was refused; a result that is bad already keeps its code.
+void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused);
 
 // The result of the component's last apply operation. prefix: "IDS.Policy" or "IDS.Config". Throws AgentError
 // 51, with the given context, when the code or the message is missing, and 39 for an empty code.

@@ -144,6 +144,12 @@ bool UpdateThread::preventionInForce() const {
 }
 
 void UpdateThread::notifyAppDataCollection() {
+  // Besides a status, every answer to a report may bring one; a server offers it once, perhaps.
+  STRING offered;
+  if (HttpsHandler::takeApplicationRequest(offered) && !_pending.applicationRequest) {
+    _pending.applicationRequest = true;
+    _pending.applicationRequestId = offered;
+  }
   if (!_pending.applicationRequest) return;
   _pending.applicationRequest = false;
   if (_config->isAppDataRequested()) {

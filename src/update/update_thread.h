@@ -11,7 +11,9 @@
 // status or notification brings it back.
 //
 // The first status decides whether event forwarding begins. With polling disabled nothing would send it
-// again after a failure, so it is then repeated every 2 seconds until it has been done once.
+// again after a failure, so it is then repeated with a growing pause until the server has answered it, whatever
+// it answered. One that a server answers with "unknown agent" is sent again, after such a pause, under the
+// identity of the registration that follows.
 //
 // Start: as every Thread. Stop: stop() clears the running flag and ends the pause; an exchange in progress
 //   is ended by the shutdown token. Nothing is drained: the next start polls at once.
@@ -97,7 +99,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   int _lastServerError = 0;
   bool _bFirstPollRequired = true;
   int32_t _pollingInterval = -1;
-  int32_t _firstStatusRetry = 0;
+  StatusRepeat _statusRepeat;
   int32_t _autoRetransCountdown = -1;
   RetryGroup _configRetry;
   RetryGroup _idsRetry;

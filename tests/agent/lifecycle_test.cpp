@@ -84,17 +84,17 @@ TEST(Lifecycle, StartsAndStopsTheThreadsOfEachServiceTypeInOrder) {
   }
 }
 
-TEST(Lifecycle, AFailedFirstStatusIsSentAgainAtTheNextPollOrEveryTwoSeconds) {
+TEST(Lifecycle, AFailedFirstStatusIsSentAgainAtTheNextPollOrAfterAGrowingPause) {
   struct FirstStatusCase {
     const char* settings;
     int64_t doneAfterMs;
   };
   for (const FirstStatusCase& row :
-       {FirstStatusCase{"", 303000}, {"[Polling]\npolling.enabled=false\n", 8000}}) {
+       {FirstStatusCase{"", 303000}, {"[Polling]\npolling.enabled=false\n", 16000}}) {
     SCOPED_TRACE(row.settings);
     SimulatedMachine machine({.settings = row.settings});
     machine.server.always("register", Answer::properties(kRegistered));
-    for (int i = 0; i < (row.doneAfterMs < 10000 ? 3 : 1); ++i)
+    for (int i = 0; i < (row.doneAfterMs < 100000 ? 3 : 1); ++i)
       machine.server.queue("result", Answer::failure(7));
     AgentRun run(machine);
     machine.sim.runFor(row.doneAfterMs - 5000);
@@ -113,6 +113,11 @@ TEST(Lifecycle, ARegisteredAgentDoesNotRegister) {
   machine.sim.runFor(5000);
   EXPECT_EQ(machine.server.count("register"), 0U);
   EXPECT_EQ(machine.server.count("testConnection"), 1U);
+  AgentConfig::getInstance()->setAgentName("renamed");
+  run.stop();
+  EXPECT_NE(machine.fake.files.content("/opt/korvane/IPS/fallback.ini").find("agent.name=renamed"),
+            std::string::npos)
+      << "a stop leaves both files as the agent last knew them";
 }
 
 TEST(Lifecycle, RecordsTheFileOfItsOwnLogInTheSettings) {

@@ -66,6 +66,8 @@ TEST(Registration, RetriesTheCodesThatMayPassAfterTwentySeconds) {
     EXPECT_EQ(machine.countLines("unsuccessful registration -- communications error"),
               row.answer.headers.empty() ? 1U : 0U);
     EXPECT_THAT(machine.ini(), HasSubstr("agent.id=guid-7"));
+    EXPECT_THAT(machine.fake.files.content("/opt/korvane/IPS/fallback.ini"),
+                HasSubstr("agent.id=guid-7"));
     EXPECT_EQ(machine.countLines(",10103,"), 1U);
   }
 }

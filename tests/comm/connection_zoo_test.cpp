@@ -351,6 +351,7 @@ TEST_F(Zoo, Settings) {
   for (const auto& [name, url] :
        {std::pair("URL without a scheme", "127.0.0.1/agent/"),
         std::pair("URL of another scheme", "xyz://user:pw@127.0.0.1/"),
+        std::pair("URL of a folder", "file:///var/lib/"), std::pair("URL of FTP", "ftp://h/"),
         std::pair("URL with a bad port", "https://127.0.0.1:99999/agent/")}) {
     config().setURL(url);
     expectGolden(name, kLongMs, "");

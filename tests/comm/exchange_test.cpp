@@ -316,17 +316,11 @@ TEST_F(Exchange, GroupsOfAConfigurationAnswer) {
   EXPECT_EQ(handler.GetPollingProperties(out), 0);
   EXPECT_EQ(linesOf(out),
             "update.configuration=true\nsend.application.request=true\nupdate.qel=true\n");
-  EXPECT_EQ(handler.getPiggyBackedUpdate(out), 1);
-  EXPECT_EQ(linesOf(out),
-            "update.configuration=true\nsend.application.request=true\nupdate.qel=true\n");
 
   transport.steps.push_back({.body = properties("update.configuration=true\n")});
   handler.getUpdate(1, false);
   EXPECT_EQ(handler.GetGeneralProperties(out, other), 0);
   EXPECT_EQ(logged(",10203,") + logged(",10204,"), 2);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(handler.getPiggyBackedUpdate(out), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "No PiggyBacked Update \n");
 
   handler.getUpdate(1, false);
   EXPECT_EQ(handler.GetGeneralProperties(out, other), 0);
@@ -339,6 +333,54 @@ TEST_F(Exchange, GroupsOfAConfigurationAnswer) {
   handler.sendAgentStatusMessage(false);
   EXPECT_EQ(handler.GetPollingProperties(out), -2);
   EXPECT_EQ(out.size(), 3u);
+}
+
+TEST_F(Exchange, PiggyBackedUpdateIsOfTheLastExchangesKind) {
+  const std::string answer = properties("a=b\nupdate.policy=false\n") +
+                             properties(
+                                 "update.policy=true\nupdate.software=true\nupdate.qel=yes\n"
+                                 "send.application.request=true\npolicy.name=Base 4\n");
+  const struct {
+    std::function<int()> exchange;
+    const char* pairs;  // null: none
+  } cases[] = {
+      {[&] { return handler.setUpdateResult(2, PropertyList()); },
+       "update.policy=true\npolicy.name=Base 4\n"},
+      {[&] { return handler.getUpdate(2 | 4 | 1, false); },
+       "update.policy=true\nupdate.software=true\npolicy.name=Base 4\n"},
+      {[&] { return handler.setUpdateResult(32, PropertyList()); }, nullptr},
+      {[&] { return handler.sendAgentStatusMessage(false); },
+       "update.policy=true\npolicy.name=Base 4\n"},
+      {[&] { return handler.log(PropertyList()); }, nullptr},
+  };
+  for (const auto& test : cases) {
+    transport.steps.push_back({.body = answer});
+    EXPECT_EQ(test.exchange(), 0);
+    PropertyList out;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(handler.getPiggyBackedUpdate(out), test.pairs ? 1 : 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), test.pairs ? "" : "No PiggyBacked Update \n");
+    EXPECT_EQ(linesOf(out), test.pairs ? test.pairs : "");
+  }
+}
+
+TEST_F(Exchange, ARequestForApplicationDataIsTakenOnceAndByThisRunOfTheAgent) {
+  const std::string offer =
+      properties("send.application.request=true\nsend.application.requestID=r-1\n");
+  STRING identifier;
+  const auto takenAfter = [&](int exchange) {
+    EXPECT_EQ(exchange, 0);
+    return HttpsHandler::takeApplicationRequest(identifier);
+  };
+  for (int i = 0; i < 4; ++i) transport.steps.push_back({.body = offer});
+  EXPECT_FALSE(takenAfter(handler.log(PropertyList())));
+  EXPECT_TRUE(takenAfter(handler.sendApplicationData(nullptr, false, 0)));
+  EXPECT_EQ(identifier, STRING("r-1"));
+  EXPECT_FALSE(HttpsHandler::takeApplicationRequest(identifier));
+  EXPECT_TRUE(takenAfter(handler.sendPolicyStateMessage()));
+  handler.sendPolicyStateMessage();
+  HttpsHandler::startCommunication();
+  EXPECT_FALSE(HttpsHandler::takeApplicationRequest(identifier));
 }
 
 TEST_F(Exchange, ContentPartsByKind) {

@@ -61,6 +61,7 @@ TEST_F(Send, StatusCheck) {
        ",10510,",
        "12 bytes missing"},
       {{.code = 42, .body = std::string((64 << 20) + 1, 'x')}, 56, 56, ",10510,", "a body beyond"},
+      {{.status = 0, .body = properties("agent.id=7\n")}, 56, 56, ",10510,", "no HTTP status"},
       {{.code = 100}, 100, 100, ",10223,", "Could not understand the error 100"},
   };
   for (const auto& test : cases) {

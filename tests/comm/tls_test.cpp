@@ -185,6 +185,35 @@ TEST_F(Tls, RefusedAnswers) {
   EXPECT_EQ(logged(",10510,"), 7);
 }
 
+// Whatever else libcurl could read or write under the URL, it is no server.
+TEST_F(Tls, NothingButAnHttpAnswerOfAServerCounts) {
+  write("register", properties("agent.id=7\n") + "EOF_FLAG\n");
+  TlsServer server(*authority, [&](const TlsServer::Request&) {
+    return TlsServer::Reply{"HTTP/1.1 302 Found\r\nLocation: file://" + path("register") +
+                            "\r\nContent-Length: 0\r\n\r\n"};
+  });
+  const std::string at = "127.0.0.1:" + std::to_string(server.port()) + "/";
+  for (const char* list : {"", "127.0.0.1"}) {
+    for (const auto& [url, code] : {std::pair("file://" + path(""), 1),
+                                    {"FILE://localhost" + path(""), 1},
+                                    {"gopher://127.0.0.1:1/", 1},
+                                    {"127.0.0.1:1/", 1},
+                                    {"https://" + at, 302}}) {
+      config().setServerList(list);
+      config().setURL(STRING(url));
+      HttpsHandler handler;
+      STRING guid;
+      EXPECT_EQ(handler.registerAgent(nullptr, 0), code) << url;
+      EXPECT_EQ(handler.getGUID(guid), -1) << url;
+      EXPECT_EQ(log("x"), code) << url;
+      if (code == 1) {
+        EXPECT_GE(logged("agent.http.url, \"\"" + url + "\"\","), 2) << url;
+      }
+    }
+  }
+  EXPECT_EQ(logged(",10219,"), 0);
+}
+
 TEST_F(Tls, CertificatesAreChecked) {
   {
     TlsServer server(*authority, &fine, {.certificate = tests::Certificate::expired});

@@ -136,8 +136,12 @@ TEST_F(LoadingTest, WaitingForTheLockFileStopsNobodyElse) {
   EXPECT_FALSE(config().UpdateAllIni());
   EXPECT_EQ(writer->join(platform::kInfinite), platform::WaitResult::signalled);
   EXPECT_LE(sim.clock().monotonicMs() - start, 2500 + 300);
-  held.reset();
-  EXPECT_TRUE(config().UpdateAllIni());
+  const auto holder = sim.createThread(0, [&held] {
+    StopToken().sleepFor(50);
+    held.reset();
+  });
+  EXPECT_TRUE(config().UpdateAllIni()) << "for whoever is about to let go it does wait";
+  holder->join(platform::kInfinite);
   EXPECT_EQ(restart().getAgentName(), STRING("late"));
 }
 

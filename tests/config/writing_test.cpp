@@ -1,5 +1,7 @@
+#include "config/refused_settings.h"
 #include "config/settings_table.h"
 #include "tests/config/config_fixture.h"
+#include "tests/support/logged_events.h"
 
 namespace korvane {
 namespace {
@@ -94,6 +96,48 @@ TEST_F(WritingTest, AnotherProgramsChangeIsMergedNotOverwritten) {
   EXPECT_FALSE(config().hasValue("site"));
 }
 
+TEST_F(WritingTest, ADamagedFileThatAWriteFindsIsKeptAside) {
+  config().setAgentName("first");
+  put(kAgentIni, "[Agent]\nagent.name=theirs\n[Checksum]\nagentini.checksum=0\n");
+  const std::string damaged = fake.files.content(kAgentIni);
+  config().setAgentName("second");
+  EXPECT_EQ(valueOnDisk(fake.files, "agent.name"), "second");
+  ASSERT_EQ(damagedCopies().size(), 1u);
+  EXPECT_EQ(fake.files.content(damagedCopies()[0]), damaged);
+}
+
+TEST_F(WritingTest, WhatAnotherProgramTakesOutGivesItsRoomBack) {
+  for (int round = 0; round < 3; ++round) {
+    for (int i = 0; i < 8; ++i)
+      EXPECT_TRUE(config().setValue("k" + std::to_string(i), std::string(60000, 'x'))) << round;
+    put(kAgentIni, withChecksum("agent.name=n\n"));
+    EXPECT_TRUE(config().loadIniFile());
+    EXPECT_FALSE(config().hasValue("k0"));
+  }
+}
+
+TEST_F(WritingTest, SeveralSettingsAreOneChangeOrNone) {
+  using enum AgentConfig::ChangeAll;
+  STRING refusedKey;
+  const auto values = [this] {
+    return (config().getAgentName() + "/" + config().getValue("polling.interval")).toUtf8();
+  };
+  const PropertyList changes{{"agent.name", "1"}, {"polling.interval", "61"}, {"agent.name", "2"}};
+  PropertyList bad = changes;
+  bad.emplace_back("tcp.port", "none");
+  config().setAgentName("before");
+  EXPECT_EQ(config().changeAll(bad, refusedKey), refused);
+  EXPECT_EQ(refusedKey, STRING("tcp.port"));
+  EXPECT_EQ(values(), "before/300");
+  files.failAll(FileOperation::replace, ENOSPC);
+  EXPECT_EQ(config().changeAll(changes, refusedKey), notWritten);
+  EXPECT_EQ(values(), "before/300") << "nor in memory";
+  files.heal();
+  EXPECT_EQ(config().changeAll(changes, refusedKey), done);
+  EXPECT_EQ(values(), "2/61");
+  EXPECT_EQ(valueOnDisk(fake.files, "agent.name"), "2");
+}
+
 TEST_F(WritingTest, BothSidesOfAConflictAndAFailedWrite) {
   config().setAgentName("before");
   files.failAll(FileOperation::replace, ENOSPC);
@@ -137,6 +181,12 @@ TEST_F(WritingTest, AllFilesAreWrittenFallbackFirst) {
   files.heal();
   EXPECT_TRUE(config().UpdateAllIni());
   EXPECT_EQ(fake.files.content(kFallbackIni), fake.files.content(kAgentIni));
+  files.failNth(FileOperation::replace, 1, EIO);
+  config().setPlusID("r");
+  files.failNth(FileOperation::replace, 1, EIO);
+  EXPECT_FALSE(config().UpdateAllIni());
+  EXPECT_EQ(valueOnDisk(fake.files, "policy.id", kFallbackIni), "q") << "the first of the two";
+  EXPECT_EQ(valueOnDisk(fake.files, "policy.id"), "r");
 }
 
 TEST_F(WritingTest, FormsOfUpdateIniFile) {
@@ -158,6 +208,8 @@ TEST_F(WritingTest, SettingsFromTheServer) {
       static_cast<AgentConfig*>(subject)->getCharset();
     });
   }
+  const LoggedEvents log(fake.files);
+  std::vector<RefusedSetting> refused;
   EXPECT_TRUE(config().newConfiguration({{"polling.interval", "-1"},
                                          {"log.reader.limit", "0009"},
                                          {"use.builtin.policy", "TRUE"},
@@ -165,7 +217,28 @@ TEST_F(WritingTest, SettingsFromTheServer) {
                                          {"agentini.checksum", "x"},
                                          {"[Checksum]", "x"},
                                          {"", "nameless"},
-                                         {"long", std::string(70000, 'l')}}));
+                                         {"long", std::string(70000, 'l')},
+                                         {"agent.http.url", "file:///etc/"},
+                                         {"tcp.port", "70000"},
+                                         {"a.password\n", "x\ny"},
+                                         {"tcp.enabled", "may\nbe"}},
+                                        refused));
+  const std::string text =
+      "9 settings refused: polling.interval=-1 is no number from 0 to 4294967295; "
+      "agentini.checksum=x names nothing that can be set; [Checksum]=x names nothing that can be "
+      "set; "
+      "=nameless names nothing that can be set; long=" +
+      std::string(40, 'l') +
+      "... is too long; agent.http.url=file:///etc/ begins with neither https:// nor http://; "
+      "tcp.port=70000 is no port from 0 to 65535; a.password=**** names nothing that can be set; "
+      "tcp.enabled=may be is neither true nor false";
+  EXPECT_EQ(refusedSettingsText(refused), text);
+  EXPECT_EQ(log.all(), (std::vector<int>{10526}));
+  EXPECT_NE(log.text().find(text), std::string::npos);
+  EXPECT_TRUE(config().newConfiguration({{"polling.interval", "0"}}, refused));
+  EXPECT_TRUE(refused.empty() && log.all().size() == 1);
+  config().setPollingInterval(300);
+  moments.resize(2);
   EXPECT_EQ(moments, (std::vector<int>{2, 3}));
   EXPECT_EQ(config().getPollingInterval(), 300u);
   EXPECT_EQ(valueOnDisk(fake.files, "log.reader.limit"), "9");
@@ -177,13 +250,30 @@ TEST_F(WritingTest, SettingsFromTheServer) {
 
 TEST_F(WritingTest, TheServerCannotMakeAFileThatIsNotRead) {
   PropertyList flood;
+  std::vector<RefusedSetting> refused;
   for (int i = 0; i < 3000; ++i)
     flood.emplace_back("k" + std::to_string(i), std::string(60000, 'x'));
-  EXPECT_TRUE(config().newConfiguration(flood));
+  EXPECT_TRUE(config().newConfiguration(flood, refused));
+  EXPECT_EQ(refused.size(), 2992U);
+  EXPECT_EQ(refused[0].reason, "finds no room among the settings");
+  EXPECT_LT(refusedSettingsText(refused).size(), 2000U);
+  EXPECT_NE(refusedSettingsText(refused).find("; and 2982 more"), std::string::npos);
   EXPECT_LT(fake.files.content(kAgentIni).size(), kMaxIniBytes);
   config().setUniqueId("guid");
   EXPECT_EQ(restart().getUniqueId(), STRING("guid"));
   EXPECT_TRUE(damagedCopies().empty());
+}
+
+TEST_F(WritingTest, AThousandUnknownKeysAreTaken) {
+  PropertyList keys;
+  for (int i = 0; i < 1001; ++i) keys.emplace_back("k" + std::to_string(i), "v");
+  std::vector<RefusedSetting> refused;
+  EXPECT_TRUE(config().newConfiguration(keys, refused));
+  ASSERT_EQ(refused.size(), 1u);
+  EXPECT_EQ(refused[0].key, STRING("k1000"));
+  EXPECT_EQ(refused[0].reason, "is one unknown key too many");
+  EXPECT_TRUE(config().setValue("k999", "other")) << "those that are there can change";
+  EXPECT_EQ(restart().getValue("k999"), STRING("other"));
 }
 
 TEST_F(WritingTest, NothingIsWrittenWithoutAnInstallRoot) {

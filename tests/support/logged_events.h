@@ -29,7 +29,7 @@ class LoggedEvents {
   LoggedEvents& operator=(const LoggedEvents&) = delete;
 
   // All that was logged so far.
-  std::string text() {
+  std::string text() const {
     std::vector<platform::DirectoryEntry> entries;
     _files.list(_directory, entries);
     std::string all;
@@ -43,7 +43,7 @@ class LoggedEvents {
     return all;
   }
   // The numbers of the events so far, traces left out.
-  std::vector<int> all() {
+  std::vector<int> all() const {
     std::vector<int> ids;
     const std::string log = text();
     for (size_t at = 0; at < log.size(); at = log.find('\n', at) + 1) {

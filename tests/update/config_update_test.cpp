@@ -129,6 +129,15 @@ TEST(ConfigUpdate, AppliesAndReportsWhatAnAnswerHolds) {
        "result.type=config\nresult.errorcode=0\nresult.errormessage=fine\nmod.time=5\n"},
       {"IDS settings", 16, "update.configuration=true\nids.a=b\n", "9000000", 1,
        "result.type=config.ids\nresult.errorcode=0\nresult.errormessage=fine\n"},
+      {"a value that is none", 1,
+       "update.configuration=true\nmod.time=5\ntcp.port=x\npolling.interval=77\n", "77", 0,
+       "result.type=config\nresult.errorcode=1004\nresult.errormessage=1 setting refused: "
+       "tcp.port=x "
+       "is no number from 0 to 4294967295\nmod.time=5\n"},
+      {"the same to an IDS component that objects", 1,
+       "update.configuration=true\nids.a=b\npolling.interval=soon\n", "9000000", 1,
+       "result.type=config\nresult.errorcode=7\nresult.errormessage=no 1 setting refused: "
+       "polling.interval=soon is no number from 0 to 4294967295\n"},
       {"nothing", 1, "update.configuration=false\n", "9000000", 0,
        "result.type=config\nresult.errorcode=19\nresult.errormessage=No new configuration data "
        "provided.\n"},
@@ -136,6 +145,8 @@ TEST(ConfigUpdate, AppliesAndReportsWhatAnAnswerHolds) {
   for (const AnswerCase& row : cases) {
     NotifiedCycles cycles;
     TestIds ids;
+    if (std::string(row.report).find("errorcode=7\n") != std::string::npos)
+      ids.results = {{"IDS.Config.ResultCode", "7"}, {"IDS.Config.ResultMessage", "no"}};
     cycles.machine.server.queue("update", Answer::properties(row.answer));
     cycles.notify(row.byte);
     EXPECT_EQ(cycles.config().getValue("polling.interval"), STRING(row.interval)) << row.name;
@@ -194,6 +205,82 @@ TEST(ConfigUpdate, ACorruptIdsResultEndsTheThread) {
       EXPECT_EQ(error.code(), row.code);
     }
   }
+}
+
+// A notification that has something of each kind fetched, and an answer that gives it.
+constexpr std::pair<char, const char*> kOutcomes[] = {
+    {1, "update.configuration=true\npolling.interval=9000000\n"},
+    {2, "update.policy=false\n"},
+    {4, "update.software=false\n"},
+    {8, "update.policy.ids=true\n"},
+};
+
+TEST(Report, IsAnsweredLikeAStatus) {
+  struct ReplyCase {
+    Answer answer;
+    const char* identifier;
+    size_t events10217;
+  };
+  for (const auto& [byte, update] : kOutcomes) {
+    for (const ReplyCase& row : {ReplyCase{Answer(), "known", 0},
+                                 {Answer::error(200), "known", 0},
+                                 {Answer::error(300), "known", 1},
+                                 {Answer::error(400), "", 1},
+                                 {Answer::http(400), "known", 0},
+                                 {Answer::failure(7), "known", 0}}) {
+      NotifiedCycles cycles;
+      cycles.machine.server.queue("update", Answer::properties(update));
+      cycles.machine.server.queue("result", row.answer);
+      cycles.notify(byte);
+      EXPECT_EQ(cycles.machine.server.count("result"), 2U) << update;
+      EXPECT_EQ(cycles.config().getUniqueId(), STRING(row.identifier)) << update;
+      EXPECT_EQ(cycles.machine.countLines(",10217,"), row.events10217) << update;
+      PolicyProcessor::reconcile();  // the next agent of the process has nothing to tell
+    }
+  }
+}
+
+TEST(Report, OfAPolicyIsRepeatedWithTheStatusUntilItIsTaken) {
+  for (const Answer& answer : {Answer::error(400), Answer::error(300), Answer::http(500)}) {
+    Cycles cycles("[Polling]\npolling.interval=10\n[TCP]\ntcp.enabled=true\ntcp.port=2222\n");
+    cycles.run(1);
+    const auto told = [&cycles] { return cycles.results("result.errorcode=19\n"); };
+    cycles.machine.server.queue("result", Answer::properties("update.policy=true\n"));
+    cycles.run(11);
+    EXPECT_EQ(told(), 1U);
+    cycles.machine.server.queue("result", Answer::properties("update.policy=true\n"));
+    cycles.machine.server.queue("result", answer);
+    cycles.run(11);
+    EXPECT_EQ(told(), 2U);
+    cycles.config().setUniqueId("new");
+    cycles.run(11);
+    EXPECT_EQ(told(), 3U) << answer.status << answer.headers;
+    cycles.run(33);
+    EXPECT_EQ(told(), 3U) << "once it is taken it is told";
+  }
+}
+
+TEST(ApplicationData, IsTakenFromTheAnswerToAnyReport) {
+  const Answer offer =
+      Answer::properties("send.application.request=true\nsend.application.requestID=r-7\n");
+  Answer refusal = offer, later = offer;
+  refusal.headers = "Korvane-Error: 300\r\n";
+  later.headers = "Korvane-Error: 200\r\n";
+  for (const auto& [byte, update] : kOutcomes) {
+    for (const auto& [answer, taken] :
+         {std::pair(&offer, true), {&refusal, false}, {&later, true}}) {
+      NotifiedCycles cycles;
+      cycles.machine.server.queue("update", Answer::properties(update));
+      cycles.machine.server.queue("result", *answer);
+      cycles.notify(byte);
+      EXPECT_EQ(cycles.config().isAppDataRequested(), taken) << update;
+      EXPECT_EQ(cycles.config().getAppDataRequestID(), STRING(taken ? "r-7" : "")) << update;
+    }
+  }
+  NotifiedCycles cycles;
+  cycles.machine.server.queue("update", offer);
+  cycles.notify(1);
+  EXPECT_FALSE(cycles.config().isAppDataRequested()) << "an update is no report";
 }
 
 TEST(ApplicationData, StoresWritesAndSignalsARequestOnce) {

@@ -198,18 +198,43 @@ TEST(ContentUpdate, TheRetryUnpacksTheKindsThatWereRefused) {
   EXPECT_EQ(step.retry.count, 0);
 }
 
-TEST(ContentUpdate, GivesUpAfterTheTenthRefusalUntilANewStatusAnswer) {
+TEST(ContentUpdate, GivesUpAfterTheTenthRefusalForAsLongAsTheServerRefuses) {
   Step step;
+  const auto requestsAfter = [&step](int cycles, bool offered) {
+    step.pending.qel = offered;
+    for (; cycles > 0; --cycles) {
+      step.run();
+      step.retry.step();
+    }
+    return step.machine.server.count("update");
+  };
   step.machine.server.always("update", Answer::error(200));
-  step.pending.qel = true;
-  for (int i = 0; i < 200; ++i) {
-    step.run();
-    step.retry.step();
+  EXPECT_EQ(requestsAfter(200, true), 10U);
+  EXPECT_EQ(requestsAfter(6000, true), 11U) << "an offer is one more request";
+  EXPECT_EQ(requestsAfter(6000, true), 12U);
+  step.machine.server.queue("update", Answer());
+  EXPECT_EQ(requestsAfter(600, true), 13U);
+  EXPECT_EQ(requestsAfter(600, true), 23U) << "what was answered begins the count anew";
+}
+
+TEST(ContentUpdate, AnotherRefusalEndsTheRetryAndTheCountStays) {
+  for (const int code : {17, 300, 400}) {
+    Step step;
+    for (int i = 0; i < 3; ++i) step.machine.server.queue("update", Answer::error(200));
+    step.machine.server.queue("update", Answer::error(code));
+    step.machine.server.always("update", Answer::error(200));
+    const auto runOffered = [&step] {
+      step.pending.qel = true;
+      for (int i = 0; i < 600; ++i) {
+        step.run();
+        step.retry.step();
+      }
+      return step.machine.server.count("update");
+    };
+    EXPECT_EQ(runOffered(), 4U) << code;
+    step.config().setUniqueId("known");
+    EXPECT_EQ(runOffered(), 11U) << code << ": three refusals before, seven now";
   }
-  EXPECT_EQ(step.machine.server.count("update"), 10U);
-  step.pending.qel = true;
-  step.run();
-  EXPECT_TRUE(step.retry.pending);
 }
 
 TEST(ContentUpdate, ARefusedPackageLeavesNothingAndTheOneBeforeStays) {

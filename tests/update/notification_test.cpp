@@ -124,6 +124,9 @@ TEST(Notification, LeavesTheCycleItsPauseWhenAConnectionCannotBeAccepted) {
   int32_t countdown = 60;
   const auto outcome = port.listener.poll(countdown);
   EXPECT_FALSE(outcome.connected || outcome.waited);
+  port.sockets.clientsVanish = true;
+  EXPECT_FALSE(port.listener.poll(countdown).connected);
+  EXPECT_EQ(port.sockets.blockedAccepts, 0) << "nor holds the thread one that is gone again";
 }
 
 // The thread itself, with clients on simulated time.

@@ -37,6 +37,8 @@ class ScriptedSockets : public platform::ForwardingSockets {
   int bindError = 0;
   int listenError = 0;
   int acceptError = 0;
+  bool clientsVanish = false;  // the port is ready, and then nobody is there
+  int blockedAccepts = 0;      // would have waited for the next client, whenever it comes
   int creations = 0;
   int open = 0;   // sockets
   int waits = 0;  // for a client's byte
@@ -50,7 +52,10 @@ class ScriptedSockets : public platform::ForwardingSockets {
     int listen(int) override { return _owner.listenError; }
     uint16_t localPort() override { return 0; }
     int connect(const std::string&, uint16_t, uint32_t) override { return 0; }
-    int setNonBlocking(bool) override { return 0; }
+    int setNonBlocking(bool on) override {
+      _blocks = !on;
+      return 0;
+    }
     int receive(void*, size_t, size_t&) override { return platform::kWsaNotConnected; }
     int accept(std::unique_ptr<Socket>&) override { return platform::kWsaInvalidArgument; }
     int send(const void*, size_t, size_t&) override { return 0; }
@@ -59,6 +64,7 @@ class ScriptedSockets : public platform::ForwardingSockets {
 
    protected:
     ScriptedSockets& _owner;
+    bool _blocks = true;
   };
 
   class Accepted : public Base {
@@ -86,9 +92,14 @@ class ScriptedSockets : public platform::ForwardingSockets {
    public:
     using Base::Base;
     platform::SocketWait waitReadable(uint32_t, int&) override {
-      return _owner.clients.empty() ? platform::SocketWait::timedOut : platform::SocketWait::ready;
+      return _owner.clients.empty() && !_owner.clientsVanish ? platform::SocketWait::timedOut
+                                                             : platform::SocketWait::ready;
     }
     int accept(std::unique_ptr<Socket>& out) override {
+      if (_owner.clientsVanish) {
+        _owner.blockedAccepts += _blocks;
+        return platform::kWsaWouldBlock;
+      }
       if (_owner.acceptError) return _owner.acceptError;
       out = std::make_unique<Accepted>(_owner, std::move(_owner.clients.front()));
       _owner.clients.pop_front();

@@ -55,15 +55,35 @@ TEST(UpdateThread, ActsOnWhatTheServerAnswersToAStatus) {
   }
 }
 
-TEST(UpdateThread, RepeatsAFailedFirstStatusEveryTwoCyclesWhilePollingIsDisabled) {
+TEST(UpdateThread, RepeatsAFirstStatusThatFailedWithAGrowingPauseWhilePollingIsDisabled) {
   Cycles cycles("[Polling]\npolling.enabled=false\n");
-  for (int i = 0; i < 3; ++i) cycles.machine.server.queue("result", Answer::failure(7));
-  EXPECT_EQ(cycles.statusesAfter(1), 1U);
-  EXPECT_EQ(cycles.statusesAfter(1), 1U);
-  EXPECT_EQ(cycles.statusesAfter(1), 2U);
-  EXPECT_EQ(cycles.statusesAfter(4), 4U);
+  cycles.machine.server.always("result", Answer::failure(7));
+  std::vector<int> at;
+  for (int cycle = 0; cycle < 1500; ++cycle)
+    if (const size_t before = cycles.statuses(); cycles.statusesAfter(1) > before)
+      at.push_back(cycle);
+  EXPECT_EQ(at, (std::vector<int>{0, 2, 6, 14, 30, 62, 126, 254, 510, 810, 1110, 1410}));
+  cycles.machine.server.always("result", Answer());
+  EXPECT_EQ(cycles.statusesAfter(400), at.size() + 1);
   EXPECT_TRUE(cycles.config().isFirstUpdateDone());
-  EXPECT_EQ(cycles.statusesAfter(100), 4U);
+}
+
+TEST(UpdateThread, RepeatsNoStatusThatWasAnsweredWhilePollingIsDisabled) {
+  for (const int code : {17, 200, 300, 301, 302, 400, 600}) {
+    Cycles cycles("[Polling]\npolling.enabled=false\n");
+    cycles.machine.server.always("result", Answer::error(code));
+    EXPECT_EQ(cycles.statusesAfter(1000), 1U) << code;
+    EXPECT_EQ(cycles.machine.countLines(",10221,"), 0U) << "none is tried without an identity";
+    cycles.config().setUniqueId("new");
+    EXPECT_EQ(cycles.statusesAfter(1000), code == 400 ? 2U : 1U) << "the new identity's first";
+    // A server that knows no identity that it gives is not asked in a loop.
+    for (int i = 0; i < 1000 && code == 400; ++i) {
+      cycles.config().setUniqueId("new");
+      cycles.run(1);
+    }
+    EXPECT_LE(cycles.statuses(), 12U);
+    EXPECT_EQ(cycles.config().isFirstUpdateDone(), code == 200);
+  }
 }
 
 TEST(UpdateThread, ReportsAChangedPolicyStateOnceAndOnlyANegativeOne) {
@@ -105,6 +125,9 @@ TEST(PendingUpdates, TakesEachFlagFromItsPropertyAndClearsMissingOnes) {
   }
   pending.takePollingProperties({{"send.application.request", "true"}});
   EXPECT_FALSE(pending.applicationRequest) << "a request without an identifier is none";
+  pending.takePollingProperties(
+      {{"send.application.request", "true"}, {"send.application.requestID", ""}});
+  EXPECT_FALSE(pending.applicationRequest) << "nor is one with an empty identifier";
   pending.takePollingProperties(
       {{"send.application.request", "true"}, {"send.application.requestID", "r-5"}});
   EXPECT_TRUE(pending.applicationRequest);

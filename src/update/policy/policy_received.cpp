@@ -3,6 +3,7 @@
 
 #include "agent/thread/locks.h"
 #include "comm/https_handler.h"
+#include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
@@ -79,6 +80,14 @@ std::string newPlusFile() {
   return path;
 }
 
+bool sendOutcome() {
+  HttpsHandler handler;
+  const int result = handler.sendAgentStatusMessage(false);
+  if (reportTaken(handler, result)) return true;
+  eventlog::trace(kReportTag, "The policy error could not be reported: %d", result);
+  return false;
+}
+
 }  // namespace
 
 bool PolicyProcessor::reconcile() {
@@ -137,8 +146,7 @@ void PolicyProcessor::sendPolicyReturnStatus() {
   if (!config.hasPolicyErrorChanged()) return;
   if (!isStandardAgent()) {
     PolicyNews::note();
-  } else if (const int result = HttpsHandler().sendAgentStatusMessage(false); result != 0) {
-    eventlog::trace(kReportTag, "The policy error could not be reported: %d", result);
+  } else if (!sendOutcome()) {
     return;
   }
   config.setPolicyErrorChanged(false);

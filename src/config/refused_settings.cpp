@@ -1,0 +1,39 @@
+#include "config/refused_settings.h"
+
+#include <algorithm>
+
+#include "config/ini_text.h"
+#include "config/masking.h"
+
+namespace korvane {
+namespace {
+
+constexpr size_t kNamed = 10;
+constexpr size_t kShownKeyUnits = 80;
+constexpr size_t kShownValueUnits = 40;
+
+std::string start(const STRING& text, size_t units) {
+  const STRING line = lineValue(text.substr(0, units));
+  return line.toUtf8() + (text.length() > units ? "..." : "");
+}
+
+std::string named(const RefusedSetting& setting) {
+  const std::string value =
+      maskedSetting(setting.key.toUtf8(), start(setting.value, kShownValueUnits));
+  return start(setting.key, kShownKeyUnits) + "=" + value + " " + setting.reason;
+}
+
+}  // namespace
+
+std::string refusedSettingsText(const std::vector<RefusedSetting>& refused) {
+  if (refused.empty()) return {};
+  std::string text =
+      std::to_string(refused.size()) + (refused.size() == 1 ? " setting" : " settings");
+  text += " refused: ";
+  for (size_t i = 0; i < std::min(refused.size(), kNamed); ++i)
+    text += (i == 0 ? "" : "; ") + named(refused[i]);
+  if (refused.size() > kNamed) text += "; and " + std::to_string(refused.size() - kNamed) + " more";
+  return text;
+}
+
+}  // namespace korvane

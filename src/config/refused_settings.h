@@ -1,0 +1,27 @@
+// What of a configuration could not be taken, and why, for those who are told of it.
+//
+// Value type and a pure function; any thread.
+//
+//   std::vector<RefusedSetting> refused;
+//   config.newConfiguration(pairs, refused);
+//   report(refusedSettingsText(refused));  // "1 setting refused: polling.interval=soon is no number ..."
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "util/string.h"
+
+namespace korvane {
+
+struct RefusedSetting {
+  STRING key;
+  STRING value;
+  std::string reason;  // goes on behind the value: "is too long"
+};
+
+// One line without control characters, at most some 2,000 characters: the first ten with their reasons, secrets masked,
+// long keys and values cut, and how many there are in all. Empty when there are none.
+std::string refusedSettingsText(const std::vector<RefusedSetting>& refused);
+
+}  // namespace korvane
