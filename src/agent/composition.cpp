@@ -13,6 +13,7 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
+#include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "logs/forwarding_counters.h"
@@ -54,6 +55,7 @@ void resetProcessState() {
   resetExchangeOutcome();
   ForwardingCounters::reset();
   LogProcessingThread::setPolicyBuffer(false);
+  beginDriverEvents();
 }
 
 bool localAddresses(std::vector<STRING>& addresses) {
