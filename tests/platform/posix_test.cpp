@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -115,7 +116,7 @@ TEST_F(PosixTest, lowestPriorityRaisesTheNiceValueByFive) {
   ASSERT_TRUE(thread->setPriority(NativePriority::lowest));
   go->set();
   thread->join(kLongMs);
-  EXPECT_EQ(nice, base + 5);
+  EXPECT_EQ(nice, std::min(base + 5, 19)) << "19 is the system's most";
   EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), base) << "only that thread's";
 }
 
