@@ -53,16 +53,22 @@ void sweep(const char* type, bool once) {
     EXPECT_EQ(world.machine.countLines(",10561,") + world.machine.countLines(",10562,"), 0u);
   }
   int runs = 0;
-  for (int nth = 1; nth <= calls && !testing::Test::HasFailure(); nth += 1 + nth / 40, ++runs) {
+  for (int nth = 1; nth <= calls && !testing::Test::HasFailure(); nth += 1 + nth / 25, ++runs) {
     SCOPED_TRACE("type " + std::string(type) + ", call " + std::to_string(nth));
     World world(type);
     runWith(world, nth, once);
-    // The same process starts the agent again, and nothing throws.
+    // The same process starts the agent again, with settings that somebody has changed, and nothing throws.
+    world.machine.fake.files.put(SimulatedMachine::kIni,
+                                 "[Agent]\nagent.http.url=https://192.0.2.7/k/\n"
+                                 "[Checksum]\nagentini.checksum=Not Computed\n");
     const size_t before = world.machine.countLines(",10106,");
     const size_t ends = world.machine.countLines(",10110,");
     runWith(world, 0, false);
     EXPECT_EQ(world.machine.countLines(",10106,"), before + 1);
     EXPECT_EQ(world.machine.countLines(",10110,"), ends + 1);
+    if (type == std::string("1")) {
+      EXPECT_NE(world.machine.lines(",10167,").back().find("192.0.2.7"), std::string::npos);
+    }
   }
   std::printf("type %s: %d calls, %d of them made to throw %s\n", type, calls, runs,
               once ? "once" : "from then on");
