@@ -5,6 +5,7 @@
 
 #include "agent/session.h"
 #include "tests/support/simulated_agent.h"
+#include "tests/support/watchdog.h"
 
 namespace korvane::tests {
 
@@ -21,6 +22,7 @@ class SessionRun {
   bool returned() const { return _returned; }
   // True when the stop and the run came back, within a simulated minute and a half.
   bool stop() {
+    const Wait wait("the agent's stop");
     endSession();
     return _host->join(90000) == platform::WaitResult::signalled;
   }

@@ -119,7 +119,8 @@ TEST(StartLog, TheFirstLoadIsTracedWithItsOwnTimesWhenTracingIsOn) {
     ASSERT_EQ(waits.size(), traced ? 4u : 0u);
     for (size_t i = 0; i < waits.size(); ++i) {
       EXPECT_THAT(waits[i], testing::StartsWith("TRAC," + std::to_string(i + 1) + ",")) << "first";
-      EXPECT_THAT(waits[i], testing::HasSubstr(":0" + std::to_string(i + 1) + ".000,")) << "a second apart";
+      EXPECT_THAT(waits[i], testing::HasSubstr(":0" + std::to_string(i + 1) + ".000,"))
+          << "a second apart";
     }
     const int loaded = machine.position("Agent Configuration Updated from disk");
     EXPECT_EQ(loaded >= 0, traced);

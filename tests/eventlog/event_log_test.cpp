@@ -129,6 +129,14 @@ TEST_F(EventLogTest, HoldsSoMuchAndCountsTheRest) {
   EventLog::close();
   open();
   EXPECT_TRUE(lines().empty());
+  close();
+
+  settings.cataloguePath = "/none";
+  EventLog::hold(clock);
+  event(10106, "s", {"held"});
+  open();
+  ASSERT_EQ(lines().size(), 2u);
+  EXPECT_EQ(lines()[1][3], "10500") << "behind what was held";
 }
 
 TEST_F(EventLogTest, WritesEventsAlwaysAndTracesWhileTracingIsOn) {

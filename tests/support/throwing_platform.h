@@ -31,8 +31,8 @@ class ThrowingPlatform {
         _system(*this, to.systemInfo),
         _libraries(*this, to.sharedLibraries),
         _pipes(*this, to.pipes),
-        _platform{to.clock, _threading, _files,     _registry, _devices, _processes,
-                  _sockets, _system,    _libraries, _pipes} {}
+        _platform{to.clock,   _threading, _files,  _registry,  _devices,
+                  _processes, _sockets,   _system, _libraries, _pipes} {}
 
   platform::Platform& platform() { return _platform; }
   // The n-th call from now on (1: the next one) throws, and all behind it unless `once`. 0: none.
@@ -137,9 +137,7 @@ class ThrowingPlatform {
 
   struct Processes : Wrapper<platform::ForwardingProcesses> {
     using Wrapper::Wrapper;
-    bool isRunning(const std::string& name) override {
-      return faults.call(), _to.isRunning(name);
-    }
+    bool isRunning(const std::string& name) override { return faults.call(), _to.isRunning(name); }
   };
 
   struct Sockets : Wrapper<platform::ForwardingSockets> {
@@ -163,7 +161,8 @@ class ThrowingPlatform {
   };
 
   struct SystemInfo : platform::SystemInfo {
-    SystemInfo(ThrowingPlatform& owner, platform::SystemInfo& wrapped) : faults(owner), to(wrapped) {}
+    SystemInfo(ThrowingPlatform& owner, platform::SystemInfo& wrapped)
+        : faults(owner), to(wrapped) {}
     std::string hostName() override { return faults.call(), to.hostName(); }
     std::string domainName() override { return faults.call(), to.domainName(); }
     std::vector<std::string> ipAddresses() override { return faults.call(), to.ipAddresses(); }

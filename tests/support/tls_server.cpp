@@ -5,6 +5,8 @@
 
 #include <stdexcept>
 
+#include "tests/support/watchdog.h"
+
 namespace korvane::tests {
 namespace {
 
@@ -251,6 +253,7 @@ TlsServer::TlsServer(const TestAuthority& authority, Script script, const Option
 }
 
 TlsServer::~TlsServer() {
+  const Wait wait("the threads of the test server");
   _stopping = true;
   _listener->interrupt();
   if (_acceptor.joinable()) _acceptor.join();
