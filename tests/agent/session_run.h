@@ -11,7 +11,7 @@ namespace korvane::tests {
 
 class SessionRun {
  public:
-  explicit SessionRun(SimulatedMachine& machine) : _machine(machine) {
+  explicit SessionRun(SimulatedMachine& machine) {
     _host = machine.sim.createThread(0, [this] {
       info = runSession([] {});
       _returned = true;
@@ -30,7 +30,6 @@ class SessionRun {
   AgentInfo* info = nullptr;
 
  private:
-  SimulatedMachine& _machine;
   bool _returned = false;
   std::unique_ptr<platform::NativeThread> _host;
 };
