@@ -81,8 +81,7 @@ class KORVANE_EXPORT DriverConfig {
   static bool usingBuiltIn();
   // The policy in force; false, and nothing changed, when the driver cannot be asked.
   [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id);
-  [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id,
-                                        STRING& message);
+  [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id, STRING& message);
 
   // Point the driver at a new log file (a full path).
   [[nodiscard]] static int rollDriverLog(const STRING& newFile);
