@@ -1,11 +1,11 @@
 # GoogleTest, built here from the sources of Debian's package.
-if(NOT TARGET GTest::gmock_main)
+if(NOT TARGET GTest::gmock)
   if(NOT EXISTS /usr/src/googletest/CMakeLists.txt)
     message(FATAL_ERROR "GoogleTest's sources are not installed; script/bootstrap --windows installs them.")
   endif()
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
   add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
-  foreach(part gtest gmock gmock_main)
+  foreach(part gtest gmock)
     set_target_properties(${part} PROPERTIES UNITY_BUILD OFF)
     if(NOT TARGET GTest::${part})
       add_library(GTest::${part} ALIAS ${part})

@@ -1,10 +1,13 @@
 #include "agent/composition.h"
 
+#include <exception>
 #include <list>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "agent/agent_state_handler.h"
+#include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
 #include "cloud/local_service.h"
@@ -13,6 +16,7 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
+#include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "logs/forwarding_counters.h"
@@ -29,20 +33,6 @@ struct MadePlatform {
   std::unique_ptr<platform::NativePlatform> native;
 };
 
-// The operating system as the host's options describe it, made anew when they differ from the last ones.
-// What was made is kept for ever, since a thread that was left behind may still use it.
-void adoptPlatform() {
-  static std::list<MadePlatform>& made = *new std::list<MadePlatform>;
-  platform::SystemInfo& system = platform::current().systemInfo;
-  const platform::NativeOptions options{system.environment("KORVANE_REGISTRY"),
-                                        system.environment("KORVANE_RUN_DIR")};
-  if (!made.empty() && made.back().options.registryFile == options.registryFile &&
-      made.back().options.runDirectory == options.runDirectory)
-    return;
-  made.push_back({options, platform::makeNativePlatform(options)});
-  platform::setCurrent(&made.back().native->platform());
-}
-
 void resetProcessState() {
   shutdownToken().reset();
   AgentConfig::setAgentShuttingdown(false);
@@ -54,6 +44,7 @@ void resetProcessState() {
   resetExchangeOutcome();
   ForwardingCounters::reset();
   LogProcessingThread::setPolicyBuffer(false);
+  beginDriverEvents();
 }
 
 bool localAddresses(std::vector<STRING>& addresses) {
@@ -83,7 +74,7 @@ Thread* startLocalService() {
     auto service = std::make_unique<LocalService>(aboutThisAgent());
     service->start();
     return service.release();
-  } catch (const ThreadException& error) {
+  } catch (const std::exception& error) {
     eventlog::trace("RPC", "The local channel has no thread: %s", error.what());
     return nullptr;
   }
@@ -91,13 +82,40 @@ Thread* startLocalService() {
 
 }  // namespace
 
+// Made anew when the options differ from the last ones. What was made is kept for ever, since a thread that
+// was left behind may still use it.
+void adoptNativePlatform() {
+  static std::list<MadePlatform>& made = *new std::list<MadePlatform>;
+  platform::SystemInfo& system = platform::current().systemInfo;
+  const platform::NativeOptions options{system.environment("KORVANE_REGISTRY"),
+                                        system.environment("KORVANE_RUN_DIR")};
+  if (!made.empty() && made.back().options.registryFile == options.registryFile &&
+      made.back().options.runDirectory == options.runDirectory)
+    return;
+  made.push_back({options, platform::makeNativePlatform(options)});
+  platform::setCurrent(&made.back().native->platform());
+}
+
 Composition::Composition() : _abandonedBefore(Thread::abandoned()) {
-  adoptPlatform();
+  try {
+    assemble();
+  } catch (const std::exception& error) {
+    eventlog::event(kEventNotStarted, "KorvaneAgent", {error.what()});
+    takeDown();
+    throw;
+  } catch (...) {
+    takeDown();
+    throw;
+  }
+}
+
+void Composition::assemble() {
+  _log = std::make_unique<OwnLog>();
   resetProcessState();
   AgentConfig& config = *AgentConfig::getInstance();
   config.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
   config.setFirstUpdateDone(false);
-  _log = std::make_unique<OwnLog>(config);
+  _log->open(config);
   HttpsHandler::setLocalAddressSource(localAddresses);
   _ids = std::make_unique<HidsComponent>(
       idsDirectory(), [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
@@ -107,22 +125,26 @@ Composition::Composition() : _abandonedBefore(Thread::abandoned()) {
 
 void Composition::endLocalService() {
   if (!_localService) return;
-  _localService->stop();
-  _localService->waitEnded(kServiceEndMs);
-  Thread::dispose(_localService);
+  stopStep("local channel", [this] { _localService->stop(); });
+  stopStep("wait for the local channel", [this] { _localService->waitEnded(kServiceEndMs); });
+  Thread::dispose(std::exchange(_localService, nullptr));
+}
+
+Composition::~Composition() {
+  takeDown();
 }
 
 // A thread that was left behind keeps what it may still reach: the store and the IDS component stay then.
-Composition::~Composition() {
-  endLocalService();
-  HttpsHandler::setLocalAddressSource(nullptr);
+void Composition::takeDown() noexcept {
+  stopStep("local channel", [this] { endLocalService(); });
+  stopStep("source of addresses", [] { HttpsHandler::setLocalAddressSource(nullptr); });
   if (Thread::abandoned() > _abandonedBefore) {
     static_cast<void>(_ids.release());
     return;
   }
   AgentConfig::setHIDSInterface(nullptr);
-  HttpsHandler::curlCleanup();
-  AgentConfig::freeInstance();
+  stopStep("connections", [] { HttpsHandler::curlCleanup(); });
+  stopStep("settings store", [] { AgentConfig::freeInstance(); });
 }
 
 }  // namespace korvane

@@ -1,10 +1,13 @@
 #include "agent/korvane_agent.h"
 
 #include <exception>
+#include <thread>
 
 #include "agent/agent_factory.h"
 #include "agent/driver_policy.h"
+#include "agent/stop_step.h"
 #include "agent/thread/agent_info.h"
+#include "agent/thread/exceptions.h"
 #include "agent/thread/stop_token.h"
 #include "cloud/application_policies.h"
 #include "config/install_root.h"
@@ -22,6 +25,7 @@ namespace {
 
 constexpr char kMainTag[] = "MainThread";
 constexpr char kAgentTag[] = "KorvaneAgent";
+constexpr int kEventEndedByError = 10561;
 constexpr uint32_t kFinalWaitStepMs = 1000;
 constexpr uint32_t kSupervisionMs = 1000;
 constexpr uint32_t kFirstUpdateMs = 2000;
@@ -29,6 +33,9 @@ constexpr uint32_t kFirstUpdateMs = 2000;
 }  // namespace
 
 KorvaneAgent::KorvaneAgent() : _stoppedEvent(kFinalWaitStepMs), _returnedEvent(kFinalWaitStepMs) {
+  // Takes each lock once, so that a system that has none to give refuses the agent and not its stop.
+  { const Synchronized made(_commLock); }
+  { const Synchronized made(_shutdownLock); }
   eventlog::trace(kMainTag, "KorvaneAgent Constructor");
 }
 
@@ -39,10 +46,17 @@ void KorvaneAgent::run(AgentInfo* info) {
   try {
     mainRoutine();
   } catch (const std::exception& error) {
-    eventlog::trace(kMainTag, "KorvaneAgent::run() ended by an error: %s", error.what());
-    shutdown(FinalWait::none);
-    returned();
+    endAfter(error.what());
+  } catch (...) {
+    endAfter("no exception of the agent's");
   }
+}
+
+void KorvaneAgent::endAfter(const char* error) {
+  eventlog::trace(kMainTag, "KorvaneAgent::run() ended by an error: %s", error);
+  eventlog::event(kEventEndedByError, kAgentTag, {error});
+  shutdown(FinalWait::none);
+  closeDown();
 }
 
 void KorvaneAgent::mainRoutine() {
@@ -220,15 +234,19 @@ void KorvaneAgent::end() {
     eventlog::event(10109, kAgentTag);
     shutdown(FinalWait::none);
   }
-  Translator::shutdown();
-  platform::current().sockets.cleanup();
+  closeDown();
+}
+
+void KorvaneAgent::closeDown() {
+  stopStep("translator library", [] { Translator::shutdown(); });
+  stopStep("sockets", [] { platform::current().sockets.cleanup(); });
   eventlog::event(10110, kAgentTag);
   returned();
 }
 
 void KorvaneAgent::returned() {
   _running = 0;
-  _returnedEvent.post();
+  stopStep("word of the main routine's end", [this] { _returnedEvent.post(); });
 }
 
 bool KorvaneAgent::stopping() const {
@@ -251,22 +269,31 @@ void KorvaneAgent::stopComm() {
 
 void KorvaneAgent::shutdown(FinalWait finalWait) {
   eventlog::trace(kMainTag, "KorvaneAgent shutdown called");
-  shutdownToken().request();
+  stopStep("stop token", [] { shutdownToken().request(); });
   AgentConfig::setAgentShuttingdown(true);
   {
     Synchronized hold(_shutdownLock);
     // The last writing of all: its failure has been traced, and there is no later one.
-    ignoreResult(AgentConfig::getInstance()->UpdateAllIni());
-    if (isStandardAgent()) stopComm();
+    stopStep("settings", [] { ignoreResult(AgentConfig::getInstance()->UpdateAllIni()); });
+    if (isStandardAgent()) stopStep("communication component", [this] { stopComm(); });
     _workers.requestStops();
     // Threads that outlive the wait delete themselves.
-    ignoreResult(_workers.waitForEnd(isStandardAgent()));
+    stopStep("wait for the threads",
+             [this] { ignoreResult(_workers.waitForEnd(isStandardAgent())); });
     if (_stopped == 0) _workers.remove();
     _stopped = 1;
-    _stoppedEvent.post();
+    stopStep("word of the threads' end", [this] { _stoppedEvent.post(); });
   }
   if (finalWait == FinalWait::none) return;
-  while (_running != 0) _returnedEvent.wait();
+  while (_running != 0) awaitReturn();
+}
+
+void KorvaneAgent::awaitReturn() noexcept {
+  try {
+    _returnedEvent.wait();
+  } catch (const ThreadException&) {
+    std::this_thread::yield();
+  }
 }
 
 }  // namespace korvane

@@ -3,7 +3,9 @@
 //
 // Lifetime: one object for each start. Threads: run() is called once, on the thread that the host gave;
 // shutdown() may be called by any other thread, at any time, any number of times. The two meet through
-// _stopped, _running and the process's shutdown token. Nothing throws out of either.
+// _stopped, _running and the process's shutdown token. Nothing throws out of either: an error ends the
+// main routine as a stop does, with event 10561; a step of the stop that fails is event 10562, and those
+// behind it are made all the same.
 //
 // Start: run() returns when the agent has stopped: after shutdown(), after a command in the AgentInfo, or
 //   after a registration that failed for good (the self-exit path, which posts "ACMD_ExitService").
@@ -66,6 +68,9 @@ class KorvaneAgent {
   void followOwnLog();
   void selfExit();
   void end();
+  void endAfter(const char* error);
+  // Translator and sockets closed, 10110, and run() counts as returned.
+  void closeDown();
 
   [[nodiscard]] bool registerNow();
   bool stopping() const;
@@ -73,6 +78,7 @@ class KorvaneAgent {
   void pause(uint32_t milliseconds);
   void stopComm();
   void returned();
+  void awaitReturn() noexcept;
 
   std::atomic<int32_t> _stopped{0};
   std::atomic<uint8_t> _running{0};

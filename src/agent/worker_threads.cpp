@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
 #include "eventlog/event_log.h"
@@ -56,6 +57,10 @@ size_t indexOf(Worker worker) {
 
 }  // namespace
 
+WorkerThreads::WorkerThreads() {
+  const Synchronized made(_lock);
+}
+
 WorkerThreads::~WorkerThreads() {
   remove();
 }
@@ -77,7 +82,7 @@ void WorkerThreads::requestStops() {
     Synchronized hold(_lock);
     Thread* thread = _slots[indexOf(step.worker)];
     if (!thread) continue;
-    thread->stop();
+    stopStep(step.line, [thread] { thread->stop(); });
     eventlog::trace(step.tag, step.line);
   }
 }
@@ -109,8 +114,9 @@ Thread* WorkerThreads::firstAlive(std::span<const Worker> order) {
 void WorkerThreads::remove() {
   Synchronized hold(_lock);
   for (const Worker worker : kDeleteOrder) {
-    Thread::dispose(_slots[indexOf(worker)]);
-    _slots[indexOf(worker)] = nullptr;
+    Thread*& slot = _slots[indexOf(worker)];
+    stopStep("deletion of a thread", [slot] { Thread::dispose(slot); });
+    slot = nullptr;
   }
 }
 

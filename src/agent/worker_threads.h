@@ -3,7 +3,8 @@
 // Lifetime: part of the agent object; owns the threads in its slots. A thread that outlives the wait for
 // its end is left to delete itself (Thread::dispose). Threads: any thread may call anything; start() and
 // the stop requests meet under the slots' lock, so no thread is made once the shutdown token is set.
-// remove() and waitForEnd() are called by one shutdown routine at a time.
+// remove() and waitForEnd() are called by one shutdown routine at a time. Errors: a thread that cannot be
+// asked to stop, or deleted, is event 10562 and keeps nobody from the others.
 #pragma once
 
 #include <array>
@@ -32,7 +33,8 @@ inline constexpr size_t kWorkerCount = 8;
 
 class WorkerThreads {
  public:
-  WorkerThreads() = default;
+  // Takes the lock once: a system that has none to give refuses the whole agent.
+  WorkerThreads();
   ~WorkerThreads();
   WorkerThreads(const WorkerThreads&) = delete;
   WorkerThreads& operator=(const WorkerThreads&) = delete;

@@ -10,11 +10,11 @@ namespace {
 
 // What the driver itself says; its request takes its time-out at most, and a stop cuts it short.
 void putAnswer(JsonTree& tree) {
-  STRING name, version, identifier;
-  const bool answered = DriverConfig::queryPolicy(name, version, identifier);
+  STRING name, version, identifier, message;
+  const bool answered = DriverConfig::queryPolicy(name, version, identifier, message);
   putFlag(tree, "answered", answered);
   if (!answered) {
-    putMember(tree, "error", DriverConfig::getErrorMessage().toUtf8());
+    putMember(tree, "error", message.toUtf8());
     return;
   }
   JsonTree policy;

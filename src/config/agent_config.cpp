@@ -45,14 +45,15 @@ AgentConfig* AgentConfig::getInstance() {
   }
   // Not under the lock, since another process may hold the lock file for seconds.
   const ChangeGroup group(*config);
-  // Without the file the settings stay as they are; the failure has been traced.
-  ignoreResult(config->loadIniFile());
-  AgentConfigState& state = *config->_state;
-  const Synchronized hold(state.lock);
-  state.loaded = true;
-  state.acknowledgedBuiltIn = state.settings.number(Key::useBuiltInPolicy) != 0;
-  state.reportedError = static_cast<int>(state.settings.number(Key::policyErrorCode));
-  state.reportedErrorText = state.settings.text(Key::policyErrorString);
+  try {
+    // Without the file the settings stay as they are; the failure has been told.
+    ignoreResult(config->loadIniFile());
+  } catch (...) {
+    // The object is there for others already; the next load of it reads the files.
+    config->_state->beginWriting();
+    throw;
+  }
+  config->_state->beginWriting();
   return config;
 }
 

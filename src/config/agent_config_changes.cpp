@@ -100,7 +100,7 @@ AgentConfig::ChangeAll AgentConfigState::changeAll(const PropertyList& changes,
                                                    STRING& refusedKey) {
   using enum AgentConfig::ChangeAll;
   const Synchronized holdFiles(fileLock);
-  const auto lockFile = files.lock(kTag, kLockPauseMs);
+  const auto lockFile = takeLockFile(kTag, kLockPauseMs);
   if (!lockFile) return locked;
   takeExternalChange(kTag);
   PropertyList former;

@@ -1,6 +1,10 @@
 // How the store meets its files: loading, writing, and what another process changed in between.
+#include <algorithm>
+#include <utility>
+
 #include "config/agent_config_state.h"
 #include "config/log_names.h"
+#include "config/masking.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"
@@ -9,6 +13,14 @@ namespace korvane {
 namespace {
 
 constexpr int64_t kWriteRetryMs = 10000;
+// Of the values that are refused, how many an event names, and how much of each.
+constexpr size_t kMaxToldValues = 10;
+constexpr size_t kMaxToldBytes = 80;
+
+constexpr int kEventFallback = 10521;
+constexpr int kEventNoSettings = 10522;
+constexpr int kEventNoLockFile = 10523;
+constexpr int kEventRefused = 10525;
 
 int64_t now() {
   return platform::current().clock.monotonicMs();
@@ -30,13 +42,41 @@ bool AgentConfigState::upToDate() {
   return everRead && stamp == agentIni.stamp && (!dirty() || now() < nextRetryMs);
 }
 
-bool AgentConfigState::mergeNVPData(const IniText& file) {
+std::unique_ptr<platform::FileLock> AgentConfigState::takeLockFile(std::string_view tag,
+                                                                   uint32_t pauseMs) {
+  int error = 0;
+  auto held = files.lock(tag, error, pauseMs);
+  const Synchronized hold(lock);
+  const bool told = std::exchange(toldNoLockFile, !held);
+  if (!held && !told && files.usable())
+    eventlog::event(kEventNoLockFile, tag, {files.lockFile(), error});
+  return held;
+}
+
+// One event for all of them; values that are secrets are not shown.
+void AgentConfigState::tellRefused(std::string_view tag, const PropertyList& refused,
+                                   const std::string& path) {
+  if (refused.empty()) return;
+  std::string list;
+  for (size_t i = 0; i < std::min(refused.size(), kMaxToldValues); ++i) {
+    const std::string name = refused[i].first.toUtf8();
+    const std::string value = maskedSetting(name, refused[i].second.toUtf8());
+    list += (i == 0 ? "" : ", ") + name + "=" + value.substr(0, kMaxToldBytes);
+  }
+  if (refused.size() > kMaxToldValues) list += ", ...";
+  eventlog::event(kEventRefused, tag, {refused.size(), path, list});
+}
+
+bool AgentConfigState::mergeNVPData(std::string_view tag, const IniText& file,
+                                    const std::string& path) {
   const Synchronized hold(lock);
   const STRING list = communication.text(Key::serverList);
   const STRING url = communication.text(Key::agentUrl);
   const int64_t fips = settings.number(Key::fipsEnabled);
-  bool changed = settings.merge(file);
-  changed |= communication.merge(file);
+  PropertyList refused;
+  bool changed = settings.merge(file, refused);
+  changed |= communication.merge(file, refused);
+  tellRefused(tag, refused, path);
   if (!changed) return false;
   momentsOutstanding |= 1u << AgentConfig::SETTINGS_RELOADED | 1u << AgentConfig::SETTINGS_CHANGED;
   if (url != communication.text(Key::agentUrl)) follow(Key::agentUrl);
@@ -48,19 +88,33 @@ bool AgentConfigState::mergeNVPData(const IniText& file) {
 bool AgentConfigState::readFallback(std::string_view tag, IniFault agentIniFault, bool& changed) {
   FileMemory memory;
   IniText text;
-  const IniFault fault = IniFiles::readIniFileInMem(memory, files.fallbackIni(), text, true);
+  const std::string path = files.fallbackIni();
+  const IniFault fault = IniFiles::readIniFileInMem(memory, path, text, true);
   {
     const Synchronized hold(lock);
     fallbackIni = memory;
   }
   if (fault == IniFault::missing && agentIniFault == IniFault::missing) return true;
   eventlog::trace(tag, "Agent.ini is corrupt, reading from Fallback.ini");
+  const std::string agentIniPath = files.agentIni();
   if (fault == IniFault::none) {
-    changed = mergeNVPData(text);
+    changed = mergeNVPData(tag, text, path);
+    eventlog::event(kEventFallback, tag, {path, agentIniPath, describe(agentIniFault)});
     return true;
   }
-  if (isDamage(fault)) IniFiles::keepAside(tag, files.fallbackIni());
+  if (isDamage(fault)) IniFiles::keepAside(tag, path, fault);
+  eventlog::event(kEventNoSettings, tag,
+                  {agentIniPath, describe(agentIniFault), path, describe(fault)});
   return false;
+}
+
+// Of a file that cannot be opened while the agent runs; it is looked at every second.
+void AgentConfigState::tellUnreadable(std::string_view tag, IniFault fault) {
+  const Synchronized hold(lock);
+  const bool told = std::exchange(toldUnreadable, fault == IniFault::unreadable);
+  if (!toldUnreadable || told) return;
+  eventlog::event(kEventNoSettings, tag,
+                  {files.agentIni(), describe(fault), files.fallbackIni(), "not asked"});
 }
 
 bool AgentConfigState::readFiles(std::string_view tag, bool& changed) {
@@ -72,17 +126,26 @@ bool AgentConfigState::readFiles(std::string_view tag, bool& changed) {
   {
     const Synchronized hold(lock);
     first = !everRead;
-    everRead = true;
-    agentIni = memory;
   }
+  const bool good = takeFiles(tag, text, fault, first, changed);
+  // Last, so that a load that an error ended is made again.
+  const Synchronized hold(lock);
+  everRead = true;
+  agentIni = memory;
+  return good;
+}
+
+bool AgentConfigState::takeFiles(std::string_view tag, const IniText& text, IniFault fault,
+                                 bool first, bool& changed) {
+  tellUnreadable(tag, first ? IniFault::none : fault);
   if (fault == IniFault::none) {
-    changed = mergeNVPData(text);
+    changed = mergeNVPData(tag, text, files.agentIni());
     eventlog::trace(tag, "Agent Configuration Updated from disk");
     return true;
   }
   // A file that vanished or cannot be opened while the agent runs takes nothing from what is known.
   if (!first && !isDamage(fault)) return fault == IniFault::missing;
-  if (isDamage(fault)) IniFiles::keepAside(tag, files.agentIni());
+  if (isDamage(fault)) IniFiles::keepAside(tag, files.agentIni(), fault);
   return readFallback(tag, fault, changed);
 }
 
@@ -93,7 +156,7 @@ bool AgentConfigState::load(std::string_view tag, bool& changed) {
   {
     const Synchronized holdFiles(fileLock);
     if (upToDate()) return true;
-    const auto lockFile = files.lock(tag);
+    const auto lockFile = takeLockFile(tag);
     if (!lockFile) return false;
     bool write = false;
     const bool good = readFiles(tag, changed);
@@ -130,8 +193,8 @@ void AgentConfigState::takeExternalChange(std::string_view tag) {
   const bool hasFallback = IniFiles::stampOf(files.fallbackIni()).exists;
   const IniFault fault = IniFiles::readIniFileInMem(known, files.agentIni(), text, !hasFallback);
   // What this process holds is newer than the fallback, so a damaged file is only replaced.
-  if (isDamage(fault)) IniFiles::keepAside(tag, files.agentIni());
-  if (fault == IniFault::none) mergeNVPData(text);
+  if (isDamage(fault)) IniFiles::keepAside(tag, files.agentIni(), fault);
+  if (fault == IniFault::none) mergeNVPData(tag, text, files.agentIni());
   const Synchronized hold(lock);
   agentIni = known;
 }
@@ -188,13 +251,13 @@ bool AgentConfigState::saveHoldingLockFile(std::string_view tag, bool force) {
 
 bool AgentConfigState::save(std::string_view tag, bool force) {
   const Synchronized holdFiles(fileLock);
-  const auto lockFile = files.lock(tag);
+  const auto lockFile = takeLockFile(tag);
   return lockFile && saveHoldingLockFile(tag, force);
 }
 
 bool AgentConfigState::saveBoth(std::string_view tag) {
   const Synchronized holdFiles(fileLock);
-  const auto lockFile = files.lock(tag);
+  const auto lockFile = takeLockFile(tag);
   if (!lockFile) return false;
   takeExternalChange(tag);
   const bool first =

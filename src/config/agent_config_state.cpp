@@ -14,6 +14,7 @@ namespace korvane {
 namespace {
 
 constexpr char kFipsTag[] = "AgentConfig::setFipsEnabled";
+constexpr int kEventNoFipsSwitch = 10524;
 
 void applyFips(bool wanted) {
   if (fipsModeOn() == wanted) {
@@ -26,6 +27,8 @@ void applyFips(bool wanted) {
                                      : "FIPS mode successfully turned OFF");
   } else {
     eventlog::trace(kFipsTag, "Failed to set the FIPS mode = %s", error);
+    const char* const states[] = {"off", "on"};
+    eventlog::event(kEventNoFipsSwitch, kFipsTag, {states[wanted], error, states[!wanted]});
   }
 }
 
@@ -103,6 +106,14 @@ void AgentConfigState::follow(Key key) {
   } else if (key == Key::fipsEnabled) {
     fipsOutstanding = true;
   }
+}
+
+void AgentConfigState::beginWriting() {
+  const Synchronized hold(lock);
+  loaded = true;
+  acknowledgedBuiltIn = settings.number(Key::useBuiltInPolicy) != 0;
+  reportedError = static_cast<int>(settings.number(Key::policyErrorCode));
+  reportedErrorText = settings.text(Key::policyErrorString);
 }
 
 void AgentConfigState::finishChanges() noexcept {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -50,7 +51,12 @@ struct AgentConfigState {
   void follow(Key key) REQUIRES(lock);
 
   // Files. `tag` is the method under whose name failures are traced.
+  // Null when it cannot be had, which event 10523 tells once until it can.
+  [[nodiscard]] std::unique_ptr<platform::FileLock> takeLockFile(std::string_view tag,
+                                                                 uint32_t pauseMs = 1000);
   [[nodiscard]] bool load(std::string_view tag, bool& changed);
+  // The first load is over: setters write from now on.
+  void beginWriting();
   [[nodiscard]] bool save(std::string_view tag, bool force);
   [[nodiscard]] bool saveBoth(std::string_view tag);
   AgentConfig::ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
@@ -73,7 +79,9 @@ struct AgentConfigState {
   FileMemory agentIni GUARDED_BY(lock);
   FileMemory fallbackIni GUARDED_BY(lock);
   bool everRead GUARDED_BY(lock) = false;  // the files were looked at
-  bool loaded GUARDED_BY(lock) = false;    // setters write through
+  bool toldUnreadable GUARDED_BY(lock) = false;
+  bool toldNoLockFile GUARDED_BY(lock) = false;
+  bool loaded GUARDED_BY(lock) = false;  // setters write through
   bool lastLoadGood GUARDED_BY(lock) = false;
   bool lastWriteFailed GUARDED_BY(lock) = false;  // of newConfiguration, to trace it once
   int64_t nextRetryMs GUARDED_BY(lock) = 0;       // monotonic, after a write that failed
@@ -129,9 +137,13 @@ struct AgentConfigState {
   bool dirty() const REQUIRES(lock);
   Snapshot snapshot() const;
   void markSaved(const Snapshot& written) REQUIRES(lock);
-  bool mergeNVPData(const IniText& file);
+  bool mergeNVPData(std::string_view tag, const IniText& file, const std::string& path);
+  void tellRefused(std::string_view tag, const PropertyList& refused, const std::string& path);
+  void tellUnreadable(std::string_view tag, IniFault fault);
   [[nodiscard]] bool readFiles(std::string_view tag, bool& changed);
   [[nodiscard]] bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
+  [[nodiscard]] bool takeFiles(std::string_view tag, const IniText& text, IniFault fault,
+                               bool first, bool& changed);
   void takeExternalChange(std::string_view tag);
   [[nodiscard]] bool writeOne(std::string_view tag, const std::string& path,
                               FileMemory AgentConfigState::*memory, const Snapshot& content,

@@ -18,6 +18,7 @@ constexpr int kLockAttempts = 10;
 constexpr int kLateLockAttempts = 5;
 constexpr uint32_t kLateLockPauseMs = 20;
 constexpr size_t kDamagedCopies = 8;
+constexpr int kEventDamaged = 10520;
 
 platform::Files& files() {
   return platform::current().files;
@@ -50,6 +51,24 @@ void removeOldCopies(const std::string& directory, const std::string& prefix) {
 
 }  // namespace
 
+const char* describe(IniFault fault) {
+  switch (fault) {
+    case IniFault::none:
+      return "whole";
+    case IniFault::missing:
+      return "missing";
+    case IniFault::unreadable:
+      return "not readable";
+    case IniFault::tooLarge:
+      return "larger than 4 MiB";
+    case IniFault::notText:
+      return "not UTF-8 text";
+    case IniFault::corrupt:
+      break;
+  }
+  return "without its right checksum";
+}
+
 std::string IniFiles::path(std::string_view name) const {
   return platform::joinPath(files(), {_directory, name});
 }
@@ -58,16 +77,17 @@ std::string_view IniFiles::lineEnd() {
   return files().separator() == '\\' ? "\r\n" : "\n";
 }
 
-std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, uint32_t pauseMs) const {
+std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, int& error,
+                                                   uint32_t pauseMs) const {
+  error = ENOENT;
   if (!usable()) return nullptr;
-  const std::string lockFile = path("lockFile");
   std::unique_ptr<platform::FileLock> held;
   StopToken never;
   int pausesWhileStopping = 0;
   for (int attempt = 1;; ++attempt) {
-    int error = files().lock(lockFile, held);
+    error = files().lock(lockFile(), held);
     if (error == ENOENT && files().makeDirectories(_directory) == 0) {
-      error = files().lock(lockFile, held);
+      error = files().lock(lockFile(), held);
     }
     if (error == 0) return held;
     const bool stopping = shutdownToken().requested();
@@ -117,7 +137,7 @@ bool IniFiles::write(std::string_view tag, const std::string& path, const std::s
   return true;
 }
 
-void IniFiles::keepAside(std::string_view tag, const std::string& path) {
+void IniFiles::keepAside(std::string_view tag, const std::string& path, IniFault fault) {
   const std::string directory = platform::directoryOf(path);
   const std::string prefix = platform::fileNameOf(path) + ".damaged-";
   const STRING pattern(prefix + "%M-%S-%T");
@@ -125,6 +145,8 @@ void IniFiles::keepAside(std::string_view tag, const std::string& path) {
   const std::string copy = platform::joinPath(files(), {directory, name});
   const int error = platform::writeFileAtomically(files(), copy, readStart(path));
   eventlog::trace(tag, "Damaged %s is kept as %s: error %d", path, copy, error);
+  const std::string kept = error == 0 ? copy : "none, error " + std::to_string(error);
+  eventlog::event(kEventDamaged, tag, {path, describe(fault), kept});
   removeOldCopies(directory, prefix);
 }
 

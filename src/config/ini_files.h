@@ -31,6 +31,8 @@ struct FileMemory {
 };
 
 enum class IniFault { none, missing, unreadable, tooLarge, notText, corrupt };
+// "without its right checksum"
+const char* describe(IniFault fault);
 
 class IniFiles {
  public:
@@ -40,12 +42,14 @@ class IniFiles {
   bool usable() const { return !_directory.empty(); }
   std::string agentIni() const { return path("agent.ini"); }
   std::string fallbackIni() const { return path("fallback.ini"); }
+  std::string lockFile() const { return path("lockFile"); }
   // CR LF where the separator is a backslash, LF elsewhere.
   static std::string_view lineEnd();
 
   // Waits for the lock file: ten attempts, that many milliseconds apart. Once the process is being stopped
-  // it only tries for a tenth of a second. Null when it cannot be had.
-  std::unique_ptr<platform::FileLock> lock(std::string_view tag, uint32_t pauseMs = 1000) const;
+  // it only tries for a tenth of a second. Null, with the last attempt's error, when it cannot be had.
+  std::unique_ptr<platform::FileLock> lock(std::string_view tag, int& error,
+                                           uint32_t pauseMs = 1000) const;
 
   static FileStamp stampOf(const std::string& path);
   // Reads a file; `memory` becomes what was seen, also for a damaged file.
@@ -54,8 +58,9 @@ class IniFiles {
   // Replaces a file and notes what it holds now in `memory`.
   [[nodiscard]] static bool write(std::string_view tag, const std::string& path,
                                   const std::string& text, FileMemory& memory);
-  // Copies a damaged file to "<name>.damaged-<date>" beside it; the newest eight copies are kept.
-  static void keepAside(std::string_view tag, const std::string& path);
+  // Copies a damaged file to "<name>.damaged-<date>" beside it; the newest eight copies are kept. Event 10520
+  // tells what is wrong with it.
+  static void keepAside(std::string_view tag, const std::string& path, IniFault fault);
 
  private:
   std::string path(std::string_view name) const;

@@ -112,7 +112,7 @@ SettingStore::Result SettingStore::setOther(const STRING& key, const STRING& tex
   return Result::changed;
 }
 
-bool SettingStore::mergeRow(const SettingRow& row, const STRING* fromFile) {
+bool SettingStore::mergeRow(const SettingRow& row, const STRING* fromFile, PropertyList& refused) {
   Value& target = value(row.key);
   const bool ownChange = target.text != target.saved;
   const STRING theirs = fromFile ? *fromFile : STRING(row.defaultText);
@@ -121,11 +121,12 @@ bool SettingStore::mergeRow(const SettingRow& row, const STRING* fromFile) {
     return false;
   }
   const Result result = set(row, theirs);
+  if (result == Result::refused) refused.emplace_back(row.name, theirs);
   target.saved = target.text;
   return result == Result::changed;
 }
 
-bool SettingStore::mergeOthers(const PropertyList& fromFile) {
+bool SettingStore::mergeOthers(const PropertyList& fromFile, PropertyList& refused) {
   bool changed = false;
   for (const auto& [key, text] : fromFile) {
     const auto own = findOther(key);
@@ -135,6 +136,8 @@ bool SettingStore::mergeOthers(const PropertyList& fromFile) {
       changed |= result == Result::changed;
       Value& taken = findOther(key)->second;
       taken.saved = taken.text;
+    } else {
+      refused.emplace_back(key, text);
     }
   }
   const size_t before = _others.size();
@@ -148,23 +151,24 @@ bool SettingStore::mergeOthers(const PropertyList& fromFile) {
   return changed || _others.size() != before;
 }
 
-bool SettingStore::merge(const IniText& file) {
+bool SettingStore::merge(const IniText& file, PropertyList& refused) {
   std::unordered_map<std::u16string_view, const STRING*> known;
   PropertyList unknown;
   for (const auto& [key, text] : file.values) {
     if (findRow(key)) {
       known.emplace(key.utf16(), &text);
-    } else if (isKeyName(key) && unknown.size() < kMaxOthers) {
-      unknown.emplace_back(key, text);
+    } else if (_kind == StoreKind::settings) {
+      const bool fits = isKeyName(key) && unknown.size() < kMaxOthers;
+      (fits ? unknown : refused).emplace_back(key, text);
     }
   }
   bool changed = false;
   for (const SettingRow& row : settingsTable()) {
     if (storeOf(row) != _kind) continue;
     const auto found = known.find(STRING(row.name).utf16());
-    changed |= mergeRow(row, found == known.end() ? nullptr : found->second);
+    changed |= mergeRow(row, found == known.end() ? nullptr : found->second, refused);
   }
-  if (_kind == StoreKind::settings) changed |= mergeOthers(unknown);
+  if (_kind == StoreKind::settings) changed |= mergeOthers(unknown, refused);
   return changed;
 }
 

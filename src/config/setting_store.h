@@ -37,8 +37,9 @@ class SettingStore {
   bool othersFull() const { return _others.size() >= kMaxOthers; }
 
   // Takes over what the file holds where this process has changed nothing; a key that the file
-  // lacks goes back to its default, and one of [Other] is dropped. True when a value differs now.
-  bool merge(const IniText& file);
+  // lacks goes back to its default, and one of [Other] is dropped. A value that is refused leaves the
+  // setting as it is and goes to `refused`. True when a value differs now.
+  bool merge(const IniText& file, PropertyList& refused);
   // True when a value differs from the file's.
   bool dirty() const;
   // The file holds `written` now.
@@ -65,8 +66,8 @@ class SettingStore {
   Value& value(Key key) { return _values[_places[static_cast<size_t>(key)]]; }
   bool fits(size_t oldUnits, size_t newUnits) const;
   Others::iterator findOther(const STRING& key);
-  bool mergeRow(const SettingRow& row, const STRING* fromFile);
-  bool mergeOthers(const PropertyList& fromFile);
+  bool mergeRow(const SettingRow& row, const STRING* fromFile, PropertyList& refused);
+  bool mergeOthers(const PropertyList& fromFile, PropertyList& refused);
 
   StoreKind _kind;
   std::array<uint8_t, static_cast<size_t>(Key::count)> _places{};

@@ -81,7 +81,8 @@ int DriverConfig::setServiceStart(const STRING& service, uint32_t value, bool ma
   const uint32_t error = mayBeMissing ? setDWordIfKeyExists(service, kStartValue, value)
                                       : setDWord(service, kStartValue, value);
   if (error == platform::kOk) return 0;
-  setErrorMessage(registryFailure(kSetFailed, service, kStartValue));
+  STRING unused;
+  fail(registryFailure(kSetFailed, service, kStartValue), unused);
   return kRegistryError;
 }
 
@@ -90,16 +91,22 @@ int DriverConfig::getDriverConfig(RegKey key, STRING& value) {
   if (!name.empty() &&
       platform::current().registry.readString(kDriverParametersKey, name, value) == platform::kOk)
     return 0;
-  setErrorMessage(registryFailure(kGetFailed, kDriverParametersKey, name));
+  STRING unused;
+  fail(registryFailure(kGetFailed, kDriverParametersKey, name), unused);
   return kRegistryError;
 }
 
 int DriverConfig::updateDriverConfig(RegKey key, const STRING& value) {
+  STRING unused;
+  return writeParameter(key, value, unused);
+}
+
+int DriverConfig::writeParameter(RegKey key, const STRING& value, STRING& message) {
   const std::string name = valueName(key);
   if (!name.empty() &&
       platform::current().registry.writeString(kDriverParametersKey, name, value) == platform::kOk)
     return 0;
-  setErrorMessage(registryFailure(kSetFailed, kDriverParametersKey, name));
+  fail(registryFailure(kSetFailed, kDriverParametersKey, name), message);
   return kRegistryError;
 }
 
@@ -147,7 +154,8 @@ int DriverConfig::rollLog(RegKey key, const STRING& newFile, uint32_t code) {
   int result = updateDriverConfig(key, newFile);
   if (result != 0) return result;
   result = NotifyDriver(static_cast<int32_t>(code), nullptr, 0, kRollTimeoutMs);
-  if (result != 0) setErrorMessage("Failed to tell Driver to use new log file");
+  STRING unused;
+  if (result != 0) fail("Failed to tell Driver to use new log file", unused);
   return result;
 }
 
@@ -184,7 +192,8 @@ STRING DriverConfig::getErrorMessage() {
   return _strErrorMessage;
 }
 
-void DriverConfig::setErrorMessage(const STRING& text) {
+void DriverConfig::fail(const STRING& text, STRING& message) {
+  message = text;
   Synchronized hold(_errorLock);
   _strErrorMessage = text;
 }

@@ -6,10 +6,12 @@
 // other; an operation that asks the driver blocks for up to the time-out of its request
 // (driver_protocol.h and docs/file-formats.md), which a stop of the agent cuts short.
 // Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult. Nothing is
-// tried again here. getErrorMessage() gives the text of the last failure in the process, from
-// whatever thread.
+// tried again here. An operation whose text somebody reports gives it with its result, in `message`:
+// the failure's own, whatever others ask of the driver meanwhile; a success leaves `message` as it is.
+// getErrorMessage() gives the text of the last failure in the process, from whatever thread.
 //
-//   if (DriverConfig::newPolicy(minusFile) != 0) report(DriverConfig::getErrorMessage());
+//   STRING message;
+//   if (const int result = DriverConfig::newPolicy(minusFile, message)) report(result, message);
 #pragma once
 
 #include <cstdint>
@@ -59,6 +61,7 @@ class KORVANE_EXPORT DriverConfig {
   // the driver and its settings as they were. A driver that waits for its first reboot finds the
   // file recorded when it starts, which counts as success.
   [[nodiscard]] static int newPolicy(const STRING& file);
+  [[nodiscard]] static int newPolicy(const STRING& file, STRING& message);
   // What the driver is set to, as far as it can be put back.
   struct PolicySetting {
     STRING filterFile;     // empty: no policy has been loaded yet
@@ -73,10 +76,12 @@ class KORVANE_EXPORT DriverConfig {
   [[nodiscard]] static int restorePolicySetting(const PolicySetting& setting);
   // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
   [[nodiscard]] static int useBuiltIn();
+  [[nodiscard]] static int useBuiltIn(STRING& message);
   // False also when the driver cannot be asked.
   static bool usingBuiltIn();
   // The policy in force; false, and nothing changed, when the driver cannot be asked.
   [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id);
+  [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id, STRING& message);
 
   // Point the driver at a new log file (a full path).
   [[nodiscard]] static int rollDriverLog(const STRING& newFile);
@@ -95,7 +100,9 @@ class KORVANE_EXPORT DriverConfig {
  private:
   struct AppliedPolicy;
 
-  static void setErrorMessage(const STRING& text);
+  // Makes `text` the failure's own and the last one of the process.
+  static void fail(const STRING& text, STRING& message);
+  [[nodiscard]] static int writeParameter(RegKey key, const STRING& value, STRING& message);
   [[nodiscard]] static int setServiceStart(const STRING& service, uint32_t value,
                                            bool mayBeMissing);
   [[nodiscard]] static int setServiceStarts(uint32_t driver, uint32_t networkFilter,
@@ -109,8 +116,8 @@ class KORVANE_EXPORT DriverConfig {
   // The steps of newPolicy.
   struct PolicyChange;
   [[nodiscard]] static int changePolicy(PolicyChange& change);
-  [[nodiscard]] static int recordForReboot(const PolicyChange& change);
-  [[nodiscard]] static int recordLoaded(const PolicyChange& change);
+  [[nodiscard]] static int recordForReboot(PolicyChange& change);
+  [[nodiscard]] static int recordLoaded(PolicyChange& change);
   [[nodiscard]] static int giveUp(int result, PolicyChange& change);
 
   static Win32Mutex _servicesLock;

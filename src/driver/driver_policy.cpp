@@ -42,14 +42,19 @@ int32_t DriverConfig::readAppliedPolicy(AppliedPolicy& policy) {
 }
 
 int DriverConfig::useBuiltIn() {
+  STRING unused;
+  return useBuiltIn(unused);
+}
+
+int DriverConfig::useBuiltIn(STRING& message) {
   constexpr char tag[] = "DriverConfig::useBuiltIn()";
   Synchronized hold(_builtInLock);
   eventlog::trace(tag, "Setting builtin policy.");
   const int32_t asked =
       NotifyDriver(static_cast<int32_t>(KAVIPS_USE_BUILTIN), nullptr, 0, kUseBuiltInTimeoutMs);
-  const int recorded = updateDriverConfig(useBuiltin, kFlagOn);
+  const int recorded = writeParameter(useBuiltin, kFlagOn, message);
   if (asked == NotifyResult::completed) return recorded;
-  setErrorMessage("Failed to tell Driver to use Builtin Policy");
+  fail("Failed to tell Driver to use Builtin Policy", message);
   return asked;
 }
 
@@ -59,7 +64,8 @@ bool DriverConfig::usingBuiltIn() {
   eventlog::trace(tag, "Querying policy.");
   AppliedPolicy policy;
   if (readAppliedPolicy(policy) != NotifyResult::completed) {
-    setErrorMessage("Failed to get info on Builtin Policy");
+    STRING unused;
+    fail("Failed to get info on Builtin Policy", unused);
     return false;
   }
   eventlog::trace(tag, "Builtin: %d", policy.builtIn);
@@ -70,11 +76,16 @@ bool DriverConfig::usingBuiltIn() {
 }
 
 bool DriverConfig::queryPolicy(STRING& name, STRING& version, STRING& id) {
+  STRING unused;
+  return queryPolicy(name, version, id, unused);
+}
+
+bool DriverConfig::queryPolicy(STRING& name, STRING& version, STRING& id, STRING& message) {
   constexpr char tag[] = "DriverConfig::queryPolicy()";
   eventlog::trace(tag, "Querying policy.");
   AppliedPolicy policy;
   if (readAppliedPolicy(policy) != NotifyResult::completed) {
-    setErrorMessage("Failed to get info on applied Policy");
+    fail("Failed to get info on applied Policy", message);
     return false;
   }
   eventlog::trace(tag, "Builtin = %d", policy.builtIn);

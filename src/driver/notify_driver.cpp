@@ -126,4 +126,8 @@ int32_t NotifyDriver(int32_t code, void* buffer, uint32_t size, uint32_t timeout
   return send(*request, reply, timeoutMs);
 }
 
+void beginDriverEvents() {
+  openFailing = false;
+}
+
 }  // namespace korvane

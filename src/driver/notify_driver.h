@@ -7,7 +7,8 @@
 // Threads: any, several at once; no lock is held. The call blocks for at most timeoutMs; the
 // shutdown token cuts that short, and the request is then cancelled and counts as timed out.
 // Errors: the result below. The agent's log gets 10112 for the first failed opening of a run of
-// them and 10400 for the first one that works again, 10116 to 10119 for the rest.
+// them and 10400 for the first one that works again, both counted within one start of the agent,
+// 10116 to 10119 for the rest.
 //
 //   char reply[KAVIPS_POLICY_RECORD_BYTES] = {};
 //   if (NotifyDriver(kQueryPolicy, reply, sizeof reply, 5000) == NotifyResult::completed) ...
@@ -32,5 +33,8 @@ struct NotifyResult {
 // code: one of driver_protocol.h, passed on unchanged. The codes that ask something fill up to
 // `size` bytes of the buffer, loading a policy sends them, and any other code ignores the buffer.
 KORVANE_EXPORT int32_t NotifyDriver(int32_t code, void* buffer, uint32_t size, uint32_t timeoutMs);
+
+// A run of the agent begins: a device that cannot be opened is told anew, whatever the run before it saw.
+void beginDriverEvents();
 
 }  // namespace korvane

@@ -73,21 +73,29 @@ struct DriverConfig::PolicyChange {
   STRING oldFile;
   bool builtInBefore = false;
   STRING refusal;  // the driver's own text
+  STRING message;  // of the last step that failed
 };
 
 int DriverConfig::newPolicy(const STRING& file) {
+  STRING unused;
+  return newPolicy(file, unused);
+}
+
+int DriverConfig::newPolicy(const STRING& file, STRING& message) {
   eventlog::trace(kTag, "ChangePolicy: minus=%s", file);
   PolicyChange change;
   change.file = file;
   const int result = file.empty() ? kNoFileName : changePolicy(change);
   if (result == 0) return result;
-  if (result == kRegistryError)
+  if (result == kRegistryError) {
     eventlog::trace(kTag, "E_AGENT_REGISTRY ret from updateDriverConfig");
-  else if (result == NotifyResult::notOpened)
-    setErrorMessage("IPS Driver is not loaded. Failed to apply translated policy");
-  else
-    setErrorMessage(change.refusal.empty() ? STRING("Driver failed to load new policy")
-                                           : change.refusal);
+    message = change.message;
+  } else if (result == NotifyResult::notOpened) {
+    fail("IPS Driver is not loaded. Failed to apply translated policy", message);
+  } else {
+    fail(change.refusal.empty() ? STRING("Driver failed to load new policy") : change.refusal,
+         message);
+  }
   return result;
 }
 
@@ -96,7 +104,7 @@ int DriverConfig::changePolicy(PolicyChange& change) {
   ignoreResult(platform::current().registry.readString(kDriverParametersKey, kFilterFileValue,
                                                        change.oldFile));
   change.builtInBefore = builtInInForce();
-  if (const int error = updateDriverConfig(useBuiltin, kFlagOff); error != 0) {
+  if (const int error = writeParameter(useBuiltin, kFlagOff, change.message); error != 0) {
     eventlog::trace(kTag, "Error ret from updateDriverConfig 1");
     return error;
   }
@@ -106,16 +114,16 @@ int DriverConfig::changePolicy(PolicyChange& change) {
   return giveUp(result, change);
 }
 
-int DriverConfig::recordForReboot(const PolicyChange& change) {
-  if (const int error = updateDriverConfig(filterFile, change.file); error != 0) return error;
+int DriverConfig::recordForReboot(PolicyChange& change) {
+  if (const int error = writeParameter(filterFile, change.file, change.message)) return error;
   eventlog::trace(kTag, "Applied the new policy. Unable to open the driver");
   // The date is for those who look at it; the policy is recorded without it.
   ignoreResult(setPolApplicationDate(now()));
   return 0;
 }
 
-int DriverConfig::recordLoaded(const PolicyChange& change) {
-  const int error = updateDriverConfig(filterFile, change.file);
+int DriverConfig::recordLoaded(PolicyChange& change) {
+  const int error = writeParameter(filterFile, change.file, change.message);
   if (error == 0) {
     // As above.
     ignoreResult(setPolApplicationDate(now()));
@@ -125,7 +133,7 @@ int DriverConfig::recordLoaded(const PolicyChange& change) {
   eventlog::trace(kTag, "Reverting to old policy");
   if (loadPolicy(change.oldFile) != NotifyResult::completed) {
     eventlog::trace(kTag, "Driver failed  to load the old policy");
-    setErrorMessage("Driver failed  to load the old policy");
+    fail("Driver failed  to load the old policy", change.message);
   }
   return error;
 }

@@ -1,5 +1,6 @@
 #include "eventlog/event_log.h"
 
+#include <cerrno>
 #include <charconv>
 #include <deque>
 #include <memory>
@@ -8,6 +9,7 @@
 
 #include "eventlog/catalogue.h"
 #include "eventlog/event_log_file.h"
+#include "eventlog/held_records.h"
 #include "eventlog/log_file.h"
 #include "eventlog/log_mutex.h"
 #include "eventlog/recent_errors.h"
@@ -24,6 +26,8 @@ constexpr int kEventRecordsLost = 10501;
 constexpr const char* kSource = "EventLog";
 constexpr size_t kMaxKeptBuffer = 16 * 1024;
 constexpr size_t kRecentTextBytes = 512;
+// What a record is lost of that came when no more could be held: the error of a full memory.
+constexpr int kNoRoom = ENOMEM;
 
 std::atomic<uint64_t> lostRecords{0};
 
@@ -41,7 +45,17 @@ class Log {
     _sequence = _file->open();
     notePath();
     apply(settings);
-    readCatalogue(settings.cataloguePath);
+    const std::string wrong = readCatalogue(settings.cataloguePath);
+    writeHeld();
+    reportCatalogue(wrong);
+  }
+
+  void hold(platform::Clock& clock) {
+    LogLock hold(_lock);
+    if (_file || _holding) return;
+    _holding = true;
+    _clock = &clock;
+    detail::tracing = true;
   }
 
   void reconfigure(const Settings& settings) {
@@ -49,29 +63,38 @@ class Log {
     if (!_file) return;
     _file->configure(settings);
     apply(settings);
-    if (settings.cataloguePath != _cataloguePath) readCatalogue(settings.cataloguePath);
+    if (settings.cataloguePath != _cataloguePath)
+      reportCatalogue(readCatalogue(settings.cataloguePath));
   }
 
   void close() {
     LogLock hold(_lock);
-    if (_holders == 0 || --_holders > 0) return;
+    if (_holders > 1) {
+      --_holders;
+      return;
+    }
+    _holders = 0;
     detail::tracing = false;
     _file.reset();
     _catalogue.clear();
+    _holding = false;
+    _held.take();
   }
 
   void trace(std::string_view tag, std::string_view text) {
     LogLock hold(_lock);
-    Record record;
-    record.type = "TRAC";
-    record.source = tag;
-    record.text = text;
-    write(record);
+    if (_file)
+      writeTrace(tag, text, now());
+    else if (_holding)
+      keep({kTrace, std::string(tag), std::string(text), {}, now()});
   }
 
   void event(int id, std::string_view source, std::span<const std::string> insertions) {
     LogLock hold(_lock);
-    writeEvent(id, source, insertions);
+    if (_file)
+      writeEvent(id, source, insertions, now());
+    else if (_holding)
+      keep({id, std::string(source), {}, {insertions.begin(), insertions.end()}, now()});
   }
 
   std::string currentFile() {
@@ -90,13 +113,41 @@ class Log {
   }
 
  private:
+  static constexpr int kTrace = 0;  // where an event has its number
+
+  Origin now() REQUIRES(_lock) {
+    platform::Platform& system = platform::current();
+    return {_clock->wallMs(), system.processes.currentId(), system.threading.currentThreadId()};
+  }
+
+  void keep(HeldRecord&& record) REQUIRES(_lock) {
+    if (!_held.keep(std::move(record))) lose(kNoRoom);
+  }
+
+  void writeHeld() REQUIRES(_lock) {
+    _holding = false;
+    for (const HeldRecord& held : _held.take()) {
+      if (held.id != kTrace)
+        writeEvent(held.id, held.source, held.insertions, held.origin);
+      else if (tracing())
+        writeTrace(held.source, held.text, held.origin);
+    }
+  }
+
+  void lose(int error) REQUIRES(_lock) {
+    ++lostRecords;
+    ++_unreported;
+    _lastError = error;
+  }
+
   void apply(const Settings& settings) REQUIRES(_lock) { detail::tracing = settings.tracing; }
 
   void notePath() REQUIRES(_lock) {
     if (!_file->path().empty()) _path = _file->path();
   }
 
-  void readCatalogue(const std::string& path) REQUIRES(_lock) {
+  // What is wrong with it; empty when nothing is.
+  std::string readCatalogue(const std::string& path) REQUIRES(_lock) {
     _cataloguePath = path;
     _catalogue.clear();
     std::string bytes, reason;
@@ -104,12 +155,25 @@ class Log {
       reason = "it cannot be read, error " + std::to_string(error);
     else if (const auto wrong = parseCatalogue(bytes, _catalogue))
       reason = wrong->describe();
-    if (!reason.empty())
-      writeEvent(kEventNoCatalogue, kSource, std::vector<std::string>{path, reason});
+    return reason;
   }
 
-  void writeEvent(int id, std::string_view source, std::span<const std::string> insertions)
+  void reportCatalogue(const std::string& wrong) REQUIRES(_lock) {
+    if (wrong.empty()) return;
+    writeEvent(kEventNoCatalogue, kSource, std::vector<std::string>{_cataloguePath, wrong}, now());
+  }
+
+  void writeTrace(std::string_view tag, std::string_view text, const Origin& origin)
       REQUIRES(_lock) {
+    Record record;
+    record.type = "TRAC";
+    record.source = tag;
+    record.text = text;
+    write(record, origin);
+  }
+
+  void writeEvent(int id, std::string_view source, std::span<const std::string> insertions,
+                  const Origin& origin) REQUIRES(_lock) {
     const auto found = _catalogue.find(id);
     const bool known = found != _catalogue.end();
     std::string text;
@@ -126,7 +190,7 @@ class Log {
     record.source = source;
     record.text = text;
     record.insertions = insertions;
-    write(record);
+    write(record, origin);
     if (record.type != "AINF") keepRecent(record);
   }
 
@@ -137,21 +201,17 @@ class Log {
                        utf16ToUtf8(utf8ToUtf16(record.text.substr(0, kRecentTextBytes)))});
   }
 
-  void write(Record& record) REQUIRES(_lock) {
-    if (!_file) return;
+  void write(Record& record, const Origin& origin) REQUIRES(_lock) {
     record.sequence = ++_sequence;
-    record.wallMs = _clock->wallMs();
-    platform::Platform& system = platform::current();
-    record.processId = system.processes.currentId();
-    record.threadId = system.threading.currentThreadId();
+    record.wallMs = origin.wallMs;
+    record.processId = origin.processId;
+    record.threadId = origin.threadId;
     _line.clear();
     appendRecord(_line, record);
     const int error = _file->write(_line);
     if (_line.capacity() > kMaxKeptBuffer) _line = {};
     if (error != 0) {
-      ++lostRecords;
-      ++_unreported;
-      _lastError = error;
+      lose(error);
       return;
     }
     notePath();
@@ -161,7 +221,7 @@ class Log {
   void reportLost() REQUIRES(_lock) {
     const std::vector<std::string> insertions = {std::to_string(std::exchange(_unreported, 0)),
                                                  std::to_string(_lastError)};
-    writeEvent(kEventRecordsLost, kSource, insertions);
+    writeEvent(kEventRecordsLost, kSource, insertions, now());
   }
 
   LogMutex _lock;
@@ -177,6 +237,8 @@ class Log {
   int _lastError GUARDED_BY(_lock) = 0;
   std::string _line GUARDED_BY(_lock);  // reused from record to record
   std::deque<RecentError> _recent GUARDED_BY(_lock);
+  bool _holding GUARDED_BY(_lock) = false;
+  HeldRecords _held GUARDED_BY(_lock);
 };
 
 Log& log() {
@@ -219,6 +281,10 @@ std::string currentFile() {
 
 void EventLog::open(const Settings& settings, platform::Files& files, platform::Clock& clock) {
   guarded([&] { log().open(settings, files, clock); });
+}
+
+void EventLog::hold(platform::Clock& clock) {
+  guarded([&] { log().hold(clock); });
 }
 
 void EventLog::reconfigure(const Settings& settings) {

@@ -2,7 +2,7 @@
 // FixedFormatLog reads back. docs/file-formats.md has the fields, docs/event-catalogue.md the events.
 //
 // One log serves the process; eventlog/event_log_file.h opens it. Until then, and after it was closed,
-// every call is accepted and does nothing. Any thread may call anything at any time; a line is written
+// every call is accepted and does nothing, unless records are held for the log that is to be opened. Any thread may call anything at any time; a line is written
 // whole, with one write.
 // Nothing here throws: a line that cannot be written is counted (EventLog::lost()).
 //

@@ -10,7 +10,9 @@
 // one more full file stay within totalBytes, and are at most 100. Files of other names are never touched.
 //
 // Lifetime: open() and close() count; the first open() opens the log with its settings, the last close()
-// closes it. `files` and `clock` must live until then.
+// closes it. `files` and `clock` must live until then. What comes before the settings are known is held when
+// hold() was called: open() writes it, in its order and with its own times, before anything else. At most
+// kMaxHeldRecords, with kMaxHeldBytes of text, are held; what comes behind them is lost and counted.
 // Threads: any, at any time.
 // Errors: nothing throws. A record that cannot be written is lost and counted; the file is opened anew at
 // most once a second, and event 10501 tells how many were lost once writing works again. A missing or
@@ -46,6 +48,12 @@ struct Settings {
 
 class EventLog {
  public:
+  static constexpr size_t kMaxHeldRecords = 1000;
+  static constexpr size_t kMaxHeldBytes = 256 * 1024;
+
+  // Holds records from now until open() or close(); trace lines too, which open() writes when its settings
+  // have tracing on. Does nothing while the log is open.
+  static void hold(platform::Clock& clock);
   static void open(const Settings& settings, platform::Files& files, platform::Clock& clock);
   // Takes other settings; the catalogue is read again when its path changed. Does nothing while closed.
   static void reconfigure(const Settings& settings);

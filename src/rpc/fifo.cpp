@@ -39,7 +39,10 @@ class Elapsed {
 }  // namespace
 
 Fifo::Fifo(Pipes& pipes, Clock& clock, std::string name, Limits limits)
-    : _pipes(pipes), _clock(clock), _name(std::move(name)), _limits(limits) {}
+    : _pipes(pipes), _clock(clock), _name(std::move(name)), _limits(limits) {
+  // Once, so that a system that has no lock to give refuses the object and not its destruction.
+  const Synchronized made(_lock);
+}
 
 Fifo::~Fifo() {
   closePipe();

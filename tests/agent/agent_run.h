@@ -6,6 +6,7 @@
 #include "agent/korvane_agent.h"
 #include "agent/thread/agent_info.h"
 #include "tests/support/simulated_agent.h"
+#include "tests/support/watchdog.h"
 
 namespace korvane::tests {
 
@@ -25,6 +26,7 @@ class AgentRun {
   // Stops the agent from this thread; gives the simulated milliseconds until both calls are back.
   int64_t stop() {
     const int64_t before = _machine.now();
+    const Wait wait("the agent's stop");
     agent.shutdown();
     _host->join(platform::kInfinite);
     return _machine.now() - before;

@@ -1,5 +1,7 @@
 #include "platform/clock.h"
 #include "tests/config/config_fixture.h"
+#include "tests/support/logged_events.h"
+#include "tests/support/throwing_platform.h"
 
 namespace korvane {
 namespace {
@@ -118,6 +120,52 @@ TEST_F(LoadingTest, TriesTheLockFileTenTimes) {
   held.reset();
   EXPECT_TRUE(config().loadIniFile());
   EXPECT_EQ(config().getPollingInterval(), 90u);
+}
+
+TEST_F(LoadingTest, ALoadThatAnErrorEndsIsMadeAgain) {
+  const std::string damaged = "[A]\nb=c\n" + kGood;
+  for (int nth = 1; nth < 40; ++nth) {
+    SCOPED_TRACE(nth);
+    AgentConfig::freeInstance();
+    put(kAgentIni, nth % 2 ? damaged : kOlder);
+    put(kFallbackIni, kOlder);
+    tests::ThrowingPlatform throwing(platform::current());
+    platform::Platform& former = platform::current();
+    platform::setCurrent(&throwing.platform());
+    throwing.failFrom(nth, /*once=*/true);
+    try {
+      config();
+    } catch (const std::exception&) {
+    }
+    throwing.failFrom(0, false);
+    config().loadIniFile();
+    EXPECT_EQ(config().getPollingInterval(), 90u);
+    config().setAgentName("written");
+    platform::setCurrent(&former);
+    EXPECT_NE(fake.files.content(kAgentIni).find("agent.name=written"), std::string::npos);
+    EXPECT_NE(fake.files.content(kAgentIni).find("polling.interval=90"), std::string::npos);
+  }
+}
+
+TEST_F(LoadingTest, ALastingTroubleIsToldOnce) {
+  LoggedEvents events(fake.files);
+  put(kAgentIni, kGood);
+  config();
+  put(kAgentIni, kOlder);
+  std::unique_ptr<platform::FileLock> held;
+  ASSERT_EQ(fake.files.lock(kLockFile, held), 0);
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(config().loadIniFile());
+  held.reset();
+  EXPECT_TRUE(config().loadIniFile());
+  put(kAgentIni, kGood);
+  files.failAll(FileOperation::open, EACCES, "agent.ini");
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(config().loadIniFile());
+  files.heal();
+  EXPECT_TRUE(config().loadIniFile());
+  ASSERT_EQ(fake.files.lock(kLockFile, held), 0);
+  put(kAgentIni, kOlder);
+  EXPECT_FALSE(config().loadIniFile());
+  EXPECT_EQ(events.all(), (std::vector<int>{10523, 10522, 10523}));
 }
 
 TEST_F(LoadingTest, WaitingForTheLockFileStopsNobodyElse) {

@@ -6,6 +6,7 @@
 #include "agent/thread/stop_token.h"
 #include "driver/driver_protocol.h"
 #include "tests/driver/driver_fixture.h"
+#include "tests/support/watchdog.h"
 
 namespace korvane {
 namespace {
@@ -88,7 +89,7 @@ TEST_F(NotifyDriverTest, AStopEndsTheWaitAndCancelsTheRequest) {
   fake.devices.queue(KAVIPS_QUERY_POLICY, DeviceScript::pending(platform::kInfinite, 0));
   int32_t result = -1;
   std::thread waiting([&] { result = NotifyDriver(kQuery, nullptr, 0, platform::kInfinite); });
-  while (fake.devices.openRequests() == 0) std::this_thread::yield();
+  EXPECT_TRUE(tests::waitFor("a request", [&] { return fake.devices.openRequests() > 0; }));
   shutdownToken().request();
   waiting.join();
   EXPECT_EQ(result, 5);

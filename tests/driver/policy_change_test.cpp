@@ -59,9 +59,11 @@ TEST_F(PolicyChangeTest, EveryOutcomeLeavesTheSettingsAsItShould) {
     const int loads = requests(kLoad);
     fake.devices.queue(kLoad, each.load);
     if (each.reason) fake.devices.queue(0x80004024, *each.reason);
-    EXPECT_EQ(DriverConfig::newPolicy("/new.conf"), each.result);
+    STRING message;
+    EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), each.result);
+    EXPECT_EQ(message.toUtf8(), each.message ? each.message : "");
     if (each.message) {
-      EXPECT_EQ(DriverConfig::getErrorMessage().toUtf8(), each.message);
+      EXPECT_EQ(DriverConfig::getErrorMessage(), message);
     }
     EXPECT_EQ(parameter("UseBuiltin"), each.flagAfter);
     EXPECT_EQ(parameter("Filter File"), each.result == 0 ? "/new.conf" : "/old.conf");
@@ -107,9 +109,11 @@ TEST_F(PolicyChangeTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstand
 TEST_F(PolicyChangeTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
   reset("0", false);
   fake.registry.refuseBelow(kParameters, 5);
-  EXPECT_EQ(DriverConfig::newPolicy("/new.conf"), 7);
+  STRING message;
+  EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), 7);
   EXPECT_EQ(requests(kLoad), 0);
-  EXPECT_TRUE(DriverConfig::getErrorMessage().endsWith("Parameters\\UseBuiltin"));
+  EXPECT_TRUE(message.endsWith("Parameters\\UseBuiltin"));
+  EXPECT_EQ(DriverConfig::getErrorMessage(), message);
 
   // The registry refuses once the driver has accepted: the old policy goes back.
   for (const uint32_t revert : {0u, 13u}) {
@@ -122,11 +126,11 @@ TEST_F(PolicyChangeTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
       fake.registry.refuseBelow(kParameters, 5);
       return DeviceScript::pending(0, loaded.size() == 1 ? 0 : revert);
     });
-    EXPECT_EQ(DriverConfig::newPolicy("/new.conf"), 7);
+    EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), 7);
     ASSERT_EQ(loaded.size(), 2u);
     EXPECT_EQ(loaded[1][2], std::byte{'o'}) << "the old file";
-    EXPECT_EQ(DriverConfig::getErrorMessage() == STRING("Driver failed  to load the old policy"),
-              revert != 0);
+    EXPECT_EQ(message == STRING("Driver failed  to load the old policy"), revert != 0);
+    EXPECT_EQ(DriverConfig::getErrorMessage(), message);
     EXPECT_EQ(DriverConfig::getPolApplicationDate(), 5u);
   }
 }

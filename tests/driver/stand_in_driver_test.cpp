@@ -14,6 +14,7 @@
 #include "driver/notify_driver.h"
 #include "platform/fake/fake_platform.h"
 #include "tests/support/logged_events.h"
+#include "tests/support/watchdog.h"
 #include "update/prevention_state.h"
 
 // DriverWorld, the driver of this system.
@@ -222,8 +223,8 @@ TEST_F(StandInDriverTest, RequestsEndAsTheOperatorWantsThem) {
       EXPECT_EQ(now.back(), each.event) << each.command;
     }
   }
-  while (!stateHas("\"pending\":0"))
-    std::this_thread::yield();  // the cancelled ones go by themselves
+  EXPECT_TRUE(tests::waitFor("the cancelled ones to go by themselves",
+                             [&] { return stateHas("\"pending\":0"); }));
 
   for (const char* text : {"delay", "delay x", "delay 3600001", "stall now", "vanish now",
                            "late-error 1 2 3", "prevention maybe", "frobnicate"}) {
@@ -247,13 +248,13 @@ TEST_F(StandInDriverTest, AStalledRequestEndsWithTheAgentOrWithTheDriver) {
     world.command("stall");
     int result = -1;
     std::thread asking([&] { result = notify(KAVIPS_USE_BUILTIN, nullptr, 0, 100000); });
-    while (!stateHas("\"pending\":1")) std::this_thread::yield();
+    EXPECT_TRUE(tests::waitFor("the request", [&] { return stateHas("\"pending\":1"); }));
     each.end();
     asking.join();
     EXPECT_EQ(result, each.result) << each.what;
     if (each.what == std::string("vanish")) world.stop();
   }
-  while (!stateHas("\"pending\":0")) std::this_thread::yield();
+  EXPECT_TRUE(tests::waitFor("the requests to go", [&] { return stateHas("\"pending\":0"); }));
   EXPECT_EQ(events.all(), std::vector<int>{}) << "none of it is the driver's fault";
 }
 
@@ -264,7 +265,7 @@ TEST_F(StandInDriverTest, ADriverThatGoesIsReportedOnceAndComesBack) {
   EXPECT_EQ(load("good.conf"), 2);
   EXPECT_EQ(events.all(), std::vector<int>{10112});
   world.command("normal");
-  while (!world.isThere()) std::this_thread::yield();
+  EXPECT_TRUE(tests::waitFor("the driver", [&] { return world.isThere(); }));
   for (int i = 0; i < 2; ++i) EXPECT_EQ(applied(), "Web/3.2/x-1");
   world.stop();
   for (int i = 0; i < 2; ++i) EXPECT_EQ(applied(), "unknown");

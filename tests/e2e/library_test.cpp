@@ -39,7 +39,8 @@ TEST(Library, StartsAndStopsAgainAndAgainFromSeveralThreads) {
     setenv("KORVANE_RUN_DIR", agent.path("run").c_str(), 1);
     AgentInfo* info = nullptr;
     std::thread host([&] { info = start(); });
-    ASSERT_TRUE(agent.logged(type == 1 ? "unsuccessful registration" : ",10106,"));
+    ASSERT_TRUE(agent.logged(type == 1 ? "unsuccessful registration" : ",10112,"))
+        << "each start tells anew that there is no driver";
     EXPECT_EQ(start(), nullptr) << "one agent at a time";
     std::vector<std::thread> stoppers;
     for (int i = 0; i < 3; ++i) stoppers.emplace_back([&] { EXPECT_STREQ(stop(), kStopText); });

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "eventlog/event_log_file.h"
+#include "eventlog/recent_errors.h"
 #include "eventlog/record.h"
 #include "platform/fake/faulty_files.h"
 #include "platform/fake/manual_clock.h"
@@ -69,6 +70,74 @@ class EventLogTest : public ::testing::Test {
   Settings settings;
   bool opened = false;
 };
+
+TEST_F(EventLogTest, WhatCameBeforeTheSettingsStandsFirstWithItsOwnTimes) {
+  for (const bool traced : {false, true}) {
+    settings.directory = traced ? "/traced" : "/plain";
+    settings.tracing = traced;
+    EventLog::hold(clock);
+    event(10100, "Load", {1, "early"});
+    clock.advance(1000);
+    trace("Load", "looked at %d", 7);
+    clock.advance(1000);
+    event(10106, "Load", {"2"});
+    clock.advance(1000);
+    open();
+    event(10106, "Later", {"3"});
+    EventLog::hold(clock);  // nothing, while the log is open
+    event(10106, "Later", {"4"});
+    const auto read = lines();
+    ASSERT_EQ(read.size(), traced ? 5u : 4u);
+    EXPECT_EQ(read[0][0], "AERR") << "with the catalogue's type";
+    EXPECT_EQ(read[0][7], "Code 1: early");
+    EXPECT_EQ(read[traced ? 2 : 1][7], "Version 2 started.");
+    if (traced) {
+      EXPECT_EQ(read[1][7], "looked at 7");
+    }
+    std::set<std::string> times;
+    for (size_t i = 0; i < read.size(); ++i) {
+      EXPECT_EQ(read[i][1], std::to_string(i + 1));
+      times.insert(read[i][2]);
+    }
+    EXPECT_EQ(times.size(), read.size() - 1) << "all but those after the opening have their own";
+    EXPECT_EQ(recentErrors().size(), 1u);
+    close();
+    EXPECT_FALSE(tracing());
+  }
+}
+
+TEST_F(EventLogTest, HoldsSoMuchAndCountsTheRest) {
+  const uint64_t before = EventLog::lost();
+  const std::string wide(1000, 'w');
+  for (const std::string& text : {std::string("t"), wide}) {
+    settings.directory = "/held" + text.substr(0, 1);
+    EventLog::hold(clock);
+    for (int i = 0; i < 1200; ++i) event(10106, "s", {text});
+    open();
+    const auto read = lines();
+    const size_t room = text == wide ? EventLog::kMaxHeldBytes / 1001 : 1000;
+    ASSERT_EQ(read.size(), room + 1);
+    EXPECT_EQ(read[1][3], "10501") << "told with the first that is written";
+    EXPECT_EQ(read[1][8], std::to_string(1200 - room));
+    close();
+  }
+  EXPECT_EQ(EventLog::lost() - before, 200 + 1200 - EventLog::kMaxHeldBytes / 1001);
+
+  settings.directory = "/forgotten";
+  EventLog::hold(clock);
+  event(10106, "s", {"forgotten"});
+  EventLog::close();
+  open();
+  EXPECT_TRUE(lines().empty());
+  close();
+
+  settings.cataloguePath = "/none";
+  EventLog::hold(clock);
+  event(10106, "s", {"held"});
+  open();
+  ASSERT_EQ(lines().size(), 2u);
+  EXPECT_EQ(lines()[1][3], "10500") << "behind what was held";
+}
 
 TEST_F(EventLogTest, WritesEventsAlwaysAndTracesWhileTracingIsOn) {
   event(10106, "KorvaneAgent", {"0"});

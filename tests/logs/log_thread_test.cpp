@@ -4,6 +4,7 @@
 #include "logs/bulk_log_processing_thread.h"
 #include "logs/log_processing_thread.h"
 #include "tests/logs/log_fixture.h"
+#include "tests/support/watchdog.h"
 
 namespace korvane::tests {
 namespace {
@@ -35,7 +36,7 @@ class LogThreadTest : public LogFixture {
     return std::make_unique<LogProcessor>(HIDS_RT_LOG, std::make_unique<FakeDestination>(received));
   }
   static void join(Thread& thread) {
-    while (thread.isAlive()) std::this_thread::yield();
+    EXPECT_TRUE(tests::waitFor("the thread's end", [&] { return !thread.isAlive(); }));
   }
 
   FakeDestination::Received received;

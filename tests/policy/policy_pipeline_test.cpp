@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
+#include "driver/driver_config.h"
 #include "tests/policy/policy_world.h"
 #include "tests/support/logged_events.h"
 #include "update/policy/policy_change.h"
@@ -85,6 +89,24 @@ TEST(PolicyPipeline, AFailureLeavesTheFormerPolicyAndTellsWhy) {
     EXPECT_EQ(record.errorText, STRING(row.text));
     EXPECT_EQ(record.name, STRING("B"));
   }
+}
+
+// The agent's other callers of the driver interface fail at the same time, each with a text of its own.
+TEST(PolicyPipeline, ARefusalIsToldInTheDriversWordsWhateverElseFailsMeanwhile) {
+  Pipeline pipeline;
+  std::atomic<bool> done{false};
+  std::thread other([&done] {
+    STRING value;
+    while (!done) EXPECT_NE(DriverConfig::getDriverConfig(DriverConfig::noValue, value), 0);
+  });
+  int told = 0;
+  for (int i = 0; i < 500; ++i) {
+    EXPECT_FALSE(pipeline.install("B", "refuse"));
+    told += pipeline.config().getPolicyErrorStr() == STRING("the rules clash");
+  }
+  done = true;
+  other.join();
+  EXPECT_EQ(told, 500);
 }
 
 TEST(PolicyPipeline, WhatCannotBeTranslatedAtAllIsReportedWithItsCode) {

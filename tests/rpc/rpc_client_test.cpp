@@ -7,6 +7,7 @@
 #include "rpc/rpc_named_pipe.h"
 #include "rpc/rpc_server.h"
 #include "tests/rpc/pipe_worlds.h"
+#include "tests/support/watchdog.h"
 
 namespace korvane {
 namespace {
@@ -27,6 +28,7 @@ class ForgetfulServer {
   ~ForgetfulServer() {
     _ended = true;
     _fifo.interrupt();
+    const tests::Wait wait("the server's thread");
     _thread->join(kInfinite);
   }
 

@@ -6,6 +6,7 @@
 #include "platform/fake/fake_platform.h"
 #include "rpc/rpc_named_pipe.h"
 #include "tests/rpc/pipe_worlds.h"
+#include "tests/support/watchdog.h"
 
 namespace korvane {
 namespace {
@@ -48,6 +49,7 @@ class Serving {
   }
   ~Serving() {
     _stop.request();
+    const tests::Wait wait("the server's thread");
     _thread->join(kInfinite);
   }
 

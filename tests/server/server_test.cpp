@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "tests/server/server_fixture.h"
+#include "tests/support/watchdog.h"
 
 namespace korvane::server {
 namespace {
@@ -409,7 +410,8 @@ TEST_F(ServerTest, StopEndsIdleHangingAndUnfinishedConnections) {
     return post(by, "testConnection", "EOF_FLAG\n", "").arrived;
   });
   Listener unused("127.0.0.1", 0, [](Connection&) {});
-  while (get("/misbehave")[0]["hits"] == 0) std::this_thread::yield();
+  ASSERT_TRUE(
+      tests::waitFor("a request that hangs", [&] { return get("/misbehave")[0]["hits"] != 0; }));
   const auto before = std::chrono::steady_clock::now();
   _server->stop();
   EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));

@@ -27,6 +27,7 @@ struct MachineOptions {
   std::string settings = "";  // lines added to agent.ini
   uint64_t seed = 1;
   std::string url = "https://127.0.0.1:8443/korvane/agent/";
+  bool ownLog = true;  // false: for a test that starts the agent whole, which opens its log itself
 };
 
 class SimulatedMachine {
@@ -39,9 +40,10 @@ class SimulatedMachine {
     setInstallRoot(kRoot);
     fake.files.put(kIni, "[Agent]\nagent.http.url=" + options.url + "\n" + options.settings);
     fake.registry.put(kAgentRegistryKey, "AgentType", STRING(options.serviceType));
+    fake.registry.put(kAgentRegistryKey, "InstallRoot", STRING(kRoot));
     readServiceType();
     fake.devices.setOpenError(platform::kErrorFileNotFound);
-    openLog();
+    if (options.ownLog) openLog();
   }
 
   ~SimulatedMachine() {

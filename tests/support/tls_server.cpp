@@ -5,6 +5,8 @@
 
 #include <stdexcept>
 
+#include "tests/support/watchdog.h"
+
 namespace korvane::tests {
 namespace {
 
@@ -252,6 +254,7 @@ TlsServer::TlsServer(const TestAuthority& authority, Script script, const Option
 }
 
 TlsServer::~TlsServer() {
+  const Wait wait("the threads of the test server");
   _stopping = true;
   _listener->interrupt();
   if (_acceptor.joinable()) _acceptor.join();
@@ -297,7 +300,9 @@ void TlsServer::accept() {
 void TlsServer::serve(Connection& connection, int number) {
   switch (_options.manner) {
     case Manner::hangInHandshake:
-      return hold(connection.socket());
+      // The system accepts a client before the client knows; one that has spoken is in its handshake.
+      if (connection.waitForClient()) hold(connection.socket());
+      return;
     case Manner::sayPlain:
     case Manner::cutHandshake:
     case Manner::answerUnread:

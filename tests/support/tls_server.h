@@ -104,7 +104,8 @@ class TlsServer {
   uint16_t port() const { return _port; }
   std::vector<Request> requests() const;
   int connections() const { return _connections; }
-  // Waits until a client is where a hanging manner or reply holds it; false after 20 seconds.
+  // Waits until a client is where a hanging manner or reply holds it, and has come there in its own view:
+  // one in the handshake has sent its first bytes. False after 20 seconds.
   bool waitUntilHeld() const;
 
   // A whole answer with status 200 and a Content-Length.

@@ -42,6 +42,21 @@ TEST(StopToken, CallbackRunsOncePerRequestWhileRegistered) {
   EXPECT_EQ(late, 2);
 }
 
+TEST(StopToken, ACallbackThatThrowsKeepsNobodyFromBeingTold) {
+  StopToken token;
+  int told = 0;
+  const auto fault = [&] {
+    ++told;
+    throw std::bad_alloc();
+  };
+  StopCallback first(token, fault);
+  StopCallback second(token, fault);
+  token.request();
+  EXPECT_EQ(told, 2);
+  StopCallback late(token, fault);
+  EXPECT_EQ(told, 3);
+}
+
 // What a callback uses lives as long as the registration: the end of one waits for the callback's end, and
 // every registration is told of a stop that came at any time.
 TEST(StopToken, RegistrationsComeAndGoWhileStopsAreRequested) {

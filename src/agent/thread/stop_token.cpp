@@ -8,13 +8,25 @@ namespace korvane {
 
 using platform::WaitResult;
 
+namespace {
+
+// One that throws all the same must not keep the others from being run.
+void run(const std::function<void()>& action) noexcept {
+  try {
+    action();
+  } catch (...) {
+  }
+}
+
+}  // namespace
+
 void StopToken::request() {
   _requested.store(true, std::memory_order_release);
   Synchronized hold(_lock);
   if (_announced) return;
   _announced = true;
   if (platform::Event* sleepers = _event.existing()) sleepers->set();
-  for (StopCallback* callback : _callbacks) callback->_action();
+  for (StopCallback* callback : _callbacks) run(callback->_action);
 }
 
 void StopToken::reset() {
@@ -48,7 +60,7 @@ StopCallback::StopCallback(StopToken& token, std::function<void()> action)
     : _token(token), _action(std::move(action)) {
   Synchronized hold(_token._lock);
   _token._callbacks.push_back(this);
-  if (_token._announced) _action();
+  if (_token._announced) run(_action);
 }
 
 StopCallback::~StopCallback() {

@@ -85,7 +85,11 @@ void Thread::wrapper(Thread& self, const std::shared_ptr<Control>& control) noex
     control->failure = std::current_exception();
   }
   const bool registered = !control->failure;
-  control->aliveEvent.post();
+  try {
+    control->aliveEvent.post();
+  } catch (const ThreadException&) {
+    // The constructor waits on; ending the process here would end the host.
+  }
   if (registered) runBody(self, *control);
   if (key) forgetCurrent(*key);
   if (control->finish()) delete &self;

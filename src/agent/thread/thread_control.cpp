@@ -66,10 +66,13 @@ void Thread::Control::start() {
 
 bool Thread::Control::wait(uint32_t timeoutMs) {
   if (stopState != StopState::none) return true;
+  struct Waiting {
+    bool& mark;
+    ~Waiting() { mark = false; }
+  };
   waiting = true;
-  const bool woken = condition.wait(timeoutMs);
-  waiting = false;
-  return woken;
+  const Waiting end{waiting};
+  return condition.wait(timeoutMs);
 }
 
 void Thread::Control::setPriority(ThreadPriority priority) {

@@ -138,9 +138,9 @@ bool PolicyProcessor::load(Attempt& attempt, const Received* received) {
 }
 
 bool PolicyProcessor::loadIntoDriver(PolicyChange& change, Attempt& attempt) {
-  const int result = DriverConfig::newPolicy(attempt.files.minus);
+  STRING text;
+  const int result = DriverConfig::newPolicy(attempt.files.minus, text);
   if (result == 0) return true;
-  const STRING text = DriverConfig::getErrorMessage();
   // Undoing tells of its own failure.
   ignoreResult(
       change.undo(result == NotifyResult::finishedWithError || result == NotifyResult::notOpened));

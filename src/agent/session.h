@@ -1,0 +1,20 @@
+// The runs of the agent in one process, one at a time: who may start, and who is stopped.
+//
+// Threads: any. endSession() may come at any moment, any number of times at once; one that comes before the
+// run has made its agent does nothing. Nothing throws out of either, and whatever fails in a run or in its
+// stop, the calls come back and the next start finds the way free.
+#pragma once
+
+namespace korvane {
+
+class AgentInfo;
+
+// Runs an agent on the calling thread until it has stopped. `adoptPlatform` is called once the start is sure to be
+// the only one. The AgentInfo lives until the next start; null when an agent runs already, when this one could
+// not be put together, or when there was no memory for the AgentInfo.
+AgentInfo* runSession(void (*adoptPlatform)());
+
+// Stops the agent that runs, if one does; returns when its main routine is over.
+void endSession();
+
+}  // namespace korvane

@@ -1,0 +1,24 @@
+// A step of taking the agent down: whatever it throws, the steps behind it are made.
+#pragma once
+
+#include <exception>
+
+#include "eventlog/event_log.h"
+
+namespace korvane {
+
+// `what` names the step in event 10562.
+template <class Step>
+void stopStep(const char* what, Step step) noexcept {
+  constexpr int kEventStepFailed = 10562;
+  constexpr char kSource[] = "KorvaneAgent";
+  try {
+    step();
+  } catch (const std::exception& error) {
+    eventlog::event(kEventStepFailed, kSource, {what, error.what()});
+  } catch (...) {
+    eventlog::event(kEventStepFailed, kSource, {what, "no exception of the agent's"});
+  }
+}
+
+}  // namespace korvane

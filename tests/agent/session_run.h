@@ -1,0 +1,37 @@
+// One start of the whole agent, composition included, on a simulated machine without an own log.
+#pragma once
+
+#include <memory>
+
+#include "agent/session.h"
+#include "tests/support/simulated_agent.h"
+#include "tests/support/watchdog.h"
+
+namespace korvane::tests {
+
+class SessionRun {
+ public:
+  explicit SessionRun(SimulatedMachine& machine) {
+    _host = machine.sim.createThread(0, [this] {
+      info = runSession([] {});
+      _returned = true;
+    });
+  }
+  ~SessionRun() { stop(); }
+
+  bool returned() const { return _returned; }
+  // True when the stop and the run came back, within a simulated minute and a half.
+  bool stop() {
+    const Wait wait("the agent's stop");
+    endSession();
+    return _host->join(90000) == platform::WaitResult::signalled;
+  }
+
+  AgentInfo* info = nullptr;
+
+ private:
+  bool _returned = false;
+  std::unique_ptr<platform::NativeThread> _host;
+};
+
+}  // namespace korvane::tests
