@@ -30,12 +30,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!korvane::parseIniText(bytes, text)) return 0;
   SettingStore settings(StoreKind::settings);
   SettingStore communication(StoreKind::communication);
-  settings.merge(text);
-  communication.merge(text);
+  korvane::PropertyList refused;
+  settings.merge(text, refused);
+  communication.merge(text, refused);
   const std::string once = written(settings, communication);
   IniText again;
   if (!korvane::parseIniText(once, again) || !korvane::checksumHolds(again, false)) std::abort();
-  if (settings.merge(again) || communication.merge(again)) std::abort();
+  if (settings.merge(again, refused) || communication.merge(again, refused)) std::abort();
   if (settings.dirty() || communication.dirty()) std::abort();
   if (written(settings, communication) != once) std::abort();
   return 0;

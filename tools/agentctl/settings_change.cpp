@@ -85,7 +85,8 @@ void SettingsChange::checkMayWrite() const {
                   "Run this as the agent's account or as administrator.");
   // Empty, and emptied again by the next change.
   ignoreResult(files.remove(probe));
-  if (!IniFiles(_directory).lock(kTag))
+  int locked = 0;
+  if (!IniFiles(_directory).lock(kTag, locked))
     throw Failure(
         ExitStatus::failed,
         "another program keeps " + IniFiles(_directory).agentIni() + " locked for ten seconds now",

@@ -8,7 +8,7 @@
 namespace korvane::agentctl {
 namespace {
 
-const char* describe(IniFault fault) {
+const char* predicateOf(IniFault fault) {
   switch (fault) {
     case IniFault::missing:
       return "is not there";
@@ -26,8 +26,9 @@ const char* describe(IniFault fault) {
 }  // namespace
 
 void SettingsView::take(const IniText& file) {
-  _settings.merge(file);
-  _communication.merge(file);
+  PropertyList refused;  // `config check` names them; here the settings are shown that hold
+  _settings.merge(file, refused);
+  _communication.merge(file, refused);
   for (const auto& [key, value] : file.values)
     if (!findRow(key) && _settings.other(key)) _others.emplace_back(key, *_settings.other(key));
 }
@@ -43,7 +44,7 @@ SettingsView SettingsView::ofInstallation(const std::string& directory) {
     view.take(text);
     return view;
   }
-  const std::string what = files.agentIni() + " " + describe(fault);
+  const std::string what = files.agentIni() + " " + predicateOf(fault);
   if (fault == IniFault::unreadable)
     throw Failure(ExitStatus::notPermitted, what,
                   "Run this as the agent's account or as administrator.");
@@ -53,7 +54,7 @@ SettingsView SettingsView::ofInstallation(const std::string& directory) {
   if (second == IniFault::none)
     view.take(text);
   else
-    view._fault += ", and fallback.ini " + std::string(describe(second));
+    view._fault += ", and fallback.ini " + std::string(predicateOf(second));
   return view;
 }
 
@@ -62,7 +63,7 @@ SettingsView SettingsView::ofFile(const std::string& path) {
   IniText text;
   const IniFault fault = IniFiles::readIniFileInMem(memory, path, text, true);
   if (fault != IniFault::none && fault != IniFault::corrupt)
-    throw Failure(ExitStatus::failed, path + " " + describe(fault),
+    throw Failure(ExitStatus::failed, path + " " + predicateOf(fault),
                   "`agentctl config check FILE` says more about a file.");
   SettingsView view(path);
   view.take(text);
