@@ -1,6 +1,7 @@
 // The transport over libcurl against a real server on loopback, well-behaved and not.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -188,14 +189,17 @@ TEST_F(Tls, RefusedAnswers) {
 // Whatever else libcurl could read or write under the URL, it is no server.
 TEST_F(Tls, NothingButAnHttpAnswerOfAServerCounts) {
   write("register", properties("agent.id=7\n") + "EOF_FLAG\n");
+  std::string folder = path("");
+  std::replace(folder.begin(), folder.end(), '\\', '/');
+  if (!folder.starts_with('/')) folder = "/" + folder;  // a drive's letter
   TlsServer server(*authority, [&](const TlsServer::Request&) {
-    return TlsServer::Reply{"HTTP/1.1 302 Found\r\nLocation: file://" + path("register") +
+    return TlsServer::Reply{"HTTP/1.1 302 Found\r\nLocation: file://" + folder + "register" +
                             "\r\nContent-Length: 0\r\n\r\n"};
   });
   const std::string at = "127.0.0.1:" + std::to_string(server.port()) + "/";
   for (const char* list : {"", "127.0.0.1"}) {
-    for (const auto& [url, code] : {std::pair("file://" + path(""), 1),
-                                    {"FILE://localhost" + path(""), 1},
+    for (const auto& [url, code] : {std::pair("file://" + folder, 1),
+                                    {"FILE://localhost" + folder, 1},
                                     {"gopher://127.0.0.1:1/", 1},
                                     {"127.0.0.1:1/", 1},
                                     {"https://" + at, 302}}) {
