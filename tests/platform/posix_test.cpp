@@ -9,10 +9,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
 #include "platform/error_codes.h"
+#include "platform/fake/manual_clock.h"
+#include "platform/fake/recording_files.h"
 #include "platform/native.h"
 #include "platform/paths.h"
 #include "tests/platform/simulator_stand_in.h"
@@ -233,6 +236,44 @@ TEST_F(PosixTest, registryWritersExcludeEachOther) {
   EXPECT_EQ(platform.registry.readDword("K", "theirs", theirs), kOk);
   EXPECT_EQ(ours, 24u);
   EXPECT_EQ(theirs, 24u) << "no write undid another";
+}
+
+TEST_F(PosixTest, whatWasWrittenToTheRegistrySurvivesEveryCrashAndNoFlushCanBeLeftOut) {
+  ManualClock clock;
+  MemoryFiles memory(clock);
+  memory.put("/m/machine.reg", "REGEDIT4\n[HKEY_LOCAL_MACHINE\\K]\n\"v\"=dword:00000000\n");
+  RecordingFiles recording(memory);
+  const auto registryOn = [&](Files& files) {
+    return makeNativeRegistry({"/m/machine.reg", ""}, files, platform.devices);
+  };
+  std::vector<size_t> sureAt;  // the recording's length when each value had been written
+  {
+    const auto registry = registryOn(recording);
+    for (uint32_t value = 1; value <= 3; ++value) {
+      ASSERT_EQ(registry->writeDword("K", "v", value), kOk);
+      sureAt.push_back(recording.size());
+    }
+  }
+  size_t states = 0;
+  const auto lost = [&] {
+    size_t count = 0;
+    for (size_t entries = 0; entries <= recording.size(); ++entries)
+      recording.forEachCrashAfter(entries, [&](const std::string&, MemoryFiles& disk) {
+        ++states;
+        uint32_t found = 0;
+        const uint32_t error = registryOn(disk)->readDword("K", "v", found);
+        const auto sure = std::ranges::upper_bound(sureAt, entries) - sureAt.begin();
+        count += error != kOk || found < static_cast<uint32_t>(sure);
+      });
+    return count;
+  };
+  EXPECT_EQ(lost(), 0u);
+  std::printf("%zu states of a registry file\n", states);
+  EXPECT_EQ(recording.flushes(), 6u);
+  for (size_t flush = 0; flush < recording.flushes(); ++flush) {
+    recording.leaveOutFlush(flush);
+    EXPECT_GT(lost(), 0u) << recording.describeFlush(flush);
+  }
 }
 
 TEST_F(PosixTest, aRegistryWithoutAFileIsEmptyAndReadOnly) {

@@ -246,6 +246,30 @@ TEST(PolicyPipeline, AnIdsPolicyIsTranslatedBesideItsPlusFile) {
   EXPECT_EQ(pipeline.world.driverFolder().size(), 5U) << "the failed one has gone";
 }
 
+TEST(PolicyPipeline, AnIdsPolicyIsSureWhenItIsHandedOverAndNoFlushCanBeLeftOut) {
+  Pipeline pipeline;
+  platform::RecordingFiles& recording = *pipeline.world.recording;
+  const size_t begun = recording.flushes();
+  const std::string bytes = source("D");
+  const STRING plus = pipeline.policy.savePolicyToFile(bytes.data(), bytes.size());
+  STRING result;
+  ASSERT_TRUE(pipeline.policy.translateHIDSPolicy(plus, result));
+  const auto lost = [&] {
+    size_t count = 0;
+    recording.forEachCrashAfter(
+        recording.size(), [&](const std::string&, platform::MemoryFiles& disk) {
+          count +=
+              disk.content(plus.toUtf8()) != bytes || disk.content(result.toUtf8()) != "ids D";
+        });
+    return count;
+  };
+  EXPECT_EQ(lost(), 0U);
+  for (size_t flush = begun; flush < begun + 3; ++flush) {
+    recording.leaveOutFlush(flush);
+    EXPECT_GT(lost(), 0U) << recording.describeFlush(flush);
+  }
+}
+
 TEST(PolicyPipeline, OldPoliciesGoAndWhatIsInUseOrSomebodyElsesStays) {
   Machine machine = installedMachine();
   const std::string ours = tests::kDriverFolder;

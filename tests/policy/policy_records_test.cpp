@@ -1,6 +1,9 @@
 // What the pipeline writes down: the journal of a change and the history.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <set>
+
 #include "tests/policy/policy_world.h"
 #include "update/policy/policy_history.h"
 #include "update/policy/policy_journal.h"
@@ -80,6 +83,66 @@ TEST(PolicyHistory, GrowsToItsBoundTwice) {
   const std::string aside = world.fake.files.content(kAside);
   EXPECT_LE(aside.size(), PolicyHistory::kMaxHistoryBytes);
   EXPECT_GT(aside.size(), PolicyHistory::kMaxHistoryBytes / 2);
+}
+
+TEST(PolicyHistory, WhatWasAddedSurvivesEveryCrashAndNoFlushCanBeLeftOut) {
+  tests::PolicyWorld world(tests::installedMachine());
+  platform::RecordingFiles& recording = *world.recording;
+  PolicyHistory history;
+  ASSERT_TRUE(history.initialize());
+  std::vector<size_t> sureAt;  // the recording's length when each record had been added
+  HistoryRecord record = someRecord();
+  for (record.durationMs = 1000; record.durationMs < 1003; ++record.durationMs) {
+    history.add(PolicyHistory::ips, record);
+    sureAt.push_back(recording.size());
+  }
+  size_t states = 0;
+  const auto lost = [&] {
+    size_t count = 0;
+    for (size_t entries = 0; entries <= recording.size(); ++entries)
+      recording.forEachCrashAfter(entries, [&](const std::string&, platform::MemoryFiles& disk) {
+        ++states;
+        const std::string now = disk.content(kHistory);
+        for (size_t i = 0; i < sureAt.size(); ++i)
+          count += sureAt[i] <= entries &&
+                   now.find("\"100" + std::to_string(i) + "\"\n") == std::string::npos;
+      });
+    return count;
+  };
+  EXPECT_EQ(lost(), 0U);
+  std::printf("%zu states of a history\n", states);
+  std::set<std::string> missed;
+  for (size_t flush = 0; flush < recording.flushes(); ++flush) {
+    recording.leaveOutFlush(flush);
+    if (lost() > 0) missed.insert(recording.describeFlush(flush));
+  }
+  EXPECT_TRUE(missed.contains("flush " + std::string(kHistory)));
+}
+
+// A full file is set aside, surely before another takes its place.
+TEST(PolicyHistory, ACrashLosesNoFullFile) {
+  tests::Machine machine = tests::installedMachine();
+  machine.files[kHistory] = std::string(PolicyHistory::kMaxHistoryBytes - 50, 'x') + "\n";
+  tests::PolicyWorld world(machine);
+  platform::RecordingFiles& recording = *world.recording;
+  PolicyHistory history;
+  ASSERT_TRUE(history.initialize());
+  const size_t begun = recording.size();
+  const size_t flush = recording.flushes();
+  history.add(PolicyHistory::ips, someRecord());
+  for (const bool left : {false, true}) {
+    recording.leaveOutFlush(left ? flush : platform::RecordingFiles::kNoFlush);
+    bool lost = false;
+    for (size_t entries = begun; entries <= recording.size(); ++entries)
+      for (const platform::NameLoss names : platform::kNameLosses) {
+        platform::ManualClock clock;
+        platform::MemoryFiles disk(clock);
+        recording.crash(entries, platform::DataLoss::none, names, disk);
+        lost = lost || (disk.content(kHistory).substr(0, 3) != "xxx" &&
+                        disk.content(kAside).substr(0, 3) != "xxx");
+      }
+    EXPECT_EQ(lost, left) << recording.describeFlush(flush);
+  }
 }
 
 TEST(PolicyHistory, ACutLineEndsWhereItWasCut) {

@@ -2,7 +2,10 @@
 #include "update/software_update.h"
 
 #include <gmock/gmock.h>
+
 #include <gtest/gtest.h>
+#include <cstdio>
+#include <set>
 
 #include "platform/fake/recording_files.h"
 #include "tests/support/simulated_agent.h"
@@ -198,21 +201,38 @@ TEST(SoftwareUpdate, AfterACrashTheNextStartKnowsOfAWholePackageOrOfNone) {
   platform::setCurrent(&recording);
   step.fetch(packages(kNamed, {{"zipdata", kPackage}}));
   AgentConfig::freeInstance();
-  int known = 0;
-  recorded.forEachCrash([&](const std::string& state, platform::MemoryFiles& disk) {
-    platform::Platform after = platform::withFiles(fake, disk);
-    platform::setCurrent(&after);
-    if (step.config().updateInProgress()) {
-      ++known;
-      EXPECT_EQ(disk.content(std::string(kFolder) + "setup.bin"), "program") << state;
-      EXPECT_FALSE(
-          parseUpdateResults(disk.content(std::string(kFolder) + "swupdate.results")).empty())
-          << state;
-    }
-    AgentConfig::freeInstance();
-  });
-  platform::setCurrent(&fake);
+  int states = 0, known = 0;
+  const auto broken = [&] {
+    std::vector<std::string> found;
+    recorded.forEachCrash([&](const std::string& state, platform::MemoryFiles& disk) {
+      platform::Platform after = platform::withFiles(fake, disk);
+      platform::setCurrent(&after);
+      ++states;
+      const auto file = [&disk](const char* name) {
+        return disk.content(std::string(kFolder) + name);
+      };
+      const bool inProgress = step.config().updateInProgress();
+      known += inProgress;
+      if (inProgress &&
+          (file("setup.bin") != "program" || parseUpdateResults(file("swupdate.results")).empty()))
+        found.push_back(state);
+      AgentConfig::freeInstance();
+    });
+    platform::setCurrent(&fake);
+    return found;
+  };
+  EXPECT_THAT(broken(), testing::IsEmpty());
   EXPECT_GT(known, 0);
+  std::printf("%d states of a software package\n", states);
+  std::set<std::string> missed;
+  for (size_t flush = 0; flush < recorded.flushes(); ++flush) {
+    recorded.leaveOutFlush(flush);
+    if (!broken().empty()) missed.insert(recorded.describeFlush(flush));
+  }
+  // A file's name is sure with the next flush of its folder, so those that go together are named.
+  for (const std::string flush : {".unpacking/setup.bin", "/swupdate.results.new"})
+    EXPECT_TRUE(missed.contains("flush /opt/korvane/IPS/update/software" + flush)) << flush;
+  EXPECT_TRUE(missed.contains("flush directory /opt/korvane/IPS/update/software"));
 }
 
 TEST(SoftwareUpdate, TheResultsFileIsWrittenInTheAgentsEncoding) {

@@ -1,6 +1,7 @@
 #include "update/policy/builtin_wish.h"
 
 #include "config/agent_config.h"
+#include "config/setting_check.h"
 #include "driver/driver_config.h"
 #include "driver/driver_values.h"
 #include "eventlog/event_log.h"
@@ -13,6 +14,12 @@ constexpr char kKey[] = "use.builtin.policy";
 constexpr char kTag[] = "BuiltInWish";
 constexpr int kEventRefused = 10581;
 constexpr int kEventFollowed = 10583;
+
+// A value that is none is the store's to refuse.
+const STRING* wishIn(const PropertyList& settings) {
+  const STRING* wish = findProperty(settings, kKey);
+  return wish && settingFault(kKey, *wish).empty() ? wish : nullptr;
+}
 
 // The driver of its own accord is on it; its next start is to find it recorded.
 void recordBuiltIn() {
@@ -51,12 +58,12 @@ STRING tell(bool builtIn) {
 }  // namespace
 
 STRING followBuiltInWish(const PropertyList& settings) {
-  const STRING* wish = findProperty(settings, kKey);
+  const STRING* wish = wishIn(settings);
   return wish ? tell(wish->toBool()) : STRING();
 }
 
 STRING BuiltInWish::follow(PropertyList& settings) {
-  const STRING* wish = findProperty(settings, kKey);
+  const STRING* wish = wishIn(settings);
   if (!wish) return {};
   const bool wanted = wish->toBool();
   forget();
