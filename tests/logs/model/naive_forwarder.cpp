@@ -1,0 +1,272 @@
+#include "tests/logs/model/naive_forwarder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "platform/paths.h"
+#include "tests/logs/model/component.h"
+#include "util/utf8.h"
+
+namespace korvane::log_model {
+
+namespace {
+
+struct Line {
+  std::vector<std::string> fields;
+  size_t end = 0;  // bytes from the log's start
+};
+
+class NaiveForwarder final : public Forwarder {
+ public:
+  NaiveForwarder(Machine& machine, Receiver& receiver, Fault fault)
+      : _machine(machine), _receiver(receiver), _fault(fault), _state(machine.installRoot() + "/IPS/state") {}
+
+  void start(const Settings& settings) override {
+    _settings = settings;
+    _files = &_machine.files();
+    _names.clear();
+    _lastSeen.clear();
+    _lastKey.clear();
+    _offset = _tornSize = 0;
+    _patience = _still = 0;
+    _identity = 0;
+    std::string text;
+    if (platform::readWholeFile(*_files, _state, 100000, text) == 0) {
+      std::istringstream in(text);
+      in >> _offset >> _lastSeen;
+      for (std::string name; in >> name;) _names.push_back(name);
+      if (_fault == Fault::forgetsNames && _names.size() > 1) _names.resize(1);
+    }
+    look();
+  }
+
+  void pass() override {
+    look();
+    platform::FileInfo info;
+    while (_names.size() > 1 && _files->info(_names[0], info)) moveOn(1);  // a name without a log
+    if (_files->info(_names[0], info)) return;
+    const bool other = (_identity && info.identity != _identity) || info.size < _offset;
+    if (other && _fault != Fault::followsNoReplacement) _offset = 0, _lastKey.clear(), save();
+    _identity = info.identity;
+    std::string log;
+    if (platform::readWholeFile(*_files, _names[0], 10000000, log)) return;
+    forward(log, info);
+  }
+
+  void kill() override {}
+  void stop() override {}
+
+ private:
+  void look() {
+    std::string text;
+    if (platform::readWholeFile(*_files, _machine.installRoot() + "/IDS/ids.properties", 100000, text)) return;
+    const std::string key = "ids.service.rteventfile.name=";
+    size_t begin = text.find(key) + key.size();
+    std::string name = text.substr(begin, text.find('\n', begin) - begin);
+    if (name.starts_with("..")) name = _machine.installRoot() + "/IDS" + name.substr(2);
+    if (name == _lastSeen) return;
+    _lastSeen = name;
+    if (_fault == Fault::looksAtTheNewestName && _names.size() > 1) _names.resize(1);
+    if (std::find(_names.begin(), _names.end(), name) == _names.end()) _names.push_back(name);
+    save();
+  }
+
+  void save() {
+    std::string text = std::to_string(_offset) + "\n" + _lastSeen + "\n";
+    for (const std::string& name : _names) text += name + "\n";
+    if (platform::writeFileAtomically(*_files, _state, text)) return;
+    std::string pointer(4365, '\0');  // what the component looks at
+    const auto offset = static_cast<int32_t>(_offset);
+    std::memcpy(pointer.data() + 1025, &offset, 4);
+    platform::writeFileAtomically(*_files, _machine.installRoot() + "/IPS/hidslog1rtfilepointer", pointer);
+  }
+
+  void moveOn(size_t names) {
+    _names.erase(_names.begin(), _names.begin() + static_cast<std::ptrdiff_t>(names));
+    _offset = 0;
+    _identity = 0;
+    _still = 0;
+    if (_fault != Fault::carriesPatience) _patience = 0;
+    _lastKey.clear();
+    save();
+  }
+
+  // The lines from the position on, the unfinished one too when it is due.
+  std::vector<Line> lines(const std::string& log) {
+    const bool wide = log.starts_with("\xFF\xFE");
+    const std::string lf = wide ? std::string("\n\0", 2) : "\n";
+    std::vector<Line> found;
+    for (size_t at = std::max(_offset, size_t{wide ? 2u : 0u}); at < log.size();) {
+      size_t end = log.find(lf, at);
+      while (wide && end != std::string::npos && (end - at) % 2) end = log.find(lf, end + 1);
+      if (end == std::string::npos) {
+        if (log.size() != _tornSize) {
+          _tornSize = log.size();
+          if (_fault != Fault::carriesPatience) _patience = 0;
+        }
+        if (++_patience < 6 && _fault != Fault::tearsAtOnce) break;
+        end = wide ? at + (log.size() - at) / 2 * 2 : log.size();
+      } else {
+        end += lf.size();
+      }
+      if (end == at) break;
+      std::string text;
+      if (wide) {
+        std::u16string units((end - at) / 2, u'\0');
+        std::memcpy(units.data(), log.data() + at, end - at);
+        text = utf16ToUtf8(units);
+      } else {
+        text = utf16ToUtf8(utf8ToUtf16(log.substr(at, end - at)));
+      }
+      while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+      at = end;
+      found.push_back({splitLine(text), at});
+    }
+    return found;
+  }
+
+  void forward(const std::string& log, const platform::FileInfo& info) {
+    Batch batch;
+    size_t reached = _offset;
+    std::string key = _lastKey, open, next;
+    std::vector<Line> run;
+    bool marked = false, more = false;
+    const auto flush = [&] {
+      if (run.empty()) return;
+      batch.push_back(recordOf(run));
+      reached = run.back().end;
+      run.clear();
+    };
+    const std::vector<Line> all = lines(log);
+    for (const Line& line : all) {
+      if (static_cast<int>(batch.size()) >= _settings.writerLimit) {
+        more = true;
+        break;
+      }
+      const std::string& type = line.fields[0];
+      marked = false;
+      if (type.size() != 4 || !std::strchr("TDPMA", type[0]) || line.fields.size() > 49) continue;
+      if (type == "MSOF" || type == "MEOF") {
+        flush();
+        key.clear();
+        marked = type == "MEOF";
+        next = marked && line.fields.size() > 3 ? line.fields[3] : "";
+        continue;
+      }
+      const std::string now = keyOf(line);
+      if (!now.empty() && now == key) {
+        run.push_back(line);
+        continue;
+      }
+      flush();
+      if (static_cast<int>(batch.size()) >= _settings.writerLimit) {
+        more = true;
+        break;
+      }
+      run = {line};
+      flush();
+      key = now;
+      _runBegan = _machine.clock.monotonicMs();
+    }
+    if (more) marked = false;
+    const bool due = _machine.clock.monotonicMs() - _runBegan >= _settings.consolidateMinutes * 60000;
+    if (_fault == Fault::losesOpenRuns && marked) run.clear();
+    if (due || _still > 4) {
+      flush();
+      if (due) key.clear();
+    }
+    _still = all.empty() && log.size() == _stillSize && _names.size() > 1 ? _still + 1 : all.empty() ? 0 : _still;
+    if (!batch.empty() || !run.empty()) _still = run.empty() ? 0 : _still + 1;
+    _stillSize = log.size();
+    if (_fault == Fault::deletesEarly && marked) _files->remove(_names[0]);
+    if (!batch.empty() && !send(batch, reached)) return;
+    if (!batch.empty()) _lastKey = key;
+    if (!run.empty() || more) return;
+    if (marked) return finish(next, info);
+    platform::FileInfo after;
+    const bool followed = _names.size() > 1 && _files->info(_names[1], after) == 0 && after.size > 0;
+    if (followed && batch.empty() && _quiet++ > 12) _quiet = 0, moveOn(1);
+    if (!followed || !batch.empty()) _quiet = 0;
+  }
+
+  bool send(Batch& batch, size_t reached) {
+    if (_fault == Fault::swapsRecords && batch.size() > 1) std::swap(batch[0], batch[1]);
+    const size_t before = _offset;
+    _offset = reached;
+    if (_fault == Fault::savesBeforeDelivery) save();
+    const Answer answer = _receiver.take(batch);
+    const bool done = answer.outcome == Outcome::answered &&
+                      (answer.code == 0 || (_settings.serviceType == 1 && (answer.code == 302 || answer.code == 600)));
+    if (!done && _fault != Fault::dropsRefused) _offset = before;
+    else if (_fault != Fault::savesTooLate) save();
+    return done;
+  }
+
+  void finish(const std::string& next, const platform::FileInfo& info) {
+    const std::string finished = _names[0];
+    if (!next.empty()) {
+      const std::string path = platform::directoryOf(finished) + "/" + next;
+      if (path != finished && std::find(_names.begin(), _names.end(), path) == _names.end())
+        _names.insert(_names.begin() + 1, path);
+    }
+    if (_names.size() < 2) return;
+    platform::FileInfo now, after;
+    if (_files->info(_names[1], after)) {
+      if (_names.size() < 3 || _files->info(_names[2], after)) return;
+    }
+    moveOn(1);
+    if (_files->info(finished, now) || now.identity != info.identity) return;
+    if (_fault != Fault::keepsFinishedLogs) _files->remove(finished);
+    if (_fault == Fault::deletesEqualLogs && after.size == info.size && after.modifiedNs == info.modifiedNs)
+      _files->remove(_names[0]);
+  }
+
+  std::string keyOf(const Line& line) const {
+    const std::string& type = line.fields[0];
+    if (!_settings.consolidate || type[0] == 'D' || type[0] == 'M' || type == "PMNT") return "";
+    std::string key = type;
+    for (size_t i = 3; i < line.fields.size(); ++i) key += "\x1F" + line.fields[i];
+    return key;
+  }
+
+  Record recordOf(const std::vector<Line>& run) const {
+    const std::vector<std::string>& first = run.front().fields;
+    const std::vector<std::string>& last = run.back().fields;
+    Record record;
+    const auto add = [&](const std::string& name, const std::string& value) {
+      if (!value.empty()) record.emplace_back(name, value);
+    };
+    const auto field = [&](size_t n) {
+      return n > last.size() ? "" : n == 3 ? first[2] : last[n - 1];
+    };
+    for (const size_t n : {2u, 3u, 1u}) add("v" + std::to_string(n), field(n));
+    for (size_t n = 4; n <= 17; ++n) add("v" + std::to_string(n), field(n));
+    add("a4", "hidslog1rt");
+    add("a5", std::to_string(run.size() + (_fault == Fault::countsOneTooMany && run.size() > 1)));
+    add("a6", run.size() > 1 ? last[2].substr(0, 22) : std::string(22, '0'));
+    for (size_t n = 18; n <= last.size(); ++n) add("v" + std::to_string(n), field(n));
+    return record;
+  }
+
+  Machine& _machine;
+  Receiver& _receiver;
+  const Fault _fault;
+  const std::string _state;
+  platform::Files* _files = nullptr;
+  Settings _settings;
+  std::vector<std::string> _names;  // the one being read, and those behind it
+  std::string _lastSeen, _lastKey;
+  size_t _offset = 0, _tornSize = 0, _stillSize = 0;
+  uint64_t _identity = 0;
+  int _patience = 0, _still = 0, _quiet = 0;
+  int64_t _runBegan = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Forwarder> makeNaiveForwarder(Machine& machine, Receiver& receiver, Fault fault) {
+  return std::make_unique<NaiveForwarder>(machine, receiver, fault);
+}
+
+}  // namespace korvane::log_model

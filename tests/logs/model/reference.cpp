@@ -1,0 +1,307 @@
+#include "tests/logs/model/reference.h"
+
+#include "platform/paths.h"
+#include "util/utf8.h"
+
+namespace korvane::log_model {
+
+namespace {
+
+// A record's values next to what they should be. `time` is v3, `repeats` a5.
+bool sameValues(const Record& record, const std::vector<std::string>& fields,
+                const std::string& time, const std::string& repeats, const std::string& lastTime) {
+  size_t at = 0;
+  const auto next = [&](const std::string& name, const std::string& value) {
+    if (value.empty()) return true;
+    if (at == record.size() || record[at].first != name || record[at].second != value) return false;
+    return ++at > 0;
+  };
+  const auto field = [&](size_t n) {
+    return n > fields.size() ? std::string() : n == 3 ? time : fields[n - 1];
+  };
+  for (const size_t n : {2u, 3u, 1u})
+    if (!next("v" + std::to_string(n), field(n))) return false;
+  for (size_t n = 4; n <= 17; ++n)
+    if (!next("v" + std::to_string(n), field(n))) return false;
+  for (const char* const own : {"a1", "a2", "a3"})
+    if (at < record.size() && record[at].first == own) ++at;
+  if (!next("a4", "hidslog1rt") || !next("a5", repeats)) return false;
+  if (at == record.size() || record[at].first != "a6" || record[at].second.size() != 22) return false;
+  if (!lastTime.empty() && record[at].second != lastTime.substr(0, 22)) return false;
+  ++at;
+  for (size_t n = 18; n <= fields.size(); ++n)
+    if (!next("v" + std::to_string(n), field(n))) return false;
+  return at == record.size();
+}
+
+std::string withoutReplacements(std::string text) {
+  for (size_t at; (at = text.find("\xEF\xBF\xBD")) != std::string::npos;) text.erase(at, 3);
+  while (!text.empty() && text.back() == '\r') text.pop_back();
+  return text;
+}
+
+std::string decoded(const Log& log, const std::string& bytes) {
+  if (!log.utf16) return withoutReplacements(utf16ToUtf8(utf8ToUtf16(bytes)));
+  std::u16string wide;
+  for (size_t at = 0; at + 1 < bytes.size(); at += 2)
+    wide += static_cast<char16_t>(static_cast<uint8_t>(bytes[at]) |
+                                  static_cast<uint8_t>(bytes[at + 1]) << 8);
+  return withoutReplacements(utf16ToUtf8(wide));
+}
+
+std::string textOf(const Record& record) {
+  std::string text;
+  for (const auto& [name, value] : record) text += " " + name + "=" + value;
+  return text;
+}
+
+}  // namespace
+
+void Counts::add(const Counts& more) {
+  auto* const mine = &schedules;
+  const auto* const theirs = &more.schedules;
+  for (size_t i = 0; i <= static_cast<size_t>(&failures - &schedules); ++i) mine[i] += theirs[i];
+  for (size_t i = 0; i < rotationKinds; ++i) rotations[i] += more.rotations[i];
+}
+
+std::string Counts::json(uint64_t seed) const {
+  const std::pair<const char*, uint64_t> values[] = {
+      {"seed", seed},       {"schedules", schedules}, {"kills", kills},
+      {"kills_between_passes", killsBetween},         {"restarts", restarts},
+      {"passes", passes},   {"batches", batches},     {"answers_lost", lost},
+      {"refused", refused}, {"dropped_by_server", dropped}, {"events", events},
+      {"excluded", excluded}, {"delivered", delivered}, {"again", again},
+      {"summaries", summaries}, {"torn_lines_taken", pieces}};
+  std::string text = "{";
+  for (const auto& [name, value] : values)
+    text += "\"" + std::string(name) + "\":" + std::to_string(value) + ",";
+  text += "\"rotations\":{";
+  for (size_t i = 0; i < rotationKinds; ++i)
+    text += (i ? ",\"" : "\"") + std::string(nameOf(static_cast<Rotation>(i))) +
+            "\":" + std::to_string(rotations[i]);
+  return text + "},\"failures\":" + std::to_string(failures) + "}";
+}
+
+void Reference::watch(ModelMachine& machine, Component& component) {
+  _machine = &machine;
+  _component = &component;
+}
+
+void Reference::fail(const std::string& what) {
+  if (_failure.empty()) _failure = what;
+  if (tell) tell("FAILED: " + what);
+}
+
+// --- what the process looks at ---
+
+void Reference::opened(const std::string& path) {
+  if (path.ends_with("/IDS/ids.properties")) _looked.insert(_component->named());
+}
+
+void Reference::readToItsEnd(uint64_t identity) {
+  Log* log = _inPass ? _component->byIdentity(identity) : nullptr;
+  if (!log || !log->torn) return;
+  log->torn->lookedAt = true;
+  if (log->torn->event >= 0 && log->torn->looks + 1 >= kPatience) event(log->torn->event).may = true;
+}
+
+void Reference::removing(uint64_t identity, const std::string& how) {
+  Log* log = _component->byIdentity(identity);
+  if (!log) return;
+  const std::string file = platform::fileNameOf(log->path);
+  if (!log->marked) fail(file + " is " + how + " without its end mark");
+  for (const int index : log->events)
+    if (const Event& e = event(index); !e.acknowledged && !e.may)
+      return fail(file + " is " + how + " before event " + e.fields[1] + " was delivered");
+  log->removed = true;
+  if (tell) tell("    agent: " + file + " is " + how);
+}
+
+void Reference::processBegins() {
+  _looked.clear();
+  for (Log& log : _component->logs)
+    if (log.torn) log.torn->looks = 0, log.torn->lookedAt = false;
+}
+
+void Reference::passBegins() {
+  ++counts.passes;
+  _inPass = true;
+  _arrived.clear();
+}
+
+void Reference::passEnds(bool killed) {
+  _inPass = false;
+  if (!killed) {
+    for (const int log : _looked) _component->logs[static_cast<size_t>(log)].seen = true;
+    _looked.clear();
+    return;
+  }
+  for (const Part& part : _arrived)
+    for (int e = part.first; e >= 0 && e <= part.last; ++e)
+      if (event(e).log == event(part.last).log) ++event(e).allowedAgain;
+  for (size_t i = 0; i < _component->logs.size(); ++i) {
+    const Log& log = _component->logs[i];
+    if (log.marked && _component->allAcknowledged(log)) _leftByKill.insert(static_cast<int>(i));
+  }
+}
+
+// --- what arrives ---
+
+Answer Reference::draw() {
+  if (_trouble == 0) return {};
+  --_trouble;
+  const int code = _settings.serviceType == 1 ? _random.oneOf({302, 400, 600, 300, 601})
+                                              : _random.oneOf({429, 430, 500, 1});
+  switch (_random.below(4)) {
+    case 0: return {Outcome::answerLost, _random.oneOf({0, 28})};
+    case 1: return {Outcome::notArrived, _random.oneOf({0, 28, 503})};
+    case 2: return {};
+    default: return {Outcome::answered, code};
+  }
+}
+
+bool Reference::delivers(const Answer& answer) const {
+  if (answer.outcome != Outcome::answered) return false;
+  return answer.code == 0 ||
+         (_settings.serviceType == 1 && (answer.code == 302 || answer.code == 600));
+}
+
+Answer Reference::take(const Batch& batch) {
+  if (_machine->killed()) return {Outcome::notArrived, 0};
+  const Answer answer = draw();
+  const bool delivered = delivers(answer), lost = answer.outcome == Outcome::answerLost;
+  ++counts.batches;
+  if (tell) {
+    std::string text = "    agent: a batch";
+    for (const Record& record : batch)
+      for (const auto& [name, value] : record)
+        if (name == "v2" || (name == "a5" && value != "1")) text += (name == "a5" ? " x" : " ") + value;
+    tell(text + (lost ? ", the answer is lost" : delivered ? ", delivered"
+                 : answer.outcome == Outcome::notArrived ? ", does not arrive"
+                                                         : ", refused") + " " + std::to_string(answer.code));
+  }
+  if (batch.empty()) fail("an empty batch");
+  if (static_cast<int>(batch.size()) > _settings.writerLimit + 1)
+    fail("a batch of " + std::to_string(batch.size()) + " records");
+  for (const Record& record : batch) {
+    Part part;
+    if (!identify(record, part)) {
+      if (!isPiece(record)) fail("a record that nobody wrote:" + textOf(record));
+      counts.pieces += delivered;
+      continue;
+    }
+    if (delivered || lost) deliver(part, delivered);
+  }
+  if (lost) ++counts.lost;
+  else if (!delivered) ++counts.refused;
+  else if (answer.code) ++counts.dropped;
+  return answer;
+}
+
+// The events that a record stands for; false when it is none of theirs.
+bool Reference::identify(const Record& record, Part& part) {
+  std::string sequence, repeats;
+  for (const auto& [name, value] : record) {
+    if (name == "v2") sequence = value;
+    if (name == "a5") repeats = value;
+  }
+  const int last = std::atoi(sequence.c_str()) - 1, covered = std::atoi(repeats.c_str());
+  const int first = last - covered + 1;
+  if (last < 0 || last >= static_cast<int>(_component->events.size()) || covered < 1 || first < 0)
+    return false;
+  // Numbers grow through all logs, so a run's are not always neighbours.
+  int begin = last;
+  for (int left = covered; left > 1; --left) {
+    if (!event(begin).repeats || !event(begin).folds) return false;
+    do --begin;
+    while (begin >= 0 && event(begin).log != event(last).log);
+    if (begin < 0) return false;
+  }
+  const Event& e = event(last);
+  if (covered > 1 && !(_settings.consolidate && event(begin).repeats)) return false;
+  if (!sameValues(record, e.fields, event(begin).fields[2], repeats, covered > 1 ? e.fields[2] : ""))
+    return false;
+  part = {begin, last};
+  return true;
+}
+
+// A line that stands, or stood, without its end for long enough.
+bool Reference::isPiece(const Record& record) {
+  Record plain = record;
+  std::string repeats = "1";
+  for (auto& [name, value] : plain) value = withoutReplacements(value);
+  const auto fits = [&](const Log& log, const std::string& bytes) {
+    std::vector<std::string> fields = splitLine(decoded(log, bytes));
+    return sameValues(plain, fields, fields.size() > 2 ? fields[2] : "", repeats, "");
+  };
+  for (const Log& log : _component->logs) {
+    if (log.torn && log.torn->looks + log.torn->lookedAt >= kPatience && fits(log, log.torn->piece))
+      return true;
+    for (const std::string& piece : log.pieces)
+      if (fits(log, piece)) return true;
+  }
+  return false;
+}
+
+void Reference::deliver(const Part& part, bool acknowledged) {
+  if (acknowledged) _arrived.push_back(part);
+  const int log = event(part.last).log;
+  _newest.resize(_component->logs.size(), -1);
+  counts.summaries += part.first != part.last;
+  for (int index = part.first; index <= part.last; ++index) {
+    Event& e = event(index);
+    if (e.log != log) continue;
+    if (e.deliveries++ == 0) {
+      ++counts.delivered;
+      int& newest = _newest[static_cast<size_t>(log)];
+      if (index < newest) fail("event " + e.fields[1] + " comes behind later ones of its log");
+      newest = std::max(newest, index);
+      if (log < _newestLog) fail("event " + e.fields[1] + " comes behind those of a later log");
+      _newestLog = std::max(_newestLog, log);
+    } else {
+      ++counts.again;
+      if (--e.allowedAgain < 0) fail("event " + e.fields[1] + " comes again without a reason");
+    }
+    if (acknowledged) e.acknowledged = true;
+    else ++e.allowedAgain;
+  }
+}
+
+// --- the account ---
+
+std::vector<bool> Reference::demanded() const {
+  const std::vector<Log>& logs = _component->logs;
+  std::vector<bool> demand(logs.size());
+  for (size_t i = 0; i < logs.size(); ++i) {
+    if (logs[i].seen || static_cast<int>(i) == _component->named()) demand[i] = true;
+    if (logs[i].may) demand[i] = false;
+    if (demand[i] && logs[i].marked && logs[i].next > static_cast<int>(i))
+      demand[static_cast<size_t>(logs[i].next)] = true;
+  }
+  return demand;
+}
+
+std::string Reference::missing() {
+  const std::vector<bool> demand = demanded();
+  counts.excluded = 0;
+  int last = -1;
+  for (size_t i = 0; i < demand.size(); ++i)
+    if (demand[i] && _component->logs[i].identity) last = static_cast<int>(i);
+  for (size_t i = 0; i < demand.size(); ++i) {
+    const Log& log = _component->logs[i];
+    const std::string file = platform::fileNameOf(log.path);
+    if (!demand[i]) {
+      counts.excluded += log.events.size();
+      continue;
+    }
+    for (const int index : log.events)
+      if (const Event& e = event(index); !e.acknowledged && !e.may)
+        return "event " + e.fields[1] + " of " + file + " never comes";
+    if (log.marked && !log.gone && !log.removed && static_cast<int>(i) < last &&
+        !_leftByKill.contains(static_cast<int>(i)))
+      return "finished log " + file + " is never removed";
+  }
+  return "";
+}
+
+}  // namespace korvane::log_model
