@@ -128,16 +128,11 @@ int Component::addEvent(int log) {
   const std::string sequence = _uniform ? padded(++_sequence, 6) : std::to_string(++_sequence);
   if (last && _random.chance(45)) {
     event.fields = last->fields;
-    event.repeats = true;
   } else {
     const int count = _uniform ? 8 : _random.oneOf({3, 4, 9, 17, 18, 24});
     event.fields = {kTypes[_random.below(8)], "", ""};
     while (static_cast<int>(event.fields.size()) < count)
       event.fields.push_back(_uniform ? padded(_random.below(100), 4) : kTexts[_random.below(15)]);
-    if (last) {
-      event.fields[1] = last->fields[1], event.fields[2] = last->fields[2];
-      event.repeats = event.fields == last->fields;
-    }
   }
   event.fields[1] = sequence;
   event.fields[2] = now();
@@ -183,7 +178,7 @@ std::string Component::goOn(int log, bool wholly) {
   Log& to = logs[static_cast<size_t>(log)];
   Torn& torn = *to.torn;
   if (torn.looks >= kPatience) {  // it may have been taken as a line, and the rest must not look like two
-    to.pieces.push_back(torn.piece);
+    to.pieces.push_back(torn);
     wholly = true;
   }
   if (!wholly && torn.rest.size() > 1 && _random.chance(40)) {

@@ -29,7 +29,6 @@ const char* nameOf(Rotation kind);
 struct Event {
   int log = 0;
   std::vector<std::string> fields;  // v1 ...
-  bool repeats = false;             // equal to the one before it in its log but for v2 and v3
   bool folds = false;               // of a kind that may be folded
   bool may = false;                 // need not come: its line stood torn too long, or came too late
   int deliveries = 0;               // batches that arrived with it
@@ -64,7 +63,7 @@ struct Log {
   int supersededFor = 0;  // finished passes since the settings have named another one
   std::vector<int> events;
   std::optional<Torn> torn;
-  std::vector<std::string> pieces;  // that stood long enough to be taken as lines
+  std::vector<Torn> pieces;  // that stood long enough to be taken as lines
 };
 
 // The fields of a line, as a reader has to split it.

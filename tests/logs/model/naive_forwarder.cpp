@@ -44,7 +44,7 @@ class NaiveForwarder final : public Forwarder {
   void pass() override {
     look();
     platform::FileInfo info;
-    while (_names.size() > 1 && _files->info(_names[0], info)) moveOn(1);  // a name without a log
+    while (_names.size() > 1 && _files->info(_names[0], info)) moveOn(1);  // deleted, or never made
     if (_files->info(_names[0], info)) return;
     const bool other = (_identity && info.identity != _identity) || info.size < _offset;
     if (other && _fault != Fault::followsNoReplacement) _offset = 0, _lastKey.clear(), save();
@@ -185,8 +185,11 @@ class NaiveForwarder final : public Forwarder {
     if (!run.empty() || more) return;
     if (marked) return finish(next, info);
     platform::FileInfo after;
-    const bool followed = _names.size() > 1 && _files->info(_names[1], after) == 0 && after.size > 0;
-    if (followed && batch.empty() && _quiet++ > 12) _quiet = 0, moveOn(1);
+    size_t following = 1;
+    while (following < _names.size() && (_files->info(_names[following], after) || after.size == 0))
+      ++following;
+    const bool followed = following < _names.size();
+    if (followed && batch.empty() && _quiet++ > 12) _quiet = 0, moveOn(following);
     if (!followed || !batch.empty()) _quiet = 0;
   }
 
@@ -210,12 +213,11 @@ class NaiveForwarder final : public Forwarder {
       if (path != finished && std::find(_names.begin(), _names.end(), path) == _names.end())
         _names.insert(_names.begin() + 1, path);
     }
-    if (_names.size() < 2) return;
     platform::FileInfo now, after;
-    if (_files->info(_names[1], after)) {
-      if (_names.size() < 3 || _files->info(_names[2], after)) return;
-    }
-    moveOn(1);
+    size_t following = 1;
+    while (following < _names.size() && _files->info(_names[following], after)) ++following;
+    if (following >= _names.size()) return;
+    moveOn(following);
     if (_files->info(finished, now) || now.identity != info.identity) return;
     if (_fault != Fault::keepsFinishedLogs) _files->remove(finished);
     if (_fault == Fault::deletesEqualLogs && after.size == info.size && after.modifiedNs == info.modifiedNs)

@@ -26,9 +26,8 @@ bool sameValues(const Record& record, const std::vector<std::string>& fields,
   for (const char* const own : {"a1", "a2", "a3"})
     if (at < record.size() && record[at].first == own) ++at;
   if (!next("a4", "hidslog1rt") || !next("a5", repeats)) return false;
-  if (at == record.size() || record[at].first != "a6" || record[at].second.size() != 22) return false;
-  if (!lastTime.empty() && record[at].second != lastTime.substr(0, 22)) return false;
-  ++at;
+  if (repeats != "1" && !next("a6", lastTime.substr(0, 22))) return false;
+  if (repeats == "1" && (at == record.size() || record[at++].first != "a6")) return false;
   for (size_t n = 18; n <= fields.size(); ++n)
     if (!next("v" + std::to_string(n), field(n))) return false;
   return at == record.size();
@@ -137,8 +136,7 @@ void Reference::passEnds(bool killed) {
     return;
   }
   for (const Part& part : _arrived)
-    for (int e = part.first; e >= 0 && e <= part.last; ++e)
-      if (event(e).log == event(part.last).log) ++event(e).allowedAgain;
+    for (const int index : part.events) ++event(index).allowedAgain;
   for (size_t i = 0; i < _component->logs.size(); ++i) {
     const Log& log = _component->logs[i];
     if (log.marked && _component->allAcknowledged(log)) _leftByKill.insert(static_cast<int>(i));
@@ -185,17 +183,38 @@ Answer Reference::take(const Batch& batch) {
     fail("a batch of " + std::to_string(batch.size()) + " records");
   for (const Record& record : batch) {
     Part part;
-    if (!identify(record, part)) {
-      if (!isPiece(record)) fail("a record that nobody wrote:" + textOf(record));
-      counts.pieces += delivered;
-      continue;
-    }
-    if (delivered || lost) deliver(part, delivered);
+    if (!identify(record, part)) fail("a record that nobody wrote:" + textOf(record));
+    else if ((delivered || lost) && !part.events.empty()) deliver(part, delivered);
   }
   if (lost) ++counts.lost;
   else if (!delivered) ++counts.refused;
   else if (answer.code) ++counts.dropped;
   return answer;
+}
+
+// Whether the record is the line with these fields, the last one of those that it stands for. `line` is the event
+// that the line is, whole or not.
+bool Reference::standsFor(const Record& record, int line, const std::vector<std::string>& fields,
+                          int covered, Part& part) {
+  const auto key = [](std::vector<std::string> of) {
+    of.resize(std::max<size_t>(of.size(), 3));
+    of[1].clear(), of[2].clear();
+    while (!of.empty() && of.back().empty()) of.pop_back();
+    return of;
+  };
+  part.events = {line};
+  if (covered > 1 && !(_settings.consolidate && event(line).folds)) return false;
+  const auto wanted = key(fields);
+  for (int at = line - 1, left = covered; left > 1; --at) {
+    if (at < 0) return false;
+    if (event(at).log != event(line).log) continue;
+    const bool same = key(event(at).fields) == wanted;
+    if (!same && !event(at).may) return false;
+    if (same && --left) part.events.push_back(at);
+  }
+  const std::string time = fields.size() < 3 ? "" : fields[2];
+  return sameValues(record, fields, covered > 1 ? event(part.events.back()).fields[2] : time,
+                    std::to_string(covered), covered > 1 ? time : "");
 }
 
 // The events that a record stands for; false when it is none of theirs.
@@ -205,52 +224,37 @@ bool Reference::identify(const Record& record, Part& part) {
     if (name == "v2") sequence = value;
     if (name == "a5") repeats = value;
   }
-  const int last = std::atoi(sequence.c_str()) - 1, covered = std::atoi(repeats.c_str());
-  const int first = last - covered + 1;
-  if (last < 0 || last >= static_cast<int>(_component->events.size()) || covered < 1 || first < 0)
-    return false;
-  // Numbers grow through all logs, so a run's are not always neighbours.
-  int begin = last;
-  for (int left = covered; left > 1; --left) {
-    if (!event(begin).repeats || !event(begin).folds) return false;
-    do --begin;
-    while (begin >= 0 && event(begin).log != event(last).log);
-    if (begin < 0) return false;
-  }
-  const Event& e = event(last);
-  if (covered > 1 && !(_settings.consolidate && event(begin).repeats)) return false;
-  if (!sameValues(record, e.fields, event(begin).fields[2], repeats, covered > 1 ? e.fields[2] : ""))
-    return false;
-  part = {begin, last};
-  return true;
-}
-
-// A line that stands, or stood, without its end for long enough.
-bool Reference::isPiece(const Record& record) {
-  Record plain = record;
-  std::string repeats = "1";
-  for (auto& [name, value] : plain) value = withoutReplacements(value);
-  const auto fits = [&](const Log& log, const std::string& bytes) {
-    std::vector<std::string> fields = splitLine(decoded(log, bytes));
-    return sameValues(plain, fields, fields.size() > 2 ? fields[2] : "", repeats, "");
-  };
+  const int line = std::atoi(sequence.c_str()) - 1, covered = std::atoi(repeats.c_str());
+  if (covered < 1) return false;
+  if (line >= 0 && line < static_cast<int>(_component->events.size()) &&
+      standsFor(record, line, event(line).fields, covered, part))
+    return true;
+  // A line that stands, or stood, without its end for long enough.
+  Record plain;
+  for (const auto& [name, value] : record)
+    if (!withoutReplacements(value).empty()) plain.emplace_back(name, withoutReplacements(value));
   for (const Log& log : _component->logs) {
-    if (log.torn && log.torn->looks + log.torn->lookedAt >= kPatience && fits(log, log.torn->piece))
-      return true;
-    for (const std::string& piece : log.pieces)
-      if (fits(log, piece)) return true;
+    std::vector<Torn> candidates = log.pieces;
+    if (log.torn && log.torn->looks + log.torn->lookedAt >= kPatience) candidates.push_back(*log.torn);
+    for (const Torn& torn : candidates)
+      if (torn.event >= 0 &&
+          standsFor(plain, torn.event, splitLine(decoded(log, torn.piece)), covered, part)) {
+        part.events.erase(part.events.begin());
+        ++counts.pieces;
+        return true;
+      }
   }
   return false;
 }
 
 void Reference::deliver(const Part& part, bool acknowledged) {
   if (acknowledged) _arrived.push_back(part);
-  const int log = event(part.last).log;
+  const int log = event(part.events[0]).log;
   _newest.resize(_component->logs.size(), -1);
-  counts.summaries += part.first != part.last;
-  for (int index = part.first; index <= part.last; ++index) {
+  counts.summaries += part.events.size() > 1;
+  for (auto at = part.events.rbegin(); at != part.events.rend(); ++at) {
+    const int index = *at;
     Event& e = event(index);
-    if (e.log != log) continue;
     if (e.deliveries++ == 0) {
       ++counts.delivered;
       int& newest = _newest[static_cast<size_t>(log)];

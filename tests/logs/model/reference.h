@@ -69,12 +69,13 @@ class Reference final : public Receiver, public DiskWatch {
 
  private:
   struct Part {
-    int first = -1, last = -1;  // events; none for a piece
+    std::vector<int> events;  // the last one first
   };
   Answer draw();
   bool delivers(const Answer& answer) const;
   bool identify(const Record& record, Part& part);
-  bool isPiece(const Record& record);
+  bool standsFor(const Record& record, int line, const std::vector<std::string>& fields, int covered,
+                 Part& part);
   void deliver(const Part& part, bool acknowledged);
   std::vector<bool> demanded() const;
   Event& event(int index) { return _component->events[static_cast<size_t>(index)]; }
