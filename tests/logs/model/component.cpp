@@ -152,6 +152,8 @@ std::string Component::lineOf(const Event& event) {
 // Writes the line, or a part of it.
 void Component::addLine(int log, int event, const std::string& line, bool torn) {
   Log& to = logs[static_cast<size_t>(log)];
+  if (event >= 0 && late(to)) events[static_cast<size_t>(event)].may = true;
+  if (event < 0 && late(to)) to.markedLate = true;
   if (!torn) return _machine.append(to.path, line);
   const size_t cut = 1 + static_cast<size_t>(_random.below(static_cast<int>(line.size()) - 1));
   Torn left;
@@ -160,6 +162,7 @@ void Component::addLine(int log, int event, const std::string& line, bool torn) 
   left.rest = line.substr(cut);
   left.forGood = event >= 0 && _plan.empty() && _random.chance(12);
   _machine.append(to.path, left.piece);
+  if (left.forGood) events[static_cast<size_t>(event)].may = true;
   to.torn = left;
 }
 
@@ -188,6 +191,10 @@ std::string Component::goOn(int log, bool wholly) {
     torn.rest.erase(0, more);
     torn.looks = 0;
     return "writes more of a torn line";
+  }
+  if (late(to)) {
+    to.markedLate = true;
+    if (torn.event >= 0) events[static_cast<size_t>(torn.event)].may = true;
   }
   _machine.append(to.path, torn.rest);
   if (torn.event < 0) to.marked = true;
@@ -310,7 +317,7 @@ std::string Component::perform(const Action& action) {
       return writeEvents(action.log, _uniform ? _uniformCount - written : 1 + _random.below(4)) +
              " in " + file;
     case Do::tail:
-      if (log.supersededFor > 2 || log.removed) return "";
+      if (late(log) || log.removed) return "";
       writeEvents(action.log, 1);
       if (log.torn) goOn(action.log, true);
       return "writes one event more into " + file;
@@ -358,7 +365,8 @@ std::string Component::act(bool settled) {
     if (action.what == Do::await) {
       ready = allAcknowledged(log);
     } else if (action.what == Do::replace) {
-      _calm = !log.marked && settled && !_machine.reuseIdentities && _random.chance(50);
+      _calm = !log.marked && settled && !log.events.empty() &&
+              events[static_cast<size_t>(log.events.back())].acknowledged && !_machine.reuseIdentities && _random.chance(50);
       const int saved = savedOffset();
       ready = !there || _calm || saved > 120 || (log.marked && saved == 0);
       if (ready) {
@@ -371,7 +379,7 @@ std::string Component::act(bool settled) {
       if (++_waits > 30) {  // the agent does not read that log: the component goes on elsewhere
         _waits = 0;
         _plan.clear();
-        const int next = planLog();
+        const int next = _ahead = planLog();
         _plan = {{Do::make, next}, {Do::name, next}, {Do::change, next}};
       }
       return "";
@@ -411,7 +419,9 @@ void Component::beforePass() {
 }
 
 void Component::passed() {
-  for (int i = 0; i < _named; ++i) ++logs[static_cast<size_t>(i)].supersededFor;
+  const Log& other = logs[static_cast<size_t>(_named)];
+  if (other.identity && _machine.size(other.path))
+    for (int i = 0; i < _named; ++i) ++logs[static_cast<size_t>(i)].supersededFor;
   for (Log& log : logs)
     if (log.torn && log.torn->lookedAt) ++log.torn->looks;
 }

@@ -60,7 +60,8 @@ struct Log {
   bool removed = false;   // by the agent
   bool seen = false;      // its name, by the agent, in the settings
   bool may = false;       // none of it need come
-  int supersededFor = 0;  // finished passes since the settings have named another one
+  bool markedLate = false;  // when the agent may have left it
+  int supersededFor = 0;    // passes in which the settings named another one that has begun
   std::vector<int> events;
   std::optional<Torn> torn;
   std::vector<Torn> pieces;  // that stood long enough to be taken as lines
@@ -113,6 +114,7 @@ class Component {
   std::string writeEvents(int log, int count);
   std::string tear(int log);
   std::string goOn(int log, bool wholly);
+  bool late(const Log& log) const { return log.supersededFor > 2; }
   bool held() const;
   int savedOffset() const;
   std::string replace(int log);

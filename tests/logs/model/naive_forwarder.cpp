@@ -12,6 +12,8 @@ namespace korvane::log_model {
 
 namespace {
 
+constexpr size_t kPointerSize = 4365;
+
 struct Line {
   std::vector<std::string> fields;
   size_t end = 0;  // bytes from the log's start
@@ -20,7 +22,7 @@ struct Line {
 class NaiveForwarder final : public Forwarder {
  public:
   NaiveForwarder(Machine& machine, Receiver& receiver, Fault fault)
-      : _machine(machine), _receiver(receiver), _fault(fault), _state(machine.installRoot() + "/IPS/state") {}
+      : _machine(machine), _receiver(receiver), _fault(fault), _state(machine.installRoot() + "/IPS/hidslog1rtfilepointer") {}
 
   void start(const Settings& settings) override {
     _settings = settings;
@@ -29,11 +31,11 @@ class NaiveForwarder final : public Forwarder {
     _lastSeen.clear();
     _lastKey.clear();
     _offset = _tornSize = 0;
-    _patience = _still = 0;
+    _patience = _still = _quiet = 0;
     _identity = 0;
     std::string text;
     if (platform::readWholeFile(*_files, _state, 100000, text) == 0) {
-      std::istringstream in(text);
+      std::istringstream in(text.substr(kPointerSize));
       in >> _offset >> _lastSeen;
       for (std::string name; in >> name;) _names.push_back(name);
       if (_fault == Fault::forgetsNames && _names.size() > 1) _names.resize(1);
@@ -73,13 +75,12 @@ class NaiveForwarder final : public Forwarder {
   }
 
   void save() {
-    std::string text = std::to_string(_offset) + "\n" + _lastSeen + "\n";
-    for (const std::string& name : _names) text += name + "\n";
-    if (platform::writeFileAtomically(*_files, _state, text)) return;
-    std::string pointer(4365, '\0');  // what the component looks at
+    std::string text(kPointerSize, '\0');  // where the component looks for the offset
     const auto offset = static_cast<int32_t>(_offset);
-    std::memcpy(pointer.data() + 1025, &offset, 4);
-    platform::writeFileAtomically(*_files, _machine.installRoot() + "/IPS/hidslog1rtfilepointer", pointer);
+    std::memcpy(text.data() + 1025, &offset, 4);
+    text += std::to_string(_offset) + "\n" + _lastSeen + "\n";
+    for (const std::string& name : _names) text += name + "\n";
+    platform::writeFileAtomically(*_files, _state, text);
   }
 
   void moveOn(size_t names) {
@@ -122,6 +123,7 @@ class NaiveForwarder final : public Forwarder {
       while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
       at = end;
       found.push_back({splitLine(text), at});
+      if (found.back().fields.size() < 3) found.back().fields.resize(3);
     }
     return found;
   }

@@ -17,7 +17,7 @@ bool sameValues(const Record& record, const std::vector<std::string>& fields,
     return ++at > 0;
   };
   const auto field = [&](size_t n) {
-    return n > fields.size() ? std::string() : n == 3 ? time : fields[n - 1];
+    return n == 3 ? time : n > fields.size() ? std::string() : fields[n - 1];
   };
   for (const size_t n : {2u, 3u, 1u})
     if (!next("v" + std::to_string(n), field(n))) return false;
@@ -260,7 +260,7 @@ void Reference::deliver(const Part& part, bool acknowledged) {
       int& newest = _newest[static_cast<size_t>(log)];
       if (index < newest) fail("event " + e.fields[1] + " comes behind later ones of its log");
       newest = std::max(newest, index);
-      if (log < _newestLog) fail("event " + e.fields[1] + " comes behind those of a later log");
+      if (log < _newestLog && !e.may) fail("event " + e.fields[1] + " comes behind those of a later log");
       _newestLog = std::max(_newestLog, log);
     } else {
       ++counts.again;
@@ -279,7 +279,7 @@ std::vector<bool> Reference::demanded() const {
   for (size_t i = 0; i < logs.size(); ++i) {
     if (logs[i].seen || static_cast<int>(i) == _component->named()) demand[i] = true;
     if (logs[i].may) demand[i] = false;
-    if (demand[i] && logs[i].marked && logs[i].next > static_cast<int>(i))
+    if (demand[i] && logs[i].marked && !logs[i].markedLate && logs[i].next > static_cast<int>(i))
       demand[static_cast<size_t>(logs[i].next)] = true;
   }
   return demand;
@@ -301,7 +301,7 @@ std::string Reference::missing() {
     for (const int index : log.events)
       if (const Event& e = event(index); !e.acknowledged && !e.may)
         return "event " + e.fields[1] + " of " + file + " never comes";
-    if (log.marked && !log.gone && !log.removed && static_cast<int>(i) < last &&
+    if (log.marked && !log.markedLate && !log.gone && !log.removed && static_cast<int>(i) < last &&
         !_leftByKill.contains(static_cast<int>(i)))
       return "finished log " + file + " is never removed";
   }
