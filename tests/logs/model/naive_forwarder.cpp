@@ -150,6 +150,7 @@ class NaiveForwarder final : public Forwarder {
       marked = false;
       if (type.size() != 4 || !std::strchr("TDPMA", type[0]) || line.fields.size() > 49) continue;
       if (type == "MSOF" || type == "MEOF") {
+        if (_fault == Fault::losesOpenRuns && type == "MEOF") run.clear();
         flush();
         key.clear();
         marked = type == "MEOF";
@@ -173,7 +174,6 @@ class NaiveForwarder final : public Forwarder {
     }
     if (more) marked = false;
     const bool due = _machine.clock.monotonicMs() - _runBegan >= _settings.consolidateMinutes * 60000;
-    if (_fault == Fault::losesOpenRuns && marked) run.clear();
     if (due || _still > 4) {
       flush();
       if (due) key.clear();

@@ -19,6 +19,7 @@ class Schedule {
   }
 
   std::string run(Counts& counts) {
+    if (_random.chance(60)) start();  // before anything is written
     for (int i = _random.below(8); i > 0; --i) act();
     for (int steps = 15 + _random.below(45); steps > 0 && ok(); --steps) step();
     end();
