@@ -32,7 +32,7 @@ std::string quoted(const std::string& field) {
 }  // namespace
 
 const char* nameOf(Rotation kind) {
-  static const char* const names[] = {"end_mark", "bare_mark", "settings",     "deletion",
+  static const char* const names[] = {"end_mark",  "bare_mark", "settings",     "deletion",
                                       "same_name", "replacing", "named_in_vain"};
   return names[kind];
 }
@@ -62,11 +62,14 @@ Component::Component(ModelMachine& machine, Random& random)
       _uniform(random.chance(25)),
       _crlf(random.chance(10)),
       _relative(random.chance(50)),
+      _waitsForTheAgent(random.chance(60)),
       _utf16Percent(random.oneOf({0, 30, 100})),
       _uniformCount(1 + random.below(8)) {
   setName(planLog());
-  if (random.chance(80)) make(logs[0]);
-  else _plan.push_back({Do::make, 0});
+  if (random.chance(80))
+    make(logs[0]);
+  else
+    _plan.push_back({Do::make, 0});
 }
 
 std::string Component::now() const {
@@ -87,9 +90,9 @@ std::string Component::bytes(const Log& log, const std::string& text) const {
 
 int Component::planLog(const std::string& path) {
   Log log;
-  log.path = path.empty() ? _machine.installRoot() + "/IDS/logs/KAVRTEvent-" +
-                                padded(++_files, 6) + ".csv"
-                          : path;
+  log.path = path.empty()
+                 ? _machine.installRoot() + "/IDS/logs/KAVRTEvent-" + padded(++_files, 6) + ".csv"
+                 : path;
   log.utf16 = _random.chance(_utf16Percent);
   logs.push_back(log);
   return static_cast<int>(logs.size()) - 1;
@@ -98,26 +101,26 @@ int Component::planLog(const std::string& path) {
 void Component::setName(int log) {
   _named = log;
   const std::string& path = logs[static_cast<size_t>(log)].path;
-  const std::string text = _relative && _random.chance(70)
-                               ? "../logs/" + platform::fileNameOf(path)
-                               : path;
+  const std::string text =
+      _relative && _random.chance(70) ? "../logs/" + platform::fileNameOf(path) : path;
   _machine.put(_machine.installRoot() + "/IDS/ids.properties",
                "# settings\nids.service.eventfile.name=../logs/other.csv\n"
-               "ids.service.rteventfile.name=" + text + "\n");
+               "ids.service.rteventfile.name=" +
+                   text + "\n");
 }
 
 std::string Component::markerLine(const Log& log, const std::string& type,
                                   const std::string& next) const {
-  return bytes(log, type + ",0," + now() + (next.empty() ? "" : "," + next) +
-                        (_crlf ? "\r\n" : "\n"));
+  return bytes(log,
+               type + ",0," + now() + (next.empty() ? "" : "," + next) + (_crlf ? "\r\n" : "\n"));
 }
 
 // Sometimes in two steps, with the first bytes alone at first.
 void Component::make(Log& log) {
-  const std::string first =
-      (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", "");
+  const std::string first = (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", "");
   log.bare = !_uniform && _random.chance(20);
-  log.identity = _machine.put(log.path, log.bare ? first.substr(0, static_cast<size_t>(_random.below(4))) : first);
+  log.identity = _machine.put(
+      log.path, log.bare ? first.substr(0, static_cast<size_t>(_random.below(4))) : first);
 }
 
 int Component::addEvent(int log) {
@@ -171,7 +174,8 @@ std::string Component::writeEvents(int log, int count) {
   for (int i = 0; i < count; ++i) {
     const int event = addEvent(log);
     const bool torn = i == count - 1 && _random.chance(20);
-    addLine(log, event, bytes(to, lineOf(events[static_cast<size_t>(event)]) + (_crlf ? "\r\n" : "\n")), torn);
+    addLine(log, event,
+            bytes(to, lineOf(events[static_cast<size_t>(event)]) + (_crlf ? "\r\n" : "\n")), torn);
   }
   return "writes " + std::to_string(count) + " events up to " + std::to_string(_sequence) +
          (to.torn ? to.torn->forGood ? ", the last one torn for good" : ", the last one torn" : "");
@@ -180,12 +184,14 @@ std::string Component::writeEvents(int log, int count) {
 std::string Component::goOn(int log, bool wholly) {
   Log& to = logs[static_cast<size_t>(log)];
   Torn& torn = *to.torn;
-  if (torn.looks >= kPatience) {  // it may have been taken as a line, and the rest must not look like two
+  if (torn.looks >=
+      kPatience) {  // it may have been taken as a line, and the rest must not look like two
     to.pieces.push_back(torn);
     wholly = true;
   }
   if (!wholly && torn.rest.size() > 1 && _random.chance(40)) {
-    const size_t more = 1 + static_cast<size_t>(_random.below(static_cast<int>(torn.rest.size()) - 1));
+    const size_t more =
+        1 + static_cast<size_t>(_random.below(static_cast<int>(torn.rest.size()) - 1));
     _machine.append(to.path, torn.rest.substr(0, more));
     torn.piece += torn.rest.substr(0, more);
     torn.rest.erase(0, more);
@@ -204,7 +210,8 @@ std::string Component::goOn(int log, bool wholly) {
 
 // Offset in the agent's pointer file.
 int Component::savedOffset() const {
-  const std::string pointer = _machine.content(_machine.installRoot() + "/IPS/hidslog1rtfilepointer");
+  const std::string pointer =
+      _machine.content(_machine.installRoot() + "/IPS/hidslog1rtfilepointer");
   int32_t offset = 0;
   if (pointer.size() >= 1029) std::memcpy(&offset, pointer.data() + 1025, 4);
   return offset;
@@ -217,7 +224,9 @@ bool Component::held() const {
   return savedOffset() > static_cast<int>(_machine.size(log.path));
 }
 
-bool Component::wantsCalm() const { return _calm && held(); }
+bool Component::wantsCalm() const {
+  return _calm && held();
+}
 
 std::string Component::handOver() {
   if (static_cast<int>(logs.size()) >= kMostLogs) return "";
@@ -225,8 +234,10 @@ std::string Component::handOver() {
     if (action.what == Do::replace) return "";
   const int old = _plan.empty() ? _writing : _ahead;
   const int written = static_cast<int>(logs[static_cast<size_t>(old)].events.size());
-  if (!_plan.empty()) _plan.push_back({Do::write, old});
-  else if (_uniform && written < _uniformCount) return "";
+  if (!_plan.empty())
+    _plan.push_back({Do::write, old});
+  else if (_uniform && written < _uniformCount)
+    return "";
   const bool early = _random.chance(30), late = !early && _random.chance(30);
   int kind = _random.below(rotationKinds);
   if (logs[static_cast<size_t>(old)].torn) kind = bySettings;  // left for good
@@ -248,18 +259,28 @@ std::string Component::handOver() {
         write{Do::write, next}, mark{Do::mark, old, kind == byEndMark ? next : -1};
     if (kind == byEndMark || kind == byBareMark) {
       const bool swap = _random.chance(50);
-      if (early && swap) plan({name, {Do::write, old}, make, mark, change});
-      else if (early) plan({name, mark, make, change});
-      else if (late && swap) plan({make, mark, change, write, name});
-      else if (late) plan({mark, make, change, write, name});
-      else plan({make, name, mark, change});
+      if (early && swap)
+        plan({name, {Do::write, old}, make, mark, change});
+      else if (early)
+        plan({name, mark, make, change});
+      else if (late && swap)
+        plan({make, mark, change, write, name});
+      else if (late)
+        plan({mark, make, change, write, name});
+      else
+        plan({make, name, mark, change});
     } else {
-      if (early) plan({name, make, change});
-      else if (late) plan({make, change, write, name});
-      else plan({make, name, change});
+      if (early)
+        plan({name, make, change});
+      else if (late)
+        plan({make, change, write, name});
+      else
+        plan({make, name, change});
       if (kind == byDeletion && _random.chance(80)) plan({{Do::await, old}});
-      if (kind == byDeletion) plan({{Do::remove, old}});
-      else if (!late && !logs[static_cast<size_t>(old)].torn && _random.chance(40)) plan({{Do::tail, old}});
+      if (kind == byDeletion)
+        plan({{Do::remove, old}});
+      else if (!late && !logs[static_cast<size_t>(old)].torn && _random.chance(40))
+        plan({{Do::tail, old}});
     }
   }
   return std::string("begins to hand over: ") + nameOf(static_cast<Rotation>(kind));
@@ -277,7 +298,9 @@ std::string Component::replace(int old) {
   if (logs[static_cast<size_t>(old)].next == old) logs[static_cast<size_t>(old)].next = index;
   if (there && !marked && _calm) {  // as long as the other one, or longer
     make(log);
-    if (log.bare) log.identity = _machine.put(path, (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", ""));
+    if (log.bare)
+      log.identity =
+          _machine.put(path, (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", ""));
     log.bare = false;
     do {
       const int event = addEvent(index);
@@ -366,7 +389,8 @@ std::string Component::act(bool settled) {
       ready = allAcknowledged(log);
     } else if (action.what == Do::replace) {
       _calm = !log.marked && settled && !log.events.empty() &&
-              events[static_cast<size_t>(log.events.back())].acknowledged && !_machine.reuseIdentities && _random.chance(50);
+              events[static_cast<size_t>(log.events.back())].acknowledged &&
+              !_machine.reuseIdentities && _random.chance(50);
       const int saved = savedOffset();
       ready = !there || _calm || saved > 120 || (log.marked && saved == 0);
       if (ready) {
@@ -375,6 +399,9 @@ std::string Component::act(bool settled) {
         return replace(action.log);
       }
     }
+    if (action.what == Do::name && _waitsForTheAgent && !logs[static_cast<size_t>(_named)].seen &&
+        ++_waits < 12)
+      return "";
     if (!ready) {
       if (++_waits > 30) {  // the agent does not read that log: the component goes on elsewhere
         _waits = 0;
@@ -384,12 +411,12 @@ std::string Component::act(bool settled) {
       }
       return "";
     }
+    _waits = 0;
     _plan.pop_front();
     return perform(action);
   }
   const int written = static_cast<int>(current.events.size());
-  if (current.torn || (_uniform ? written >= _uniformCount : _random.chance(18)))
-    return handOver();
+  if (current.torn || (_uniform ? written >= _uniformCount : _random.chance(18))) return handOver();
   if (written >= kMostEvents) return "";
   if (!_uniform && _random.chance(6)) {
     static const char* const junk[] = {"", "TFI,1,x", "Xabc,2,y", "no event at all", "TFILE,3"};
@@ -428,7 +455,8 @@ void Component::passed() {
 
 bool Component::allAcknowledged(const Log& log) const {
   for (const int event : log.events)
-    if (const Event& e = events[static_cast<size_t>(event)]; !e.acknowledged && !e.may) return false;
+    if (const Event& e = events[static_cast<size_t>(event)]; !e.acknowledged && !e.may)
+      return false;
   return true;
 }
 

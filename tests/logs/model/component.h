@@ -15,13 +15,13 @@ namespace korvane::log_model {
 
 // The kinds of hand-over, as they are counted.
 enum Rotation {
-  byEndMark,     // an end mark that names the next log
-  byBareMark,    // an end mark that names none
-  bySettings,    // no end mark
-  byDeletion,    // the component deletes the log that it leaves
-  bySameName,    // an end mark, and the next log takes the path
-  byReplacing,   // another file under the same path, or the same one emptied; no end mark
-  namedInVain,   // a name in the settings whose log never comes
+  byEndMark,    // an end mark that names the next log
+  byBareMark,   // an end mark that names none
+  bySettings,   // no end mark
+  byDeletion,   // the component deletes the log that it leaves
+  bySameName,   // an end mark, and the next log takes the path
+  byReplacing,  // another file under the same path, or the same one emptied; no end mark
+  namedInVain,  // a name in the settings whose log never comes
   rotationKinds,
 };
 const char* nameOf(Rotation kind);
@@ -52,14 +52,14 @@ struct Torn {
 struct Log {
   std::string path;
   bool utf16 = false;
-  uint64_t identity = 0;  // 0: not made yet
-  bool bare = false;      // made, but without its first line yet
-  bool marked = false;    // its end mark stands whole
-  int next = -1;          // the log that its end mark names
-  bool gone = false;      // removed, replaced or emptied by the component
-  bool removed = false;   // by the agent
-  bool seen = false;      // its name, by the agent, in the settings
-  bool may = false;       // none of it need come
+  uint64_t identity = 0;    // 0: not made yet
+  bool bare = false;        // made, but without its first line yet
+  bool marked = false;      // its end mark stands whole
+  int next = -1;            // the log that its end mark names
+  bool gone = false;        // removed, replaced or emptied by the component
+  bool removed = false;     // by the agent
+  bool seen = false;        // its name, by the agent, in the settings
+  bool may = false;         // none of it need come
   bool markedLate = false;  // when the agent may have left it
   int supersededFor = 0;    // passes in which the settings named another one that has begun
   std::vector<int> events;
@@ -126,6 +126,7 @@ class Component {
   ModelMachine& _machine;
   Random& _random;
   const bool _uniform, _crlf, _relative;
+  const bool _waitsForTheAgent;  // names no log before the one named now was seen
   const int _utf16Percent, _uniformCount;
   std::deque<Action> _plan;
   int _writing = 0, _ahead = 0;  // the log being written, and the one at the end of the plan

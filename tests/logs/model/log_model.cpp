@@ -42,7 +42,8 @@ int main(int argc, char** argv) {
   }
   if (schedules == 1 && counts.failures == 0) {
     Counts again;
-    runSchedule(seed, make, again, [](const std::string& line) { std::printf("%s\n", line.c_str()); });
+    runSchedule(seed, make, again,
+                [](const std::string& line) { std::printf("%s\n", line.c_str()); });
   }
   std::printf("%s\n", counts.json(seed).c_str());
   return counts.failures ? 1 : 0;

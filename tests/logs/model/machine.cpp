@@ -78,8 +78,7 @@ class ProcessFile final : public platform::ForwardingFile {
 
 class ProcessFiles final : public platform::ForwardingFiles {
  public:
-  ProcessFiles(platform::Files& to, ModelMachine& machine,
-               std::shared_ptr<ModelMachine::Life> life)
+  ProcessFiles(platform::Files& to, ModelMachine& machine, std::shared_ptr<ModelMachine::Life> life)
       : ForwardingFiles(to), _machine(machine), _life(std::move(life)) {}
   static bool struck(ModelMachine::Life& life) {
     if (!life.dead && life.countdown > 0 && --life.countdown == 0) life.dead = true;
@@ -91,7 +90,8 @@ class ProcessFiles final : public platform::ForwardingFiles {
     std::unique_ptr<File> file;
     if (const int error = _to.open(path, mode, file)) return error;
     _machine._watch.opened(path);
-    out = std::make_unique<ProcessFile>(std::move(file), _machine, _machine.identityOf(path), _life);
+    out =
+        std::make_unique<ProcessFile>(std::move(file), _machine, _machine.identityOf(path), _life);
     return 0;
   }
   int lock(const std::string& path, std::unique_ptr<platform::FileLock>& out) override {
@@ -143,7 +143,9 @@ class ProcessFiles final : public platform::ForwardingFiles {
   const std::shared_ptr<ModelMachine::Life> _life;
 };
 
-bool ProcessFile::struck() { return ProcessFiles::struck(*_life); }
+bool ProcessFile::struck() {
+  return ProcessFiles::struck(*_life);
+}
 
 ModelMachine::ModelMachine(DiskWatch& watch)
     : _watch(watch), _coarse(std::make_unique<CoarseClock>(*this)), _disk(*_coarse) {
@@ -195,7 +197,9 @@ uint64_t ModelMachine::size(const std::string& path) {
   return _disk.info(path, info) == 0 ? info.size : 0;
 }
 
-bool ModelMachine::exists(const std::string& path) { return identityOf(path) != 0; }
+bool ModelMachine::exists(const std::string& path) {
+  return identityOf(path) != 0;
+}
 
 uint64_t ModelMachine::identityOf(const std::string& path) {
   FileInfo info;

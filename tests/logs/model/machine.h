@@ -25,7 +25,9 @@ class Random {
   }
   int below(int n) { return static_cast<int>(next() % static_cast<uint64_t>(n)); }
   bool chance(int percent) { return below(100) < percent; }
-  int oneOf(std::initializer_list<int> of) { return of.begin()[below(static_cast<int>(of.size()))]; }
+  int oneOf(std::initializer_list<int> of) {
+    return of.begin()[below(static_cast<int>(of.size()))];
+  }
 
  private:
   uint64_t _state;

@@ -22,7 +22,10 @@ struct Line {
 class NaiveForwarder final : public Forwarder {
  public:
   NaiveForwarder(Machine& machine, Receiver& receiver, Fault fault)
-      : _machine(machine), _receiver(receiver), _fault(fault), _state(machine.installRoot() + "/IPS/hidslog1rtfilepointer") {}
+      : _machine(machine),
+        _receiver(receiver),
+        _fault(fault),
+        _state(machine.installRoot() + "/IPS/hidslog1rtfilepointer") {}
 
   void start(const Settings& settings) override {
     _settings = settings;
@@ -62,7 +65,9 @@ class NaiveForwarder final : public Forwarder {
  private:
   void look() {
     std::string text;
-    if (platform::readWholeFile(*_files, _machine.installRoot() + "/IDS/ids.properties", 100000, text)) return;
+    if (platform::readWholeFile(*_files, _machine.installRoot() + "/IDS/ids.properties", 100000,
+                                text))
+      return;
     const std::string key = "ids.service.rteventfile.name=";
     size_t begin = text.find(key) + key.size();
     std::string name = text.substr(begin, text.find('\n', begin) - begin);
@@ -173,12 +178,15 @@ class NaiveForwarder final : public Forwarder {
       _runBegan = _machine.clock.monotonicMs();
     }
     if (more) marked = false;
-    const bool due = _machine.clock.monotonicMs() - _runBegan >= _settings.consolidateMinutes * 60000;
+    const bool due =
+        _machine.clock.monotonicMs() - _runBegan >= _settings.consolidateMinutes * 60000;
     if (due || _still > 4) {
       flush();
       if (due) key.clear();
     }
-    _still = all.empty() && log.size() == _stillSize && _names.size() > 1 ? _still + 1 : all.empty() ? 0 : _still;
+    _still = all.empty() && log.size() == _stillSize && _names.size() > 1 ? _still + 1
+             : all.empty()                                                ? 0
+                                                                          : _still;
     if (!batch.empty() || !run.empty()) _still = run.empty() ? 0 : _still + 1;
     _stillSize = log.size();
     if (_fault == Fault::deletesEarly && marked) _files->remove(_names[0]);
@@ -202,9 +210,12 @@ class NaiveForwarder final : public Forwarder {
     if (_fault == Fault::savesBeforeDelivery) save();
     const Answer answer = _receiver.take(batch);
     const bool done = answer.outcome == Outcome::answered &&
-                      (answer.code == 0 || (_settings.serviceType == 1 && (answer.code == 302 || answer.code == 600)));
-    if (!done && _fault != Fault::dropsRefused) _offset = before;
-    else if (_fault != Fault::savesTooLate) save();
+                      (answer.code == 0 ||
+                       (_settings.serviceType == 1 && (answer.code == 302 || answer.code == 600)));
+    if (!done && _fault != Fault::dropsRefused)
+      _offset = before;
+    else if (_fault != Fault::savesTooLate)
+      save();
     return done;
   }
 
@@ -222,7 +233,8 @@ class NaiveForwarder final : public Forwarder {
     moveOn(following);
     if (_files->info(finished, now) || now.identity != info.identity) return;
     if (_fault != Fault::keepsFinishedLogs) _files->remove(finished);
-    if (_fault == Fault::deletesEqualLogs && after.size == info.size && after.modifiedNs == info.modifiedNs)
+    if (_fault == Fault::deletesEqualLogs && after.size == info.size &&
+        after.modifiedNs == info.modifiedNs)
       _files->remove(_names[0]);
   }
 

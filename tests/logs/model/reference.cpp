@@ -65,11 +65,13 @@ void Counts::add(const Counts& more) {
 
 std::string Counts::json(uint64_t seed) const {
   const std::pair<const char*, uint64_t> values[] = {
-      {"seed", seed},       {"schedules", schedules}, {"kills", kills},
-      {"kills_between_passes", killsBetween},         {"restarts", restarts},
-      {"passes", passes},   {"batches", batches},     {"answers_lost", lost},
-      {"refused", refused}, {"dropped_by_server", dropped}, {"events", events},
-      {"excluded", excluded}, {"delivered", delivered}, {"again", again},
+      {"seed", seed},           {"schedules", schedules},
+      {"kills", kills},         {"kills_between_passes", killsBetween},
+      {"restarts", restarts},   {"passes", passes},
+      {"batches", batches},     {"answers_lost", lost},
+      {"refused", refused},     {"dropped_by_server", dropped},
+      {"events", events},       {"excluded", excluded},
+      {"delivered", delivered}, {"again", again},
       {"summaries", summaries}, {"torn_lines_taken", pieces}};
   std::string text = "{";
   for (const auto& [name, value] : values)
@@ -101,7 +103,8 @@ void Reference::readToItsEnd(uint64_t identity) {
   Log* log = _inPass ? _component->byIdentity(identity) : nullptr;
   if (!log || !log->torn) return;
   log->torn->lookedAt = true;
-  if (log->torn->event >= 0 && log->torn->looks + 1 >= kPatience) event(log->torn->event).may = true;
+  if (log->torn->event >= 0 && log->torn->looks + 1 >= kPatience)
+    event(log->torn->event).may = true;
 }
 
 void Reference::removing(uint64_t identity, const std::string& how) {
@@ -151,10 +154,14 @@ Answer Reference::draw() {
   const int code = _settings.serviceType == 1 ? _random.oneOf({302, 400, 600, 300, 601})
                                               : _random.oneOf({429, 430, 500, 1});
   switch (_random.below(4)) {
-    case 0: return {Outcome::answerLost, _random.oneOf({0, 28})};
-    case 1: return {Outcome::notArrived, _random.oneOf({0, 28, 503})};
-    case 2: return {};
-    default: return {Outcome::answered, code};
+    case 0:
+      return {Outcome::answerLost, _random.oneOf({0, 28})};
+    case 1:
+      return {Outcome::notArrived, _random.oneOf({0, 28, 503})};
+    case 2:
+      return {};
+    default:
+      return {Outcome::answered, code};
   }
 }
 
@@ -173,22 +180,31 @@ Answer Reference::take(const Batch& batch) {
     std::string text = "    agent: a batch";
     for (const Record& record : batch)
       for (const auto& [name, value] : record)
-        if (name == "v2" || (name == "a5" && value != "1")) text += (name == "a5" ? " x" : " ") + value;
-    tell(text + (lost ? ", the answer is lost" : delivered ? ", delivered"
-                 : answer.outcome == Outcome::notArrived ? ", does not arrive"
-                                                         : ", refused") + " " + std::to_string(answer.code));
+        if (name == "v2" || (name == "a5" && value != "1"))
+          text += (name == "a5" ? " x" : " ") + value;
+    tell(text +
+         (lost                                    ? ", the answer is lost"
+          : delivered                             ? ", delivered"
+          : answer.outcome == Outcome::notArrived ? ", does not arrive"
+                                                  : ", refused") +
+         " " + std::to_string(answer.code));
   }
   if (batch.empty()) fail("an empty batch");
   if (static_cast<int>(batch.size()) > _settings.writerLimit + 1)
     fail("a batch of " + std::to_string(batch.size()) + " records");
   for (const Record& record : batch) {
     Part part;
-    if (!identify(record, part)) fail("a record that nobody wrote:" + textOf(record));
-    else if ((delivered || lost) && !part.events.empty()) deliver(part, delivered);
+    if (!identify(record, part))
+      fail("a record that nobody wrote:" + textOf(record));
+    else if ((delivered || lost) && !part.events.empty())
+      deliver(part, delivered);
   }
-  if (lost) ++counts.lost;
-  else if (!delivered) ++counts.refused;
-  else if (answer.code) ++counts.dropped;
+  if (lost)
+    ++counts.lost;
+  else if (!delivered)
+    ++counts.refused;
+  else if (answer.code)
+    ++counts.dropped;
   return answer;
 }
 
@@ -235,7 +251,8 @@ bool Reference::identify(const Record& record, Part& part) {
     if (!withoutReplacements(value).empty()) plain.emplace_back(name, withoutReplacements(value));
   for (const Log& log : _component->logs) {
     std::vector<Torn> candidates = log.pieces;
-    if (log.torn && log.torn->looks + log.torn->lookedAt >= kPatience) candidates.push_back(*log.torn);
+    if (log.torn && log.torn->looks + log.torn->lookedAt >= kPatience)
+      candidates.push_back(*log.torn);
     for (const Torn& torn : candidates)
       if (torn.event >= 0 &&
           standsFor(plain, torn.event, splitLine(decoded(log, torn.piece)), covered, part)) {
@@ -260,14 +277,17 @@ void Reference::deliver(const Part& part, bool acknowledged) {
       int& newest = _newest[static_cast<size_t>(log)];
       if (index < newest) fail("event " + e.fields[1] + " comes behind later ones of its log");
       newest = std::max(newest, index);
-      if (log < _newestLog && !e.may) fail("event " + e.fields[1] + " comes behind those of a later log");
+      if (log < _newestLog && !e.may)
+        fail("event " + e.fields[1] + " comes behind those of a later log");
       _newestLog = std::max(_newestLog, log);
     } else {
       ++counts.again;
       if (--e.allowedAgain < 0) fail("event " + e.fields[1] + " comes again without a reason");
     }
-    if (acknowledged) e.acknowledged = true;
-    else ++e.allowedAgain;
+    if (acknowledged)
+      e.acknowledged = true;
+    else
+      ++e.allowedAgain;
   }
 }
 

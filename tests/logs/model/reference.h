@@ -74,8 +74,8 @@ class Reference final : public Receiver, public DiskWatch {
   Answer draw();
   bool delivers(const Answer& answer) const;
   bool identify(const Record& record, Part& part);
-  bool standsFor(const Record& record, int line, const std::vector<std::string>& fields, int covered,
-                 Part& part);
+  bool standsFor(const Record& record, int line, const std::vector<std::string>& fields,
+                 int covered, Part& part);
   void deliver(const Part& part, bool acknowledged);
   std::vector<bool> demanded() const;
   Event& event(int index) { return _component->events[static_cast<size_t>(index)]; }
@@ -87,11 +87,11 @@ class Reference final : public Receiver, public DiskWatch {
   std::string _failure;
   int _trouble = 0;
   bool _inPass = false;
-  std::set<int> _looked;            // names that the process saw, not yet for good
-  std::vector<Part> _arrived;       // in this pass, and were answered
-  std::vector<int> _newest;         // the newest event that came, by log
+  std::set<int> _looked;       // names that the process saw, not yet for good
+  std::vector<Part> _arrived;  // in this pass, and were answered
+  std::vector<int> _newest;    // the newest event that came, by log
   int _newestLog = 0;
-  std::set<int> _leftByKill;        // finished logs that a killed pass may have left
+  std::set<int> _leftByKill;  // finished logs that a killed pass may have left
 };
 
 }  // namespace korvane::log_model

@@ -6,7 +6,8 @@ namespace {
 
 class Schedule {
  public:
-  Schedule(uint64_t seed, const MakeForwarder& make, const std::function<void(const std::string&)>& tell)
+  Schedule(uint64_t seed, const MakeForwarder& make,
+           const std::function<void(const std::string&)>& tell)
       : _random(seed), _tell(tell) {
     _machine.grainMs = _random.oneOf({1, 2000, 0});
     _machine.reuseIdentities = _random.chance(30);
@@ -23,8 +24,8 @@ class Schedule {
     for (int i = _random.below(8); i > 0; --i) act();
     for (int steps = 15 + _random.below(45); steps > 0 && ok(); --steps) step();
     end();
-    for (const Rotation kind : {byEndMark, byBareMark, bySettings, byDeletion, bySameName,
-                                byReplacing, namedInVain})
+    for (const Rotation kind :
+         {byEndMark, byBareMark, bySettings, byDeletion, bySameName, byReplacing, namedInVain})
       _reference.counts.rotations[kind] = static_cast<uint64_t>(_component->rotations[kind]);
     _reference.counts.schedules = 1;
     _reference.counts.events = _component->events.size();
@@ -183,8 +184,8 @@ std::string runSchedules(uint64_t first, uint64_t number, const MakeForwarder& m
     std::string text = "seed " + std::to_string(seed) + ": " + failure + "\n";
     Counts again;
     runSchedule(seed, make, again, [&](const std::string& line) { text += line + "\n"; });
-    return text + "seed " + std::to_string(seed) + ": " + failure + "\nreplay: log_model --schedules 1 --seed " +
-           std::to_string(seed);
+    return text + "seed " + std::to_string(seed) + ": " + failure +
+           "\nreplay: log_model --schedules 1 --seed " + std::to_string(seed);
   }
   return "";
 }
