@@ -32,7 +32,7 @@ TEST(LogModelTest, aSimpleForwarderKeepsThePromises) {
   EXPECT_EQ(runSchedules(1, 1500, naive(Fault::none), counts), "");
   for (const uint64_t rotations : counts.rotations) EXPECT_GT(rotations, 100u);
   EXPECT_GT(counts.kills, 1000u);
-  EXPECT_GT(counts.summaries, 1000u);
+  EXPECT_GT(counts.summaries, 300u);
   EXPECT_LT(counts.excluded * 100, counts.events * 15);  // the account covers nearly all
 }
 

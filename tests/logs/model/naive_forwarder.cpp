@@ -33,8 +33,8 @@ class NaiveForwarder final : public Forwarder {
     _names.clear();
     _lastSeen.clear();
     _lastKey.clear();
-    _offset = _tornSize = 0;
-    _patience = _still = _quiet = 0;
+    _offset = 0;
+    _quiet = 0;
     _identity = 0;
     std::string text;
     if (platform::readWholeFile(*_files, _state, 100000, text) == 0) {
@@ -92,13 +92,12 @@ class NaiveForwarder final : public Forwarder {
     _names.erase(_names.begin(), _names.begin() + static_cast<std::ptrdiff_t>(names));
     _offset = 0;
     _identity = 0;
-    _still = 0;
-    if (_fault != Fault::carriesPatience) _patience = 0;
+    _quiet = 0;
     _lastKey.clear();
     save();
   }
 
-  // The lines from the position on, the unfinished one too when it is due.
+  // The lines from the position on. It never takes a line without an end.
   std::vector<Line> lines(const std::string& log) {
     const bool wide = log.starts_with("\xFF\xFE");
     const std::string lf = wide ? std::string("\n\0", 2) : "\n";
@@ -106,29 +105,18 @@ class NaiveForwarder final : public Forwarder {
     for (size_t at = std::max(_offset, size_t{wide ? 2u : 0u}); at < log.size();) {
       size_t end = log.find(lf, at);
       while (wide && end != std::string::npos && (end - at) % 2) end = log.find(lf, end + 1);
-      if (end == std::string::npos) {
-        if (log.size() != _tornSize) {
-          _tornSize = log.size();
-          if (_fault != Fault::carriesPatience) _patience = 0;
-        }
-        if (++_patience < 6 && _fault != Fault::tearsAtOnce) break;
-        end = wide ? at + (log.size() - at) / 2 * 2 : log.size();
-      } else {
-        end += lf.size();
-      }
-      if (end == at) break;
-      std::string text;
+      if (end == std::string::npos && _fault != Fault::tearsAtOnce) break;
+      end = std::min(log.size(), end == std::string::npos ? end : end + lf.size());
+      std::string text = log.substr(at, end - at);
       if (wide) {
-        std::u16string units((end - at) / 2, u'\0');
-        std::memcpy(units.data(), log.data() + at, end - at);
+        std::u16string units(text.size() / 2, u'\0');
+        std::memcpy(units.data(), text.data(), units.size() * 2);
         text = utf16ToUtf8(units);
-      } else {
-        text = utf16ToUtf8(utf8ToUtf16(log.substr(at, end - at)));
       }
       while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
       at = end;
       found.push_back({splitLine(text), at});
-      if (found.back().fields.size() < 3) found.back().fields.resize(3);
+      found.back().fields.resize(std::max<size_t>(3, found.back().fields.size()));
     }
     return found;
   }
@@ -136,71 +124,51 @@ class NaiveForwarder final : public Forwarder {
   void forward(const std::string& log, const platform::FileInfo& info) {
     Batch batch;
     size_t reached = _offset;
-    std::string key = _lastKey, open, next;
+    std::string key = _lastKey, next;
     std::vector<Line> run;
-    bool marked = false, more = false;
+    bool marked = false, all = true;
     const auto flush = [&] {
       if (run.empty()) return;
       batch.push_back(recordOf(run));
       reached = run.back().end;
       run.clear();
     };
-    const std::vector<Line> all = lines(log);
-    for (const Line& line : all) {
+    for (const Line& line : lines(log)) {
       if (static_cast<int>(batch.size()) >= _settings.writerLimit) {
-        more = true;
+        marked = all = false;
         break;
       }
       const std::string& type = line.fields[0];
-      marked = false;
       if (type.size() != 4 || !std::strchr("TDPMA", type[0]) || line.fields.size() > 49) continue;
-      if (type == "MSOF" || type == "MEOF") {
-        if (_fault == Fault::losesOpenRuns && type == "MEOF") run.clear();
-        flush();
-        key.clear();
-        marked = type == "MEOF";
-        next = marked && line.fields.size() > 3 ? line.fields[3] : "";
-        continue;
-      }
-      const std::string now = keyOf(line);
-      if (!now.empty() && now == key) {
-        run.push_back(line);
-        continue;
-      }
-      flush();
-      if (static_cast<int>(batch.size()) >= _settings.writerLimit) {
-        more = true;
-        break;
-      }
-      run = {line};
-      flush();
+      marked = type == "MEOF";
+      if (marked && line.fields.size() > 3) next = line.fields[3];
+      if (marked && _fault == Fault::losesOpenRuns) run.clear();
+      const std::string now = marked || type == "MSOF" ? "" : keyOf(line);
+      if (now.empty() || now != key) flush();
       key = now;
-      _runBegan = _machine.clock.monotonicMs();
+      if (marked || type == "MSOF") continue;
+      const bool repeats = !run.empty() || (!now.empty() && now == _lastKey && batch.empty());
+      run.push_back(line);
+      if (!repeats) flush();
     }
-    if (more) marked = false;
-    const bool due =
-        _machine.clock.monotonicMs() - _runBegan >= _settings.consolidateMinutes * 60000;
-    if (due || _still > 4) {
-      flush();
-      if (due) key.clear();
-    }
-    _still = all.empty() && log.size() == _stillSize && _names.size() > 1 ? _still + 1
-             : all.empty()                                                ? 0
-                                                                          : _still;
-    if (!batch.empty() || !run.empty()) _still = run.empty() ? 0 : _still + 1;
-    _stillSize = log.size();
+    flush();
     if (_fault == Fault::deletesEarly && marked) _files->remove(_names[0]);
+    if (!batch.empty()) _quiet = 0;
     if (!batch.empty() && !send(batch, reached)) return;
     if (!batch.empty()) _lastKey = key;
-    if (!run.empty() || more) return;
-    if (marked) return finish(next, info);
     platform::FileInfo after;
-    size_t following = 1;
-    while (following < _names.size() && (_files->info(_names[following], after) || after.size == 0))
-      ++following;
-    const bool followed = following < _names.size();
-    if (followed && batch.empty() && _quiet++ > 12) _quiet = 0, moveOn(following);
-    if (!followed || !batch.empty()) _quiet = 0;
+    if (marked) {
+      finish(next, info);
+    } else if (all && batch.empty() && following(1, after) < _names.size() && ++_quiet > 12) {
+      moveOn(following(1, after));
+    }
+  }
+
+  // The first name that a log with that many bytes goes by, of those behind the one being read.
+  size_t following(uint64_t bytes, platform::FileInfo& info) {
+    size_t at = 1;
+    while (at < _names.size() && (_files->info(_names[at], info) || info.size < bytes)) ++at;
+    return at;
   }
 
   bool send(Batch& batch, size_t reached) {
@@ -208,29 +176,23 @@ class NaiveForwarder final : public Forwarder {
     const size_t before = _offset;
     _offset = reached;
     if (_fault == Fault::savesBeforeDelivery) save();
-    const Answer answer = _receiver.take(batch);
-    const bool done = answer.outcome == Outcome::answered &&
-                      (answer.code == 0 ||
-                       (_settings.serviceType == 1 && (answer.code == 302 || answer.code == 600)));
-    if (!done && _fault != Fault::dropsRefused)
-      _offset = before;
-    else if (_fault != Fault::savesTooLate)
-      save();
+    const auto [outcome, code] = _receiver.take(batch);
+    const bool done = outcome == Outcome::answered &&
+                      (code == 0 || (_settings.serviceType == 1 && (code == 302 || code == 600)));
+    if (!done && _fault != Fault::dropsRefused) _offset = before;
+    if (_offset == reached && _fault != Fault::savesTooLate) save();
     return done;
   }
 
   void finish(const std::string& next, const platform::FileInfo& info) {
     const std::string finished = _names[0];
-    if (!next.empty()) {
-      const std::string path = platform::directoryOf(finished) + "/" + next;
-      if (path != finished && std::find(_names.begin(), _names.end(), path) == _names.end())
-        _names.insert(_names.begin() + 1, path);
-    }
+    const std::string path = platform::directoryOf(finished) + "/" + next;
+    if (!next.empty() && std::find(_names.begin(), _names.end(), path) == _names.end())
+      _names.insert(_names.begin() + 1, path);
     platform::FileInfo now, after;
-    size_t following = 1;
-    while (following < _names.size() && _files->info(_names[following], after)) ++following;
-    if (following >= _names.size()) return;
-    moveOn(following);
+    const size_t at = following(0, after);
+    if (at >= _names.size()) return;
+    moveOn(at);
     if (_files->info(finished, now) || now.identity != info.identity) return;
     if (_fault != Fault::keepsFinishedLogs) _files->remove(finished);
     if (_fault == Fault::deletesEqualLogs && after.size == info.size &&
@@ -273,10 +235,9 @@ class NaiveForwarder final : public Forwarder {
   Settings _settings;
   std::vector<std::string> _names;  // the one being read, and those behind it
   std::string _lastSeen, _lastKey;
-  size_t _offset = 0, _tornSize = 0, _stillSize = 0;
+  size_t _offset = 0;
   uint64_t _identity = 0;
-  int _patience = 0, _still = 0, _quiet = 0;
-  int64_t _runBegan = 0;
+  int _quiet = 0;
 };
 
 }  // namespace

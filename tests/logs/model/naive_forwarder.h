@@ -11,7 +11,6 @@ enum class Fault {
   savesBeforeDelivery,   // loses the batch in flight
   savesTooLate,          // sends the batch before the last one again after every start
   tearsAtOnce,           // takes an unfinished line at first sight
-  carriesPatience,       // counts one line's passes for the next one
   forgetsNames,          // keeps no names over a restart
   looksAtTheNewestName,  // passes by names that came in between
   deletesEqualLogs,      // removes a next log of the finished one's size and time
@@ -23,7 +22,7 @@ enum class Fault {
   dropsRefused,          // takes every answer for a delivery
   followsNoReplacement,  // goes on at its position in a log that took another's place
 };
-constexpr int kFaults = 15;
+constexpr int kFaults = 14;
 
 std::unique_ptr<Forwarder> makeNaiveForwarder(Machine& machine, Receiver& receiver, Fault fault);
 

@@ -27,7 +27,10 @@ bool sameValues(const Record& record, const std::vector<std::string>& fields,
     if (at < record.size() && record[at].first == own) ++at;
   if (!next("a4", "hidslog1rt") || !next("a5", repeats)) return false;
   if (repeats != "1" && !next("a6", lastTime.substr(0, 22))) return false;
-  if (repeats == "1" && (at == record.size() || record[at++].first != "a6")) return false;
+  if (at < record.size() && repeats == "1" && record[at].first == "a6")
+    ++at;
+  else if (repeats == "1" && !time.empty())
+    return false;
   for (size_t n = 18; n <= fields.size(); ++n)
     if (!next("v" + std::to_string(n), field(n))) return false;
   return at == record.size();
