@@ -178,7 +178,9 @@ std::string Component::writeEvents(int log, int count) {
             bytes(to, lineOf(events[static_cast<size_t>(event)]) + (_crlf ? "\r\n" : "\n")), torn);
   }
   return "writes " + std::to_string(count) + " events up to " + std::to_string(_sequence) +
-         (to.torn ? to.torn->forGood ? ", the last one torn for good" : ", the last one torn" : "");
+         (!to.torn ? ""
+                   : ", the last one torn behind " + std::to_string(to.torn->piece.size()) +
+                         " bytes" + (to.torn->forGood ? " for good" : ""));
 }
 
 std::string Component::goOn(int log, bool wholly) {
@@ -193,10 +195,12 @@ std::string Component::goOn(int log, bool wholly) {
     const size_t more =
         1 + static_cast<size_t>(_random.below(static_cast<int>(torn.rest.size()) - 1));
     _machine.append(to.path, torn.rest.substr(0, more));
+    const size_t unit = to.utf16 ? 2 : 1;
+    // Half a UTF-16 unit more shows nothing new.
+    if ((torn.piece.size() + more) / unit != torn.piece.size() / unit) torn.looks = 0;
     torn.piece += torn.rest.substr(0, more);
     torn.rest.erase(0, more);
-    torn.looks = 0;
-    return "writes more of a torn line";
+    return "writes " + std::to_string(more) + " bytes more of a torn line";
   }
   if (late(to)) {
     to.markedLate = true;

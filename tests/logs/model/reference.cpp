@@ -211,59 +211,81 @@ Answer Reference::take(const Batch& batch) {
   return answer;
 }
 
-// Whether the record is the line with these fields, the last one of those that it stands for. `line` is the event
-// that the line is, whole or not.
-bool Reference::standsFor(const Record& record, int line, const std::vector<std::string>& fields,
-                          int covered, Part& part) {
+// What may be read of an event: its fields, and those of its line's parts that stand, or stood, without an end
+// for long enough.
+std::vector<Reference::Reading> Reference::readings(int index) {
+  const Event& e = event(index);
+  std::vector<Reading> all = {{e.fields, true}};
+  if (!e.may) return all;
+  const Log& log = _component->logs[static_cast<size_t>(e.log)];
+  const auto add = [&](const Torn& torn) {
+    if (torn.event != index) return;
+    all.push_back({splitLine(decoded(log, torn.piece)), false});
+    all.back().fields.resize(std::max<size_t>(3, all.back().fields.size()));
+  };
+  for (const Torn& torn : log.pieces) add(torn);
+  if (log.torn && log.torn->looks + log.torn->lookedAt >= kPatience) add(*log.torn);
+  return all;
+}
+
+// The events that a record stands for when `index` is the last of them, read as `reading`.
+bool Reference::standsFor(const Record& record, int index, const Reading& reading, int covered,
+                          Part& part) {
   const auto key = [](std::vector<std::string> of) {
-    of.resize(std::max<size_t>(of.size(), 3));
     of[1].clear(), of[2].clear();
     while (!of.empty() && of.back().empty()) of.pop_back();
     return of;
   };
-  part.events = {line};
-  if (covered > 1 && !(_settings.consolidate && event(line).folds)) return false;
-  const auto wanted = key(fields);
-  for (int at = line - 1, left = covered; left > 1; --at) {
+  if (covered > 1 && !(_settings.consolidate && event(index).folds)) return false;
+  if (record.size() < 2) return false;
+  part.events.clear();
+  if (reading.whole) part.events.push_back(index);
+  const std::string lastTime = reading.fields[2];
+  std::string time = lastTime;
+  for (int at = index - 1, left = covered; left > 1; --at) {
     if (at < 0) return false;
-    if (event(at).log != event(line).log) continue;
-    const bool same = key(event(at).fields) == wanted;
-    if (!same && !event(at).may) return false;
-    if (same && --left) part.events.push_back(at);
+    if (event(at).log != event(index).log) continue;
+    bool same = false, whole = false;
+    for (const Reading& other : readings(at)) {
+      if (key(other.fields) != key(reading.fields)) continue;
+      // Of two readings with one key, the one that gives the record its time.
+      if (!same || std::pair<std::string, std::string>{"v3", other.fields[2]} == record[1]) {
+        time = other.fields[2];
+        whole = other.whole;
+      }
+      same = true;
+    }
+    if (whole) part.events.push_back(at);
+    if (same)
+      --left;
+    else if (!event(at).may)
+      return false;
   }
-  const std::string time = fields.size() < 3 ? "" : fields[2];
-  return sameValues(record, fields, covered > 1 ? event(part.events.back()).fields[2] : time,
-                    std::to_string(covered), covered > 1 ? time : "");
+  return sameValues(record, reading.fields, time, std::to_string(covered),
+                    covered > 1 ? lastTime : "");
 }
 
-// The events that a record stands for; false when it is none of theirs.
+// False for a record that stands for nothing that was written.
 bool Reference::identify(const Record& record, Part& part) {
   std::string sequence, repeats;
   for (const auto& [name, value] : record) {
     if (name == "v2") sequence = value;
     if (name == "a5") repeats = value;
   }
-  const int line = std::atoi(sequence.c_str()) - 1, covered = std::atoi(repeats.c_str());
+  const int index = std::atoi(sequence.c_str()) - 1, covered = std::atoi(repeats.c_str());
   if (covered < 1) return false;
-  if (line >= 0 && line < static_cast<int>(_component->events.size()) &&
-      standsFor(record, line, event(line).fields, covered, part))
+  if (index >= 0 && index < static_cast<int>(_component->events.size()) &&
+      standsFor(record, index, {event(index).fields, true}, covered, part))
     return true;
-  // A line that stands, or stood, without its end for long enough.
   Record plain;
   for (const auto& [name, value] : record)
     if (!withoutReplacements(value).empty()) plain.emplace_back(name, withoutReplacements(value));
-  for (const Log& log : _component->logs) {
-    std::vector<Torn> candidates = log.pieces;
-    if (log.torn && log.torn->looks + log.torn->lookedAt >= kPatience)
-      candidates.push_back(*log.torn);
-    for (const Torn& torn : candidates)
-      if (torn.event >= 0 &&
-          standsFor(plain, torn.event, splitLine(decoded(log, torn.piece)), covered, part)) {
-        part.events.erase(part.events.begin());
+  for (size_t torn = 0; torn < _component->events.size(); ++torn)
+    for (const Reading& reading : readings(static_cast<int>(torn)))
+      if (!reading.whole && standsFor(plain, static_cast<int>(torn), reading, covered, part)) {
         ++counts.pieces;
         return true;
       }
-  }
   return false;
 }
 

@@ -74,8 +74,12 @@ class Reference final : public Receiver, public DiskWatch {
   Answer draw();
   bool delivers(const Answer& answer) const;
   bool identify(const Record& record, Part& part);
-  bool standsFor(const Record& record, int line, const std::vector<std::string>& fields,
-                 int covered, Part& part);
+  struct Reading {
+    std::vector<std::string> fields;
+    bool whole = false;
+  };
+  std::vector<Reading> readings(int index);
+  bool standsFor(const Record& record, int index, const Reading& reading, int covered, Part& part);
   void deliver(const Part& part, bool acknowledged);
   std::vector<bool> demanded() const;
   Event& event(int index) { return _component->events[static_cast<size_t>(index)]; }
