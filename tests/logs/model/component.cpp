@@ -100,7 +100,7 @@ int Component::planLog(const std::string& path) {
 
 void Component::setName(int log) {
   _named = log;
-  const std::string& path = logs[static_cast<size_t>(log)].path;
+  const std::string& path = logAt(log).path;
   const std::string text =
       _relative && _random.chance(70) ? "../logs/" + platform::fileNameOf(path) : path;
   _machine.put(_machine.installRoot() + "/IDS/ids.properties",
@@ -115,19 +115,23 @@ std::string Component::markerLine(const Log& log, const std::string& type,
                type + ",0," + now() + (next.empty() ? "" : "," + next) + (_crlf ? "\r\n" : "\n"));
 }
 
+std::string Component::firstLine(const Log& log) const {
+  return (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", "");
+}
+
 // Sometimes in two steps, with the first bytes alone at first.
 void Component::make(Log& log) {
-  const std::string first = (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", "");
+  const std::string first = firstLine(log);
   log.bare = !_uniform && _random.chance(20);
   log.identity = _machine.put(
       log.path, log.bare ? first.substr(0, static_cast<size_t>(_random.below(4))) : first);
 }
 
 int Component::addEvent(int log) {
-  Log& to = logs[static_cast<size_t>(log)];
+  Log& to = logAt(log);
   Event event;
   event.log = log;
-  const Event* last = to.events.empty() ? nullptr : &events[static_cast<size_t>(to.events.back())];
+  const Event* last = to.events.empty() ? nullptr : &eventAt(to.events.back());
   const std::string sequence = _uniform ? padded(++_sequence, 6) : std::to_string(++_sequence);
   if (last && _random.chance(45)) {
     event.fields = last->fields;
@@ -154,8 +158,8 @@ std::string Component::lineOf(const Event& event) {
 
 // Writes the line, or a part of it.
 void Component::addLine(int log, int event, const std::string& line, bool torn) {
-  Log& to = logs[static_cast<size_t>(log)];
-  if (event >= 0 && late(to)) events[static_cast<size_t>(event)].may = true;
+  Log& to = logAt(log);
+  if (event >= 0 && late(to)) eventAt(event).may = true;
   if (event < 0 && late(to)) to.markedLate = true;
   if (!torn) return _machine.append(to.path, line);
   const size_t cut = 1 + static_cast<size_t>(_random.below(static_cast<int>(line.size()) - 1));
@@ -165,17 +169,16 @@ void Component::addLine(int log, int event, const std::string& line, bool torn) 
   left.rest = line.substr(cut);
   left.forGood = event >= 0 && _plan.empty() && _random.chance(12);
   _machine.append(to.path, left.piece);
-  if (left.forGood) events[static_cast<size_t>(event)].may = true;
+  if (left.forGood) eventAt(event).may = true;
   to.torn = left;
 }
 
 std::string Component::writeEvents(int log, int count) {
-  Log& to = logs[static_cast<size_t>(log)];
+  Log& to = logAt(log);
   for (int i = 0; i < count; ++i) {
     const int event = addEvent(log);
     const bool torn = i == count - 1 && _random.chance(20);
-    addLine(log, event,
-            bytes(to, lineOf(events[static_cast<size_t>(event)]) + (_crlf ? "\r\n" : "\n")), torn);
+    addLine(log, event, bytes(to, lineOf(eventAt(event)) + (_crlf ? "\r\n" : "\n")), torn);
   }
   return "writes " + std::to_string(count) + " events up to " + std::to_string(_sequence) +
          (!to.torn ? ""
@@ -184,7 +187,7 @@ std::string Component::writeEvents(int log, int count) {
 }
 
 std::string Component::goOn(int log, bool wholly) {
-  Log& to = logs[static_cast<size_t>(log)];
+  Log& to = logAt(log);
   Torn& torn = *to.torn;
   if (torn.looks >=
       kPatience) {  // it may have been taken as a line, and the rest must not look like two
@@ -204,7 +207,7 @@ std::string Component::goOn(int log, bool wholly) {
   }
   if (late(to)) {
     to.markedLate = true;
-    if (torn.event >= 0) events[static_cast<size_t>(torn.event)].may = true;
+    if (torn.event >= 0) eventAt(torn.event).may = true;
   }
   _machine.append(to.path, torn.rest);
   if (torn.event < 0) to.marked = true;
@@ -223,7 +226,7 @@ int Component::savedOffset() const {
 
 bool Component::held() const {
   if (_heldFor < 0) return false;
-  const Log& log = logs[static_cast<size_t>(_heldFor)];
+  const Log& log = logAt(_heldFor);
   if (_calm) return !allAcknowledged(log);
   return savedOffset() > static_cast<int>(_machine.size(log.path));
 }
@@ -237,19 +240,18 @@ std::string Component::handOver() {
   for (const Action& action : _plan)
     if (action.what == Do::replace) return "";
   const int old = _plan.empty() ? _writing : _ahead;
-  const int written = static_cast<int>(logs[static_cast<size_t>(old)].events.size());
+  const int written = static_cast<int>(logAt(old).events.size());
   if (!_plan.empty())
     _plan.push_back({Do::write, old});
   else if (_uniform && written < _uniformCount)
     return "";
-  const bool early = _random.chance(30), late = !early && _random.chance(30);
   int kind = _random.below(rotationKinds);
-  if (logs[static_cast<size_t>(old)].torn) kind = bySettings;  // left for good
+  if (logAt(old).torn) kind = bySettings;  // left for good
   if (kind == bySameName && _machine.reuseIdentities) kind = byEndMark;
   ++rotations[static_cast<size_t>(kind)];
   _ahead = old;
-  const auto plan = [&](std::initializer_list<Action> actions) {
-    _plan.insert(_plan.end(), actions);
+  const auto plan = [&](const std::vector<Action>& actions) {
+    _plan.insert(_plan.end(), actions.begin(), actions.end());
   };
   if (kind == byReplacing) {
     plan({{Do::await, old}, {Do::replace, old}});
@@ -261,29 +263,22 @@ std::string Component::handOver() {
     const int next = _ahead = planLog();
     const Action make{Do::make, next}, name{Do::name, next}, change{Do::change, next},
         write{Do::write, next}, mark{Do::mark, old, kind == byEndMark ? next : -1};
+    const std::vector<Action> marked[] = {{make, name, mark, change},
+                                          {name, {Do::write, old}, make, mark, change},
+                                          {name, mark, make, change},
+                                          {make, mark, change, write, name},
+                                          {mark, make, change, write, name}};
+    const std::vector<Action> unmarked[] = {
+        {make, name, change}, {name, make, change}, {make, change, write, name}};
+    const int order = _random.oneOf({0, 0, 1, 2});
     if (kind == byEndMark || kind == byBareMark) {
-      const bool swap = _random.chance(50);
-      if (early && swap)
-        plan({name, {Do::write, old}, make, mark, change});
-      else if (early)
-        plan({name, mark, make, change});
-      else if (late && swap)
-        plan({make, mark, change, write, name});
-      else if (late)
-        plan({mark, make, change, write, name});
-      else
-        plan({make, name, mark, change});
+      plan(marked[_random.chance(50) ? order : _random.below(5)]);
     } else {
-      if (early)
-        plan({name, make, change});
-      else if (late)
-        plan({make, change, write, name});
-      else
-        plan({make, name, change});
+      plan(unmarked[order]);
       if (kind == byDeletion && _random.chance(80)) plan({{Do::await, old}});
       if (kind == byDeletion)
         plan({{Do::remove, old}});
-      else if (!late && !logs[static_cast<size_t>(old)].torn && _random.chance(40))
+      else if (order < 2 && !logAt(old).torn && _random.chance(40))
         plan({{Do::tail, old}});
     }
   }
@@ -291,7 +286,7 @@ std::string Component::handOver() {
 }
 
 std::string Component::replace(int old) {
-  Log& before = logs[static_cast<size_t>(old)];
+  Log& before = logAt(old);
   const bool there = _machine.exists(before.path);
   const std::string path = before.path;
   const int saved = savedOffset();
@@ -299,23 +294,21 @@ std::string Component::replace(int old) {
   before.gone = true;
   const int index = planLog(path);
   Log& log = logs.back();
-  if (logs[static_cast<size_t>(old)].next == old) logs[static_cast<size_t>(old)].next = index;
+  if (logAt(old).next == old) logAt(old).next = index;
   if (there && !marked && _calm) {  // as long as the other one, or longer
     make(log);
-    if (log.bare)
-      log.identity =
-          _machine.put(path, (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", ""));
+    if (log.bare) log.identity = _machine.put(path, firstLine(log));
     log.bare = false;
     do {
       const int event = addEvent(index);
       addLine(index, event, bytes(log, lineOf(events.back()) + "\n"), false);
     } while (static_cast<int>(_machine.size(path)) < saved);
   } else {
-    const std::string first = (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", "");
+    const std::string first = firstLine(log);
     if (there && !marked && _random.chance(50)) {
       _machine.truncate(path, first);
-      log.identity = logs[static_cast<size_t>(old)].identity;
-      logs[static_cast<size_t>(old)].identity = 0;
+      log.identity = logAt(old).identity;
+      logAt(old).identity = 0;
     } else {
       log.identity = _machine.put(path, first);
     }
@@ -327,7 +320,7 @@ std::string Component::replace(int old) {
 }
 
 std::string Component::perform(const Action& action) {
-  Log& log = logs[static_cast<size_t>(action.log)];
+  Log& log = logAt(action.log);
   const std::string file = platform::fileNameOf(log.path);
   const int written = static_cast<int>(log.events.size());
   switch (action.what) {
@@ -354,8 +347,7 @@ std::string Component::perform(const Action& action) {
       _machine.remove(log.path);
       return "deletes " + file;
     case Do::mark: {
-      const std::string next =
-          action.next < 0 ? "" : platform::fileNameOf(logs[static_cast<size_t>(action.next)].path);
+      const std::string next = action.next < 0 ? "" : platform::fileNameOf(logAt(action.next).path);
       addLine(action.log, -1, markerLine(log, "MEOF", next), _random.chance(20));
       log.marked = !log.torn;
       log.next = action.next;
@@ -371,13 +363,13 @@ std::string Component::act(bool settled) {
   if (held()) return "";
   _heldFor = -1;
   _calm = false;
-  Log& current = logs[static_cast<size_t>(_writing)];
+  Log& current = logAt(_writing);
   for (size_t i = 0; i < logs.size(); ++i) {
     Log& log = logs[i];
     if (log.bare && !log.gone && log.identity) {
       if (_random.chance(50)) return "";
       log.bare = false;
-      const std::string first = (log.utf16 ? "\xFF\xFE" : "") + markerLine(log, "MSOF", "");
+      const std::string first = firstLine(log);
       _machine.append(log.path, first.substr(_machine.size(log.path)));
       return "writes the first line of " + platform::fileNameOf(log.path);
     }
@@ -386,15 +378,15 @@ std::string Component::act(bool settled) {
   }
   if (!_plan.empty()) {
     const Action action = _plan.front();
-    const Log& log = logs[static_cast<size_t>(action.log)];
+    const Log& log = logAt(action.log);
     const bool there = _machine.exists(log.path);
     bool ready = true;
     if (action.what == Do::await) {
       ready = allAcknowledged(log);
     } else if (action.what == Do::replace) {
       _calm = !log.marked && settled && !log.events.empty() &&
-              events[static_cast<size_t>(log.events.back())].acknowledged &&
-              !_machine.reuseIdentities && _random.chance(50);
+              eventAt(log.events.back()).acknowledged && !_machine.reuseIdentities &&
+              _random.chance(50);
       const int saved = savedOffset();
       ready = !there || _calm || saved > 120 || (log.marked && saved == 0);
       if (ready) {
@@ -403,8 +395,7 @@ std::string Component::act(bool settled) {
         return replace(action.log);
       }
     }
-    if (action.what == Do::name && _waitsForTheAgent && !logs[static_cast<size_t>(_named)].seen &&
-        ++_waits < 12)
+    if (action.what == Do::name && _waitsForTheAgent && !logAt(_named).seen && ++_waits < 12)
       return "";
     if (!ready) {
       if (++_waits > 30) {  // the agent does not read that log: the component goes on elsewhere
@@ -450,17 +441,16 @@ void Component::beforePass() {
 }
 
 void Component::passed() {
-  const Log& other = logs[static_cast<size_t>(_named)];
+  const Log& other = logAt(_named);
   if (other.identity && _machine.size(other.path))
-    for (int i = 0; i < _named; ++i) ++logs[static_cast<size_t>(i)].supersededFor;
+    for (int i = 0; i < _named; ++i) ++logAt(i).supersededFor;
   for (Log& log : logs)
     if (log.torn && log.torn->lookedAt) ++log.torn->looks;
 }
 
 bool Component::allAcknowledged(const Log& log) const {
   for (const int event : log.events)
-    if (const Event& e = events[static_cast<size_t>(event)]; !e.acknowledged && !e.may)
-      return false;
+    if (const Event& e = eventAt(event); !e.acknowledged && !e.may) return false;
   return true;
 }
 

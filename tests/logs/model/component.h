@@ -107,7 +107,12 @@ class Component {
 
   int planLog(const std::string& path = "");
   std::string perform(const Action& action);
+  Log& logAt(int index) { return logs[static_cast<size_t>(index)]; }
+  const Log& logAt(int index) const { return logs[static_cast<size_t>(index)]; }
+  Event& eventAt(int index) { return events[static_cast<size_t>(index)]; }
+  const Event& eventAt(int index) const { return events[static_cast<size_t>(index)]; }
   void make(Log& log);
+  std::string firstLine(const Log& log) const;
   std::string markerLine(const Log& log, const std::string& type, const std::string& next) const;
   void addLine(int log, int event, const std::string& line, bool torn);
   void setName(int log);

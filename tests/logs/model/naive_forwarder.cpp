@@ -6,6 +6,7 @@
 
 #include "platform/paths.h"
 #include "tests/logs/model/component.h"
+#include "util/ignore_result.h"
 #include "util/utf8.h"
 
 namespace korvane::log_model {
@@ -85,7 +86,7 @@ class NaiveForwarder final : public Forwarder {
     std::memcpy(text.data() + 1025, &offset, 4);
     text += std::to_string(_offset) + "\n" + _lastSeen + "\n";
     for (const std::string& name : _names) text += name + "\n";
-    platform::writeFileAtomically(*_files, _state, text);
+    ignoreResult(platform::writeFileAtomically(*_files, _state, text));  // it fails when killed
   }
 
   void moveOn(size_t names) {
