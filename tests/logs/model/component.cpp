@@ -18,8 +18,9 @@ const char* const kTexts[] = {"",       "x",       "two words", "a,b",         "
                               "k=v;#1", "4711",    "",          "c:\\w\\x.y",  ",,"};
 
 std::string padded(int number, int width) {
-  std::string text = std::to_string(number);
-  return std::string(width > static_cast<int>(text.size()) ? width - text.size() : 0, '0') + text;
+  const std::string text = std::to_string(number);
+  const auto missing = std::max<size_t>(static_cast<size_t>(width), text.size()) - text.size();
+  return std::string(missing, '0') + text;
 }
 
 std::string quoted(const std::string& field) {

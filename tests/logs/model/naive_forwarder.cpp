@@ -153,7 +153,7 @@ class NaiveForwarder final : public Forwarder {
       if (!repeats) flush();
     }
     flush();
-    if (_fault == Fault::deletesEarly && marked) _files->remove(_names[0]);
+    if (_fault == Fault::deletesEarly && marked) ignoreResult(_files->remove(_names[0]));
     if (!batch.empty()) _quiet = 0;
     if (!batch.empty() && !send(batch, reached)) return;
     if (!batch.empty()) _lastKey = key;
@@ -195,10 +195,10 @@ class NaiveForwarder final : public Forwarder {
     if (at >= _names.size()) return;
     moveOn(at);
     if (_files->info(finished, now) || now.identity != info.identity) return;
-    if (_fault != Fault::keepsFinishedLogs) _files->remove(finished);
+    if (_fault != Fault::keepsFinishedLogs) ignoreResult(_files->remove(finished));
     if (_fault == Fault::deletesEqualLogs && after.size == info.size &&
         after.modifiedNs == info.modifiedNs)
-      _files->remove(_names[0]);
+      ignoreResult(_files->remove(_names[0]));
   }
 
   std::string keyOf(const Line& line) const {
