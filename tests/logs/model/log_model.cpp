@@ -12,10 +12,7 @@ using namespace korvane::log_model;
 
 int main(int argc, char** argv) {
   uint64_t schedules = 20000, seed = 1;
-  MakeForwarder make;
-#ifdef KORVANE_LOG_MODEL_AGENT
-  make = makeAgentForwarder;
-#endif
+  MakeForwarder make = makeAgentForwarder;
   for (int i = 1; i < argc; ++i) {
     const bool more = i + 1 < argc;
     if (more && std::strcmp(argv[i], "--schedules") == 0) {

@@ -14,7 +14,6 @@ MakeForwarder naive(Fault fault) {
   };
 }
 
-#ifdef KORVANE_LOG_MODEL_AGENT
 constexpr int kCases = 8, kSchedulesACase = 2500;
 
 class AgentsForwarding : public testing::TestWithParam<int> {};
@@ -25,7 +24,6 @@ TEST_P(AgentsForwarding, losesNothingAndInventsNothing) {
   EXPECT_EQ(runSchedules(first, kSchedulesACase, makeAgentForwarder, counts), "");
 }
 INSTANTIATE_TEST_SUITE_P(Seeds, AgentsForwarding, testing::Range(0, kCases));
-#endif
 
 TEST(LogModelTest, aSimpleForwarderKeepsThePromises) {
   Counts counts;
