@@ -185,6 +185,8 @@ class KORVANE_EXPORT AgentConfig {
   void setHIDSLogFile(const STRING& path);
   STRING getHIDSRTLogFile() const;  // memory only
   void setHIDSRTLogFile(const STRING& path);
+  // The names that were set since the last call, in their order; one that was set again and again once. At most 1000.
+  std::vector<STRING> takeHIDSRTLogFilesSeen();
   // The file that a log is written to now; empty for a type without one.
   STRING getCurrentLogFile(LogType type) const;
   // InstallRoot/IPS/<base name>filepointer; empty for the types 1 and 3.

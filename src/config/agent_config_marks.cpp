@@ -1,9 +1,13 @@
 // The state of the process that is in no file.
+#include <utility>
+
 #include "config/agent_config.h"
 #include "config/agent_config_state.h"
 
 namespace korvane {
 namespace {
+
+constexpr size_t kMaxNamesSeen = 1000;
 
 template <class T>
 T readMark(const AgentConfigState& state, T AgentConfigState::*mark) {
@@ -43,8 +47,20 @@ void AgentConfig::setCloudAppDiscoveryOn(bool value) { setMark(*_state, &AgentCo
 STRING AgentConfig::getHIDSLogFile() const { return readMark(*_state, &AgentConfigState::hidsLogFile); }
 void AgentConfig::setHIDSLogFile(const STRING& value) { setMark(*_state, &AgentConfigState::hidsLogFile, value); }
 STRING AgentConfig::getHIDSRTLogFile() const { return readMark(*_state, &AgentConfigState::hidsRtLogFile); }
-void AgentConfig::setHIDSRTLogFile(const STRING& value) { setMark(*_state, &AgentConfigState::hidsRtLogFile, value); }
 
 // clang-format on
+
+void AgentConfig::setHIDSRTLogFile(const STRING& value) {
+  const Synchronized hold(_state->lock);
+  if (_state->hidsRtLogFile == value) return;
+  _state->hidsRtLogFile = value;
+  if (_state->hidsRtLogFilesSeen.size() < kMaxNamesSeen)
+    _state->hidsRtLogFilesSeen.push_back(value);
+}
+
+std::vector<STRING> AgentConfig::takeHIDSRTLogFilesSeen() {
+  const Synchronized hold(_state->lock);
+  return std::exchange(_state->hidsRtLogFilesSeen, {});
+}
 
 }  // namespace korvane

@@ -104,6 +104,7 @@ struct AgentConfigState {
   bool errorChangeForced GUARDED_BY(lock) = false;
   STRING hidsLogFile GUARDED_BY(lock);
   STRING hidsRtLogFile GUARDED_BY(lock);
+  std::vector<STRING> hidsRtLogFilesSeen GUARDED_BY(lock);
   bool retranslateIdsNow GUARDED_BY(lock) = false;
   bool retranslationActive GUARDED_BY(lock) = false;
   int ipsServiceStatus GUARDED_BY(lock) = 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "agent/thread/stop_token.h"
+#include "config/ini_text.h"
 #include "config/properties_file.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
@@ -16,6 +17,9 @@ constexpr char kTag[] = "HidsComponent";
 constexpr uint32_t kLookMs = 250;
 constexpr int64_t kNsPerMs = 1000000;
 constexpr int64_t kSettleNs = 5000 * kNsPerMs;
+// How long a settings file that looks the same is believed to be: where dates are coarse and identities are used
+// again, another one may look like it.
+constexpr int64_t kBelievedMs = 10000;
 constexpr char kRulePrefix[] = "Log.";
 
 PropertyList pick(const PropertyList& all, bool rules) {
@@ -64,50 +68,58 @@ bool HidsComponent::Stamp::same(const Stamp& other) const {
 }
 
 bool HidsComponent::reload() {
-  PropertyList properties;
   const std::string file = path("ids.properties");
   Stamp stamp;
   const bool there = platform::current().files.info(file, stamp.info) == 0;
+  const int64_t now = platform::current().clock.monotonicMs();
   {
     const Synchronized hold(_lock);
-    if (there && _stamp && _stamp->same(stamp)) return true;
+    if (there && _stamp && _stamp->same(stamp) && now - _readAtMs < kBelievedMs) return true;
   }
-  if (const int error = readPropertiesFile(file, properties); error != 0) {
+  std::string bytes;
+  const int error = platform::readWholeFile(platform::current().files, file, kMaxIniBytes, bytes);
+  if (error != 0) {
     eventlog::trace(kTag, "Cannot read the IDS settings %s: error %d", file, error);
     return false;
   }
   const Synchronized hold(_lock);
-  _properties = std::move(properties);
+  if (!_read || bytes != _bytes) _properties = parseProperties(bytes);
+  _bytes = std::move(bytes);
   _read = true;
+  _readAtMs = now;
   _stamp.reset();
   if (there && stamp.settled(platform::current().clock.wallMs())) _stamp = stamp;
   return true;
 }
 
-PropertyList HidsComponent::readAgain() {
-  bool read = false;
+void HidsComponent::readOnce() {
   {
     const Synchronized hold(_lock);
-    read = _read;
+    if (_read) return;
   }
-  if (!read) reload();
+  reload();
+}
+
+PropertyList HidsComponent::known() {
+  readOnce();
   const Synchronized hold(_lock);
   return _properties;
 }
 
 bool HidsComponent::setting(const STRING& name, STRING& value) {
-  const PropertyList all = readAgain();
-  const STRING* found = findProperty(all, name);
+  readOnce();
+  const Synchronized hold(_lock);
+  const STRING* found = findProperty(_properties, name);
   if (!found) return false;
   value = *found;
   return true;
 }
 
 PropertyList HidsComponent::settings() {
-  return pick(readAgain(), false);
+  return pick(known(), false);
 }
 PropertyList HidsComponent::logRules() {
-  return pick(readAgain(), true);
+  return pick(known(), true);
 }
 
 bool HidsComponent::applyPolicy(const STRING& policyFile) {

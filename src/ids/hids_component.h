@@ -51,16 +51,19 @@ class HidsComponent : public HidsInterface {
   [[nodiscard]] bool exchange(const std::string& kind, const char* prefix, PropertyList pairs);
   [[nodiscard]] bool awaitAnswer(const std::string& kind, const STRING& requestId,
                                  PropertyList& answer, int& failure);
-  PropertyList readAgain();
+  void readOnce();
+  PropertyList known();
   std::string path(const std::string& name) const;
 
   const std::string _directory;
   const std::function<int32_t()> _timeoutSeconds;
   Win32Mutex _lock;
   bool _read GUARDED_BY(_lock) = false;
+  std::string _bytes GUARDED_BY(_lock);  // of the settings file
   PropertyList _properties GUARDED_BY(_lock);
   PropertyList _results GUARDED_BY(_lock);
   std::optional<Stamp> _stamp GUARDED_BY(_lock);  // of the settings that were read last
+  int64_t _readAtMs GUARDED_BY(_lock) = 0;        // monotonic
   uint64_t _requests GUARDED_BY(_lock) = 0;
 };
 

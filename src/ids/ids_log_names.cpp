@@ -23,6 +23,7 @@ bool takeIdsLogFile(HidsInterface& component, LogType type) {
   if (!component.setting(idsLogSetting(type), name) || name.empty()) return false;
   const STRING path = resolveIdsLogName(name.toUtf8());
   AgentConfig* config = AgentConfig::getInstance();
+  if (config->getCurrentLogFile(type) == path) return true;
   if (type == HIDS_RT_LOG) {
     config->setHIDSRTLogFile(path);
     eventlog::trace(kSearchTag, " setHIDSRTLogFile to %s", path);

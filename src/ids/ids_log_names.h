@@ -12,7 +12,8 @@ namespace korvane {
 STRING idsLogSetting(LogType type);
 
 // Takes the name of one log from the settings that were read last and stores it with
-// AgentConfig::setHIDSLogFile or setHIDSRTLogFile. False when the component names no such log.
+// AgentConfig::setHIDSLogFile or setHIDSRTLogFile when it is another than before. False when the component names no
+// such log.
 bool takeIdsLogFile(HidsInterface& component, LogType type);
 
 // One look without waiting, as the prevention monitor does it each time: reads the settings anew and stores

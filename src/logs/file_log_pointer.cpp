@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "eventlog/event_log.h"
+#include "logs/text_hash.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"
@@ -25,6 +26,12 @@ constexpr size_t kEntryBytes = 2 * kNameUnits;
 constexpr size_t kStartAt = 4108;
 constexpr size_t kEndAt = 4236;
 constexpr uint32_t kMaxEntries = 2;
+// In the room of the third entry, which no count reaches: eight bytes that tell that a position follows, the position, and
+// a hash of the log's name that it belongs to.
+constexpr size_t kPositionAt = kEntriesAt + kMaxEntries * kEntryBytes;
+constexpr std::string_view kPositionTag = "position";
+constexpr size_t kPositionBytes = 24;
+constexpr int64_t kMaxOffset = std::numeric_limits<int32_t>::max();
 
 uint32_t load32(const uint8_t* at) {
   return static_cast<uint32_t>(at[0]) | static_cast<uint32_t>(at[1]) << 8 |
@@ -33,6 +40,19 @@ uint32_t load32(const uint8_t* at) {
 
 void store32(uint8_t* at, uint32_t value) {
   for (int shift = 0; shift < 32; shift += 8) *at++ = static_cast<uint8_t>(value >> shift);
+}
+
+uint64_t load64(const uint8_t* at) {
+  return load32(at) | static_cast<uint64_t>(load32(at + 4)) << 32;
+}
+
+void store64(uint8_t* at, uint64_t value) {
+  store32(at, static_cast<uint32_t>(value));
+  store32(at + 4, static_cast<uint32_t>(value >> 32));
+}
+
+bool isTagged(const uint8_t* at) {
+  return std::memcmp(at, kPositionTag.data(), kPositionTag.size()) == 0;
 }
 
 // The text up to its NUL; the field's last unit counts as one.
@@ -101,6 +121,17 @@ void FileLogPointer::load(platform::OpenMode mode) {
     _logNames.push_back(loadText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits));
   _startTimeStamp = loadText(&_record[kStartAt], kStampUnits);
   _endTimeStamp = loadText(&_record[kEndAt], kStampUnits);
+  loadPosition();
+}
+
+// What another program left behind, or wrote an offset over, does not count.
+void FileLogPointer::loadPosition() {
+  _position = getOffset();
+  const uint8_t* const at = &_record[kPositionAt];
+  const auto position = static_cast<int64_t>(load64(at + 8));
+  if (_position == kMaxOffset && isTagged(at) && position > kMaxOffset &&
+      load64(at + 16) == textHash(_currentLogName.toUtf8()))
+    _position = position;
 }
 
 STRING FileLogPointer::getCurrentLogName() const {
@@ -127,7 +158,12 @@ int FileLogPointer::getOffset() {
 }
 
 void FileLogPointer::setOffset(int offset) {
-  store32(&_record[kOffsetAt], static_cast<uint32_t>(offset));
+  setPosition(offset);
+}
+
+void FileLogPointer::setPosition(int64_t position) {
+  _position = position;
+  store32(&_record[kOffsetAt], static_cast<uint32_t>(std::min(position, kMaxOffset)));
 }
 
 void FileLogPointer::addOffset(int amount) {
@@ -153,6 +189,14 @@ void FileLogPointer::composeRecord() {
   store32(&_record[kCountAt], static_cast<uint32_t>(_logNames.size()));
   for (size_t i = 0; i < _logNames.size(); ++i)
     storeText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits, _logNames[i]);
+  uint8_t* const at = &_record[kPositionAt];
+  if (_position > kMaxOffset) {
+    std::memcpy(at, kPositionTag.data(), kPositionTag.size());
+    store64(at + 8, static_cast<uint64_t>(_position));
+    store64(at + 16, textHash(_currentLogName.toUtf8()));
+  } else if (isTagged(at)) {
+    std::memset(at, 0, kPositionBytes);
+  }
   storeText(&_record[kStartAt], kStampUnits, _startTimeStamp);
   storeText(&_record[kEndAt], kStampUnits, _endTimeStamp);
 }

@@ -42,6 +42,10 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   void setStartTimeStamp(const STRING& text) override;
   void setEndTimeStamp(const STRING& text) override;
 
+  // The offset in full: a position beyond 2^31 - 1 saturates in getOffset() alone.
+  int64_t position() const { return _position; }
+  void setPosition(int64_t position);
+
   // Writes the pointer and returns when it is on the disk.
   void writePointerDurably();
 
@@ -52,6 +56,7 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   void load(platform::OpenMode mode);
   void openForWriting();
   void composeRecord();
+  void loadPosition();
   [[noreturn]] void throwWriteError(int error) const;
 
   uint8_t _leadingByte = 0;
@@ -59,6 +64,7 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   std::shared_ptr<platform::File> _stream;
   bool _directoryFlushed = false;
   bool _overlong = false;  // the file that was read is longer than a pointer; cut at the next write
+  int64_t _position = 0;
   STRING _currentLogName;
   std::vector<STRING> _logNames;
   STRING _startTimeStamp;

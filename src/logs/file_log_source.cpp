@@ -1,8 +1,7 @@
 #include "logs/file_log_source.h"
 
-#include <limits>
-
 #include "eventlog/event_log.h"
+#include "logs/log_mark.h"
 #include "platform/platform.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
@@ -14,7 +13,6 @@ constexpr char kOpenTag[] = "FileLogSource::openLog";
 constexpr int64_t kMarkBytes = 2;
 // How far before the saved offset the resumption test looks.
 constexpr int64_t kResumptionLookBack = 100;
-constexpr int kEventBeyondLimit = 10550;
 
 }  // namespace
 
@@ -30,7 +28,7 @@ FileLogSource::~FileLogSource() {
 
 void FileLogSource::openLog() {
   if (_file || !_pointer) return;
-  const int64_t offset = _pointer->getOffset();
+  const int64_t offset = _pointer->position();
   const STRING name = _pointer->getCurrentLogName();
   if (name.empty()) {
     eventlog::trace(kOpenTag, "Current log file name not initialized in Log Pointer Object!!");
@@ -76,7 +74,6 @@ void FileLogSource::useFile(std::unique_ptr<platform::File> file, const STRING& 
   _file = std::move(file);
   _openPath = name.toUtf8();
   _reportedPath.clear();
-  _limitReported = false;
   _markAwaited = false;
 }
 
@@ -142,8 +139,7 @@ bool FileLogSource::readLine(SourceLine& line) {
   if (!_file) return false;
   if (_markAwaited) awaitMark();
   const int error = _reader.next(line);
-  // A position beyond what the pointer holds has been told of.
-  ignoreResult(setOffset(_reader.position()));
+  _pointer->setPosition(_reader.position());
   if (error != 0) throw FileError(error, "readLineBuffered", "Error reading file");
   return line.length > 0;
 }
@@ -157,8 +153,7 @@ int FileLogSource::readRecord(STRING& line) {
 
 void FileLogSource::goTo(int64_t position) {
   _reader.seek(position);
-  // As above.
-  ignoreResult(setOffset(position));
+  _pointer->setPosition(position);
 }
 
 bool FileLogSource::isEOF() {
@@ -167,26 +162,16 @@ bool FileLogSource::isEOF() {
   return static_cast<int64_t>(info.size) <= _reader.position();
 }
 
-bool FileLogSource::setOffset(int64_t position) {
-  if (position <= std::numeric_limits<int32_t>::max()) {
-    _pointer->setOffset(static_cast<int>(position));
-    return true;
-  }
-  if (!_limitReported) eventlog::event(kEventBeyondLimit, "FileLogSource", {_openPath});
-  _limitReported = true;
-  return false;
-}
-
 void FileLogSource::savePointer() {
   if (_pointer) _pointer->writePointer();
 }
 
 void FileLogSource::savePointerAt(int64_t position) {
   if (!_pointer) return;
-  const int readTo = _pointer->getOffset();
-  if (!setOffset(position)) return;
+  const int64_t readTo = _pointer->position();
+  _pointer->setPosition(position);
   _pointer->writePointer();
-  _pointer->setOffset(readTo);
+  _pointer->setPosition(readTo);
 }
 
 void FileLogSource::switchToLog(const STRING& path) {
@@ -198,19 +183,40 @@ void FileLogSource::switchToLog(const STRING& path) {
 void FileLogSource::moveDurablyTo(const STRING& path, int64_t offset) {
   closeLog();
   _pointer->setCurrentLogName(path);
-  // As above.
-  ignoreResult(setOffset(offset));
+  _pointer->setPosition(offset);
   _pointer->writePointerDurably();
+}
+
+int64_t FileLogSource::size() const {
+  platform::FileInfo info;
+  return _file && _file->info(info) == 0 ? static_cast<int64_t>(info.size) : 0;
 }
 
 FileLogSource::FileState FileLogSource::stateAtEnd() {
   platform::FileInfo open, named;
   if (!_file || _file->info(open) != 0) return FileState::same;
   const auto size = static_cast<int64_t>(open.size);
-  if (size != _reader.position())
-    return size < _reader.position() ? FileState::shrunken : FileState::grown;
+  if (size < _reader.position()) return FileState::shrunken;
+  if (size >= _reader.position() + _reader.unit()) return FileState::grown;
   const bool replaced = _files.info(_openPath, named) == 0 && named.identity != open.identity;
   return replaced ? FileState::replaced : FileState::same;
+}
+
+// Reading goes on where it was.
+STRING FileLogSource::mark() {
+  if (!_file) return {};
+  const int64_t position = _reader.position();
+  const STRING mark = logMark(getCurrentLogName(), *_file, position);
+  _reader.seek(position);
+  return mark;
+}
+
+NextLogs::Place FileLogSource::place() {
+  if (!_file) return {};
+  const int64_t position = _reader.position();
+  const NextLogs::Place place = placeIn(*_file, position);
+  _reader.seek(position);
+  return place;
 }
 
 bool FileLogSource::pathIsOpenFile() {

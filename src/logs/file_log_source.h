@@ -7,8 +7,7 @@
 // A log that cannot be opened is event 10185, once until its state changes, and every read tries again.
 //
 // Lifetime: owns its pointer and the open file; closing does not write the pointer. Threads: one.
-// Errors: FileError from reading ("readLineBuffered") and from writing the pointer. Positions beyond
-// 2 GiB do not fit the pointer: it then keeps its last value (event 10550, once for each log).
+// Errors: FileError from reading ("readLineBuffered") and from writing the pointer.
 //
 //   FileLogSource source(HIDS_RT_LOG);
 //   STRING line;
@@ -24,6 +23,7 @@
 #include "logs/file_log_pointer.h"
 #include "logs/line_reader.h"
 #include "logs/log_source.h"
+#include "logs/next_logs.h"
 #include "platform/files.h"
 
 namespace korvane {
@@ -55,11 +55,17 @@ class FileLogSource : public LogSource {
   // is open then.
   void moveDurablyTo(const STRING& path, int64_t offset);
   // Where the pointer stands; 0 for a type without one.
-  int savedOffset() const { return _pointer ? _pointer->getOffset() : 0; }
+  int64_t savedOffset() const { return _pointer ? _pointer->position() : 0; }
 
+  // Of the open file; 0 without one.
+  int64_t size() const;
   // What the end of the open file says about what became of it.
   enum class FileState { same, grown, shrunken, replaced };
   FileState stateAtEnd();
+  // What tells the open log, read so far, from any other: for the pointer when it is finished, for the list of left logs
+  // when it is not.
+  STRING mark();
+  NextLogs::Place place();
   // True while the pointer's path still leads to the open file.
   bool pathIsOpenFile();
   void releaseMemory() { _reader.releaseMemory(); }
@@ -76,7 +82,6 @@ class FileLogSource : public LogSource {
   void startReading(bool utf16, int64_t offset);
   void awaitMark();
   void reportOpenFailure(const STRING& path);
-  [[nodiscard]] bool setOffset(int64_t position);
 
   platform::Files& _files;
   const LogType _type;
@@ -85,9 +90,8 @@ class FileLogSource : public LogSource {
   std::unique_ptr<platform::File> _file;
   std::string _openPath;
   LineReader _reader;
-  STRING _reportedPath;         // whose failed opening has been reported
-  bool _limitReported = false;  // that this log is beyond 2 GiB
-  bool _markAwaited = false;    // the log was opened by its name before its first bytes were there
+  STRING _reportedPath;       // whose failed opening has been reported
+  bool _markAwaited = false;  // the log was opened by its name before its first bytes were there
 };
 
 }  // namespace korvane

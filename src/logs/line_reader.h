@@ -42,6 +42,8 @@ class LineReader {
   // The first byte that no line has been made of.
   int64_t position() const { return _base + static_cast<int64_t>(_begin); }
   bool buffered() const { return _begin < _end; }
+  // The bytes of a unit: fewer behind the position make no line.
+  int64_t unit() const { return _utf16 ? 2 : 1; }
   // Gives the buffers back until the next read.
   void releaseMemory();
 

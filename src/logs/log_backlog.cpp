@@ -14,7 +14,8 @@
 #include "logs/event_record.h"
 #include "logs/file_log_pointer.h"
 #include "logs/line_reader.h"
-#include "logs/log_reader.h"
+#include "logs/log_mark.h"
+#include "logs/next_logs.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"
@@ -77,6 +78,7 @@ class Count {
   explicit Count(LogType type) : _files(platform::current().files), _current(currentLog(type)) {
     _out.type = type;
     _out.pointerFile = AgentConfig::getLogPointerFileName(type);
+    _waiting = NextLogs::namesIn(_files, NextLogs::pathBeside(_out.pointerFile));
   }
 
   LogBacklog take() {
@@ -89,13 +91,13 @@ class Count {
  private:
   void takeFirst(FileLogPointer pointer) {
     _out.log = pointer.getCurrentLogName();
-    _out.offset = std::max(pointer.getOffset(), 0);
-    FileInfo info;
-    if (_out.log.empty() || _files.info(_out.log.toUtf8(), info) != 0) {
-      if (!_current.empty()) _out.log = _current;
-    } else if (_out.offset == 0 && pointer.getEndTimeStamp() == LogReader::fingerprint(info)) {
+    _out.offset = std::max<int64_t>(pointer.position(), 0);
+    if (_out.log.empty() || !platform::fileExists(_files, _out.log.toUtf8())) {
+      const STRING next = _waiting.empty() ? _current : _waiting.front();
+      if (!next.empty()) _out.log = next;
+    } else if (_out.offset == 0 && hasLogMark(_files, _out.log, pointer.getEndTimeStamp())) {
       _visited.push_back(_out.log);
-      goTo(_current);
+      goOn();
       return;
     }
     if (!_out.log.empty()) takeLog(_out.log, _out.offset);
@@ -104,6 +106,12 @@ class Count {
   void goTo(const STRING& log) {
     const bool seen = std::find(_visited.begin(), _visited.end(), log) != _visited.end();
     if (!log.empty() && !seen && platform::fileExists(_files, log.toUtf8())) _next = log;
+  }
+
+  void goOn() {
+    for (const STRING& name : _waiting)
+      if (_next.empty()) goTo(name);
+    if (_next.empty()) goTo(_current);
   }
 
   void takeLog(const STRING& name, int64_t offset) {
@@ -115,7 +123,7 @@ class Count {
     const std::string named = std::exchange(_namedByEnd, {});
     if (!named.empty())
       goTo(platform::joinPath(_files, {platform::directoryOf(name.toUtf8()), named}));
-    if (_next.empty()) goTo(_current);
+    if (_next.empty()) goOn();
   }
 
   // A log that is shorter than the offset was begun anew.
@@ -165,7 +173,7 @@ class Count {
   Files& _files;
   const STRING _current;
   LogBacklog _out;
-  std::vector<STRING> _visited;
+  std::vector<STRING> _waiting, _visited;
   STRING _next;
   std::string _namedByEnd;
   LineReader _lines;

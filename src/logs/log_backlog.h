@@ -1,8 +1,8 @@
 // What of the forwarded logs still waits to be sent, told from the read pointers, the logs and the IDS
 // component's settings: with an agent that runs, from any thread or process beside it, and without one.
 //
-// A log that ends with a mark naming the next log, and the logs that follow in this way, count together; so
-// does the log that the type is written to at present, when it is another one.
+// A log that ends with a mark naming the next log, and the logs that follow in this way, count together; so do the logs
+// that the agent knows to be next, and the one that the type is written to at present, when it is another one.
 // Bounds: at most kMaxScanned bytes are read for one log type to count its records, and at most kMaxLogs
 // logs are followed.
 // Errors: none. What is missing or cannot be read counts as nothing. Nothing is written.

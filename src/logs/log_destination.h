@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "comm/message_body.h"
@@ -34,6 +35,11 @@ class LogDestination {
   // Looks after a connection that is kept between batches; called about once a second. Never waits
   // for long.
   virtual void tend() {}
+  // What is done about once a second while writeBatch() waits for somebody.
+  void setMeanwhile(std::function<void()> meanwhile) { _meanwhile = std::move(meanwhile); }
+
+ protected:
+  std::function<void()> _meanwhile = [] {};
 };
 
 // The destination of the process's service type: the management server for type 1, the local event channel

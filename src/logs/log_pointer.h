@@ -10,7 +10,7 @@ class LogPointer {
  public:
   virtual ~LogPointer() = default;
   virtual STRING getCurrentLogName() const = 0;
-  // Of the next unread line. Signed 32 bits, so a position beyond 2 GiB cannot be kept.
+  // Of the next unread line. Signed 32 bits: 2147483647 stands for every place beyond.
   virtual int getOffset() = 0;
   // Keeps the pointer lastingly. FileError when that fails; what is in memory stays.
   virtual void writePointer() = 0;

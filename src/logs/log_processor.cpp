@@ -32,7 +32,9 @@ LogProcessor::LogProcessor(LogType type, std::unique_ptr<LogDestination> destina
       _standardAgent(isStandardAgent()),
       _stop(&shutdownToken()),
       _reader(type),
-      _writer(type, std::move(destination)) {}
+      _writer(type, std::move(destination)) {
+  _writer.setMeanwhile([this] { _reader.noteNames(); });
+}
 
 LogProcessor::~LogProcessor() = default;
 
@@ -42,11 +44,17 @@ bool LogProcessor::tick() {
   return true;
 }
 
+void LogProcessor::tend() {
+  _reader.noteNames();
+  _writer.tend();
+}
+
 int LogProcessor::readRecords() {
   _batchLimit = static_cast<size_t>(std::max(_config->getMaxBatchSize(_type), 1));
   _readLimit = _config->getMaxMessagesToRead(_type);
   _folding = _config->consolidateLogs();
   _passStartMs = now();
+  _reader.noteNames();
   if (_queue.size() >= _batchLimit) return 0;
   if (!_standardAgent)
     _notes = RecordNotes::take(*_config, _type, platform::current().clock.wallMs());
@@ -151,7 +159,10 @@ int LogProcessor::writeRecords() {
 
 void LogProcessor::leaveFinishedLog() {
   const LogReader::FinishedLog finished = _reader.moveOn();
-  if (finished.stillThere && !PostRealTimeProcessing(finished.name)) _reader.stayAt(finished);
+  if (!finished.stillThere || PostRealTimeProcessing(finished.name))
+    _reader.forget(finished);
+  else
+    _reader.stayAt(finished);
 }
 
 void LogProcessor::removeLeftOver() {

@@ -47,8 +47,9 @@ class LogProcessor {
   LogType type() const { return _type; }
   bool enabled() const { return _enabled; }
   void disable() { _enabled = false; }
-  // Looks after the destination's connection; not while a batch is being written.
-  void tend() { _writer.tend(); }
+  // Looks after the names of the logs to come and the destination's connection; not while a batch is being
+  // written.
+  void tend();
   // Counts a cycle; true on every second one.
   bool tick();
   // What cuts the pause between two tries to remove a file short; the shutdown token until set.

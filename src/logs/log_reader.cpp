@@ -1,11 +1,13 @@
 #include "logs/log_reader.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "agent/thread/stop_token.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "logs/forwarding_counters.h"
+#include "logs/log_mark.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"
@@ -15,6 +17,7 @@ namespace {
 
 constexpr char kSource[] = "LogReader";
 constexpr int kEventLineSkipped = 10551;
+constexpr int kEventPassedOver = 10554;
 // Where a MEOF record names the next log's file, without its folder.
 constexpr size_t kNextLogField = 4;
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
@@ -32,16 +35,19 @@ LogReader::LogReader(LogType type)
     : _type(type),
       _files(platform::current().files),
       _config(AgentConfig::getInstance()),
-      _source(type) {}
+      _source(type),
+      _next(_files, NextLogs::pathBeside(AgentConfig::getLogPointerFileName(type))) {
+  _next.load(currentLogName());
+}
 
 bool LogReader::next(ParsedEvent& record) {
   if (!prepare()) return false;
   SourceLine line;
   while (!shutdownToken().requested()) {
-    if (!_source.readLine(line)) return pause();
+    if (!_source.readLine(line)) return false;
     if (!line.lineEnd && !accepts(line)) {
       _source.goTo(line.start);
-      return pause();
+      return false;
     }
     skipMark(line);
     if (parse(line, record)) return true;
@@ -50,45 +56,105 @@ bool LogReader::next(ParsedEvent& record) {
   return false;
 }
 
-bool LogReader::pause() {
-  ++_pauses;
-  return false;
-}
-
 // Opens the log when it is closed. False when there is nothing to read in it now.
 bool LogReader::prepare() {
   if (!_source.isOpen() && !openLog()) return false;
-  if (!_endRead || _source.stateAtEnd() == FileLogSource::FileState::grown) return true;
-  return pause();
+  return !_endRead || _source.stateAtEnd() == FileLogSource::FileState::grown;
 }
 
 bool LogReader::openLog() {
+  if (leftOver() || (!logIsThere() && !goOnFromMissing())) return false;
   const STRING name = currentLogName();
-  if (_awaitingNext || !platform::fileExists(_files, name.toUtf8())) refreshLogName();
-  if (_awaitingNext && !platform::fileExists(_files, name.toUtf8()) && !currentLogIsAnother())
-    return false;
-  if (leftOver()) return false;
   _source.openLog();
   if (!_source.isOpen()) return false;
   const STRING opened = currentLogName();
-  if (name.empty() && _source.savedOffset() == 0) {
-    _source.switchToLog(opened);
-  } else if (opened != name) {
-    // Opened again by its name, so that its encoding is seen.
+  if (opened != name) {
+    // Opened again by its name, so that its encoding is seen. The offset of a damaged pointer stays in force.
     _source.closeLog();
+    if (!name.empty()) _next.leave(name, {});
+    if (const auto waiting = _next.indexOf(opened))
+      goTo(*waiting);
+    else if (_source.savedOffset() == 0)
+      _source.switchToLog(opened);
     _source.openLog();
   }
   if (_source.stateAtEnd() == FileLogSource::FileState::shrunken) _source.switchToLog(opened);
-  _awaitingNext = false;
-  _pauses = _leavingPasses = 0;
+  forgetLog();
   return _source.isOpen();
+}
+
+bool LogReader::logIsThere() const {
+  return platform::fileExists(_files, currentLogName().toUtf8());
+}
+
+// What to read when the pointer's log is not there. True when a log is to be opened now.
+bool LogReader::goOnFromMissing() {
+  const auto& waiting = _next.names();
+  if (currentLogName().empty()) {
+    if (waiting.empty()) return true;
+    // A damaged pointer's offset may be that of the only log there is.
+    if (waiting.size() == 1 && _source.savedOffset() != 0) {
+      _next.drop(1);
+      return true;
+    }
+    goTo(0);
+    return logIsThere();
+  }
+  if (_nextUnknown && !waiting.empty()) {
+    goTo(0);
+    _awaitingNext = true;
+    return logIsThere();
+  }
+  const auto begun = firstBegun();
+  _missingPasses = begun ? _missingPasses + 1 : 0;
+  // Where there is nothing to open, the try says so.
+  if (!begun)
+    return !_awaitingNext &&
+           !platform::fileExists(_files, _config->getCurrentLogFile(_type).toUtf8());
+  if (_source.savedOffset() == 0) {
+    if (_missingPasses <= kAwaitPasses) return false;
+    passOver(currentLogName(), waiting[*begun]);
+  }
+  goTo(*begun);
+  return true;
+}
+
+// What was left before keeps its place.
+void LogReader::passOver(const STRING& log, const STRING& next) {
+  if (_next.isLeft(log)) return;
+  eventlog::event(kEventPassedOver, kSource, {log, next});
+  _next.leave(log, {});
+}
+
+// The reader goes to a log that waits, past those before it.
+void LogReader::goTo(size_t next) {
+  const STRING log = _next.names()[next];
+  for (size_t i = 0; i < next; ++i) passOver(_next.names()[i], log);
+  _next.save();
+  _source.setEndTimeStamp(STRING());
+  const int64_t offset = _next.enter(log);
+  _source.moveDurablyTo(log, offset);
+  // Before another file can take the place of the one that the offset belongs to.
+  if (offset > 0) _source.openLog();
+  _next.drop(next + 1);
+  _next.save();
+  forgetLog();
+}
+
+void LogReader::forgetLog() {
+  _endRead = _awaitingNext = _nextUnknown = false;
+  _namedByEnd.clear();
+  _leavingPasses = _missingPasses = 0;
+  _unfinishedStart = -1;
 }
 
 // Whether an unfinished line is to be taken as it stands.
 bool LogReader::accepts(const SourceLine& line) {
-  if (line.start != _unfinishedStart || line.rawBytes != _unfinishedBytes) {
+  // Half a code unit is growth, too.
+  const int64_t logEnd = _source.size();
+  if (line.start != _unfinishedStart || logEnd != _unfinishedEnd) {
     _unfinishedStart = line.start;
-    _unfinishedBytes = line.rawBytes;
+    _unfinishedEnd = logEnd;
     _unfinishedPasses = 0;
   }
   return ++_unfinishedPasses > kPatience ||
@@ -96,7 +162,7 @@ bool LogReader::accepts(const SourceLine& line) {
 }
 
 bool LogReader::parse(const SourceLine& line, ParsedEvent& record) {
-  _pauses = _leavingPasses = 0;
+  _leavingPasses = 0;
   try {
     if (parseEvent(line.text, line.size, record) != ParseResult::accepted) return false;
   } catch (const AgentError& error) {
@@ -122,65 +188,108 @@ void LogReader::close() {
   _source.closeLog();
 }
 
-STRING LogReader::fingerprint(const platform::FileInfo& info) {
-  return std::to_string(info.size) + " " + std::to_string(info.modifiedNs);
-}
-
 LogReader::FinishedLog LogReader::moveOn() {
-  FinishedLog finished{currentLogName(), _source.pathIsOpenFile(), _source.position()};
-  platform::FileInfo info;
-  const bool known = _files.info(finished.name.toUtf8(), info) == 0;
-  const STRING next = logAfter(finished.name);
-  _source.setEndTimeStamp(finished.stillThere && known ? fingerprint(info) : STRING());
-  _source.moveDurablyTo(next.empty() ? finished.name : next, 0);
-  _endRead = false;
+  FinishedLog finished{currentLogName(), _source.pathIsOpenFile(), _source.position(),
+                       _source.place()};
+  const STRING mark = finished.stillThere ? _source.mark() : STRING();
+  const bool named = noteNamedByEnd(finished);
+  takeSeenNames();
+  const bool known = !_next.names().empty();
+  STRING next = known ? _next.names().front() : _config->getCurrentLogFile(_type);
+  if (next.empty()) next = finished.name;
+  // Until it is removed it may be named again; and where no other was named, a new log may come under its name.
+  finished.watched = !named;
+  if (!NextLogs::same(next, finished.name)) _next.leave(finished.name, finished.place);
+  _next.save();
+  const int64_t offset = _next.enter(next);
+  _source.setEndTimeStamp(mark);
+  _source.moveDurablyTo(next, offset);
+  if (offset > 0) _source.openLog();
+  if (known) _next.drop(1);
+  _next.save();
+  forgetLog();
   _awaitingNext = true;
+  _nextUnknown = !known;
   return finished;
 }
 
+void LogReader::forget(const FinishedLog& log) {
+  if (!log.watched) _next.enter(log.name);
+}
+
 void LogReader::stayAt(const FinishedLog& log) {
-  if (currentLogName() != log.name) return;
   _source.setEndTimeStamp(STRING());
-  _source.moveDurablyTo(log.name, log.end);
-  _awaitingNext = false;
+  if (currentLogName() == log.name) {
+    _source.moveDurablyTo(log.name, log.end);
+    _awaitingNext = _nextUnknown = false;
+  } else {
+    _next.leave(log.name, log.place);
+    _next.save();
+  }
 }
 
 std::optional<LogReader::FinishedLog> LogReader::leftOver() {
-  if (_source.isOpen() || _source.savedOffset() != 0) return {};
-  const STRING mark = _source.getEndTimeStamp(), name = currentLogName();
-  platform::FileInfo info;
-  if (mark.empty() || _files.info(name.toUtf8(), info) != 0 || fingerprint(info) != mark) return {};
-  return FinishedLog{name, true, static_cast<int64_t>(info.size)};
+  if (_source.isOpen()) return {};
+  const STRING mark = _source.getEndTimeStamp();
+  if (mark.empty()) return {};
+  std::vector<STRING> names = _next.names();
+  names.push_back(_config->getCurrentLogFile(_type));
+  if (_source.savedOffset() == 0) names.push_back(currentLogName());
+  for (const STRING& name : names) {
+    platform::FileInfo info;
+    std::unique_ptr<platform::File> file;
+    if (!hasLogMark(_files, name, mark)) continue;
+    if (_files.open(name.toUtf8(), platform::OpenMode::read, file) != 0 || file->info(info) != 0)
+      continue;
+    const auto end = static_cast<int64_t>(info.size);
+    return FinishedLog{name, true, end, placeIn(*file, end)};
+  }
+  return {};
 }
 
-// The component may have handed over more than once since its settings were last read, and it may have
-// named the next log nowhere but in the end mark.
-STRING LogReader::logAfter(const STRING& finished) {
+// Where the name leads to another file already, that one comes next when no other is named.
+bool LogReader::noteNamedByEnd(const FinishedLog& finished) {
   const std::string name = _namedByEnd.toUtf8();
-  _namedByEnd.clear();
-  const std::string beside =
-      platform::joinPath(_files, {platform::directoryOf(finished.toUtf8()), name});
-  if (!name.empty() && platform::fileNameOf(name) == name && STRING(beside) != finished &&
-      platform::fileExists(_files, beside))
-    return beside;
-  refreshLogName();
-  return _config->getCurrentLogFile(_type);
+  const std::string folder = platform::directoryOf(finished.name.toUtf8());
+  const bool named = !name.empty() && platform::fileNameOf(name) == name;
+  if (named)
+    _next.noteSuccessor(platform::joinPath(_files, {folder, name}));
+  else if (!finished.stillThere && logIsThere())
+    _next.noteSuccessor(finished.name);
+  return named;
 }
 
-void LogReader::refreshLogName() {
+void LogReader::noteNames() {
+  takeSeenNames();
+  _next.recallGrown(currentLogName());
+  _next.save();
+}
+
+void LogReader::takeSeenNames() {
   HidsInterface* const component = AgentConfig::getHIDSInterface();
   if (component && _type != AGENT_LOG) takeIdsLogFiles(*component);
-}
-
-bool LogReader::currentLogIsAnother() const {
+  const STRING log = currentLogName();
+  if (_type == HIDS_RT_LOG)
+    for (const STRING& name : _config->takeHIDSRTLogFilesSeen()) _next.note(name, log);
   const STRING current = _config->getCurrentLogFile(_type);
-  return !current.empty() && current != currentLogName() &&
-         platform::fileExists(_files, current.toUtf8());
+  _next.note(current, log);
+  // A name that was seen before may come to be used again.
+  if (!current.empty() && !NextLogs::same(current, log) && hasBegun(current)) _next.append(current);
 }
 
-bool LogReader::currentLogHasBegun() const {
-  platform::FileInfo info;
-  return _files.info(_config->getCurrentLogFile(_type).toUtf8(), info) == 0 && info.size > 0;
+bool LogReader::hasBegun(const STRING& name) const {
+  platform::FileInfo info, open;
+  if (_files.info(name.toUtf8(), info) != 0 || info.size == 0 || info.isDirectory) return false;
+  // The log being read, by another spelling, is none that comes next.
+  return _files.info(currentLogName().toUtf8(), open) != 0 || open.identity == 0 ||
+         open.identity != info.identity;
+}
+
+std::optional<size_t> LogReader::firstBegun() const {
+  const auto& waiting = _next.names();
+  for (size_t i = 0; i < waiting.size(); ++i)
+    if (hasBegun(waiting[i])) return i;
+  return {};
 }
 
 std::optional<STRING> LogReader::successor() {
@@ -194,18 +303,27 @@ std::optional<STRING> LogReader::successor() {
     case FileLogSource::FileState::same:
       break;
   }
-  if (_pauses > kPatience && _pauses % (kPatience + 1) == 0) refreshLogName();
   // The end mark may come after the new name, also in a log that has been quiet for long.
-  _leavingPasses = currentLogIsAnother() && currentLogHasBegun() ? _leavingPasses + 1 : 0;
-  if (_leavingPasses <= kPatience) return {};
-  return _config->getCurrentLogFile(_type);
+  const auto begun = firstBegun();
+  _leavingPasses = begun ? _leavingPasses + 1 : 0;
+  if (_leavingPasses <= (begun.value_or(0) > 0 ? kAwaitPasses : kPatience)) return {};
+  return _next.names()[*begun];
 }
 
 void LogReader::switchTo(const STRING& log) {
-  _source.setEndTimeStamp(STRING());
-  _source.switchToLog(log);
-  _endRead = false;
-  _pauses = _leavingPasses = 0;
+  const auto waiting = _next.indexOf(log);
+  if (log == currentLogName() || !waiting) {
+    _source.setEndTimeStamp(STRING());
+    _source.switchToLog(log);
+    forgetLog();
+    return;
+  }
+  if (_source.pathIsOpenFile()) {
+    // For a log that was left itself it is left for a while.
+    if (_next.isLeft(log)) _next.noteReturn(currentLogName(), *waiting);
+    _next.leave(currentLogName(), _source.place());
+  }
+  goTo(*waiting);
 }
 
 }  // namespace korvane

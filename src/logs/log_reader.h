@@ -4,12 +4,13 @@
 // alone is a pause. An unfinished line at the end of the file is read again later; after kPatience
 // passes without growth it is taken as it stands. A line that is no record is skipped: one of a wrong
 // type is event 10135, one of too many fields event 10551.
-// What comes next: after the end, the log that the end mark names (its field 4, a file beside the ended
-// one) when there is such a file, else the type's current log file, the component's settings being read
-// anew. A log that was shortened, or whose name now leads to another file, is read anew from its
-// beginning. A log that has stood still for kPatience passes while the type's current log was another file,
-// and not an empty one, was left without its end mark; reading goes on there. For that the component's
-// settings are read anew every so often.
+// What comes next: the names that the component's settings showed and those in end marks wait in NextLogs, in the order in
+// which they were seen (docs/file-formats.md); the name in a log's end mark is that of the log right behind it. Without one the
+// component's current log comes next. noteNames() looks at the settings; whoever drives the reader calls it often.
+// A log that waits has begun when its file is there and is not empty. A log that has stood still for kPatience passes
+// while a later one had begun was left without its end mark; reading goes on there, and comes back should the log grow. A
+// log that is not there is passed over after kAwaitPasses passes when a later one has begun (event 10554), and read when it
+// does appear. A log that was shortened, or whose name now leads to another file, is read anew from its beginning.
 // The positions of the old log mean nothing after such a move, so the caller makes it (moveOn, switchTo)
 // when it holds nothing undelivered.
 //
@@ -23,6 +24,7 @@
 #include "config/agent_config.h"
 #include "logs/event_record.h"
 #include "logs/file_log_source.h"
+#include "logs/next_logs.h"
 
 namespace korvane {
 
@@ -31,11 +33,10 @@ class LogReader {
   explicit LogReader(LogType type);
 
   static constexpr int kPatience = 5;
+  static constexpr int kAwaitPasses = 10;
 
-  // Tells one state of one file from any other. The pointer's end time stamp holds that of a log that
-  // has been sent and is still to be removed.
-  static STRING fingerprint(const platform::FileInfo& info);
-
+  // Looks at the names that the component's settings show, and at the logs that were left.
+  void noteNames();
   // The next record of the log; false when there is none now. Ends a pass over the log then.
   [[nodiscard]] bool next(ParsedEvent& record);
   // True when the log has ended.
@@ -51,9 +52,13 @@ class LogReader {
     STRING name;
     bool stillThere = false;  // the name leads to the log that was read, not to a newer one
     int64_t end = 0;
+    NextLogs::Place place = {};  // its end
+    bool watched = true;         // its name may come to be another log's
   };
   // Leaves a log that has ended: the pointer moves lastingly to the beginning of the next one.
   FinishedLog moveOn();
+  // The log has been removed.
+  void forget(const FinishedLog& log);
   // Keeps the end of a log that could not be removed, when it would otherwise be read again.
   void stayAt(const FinishedLog& log);
   // A finished log that was still to be removed when the agent was ended; the caller removes it.
@@ -69,23 +74,29 @@ class LogReader {
   [[nodiscard]] bool openLog();
   [[nodiscard]] bool accepts(const SourceLine& line);
   [[nodiscard]] bool parse(const SourceLine& line, ParsedEvent& record);
-  [[nodiscard]] bool pause();
-  bool currentLogIsAnother() const;
-  bool currentLogHasBegun() const;
-  STRING logAfter(const STRING& finished);
-  void refreshLogName();
+  bool logIsThere() const;
+  [[nodiscard]] bool goOnFromMissing();
+  std::optional<size_t> firstBegun() const;
+  bool hasBegun(const STRING& name) const;
+  void takeSeenNames();
+  [[nodiscard]] bool noteNamedByEnd(const FinishedLog& finished);
+  void goTo(size_t next);
+  void passOver(const STRING& log, const STRING& next);
+  void forgetLog();
 
   const LogType _type;
   platform::Files& _files;
   AgentConfig* const _config;
   FileLogSource _source;
+  NextLogs _next;
   bool _endRead = false;       // the MEOF record
   STRING _namedByEnd;          // the next log's file, as that record names it
-  bool _awaitingNext = false;  // a log was finished and removed; its successor may not be there yet
-  int _pauses = 0;             // passes that found nothing new
-  int _leavingPasses = 0;      // those of them with another log begun
+  bool _awaitingNext = false;  // a log was finished; its successor may not be there yet
+  bool _nextUnknown = false;   // and nobody named it
+  int _leavingPasses = 0;      // that found nothing new while another log had begun
+  int _missingPasses = 0;      // that did not find the log while another one had begun
   int64_t _unfinishedStart = -1;
-  size_t _unfinishedBytes = 0;
+  int64_t _unfinishedEnd = 0;
   int _unfinishedPasses = 0;
 };
 

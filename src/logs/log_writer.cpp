@@ -19,6 +19,10 @@ int LogWriter::write(const RecordQueue& queue) {
   return _destination->writeBatch({queue, notes, *_body});
 }
 
+void LogWriter::setMeanwhile(std::function<void()> meanwhile) {
+  if (_destination) _destination->setMeanwhile(std::move(meanwhile));
+}
+
 void LogWriter::tend() {
   if (_destination) _destination->tend();
 }

@@ -2,6 +2,7 @@
 // memory is kept from batch to batch until releaseMemory().
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -18,6 +19,7 @@ class LogWriter {
   // 0 when the destination has the records, its error code otherwise. kNoDestination without one.
   [[nodiscard]] int write(const RecordQueue& queue);
   void tend();
+  void setMeanwhile(std::function<void()> meanwhile);
   void releaseMemory() { _body.reset(); }
 
   static constexpr int kNoDestination = -2;

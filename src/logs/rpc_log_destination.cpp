@@ -109,6 +109,7 @@ bool RpcLogDestination::awaitCarrier(size_t records) {
 
 // The channel is listened to meanwhile: a carrier may attach, or go.
 void RpcLogDestination::waitFor(int64_t milliseconds) {
+  _meanwhile();
   if (_channel.start())
     ignoreResult(_channel.receive(static_cast<int>(milliseconds)));
   else
@@ -136,6 +137,7 @@ int RpcLogDestination::attempt(size_t records, const Compose& compose) {
 bool RpcLogDestination::await(Flight& flight, bool (Flight::*done)() const, int steps) {
   for (int step = 0; step < steps && !(flight.*done)(); ++step) {
     if (shutdownToken().requested()) return false;
+    if ((step + 1) % (kPollMs / kStepMs) == 0) _meanwhile();
     const EventChannel::Heard heard = _channel.receive(kStepMs);
     flight.gone = heard.signal == EventChannel::Signal::gone;
     if (flight.gone) return false;

@@ -65,6 +65,11 @@ TEST_F(LineReaderTest, StripsLineEndsAndTellsWhatItRead) {
   }
 }
 
+TEST_F(LineReaderTest, ALineFeedIsAWholeCodeUnit) {
+  attach(std::string("\x05\x0A\x00\x01\x0A\x0A\x0A\x00", 8), true);  // U+0A05 U+0100 U+0A0A LF
+  EXPECT_EQ(next().length, 4u);
+}
+
 TEST_F(LineReaderTest, ReadsNothingFromAPlaceThatItCouldNotGoTo) {
   attach("one\ntwo\n", false);
   files.failNth(platform::FileOperation::seek, 1, EIO, kLog);

@@ -1,6 +1,7 @@
 #include "logs/log_backlog.h"
 
 #include "logs/file_log_pointer.h"
+#include "logs/log_mark.h"
 #include "platform/paths.h"
 #include "tests/logs/log_fixture.h"
 
@@ -80,9 +81,9 @@ TEST_F(LogBacklogTest, ALogThatIsGoneOrSentGivesWayToTheCurrentOneOfTheComponent
   EXPECT_EQ(only().records, 1u);
   fake.files.put(kLog, eventLine(1) + eventLine(2));
   EXPECT_EQ(only().records, 3u);
-  platform::FileInfo info;
-  ASSERT_EQ(files.info(kLog, info), 0);
-  pointTo(kLog, 0, LogReader::fingerprint(info));
+  std::unique_ptr<platform::File> sent;
+  ASSERT_EQ(files.open(kLog, platform::OpenMode::read, sent), 0);
+  pointTo(kLog, 0, logMark(kLog, *sent, static_cast<int64_t>(fake.files.content(kLog).size())));
   EXPECT_EQ(only().records, 1u) << "what was sent does not count, though it is still there";
 }
 

@@ -82,6 +82,15 @@ TEST_F(LogPointerTest, CutsTextsThatDoNotFit) {
   EXPECT_EQ(FileLogPointer(copy).getEndTimeStamp().length(), 63u);
 }
 
+TEST_F(LogPointerTest, TheFolderOfANewFileIsFlushedOnce) {
+  FileLogPointer pointer(kPointerFile);
+  const int before = files.count(FileOperation::flushDirectory);
+  for (int i = 0; i < 3; ++i) {
+    pointer.writePointerDurably();
+    EXPECT_EQ(files.count(FileOperation::flushDirectory) - before, 1);
+  }
+}
+
 TEST_F(LogPointerTest, ADamagedFileKeepsItsOffsetAndIsMadeAnew) {
   fake.files.put(
       kPointerFile,

@@ -185,13 +185,15 @@ TEST_F(LogProcessorTest, TheEndMarkNamesTheNextLog) {
   fake.files.put(kLog, eventLine(1) + "MEOF,0,t,rt2.csv\n");
   fake.files.put(kNextLog, eventLine(2) + "MEOF,0,t,gone.csv\n");
   const std::string last = "/opt/korvane/IDS/logs/rt3.csv";
-  fake.files.put(last, eventLine(3) + "MEOF,0,t,../logs/rt2.csv\n");
+  fake.files.put(last, eventLine(3) + "MEOF,0,t,../logs/rt4.csv\n");
+  fake.files.put("/opt/korvane/IDS/logs/rt4.csv", eventLine(4));
   config().setHIDSRTLogFile(kLog);
   const auto processor = make();
   round(*processor);
   config().setHIDSRTLogFile(last);
-  for (int i = 0; i < 3; ++i) round(*processor);
+  for (int i = 0; i < LogReader::kAwaitPasses + 3; ++i) round(*processor);
   EXPECT_THAT(received.sequence(), ElementsAre("1", "2", "3"));
+  EXPECT_EQ(events(10554), 1u) << "gone.csv";
   EXPECT_EQ(savedName(), last) << "a path is no file's name";
 }
 
@@ -263,6 +265,60 @@ TEST_F(LogProcessorTest, RenamesALogThatCannotBeRemoved) {
                      std::to_string(EBUSY)),
             4u);
   EXPECT_EQ(inOwnLog(": (2nd Try) Error removing file "), 2u);
+}
+
+TEST_F(LogProcessorTest, ANextLogThatLooksLikeTheFinishedOneIsRead) {
+  fake.files.put(kLog, eventLine(1) + "MEOF,0,t,rt2.csv\n");
+  fake.files.put(kNextLog, eventLine(2) + "MEOF,0,t,rt3.csv\n");
+  ASSERT_EQ(fake.files.content(kLog).size(), fake.files.content(kNextLog).size());
+  for (int i = 0; i < 4; ++i) round(*make());
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "2"));
+  EXPECT_FALSE(exists(kNextLog));
+}
+
+TEST_F(LogProcessorTest, EveryNameThatAFreshAgentSeesIsRead) {
+  config().setHIDSRTLogFile(kNextLog);  // a moment after the first one
+  fake.files.put(kLog, eventLine(1) + endLine(2));
+  fake.files.put(kNextLog, eventLine(3));
+  make()->tend();
+  const auto processor = make();
+  for (int i = 0; i < 3; ++i) round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "3"));
+}
+
+TEST_F(LogProcessorTest, ALogIsLeftWhenNothingOfItWaits) {
+  config().setConsolidateLogs(true);
+  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x"));
+  fake.files.put(kNextLog, eventLine(3));
+  auto processor = make();
+  received.answer = [] { return 7; };
+  round(*processor);
+  config().setHIDSRTLogFile(kNextLog);
+  for (int i = 0; i < 3 * LogReader::kPatience; ++i) round(*processor);
+  EXPECT_EQ(savedName(), kLog) << "its events wait in the queue";
+  received = {};
+  processor = make();
+  for (int i = 0; i < 3 * LogReader::kPatience; ++i) round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "2+1", "3")) << "the open run is sent first";
+  EXPECT_TRUE(exists(kLog));
+  append(kLog, eventLine(4) + endLine(5));
+  for (int i = 0; i < 3 * LogReader::kPatience; ++i) round(*processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "2+1", "3", "4")) << "it has grown";
+  EXPECT_FALSE(exists(kLog));
+}
+
+TEST_F(LogProcessorTest, AFinishedLogThatStaysIsNotReadAgain) {
+  fake.files.put(kLog, eventLine(1) + "MEOF,0,t,rt2.csv\n");
+  fake.files.put(kNextLog, eventLine(2));
+  for (const auto operation : {platform::FileOperation::remove, platform::FileOperation::rename})
+    files.failAll(operation, EBUSY, "rt.csv");
+  const auto processor = make();
+  StopToken stopped;
+  stopped.request();  // ends the pause between the tries
+  processor->setStopToken(stopped);
+  for (int i = 0; i < 3 * LogReader::kPatience; ++i) round(*processor);
+  EXPECT_EQ(savedName(), kNextLog);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "2"));
 }
 
 }  // namespace

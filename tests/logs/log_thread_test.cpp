@@ -151,7 +151,7 @@ TEST_F(LogThreadTest, ALogLeftWithoutEndMarkOrMissingIsAskedForAgain) {
   ids.values["ids.service.rteventfile.name"] = "/opt/korvane/IDS/logs/rt3.csv";
   fake.files.put("/opt/korvane/IDS/logs/rt3.csv", eventLine(4));
   fake.files.remove(kLog);
-  cycles(restarted, 4);
+  cycles(restarted, 2 * LogReader::kAwaitPasses + 4);
   EXPECT_EQ(received.sequence(), (std::vector<std::string>{"1", "2", "4"}));
 }
 

@@ -42,6 +42,7 @@ class ScriptedCarrier : public RPCTransportBase {
     _messages.clear();
     _there = false;
   }
+  void comesSilently() { _there = true; }
   void comes() {
     _there = true;
     says(R"({"jsonrpc":"2.0","id":1,"name":"attach"})");
@@ -132,6 +133,8 @@ TEST_F(RpcLogDestinationTest, EveryMisbehaviourLeavesTheBatchLetsTheCarrierGoAnd
       {"no JSON", [&](Id) { c.says("{"); }, D::kNoSentSignal, noSent, 0},
       {"half a message", [&](Id) { c.says("(stalled)"); }, D::kNoSentSignal, noSent, 0},
       {"no code", [&](Id id) { c.sent(id), c.acks(id, ""); }, D::kNoAcknowledgement, noAck, 0},
+      {"a negative code", [&](Id id) { c.sent(id), c.acks(id, "-5"); }, D::kNoAcknowledgement,
+       noAck, 0},
       {"a bad delay", [&](Id id) { c.sent(id), c.acks(id, "429", R"(,"delay":"x")"); },
        D::kNoAcknowledgement, noAck, 0},
       {"goes unsent", [&](Id) { c.goes(); }, D::kNoSentSignal, noSent, 0, false},
@@ -203,6 +206,7 @@ TEST_F(RpcLogDestinationTest, ThrottlingAnswersHaveTheBatchSentAgainElevenTimesA
       {throttled, "", 3, 0, 1 + 2 + 4, 4000},
       {throttled, R"(,"delay":"250")", 4, 0, 1, 250},
       {backedOff, "", 3, 0, 10 + 20 + 40, 40000},
+      {throttled, "", 1, 0, 1, 1000},
       {"430", R"(,"delay":"7000000")", 1, 0, 60, 60000},
       {"429", R"(,"delay":"-5")", 1, 0, 0, 0},
       {throttled, "", 11, 429, 1 + 2 + 4 + 8 + 16 + 32 + 4 * 60, 60000},
@@ -223,7 +227,7 @@ TEST_F(RpcLogDestinationTest, ThrottlingAnswersHaveTheBatchSentAgainElevenTimesA
     EXPECT_EQ((fake.clock.monotonicMs() - began) / 1000, test.waited) << test.times;
     EXPECT_GE(traces("delay: " + std::to_string(test.delay)), 1u);
   }
-  EXPECT_EQ(traces("Receive VEXCX_REQUEST_THROTTLED. Receive code: 429"), 3u + 4 + 1 + 11 + 1);
+  EXPECT_EQ(traces("Receive VEXCX_REQUEST_THROTTLED. Receive code: 429"), 3u + 4 + 1 + 1 + 11 + 1);
   EXPECT_EQ(traces("Receive VEXCX_REQUEST_THROTTLED_BACKEDOFF. Receive code: 430"), 4u);
   EXPECT_EQ(events(10613), 1u);
   EXPECT_EQ(events(10614), 1u);
@@ -242,6 +246,23 @@ TEST_F(RpcLogDestinationTest, OnlyAnAdministratorsProgramBecomesTheCarrier) {
   EXPECT_LE(came, 10000) << "who is refused is soon gone";
   EXPECT_EQ(events(10615), 1u);
   EXPECT_EQ(carrier->identifiers.size(), 1u) << "and gets nothing";
+}
+
+TEST_F(RpcLogDestinationTest, EveryClientHasItsOwnTimeToAttach) {
+  carrier->comesBack = false;
+  const auto after = [&](int64_t milliseconds) {
+    fake.clock.advance(milliseconds);
+    destination.tend();
+    return carrier->drops;
+  };
+  carrier->comesSilently();
+  EXPECT_EQ(after(0), 0);
+  EXPECT_EQ(after(EventChannel::kAttachMs - 1), 0);
+  carrier->goes();
+  carrier->comesSilently();
+  EXPECT_EQ(after(1), 0);
+  EXPECT_EQ(after(EventChannel::kAttachMs - 1), 0);
+  EXPECT_EQ(after(1), 1);
 }
 
 TEST_F(RpcLogDestinationTest, AMissingCarrierAndAMissingPipeAreReportedOnceAndWaitedFor) {
@@ -295,7 +316,7 @@ TEST_F(RpcLogDestinationTest, ANoticeSaysWhatTheRecordsSayAndIsNeverLongerThanIt
   LogProcessor processor(HIDS_RT_LOG, std::move(made));
   fake.files.put(
       kLog,
-      "PFIL,1,t,\"a \"\"quoted\"\" \\ text\",\x01\t\x7F/,gr\xC3\xBC\xC3\x9F\xF0\x9F\x98\x80\n" +
+      "PFIL,1,t,\"a \"\"quoted\"\" \\ text\",\x01\t\x1F\x7F/,gr\xC3\xBC\xC3\x9F\xF0\x9F\x98\x80\n" +
           eventLine(2, "x") + eventLine(3, "x") + eventLine(4));
   config().setConsolidateLogs(true);
   processor.readRecords();
