@@ -237,7 +237,9 @@ bool Reference::standsFor(const Record& record, int index, const Reading& readin
     return of;
   };
   if (covered > 1 && !(_settings.consolidate && event(index).folds)) return false;
-  if (record.size() < 2) return false;
+  std::string recordsTime;
+  for (const auto& [name, value] : record)
+    if (name == "v3") recordsTime = value;
   part.events.clear();
   if (reading.whole) part.events.push_back(index);
   const std::string lastTime = reading.fields[2];
@@ -249,7 +251,7 @@ bool Reference::standsFor(const Record& record, int index, const Reading& readin
     for (const Reading& other : readings(at)) {
       if (key(other.fields) != key(reading.fields)) continue;
       // Of two readings with one key, the one that gives the record its time.
-      if (!same || std::pair<std::string, std::string>{"v3", other.fields[2]} == record[1]) {
+      if (!same || other.fields[2] == recordsTime) {
         time = other.fields[2];
         whole = other.whole;
       }
