@@ -9,6 +9,8 @@
 // - a log that the component deleted before all of it was delivered (a name without a log is passed by);
 // - an event whose line stood torn at the log's end through five passes that read up to there: it may be
 //   taken as it stands, or lose its rest.
+// - what the component adds to a log (events, an end mark) more than two passes after the settings named
+//   another one that has begun: the agent may have left it.
 // Every other event of such a log comes, with its exact values, each log's in their order and one log after
 // another. A line that has no end may come only after the five passes, counted anew by each process; rejected
 // lines, end marks and what was never written do not come.
