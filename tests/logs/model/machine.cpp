@@ -1,9 +1,9 @@
 #include "tests/logs/model/machine.h"
 
 #include <cerrno>
+#include <stdexcept>
 
 #include "platform/paths.h"
-#include "util/ignore_result.h"
 
 namespace korvane::log_model {
 
@@ -179,14 +179,14 @@ uint64_t ModelMachine::put(const std::string& path, const std::string& bytes) {
 
 void ModelMachine::append(const std::string& path, const std::string& bytes) {
   std::unique_ptr<File> file;
-  if (_disk.open(path, OpenMode::append, file) == 0)
-    ignoreResult(file->write(bytes.data(), bytes.size()));  // memory takes all
+  if (_disk.open(path, OpenMode::append, file) != 0 || file->write(bytes.data(), bytes.size()) != 0)
+    throw std::logic_error("the disk in memory refuses " + path);
 }
 
 void ModelMachine::truncate(const std::string& path, const std::string& bytes) {
   std::unique_ptr<File> file;
-  if (_disk.open(path, OpenMode::create, file) == 0)
-    ignoreResult(file->write(bytes.data(), bytes.size()));  // memory takes all
+  if (_disk.open(path, OpenMode::create, file) != 0 || file->write(bytes.data(), bytes.size()) != 0)
+    throw std::logic_error("the disk in memory refuses " + path);
 }
 
 void ModelMachine::remove(const std::string& path) {

@@ -6,7 +6,6 @@
 
 #include "platform/paths.h"
 #include "tests/logs/model/component.h"
-#include "util/ignore_result.h"
 #include "util/utf8.h"
 
 namespace korvane::log_model {
@@ -80,14 +79,17 @@ class NaiveForwarder final : public Forwarder {
     save();
   }
 
-  void save() {
+  bool save() {
     std::string text(kPointerSize, '\0');  // where the component looks for the offset
     const auto offset = static_cast<int32_t>(_offset);
     std::memcpy(text.data() + 1025, &offset, 4);
     text += std::to_string(_offset) + "\n" + _lastSeen + "\n";
     for (const std::string& name : _names) text += name + "\n";
-    ignoreResult(platform::writeFileAtomically(*_files, _state, text));  // it fails when killed
+    return platform::writeFileAtomically(*_files, _state, text) == 0;
   }
+
+  // A disk that refuses is that of a killed process.
+  bool remove(const std::string& path) { return _files->remove(path) == 0; }
 
   void moveOn(size_t names) {
     _names.erase(_names.begin(), _names.begin() + static_cast<std::ptrdiff_t>(names));
@@ -153,7 +155,7 @@ class NaiveForwarder final : public Forwarder {
       if (!repeats) flush();
     }
     flush();
-    if (_fault == Fault::deletesEarly && marked) ignoreResult(_files->remove(_names[0]));
+    if (_fault == Fault::deletesEarly && marked) remove(_names[0]);
     if (!batch.empty()) _quiet = 0;
     if (!batch.empty() && !send(batch, reached)) return;
     if (!batch.empty()) _lastKey = key;
@@ -195,10 +197,10 @@ class NaiveForwarder final : public Forwarder {
     if (at >= _names.size()) return;
     moveOn(at);
     if (_files->info(finished, now) || now.identity != info.identity) return;
-    if (_fault != Fault::keepsFinishedLogs) ignoreResult(_files->remove(finished));
+    if (_fault != Fault::keepsFinishedLogs) remove(finished);
     if (_fault == Fault::deletesEqualLogs && after.size == info.size &&
         after.modifiedNs == info.modifiedNs)
-      ignoreResult(_files->remove(_names[0]));
+      remove(_names[0]);
   }
 
   std::string keyOf(const Line& line) const {
