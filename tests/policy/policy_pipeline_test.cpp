@@ -258,8 +258,7 @@ TEST(PolicyPipeline, AnIdsPolicyIsSureWhenItIsHandedOverAndNoFlushCanBeLeftOut) 
     size_t count = 0;
     recording.forEachCrashAfter(
         recording.size(), [&](const std::string&, platform::MemoryFiles& disk) {
-          count +=
-              disk.content(plus.toUtf8()) != bytes || disk.content(result.toUtf8()) != "ids D";
+          count += disk.content(plus.toUtf8()) != bytes || disk.content(result.toUtf8()) != "ids D";
         });
     return count;
   };
