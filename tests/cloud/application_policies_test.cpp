@@ -168,7 +168,8 @@ TEST(ApplicationPolicyFaults, EveryCallThatFailsOrIsTheLastLeavesAWholeSet) {
   size_t points = 0, states = 0;
   for (const Change& change : changes()) {
     const size_t calls = callsOf(change);
-    for (size_t at = 1; at <= calls; at += kStride)
+    // Behind the last call nothing fails, and what was told may not be lost.
+    for (size_t at = 1; at <= calls + 1; at += kStride)
       for (const auto way : {Tripwire::Way::fails, Tripwire::Way::isTheLast}) {
         std::vector<Machine> left;
         std::string point = change.name;
@@ -180,7 +181,8 @@ TEST(ApplicationPolicyFaults, EveryCallThatFailsOrIsTheLastLeavesAWholeSet) {
           world.trip.way = way;
           PolicyProcessor policy;
           ApplicationPolicies policies(policy);
-          done = codeOf([&] { change.run(policies); }) == 0 && way == Tripwire::Way::fails;
+          done = codeOf([&] { change.run(policies); }) == 0 &&
+                 (way == Tripwire::Way::fails || world.trip.tripped.empty());
           point += ": " + world.trip.tripped;
           if (way == Tripwire::Way::isTheLast) left = world.afterPowerLoss();
           left.push_back(world.afterEnd());
