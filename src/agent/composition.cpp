@@ -96,9 +96,10 @@ void adoptNativePlatform() {
   platform::setCurrent(&made.back().native->platform());
 }
 
-Composition::Composition() : _abandonedBefore(Thread::abandoned()) {
+Composition::Composition(const std::function<void()>& afterReset)
+    : _abandonedBefore(Thread::abandoned()) {
   try {
-    assemble();
+    assemble(afterReset);
   } catch (const std::exception& error) {
     eventlog::event(kEventNotStarted, "KorvaneAgent", {error.what()});
     takeDown();
@@ -109,9 +110,10 @@ Composition::Composition() : _abandonedBefore(Thread::abandoned()) {
   }
 }
 
-void Composition::assemble() {
+void Composition::assemble(const std::function<void()>& afterReset) {
   _log = std::make_unique<OwnLog>();
   resetProcessState();
+  afterReset();
   AgentConfig& config = *AgentConfig::getInstance();
   config.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
   config.setFirstUpdateDone(false);

@@ -11,6 +11,7 @@
 // done. The destructor makes every step, whatever fails (event 10562).
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "agent/own_log.h"
@@ -29,13 +30,14 @@ inline constexpr int kEventNotStarted = 10560;
 
 class Composition {
  public:
-  Composition();
+  // afterReset is called behind the reset of the flags, before anything that may have to wait.
+  explicit Composition(const std::function<void()>& afterReset);
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
 
  private:
-  void assemble();
+  void assemble(const std::function<void()>& afterReset);
   void takeDown() noexcept;
   void endLocalService();
 

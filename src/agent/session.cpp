@@ -8,6 +8,7 @@
 #include "agent/composition.h"
 #include "agent/korvane_agent.h"
 #include "agent/thread/agent_info.h"
+#include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
 #include "agent/thread/thread_event.h"
 #include "eventlog/event_log.h"
@@ -49,6 +50,8 @@ struct Session {
 struct Holder {
   SessionMutex lock;
   bool starting GUARDED_BY(lock) = false;
+  bool composing GUARDED_BY(lock) = false;  // a start has its platform; a stop may end its waits
+  bool stopWhileComposing GUARDED_BY(lock) = false;
   Session* session GUARDED_BY(lock) = nullptr;
   std::unique_ptr<AgentInfo> info GUARDED_BY(lock);
 };
@@ -70,12 +73,19 @@ class Start {
   ~Start() {
     if (!_mine) return;
     SessionLock hold(holder().lock);
-    holder().starting = false;
+    holder().starting = holder().composing = false;
   }
   Start(const Start&) = delete;
   Start& operator=(const Start&) = delete;
 
   explicit operator bool() const { return _mine; }
+
+  // The shutdown token is of this start: from now on a stop ends what the start waits for.
+  static void letStop() {
+    SessionLock hold(holder().lock);
+    holder().composing = true;
+    holder().stopWhileComposing = false;
+  }
 
  private:
   bool _mine = false;
@@ -87,6 +97,7 @@ class Published {
   explicit Published(Session& session) : _session(session) {
     SessionLock hold(holder().lock);
     holder().session = &session;
+    _stoppedBefore = holder().stopWhileComposing;
   }
   ~Published() {
     {
@@ -97,6 +108,9 @@ class Published {
   }
   Published(const Published&) = delete;
   Published& operator=(const Published&) = delete;
+
+  // A stop came while there was no session yet: the agent is not to run.
+  bool stoppedBefore() const { return _stoppedBefore; }
 
  private:
   bool stopsUnderWay() {
@@ -111,6 +125,7 @@ class Published {
   }
 
   Session& _session;
+  bool _stoppedBefore = false;
 };
 
 // One stop of the session that is published, for a scope.
@@ -119,6 +134,7 @@ class Stop {
   Stop() {
     SessionLock hold(holder().lock);
     _session = holder().session;
+    if (!_session && holder().composing) stopComposing();
     if (!_session || _session->stops++ > 0) return;
     try {
       _session->stopEnded.reset();
@@ -140,6 +156,15 @@ class Stop {
   Session* session() const { return _session; }
 
  private:
+  // Ends the waits of a start, of the first load for the lock file above all.
+  static void stopComposing() REQUIRES(holder().lock) {
+    holder().stopWhileComposing = true;
+    try {
+      shutdownToken().request();
+    } catch (const ThreadException&) {
+    }
+  }
+
   Session* _session = nullptr;
 };
 
@@ -157,7 +182,7 @@ AgentInfo* runAgent() {
     Session session;
     AgentInfo* info = renewInfo();
     const Published published(session);
-    session.agent.run(info);
+    if (!published.stoppedBefore()) session.agent.run(info);
     return info;
   } catch (const std::exception& error) {
     eventlog::event(kEventNotStarted, "KorvaneAgent", {error.what()});
@@ -172,7 +197,7 @@ AgentInfo* runSession(void (*adoptPlatform)()) {
   if (!start) return nullptr;
   try {
     adoptPlatform();
-    const Composition composition;
+    const Composition composition(&Start::letStop);
     return runAgent();
   } catch (...) {
     // The composition has told what it was; the host sees that there is no agent.

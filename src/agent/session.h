@@ -1,15 +1,16 @@
 // The runs of the agent in one process, one at a time: who may start, and who is stopped.
 //
-// Threads: any. endSession() may come at any moment, any number of times at once; one that comes before the
-// run has made its agent does nothing. Nothing throws out of either, and whatever fails in a run or in its
-// stop, the calls come back and the next start finds the way free.
+// Threads: any. endSession() may come at any moment, any number of times at once. One that comes while a start
+// is put together ends what that waits for and does not wait for its end; the run then has no agent. One that
+// comes before does nothing. Nothing throws out of either, and whatever fails in a run or in its stop, the calls
+// come back and the next start finds the way free.
 #pragma once
 
 namespace korvane {
 
 class AgentInfo;
 
-// Runs an agent on the calling thread until it has stopped. `adoptPlatform` is called once the start is sure to be
+// Runs an agent on the calling thread until it has stopped, or was stopped before it was made. `adoptPlatform` is called once the start is sure to be
 // the only one. The AgentInfo lives until the next start; null when an agent runs already, when this one could
 // not be put together, or when there was no memory for the AgentInfo.
 AgentInfo* runSession(void (*adoptPlatform)());

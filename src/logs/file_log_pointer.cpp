@@ -161,6 +161,10 @@ void FileLogPointer::setOffset(int offset) {
   setPosition(offset);
 }
 
+int64_t FileLogPointer::position() const {
+  return _position;
+}
+
 void FileLogPointer::setPosition(int64_t position) {
   _position = position;
   store32(&_record[kOffsetAt], static_cast<uint32_t>(std::min(position, kMaxOffset)));

@@ -43,7 +43,7 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   void setEndTimeStamp(const STRING& text) override;
 
   // The offset in full: a position beyond 2^31 - 1 saturates in getOffset() alone.
-  int64_t position() const { return _position; }
+  int64_t position() const;
   void setPosition(int64_t position);
 
   // Writes the pointer and returns when it is on the disk.

@@ -128,5 +128,27 @@ TEST(StartLog, TheFirstLoadIsTracedWithItsOwnTimesWhenTracingIsOn) {
   }
 }
 
+// While the first load waits for the lock file there is no agent yet that could be stopped.
+TEST(StartLog, AStopEndsTheFirstLoadsWaitAndTheAgentDoesNotRun) {
+  for (const int64_t after : {1, 1500, 8900}) {
+    SimulatedMachine machine({.serviceType = "0", .ownLog = false});
+    std::unique_ptr<platform::FileLock> held;
+    ASSERT_EQ(machine.fake.files.lock(kLock, held), 0);
+    {
+      SessionRun run(machine);
+      machine.sim.runFor(after);
+      const int64_t before = machine.now();
+      EXPECT_TRUE(run.stop());
+      EXPECT_LE(machine.now() - before, 1000) << after;
+    }
+    held.reset();
+    EXPECT_EQ(machine.countLines("KorvaneAgent::run()"), 0u) << after;
+    SessionRun again(machine);
+    machine.sim.runFor(3000);
+    EXPECT_FALSE(again.returned()) << after;
+    EXPECT_TRUE(again.stop());
+  }
+}
+
 }  // namespace
 }  // namespace korvane

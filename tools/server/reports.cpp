@@ -159,11 +159,10 @@ Json reportPolicyState(Records& records, const std::string& guid) {
     state["agent"] = agent["guid"];
     state["changes"] = std::move(changes);
     state["updates"] = Json::object();
-    for (const Json& result :
-         rows(database,
-              "SELECT type, code, message, max(at_ms) at_ms FROM results WHERE agent_id = ? "
-              "GROUP BY type",
-              id))
+    for (const Json& result : rows(database,
+                                   "SELECT type, code, message, at_ms FROM results WHERE id IN "
+                                   "(SELECT max(id) FROM results WHERE agent_id = ? GROUP BY type)",
+                                   id))
       state["updates"][result["type"].get<std::string>()] = result;
     list.push_back(std::move(state));
   }
