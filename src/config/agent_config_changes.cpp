@@ -14,7 +14,7 @@ namespace {
 constexpr uint32_t kLockPauseMs = 100;
 constexpr char kTag[] = "AgentConfig::changeAll";
 constexpr char kServerTag[] = "AgentConfig::newConfiguration";
-constexpr int kEventRefused = 10526;
+constexpr int kEventRefusedSettings = 10526;
 constexpr size_t kRefusedValueUnits = 100;  // kept of each refused value
 
 }  // namespace
@@ -70,7 +70,8 @@ bool AgentConfig::newConfiguration(const PropertyList& properties,
     const Synchronized hold(_state->lock);
     _state->takeFromServer(properties, refused);
   }
-  if (!refused.empty()) eventlog::event(kEventRefused, kServerTag, {refusedSettingsText(refused)});
+  if (!refused.empty())
+    eventlog::event(kEventRefusedSettings, kServerTag, {refusedSettingsText(refused)});
   const bool written = _state->save(kServerTag, false);
   const Synchronized hold(_state->lock);
   if (written) {

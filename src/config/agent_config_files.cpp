@@ -20,7 +20,7 @@ constexpr size_t kMaxToldBytes = 80;
 constexpr int kEventFallback = 10521;
 constexpr int kEventNoSettings = 10522;
 constexpr int kEventNoLockFile = 10523;
-constexpr int kEventRefused = 10525;
+constexpr int kEventRefusedValues = 10525;
 
 int64_t now() {
   return platform::current().clock.monotonicMs();
@@ -64,7 +64,7 @@ void AgentConfigState::tellRefused(std::string_view tag, const PropertyList& ref
     list += (i == 0 ? "" : ", ") + name + "=" + value.substr(0, kMaxToldBytes);
   }
   if (refused.size() > kMaxToldValues) list += ", ...";
-  eventlog::event(kEventRefused, tag, {refused.size(), path, list});
+  eventlog::event(kEventRefusedValues, tag, {refused.size(), path, list});
 }
 
 bool AgentConfigState::mergeNVPData(std::string_view tag, const IniText& file,

@@ -12,7 +12,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "NextLogs";
+constexpr char kNextLogsSource[] = "NextLogs";
 constexpr int kEventDamaged = 10552;
 constexpr int kEventNotWritten = 10553;
 constexpr int kEventTooMany = 10555;
@@ -110,7 +110,7 @@ void NextLogs::load(const STRING& current) {
   const std::string failure = "error " + std::to_string(error);
   const char* const wrong = error != 0 ? failure.c_str() : parse(text, content);
   if (wrong) {
-    eventlog::event(kEventDamaged, kSource, {_path, std::string(wrong)});
+    eventlog::event(kEventDamaged, kNextLogsSource, {_path, std::string(wrong)});
     return;
   }
   _named = content.named;
@@ -134,7 +134,7 @@ std::string NextLogs::text() const {
 void NextLogs::save() {
   if (_path.empty() || !_changed) return;
   if (const int error = platform::writeFileAtomically(_files, _path, text())) {
-    if (!_failureReported) eventlog::event(kEventNotWritten, kSource, {_path, error});
+    if (!_failureReported) eventlog::event(kEventNotWritten, kNextLogsSource, {_path, error});
     _failureReported = true;
     return;
   }
@@ -168,7 +168,7 @@ void NextLogs::append(const STRING& name) {
     _changed = true;
     return;
   }
-  if (!_fullReported) eventlog::event(kEventTooMany, kSource, {kMaxNames, name});
+  if (!_fullReported) eventlog::event(kEventTooMany, kNextLogsSource, {kMaxNames, name});
   _fullReported = true;
 }
 

@@ -6,6 +6,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "rpc/fifo_frame.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -103,8 +104,9 @@ bool Fifo::renew() {
 
 void Fifo::reset() {
   eventlog::trace(kSource, "Pipe was reset");
+  // A pipe that cannot be made now is made by the next use.
   if (_server)
-    create();
+    ignoreResult(create());
   else
     closePipe();
 }
