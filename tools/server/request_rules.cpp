@@ -237,7 +237,8 @@ std::string checkHeaders(std::string_view word, const HeaderLines& headers) {
   const bool identified = word != "register" && word != "testConnection";
   const size_t wanted = identified ? kHeaderOrder.size() : kGuidHeader;
   size_t next = 0, lengths = 0;
-  for (const auto& [name, value] : headers) {
+  for (const auto& header : headers) {
+    const std::string& name = header.first;
     lengths += sameName(name, "Content-Length");
     if (sameName(name, "Transfer-Encoding") || sameName(name, "Expect"))
       return "the header " + quoted(name) + " does not belong in a request";
