@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "rpc/pipe_names.h"
 #include "tests/agent/agent_run.h"
 
@@ -24,22 +22,6 @@ void expectInOrder(SimulatedMachine& machine, const std::vector<std::string>& te
     EXPECT_GT(at, last) << text;
     last = at;
   }
-}
-
-std::vector<std::byte> appliedPolicy(bool builtin) {
-  std::vector<std::byte> record(1028);
-  record[0] = std::byte{builtin};
-  std::memcpy(record.data() + 4, u"Base", 8);
-  std::memcpy(record.data() + 260, u"3", 2);
-  std::memcpy(record.data() + 516, u"id-9", 8);
-  return record;
-}
-
-void installDriver(SimulatedMachine& machine, const bool& builtin) {
-  machine.fake.devices.setOpenError(0);
-  machine.fake.devices.setHandler([&builtin](const platform::FakeDevices::Call&) {
-    return platform::DeviceScript::atOnce(0, appliedPolicy(builtin));
-  });
 }
 
 TEST(Lifecycle, StartsAndStopsTheThreadsOfEachServiceTypeInOrder) {
@@ -82,42 +64,6 @@ TEST(Lifecycle, StartsAndStopsTheThreadsOfEachServiceTypeInOrder) {
     EXPECT_EQ(machine.countLines("all threads cleaned up -1"), 0U);
     EXPECT_EQ(machine.server.count("register"), row.type == std::string("1") ? 1U : 0U);
   }
-}
-
-TEST(Lifecycle, AFailedFirstStatusIsSentAgainAtTheNextPollOrAfterAGrowingPause) {
-  struct FirstStatusCase {
-    const char* settings;
-    int64_t doneAfterMs;
-  };
-  for (const FirstStatusCase& row :
-       {FirstStatusCase{"", 303000}, {"[Polling]\npolling.enabled=false\n", 16000}}) {
-    SCOPED_TRACE(row.settings);
-    SimulatedMachine machine({.settings = row.settings});
-    machine.server.always("register", Answer::properties(kRegistered));
-    for (int i = 0; i < (row.doneAfterMs < 100000 ? 3 : 1); ++i)
-      machine.server.queue("result", Answer::failure(7));
-    AgentRun run(machine);
-    machine.sim.runFor(row.doneAfterMs - 5000);
-    EXPECT_FALSE(AgentConfig::getInstance()->isFirstUpdateDone());
-    machine.sim.runFor(6000);
-    EXPECT_TRUE(AgentConfig::getInstance()->isFirstUpdateDone());
-    const size_t sent = machine.server.count("result");
-    machine.sim.runFor(100000);
-    EXPECT_EQ(machine.server.count("result"), sent) << "once it has been done, only polls send it";
-  }
-}
-
-TEST(Lifecycle, ARegisteredAgentDoesNotRegister) {
-  SimulatedMachine machine({.settings = "agent.id=known\n"});
-  AgentRun run(machine);
-  machine.sim.runFor(5000);
-  EXPECT_EQ(machine.server.count("register"), 0U);
-  EXPECT_EQ(machine.server.count("testConnection"), 1U);
-  AgentConfig::getInstance()->setAgentName("renamed");
-  run.stop();
-  EXPECT_NE(machine.fake.files.content("/opt/korvane/IPS/fallback.ini").find("agent.name=renamed"),
-            std::string::npos)
-      << "a stop leaves both files as the agent last knew them";
 }
 
 TEST(Lifecycle, RecordsTheFileOfItsOwnLogInTheSettings) {
@@ -195,17 +141,6 @@ TEST(Lifecycle, StopsWhileANameLookUpHangs) {
   machine.sim.runFor(1000);  // the look-up that was left behind ends
 }
 
-TEST(Lifecycle, StopsWhileTheDriverStalls) {
-  SimulatedMachine machine({.settings = "agent.id=known\n"});
-  machine.fake.devices.setOpenError(0);
-  machine.fake.devices.setHandler([](const platform::FakeDevices::Call&) {
-    return platform::DeviceScript::pending(platform::kInfinite, 0);
-  });
-  AgentRun run(machine);
-  machine.sim.runFor(2000);
-  EXPECT_LE(run.stop(), kStopLimitMs);
-}
-
 TEST(Lifecycle, StopsWhileAnotherProgramHoldsTheLockFile) {
   SimulatedMachine machine({.settings = "agent.id=known\n"});
   AgentRun run(machine);
@@ -242,49 +177,6 @@ TEST(Lifecycle, AHostCommandStopsTheAgentWithinASecond) {
   EXPECT_TRUE(run.returned());
   EXPECT_EQ(machine.countLines(",10109,"), 2U) << "the loop ends, and nobody had called stop";
   EXPECT_EQ(machine.countLines(",10110,"), 1U);
-}
-
-TEST(Lifecycle, ReportsAndFollowsTheDriversBuiltInPolicy) {
-  bool builtin = true;
-  SimulatedMachine machine({.settings = "agent.id=known\n"});
-  installDriver(machine, builtin);
-  AgentRun run(machine);
-  machine.sim.runFor(5000);
-  AgentConfig& config = *AgentConfig::getInstance();
-  EXPECT_EQ(config.getPolicyStateCode(), -100);
-  EXPECT_EQ(config.getPlusID(), STRING("id-9"));
-  EXPECT_EQ(config.getPlusVersion(), STRING("Base 3"));
-  ASSERT_EQ(machine.server.count("result"), 2U) << "the policy state, then the status";
-  EXPECT_THAT(machine.server.requests("result")[0].body,
-              ::testing::HasSubstr("result.errorcode=-100"));
-
-  builtin = false;
-  config.setUseBuiltInPolicy(!config.useBuiltInPolicy());
-  machine.sim.runFor(3000);
-  EXPECT_EQ(config.getPolicyStateCode(), -101);
-  EXPECT_EQ(machine.countLines("::setPolicyState - state=-101"), 1U);
-  EXPECT_EQ(machine.countLines(",10166,"), 1U);
-  EXPECT_EQ(machine.server.count("result"), 3U) << "the changed state is reported";
-}
-
-TEST(Lifecycle, IsTheSameRunForTheSameSeedAndHoldsForOthers) {
-  uint64_t hashes[2] = {};
-  for (uint64_t round = 0; round < 12; ++round) {
-    SCOPED_TRACE(round);
-    SimulatedMachine machine({.seed = round / 2});
-    machine.server.queue("register", Answer::failure(28));
-    machine.server.always("register", Answer::properties(kRegistered));
-    machine.server.queue("result", Answer::error(400));
-    AgentRun run(machine);
-    machine.sim.runFor(400000);
-    EXPECT_TRUE(AgentConfig::getInstance()->isFirstUpdateDone());
-    EXPECT_EQ(machine.server.count("register"), 3U)
-        << "a pause, a success, and again after the 400";
-    EXPECT_LE(run.stop(), kStopLimitMs);
-    hashes[round % 2] = machine.sim.scheduleHash();
-    if (round % 2 == 0) continue;
-    EXPECT_EQ(hashes[0], hashes[1]);
-  }
 }
 
 }  // namespace

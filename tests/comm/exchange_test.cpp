@@ -37,21 +37,8 @@ class Exchange : public CommFixture {
   HttpsHandler handler;
 };
 
-TEST_F(Exchange, EveryOneSendsItsProperties) {
+TEST_F(Exchange, LogsResultsAndApplicationDataSendTheirProperties) {
   config().setAppDataRequestID("r-7");
-  config().setPlusID("id-3");
-  config().setPlusVersion("base 4");
-  config().setPlusDBPath("/policies/base");
-  config().setInitialGroup("group");
-  config().setPolicyError(500, "Prevention Disabled");
-  config().setPolicyState(-100, "built in");
-  const std::string state =
-      "rid.applied=id-3\nrid.group=group\npolicy.name=base 4\npolicy.path=builtin\n";
-  platform::SystemInfo& system = platform::current().systemInfo;
-  const std::string about = "agent.timezone=" + system.timeZone() +
-                            "\nagent.domain.name=" + system.domainName() +
-                            "\nagent.osversion=" + config().getOS().toUtf8() + "\n";
-  const std::string attributes = linesOf(config().getAttributes());
   const PropertyList record{{"v2", "1"}, {"v3", "t"}};
   const std::string text = "t,\"x\"";
   const std::string file = write("bulk.zip", "PK");
@@ -68,22 +55,6 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
   };
   const std::vector<Exchanged> cases{
       {[&] { return handler.testConnection(true); }, "testConnection", "", {"Testing Connection"}},
-      {[&] { return handler.getUpdate(31, false); },
-       "update",
-       properties("update.configuration=true\nupdate.policy=true\nupdate.software=true\n"
-                  "update.policy.ids=true\nupdate.configuration.ids=true\n"),
-       {"Sending Config Update Message", "Sending Policy Update Message",
-        "Sending Software Update Message", "Sending HIDS Policy Update Message",
-        "Sending HIDS Config Update Message"}},
-      {[&] { return handler.getUpdate(HttpsHandler::SOFTWARE_UPDATE, true); },
-       "update",
-       properties("update.software=true\n" + attributes),
-       {}},
-      {[&] { return handler.getCompUpdate(); },
-       "update",
-       properties("update.qel=true\nupdate.ferrolyn.revocation=true\n"
-                  "update.ferrolyn.settings=true\nupdate.ferrolyn.vexvt=true\n"),
-       {"Sending VexQel and Ferrolyn GET_UPDATE Message"}},
       {[&] {
          return handler.setUpdateResult(256, PropertyList{{"a", "b"}});
        },
@@ -98,10 +69,6 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
        properties(
            "result.type=policy.ids\nresult.errorcode=-36\nresult.errormessage=t,\"x\"\na=b\n"),
        {"NameValuePair a b", "Type = policy.ids"}},
-      {[&] { return handler.setUpdateResult(3, 0, "No Error"); },
-       "result",
-       properties("result.type=\nresult.errorcode=0\nresult.errormessage=No Error\n"),
-       {}},
       {[&] { return handler.log(record); },
        "log",
        properties("v2=1\nv3=t\n"),
@@ -129,17 +96,6 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
        properties("result.type=app.data\napplication.requestID=r-7\n"
                   "application.request.complete=true\n"),
        {"No More Data Available", "Sending no ADR data. Only properties."}},
-      {[&] { return handler.sendAgentStatusMessage(true); },
-       "result",
-       properties("result.type=policy\nresult.errorcode=500\n"
-                  "result.errormessage=Prevention Disabled\n" +
-                  state + about),
-       {"::sendAgentStatusMessage -- Status=500 Prevention Disabled"}},
-      {[&] { return handler.sendPolicyStateMessage(); },
-       "result",
-       properties("result.type=policy\nresult.errorcode=-100\nresult.errormessage=built in\n" +
-                  state),
-       {"::sendPolicyStateMessage -- Error:=-100 built in"}},
   };
   for (const Exchanged& test : cases) {
     transport.seen.clear();
@@ -156,10 +112,6 @@ TEST_F(Exchange, EveryOneSendsItsProperties) {
     EXPECT_EQ(handler.getGUIDUsed(), named ? STRING("guid-1") : STRING());
     for (const std::string& said : test.texts) EXPECT_GE(logged(said), 1) << said;
   }
-  config().setPolicyState(-101, "assigned");
-  transport.seen.clear();
-  handler.sendPolicyStateMessage();
-  EXPECT_NE(transport.seen.at(0).body.find("policy.path=/policies/base\n"), std::string::npos);
 }
 
 TEST_F(Exchange, RegistrationSendsAllItHas) {
@@ -184,17 +136,6 @@ TEST_F(Exchange, RegistrationSendsAllItHas) {
   EXPECT_EQ(logged("Sending Register Message"), 2);
 }
 
-TEST_F(Exchange, ConsoleTextsOfTheContentPoll) {
-  transport.steps.push_back({.code = 7});
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(handler.getCompUpdate(), 7);
-  EXPECT_EQ(
-      testing::internal::GetCapturedStdout(),
-      "Requesting FL data  HttpsHandler::getCompUpdate() \n"
-      " Returning from HttpsHandler::getCompUpdate()--->send(GET_UPDATE,gen). Return code 7 \n"
-      " Returning from HttpsHandler::checkRetStatus()--->Return code 7 \n");
-}
-
 TEST_F(Exchange, NothingIsSentWhenItMustNotBe) {
   transport.steps.push_back({.code = 55});
   EXPECT_EQ(handler.sendApplicationData("x", false, 1), 55);
@@ -217,27 +158,6 @@ TEST_F(Exchange, NothingIsSentWhenItMustNotBe) {
   EXPECT_EQ(handler.testConnection(true), -1);
   EXPECT_GE(logged(",10224,"), 1);
   EXPECT_TRUE(transport.seen.empty());
-}
-
-TEST_F(Exchange, RegistrationAnswer) {
-  STRING guid("old");
-  const auto answer = [&](const ScriptedTransport::Step& step) {
-    transport.steps.push_back(step);
-    handler.registerAgent(nullptr, 0);
-    return handler.getGUID(guid);
-  };
-  EXPECT_EQ(handler.getGUID(guid), -1);
-  EXPECT_EQ(answer({.body = "EOF_FLAG\n"}), -1);
-  EXPECT_EQ(answer({.body = properties("agent.id=\nguid=x\n")}), -1);
-  EXPECT_EQ(answer({.body = properties("a=b\n") + properties("agent.id=7\n")}), -1);
-  EXPECT_EQ(answer({.headers = {"korvane-error: 300\r\n"}, .body = properties("agent.id=7\n")}),
-            -2);
-  EXPECT_EQ(answer({.status = 500, .body = properties("agent.id=7\n")}), -1);
-  EXPECT_EQ(answer({.code = 56, .body = properties("agent.id=7\n")}), -1);
-  EXPECT_EQ(answer({.body = properties("agent.id=7\n").substr(0, 60)}), -1);
-  EXPECT_EQ(guid, STRING("old"));
-  EXPECT_EQ(answer({.body = properties("a=b\nagent.id=7\n")}), 0);
-  EXPECT_EQ(guid, STRING("7"));
 }
 
 TEST_F(Exchange, ErrorTextFitsOneField) {
@@ -413,16 +333,6 @@ TEST_F(Exchange, ContentPartsByKind) {
   transport.steps.push_back({.headers = {"Korvane-Error: 200"}});
   handler.getCompUpdate();
   EXPECT_EQ(handler.getBinaryData("update.qel", bytes), -2);
-}
-
-TEST(UpdateKinds, NamesAreAsymmetric) {
-  EXPECT_EQ(HttpsHandler::getUpdateAsINT("update.config"), 1);
-  EXPECT_EQ(HttpsHandler::getUpdateAsINT("update.configuration"), 0);
-  EXPECT_EQ(HttpsHandler::getUpdateAsINT("update.config.ids"), 16);
-  EXPECT_EQ(HttpsHandler::getUpdateAsINT("update.configuration.ids"), 0);
-  EXPECT_EQ(HttpsHandler::getUpdateAsINT("update.ferrolyn.vexvt"), 256);
-  EXPECT_EQ(HttpsHandler::getUpdateAsString(16), STRING("config.ids"));
-  EXPECT_EQ(HttpsHandler::getUpdateAsString(3), STRING());
 }
 
 }  // namespace

@@ -68,16 +68,6 @@ TEST_F(Message, BuiltInPlaceEqualsPairs) {
   }
 }
 
-TEST_F(Message, HeadersInOrder) {
-  config().setCharset("UTF-8");
-  HttpsMessageGenerator message;
-  message.setGUID("g-1");
-  EXPECT_EQ(message.headers(), (PropertyList{{"Korvane-Format-Version", "1.0"},
-                                             {"Content-Type", "application/x-korvane"},
-                                             {"Korvane-Charset", "UTF-8"},
-                                             {"Korvane-GUID", "g-1"}}));
-}
-
 TEST_F(Message, BulkLogEqualsTheSameSections) {
   const std::string content("PK\0\n", 4);
   HttpsMessageGenerator expected;

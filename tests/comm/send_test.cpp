@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <map>
 #include <thread>
 
 #include "comm/name_lookup.h"
@@ -83,25 +82,6 @@ TEST_F(Send, RequestCarriesTheSettings) {
   EXPECT_EQ(seen.connectTimeout, 3u);
   EXPECT_EQ(seen.sslVersion, 6);
   EXPECT_EQ(logged("Certificate Path : /etc/ca.pem"), 1);
-}
-
-TEST_F(Send, FailOverUsesTheNextServerForTheNextExchange) {
-  transport.steps.assign(2, {.code = 7});
-  EXPECT_EQ(poll(), 7);
-  EXPECT_EQ(current(), "10.1.1.2");
-  EXPECT_EQ(config().getServerNext(), STRING("10.1.1.3"));
-  // The agent's addresses were not known before, so the handle was made anew.
-  EXPECT_EQ(logged(",10202,"), 1);
-  EXPECT_EQ(transport.closed, 1);
-  EXPECT_EQ(poll(), 7);
-  EXPECT_EQ(transport.closed, 1);
-  EXPECT_EQ(logged("No change in Agent IP"), 1);
-  EXPECT_EQ(poll(), 0);
-  EXPECT_EQ(urls(), (std::vector<std::string>{at("10.1.1.1", "update"), at("10.1.1.2", "update"),
-                                              at("10.1.1.3", "update")}));
-  EXPECT_EQ(logged("Will Failover to Server 10.1.1.3"), 1);
-  EXPECT_EQ(logged("No change in Server IP"), 2);
-  EXPECT_EQ(config().getURLHost(), STRING("10.1.1.3"));
 }
 
 TEST_F(Send, FailOverLooksAtAddressesFirst) {
@@ -206,22 +186,6 @@ TEST_F(Send, TlsFallbackStays) {
   EXPECT_EQ(transport.seen.back().sslVersion, 6);
 }
 
-TEST_F(Send, ChangeOfServerIsReportedOnce) {
-  poll();
-  EXPECT_EQ(config().getServerLast(), STRING("10.1.1.1"));
-  for (int i = 0; i < 2; ++i) HttpsHandler("10.1.1.2").getUpdate(1, false);
-  EXPECT_EQ(logged(",10168,"), 1);
-  EXPECT_EQ(config().getURLHost(), STRING("10.1.1.2"));
-}
-
-TEST_F(Send, WithoutAServerListTheUrlsHostServes) {
-  config().setServerList("");
-  transport.steps = {{.code = 7}};
-  EXPECT_EQ(poll(), 7);
-  EXPECT_EQ(poll(), 0);
-  EXPECT_EQ(urls(), std::vector<std::string>(2, at("first.test", "update")));
-}
-
 TEST_F(Send, StoppedAgentSendsNothing) {
   shutdownToken().request();
   EXPECT_EQ(poll(), 42);
@@ -265,30 +229,6 @@ TEST_F(Send, ALookUpWithoutAThreadIsForgotten) {
   EXPECT_EQ(lookUpsOutstanding(), 0u);
   threading.refuses = false;
   EXPECT_EQ(lookUpAddress("steady", 20000), "10.0.1.1");
-}
-
-TEST_F(Send, ErrorTexts) {
-  HttpsHandler handler;
-  const std::map<int, const char*> texts{
-      {0, "CURLE_OK"},
-      {18, "CURLE_PARTIAL_FILE"},
-      {47, "CURLE_TOO_MANY_REDIRECTS"},
-      {6, "AGENT COULDNT RESOLVE HOST"},
-      {58, "Certificate is bad"},
-      {59, "CURLE_SSL_CIPHER"},
-      {28, "CONNECTION OPERATION TIMED OUT BETWEEN SERVER AND AGENT"},
-      {90, "CURL_LAST"},
-      {35, "CURLE_SSL_CONNECT_ERROR. Generic SSL connection error."},
-      {91, "Guid is blank."},
-      {60, "Verify the agent certificate matches the server."},
-      {81, "CURLE_AGAIN"},
-      {77, "CURLE_SSL_CACERT_BADFILE"},
-      {-2, "Could not understand the error -2"}};
-  for (const auto& [code, text] : texts) EXPECT_EQ(handler.getCurlError(code), STRING(text));
-  transport.steps.assign(2, {.code = -1, .errorText = "\xFF"});
-  handler.testConnection(false);
-  EXPECT_EQ(handler.getCurlError(-1),
-            STRING("Internal CURL Error : Multibyte to wide char conversion error "));
 }
 
 }  // namespace

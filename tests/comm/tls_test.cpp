@@ -240,30 +240,6 @@ TEST_F(Tls, CertificatesAreChecked) {
   EXPECT_EQ(server.requests().size(), 1u);
 }
 
-TEST_F(Tls, FailsOverAndBackBetweenAddresses) {
-  config().setServerList("127.0.0.1,127.0.0.2");
-  config().setFailbackInterval(100);
-  uint16_t port = 0;
-  {
-    TlsServer gone(*authority, &fine);
-    port = gone.port();
-  }
-  usePort(port);
-  EXPECT_EQ(log("a"), 7);
-  EXPECT_EQ(config().getServerCurrent(), STRING("127.0.0.2"));
-  TlsServer server(*authority, &fine, {.port = port, .anyAddress = true});
-  EXPECT_EQ(log("b"), 0);
-  clock.advance(100'000);
-  EXPECT_EQ(log("c"), 0);
-  const auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 3u);
-  EXPECT_TRUE(requests[0].header("Host").starts_with("127.0.0.2:"));
-  EXPECT_EQ(requests[1].path, "/agent/testConnection");
-  EXPECT_TRUE(requests[1].header("Host").starts_with("127.0.0.1:"));
-  EXPECT_TRUE(requests[2].header("Host").starts_with("127.0.0.1:"));
-  EXPECT_EQ(config().getServerCurrent(), STRING("127.0.0.1"));
-}
-
 TEST_F(Tls, FallbackAfterARefusedHandshake) {
   TlsServer server(*authority, &fine, {.manner = TlsServer::Manner::dropFirstConnection});
   use(server);

@@ -155,26 +155,6 @@ TEST_F(StateTest, SubscribersHearOfAnotherProgramsChange) {
   EXPECT_EQ(moments, (std::vector<int>{3, 1, 3}));
 }
 
-TEST_F(StateTest, VersionAddressAndAttributes) {
-  EXPECT_EQ(config().getKorvaneVersion(), STRING());
-  fake.files.put("/opt/agent/IPS/kav-version.properties",
-                 "# v\r\nversion = 7.1.0\r\nbuild.number=42\r\n");
-  EXPECT_EQ(config().getKorvaneVersion(), STRING("7.1.0.42"));
-  EXPECT_EQ(config().getIPAddress(), STRING("192.0.2.10"));
-  fake.systemInfo.addresses = {"192.0.2.11"};
-  EXPECT_EQ(config().getIPAddress(), STRING("192.0.2.10"));
-  sim.runFor(5 * 60 * 1000);
-  EXPECT_EQ(config().getIPAddress(), STRING("192.0.2.11"));
-  config().setAgentName("n");
-  const PropertyList attributes = config().getAttributes();
-  EXPECT_EQ(propertyValue(attributes, "agent.name"), STRING("n"));
-  EXPECT_EQ(propertyValue(attributes, "agent.hostname"), STRING("testhost"));
-  EXPECT_EQ(propertyValue(attributes, "agent.osversion"), STRING("10.0.20348"));
-  const PropertyList configuration = config().getConfiguration();
-  EXPECT_EQ(propertyValue(configuration, "polling.interval"), STRING("300"));
-  EXPECT_EQ(findProperty(configuration, "agent.id"), nullptr);
-}
-
 TEST_F(StateTest, TheLogChainIsBrokenByAPointerToAMissingLog) {
   std::string pointer(4365, '\0');
   const std::string name = "/logs/a";

@@ -34,51 +34,6 @@ TEST_F(ValuesTest, TheReferenceListsTheTable) {
   }
 }
 
-// A key reached by name and by its accessor is the same setting.
-TEST_F(ValuesTest, AccessorsMeanTheirKeys) {
-  struct Case {
-    const char* key;
-    const char* value;
-    std::function<STRING(AgentConfig&)> get;
-  };
-  const auto number = [](auto getter) {
-    return [getter](AgentConfig& c) { return STRING::fromInt((c.*getter)()); };
-  };
-  const auto flag = [](bool (AgentConfig::*getter)() const) {
-    return [getter](AgentConfig& c) { return STRING::fromBool((c.*getter)()); };
-  };
-  const Case cases[] = {
-      {"agent.id", "g", &AgentConfig::getUniqueId},
-      {"agent.update", "/u", &AgentConfig::getSoftwareUpdateDirectory},
-      {"ssl.trustStore", "/c", &AgentConfig::getSSLCertFile},
-      {"policy.name", "n 1", &AgentConfig::getPlusVersion},
-      {"policy.id", "i", &AgentConfig::getPolicyID},
-      {"policy.path", "p", &AgentConfig::getPlusDBPath},
-      {"ids.plus.policy.file", "/i", &AgentConfig::getIDSPlusFileName},
-      {"qel.vt.metadata", "m", &AgentConfig::getQelFL},
-      {"ferrolyn.vt.flpkg.path", "v", &AgentConfig::getFerrolynVtPath},
-      {"autoretrans.now", "true", flag(&AgentConfig::getRetranslateNow)},
-      {"log.consolidate", "false", flag(&AgentConfig::consolidateLogs)},
-      {"ips.enabled", "false", flag(&AgentConfig::isIPSEnabled)},
-      {"ips.reboot.required", "true", flag(&AgentConfig::isIPSRebootRequired)},
-      {"agentlog.log.trace.messages", "true", flag(&AgentConfig::logTraceMessages)},
-      {"update.ferrolyn.revo.now", "true", flag(&AgentConfig::getUpdateFRevoNow)},
-      {"failback.interval", "4294967295", number(&AgentConfig::getFailbackInterval)},
-      {"tcp.port", "8", number(&AgentConfig::getTCPNotificationPort)},
-      {"log.consolidate.value", "7", number(&AgentConfig::getLogConsolidatePeriod)},
-      {"policy.state.error.code", "-100", number(&AgentConfig::getPolicyErrorCode)},
-      {"log.writer.limit", "12",
-       [](AgentConfig& c) { return STRING::fromInt(c.getMaxBatchSize(HIDS_RT_LOG)); }},
-      {"log.reader.limit", "13",
-       [](AgentConfig& c) { return STRING::fromInt(c.getMaxMessagesToRead(AGENT_LOG)); }},
-  };
-  for (const Case& c : cases) {
-    EXPECT_TRUE(config().setValue(c.key, c.value)) << c.key;
-    EXPECT_EQ(c.get(config()), STRING(c.value)) << c.key;
-  }
-  for (const Case& c : cases) EXPECT_EQ(c.get(restart()), STRING(c.value)) << c.key;
-}
-
 TEST_F(ValuesTest, ServerLists) {
   struct Case {
     const char* list;

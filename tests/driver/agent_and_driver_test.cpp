@@ -118,20 +118,6 @@ class AgentAndDriverTest : public testing::Test {
   STRING _typeBefore;
 };
 
-TEST_F(AgentAndDriverTest, ReportsAndFollowsThePolicyOfTheLoadedDriver) {
-  startAgent();
-  ASSERT_TRUE(comes(",10104,")) << log();
-  EXPECT_TRUE(comes("Name = Built-in"));
-
-  std::ofstream(fsPath(at("web.conf"))) << "korvane-policy 1\nname Web\nversion 3\nid x-1\n";
-  ASSERT_EQ(DriverConfig::newPolicy(STRING(at("web.conf"))), 0);
-  writeSettings(true);
-  EXPECT_TRUE(comes(",10166,")) << log();
-  EXPECT_TRUE(comes("Name = Web"));
-  EXPECT_LE(stopAgent(), kStopLimitMs);
-  EXPECT_EQ(logged(",10104,"), 1);
-}
-
 TEST_F(AgentAndDriverTest, AMissingDriverIsReportedOnceAndSoIsItsReturn) {
   world.stop();
   startAgent();

@@ -119,36 +119,4 @@ TEST_F(PolicyModelTest, ARefusedPolicyLeavesTheOneBeforeInForce) {
   EXPECT_EQ(refusal[514], 0) << "the text ends within the record";
 }
 
-TEST_F(PolicyModelTest, TheOperatorIsToldTheStateAsJson) {
-  const std::string policy =
-      "korvane-policy 1\nname a\"b\\c \xe2\x82\xac \xF0\x9F\x98\x80\nversion 2\nid x\n";
-  ASSERT_EQ(kvp_load(driver.get(), policy.data(), policy.size()), 0);
-  kvp_control control{};
-  const auto obey = [&control](const std::string& words) {
-    return kvp_obey(&control, {words.data(), words.size()});
-  };
-  const auto state = [&](size_t room) {
-    std::string text(room, '\xEE');
-    text.resize(kvp_state(&control, driver.get(), text.data(), room));
-    return text;
-  };
-  EXPECT_EQ(obey("late-error 100 22"), 0);
-  EXPECT_EQ(obey("refuse " + std::string(256, 'r')), 1);
-  EXPECT_EQ(obey("refuse a\nb"), 1);
-  EXPECT_EQ(obey("refuse  no \"way\""), 0);
-  EXPECT_EQ(obey("vanish"), 0);
-  EXPECT_EQ(obey(" state "), 0);
-  const std::string whole = state(KVP_STATE_BYTES);
-  EXPECT_EQ(
-      whole,
-      "{\"builtIn\":false,\"id\":\"x\",\"loaded\":0,\"mode\":\"late-error\",\"name\":\"a\\\"b\\\\c "
-      "\xe2\x82\xac \xF0\x9F\x98\x80\",\"pending\":0,\"present\":false,\"prevention\":true,"
-      "\"refused\":0,\"refuses\":\"no \\\"way\\\"\",\"requests\":0,\"version\":\"2\"}");
-  for (const size_t room : {size_t{1}, size_t{20}, whole.size(), whole.size() + 1})
-    EXPECT_EQ(state(room), whole.substr(0, room - 1));
-  control.prevention = KVP_PREVENTION_ELSEWHERE;
-  EXPECT_EQ(obey("prevention on"), 1);
-  EXPECT_EQ(state(KVP_STATE_BYTES).find("prevention"), std::string::npos);
-}
-
 }  // namespace

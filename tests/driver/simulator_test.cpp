@@ -35,44 +35,6 @@ class SimulatorTest : public testing::Test {
   int64_t now = 1000;
 };
 
-TEST_F(SimulatorTest, ModesDecideWhenAndHowRequestsEnd) {
-  ask(1);
-  EXPECT_EQ(due(), "1=4:0 ");
-  command("delay 100");
-  ask(2);
-  command("late-error 50 22");
-  ask(3);
-  command("fail 5");
-  ask(4);
-  command("stall");
-  ask(5);
-  EXPECT_EQ(due(), "4=4:5 ");
-  EXPECT_EQ(simulator.nextDue(), 1050);
-  now = 1050;
-  EXPECT_EQ(due(), "3=3:22 ");
-  now = 1100;
-  EXPECT_EQ(due(), "2=3:0 ");
-  EXPECT_EQ(simulator.nextDue(), std::nullopt);
-  simulator.request(1, {2, 5, 0, 0, {}}, now);
-  simulator.request(2, {2, 5, 0, 0, {}}, now);
-  EXPECT_EQ(due(), "5=3:995 ") << "a stalled request can be cancelled, once";
-  ask(6);
-  simulator.closed(1);
-  now += 1000000;
-  EXPECT_EQ(due(), "");
-  EXPECT_FALSE(simulator.request(1, {3, 7, 0, 0, {}}, now)) << "an answer has no business there";
-}
-
-TEST_F(SimulatorTest, PreventionIsAnsweredInEveryMode) {
-  for (const char* mode : {"stall", "prevention off", "prevention on"}) {
-    command(mode);
-    ask(9, platform::kSimulatorPreventionQuery, 4);
-    const auto answers = simulator.due(now);
-    ASSERT_EQ(answers.size(), 1u);
-    EXPECT_EQ(answers[0].frame.payload[0], std::string(mode) == "prevention off" ? 0 : 1) << mode;
-  }
-}
-
 TEST_F(SimulatorTest, CommandsThatAreNotUnderstoodChangeNothing) {
   for (const char* text : {"", "delay", "delay x", "delay 1 2", "delay 3600001", "delay -1",
                            "stall now", "prevention", "prevention maybe", "late-error",

@@ -40,10 +40,6 @@ class StandInDriverTest : public testing::Test {
     write("good.conf",
           "korvane-policy 1\r\nname Web\nversion 3.2\nid x-1\nrule deny file web C:\\*\nrule deny "
           "file mail D:\\*\n");
-    write("refusing.conf",
-          "korvane-policy 1\nname W\nversion 1\nid y\nrule refuse Not on \xc3\xa4 Sunday\n");
-    write("malformed.conf", "korvane-policy 1\nnome W\n");
-    write("large.conf", std::string(1048577, '\n'));
     fs::create_directories(fsPath(at("root/IPS")));
     setInstallRoot(at("root"));
     world.system.registry.writeString(kParameters, "UseBuiltin", "0");
@@ -81,39 +77,6 @@ class StandInDriverTest : public testing::Test {
   platform::CurrentPlatform current{world.system};
   LoggedEvents events{world.system.files, at("log")};
 };
-
-TEST_F(StandInDriverTest, PoliciesAreLoadedRefusedAndFallenBackFrom) {
-  EXPECT_TRUE(DriverConfig::usingBuiltIn());
-  EXPECT_EQ(applied(), "Built-in/1/builtin");
-  EXPECT_EQ(load("good.conf"), 0);
-  EXPECT_EQ(applied(), "Web/3.2/x-1");
-  EXPECT_FALSE(DriverConfig::usingBuiltIn());
-  EXPECT_EQ(DriverConfig::getMinusFile(), STRING(at("good.conf")));
-
-  const std::string unreadable = "The policy file cannot be read (";
-  const std::pair<const char*, std::string> refused[] = {
-      {"refusing.conf", "Not on \xc3\xa4 Sunday"},
-      {"malformed.conf", "The policy is malformed in line 2: unknown word"},
-      {"missing.conf", unreadable + "2): " + at("missing.conf")},
-      {"large.conf", unreadable + "27): " + at("large.conf")},
-  };
-  for (const auto& [file, text] : refused) {
-    EXPECT_EQ(load(file), 4) << file;
-    EXPECT_EQ(DriverConfig::getErrorMessage().toUtf8(), text);
-  }
-  world.command("refuse Not  now \xc3\xa4");
-  EXPECT_EQ(load("good.conf"), 4);
-  EXPECT_EQ(DriverConfig::getErrorMessage(), STRING("Not  now \xc3\xa4"));
-  EXPECT_EQ(applied(), "Web/3.2/x-1");
-  EXPECT_TRUE(stateHas("\"name\":\"Web\""));
-  EXPECT_TRUE(stateHas("\"refused\":5,\"refuses\":\"Not  now \xc3\xa4\""));
-
-  EXPECT_EQ(DriverConfig::useBuiltIn(), 0);
-  EXPECT_TRUE(DriverConfig::usingBuiltIn());
-  world.command("refuse");
-  EXPECT_EQ(load("good.conf"), 0);
-  EXPECT_FALSE(DriverConfig::usingBuiltIn());
-}
 
 TEST_F(StandInDriverTest, LogsAreRolledToWhereTheParametersSay) {
   EXPECT_EQ(DriverConfig::rollDriverLog(STRING(at("driv\xc3\xa4r.csv"))), 0);

@@ -55,38 +55,6 @@ class RequestsTest : public testing::Test {
   int answered = 0;
 };
 
-TEST_F(RequestsTest, APolicyIsAnsweredAsItAsks) {
-  constexpr char kSilence[] =
-      "IDS.Policy.ResultCode=1001;IDS.Policy.ResultMessage=The IDS component did not answer in "
-      "time.;";
-  const struct {
-    std::string answer;
-    std::string results;
-  } cases[] = {
-      {"", "IDS.Policy.ResultCode=0;IDS.Policy.ResultMessage=Policy N 1 2.0 is in force.;"},
-      {"answer refuse 12 The base is missing\n",
-       "IDS.Policy.ResultCode=12;IDS.Policy.ResultMessage=The base is missing;"},
-      {"answer refuse -1\n", "IDS.Policy.ResultCode=-1;IDS.Policy.ResultMessage=;"},
-      {"answer no-code\n", "IDS.Policy.ResultMessage=Policy N 1 2.0 is in force.;"},
-      {"answer no-message\n", "IDS.Policy.ResultCode=0;"},
-      {"answer silent\n", kSilence},
-      {"answer perhaps\n",
-       "IDS.Policy.ResultCode=4;IDS.Policy.ResultMessage=An unknown answer is asked for: perhaps;"},
-  };
-  Requests requests(fake.platform(), kFolder, {});
-  for (const auto& each : cases) {
-    changeSettings(fake.platform(), kFolder, [](const std::string&) { return "a=1\n"; });
-    fake.files.put(kPolicyFile, kPolicy + each.answer);
-    EXPECT_EQ(applyPolicy(requests), each.results);
-    EXPECT_EQ(settings(),
-              each.answer.empty()
-                  ? "a=1\nids.policy.name=N 1\nids.policy.version=2.0\nids.policy.id=i\n"
-                  : "a=1\n")
-        << each.answer;
-  }
-  EXPECT_EQ(answered, static_cast<int>(std::size(cases)));
-}
-
 TEST_F(RequestsTest, WhatIsNoPolicyIsRefusedAndTheStandingAnswerHoldsWhereNothingIsAsked) {
   Requests requests(fake.platform(), kFolder, {});
   EXPECT_EQ(applyPolicy(requests, "/none"),

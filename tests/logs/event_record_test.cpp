@@ -104,27 +104,6 @@ TEST_F(EventRecordTest, AcceptsFortyNineFieldsAndThrowsForFifty) {
   EXPECT_EQ(inOwnLog("size = 50"), 1u);
 }
 
-TEST_F(EventRecordTest, NamesFieldsAndLeavesEmptyOnesOut) {
-  FixedFormatLog log(HIDS_RT_LOG);
-  ASSERT_TRUE(log.parseLog("TNET,12,noon,four,,six" + STRING(std::string(11, ',')) + ",e18,,e20"));
-  PropertyList map;
-  EXPECT_EQ(log.getFieldMap(map), 20u);
-  std::string names;
-  for (const auto& [name, value] : map) names += name.toUtf8() + " ";
-  EXPECT_EQ(names, "v2 v3 v1 v4 v6 a1 a2 a3 a4 a5 a6 v18 v20 ");
-  EXPECT_EQ(propertyValue(map, "a1"), "testhost");
-  EXPECT_EQ(propertyValue(map, "a5"), "1");
-  EXPECT_EQ(log.getField(20), "e20");
-  EXPECT_EQ(log.getField(21), "");
-  EXPECT_EQ(log.getField(4), "");
-  EXPECT_TRUE(log.matches({{"v4", "four"}, {"v5", ""}}));
-  EXPECT_FALSE(log.matches({{"v4", "five"}}));
-  log.setField("v5", "five");
-  log.setField("v18", "no standard field");
-  EXPECT_EQ(log.getFieldByName("v5"), "five");
-  EXPECT_EQ(log.getField(18), "e18");
-}
-
 TEST_F(EventRecordTest, KnowsCategoriesAndFilter) {
   const std::pair<const char*, int> masks[] = {{"*", 65535},      {"", 0},
                                                {"FILE", 0x3000},  {"MSTA,MCON", 0x5},

@@ -74,14 +74,6 @@ TEST_F(HttpsLogDestinationTest, JudgesTheServersAnswersAndReportsChangesOnce) {
   EXPECT_EQ(script.bodies.front(), FakeDestination::bodyOf(batch));
 }
 
-TEST_F(HttpsLogDestinationTest, AnUnknownAgentForgetsTheIdentifierItUsed) {
-  HttpsLogDestination destination;
-  script.error = 400;
-  EXPECT_EQ(destination.writeLog({{{"v2", "1"}}}), 400);
-  EXPECT_FALSE(config().registered());
-  EXPECT_EQ(destination.writeLog({{{"v2", "1"}}}), -1) << "nothing is sent without an identifier";
-}
-
 TEST_F(HttpsLogDestinationTest, AFailedTransferIsReturnedAndTheRecordsComeAgainByteForByte) {
   config().setConsolidateLogs(true);
   fake.files.put(kLog, "XXX\n" + eventLine(1, "x") + eventLine(2, "x") + eventLine(3));

@@ -83,7 +83,6 @@ class FakeDestination : public LogDestination {
   struct Received {
     std::vector<std::vector<PropertyList>> batches;
     std::function<int()> answer = [] { return 0; };  // asked when a batch has arrived
-    int bodiesThatDiffer = 0;
 
     std::vector<PropertyList> records() const {
       std::vector<PropertyList> all;
@@ -106,11 +105,6 @@ class FakeDestination : public LogDestination {
   int writeLog(const std::vector<PropertyList>& batch) override {
     _received.batches.push_back(batch);
     return _received.answer();
-  }
-  int writeBatch(const LogBatch& batch) override {
-    const auto pairs = batch.pairs();
-    _received.bodiesThatDiffer += batch.body.bytes() != bodyOf(pairs);
-    return writeLog(pairs);
   }
   // The message that the pairs make, by the plain rules of the protocol.
   static std::string bodyOf(const std::vector<PropertyList>& batch) {

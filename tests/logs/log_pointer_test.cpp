@@ -134,19 +134,5 @@ TEST_F(LogPointerTest, ReportsWhatFails) {
   EXPECT_EQ(content().size(), FileLogPointer::kFileBytes);
 }
 
-TEST_F(LogPointerTest, AddsToTheOffsetWithinItsRange) {
-  FileLogPointer pointer(kPointerFile);
-  pointer.setOffset(2147483000);
-  pointer.addOffset(1000);
-  EXPECT_EQ(pointer.getOffset(), 2147483647);
-  pointer.addOffset(-7);
-  EXPECT_EQ(pointer.getOffset(), 2147483640);
-}
-
-TEST_F(LogPointerTest, FactoryKnowsTheTypes) {
-  EXPECT_NE(LogPointerFactory::createLogPointer(HIDS_RT_LOG, kPointerFile), nullptr);
-  EXPECT_EQ(LogPointerFactory::createLogPointer(static_cast<LogType>(5), kPointerFile), nullptr);
-}
-
 }  // namespace
 }  // namespace korvane::tests

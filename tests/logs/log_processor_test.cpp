@@ -7,7 +7,6 @@ namespace korvane::tests {
 namespace {
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 class LogProcessorTest : public LogFixture {
  protected:
@@ -27,64 +26,6 @@ class LogProcessorTest : public LogFixture {
 
   FakeDestination::Received received;
 };
-
-TEST_F(LogProcessorTest, FoldsRunsAndSendsEverything) {
-  const struct {
-    const char* what;
-    bool folding;
-    std::vector<std::string> lines;
-    std::vector<std::string> sent;
-  } cases[] = {
-      {"a single event once", true, {eventLine(1), eventLine(2)}, {"1", "2"}},
-      {"three in a row",
-       true,
-       {eventLine(1, "x"), eventLine(2, "x"), eventLine(3, "x"), eventLine(4)},
-       {"1", "3+2", "4"}},
-      {"two runs",
-       true,
-       {eventLine(1, "x"), eventLine(2, "x"), eventLine(3, "y"), eventLine(4, "y"), eventLine(5)},
-       {"1", "2+1", "3", "4+1", "5"}},
-      {"folding off", false, {eventLine(1, "x"), eventLine(2, "x")}, {"1", "2"}},
-      {"types that do not fold",
-       true,
-       {eventLine(1, "x", "DACC"), eventLine(2, "x", "DACC"), eventLine(3, "x", "PMNT"),
-        eventLine(4, "x", "PMNT")},
-       {"1", "2", "3", "4"}},
-      {"a type that does not fold ends a run",
-       true,
-       {eventLine(1, "x"), eventLine(2, "x"), eventLine(3, "x", "DACC"), eventLine(4, "x")},
-       {"1", "2+1", "3", "4"}},
-      {"a marker ends a run",
-       true,
-       {eventLine(1, "x"), eventLine(2, "x"), "MSOF,3,t\n", eventLine(4, "x")},
-       {"1", "2+1", "4"}},
-      {"equal but for the writing",
-       true,
-       {eventLine(1, "\"x\""), eventLine(2, "x"), eventLine(3)},
-       {"1", "2+1", "3"}}};
-  for (const auto& test : cases) {
-    fake.files.remove(kPointerFile);
-    config().setConsolidateLogs(test.folding);
-    std::string log;
-    for (const std::string& line : test.lines) log += line;
-    fake.files.put(kLog, log);
-    received = {};
-    const auto processor = make();
-    round(*processor);
-    EXPECT_THAT(received.sequence(), ElementsAreArray(test.sent)) << test.what;
-    EXPECT_EQ(received.bodiesThatDiffer, 0) << test.what;
-  }
-}
-
-TEST_F(LogProcessorTest, ASummaryCarriesCountAndTimes) {
-  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x") + eventLine(3, "x") + eventLine(4));
-  round(*make());
-  const PropertyList summary = received.records().at(1);
-  const std::pair<const char*, const char*> values[] = {
-      {"v2", "3"}, {"v3", "t2"}, {"a4", "hidslog1rt"}, {"a5", "2"}, {"a6", "t3"}};
-  for (const auto& [name, value] : values) EXPECT_EQ(propertyValue(summary, name), value) << name;
-  EXPECT_EQ(propertyValue(received.records().at(0), "a6"), "2026-01-01 00:00:00.00");
-}
 
 TEST_F(LogProcessorTest, AnOpenSummaryIsSentWhenItsPeriodIsOver) {
   config().setLogConsolidatePeriod(5);
@@ -133,22 +74,6 @@ TEST_F(LogProcessorTest, AnotherServiceTypeStopsAtItsByteLimit) {
   EXPECT_LT(withoutDestination.writeRecords(), 0);
 }
 
-TEST_F(LogProcessorTest, AFailedBatchStaysQueuedAndComesAgain) {
-  fake.files.put(kLog, eventLine(1) + eventLine(2));
-  const auto processor = make();
-  for (const int code : {400, -1, 28}) {
-    received.answer = [code] { return code; };
-    EXPECT_LT(round(*processor), 0) << "also for -1";
-    EXPECT_EQ(processor->queued(), 2u);
-    EXPECT_EQ(savedOffset(), 0);
-  }
-  received.answer = [] { return 0; };
-  append(kLog, eventLine(3));
-  EXPECT_EQ(round(*processor), 3);
-  EXPECT_EQ(processor->queued(), 0u);
-  EXPECT_EQ(processor->writeRecords(), 0);
-}
-
 TEST_F(LogProcessorTest, LogsOfOtherTypesAreReadAndNotSent) {
   config().setHIDSLogFile(kLog);
   fake.files.put(kLog, eventLine(1) + eventLine(2));
@@ -164,21 +89,6 @@ TEST_F(LogProcessorTest, ManyMarkersSaveThePlace) {
   setLimits(1000, 100);
   make()->readRecords();
   EXPECT_EQ(savedOffset(), 502 * 9);
-}
-
-TEST_F(LogProcessorTest, RemovesAFinishedLogAndGoesOnWithTheNext) {
-  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x") + endLine(3));
-  fake.files.put(kNextLog, eventLine(4));
-  config().setHIDSRTLogFile(kNextLog);
-  FileLogPointer pointer(kPointerFile);
-  pointer.setCurrentLogName(kLog);
-  pointer.writePointer();
-  const auto processor = make();
-  round(*processor);
-  EXPECT_FALSE(exists(kLog));
-  EXPECT_EQ(savedName(), kNextLog);
-  round(*processor);
-  EXPECT_THAT(received.sequence(), ElementsAre("1", "2+1", "4"));
 }
 
 TEST_F(LogProcessorTest, TheEndMarkNamesTheNextLog) {
@@ -232,13 +142,6 @@ TEST_F(LogProcessorTest, ASuccessorUnderTheSameNameIsNotRemoved) {
   EXPECT_THAT(received.sequence(), ElementsAre("1", "3"));
 }
 
-TEST_F(LogProcessorTest, ALogWithNothingToSendIsRemovedToo) {
-  fake.files.put(kLog, "MSOF,1,t\n" + endLine(2));
-  round(*make());
-  EXPECT_FALSE(exists(kLog));
-  EXPECT_TRUE(received.batches.empty());
-}
-
 TEST_F(LogProcessorTest, RenamesALogThatCannotBeRemoved) {
   using platform::FileOperation;
   shutdownToken().request();  // ends the pause between the tries
@@ -265,46 +168,6 @@ TEST_F(LogProcessorTest, RenamesALogThatCannotBeRemoved) {
                      std::to_string(EBUSY)),
             4u);
   EXPECT_EQ(inOwnLog(": (2nd Try) Error removing file "), 2u);
-}
-
-TEST_F(LogProcessorTest, ANextLogThatLooksLikeTheFinishedOneIsRead) {
-  fake.files.put(kLog, eventLine(1) + "MEOF,0,t,rt2.csv\n");
-  fake.files.put(kNextLog, eventLine(2) + "MEOF,0,t,rt3.csv\n");
-  ASSERT_EQ(fake.files.content(kLog).size(), fake.files.content(kNextLog).size());
-  for (int i = 0; i < 4; ++i) round(*make());
-  EXPECT_THAT(received.sequence(), ElementsAre("1", "2"));
-  EXPECT_FALSE(exists(kNextLog));
-}
-
-TEST_F(LogProcessorTest, EveryNameThatAFreshAgentSeesIsRead) {
-  config().setHIDSRTLogFile(kNextLog);  // a moment after the first one
-  fake.files.put(kLog, eventLine(1) + endLine(2));
-  fake.files.put(kNextLog, eventLine(3));
-  make()->tend();
-  const auto processor = make();
-  for (int i = 0; i < 3; ++i) round(*processor);
-  EXPECT_THAT(received.sequence(), ElementsAre("1", "3"));
-}
-
-TEST_F(LogProcessorTest, ALogIsLeftWhenNothingOfItWaits) {
-  config().setConsolidateLogs(true);
-  fake.files.put(kLog, eventLine(1, "x") + eventLine(2, "x"));
-  fake.files.put(kNextLog, eventLine(3));
-  auto processor = make();
-  received.answer = [] { return 7; };
-  round(*processor);
-  config().setHIDSRTLogFile(kNextLog);
-  for (int i = 0; i < 3 * LogReader::kPatience; ++i) round(*processor);
-  EXPECT_EQ(savedName(), kLog) << "its events wait in the queue";
-  received = {};
-  processor = make();
-  for (int i = 0; i < 3 * LogReader::kPatience; ++i) round(*processor);
-  EXPECT_THAT(received.sequence(), ElementsAre("1", "2+1", "3")) << "the open run is sent first";
-  EXPECT_TRUE(exists(kLog));
-  append(kLog, eventLine(4) + endLine(5));
-  for (int i = 0; i < 3 * LogReader::kPatience; ++i) round(*processor);
-  EXPECT_THAT(received.sequence(), ElementsAre("1", "2+1", "3", "4")) << "it has grown";
-  EXPECT_FALSE(exists(kLog));
 }
 
 TEST_F(LogProcessorTest, AFinishedLogThatStaysIsNotReadAgain) {

@@ -28,14 +28,6 @@ TEST_F(LogReaderTest, ReadsAnUnfinishedLineAgainUntilItEnds) {
   EXPECT_EQ(pass(reader), "2 3 ");
 }
 
-TEST_F(LogReaderTest, TakesALineThatNobodyFinishesAfterFivePasses) {
-  fake.files.put(kLog, "PFIL,2,t2,half");
-  LogReader reader(HIDS_RT_LOG);
-  for (int i = 0; i < LogReader::kPatience; ++i) EXPECT_EQ(pass(reader), "");
-  EXPECT_EQ(pass(reader), "2 ");
-  EXPECT_EQ(pass(reader), "");
-}
-
 TEST_F(LogReaderTest, SkipsLinesThatAreNoRecords) {
   fake.files.put(
       kLog, eventLine(1) + "nonsense\n" + "PFIL" + std::string(60, ',') + "\n\n" + eventLine(2));

@@ -23,15 +23,11 @@ class LogResumeTest : public LogFixture {
   static void drain(LogProcessor& processor, int rounds = 40) {
     for (int i = 0; i < rounds; ++i) processor.readRecords(), processor.writeRecords();
   }
-  // How often each event was delivered, a summary standing for its repeats.
+  // How often each event was delivered.
   std::map<int, int> deliveries() const {
     std::map<int, int> counts;
-    for (const PropertyList& record : received.records()) {
-      const int number = propertyValue(record, "v2").toInt(),
-                repeats = propertyValue(record, "a5").toInt();
-      const bool summary = propertyValue(record, "a6").toUtf8().starts_with("t");
-      for (int i = 0; i < (summary ? repeats : 1); ++i) ++counts[number - i];
-    }
+    for (const PropertyList& record : received.records())
+      ++counts[propertyValue(record, "v2").toInt()];
     return counts;
   }
   void expectAll(int events, int again, const std::string& where) {
@@ -52,65 +48,18 @@ class LogResumeTest : public LogFixture {
   FakeDestination::Received received;
 };
 
-std::string logOf(int events, bool repeats) {
+std::string logOf(int events) {
   std::string log;
-  for (int i = 1; i <= events; ++i)
-    log += eventLine(i, repeats ? "run " + std::to_string(i / 4) : "");
+  for (int i = 1; i <= events; ++i) log += eventLine(i);
   return log;
-}
-
-// The agent is ended while the writer stands at any byte of the log.
-TEST_F(LogResumeTest, NothingIsLostOrDoubledWhereverTheWriterStands) {
-  for (const bool repeats : {false, true}) {
-    const std::string log = logOf(9, repeats) + endLine(10);
-    for (size_t cut = 0; cut <= log.size(); ++cut) {
-      reset(log.substr(0, cut));
-      drain(*make(), 3);
-      platform::FileInfo info;
-      if (fake.files.info(kLog, info) != 0) {
-        ASSERT_EQ(cut, log.size());
-      } else {
-        append(kLog, log.substr(cut));
-        drain(*make());
-      }
-      expectAll(9, 0, "byte " + std::to_string(cut));
-    }
-  }
-}
-
-// The agent is killed after each batch has arrived, before it hears of it, again and again.
-TEST_F(LogResumeTest, AKillSendsAtMostOneBatchAndTheOpenRunAgain) {
-  for (const bool repeats : {false, true}) {
-    const int events = 40;
-    for (int every = 1; every <= 8; ++every) {
-      reset(logOf(events, repeats) + endLine(events + 1));
-      int kills = 0;
-      for (bool done = false; !done;) {
-        int batches = 0;
-        received.answer = [&]() -> int {
-          if (++batches == every && kills < 20) throw Killed();
-          return 0;
-        };
-        try {
-          drain(*make());
-          done = true;
-        } catch (const Killed&) {
-          ++kills;
-        }
-      }
-      const int run = repeats ? 4 : 0;
-      expectAll(events, kills * (kBatch + 1) * (run + 1),
-                "killed at every batch " + std::to_string(every));
-    }
-  }
 }
 
 // The machine loses power at any moment: the state on disk always leads to every event. The first event
 // was delivered long before.
 TEST_F(LogResumeTest, EveryStateThatAPowerCutLeavesLeadsToEveryEvent) {
   constexpr int kFirst = 5, kEvents = 8;
-  const std::string log = logOf(kEvents, false);
-  const size_t half = logOf(kFirst, false).size();
+  const std::string log = logOf(kEvents);
+  const size_t half = logOf(kFirst).size();
   reset(log.substr(0, half) + endLine(0));
   fake.files.put(kNextLog, log.substr(half));
   config().setHIDSRTLogFile(kNextLog);
@@ -161,7 +110,7 @@ TEST_F(LogResumeTest, EveryStateThatAPowerCutLeavesLeadsToEveryEvent) {
 
 // Killed between moving on and removing the finished log, whose successor has the same name.
 TEST_F(LogResumeTest, AFinishedLogThatIsStillThereIsNotSentAgain) {
-  reset(logOf(8, false) + endLine(9));
+  reset(logOf(8) + endLine(9));
   files.failAll(platform::FileOperation::remove, EINTR, "rt.csv");
   class Ended : public LogProcessor {
    public:

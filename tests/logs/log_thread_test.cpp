@@ -115,46 +115,6 @@ TEST_F(LogThreadTest, RunsUntilItsStopAndEndsAtOnceInItsPause) {
   EXPECT_EQ(inOwnLog("*****LogProcessing Thread exiting*****"), 1u);
 }
 
-TEST_F(LogThreadTest, AfterTheEndOfALogTheIdsIsAskedForTheNext) {
-  fake.files.put(kLog, eventLine(1) + endLine(2));
-  fake.files.put(kNextLog, eventLine(3));
-  FakeIds ids;
-  AgentConfig::setHIDSInterface(&ids);
-  LogProcessingThread thread;
-  thread.attach(makeProcessor());
-  thread.cycle(), thread.cycle();
-  EXPECT_EQ(config().getHIDSRTLogFile(), kLog) << "it did not answer yet";
-  ids.values["ids.service.rteventfile.name"] = kNextLog;
-  thread.cycle(), thread.cycle();
-  EXPECT_EQ(received.sequence(), (std::vector<std::string>{"1", "3"}));
-}
-
-TEST_F(LogThreadTest, ALogLeftWithoutEndMarkOrMissingIsAskedForAgain) {
-  fake.files.put(kLog, eventLine(1));
-  FakeIds ids;
-  AgentConfig::setHIDSInterface(&ids);
-  const auto cycles = [](LogProcessingThread& thread, int count) {
-    while (count-- > 0) thread.cycle();
-  };
-  {
-    LogProcessingThread thread;
-    thread.attach(makeProcessor());
-    cycles(thread, 4);
-    ids.values["ids.service.rteventfile.name"] = kNextLog;
-    fake.files.put(kNextLog, eventLine(2) + endLine(3));
-    cycles(thread, 6 * LogReader::kPatience);
-    EXPECT_EQ(received.sequence(), (std::vector<std::string>{"1", "2"}));
-  }
-  LogProcessingThread restarted;
-  restarted.attach(makeProcessor());
-  cycles(restarted, 4);
-  ids.values["ids.service.rteventfile.name"] = "/opt/korvane/IDS/logs/rt3.csv";
-  fake.files.put("/opt/korvane/IDS/logs/rt3.csv", eventLine(4));
-  fake.files.remove(kLog);
-  cycles(restarted, 2 * LogReader::kAwaitPasses + 4);
-  EXPECT_EQ(received.sequence(), (std::vector<std::string>{"1", "2", "4"}));
-}
-
 TEST_F(LogThreadTest, StopsBeforeItsStart) {
   LogProcessingThread logs;
   BulkLogProcessingThread bulk, started;

@@ -22,37 +22,6 @@ class NextLogsTest : public LogFixture {
   }
 };
 
-TEST_F(NextLogsTest, NamesWaitInTheOrderSeenOverRestarts) {
-  EXPECT_EQ(NextLogs::pathBeside(kPointerFile), kList);
-  const struct {
-    const char* what;
-    std::vector<const char*> seen;  // while "/a" is read
-    const char* waiting;
-  } cases[] = {
-      {"the one being read", {"/a", "/a"}, ""},
-      {"each new one once", {"/a", "/b", "/b", "/c"}, "/b /c "},
-      {"the one being read again", {"/b", "/a", "/b"}, "/b /a "},
-      {"another spelling", {"/b", "/x/../b", "/x/./../a"}, "/b /x/./../a "},
-      {"none", {"", "/b", ""}, "/b "},
-  };
-  for (const auto& test : cases) {
-    fake.files.remove(kList);
-    for (const char* name : test.seen) {
-      NextLogs next = loaded();
-      next.note(name, "/a");
-      next.save();
-    }
-    EXPECT_EQ(namesOf(loaded()), test.waiting) << test.what;
-    NextLogs next = loaded();
-    next.noteSuccessor("/f");
-    next.noteSuccessor("/x/../f");
-    EXPECT_EQ(namesOf(next), std::string("/f ") + test.waiting) << "an end mark's name is first";
-    next.save();
-    EXPECT_EQ(namesOf(loaded("/f")), test.waiting) << "killed before the list followed the pointer";
-    EXPECT_EQ(NextLogs::namesIn(files, kList).size(), next.names().size());
-  }
-}
-
 TEST_F(NextLogsTest, ALeftLogGoesOnWhereItWasLeftUnlessItIsAnother) {
   const auto write = [&](const std::string& text) {
     fake.files.remove("/l");

@@ -32,7 +32,6 @@ struct Pipeline {
     return policy.installPolicy(source(name, trouble), propertiesOf(name));
   }
   AgentConfig& config() { return *AgentConfig::getInstance(); }
-  std::string text(const STRING& text) { return text.toUtf8(); }
 
   PolicyWorld world;
   PolicyProcessor policy;
@@ -59,38 +58,6 @@ TEST(PolicyPipeline, TheTranslatorIsCalledWithTheFilesAndTheItemsOfTheFormerPoli
               testing::StartsWith("\"-agent\" \"-loadtext\" "));
 }
 
-TEST(PolicyPipeline, AFailureLeavesTheFormerPolicyAndTellsWhy) {
-  struct FailureCase {
-    const char* trouble;
-    const char* text;
-    int historyCode;
-  };
-  const FailureCase cases[] = {
-      {"fail", "line oneline two", 17},
-      {"empty", "Error during translation. No error returned by translator.", 17},
-      {"silent", "Unknown error", 17},
-      {"nothing", "The translator made no policy.", 0},
-      {"refuse", "the rules clash", 1004},
-  };
-  for (const FailureCase& row : cases) {
-    Pipeline pipeline;
-    EXPECT_FALSE(pipeline.install("B", row.trouble));
-    EXPECT_EQ(pipeline.config().getPolicyErrorCode(), 66);
-    EXPECT_EQ(pipeline.config().getPolicyErrorStr(), STRING(row.text));
-    EXPECT_THAT(pipeline.world.lastStatus, HasSubstr("result.errorcode=66"));
-    EXPECT_EQ(pipeline.world.driverPolicy(), minusOf("A", "1"));
-    EXPECT_EQ(pipeline.config().getPlusPolicyFile(), STRING(tests::kOldPlus));
-    EXPECT_EQ(pipeline.world.driverFolder().size(), 4U)
-        << "the fresh plus file beside the old ones";
-    HistoryRecord record;
-    const std::string history = pipeline.world.fake.files.content(kIpsHistory);
-    ASSERT_TRUE(parseHistoryLine(history.substr(history.find('\n') + 1), record)) << history;
-    EXPECT_EQ(record.resultCode, row.historyCode);
-    EXPECT_EQ(record.errorText, STRING(row.text));
-    EXPECT_EQ(record.name, STRING("B"));
-  }
-}
-
 // The agent's other callers of the driver interface fail at the same time, each with a text of its own.
 TEST(PolicyPipeline, ARefusalIsToldInTheDriversWordsWhateverElseFailsMeanwhile) {
   Pipeline pipeline;
@@ -107,75 +74,6 @@ TEST(PolicyPipeline, ARefusalIsToldInTheDriversWordsWhateverElseFailsMeanwhile) 
   done = true;
   other.join();
   EXPECT_EQ(told, 500);
-}
-
-TEST(PolicyPipeline, WhatCannotBeTranslatedAtAllIsReportedWithItsCode) {
-  Pipeline pipeline;
-  EXPECT_FALSE(pipeline.policy.installPolicy("", propertiesOf("B")));
-  EXPECT_EQ(pipeline.config().getPolicyErrorStr(), STRING("No new policy data provided."));
-  EXPECT_FALSE(pipeline.policy.installPolicy("bytes", {{"policy.name", "B"}}));
-  EXPECT_EQ(pipeline.config().getPolicyErrorCode(), PolicyProcessor::kNoPolicyPath);
-  EXPECT_TRUE(pipeline.policy.savePolicyToFile("", 0).empty());
-  EXPECT_EQ(pipeline.policy.errorText(), STRING("Policy plus file is empty."));
-  EXPECT_FALSE(pipeline.policy.translatePolicy("/no/such.sbp.zip"));
-  EXPECT_TRUE(pipeline.policy.errorText().empty()) << "no error, only a trace";
-  EXPECT_TRUE(pipeline.world.fake.processes.starts().empty());
-  pipeline.world.fake.processes.install("/opt/korvane/IPS/bin/translate", [](const std::string&) {
-    return platform::ProgramRun{100, 0};
-  });
-  EXPECT_FALSE(pipeline.install("B"));
-  EXPECT_EQ(pipeline.policy.errorText(), STRING("Translator failed to execute."));
-}
-
-TEST(PolicyPipeline, ARetranslationLeavesTheDriverAloneUnlessTheResultDiffers) {
-  Pipeline pipeline;
-  pipeline.config().setRetranslateNow(true);
-  EXPECT_FALSE(pipeline.policy.retranslatePolicy());
-  EXPECT_EQ(pipeline.world.requests(KAVIPS_LOAD_POLICY), 0);
-  EXPECT_TRUE(pipeline.policy.errorText().empty());
-  EXPECT_FALSE(pipeline.config().getRetranslateNow());
-
-  pipeline.world.setFact("2");
-  pipeline.policy.loadRetransItems();
-  EXPECT_TRUE(pipeline.policy.checkRetrans());
-  EXPECT_TRUE(pipeline.config().getRetranslateNow());
-  EXPECT_TRUE(pipeline.policy.retranslatePolicy());
-  EXPECT_EQ(pipeline.world.driverPolicy(), minusOf("A", "2"));
-  EXPECT_EQ(pipeline.config().getPlusVersion(), STRING("A 2"));
-  EXPECT_FALSE(pipeline.policy.checkRetrans()) << "the fresh items are in force";
-  EXPECT_EQ(pipeline.world.driverFolder().size(), 3U);
-  EXPECT_TRUE(pipeline.world.lastStatus.empty()) << "nothing is reported";
-}
-
-TEST(PolicyPipeline, TheOwnLogTellsOfAPolicyThatTookAnothersPlace) {
-  Machine machine;
-  machine.files = {{tests::kIni, "[Agent]\nagent.id=known\n"}};
-  Pipeline pipeline(machine);
-  LoggedEvents events(pipeline.world.fake.files);
-  const auto told = [&events] {
-    const std::vector<int> all = events.all();
-    return std::count(all.begin(), all.end(), 10121);
-  };
-  ASSERT_TRUE(pipeline.install("A"));
-  EXPECT_EQ(told(), 0) << "there was none before";
-  ASSERT_TRUE(pipeline.install("B"));
-  EXPECT_EQ(told(), 1);
-  pipeline.world.setFact("2");
-  EXPECT_TRUE(pipeline.policy.retranslatePolicy());
-  EXPECT_EQ(told(), 1) << "a retranslation is no news";
-}
-
-TEST(PolicyPipeline, TheBuiltInPolicyIsNotTranslatedAnew) {
-  Machine machine = installedMachine();
-  machine.driverBuiltIn = true;
-  Pipeline pipeline(machine);
-  LoggedEvents events(pipeline.world.fake.files);
-  pipeline.config().setRetranslateNow(true);
-  EXPECT_FALSE(pipeline.policy.retranslatePolicy());
-  EXPECT_FALSE(pipeline.config().getRetranslateNow());
-  EXPECT_TRUE(pipeline.world.fake.processes.starts().empty());
-  EXPECT_THAT(events.text(),
-              HasSubstr("Bypassing policy retranslation because built-in IPS Policy is in use"));
 }
 
 TEST(PolicyPipeline, AStopEndsATranslatorThatNeverEndsAndReportsNothing) {
@@ -196,31 +94,6 @@ TEST(PolicyPipeline, AStopEndsATranslatorThatNeverEndsAndReportsNothing) {
   EXPECT_TRUE(pipeline.config().getRetranslateNow()) << "left to the next start";
   PolicyProcessor::reconcile();
   EXPECT_EQ(pipeline.world.driverFolder().size(), 3U);
-}
-
-TEST(PolicyPipeline, APolicyForADriverThatWaitsForItsRebootIsRecorded) {
-  Pipeline pipeline;
-  pipeline.config().setIPSEnabled(true);
-  pipeline.config().setIPSRebootRequired(true);
-  pipeline.world.fake.devices.setOpenError(2);
-  EXPECT_TRUE(pipeline.install("B"));
-  EXPECT_THAT(pipeline.world.fake.files.content(pipeline.world.parameter("Filter File").toUtf8()),
-              HasSubstr("minus B"));
-  EXPECT_EQ(pipeline.config().getPolicyErrorCode(), 0);
-}
-
-TEST(PolicyPipeline, AReportThatFailedIsMadeUpForWhenTheNextStatusIsDue) {
-  Pipeline pipeline;
-  EXPECT_FALSE(pipeline.install("B", "fail"));
-  pipeline.world.lastStatus.clear();
-  PolicyProcessor::reportOutstanding();
-  EXPECT_TRUE(pipeline.world.lastStatus.empty()) << "it has been told";
-  pipeline.world.trip.dead = true;
-  pipeline.policy.installPolicy("", {});
-  pipeline.world.trip.dead = false;
-  pipeline.config().setPolicyError(0xC00, "IPS Enabled. ");
-  PolicyProcessor::reportOutstanding();
-  EXPECT_THAT(pipeline.world.lastStatus, HasSubstr("No new policy data provided."));
 }
 
 TEST(PolicyPipeline, AnIdsPolicyIsTranslatedBesideItsPlusFile) {

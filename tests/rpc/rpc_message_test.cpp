@@ -75,32 +75,6 @@ TEST(RPCResponse, membersStandInTheirOrder) {
             R"({"jsonrpc":"2.0","error":{"code":"-32601","message":"Method not found"}})");
 }
 
-TEST(RPCErrors, everyCodeHasItsText) {
-  const struct {
-    int code;
-    const char* text;
-  } cases[] = {
-      {-32700, "Parse error"},
-      {-32600, "Invalid Request"},
-      {-32601, "Method not found"},
-      {-32602, "Invalid params"},
-      {-32603, "Internal error"},
-      {-32001, "Server Error:File not found"},
-      {-32002, "Server Error:Zip/Unzip error"},
-      {-32003, "Server Error:File open error"},
-      {-32004, "Server Error:File copy error"},
-      {-32005, "Server Error:Empty Buffer"},
-      {-1, "Timeout"},
-      {-32050, "Server error"},
-      {-32099, "Server error"},
-      {-32000, "Server error"},
-      {-32100, "Unknown application error"},
-      {-31999, "Unknown application error"},
-      {5, "Unknown application error"},
-  };
-  for (const auto& c : cases) EXPECT_STREQ(rpcErrorText(c.code), c.text) << c.code;
-}
-
 TEST(JsonText, depthAndNumberOfValuesAreBounded) {
   const auto nested = [](size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');

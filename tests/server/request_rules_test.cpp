@@ -152,6 +152,8 @@ TEST_F(ServerTest, ARequestThatBreaksThePageIsRefusedAndKeptOut) {
   EXPECT_EQ(answer.korvaneError, 700);
   EXPECT_THAT(answer.body, HasSubstr("\"log\": record 1: \"v2\" is out of its order"));
   EXPECT_EQ(get("/state")["malformed"], 5);
+  for (const char* word : {"nonsense", "log/"})
+    EXPECT_EQ(post(word, "EOF_FLAG\n", guid).status, 404) << word;
   EXPECT_EQ(get("/events")["received"], 0);
   EXPECT_THAT(get("/requests?word=log")[0]["fault"], HasSubstr("too early"));
 }

@@ -48,36 +48,6 @@ TEST_F(ServerTest, RegistrationKeepsWhatTheAgentSays) {
   EXPECT_THAT(get("/agents"), SizeIs(1));
 }
 
-TEST_F(ServerTest, RefusesWhatIsWrongAndNotesIt) {
-  start();
-  const std::string guid = registerAgent();
-  const struct {
-    const char* word;
-    std::string guid;
-    std::string body;
-    int status;
-    int error;
-    const char* text;
-  } cases[] = {
-      {"log", "nobody", eventsFrom(1, 2), 200, 400, "\"nobody\""},
-      {"update", guid, "", 200, 700, "offset 0"},
-      {"register", "", "Data-Format=text/plain\nEOF_FLAG\n", 200, 700, "Data-Type="},
-      {"nonsense", guid, "EOF_FLAG\n", 404, 0, ""},
-      {"log/", guid, "EOF_FLAG\n", 404, 0, ""},
-  };
-  for (const auto& tried : cases) {
-    const Answer answer = post(tried.word, tried.body, tried.guid);
-    EXPECT_EQ(answer.status, tried.status) << tried.word;
-    EXPECT_EQ(answer.korvaneError, tried.error) << tried.word;
-    EXPECT_THAT(answer.body, HasSubstr(tried.text)) << tried.word;
-  }
-  const Json events = get("/events?from=1&to=2");
-  EXPECT_EQ(events["received"], 0);
-  EXPECT_EQ(events["lost"], 2);
-  EXPECT_EQ(get("/state")["malformed"], 2);
-  EXPECT_THAT(get("/requests?word=log")[0]["fault"], HasSubstr("not known"));
-}
-
 TEST_F(ServerTest, EventsAreAccountedFor) {
   start();
   const std::string guid = registerAgent();
@@ -296,20 +266,6 @@ TEST_F(AssignmentTest, WrongCommandsAreRefused) {
   }
   EXPECT_THAT(get("/assignments"), IsEmpty());
   EXPECT_THAT(get("/misbehave"), IsEmpty());
-}
-
-TEST_F(ServerTest, NotificationsArriveAsOneByte) {
-  start();
-  std::promise<std::string> received;
-  StopSignal stop;
-  Listener agent("127.0.0.1", 0, [&](Connection& connection) {
-    char bytes[4];
-    const ssize_t size = connection.read(bytes, sizeof bytes);
-    received.set_value(std::string(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0))));
-  });
-  agent.start();
-  command("/notify", {{"kinds", {"config", "policy"}}, {"port", agent.port()}});
-  EXPECT_EQ(received.get_future().get(), "\x03");
 }
 
 TEST_F(ServerTest, AnAssignmentNotifiesItsAgentWhereItRegistered) {

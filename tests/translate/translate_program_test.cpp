@@ -36,13 +36,9 @@ class TranslateProgram : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
-  std::unique_ptr<platform::Process> start(const std::string& arguments) {
+  uint32_t run(const std::string& arguments) {
     std::unique_ptr<platform::Process> process;
     EXPECT_EQ(_processes->start(KORVANE_TRANSLATE, arguments, process), 0u);
-    return process;
-  }
-  uint32_t run(const std::string& arguments) {
-    const auto process = start(arguments);
     uint32_t code = 0xBAD;
     EXPECT_EQ(process->wait(kLongMs), platform::ProcessWait::ended);
     EXPECT_TRUE(process->exitCode(code));
@@ -85,49 +81,6 @@ TEST_F(TranslateProgram, WritesThePolicyAndItsItems) {
   ASSERT_EQ(translate("stand-in ids-answer silent\n", "-hidsagent"), 0u);
   EXPECT_FALSE(there("first"));
   EXPECT_TRUE(content("second").starts_with("korvane-ids-policy 1\n"));
-}
-
-TEST_F(TranslateProgram, FailsAsTheSourceAsks) {
-  const struct {
-    const char* rules;
-    uint32_t code;
-    bool hasFirst;
-    const char* first;
-    bool hasSecond;
-  } cases[] = {
-      {"stand-in fail 7 The base is unknown\n", 7, true, "The base is unknown", false},
-      {"stand-in fail-empty 100\n", 100, true, "", false},
-      {"stand-in fail-silent 9\n", 9, false, "", false},
-      {"stand-in no-output\n", 0, false, "", true},
-      {"stand-in no-items\n", 0, true, kPolicyHead, false},
-      {"stand-in damaged-items\n", 0, true, kPolicyHead, true},
-      {"rule burn file a b\n", 1, true, "The policy is malformed in line 5: unknown action", false},
-  };
-  for (const auto& each : cases) {
-    EXPECT_EQ(translate(each.rules), each.code) << each.rules;
-    EXPECT_EQ(there("first"), each.hasFirst) << each.rules;
-    EXPECT_EQ(content("first"), each.first);
-    EXPECT_EQ(there("second"), each.hasSecond) << each.rules;
-  }
-  RetransItems items;
-  ItemsProblem problem;
-  translate("stand-in damaged-items\n");
-  EXPECT_FALSE(parseRetransItems(content("second"), items, problem));
-  EXPECT_NE(translate("stand-in crash\n"), 0u);
-  EXPECT_EQ(content("first"), std::string(kPolicyHead).substr(0, (sizeof kPolicyHead - 1) / 2));
-  put("source.zip", "no archive");
-  EXPECT_EQ(run(forSource()), 3u);
-  EXPECT_NE(content("first").find("source.zip"), std::string::npos) << content("first");
-  EXPECT_EQ(run(""), 2u);
-  EXPECT_EQ(run("-agent -loadtext a b"), 2u);
-}
-
-TEST_F(TranslateProgram, NeverEndsWhenAsked) {
-  put("source.zip", packPolicy(std::string(kPolicyHead) + "stand-in hang\n"));
-  const auto process = start(forSource());
-  EXPECT_EQ(process->wait(300), platform::ProcessWait::timedOut);
-  process->terminate();
-  EXPECT_EQ(process->wait(kLongMs), platform::ProcessWait::ended);
 }
 
 TEST_F(TranslateProgram, PacksAPolicy) {

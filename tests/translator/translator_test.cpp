@@ -174,32 +174,5 @@ TEST_F(TranslatorTest, ThreadsMayCallWhileItComesAndGoes) {
   EXPECT_EQ(fake.libraries.loaded(), 0);
 }
 
-// The real stand-in through the real loader, from a folder with a blank and a letter beyond ASCII.
-TEST(TranslatorStandIn, AnswersAboutThisMachine) {
-  namespace fs = std::filesystem;
-  const tests::TempDirectory folder;
-  const std::string extensions = folder.path() + "/ext \xc3\xa4";
-  fs::create_directories(tests::fsPath(extensions));
-  const auto native = platform::makeNativePlatform({});
-  const platform::CurrentPlatform current(native->platform());
-  LoggedEvents events(native->platform().files, folder.path() + "/log");
-  const std::string path = extensions + "/" + fs::path(KORVANE_TRANSLATOR).filename().string();
-
-  std::ofstream(tests::fsPath(path)) << "no library";
-  EXPECT_FALSE(Translator::initialize(extensions));
-  EXPECT_EQ(events.all(), std::vector<int>{10530});
-  fs::copy_file(KORVANE_TRANSLATOR, tests::fsPath(path), fs::copy_options::overwrite_existing);
-  ASSERT_TRUE(Translator::initialize(extensions));
-  std::vector<STRING> list;
-  ASSERT_TRUE(Translator::getFunctionValues("LocalIPs", list));
-  std::vector<std::string> addresses;
-  for (const STRING& value : list) addresses.push_back(value.toUtf8());
-  EXPECT_EQ(addresses, native->platform().systemInfo.ipAddresses());
-  EXPECT_FALSE(Translator::getFunctionValues("Unknown", list));
-  EXPECT_TRUE(Translator::fileExists(extensions));
-  EXPECT_FALSE(Translator::fileExists(extensions + "/none"));
-  Translator::shutdown();
-}
-
 }  // namespace
 }  // namespace korvane

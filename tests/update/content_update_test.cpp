@@ -13,21 +13,16 @@ namespace korvane {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using tests::Answer;
 using tests::makeZip;
 using tests::packages;
 using tests::SimulatedMachine;
 
 constexpr char kSettings[] = "agent.id=known\n";
-constexpr char kQel[] = "/opt/korvane/IPS/content/qel/";
 
 std::string package(const std::string& content) {
   return makeZip({{.name = "signatures.dat", .content = content}, {.name = "more/info.txt"}});
 }
-
-const std::string kCorrupt = makeZip({{.name = "a", .content = "a", .crc = 1}});
-const std::string kLeaving = makeZip({{.name = "good"}, {.name = "../../evil"}});
 
 struct Step {
   explicit Step(const std::string& settings = "[Driver]\nips.enabled=true\n")
@@ -52,42 +47,6 @@ struct Step {
   RetryGroup retry;
   ContentUpdate content{pending, retry};
 };
-
-TEST(ContentUpdate, UnpacksTheFlaggedKindsInOrderAndClearsAllFlagsEvenWhenOneFails) {
-  Step step;
-  step.pending.qel = step.pending.ferrolynRevocation = true;
-  step.machine.fake.files.put("/opt/korvane/IPS/content/ferrolyn-revocation/list", "old");
-  step.machine.server.queue(
-      "update",
-      packages("update.ferrolyn.revocation=true\nupdate.qel=true\nupdate.ferrolyn.vexvt=true\n",
-               {{"zipdata", package("new")}, {"zipdata", kCorrupt}, {"zipdata", package("vt")}}));
-  step.run();
-  EXPECT_THAT(step.results(),
-              ElementsAre("qel 0 No Error", "ferrolyn.revocation 36 Error unzipping to disk."));
-  EXPECT_EQ(step.machine.fake.files.content(std::string(kQel) + "signatures.dat"), "new");
-  EXPECT_EQ(step.machine.fake.files.content(std::string(kQel) + "data.zip"), package("new"));
-  EXPECT_EQ(step.machine.fake.files.content("/opt/korvane/IPS/content/ferrolyn-revocation/list"),
-            "old");
-  EXPECT_FALSE(
-      step.machine.fake.files.content("/opt/korvane/IPS/content/ferrolyn-revocation/data.zip")
-          .size());
-  EXPECT_TRUE(step.config().getUpdateQELNow());
-  EXPECT_FALSE(step.config().getUpdateFRevoNow());
-  EXPECT_FALSE(step.config().getUpdateFVTNow()) << "it had no flag";
-  EXPECT_FALSE(step.pending.hasContent());
-  EXPECT_THAT(step.machine.ini(), HasSubstr("update.qel.vt.now=true"));
-  for (const char* line :
-       {"*****Component Freshline available on server*****",
-        "No Korvane error code detected. Raw FL data download.",
-        "Unzipping Freshline data to /opt/korvane/IPS/content/qel",
-        "UnZip VexQEL Freshline content successfully to directory /opt/korvane/IPS/content/qel",
-        "Failed to unzip VexQEL Freshline content to directory "
-        "/opt/korvane/IPS/content/ferrolyn-revocation Error : 15",
-        ",10585,"})
-    EXPECT_EQ(step.machine.countLines(line), 1U) << line;
-  step.run();
-  EXPECT_EQ(step.machine.server.count("update"), 1U);
-}
 
 TEST(ContentUpdate, EachKindHasItsFolderItsFlagAndItsResultType) {
   struct KindCase {
@@ -122,64 +81,6 @@ TEST(ContentUpdate, EachKindHasItsFolderItsFlagAndItsResultType) {
   }
 }
 
-TEST(ContentUpdate, RunsOnlyWithPreventionAndWithAFlagOrADueRetry) {
-  struct Case {
-    bool ips, flag, pending;
-    int countdown;
-    size_t requests;
-  };
-  const Case cases[] = {{true, true, false, 5, 1},
-                        {true, false, true, 0, 1},
-                        {true, false, true, 1, 0},
-                        {true, false, false, 0, 0},
-                        {false, true, true, 0, 0}};
-  for (const Case& row : cases) {
-    Step step(row.ips ? "[Driver]\nips.enabled=true\n" : "[Driver]\nips.enabled=false\n");
-    step.pending.qel = row.flag;
-    step.retry.pending = row.pending;
-    step.retry.countdown = row.countdown;
-    step.retry.kinds = row.pending ? HttpsHandler::VEXQEL_UPDATE : 0;
-    step.run();
-    EXPECT_EQ(step.machine.server.count("update"), row.requests);
-    EXPECT_EQ(step.pending.qel, row.flag && !row.ips) << "flags wait while prevention is off";
-  }
-}
-
-TEST(ContentUpdate, WhatTheServersAnswerDoesToFlagsRetryAndIdentity) {
-  struct Case {
-    Answer answer;
-    bool retry;
-    std::string identifier;
-    const char* line;
-  };
-  const Case cases[] = {
-      {Answer::failure(7), false, "known", "Communication error while requesting Freshline data."},
-      {Answer::http(500), false, "known", "Communication error while requesting Freshline data."},
-      {Answer::error(200), true, "known",
-       "processComponentUpdates:VexQEL and Ferrolyn:httpSender.getKorvaneError Server asked us to "
-       "retry after "
-       "sometime. Retry count 0"},
-      {Answer::error(400), false, "", "Return Code - 400"},
-      {Answer::error(17), false, "known", ",10232,"},
-      {Answer::error(17), false, "known",
-       "UpdateThread::getComponentUpdate( HttpsHandler &httpSender ) Error Message - Server did "
-       "not return any error "
-       "string. Return Code - 17"},
-      {Answer(), false, "known", "No Freshline data from Server"},
-  };
-  for (const Case& row : cases) {
-    Step step;
-    step.pending.ferrolynVexVT = true;
-    step.machine.server.queue("update", row.answer);
-    step.run();
-    EXPECT_FALSE(step.pending.hasContent()) << row.line;
-    EXPECT_EQ(step.retry.pending, row.retry) << row.line;
-    EXPECT_EQ(step.config().getUniqueId(), STRING(row.identifier)) << row.line;
-    EXPECT_EQ(step.machine.countLines(row.line), 1U) << row.line;
-    EXPECT_EQ(step.machine.server.count("result"), 0U);
-  }
-}
-
 TEST(ContentUpdate, TheRetryUnpacksTheKindsThatWereRefused) {
   Step step;
   step.pending.ferrolynSettings = true;
@@ -196,25 +97,6 @@ TEST(ContentUpdate, TheRetryUnpacksTheKindsThatWereRefused) {
   EXPECT_THAT(step.results(), ElementsAre("ferrolyn.settings 0 No Error"));
   EXPECT_FALSE(step.retry.pending);
   EXPECT_EQ(step.retry.count, 0);
-}
-
-TEST(ContentUpdate, GivesUpAfterTheTenthRefusalForAsLongAsTheServerRefuses) {
-  Step step;
-  const auto requestsAfter = [&step](int cycles, bool offered) {
-    step.pending.qel = offered;
-    for (; cycles > 0; --cycles) {
-      step.run();
-      step.retry.step();
-    }
-    return step.machine.server.count("update");
-  };
-  step.machine.server.always("update", Answer::error(200));
-  EXPECT_EQ(requestsAfter(200, true), 10U);
-  EXPECT_EQ(requestsAfter(6000, true), 11U) << "an offer is one more request";
-  EXPECT_EQ(requestsAfter(6000, true), 12U);
-  step.machine.server.queue("update", Answer());
-  EXPECT_EQ(requestsAfter(600, true), 13U);
-  EXPECT_EQ(requestsAfter(600, true), 23U) << "what was answered begins the count anew";
 }
 
 TEST(ContentUpdate, AnotherRefusalEndsTheRetryAndTheCountStays) {
@@ -234,24 +116,6 @@ TEST(ContentUpdate, AnotherRefusalEndsTheRetryAndTheCountStays) {
     EXPECT_EQ(runOffered(), 4U) << code;
     step.config().setUniqueId("known");
     EXPECT_EQ(runOffered(), 11U) << code << ": three refusals before, seven now";
-  }
-}
-
-TEST(ContentUpdate, ARefusedPackageLeavesNothingAndTheOneBeforeStays) {
-  for (const std::string& bad : {kCorrupt, kLeaving, std::string("no zip")}) {
-    Step step;
-    for (const std::string& bytes : {package("good"), bad}) {
-      step.pending.qel = true;
-      step.machine.server.queue("update", packages("update.qel=true\n", {{"zipdata", bytes}}));
-      step.run();
-    }
-    EXPECT_EQ(step.results().back(), "qel 36 Error unzipping to disk.");
-    EXPECT_TRUE(step.config().getUpdateQELNow()) << "the good one still waits";
-    EXPECT_EQ(step.machine.fake.files.content(std::string(kQel) + "data.zip"), package("good"));
-    for (const std::string& path : step.machine.fake.files.paths()) {
-      EXPECT_EQ(path.find("evil"), std::string::npos) << path;
-      EXPECT_EQ(path.find(".unpacking"), std::string::npos) << path;
-    }
   }
 }
 

@@ -34,13 +34,6 @@ struct Cycles {
     run(count);
     return statuses();
   }
-  // The next status tells the agent of this; the one after it of nothing.
-  void announce(const std::string& properties) {
-    machine.server.queue("result", Answer::properties(properties));
-    config().setPollingInterval(1);
-    run(3);
-    config().setPollingInterval(1000000);
-  }
   AgentConfig& config() { return *AgentConfig::getInstance(); }
   SimulatedMachine machine;
   UpdateThread thread{nullptr};

@@ -32,18 +32,6 @@ struct ScriptedPort {
   NotificationListener listener{stop};
 };
 
-TEST(Notification, SetsTheFlagOfEachBitAndNothingForAnInvalidByte) {
-  for (int byte = 0; byte < 256; ++byte) {
-    PendingUpdates pending;
-    EXPECT_EQ(pending.takeNotification(static_cast<uint8_t>(byte)), byte < 0x40) << byte;
-    const int flags = pending.configuration * 1 + pending.policy * 2 + pending.software * 4 +
-                      pending.idsPolicy * 8 + pending.idsConfiguration * 16;
-    EXPECT_EQ(flags, byte < 0x40 ? byte & 0x1F : 0) << byte;
-    EXPECT_FALSE(pending.qel || pending.ferrolynRevocation || pending.ferrolynSettings ||
-                 pending.ferrolynVexVT || pending.applicationRequest);
-  }
-}
-
 TEST(Notification, WaitsForTheByteWithinTheBudgetOfTheCountdown) {
   struct ClientCase {
     const char* name;
@@ -160,19 +148,6 @@ struct RunningThread {
   SimulatedMachine machine;
   UpdateThread* thread = nullptr;
 };
-
-TEST(Notification, ActsAtOnceAndBeginsTheCountdownAnewWithoutAStatus) {
-  RunningThread running;
-  running.machine.sim.runFor(30000);
-  ASSERT_EQ(running.statuses(), 1U);
-  running.notify(0x01);
-  running.machine.sim.runFor(1);
-  EXPECT_EQ(running.machine.server.count("update"), 1U);
-  running.machine.sim.runFor(59000);
-  EXPECT_EQ(running.statuses(), 1U) << "the countdown began anew";
-  running.machine.sim.runFor(4000);
-  EXPECT_EQ(running.statuses(), 2U);
-}
 
 TEST(Notification, SilentClientsDelayNoStatus) {
   RunningThread running;

@@ -39,40 +39,6 @@ struct PolicyCycles : tests::NotifiedCycles {
   PolicyWorld world{machine};
 };
 
-TEST(PolicyUpdate, LoadsAPolicyOfTheServerAndReportsIt) {
-  PolicyCycles cycles;
-  cycles.receive(packages(kPolicy, {"bytes"}), 2);
-  EXPECT_EQ(cycles.world.translations, 1U);
-  EXPECT_EQ(cycles.world.loads, 1U);
-  EXPECT_EQ(cycles.config().getPlusDBPath(), STRING("/base"));
-  EXPECT_THAT(cycles.lastResult("policy"), testing::HasSubstr("result.errorcode=0\n"));
-  cycles.world.exitCode = 7;
-  cycles.receive(packages(kPolicy, {"other bytes"}), 2);
-  EXPECT_EQ(cycles.world.loads, 1U);
-  EXPECT_THAT(
-      cycles.lastResult("policy"),
-      testing::HasSubstr("result.errorcode=66\nresult.errormessage=a text of the translator\n"));
-}
-
-TEST(PolicyUpdate, ARefusedRequestSaysNothingAboutThePolicy) {
-  PolicyCycles cycles;
-  const size_t before = cycles.results("result.type=policy\n");
-  cycles.receive(Answer::error(200), 2);
-  EXPECT_EQ(cycles.results("result.type=policy\n"), before);
-}
-
-TEST(PolicyUpdate, FollowsTheServersWishForTheBuiltInPolicy) {
-  PolicyCycles cycles;
-  cycles.receive(packages(kPolicy, {"bytes"}), 2);
-  ASSERT_FALSE(cycles.world.builtin);
-  cycles.receive(Answer::properties("update.configuration=true\nuse.builtin.policy=true\n"), 1);
-  EXPECT_TRUE(cycles.world.builtin);
-  EXPECT_TRUE(cycles.config().useBuiltInPolicy());
-  cycles.receive(Answer::properties("update.configuration=true\nuse.builtin.policy=false\n"), 1);
-  EXPECT_FALSE(cycles.world.builtin);
-  EXPECT_EQ(cycles.world.loads, 2U) << "the policy that it had before";
-}
-
 // The setting, the driver and its record say what is so; the server is told that its wish was not followed.
 TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain) {
   const auto wish = [](const char* value) {
@@ -81,7 +47,7 @@ TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain)
   };
   constexpr char kRefused[] = "result.errorcode=66\nresult.errormessage=";
   PolicyCycles cycles;
-  cycles.receive(packages(kPolicy, {"bytes"}), 2);
+  cycles.receive(packages(kPolicy, {{"policy", "bytes"}}), 2);
   const auto holds = [&cycles](bool builtIn) {
     STRING flag;
     cycles.machine.fake.registry.readString(
@@ -124,11 +90,11 @@ TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain)
   EXPECT_EQ(cycles.machine.countLines(",10581,"), 4U) << "a repetition is not told again";
   EXPECT_EQ(cycles.machine.countLines(",10583,"), 2U);
 
-  cycles.receive(packages(kPolicy, {"other"}), 2);
+  cycles.receive(packages(kPolicy, {{"policy", "other"}}), 2);
   cycles.world.refuses = true;
   cycles.receive(wish("true"), 1);
   cycles.world.refuses = false;
-  cycles.receive(packages(kPolicy, {"a third"}), 2);
+  cycles.receive(packages(kPolicy, {{"policy", "a third"}}), 2);
   cycles.run(400);
   EXPECT_TRUE(holds(false)) << "a policy of the server ends the wish";
 }
@@ -144,99 +110,6 @@ TEST(PolicyUpdate, AnAgentWithoutAPolicyIsNotBlamedForItsBuiltInOne) {
   cycles.machine.fake.registry.readString(
       "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters", "UseBuiltin", flag);
   EXPECT_EQ(flag, STRING("1")) << "its next start is to find the wish";
-}
-
-TEST(Retranslation, IsDoneOnRequestUnlessThereIsNothingToEnforce) {
-  struct RequestCase {
-    const char* settings;
-    bool builtin;
-    size_t translations;
-    const char* trace;
-  };
-  for (const RequestCase& row :
-       {RequestCase{"", false, 1, "Retranslating policy"},
-        {"", true, 0, "Bypassing policy retranslation because built-in IPS Policy is in use"},
-        {"[Driver]\nips.enabled=false\n", false, 0, nullptr}}) {
-    PolicyCycles cycles(row.settings);
-    cycles.world.builtin = row.builtin;
-    cycles.machine.fake.files.put(kPlus, "bytes");
-    cycles.config().setPlusPolicyFile(kPlus);
-    cycles.config().setRetranslateNow(true);
-    cycles.run(2);
-    EXPECT_EQ(cycles.world.translations, row.translations) << row.settings;
-    EXPECT_FALSE(cycles.config().getRetranslateNow()) << row.settings;
-    EXPECT_EQ(row.trace ? cycles.machine.countLines(row.trace) : 1U, 1U) << row.settings;
-  }
-}
-
-TEST(Retranslation, ThatAStopEndsIsLeftToTheNextStart) {
-  PolicyCycles cycles;
-  cycles.machine.fake.processes.install(std::string(tests::PolicyWorld::kTranslator) +
-                                            cycles.machine.fake.processes.fileName("translate"),
-                                        [](const std::string&) {
-                                          shutdownToken().request();
-                                          return platform::ProgramRun{0, platform::kInfinite};
-                                        });
-  cycles.machine.fake.files.put(kPlus, "bytes");
-  cycles.config().setPlusPolicyFile(kPlus);
-  cycles.config().setRetranslateNow(true);
-  cycles.run(1);
-  EXPECT_EQ(cycles.machine.fake.processes.starts().size(), 1U);
-  EXPECT_TRUE(cycles.config().getRetranslateNow());
-}
-
-TEST(IdsPolicy, IsTranslatedHandedOverAndReported) {
-  struct IdsCase {
-    const char* name;
-    Answer answer;
-    int exitCode;
-    bool installed, takes;
-    const char* resultCode;
-    std::string report;
-    bool recorded;
-    size_t events;
-  };
-  const Answer whole = packages(kIdsPolicy, {"bytes"});
-  const IdsCase cases[] = {
-      {"fine", whole, 0, true, true, "0", "result.errorcode=0\nresult.errormessage=said\n", true,
-       0},
-      {"refused", whole, 0, true, true, "5", "result.errorcode=5\nresult.errormessage=said\n",
-       false, 0},
-      {"not translated", whole, 3, true, true, "0",
-       "result.errorcode=66\nresult.errormessage=a text of the translator\n", false, 1},
-      {"not handed over", whole, 0, true, false, "0",
-       "result.errorcode=36\nresult.errormessage=failed to save new policy data to permanent "
-       "storage\n",
-       false, 0},
-      {"no component", whole, 0, false, true, "0",
-       "result.errorcode=1003\nresult.errormessage=The IDS component is not installed.\n", false,
-       0},
-      {"no path", packages("update.policy.ids=true\npolicy.name.ids=Watch\n", {"bytes"}), 0, true,
-       true, "0",
-       "result.errorcode=35\nresult.errormessage=Policy information (path) not provided\n", false,
-       0},
-      {"nothing", Answer::properties("update.policy.ids=false\n"), 0, true, true, "0",
-       "result.errorcode=19\nresult.errormessage=No new policy data provided.\n", false, 0},
-  };
-  for (const IdsCase& row : cases) {
-    PolicyCycles cycles("[Driver]\nips.enabled=false\n");
-    TestIds ids;
-    ids.installed = row.installed;
-    ids.takes = row.takes;
-    ids.results = {{"IDS.Policy.ResultCode", row.resultCode}, {"IDS.Policy.ResultMessage", "said"}};
-    cycles.world.exitCode = row.exitCode;
-    cycles.receive(row.answer, 8);
-    EXPECT_THAT(cycles.lastResult("policy.ids"), testing::HasSubstr(row.report)) << row.name;
-    const STRING plusFile = cycles.config().getIDSPlusFileName();
-    EXPECT_EQ(!plusFile.empty(), row.recorded) << row.name;
-    EXPECT_EQ(cycles.machine.countLines(",10133,"), row.events) << row.name;
-    if (row.recorded) {
-      EXPECT_EQ(cycles.machine.fake.files.content(plusFile.toUtf8()), "bytes");
-      EXPECT_EQ(cycles.machine.fake.files.content(ids.policy.toUtf8()), "translated");
-      EXPECT_THAT(cycles.lastResult("policy.ids"),
-                  testing::HasSubstr("policy.name.ids=Watch\npolicy.path.ids=/watch\n"));
-    }
-  }
 }
 
 TEST(IdsPolicy, IsTranslatedAnewOnRequest) {
@@ -274,7 +147,7 @@ TEST(IdsPolicy, ACorruptResultEndsTheThreadWithItsContext) {
       if (retranslation)
         cycles.run(1);
       else
-        cycles.receive(packages(kIdsPolicy, {"bytes"}), 8);
+        cycles.receive(packages(kIdsPolicy, {{"policy", "bytes"}}), 8);
       ADD_FAILURE() << "nothing was raised";
     } catch (const AgentError& error) {
       EXPECT_EQ(error.code(), 51);
@@ -320,14 +193,6 @@ TEST(UtilThread, RetranslatesWhenItsTimerRunsOutAndOnRequest) {
   cycles.config().setAutoRetransEnabled(true);
   EXPECT_EQ(cycles.translationsAfter(6), 3U) << "the count goes on where it stood";
   EXPECT_EQ(cycles.translationsAfter(1), 4U);
-}
-
-TEST(UtilThread, AsksNobodyWhetherPreventionIsOn) {
-  UtilCycles cycles("[Driver]\nips.enabled=false\n");
-  cycles.config().setRetranslateNow(true);
-  EXPECT_EQ(cycles.translationsAfter(3), 1U);
-  EXPECT_EQ(cycles.machine.countLines("Retranslating policy"), 1U);
-  EXPECT_FALSE(cycles.config().getRetranslateNow());
 }
 
 TEST(UtilThread, PassesOverABuiltInPolicyAndReportsNothing) {

@@ -10,20 +10,9 @@
 #include "config/hids_interface.h"
 #include "driver/driver_protocol.h"
 #include "tests/support/simulated_agent.h"
+#include "tests/update/package_answers.h"
 
 namespace korvane::tests {
-
-// An answer with properties and, in this order, binary sections.
-inline Answer packages(const std::string& lines, const std::vector<std::string>& parts) {
-  Answer answer = Answer::properties(lines);
-  answer.body.resize(answer.body.size() - std::string("EOF_FLAG\n").size());
-  for (const std::string& bytes : parts)
-    answer.body +=
-        "Data-Format=binary/zip\nData-Type=policy\nData-Length=" + std::to_string(bytes.size()) +
-        "\n\n" + bytes + "\n";
-  answer.body += "EOF_FLAG\n";
-  return answer;
-}
 
 struct PolicyWorld {
   static constexpr char kTranslator[] = "/opt/korvane/IPS/bin/";

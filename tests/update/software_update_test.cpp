@@ -16,7 +16,6 @@
 namespace korvane {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using tests::Answer;
 using tests::makeZip;
@@ -42,13 +41,6 @@ struct Step {
     return requests.empty() ? "" : requests.back().body;
   }
   std::string file(const std::string& name) { return machine.fake.files.content(kFolder + name); }
-  std::vector<std::string> files() {
-    std::vector<std::string> found;
-    for (const std::string& path : machine.fake.files.paths())
-      if (path.starts_with("/opt/korvane/IPS/update"))
-        found.push_back(path.substr(sizeof kFolder - 1));
-    return found;
-  }
   SimulatedMachine machine;
   PendingUpdates pending;
   RetryGroup retry;
@@ -56,89 +48,6 @@ struct Step {
 };
 
 const std::string kPackage = makeZip({{.name = "setup.bin", .content = "program"}});
-
-TEST(SoftwareUpdate, UnpacksANamedPackageRecordsItAndReports) {
-  Step step;
-  step.machine.fake.files.put(std::string(kFolder) + "left/behind", "x");
-  step.fetch(packages(kNamed, {{"zipdata", kPackage}}));
-  EXPECT_FALSE(step.pending.software);
-  const auto files = step.files();
-  ASSERT_EQ(files.size(), 3U);
-  EXPECT_TRUE(files[0].starts_with("policy2026") && files[0].ends_with(".sbp.zip")) << files[0];
-  EXPECT_EQ(step.file(files[0]), kPackage);
-  EXPECT_EQ(step.file("setup.bin"), "program");
-  EXPECT_EQ(step.file("swupdate.results"), "software.name=agent-2\nsoftware.version=2.0\n");
-  EXPECT_TRUE(step.config().updateInProgress());
-  EXPECT_THAT(step.machine.ini(), HasSubstr("agent.update=/opt/korvane/IPS/update/software"));
-  EXPECT_THAT(step.lastReport(),
-              HasSubstr("result.type=software\nresult.errorcode=0\nresult.errormessage=No Error\n"
-                        "software.name=agent-2\nsoftware.version=2.0"));
-  EXPECT_EQ(step.machine.countLines("Directory already exists"), 1U);
-  EXPECT_EQ(step.machine.countLines("After Create Dir"), 1U);
-}
-
-TEST(SoftwareUpdate, WhichAnswerGivesWhichCode) {
-  struct Case {
-    Answer answer;
-    const char* report;
-    const char* line;
-  };
-  const std::string bad = makeZip({{.name = "setup"}, {.name = "/etc/evil"}});
-  const Case cases[] = {
-      {Answer(), "result.errorcode=19\nresult.errormessage=No new software data provided",
-       "No Software Update"},
-      {packages("update.software=false\n", {}), "result.errorcode=19\n", "No Software Update"},
-      {packages("update.software=true\nsoftware.name=x\n", {}), "result.errorcode=35\n",
-       "Software update information not provided"},
-      {packages("update.software=true\n", {{"zipdata", kPackage}}),
-       "result.errorcode=35\nresult.errormessage=Software update information not provided",
-       "Software update information not provided"},
-      {packages(kNamed, {{"zipdata", ""}}), "result.errorcode=35\n",
-       "Software update information not provided"},
-      {packages(kNamed, {{"zipdata", "no zip"}}),
-       "result.errorcode=10\nresult.errormessage=Software Update Failed. Unknown "
-       "Error.\nsoftware.name=agent-2\n",
-       "Failed to decompress 1"},
-      {packages(kNamed, {{"zipdata", bad}}), "result.errorcode=10\n", "Failed to decompress 8"},
-      {Answer::failure(7), "", ""},
-      {Answer::error(17), "", ",10218,"},
-      {Answer::error(400), "", ",10217,"},
-      {Answer::error(200), "",
-       "::processSoftware : Server asked us to retry after sometime. Retry count 0"},
-  };
-  for (const Case& row : cases) {
-    Step step;
-    step.fetch(row.answer);
-    if (*row.report)
-      EXPECT_THAT(step.lastReport(), HasSubstr(row.report));
-    else
-      EXPECT_EQ(step.lastReport(), "");
-    EXPECT_GE(step.machine.countLines(row.line), 1U) << row.line;
-    EXPECT_FALSE(step.config().updateInProgress());
-    const bool unusable = std::string(row.report).starts_with("result.errorcode=10");
-    if (unusable) {
-      EXPECT_THAT(step.files(), ElementsAre("swupdate.results"));
-      EXPECT_EQ(
-          step.file("swupdate.results"),
-          "result.errorcode=10\nresult.errormessage=Software Update Failed. Unknown Error.\n");
-    }
-    EXPECT_EQ(step.retry.pending, row.answer.headers.find("200") != std::string::npos);
-    EXPECT_EQ(step.config().getUniqueId().empty(),
-              row.answer.headers.find("400") != std::string::npos);
-  }
-}
-
-TEST(SoftwareUpdate, RetriesWhatWasRefusedFiveCyclesLater) {
-  Step step;
-  step.fetch(Answer::error(200));
-  step.machine.server.queue("update", packages(kNamed, {{"zipdata", kPackage}}));
-  for (int i = 0; i < 20; ++i) {
-    step.retry.step();
-    step.run();
-    EXPECT_EQ(step.machine.server.count("update"), i < 4 ? 1U : 2U) << i;
-  }
-  EXPECT_TRUE(step.config().updateInProgress());
-}
 
 TEST(SoftwareUpdate, GivesUpAfterTenRefusalsAndAtOnceWhenItIsRefusedOtherwise) {
   for (const int code : {200, 300}) {

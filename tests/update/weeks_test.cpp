@@ -2,14 +2,11 @@
 // clock that is set forth and back.
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "tests/update/cycles.h"
 
 namespace korvane {
 namespace {
 
-using tests::Answer;
 using tests::Cycles;
 
 constexpr int64_t kDayMs = 24LL * 3600 * 1000;
@@ -32,21 +29,6 @@ struct Weeks : Cycles {
     // Weeks of trace lines are of no use to anybody.
     eventlog::EventLog::close();
   }
-  void notify(char byte) {
-    std::unique_ptr<platform::Socket> client;
-    machine.fake.sockets.createTcp(client);
-    if (client->connect("127.0.0.1", 2222, 1000) != 0) return;
-    size_t sent = 0;
-    client->send(&byte, 1, sent);
-  }
-  // The statuses that a poll sends, not those that tell what became of a policy.
-  size_t polls() const {
-    size_t count = 0;
-    for (const auto& request : machine.server.requests("result"))
-      count += request.body.find("agent.osversion=") != std::string::npos &&
-               request.body.find("result.errorcode=19\n") == std::string::npos;
-    return count;
-  }
   void setWallBy(int64_t ms) { machine.sim.setWall(machine.sim.clock().wallMs() + ms); }
 };
 
@@ -61,46 +43,6 @@ TEST(WeeksOfTime, PollingKeepsItsCadenceWhateverTheWallClockDoes) {
     weeks.setWallBy(kWallJumps[day % std::size(kWallJumps)]);
     weeks.run(kSecondsADay);
     EXPECT_EQ(weeks.statuses(), 1U + day * 48) << "day " << day;
-  }
-}
-
-TEST(WeeksOfTime, EveryCodeOfTheServerLeavesTheThreadPollingAndWithinItsRetries) {
-  for (const unsigned seed : {1U, 2U}) {
-    Weeks weeks;
-    std::mt19937 random(seed);
-    const auto draw = [&](size_t bound) { return random() % bound; };
-    const Answer answers[] = {
-        Answer(),           Answer::error(200),
-        Answer::error(200), Answer::error(200),
-        Answer::error(300), Answer::error(301),
-        Answer::error(600), Answer::failure(28),
-        Answer::http(500),  Answer::properties("update.configuration=true\nkey.a=b\n")};
-    const char bytes[] = {0, 1, 2, 3, 8, 16, 31, 32, 0x3F, 0x40, '\x80', '\xFF'};
-    weeks.run(1);
-    size_t notified = 0;
-    for (size_t hour = 0; hour < kDays * 9; ++hour) {
-      for (const char* path : {"update", "result"})
-        weeks.machine.server.always(path, answers[draw(std::size(answers))]);
-      if (draw(4) == 0) weeks.setWallBy(kWallJumps[draw(std::size(kWallJumps))]);
-      if (draw(2) == 0) {
-        weeks.notify(bytes[draw(std::size(bytes))]);
-        ++notified;
-      }
-      const size_t polls = weeks.polls();
-      const size_t updates = weeks.updates();
-      weeks.run(3600);
-      EXPECT_GE(weeks.polls() - polls, 1U) << "seed " << seed << ", hour " << hour;
-      EXPECT_LE(weeks.polls() - polls, 3U) << "seed " << seed << ", hour " << hour;
-      // Three groups, each repeated every sixth cycle at most, and what was asked for afresh.
-      EXPECT_LE(weeks.updates() - updates, 3U * 601 + 6) << "seed " << seed << ", hour " << hour;
-    }
-    weeks.machine.server.always("result", Answer());
-    weeks.machine.server.always("update", Answer());
-    weeks.run(4000);
-    const size_t updates = weeks.updates();
-    weeks.run(kSecondsADay);
-    EXPECT_EQ(weeks.updates(), updates) << "nothing is pending for ever, seed " << seed;
-    EXPECT_GT(notified, kDays * 2);
   }
 }
 
