@@ -78,7 +78,7 @@ class AgentForwarder final : public Forwarder {
       config.setMaxMessagesToRead(settings.readerLimit);
       config.setMaxBatchSize(settings.writerLimit);
       config.setConsolidateLogs(settings.consolidate);
-      config.setLogConsolidatePeriod(settings.consolidateMinutes);
+      config.setLogConsolidatePeriod(static_cast<uint32_t>(settings.consolidateMinutes));
       config.setURL("https://127.0.0.1:8443/agent/");
       config.setUniqueId(kIdentifier);
     }
