@@ -149,5 +149,28 @@ TEST(Report, OfAPolicyIsRepeatedWithTheStatusUntilItIsTaken) {
   }
 }
 
+TEST(ApplicationData, IsTakenFromTheAnswerToAnyReport) {
+  const Answer offer =
+      Answer::properties("send.application.request=true\nsend.application.requestID=r-7\n");
+  Answer refusal = offer, later = offer;
+  refusal.headers = "Korvane-Error: 300\r\n";
+  later.headers = "Korvane-Error: 200\r\n";
+  for (const auto& [byte, update] : kOutcomes) {
+    for (const auto& [answer, taken] :
+         {std::pair(&offer, true), {&refusal, false}, {&later, true}}) {
+      NotifiedCycles cycles;
+      cycles.machine.server.queue("update", Answer::properties(update));
+      cycles.machine.server.queue("result", *answer);
+      cycles.notify(byte);
+      EXPECT_EQ(cycles.config().isAppDataRequested(), taken) << update;
+      EXPECT_EQ(cycles.config().getAppDataRequestID(), STRING(taken ? "r-7" : "")) << update;
+    }
+  }
+  NotifiedCycles cycles;
+  cycles.machine.server.queue("update", offer);
+  cycles.notify(1);
+  EXPECT_FALSE(cycles.config().isAppDataRequested()) << "an update is no report";
+}
+
 }  // namespace
 }  // namespace korvane
