@@ -9,6 +9,7 @@ namespace korvane {
 namespace {
 
 using tests::Answer;
+using tests::Cycles;
 using tests::NotifiedCycles;
 using tests::TestIds;
 
@@ -126,6 +127,49 @@ TEST(Report, IsAnsweredLikeAStatus) {
       PolicyProcessor::reconcile();  // the next agent of the process has nothing to tell
     }
   }
+}
+
+TEST(Report, OfAPolicyIsRepeatedWithTheStatusUntilItIsTaken) {
+  for (const Answer& answer : {Answer::error(400), Answer::error(300), Answer::http(500)}) {
+    Cycles cycles("[Polling]\npolling.interval=10\n[TCP]\ntcp.enabled=true\ntcp.port=2222\n");
+    cycles.run(1);
+    const auto told = [&cycles] { return cycles.results("result.errorcode=19\n"); };
+    cycles.machine.server.queue("result", Answer::properties("update.policy=true\n"));
+    cycles.run(11);
+    EXPECT_EQ(told(), 1U);
+    cycles.machine.server.queue("result", Answer::properties("update.policy=true\n"));
+    cycles.machine.server.queue("result", answer);
+    cycles.run(11);
+    EXPECT_EQ(told(), 2U);
+    cycles.config().setUniqueId("new");
+    cycles.run(11);
+    EXPECT_EQ(told(), 3U) << answer.status << answer.headers;
+    cycles.run(33);
+    EXPECT_EQ(told(), 3U) << "once it is taken it is told";
+  }
+}
+
+TEST(ApplicationData, IsTakenFromTheAnswerToAnyReport) {
+  const Answer offer =
+      Answer::properties("send.application.request=true\nsend.application.requestID=r-7\n");
+  Answer refusal = offer, later = offer;
+  refusal.headers = "Korvane-Error: 300\r\n";
+  later.headers = "Korvane-Error: 200\r\n";
+  for (const auto& [byte, update] : kOutcomes) {
+    for (const auto& [answer, taken] :
+         {std::pair(&offer, true), {&refusal, false}, {&later, true}}) {
+      NotifiedCycles cycles;
+      cycles.machine.server.queue("update", Answer::properties(update));
+      cycles.machine.server.queue("result", *answer);
+      cycles.notify(byte);
+      EXPECT_EQ(cycles.config().isAppDataRequested(), taken) << update;
+      EXPECT_EQ(cycles.config().getAppDataRequestID(), STRING(taken ? "r-7" : "")) << update;
+    }
+  }
+  NotifiedCycles cycles;
+  cycles.machine.server.queue("update", offer);
+  cycles.notify(1);
+  EXPECT_FALSE(cycles.config().isAppDataRequested()) << "an update is no report";
 }
 
 }  // namespace
