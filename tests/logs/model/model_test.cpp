@@ -7,7 +7,7 @@
 namespace korvane::log_model {
 namespace {
 
-constexpr int kCases = 8, kSchedulesACase = 2500;
+constexpr int kCases = 8, kSchedulesACase = KORVANE_SCHEDULES / kCases;
 
 class AgentsForwarding : public testing::TestWithParam<int> {};
 
