@@ -155,20 +155,6 @@ class CommandLine(Installed):
         self.assertRegex(self.ask("--version"), r"^agentctl \d+\.\d+\.\d+")
         self.assertIn("Exit status:", self.ask("status", "--help"))
 
-    def test_bash_completes_what_the_command_line_takes(self):
-        if self.windows:
-            self.skipTest("bash is no shell of that system")
-        script = self.ask("completion", "bash") + """
-            compopt() { :; }
-            try() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _agentctl; echo "${COMPREPLY[@]}"; }
-            try agentctl con; try agentctl --run-dir config tra; try agentctl config set tcp.po; try agentctl config diff --fa
-            try agentctl trace o; try agentctl events tail --li; try agentctl call --pipe korvane-agent-c; try agentctl call --timeout 4
-        """
-        done = subprocess.run(["bash", "-c", script], capture_output=True, encoding="utf-8", check=True)
-        self.assertEqual(done.stdout.splitlines(), ["config", "trace", "tcp.port=", "--fallback", "off on", "--lines",
-                                                    "korvane-agent-cloud", ""])
-        self.assertIn("'config set' = '", self.ask("completion", "powershell"))
-
 
 class Stopped(Installed):
     def test_what_files_tell_and_what_needs_the_agent(self):
@@ -183,16 +169,6 @@ class Stopped(Installed):
         self.assertEqual(self.stage.setting("agentlog.log.trace.messages"), "true")
         self.assertIn("no log", self.refused(FAILED, "events", "tail"))
         self.assertIn("1.0.0.100", self.ask("version"))
-
-    def test_the_connection_is_tested_without_an_agent(self):
-        self.start_server()
-        self.install()
-        report = json.loads(self.ask("test-connection", "--json"))
-        self.assertTrue(report["ok"] and len(report["certificates"]) == 2, report)
-        self.stage.server.stop()
-        out = self.ask("test-connection", status=TROUBLE)
-        self.assertIn("Failed at: TCP connection", out)
-        self.assertIn("Next step: ", out)
 
 
 class Running(Installed):
@@ -233,16 +209,6 @@ class Running(Installed):
         self.stage.agent.stop()
         self.ask("status", status=NOT_RUNNING)
 
-    def test_an_agent_without_a_server(self):
-        self.stage.install(service_type=2)
-        self.ask("config", "set", "agent.http.url=")
-        self.stage.start_driver()
-        self.stage.start_agent()
-        wait_until(lambda: self.run_it("call", "getState", "--pipe", "korvane-agent-cloud")[0] == OK, LONG, "the command channel")
-        screen = self.ask("status")
-        self.assertIn("type 2 (cloud-managed)", screen)
-        self.assertNotIn("not registered", screen)
-
     def test_trouble_is_named(self):
         self.install()
         self.stage.server.stop()
@@ -253,34 +219,6 @@ class Running(Installed):
         screen = self.ask("status", status=TROUBLE)
         self.assertIn("not registered", screen)
         self.assertIn("TCP connection", screen)
-
-    def test_following_the_own_log_through_its_roll_over_until_interrupted(self):
-        self.install(Log={"log.rollover.cause": 2, "log.rollover.value": 1}, AgentLog={"agentlog.log.trace.messages": "true"})
-        folder, old = self.stage.ips / "logs", 995
-        folder.mkdir()
-        (folder / "korvane-agent-20261121080000000-1.log").write_text(
-            "".join(f"TRAC,{number},2026-11-21 08:00:00.000,,Src,1,2,old\n" for number in range(1, old + 1)))
-        output = self.work / "followed"
-        with open(output, "wb") as sink:
-            follower = subprocess.Popen([str(word) for word in self.command("events", "tail", "-f", "-n", "1", "--trace", "--json")],
-                                        stdout=sink, start_new_session=True, env=self.environment())
-
-        def followed():
-            return [json.loads(line) for line in output.read_text(encoding="utf-8").splitlines(True) if line.endswith("\n")]
-
-        try:
-            wait_until(followed, LONG, "the last of the old lines")
-            self.stage.start_agent()
-            wait_until(lambda: len(list(folder.glob("korvane-agent-*.log"))) > 1, LONG, "the roll-over")
-            self.stage.agent.stop()
-            wait_until(lambda: followed()[-1]["code"] == 10110, LONG, "the agent's last event")
-        finally:
-            follower.send_signal(signal.SIGINT)
-            self.assertEqual(follower.wait(LONG), 0)
-        written = "".join(log.read_text(encoding="utf-8") for log in sorted(folder.glob("korvane-agent-*.log"))).splitlines()
-        self.assertEqual(len(followed()), len(written) - old + 1)
-        self.assertEqual(followed()[1:], [json.loads(line) for line in self.ask(
-            "events", "tail", "--trace", "--json", "-n", str(len(written) - old)).splitlines()])
 
 
 class Diagnosis(Installed):

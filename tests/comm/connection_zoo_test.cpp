@@ -272,38 +272,6 @@ TEST_F(Zoo, BrokenAnswers) {
   for (const Animal& animal : animals) expectGolden(animal);
 }
 
-TEST_F(Zoo, OtherPorts) {
-  const std::string html = "Content-Type: text/html; charset=utf-8";
-  const Animal animals[] = {
-      {"captive page",
-       {get("200 OK\r\n" + html, "<html><head><title>Free\tWiFi</title></head>\n\n</html>")}},
-      {"captive page without a length",
-       {"HTTP/1.0 200 OK\r\n\r\n<html>Log in</html>", Then::close}},
-      {"login page",
-       {get("200 OK\r\n" + html, "<html><title>Console</title><input type=\"password\"></html>")}},
-      {"redirection elsewhere", {get("302 Found\r\nLocation: https://portal.invalid/x?a=1")}},
-      {"redirection to itself", {get("301 Moved\r\nLocation: /console/")}},
-      {"status 400", {get("400 Bad Request", "<html>")}},
-      {"status 401", {get("401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"x\"")}},
-      {"status 403", {get("403 Forbidden")}},
-      {"status 404", {get("404 Not Found")}},
-      {"status 407", {get("407 Proxy Authentication Required")}},
-      {"status 418", {get("418 x")}},
-      {"status 500", {get("500 Internal Server Error")}},
-      {"status 503", {get("503 Service Unavailable\r\n" + html, "<html>")}},
-      {"other answer", {get("200 OK\r\nContent-Type: application/json", "{\"hello\": 1}")}},
-      {"empty answer", {get("200 OK")}},
-      {"no header of the agent", {get("200 OK", "EOF_FLAG\n")}},
-      {"server's error",
-       {get(
-           "200 OK\r\nKorvane-Error: 300",
-           "Data-Format=text/plain\nData-Type=stacktrace\nData-Length=8\n\nno space\nEOF_FLAG\n")}},
-      {"answer against the protocol",
-       {get("200 OK\r\nKorvane-Error: 0", "Data-Format=text/plain\nData-Length=x\n\n")}},
-  };
-  for (const Animal& animal : animals) expectGolden(animal);
-}
-
 TEST_F(Zoo, NoWayToTheServer) {
   uint16_t port = 0;
   {

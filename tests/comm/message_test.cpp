@@ -34,22 +34,6 @@ TEST_F(Message, SectionsAreFramedInOrder) {
                 section("text/xml", "rules", xml) + "EOF_FLAG\n");
 }
 
-TEST_F(Message, OddSections) {
-  HttpsMessageGenerator message;
-  PropertyList pairs{{"a", "\u00e4"}};
-  std::string bytes = "1";
-  message.addSection(Section("text/plain", "other", &pairs));
-  message.addSection(Section("image/png", "x", &bytes));
-  Section wide("text/plain", "properties", &pairs);
-  wide.wide = true;
-  message.addSection(wide);
-  testing::internal::CaptureStdout();
-  const std::string body = bodyOf(message);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error : Unknown section \n");
-  EXPECT_EQ(body, "\n\n" + section("text/plain", "properties", std::string("a\0=\0\xE4\0\n\0", 8)) +
-                      "EOF_FLAG\n");
-}
-
 // The form that log forwarding uses and the one over pairs make the same bytes.
 TEST_F(Message, BuiltInPlaceEqualsPairs) {
   HttpsMessageGenerator message;

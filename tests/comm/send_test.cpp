@@ -73,17 +73,6 @@ TEST_F(Send, StatusCheck) {
   }
 }
 
-TEST_F(Send, RequestCarriesTheSettings) {
-  config().setSSLCertFile("/etc/ca.pem");
-  config().setConnectionTimeout(3);
-  poll();
-  const auto& seen = transport.seen.at(0);
-  EXPECT_EQ(seen.caFile, "/etc/ca.pem");
-  EXPECT_EQ(seen.connectTimeout, 3u);
-  EXPECT_EQ(seen.sslVersion, 6);
-  EXPECT_EQ(logged("Certificate Path : /etc/ca.pem"), 1);
-}
-
 TEST_F(Send, FailOverLooksAtAddressesFirst) {
   localAddresses.clear();
   config().setServerList("moving,unknown,steady");

@@ -1,7 +1,5 @@
 #include "driver/driver_config.h"
 
-#include <limits>
-
 #include "tests/driver/driver_fixture.h"
 
 namespace korvane {
@@ -83,19 +81,6 @@ TEST_F(DriverConfigTest, ParametersHaveTheirNamesAndFailuresTellTheirPlace) {
                    "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters\\Enable"));
 }
 
-TEST_F(DriverConfigTest, TheApplicationDateReadsBackUnchanged) {
-  EXPECT_EQ(DriverConfig::getPolApplicationDate(), 0u);
-  for (const uint64_t value :
-       {uint64_t{0}, uint64_t{1767225600000}, std::numeric_limits<uint64_t>::max()}) {
-    EXPECT_EQ(DriverConfig::setPolApplicationDate(value), 0);
-    EXPECT_EQ(DriverConfig::getPolApplicationDate(), value);
-  }
-  for (const char* damaged : {"", "x1", "12x", "-1", "18446744073709551616"}) {
-    fake.registry.put(kParameters, "PolicyEffectiveDt", STRING(damaged));
-    EXPECT_EQ(DriverConfig::getPolApplicationDate(), 0u) << damaged;
-  }
-}
-
 TEST_F(DriverConfigTest, ThePolicyRecordIsReadWithinItsFields) {
   // Name and version fill their fields, without a terminator; the flag's third byte alone is set.
   const std::u16string name(128, u'n');
@@ -145,19 +130,6 @@ TEST_F(DriverConfigTest, ALogIsRolledOnlyOnceItsNameIsRecorded) {
   fake.registry.refuseBelow(kParameters, 5);
   EXPECT_EQ(DriverConfig::rollDriverLog("/logs/newer.csv"), 7);
   EXPECT_EQ(requests(0x80008008), 1);
-}
-
-TEST_F(DriverConfigTest, SnapshotsFillTheCallersBuffer) {
-  KorvaneProcessSnapshot processes[2] = {};
-  std::vector<std::byte> reply(sizeof processes);
-  reply[sizeof processes[0]] = std::byte{42};
-  fake.devices.queue(0x8000402a, DeviceScript::pending(0, 234, reply));
-  EXPECT_EQ(DriverConfig::processdump(processes, sizeof processes), 8);
-  EXPECT_EQ(processes[1].processId, 42u);
-  KorvanePsetSnapshot sets[1] = {};
-  EXPECT_EQ(DriverConfig::psetsnapshot(sets, -5), 0);
-  EXPECT_EQ(fake.devices.calls().back().outputSize, 0u);
-  static_assert(sizeof(KorvaneProcessSnapshot) == 660 && sizeof(KorvanePsetSnapshot) == 136);
 }
 
 }  // namespace

@@ -166,15 +166,6 @@ TEST_F(EventLogTest, WritesEventsAlwaysAndTracesWhileTracingIsOn) {
   EXPECT_EQ(written[1][7], "result -7 -- ok");
 }
 
-TEST_F(EventLogTest, CostsOneWriteALine) {
-  open();
-  const int before = files.count(FileOperation::write);
-  const int opens = files.count(FileOperation::open);
-  for (int i = 0; i < 50; ++i) event(10100, "MainThread", {i, "text, \"quoted\""});
-  EXPECT_EQ(files.count(FileOperation::write), before + 50);
-  EXPECT_EQ(files.count(FileOperation::open), opens);
-}
-
 TEST_F(EventLogTest, KeepsTheNewestFilesWithinTheBound) {
   settings.totalBytes = 1 << 20;
   settings.rolloverValue = 1;
@@ -245,17 +236,6 @@ TEST_F(EventLogTest, ARestartGoesOnAfterTheLastWholeRecord) {
   EXPECT_EQ(written[3][8], "after");
 }
 
-TEST_F(EventLogTest, AFileDatedLaterThanNowIsTheOldest) {
-  settings.totalBytes = Settings::kMinTotalBytes;
-  const std::string future = "/logs/agent-20400101000000000-1.log";
-  memory.put(future, std::string(settings.totalBytes / 2, 'x'));
-  open();
-  EXPECT_NE(currentFile(), future);
-  const std::string text(30000, 'x');
-  for (int i = 0; i < 5; ++i) event(10100, "a", {i, text});
-  EXPECT_EQ(memory.content(future), "");
-}
-
 TEST_F(EventLogTest, AFullDiskCostsRecordsThatAreCountedAndReported) {
   open();
   event(10106, "a", {"before"});
@@ -280,51 +260,6 @@ TEST_F(EventLogTest, AFullDiskCostsRecordsThatAreCountedAndReported) {
   EXPECT_EQ(written[2][8], "101");
   EXPECT_EQ(written[2][9], std::to_string(ENOSPC));
   EXPECT_EQ(written[3][8], "and on");
-}
-
-TEST_F(EventLogTest, AnUnusableDirectoryIsTriedAgain) {
-  files.failAll(FileOperation::makeDirectories, EACCES);
-  open();
-  event(10106, "a", {"lost"});
-  files.heal();
-  clock.advance(1000);
-  event(10106, "a", {"written"});
-  EXPECT_EQ(lines().at(0)[8], "written");
-}
-
-TEST_F(EventLogTest, WithoutACatalogueEventsCarryTheirInsertions) {
-  const struct {
-    const char* catalogue;
-    std::string says;
-  } cases[] = {{"10106 AINF ok\n10107 TRAC x\n", "line 2: no event type AINF"},
-               {"", "it holds no event"},
-               {nullptr, "it cannot be read"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.says);
-    settings.cataloguePath = c.catalogue ? "/damaged.txt" : "/missing.txt";
-    if (c.catalogue) memory.put("/damaged.txt", c.catalogue);
-    open();
-    event(10106, "a", {"one", 2});
-    close();
-    const auto written = lines();
-    const auto& complaint = written.at(written.size() - 2);
-    EXPECT_EQ(complaint[0] + complaint[3], "AWRN10500");
-    EXPECT_TRUE(complaint[7].find(settings.cataloguePath + " " + c.says) != std::string::npos)
-        << complaint[7];
-    EXPECT_EQ(written.back()[7], "one 2");
-  }
-}
-
-TEST_F(EventLogTest, ClosesWithTheLastHolder) {
-  open();
-  EventLog::open(settings, files, clock);
-  EventLog::close();
-  event(10106, "a", {"still open"});
-  EXPECT_EQ(lines().size(), 1u);
-  close();
-  EventLog::close();
-  event(10106, "a", {"closed"});
-  EXPECT_EQ(lines().size(), 1u);
 }
 
 TEST_F(EventLogTest, LinesOfManyThreadsStayWhole) {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "ids-writer/event_maker.h"
 #include "ids-writer/ids_files.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/recording_files.h"
@@ -10,56 +9,6 @@ namespace korvane::ids_writer {
 namespace {
 
 constexpr char kSettings[] = "/k/IDS/ids.properties";
-
-// Fields of a line, quotes kept.
-std::vector<std::string> fieldsOf(const std::string& line) {
-  std::vector<std::string> fields(1);
-  bool quoted = false;
-  for (const char c : line) {
-    quoted ^= c == '"';
-    if (c == ',' && !quoted)
-      fields.emplace_back();
-    else
-      fields.back() += c;
-  }
-  return fields;
-}
-
-TEST(EventMakerTest, EventsLookLikeTheComponents) {
-  EventMaker maker(7, 10);
-  EventMaker same(7, 10);
-  size_t bytes = 0, fields = 0, empty = 0, quoted = 0, doubled = 0;
-  std::string before;
-  uint64_t repeated = 0;
-  constexpr size_t kCount = 4000;
-  for (size_t i = 1; i <= kCount; ++i) {
-    const std::string line = maker.next(i, 1767225600123);
-    EXPECT_EQ(line, same.next(i, 1767225600123));
-    const std::vector<std::string> parts = fieldsOf(line);
-    ASSERT_GE(parts.size(), 20u);
-    ASSERT_LE(parts.size(), 25u);
-    EXPECT_EQ(parts[0].size(), 4u);
-    EXPECT_NE(std::string("TPA").find(parts[0][0]), std::string::npos);
-    EXPECT_EQ(parts[1], std::to_string(i));
-    EXPECT_EQ(parts[2], "2026-01-01 00:00:00.123");
-    const std::string rest = line.substr(0, 4) + line.substr(line.find(parts[2]));
-    repeated += rest == before;
-    before = rest;
-    bytes += line.size();
-    fields += parts.size();
-    for (const std::string& part : parts) {
-      empty += part.empty();
-      quoted += part.starts_with('"') && part.ends_with('"') && part.find(',') != std::string::npos;
-      doubled += part.find("\"\"") != std::string::npos;
-    }
-  }
-  EXPECT_EQ(repeated, maker.repeated());
-  EXPECT_NEAR(static_cast<double>(repeated) / kCount, 0.10, 0.02);
-  EXPECT_NEAR(static_cast<double>(bytes) / kCount, 255, 15);
-  EXPECT_NEAR(static_cast<double>(empty) / static_cast<double>(fields), 0.08, 0.02);
-  EXPECT_NEAR(static_cast<double>(quoted) / static_cast<double>(fields), 0.04, 0.02);
-  EXPECT_GT(doubled, 0u);
-}
 
 class IdsFilesTest : public testing::Test {
  protected:

@@ -7,7 +7,6 @@
 #include "ids-writer/settings_file.h"
 #include "ids/hids_component.h"
 #include "platform/fake/fake_platform.h"
-#include "util/errors.h"
 
 namespace korvane::ids_writer {
 namespace {
@@ -94,20 +93,6 @@ TEST_F(RequestsTest, SettingsAreMergedAndRulesReplaced) {
   });
   EXPECT_EQ(refused, "IDS.Config.ResultCode=9;IDS.Config.ResultMessage=No;");
   EXPECT_EQ(settings().find("ids.c"), std::string::npos);
-}
-
-TEST_F(RequestsTest, SettingsWaitForWhoeverHasThem) {
-  std::unique_ptr<platform::FileLock> lock;
-  ASSERT_EQ(fake.files.lock("/k/IDS/ids.properties.lock", lock), 0);
-  const auto release = sim.createThread(0, [&] {
-    sim.runFor(300);
-    lock.reset();
-  });
-  changeSettings(fake.platform(), kFolder, [](const std::string&) { return "a=1\n"; });
-  EXPECT_EQ(settings(), "a=1\n");
-  ASSERT_EQ(fake.files.lock("/k/IDS/ids.properties.lock", lock), 0);
-  const auto unchanged = [](const std::string& text) { return text; };
-  EXPECT_THROW(changeSettings(fake.platform(), kFolder, unchanged), FileError);
 }
 
 }  // namespace

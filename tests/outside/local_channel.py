@@ -65,44 +65,6 @@ class LocalChannel(OutsideCase):
             client.send(self.request("what", id=3))
             self.assertEqual(list(client.receive()), ["jsonrpc", "id", "error"])
 
-    def test_parameters_of_the_wrong_kind(self):
-        keys = ("polling.interval", "polling.enabled", "tcp.port", "log.consolidate", "agentlog.log.trace.messages")
-        before = self.settings(*keys)
-        nested = [[1], ["x"], {"a": 1}, {"a": {"b": 1}}, [[]], [{"a": 1}]]
-        wrong = {("getSettings", "keys"): [{"a": "polling.interval"}, [["polling.interval"]], [{"a": "polling.interval"}], 5, True, None, "polling.interval,tcp.port",
-                                           ["polling.interval", 5], {"polling.interval": "polling.interval"}],
-                 ("setSettings", "settings"): ["polling.interval=5", 5, True, None, ["polling.interval"], [{"polling.interval": "5"}], [["polling.interval", "5"]],
-                                               {"polling.interval": [5]}, {"polling.interval": {"a": "5"}}, {"polling.interval": "5", "tcp.port": ["1"]},
-                                               {"polling.interval": "5", "log.consolidate": {"a": True}}, {"polling.interval": "soon"}, {"polling.enabled": "perhaps"},
-                                               {"polling.interval": "5", "what": "1"}, {"polling": {"interval": "5"}}],
-                 ("setTrace", "on"): [*nested, 5, 2.5, None, "yes", ""],
-                 ("testConnection", "server"): [*nested, "", [], {}, ["127.0.0.1"], {"127.0.0.1": "127.0.0.1"}],
-                 ("getDiagnostics", "piece"): [*nested, -1, 1.5, "x", True, None, "0x1", "", [], 1 << 40],
-                 ("getDiagnostics", "snapshot"): [*nested, "x", 1.5, True, None]}
-        with Client(self.stage) as client:
-            for (method, name), values in wrong.items():
-                for value in values:
-                    with self.subTest(method=method, parameters={name: value}):
-                        answer = client.ask(method, **{name: value})
-                        self.assertEqual(answer.get("error", {}).get("code"), "-32602", str(answer)[:300])
-                        self.assertTrue(name in ("keys", "settings") or answer["error"]["data"].startswith(name), answer)
-            for method in ("setTrace", "setSettings"):
-                for params in ({}, [], "on", ["on"], 1, None, {"On": True}):
-                    with self.subTest(method=method, params=params):
-                        self.assertEqual(self.code(client, self.request(method, params=params)), -32602)
-                self.assertEqual(self.code(client, self.request(method)), -32602)
-            for method in ("getSettings", "testConnection", "getDiagnostics"):
-                for params in ["x"], "x", 5, True, [{"a": 1}]:
-                    with self.subTest(method=method, params=params):
-                        self.assertEqual(self.code(client, self.request(method, params=params)), -32602)
-            self.assertEqual(client.ask("getDiagnostics", piece=0)["result"]["piece"], "0")
-            self.assertEqual(client.ask("getDiagnostics", piece=999)["error"]["code"], "-32602")
-            for method in METHODS:
-                if method != "getSettings":
-                    self.assertEqual(self.code(client, self.request(method, params={"x": [{"y": 1}]})), 0)
-        self.assertEqual(self.settings(*keys), before)
-        self.assertNotEqual(self.stage.setting("polling.interval"), "5")
-
     def test_sizes(self):
         def padded(length, text=None):
             text = text or self.request(id=1)

@@ -27,8 +27,6 @@ namespace {
 
 constexpr uint32_t kLongMs = 30000;
 constexpr char kDeviceName[] = "\\\\.\\KAVIPS";
-constexpr char kPreventionKey[] =
-    "Software\\Dalvora\\Intrusion Security\\agent\\IPS\\TestForPrevention\\";
 
 class PosixTest : public testing::Test {
  protected:
@@ -105,11 +103,6 @@ TEST_F(PosixTest, aSignalledChildHasItsSignalsCodeAndTextIsNoProgram) {
   EXPECT_EQ(platform.processes.start(text, "", process), kErrorAccessDenied);
   std::filesystem::permissions(text, std::filesystem::perms::owner_all);
   EXPECT_EQ(platform.processes.start(text, "", process), kErrorBadExeFormat);
-}
-
-TEST_F(PosixTest, imageNamesMayCarryTheWindowsSuffix) {
-  const std::string image = fileNameOf(std::filesystem::read_symlink("/proc/self/exe").string());
-  EXPECT_TRUE(platform.processes.isRunning(image + ".EXE"));
 }
 
 TEST_F(PosixTest, lowestPriorityRaisesTheNiceValueByFive) {
@@ -278,29 +271,6 @@ TEST_F(PosixTest, whatWasWrittenToTheRegistrySurvivesEveryCrashAndNoFlushCanBeLe
     recording.leaveOutFlush(flush);
     EXPECT_GT(lost(), 0u) << recording.describeFlush(flush);
   }
-}
-
-TEST_F(PosixTest, aRegistryWithoutAFileIsEmptyAndReadOnly) {
-  const auto bare = makeNativePlatform({});
-  STRING text;
-  EXPECT_EQ(bare->platform().registry.readString("K", "v", text), kErrorFileNotFound);
-  EXPECT_EQ(bare->platform().registry.createKey("K"), kErrorAccessDenied);
-  std::unique_ptr<Device> device;
-  EXPECT_EQ(bare->platform().devices.open(kDeviceName, device), kErrorFileNotFound);
-}
-
-TEST_F(PosixTest, preventionTestKeysAreRefusedWhileTheDriverSaysSo) {
-  EXPECT_EQ(platform.registry.createKey(kPreventionKey), kOk) << "no driver, no refusal";
-  std::atomic<char> inForce{1};
-  tests::SimulatorStandIn simulator(directory.path() + "/kavips.sock", [&](const auto& request) {
-    EXPECT_EQ(request.code, kSimulatorPreventionQuery);
-    return tests::SimulatorReply{tests::simulatorFrame(SimulatorFrame::answer, request.number, 0,
-                                                       std::string{inForce, 0, 0, 0})};
-  });
-  EXPECT_EQ(platform.registry.createKey(kPreventionKey), kErrorAccessDenied);
-  EXPECT_EQ(platform.registry.createKey(std::string(kPreventionKey) + "below"), kErrorAccessDenied);
-  inForce = 0;
-  EXPECT_EQ(platform.registry.createKey(kPreventionKey), kOk);
 }
 
 TEST_F(PosixTest, aSimulatorThatBreaksTheRulesIsAnErrorOfTheRequest) {

@@ -116,34 +116,5 @@ TEST(SimThreadingDeathTest, mutexesTakenInOppositeOrderAbortWithAReport) {
                "deadlock:.* waits for a mutex");
 }
 
-TEST(SimThreading, fakesWaitOnSimulatedTime) {
-  SimThreading sim(5);
-  FakePlatform fake(sim);
-  Platform& platform = fake.platform();
-  fake.devices.queue(1, DeviceScript::pending(30000, kErrorGenFailure));
-  fake.processes.install("/bin/slow", [](const std::string&) { return ProgramRun{3, 3600000}; });
-  const int64_t start = platform.clock.monotonicMs();
-  std::unique_ptr<Device> device;
-  std::unique_ptr<DeviceRequest> request;
-  std::unique_ptr<Process> process;
-  ASSERT_EQ(platform.devices.open("\\\\.\\KAVIPS", device), kOk);
-  ASSERT_EQ(device->prepare(1, {}, 0, request), kOk);
-  EXPECT_EQ(request->issue(), kErrorIoPending);
-  EXPECT_EQ(request->wait(10000), DeviceWait::timedOut);
-  EXPECT_EQ(request->wait(kInfinite), DeviceWait::signalled);
-  EXPECT_EQ(platform.clock.monotonicMs() - start, 30000);
-  ASSERT_EQ(platform.processes.start("/bin/slow", "", process), kOk);
-  EXPECT_EQ(process->wait(kInfinite), ProcessWait::ended);
-  EXPECT_EQ(platform.clock.monotonicMs() - start, 30000 + 3600000);
-
-  fake.sockets.setResolverHangs(true);
-  std::vector<std::string> addresses;
-  const auto lookup =
-      sim.createThread(0, [&] { platform.sockets.resolve("localhost", addresses); });
-  EXPECT_EQ(lookup->join(60000), WaitResult::timedOut);
-  fake.sockets.setResolverHangs(false);
-  EXPECT_EQ(lookup->join(kInfinite), WaitResult::signalled);
-}
-
 }  // namespace
 }  // namespace korvane::platform

@@ -69,18 +69,6 @@ TYPED_TEST(FifoOnPipes, messagesOfEveryLengthAroundAFrameArriveWhole) {
   }
 }
 
-TYPED_TEST(FifoOnPipes, aMessageLargerThanThePipeNeedsAReader) {
-  this->connect();
-  const std::string sent = patterned(300000);
-  std::string got;
-  const auto writer =
-      this->threading->createThread(0, [&] { this->client.writeMessage(sent, kLongMs); });
-  ASSERT_TRUE(this->receive(this->server, got));
-  EXPECT_EQ(got, sent);
-  writer->join(kInfinite);
-  EXPECT_FALSE(this->client.writeMessage(sent, 0)) << "nobody reads";
-}
-
 TYPED_TEST(FifoOnPipes, aClientThatGoesMakesRoomForTheNext) {
   std::string got;
   this->connect();
@@ -242,20 +230,6 @@ TEST_F(FifoRules, aLengthAboveTheLimitIsRefusedAndTheNextMessageIsRead) {
     EXPECT_TRUE(fifo.readMessage(got, 0, 0));
     EXPECT_EQ(got, "ok");
   }
-}
-
-TEST_F(FifoRules, waitsAreCountedInSteps) {
-  const struct {
-    int timeoutMs, steps;
-  } cases[] = {{0, 1}, {20, 1}, {100, 1}, {101, 2}, {1000, 10}};
-  for (const auto& c : cases) {
-    script.steps = 0;
-    EXPECT_FALSE(fifo.waitForData(c.timeoutMs));
-    EXPECT_EQ(script.steps, c.steps) << c.timeoutMs;
-  }
-  script.steps = 0;
-  EXPECT_FALSE(fifo.readMessage(got, 0, 0));
-  EXPECT_EQ(script.steps, 1);
 }
 
 TEST_F(FifoRules, timeOutsAreToldWithTheTimeThatPassed) {

@@ -105,15 +105,5 @@ TYPED_TEST(RPCClientOnPipes, withoutAServerTheCallSaysSo) {
   EXPECT_THROW(this->client.call("any", {}, kLongMs), RPCUnreachable);
 }
 
-TYPED_TEST(RPCClientOnPipes, aClientWaitsForTheOneBeforeIt) {
-  std::unique_ptr<ForgetfulServer> serving = std::make_unique<ForgetfulServer>(
-      *this->threading, this->world.pipes, *this->clock, this->name, /*deaf=*/0);
-  RPCClient first(this->world.pipes, *this->clock, this->name);
-  first.call("any", {}, kLongMs);
-  EXPECT_NE(this->unreachable("any", 200), kOk);
-  first.close();
-  EXPECT_EQ(this->client.call("any", {}, kLongMs).appdata, "part0");
-}
-
 }  // namespace
 }  // namespace korvane

@@ -135,17 +135,6 @@ TYPED_TEST(RPCServerOnPipes, aClientThatMisbehavesDoesNotStopTheNext) {
   }
 }
 
-TYPED_TEST(RPCServerOnPipes, aLengthBeyondTheLimitIsAnsweredWithAnError) {
-  std::string frame("\xDE\xAD\xBE\xEF\xFF\xFF\xFF\xFF", 8), answer;
-  frame.resize(Fifo::kFrameBytes, 'x');
-  ASSERT_TRUE(this->connect());
-  ASSERT_EQ(this->client.writeBytes(frame.data(), frame.size(), kLongMs),
-            static_cast<int>(frame.size()));
-  ASSERT_TRUE(this->client.readMessage(answer, kLongMs, kLongMs));
-  EXPECT_THAT(answer, HasSubstr(R"("-32600")"));
-  this->expectService();
-}
-
 TYPED_TEST(RPCServerOnPipes, aStopEndsEveryWait) {
   ASSERT_TRUE(this->connect());
   this->client.writeBytes("half", 4, kLongMs);

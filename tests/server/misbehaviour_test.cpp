@@ -4,7 +4,6 @@ namespace korvane::server {
 namespace {
 
 using testing::HasSubstr;
-using testing::SizeIs;
 
 class MisbehaviourTest : public ServerTest {
  protected:
@@ -99,19 +98,6 @@ TEST_F(MisbehaviourTest, EachKindStrikesOnceAndIsNoted) {
   }
   EXPECT_EQ(get("/events?from=1&to=" + std::to_string(sequence))["missing"],
             Json::parse("[[1,1],[3,4],[7,7],[9,9]]"));
-}
-
-TEST_F(MisbehaviourTest, DeliveredButDroppedEventsAreToldFromLostOnes) {
-  command("/misbehave", {{"word", "log"}, {"kind", "error"}, {"code", 302}, {"count", 1}});
-  command("/misbehave",
-          {{"word", "log"}, {"kind", "error"}, {"code", 300}, {"skip", 0}, {"count", 1}});
-  post("log", eventsFrom(1, 10), _guid);
-  post("log", eventsFrom(11, 20), _guid);
-  post("log", eventsFrom(15, 30), _guid);
-  const Json events = get("/events?from=1&to=30");
-  EXPECT_EQ(events["lost"], 14);
-  EXPECT_EQ(events["dropped_by_server"], 10);
-  EXPECT_EQ(events["lost_unexplained"], 4);
 }
 
 TEST_F(MisbehaviourTest, RulesAreCountedSkippedFilteredAndRemoved) {

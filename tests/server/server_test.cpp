@@ -1,16 +1,13 @@
 #include <sys/socket.h>
 
 #include <future>
-#include <thread>
 
 #include "tests/server/server_fixture.h"
-#include "tests/support/watchdog.h"
 
 namespace korvane::server {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
@@ -77,17 +74,6 @@ TEST_F(ServerTest, EventsAreAccountedFor) {
   command("/reset", {{"keep_agents", true}});
   EXPECT_EQ(get("/events")["received"], 0);
   EXPECT_EQ(post("log", eventsFrom(1, 1), guid).korvaneError, 0);
-}
-
-TEST_F(ServerTest, CountOnlyKeepsNumbersWithoutFields) {
-  _options.countOnly = true;
-  start();
-  const std::string guid = registerAgent();
-  post("log", eventsFrom(1, 50), guid);
-  post("log", eventsFrom(41, 60), guid);
-  EXPECT_EQ(get("/events")["duplicated"], 10);
-  EXPECT_EQ(get("/events")["distinct"], 60);
-  EXPECT_THAT(get("/records"), IsEmpty());
 }
 
 TEST_F(ServerTest, ResultsUploadsAndApplicationData) {
@@ -197,36 +183,6 @@ TEST_F(AssignmentTest, AnAnswerThatWasCutIsNotFetched) {
   EXPECT_EQ(update({"update.configuration"}).property("polling.interval"), "7");
 }
 
-TEST_F(AssignmentTest, SeveralKindsInOneAnswer) {
-  for (const char* name : {"a.zip", "b.zip", "c.zip"}) serveFile(name, name);
-  command("/assign", {{"kind", "policy.ids"}, {"file", "b.zip"}});
-  command("/assign",
-          {{"kind", "software"}, {"file", "a.zip"}, {"properties", {{"software.name", "S"}}}});
-  command("/assign",
-          {{"kind", "config.ids"}, {"properties", {{"ids.x", "1"}, {"rid.applied", "mine"}}}});
-  command("/assign",
-          {{"kind", "application"}, {"properties", {{"send.application.requestID", "r9"}}}});
-  EXPECT_THAT(status(_guid),
-              ElementsAre(Pair("update.software", "true"), Pair("update.policy.ids", "true"),
-                          Pair("update.configuration.ids", "true"),
-                          Pair("send.application.request", "true"),
-                          Pair("send.application.requestID", "r9")));
-  const Answer answer = update(
-      {"update.configuration", "update.software", "update.policy.ids", "update.configuration.ids"});
-  EXPECT_EQ(answer.property("update.configuration"), "true")
-      << "the mark that settings of either kind stand under";
-  EXPECT_EQ(answer.property("rid.applied"), "mine");
-  EXPECT_NE(answer.property("mod.time"), "");
-  const WireMessage message = readMessage(answer.body);
-  ASSERT_THAT(message.sections, SizeIs(3));
-  EXPECT_EQ(message.sections[1].name, "zipdata");
-  EXPECT_EQ(message.sections[1].payload, "a.zip");
-  EXPECT_EQ(message.sections[2].name, "policy");
-  EXPECT_EQ(message.sections[2].payload, "b.zip");
-  EXPECT_THAT(status(_guid), ElementsAre(Pair("send.application.request", "true"),
-                                         Pair("send.application.requestID", "r9")));
-}
-
 TEST_F(AssignmentTest, ApplicationDataIsAskedForUntilTheLastOfItHasCome) {
   command("/assign",
           {{"kind", "application"}, {"properties", {{"send.application.requestID", "r9"}}}});
@@ -317,80 +273,6 @@ TEST_F(ServerTest, ShowsAnAgentsPolicyStateAndItsChanges) {
   EXPECT_EQ(states[0]["changes"][1]["code"], 66);
   EXPECT_EQ(states[0]["updates"]["qel"]["code"], 36);
   EXPECT_EQ(states[0]["updates"]["policy"]["code"], 0);
-}
-
-TEST_F(ServerTest, AgentsTakeTurnsAndNothingIsLost) {
-  start();
-  constexpr int kAgents = 4;
-  constexpr int kBatches = 10;
-  std::vector<std::thread> agents;
-  for (int agent = 0; agent < kAgents; ++agent) {
-    agents.emplace_back([this, agent] {
-      AgentClient by = client(_server->port());
-      const std::string guid =
-          post(by, "register", messageOf({{{"agent.name", "x"}}, {}}), "").property("agent.id");
-      for (int batch = 0; batch < kBatches; ++batch) {
-        const int64_t first = (agent * kBatches + batch) * 20 + 1;
-        EXPECT_EQ(post(by, "log", eventsFrom(first, first + 19), guid).korvaneError, 0);
-      }
-    });
-  }
-  for (std::thread& agent : agents) agent.join();
-  const Json events = get("/events?from=1&to=" + std::to_string(kAgents * kBatches * 20));
-  EXPECT_EQ(events["lost"], 0);
-  EXPECT_EQ(events["duplicated"], 0);
-  EXPECT_EQ(get("/state")["agents"], kAgents);
-}
-
-TEST_F(ServerTest, TwoServersShareOneDirectory) {
-  start();
-  const std::string guid = registerAgent();
-  ServerOptions second = _options;
-  second.addresses = {"127.0.0.2"};
-  second.port = _server->port();
-  Server other(second);
-  other.start();
-  AgentClient standby = client(other.port(), "127.0.0.2");
-  EXPECT_EQ(post(standby, "log", eventsFrom(1, 10), guid).korvaneError, 0);
-  EXPECT_EQ(post("log", eventsFrom(11, 20), guid).korvaneError, 0);
-  EXPECT_EQ(get("/events")["distinct"], 20);
-  EXPECT_EQ(get("/state")["handshakes"], 1) << "one connection served all requests to this server";
-}
-
-TEST_F(ServerTest, StopEndsIdleHangingAndUnfinishedConnections) {
-  start();
-  registerAgent();
-  command("/misbehave", {{"word", "testConnection"}, {"kind", "delay"}, {"delay_ms", 600'000}});
-  auto hanging = std::async(std::launch::async, [this] {
-    AgentClient by = client(_server->port());
-    return post(by, "testConnection", "EOF_FLAG\n", "").arrived;
-  });
-  Listener unused("127.0.0.1", 0, [](Connection&) {});
-  ASSERT_TRUE(
-      tests::waitFor("a request that hangs", [&] { return get("/misbehave")[0]["hits"] != 0; }));
-  const auto before = std::chrono::steady_clock::now();
-  _server->stop();
-  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
-  EXPECT_FALSE(hanging.get());
-}
-
-TEST_F(ServerTest, StartFailuresNameTheirCause) {
-  start();
-  ServerOptions second = _options;
-  second.port = _server->port();
-  second.dataDirectory = _directory + "/second";
-  const auto textOf = [](const ServerOptions& options) -> std::string {
-    try {
-      Server server(options);
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "started";
-  };
-  EXPECT_THAT(textOf(second), HasSubstr("listen on 127.0.0.1:" + std::to_string(_server->port())));
-  second.port = 0;
-  second.keyFile = certificateFile("wrong-ca.key");
-  EXPECT_THAT(textOf(second), HasSubstr("wrong-ca.key"));
 }
 
 }  // namespace

@@ -88,14 +88,5 @@ TEST(WireMessage, AcceptsOnlyStrictFraming) {
   }
 }
 
-TEST(WireMessage, EveryCutOfAMessageIsRefused) {
-  std::string body = properties("a=b\n");
-  writeSection(body, "binary/zip", "policy", "bytes");
-  writeEnd(body);
-  for (size_t size = 0; size < body.size(); ++size) {
-    EXPECT_NE(readMessage(std::string_view(body).substr(0, size)).error, "") << size;
-  }
-}
-
 }  // namespace
 }  // namespace korvane::server

@@ -4,7 +4,6 @@
 
 #include "archive/zip_writer.h"
 #include "platform/fake/fake_platform.h"
-#include "stand-in-policy/policy_model.h"
 #include "translate-stand-in/source_archive.h"
 
 namespace korvane::translate_stand_in {
@@ -73,39 +72,6 @@ TEST_F(SourcePolicyTest, WhatIsMissingIsTakenFromTheItemsBefore) {
                                       {Kind::registry, "K", "Root", false, "/older"},
                                       {Kind::environment, "", "HERE", true, "/now"}}))
       << "the check compares with what the machine says, so what is kept is no change";
-}
-
-TEST_F(SourcePolicyTest, AMalformedSourceIsToldWithItsLine) {
-  fake.systemInfo.variables["LONG"] = std::string(3000, 'x');
-  fake.systemInfo.variables["BELL"] = "a\tb\x07";
-  std::string references;
-  for (int i = 0; i < 5000; ++i)
-    references += "rule deny file a $(env:V" + std::to_string(i) + ")\n";
-  const std::pair<std::string, std::string> cases[] = {
-      {"rule deny file a $(env:X\n", " in line 5: a reference without its end"},
-      {"\nrule deny file a $(user)\n", " in line 6: an unknown reference"},
-      {"rule deny file a $(env:)\n", " in line 5: a reference without a name"},
-      {"rule deny file a $(registry:Key)\n", " in line 5: a registry value without a key"},
-      {"rule log network a $(address)-$(address)\n", " in line 5: a second address in one rule"},
-      {"rule log network a \x01\n", " in line 5: a control character"},
-      {"when \"/\xff\" rule deny file a b\n", " in line 5: text that is not UTF-8"},
-      {"when /a rule deny file a b\n", " in line 5: a path in quotes is missing"},
-      {"when \"/a rule deny file a b\n", " in line 5: a path in quotes is missing"},
-      {"stand-in dance\n", " in line 5: an unknown word behind stand-in"},
-      {"stand-in fail 0 x\n", " in line 5: no exit code from 1 to 255"},
-      {"stand-in fail-silent\n", " in line 5: no exit code from 1 to 255"},
-      {"# \n\nrule burn file a b\n", " in line 7: unknown action"},
-      {"service x\n", " in line 5: unknown word"},
-      {"rule deny file a $(env:LONG)\n", " in line 5: the line is too long"},
-      {"rule deny file a $(env:BELL)\n", " in line 5: the pattern is malformed"},
-      {"#" + std::string(KVP_MAX_LINE_BYTES, 'x') + "\n", ""},
-      {"rule deny file a " + std::string(KVP_MAX_LINE_BYTES, 'x'),
-       " in line 5: the line is too long"},
-      {references, " in line 4101: it refers to too much"},
-      {std::string(KVP_MAX_TEXT_BYTES, '\n'), ": the policy is too large"},
-  };
-  for (const auto& [source, says] : cases)
-    EXPECT_EQ(translate(source).problem, says.empty() ? "" : "The policy is malformed" + says);
 }
 
 TEST_F(SourcePolicyTest, TroubleIsReadAndTheIdsHasItsOwnForm) {
