@@ -155,6 +155,20 @@ class CommandLine(Installed):
         self.assertRegex(self.ask("--version"), r"^agentctl \d+\.\d+\.\d+")
         self.assertIn("Exit status:", self.ask("status", "--help"))
 
+    def test_bash_completes_what_the_command_line_takes(self):
+        if self.windows:
+            self.skipTest("bash is no shell of that system")
+        script = self.ask("completion", "bash") + """
+            compopt() { :; }
+            try() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _agentctl; echo "${COMPREPLY[@]}"; }
+            try agentctl con; try agentctl --run-dir config tra; try agentctl config set tcp.po; try agentctl config diff --fa
+            try agentctl trace o; try agentctl events tail --li; try agentctl call --pipe korvane-agent-c; try agentctl call --timeout 4
+        """
+        done = subprocess.run(["bash", "-c", script], capture_output=True, encoding="utf-8", check=True)
+        self.assertEqual(done.stdout.splitlines(), ["config", "trace", "tcp.port=", "--fallback", "off on", "--lines",
+                                                    "korvane-agent-cloud", ""])
+        self.assertIn("'config set' = '", self.ask("completion", "powershell"))
+
 
 class Stopped(Installed):
     def test_what_files_tell_and_what_needs_the_agent(self):

@@ -1,5 +1,7 @@
 #include "driver/driver_config.h"
 
+#include <limits>
+
 #include "tests/driver/driver_fixture.h"
 
 namespace korvane {
@@ -79,6 +81,19 @@ TEST_F(DriverConfigTest, ParametersHaveTheirNamesAndFailuresTellTheirPlace) {
   EXPECT_EQ(DriverConfig::getErrorMessage(),
             STRING("Failed to set Driver Configuration Registry Value "
                    "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters\\Enable"));
+}
+
+TEST_F(DriverConfigTest, TheApplicationDateReadsBackUnchanged) {
+  EXPECT_EQ(DriverConfig::getPolApplicationDate(), 0u);
+  for (const uint64_t value :
+       {uint64_t{0}, uint64_t{1767225600000}, std::numeric_limits<uint64_t>::max()}) {
+    EXPECT_EQ(DriverConfig::setPolApplicationDate(value), 0);
+    EXPECT_EQ(DriverConfig::getPolApplicationDate(), value);
+  }
+  for (const char* damaged : {"", "x1", "12x", "-1", "18446744073709551616"}) {
+    fake.registry.put(kParameters, "PolicyEffectiveDt", STRING(damaged));
+    EXPECT_EQ(DriverConfig::getPolApplicationDate(), 0u) << damaged;
+  }
 }
 
 TEST_F(DriverConfigTest, ThePolicyRecordIsReadWithinItsFields) {

@@ -89,7 +89,7 @@ TEST_F(Fips, ModuleIsCheckedBeforeTheSwitch) {
     const int refused = logged("Failed to set the FIPS mode = error:"), said = logged(test.says);
     config().setFipsEnabled(true);
     EXPECT_EQ(logged("Failed to set the FIPS mode = error:"), refused + 1) << logText();
-    EXPECT_EQ(logged(test.says), said + 1) << logText();
+    EXPECT_GT(logged(test.says), said) << logText();
     EXPECT_FALSE(fipsModeOn());
     EXPECT_EQ(providerOf("MD5"), "default");
     expectRegistration();
