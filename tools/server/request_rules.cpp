@@ -44,7 +44,7 @@ constexpr int kLastField = 49;
 
 constexpr size_t kShownBytes = 64;
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   return "\"" + std::string(text.substr(0, kShownBytes)) + "\"";
 }
 
@@ -66,18 +66,18 @@ bool isBinary(const WireSection& section) {
 // One section of a request, for texts.
 std::string sectionText(size_t index, const WireSection& section) {
   return "section " + std::to_string(index + 1) + " (" + std::string(section.format.substr(0, 32)) +
-         " " + quoted(section.name) + ")";
+         " " + inQuotes(section.name) + ")";
 }
 
 // The names are exactly these, in this order.
 std::string checkNames(const WireProperties& properties, Names wanted) {
   for (size_t i = 0; i < std::max(properties.size(), wanted.size()); ++i) {
-    if (i == properties.size()) return "the property " + quoted(wanted[i]) + " is missing";
+    if (i == properties.size()) return "the property " + inQuotes(wanted[i]) + " is missing";
     if (i == wanted.size())
-      return "the property " + quoted(properties[i].first) + " is one too many";
+      return "the property " + inQuotes(properties[i].first) + " is one too many";
     if (properties[i].first != wanted[i])
-      return "property " + std::to_string(i + 1) + " is " + quoted(properties[i].first) + ", not " +
-             quoted(wanted[i]);
+      return "property " + std::to_string(i + 1) + " is " + inQuotes(properties[i].first) +
+             ", not " + inQuotes(wanted[i]);
   }
   return {};
 }
@@ -95,7 +95,7 @@ std::string checkNoneTwice(const WireProperties& properties, std::string_view bu
     if (name == butThis) continue;
     if (std::ranges::find(properties.begin() + static_cast<ptrdiff_t>(i) + 1, properties.end(),
                           name, &WireProperty::first) != properties.end())
-      return "the property " + quoted(name) + " stands twice";
+      return "the property " + inQuotes(name) + " stands twice";
   }
   return {};
 }
@@ -114,15 +114,15 @@ std::string checkRecord(const WireProperties& record) {
   int last = -1;
   for (const auto& [name, value] : record) {
     const int place = placeOf(name);
-    if (place < 0) return quoted(name) + " is not the name of a record's value";
-    if (place <= last) return quoted(name) + " is out of its order";
-    if (value.empty()) return quoted(name) + " is empty; empty values are left out";
+    if (place < 0) return inQuotes(name) + " is not the name of a record's value";
+    if (place <= last) return inQuotes(name) + " is out of its order";
+    if (value.empty()) return inQuotes(name) + " is empty; empty values are left out";
     last = place;
   }
   const std::string type = propertyOf(record, "v1"), count = propertyOf(record, "a5");
   if (type.size() != 4 || std::string_view("TDPMA").find(type[0]) == std::string_view::npos)
-    return "the event type is " + quoted(type);
-  if (!count.empty() && !isNumber(count, 1)) return "\"a5\" is " + quoted(count);
+    return "the event type is " + inQuotes(type);
+  if (!count.empty() && !isNumber(count, 1)) return "\"a5\" is " + inQuotes(count);
   return {};
 }
 
@@ -171,8 +171,9 @@ std::string checkUpdate(const WireProperties& asked) {
       continue;
     }
     next = std::ranges::find(next, known.end(), name);
-    if (attributes || next == known.end()) return quoted(name) + " is unknown or out of its order";
-    if (value != "true") return quoted(name) + " is " + quoted(value) + ", not \"true\"";
+    if (attributes || next == known.end())
+      return inQuotes(name) + " is unknown or out of its order";
+    if (value != "true") return inQuotes(name) + " is " + inQuotes(value) + ", not \"true\"";
     ++next;
   }
   if (next == known.begin()) return "no update is asked for";
@@ -185,15 +186,15 @@ std::string checkApplicationData(const WireProperties& properties) {
   const std::string& complete = properties[2].second;
   if (properties[1].second.empty()) return "\"application.requestID\" is empty";
   if (complete != "true" && complete != "false")
-    return "\"application.request.complete\" is " + quoted(complete);
+    return "\"application.request.complete\" is " + inQuotes(complete);
   return {};
 }
 
 std::string checkOutcome(const WireProperties& properties, std::string_view type) {
   const UpdateKind* kind = findUpdateKind(type);
-  if (kind == nullptr || kind->resultType != type) return "the unknown type " + quoted(type);
+  if (kind == nullptr || kind->resultType != type) return "the unknown type " + inQuotes(type);
   if (!isNumber(propertyOf(properties, "result.errorcode"), INT32_MIN))
-    return "\"result.errorcode\" is " + quoted(propertyOf(properties, "result.errorcode"));
+    return "\"result.errorcode\" is " + inQuotes(propertyOf(properties, "result.errorcode"));
   std::string fault = checkNoneTwice(properties);
   if (!fault.empty()) return fault;
   if (type == "policy") {
@@ -241,17 +242,18 @@ std::string checkHeaders(std::string_view word, const HeaderLines& headers) {
     const std::string& name = header.first;
     lengths += sameName(name, "Content-Length");
     if (sameName(name, "Transfer-Encoding") || sameName(name, "Expect"))
-      return "the header " + quoted(name) + " does not belong in a request";
+      return "the header " + inQuotes(name) + " does not belong in a request";
     const auto found = std::ranges::find_if(
         kHeaderOrder, [&](std::string_view known) { return sameName(known, name); });
     if (found == kHeaderOrder.end()) continue;
     const auto place = static_cast<size_t>(found - kHeaderOrder.begin());
-    if (place >= wanted) return "the header " + quoted(name) + " in a request without an identity";
+    if (place >= wanted)
+      return "the header " + inQuotes(name) + " in a request without an identity";
     if (place != next)
-      return "the header " + quoted(name) + (place < next ? " again or too late" : " too early");
+      return "the header " + inQuotes(name) + (place < next ? " again or too late" : " too early");
     ++next;
   }
-  if (next < wanted) return "the header " + quoted(kHeaderOrder[next]) + " is missing";
+  if (next < wanted) return "the header " + inQuotes(kHeaderOrder[next]) + " is missing";
   if (lengths != 1) return std::to_string(lengths) + " headers \"Content-Length\"";
   return {};
 }
