@@ -34,7 +34,8 @@ std::string trimmed(std::string_view value) {
   return std::string(value.substr(begin, value.find_last_not_of(" \t\r\n") + 1 - begin));
 }
 
-// libcurl speaks two dozen protocols, and guesses one for a URL that names none.
+// libcurl speaks two dozen protocols. For a URL that names none it would guess one; https is tried then, so that an
+// agent without a server waits for one as it does for a server that is away.
 const char* onlyProtocol(const std::string& url) {
   return contains(url.substr(0, 7), "http://") ? "http" : "https";
 }
@@ -204,6 +205,7 @@ bool CurlTransport::setOptions(const TransportRequest& request, Transfer& transf
   options.OPTION(CURLOPT_SSLVERSION, request.sslVersion)
       .OPTION(CURLOPT_URL, request.url.c_str())
       .OPTION(CURLOPT_PROTOCOLS_STR, onlyProtocol(request.url))
+      .OPTION(CURLOPT_DEFAULT_PROTOCOL, "https")
       .OPTION(CURLOPT_REDIR_PROTOCOLS_STR, onlyProtocol(request.url))
       .OPTION(CURLOPT_CAINFO, request.caFile.c_str())
       .OPTION(CURLOPT_SSL_VERIFYPEER, 1L)

@@ -6,8 +6,8 @@
 // through the progress callback and leaves the look-up behind.
 //
 // The progress callback is the only thing that ends a transfer early (code 42): for a stop, when the sink
-// refuses, or when memory ran out (then code 27). A URL that is neither https nor http is refused with code 1,
-// and so is one without a scheme. Peers are verified against the request's CA file, their
+// refuses, or when memory ran out (then code 27). A URL that is neither https nor http is refused with code 1;
+// one without a scheme is taken for https. Peers are verified against the request's CA file, their
 // names are not. What is seen on the way is in the result's trail.
 #pragma once
 

@@ -201,7 +201,7 @@ TEST_F(Tls, NothingButAnHttpAnswerOfAServerCounts) {
     for (const auto& [url, code] : {std::pair("file://" + folder, 1),
                                     {"FILE://localhost" + folder, 1},
                                     {"gopher://127.0.0.1:1/", 1},
-                                    {"127.0.0.1:1/", 1},
+                                    {"127.0.0.1:1/", 7},
                                     {"https://" + at, 302}}) {
       config().setServerList(list);
       config().setURL(STRING(url));
@@ -210,7 +210,7 @@ TEST_F(Tls, NothingButAnHttpAnswerOfAServerCounts) {
       EXPECT_EQ(handler.registerAgent(nullptr, 0), code) << url;
       EXPECT_EQ(handler.getGUID(guid), -1) << url;
       EXPECT_EQ(log("x"), code) << url;
-      if (code == 1) {
+      if (code < 100) {
         EXPECT_GE(logged("agent.http.url, \"\"" + url + "\"\","), 2) << url;
       }
     }
