@@ -16,6 +16,7 @@ constexpr DWORD kWaitHintMs = 10000;
 constexpr DWORD kAccepted =
     SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_PRESHUTDOWN;
 constexpr uint64_t kLogLimit = 1024 * 1024;
+constexpr DWORD kThreadEndMs = 1000;
 
 DWORD stateCode(ServiceState state) {
   switch (state) {
@@ -71,6 +72,7 @@ struct Service {
   Options options;
   HostEvents events{StopRequests::fromCaller};
   ReportedStatus status;
+  platform::KernelObject thread;
   int exitStatus = kExitFailed;
 };
 
@@ -117,7 +119,15 @@ int runAgentAsService() {
   }
 }
 
+void keepOwnThread(platform::KernelObject& kept) {
+  const HANDLE process = ::GetCurrentProcess();
+  HANDLE thread = nullptr;
+  if (::DuplicateHandle(process, ::GetCurrentThread(), process, &thread, SYNCHRONIZE, FALSE, 0))
+    kept = platform::KernelObject(thread);
+}
+
 void WINAPI serviceMain(DWORD, LPWSTR* arguments) {
+  keepOwnThread(service->thread);
   const SERVICE_STATUS_HANDLE handle =
       ::RegisterServiceCtrlHandlerExW(arguments[0], onControl, nullptr);
   if (!handle) return;
@@ -138,6 +148,9 @@ int runService(const Options& options) {
   const SERVICE_TABLE_ENTRYW table[] = {{name, serviceMain}, {nullptr, nullptr}};
   if (!::StartServiceCtrlDispatcherW(table))
     throw systemFailure("run as a service, which only the service manager starts");
+  // "Stopped" lets the dispatcher return; the end of the process would cut its thread off in the middle of what it
+  // does after that word, the heap's lists included.
+  ::WaitForSingleObject(running.thread.get(), kThreadEndMs);
   return running.exitStatus;
 }
 
