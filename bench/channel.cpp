@@ -178,8 +178,6 @@ int main(int argc, char** argv) {
   app.add_option("--run-dir", directory)->required();
   CLI11_PARSE(app, argc, argv);
   const auto native = korvane::platform::makeNativePlatform({"", directory});
-  korvane::platform::setCurrent(&native->platform());
+  const korvane::ProcessRunScope run(korvane::platform::makeRun(native->platform()));
   korvane::bench::measure(calls, large);
-  korvane::AgentConfig::freeInstance();
-  korvane::platform::setCurrent(nullptr);
 }

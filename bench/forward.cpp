@@ -52,7 +52,6 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
   settings.folding = !noFolding;
   korvane::bench::setUpAgent(settings);
-  korvane::HttpsHandler::startCommunication();
   korvane::bench::BenchProcessor processor(korvane::makeLogDestination([] { return true; }), keep);
   return forwardAll(processor);
 }

@@ -1,49 +1,40 @@
 // The composition root: puts the parts of the agent together for one start and takes them apart after it.
 //
-// Made by a start before anything else runs, on the platform that is current then. It resets every
-// process-wide flag, opens the agent's own log and keeps its settings in step with the store, and wires what
+// Made by a start before anything else runs, in the run that the calling thread has entered. It opens the
+// agent's own log and keeps its settings in step with the store, and wires what
 // the rooms declare and cannot know: the IDS component, the source of local addresses. Last it starts the local
 // channel's service, so that an agent can be asked before it is registered. Its destructor undoes that in
-// reverse order; no thread of the agent may run then but those that were left behind, for whose sake the
-// platform is never freed.
+// reverse order; no thread of the agent may run then but those that were left behind, which keep their run
+// and everything in it.
 //
 // Errors: what the constructor cannot have it throws, after event 10560 and after it has undone what it had
 // done. The destructor makes every step, whatever fails (event 10562).
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "agent/own_log.h"
-#include "config/hids_interface.h"
 
 namespace korvane {
 
 class Thread;
-
-// Makes the operating system that the host's options in the environment (KORVANE_REGISTRY, KORVANE_RUN_DIR)
-// describe the current one. No other thread of the agent may run.
-void adoptNativePlatform();
 
 // An agent that cannot be put together.
 inline constexpr int kEventNotStarted = 10560;
 
 class Composition {
  public:
-  // afterReset is called behind the reset of the flags, before anything that may have to wait.
-  explicit Composition(const std::function<void()>& afterReset);
+  Composition();
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
 
  private:
-  void assemble(const std::function<void()>& afterReset);
+  void assemble();
   void takeDown() noexcept;
   void endLocalService();
 
-  const int _abandonedBefore;
   std::unique_ptr<OwnLog> _log;
-  std::unique_ptr<HidsInterface> _ids;
   Thread* _localService = nullptr;
 };
 

@@ -1,108 +1,76 @@
 #include "agent/session.h"
 
 #include <exception>
-#include <memory>
-#include <mutex>
 #include <new>
+#include <utility>
 
 #include "agent/composition.h"
 #include "agent/korvane_agent.h"
 #include "agent/thread/agent_info.h"
+#include "agent/thread/exceptions.h"
 #include "agent/thread/stop_token.h"
-#include "agent/thread/thread.h"
 #include "agent/thread/thread_event.h"
 #include "eventlog/event_log.h"
-#include "util/thread_annotations.h"
 
 namespace korvane {
 namespace {
 
 constexpr uint32_t kStopperStepMs = 1000;
 
-// The language's own mutex: a start changes the platform under those that come to stop.
-class CAPABILITY("mutex") SessionMutex {
- public:
-  void lock() ACQUIRE() { _mutex.lock(); }
-  void unlock() RELEASE() { _mutex.unlock(); }
-
- private:
-  std::mutex _mutex;
-};
-
-class SCOPED_CAPABILITY SessionLock {
- public:
-  explicit SessionLock(SessionMutex& mutex) ACQUIRE(mutex) : _mutex(mutex) { _mutex.lock(); }
-  ~SessionLock() RELEASE() { _mutex.unlock(); }
-  SessionLock(const SessionLock&) = delete;
-  SessionLock& operator=(const SessionLock&) = delete;
-
- private:
-  SessionMutex& _mutex;
-};
+}  // namespace
 
 // One run of the agent, with the stops of it that are under way: it is taken down when they have left.
-struct Session {
+struct AgentPlace::Session {
+  explicit Session(std::shared_ptr<AgentRun> of) : run(std::move(of)) {}
+
+  const std::shared_ptr<AgentRun> run;
   KorvaneAgent agent;
   int stops = 0;
   ThreadEvent stopEnded{kStopperStepMs};  // a hint alone: the count is what is waited for
 };
 
-struct Holder {
-  SessionMutex lock;
-  bool starting GUARDED_BY(lock) = false;
-  bool composing GUARDED_BY(lock) = false;  // a start has its platform; a stop may end its waits
-  bool stopWhileComposing GUARDED_BY(lock) = false;
-  Session* session GUARDED_BY(lock) = nullptr;
-  std::unique_ptr<AgentInfo> info GUARDED_BY(lock);
-};
-
-// Never destroyed: a stop may come while the process ends.
-Holder& holder() {
-  static Holder& process = *new Holder;
-  return process;
-}
-
 // The one start at a time, for a scope.
-class Start {
+class AgentPlace::Start {
  public:
-  Start() {
-    SessionLock hold(holder().lock);
-    _mine = !holder().starting;
-    holder().starting = true;
+  explicit Start(AgentPlace& place) : _place(place) {
+    const ProcessLock hold(place._lock);
+    _mine = !std::exchange(place._starting, true);
   }
   ~Start() {
     if (!_mine) return;
-    SessionLock hold(holder().lock);
-    holder().starting = holder().composing = false;
+    const ProcessLock hold(_place._lock);
+    _place._starting = false;
+    _place._composing.reset();
   }
   Start(const Start&) = delete;
   Start& operator=(const Start&) = delete;
 
   explicit operator bool() const { return _mine; }
 
-  // The shutdown token is of this start: from now on a stop ends what the start waits for.
-  static void letStop() {
-    SessionLock hold(holder().lock);
-    holder().composing = true;
-    holder().stopWhileComposing = false;
+  // From now on a stop ends what the start waits for.
+  void letStop(const std::shared_ptr<AgentRun>& run) {
+    const ProcessLock hold(_place._lock);
+    _place._composing = run;
+    _place._stopWhileComposing = false;
   }
 
  private:
+  AgentPlace& _place;
   bool _mine = false;
 };
 
 // Shows a session to those that stop it, for a scope; its end waits until the last of them has left.
-class Published {
+class AgentPlace::Published {
  public:
-  explicit Published(Session& session) : _session(session) {
-    SessionLock hold(holder().lock);
-    holder().session = &session;
-    _stoppedBefore = holder().stopWhileComposing;
+  Published(AgentPlace& place, Session& session) : _place(place), _session(session) {
+    const ProcessLock hold(place._lock);
+    place._session = &session;
+    _stoppedBefore = place._stopWhileComposing;
   }
   ~Published() {
     {
-      SessionLock hold(holder().lock);
-      holder().session = nullptr;
+      const ProcessLock hold(_place._lock);
+      _place._session = nullptr;
     }
     while (stopsUnderWay()) awaitOne();
   }
@@ -114,7 +82,7 @@ class Published {
 
  private:
   bool stopsUnderWay() {
-    SessionLock hold(holder().lock);
+    const ProcessLock hold(_place._lock);
     return _session.stops > 0;
   }
   void awaitOne() noexcept {
@@ -124,17 +92,18 @@ class Published {
     }
   }
 
+  AgentPlace& _place;
   Session& _session;
   bool _stoppedBefore = false;
 };
 
 // One stop of the session that is published, for a scope.
-class Stop {
+class AgentPlace::Stop {
  public:
-  Stop() {
-    SessionLock hold(holder().lock);
-    _session = holder().session;
-    if (!_session && holder().composing) stopComposing();
+  explicit Stop(AgentPlace& place) : _place(place) {
+    const ProcessLock hold(place._lock);
+    _session = place._session;
+    if (!_session && place._composing) stopComposing(place);
     if (!_session || _session->stops++ > 0) return;
     try {
       _session->stopEnded.reset();
@@ -143,7 +112,7 @@ class Stop {
   }
   ~Stop() {
     if (!_session) return;
-    SessionLock hold(holder().lock);
+    const ProcessLock hold(_place._lock);
     if (--_session->stops > 0) return;
     try {
       _session->stopEnded.post();
@@ -157,31 +126,41 @@ class Stop {
 
  private:
   // Ends the waits of a start, of the first load for the lock file above all.
-  static void stopComposing() REQUIRES(holder().lock) {
-    holder().stopWhileComposing = true;
+  static void stopComposing(AgentPlace& place) REQUIRES(place._lock) {
+    place._stopWhileComposing = true;
+    const AgentRunScope inRun(place._composing);
     try {
       shutdownToken().request();
     } catch (const ThreadException&) {
     }
   }
 
+  AgentPlace& _place;
   Session* _session = nullptr;
 };
 
-// An AgentInfo that a thread left behind may still post to is never freed.
-AgentInfo* renewInfo() {
-  SessionLock hold(holder().lock);
-  std::unique_ptr<AgentInfo>& info = holder().info;
-  if (Thread::abandoned() > 0) static_cast<void>(info.release());
-  info.reset(new (std::nothrow) AgentInfo);
-  return info.get();
+AgentPlace::AgentPlace() = default;
+AgentPlace::~AgentPlace() = default;
+
+// The run keeps it too: a thread that is left behind may still post to it.
+AgentInfo* AgentPlace::renewInfo(AgentRun& run) {
+  std::shared_ptr<AgentInfo> made;
+  try {
+    made = std::make_shared<AgentInfo>();
+    run.keep(made);
+  } catch (const std::bad_alloc&) {
+    made.reset();
+  }
+  const ProcessLock hold(_lock);
+  _info = std::move(made);
+  return _info.get();
 }
 
-AgentInfo* runAgent() {
+AgentInfo* AgentPlace::runIn(const std::shared_ptr<AgentRun>& run) {
   try {
-    Session session;
-    AgentInfo* info = renewInfo();
-    const Published published(session);
+    Session session(run);
+    AgentInfo* info = renewInfo(*run);
+    const Published published(*this, session);
     if (!published.stoppedBefore()) session.agent.run(info);
     return info;
   } catch (const std::exception& error) {
@@ -190,24 +169,26 @@ AgentInfo* runAgent() {
   }
 }
 
-}  // namespace
-
-AgentInfo* runSession(void (*adoptPlatform)()) {
-  const Start start;
+AgentInfo* AgentPlace::run(const std::function<std::shared_ptr<AgentRun>()>& makeRun) {
+  Start start(*this);
   if (!start) return nullptr;
   try {
-    adoptPlatform();
-    const Composition composition(&Start::letStop);
-    return runAgent();
+    const std::shared_ptr<AgentRun> run = makeRun();
+    const AgentRunScope inRun(run);
+    start.letStop(run);
+    const Composition composition;
+    return runIn(run);
   } catch (...) {
     // The composition has told what it was; the host sees that there is no agent.
     return nullptr;
   }
 }
 
-void endSession() {
-  const Stop stop;
-  if (stop.session()) stop.session()->agent.shutdown();
+void AgentPlace::end() {
+  const Stop stop(*this);
+  if (!stop.session()) return;
+  const AgentRunScope inRun(stop.session()->run);
+  stop.session()->agent.shutdown();
 }
 
 }  // namespace korvane

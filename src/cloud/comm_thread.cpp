@@ -1,7 +1,6 @@
 #include "cloud/comm_thread.h"
 
 #include "cloud/cloud_methods.h"
-#include "cloud/connector_presence.h"
 #include "platform/platform.h"
 #include "rpc/pipe_names.h"
 #include "rpc/rpc_named_pipe.h"
@@ -12,7 +11,6 @@ namespace korvane {
 CommThread::CommThread(AgentInfo*) {}
 
 void CommThread::run() {
-  ConnectorPresence::reset();
   PolicyProcessor::reportOutstanding();
   platform::Platform& system = platform::current();
   RPCNamedPipe transport(system.pipes, system.clock, kCloudPipe, RPCNamedPipe::Role::server);

@@ -4,26 +4,30 @@
 #include <cstdint>
 
 #include "platform/platform.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
 
 constexpr int64_t kNever = -1;
-std::atomic<int64_t> lastAskedMs{kNever};
+
+struct Asked {
+  std::atomic<int64_t> lastMs{kNever};
+};
+
+std::atomic<int64_t>& lastAskedMs() {
+  return AgentRun::current().part<Asked>(RunPart::connectorPresence).lastMs;
+}
 
 }  // namespace
 
 void ConnectorPresence::noteAsked() {
-  lastAskedMs = platform::current().clock.monotonicMs();
+  lastAskedMs() = platform::current().clock.monotonicMs();
 }
 
 bool ConnectorPresence::askedLately() {
-  const int64_t last = lastAskedMs;
+  const int64_t last = lastAskedMs();
   return last != kNever && platform::current().clock.monotonicMs() - last <= kLatelyMs;
-}
-
-void ConnectorPresence::reset() {
-  lastAskedMs = kNever;
 }
 
 }  // namespace korvane

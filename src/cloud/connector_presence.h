@@ -10,8 +10,6 @@ class ConnectorPresence {
 
   static void noteAsked();
   static bool askedLately();
-  // Nobody has asked yet; for the next start.
-  static void reset();
 };
 
 }  // namespace korvane

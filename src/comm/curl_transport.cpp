@@ -147,10 +147,12 @@ struct CurlTransport::Transfer {
 
 CurlTransport::~CurlTransport() {
   close();
+  if (_libraryReady) curl_global_cleanup();
 }
 
 bool CurlTransport::open() {
-  if (!_easy) _easy = curl_easy_init();
+  if (!_libraryReady) _libraryReady = curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK;
+  if (!_easy && _libraryReady) _easy = curl_easy_init();
   return _easy != nullptr;
 }
 
@@ -159,10 +161,6 @@ void CurlTransport::close() {
   curl_easy_setopt(_easy, CURLOPT_VERBOSE, 0L);
   curl_easy_cleanup(_easy);
   _easy = nullptr;
-}
-
-void CurlTransport::globalCleanup() {
-  curl_global_cleanup();
 }
 
 int CurlTransport::perform(const TransportRequest& request, TransportSink& sink,

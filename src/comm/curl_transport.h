@@ -33,9 +33,6 @@ class CurlTransport : public Transport {
   int perform(const TransportRequest& request, TransportSink& sink,
               TransportResult& result) override;
 
-  // Ends libcurl for the process, after the last transport was closed.
-  static void globalCleanup();
-
  private:
   struct Transfer;
 
@@ -55,7 +52,8 @@ class CurlTransport : public Transport {
   static int socketOpened(void* self, curl_socket_t socket, curlsocktype purpose);
   static int closeSocket(void* self, curl_socket_t socket);
 
-  TlsObserver _observer;  // watches until the handle's connections are closed
+  TlsObserver _observer;       // watches until the handle's connections are closed
+  bool _libraryReady = false;  // libcurl counts who uses it and ends with the last
   CURL* _easy = nullptr;
   int64_t _begunMs = 0;  // the transfer, on the monotonic clock
   // libcurl keeps a pointer to it for as long as the handle lives.

@@ -2,6 +2,7 @@
 
 #include "agent/thread/locks.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
@@ -11,10 +12,8 @@ struct Record {
   ExchangeOutcome last GUARDED_BY(lock);
 };
 
-// Never destroyed: a thread that outlived the agent may still be in an exchange.
 Record& record() {
-  static Record& one = *new Record;
-  return one;
+  return AgentRun::current().part<Record>(RunPart::exchangeOutcome);
 }
 
 }  // namespace
@@ -47,11 +46,6 @@ void noteExchangeFailed(const ExchangeFailure& failure, bool answered) {
   if (answered) last.lastOkMs = now;
   last.lastFailure = failure;
   last.lastFailure.wallMs = now;
-}
-
-void resetExchangeOutcome() {
-  Synchronized hold(record().lock);
-  record().last = ExchangeOutcome();
 }
 
 }  // namespace korvane

@@ -1,9 +1,8 @@
-// How the process's last exchange with the management server ended, for whoever shows the agent's state.
+// How this run's last exchange with the management server ended, for whoever shows the agent's state.
 //
 // HttpsHandler notes every exchange whose result it checks; a connection test and the look at the primary
-// server before a fail-back are none. One record serves the process; resetExchangeOutcome() empties it at
-// the start of an agent. Any thread may call anything at any time; what is read is one moment's whole
-// record.
+// server before a fail-back are none. Any thread may call anything at any time; what is read is one moment's
+// whole record.
 //
 //   const ExchangeOutcome last = lastExchange();
 //   if (last.wallMs != 0 && !last.ok) show(last.code, last.text);
@@ -38,6 +37,5 @@ ExchangeOutcome lastExchange();
 void noteExchangeAnswered(const std::string& server);
 // `answered`: the server did answer in its protocol, with this error code.
 void noteExchangeFailed(const ExchangeFailure& failure, bool answered);
-void resetExchangeOutcome();
 
 }  // namespace korvane

@@ -3,7 +3,7 @@
 // A handler is made for one exchange, or a few in a row, with one server, and used by one thread.
 // It keeps the answer of its last exchange for the readers. What all handlers share (the one
 // keep-alive connection, the lock that lets one transfer at a time on the wire, the last error, the
-// server's address, the fail-back clock) is process-wide and has its own locks, so any number of
+// server's address, the fail-back clock) is one of the run and has its own locks, so any number of
 // threads may have handlers.
 //
 // Returns, unless stated otherwise: 0 success; -1 nothing was sent, or libcurl refused an option; a
@@ -150,15 +150,13 @@ class KORVANE_EXPORT HttpsHandler {
   STRING getCurlError(int code) const;
   static STRING getHTTPError(int status);
 
-  // Process-wide
+  // Of the run
 
   // The result of the last transfer that went through the status check; -1 and HTTP errors leave
   // it.
   static int getLastError();
-  // Everything back to the start of an agent: no error, TLS 1.2, no known address, the fail-back
-  // clock at now. startAgent calls it, no exchange may be in progress.
-  static void startCommunication();
-  // Ends libcurl for the process. No exchange may be in progress; a later handler starts it again.
+  // Ends the connections and this run's use of libcurl. No exchange may be in progress; a later handler
+  // starts both again.
   static void curlCleanup();
   // The identifier of a request for application data that a server has offered in its answer to a report since the
   // last call; false without one. The newest one counts.
@@ -176,7 +174,7 @@ class KORVANE_EXPORT HttpsHandler {
   struct Shared;
   struct Unannounced {};
 
-  // For the fail-back check: leaves the process-wide address of the server alone.
+  // For the fail-back check: leaves the run's address of the server alone.
   HttpsHandler(const STRING& server, Unannounced);
 
   static Shared& shared();

@@ -6,6 +6,7 @@
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -112,21 +113,7 @@ STRING HttpsHandler::Shared::serverIP() {
 }
 
 HttpsHandler::Shared& HttpsHandler::shared() {
-  // Never destroyed: a thread that outlived the agent may still be in an exchange.
-  static Shared& state = *new Shared;
-  return state;
-}
-
-void HttpsHandler::startCommunication() {
-  Shared& state = shared();
-  Synchronized hold(state._commLock);
-  state._ipList.clear();
-  state.setServerIP({}, {});
-  STRING unused;
-  ignoreResult(takeApplicationRequest(unused));  // of an earlier start
-  state._lastError = 0;
-  state._lastFailbackCheck = failbackClock();
-  state.CURRENT_CURLOPT_SSLVERSION = Shared::kTls12;
+  return AgentRun::current().part<Shared>(RunPart::connection);
 }
 
 void HttpsHandler::curlCleanup() {
@@ -136,7 +123,6 @@ void HttpsHandler::curlCleanup() {
   if (!state.curlInUse) return;
   state._cHandle.reset();
   state.curlInUse = false;
-  CurlTransport::globalCleanup();
 }
 
 void HttpsHandler::setTransport(std::unique_ptr<Transport> transport) {

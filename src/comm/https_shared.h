@@ -1,4 +1,4 @@
-// What all handlers of the process share. One object, never destroyed; HttpsHandler alone uses it.
+// What all handlers of a run share. HttpsHandler alone uses it.
 //
 // Locks: _commLock is held for the whole of a send, so at most one exchange is on the wire. addressLock
 // guards the address for those who only want to name it in a log line, requestLock the request for application

@@ -11,6 +11,7 @@
 #include "agent/thread/locks.h"
 #include "agent/thread/stop_token.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
@@ -46,10 +47,8 @@ struct Register {
   std::map<std::string, std::shared_ptr<Lookup>> running GUARDED_BY(lock);
 };
 
-// Never destroyed: a helper that was left behind may still enter itself out while the process ends.
 Register& lookups() {
-  static Register& all = *new Register;
-  return all;
+  return AgentRun::current().part<Register>(RunPart::nameLookups);
 }
 
 bool isDotted(std::string_view text) {
@@ -84,7 +83,10 @@ std::shared_ptr<Lookup> begin(const std::string& host) {
   running = made;
   platform::Sockets& sockets = platform::current().sockets;
   const auto helper = platform::current().threading.createThread(
-      0, [&sockets, host, made] { resolve(sockets, host, *made); });
+      0, [&sockets, host, made, run = AgentRun::current().shared_from_this()] {
+        const AgentRunScope inRun(run);
+        resolve(sockets, host, *made);
+      });
   if (helper) return made;
   lookups().running.erase(host);
   return nullptr;

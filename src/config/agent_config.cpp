@@ -1,6 +1,7 @@
 #include "config/agent_config.h"
 
 #include <atomic>
+#include <memory>
 #include <utility>
 
 #include "config/agent_config_state.h"
@@ -8,22 +9,29 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
-Win32Mutex instanceLock;
-AgentConfig* instance GUARDED_BY(instanceLock) = nullptr;
-
-std::atomic<bool> shuttingDownFlag{false};
-std::atomic<bool> startedFlag{false};
-std::atomic<HidsInterface*> hidsInterface{nullptr};
-
 // How many groups the calling thread is in.
 thread_local int groupDepth = 0;
 
 }  // namespace
+
+// What the static operations share in one run.
+struct AgentConfig::Shared {
+  Win32Mutex lock;
+  std::unique_ptr<AgentConfig> instance GUARDED_BY(lock);
+  std::atomic<bool> shuttingDown{false};
+  std::atomic<bool> started{false};
+  std::atomic<HidsInterface*> hidsInterface{nullptr};
+};
+
+AgentConfig::Shared& AgentConfig::shared() {
+  return AgentRun::current().part<Shared>(RunPart::settings);
+}
 
 AgentConfig::ChangeGroup::ChangeGroup(AgentConfig& config) : _config(config) {
   ++groupDepth;
@@ -37,11 +45,13 @@ AgentConfig::AgentConfig() : _state(new AgentConfigState(*this, installDirectory
 AgentConfig::~AgentConfig() = default;
 
 AgentConfig* AgentConfig::getInstance() {
+  Shared& of = shared();
   AgentConfig* config = nullptr;
   {
-    const Synchronized hold(instanceLock);
-    if (instance) return instance;
-    config = instance = new AgentConfig();
+    const Synchronized hold(of.lock);
+    if (of.instance) return of.instance.get();
+    of.instance.reset(new AgentConfig());
+    config = of.instance.get();
   }
   // Not under the lock, since another process may hold the lock file for seconds.
   const ChangeGroup group(*config);
@@ -58,12 +68,10 @@ AgentConfig* AgentConfig::getInstance() {
 }
 
 void AgentConfig::freeInstance() {
-  AgentConfig* config = nullptr;
-  {
-    const Synchronized hold(instanceLock);
-    config = std::exchange(instance, nullptr);
-  }
-  delete config;
+  Shared& of = shared();
+  std::unique_ptr<AgentConfig> config;
+  const Synchronized hold(of.lock);
+  config.swap(of.instance);
 }
 
 bool AgentConfig::readConfigFile() {
@@ -141,24 +149,24 @@ void AgentConfig::registerSubscriber(int id, std::function<void(void*)> callback
 }
 
 void AgentConfig::setAgentShuttingdown(bool shuttingDown) {
-  shuttingDownFlag = shuttingDown;
+  shared().shuttingDown = shuttingDown;
 }
 bool AgentConfig::isAgentShuttingDown() {
-  return shuttingDownFlag;
+  return shared().shuttingDown;
 }
 
 void AgentConfig::setAgentStarted(bool started) {
-  startedFlag = started;
+  shared().started = started;
 }
 bool AgentConfig::isAgentStarted() {
-  return startedFlag;
+  return shared().started;
 }
 
 HidsInterface* AgentConfig::getHIDSInterface() {
-  return hidsInterface;
+  return shared().hidsInterface;
 }
 void AgentConfig::setHIDSInterface(HidsInterface* component) {
-  hidsInterface = component;
+  shared().hidsInterface = component;
 }
 
 }  // namespace korvane

@@ -400,6 +400,10 @@ class KORVANE_EXPORT AgentConfig {
   static bool isAgentStarted();
 
  private:
+  struct Shared;
+  friend struct std::default_delete<AgentConfig>;
+
+  static Shared& shared();
   AgentConfig();
   ~AgentConfig();
   std::unique_ptr<AgentConfigState> _state;

@@ -18,7 +18,7 @@
 #include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
-#include "util/thread_annotations.h"
+#include "util/process_mutex.h"
 
 namespace korvane {
 namespace {
@@ -30,7 +30,8 @@ constexpr uint64_t kMaxSettingsBytes = 64 * 1024;
 
 using Settings = std::map<std::string, std::string>;
 
-Win32Mutex moduleLock;
+// The cryptographic library, and so its module, is the process's.
+ProcessMutex moduleLock;
 
 // What the module is given when it asks its host. They outlive the module, which keeps pointers to them.
 struct Module {
@@ -121,7 +122,7 @@ bool load(std::string& error) {
 }  // namespace
 
 bool loadFipsModule(std::string& error) {
-  const Synchronized hold(moduleLock);
+  const ProcessLock hold(moduleLock);
   if (module().provider || load(error)) return true;
   module().library.reset();
   if (ERR_peek_last_error() == 0) {

@@ -4,13 +4,20 @@
 #include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 #include "util/thread_annotations.h"
 
 namespace korvane {
 namespace {
 
-Win32Mutex rootLock;
-std::string root GUARDED_BY(rootLock);
+struct KeptRoot {
+  Win32Mutex lock;
+  std::string path GUARDED_BY(lock);
+};
+
+KeptRoot& kept() {
+  return AgentRun::current().part<KeptRoot>(RunPart::installRoot);
+}
 
 std::string findRoot() {
   platform::Platform& system = platform::current();
@@ -31,9 +38,10 @@ std::string below(const std::string& name) {
 }  // namespace
 
 std::string installRoot() {
-  const Synchronized hold(rootLock);
-  if (root.empty()) root = findRoot();
-  return root;
+  KeptRoot& root = kept();
+  const Synchronized hold(root.lock);
+  if (root.path.empty()) root.path = findRoot();
+  return root.path;
 }
 
 std::string installDirectory() {
@@ -44,8 +52,9 @@ std::string idsDirectory() {
 }
 
 void setInstallRoot(const std::string& newRoot) {
-  const Synchronized hold(rootLock);
-  root = newRoot;
+  KeptRoot& root = kept();
+  const Synchronized hold(root.lock);
+  root.path = newRoot;
 }
 
 std::string resolveIdsLogName(const std::string& name) {

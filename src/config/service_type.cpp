@@ -5,26 +5,29 @@
 #include "config/install_root.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
 
-std::atomic<int> keptType{0};
+struct KeptType {
+  std::atomic<int> number{0};
+};
+
+std::atomic<int>& keptType() {
+  return AgentRun::current().part<KeptType>(RunPart::serviceType).number;
+}
 
 }  // namespace
 
 void setServiceType(int type) {
   if (type < 1 || type > 3) return;
   int none = 0;
-  keptType.compare_exchange_strong(none, type);
+  keptType().compare_exchange_strong(none, type);
 }
 
 int serviceType() {
-  return keptType.load();
-}
-
-void resetServiceType() {
-  keptType.store(0);
+  return keptType().load();
 }
 
 int readServiceType() {

@@ -1,4 +1,4 @@
-// The service type of the process: who manages this agent. It is read once at start from the
+// The service type of this run: who manages this agent. It is read once at start from the
 // registry value "AgentType" and never changes while the agent runs. Any thread may ask at any
 // time.
 #pragma once
@@ -8,8 +8,6 @@ namespace korvane {
 // Keeps 1, 2 or 3; any other number counts as 0. The first number kept is never replaced.
 void setServiceType(int type);
 int serviceType();
-// Forgets the type: startAgent calls it, so that a second start in one process reads it again.
-void resetServiceType();
 // Reads "AgentType" (a string or a dword) from the registry and keeps it; a missing value leaves 0.
 int readServiceType();
 

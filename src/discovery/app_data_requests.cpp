@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "agent/thread/exceptions.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 
@@ -40,8 +41,7 @@ bool AppDataRequests::await(StopToken& stop, STRING& outputFile) {
 }
 
 AppDataRequests& appDataRequests() {
-  static AppDataRequests& requests = *new AppDataRequests;
-  return requests;
+  return AgentRun::current().part<AppDataRequests>(RunPart::applicationData);
 }
 
 }  // namespace korvane

@@ -8,6 +8,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -55,10 +56,9 @@ STRING registryFailure(const char* text, const STRING& key, const STRING& name) 
 
 }  // namespace
 
-Win32Mutex DriverConfig::_servicesLock;
-Win32Mutex DriverConfig::_builtInLock;
-Win32Mutex DriverConfig::_errorLock;
-STRING DriverConfig::_strErrorMessage;
+DriverConfig::Shared& DriverConfig::shared() {
+  return AgentRun::current().part<Shared>(RunPart::driver);
+}
 
 int DriverConfig::StartDriver() {
   return setServiceStarts(kStartSystem, kStartAutomatic, kStartSystem);
@@ -69,7 +69,7 @@ int DriverConfig::StopDriver() {
 }
 
 int DriverConfig::setServiceStarts(uint32_t driver, uint32_t networkFilter, uint32_t tcpFilter) {
-  Synchronized hold(_servicesLock);
+  Synchronized hold(shared().servicesLock);
   const int result = setServiceStart(kDriverService, driver, false);
   if (result != 0) return result;
   return platform::current().systemInfo.hasNetworkFilter()
@@ -188,14 +188,16 @@ int DriverConfig::snapshot(uint32_t code, void* buffer, int bytes) {
 }
 
 STRING DriverConfig::getErrorMessage() {
-  Synchronized hold(_errorLock);
-  return _strErrorMessage;
+  Shared& last = shared();
+  Synchronized hold(last.errorLock);
+  return last.errorMessage;
 }
 
 void DriverConfig::fail(const STRING& text, STRING& message) {
   message = text;
-  Synchronized hold(_errorLock);
-  _strErrorMessage = text;
+  Shared& last = shared();
+  Synchronized hold(last.errorLock);
+  last.errorMessage = text;
 }
 
 }  // namespace korvane

@@ -8,7 +8,7 @@
 // Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult. Nothing is
 // tried again here. An operation whose text somebody reports gives it with its result, in `message`:
 // the failure's own, whatever others ask of the driver meanwhile; a success leaves `message` as it is.
-// getErrorMessage() gives the text of the last failure in the process, from whatever thread.
+// getErrorMessage() gives the text of the last failure in this run, from whatever thread.
 //
 //   STRING message;
 //   if (const int result = DriverConfig::newPolicy(minusFile, message)) report(result, message);
@@ -100,7 +100,7 @@ class KORVANE_EXPORT DriverConfig {
  private:
   struct AppliedPolicy;
 
-  // Makes `text` the failure's own and the last one of the process.
+  // Makes `text` the failure's own and the last one of the run.
   static void fail(const STRING& text, STRING& message);
   [[nodiscard]] static int writeParameter(RegKey key, const STRING& value, STRING& message);
   [[nodiscard]] static int setServiceStart(const STRING& service, uint32_t value,
@@ -120,10 +120,13 @@ class KORVANE_EXPORT DriverConfig {
   [[nodiscard]] static int recordLoaded(PolicyChange& change);
   [[nodiscard]] static int giveUp(int result, PolicyChange& change);
 
-  static Win32Mutex _servicesLock;
-  static Win32Mutex _builtInLock;
-  static Win32Mutex _errorLock;
-  static STRING _strErrorMessage GUARDED_BY(_errorLock);
+  struct Shared {
+    Win32Mutex servicesLock;
+    Win32Mutex builtInLock;
+    Win32Mutex errorLock;
+    STRING errorMessage GUARDED_BY(errorLock);
+  };
+  static Shared& shared();
 };
 
 }  // namespace korvane

@@ -48,7 +48,7 @@ int DriverConfig::useBuiltIn() {
 
 int DriverConfig::useBuiltIn(STRING& message) {
   constexpr char tag[] = "DriverConfig::useBuiltIn()";
-  Synchronized hold(_builtInLock);
+  Synchronized hold(shared().builtInLock);
   eventlog::trace(tag, "Setting builtin policy.");
   const int32_t asked =
       NotifyDriver(static_cast<int32_t>(KAVIPS_USE_BUILTIN), nullptr, 0, kUseBuiltInTimeoutMs);
@@ -60,7 +60,7 @@ int DriverConfig::useBuiltIn(STRING& message) {
 
 bool DriverConfig::usingBuiltIn() {
   constexpr char tag[] = "DriverConfig::usingBuiltIn()";
-  Synchronized hold(_builtInLock);
+  Synchronized hold(shared().builtInLock);
   eventlog::trace(tag, "Querying policy.");
   AppliedPolicy policy;
   if (readAppliedPolicy(policy) != NotifyResult::completed) {
@@ -104,7 +104,7 @@ bool DriverConfig::builtInInForce() {
   ignoreResult(
       platform::current().registry.readString(kDriverParametersKey, kUseBuiltinValue, flag));
   if (!flag.empty() && flag != STRING(kFlagOff)) return true;
-  Synchronized hold(_builtInLock);
+  Synchronized hold(shared().builtInLock);
   AppliedPolicy policy;
   return readAppliedPolicy(policy) == NotifyResult::completed && policy.builtIn != 0;
 }

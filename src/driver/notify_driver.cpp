@@ -10,6 +10,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
@@ -28,7 +29,10 @@ constexpr int kEventTimedOut = 10118;
 constexpr int kEventRequestFailed = 10119;
 constexpr int kEventOpensAgain = 10400;
 
-std::atomic<bool> openFailing{false};
+// Whether the device could not be opened the last time.
+struct Opening {
+  std::atomic<bool> failing{false};
+};
 
 bool hasInput(uint32_t code) {
   return code == KAVIPS_LOAD_POLICY;
@@ -40,13 +44,14 @@ bool hasOutput(uint32_t code) {
 }
 
 std::unique_ptr<platform::Device> openDriver() {
+  std::atomic<bool>& failing = AgentRun::current().part<Opening>(RunPart::driverDevice).failing;
   std::unique_ptr<platform::Device> device;
   const uint32_t error = platform::current().devices.open(kDeviceName, device);
   if (error != platform::kOk) {
-    if (!openFailing.exchange(true)) eventlog::event(kEventOpenFailed, kOpenTag, {error});
+    if (!failing.exchange(true)) eventlog::event(kEventOpenFailed, kOpenTag, {error});
     return nullptr;
   }
-  if (openFailing.exchange(false)) eventlog::event(kEventOpensAgain, kOpenTag);
+  if (failing.exchange(false)) eventlog::event(kEventOpensAgain, kOpenTag);
   return device;
 }
 
@@ -124,10 +129,6 @@ int32_t NotifyDriver(int32_t code, void* buffer, uint32_t size, uint32_t timeout
     return NotifyResult::noEvent;
   }
   return send(*request, reply, timeoutMs);
-}
-
-void beginDriverEvents() {
-  openFailing = false;
 }
 
 }  // namespace korvane

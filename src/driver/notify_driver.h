@@ -34,7 +34,4 @@ struct NotifyResult {
 // `size` bytes of the buffer, loading a policy sends them, and any other code ignores the buffer.
 KORVANE_EXPORT int32_t NotifyDriver(int32_t code, void* buffer, uint32_t size, uint32_t timeoutMs);
 
-// A run of the agent begins: a device that cannot be opened is told anew, whatever the run before it saw.
-void beginDriverEvents();
-
 }  // namespace korvane

@@ -11,11 +11,12 @@
 #include "eventlog/event_log_file.h"
 #include "eventlog/held_records.h"
 #include "eventlog/log_file.h"
-#include "eventlog/log_mutex.h"
 #include "eventlog/recent_errors.h"
 #include "eventlog/record.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
+#include "util/process_mutex.h"
 #include "util/utf8.h"
 
 namespace korvane::eventlog {
@@ -29,13 +30,16 @@ constexpr size_t kRecentTextBytes = 512;
 // What a record is lost of that came when no more could be held: the error of a full memory.
 constexpr int kNoRoom = ENOMEM;
 
-std::atomic<uint64_t> lostRecords{0};
-
-// The one log of the process. Never destroyed: a thread left behind may write while the process ends.
+// The log of one run.
 class Log {
  public:
+  Log() = default;
+  ~Log() { traceFrom(false); }
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+
   void open(const Settings& settings, platform::Files& files, platform::Clock& clock) {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     if (_holders++ > 0) return;
     _files = &files;
     _clock = &clock;
@@ -51,15 +55,15 @@ class Log {
   }
 
   void hold(platform::Clock& clock) {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     if (_file || _holding) return;
     _holding = true;
     _clock = &clock;
-    detail::tracing = true;
+    traceFrom(true);
   }
 
   void reconfigure(const Settings& settings) {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     if (!_file) return;
     _file->configure(settings);
     apply(settings);
@@ -68,21 +72,23 @@ class Log {
   }
 
   void close() {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     if (_holders > 1) {
       --_holders;
       return;
     }
     _holders = 0;
-    detail::tracing = false;
+    traceFrom(false);
     _file.reset();
     _catalogue.clear();
     _holding = false;
     _held.take();
   }
 
+  bool traces() const { return _tracing; }
+
   void trace(std::string_view tag, std::string_view text) {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     if (_file)
       writeTrace(tag, text, now());
     else if (_holding)
@@ -90,7 +96,7 @@ class Log {
   }
 
   void event(int id, std::string_view source, std::span<const std::string> insertions) {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     if (_file)
       writeEvent(id, source, insertions, now());
     else if (_holding)
@@ -98,17 +104,20 @@ class Log {
   }
 
   std::string currentFile() {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     return _path;
   }
 
   std::vector<RecentError> recentErrors() {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     return {_recent.rbegin(), _recent.rend()};
   }
 
+  void countLost() { ++_lost; }
+  uint64_t lost() const { return _lost; }
+
   uint64_t rolledCount() {
-    LogLock hold(_lock);
+    ProcessLock hold(_lock);
     return _file ? _file->rolled() : 0;
   }
 
@@ -129,18 +138,22 @@ class Log {
     for (const HeldRecord& held : _held.take()) {
       if (held.id != kTrace)
         writeEvent(held.id, held.source, held.insertions, held.origin);
-      else if (tracing())
+      else if (_tracing)
         writeTrace(held.source, held.text, held.origin);
     }
   }
 
   void lose(int error) REQUIRES(_lock) {
-    ++lostRecords;
+    ++_lost;
     ++_unreported;
     _lastError = error;
   }
 
-  void apply(const Settings& settings) REQUIRES(_lock) { detail::tracing = settings.tracing; }
+  void apply(const Settings& settings) REQUIRES(_lock) { traceFrom(settings.tracing); }
+
+  void traceFrom(bool on) {
+    if (_tracing.exchange(on) != on) detail::tracing += on ? 1 : -1;
+  }
 
   void notePath() REQUIRES(_lock) {
     if (!_file->path().empty()) _path = _file->path();
@@ -224,7 +237,9 @@ class Log {
     writeEvent(kEventRecordsLost, kSource, insertions, now());
   }
 
-  LogMutex _lock;
+  std::atomic<bool> _tracing{false};
+  std::atomic<uint64_t> _lost{0};
+  ProcessMutex _lock;
   int _holders GUARDED_BY(_lock) = 0;
   platform::Files* _files GUARDED_BY(_lock) = nullptr;
   platform::Clock* _clock GUARDED_BY(_lock) = nullptr;
@@ -242,8 +257,7 @@ class Log {
 };
 
 Log& log() {
-  static Log& log = *new Log;
-  return log;
+  return AgentRun::current().part<Log>(RunPart::ownLog);
 }
 
 // What cannot even be formatted, for want of memory, is a lost record.
@@ -252,7 +266,7 @@ void guarded(F write) noexcept {
   try {
     write();
   } catch (...) {
-    ++lostRecords;
+    log().countLost();
   }
 }
 
@@ -260,7 +274,10 @@ void guarded(F write) noexcept {
 
 void detail::writeTrace(std::string_view tag, const char* format,
                         std::initializer_list<Arg> arguments) {
-  guarded([&] { log().trace(tag, formatPrintf(format, arguments)); });
+  guarded([&] {
+    // Another run's log may be the one that traces.
+    if (log().traces()) log().trace(tag, formatPrintf(format, arguments));
+  });
 }
 
 void event(int id, std::string_view source, std::initializer_list<Arg> insertions) {
@@ -296,7 +313,7 @@ void EventLog::close() {
 }
 
 uint64_t EventLog::lost() {
-  return lostRecords;
+  return log().lost();
 }
 
 uint64_t EventLog::rolledCount() {

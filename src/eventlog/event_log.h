@@ -1,7 +1,7 @@
 // The agent's own log: numbered events and trace lines, written as comma-separated records that
 // FixedFormatLog reads back. docs/file-formats.md has the fields, docs/event-catalogue.md the events.
 //
-// One log serves the process; eventlog/event_log_file.h opens it. Until then, and after it was closed,
+// One log serves a run of the agent; eventlog/event_log_file.h opens it. Until then, and after it was closed,
 // every call is accepted and does nothing, unless records are held for the log that is to be opened. Any thread may call anything at any time; a line is written
 // whole, with one write.
 // Nothing here throws: a line that cannot be written is counted (EventLog::lost()).
@@ -57,12 +57,13 @@ class Arg {
 };
 
 namespace detail {
-inline std::atomic<bool> tracing{false};
+// How many logs of the process trace.
+inline std::atomic<int> tracing{0};
 void writeTrace(std::string_view tag, const char* format, std::initializer_list<Arg> arguments);
 }  // namespace detail
 
 inline bool tracing() {
-  return detail::tracing.load(std::memory_order_relaxed);
+  return detail::tracing.load(std::memory_order_relaxed) > 0;
 }
 
 // Writes a trace line ("TRAC") under a source tag. `format` is printf-style; %d, %ld, %lld, %lu, %u, %x,

@@ -4,6 +4,7 @@
 
 #include "agent/thread/locks.h"
 #include "platform/platform.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
@@ -16,10 +17,8 @@ struct Counters {
   ForwardingCounts::LastError lastError GUARDED_BY(lock);
 };
 
-// Never destroyed: a thread that was left behind may count while the process ends.
 Counters& counters() {
-  static Counters& made = *new Counters;
-  return made;
+  return AgentRun::current().part<Counters>(RunPart::forwardingCounters);
 }
 
 void add(Counter& counter, uint64_t amount) {
@@ -62,15 +61,6 @@ ForwardingCounts ForwardingCounters::snapshot() {
   Synchronized held(of.lock);
   counts.lastError = of.lastError;
   return counts;
-}
-
-void ForwardingCounters::reset() {
-  Counters& of = counters();
-  for (Counter* counter :
-       {&of.read, &of.forwarded, &of.folded, &of.rejected, &of.retried, &of.dropped})
-    *counter = 0;
-  Synchronized held(of.lock);
-  of.lastError = {};
 }
 
 }  // namespace korvane

@@ -1,11 +1,11 @@
-// What forwarding has done since the agent's start, for whoever looks at it: the counters of the process.
+// What forwarding has done since the agent's start, for whoever looks at it: the counters of this run.
 //
 // Threads: everything may be called by any thread. What the forwarding thread counts costs it a few atomic
 // additions for each pass or batch, none for each record. A snapshot is not of one instant: while events
 // flow, its numbers may be a batch apart.
 //
 //   {
-//     ForwardingCounters::Pass pass;  // adds what it holds to the process's counters at its end
+//     ForwardingCounters::Pass pass;  // adds what it holds to the run's counters at its end
 //     ++pass.read;
 //   }
 //   const ForwardingCounts counts = ForwardingCounters::snapshot();
@@ -49,8 +49,6 @@ class ForwardingCounters {
   static void noteError(int code, std::string_view text);
 
   static ForwardingCounts snapshot();
-  // For a new start of the agent.
-  static void reset();
 };
 
 }  // namespace korvane

@@ -4,6 +4,7 @@
 
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
+#include "util/agent_run.h"
 #include "util/errors.h"
 
 namespace korvane {
@@ -12,18 +13,24 @@ namespace {
 constexpr int kErrorPassedOver = 13;
 constexpr int kEventProcessorFailed = 10136;
 
-std::atomic<bool> policyBufferOn{false};
+struct PolicyBuffer {
+  std::atomic<bool> on{false};
+};
+
+std::atomic<bool>& policyBufferOn() {
+  return AgentRun::current().part<PolicyBuffer>(RunPart::policyBuffer).on;
+}
 
 }  // namespace
 
 LogProcessingThread::~LogProcessingThread() = default;
 
 void LogProcessingThread::setPolicyBuffer(bool on) {
-  policyBufferOn = on;
+  policyBufferOn() = on;
 }
 
 bool LogProcessingThread::policyBuffer() {
-  return policyBufferOn;
+  return policyBufferOn();
 }
 
 void LogProcessingThread::attach(std::unique_ptr<LogProcessor> processor) {
@@ -37,7 +44,7 @@ void LogProcessingThread::stop() {
 }
 
 bool LogProcessingThread::forwardingPossible() {
-  return isStandardAgent() || (isCloudAgent() && policyBufferOn);
+  return isStandardAgent() || (isCloudAgent() && policyBufferOn());
 }
 
 uint32_t LogProcessingThread::cycle() {

@@ -1,15 +1,12 @@
 #include "platform/platform.h"
 
-#include <atomic>
+#include <utility>
 
 namespace korvane::platform {
 namespace {
 
-std::atomic<Platform*> currentPlatform{nullptr};
-std::atomic<uint64_t> generation{0};
-
-// What a program uses that never starts an agent, with the options that a host would have put into the environment.
-// Never destroyed: threads that are left behind may still use it while the process ends.
+// What a program uses that never starts an agent. Never destroyed: threads that are left behind may still use it
+// while the process ends.
 Platform& defaultPlatform() {
   static NativePlatform* const native = [] {
     const std::unique_ptr<NativePlatform> bare = makeNativePlatform({});
@@ -21,20 +18,26 @@ Platform& defaultPlatform() {
   return native->platform();
 }
 
+std::shared_ptr<AgentRun> runOn(std::shared_ptr<Platform> platform) {
+  std::shared_ptr<AgentRun> run = AgentRun::make();
+  run->put(RunPart::platform, std::move(platform));
+  return run;
+}
+
 }  // namespace
 
+std::shared_ptr<AgentRun> makeRun(Platform& platform) {
+  return runOn({std::shared_ptr<void>(), &platform});
+}
+
+std::shared_ptr<AgentRun> makeRun(std::shared_ptr<NativePlatform> platform) {
+  Platform& capabilities = platform->platform();
+  return runOn({std::move(platform), &capabilities});
+}
+
 Platform& current() {
-  Platform* platform = currentPlatform.load(std::memory_order_acquire);
+  Platform* const platform = AgentRun::current().existing<Platform>(RunPart::platform);
   return platform ? *platform : defaultPlatform();
-}
-
-void setCurrent(Platform* platform) {
-  currentPlatform.store(platform, std::memory_order_release);
-  generation.fetch_add(1, std::memory_order_acq_rel);
-}
-
-uint64_t currentGeneration() {
-  return generation.load(std::memory_order_acquire);
 }
 
 }  // namespace korvane::platform

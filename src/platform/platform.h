@@ -1,12 +1,10 @@
 // The operating system as a value: all capabilities of the seam, one interface each.
 //
-// The composition root makes a native platform and hands it down. The static classes and singletons of the
-// system (DriverConfig, HttpsHandler's shared state, AgentConfig, the thread classes) reach it through
-// current(), which the root sets before anything else runs and tests set to a fake one. A Platform owns
-// nothing that outlives it: whoever set it as current keeps it alive until after the last use.
+// The composition root makes a native platform, puts it into the agent's run and hands it down; a test does so with
+// a fake one. The static classes and singletons of the system (DriverConfig, HttpsHandler, AgentConfig, the
+// thread classes) reach it through current().
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -20,6 +18,7 @@
 #include "platform/sockets.h"
 #include "platform/system_info.h"
 #include "platform/threading.h"
+#include "util/agent_run.h"
 
 namespace korvane::platform {
 
@@ -50,12 +49,12 @@ class NativePlatform {
 };
 [[nodiscard]] std::unique_ptr<NativePlatform> makeNativePlatform(const NativeOptions& options);
 
-// The platform in use. Before one is set it is a native one without registry file and run directory.
+// A new run on a platform, which the caller keeps alive for longer than the run, or which the run owns.
+[[nodiscard]] std::shared_ptr<AgentRun> makeRun(Platform& platform);
+[[nodiscard]] std::shared_ptr<AgentRun> makeRun(std::shared_ptr<NativePlatform> platform);
+
+// The platform of the current run. One that was given none has a native one, with the options that a host
+// would have put into the environment.
 Platform& current();
-// Sets it; null goes back to the default. Not to be called while other threads of the agent run.
-void setCurrent(Platform* platform);
-// How often setCurrent() has been called. Locks and tokens of static lifetime compare it, so that they make
-// their primitives anew after a change. Any thread; cheap.
-uint64_t currentGeneration();
 
 }  // namespace korvane::platform

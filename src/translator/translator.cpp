@@ -10,6 +10,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "translator/translator_abi.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
@@ -97,8 +98,7 @@ struct Shared {
 };
 
 Shared& shared() {
-  static Shared instance;
-  return instance;
+  return AgentRun::current().part<Shared>(RunPart::translator);
 }
 
 std::shared_ptr<Binding> current() {

@@ -51,8 +51,7 @@ const ContentKind* contentKindOf(int bit) {
 }
 
 Win32Mutex& contentLock() {
-  static Win32Mutex& lock = *new Win32Mutex;
-  return lock;
+  return AgentRun::current().part<Win32Mutex>(RunPart::content);
 }
 
 }  // namespace korvane

@@ -12,7 +12,6 @@ namespace {
 
 class AgentState : public ConfigFixture {
  protected:
-  ~AgentState() override { resetServiceType(); }
   AgentStateHandler handler() { return AgentStateHandler(fake.processes); }
 };
 
@@ -36,7 +35,7 @@ TEST_F(AgentState, everyStateHasItsWord) {
   for (const auto& c : cases) {
     LoggedEvents log(fake.files);
     const size_t before = log.text().size();
-    resetServiceType();
+    beginRun();
     setServiceType(c.type);
     config().setIPSEnabled(c.ips);
     config().setIPSRebootRequired(c.reboot);

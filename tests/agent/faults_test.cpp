@@ -22,9 +22,8 @@ struct World {
                  .settings = "[AgentLog]\nagentlog.log.trace.messages=true\n",
                  .ownLog = false}) {
     machine.server.always("register", Answer::properties(tests::kRegistered));
-    platform::setCurrent(&throwing.platform());
   }
-  ~World() { platform::setCurrent(&machine.fake.platform()); }
+  ~World() { machine.beginRun(); }
 
   SimulatedMachine machine;
   ThrowingPlatform throwing{machine.fake.platform()};
@@ -32,8 +31,8 @@ struct World {
 
 // One start and one stop, in which the n-th call throws; the number of calls.
 int runWith(World& world, int nth, bool once) {
+  SessionRun run(world.machine, world.throwing.platform());
   world.throwing.failFrom(nth, once);
-  SessionRun run(world.machine);
   world.machine.sim.runFor(kRunMs);
   EXPECT_TRUE(run.stop()) << "start and stop come back";
   EXPECT_TRUE(run.returned());

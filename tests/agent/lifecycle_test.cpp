@@ -2,14 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "rpc/pipe_names.h"
-#include "tests/agent/agent_run.h"
+#include "tests/agent/running_agent.h"
 
 namespace korvane {
 namespace {
 
-using tests::AgentRun;
 using tests::Answer;
 using tests::kRegistered;
+using tests::RunningAgent;
 using tests::SimulatedMachine;
 
 constexpr int64_t kStopLimitMs = 2000;
@@ -47,7 +47,7 @@ TEST(Lifecycle, StartsAndStopsTheThreadsOfEachServiceTypeInOrder) {
     SCOPED_TRACE(row.type);
     SimulatedMachine machine({.serviceType = row.type});
     machine.server.always("register", Answer::properties(kRegistered));
-    AgentRun run(machine);
+    RunningAgent run(machine);
     machine.sim.runFor(10000);
     std::unique_ptr<platform::Pipe> silent;
     EXPECT_EQ(machine.fake.pipes.open(kCloudPipe, silent),
@@ -68,7 +68,7 @@ TEST(Lifecycle, StartsAndStopsTheThreadsOfEachServiceTypeInOrder) {
 
 TEST(Lifecycle, RecordsTheFileOfItsOwnLogInTheSettings) {
   SimulatedMachine machine({.settings = "agent.id=known\n"});
-  AgentRun run(machine);
+  RunningAgent run(machine);
   machine.sim.runFor(10000);
   EXPECT_THAT(machine.ini(), ::testing::HasSubstr("agentlog.logfile=" + eventlog::currentFile()));
   EXPECT_FALSE(AgentConfig::getInstance()->agentLogFileChanged());
@@ -76,7 +76,7 @@ TEST(Lifecycle, RecordsTheFileOfItsOwnLogInTheSettings) {
 
 TEST(Lifecycle, ARegistrationWithoutAnIdentityEndsTheAgent) {
   SimulatedMachine machine;
-  AgentRun run(machine);
+  RunningAgent run(machine);
   machine.sim.runFor(5000);
   ASSERT_TRUE(run.returned());
   int32_t code = 0;
@@ -114,7 +114,7 @@ TEST(Lifecycle, StopsWithinTwoSecondsInEveryState) {
     SimulatedMachine machine;
     machine.server.always("register", row.registration);
     machine.server.always("result", row.status);
-    AgentRun run(machine);
+    RunningAgent run(machine);
     machine.sim.runFor(row.afterMs);
     EXPECT_LE(run.stop(), kStopLimitMs);
     EXPECT_TRUE(run.returned());
@@ -131,7 +131,7 @@ TEST(Lifecycle, StopsWhileANameLookUpHangs) {
   SimulatedMachine machine({.url = "https://server-1.example:8443/korvane/agent/"});
   machine.fake.sockets.setResolverHangs(true);
   {
-    AgentRun run(machine);
+    RunningAgent run(machine);
     machine.sim.runFor(3000);
     EXPECT_EQ(machine.server.count("testConnection"), 0U);
     EXPECT_LE(run.stop(), kStopLimitMs);
@@ -143,7 +143,7 @@ TEST(Lifecycle, StopsWhileANameLookUpHangs) {
 
 TEST(Lifecycle, StopsWhileAnotherProgramHoldsTheLockFile) {
   SimulatedMachine machine({.settings = "agent.id=known\n"});
-  AgentRun run(machine);
+  RunningAgent run(machine);
   machine.sim.runFor(10000);
   std::unique_ptr<platform::FileLock> held;
   ASSERT_EQ(machine.fake.files.lock("/opt/korvane/IPS/lockFile", held), 0);
@@ -170,7 +170,7 @@ TEST(Lifecycle, AStopBeforeTheMainRoutineIsNotLost) {
 
 TEST(Lifecycle, AHostCommandStopsTheAgentWithinASecond) {
   SimulatedMachine machine({.serviceType = "0"});
-  AgentRun run(machine);
+  RunningAgent run(machine);
   machine.sim.runFor(5000);
   run.info.post({1, "ACMD_Other"});
   machine.sim.runFor(2000);

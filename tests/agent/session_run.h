@@ -11,9 +11,12 @@ namespace korvane::tests {
 
 class SessionRun {
  public:
-  explicit SessionRun(SimulatedMachine& machine) {
+  explicit SessionRun(SimulatedMachine& machine) : SessionRun(machine, machine.fake.platform()) {}
+  // With another platform for the agent than the machine's.
+  SessionRun(SimulatedMachine& machine, platform::Platform& platform) {
+    machine.beginRun(platform);
     _host = machine.sim.createThread(0, [this] {
-      info = runSession([] {});
+      info = _place.run([] { return AgentRun::current().shared_from_this(); });
       _returned = true;
     });
   }
@@ -23,13 +26,14 @@ class SessionRun {
   // True when the stop and the run came back, within a simulated minute and a half.
   bool stop() {
     const Wait wait("the agent's stop");
-    endSession();
+    _place.end();
     return _host->join(90000) == platform::WaitResult::signalled;
   }
 
   AgentInfo* info = nullptr;
 
  private:
+  AgentPlace _place;
   bool _returned = false;
   std::unique_ptr<platform::NativeThread> _host;
 };

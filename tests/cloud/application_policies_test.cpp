@@ -74,9 +74,7 @@ Machine machineWithApplications() {
 }
 
 struct World : PolicyWorld {
-  explicit World(const Machine& machine) : PolicyWorld(machine) {
-    resetServiceType();
-    setServiceType(2);
+  explicit World(const Machine& machine) : PolicyWorld(machine, /*serviceType=*/2) {
     readSource = toSource;
     PolicyProcessor::reconcile();
   }

@@ -20,6 +20,7 @@
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
 #include "eventlog/event_log_file.h"
+#include "platform/fake/current_platform.h"
 #include "platform/fake/forwarding.h"
 #include "platform/fake/manual_clock.h"
 #include "tests/support/temp_directory.h"
@@ -136,29 +137,14 @@ class CommFixture : public ::testing::Test {
                   _native->platform().systemInfo,
                   _native->platform().sharedLibraries,
                   _native->platform().pipes} {
-    platform::setCurrent(&_platform);
-    shutdownToken().reset();
     setInstallRoot(_directory.path());
     _platform.files.makeDirectories(path("IPS"));
     eventlog::EventLog::open({.directory = path("logs"), .cataloguePath = {}, .tracing = true},
                              _platform.files, clock);
     config().setURL("https://first.test:8443/agent/");
     config().setUniqueId("guid-1");
-    HttpsHandler::startCommunication();
   }
-  ~CommFixture() override {
-    shutdownToken().reset();
-    resolver.letGo();
-    HttpsHandler::setTransport(nullptr);
-    HttpsHandler::setLocalAddressSource(nullptr);
-    HttpsHandler::curlCleanup();
-    AgentConfig::setHIDSInterface(nullptr);
-    AgentConfig::setAgentShuttingdown(false);
-    AgentConfig::freeInstance();
-    eventlog::EventLog::close();
-    setInstallRoot("");
-    platform::setCurrent(nullptr);
-  }
+  ~CommFixture() override { resolver.letGo(); }
 
   static AgentConfig& config() { return *AgentConfig::getInstance(); }
   std::string path(const std::string& name) const { return _directory.path() + "/" + name; }
@@ -209,6 +195,7 @@ class CommFixture : public ::testing::Test {
 
  private:
   platform::Platform _platform;
+  platform::CurrentPlatform _current{_platform};
 };
 
 }  // namespace korvane::tests

@@ -402,7 +402,6 @@ TEST_F(Zoo, AStopEndsATest) {
 
 // The whole report, as a screen shows it.
 TEST_F(Zoo, ReportForAScreen) {
-  resetExchangeOutcome();
   for (const Certificate kind : {Certificate::good, Certificate::expired}) {
     const TlsServer server(*authority,
                            [](const TlsServer::Request&) {

@@ -298,9 +298,6 @@ TEST_F(Exchange, ARequestForApplicationDataIsTakenOnceAndByThisRunOfTheAgent) {
   EXPECT_EQ(identifier, STRING("r-1"));
   EXPECT_FALSE(HttpsHandler::takeApplicationRequest(identifier));
   EXPECT_TRUE(takenAfter(handler.sendPolicyStateMessage()));
-  handler.sendPolicyStateMessage();
-  HttpsHandler::startCommunication();
-  EXPECT_FALSE(HttpsHandler::takeApplicationRequest(identifier));
 }
 
 TEST_F(Exchange, ContentPartsByKind) {

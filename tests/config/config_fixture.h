@@ -26,16 +26,14 @@ inline std::string withChecksum(const std::string& text) {
 class ConfigFixture : public testing::Test {
  protected:
   ConfigFixture() {
-    platform::setCurrent(&_system);
     setInstallRoot("/opt/agent");
     fake.files.makeDirectories("/opt/agent/IPS");
   }
-  ~ConfigFixture() override {
-    AgentConfig::freeInstance();
-    AgentConfig::setAgentShuttingdown(false);
-    shutdownToken().reset();
-    setInstallRoot("");
-    platform::setCurrent(nullptr);
+  // A further start of the agent on the same machine.
+  void beginRun() {
+    _current.reset();
+    _current.emplace(_system);
+    setInstallRoot("/opt/agent");
   }
 
   AgentConfig& config() { return *AgentConfig::getInstance(); }
@@ -65,6 +63,7 @@ class ConfigFixture : public testing::Test {
                              _base.registry, _base.devices,    _base.processes,
                              _base.sockets,  _base.systemInfo, _base.sharedLibraries,
                              _base.pipes};
+  std::optional<platform::CurrentPlatform> _current{_system};
 };
 
 }  // namespace korvane

@@ -4,7 +4,7 @@
 
 #include "config/agent_config.h"
 #include "config/install_root.h"
-#include "platform/platform.h"
+#include "platform/fake/current_platform.h"
 #include "tests/config/short_waits.h"
 
 int main(int argc, char** argv) {
@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   platform::Platform system{base.clock,           waits,          base.files,   base.registry,
                             base.devices,         base.processes, base.sockets, base.systemInfo,
                             base.sharedLibraries, base.pipes};
-  platform::setCurrent(&system);
+  const platform::CurrentPlatform current(system);
   setInstallRoot(argv[1]);
   AgentConfig& config = *AgentConfig::getInstance();
   const STRING name(argv[2]);
@@ -28,7 +28,5 @@ int main(int argc, char** argv) {
   }
   bool written = false;
   for (int i = 0; i < 1000 && !written; ++i) written = config.UpdateAllIni();
-  AgentConfig::freeInstance();
-  platform::setCurrent(nullptr);
   return written ? 0 : 1;
 }

@@ -16,12 +16,6 @@ using platform::MemoryFiles;
 
 class CrashTest : public testing::Test {
  protected:
-  ~CrashTest() override {
-    AgentConfig::freeInstance();
-    setInstallRoot("");
-    platform::setCurrent(nullptr);
-  }
-
   // Runs the agent's way of using its store over `recorded`, noting after which entry of the journal each
   // value was promised to be safe.
   void work(platform::RecordingFiles& recorded) {
@@ -61,12 +55,14 @@ class CrashTest : public testing::Test {
     system = std::make_unique<platform::Platform>(platform::Platform{
         base.clock, base.threading, files, base.registry, base.devices, base.processes,
         base.sockets, base.systemInfo, base.sharedLibraries, base.pipes});
-    platform::setCurrent(system.get());
+    current.reset();
+    current.emplace(*system);
     setInstallRoot("/opt/agent");
   }
 
   platform::FakePlatform fake;
   std::unique_ptr<platform::Platform> system;
+  std::optional<platform::CurrentPlatform> current;
   int states = 0;
 
  private:

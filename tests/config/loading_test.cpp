@@ -130,8 +130,7 @@ TEST_F(LoadingTest, ALoadThatAnErrorEndsIsMadeAgain) {
     put(kAgentIni, nth % 2 ? damaged : kOlder);
     put(kFallbackIni, kOlder);
     tests::ThrowingPlatform throwing(platform::current());
-    platform::Platform& former = platform::current();
-    platform::setCurrent(&throwing.platform());
+    std::optional<platform::OtherPlatform> other(throwing.platform());
     throwing.failFrom(nth, /*once=*/true);
     try {
       config();
@@ -141,7 +140,7 @@ TEST_F(LoadingTest, ALoadThatAnErrorEndsIsMadeAgain) {
     config().loadIniFile();
     EXPECT_EQ(config().getPollingInterval(), 90u);
     config().setAgentName("written");
-    platform::setCurrent(&former);
+    other.reset();
     EXPECT_NE(fake.files.content(kAgentIni).find("agent.name=written"), std::string::npos);
     EXPECT_NE(fake.files.content(kAgentIni).find("polling.interval=90"), std::string::npos);
   }

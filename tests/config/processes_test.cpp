@@ -60,8 +60,6 @@ TEST(ConfigThreadsTest, EverythingAtOnce) {
     const STRING value = AgentConfig::getInstance()->getValue("thread." + STRING::fromInt(t));
     EXPECT_EQ(value, STRING::fromInt(kRounds));
   }
-  AgentConfig::freeInstance();
-  setInstallRoot("");
 }
 
 TEST(ConfigProcessesTest, NeitherTornFilesNorLostChanges) {
@@ -89,12 +87,11 @@ TEST(ConfigProcessesTest, NeitherTornFilesNorLostChanges) {
     EXPECT_TRUE(state == platform::ProcessWait::ended && writer->exitCode(code) && code == 0)
         << code;
   }
+  const platform::CurrentPlatform current(system);
   setInstallRoot(root.string());
   for (const STRING key : {"one.a", "one.b", "two.a", "two.b"}) {
     EXPECT_EQ(AgentConfig::getInstance()->getValue(key), STRING::fromInt(kWrites)) << key.toUtf8();
   }
-  AgentConfig::freeInstance();
-  setInstallRoot("");
   std::filesystem::remove_all(root);
 }
 

@@ -21,21 +21,20 @@ TEST_F(StateTest, ServiceTypes) {
                      {2, 2, false, true, false},  {3, 3, false, true, true},
                      {4, 0, false, false, false}, {-1, 0, false, false, false}};
   for (const Case& c : cases) {
-    resetServiceType();
     fake.registry.put(kAgentRegistryKey, "AgentType", STRING::fromInt(c.number));
+    beginRun();
     EXPECT_EQ(readServiceType(), c.kept);
     setServiceType(2);
     EXPECT_EQ(serviceType(), c.kept == 0 ? 2 : c.kept) << "the first one kept is never replaced";
-    resetServiceType();
+    beginRun();
     setServiceType(c.number);
     EXPECT_EQ(isStandardAgent(), c.standard) << c.number;
     EXPECT_EQ(isCloudAgent(), c.cloud) << c.number;
     EXPECT_EQ(isType3Agent(), c.type3) << c.number;
   }
-  resetServiceType();
+  beginRun();
   fake.registry.put(kAgentRegistryKey, "AgentType", uint32_t{3});
   EXPECT_EQ(readServiceType(), 3) << "a dword as well as a text";
-  resetServiceType();
 }
 
 TEST_F(StateTest, InstallRoots) {

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "ids/hids_component.h"
-#include "tests/agent/agent_run.h"
+#include "tests/agent/running_agent.h"
 
 namespace korvane::tests {
 
@@ -84,7 +84,7 @@ class World {
   void start() {
     if (!ids.empty()) AgentConfig::setHIDSInterface(&_component);
     setDriver(driver);
-    run = std::make_unique<AgentRun>(machine);
+    run = std::make_unique<RunningAgent>(machine);
   }
 
   void setDriver(const DriverState& state) {
@@ -153,7 +153,7 @@ class World {
   std::optional<ScriptedServer::Request> held;
   std::map<std::string, Answer> standing;
   std::map<std::string, size_t> counts;
-  std::unique_ptr<AgentRun> run;
+  std::unique_ptr<RunningAgent> run;
 
  private:
   Answer serve(const ScriptedServer::Request& request) {

@@ -26,11 +26,6 @@ class DriverFixture : public testing::Test {
     fake.registry.put(kParameters, "UseBuiltin", STRING("0"));
     fake.registry.put(kParameters, "Filter File", STRING("/old.conf"));
   }
-  ~DriverFixture() override {
-    AgentConfig::freeInstance();
-    setInstallRoot("");
-    shutdownToken().reset();
-  }
 
   std::string parameter(const char* name) {
     STRING value;

@@ -44,11 +44,6 @@ class StandInDriverTest : public testing::Test {
     setInstallRoot(at("root"));
     world.system.registry.writeString(kParameters, "UseBuiltin", "0");
   }
-  ~StandInDriverTest() override {
-    AgentConfig::freeInstance();
-    setInstallRoot("");
-    shutdownToken().reset();
-  }
 
   void write(const std::string& name, const std::string& content) {
     std::ofstream(fsPath(at(name)), std::ios::binary) << content;

@@ -21,7 +21,6 @@ class RequestsTest : public testing::Test {
     fake.files.makeDirectories(kFolder);
     fake.files.put(kPolicyFile, kPolicy);
   }
-  ~RequestsTest() override { shutdownToken().reset(); }
 
   // Lets the component answer with `requests` while the agent's call waits; the results, one text.
   std::string during(Requests& requests, const std::function<bool()>& call) {

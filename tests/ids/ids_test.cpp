@@ -16,15 +16,8 @@ constexpr char kSettings[] = "/opt/agent/IDS/ids.properties";
 class IdsTest : public testing::Test {
  protected:
   IdsTest() {
-    platform::setCurrent(&fake.platform());
     setInstallRoot("/opt/agent");
     fake.files.makeDirectories("/opt/agent/IDS");
-  }
-  ~IdsTest() override {
-    AgentConfig::freeInstance();
-    shutdownToken().reset();
-    setInstallRoot("");
-    platform::setCurrent(nullptr);
   }
 
   // The component's side: answers the next request of a kind after a while.
@@ -47,6 +40,7 @@ class IdsTest : public testing::Test {
 
   platform::SimThreading sim{3};
   platform::FakePlatform fake{sim};
+  platform::CurrentPlatform current{fake.platform()};
   HidsComponent component{"/opt/agent/IDS", [] { return 10; }};
 };
 

@@ -41,9 +41,7 @@ class HttpsLogDestinationTest : public LogFixture {
     config().setURL("https://127.0.0.1:8443/agent/");
     config().setUniqueId("guid-1");
     HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(script));
-    HttpsHandler::startCommunication();
   }
-  ~HttpsLogDestinationTest() override { HttpsHandler::setTransport(nullptr); }
 
   ScriptedTransport::Script script;
 };

@@ -24,24 +24,22 @@ inline constexpr char kPointerFile[] = "/opt/korvane/IPS/hidslog1rtfilepointer";
 
 class LogFixture : public testing::Test {
  protected:
-  LogFixture() {
-    setInstallRoot("/opt/korvane");
+  explicit LogFixture(int serviceType = 1) {
     fake.files.makeDirectories("/opt/korvane/IPS");
-    resetServiceType();
-    setServiceType(1);
+    beginRun(serviceType);
+  }
+  // A start of the agent on this machine.
+  void beginRun(int serviceType) {
+    _current.reset();
+    _current.emplace(system);
+    setInstallRoot("/opt/korvane");
+    setServiceType(serviceType);
     eventlog::Settings settings;
     settings.directory = "/opt/korvane/IPS/logs";
     settings.tracing = true;
     eventlog::EventLog::open(settings, fake.files, fake.clock);
     config().setHIDSRTLogFile(kLog);
     setLimits(100, 100);
-    ForwardingCounters::reset();
-  }
-  ~LogFixture() override {
-    eventlog::EventLog::close();
-    AgentConfig::freeInstance();
-    setInstallRoot("");
-    resetServiceType();
   }
 
   AgentConfig& config() { return *AgentConfig::getInstance(); }
@@ -74,7 +72,9 @@ class LogFixture : public testing::Test {
                             fake.devices,   fake.processes,
                             fake.sockets,   fake.systemInfo,
                             fake.libraries, fake.pipes};
-  platform::CurrentPlatform current{system};
+
+ private:
+  std::optional<platform::CurrentPlatform> _current;
 };
 
 // Keeps what it is given, and answers what the test says.

@@ -60,8 +60,7 @@ TEST_F(LogProcessorTest, KeepsToTheLimits) {
 }
 
 TEST_F(LogProcessorTest, AnotherServiceTypeStopsAtItsByteLimit) {
-  resetServiceType();
-  setServiceType(2);
+  beginRun(2);
   std::string log;
   for (int i = 1; i <= 400; ++i) log += eventLine(i, std::string(10000, 'x') + std::to_string(i));
   fake.files.put(kLog, log);

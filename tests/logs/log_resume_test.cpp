@@ -78,9 +78,8 @@ TEST_F(LogResumeTest, EveryStateThatAPowerCutLeavesLeadsToEveryEvent) {
                                fake.devices,   fake.processes,
                                fake.sockets,   fake.systemInfo,
                                fake.libraries, fake.pipes};
-    platform::setCurrent(&machine);
+    const platform::OtherPlatform restarted(machine);
     drain(*make(), 20);
-    platform::setCurrent(&system);
   };
   runOn(recording);
   const std::vector<PropertyList> longBefore(1, PropertyList{{"v2", "1"}, {"a5", "1"}});

@@ -64,8 +64,7 @@ TEST_F(LogThreadTest, ForwardsOnlyWhereTheServiceTypeAllowsIt) {
     bool forwards;
   } cases[] = {{0, true, false}, {2, false, false}, {3, true, true}, {1, false, true}};
   for (const auto& test : cases) {
-    resetServiceType();
-    setServiceType(test.type);
+    beginRun(test.type);
     LogProcessingThread::setPolicyBuffer(test.buffer);
     fake.files.remove(kPointerFile);
     received = {};

@@ -90,12 +90,9 @@ class ScriptedCarrier : public RPCTransportBase {
 
 class RpcLogDestinationTest : public LogFixture {
  protected:
-  RpcLogDestinationTest() {
-    resetServiceType();
-    setServiceType(2);
+  RpcLogDestinationTest() : LogFixture(/*serviceType=*/2) {
     carrier->react = [this](const std::string& id) { carrier->obeys(id); };
   }
-  ~RpcLogDestinationTest() override { shutdownToken().reset(); }
   int write() { return destination.writeLog(batch); }
   size_t traces(const std::string& text) { return inOwnLog(text); }
 

@@ -43,13 +43,6 @@ class PipelineTest : public testing::Test {
     setServiceType(1);
     policy.InitializePloicyHistory();
   }
-  ~PipelineTest() override {
-    Translator::shutdown();
-    AgentConfig::freeInstance();
-    setInstallRoot("");
-    resetServiceType();
-    shutdownToken().reset();
-  }
 
   std::string at(const std::string& name) const { return world.at(name); }
   AgentConfig& config() { return *AgentConfig::getInstance(); }

@@ -227,7 +227,7 @@ inline Machine installedMachine() {
 
 class PolicyWorld {
  public:
-  explicit PolicyWorld(const Machine& machine) : _machine(machine) {
+  explicit PolicyWorld(const Machine& machine, int serviceType = 1) : _machine(machine) {
     for (const auto& [path, bytes] : machine.files) fake.files.put(path, bytes);
     fake.files.makeDirectories(kDriverFolder);
     recording = std::make_unique<platform::RecordingFiles>(fake.files);
@@ -242,21 +242,11 @@ class PolicyWorld {
     _platform.emplace(platform::Platform{fake.platform().clock, fake.platform().threading, *files,
                                          _registry, _devices, _processes, fake.sockets,
                                          fake.systemInfo, fake.libraries, fake.pipes});
-    platform::setCurrent(&*_platform);
+    _current.emplace(*_platform);
     setInstallRoot("/opt/korvane");
-    setServiceType(1);
+    setServiceType(serviceType);
     HttpsHandler::setTransport(std::make_unique<StatusServer>(*this));
-    HttpsHandler::startCommunication();
     AgentConfig::getInstance();
-  }
-
-  ~PolicyWorld() {
-    AgentConfig::freeInstance();
-    HttpsHandler::setTransport(nullptr);
-    setInstallRoot("");
-    resetServiceType();
-    shutdownToken().reset();
-    platform::setCurrent(nullptr);
   }
 
   // What is left when the process ends here, and all that may be left when the power fails too.
@@ -440,6 +430,7 @@ class PolicyWorld {
   TripDevices _devices{trip, fake.devices};
   TripProcesses _processes{trip, fake.processes};
   std::optional<platform::Platform> _platform;
+  std::optional<platform::CurrentPlatform> _current;
 };
 
 }  // namespace korvane::tests

@@ -262,9 +262,6 @@ TEST(RetransOnThisMachine, WhatTheTranslatorRecordedIsWhatTheCheckCompares) {
   EXPECT_TRUE(settled());
   std::filesystem::remove(tests::fsPath(watched));
   EXPECT_TRUE(check.checkRetrans());
-  Translator::shutdown();
-  AgentConfig::freeInstance();
-  setInstallRoot("");
 }
 
 }  // namespace

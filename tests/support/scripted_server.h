@@ -57,11 +57,9 @@ class ScriptedServer {
   };
   using Handler = std::function<Answer(const Request&)>;
 
-  ScriptedServer() : _state(std::make_shared<State>()) {
-    HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(_state));
-    HttpsHandler::startCommunication();
-  }
-  ~ScriptedServer() { HttpsHandler::setTransport(nullptr); }
+  ScriptedServer() : _state(std::make_shared<State>()) { serveThisRun(); }
+  // The exchanges of the current run come here.
+  void serveThisRun() { HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(_state)); }
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
 

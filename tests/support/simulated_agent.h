@@ -35,8 +35,7 @@ class SimulatedMachine {
   static constexpr char kRoot[] = "/opt/korvane";
   static constexpr char kIni[] = "/opt/korvane/IPS/agent.ini";
 
-  explicit SimulatedMachine(const MachineOptions& options = {})
-      : sim(options.seed), fake(sim), _current(fake.platform()) {
+  explicit SimulatedMachine(const MachineOptions& options = {}) : sim(options.seed), fake(sim) {
     setInstallRoot(kRoot);
     fake.files.put(kIni, "[Agent]\nagent.http.url=" + options.url + "\n" + options.settings);
     fake.registry.put(kAgentRegistryKey, "AgentType", STRING(options.serviceType));
@@ -46,14 +45,14 @@ class SimulatedMachine {
     if (options.ownLog) openLog();
   }
 
-  ~SimulatedMachine() {
-    AgentConfig::freeInstance();
-    eventlog::EventLog::close();
-    resetServiceType();
-    shutdownToken().reset();
-    AgentConfig::setAgentShuttingdown(false);
-    setInstallRoot({});
+  // A further start of the agent on this machine: the run of the process from now on, with nothing in it but the
+  // connection to the server.
+  void beginRun(platform::Platform& platform) {
+    _current.reset();
+    _current.emplace(platform);
+    server.serveThisRun();
   }
+  void beginRun() { beginRun(fake.platform()); }
 
   // The messages of the own log, in order; of one tag alone when it is not empty.
   std::vector<std::string> lines(const std::string& needle = "") {
@@ -90,7 +89,7 @@ class SimulatedMachine {
     eventlog::EventLog::open(log, fake.files, fake.platform().clock);
   }
 
-  platform::CurrentPlatform _current;
+  std::optional<platform::CurrentPlatform> _current{fake.platform()};
 
  public:
   ScriptedServer server;

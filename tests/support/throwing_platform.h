@@ -3,7 +3,7 @@
 //
 //   ThrowingPlatform throwing(fake.platform());
 //   throwing.failFrom(17, /*once=*/true);
-//   platform::setCurrent(&throwing.platform());
+//   platform::OtherPlatform other(throwing.platform());
 #pragma once
 
 #include <atomic>

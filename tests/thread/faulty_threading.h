@@ -138,12 +138,11 @@ class FaultyThreading : public platform::ForwardingThreading {
   SharedFaults _faults;
 };
 
-// Makes a faulty Threading the one in use for its own lifetime.
+// Begins a run on a faulty Threading for its own lifetime.
 class FaultyPlatform {
  public:
-  FaultyPlatform() { platform::setCurrent(&_platform); }
   ~FaultyPlatform() {
-    platform::setCurrent(nullptr);
+    _current.reset();
     faults->gone = true;
   }
 
@@ -155,6 +154,7 @@ class FaultyPlatform {
   platform::Platform _platform{
       _fakes.clock,     _threading,     _fakes.files,      _fakes.registry,  _fakes.devices,
       _fakes.processes, _fakes.sockets, _fakes.systemInfo, _fakes.libraries, _fakes.pipes};
+  std::optional<platform::CurrentPlatform> _current{_platform};
 };
 
 }  // namespace korvane::testing

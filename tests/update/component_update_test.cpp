@@ -174,7 +174,7 @@ TEST(ComponentUpdate, AFailingDiskIsTriedAgainAMinuteLaterAndReportedOnce) {
   platform::FaultyFiles faulty(agent.machine.fake.files);
   platform::Platform& fake = agent.machine.fake.platform();
   platform::Platform withFaults = platform::withFiles(fake, faulty);
-  platform::setCurrent(&withFaults);
+  const platform::OtherPlatform other(withFaults);
   faulty.failAll(platform::FileOperation::open, ENOSPC, "IDS/content");
   for (int second = 0; second < 200; ++second) {
     agent.thread.cycle();
@@ -186,8 +186,6 @@ TEST(ComponentUpdate, AFailingDiskIsTriedAgainAMinuteLaterAndReportedOnce) {
   agent.machine.sim.runFor(ComponentUpdateThread::kPauseAfterFailureMs);
   agent.thread.cycle();
   EXPECT_EQ(versionFound(agent.machine.fake.files), "1");
-  AgentConfig::freeInstance();
-  platform::setCurrent(&fake);
 }
 
 // From the second package's arrival to the removal of the first: the component finds one of them whole, and
@@ -203,18 +201,19 @@ TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithThe
   AgentConfig::freeInstance();
   platform::RecordingFiles recorded(agent.machine.fake.files);
   platform::Platform recording = platform::withFiles(fake, recorded);
-  platform::setCurrent(&recording);
+  std::optional<platform::OtherPlatform> other(recording);
   agent.receive(package("2"));
   agent.thread.cycle();
   ASSERT_EQ(versionFound(recorded), "2");
   AgentConfig::freeInstance();
+  other.reset();
 
   int states = 0, withNew = 0;
   const std::string first = firstTakenOver ? "1" : "none";
   recorded.forEachCrash([&](const std::string& state, platform::MemoryFiles& disk) {
     ++states;
     platform::Platform after = platform::withFiles(fake, disk);
-    platform::setCurrent(&after);
+    const platform::OtherPlatform restarted(after);
     const std::string before = versionFound(disk);
     EXPECT_TRUE(before == first || before == "2") << before << " after " << state;
     withNew += before == "2";
@@ -233,7 +232,6 @@ TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithThe
     EXPECT_THAT(agent.config().getQelFL().toUtf8(), HasSubstr("version=2")) << state;
     AgentConfig::freeInstance();
   });
-  platform::setCurrent(&fake);
   EXPECT_GT(states, 45);
   EXPECT_GT(withNew, 3);
   RecordProperty("states", states);

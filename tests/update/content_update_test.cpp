@@ -131,13 +131,13 @@ TEST(ContentUpdate, EveryFailingFileOperationIsReportedAndTheFlagAgreesWithTheFi
       platform::Platform& fake = step.machine.fake.platform();
       platform::Platform withFaults = platform::withFiles(fake, faulty);
       step.config();
-      platform::setCurrent(&withFaults);
+      std::optional<platform::OtherPlatform> other(withFaults);
       const std::string bytes = package("new");
       faulty.failNth(operation, nth, ENOSPC, "content/qel");
       const int result = ContentUpdate::processComponentData(HttpsHandler::VEXQEL_UPDATE, &bytes,
                                                              "/opt/korvane/IPS/content/qel");
       AgentConfig::freeInstance();
-      platform::setCurrent(&fake);
+      other.reset();
       const bool done = result == 0;
       EXPECT_EQ(step.results(), std::vector<std::string>{done ? "qel 0 No Error"
                                                               : "qel 36 Error unzipping to disk."});

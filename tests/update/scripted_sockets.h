@@ -115,16 +115,12 @@ class OtherSockets {
       : _former(platform::current()),
         _platform{_former.clock,           _former.threading, _former.files, _former.registry,
                   _former.devices,         _former.processes, sockets,       _former.systemInfo,
-                  _former.sharedLibraries, _former.pipes} {
-    platform::setCurrent(&_platform);
-  }
-  ~OtherSockets() { platform::setCurrent(&_former); }
-  OtherSockets(const OtherSockets&) = delete;
-  OtherSockets& operator=(const OtherSockets&) = delete;
+                  _former.sharedLibraries, _former.pipes} {}
 
  private:
   platform::Platform& _former;
   platform::Platform _platform;
+  platform::OtherPlatform _other{_platform};
 };
 
 }  // namespace korvane::tests

@@ -107,15 +107,17 @@ TEST(SoftwareUpdate, AfterACrashTheNextStartKnowsOfAWholePackageOrOfNone) {
   platform::Platform& fake = step.machine.fake.platform();
   platform::RecordingFiles recorded(step.machine.fake.files);
   platform::Platform recording = platform::withFiles(fake, recorded);
-  platform::setCurrent(&recording);
-  step.fetch(packages(kNamed, {{"zipdata", kPackage}}));
-  AgentConfig::freeInstance();
+  {
+    const platform::OtherPlatform other(recording);
+    step.fetch(packages(kNamed, {{"zipdata", kPackage}}));
+    AgentConfig::freeInstance();
+  }
   int states = 0, known = 0;
   const auto broken = [&] {
     std::vector<std::string> found;
     recorded.forEachCrash([&](const std::string& state, platform::MemoryFiles& disk) {
       platform::Platform after = platform::withFiles(fake, disk);
-      platform::setCurrent(&after);
+      const platform::OtherPlatform restarted(after);
       ++states;
       const auto file = [&disk](const char* name) {
         return disk.content(std::string(kFolder) + name);
@@ -127,7 +129,6 @@ TEST(SoftwareUpdate, AfterACrashTheNextStartKnowsOfAWholePackageOrOfNone) {
         found.push_back(state);
       AgentConfig::freeInstance();
     });
-    platform::setCurrent(&fake);
     return found;
   };
   EXPECT_THAT(broken(), testing::IsEmpty());

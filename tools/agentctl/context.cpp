@@ -77,7 +77,7 @@ platform::Platform& Context::system() {
   given(options.registry, "KORVANE_REGISTRY");
   given(options.runDirectory, "KORVANE_RUN_DIR");
   _native = platform::makeNativePlatform({options.registry, options.runDirectory});
-  platform::setCurrent(&_native->platform());
+  _run.emplace(platform::makeRun(_native->platform()));
   if (!options.installRoot.empty()) setInstallRoot(options.installRoot);
   return _native->platform();
 }

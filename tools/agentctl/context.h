@@ -49,6 +49,7 @@ class Context {
   void tellOfRunDirectory();
 
   std::unique_ptr<platform::NativePlatform> _native;
+  std::optional<ProcessRunScope> _run;
   std::unique_ptr<RPCClient> _client;
   std::string _pipe;
   bool _toldOfRunDirectory = false;

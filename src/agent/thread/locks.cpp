@@ -1,6 +1,7 @@
 #include "agent/thread/locks.h"
 
 #include "agent/thread/exceptions.h"
+#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -16,9 +17,8 @@ platform::Mutex& made(PrimitiveHolder<platform::Mutex>& holder, const char* meth
 
 }  // namespace
 
-std::mutex& primitiveRenewalLock() {
-  static std::mutex lock;
-  return lock;
+platform::Threading& threadingOfThisRun() {
+  return platform::current().threading;
 }
 
 void RecursiveMutex::lock() {

@@ -1,49 +1,42 @@
-// A primitive of the platform in use, made at its first use and made anew once another platform has
-// become current. So locks and tokens of static lifetime need nothing while the library is loaded
-// and never keep what a platform that is gone once made. Threads: any; get() of an existing
-// primitive costs two loads. Errors: null when the platform refuses.
+// A primitive of the platform of this run, made at its first use, so that locks and tokens cost nothing
+// until then and can be members of objects that are made early. Threads: any; get() of an existing
+// primitive costs one load. Errors: null when the platform refuses.
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <memory>
-#include <mutex>
 
-#include "platform/platform.h"
+#include "platform/threading.h"
 
 namespace korvane {
 
-// Serialises the making of primitives; never held while one of them is waited on.
-std::mutex& primitiveRenewalLock();
+// The platform::Threading of the current run.
+platform::Threading& threadingOfThisRun();
 
 template <class Primitive>
 class PrimitiveHolder {
  public:
-  // `make` is called with the current platform::Threading and gives a unique_ptr<Primitive>.
+  PrimitiveHolder() = default;
+  ~PrimitiveHolder() { delete existing(); }
+  PrimitiveHolder(const PrimitiveHolder&) = delete;
+  PrimitiveHolder& operator=(const PrimitiveHolder&) = delete;
+
+  // `make` is called with a platform::Threading and gives a unique_ptr<Primitive>.
   template <class Make>
   Primitive* get(Make make) {
-    if (_generation.load(std::memory_order_acquire) != platform::currentGeneration())
-      return renew(make);
-    return _primitive.get();
+    if (Primitive* made = existing()) return made;
+    std::unique_ptr<Primitive> mine = make(threadingOfThisRun());
+    if (!mine) return nullptr;
+    Primitive* first = nullptr;
+    if (!_primitive.compare_exchange_strong(first, mine.get(), std::memory_order_acq_rel))
+      return first;
+    return mine.release();
   }
-  // What get() gave last, or null.
-  Primitive* existing() const { return _primitive.get(); }
+  // What get() gave, or null.
+  Primitive* existing() const { return _primitive.load(std::memory_order_acquire); }
 
  private:
-  template <class Make>
-  Primitive* renew(Make make) {
-    std::lock_guard hold(primitiveRenewalLock());
-    const uint64_t generation = platform::currentGeneration();
-    if (_generation.load(std::memory_order_relaxed) == generation) return _primitive.get();
-    std::unique_ptr<Primitive> made = make(platform::current().threading);
-    if (!made) return nullptr;
-    _primitive = std::move(made);
-    _generation.store(generation, std::memory_order_release);
-    return _primitive.get();
-  }
-
-  std::atomic<uint64_t> _generation{UINT64_MAX};
-  std::unique_ptr<Primitive> _primitive;
+  std::atomic<Primitive*> _primitive{nullptr};
 };
 
 }  // namespace korvane

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "agent/thread/exceptions.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 
@@ -69,9 +70,7 @@ StopCallback::~StopCallback() {
 }
 
 StopToken& shutdownToken() {
-  // Never destroyed: a thread that outlived the agent may still look at it while the process ends.
-  static StopToken& token = *new StopToken;
-  return token;
+  return AgentRun::current().part<StopToken>(RunPart::stopToken);
 }
 
 }  // namespace korvane

@@ -3,8 +3,8 @@
 // A StopToken is set once, by request(), and stays set until reset(). Whoever waits does it with
 // sleepFor(), which a stop ends at once; whoever is about to block in something that has its own
 // way of being cut short (a transfer, a driver request, a child process, a socket) registers a
-// StopCallback that does so. The shutdown token of the process is set by the agent's shutdown
-// routine and reset by startAgent; every thread also has a token of its own (Thread::stopToken).
+// StopCallback that does so. The shutdown token of a run is set by the agent's shutdown
+// routine; every thread also has a token of its own (Thread::stopToken).
 //
 // Threads: everything may be called by any thread. A callback runs on the thread that requests the
 // stop, with no lock of its own code to rely on; it must be quick, must not throw (what it throws all the
@@ -12,7 +12,7 @@
 // not running.
 //
 // Errors: sleepFor() throws ThreadException 8 ("StopToken::sleepFor()") when it cannot wait.
-// A token needs nothing of the platform until it is used, and may have static lifetime.
+// A token needs nothing of the platform until it is used.
 //
 //   StopCallback interrupt(shutdownToken(), [&] { request.interrupt(); });
 //   request.wait(30000);
@@ -67,7 +67,7 @@ class StopCallback {
   std::function<void()> _action;
 };
 
-// The process-wide token that the agent's shutdown routine sets.
+// The token of this run that the agent's shutdown routine sets.
 StopToken& shutdownToken();
 
 }  // namespace korvane

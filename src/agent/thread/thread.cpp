@@ -1,7 +1,6 @@
 #include "agent/thread/thread.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
 #include "agent/thread/thread_control.h"
@@ -11,26 +10,14 @@
 namespace korvane {
 namespace {
 
-std::atomic<int> abandonedThreads{0};
-
-// The process-wide key, made anew when another platform has become current. A thread keeps the one
-// that it registered under. Never destroyed: a thread left behind may still need it while the
-// process ends.
-struct ProcessKey {
-  std::mutex lock;
-  uint64_t generation = UINT64_MAX;
-  std::shared_ptr<ThreadKey> key;
+// The threads of one run.
+struct Threads {
+  ThreadKey key;
+  std::atomic<int> abandoned{0};
 };
 
-std::shared_ptr<ThreadKey> processKey() {
-  static ProcessKey& process = *new ProcessKey;
-  std::lock_guard hold(process.lock);
-  const uint64_t generation = platform::currentGeneration();
-  if (process.generation != generation) {
-    process.key = std::make_shared<ThreadKey>();
-    process.generation = generation;
-  }
-  return process.key;
+Threads& threads() {
+  return AgentRun::current().part<Threads>(RunPart::threads);
 }
 
 void forgetCurrent(ThreadKey& key) noexcept {
@@ -45,7 +32,11 @@ void forgetCurrent(ThreadKey& key) noexcept {
 Thread::Thread(uint32_t stackBytes)
     : _control(std::make_shared<Control>(stackBytes ? stackBytes : kDefaultStackBytes)) {
   auto native = platform::current().threading.createThread(
-      _control->stackBytes, [this, control = _control] { wrapper(*this, control); });
+      _control->stackBytes,
+      [this, control = _control, run = AgentRun::current().shared_from_this()] {
+        const AgentRunScope inRun(run);
+        wrapper(*this, control);
+      });
   if (!native) throw ThreadException("Thread::Thread()", 2);
   try {
     _control->identify(std::move(native), /*isAdopted=*/false);
@@ -63,23 +54,23 @@ Thread::Thread(AdoptCurrent) : _control(std::make_shared<Control>(0)) {
   auto native = platform::current().threading.adoptCurrentThread();
   if (!native) throw ThreadException("Thread::Thread()", 2);
   _control->identify(std::move(native), /*isAdopted=*/true);
-  processKey()->set(this);
+  threads().key.set(this);
 }
 
 Thread::~Thread() {
   try {
     const Control::Parting parting = _control->part();
-    if (parting.abandoned) ++abandonedThreads;
+    if (parting.abandoned) ++threads().abandoned;
     if (parting.join) parting.native->join(platform::kInfinite);
-    if (parting.adopted && current() == this) forgetCurrent(*processKey());
+    if (parting.adopted && current() == this) forgetCurrent(threads().key);
   } catch (const ThreadException&) {
   }
 }
 
 void Thread::wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept {
-  std::shared_ptr<ThreadKey> key;
+  ThreadKey* key = nullptr;
   try {
-    key = processKey();
+    key = &threads().key;
     key->set(&self);
   } catch (...) {
     control->failure = std::current_exception();
@@ -128,7 +119,7 @@ void Thread::dispose(Thread* thread) {
   if (!thread) return;
   const std::shared_ptr<Control> control = thread->_control;
   if (control->leaveToItself())
-    ++abandonedThreads;
+    ++threads().abandoned;
   else
     delete thread;
 }
@@ -172,11 +163,11 @@ bool Thread::waitOnCondition(uint32_t timeoutMs) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 Thread* Thread::current() {
-  return processKey()->get();
+  return threads().key.get();
 }
 
 int Thread::abandoned() {
-  return abandonedThreads;
+  return threads().abandoned;
 }
 
 }  // namespace korvane

@@ -11,7 +11,7 @@
 // Destruction: when isAlive() is false, or was never true. The thread's last act on the object is to
 //   set its run state to ended; what it still needs afterwards it owns itself. Destroying one that
 //   was never started stops it and waits for it; one whose body still runs is detached and counted
-//   (Thread::abandoned()). Derived classes whose body uses their members must not be destroyed while
+//   (Thread::abandoned()). Its run stays for as long as it does. Derived classes whose body uses their members must not be destroyed while
 //   alive.
 // Priority: the body begins with normal priority; one set before the start does not last.
 //
@@ -75,7 +75,7 @@ class KORVANE_EXPORT Thread {
 
   // The Thread that the calling operating-system thread belongs to, or null.
   static Thread* current();
-  // How many threads were left running because they outlived the wait for their end.
+  // How many threads of this run were left running because they outlived the wait for their end.
   static int abandoned();
   // Deletes a thread that has ended. One that still runs is left to delete itself when it ends and
   // is counted as abandoned. Null is ignored.

@@ -1,16 +1,16 @@
 // A whole platform of fakes, on real threads or on simulated ones.
 //
-// Lifetime: owns its fakes; with a SimThreading it refers to that, which must outlive it. Whoever sets it
-// as current puts the former one back.
+// Lifetime: owns its fakes; with a SimThreading it refers to that, which must outlive it.
 //
 //   FakePlatform fake;
-//   setCurrent(&fake.platform());
+//   CurrentPlatform current(fake.platform());
 //   fake.files.put("/opt/korvane/IPS/agent.ini", "...");
 //   fake.clock.advance(1000);
 #pragma once
 
 #include <memory>
 
+#include "platform/fake/current_platform.h"
 #include "platform/fake/fake_devices.h"
 #include "platform/fake/fake_pipes.h"
 #include "platform/fake/fake_processes.h"
@@ -66,14 +66,5 @@ inline Platform withFiles(const Platform& of, Files& files) {
   return {of.clock,     of.threading, files,         of.registry,        of.devices,
           of.processes, of.sockets,   of.systemInfo, of.sharedLibraries, of.pipes};
 }
-
-// Makes a platform the current one for a scope.
-class CurrentPlatform {
- public:
-  explicit CurrentPlatform(Platform& platform) { setCurrent(&platform); }
-  ~CurrentPlatform() { setCurrent(nullptr); }
-  CurrentPlatform(const CurrentPlatform&) = delete;
-  CurrentPlatform& operator=(const CurrentPlatform&) = delete;
-};
 
 }  // namespace korvane::platform

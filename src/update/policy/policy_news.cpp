@@ -2,23 +2,27 @@
 
 #include <atomic>
 
+#include "util/agent_run.h"
+
 namespace korvane {
 namespace {
 
-std::atomic<uint64_t> newest{0};
+struct News {
+  std::atomic<uint64_t> newest{0};
+};
+
+std::atomic<uint64_t>& newest() {
+  return AgentRun::current().part<News>(RunPart::policyNews).newest;
+}
 
 }  // namespace
 
 void PolicyNews::note() {
-  ++newest;
+  ++newest();
 }
 
 uint64_t PolicyNews::number() {
-  return newest;
-}
-
-void PolicyNews::reset() {
-  newest = 0;
+  return newest();
 }
 
 }  // namespace korvane

@@ -12,8 +12,6 @@ class PolicyNews {
  public:
   static void note();
   static uint64_t number();
-  // Back to 0, for the next start.
-  static void reset();
 };
 
 }  // namespace korvane

@@ -33,8 +33,7 @@ struct Outstanding {
 };
 
 Outstanding& outstanding() {
-  static Outstanding one;
-  return one;
+  return AgentRun::current().part<Outstanding>(RunPart::policyReport);
 }
 
 void setOutstanding(bool due, int code, const STRING& text) {

@@ -4,6 +4,7 @@
 #include "agent/thread/locks.h"
 #include "agent/thread/primitive_holder.h"
 #include "agent/thread/stop_token.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
@@ -39,10 +40,8 @@ class Turn {
   PrimitiveHolder<platform::Event> _changed;
 };
 
-// Never destroyed, as the shutdown token.
 Turn& turn() {
-  static Turn& one = *new Turn;
-  return one;
+  return AgentRun::current().part<Turn>(RunPart::policyTurn);
 }
 
 }  // namespace

@@ -67,9 +67,8 @@ class AgentForwarder final : public Forwarder {
 
   void start(const Settings& settings) override {
     platform::Platform& fake = surroundings().platform();
-    platform::setCurrent(&fake);
+    _run.emplace(fake);
     setInstallRoot(_machine.installRoot());
-    resetServiceType();
     setServiceType(settings.serviceType);
     LogProcessingThread::setPolicyBuffer(settings.serviceType != 1);
     AgentConfig& config = *AgentConfig::getInstance();
@@ -86,13 +85,12 @@ class AgentForwarder final : public Forwarder {
     _platform.emplace(platform::Platform{_machine.clock, fake.threading, *_disk, fake.registry,
                                          fake.devices, fake.processes, fake.sockets,
                                          fake.systemInfo, fake.sharedLibraries, fake.pipes});
-    platform::setCurrent(&*_platform);
+    _other.emplace(*_platform);
     _component.emplace(platform::joinPath(_machine.files(), {_machine.installRoot(), "IDS"}),
                        [] { return 0; });
     AgentConfig::setHIDSInterface(&*_component);
     if (settings.serviceType == 1) {
       HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(_receiver));
-      HttpsHandler::startCommunication();
     }
     auto processor = std::make_unique<LogProcessor>(HIDS_RT_LOG, destination(settings));
     _processor = processor.get();
@@ -110,9 +108,8 @@ class AgentForwarder final : public Forwarder {
     }
     _processor->tend();
     if (AgentConfig::getInstance()->registered()) return;
-    platform::setCurrent(&surroundings().platform());
+    const platform::OtherPlatform settings(surroundings().platform());
     AgentConfig::getInstance()->setUniqueId(kIdentifier);
-    platform::setCurrent(&*_platform);
   }
 
   void kill() override { end(); }
@@ -130,11 +127,9 @@ class AgentForwarder final : public Forwarder {
   void end() {
     _thread.reset();
     _processor = nullptr;
-    AgentConfig::setHIDSInterface(nullptr);
     _component.reset();
-    HttpsHandler::setTransport(nullptr);
-    AgentConfig::freeInstance();
-    platform::setCurrent(nullptr);
+    _other.reset();
+    _run.reset();
   }
 
   Machine& _machine;
@@ -143,6 +138,8 @@ class AgentForwarder final : public Forwarder {
   StopToken _atOnce;             // ends the pause between two tries to remove a file
   std::optional<ForwardingDisk> _disk;
   std::optional<platform::Platform> _platform;
+  std::optional<platform::CurrentPlatform> _run;
+  std::optional<platform::OtherPlatform> _other;
   std::optional<HidsComponent> _component;
   std::unique_ptr<LogProcessingThread> _thread;
   LogProcessor* _processor = nullptr;

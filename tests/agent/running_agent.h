@@ -10,15 +10,15 @@
 
 namespace korvane::tests {
 
-class AgentRun {
+class RunningAgent {
  public:
-  explicit AgentRun(SimulatedMachine& machine) : _machine(machine) {
+  explicit RunningAgent(SimulatedMachine& machine) : _machine(machine) {
     _host = machine.sim.createThread(0, [this] {
       agent.run(&info);
       _returned = true;
     });
   }
-  ~AgentRun() {
+  ~RunningAgent() {
     if (!_returned) stop();
   }
 
