@@ -49,7 +49,7 @@ bool Unpacking::stage(ZipArchive& zip, Refusal& refusal) {
   for (const Entry& entry : zip.entries()) {
     if (!entry.isDirectory() && !stageFile(zip, entry, refusal)) return false;
   }
-  return flushDirectories(_staging, refusal);
+  return true;
 }
 
 bool Unpacking::makeDirectories(const std::string& root, Refusal& refusal) {

@@ -24,7 +24,8 @@ int write(platform::Files& files, const std::string& directory, const std::strin
   int error = files.makeDirectories(directory);
   if (!error) error = files.open(path, platform::OpenMode::create, file);
   if (!error) error = file->write(bytes.data(), bytes.size());
-  if (!error) error = file->flush();
+  // Of an empty one only its name has to stay.
+  if (!error && !bytes.empty()) error = file->flush();
   if (!error) error = files.flushDirectory(directory);
   file.reset();
   // The error that is told is the one of the writing.
@@ -101,8 +102,7 @@ int ApplicationFolder::makeGood(const Staged& staged) {
 }
 
 int ApplicationFolder::drop(const Staged& staged) {
-  const int error = removeIfThere(stagedPath(staged));
-  return error ? error : _files.flushDirectory(_directory);
+  return removeIfThere(stagedPath(staged));
 }
 
 int ApplicationFolder::remove(const std::string& application) {

@@ -38,8 +38,9 @@ class ApplicationFolder {
   [[nodiscard]] int stage(const std::string& application, std::string_view archive);
   [[nodiscard]] int stageRemoval(const std::string& application);
   [[nodiscard]] int makeGood(const Staged& staged);
-  [[nodiscard]] int drop(const Staged& staged);
   [[nodiscard]] int remove(const std::string& application);
+  // Not flushed: what a crash brings back is settled again, to the same end.
+  [[nodiscard]] int drop(const Staged& staged);
 
  private:
   std::string stagedPath(const Staged& staged) const;

@@ -242,6 +242,11 @@ bool AgentConfigState::writeOne(std::string_view tag, const std::string& path,
 bool AgentConfigState::saveHoldingLockFile(std::string_view tag, bool force) {
   takeExternalChange(tag);
   const Snapshot content = snapshot();
+  {
+    // After a failure the file may hold all of it already, in a folder that was not flushed.
+    const Synchronized hold(lock);
+    force = force || nextRetryMs != 0;
+  }
   const bool written = writeOne(tag, files.agentIni(), &AgentConfigState::agentIni, content, force);
   const Synchronized hold(lock);
   if (written) markSaved(content);

@@ -67,11 +67,7 @@ class LogFixture : public testing::Test {
 
   platform::FakePlatform fake;
   platform::FaultyFiles files{fake.files};
-  platform::Platform system{fake.clock,     fake.platform().threading,
-                            files,          fake.registry,
-                            fake.devices,   fake.processes,
-                            fake.sockets,   fake.systemInfo,
-                            fake.libraries, fake.pipes};
+  platform::Platform system = platform::withFiles(fake.platform(), files);
 
  private:
   std::optional<platform::CurrentPlatform> _current;

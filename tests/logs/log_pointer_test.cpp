@@ -1,5 +1,6 @@
 #include "logs/file_log_pointer.h"
 #include "logs/log_pointer_factory.h"
+#include "platform/fake/recording_files.h"
 #include "tests/logs/log_fixture.h"
 #include "util/errors.h"
 
@@ -82,13 +83,28 @@ TEST_F(LogPointerTest, CutsTextsThatDoNotFit) {
   EXPECT_EQ(FileLogPointer(copy).getEndTimeStamp().length(), 63u);
 }
 
-TEST_F(LogPointerTest, TheFolderOfANewFileIsFlushedOnce) {
+TEST_F(LogPointerTest, WhatWasWrittenDurablySurvivesEveryCrashAndNoFlushCanBeLeftOut) {
+  platform::RecordingFiles recording(fake.files);
+  platform::Platform machine = platform::withFiles(fake.platform(), recording);
+  const platform::OtherPlatform recorded(machine);
   FileLogPointer pointer(kPointerFile);
-  const int before = files.count(FileOperation::flushDirectory);
-  for (int i = 0; i < 3; ++i) {
-    pointer.writePointerDurably();
-    EXPECT_EQ(files.count(FileOperation::flushDirectory) - before, 1);
+  pointer.setOffset(4711);
+  pointer.writePointerDurably();
+  const auto lost = [&] {
+    size_t count = 0;
+    recording.forEachCrashAfter(recording.size(), [&](const auto&, platform::MemoryFiles& disk) {
+      count += disk.content(kPointerFile) != content();
+    });
+    return count;
+  };
+  EXPECT_EQ(lost(), 0U);
+  ASSERT_EQ(recording.flushes(), 2U);
+  for (const size_t flush : {0U, 1U}) {
+    recording.leaveOutFlush(flush);
+    EXPECT_GT(lost(), 0U) << recording.describeFlush(flush);
   }
+  pointer.writePointerDurably();
+  EXPECT_EQ(recording.flushes(), 3U) << "the folder needs it once";
 }
 
 TEST_F(LogPointerTest, ADamagedFileKeepsItsOffsetAndIsMadeAnew) {

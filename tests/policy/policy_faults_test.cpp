@@ -208,6 +208,7 @@ size_t callsOf(const Change& change) {
 // none that can fail this way.
 bool checkFailure(const Change& change, size_t at, Tripwire::Way way) {
   Machine left;
+  std::vector<Machine> cut;
   std::string point = change.name;
   {
     PolicyWorld world(change.machine());
@@ -232,9 +233,12 @@ bool checkFailure(const Change& change, size_t at, Tripwire::Way way) {
     EXPECT_EQ(untruth(world), "") << point;
     EXPECT_EQ(world.lastStatus.empty(), !change.toldToServer) << point;
     left = world.afterEnd();
+    cut = world.afterPowerLoss();
     EXPECT_EQ(afterNextPolicy(world, change, left.fact), "") << point << ", same process";
   }
   EXPECT_EQ(afterRestart(left, change), "") << point;
+  for (const Machine& machine : cut)
+    EXPECT_EQ(afterRestart(machine, change), "") << point << ", " << machine.ended;
   return true;
 }
 
