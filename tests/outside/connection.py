@@ -140,7 +140,8 @@ class Connection(OutsideCase):
 
     def test_what_never_ends(self):
         """Each takes the whole 30 seconds; all at once."""
-        rows = {"steady": (steady, "tls"), "silent before TLS": (silent, None), "silent before the answer": (lambda c: (request(c), silent(c)), "tls"),
+        rows = {"steady": (steady, "tls"), "silent before TLS": (silent, None),
+                "silent before the answer": (lambda c: (request(c), silent(c)), "tls"),
                 "silent in the body": (says(answer(b"EOF", length=9), silent), "tls")}
         with concurrent.futures.ThreadPoolExecutor() as pool:
             results = dict(zip(rows, pool.map(lambda row: self.report(*row), rows.values())))
@@ -180,8 +181,9 @@ class Connection(OutsideCase):
         whole, chunks = answer(), AGENT + b"Transfer-Encoding: chunked\r\n"
         head = whole.index(b"\r\n\r\n")
         http = {"before it": (b"", "closed"), "in the status line": (whole[:9], ""), "in the headers": (whole[:head - 5], ""),
-                "behind the headers": (whole[:head + 4], ""), "in the body": (whole[:-3], ""), "in a chunk": (answer(b"9\r\nEOF_F", chunks), ""),
-                "between chunks": (answer(chunked(END), chunks), ""), "no chunk": (answer(b"what\r\n", chunks), ""), "not HTTP": (b"SSH-2.0-x\r\n" * 9, "not HTTP")}
+                "behind the headers": (whole[:head + 4], ""), "in the body": (whole[:-3], ""),
+                "in a chunk": (answer(b"9\r\nEOF_F", chunks), ""), "between chunks": (answer(chunked(END), chunks), ""),
+                "no chunk": (answer(b"what\r\n", chunks), ""), "not HTTP": (b"SSH-2.0-x\r\n" * 9, "not HTTP")}
         self.table({**{f"closed {name}": (says(data), "tls", "HTTP answer", word) for name, (data, word) in http.items()},
                     **{f"reset {name}": (says(data, reset), "tls", "HTTP answer") for name, (data, _) in list(http.items())[:5]}})
 
@@ -194,8 +196,8 @@ class Connection(OutsideCase):
                     connection.sendall(real.recv(count, socket.MSG_WAITALL))
                 then(connection)
             return serve
-        greeting = b"220 mail ESMTP\r\n"
-        self.table({"plain HTTP": (lambda c: (c.recv(9999), c.sendall(b"HTTP/1.1 400 Bad Request\r\n\r\n"), close(c)), None, "TLS handshake", "HTTP"),
+        greeting, plain = b"220 mail ESMTP\r\n", b"HTTP/1.1 400 Bad Request\r\n\r\n"
+        self.table({"plain HTTP": (lambda c: (c.recv(9999), c.sendall(plain), close(c)), None, "TLS handshake", "HTTP"),
                     "another protocol": (lambda c: (c.sendall(greeting), c.recv(9999), close(c)), None, "TLS handshake"),
                     "closed at once": (lambda c: (c.recv(9999), close(c)), None, "TLS handshake", "closed"),
                     "reset at once": (lambda c: (c.recv(9999), reset(c)), None, "TLS handshake", "reset"),
@@ -213,7 +215,8 @@ class Connection(OutsideCase):
                 for status in (b"401 No", b"403 No", b"404 No", b"410 No")}
         rows.update({f"status {status.decode()}": (says(answer(page, html, status)), "tls", "HTTP answer", status[:3].decode())
                      for status in (b"407 No", b"500 No", b"503 No")})
-        rows["redirection"] = (says(answer(b"", b"Location: https://login.example/x\r\n", b"302 Found")), "tls", "agent port", "login.example")
+        elsewhere = answer(b"", b"Location: https://login.example/x\r\n", b"302 Found")
+        rows["redirection"] = (says(elsewhere), "tls", "agent port", "login.example")
         rows["another page"] = (says(answer(page, html)), "tls", "agent port", "Free airport net")
         rows["empty and foreign"] = (says(answer(b"", html)), "tls", "agent port")
         rows["an error of the server"] = (says(answer(END, AGENT + b"Korvane-Error: 300\r\n")), "tls", "server's answer", "300")
