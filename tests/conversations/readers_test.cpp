@@ -44,7 +44,9 @@ TEST(PiggyBackedUpdate, IsTheOneOfTheLastExchangesKind) {
     HttpsHandler handler;
     ASSERT_EQ(handler.setUpdateResult(row.kind, 0, STRING("No Error")), 0);
     PropertyList pairs;
+    testing::internal::CaptureStdout();
     EXPECT_EQ(handler.getPiggyBackedUpdate(pairs), row.own ? 1 : 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), row.own ? "" : "No PiggyBacked Update \n");
     bool own = false;
     for (const auto& [name, value] : pairs) {
       own = own || (row.own && name == STRING(row.own) && value == STRING("true"));
