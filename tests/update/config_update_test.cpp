@@ -9,6 +9,7 @@ namespace korvane {
 namespace {
 
 using tests::Answer;
+using tests::Cycles;
 using tests::NotifiedCycles;
 using tests::TestIds;
 
@@ -113,6 +114,26 @@ TEST(Report, IsAnsweredLikeAStatus) {
       EXPECT_EQ(cycles.machine.countLines(",10217,"), row.events10217) << update;
       PolicyProcessor::reconcile();  // the next agent of the process has nothing to tell
     }
+  }
+}
+
+TEST(Report, OfAPolicyIsRepeatedWithTheStatusUntilItIsTaken) {
+  for (const Answer& answer : {Answer::error(400), Answer::error(300), Answer::http(500)}) {
+    Cycles cycles("[Polling]\npolling.interval=10\n[TCP]\ntcp.enabled=true\ntcp.port=2222\n");
+    cycles.run(1);
+    const auto told = [&cycles] { return cycles.results("result.errorcode=19\n"); };
+    cycles.machine.server.queue("result", Answer::properties("update.policy=true\n"));
+    cycles.run(11);
+    EXPECT_EQ(told(), 1U);
+    cycles.machine.server.queue("result", Answer::properties("update.policy=true\n"));
+    cycles.machine.server.queue("result", answer);
+    cycles.run(11);
+    EXPECT_EQ(told(), 2U);
+    cycles.config().setUniqueId("new");
+    cycles.run(11);
+    EXPECT_EQ(told(), 3U) << answer.status << answer.headers;
+    cycles.run(33);
+    EXPECT_EQ(told(), 3U) << "once it is taken it is told";
   }
 }
 

@@ -49,6 +49,25 @@ struct Step {
 
 const std::string kPackage = makeZip({{.name = "setup.bin", .content = "program"}});
 
+TEST(SoftwareUpdate, GivesUpAfterTenRefusalsAndAtOnceWhenItIsRefusedOtherwise) {
+  for (const int code : {200, 300}) {
+    Step step;
+    step.machine.server.queue("update", Answer::error(200));
+    step.machine.server.always("update", Answer::error(code));
+    const auto requestsAfter = [&step](int cycles) {
+      step.pending.software = true;
+      for (; cycles > 0; --cycles) {
+        step.run();
+        step.retry.step();
+      }
+      return step.machine.server.count("update");
+    };
+    const size_t most = code == 200 ? 10 : 2;
+    EXPECT_EQ(requestsAfter(300), most);
+    EXPECT_EQ(requestsAfter(6000), most + 1);
+  }
+}
+
 TEST(SoftwareUpdate, TheNextStartReportsWhatTheInstallerLeft) {
   struct Case {
     std::string file;
