@@ -12,7 +12,8 @@ import tempfile
 import time
 
 import updates
-from stage import Stage, StageError, free_port, wait_until
+from machine import free_port
+from stage import Stage, StageError, wait_until
 
 BATCH_LIMIT = 2000
 

@@ -17,6 +17,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import stage as stages  # noqa: E402
+from machine import free_port  # noqa: E402
 
 SECTION = "Data-Format=text/plain\nData-Type=properties\nData-Length={}\n\n{}\nEOF_FLAG\n"
 
@@ -102,7 +103,7 @@ class NotifiedAgent:
         self.stage.make_certificates()
         self.server = TimedServer(self.stage.certs)
         self.stage.server_port = self.server.port
-        self.port = stages.free_port()
+        self.port = free_port()
         self.stage.install(settings={"TCP": {"tcp.enabled": "true", "tcp.port": self.port},
                                      "Polling": {"polling.interval": polling}})
         self.stage.start_driver()

@@ -30,10 +30,11 @@ def copy_headers(root, folder):
 
 def build(sources, include, libraries, library, program, windows):
     """Compiles the program against nothing but these headers and links it with nothing but this library."""
-    # -static looks for no import library by its short name.
-    link = [str(libraries / f"{library}.dll.a"), "-static"] if windows else ["-L", str(libraries), f"-l{library}", "-pthread", f"-Wl,-rpath,{libraries}"]
-    subprocess.run([compiler(windows), "-std=c++20", "-Wall", "-Wextra", "-Werror", "-Wno-unused-result", "-I", str(include), *map(str, sources),
-                    "-o", str(program), *link], check=True)
+    link = ["-L", str(libraries), f"-l{library}", "-pthread", f"-Wl,-rpath,{libraries}"]
+    if windows:  # -static looks for no import library by its short name
+        link = [str(libraries / f"{library}.dll.a"), "-static"]
+    subprocess.run([compiler(windows), "-std=c++20", "-Wall", "-Wextra", "-Werror", "-Wno-unused-result",
+                    "-I", str(include), *map(str, sources), "-o", str(program), *link], check=True)
 
 
 def inline_symbols(sources, include, place):

@@ -16,7 +16,7 @@ import urllib.error
 import urllib.request
 import zipfile
 
-from machine import LinuxMachine, Program, ROOT, StageError, WineMachine, free_port, wait_until
+from machine import LinuxMachine, Program, ROOT, StageError, WineMachine, wait_until
 
 REGISTRY_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\Dalvora\Intrusion Security\agent"
 DRIVER_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services"

@@ -70,7 +70,6 @@ class ResponseParser {
   int errorCode() const { return _errorCode; }
   // The charset is "UTF-16LE": properties and error text are.
   bool wide() const { return _wide; }
-  size_t bodySize() const { return _body.size(); }
 
   // One list for each section of properties.
   const std::vector<PropertyList>& properties() const { return _properties; }

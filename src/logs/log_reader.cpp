@@ -184,10 +184,6 @@ void LogReader::savePointer(int64_t undelivered) {
   if (_source.isOpen()) _source.savePointerAt(undelivered);
 }
 
-void LogReader::close() {
-  _source.closeLog();
-}
-
 LogReader::FinishedLog LogReader::moveOn() {
   FinishedLog finished{currentLogName(), _source.pathIsOpenFile(), _source.position(),
                        _source.place()};

@@ -46,7 +46,6 @@ class LogReader {
   STRING currentLogName() const { return _source.getCurrentLogName(); }
   // Keeps `undelivered` as where reading goes on after a restart.
   void savePointer(int64_t undelivered);
-  void close();
 
   struct FinishedLog {
     STRING name;

@@ -48,7 +48,6 @@ class Mutex {
  public:
   virtual ~Mutex() = default;
   virtual void lock() = 0;
-  [[nodiscard]] virtual bool tryLock() = 0;
   virtual void unlock() = 0;
 };
 

@@ -114,7 +114,6 @@ class PosixMutex final : public Mutex {
   ~PosixMutex() override { pthread_mutex_destroy(&_mutex); }
 
   void lock() override { pthread_mutex_lock(&_mutex); }
-  bool tryLock() override { return pthread_mutex_trylock(&_mutex) == 0; }
   void unlock() override { pthread_mutex_unlock(&_mutex); }
 
  private:

@@ -54,7 +54,6 @@ class WinMutex final : public Mutex {
   WinMutex(const WinMutex&) = delete;
   WinMutex& operator=(const WinMutex&) = delete;
   void lock() override { ::EnterCriticalSection(&_section); }
-  bool tryLock() override { return ::TryEnterCriticalSection(&_section) != 0; }
   void unlock() override { ::LeaveCriticalSection(&_section); }
 
  private:

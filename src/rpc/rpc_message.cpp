@@ -55,10 +55,6 @@ void RPCRequest::SetPtree(JsonTree&& tree) {
   takeChild(tree, "params", params);
 }
 
-JsonTree RPCRequest::ptree() const {
-  return RPCRequest(*this).takePtree();
-}
-
 JsonTree RPCRequest::takePtree() {
   JsonTree tree = opened(id);
   tree.put("name", name);

@@ -19,8 +19,7 @@ class RPCRequest {
   // no integer, the property tree's own error. After an error the request is as it was.
   void SetPtree(const JsonTree& tree);
   void SetPtree(JsonTree&& tree);  // large parameters are taken over without a copy
-  JsonTree ptree() const;
-  JsonTree takePtree();  // leaves no parameters
+  JsonTree takePtree();            // leaves no parameters
 
   std::optional<int> id;
   std::string name;  // of the method; empty when there was none

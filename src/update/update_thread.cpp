@@ -29,10 +29,6 @@ const int UpdateThread::RETRY_INTERVAL;
 
 UpdateThread::UpdateThread(AgentInfo*) {}
 
-const PendingUpdates& UpdateThread::pendingUpdates() const {
-  return _pending;
-}
-
 UpdateThread::~UpdateThread() = default;
 
 void UpdateThread::stop() {

@@ -57,7 +57,6 @@ class KORVANE_EXPORT UpdateThread : public Thread {
 
   // One turn of the loop without its pause.
   void cycle();
-  const PendingUpdates& pendingUpdates() const;
 
  private:
   void loop();

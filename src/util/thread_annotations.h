@@ -15,7 +15,6 @@
 #define RETURN_CAPABILITY(x) KORVANE_ANNOTATION(lock_returned(x))
 #define ACQUIRE(...) KORVANE_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) KORVANE_ANNOTATION(release_capability(__VA_ARGS__))
-#define TRY_ACQUIRE(...) KORVANE_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define REQUIRES(...) KORVANE_ANNOTATION(requires_capability(__VA_ARGS__))
 #define EXCLUDES(...) KORVANE_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define NO_THREAD_SAFETY_ANALYSIS KORVANE_ANNOTATION(no_thread_safety_analysis)

@@ -261,7 +261,8 @@ class Diagnosis(Installed):
         stopped = self.collected("stopped.zip")
         self.assertIn("agent.txt: ", stopped["problems.txt"])
         for entries in (running, stopped):
-            for name in ("about.txt", "status.json", "policy.json", "settings.ini", "settings-check.txt", "connection.txt", f"logs/{own.name}"):
+            for name in ("about.txt", "status.json", "policy.json", "settings.ini", "settings-check.txt", "connection.txt",
+                         f"logs/{own.name}"):
                 self.assertTrue(entries[name], name)
             self.assertIn("driver/kept.conf", entries["policy.json"])
             self.assertIn("****@127.0.0.1", entries["settings.ini"])

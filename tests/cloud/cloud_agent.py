@@ -113,7 +113,8 @@ class CloudAgent(unittest.TestCase):
             self.assertEqual((state["id"], state["errorCode"], self.in_driver()), ("Base-1", "66", "Base-1"))
         self.done("applicationPolicy.set", **self.application("web", "rule deny file web /w\n"))
         self.done("applicationPolicy.set", **self.application("mail", "rule log file mail /m\n"))
-        self.assertIn("applications/ftp/policy.txt", self.refused(-32020, "applicationPolicy.set", **self.application("ftp", "rule what\n")))
+        refusal = self.refused(-32020, "applicationPolicy.set", **self.application("ftp", "rule what\n"))
+        self.assertIn("applications/ftp/policy.txt", refusal)
         self.done("policy", **self.base("Base", "2", "rule deny file base /b\n"))
         self.done("applicationPolicy.remove", name="mail")
         self.assertEqual(self.in_driver(), "Base-2")
@@ -130,7 +131,8 @@ class CloudAgent(unittest.TestCase):
         self.assertEqual(self.stage.setting("log.consolidate"), "false")
 
     def configure(self):
-        self.assertIn("polling.interval", self.refused(-32602, "configuration", settings={"log.consolidate": "false", "polling.interval": "x"}))
+        settings = {"log.consolidate": "false", "polling.interval": "x"}
+        self.assertIn("polling.interval", self.refused(-32602, "configuration", settings=settings))
         self.assertEqual(self.stage.setting("log.consolidate"), "true")
         self.assertEqual(self.done("configuration", settings={"log.consolidate": "false"}), {"changed": "1"})
         self.done("retranslate")

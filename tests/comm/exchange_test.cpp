@@ -255,35 +255,6 @@ TEST_F(Exchange, GroupsOfAConfigurationAnswer) {
   EXPECT_EQ(out.size(), 3u);
 }
 
-TEST_F(Exchange, PiggyBackedUpdateIsOfTheLastExchangesKind) {
-  const std::string answer = properties("a=b\nupdate.policy=false\n") +
-                             properties(
-                                 "update.policy=true\nupdate.software=true\nupdate.qel=yes\n"
-                                 "send.application.request=true\npolicy.name=Base 4\n");
-  const struct {
-    std::function<int()> exchange;
-    const char* pairs;  // null: none
-  } cases[] = {
-      {[&] { return handler.setUpdateResult(2, PropertyList()); },
-       "update.policy=true\npolicy.name=Base 4\n"},
-      {[&] { return handler.getUpdate(2 | 4 | 1, false); },
-       "update.policy=true\nupdate.software=true\npolicy.name=Base 4\n"},
-      {[&] { return handler.setUpdateResult(32, PropertyList()); }, nullptr},
-      {[&] { return handler.sendAgentStatusMessage(false); },
-       "update.policy=true\npolicy.name=Base 4\n"},
-      {[&] { return handler.log(PropertyList()); }, nullptr},
-  };
-  for (const auto& test : cases) {
-    transport.steps.push_back({.body = answer});
-    EXPECT_EQ(test.exchange(), 0);
-    PropertyList out;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(handler.getPiggyBackedUpdate(out), test.pairs ? 1 : 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), test.pairs ? "" : "No PiggyBacked Update \n");
-    EXPECT_EQ(linesOf(out), test.pairs ? test.pairs : "");
-  }
-}
-
 TEST_F(Exchange, ARequestForApplicationDataIsTakenOnceAndByThisRunOfTheAgent) {
   const std::string offer =
       properties("send.application.request=true\nsend.application.requestID=r-1\n");

@@ -47,6 +47,31 @@ inline std::vector<std::string> split(const std::string& text, char separator) {
   return parts;
 }
 
+inline std::vector<std::string> itemsOf(std::string text) {
+  std::vector<std::string> items;
+  for (size_t end; (end = text.find("; ")) != std::string::npos; text.erase(0, end + 2))
+    items.push_back(text.substr(0, end));
+  items.push_back(text);
+  return items;
+}
+
+// A line of the file as lines of the conversation: more than one where it names several settings.
+inline std::vector<Line> linesOf(const std::string& at, const std::string& text) {
+  Line line{at, "", text, {}};
+  line.word = line.next();
+  if (line.word == "->" || line.word == "<-:") {
+    const size_t colon = text.find(": ");
+    if (colon == std::string::npos) return {line};
+    line = {at, "", text.substr(0, colon), itemsOf(text.substr(colon + 2))};
+    line.word = line.next();
+    return {line};
+  }
+  if (line.word != "stored" && line.word != "fallback" && line.word != "setting") return {line};
+  std::vector<Line> lines;
+  for (const std::string& item : itemsOf(line.rest)) lines.push_back({at, line.word, item, {}});
+  return lines;
+}
+
 inline void read(std::istream& file, const std::string& subject, std::vector<Conversation>& all) {
   int number = 0;
   for (std::string text; std::getline(file, text);) {
@@ -56,11 +81,13 @@ inline void read(std::istream& file, const std::string& subject, std::vector<Con
     if (text.starts_with("== ")) {
       all.push_back({subject, text.substr(3), {}});
     } else if (begin > 0) {
-      all.back().lines.back().body.push_back(text.substr(begin));
+      Line& above = all.back().lines.back();
+      const std::string items = text.substr(begin);
+      const auto more = above.word == "file" ? std::vector{items} : itemsOf(items);
+      above.body.insert(above.body.end(), more.begin(), more.end());
     } else {
-      Line line{subject + ".txt:" + std::to_string(number), "", text, {}};
-      line.word = line.next();
-      all.back().lines.push_back(line);
+      const auto lines = linesOf(subject + ".txt:" + std::to_string(number), text);
+      all.back().lines.insert(all.back().lines.end(), lines.begin(), lines.end());
     }
   }
 }

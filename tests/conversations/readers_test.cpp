@@ -44,7 +44,9 @@ TEST(PiggyBackedUpdate, IsTheOneOfTheLastExchangesKind) {
     HttpsHandler handler;
     ASSERT_EQ(handler.setUpdateResult(row.kind, 0, STRING("No Error")), 0);
     PropertyList pairs;
+    testing::internal::CaptureStdout();
     EXPECT_EQ(handler.getPiggyBackedUpdate(pairs), row.own ? 1 : 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), row.own ? "" : "No PiggyBacked Update \n");
     bool own = false;
     for (const auto& [name, value] : pairs) {
       own = own || (row.own && name == STRING(row.own) && value == STRING("true"));
@@ -68,6 +70,9 @@ TEST(PiggyBackedUpdate, IsNotTakenFromAnErrorOrAFailure) {
   machine.server.queue("result", Answer::http(500));
   EXPECT_EQ(handler.setUpdateResult(HttpsHandler::POLICY_UPDATE, 0, STRING("No Error")), 500);
   EXPECT_NE(handler.getPiggyBackedUpdate(pairs), 1);
+  machine.server.queue("log", Answer::properties("update.policy=true\n"));
+  EXPECT_EQ(handler.log(PropertyList{{"v1", "TFIL"}}), 0);
+  EXPECT_EQ(handler.getPiggyBackedUpdate(pairs), 0) << "an event asks for nothing";
 }
 
 // A folder holds what a server would answer, under the path words' names.

@@ -108,7 +108,8 @@ class FirstLoad(OutsideCase):
                  "failback.interval": ("-1", "3600")}
         lines = "".join(f"{key}={value}\n" for key, (value, _) in wrong.items())
         self.load(with_checksum(f"{GOOD}[Other]\n{lines}"))
-        self.assertEqual(self.settings("polling.interval", *wrong), {"polling.interval": "77", **{key: true for key, (_, true) in wrong.items()}})
+        self.assertEqual(self.settings("polling.interval", *wrong),
+                         {"polling.interval": "77", **{key: true for key, (_, true) in wrong.items()}})
         self.stop()
         for key in wrong:
             self.told_before_the_start(e10525=key)

@@ -37,7 +37,8 @@ def host(library):
             running.start()
         else:
             texts = []
-            calls = [threading.Thread(target=lambda: texts.append(agent.stopAgent().decode()), daemon=True) for _ in range(int(line.split()[1]))]
+            calls = [threading.Thread(target=lambda: texts.append(agent.stopAgent().decode()), daemon=True)
+                     for _ in range(int(line.split()[1]))]
             for call in calls:
                 call.start()
             for call in calls:
@@ -91,7 +92,8 @@ class InProcess(OutsideCase):
         hanging = self.listener.getsockname()[1]  # the system takes the connection, nobody speaks
         self.stage.install(1)
         self.load()
-        for name, port, seconds in ("dead port", dead, 0), ("dead port, later", dead, 0.7), ("hanging", hanging, 0.7), ("dead again", dead, 0.2):
+        for name, port, seconds in (("dead port", dead, 0), ("dead port, later", dead, 0.7), ("hanging", hanging, 0.7),
+                                    ("dead again", dead, 0.2)):
             with self.subTest(name):
                 self.ini.write_text(with_checksum(f"[Agent]\nagent.http.url=https://127.0.0.1:{port}/korvane/agent/\n"))
                 self.tell("start")
@@ -112,7 +114,8 @@ class InProcess(OutsideCase):
                 self.tell("start")
                 time.sleep(0.3)
                 self.stop()
-        for name in ("agent.ini", "fallback.ini", "logs", "extensions", "builtin.zip", "kav-version.properties", "history", "driver", "lockFile"):
+        for name in ("agent.ini", "fallback.ini", "logs", "extensions", "builtin.zip", "kav-version.properties", "history", "driver",
+                     "lockFile"):
             with self.subTest(f"{name} is a file and not a folder, or a folder and not a file"):
                 root = self.work / f"without-{name}"
                 shutil.copytree(self.stage.ips, root / "IPS")

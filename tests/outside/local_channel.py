@@ -13,7 +13,8 @@ import time
 from outside import FRAME, Client, Closed, OutsideCase, cases, wait_until
 
 SLACK = 2.5  # seconds that a loaded machine may add to a bound
-METHODS = ["getTechStatus", "getTechNames", "getAgentVersion", "getStatus", "getSettings", "getPolicy", "queryDriver", "getLogPointers", "getCounters"]
+METHODS = ["getTechStatus", "getTechNames", "getAgentVersion", "getStatus", "getSettings", "getPolicy", "queryDriver",
+           "getLogPointers", "getCounters"]
 MEBI = 1 << 20
 
 
@@ -35,16 +36,19 @@ class LocalChannel(OutsideCase):
 
     def test_messages(self):
         good = self.request()
-        rows = [(0, good), (0, "  " + good + "\r\n\t"), (0, self.request(id=5, params={"a": [1, None]}, more="x")), (0, self.request(jsonrpc=None)),
-                (0, self.request(jsonrpc={"a": 1})), (0, self.request(jsonrpc="")),
+        rows = [(0, good), (0, "  " + good + "\r\n\t"), (0, self.request(id=5, params={"a": [1, None]}, more="x")),
+                (0, self.request(jsonrpc=None)), (0, self.request(jsonrpc={"a": 1})), (0, self.request(jsonrpc="")),
                 (-32601, self.request("gettechnames")), (-32601, self.request("x" * 5000)), (-32601, self.request("getTechNames\0")),
-                (-32600, '{"name":"getTechNames"}'), (-32600, '{"jsonrpc":"2.0"}'), (-32600, "{}"), (-32600, "[]"), (-32600, "[" + good + "]"),
-                (-32600, '{"JSONRPC":"2.0","name":"getTechNames"}'), (-32600, '{"jsonrpc":"2.0","NAME":"getTechNames"}'),
-                *((-32700, text) for text in ("", " ", "{", good[:-1], good + "}", good + " x", good + good, good.replace(":", "=", 1), "'" + good + "'",
-                                              good.replace('"', "'"), good[:-1] + ",}", good.replace("2.0", "2\\x0"), good.replace("2.0", "\\ud8"),
-                                              good.replace("2.0", "2\n0"), "nul", good + "\0", "\0" + good)),
+                (-32600, '{"name":"getTechNames"}'), (-32600, '{"jsonrpc":"2.0"}'), (-32600, "{}"), (-32600, "[]"),
+                (-32600, "[" + good + "]"), (-32600, '{"JSONRPC":"2.0","name":"getTechNames"}'),
+                (-32600, '{"jsonrpc":"2.0","NAME":"getTechNames"}'),
+                *((-32700, text) for text in (
+                    "", " ", "{", good[:-1], good + "}", good + " x", good + good, good.replace(":", "=", 1), "'" + good + "'",
+                    good.replace('"', "'"), good[:-1] + ",}", good.replace("2.0", "2\\x0"), good.replace("2.0", "\\ud8"),
+                    good.replace("2.0", "2\n0"), "nul", good + "\0", "\0" + good)),
                 *((-32700, data) for data in (b"\xff\xfe{}", good.encode().replace(b"2.0", b"\xff"), good.encode("utf-16-le"))),
-                (0, self.request(params={"x": "\U0001F600 \u00fc"})), (0, self.request(params={"x": "\\ud83d\\ude00"}).replace("\\\\", "\\"))]
+                (0, self.request(params={"x": "\U0001F600 \u00fc"})),
+                (0, self.request(params={"x": "\\ud83d\\ude00"}).replace("\\\\", "\\"))]
         with Client(self.stage) as client:
             for code, message in rows:
                 with self.subTest(message=message[:80]):
@@ -132,13 +136,15 @@ class LocalChannel(OutsideCase):
         def slowly(client, data=nothing, pause=0.3):
             client.raw(data)
             time.sleep(pause)
-        rows = {"nothing": (lambda _: time.sleep(0.2), 3), "no message every 300 ms": (slowly, 3), "no message at once": (lambda c: slowly(c, pause=0), 3),
-                "half frames": (lambda c: slowly(c, nothing[:2048]), 3), "a byte at a time": (lambda c: slowly(c, bytes([next(byte)]), 0.2), 3),
+        rows = {"nothing": (lambda _: time.sleep(0.2), 3), "no message every 300 ms": (slowly, 3),
+                "no message at once": (lambda c: slowly(c, pause=0), 3), "half frames": (lambda c: slowly(c, nothing[:2048]), 3),
+                "a byte at a time": (lambda c: slowly(c, bytes([next(byte)]), 0.2), 3),
                 "a frame that stops": (lambda c: slowly(c, begin[:FRAME + 10], 9), 3), "no further request": (slowly, 10),
                 "answers that nobody reads": (lambda c: c.send(self.request("getStatus")), 4)}
         for name, (act, bound) in rows.items():
             with self.subTest(name):
                 self.assertLess(self.held_up(act, bound == 10, name.endswith("300 ms")), bound + SLACK)
+
     def test_clients_that_wait(self):
         with contextlib.ExitStack() as waiting:
             for number in range(19):

@@ -111,16 +111,20 @@ TYPED_TEST(ThreadingConformance, semaphoreCountsAndKeepsItsMaximum) {
 TYPED_TEST(ThreadingConformance, mutexIsRecursiveAndExcludes) {
   const auto mutex = this->threading.createMutex();
   mutex->lock();
-  EXPECT_TRUE(mutex->tryLock());
-  std::atomic<bool> taken{true};
-  this->run([&] { taken = mutex->tryLock(); })->join(kLongMs);
-  EXPECT_FALSE(taken);
-  mutex->unlock();
-  this->run([&] { taken = mutex->tryLock(); })->join(kLongMs);
-  EXPECT_FALSE(taken) << "taken twice, given back once";
-  mutex->unlock();
-
+  mutex->lock();
   int counter = 0;
+  const auto other = this->run([&] {
+    mutex->lock();
+    ++counter;
+    mutex->unlock();
+  });
+  EXPECT_EQ(other->join(20), WaitResult::timedOut);
+  mutex->unlock();
+  EXPECT_EQ(other->join(20), WaitResult::timedOut) << "taken twice, given back once";
+  EXPECT_EQ(counter, 0);
+  mutex->unlock();
+  EXPECT_EQ(other->join(kLongMs), WaitResult::signalled);
+
   std::vector<std::unique_ptr<NativeThread>> threads;
   for (int i = 0; i < 3; ++i)
     threads.push_back(this->run([&] {
@@ -131,7 +135,7 @@ TYPED_TEST(ThreadingConformance, mutexIsRecursiveAndExcludes) {
       }
     }));
   for (auto& thread : threads) EXPECT_EQ(thread->join(kLongMs), WaitResult::signalled);
-  EXPECT_EQ(counter, 1500);
+  EXPECT_EQ(counter, 1501);
 }
 
 TYPED_TEST(ThreadingConformance, threadsHaveIdsPrioritiesAndAnEnd) {

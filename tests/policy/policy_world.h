@@ -275,10 +275,6 @@ class PolicyWorld {
   }
   const std::string& driverPolicy() const { return _machine.driverPolicy; }
   bool driverBuiltIn() const { return _machine.driverBuiltIn; }
-  void setFact(const std::string& fact) {
-    _machine.fact = fact;
-    fake.systemInfo.variables["FACT"] = fact;
-  }
   int requests(uint32_t code) {
     int count = 0;
     for (const auto& call : fake.devices.calls()) count += call.controlCode == code;

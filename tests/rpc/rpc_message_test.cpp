@@ -24,7 +24,8 @@ TEST(RPCRequest, membersAreLookedUpByName) {
   EXPECT_FALSE(least.id);
   EXPECT_EQ(least.name, "");
   EXPECT_TRUE(least.params.empty());
-  EXPECT_EQ(requestOf(writeJson(full.ptree())).ptree(), full.ptree());
+  const JsonTree tree = RPCRequest(full).takePtree();
+  EXPECT_EQ(requestOf(writeJson(tree)).takePtree(), tree);
 }
 
 // Both forms, for texts that are long, and for one beside them.

@@ -51,9 +51,8 @@ TEST(ThreadFaults, NameTheMethodAndTheNumber) {
   expectFault<RecursiveMutex>("createSemaphore",
                               "ThreadCondition::ThreadCondition(RecursiveMutex&)", 11,
                               [](RecursiveMutex& mutex) { ThreadCondition made(mutex); });
-  expectFault<Win32Mutex>("createMutex", "Win32Mutex::tryLock()", 1, [](Win32Mutex& mutex) {
-    if (mutex.tryLock()) mutex.unlock();
-  });
+  expectFault<Win32Mutex>("createMutex", "Win32Mutex::lock()", 1,
+                          [](Win32Mutex& mutex) { const Synchronized hold(mutex); });
   expectFault<StopToken>("createEvent", "StopToken::sleepFor()", 8,
                          [](StopToken& token) { token.sleepFor(1); });
   expectFault<Made>("setPriority", "Thread::setPriority(ThreadPriority)", 5,

@@ -81,7 +81,6 @@ struct FaultyMutex : Faulty<platform::Mutex> {
     _faults->fails("lock");
     _real->lock();
   }
-  bool tryLock() override { return _real->tryLock(); }
   void unlock() override { _real->unlock(); }
 };
 

@@ -1,4 +1,4 @@
-// Configuration: the retry rules, and what is done with the answers.
+// Configuration: what is done with the answers.
 #include <gmock/gmock.h>
 
 #include "tests/update/cycles.h"
@@ -12,18 +12,6 @@ using tests::Answer;
 using tests::Cycles;
 using tests::NotifiedCycles;
 using tests::TestIds;
-
-TEST(ConfigRetry, IsEndedByWhatTheServerSaysOfAnotherExchange) {
-  NotifiedCycles cycles;
-  cycles.machine.server.always("update", Answer::error(200));
-  cycles.notify(1);
-  cycles.config().setPollingInterval(3);
-  cycles.notify(0);
-  cycles.run(3);
-  const size_t before = cycles.updates();
-  cycles.run(100);
-  EXPECT_EQ(cycles.updates(), before) << "a status without a code clears the group";
-}
 
 TEST(ConfigUpdate, AsksForThePolicyOnlyWhilePreventionIsInForce) {
   struct PolicyCase {

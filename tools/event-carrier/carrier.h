@@ -43,7 +43,6 @@ class Carrier {
   bool connect();
   bool attach();
   bool receive(std::string& message);
-  bool readOn(std::string& message);
   void take(const std::string& message);
   void answer(const Notice& notice, Fault fault);
   bool sent(const Notice& notice, Fault fault);

@@ -24,18 +24,12 @@ platform::Threading& threadingOfThisRun() {
 void RecursiveMutex::lock() {
   made(_mutex, "RecursiveMutex::lock()").lock();
 }
-bool RecursiveMutex::tryLock() {
-  return made(_mutex, "RecursiveMutex::tryLock()").tryLock();
-}
 void RecursiveMutex::unlock() {
   _mutex.existing()->unlock();
 }
 
 void Win32Mutex::lock() {
   made(_mutex, "Win32Mutex::lock()").lock();
-}
-bool Win32Mutex::tryLock() {
-  return made(_mutex, "Win32Mutex::tryLock()").tryLock();
 }
 void Win32Mutex::unlock() {
   _mutex.existing()->unlock();

@@ -7,8 +7,8 @@
 // length.
 //
 // Making one costs nothing and cannot fail, also as an object of static lifetime; the platform's
-// mutex is made when it is first taken. Errors: lock() and tryLock() throw ThreadException 1
-// ("RecursiveMutex::lock()", "Win32Mutex::tryLock()" and so on) when the system refuses it then.
+// mutex is made when it is first taken. Errors: lock() throws ThreadException 1
+// ("RecursiveMutex::lock()", "Win32Mutex::lock()") when the system refuses it then.
 #pragma once
 
 #include "agent/thread/primitive_holder.h"
@@ -24,7 +24,6 @@ class CAPABILITY("mutex") RecursiveMutex {
   RecursiveMutex& operator=(const RecursiveMutex&) = delete;
 
   void lock() ACQUIRE();
-  [[nodiscard]] bool tryLock() TRY_ACQUIRE(true);
   void unlock() RELEASE();
 
  private:
@@ -38,7 +37,6 @@ class CAPABILITY("mutex") Win32Mutex {
   Win32Mutex& operator=(const Win32Mutex&) = delete;
 
   void lock() ACQUIRE();
-  [[nodiscard]] bool tryLock() TRY_ACQUIRE(true);
   void unlock() RELEASE();
 
  private:

@@ -4,8 +4,10 @@
 #include <atomic>
 #include <cstring>
 #include <deque>
+#include <map>
 
 #include "platform/error_codes.h"
+#include "platform/fake/fake_lock.h"
 
 namespace korvane::platform {
 namespace {
@@ -210,21 +212,9 @@ class FakeSocket final : public Socket {
 
 FakeSockets::FakeSockets(Threading& threading)
     : _network(std::make_shared<FakeNetwork>(threading)),
-      _resolverAnswers(threading.createEvent(true, true)),
-      _hosts{{"localhost", {"127.0.0.1"}}} {}
+      _resolverAnswers(threading.createEvent(true, true)) {}
 
 FakeSockets::~FakeSockets() = default;
-
-int FakeSockets::startup() {
-  FakeLock lock(_mutex);
-  ++_startups;
-  return 0;
-}
-
-void FakeSockets::cleanup() {
-  FakeLock lock(_mutex);
-  --_startups;
-}
 
 int FakeSockets::createTcp(std::unique_ptr<Socket>& out) {
   out = std::make_unique<FakeSocket>(_network, std::make_shared<FakeEnd>(_network->threading));
@@ -234,30 +224,9 @@ int FakeSockets::createTcp(std::unique_ptr<Socket>& out) {
 int FakeSockets::resolve(const std::string& host, std::vector<std::string>& out) {
   out.clear();
   _resolverAnswers->wait(kInfinite);
-  if (isDotted(host)) {
-    out.push_back(host);
-    return 0;
-  }
-  FakeLock lock(_mutex);
-  const auto found = _hosts.find(host);
-  if (found == _hosts.end()) return kWsaHostNotFound;
-  out = found->second;
+  if (host != "localhost" && !isDotted(host)) return kWsaHostNotFound;
+  out.push_back(host == "localhost" ? "127.0.0.1" : host);
   return 0;
-}
-
-void FakeSockets::shutdownForeign(uint64_t handle) {
-  FakeLock lock(_mutex);
-  _foreign.push_back(handle);
-}
-
-void FakeSockets::closeForeign(uint64_t handle) {
-  FakeLock lock(_mutex);
-  _foreignClosed.push_back(handle);
-}
-
-void FakeSockets::setHost(const std::string& host, std::vector<std::string> addresses) {
-  FakeLock lock(_mutex);
-  _hosts[host] = std::move(addresses);
 }
 
 void FakeSockets::setResolverHangs(bool hangs) {
@@ -265,21 +234,6 @@ void FakeSockets::setResolverHangs(bool hangs) {
     _resolverAnswers->reset();
   else
     _resolverAnswers->set();
-}
-
-int FakeSockets::startups() {
-  FakeLock lock(_mutex);
-  return _startups;
-}
-
-std::vector<uint64_t> FakeSockets::foreignShutdowns() {
-  FakeLock lock(_mutex);
-  return _foreign;
-}
-
-std::vector<uint64_t> FakeSockets::foreignCloses() {
-  FakeLock lock(_mutex);
-  return _foreignClosed;
 }
 
 }  // namespace korvane::platform

@@ -114,14 +114,6 @@ class SimMutex final : public Mutex {
     ++_depth;
   }
 
-  bool tryLock() override {
-    SimThread& self = _scheduler->self();
-    if (_depth > 0 && _owner != &self) return false;
-    _owner = &self;
-    ++_depth;
-    return true;
-  }
-
   void unlock() override {
     if (--_depth > 0) return;
     _owner = nullptr;

@@ -122,10 +122,6 @@ bool sameContent(const std::string& one, const std::string& other) {
   }
 }
 
-bool isPolicyFileName(std::string_view name) {
-  return !baseOf(name).empty();
-}
-
 void sweepPolicyFolder(const std::string& directory) {
   std::vector<platform::DirectoryEntry> entries;
   if (files().list(directory, entries) != 0 || files().flushDirectory(directory) != 0) return;

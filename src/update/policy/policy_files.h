@@ -33,8 +33,6 @@ Presence presenceOf(const std::string& path);
 // True when both can be read and hold the same bytes; read in pieces.
 bool sameContent(const std::string& one, const std::string& other);
 
-// Whether a name in a policy folder is one that the pipeline gives: "policy", digits, and one of its endings.
-bool isPolicyFileName(std::string_view name);
 // Removes the policy files of a folder that belong to no plus file or policy which agent.ini or the driver's
 // settings name, and all fresh and backup files. Not to be called while a change is under way. Nothing is
 // removed unless all that went before in the folder is durable.

@@ -117,7 +117,6 @@ class Component {
   void addLine(int log, int event, const std::string& line, bool torn);
   void setName(int log);
   std::string writeEvents(int log, int count);
-  std::string tear(int log);
   std::string goOn(int log, bool wholly);
   bool late(const Log& log) const { return log.supersededFor > 2; }
   bool held() const;
