@@ -33,9 +33,9 @@ TEST_F(AgentState, everyStateHasItsWord) {
        "IPS Offline\nIDS Online\nAPP_DISCOVERY Offline\nAGENT_FRAMEWORK Offline\n"},
   };
   for (const auto& c : cases) {
+    beginRun();
     LoggedEvents log(fake.files);
     const size_t before = log.text().size();
-    beginRun();
     setServiceType(c.type);
     config().setIPSEnabled(c.ips);
     config().setIPSRebootRequired(c.reboot);

@@ -10,14 +10,12 @@
 namespace korvane {
 namespace {
 
-// The threads of one run.
-struct Threads {
-  ThreadKey key;
-  std::atomic<int> abandoned{0};
-};
+ThreadKey& threadKey() {
+  return AgentRun::current().part<ThreadKey>(RunPart::threadKey);
+}
 
-Threads& threads() {
-  return AgentRun::current().part<Threads>(RunPart::threads);
+std::atomic<int>& abandonedThreads() {
+  return AgentRun::current().part<std::atomic<int>>(RunPart::abandonedThreads);
 }
 
 void forgetCurrent(ThreadKey& key) noexcept {
@@ -54,15 +52,15 @@ Thread::Thread(AdoptCurrent) : _control(std::make_shared<Control>(0)) {
   auto native = platform::current().threading.adoptCurrentThread();
   if (!native) throw ThreadException("Thread::Thread()", 2);
   _control->identify(std::move(native), /*isAdopted=*/true);
-  threads().key.set(this);
+  threadKey().set(this);
 }
 
 Thread::~Thread() {
   try {
     const Control::Parting parting = _control->part();
-    if (parting.abandoned) ++threads().abandoned;
+    if (parting.abandoned) ++abandonedThreads();
     if (parting.join) parting.native->join(platform::kInfinite);
-    if (parting.adopted && current() == this) forgetCurrent(threads().key);
+    if (parting.adopted && current() == this) forgetCurrent(threadKey());
   } catch (const ThreadException&) {
   }
 }
@@ -70,7 +68,7 @@ Thread::~Thread() {
 void Thread::wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept {
   ThreadKey* key = nullptr;
   try {
-    key = &threads().key;
+    key = &threadKey();
     key->set(&self);
   } catch (...) {
     control->failure = std::current_exception();
@@ -119,7 +117,7 @@ void Thread::dispose(Thread* thread) {
   if (!thread) return;
   const std::shared_ptr<Control> control = thread->_control;
   if (control->leaveToItself())
-    ++threads().abandoned;
+    ++abandonedThreads();
   else
     delete thread;
 }
@@ -163,11 +161,11 @@ bool Thread::waitOnCondition(uint32_t timeoutMs) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 Thread* Thread::current() {
-  return threads().key.get();
+  return threadKey().get();
 }
 
 int Thread::abandoned() {
-  return threads().abandoned;
+  return abandonedThreads();
 }
 
 }  // namespace korvane
