@@ -18,7 +18,7 @@
 
 namespace korvane::host {
 
-// Exit statuses of the program, and of the service that it is; above 100: the command line is wrong.
+// Exit statuses of the program, and of the service that it is; above 100: invalid command line.
 enum ExitStatus : int {
   kExitStopped = 0,      // stopped on request
   kExitFailed = 1,       // the library could not be used, or the command could not be carried out

@@ -218,7 +218,7 @@ ResponseParser::Walk ResponseParser::readSectionHeader(SectionHeader& header) {
     if (line.empty()) return Walk::goesOn;
     if (readHeaderLine(line, header) == Walk::malformed) return Walk::malformed;
   }
-  // The payload of a dropped section is no framing, so its end is no fault.
+  // The payload of a dropped section is not a framing, so its end is not a fault.
   if (_insideDropped) return Walk::ends;
   return malformed(header, "the body ends among its header lines");
 }

@@ -54,7 +54,7 @@ void removeOldCopies(const std::string& directory, const std::string& prefix) {
 const char* describe(IniFault fault) {
   switch (fault) {
     case IniFault::none:
-      return "whole";
+      return "intact";
     case IniFault::missing:
       return "missing";
     case IniFault::unreadable:

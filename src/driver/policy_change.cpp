@@ -100,7 +100,7 @@ int DriverConfig::newPolicy(const STRING& file, STRING& message) {
 }
 
 int DriverConfig::changePolicy(PolicyChange& change) {
-  // No recorded policy yet is no failure, so the value is read past the error message.
+  // No recorded policy yet is not a failure, so the value is read past the error message.
   ignoreResult(platform::current().registry.readString(kDriverParametersKey, kFilterFileValue,
                                                        change.oldFile));
   change.builtInBefore = builtInInForce();

@@ -25,7 +25,7 @@ namespace korvane {
 class KORVANE_EXPORT FileLogPointer : public LogPointer {
  public:
   explicit FileLogPointer(const STRING& pointerFilePath);
-  // With OpenMode::read the file is only looked at: it is not kept open and a failure is no event.
+  // With OpenMode::read the file is only looked at: it is not kept open and a failure is not an event.
   FileLogPointer(const STRING& pointerFilePath, platform::OpenMode mode);
   FileLogPointer(const FileLogPointer&);
   FileLogPointer& operator=(const FileLogPointer&);

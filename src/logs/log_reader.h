@@ -2,7 +2,7 @@
 //
 // End: a log has ended when its MEOF record was read and nothing stands behind it; the end of the file
 // alone is a pause. An unfinished line at the end of the file is read again later; after kPatience
-// passes without growth it is taken as it stands. A line that is no record is skipped: one of a wrong
+// passes without growth it is taken as it stands. A line that is not a record is skipped: one of a wrong
 // type is event 10135, one of too many fields event 10551.
 // What comes next: the names that the component's settings showed and those in end marks wait in NextLogs, in the order in
 // which they were seen (docs/file-formats.md); the name in a log's end mark is that of the log right behind it. Without one the

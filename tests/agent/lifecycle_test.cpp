@@ -118,7 +118,7 @@ TEST(Lifecycle, StopsWithinTwoSecondsInEveryState) {
     machine.sim.runFor(row.afterMs);
     EXPECT_LE(run.stop(), kStopLimitMs);
     EXPECT_TRUE(run.returned());
-    EXPECT_EQ(run.info.count(), 0) << "a stop is no failed registration";
+    EXPECT_EQ(run.info.count(), 0) << "a stop is not a failed registration";
     EXPECT_EQ(machine.countLines("Fatal Registration."), 0U);
     EXPECT_EQ(machine.countLines(",10107,"), 0U);
     EXPECT_EQ(machine.countLines(",10109,"), 0U) << "that is for ends that nobody asked for";

@@ -89,7 +89,7 @@ class Settings(Installed):
         self.assertIn("\n-tcp.port=2222\n+tcp.port=4711\n", self.ask("config", "diff"))
         kept = self.ini.read_bytes()
         for said, pairs in (("Did you mean polling.interval?", ["agent.name=x", "polling.intervall=60"]),
-                            ("is no number", ["agent.name=x", "polling.interval=soon"]),
+                            ("is not a number", ["agent.name=x", "polling.interval=soon"]),
                             ("cannot be a key", ["agent.name=x", "[a]=y"]),
                             ("names a user", ["agent.name=x", "agent.http.url=https://u:p@h/"])):
             self.assertIn(said, self.refused(FAILED, "config", "set", *pairs))
@@ -157,7 +157,7 @@ class CommandLine(Installed):
 
     def test_bash_completes_what_the_command_line_takes(self):
         if self.windows:
-            self.skipTest("bash is no shell of that system")
+            self.skipTest("bash is not a shell of that system")
         script = self.ask("completion", "bash") + """
             compopt() { :; }
             try() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _agentctl; echo "${COMPREPLY[@]}"; }

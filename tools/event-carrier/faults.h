@@ -21,7 +21,7 @@ enum class Fault {
   mixUpSent,           // names another notice in the sent signal
   mixUpAck,            // carries the events on and acknowledges another notice
   ackTwice,            // acknowledges twice
-  garbage,             // answers with what is no JSON
+  garbage,             // answers with what is not JSON
   disconnectAttached,  // goes once it is attached
   disconnectReading,   // goes in the middle of a notice
   disconnectNotice,    // goes when it has read the notice

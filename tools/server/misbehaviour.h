@@ -29,7 +29,7 @@ enum class FaultKind {
   dataLength,      // every Data-Length becomes `text`
   oversized,       // a properties section of `bytes` bytes of comment lines
   endlessHeaders,  // response headers until the peer goes away
-  garbage,         // bytes that are no HTTP instead of an answer
+  garbage,         // bytes that are not HTTP instead of an answer
   garbageBody,     // a body without any framing
   raw,             // `text`, sent as the whole answer, then the connection closes
   noGuid,          // registration answered without the identity

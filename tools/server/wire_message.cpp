@@ -91,7 +91,7 @@ class Reader {
     const char* last = digits.data() + digits.size();
     const auto [end, status] = std::from_chars(digits.data(), last, length);
     if (digits.empty() || status != std::errc() || end != last) {
-      return fail("Data-Length \"" + std::string(digits.substr(0, 32)) + "\" is no length",
+      return fail("Data-Length \"" + std::string(digits.substr(0, 32)) + "\" is not a length",
                   digitsAt);
     }
     if (_at >= _body.size() || _body[_at] != '\n')

@@ -152,7 +152,7 @@ bool PolicyChange::flush() {
 
 bool PolicyChange::begin() {
   if (reconcilePolicy() == Reconciled::failed) {
-    _problem = "The former policy change could not be undone.";
+    _problem = "The previous policy change could not be rolled back.";
     return false;
   }
   if (!takeState() || !removeStaleBackups()) return false;

@@ -5,7 +5,7 @@
 // docs/file-formats.md has its lines.
 //
 // Value type and functions; nothing is kept. Used by the owner of the policy alone.
-// Errors: 0 or an errno value; EBADMSG for a file that is no whole journal.
+// Errors: 0 or an errno value; EBADMSG for a file that is not a whole journal.
 #pragma once
 
 #include <cstdint>

@@ -109,7 +109,7 @@ bool PolicyProcessor::runTranslatorFor(Attempt& attempt) {
   if (_stopped) return false;
   if (code != 0) return giveUp(attempt, code, getTranslationError(code, attempt.files.freshMinus));
   if (presenceOf(attempt.files.freshMinus) == Presence::present) return true;
-  return giveUp(attempt, code, "The translator made no policy.");
+  return giveUp(attempt, code, "The translator produced no policy.");
 }
 
 bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {

@@ -20,7 +20,7 @@
 //
 // Again. A batch whose answer was lost, and one that arrived in a pass that was killed, may come once more for
 // each time that this happened. Nothing else comes twice: not by an orderly stop, not by a kill between two
-// passes, not by a refused batch, and an open run is no exception, since the read position stands before
+// passes, not by a refused batch, and an open run is not an exception, since the read position stands before
 // its first repeat that has not come.
 //
 // Files. The agent removes a log only when its end mark stands and all of it was answered as delivered (302 and 600 are such answers
