@@ -30,7 +30,7 @@ TEST(LocalMethods, badParametersAreNamedAndChangeNothing) {
        "\"https://****@host/\" names a user"},
       {"setSettings", R"({"settings":{"agent.http.url":"https://host:0/"}})", "port"},
       {"setSettings", R"({"settings":{"agent.http.url":"https://ho st/"}})", "holds a blank"},
-      {"setSettings", R"({"settings":{"agent.name":"a\nb"}})", "agent.name: a line break"},
+      {"setSettings", R"({"settings":{"agent.name":"a\nb"}})", "agent.name: contains a line break"},
       {"getSettings", R"({"keys":["agent.name","x"]})", "x: is not a setting"},
       {"setTrace", R"({"on":"maybe"})", "on: \"maybe\""},
       {"setTrace", R"({"on":""})", "on"},
