@@ -14,7 +14,7 @@ using tests::SimulatedMachine;
 
 constexpr int64_t kStopLimitMs = 2000;
 
-// The positions of the texts in the own log must ascend.
+// The positions of the texts in the agent's own log must ascend.
 void expectInOrder(SimulatedMachine& machine, const std::vector<std::string>& texts) {
   int last = -1;
   for (const std::string& text : texts) {

@@ -1,4 +1,5 @@
-// What the load of the settings at a start has to tell stands in the own log, which opens after it.
+// What the load of the settings at a start has to tell stands in the agent's own log, which opens
+// after it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -77,7 +77,7 @@ TEST_F(Send, FailOverLooksAtAddressesFirst) {
   localAddresses.clear();
   config().setServerList("moving,unknown,steady");
   transport.steps.assign(2, {.code = 28});
-  // The name leads elsewhere now: the same server is tried again over a new handle.
+  // The name leads elsewhere now: the same server is retried over a new handle.
   EXPECT_EQ(poll(), 28);
   EXPECT_EQ(current(), "moving");
   EXPECT_EQ(transport.closed, 1);

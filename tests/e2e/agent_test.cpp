@@ -75,7 +75,7 @@ TEST(Agent, StopsWithinTwoSecondsInEveryState) {
   struct StopCase {
     const char* state;
     std::function<void(InstalledAgent&)> arrange;
-    const char* reached;  // the line of the own log that tells that the state is reached
+    const char* reached;  // the line of the agent's own log that tells that the state is reached
   };
   SilentPeer peer;
   std::unique_ptr<SilentDriver> driver;

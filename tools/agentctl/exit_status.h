@@ -1,4 +1,4 @@
-// How agentctl ends. Scripts build on these numbers: they never change their meaning.
+// The exit status of agentctl. Scripts rely on these numbers: their meaning never changes.
 #pragma once
 
 #include <array>

@@ -1,5 +1,5 @@
-// What a carrier does wrong, notice by notice: first what it was told to, in that order, then at random, in so
-// many of a hundred notices. The same seed gives the same faults. One thread.
+// A carrier's faults, notice by notice: first the requested ones, in order, then random ones in a
+// given percentage of notices. The same seed gives the same faults. One thread.
 #pragma once
 
 #include <cstdint>

@@ -47,7 +47,7 @@ struct Fault {
   std::string guid;              // only requests of this agent; empty: any
   std::string listener;          // only connections to this address; empty: any
   int64_t skip = 0;              // matching requests to let pass first
-  std::optional<int64_t> count;  // how often it still strikes; none: for ever
+  std::optional<int64_t> count;  // how often it still strikes; none: forever
   int64_t hits = 0;
   int code = 0;
   std::string text;
