@@ -1,4 +1,4 @@
-// A step of taking the agent down: whatever it throws, the steps behind it are made.
+// A shutdown step: whatever it throws, the remaining steps are carried out.
 #pragma once
 
 #include <exception>

@@ -1,7 +1,7 @@
 // Unpacks a checked archive into a directory, in two steps.
 //
 // stage() writes every entry into a fresh directory beside the target ("<target>.unpacking") and flushes
-// it; commit() then moves the files into the target one by one, each put in its place in one step.
+// it; commit() then moves the files into the target one by one, each replaced atomically.
 // The destructor removes what was staged and not moved.
 //
 // Crash rule: before commit() the target is untouched; during it every file of the target is whole, old or

@@ -1,4 +1,4 @@
-// What of a configuration could not be taken, and why, for those who are told of it.
+// The settings of a configuration that were refused, and why, for reports.
 //
 // Value type and a pure function; any thread.
 //

@@ -1,4 +1,4 @@
-// What forwarding has done since the agent's start, for whoever looks at it: the counters of the process.
+// What forwarding has done since the agent's start: the counters of the process.
 //
 // Threads: everything may be called by any thread. What the forwarding thread counts costs it a few atomic
 // additions for each pass or batch, none for each record. A snapshot is not of one instant: while events

@@ -9,10 +9,10 @@
 // component's current log comes next. noteNames() looks at the settings; whoever drives the reader calls it often.
 // A log that waits has begun when its file is there and is not empty. A log that has stood still for kPatience passes
 // while a later one had begun was left without its end mark; reading goes on there, and comes back should the log grow. A
-// log that is not there is passed over after kAwaitPasses passes when a later one has begun (event 10554), and read when it
-// does appear. A log that was shortened, or whose name now leads to another file, is read anew from its beginning.
-// The positions of the old log mean nothing after such a move, so the caller makes it (moveOn, switchTo)
-// when it holds nothing undelivered.
+// log that is not there is skipped after kAwaitPasses passes when a later one has begun (event
+// 10554), and read when it does appear. A log that was shortened, or whose name now leads to
+// another file, is reread from its beginning. The positions of the old log mean nothing after
+// such a move, so the caller makes it (moveOn, switchTo) when it holds nothing undelivered.
 //
 // Lifetime: a record's text is valid until the next call of next(). Threads: one. Errors: FileError, as
 // FileLogSource throws it. Positions are bytes in the log.
