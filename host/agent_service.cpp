@@ -127,7 +127,8 @@ int AgentService::explainEnd(AgentInfo* info) {
     say(std::string("the agent ended itself (") + name + ")");
     return kExitAgentEnded;
   }
-  say(std::string("the agent ended unasked") + (info ? "" : " and without a mailbox"));
+  say(std::string("the agent ended without a stop request") +
+      (info ? "" : " and without a mailbox"));
   return info ? kExitAgentEnded : kExitFailed;
 }
 

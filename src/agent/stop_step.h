@@ -17,7 +17,7 @@ void stopStep(const char* what, Step step) noexcept {
   } catch (const std::exception& error) {
     eventlog::event(kEventStepFailed, kSource, {what, error.what()});
   } catch (...) {
-    eventlog::event(kEventStepFailed, kSource, {what, "no exception of the agent's"});
+    eventlog::event(kEventStepFailed, kSource, {what, "unknown exception"});
   }
 }
 

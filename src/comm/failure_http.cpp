@@ -82,7 +82,7 @@ FailureCause redirectCause(const ExchangeEvidence& evidence, const std::string& 
   }
   return {Stage::agentPort,
           "a redirection (" + status + ") to " + quoted(withoutPassword(to)) +
-              " answers: a captive page or gateway stands between",
+              " answers: a captive page or gateway is in between",
           "Open that address in a browser on this machine to see whose page it is."};
 }
 
@@ -108,7 +108,7 @@ FailureCause statusCause(const ExchangeEvidence& evidence) {
             kUseAgentPort};
   }
   if (number == 401 || number == 403) {
-    return {Stage::agentPort, "access was denied (" + status + "); an agent port asks for no login",
+    return {Stage::agentPort, "access was denied (" + status + "); an agent port requires no login",
             kUseAgentPort};
   }
   if (number == 404) {

@@ -66,7 +66,7 @@ const char* describe(IniFault fault) {
     case IniFault::corrupt:
       break;
   }
-  return "without its right checksum";
+  return "inconsistent with its checksum";
 }
 
 std::string IniFiles::path(std::string_view name) const {

@@ -32,7 +32,7 @@ struct FileMemory {
 };
 
 enum class IniFault { none, missing, unreadable, tooLarge, notText, corrupt };
-// "without its right checksum"
+// "inconsistent with its checksum"
 const char* describe(IniFault fault);
 
 class IniFiles {

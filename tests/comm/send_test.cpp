@@ -59,7 +59,11 @@ TEST_F(Send, StatusCheck) {
        56,
        ",10510,",
        "12 bytes missing"},
-      {{.code = 42, .body = std::string((64 << 20) + 1, 'x')}, 56, 56, ",10510,", "a body beyond"},
+      {{.code = 42, .body = std::string((64 << 20) + 1, 'x')},
+       56,
+       56,
+       ",10510,",
+       "a body of more than"},
       {{.status = 0, .body = properties("agent.id=7\n")}, 56, 56, ",10510,", "no HTTP status"},
       {{.code = 100}, 100, 100, ",10223,", "Could not understand the error 100"},
   };

@@ -109,7 +109,8 @@ TEST(Service, IsStoppingWithCheckPointsUntilTheAgentHasReturned) {
 TEST(Service, AnEndThatNobodyAskedForIsAFailureOfTheService) {
   const std::tuple<const char*, DWORD, const char*> cases[] = {
       {"posts-its-end", host::kExitAgentEnded, "the agent ended itself (ACMD_ExitService)"},
-      {"returns-at-once", host::kExitFailed, "the agent ended unasked and without a mailbox"},
+      {"returns-at-once", host::kExitFailed,
+       "the agent ended without a stop request and without a mailbox"},
   };
   for (const auto& [way, code, line] : cases) {
     SCOPED_TRACE(way);

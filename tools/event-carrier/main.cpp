@@ -56,8 +56,7 @@ int korvane::programMain(const std::vector<std::string>& arguments) {
   event_carrier::Options options;
   options.pipe = kEventPipe;
   std::string runDirectory;
-  CLI::App app("A stand-in for the component that carries an agent's events.",
-               "korvane-event-carrier");
+  CLI::App app("A stand-in for the event carrier.", "korvane-event-carrier");
   declare(app, options, runDirectory);
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

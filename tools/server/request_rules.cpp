@@ -95,7 +95,7 @@ std::string checkNoneTwice(const WireProperties& properties, std::string_view bu
     if (name == butThis) continue;
     if (std::ranges::find(properties.begin() + static_cast<ptrdiff_t>(i) + 1, properties.end(),
                           name, &WireProperty::first) != properties.end())
-      return "the property " + inQuotes(name) + " stands twice";
+      return "the property " + inQuotes(name) + " occurs twice";
   }
   return {};
 }

@@ -97,7 +97,7 @@ class Reader {
     if (_at >= _body.size() || _body[_at] != '\n')
       return fail("no empty line before a payload", _at);
     ++_at;
-    if (length >= _body.size() - _at) return fail("Data-Length goes beyond the body", digitsAt);
+    if (length >= _body.size() - _at) return fail("Data-Length exceeds the body", digitsAt);
     section.payload = _body.substr(_at, length);
     _at += length;
     if (_body[_at] != '\n') return fail("no line feed after a payload", _at);

@@ -187,7 +187,7 @@ bool PolicyChange::takeMinus() {
 bool PolicyChange::takeItems() {
   if (presenceOf(_files.freshItems) != Presence::absent)
     return exchange(_files.freshItems, _files.items, _files.oldItems, _journal.hadItems);
-  eventlog::trace(kTag, "The translator made no items: %s", _files.freshItems);
+  eventlog::trace(kTag, "The translator produced no items: %s", _files.freshItems);
   return true;
 }
 
