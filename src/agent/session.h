@@ -1,9 +1,9 @@
-// The runs of the agent in one process, one at a time: who may start, and who is stopped.
+// The runs of the agent in one process, one at a time: which may start, and which is stopped.
 //
 // Threads: any. endSession() may come at any moment, any number of times at once. One that comes while a start
 // is put together ends what that waits for and does not wait for its end; the run then has no agent. One that
-// comes before does nothing. Nothing throws out of either, and whatever fails in a run or in its stop, the calls
-// come back and the next start finds the way free.
+// comes before does nothing. Nothing throws out of either, and whatever fails in a run or in its
+// stop, the calls return and the next start can proceed.
 #pragma once
 
 namespace korvane {

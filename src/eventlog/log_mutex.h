@@ -1,5 +1,5 @@
 // The log's mutex. It is the language's own, because this room lies beside the one with the agent's locks;
-// nothing waits while holding it but for the disk.
+// nothing waits while holding it except for the disk.
 #pragma once
 
 #include <mutex>

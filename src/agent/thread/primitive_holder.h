@@ -1,4 +1,4 @@
-// A primitive of the platform in use, made at its first use and made anew once another platform has
+// A primitive of the platform in use, made at its first use and recreated once another platform has
 // become current. So locks and tokens of static lifetime need nothing while the library is loaded
 // and never keep what a platform that is gone once made. Threads: any; get() of an existing
 // primitive costs two loads. Errors: null when the platform refuses.
