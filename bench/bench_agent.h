@@ -1,4 +1,4 @@
-// What the benchmarks need of an agent: its settings in a folder of their own, without a service.
+// What the benchmarks need from an agent: its settings in a separate folder, without a service.
 #pragma once
 
 #include <cstdint>

@@ -96,7 +96,7 @@ int AgentService::stop(Ending& ending) {
     while (!ending.wait(kStopAgain));
   });
   if (!awaitEnd(ending))
-    endProcess(kExitNotReturned, "the agent did not return from its stop", _stopDeadlineSeconds);
+    endProcess(kExitNotReturned, "the agent did not stop", _stopDeadlineSeconds);
   stopper.join();
   say("the agent has stopped");
   return kExitStopped;
@@ -105,7 +105,7 @@ int AgentService::stop(Ending& ending) {
 int AgentService::awaitSelfExit(Ending& ending) {
   say("the agent is ending itself");
   if (!awaitEnd(ending))
-    endProcess(kExitAgentEnded, "the agent ended itself and did not return", _stopDeadlineSeconds);
+    endProcess(kExitAgentEnded, "the agent ended itself but did not return", _stopDeadlineSeconds);
   return explainEnd(ending.info);
 }
 
@@ -127,7 +127,8 @@ int AgentService::explainEnd(AgentInfo* info) {
     say(std::string("the agent ended itself (") + name + ")");
     return kExitAgentEnded;
   }
-  say(std::string("the agent ended without a request") + (info ? "" : " and without a mailbox"));
+  say(std::string("the agent ended without a stop request") +
+      (info ? "" : " and without a mailbox"));
   return info ? kExitAgentEnded : kExitFailed;
 }
 

@@ -1,13 +1,14 @@
 // Runs the agent for as long as the service is wanted.
 //
-// The agent gets a thread of its own; the main thread waits for a request to stop, for the agent's end,
-// and looks once a second at the agent's shutting-down flag, so that an agent that ends itself is noticed.
-// A stop is repeated until the agent has returned: one that comes before the agent object exists is lost.
-// What does not return within the stop deadline is ended with the process, with a line that says so last.
+// The agent runs on its own thread; the main thread waits for a stop request or the agent's end,
+// and checks the agent's shutting-down flag once a second, to notice an agent that ends itself. A
+// stop is repeated until the agent has returned: one that comes before the agent object exists is
+// lost. An agent that does not return within the stop deadline is terminated with the process,
+// after a final line that says so.
 //
-// Whoever runs the service may listen to its states. Each is told when it is entered, and starting and
-// stopping are told again, at least once a second, for as long as they last. The agent runs when it says
-// itself that it has come up; a server that cannot be reached does not hold that up.
+// The caller may listen to the service's states. Each is reported when it is entered, and starting
+// and stopping are repeated, at least once a second, for as long as they last. The service is
+// running once the agent reports that it is up; an unreachable server does not delay that.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +19,7 @@
 
 namespace korvane::host {
 
-// Exit statuses of the program, and of the service that it is; above 100: the command line is wrong.
+// Exit statuses of the program, and of the service that it is; above 100: invalid command line.
 enum ExitStatus : int {
   kExitStopped = 0,      // stopped on request
   kExitFailed = 1,       // the library could not be used, or the command could not be carried out

@@ -1,4 +1,4 @@
-// Command lines of Windows, as its programs take them apart.
+// Windows command lines, parsed as Windows programs do.
 #pragma once
 
 #include <string>

@@ -34,7 +34,7 @@ std::string rootOf(const Options& options) {
   if (root.empty())
     throw std::runtime_error(
         "no installation directory: neither --install-root nor the registry value InstallRoot is "
-        "there");
+        "set");
   return root;
 }
 
@@ -112,7 +112,7 @@ void describeCommand(const Options& options, ServiceEntry& entry) {
 void lookAtProgram(std::vector<std::string>& notes) {
   const std::string directory = programDirectory();
   for (const std::string& stranger : readAccess(directory).strangers)
-    notes.push_back("the service runs as the system, and " + directory + " may be changed by " +
+    notes.push_back("the service runs as LocalSystem, and " + directory + " may be changed by " +
                     stranger);
 }
 
@@ -158,20 +158,22 @@ int uninstall(const Installation& installation) {
 
 void addInstall(CLI::App& app, std::shared_ptr<Installation> installation, Command& chosen) {
   CLI::App* command = app.add_subcommand(
-      "install", "Protects the installation's directories and makes or updates the service");
+      "install", "Secures the installation directories and creates or updates the service");
   addAgentOptions(*command, installation->options);
-  command->add_option("--name", installation->entry.name, "The service")->capture_default_str();
-  command->add_option("--display-name", installation->entry.displayName, "What people read");
+  command->add_option("--name", installation->entry.name, "The service's name")
+      ->capture_default_str();
+  command->add_option("--display-name", installation->entry.displayName, "The name shown to users");
   command->add_flag("--first-settings", installation->writesSettings,
                     "Writes agent.ini when the agent has no settings yet");
   command->add_option("--server-url", installation->settings.serverUrl,
                       "For the first settings: the management server, https://host:port/path/");
-  command->add_option("--certificate", installation->settings.certificate,
-                      "For the first settings: a PEM file that the server must chain to");
+  command->add_option(
+      "--certificate", installation->settings.certificate,
+      "For the first settings: a PEM file with the CA that the server's certificate must chain to");
   static const std::map<std::string, ServiceStart> starts = {{"auto", ServiceStart::automatic},
                                                              {"delayed", ServiceStart::delayed},
                                                              {"demand", ServiceStart::demand}};
-  command->add_option("--start", installation->entry.start, "When it starts; auto otherwise")
+  command->add_option("--start", installation->entry.start, "When it starts; default: auto")
       ->transform(CLI::CheckedTransformer(starts));
   command->callback(
       [installation, &chosen] { chosen = [installation] { return install(*installation); }; });
@@ -179,10 +181,10 @@ void addInstall(CLI::App& app, std::shared_ptr<Installation> installation, Comma
 
 void addUninstall(CLI::App& app, std::shared_ptr<Installation> installation, Command& chosen) {
   CLI::App* command =
-      app.add_subcommand("uninstall", "Stops and removes the service; no file is touched");
-  command->add_option("--name", installation->entry.name, "The service")->capture_default_str();
-  command
-      ->add_option("--stop-timeout", installation->stopSeconds, "Seconds that it gets for its stop")
+      app.add_subcommand("uninstall", "Stops and removes the service; files are left alone");
+  command->add_option("--name", installation->entry.name, "The service's name")
+      ->capture_default_str();
+  command->add_option("--stop-timeout", installation->stopSeconds, "Seconds to wait for it to stop")
       ->capture_default_str();
   command->callback(
       [installation, &chosen] { chosen = [installation] { return uninstall(*installation); }; });
@@ -190,7 +192,7 @@ void addUninstall(CLI::App& app, std::shared_ptr<Installation> installation, Com
 
 void addRemoveSettings(CLI::App& app, Options& options, Command& chosen) {
   CLI::App* command = app.add_subcommand(
-      "remove-settings", "Removes the agent's settings, state and policies; its logs stay");
+      "remove-settings", "Removes the agent's settings, state and policies; logs are kept");
   command->add_option("--install-root", options.installRoot, "Where the agent is installed");
   command->callback([&options, &chosen] {
     chosen = [&options] {
@@ -209,7 +211,7 @@ void addSystemCommands(CLI::App& app, CLI::App& run, Options& options, Command& 
   addUninstall(app, installation, chosen);
   addRemoveSettings(app, options, chosen);
   CLI::App* asService =
-      app.add_subcommand("service", "What the service manager runs; of no use elsewhere");
+      app.add_subcommand("service", "Run by the service manager; not for use by hand");
   addAgentOptions(*asService, options);
   asService->callback([&options, &chosen] { chosen = [&options] { return runService(options); }; });
 }

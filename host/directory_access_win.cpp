@@ -85,7 +85,7 @@ void makeDirectory(const std::string& path, PSECURITY_DESCRIPTOR descriptor) {
   if (found == INVALID_FILE_ATTRIBUTES) throw systemFailure("look at the directory " + path);
   if ((found & FILE_ATTRIBUTE_DIRECTORY) == 0) throw systemFailure("use " + path, ERROR_DIRECTORY);
   if (found & FILE_ATTRIBUTE_REPARSE_POINT)
-    throw systemFailure("use " + path + ", a link to another place", ERROR_REPARSE_TAG_INVALID);
+    throw systemFailure("use " + path + ", a link", ERROR_REPARSE_TAG_INVALID);
 }
 
 }  // namespace
@@ -122,7 +122,7 @@ DirectoryAccess readAccess(const std::string& path) {
   if (list)
     addStrangers(list, access.strangers);
   else
-    access.strangers.push_back("everyone, for there is no list");
+    access.strangers.push_back("everyone (no access list)");
   return access;
 }
 

@@ -1,7 +1,7 @@
 // Directories that only administrators and the system may change.
 //
-// The access list replaces whatever was there, is not inherited from above, and is inherited by all that
-// lies below; the directory belongs to the administrators. A list is stated and shown in the security
+// The access list replaces the existing one, inherits nothing, and is inherited by everything
+// below; the directory belongs to the administrators. A list is stated and shown in the security
 // descriptor definition language. Paths are UTF-8. Failures are thrown with directory and number.
 #pragma once
 

@@ -50,13 +50,13 @@ void checkUrl(const std::string& url) {
   const bool plain = url.find_first_of(std::string("\r\n\t \"\0", 6)) == std::string::npos;
   if (!plain || url.size() > kMaxUrlBytes || !url.starts_with("https://"))
     throw std::runtime_error("the server URL \"" + url +
-                             "\" does not begin with https:// or holds blanks");
+                             "\" does not begin with https:// or contains blanks");
 }
 
 std::string certificateIn(const std::string& file) {
   const std::string bytes = read(pathOf(file));
   if (bytes.find("-----BEGIN CERTIFICATE-----") == std::string::npos)
-    throw std::runtime_error(file + ": holds no certificate in PEM");
+    throw std::runtime_error(file + ": contains no PEM certificate");
   return bytes;
 }
 
@@ -96,7 +96,7 @@ std::string removeSettings(const std::string& root) {
     std::error_code notEmpty;
     fs::remove(pathOf(root) / empty, notEmpty);
   }
-  return "settings removed; logs stay in " + textOf(home / kLogs);
+  return "settings removed; logs are kept in " + textOf(home / kLogs);
 }
 
 }  // namespace korvane::host

@@ -1,4 +1,5 @@
-// What an installation gives the agent to begin with, and what an uninstallation takes away.
+// Creates the agent's initial settings at an installation and removes its data at an
+// uninstallation.
 //
 // Paths are UTF-8. Failures are thrown as std::runtime_error with file and reason. Called by the installer, one
 // at a time, while the agent does not run.

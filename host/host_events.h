@@ -3,9 +3,10 @@
 //
 // POSIX: SIGINT and SIGTERM are the terminal's requests; their handlers, and the operations, write to a
 // pipe of the process. SIGPIPE is ignored, since a server that hangs up must not end the agent.
-// Windows: Ctrl-C, Ctrl-Break and the end of the session are the terminal's requests. A service takes none
-// of them: the end of somebody's session is nothing to it. A named event can stand for a request too.
-// Lifetime: one object a process. Threads: wait() belongs to one thread, the other operations to any.
+// Windows: Ctrl-C, Ctrl-Break and the end of the session are the terminal's requests. A service
+// ignores them: a user's log-off must not end it. A named event can be a request too.
+// Lifetime: one object per process. Threads: wait() belongs to one thread, the other operations to
+// any.
 #pragma once
 
 #include <cstdint>

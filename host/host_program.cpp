@@ -10,12 +10,11 @@ namespace korvane::host {
 namespace {
 
 void addRun(CLI::App& app, Options& options, Command& chosen) {
-  CLI::App* run =
-      app.add_subcommand("run", "Runs the agent in the foreground until it is told to stop");
+  CLI::App* run = app.add_subcommand("run", "Runs the agent in the foreground until it is stopped");
   addAgentOptions(*run, options);
   run->add_option("--registry", options.registry, "Linux: the registry file");
   run->add_option("--run-dir", options.runDirectory,
-                  "Linux: where the driver's and the local channel's sockets are");
+                  "Linux: directory of the driver's and the local channel's sockets");
   run->callback([&options, &chosen] {
     chosen = [&options] {
       HostEvents events(StopRequests::fromTerminal, options.stopEvent);
@@ -30,10 +29,10 @@ void addRun(CLI::App& app, Options& options, Command& chosen) {
 void addAgentOptions(CLI::App& command, Options& options) {
   command.add_option("--install-root", options.installRoot, "Where the agent is installed");
   command.add_option("--library", options.library,
-                     "The agent library; the one beside this program otherwise");
+                     "The agent library; default: the one beside this program");
   command
       .add_option("--stop-deadline", options.stopDeadlineSeconds,
-                  "Seconds after which an agent that does not return is ended with the process")
+                  "Seconds to wait for the agent to stop before the process is terminated")
       ->capture_default_str();
 }
 

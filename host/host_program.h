@@ -1,4 +1,5 @@
-// The host program behind its entry point, which differs between the systems in how arguments come.
+// The host program behind its entry point, which differs between the systems in how arguments are
+// passed.
 #pragma once
 
 #include <string>

@@ -1,5 +1,6 @@
-// What the host tells its operator: lines that begin with the program's name, on the standard error output,
-// or, dated, in a file once one is given. Threads: any, but for keepMessages(), which comes first.
+// The host's messages to its operator: lines that begin with the program's name, on standard error,
+// or, dated, in a file once one is given. Threads: any, except for keepMessages(), which comes
+// first.
 #pragma once
 
 #include <cstdio>

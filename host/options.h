@@ -1,4 +1,5 @@
-// What the host is told on its command line, by an operator or by the service's entry in the service manager.
+// The host's command line options, from an operator or from the service's entry in the service
+// manager.
 #pragma once
 
 #include <cstdint>

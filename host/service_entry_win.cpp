@@ -64,7 +64,7 @@ class Setter {
     const DWORD error = ::GetLastError();
     if (error != ERROR_INVALID_LEVEL)
       throw systemFailure("set the " + std::string(what) + " of the service " + _name, error);
-    _notes.push_back("the service manager does not keep the " + std::string(what) + ": " +
+    _notes.push_back("the service manager did not accept the " + std::string(what) + ": " +
                      errorText(error));
   }
 

@@ -1,10 +1,10 @@
 // The host's entry in the service manager: how the service is called, what it runs and when, and what
 // happens when it fails.
 //
-// A service of its own process under the LocalSystem account, which the agent needs for its driver. It
-// depends on no other service: the agent waits for a network by itself, and its protection must not wait
-// for one. A failure, the agent's own end included, starts it again after 5, 30 and 60 seconds, the last
-// for every further one; a day without a failure begins the count anew.
+// A service in its own process under the LocalSystem account, which the agent needs for its driver.
+// It depends on no other service: the agent waits for a network by itself, and its protection must
+// not wait for one. A failure, the agent's own end included, starts it again after 5, 30 and 60
+// seconds, the last for every further one; a day without a failure restarts the count.
 //
 // Names and paths are UTF-8. Failures are thrown with name and number. Threads: any, one command at a time.
 #pragma once

@@ -147,7 +147,7 @@ int runService(const Options& options) {
   wchar_t name[] = L"";
   const SERVICE_TABLE_ENTRYW table[] = {{name, serviceMain}, {nullptr, nullptr}};
   if (!::StartServiceCtrlDispatcherW(table))
-    throw systemFailure("run as a service, which only the service manager starts");
+    throw systemFailure("run as a service: only the service manager can start it");
   // "Stopped" lets the dispatcher return; the end of the process would cut its thread off in the middle of what it
   // does after that word, the heap's lists included.
   ::WaitForSingleObject(running.thread.get(), kThreadEndMs);

@@ -1,13 +1,14 @@
 // The program as the service manager starts it.
 //
-// The service is starting until the agent says that it has come up, each look a further check-point; a stop
-// or shutdown is acknowledged at once as stopping, again with check-points while the agent winds up; it has
-// stopped when startAgent has returned, never earlier. An end that nobody asked for gives the exit status
-// of the program as the service's own error code, so that the failure actions apply. A process that has to
-// be ended at the stop deadline leaves the service unstopped, which the service manager takes for a failure.
+// The service is starting until the agent reports that it is up, with a checkpoint at each check; a
+// stop or shutdown is acknowledged at once as stopping, again with checkpoints while the agent
+// shuts down; it has stopped when startAgent has returned, never earlier. An unrequested end sets
+// the exit status of the program as the service-specific error code, so that the failure actions
+// apply. A process that has to be terminated at the stop deadline leaves the service unstopped,
+// which the service manager treats as a failure.
 //
-// What the program has to say goes to IPS\logs\korvane-host.log of the installation; a file above a megabyte
-// begins anew at the next start.
+// The program's messages go to IPS\logs\korvane-host.log of the installation; a file above a
+// megabyte starts over at the next start.
 #pragma once
 
 #include "host/options.h"

@@ -1,4 +1,4 @@
-"""The demo's story: the real agent against the reference server, told in plain lines.
+"""The demo: the real agent against the reference server, narrated in plain lines.
 
 demo.py --build FOLDER [--windows FOLDER] [--events N] [--kills K] [--keep]
 """
@@ -27,16 +27,16 @@ def step(title):
 
 
 def install_and_start(stage):
-    step("Setting the stage (all of it on loopback)")
+    step("Setting up (everything on loopback)")
     stage.machine.prepare()
     stage.make_certificates()
     stage.start_server()
-    say(f"The management server listens on 127.0.0.1:{stage.server_port} over TLS, under a test CA made just now.")
+    say(f"The management server listens on 127.0.0.1:{stage.server_port} over TLS, with a freshly made test CA.")
     stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT},
                             "TCP": {"tcp.enabled": "true", "tcp.port": free_port()}, **updates.SETTINGS},
                   registry=updates.REGISTRY)
     stage.start_driver()
-    say("The stand-in driver answers; agent.ini names the server, a second one on 127.0.0.2, the CA and a few short intervals.")
+    say("The stand-in driver is up; agent.ini names the server, a second one on 127.0.0.2, the CA and a few short intervals.")
 
 
 def register(stage):
@@ -50,7 +50,7 @@ def register(stage):
     policy = [part for part in stage.admin("/binaries") if part["role"] == "registration"]
     say(f"It tested the connection ({state.get('testConnection', 0)} request), then registered"
         f" ({state.get('register', 0)} request) with its built-in policy of {policy[0]['size'] if policy else 0} bytes.")
-    say(f"The server assigned the identity {guid}; agent.ini holds it, with a fresh checksum.")
+    say(f"The server assigned the identity {guid}; agent.ini has it, with a new checksum.")
     agent = stage.admin("/agents")[0]
     shown = ", ".join(f"{key}={agent['status'][key]}" for key in sorted(agent["status"]) if agent["status"][key])
     say(f"Its first status: {shown}.")
@@ -58,7 +58,7 @@ def register(stage):
 
 
 def forward(stage, events, kills):
-    """Has events written and the agent killed in the middle; returns the writer's account."""
+    """Lets events be written and kills the agent in the middle; returns the writer's account."""
     step(f"{events} events are written, the log rotates, and the agent is killed {kills} times in the middle")
     writer = stage.start_writer("--events", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20, "--finish")
     arrived = 0
@@ -68,7 +68,7 @@ def forward(stage, events, kills):
         stage.agent.kill()
         arrived = stage.events(1, events)["distinct"]
         stage.start_agent()
-        say(f"Kill {kill}: the server had {arrived} of {events}; started again, it goes on where its read pointer stands.")
+        say(f"Kill {kill}: the server had {arrived} of {events}; restarted, it continues at its read pointer.")
     wait_until(lambda: not writer.running(), 120, "the end of the event writer")
     written = stage.written(writer)
     say(f"The writer is done: {written['events']} events in {written['files']} files.")
@@ -88,16 +88,16 @@ def settle(stage, written):
 
 def ask(stage):
     """An operator asks the agent over its local channel; returns the figures."""
-    step("An operator asks")
+    step("An operator queries the agent")
     status, screen = stage.machine.agentctl("status")
     say("\n".join("  " + line for line in screen.splitlines()))
     tested, report = stage.machine.agentctl("test-connection")
-    say("The way to the server, stage by stage:\n" + "\n".join("  " + line for line in report.splitlines()))
+    say("The connection to the server, stage by stage:\n" + "\n".join("  " + line for line in report.splitlines()))
     return {"operator_answered": status == 0, "connection_tested": tested == 0}
 
 
 def stop(stage):
-    step("It stops")
+    step("The agent stops")
     took = stage.agent.stop()
     status = stage.agent.exit_status
     say(f"{stage.machine.how_it_stops}, {took} ms, exit status {status}.")
@@ -108,13 +108,13 @@ def play(stage, arguments):
     say(f"Korvane agent core: the agent on {stage.machine.system}, against the reference server.")
     install_and_start(stage)
     guid = register(stage)
-    step("It obeys its server")
+    step("The server changes policies and settings")
     obeyed = updates.obey(stage, guid, say)
     written = forward(stage, arguments.events, arguments.kills)
     sums = settle(stage, written)
     say(f"Received: {sums['distinct']} of {written['events']}; lost: {sums['lost']};"
         f" sent again: {sums['duplicated']} (at most one batch of {BATCH_LIMIT} for each kill).")
-    step("Its server goes and comes back")
+    step("The server goes down and comes back")
     obeyed.update(updates.fail_over(stage, guid, say))
     obeyed.update(ask(stage))
     memory = {"rss_anon_kib": stage.memory_kib("RssAnon"), "rss_kib": stage.memory_kib("VmRSS")}
@@ -129,10 +129,10 @@ def play(stage, arguments):
 
 
 def keep(stage):
-    step("It stays up; Ctrl-C ends it")
-    say(f"Everything lies in {stage.work}. To look around:")
+    step("Everything stays up until Ctrl-C")
+    say(f"All files are in {stage.work}. To look around:")
     say(f"  curl -s http://127.0.0.1:{stage.admin_port}/state     what the server has received")
-    say(f"  curl -s http://127.0.0.1:{stage.admin_port}/agents    the agent as the server knows it")
+    say(f"  curl -s http://127.0.0.1:{stage.admin_port}/agents    the agent as the server sees it")
     say(f"  tail -f {stage.ips}/logs/*                            the agent's own log")
     if stage.machine.target == "linux":
         say(f"  {stage.bin}/agentctl --install-root {stage.install_root} --registry {stage.machine.registry}"
@@ -146,7 +146,7 @@ def keep(stage):
 
 
 def well(result):
-    """What the story promises; anything else is a failure of the demo."""
+    """The expected results; anything else is a failure of the demo."""
     return (result["registered"] and result["events_lost"] == 0 and result["requests_malformed"] == 0
             and result["exit_status"] == 0
             and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
@@ -177,7 +177,7 @@ def main():
                     say(program.tail())
                 return 1
         if not well(result):
-            say("\nThe figures are not what they should be.")
+            say("\nThe results are not as expected.")
         print(json.dumps(result), flush=True)
         return 0 if well(result) else 1
     except KeyboardInterrupt:

@@ -68,7 +68,7 @@ def settle(package, package_code, epoch):
         if number == REVISION and kind == TEXT:
             text = f"{{{package_code}}}\0".encode()
             if struct.unpack_from("<I", data, place + 4)[0] != len(text):
-                raise ValueError(f"{package}: its package code is no GUID")
+                raise ValueError(f"{package}: its package code is not a GUID")
             data[place + 8:place + 8 + len(text)] = text
         elif number in (CREATED, SAVED) and kind == TIME:
             struct.pack_into("<Q", data, place + 4, (epoch + EPOCH_DIFFERENCE_SECONDS) * 10_000_000)

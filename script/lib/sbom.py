@@ -96,7 +96,7 @@ def windows_components(build, deps):
             elif name in FROM_PACKAGE or name in MINGW:
                 origin = tuple(debian_package(FROM_PACKAGE.get(name, "mingw-w64-x86-64-dev")))
             else:
-                raise ValueError(f"{map_file.name}: {archive} is no library that the bill of materials knows")
+                raise ValueError(f"{map_file.name}: {archive} is not a library that the bill of materials knows")
             linked.setdefault(origin, []).append(f"{map_file.stem}: {len(objects)} objects of {name}")
     for (name, version), what in sorted(linked.items()):
         built_here = name in FROM_SOURCE.values() and versions.get(name) == version

@@ -1,4 +1,4 @@
-"""The demo's story of an agent that obeys: what its server changes, and what becomes of a second server.
+"""The demo's part about server changes: policies, settings and packages, and fail-over to a second server.
 
 Each part is told in plain lines, waits for what it tells, and returns the keys that it adds to the demo's JSON.
 """
@@ -63,9 +63,9 @@ class Updates:
     def policy(self):
         result, took = self.change_policy("Web servers", "3.2", RULES, lambda row: row["code"] == 0, "the policy's result")
         wait_until(lambda: self.in_force()[0] == "Web servers 3.2", LIMIT, "the policy in the driver")
-        self.say(f"A policy is assigned: the agent fetched and translated it, and the driver took it; {took} ms later"
+        self.say(f"A policy is assigned: the agent fetched and translated it, and the driver loaded it; after {took} ms"
                  f" the server had the result {result['code']}.")
-        self.say(f"Asked which policy is in force, the driver says {self.in_force()[0]}.")
+        self.say(f"The policy in force according to the driver: {self.in_force()[0]}.")
         return {"policy_loaded": True, "policy_in_force": self.in_force()[0], "policy_ms": took}
 
     def refused_policy(self):
@@ -73,8 +73,8 @@ class Updates:
         result, _ = self.change_policy("Web servers", "4.0", f"rule refuse {text}\n", lambda row: text in row["message"],
                                        "the refused policy's result")
         name, state = self.in_force()
-        self.say(f"Another one the driver refuses. The server reads: {result['code']}, \"{result['message']}\"."
-                 f" The driver still has {name}, and the files are those of before.")
+        self.say(f"The driver refuses another one. The server reads: {result['code']}, \"{result['message']}\"."
+                 f" The driver still has {name}, and the files are unchanged.")
         return {"policy_refused": result["code"], "policy_rolled_back": name == "Web servers 3.2" and not state["builtIn"]}
 
     def retranslation(self):
@@ -86,8 +86,8 @@ class Updates:
         self.stage.machine.remove_registry_value(POLICY_KEY, "Docroot")
         wait_until(lambda: items() != before, LIMIT, "the translation anew")
         identical = self.in_force()[1]["loaded"] == loaded
-        self.say("A registry value that the policy names is removed: the agent notices, and translates anew. The result is"
-                 + (" identical, so the driver was left alone." if identical else " another one."))
+        self.say("A registry value that the policy names is removed: the agent notices and retranslates. The result is"
+                 + (" identical, so the driver was left alone." if identical else " different."))
         return {"retranslation_identical": identical}
 
     def setting(self):
@@ -118,7 +118,7 @@ class Updates:
             handed = self.stage.ids / "content" / f"{short}.properties"
             wait_until(lambda path=handed: path.exists() and "2026.11" in path.read_text(), LIMIT, f"{short} with the IDS component")
             taken += 1
-        self.say(f"{taken} content packages came with the next status, were verified and handed to the IDS component.")
+        self.say(f"{taken} content packages came with the next status, were verified and handed over to the IDS component.")
         return {"content_packages": taken}
 
     def software(self):
@@ -127,7 +127,7 @@ class Updates:
         self.assign("software", file, software_name="agent-1.1")
         result = self.result("software", after, lambda row: True, "the software's result")
         unpacked = (self.stage.ips / "update" / "software" / "setup" / "readme.txt").exists()
-        self.say("A software package lies unpacked where its installer finds it." if unpacked else "The software is missing.")
+        self.say("A software package is unpacked where its installer finds it." if unpacked else "The software is missing.")
         return {"software_package": result["code"] == 0 and unpacked}
 
     def notification(self):
@@ -139,7 +139,7 @@ class Updates:
             request = wait_until(lambda: self.stage.admin(f"/requests?word=update&after={after}"), LIMIT, "the notified request")[0]
             taken.append(request["at_ms"] + 1 - begun * 1000)  # the server's time is cut to whole milliseconds
         median = round(sorted(taken)[len(taken) // 2], 1)
-        self.say(f"Notified of something new, the agent asks for it within {median} ms (the median of {len(taken)}).")
+        self.say(f"After a notification the agent asks for updates within {median} ms (the median of {len(taken)}).")
         return {"notification_ms": median}
 
     def asked_at(self, address, after):
@@ -160,7 +160,7 @@ class Updates:
         begun = time.monotonic()
         wait_until(lambda: self.asked_at(first, after), LIMIT, f"a request at {first} again")
         back = round(time.monotonic() - begun, 1)
-        self.say(f"The server ends: {over} s later the agent talks to the second one, {second}. The first comes back:"
+        self.say(f"The server goes down: {over} s later the agent has switched to the second one, {second}. The first comes back:"
                  f" {back} s later the agent has returned to it.")
         return {"failed_over": True, "failed_back": True}
 

@@ -48,7 +48,7 @@ void KorvaneAgent::run(AgentInfo* info) {
   } catch (const std::exception& error) {
     endAfter(error.what());
   } catch (...) {
-    endAfter("no exception of the agent's");
+    endAfter("unknown exception");
   }
 }
 

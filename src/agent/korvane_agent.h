@@ -4,14 +4,14 @@
 // Lifetime: one object for each start. Threads: run() is called once, on the thread that the host gave;
 // shutdown() may be called by any other thread, at any time, any number of times. The two meet through
 // _stopped, _running and the process's shutdown token. Nothing throws out of either: an error ends the
-// main routine as a stop does, with event 10561; a step of the stop that fails is event 10562, and those
-// behind it are made all the same.
+// main routine as a stop does, with event 10561; a step of the stop that fails is event 10562, and
+// the remaining ones are still carried out.
 //
 // Start: run() returns when the agent has stopped: after shutdown(), after a command in the AgentInfo, or
 //   after a registration that failed for good (the self-exit path, which posts "ACMD_ExitService").
-// Stop: shutdown() ends every wait of the agent, asks the worker threads to stop, waits for them, deletes
-//   them, and then waits without limit until run() has returned. The promise is two seconds; the one
-//   exception is the self-exit path after the start, whose final wait never ends.
+// Stop: shutdown() ends every wait of the agent, asks the worker threads to stop, waits for them,
+//   deletes them, and then waits without limit until run() has returned. A stop takes at most two
+//   seconds; the one exception is the self-exit path after the start, whose final wait never ends.
 //
 //   KorvaneAgent agent;
 //   agent.run(&info);                      // on the host's thread

@@ -1,10 +1,10 @@
-// Where an agent runs, one at a time: who may start one, and who is stopped.
+// A place where one agent runs at a time: which may start, and which is stopped.
 //
 // Threads: any. end() may come at any moment, any number of times at once. One that comes while a start
 // is put together ends what that waits for and does not wait for its end; the run then has no agent. One that
-// comes before does nothing. Nothing throws out of either, and whatever fails in a run or in its stop, the calls
-// come back and the next start finds the way free. The exported functions have one place for the process; agents
-// in places of their own run beside each other.
+// comes before does nothing. Nothing throws out of either, and whatever fails in a run or in its
+// stop, the calls return and the next start can proceed. The exported functions share one place;
+// agents in places of their own run beside each other.
 #pragma once
 
 #include <functional>

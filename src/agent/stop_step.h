@@ -1,4 +1,4 @@
-// A step of taking the agent down: whatever it throws, the steps behind it are made.
+// A shutdown step: whatever it throws, the remaining steps are carried out.
 #pragma once
 
 #include <exception>
@@ -17,7 +17,7 @@ void stopStep(const char* what, Step step) noexcept {
   } catch (const std::exception& error) {
     eventlog::event(kEventStepFailed, kSource, {what, error.what()});
   } catch (...) {
-    eventlog::event(kEventStepFailed, kSource, {what, "no exception of the agent's"});
+    eventlog::event(kEventStepFailed, kSource, {what, "unknown exception"});
   }
 }
 

@@ -4,7 +4,7 @@
 // its end is left to delete itself (Thread::dispose). Threads: any thread may call anything; start() and
 // the stop requests meet under the slots' lock, so no thread is made once the shutdown token is set.
 // remove() and waitForEnd() are called by one shutdown routine at a time. Errors: a thread that cannot be
-// asked to stop, or deleted, is event 10562 and keeps nobody from the others.
+// asked to stop, or deleted, is event 10562 and does not affect the others.
 #pragma once
 
 #include <array>
@@ -40,7 +40,7 @@ class WorkerThreads {
   WorkerThreads& operator=(const WorkerThreads&) = delete;
 
   // Makes a thread, starts it and puts it into its slot. Nothing happens once the shutdown token is set,
-  // or when the slot is taken; a thread that cannot be had leaves the slot empty.
+  // or when the slot is taken; a thread that cannot be created leaves the slot empty.
   void start(Worker worker, const std::function<Thread*()>& make);
 
   // Requests each thread to stop, in the stop order, with a trace line after each request.

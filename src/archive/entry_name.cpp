@@ -67,7 +67,7 @@ Fault checkWhole(std::string_view name, std::string& reason) {
     return refuse(Fault::backslash, "the path has a backslash", reason);
   if (name[0] == '/' || (name.size() > 1 && isLetter(name[0]) && name[1] == ':'))
     return refuse(Fault::absolutePath, "the path is absolute", reason);
-  if (!isValidUtf8(name)) return refuse(Fault::badName, "the name is no UTF-8", reason);
+  if (!isValidUtf8(name)) return refuse(Fault::badName, "the name is not UTF-8", reason);
   if (std::count(name.begin(), name.end(), '/') >= static_cast<std::ptrdiff_t>(kDeepestPath))
     return refuse(Fault::badName, "the path is deeper than 32 parts", reason);
   return Fault::none;

@@ -1,5 +1,5 @@
-// Which names of archive entries may become paths below a directory. One rule for every system: what
-// either of them could not keep, or would take for something else, is refused on both.
+// Which names of archive entries may become paths below a directory. One rule for every system: a
+// name that either could not store, or would interpret differently, is refused on both.
 //
 // Thread-safe; no state.
 #pragma once

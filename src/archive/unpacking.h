@@ -1,8 +1,8 @@
 // Unpacks a checked archive into a directory, in two steps.
 //
 // stage() writes every entry into a fresh directory beside the target ("<target>.unpacking") and flushes
-// its content; commit() then moves the files into the target one by one, each put in its place in one step,
-// and flushes the target's directories. Those of the staging are not: nobody looks for what a crash takes there.
+// its content; commit() then moves the files into the target one by one, each replaced atomically, and flushes
+// the target's directories. Those of the staging are not: nobody looks for what a crash takes there.
 // The destructor removes what was staged and not moved.
 //
 // Crash rule: before commit() the target is untouched; during it every file of the target is whole, old or

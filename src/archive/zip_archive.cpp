@@ -80,7 +80,8 @@ bool ZipArchive::open(Refusal& refusal) {
   if (begins) _reader = std::make_unique<Reader>(_bytes);
   if (!begins || !_reader->zip)
     return refuse(Fault::notAnArchive, "",
-                  "these " + std::to_string(_bytes.size()) + " bytes are no zip archive", refusal);
+                  "these " + std::to_string(_bytes.size()) + " bytes are not a zip archive",
+                  refusal);
   if (readDirectory(refusal)) return true;
   _entries.clear();
   return false;
@@ -117,7 +118,7 @@ bool ZipArchive::readEntry(EntryPaths& paths, Refusal& refusal) {
       unzGetCurrentFileInfo64(_reader->zip, &info, name, sizeof name - 1, nullptr, 0, nullptr, 0);
   if (code != UNZ_OK || unzGetFilePos64(_reader->zip, &position) != UNZ_OK)
     return refuse(Fault::damagedDirectory, "",
-                  "the record of entry " + std::to_string(_entries.size()) + " cannot be read (" +
+                  "the header of entry " + std::to_string(_entries.size()) + " cannot be read (" +
                       std::to_string(code) + ")",
                   refusal);
   std::string extra(info.size_file_extra, '\0');
@@ -209,7 +210,7 @@ bool ZipArchive::read(const Entry& entry, const Sink& sink, Refusal& refusal) {
   }
   code = unzCloseCurrentFile(_reader->zip);
   if (error) {
-    refuse(Fault::fileOperation, entry.name, "the content cannot be kept", refusal);
+    refuse(Fault::fileOperation, entry.name, "the content cannot be stored", refusal);
     refusal.error = error;
     return false;
   }
@@ -239,8 +240,7 @@ bool ZipArchive::read(const Entry& entry, std::string& out, Refusal& refusal) {
 bool ZipArchive::read(std::string_view name, std::string& out, Refusal& refusal) {
   out.clear();
   const Entry* entry = find(name);
-  if (!entry)
-    return refuse(Fault::missingEntry, std::string(name), "there is no such entry", refusal);
+  if (!entry) return refuse(Fault::missingEntry, std::string(name), "no such entry", refusal);
   return read(*entry, out, refusal);
 }
 

@@ -127,7 +127,7 @@ JsonTree countersTree() {
 // What everybody may read of a complaint: not the event line that could not be read.
 std::string complaint(const eventlog::RecentError& error) {
   if (error.source.starts_with("FixedFormatLog::parseLog()"))
-    return "A line of an event log is no event; the agent's own log shows it.";
+    return "A line of an event log could not be parsed; the agent's own log has the details.";
   return masked(error.text);
 }
 

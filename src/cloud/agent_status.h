@@ -1,5 +1,5 @@
-// What the local channel tells about the agent, as trees; docs/rpc.md has their members. Nothing here asks
-// the driver or the server. Any thread.
+// What the local channel reports about the agent, as trees; docs/rpc.md has their members. Nothing
+// here queries the driver or the server. Any thread.
 #pragma once
 
 #include "cloud/local_service.h"

@@ -1,9 +1,10 @@
-// The folder "applications" below the agent's installation directory: one archive for each application, and what a
-// change of one that is under way has laid down there.
+// The folder "applications" below the agent's installation directory: one archive for each
+// application, and the staged files of a change in progress.
 //
-// A change is staged, then it is made good or dropped: "web.zip.next" becomes "web.zip", or goes; with
-// "web.zip.gone" "web.zip" goes, or stays. Which of the two depends on the policy in force alone, so a change
-// that a crash cut off can be settled at any later time (application_policies.h).
+// A change is staged, then committed or dropped: "web.zip.next" becomes "web.zip", or is removed;
+// with "web.zip.gone" "web.zip" is removed, or stays. Which of the two depends only on the policy
+// in force, so a change that a crash interrupted can be settled at any later time
+// (application_policies.h).
 //
 // Lifetime: refers to the platform's files. Threads: used within a PolicyTurn. Errors: errno values.
 #pragma once
@@ -28,7 +29,7 @@ class ApplicationFolder {
   ApplicationFolder();
 
   std::string path(const std::string& application) const;
-  // Applications with an archive here, ascending; files with other names count for nothing.
+  // Applications with an archive here, ascending; files with other names are ignored.
   std::vector<std::string> stored() const;
   std::vector<Staged> staged() const;
   int read(const std::string& application, std::string& archive) const;

@@ -33,17 +33,18 @@ constexpr uint64_t kMaxSourceBytes = 64u << 20;
 
 void checkName(const std::string& application) {
   if (isApplicationName(application)) return;
-  throw RPCError(kRpcInvalidParams,
-                 "name: \"" + application +
-                     "\" is no application's name: 1 to 64 of a-z, 0-9, - and _, a letter or digit "
-                     "first, no device's name");
+  throw RPCError(
+      kRpcInvalidParams,
+      "name: \"" + application +
+          "\" is not a valid application name: 1 to 64 of a-z, 0-9, - and _, a letter or digit "
+          "first, not a device name");
 }
 
 void checkPrevention() {
   const AgentConfig& config = *AgentConfig::getInstance();
   if (!config.isIPSEnabled()) throw RPCError(kCloudPreventionOff, "prevention is off");
   if (!config.isIPSRebootDone())
-    throw RPCError(kCloudPreventionOff, "prevention waits for a reboot");
+    throw RPCError(kCloudPreventionOff, "prevention is waiting for a reboot");
 }
 
 // The base policy's, which stays the same when something is added to it or taken away.
@@ -75,7 +76,7 @@ ApplicationPolicies::InForce ApplicationPolicies::readInForce() const {
   now.builtIn = config.useBuiltInPolicy();
   const std::string plus = config.getPlusPolicyFile().toUtf8();
   if (plus.empty()) {
-    now.missing = "no policy has come yet";
+    now.missing = "no base policy has been received yet";
   } else if (const int error = platform::readWholeFile(platform::current().files, plus,
                                                        kMaxSourceBytes, now.source)) {
     now.missing = plus + " cannot be read: error " + std::to_string(error);
@@ -96,7 +97,7 @@ void ApplicationPolicies::settle() {
   if (all.empty()) return;
   PolicyJournal journal;
   if (readPolicyJournal(journal) != ENOENT)
-    throw RPCError(kCloudPolicyRefused, "a former policy change is not undone yet");
+    throw RPCError(kCloudPolicyRefused, "an earlier policy change has not been rolled back yet");
   const InForce now = readInForce();
   if (now.readError) throw RPCError(kRpcFileOpenError, now.missing);
   for (const ApplicationFolder::Staged& staged : all) {
@@ -122,7 +123,7 @@ void ApplicationPolicies::settle() {
 void ApplicationPolicies::install(std::string_view source, const PropertyList& properties) {
   if (_policy.installPolicy(source, properties)) return;
   if (_policy.stopped())
-    throw RPCError(kCloudStopping, "the agent stops; ask for the state after its next start");
+    throw RPCError(kCloudStopping, "the agent is stopping; query the state after its next start");
   throw RPCError(kCloudPolicyRefused, _policy.errorText().toUtf8());
 }
 
@@ -133,7 +134,7 @@ void ApplicationPolicies::installBase(std::string_view source, const PropertyLis
   archive::Refusal refusal;
   SourceCombination combination;
   const bool combined = combination.addBase(source, false, refusal);
-  // What is no archive is the translator's to judge, unless something has to be put into it.
+  // What is not an archive is the translator's to judge, unless something has to be put into it.
   const bool foreign = !combined && refusal.fault == archive::Fault::notAnArchive;
   if (!combined && !foreign) refuseArchive(refusal);
   const bool fromFolder = now.source.empty() || now.builtIn;
@@ -197,9 +198,8 @@ bool ApplicationPolicies::set(const std::string& application, std::string_view a
   if (now.has(application, sums) && _folder.read(application, present) == 0 && present == archive)
     return false;
   if (!now.applications.contains(application) && now.applications.size() >= kMaxApplications)
-    throw RPCError(kRpcInvalidParams, "name: there are policies for " +
-                                          std::to_string(kMaxApplications) +
-                                          " applications already");
+    throw RPCError(kRpcInvalidParams, "name: the limit is reached, policies exist for " +
+                                          std::to_string(kMaxApplications) + " applications");
   change({application, false}, now, archive);
   return true;
 }
@@ -227,7 +227,7 @@ std::vector<ApplicationPolicies::Application> ApplicationPolicies::check(
     std::string archive;
     archive::Refusal refusal;
     if (const int error = _folder.read(name, archive)) {
-      application.problem = "it cannot be read: error " + std::to_string(error);
+      application.problem = "cannot be read: error " + std::to_string(error);
     } else {
       application.bytes = archive.size();
       application.sha256 = sha256Hex(archive);

@@ -1,10 +1,11 @@
 // Policies for single applications, and the base policy that they are combined with.
 //
-// What is in force is one source policy: the base policy and those of the applications (source_combination.h). It goes
-// through PolicyProcessor as any other, so a change of an application's policy is in force whole or not at all.
-// The archives as they came lie in a folder (application_folder.h); at the start of a cloud agent it says what is to
-// be in force. Folder and policy in force agree whenever an operation has ended, and after a crash once settle() has
-// been at it: the policy in force decides.
+// What is in force is one source policy: the base policy and those of the applications
+// (source_combination.h). It goes through PolicyProcessor like any other, so a change of an
+// application's policy is atomic. The archives as they came lie in a folder (application_folder.h);
+// at the start of a cloud agent it says what is to be in force. Folder and policy in force agree
+// whenever an operation has ended, and after a crash once settle() has run: the policy in force
+// decides.
 //
 // Lifetime: refers to the processor. Threads: every operation is within a PolicyTurn of the caller; it blocks as
 // long as a translation.
@@ -41,7 +42,7 @@ class ApplicationPolicies {
   explicit ApplicationPolicies(PolicyProcessor& policy) : _policy(policy) {}
 
   // At the start: checks what is stored and puts it in force when it differs from what is. A damaged archive is
-  // passed over with an event; what is in force for its application stays. Throws nothing.
+  // skipped with an event; what is in force for its application stays. Throws nothing.
   void loadStored();
   // Puts a base policy in force, with the applications' policies.
   void installBase(std::string_view source, const PropertyList& properties);

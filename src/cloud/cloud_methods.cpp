@@ -37,7 +37,7 @@ std::string bytesOf(const RPCRequest& request, const char* parameter) {
   const std::string& text = neededText(request, parameter);
   std::string bytes;
   if (text.empty()) throw RPCError(kRpcEmptyBuffer, std::string(parameter) + " is empty");
-  if (!decodeBase64(text, bytes)) refuseParameter(parameter, "is no base64");
+  if (!decodeBase64(text, bytes)) refuseParameter(parameter, "is not valid base64");
   if (bytes.size() <= kMaxPolicyBytes) return bytes;
   refuseParameter(parameter, std::to_string(bytes.size()) + " bytes, there may be " +
                                  std::to_string(kMaxPolicyBytes));
@@ -46,7 +46,7 @@ std::string bytesOf(const RPCRequest& request, const char* parameter) {
 void checkChangeable(const PropertyList& settings) {
   for (const auto& [key, value] : settings)
     if (comesWithPolicy(key))
-      refuseParameter(key.toUtf8(), "comes with the policy and is no setting to change");
+      refuseParameter(key.toUtf8(), "belongs to the policy and cannot be set");
 }
 
 // The driver goes back with the setting when the change fails.

@@ -4,8 +4,9 @@
 // It works on policies in turns with the utility thread (policy_turn.h). It posts nothing to the mailbox: the
 // connector cannot end the agent.
 //
-// Start: as every Thread; what the last run has not told about a policy is told first. Stop: every wait ends at
-// once. A translation in progress is ended by the shutdown token, nothing has changed then.
+// Start: as every Thread; policy outcomes that the last run did not report are reported first.
+// Stop: every wait ends at once. A translation in progress is ended by the shutdown token, nothing
+// has changed then.
 // Threads: commands run on this thread, one at a time. Errors: as RPCServer.
 #pragma once
 

@@ -1,4 +1,4 @@
-// When the cloud connector last asked for something over the command channel. Threads: any.
+// When the cloud connector last sent a request over the command channel. Threads: any.
 #pragma once
 
 namespace korvane {

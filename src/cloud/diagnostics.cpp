@@ -108,11 +108,11 @@ size_t Diagnostics::pieceStart(const std::string& text, size_t piece) {
 }
 
 Diagnostics::Taken& Diagnostics::taken(int piece, const RPCRequest& request) {
-  if (piece < 0) throw RPCError(kRpcInvalidParams, "piece: is no number from 0 on");
+  if (piece < 0) throw RPCError(kRpcInvalidParams, "piece: must not be negative");
   if (piece == 0) _taken = Taken{diagnosticsText(_about), ++_numbers, 0};
   const std::optional<int> wanted = givenNumber(request, "snapshot");
   if (!_taken || (piece > 0 && wanted && *wanted != _taken->number))
-    throw RPCError(kRpcEmptyBuffer, "the diagnostics are not kept any more; begin with piece 0");
+    throw RPCError(kRpcEmptyBuffer, "the diagnostics have expired; start again with piece 0");
   _taken->askedAt = platform::current().clock.monotonicMs();
   return *_taken;
 }
@@ -123,7 +123,7 @@ void Diagnostics::answer(const RPCRequest& request, RPCResponse& response) {
   const size_t pieces = (from.text.size() + kPieceBytes - 1) / kPieceBytes;
   const auto index = static_cast<size_t>(piece);
   if (index >= pieces)
-    throw RPCError(kRpcInvalidParams, "piece: there are " + std::to_string(pieces));
+    throw RPCError(kRpcInvalidParams, "piece: out of range; pieces: " + std::to_string(pieces));
   const size_t start = pieceStart(from.text, index);
   response.appdata = from.text.substr(start, pieceStart(from.text, index + 1) - start);
   response.moredata = index + 1 < pieces;

@@ -1,5 +1,5 @@
-// The diagnostics of the local channel: a plain text about everything that helps to see what is wrong with
-// an agent, without a secret in it, and its delivery in pieces. Used by one thread.
+// The diagnostics of the local channel: a plain text with everything that helps to diagnose an
+// agent, without secrets, and its delivery in pieces. Used by one thread.
 #pragma once
 
 #include <optional>
@@ -10,12 +10,13 @@
 
 namespace korvane {
 
-// Versions, system, state, settings, threads and the end of the own log, in sections "== name ==".
+// Versions, system, state, settings, threads and the end of the agent's own log, in sections "==
+// name ==".
 std::string diagnosticsText(const AboutAgent& about);
 
 class Diagnostics {
  public:
-  // Bytes of the text in one answer, and of the own log in the text.
+  // Bytes of the text in one answer, and of the agent's own log in the text.
   static constexpr size_t kPieceBytes = 64 * 1024;
   static constexpr size_t kLogTailBytes = 256 * 1024;
   // A text that nobody has asked for since is forgotten.

@@ -1,12 +1,12 @@
 // The local command channel of the agent: serves kLocalPipe on a thread of its own. docs/rpc.md has every
 // method with its parameters, its answer and who may call it.
 //
-// Lifetime: made and started by the composition root when the settings and the own log are there, and gone
-// before them; what `about` refers to outlives the object. Serves from start() to stop(), or until the
-// process's shutdown token is set: then every wait ends at once, and a method that runs is cut short by
-// that token itself (docs/rpc.md, "When the agent stops").
+// Lifetime: made and started by the composition root when the settings and the agent's own log are
+// there, and gone before them; what `about` refers to outlives the object. Serves from start() to
+// stop(), or until the process's shutdown token is set: then every wait ends at once, and a method
+// that runs is cut short by that token itself (docs/rpc.md, "When the agent stops").
 // Threads: methods run on the service's own thread, one at a time.
-// Errors: a pipe that cannot be made is event 10600 and is tried again every five seconds.
+// Errors: a pipe that cannot be made is event 10600 and is retried every five seconds.
 //
 //   Thread* service = new LocalService(about);
 //   service->start();

@@ -1,5 +1,5 @@
-// The parameters of a request, by name. What a method does not know counts for nothing; one that it knows and
-// that is of another kind is refused, never taken for a missing one. Threads: any.
+// The parameters of a request, by name. What a method does not know is ignored; one that it knows
+// and that is of another kind is refused, never taken for a missing one. Threads: any.
 //
 // Errors: RPCError kRpcInvalidParams, with the parameter's name and the fault.
 //

@@ -47,16 +47,17 @@ PropertyList settingsFrom(const JsonTree& params) {
   for (const auto& [name, child] : *settings) {
     const STRING key = name;
     const STRING value = child.data();
-    if (name.empty()) refuseParameter("settings", "there is none, or they are no object");
-    if (!config.hasValue(key)) refuseParameter(name, "is no setting");
-    if (!child.empty()) refuseParameter(name, "the value is neither text, number, true nor false");
+    if (name.empty()) refuseParameter("settings", "must be a non-empty object");
+    if (!config.hasValue(key)) refuseParameter(name, "is not a setting");
+    if (!child.empty())
+      refuseParameter(name, "the value must be a string, a number, true or false");
     if (holdsControl(child.data()))
-      refuseParameter(name, "a line break or another control character is in it");
+      refuseParameter(name, "contains a line break or another control character");
     if (const std::string fault = settingFault(key, value); !fault.empty())
       refuseParameter(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
     changes.emplace_back(key, value);
   }
-  if (changes.empty()) refuseParameter("settings", "there is none");
+  if (changes.empty()) refuseParameter("settings", "must be a non-empty object");
   return changes;
 }
 

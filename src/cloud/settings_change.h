@@ -6,7 +6,7 @@
 
 namespace korvane {
 
-// Throws RPCError kRpcInvalidParams, naming the key, for a key that is no setting, a value that is not of its
+// Throws RPCError kRpcInvalidParams, naming the key, for a key that is not a setting, a value that is not of its
 // kind, and for no settings at all.
 PropertyList settingsFrom(const JsonTree& params);
 // How many values differ now. Throws RPCError when the settings are refused, locked or cannot be written;

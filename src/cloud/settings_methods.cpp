@@ -18,7 +18,7 @@ std::vector<std::string> keysOf(const JsonTree& tree) {
   if (tree.empty()) return {tree.data()};
   std::vector<std::string> keys;
   for (const auto& [name, child] : tree) {
-    if (!name.empty() || !child.empty()) refuseParameter("keys", "are no list of texts");
+    if (!name.empty() || !child.empty()) refuseParameter("keys", "must be a list of texts");
     keys.push_back(child.data());
   }
   return keys;
@@ -37,7 +37,7 @@ JsonTree settingsTree(const JsonTree& params) {
     return tree;
   }
   for (const std::string& key : keysOf(*keys)) {
-    if (!config.hasValue(key)) refuseParameter(key, "is no setting");
+    if (!config.hasValue(key)) refuseParameter(key, "is not a setting");
     putSetting(tree, key, config.getValue(key));
   }
   return tree;
@@ -51,7 +51,8 @@ void setTrace(const RPCRequest& request, RPCResponse& response) {
   const STRING on = neededText(request, "on");
   const char* key = rowOf(Key::agentLogTrace).name;
   if (const std::string fault = settingFault(key, on); on.empty() || !fault.empty())
-    refuseParameter("on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "says nothing" : fault));
+    refuseParameter(
+        "on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "is neither true nor false" : fault));
   changeSettings({{key, on}});
   putFlag(response.result, "trace", AgentConfig::getInstance()->logTraceMessages());
 }

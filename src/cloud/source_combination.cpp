@@ -65,7 +65,7 @@ bool checkApplication(const std::string& application, std::string_view archive, 
   for (const Entry& entry : zip.entries())
     if (!entry.isDirectory()) sums[entry.name] = {entry.size, entry.crc};
   if (!sums.empty()) return true;
-  refusal = {Fault::missingEntry, application, "", "there is no file in it", 0};
+  refusal = {Fault::missingEntry, application, "", "it contains no files", 0};
   return false;
 }
 
@@ -88,8 +88,8 @@ bool SourceCombination::addBase(std::string_view source, bool mayHaveApplication
   for (const Entry& entry : zip.entries()) {
     if (archive::foldedName(entry.name).starts_with(kFolder)) {
       if (mayHaveApplications) continue;
-      return refuse(zip.name(), entry.name, "a base policy has nothing below \"applications/\"",
-                    refusal);
+      return refuse(zip.name(), entry.name,
+                    "a base policy must have no entries below \"applications/\"", refusal);
     }
     if (!entry.isDirectory() && !copy(zip, entry, _writer, entry.name, refusal)) return false;
   }

@@ -43,7 +43,7 @@ bool isApplicationName(std::string_view name);
 // Checks an application's archive as a whole, contents included. `application`: what refusals call it.
 [[nodiscard]] bool checkApplication(const std::string& application, std::string_view archive,
                                     PolicySums& sums, archive::Refusal& refusal);
-// What a source policy holds of applications; nothing for one that is no archive.
+// What a source policy holds of applications; nothing for one that is not an archive.
 ApplicationSums applicationsOf(std::string_view source);
 
 class SourceCombination {

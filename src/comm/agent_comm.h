@@ -1,4 +1,4 @@
-// The communication component: how an agent is enrolled with whoever manages it.
+// The communication component: how an agent enrols with its management.
 //
 // A standard agent has a StandardAgentComm, a cloud agent a CloudAgentComm, an agent of type 0 none.
 // Lifetime: made by the main routine, deleted after it. Threads: stop() may come from any thread at any

@@ -42,7 +42,7 @@ void parse(const std::string& bytes, CaFile& file) {
     const X509* certificate = sk_X509_INFO_value(parts.get(), i)->x509;
     if (certificate) file.certificates.push_back(describeCertificate(certificate));
   }
-  if (file.certificates.empty()) file.fault = "holds no certificate in PEM";
+  if (file.certificates.empty()) file.fault = "contains no PEM certificate";
 }
 
 }  // namespace

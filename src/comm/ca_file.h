@@ -1,5 +1,5 @@
-// What the file that servers' certificates must chain to holds. Read as libcurl has OpenSSL read it, so a
-// file that is faultless here is one that transfers take.
+// The content of the file that servers' certificates must chain to. Read the way libcurl has
+// OpenSSL read it, so a file that passes here is accepted by transfers.
 //
 // Any thread; nothing is kept. Errors: `fault` says what is wrong, without the path; empty when nothing is.
 //

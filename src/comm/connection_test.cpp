@@ -63,7 +63,7 @@ class Walk {
     _report.proxy = proxies(isHttps(_target.url));
     FailureCause cause = checkUrl(_target.url, _target.urlSetting);
     if (cause.failed() && _target.serverGiven)
-      cause = {Stage::settings, "the server that was given makes no URL",
+      cause = {Stage::settings, "the given server does not form a valid URL",
                "Give a host, or host:port."};
     if (!cause.failed()) cause = checkCaFile(_target.url, _target.caFile);
     if (!cause.failed()) cause = exchange();
@@ -75,7 +75,7 @@ class Walk {
  private:
   FailureCause exchange() {
     CurlTransport transport;
-    if (!transport.open()) return {Stage::settings, "libcurl gives no handle", "Test again."};
+    if (!transport.open()) return {Stage::settings, "libcurl returned no handle", "Test again."};
     HttpsMessageGenerator message;
     MessageBody body;
     message.writeBody(body);
@@ -159,7 +159,7 @@ class Walk {
     switch (stage) {
       case Stage::settings:
         return isHttps(_target.url) ? "CA file " + _target.caFile + " with " + authorities()
-                                    : "no TLS: everything is sent in the open";
+                                    : "no TLS: everything is sent in clear text";
       case Stage::nameLookUp:
         return trail.address.empty() || trail.address == hostOf(_target.url)
                    ? hostOf(_target.url)
@@ -175,7 +175,7 @@ class Walk {
         return "status " + std::to_string(_result.httpStatus);
       case Stage::agentPort:
         return trail.ownHeader ? "it answers in the agent's protocol"
-                               : "it answers in the agent's protocol, without a header of its own";
+                               : "it answers in the agent's protocol, without a Korvane header";
       case Stage::serverAnswer:
         return "no error";
     }

@@ -1,13 +1,13 @@
-// The connection test: one harmless message (testConnection) to the management server, walked stage by
-// stage, with what stands in the way of the first stage that fails and one thing to do about it.
+// The connection test: one harmless message (testConnection) to the management server, checked
+// stage by stage, with the cause of the first failure and one next step.
 //
 // It does what the agent's own exchanges do, over the same transport with the same settings (lowest TLS
-// version, CA file, connect time-out, no comparison of the host name), on a connection of its own: it
-// waits for no exchange of the agent, holds none up, and changes nothing - no fail-over, no counters, no
-// settings, no last server, no event.
+// version, CA file, connect time-out, no comparison of the host name), on its own connection: it
+// neither waits for nor delays the agent's exchanges, and changes nothing - no fail-over, no
+// counters, no settings, no last server, no event.
 //
-// The stages, in this order, are ConnectionStage's. The walk ends with the first one that fails; the
-// report holds those that were walked.
+// The stages, in this order, are ConnectionStage's. The test ends with the first one that fails;
+// the report holds those that were reached.
 //
 // Lifetime: everything is a value. Threads: any, several tests may run at once. Time: at most
 // ConnectionTarget::totalTimeoutMs (30 s), and a stop (shutdownToken()) ends it at once. Errors: nothing

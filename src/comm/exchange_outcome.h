@@ -1,8 +1,8 @@
-// How this run's last exchange with the management server ended, for whoever shows the agent's state.
+// How this run's last exchange with the management server ended, for status displays.
 //
-// HttpsHandler notes every exchange whose result it checks; a connection test and the look at the primary
-// server before a fail-back are none. Any thread may call anything at any time; what is read is one moment's
-// whole record.
+// HttpsHandler notes every exchange whose result it checks; a connection test and the check of the
+// primary server before a fail-back do not count. Any thread may call anything at any time; what is
+// read is one moment's whole record.
 //
 //   const ExchangeOutcome last = lastExchange();
 //   if (last.wallMs != 0 && !last.ok) show(last.code, last.text);

@@ -42,14 +42,14 @@ bool isReset(int error) {
 }
 
 std::string refusal(int error) {
-  if (isRefused(error)) return "nothing listens there (connection refused)";
+  if (isRefused(error)) return "nothing is listening there (connection refused)";
   if (isReset(error)) return "the connection was reset";
   switch (error) {
     case ENETUNREACH:
     case EHOSTUNREACH:
     case platform::kWsaNetworkUnreachable:
     case platform::kWsaHostUnreachable:
-      return "no network leads there (unreachable)";
+      return "the network is unreachable";
     case EACCES:
     case EPERM:
     case platform::kWsaAccessDenied:
@@ -74,20 +74,19 @@ FailureCause lookUpCause(const ExchangeEvidence& evidence) {
   }
   if (evidence.code == CURLE_OPERATION_TIMEDOUT) {
     return {Stage::nameLookUp,
-            "the look-up of the name " + name + " gave nothing within " +
+            "the look-up of the name " + name + " got no answer within " +
                 seconds(connectLimit(evidence.request)),
             "Check that this machine reaches its name servers."};
   }
-  return {
-      Stage::nameLookUp, "the name " + name + " has no address",
-      "Correct the host in agent.http.url or server.list, or enter the name in the name server."};
+  return {Stage::nameLookUp, "the name " + name + " has no address",
+          "Correct the host in agent.http.url or server.list, or add the name to the name server."};
 }
 
 FailureCause connectCause(const ExchangeEvidence& evidence) {
   const std::string place = placeOf(evidence.request.url);
   const long proxyStatus = evidence.result.trail.proxyStatus;
   if (proxyStatus == 407) {
-    return {Stage::tcpConnection, "the proxy demands authentication (status 407)",
+    return {Stage::tcpConnection, "the proxy requires authentication (status 407)",
             "Put user and password into the proxy variable, or name the server in no_proxy."};
   }
   if (proxyStatus > 0 || evidence.code == CURLE_PROXY || triedAnotherPlace(evidence)) {
@@ -115,7 +114,7 @@ FailureCause settingsCause(const ExchangeEvidence& evidence) {
   const std::string& text = evidence.result.errorText;
   return {Stage::settings,
           text.empty() ? "libcurl's error " + std::to_string(evidence.code) : shown(text),
-          "Check the settings of the agent and what its machine has left of memory."};
+          "Check the agent's settings and its machine's free memory."};
 }
 
 FailureCause transferCause(const ExchangeEvidence& evidence) {
@@ -144,7 +143,8 @@ std::string FailureCause::text() const {
 FailureCause findCause(const ExchangeEvidence& evidence) {
   if (evidence.stopped) {
     return {stageReached(evidence.code, evidence.request, evidence.result),
-            "it was ended because the agent stops", "Test again when the agent runs."};
+            "it was cancelled because the agent is stopping",
+            "Test again when the agent is running."};
   }
   if (evidence.refused) return answerCause(evidence);
   if (evidence.code > 0 && evidence.result.trail.requestBytes == 0) {

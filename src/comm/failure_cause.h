@@ -1,8 +1,8 @@
-// What a failed exchange failed of: the stage, the cause in words and one thing to do about it. The one
-// place of these texts; the agent's events and the connection test both take them from here.
+// Why an exchange failed: the stage, the cause in words and one next step. The single source of
+// these texts, for the agent's events and the connection test.
 //
-// Pure but for reading the CA file when a certificate does not chain to it. Any thread. Texts are UTF-8 of
-// one line (failure_text.h).
+// Pure except for reading the CA file when a certificate does not chain to it. Any thread. Texts
+// are UTF-8 of one line (failure_text.h).
 //
 //   const FailureCause cause = findCause({.code = code, .request = request, .result = result});
 //   if (cause.failed()) report(stageName(cause.stage), cause.cause, cause.nextStep);

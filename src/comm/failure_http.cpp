@@ -12,7 +12,7 @@ using Stage = ConnectionStage;
 
 constexpr int kTooLarge = 100;           // CURLE_TOO_LARGE of newer libcurls
 constexpr int64_t kPauseUs = 5'000'000;  // what an answer that still comes may pause
-constexpr char kCheckServerLog[] = "Look into the management server's log.";
+constexpr char kCheckServerLog[] = "Check the management server's log.";
 constexpr char kUseAgentPort[] =
     "Check that agent.http.url names the agent port of the server and not its console port.";
 
@@ -63,7 +63,7 @@ std::string titleOf(const std::string& page) {
 FailureCause webPageCause(const TransferTrail& trail, long status) {
   const std::string named = titleOf(trail.bodyStart) + " (status " + std::to_string(status) + ")";
   if (isLogin(trail.bodyStart)) {
-    return {Stage::agentPort, "a login page" + named + " answers, as a console port has it",
+    return {Stage::agentPort, "a login page" + named + " answers, as on a console port",
             kUseAgentPort};
   }
   return {Stage::agentPort,
@@ -77,12 +77,12 @@ FailureCause redirectCause(const ExchangeEvidence& evidence, const std::string& 
     return {Stage::agentPort,
             "a redirection (" + status + ") to " +
                 (to.empty() ? "nowhere" : quoted(withoutPassword(to))) +
-                " answers, as a console port or web server has it",
+                " answers, as on a console port or web server",
             kUseAgentPort};
   }
   return {Stage::agentPort,
           "a redirection (" + status + ") to " + quoted(withoutPassword(to)) +
-              " answers: a captive page or gateway stands between",
+              " answers: a captive page or gateway is in between",
           "Open that address in a browser on this machine to see whose page it is."};
 }
 
@@ -92,26 +92,27 @@ FailureCause statusCause(const ExchangeEvidence& evidence) {
   const std::string status = "status " + std::to_string(number);
   const bool https = isHttps(evidence.request.url);
   if (number == 407) {
-    return {Stage::httpAnswer, "a proxy demands authentication (status 407)",
+    return {Stage::httpAnswer, "a proxy requires authentication (status 407)",
             "Let the agent reach the server without that proxy."};
   }
   if (number >= 500 && number < 600) {
-    return {Stage::httpAnswer, "the server or a gateway before it has an error (" + status + ")",
+    return {Stage::httpAnswer,
+            "the server or a gateway in front of it reports an error (" + status + ")",
             kCheckServerLog};
   }
   if (number >= 300 && number < 400) return redirectCause(evidence, status);
   if (number == 400) {
     return {Stage::agentPort,
-            "the request was refused (status 400), as a console port does it" +
+            "the request was refused (status 400), as a console port does" +
                 std::string(https ? "" : ", or a TLS port with http://"),
             kUseAgentPort};
   }
   if (number == 401 || number == 403) {
-    return {Stage::agentPort, "access was denied (" + status + "); an agent port asks for no login",
+    return {Stage::agentPort, "access was denied (" + status + "); an agent port requires no login",
             kUseAgentPort};
   }
   if (number == 404) {
-    return {Stage::agentPort, "there is nothing at this path (status 404)",
+    return {Stage::agentPort, "nothing exists at this path (status 404)",
             "Correct the path in agent.http.url; it ends in a slash."};
   }
   return {Stage::agentPort, "no agent port answers with " + status, kUseAgentPort};
@@ -120,10 +121,9 @@ FailureCause statusCause(const ExchangeEvidence& evidence) {
 }  // namespace
 
 FailureCause serverErrorCause(int code, const std::string& text) {
-  return {
-      Stage::serverAnswer,
-      "the management server answers with its error " + std::to_string(code) + ": " + shown(text),
-      kCheckServerLog};
+  return {Stage::serverAnswer,
+          "the management server reports error " + std::to_string(code) + ": " + shown(text),
+          kCheckServerLog};
 }
 
 bool isAgentAnswer(const TransferTrail& trail) {
@@ -142,19 +142,19 @@ FailureCause httpCause(const ExchangeEvidence& evidence) {
   // What a TLS server does with a request in the open is its own affair.
   if (!isHttps(evidence.request.url) && trail.headerBytes == 0 &&
       evidence.code != CURLE_OPERATION_TIMEDOUT) {
-    return because("the request in the open (http://) has no HTTP answer; the port may want TLS",
-                   "Write https:// in agent.http.url.");
+    return because("the plain http:// request got no HTTP answer; the port may require TLS",
+                   "Use https:// in agent.http.url.");
   }
   switch (evidence.code) {
     case CURLE_OPERATION_TIMEDOUT:
       if (stillCame(evidence)) {
-        return because("the answer was not whole within " +
-                           seconds(evidence.request.totalTimeoutMs) + "; it still came, " +
+        return because("the answer was not complete within " +
+                           seconds(evidence.request.totalTimeoutMs) + "; it was still arriving, " +
                            std::to_string(trail.bodyBytes) + " bytes of its body so far",
-                       "Check the way to the management server for what makes it slow.");
+                       "Check what slows down the path to the management server.");
       }
       return because(
-          "no more came within " + seconds(evidence.request.totalTimeoutMs) + ", " + where,
+          "nothing more arrived within " + seconds(evidence.request.totalTimeoutMs) + ", " + where,
           "Check that the management server is not overloaded or hanging.");
     case CURLE_UNSUPPORTED_PROTOCOL:
       return because("the answer is not HTTP", kUseAgentPort);
@@ -166,7 +166,7 @@ FailureCause httpCause(const ExchangeEvidence& evidence) {
     case kTooLarge:
       return because("a header line of the answer is too long", kUseAgentPort);
     case CURLE_PARTIAL_FILE:
-      return because("the answer's body ends before its announced length", kCheckServerLog);
+      return because("the answer's body is shorter than announced", kCheckServerLog);
     case CURLE_GOT_NOTHING:
       return because("the connection was closed before the answer began", kCheckServerLog);
     case CURLE_SEND_ERROR:
@@ -184,14 +184,14 @@ FailureCause answerCause(const ExchangeEvidence& evidence) {
   if (evidence.result.httpStatus == 0 && evidence.code == 0)
     return {Stage::httpAnswer, "the answer has no HTTP status", kUseAgentPort};
   if (evidence.refused) {
-    return {Stage::httpAnswer, "the answer is beyond what an agent takes: " + evidence.fault,
+    return {Stage::httpAnswer, "the answer exceeds what an agent accepts: " + evidence.fault,
             kUseAgentPort};
   }
   if (isEncoded(trail) && evidence.result.httpStatus <= 200) {
     return {Stage::httpAnswer,
             "the answer's body is encoded (Content-Encoding " + quoted(trail.contentEncoding) +
-                "), which agents neither ask for nor take",
-            "Let the server, or a gateway before it, send its answers as they are."};
+                "), which agents neither request nor accept",
+            "Have the server, or the gateway in front of it, send its answers unencoded."};
   }
   // A page of something else may well end with its connection.
   if (evidence.brokenOff && (!trail.headersWhole || isAgentAnswer(trail))) {

@@ -97,7 +97,7 @@ FailureCause checkUrl(const std::string& url, const std::string& setting) {
                    correct);
   }
   if (code == CURLUE_OK) return {};
-  return because("agent.http.url, " + shownUrl + ", is no URL: " + curl_url_strerror(code),
+  return because("agent.http.url, " + shownUrl + ", is not a URL: " + curl_url_strerror(code),
                  correct);
 }
 

@@ -18,11 +18,13 @@ using Stage = ConnectionStage;
 
 constexpr size_t kNamedAuthorities = 3;
 constexpr char kCheckTlsPort[] =
-    "Check that agent.http.url names the server's HTTPS port and that nothing between cuts TLS.";
+    "Check that agent.http.url names the server's HTTPS port and that nothing in between "
+    "terminates TLS.";
 constexpr char kGetCa[] =
     "Put the certificate of the CA that issued the server's certificate into the file that "
     "ssl.trustStore names.";
-constexpr char kSetClock[] = "Set this machine's clock, or give the server a valid certificate.";
+constexpr char kSetClock[] =
+    "Correct this machine's clock, or give the server a valid certificate.";
 
 FailureCause handshake(const std::string& cause, const char* nextStep = kCheckTlsPort) {
   return {Stage::tlsHandshake, cause, nextStep};
@@ -45,15 +47,15 @@ const char* versionName(long sslVersion) {
 }
 
 FailureCause certificateDemanded() {
-  return handshake("the server demands a client certificate, which agents do not have",
-                   "Let the server's agent port accept clients without a certificate.");
+  return handshake("the server requires a client certificate, which agents do not have",
+                   "Configure the server's agent port to accept clients without a certificate.");
 }
 
 FailureCause alertCause(const ExchangeEvidence& evidence, int alert) {
   const TlsTrail& tls = evidence.result.trail.tls;
   if (alert == SSL3_AD_HANDSHAKE_FAILURE && !tls.certificateAsked) {
     return handshake("the server accepts none of the agent's TLS ciphers",
-                     "Let the server use current TLS ciphers.");
+                     "Configure the server to use current TLS ciphers.");
   }
   if (tls.certificateAsked) return certificateDemanded();
   return handshake(std::string("the server refused the handshake with the TLS alert \"") +
@@ -63,13 +65,13 @@ FailureCause alertCause(const ExchangeEvidence& evidence, int alert) {
 FailureCause brokenHandshake(const ExchangeEvidence& evidence) {
   const TlsTrail& tls = evidence.result.trail.tls;
   const std::string& text = evidence.result.errorText;
-  const char* const when = tls.firstBytes.empty() ? " before the server said anything"
+  const char* const when = tls.firstBytes.empty() ? " before the server sent anything"
                                                   : " in the middle of the handshake";
   if (evidence.code == CURLE_OPERATION_TIMEDOUT) {
     const uint64_t limit = std::min<uint64_t>(
         evidence.request.connectTimeoutSeconds * uint64_t{1000}, evidence.request.totalTimeoutMs);
     return handshake(std::string(tls.firstBytes.empty()
-                                     ? "the server accepts connections but says nothing"
+                                     ? "the server accepts connections but sends nothing"
                                      : "the server does not finish the handshake") +
                      " within " + seconds(limit));
   }
@@ -113,7 +115,7 @@ FailureCause tlsCause(const ExchangeEvidence& evidence) {
   const std::string place = placeOf(evidence.request.url);
   if (tls.firstBytes.starts_with("HTTP")) {
     return handshake(place + " speaks plain HTTP, not TLS",
-                     "Give the port of the server's HTTPS in agent.http.url.");
+                     "Put the server's HTTPS port into agent.http.url.");
   }
   if (!beginsLikeTls(tls.firstBytes) ||
       contains(evidence.result.errorText, "wrong version number")) {
@@ -125,7 +127,7 @@ FailureCause tlsCause(const ExchangeEvidence& evidence) {
     return handshake(std::string("the server has no TLS version in common with the agent, which "
                                  "takes TLS ") +
                          versionName(evidence.request.sslVersion) + " or later",
-                     "Let the server use TLS 1.2 or later.");
+                     "Configure the server to use TLS 1.2 or later.");
   }
   if (tls.alertReceived > 0) return alertCause(evidence, tls.alertReceived);
   if (wantsCertificate(evidence.code, evidence.result.trail)) return certificateDemanded();
@@ -152,7 +154,8 @@ FailureCause certificateCause(const ExchangeEvidence& evidence) {
           kSetClock};
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
       return {Stage::certificate, named + " is self-signed and not in the CA file",
-              "Give the server a certificate of the agent's CA, or put its own into the file that "
+              "Give the server a certificate issued by the agent's CA, or put its own into the "
+              "file that "
               "ssl.trustStore names."};
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
       return {Stage::certificate,
@@ -166,7 +169,7 @@ FailureCause certificateCause(const ExchangeEvidence& evidence) {
       return untrusted(evidence, wrong);
     default:
       return {Stage::certificate, named + ": " + verifyErrorText(tls.verifyError),
-              "Give the server a proper certificate of the agent's CA."};
+              "Give the server a valid certificate issued by the agent's CA."};
   }
 }
 

@@ -151,11 +151,11 @@ bool HttpsHandler::addGUID(int type, HttpsMessageGenerator& generator) {
 int HttpsHandler::sendOver(Transport* transport, int type, HttpsMessageGenerator& generator) {
   if (!transport || !transport->isOpen()) {
     eventlog::event(10224, kHandlerSource);
-    _failure = {ConnectionStage::settings, "there is no handle for transfers"};
+    _failure = {ConnectionStage::settings, "no handle is available for transfers"};
     return -1;
   }
   if (shutdownToken().requested()) {
-    _failure = {ConnectionStage::settings, "it was not begun because the agent stops"};
+    _failure = {ConnectionStage::settings, "it was not started because the agent is stopping"};
     return kCurlAbortedByCallback;
   }
   eventlog::trace(kSendSource, "Certificate Path : %s", _certificateFile);

@@ -1,4 +1,4 @@
-// The agent's vocabulary towards its management server: every exchange is one operation here.
+// The agent's exchanges with its management server, one operation each.
 //
 // A handler is made for one exchange, or a few in a row, with one server, and used by one thread.
 // It keeps the answer of its last exchange for the readers. What all handlers share (the one
@@ -163,7 +163,7 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] static bool takeApplicationRequest(STRING& identifier);
   // The address of a host, dotted; empty when it cannot be resolved or a stop came first.
   static STRING getServerIP(const STRING& server);
-  // Where the agent's own addresses come from; false from it means that they cannot be had.
+  // Where the agent's own addresses come from; false from it means that they are not available.
   static void setLocalAddressSource(std::function<bool(std::vector<STRING>&)> source);
   // The lowest TLS version that exchanges accept now, CURL_SSLVERSION_...
   static long lowestTls();

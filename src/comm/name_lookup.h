@@ -1,9 +1,10 @@
-// Resolves host names without ever being held up by the system's resolver.
+// Resolves host names without ever blocking on the system's resolver.
 //
-// The resolver runs on a helper thread. When the caller's patience or a stop ends the wait, the helper is
-// left behind: it owns all it touches but the platform, ends by itself when the resolver returns, and a
-// later look-up of the same name waits for it instead of starting another. So at most one helper a name
-// is ever outstanding. Any thread may call; nothing throws but std::bad_alloc.
+// The resolver runs on a helper thread. When a time-out or a stop ends the wait, the helper is left
+// behind: it owns everything it touches except the platform, ends by itself when the resolver
+// returns, and a later look-up of the same name waits for it instead of starting another. So at
+// most one helper per name is ever outstanding. Any thread may call; nothing throws but
+// std::bad_alloc.
 //
 //   std::string address = lookUpAddress("server-1.example", 10000);  // "" when there is none
 #pragma once

@@ -121,7 +121,7 @@ void ResponseParser::addHeaderLine(std::string_view line) {
   _headerBytes += line.size();
   ++_headerLines;
   if (_headerBytes > _limits.headerBytes || _headerLines > _limits.headerCount) {
-    refuse(fmt::format("headers beyond {} bytes or {} lines", _limits.headerBytes,
+    refuse(fmt::format("more than {} bytes or {} lines of headers", _limits.headerBytes,
                        _limits.headerCount));
     return;
   }
@@ -151,7 +151,7 @@ void ResponseParser::keepHeader(std::string_view name, std::string_view value) {
 void ResponseParser::addBody(std::string_view piece) {
   if (refused()) return;
   if (piece.size() > _limits.bodyBytes - _body.size()) {
-    refuse(fmt::format("a body beyond {} bytes", _limits.bodyBytes));
+    refuse(fmt::format("a body of more than {} bytes", _limits.bodyBytes));
     return;
   }
   _body.append(piece);
@@ -218,7 +218,7 @@ ResponseParser::Walk ResponseParser::readSectionHeader(SectionHeader& header) {
     if (line.empty()) return Walk::goesOn;
     if (readHeaderLine(line, header) == Walk::malformed) return Walk::malformed;
   }
-  // The payload of a dropped section is no framing, so its end is no fault.
+  // The payload of a dropped section is not a framing, so its end is not a fault.
   if (_insideDropped) return Walk::ends;
   return malformed(header, "the body ends among its header lines");
 }
@@ -232,7 +232,7 @@ ResponseParser::Walk ResponseParser::readHeaderLine(std::string_view line, Secti
     const std::string_view text = valueAfter(kLengthKey, line);
     header.length = lengthOf(text);
     if (!header.length) {
-      return malformed(header, fmt::format("the length [{}] is none", quoted(text)));
+      return malformed(header, fmt::format("the length [{}] is invalid", quoted(text)));
     }
   }
   return Walk::goesOn;

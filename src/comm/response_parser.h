@@ -6,7 +6,7 @@
 // at a time.
 //
 // Headers: names are compared without case, a line may end in CR LF, LF or nothing; one without a
-// colon is passed over. A status line begins a new block, and only the last block's error code and
+// colon is skipped. A status line begins a new block, and only the last block's error code and
 // charset count (an interim answer or a proxy's comes before the server's own).
 //
 // Errors: an answer that exceeds a bound, ends inside a section, or declares a length that is no

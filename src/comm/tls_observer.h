@@ -1,6 +1,7 @@
-// Watches the TLS handshakes of one transport through OpenSSL's callbacks and keeps what a failure is
-// explained with: alerts, the first bytes that the server sent, the certificate chain as it was built and
-// the first thing that is wrong with it. It changes nothing about the handshake or the verification.
+// Watches the TLS handshakes of one transport through OpenSSL's callbacks and records what explains
+// a failure: alerts, the first bytes that the server sent, the certificate chain as it was built
+// and the first thing that is wrong with it. It changes nothing about the handshake or the
+// verification.
 //
 // Lifetime: it must outlive every SSL_CTX that it watches, which libcurl keeps for as long as its
 // connection. Threads: that of the transfer. Nothing is thrown into OpenSSL; what there is no memory for is

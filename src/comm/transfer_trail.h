@@ -1,8 +1,8 @@
-// What is seen on the way of one transfer: how far it came and what the other end showed of itself. It is
-// evidence alone; failure_cause.h says what it means.
+// The observed course of one transfer: how far it got and what the peer revealed. It is only
+// evidence; failure_cause.h interprets it.
 //
-// A value, filled by Transport::perform(). A transport that sees less leaves the rest as it is here. Texts
-// that the other end sent are kept short but otherwise as they came: nothing of them may be shown as it is.
+// A value, filled by Transport::perform(). A transport that sees less leaves the rest as it is
+// here. Texts from the peer are shortened but otherwise raw: they must not be shown unescaped.
 #pragma once
 
 #include <cstdint>

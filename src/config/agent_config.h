@@ -1,14 +1,15 @@
 // The settings of the agent and its own lasting state, kept in "agent.ini" with a second copy in
 // "fallback.ini". docs/ini-reference.md lists every key with its accessors.
 //
-// Lifetime: one object a process. getInstance() makes it and reads the files the first time;
-// freeInstance() ends it, and a later getInstance() begins anew. Pointers from before are dead then.
+// Lifetime: one object per process. getInstance() makes it and reads the files the first time;
+// freeInstance() ends it, and a later getInstance() starts over. Pointers from before are dead
+// then.
 // Threads: any thread may call anything. Every call takes the store's lock for its duration; no call holds
 // it while it waits for the lock file, writes a file or calls a subscriber.
 // Writing: a setter that changes a stored value has written agent.ini when it returns; several of them in
 // the scope of a ChangeGroup are one write when the outermost group of the thread ends. A change that
 // another process made to the file in between is taken over, not overwritten. A write that fails is
-// traced, its values stay in memory, and the next reload or write tries again.
+// traced, its values stay in memory, and the next reload or write retries.
 // Errors: false, with a trace line under the method's name; getServerEntry alone throws.
 // Units: intervals are seconds; the log consolidation period is minutes; dates are ms since 1970 UTC.
 //
@@ -57,8 +58,8 @@ class KORVANE_EXPORT AgentConfig {
 
   // Files
   // Reads agent.ini again when its date or size differs from the last time. False when the lock
-  // file or the file cannot be had; the settings stay as they were then. `changed`: a value differs
-  // now.
+  // file or the file is not available; the settings stay as they were then. `changed`: a value
+  // differs now.
   [[nodiscard]] bool loadIniFile();
   [[nodiscard]] bool loadIniFile(bool& changed);
   // Writes all settings to `path`, or to agent.ini when it is empty. lockHeld: the caller has the
@@ -171,7 +172,7 @@ class KORVANE_EXPORT AgentConfig {
   void setAgentLogRolloverPending(bool value);
   // True when the agent's own log goes to another file than the recorded one.
   bool agentLogFileChanged() const;
-  // Records the file that the own log goes to now, and that a roll-over is pending.
+  // Records the file that the agent's own log goes to now, and that a roll-over is pending.
   void rolledAgentLogFile();
   STRING getDriverLogFile() const;
   void setDriverLogFile(const STRING& value);

@@ -114,7 +114,7 @@ void AgentConfigState::tellUnreadable(std::string_view tag, IniFault fault) {
   const bool told = std::exchange(toldUnreadable, fault == IniFault::unreadable);
   if (!toldUnreadable || told) return;
   eventlog::event(kEventNoSettings, tag,
-                  {files.agentIni(), describe(fault), files.fallbackIni(), "not asked"});
+                  {files.agentIni(), describe(fault), files.fallbackIni(), "not consulted"});
 }
 
 bool AgentConfigState::readFiles(std::string_view tag, bool& changed) {

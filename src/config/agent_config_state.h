@@ -51,7 +51,7 @@ struct AgentConfigState {
   void follow(Key key) REQUIRES(lock);
 
   // Files. `tag` is the method under whose name failures are traced.
-  // Null when it cannot be had, which event 10523 tells once until it can.
+  // Null when it is not available, which event 10523 tells once until it can.
   [[nodiscard]] std::unique_ptr<platform::FileLock> takeLockFile(std::string_view tag,
                                                                  uint32_t pauseMs = 1000);
   [[nodiscard]] bool load(std::string_view tag, bool& changed);

@@ -1,4 +1,4 @@
-// What the agent asks of the IDS component on the same machine.
+// What the agent requests from the IDS component on the same machine.
 //
 // AgentConfig::getHIDSInterface() hands out the one of the process, or null when there is no IDS
 // component; the composition root makes and owns it. Any thread may call any operation. Nothing

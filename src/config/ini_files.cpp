@@ -54,7 +54,7 @@ void removeOldCopies(const std::string& directory, const std::string& prefix) {
 const char* describe(IniFault fault) {
   switch (fault) {
     case IniFault::none:
-      return "whole";
+      return "intact";
     case IniFault::missing:
       return "missing";
     case IniFault::unreadable:
@@ -66,7 +66,7 @@ const char* describe(IniFault fault) {
     case IniFault::corrupt:
       break;
   }
-  return "without its right checksum";
+  return "inconsistent with its checksum";
 }
 
 std::string IniFiles::path(std::string_view name) const {

@@ -1,8 +1,9 @@
 // "agent.ini", "fallback.ini" and "lockFile" in the installation directory.
 //
-// Writers and readers of every process take the lock file first. Files are replaced in one step, so that
-// a reader without it never sees half a file either. All operations may be called by any thread, but the
-// holder of the lock file is one at a time. Failures are traced under the tag that the caller gives.
+// Writers and readers of every process take the lock file first. Files are replaced atomically, so
+// that a reader without it never sees half a file either. All operations may be called by any
+// thread, but the holder of the lock file is one at a time. Failures are traced under the tag that
+// the caller gives.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +32,7 @@ struct FileMemory {
 };
 
 enum class IniFault { none, missing, unreadable, tooLarge, notText, corrupt };
-// "without its right checksum"
+// "inconsistent with its checksum"
 const char* describe(IniFault fault);
 
 class IniFiles {
@@ -47,7 +48,8 @@ class IniFiles {
   static std::string_view lineEnd();
 
   // Waits for the lock file: ten attempts, that many milliseconds apart. Once the process is being stopped
-  // it only tries for a tenth of a second. Null, with the last attempt's error, when it cannot be had.
+  // it only tries for a tenth of a second. Null, with the last attempt's error, when it is not
+  // available.
   std::unique_ptr<platform::FileLock> lock(std::string_view tag, int& error,
                                            uint32_t pauseMs = 1000) const;
 

@@ -1,10 +1,10 @@
-// What of a configuration could not be taken, and why, for those who are told of it.
+// The settings of a configuration that were refused, and why, for reports.
 //
 // Value type and a pure function; any thread.
 //
 //   std::vector<RefusedSetting> refused;
 //   config.newConfiguration(pairs, refused);
-//   report(refusedSettingsText(refused));  // "1 setting refused: polling.interval=soon is no number ..."
+//   report(refusedSettingsText(refused));  // "1 setting refused: polling.interval=soon is not a number ..."
 #pragma once
 
 #include <string>

@@ -26,7 +26,7 @@ class ServerList {
   const STRING& last() const { return _last; }
 
   void setCurrent(const STRING& server) { _current = server; }
-  // Stores the entry after `server`, wrapping round; after a server that is no entry comes the first.
+  // Stores the entry after `server`, wrapping round; after a server that is not an entry comes the first.
   void setNextAfter(const STRING& server);
   void setLast(const STRING& server) { _last = server; }
 

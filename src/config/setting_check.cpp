@@ -17,11 +17,11 @@ const char* typeFault(ValueType type) {
     case ValueType::boolean:
       return "is neither true nor false";
     case ValueType::integer:
-      return "is no number from -2147483648 to 2147483647";
+      return "is not a number from -2147483648 to 2147483647";
     case ValueType::interval:
-      return "is no number from 0 to 4294967295";
+      return "is not a number from 0 to 4294967295";
     case ValueType::enumeration:
-      return "is no number from 0 to 2147483647";
+      return "is not a number from 0 to 2147483647";
     default:
       return "is too long";
   }
@@ -60,7 +60,7 @@ std::string settingFault(const STRING& key, const STRING& value) {
   if (probe.set(*row, value) == SettingStore::Result::refused) return typeFault(row->type);
   if (row->key == Key::agentUrl) return urlFault(value.trimmed());
   if (row->key == Key::tcpPort && probe.number(row->key) > kMaxPort)
-    return "is no port from 0 to 65535";
+    return "is not a port from 0 to 65535";
   return {};
 }
 

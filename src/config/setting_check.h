@@ -1,6 +1,6 @@
-// Whether a value can be one of a setting, and if not, why; and what is no setting of its own. Pure.
+// Whether a value is valid for a setting, and if not, why; and which names are not settings. Pure.
 //
-//   settingFault("polling.interval", "soon")  // "is no number from 0 to 4294967295"
+//   settingFault("polling.interval", "soon")  // "is not a number from 0 to 4294967295"
 #pragma once
 
 #include <string>

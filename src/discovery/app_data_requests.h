@@ -1,7 +1,7 @@
 // The server's requests for application data, on their way from the update thread to the thread that
 // collects. One request is kept; a newer one takes its place.
 //
-// One object a run, appDataRequests(). Threads: any; await() is for the collecting thread.
+// One object per run, appDataRequests(). Threads: any; await() is for the collecting thread.
 //
 //   appDataRequests().post(outputFile);               // update thread
 //   while (appDataRequests().await(stopToken(), file)) collectInto(file);

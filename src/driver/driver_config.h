@@ -1,12 +1,12 @@
-// The kernel driver's settings in the registry, its services, and what is asked of it: the agent's
-// only door to the driver, together with NotifyDriver.
+// The kernel driver's settings in the registry, its services, and the requests to it: together with
+// NotifyDriver the agent's only access to the driver.
 //
 // All operations are static; the class is never instantiated. Threads: any thread may call
 // anything. StartDriver and StopDriver exclude each other, useBuiltIn and usingBuiltIn exclude each
 // other; an operation that asks the driver blocks for up to the time-out of its request
 // (driver_protocol.h and docs/file-formats.md), which a stop of the agent cuts short.
 // Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult. Nothing is
-// tried again here. An operation whose text somebody reports gives it with its result, in `message`:
+// retried here. An operation whose text is reported returns it with its result, in `message`:
 // the failure's own, whatever others ask of the driver meanwhile; a success leaves `message` as it is.
 // getErrorMessage() gives the text of the last failure in this run, from whatever thread.
 //
@@ -40,7 +40,7 @@ class KORVANE_EXPORT DriverConfig {
 
   // Set the start values of the driver's services for the next start of the system. On systems with
   // the network filter (Windows NT 6.0 and later) that service goes along, else the TCP filter; one
-  // that is not installed is passed over.
+  // that is not installed is skipped.
   [[nodiscard]] static int StartDriver();
   [[nodiscard]] static int StopDriver();
 

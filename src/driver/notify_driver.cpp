@@ -90,7 +90,7 @@ int32_t waitFor(DeviceRequest& request, std::span<std::byte> reply, uint32_t tim
       request.cancel();
       return NotifyResult::timedOut;
     case DeviceWait::interrupted:
-      // A stop of the agent is no fault of the driver's and makes no event.
+      // A stop of the agent is not a fault of the driver's and makes no event.
       eventlog::trace(kTag, "The agent stops, the request is cancelled.");
       request.cancel();
       return NotifyResult::timedOut;

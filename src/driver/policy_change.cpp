@@ -100,7 +100,7 @@ int DriverConfig::newPolicy(const STRING& file, STRING& message) {
 }
 
 int DriverConfig::changePolicy(PolicyChange& change) {
-  // No recorded policy yet is no failure, so the value is read past the error message.
+  // No recorded policy yet is not a failure, so the value is read past the error message.
   ignoreResult(platform::current().registry.readString(kDriverParametersKey, kFilterFileValue,
                                                        change.oldFile));
   change.builtInBefore = builtInInForce();
@@ -167,7 +167,7 @@ int DriverConfig::restorePolicySetting(const PolicySetting& setting) {
     result = loadPolicy(setting.filterFile);
   // Somebody else may have the device for a moment; only a driver that is not to be there is let off.
   if (result == NotifyResult::notOpened && !driverExpected()) return 0;
-  if (result != 0) eventlog::trace(tag, "The driver did not take it back: %d", result);
+  if (result != 0) eventlog::trace(tag, "The driver did not accept it: %d", result);
   return result;
 }
 

@@ -32,7 +32,7 @@ const char* textError(std::string_view text) {
     if (static_cast<unsigned char>(text[i]) < 0x20) return "a control character";
     if (text[i] != '%') continue;
     if (++i == text.size() || (text[i] != '%' && !isInsertion(text[i])))
-      return "a percent sign without %1 to %9 or %%";
+      return "a percent sign not followed by 1 to 9 or %";
   }
   return nullptr;
 }
@@ -43,12 +43,13 @@ const char* parseLine(std::string_view line, Catalogue& out) {
   int number = 0;
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
   if (error != std::errc() || end != word.data() + word.size() || number < 1 || number > kMaxNumber)
-    return "no event number from 1 to 99999";
+    return "the event number is not from 1 to 99999";
   const std::string_view type = takeWord(line);
-  if (type != "AINF" && type != "AWRN" && type != "AERR") return "no event type AINF, AWRN or AERR";
+  if (type != "AINF" && type != "AWRN" && type != "AERR")
+    return "the event type is not AINF, AWRN or AERR";
   if (const char* wrong = textError(line)) return wrong;
   if (!out.try_emplace(number, CatalogueEntry{std::string(type), std::string(line)}).second)
-    return "the event number is there already";
+    return "duplicate event number";
   return nullptr;
 }
 

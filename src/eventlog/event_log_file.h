@@ -14,9 +14,9 @@
 // hold() was called: open() writes it, in its order and with its own times, before anything else. At most
 // kMaxHeldRecords, with kMaxHeldBytes of text, are held; what comes behind them is lost and counted.
 // Threads: any, at any time.
-// Errors: nothing throws. A record that cannot be written is lost and counted; the file is opened anew at
-// most once a second, and event 10501 tells how many were lost once writing works again. A missing or
-// damaged catalogue is event 10500; events then carry their insertions alone.
+// Errors: nothing throws. A record that cannot be written is lost and counted; the file is reopened
+// at most once a second, and event 10501 tells how many were lost once writing works again. A
+// missing or damaged catalogue is event 10500; events then carry their insertions alone.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// What is written to the log before its settings are known: kept in order, within bounds, until the log is
-// opened. Used by one thread at a time.
+// Records written before the log's settings are known: buffered in order, within limits, until the
+// log is opened. Used by one thread at a time.
 #pragma once
 
 #include <cstdint>

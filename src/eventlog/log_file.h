@@ -1,5 +1,6 @@
 // The series of files that the log is written to (event_log_file.h says how files begin and end).
-// Used by one thread at a time. Errors: errno values; a failed file is opened anew at most once a second.
+// Used by one thread at a time. Errors: errno values; a failed file is reopened at most once a
+// second.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
-// The newest warnings and errors of the agent's own log, kept in memory as they are written: whoever asks
-// for them reads no file. At most kRecentErrors since the log was opened, the newest first; a text is cut
-// at 512 bytes. Any thread.
+// The latest warnings and errors of the agent's own log, kept in memory as they are written, so
+// that queries read no file. At most kRecentErrors since the log was opened, the newest first; a
+// text is cut at 512 bytes. Any thread.
 #pragma once
 
 #include <cstddef>

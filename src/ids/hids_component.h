@@ -1,10 +1,11 @@
 // The IDS component as the agent reaches it: through files in its folder, InstallRoot/IDS.
 //
-// "ids.properties" is the component's own settings file; the agent only reads it. What the agent hands over
-// lies in "policy.request" and "config.request", the component's answer in "policy.result" and
-// "config.result"; docs/file-formats.md has their lines. An apply operation replaces the request file and
-// waits until the answer with the request's number is there, at most the settings' ids.signal.timeout. When
-// none comes, the result that is read back is a failure of this side, with a text that says so.
+// "ids.properties" is the component's own settings file; the agent only reads it. What the agent
+// hands over is in "policy.request" and "config.request", the component's answer in "policy.result"
+// and "config.result"; docs/file-formats.md has their lines. An apply operation replaces the
+// request file and waits until the answer with the request's number is there, at most the settings'
+// ids.signal.timeout. When none comes, the result that is read back is a failure of this side, with
+// a text that says so.
 //
 // Lifetime: owned by the composition root, which hands it to AgentConfig::setHIDSInterface.
 // Threads: any; an apply operation blocks its caller alone, and a stop of the agent ends it at once.

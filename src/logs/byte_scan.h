@@ -3,8 +3,8 @@
 // plain bytes. No state, any thread.
 //
 // All of them may read up to kBlock - 1 bytes beyond the text they are given, copyShort also writes
-// that much beyond it: whoever calls owns kBlock spare bytes behind the text (ByteBuffer and LineReader
-// keep them).
+// that much beyond it: the caller owns kBlock spare bytes behind the text (ByteBuffer and
+// LineReader keep them).
 #pragma once
 
 #include <bit>

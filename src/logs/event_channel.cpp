@@ -47,7 +47,7 @@ bool EventChannel::send(const std::string& notice) {
 }
 
 void EventChannel::drop() {
-  eventlog::trace(kTag, "A client of the event channel is let go");
+  eventlog::trace(kTag, "Disconnecting a client of the event channel");
   _attached = 0;
   _leavesAt.reset();
   _transport.drop();
@@ -98,7 +98,7 @@ EventChannel::Heard EventChannel::broken(const std::string& what) {
 EventChannel::Heard EventChannel::take(const std::string& text) {
   JsonTree tree;
   RPCRequest request;
-  if (!parseJson(text, tree)) return broken("what is no JSON");
+  if (!parseJson(text, tree)) return broken("text that is not JSON");
   try {
     request.SetPtree(tree);
   } catch (const std::runtime_error& error) {

@@ -1,9 +1,9 @@
-// The agent's end of the event channel: who is attached to it, and what the attached one says.
+// The agent's end of the event channel: which client is attached, and what it says.
 // docs/event-channel.md has the messages.
 //
 // One client is there at a time. It becomes the carrier by the request "attach", which only an administrator
 // is granted. A client that does not attach within kAttachMs, that breaks the channel's rules, or that is
-// refused and does not leave, is let go; what a client says before it is attached counts for nothing.
+// refused and does not leave, is disconnected; what a client says before it is attached is ignored.
 //
 // Lifetime: transport and clock outlive the object. Threads: one; interrupt() from any other, which ends the
 // present and every later wait for good.
@@ -74,7 +74,7 @@ class EventChannel {
   platform::Clock& _clock;
   uint64_t _attached = 0;  // the connection of the carrier
   uint64_t _connection = 0;
-  std::optional<int64_t> _leavesAt;  // when the client that is not attached is let go
+  std::optional<int64_t> _leavesAt;  // when the client that is not attached is disconnected
   bool _refusalTold = false;
 };
 

@@ -4,7 +4,7 @@
 // Through the pointer's name the encoding is seen, once the first bytes are there; through the current
 // file it is taken for UTF-8, since the test for the mark is then not made at the file's beginning
 // (switchToLog is how a new log is begun).
-// A log that cannot be opened is event 10185, once until its state changes, and every read tries again.
+// A log that cannot be opened is event 10185, once until its state changes, and every read retries.
 //
 // Lifetime: owns its pointer and the open file; closing does not write the pointer. Threads: one.
 // Errors: FileError from reading ("readLineBuffered") and from writing the pointer.

@@ -1,4 +1,4 @@
-// What forwarding has done since the agent's start, for whoever looks at it: the counters of this run.
+// What forwarding has done since the agent's start: the counters of this run.
 //
 // Threads: everything may be called by any thread. What the forwarding thread counts costs it a few atomic
 // additions for each pass or batch, none for each record. A snapshot is not of one instant: while events
@@ -21,7 +21,7 @@ struct ForwardingCounts {
   uint64_t read = 0;       // events read from logs; start and end markers are none
   uint64_t forwarded = 0;  // records delivered: events, and summaries of repeated ones
   uint64_t folded = 0;     // events that went into a summary instead of a record of their own
-  uint64_t rejected = 0;   // lines that are no event, skipped
+  uint64_t rejected = 0;   // lines that are not events, skipped
   uint64_t retried = 0;    // batches that were offered again
   uint64_t dropped = 0;    // records that the server answered with 302 or 600
   struct LastError {

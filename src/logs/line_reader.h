@@ -1,7 +1,7 @@
 // Cuts an open log file into lines of UTF-8 text, through one large buffer.
 //
 // A line that is longer than kLineLimit units (bytes of a UTF-8 log, code units of a UTF-16LE one; the
-// line feed counts) is cut there, and what is left of it is passed over. At the end of the file the
+// line feed counts) is cut there, and what is left of it is skipped. At the end of the file the
 // line may be unfinished: next() hands out what is there and says so; the caller takes it, or goes back
 // with seek() and reads it again when more may be there.
 //

@@ -1,5 +1,5 @@
-// What of the forwarded logs still waits to be sent, told from the read pointers, the logs and the IDS
-// component's settings: with an agent that runs, from any thread or process beside it, and without one.
+// The backlog of the forwarded logs, derived from the read pointers, the logs and the IDS
+// component's settings: from any thread or process, whether or not an agent is running.
 //
 // A log that ends with a mark naming the next log, and the logs that follow in this way, count together; so do the logs
 // that the agent knows to be next, and the one that the type is written to at present, when it is another one.
@@ -25,7 +25,7 @@ struct LogBacklog {
   STRING pointerFile;  // there or not
   int64_t offset = 0;  // of the first event in `log` that has not been delivered
   uint64_t bytes = 0;  // from there to the end of the last log, an unfinished line included
-  // Whole lines in them but for start and end marks. An event is one line.
+  // Whole lines in them except for start and end marks. An event is one line.
   uint64_t records = 0;
   bool recordsExact =
       true;  // false: there are more bytes than are read; there are at least `records`

@@ -12,7 +12,7 @@ uint64_t hashBefore(platform::File& file, int64_t position) {
   const int64_t begin = std::max<int64_t>(position - kBytesCompared, 0);
   std::string bytes(static_cast<size_t>(position - begin), '\0');
   size_t got = 0;
-  // What cannot be read has the hash of nothing, which is no log's.
+  // What cannot be read has the hash of nothing, which is not a log's.
   if (file.seek(begin) != 0 || file.read(bytes.data(), bytes.size(), got) != 0) got = 0;
   bytes.resize(got);
   return textHash(bytes);

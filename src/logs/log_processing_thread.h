@@ -5,7 +5,7 @@
 // read but not delivered is lost: it is read again at the next start. Lifetime: owns the processors;
 // destroy it when it is not alive. Threads: attach() and cycle() only before the start, or on the thread
 // itself; the rest by any. Errors: a processor that throws AgentError is disabled for good
-// (event 10136), but for code 13, which is passed over.
+// (event 10136), except for code 13, which is skipped.
 //
 //   auto* thread = new LogProcessingThread;
 //   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG));

@@ -22,7 +22,7 @@ constexpr int kEventPassedOver = 10554;
 constexpr size_t kNextLogField = 4;
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
-// A byte order mark before the first record is no part of it.
+// A byte order mark before the first record is not part of it.
 void skipMark(SourceLine& line) {
   if (line.start != 0 || !std::string_view(line.text, line.size).starts_with(kUtf8Mark)) return;
   line.text += kUtf8Mark.size();

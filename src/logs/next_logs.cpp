@@ -65,10 +65,10 @@ std::string NextLogs::pathBeside(const STRING& pointerFile) {
 
 // Null, or what is wrong with the text.
 const char* NextLogs::parse(std::string_view text, Content& out) {
-  if (!text.starts_with(kFirstLine)) return "its first line is not that of a list";
+  if (!text.starts_with(kFirstLine)) return "its first line is not a list header";
   const size_t end = text.rfind("end ");
   if (end == std::string_view::npos || text.substr(end) != lastLine(text.substr(0, end)))
-    return "it breaks off, or a byte was changed";
+    return "it is truncated or modified";
   std::string_view rest = text.substr(kFirstLine.size(), end - kFirstLine.size());
   while (!rest.empty()) {
     std::string_view line = takeWord(rest, '\n');
@@ -77,7 +77,7 @@ const char* NextLogs::parse(std::string_view text, Content& out) {
     if (kind == "left" &&
         !(takeNumber(line, left.place.offset) && takeNumber(line, left.place.size) &&
           takeNumber(line, left.place.identity) && takeNumber(line, left.place.before)))
-      return "a place in a log is no number";
+      return "a log position is not a number";
     if (line.empty()) return "a name is missing";
     if (kind == "named") {
       out.named = STRING(line);
@@ -87,7 +87,7 @@ const char* NextLogs::parse(std::string_view text, Content& out) {
       left.name = STRING(line);
       out.left.push_back(left);
     } else {
-      return "a line is of no known kind";
+      return "a line is of unknown kind";
     }
   }
   if (out.names.size() > kMaxNames || out.left.size() > kMaxLeft) return "it has too many lines";

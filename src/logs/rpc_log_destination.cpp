@@ -33,15 +33,15 @@ const char* textOf(int code) {
     case RpcLogDestination::kNoChannel:
       return "the event channel cannot be served";
     case RpcLogDestination::kNoCarrier:
-      return "no component that carries events is attached";
+      return "no event carrier is attached";
     case RpcLogDestination::kSendFailed:
       return "the notice could not be sent";
     case RpcLogDestination::kNoSentSignal:
-      return "the carrier did not say that it has sent the notice on";
+      return "the carrier did not confirm sending the notice";
     case RpcLogDestination::kNoAcknowledgement:
       return "the notice was not acknowledged";
     case RpcLogDestination::kOtherIdentifier:
-      return "the carrier named the identifier of another notice";
+      return "the carrier acknowledged a different notice";
     case EventChannel::kThrottled:
       return "VEXCX_REQUEST_THROTTLED";
     case EventChannel::kThrottledBackedOff:

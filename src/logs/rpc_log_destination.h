@@ -1,13 +1,14 @@
-// Hands batches to the component that carries the events of an agent without a management server, over the
-// local event channel (docs/event-channel.md).
+// Hands batches to the event carrier of an agent without a management server, over the local event
+// channel (docs/event-channel.md).
 //
 // A batch is one notice. The carrier says that it has sent it on, then that it was acknowledged; both name the
 // notice's identifier, which no other try has. Answers that ask for patience have the batch sent again, at most
 // kFurtherAttempts times, after a pause: the one that the carrier names, else one that begins at a second (ten
 // when it has backed off itself) and doubles from try to try, also over failed calls, until a batch is
 // accepted. No pause is longer than kLongestDelayMs.
-// A notice that is not answered, or answered wrongly, ends with the carrier let go, so that no late word of it
-// can be taken for an answer to another notice. Until it is accepted a batch stays with the caller.
+// If a notice is not answered, or answered wrongly, the carrier is disconnected, so that no late
+// message can be taken for an answer to another notice. Until it is accepted a batch stays with the
+// caller.
 //
 // Waits: for a carrier without limit, while `mayForward` allows it; kSentSteps and kAckSteps of kStepMs. A stop
 // (shutdownToken) ends every wait at once and for good: the object hands over nothing more then.

@@ -1,5 +1,5 @@
-// A 64-bit hash of bytes (FNV-1a) for what is compared with itself later, not with what an enemy makes, and its text of
-// 16 hexadecimal digits.
+// A 64-bit hash of bytes (FNV-1a) for recognising the same content later, not for defence against
+// forgery, and its text of 16 hexadecimal digits.
 #pragma once
 
 #include <cstdint>

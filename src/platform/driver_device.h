@@ -51,7 +51,7 @@ class Device {
  public:
   virtual ~Device() = default;
   // Prepares a request with a copy of `input` and room for outputSize bytes. Fails only when the
-  // completion event cannot be had.
+  // completion event is not available.
   [[nodiscard]] virtual uint32_t prepare(uint32_t controlCode, std::span<const std::byte> input,
                                          size_t outputSize,
                                          std::unique_ptr<DeviceRequest>& out) = 0;

@@ -1,5 +1,5 @@
-// Owned handles, one type a kind, since each kind has its own empty value and its own way of closing. Only
-// for the Win32 siblings of the seam. A handle is moved, never copied.
+// Owned handles, one type per kind, since each kind has its own empty value and its own way of
+// closing. Only for the Win32 siblings of the seam. A handle is moved, never copied.
 //
 //   const FileHandle file(::CreateFileW(...));
 //   if (!file) return ::GetLastError();

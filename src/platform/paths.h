@@ -35,7 +35,7 @@ bool fileExists(Files& files, const std::string& path);
 // Removes a directory with all that lies in it, or a file; no error when it is not there. Goes on after a
 // failure and gives the first one.
 [[nodiscard]] int removeTree(Files& files, const std::string& path);
-// The same, but for the directory itself, which stays.
+// The same, except for the directory itself, which stays.
 [[nodiscard]] int emptyDirectory(Files& files, const std::string& directory);
 
 }  // namespace korvane::platform

@@ -9,9 +9,10 @@
 //
 // Windows: CreateNamedPipe with PIPE_NOWAIT and PIPE_REJECT_REMOTE_CLIENTS, 65536 bytes each way, a DACL of
 // SYSTEM and Administrators (all) and authenticated users (read, write); one client, a further one is
-// refused with 231 until the server has made the pipe anew. A client is refused with 5 at a pipe whose owner
-// is neither SYSTEM, nor Administrators, nor the client's own account. wait() sleeps for its whole time, in
-// an alertable wait, since a pipe without overlapped calls cannot be waited for.
+// refused with 231 until the server has recreated the pipe. A client is refused with 5 at a pipe
+// whose owner is neither SYSTEM, nor Administrators, nor the client's own account. wait() sleeps
+// for its whole time, in an alertable wait, since a pipe without overlapped calls cannot be waited
+// for.
 // Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666. Further clients are let in by
 // the system, may write, and wait until the server has let those before them go; one beyond 17 is refused
 // with 231. wait() ends as soon as something has happened.
@@ -50,8 +51,9 @@ class Pipe {
   // Server's end, once bytes of the client have been read: whether the client may change what the agent
   // does. Windows: a member of Administrators, or SYSTEM. Linux: root or the server's own user.
   virtual bool peerIsAdministrator() = 0;
-  // Server's end: lets its client go and is as if made anew, for the next one; an interrupt stays. After an
-  // error the end is good for nothing but its destruction. Windows: the pipe is closed and created again.
+  // Server's end: lets its client go and is as if recreated, for the next one; an interrupt stays.
+  // After an error the end is good for nothing but its destruction. Windows: the pipe is closed and
+  // created again.
   // Linux: the client that waits is the next one.
   [[nodiscard]] virtual uint32_t renew() = 0;
   // Makes wait(), the present call and every later one, end as interrupted. Any thread.

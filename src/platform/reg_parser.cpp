@@ -66,7 +66,7 @@ class RegParser {
       return utf8ToUtf16(_text) == units ? "" : "an unpaired surrogate in UTF-16 text";
     }
     _text = bytes.substr(_document._mark ? kUtf8Mark.size() : 0);
-    return isValidUtf8(_text) ? "" : "neither UTF-8 nor UTF-16LE with its mark";
+    return isValidUtf8(_text) ? "" : "neither UTF-8 nor UTF-16LE with a byte-order mark";
   }
 
   std::string_view takeLine() {
@@ -133,7 +133,7 @@ class RegParser {
       return "a value name without its closing quotation mark";
     }
     line = trimmed(line);
-    if (!line.starts_with('=')) return "no \"=\" behind the value name \"" + item.name + "\"";
+    if (!line.starts_with('=')) return "no \"=\" after the value name \"" + item.name + "\"";
     std::string value(trimmed(line.substr(1)));
     // Binary values may go on behind a backslash at the end of the line.
     while (!value.starts_with('"') && value.ends_with('\\') && !_rest.empty()) {
@@ -141,7 +141,7 @@ class RegParser {
       value += trimmed(takeLine());
     }
     if (!value.starts_with('"') && value.ends_with('\\'))
-      return "a value that breaks off: \"" + item.name + "\"";
+      return "a truncated value: \"" + item.name + "\"";
     if (value == "-") return removeValue(item.name);
     if (!readRegValue(value, item)) return "not a value: \"" + item.name + "\"";
     return append(std::move(item));

@@ -1,4 +1,4 @@
-// What the machine says about itself. Texts are UTF-8; an answer that cannot be had is empty.
+// Facts about the machine. Texts are UTF-8; an answer that is not available is empty.
 // Thread-safe; nothing is cached here.
 #pragma once
 

@@ -4,8 +4,8 @@
 // Lifetime: each object is owned by the unique_ptr that made it and must outlive every wait on it.
 // It may be destroyed, but not used otherwise, after the Threading that made it is gone.
 // Threads: all operations may be called by any thread at once.
-// Errors: creation gives null when the system refuses; the other operations cannot fail but for a
-// handle that is not valid any more, which they answer with false or WaitResult::failed.
+// Errors: creation gives null when the system refuses; the other operations cannot fail except for
+// a handle that is no longer valid, which they answer with false or WaitResult::failed.
 //
 // Windows: CreateEvent, CreateSemaphore, CRITICAL_SECTION, _beginthreadex, TlsAlloc.
 // POSIX: pthread mutexes and condition variables on CLOCK_MONOTONIC.

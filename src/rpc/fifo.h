@@ -5,13 +5,14 @@
 // one is filled up with zeros. docs/rpc.md has the table.
 //
 // Lifetime: `pipes` and `clock` must outlive the object. The destructor closes the pipe. The server's end
-// makes its pipe anew when the client has gone; a client's end stays closed until it is opened again.
+// recreates its pipe when the client has gone; a client's end stays closed until it is opened
+// again.
 // Threads: one at a time; interrupt() from any other.
 // Errors: false, or 138 (time-out) and 32 (pipe failure) at the level of bytes; traces of source "RPC" name
 // the system's number.
 // Units: milliseconds. Waits go in steps of 100 ms. A step ends early when the pipe tells that something
 // has come (Linux), and one for data may be a second there; what is there already is never waited for.
-// Frames that begin no message are passed over, in one call for as long as it may wait for data, but a
+// Frames that begin no message are skipped, in one call for as long as it may wait for data, but a
 // second at least; the next call goes on with them.
 // Bounds: a message above Limits::messageBytes is neither sent nor received, and none takes longer than
 // Limits::messageMs from its first frame to its last, however slow the peer is.
@@ -45,7 +46,7 @@ class Fifo {
     nothing,  // no byte came, or nothing but frames that begin no message
     reset,    // the peer has gone
     stalled,  // no whole frame in time
-    tooLong,  // the declared length is above the limit; what follows of it is passed over as it comes
+    tooLong,  // the declared length is above the limit; what follows of it is skipped as it comes
   };
 
   static constexpr size_t kFrameBytes = 4096;
@@ -96,7 +97,7 @@ class Fifo {
   [[nodiscard]] uint32_t gather(size_t count);
   [[nodiscard]] bool step(platform::PipeEvent event, int leftMs = 0);
   [[nodiscard]] bool endRead(ReadEnd end);
-  // The first frame of a message, others passed over; then the rest of it.
+  // The first frame of a message, others skipped; then the rest of it.
   [[nodiscard]] bool readHeader(int waitMs, int readTimeoutMs, int64_t deadline);
   [[nodiscard]] bool readFrame(int readTimeoutMs, int64_t deadline);
   [[nodiscard]] bool writeFrame(int timeoutMs, int64_t deadline);

@@ -11,7 +11,7 @@ namespace korvane {
 size_t escapedSize(std::string_view text);
 void appendEscaped(std::string& out, std::string_view text);
 // Turns `text` into what it stands for, in its place. False for what is no text in JSON: a control
-// character, an unknown escape, half a surrogate pair, bytes that are no UTF-8.
+// character, an unknown escape, half a surrogate pair, bytes that are not UTF-8.
 [[nodiscard]] bool unescape(std::string& text);
 
 }  // namespace korvane

@@ -23,7 +23,7 @@ inline constexpr size_t kMaxJsonDepth = 64;
 inline constexpr size_t kMaxJsonValues = 50000;
 inline constexpr size_t kLongTextBytes = 16 * 1024;
 
-// False for what is no JSON text, or one beyond the bounds; `out` is as it was then.
+// False for what is not JSON text, or one beyond the bounds; `out` is as it was then.
 [[nodiscard]] bool parseJson(std::string_view text, JsonTree& out);
 [[nodiscard]] bool parseJson(std::string&& text, JsonTree& out);
 [[nodiscard]] inline bool parseJson(const std::string& text, JsonTree& out) {

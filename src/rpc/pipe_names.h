@@ -1,4 +1,5 @@
-// The names of the agent's pipes. docs/rpc.md has what is spoken over them, docs/security.md who may.
+// The names of the agent's pipes. docs/rpc.md describes their protocol, docs/security.md the access
+// rules.
 #pragma once
 
 namespace korvane {

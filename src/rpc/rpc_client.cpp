@@ -51,12 +51,12 @@ void RPCClient::open(const std::string& method, int64_t deadline) {
     if (error != kErrorPipeBusy && error != kErrorFileNotFound)
       unreachable(error, method, "the pipe cannot be opened");
     if (error == kErrorFileNotFound && remaining(remade) == 0)
-      unreachable(error, method, "nobody serves the pipe");
+      unreachable(error, method, "no server on the pipe");
     const int left = remaining(deadline);
     if (left == 0)
       unreachable(error, method,
                   error == kErrorPipeBusy ? "the pipe has another client all the time"
-                                          : "nobody serves the pipe");
+                                          : "no server on the pipe");
     _never.sleepFor(std::min(kPauseMs, static_cast<uint32_t>(left)));
   }
 }

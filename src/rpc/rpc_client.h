@@ -2,10 +2,10 @@
 //
 // The pipe is opened when it is needed and stays open between calls; the server closes it after 10 seconds
 // of silence, and serves one client at a time: close() lets the next one in.
-// Within the time of a call the client tries again when
+// Within the time of a call the client retries when
 //   - the server has another client (231),
-//   - the pipe is closed before the answer came (109): it was let go, or waited behind another client,
-//   - nobody serves the name (2), for kRemakeMs at most: the server is making its pipe anew.
+//   - the pipe is closed before the answer came (109): it was disconnected, or waited behind another,
+//   - nobody serves the name (2), for kRemakeMs at most: the server is recreating its pipe.
 // A request may therefore be carried out more than once.
 // Lifetime: pipes and clock outlive the object. Threads: one at a time.
 // Errors: RPCCallError for an answer that is an error, RPCUnreachable when there was none.

@@ -36,7 +36,7 @@ class RPCError : public std::runtime_error {
   std::string _detail;
 };
 
-// Thrown for a JSON text that is no request.
+// Thrown for a JSON text that is not a request.
 class RPCParseError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

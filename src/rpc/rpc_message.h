@@ -14,7 +14,7 @@ namespace korvane {
 
 class RPCRequest {
  public:
-  // Takes over what a JSON object says; members with other names count for nothing. Throws RPCParseError
+  // Takes over what a JSON object says; members with other names are ignored. Throws RPCParseError
   // ("invalid JSON-RPC property tree.", "request id must be non-negative integer.") and, for an "id" that is
   // no integer, the property tree's own error. After an error the request is as it was.
   void SetPtree(const JsonTree& tree);

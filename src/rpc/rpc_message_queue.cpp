@@ -29,7 +29,7 @@ bool RPCMessageQueue::isOverdue(bool asks) const {
 }
 
 void RPCMessageQueue::drop() {
-  eventlog::trace("RPC", "A client is let go");
+  eventlog::trace("RPC", "Disconnecting a client");
   _transport.drop();
 }
 

@@ -1,10 +1,11 @@
 // The requests that come over a transport, one after another, each with its answer.
 //
-// What is no request is answered here with an error and never handed on. A peer is let go when it
+// What is not a request is answered here with an error and never handed on. A peer is disconnected
+// when it
 //   - sends no first request for kFirstMs, or no further one for kSilentMs, whatever else it sends,
 //   - begins a frame and does not end it, or does not take its answer,
-//   - asks for something kSessionMs after it came: others may be waiting.
-// So no peer keeps the next one waiting without end.
+//   - sends a request kSessionMs after it connected: others may be waiting.
+// So no peer keeps the next one waiting indefinitely.
 //
 // Lifetime: transport and clock outlive the object. Threads: as the transport.
 //

@@ -7,7 +7,7 @@
 // Threads: run() by one thread. Methods run on it.
 // Errors: a method throws RPCError for a failure with a code; RPCError(kRpcInvalidParams) also stands for
 //   what the property tree throws about a parameter. Anything else is "Internal error", and the server goes
-//   on. A transport that cannot be made is event 10600 once, and is tried again every five seconds.
+//   on. A transport that cannot be made is event 10600 once, and is retried every five seconds.
 //
 //   RPCServer server(transport, clock);
 //   server.add("version", RPCServer::Access::everyone,

@@ -1,8 +1,9 @@
-// The component update thread, which every service type starts: once a second it looks whether a content
-// package waits to be taken over (its update-now flag is set) and hands it over to the IDS component
+// The component update thread, which every service type starts: once a second it checks whether a
+// content package is ready (its update-now flag is set) and hands it over to the IDS component
 // (content_hand_over.h).
 //
-// Without an IDS component a package waits for one, with its flag set. A package that cannot be used is reported in the own log and forgotten. When only the disk refuses, the flag stays
+// Without an IDS component a package waits for one, with its flag set. A package that cannot be
+// used is reported in the agent's own log and forgotten. When only the disk refuses, the flag stays
 // and another attempt follows a minute later; the log says so once.
 //
 // Start, stop and destruction as for every Thread; a stop ends an unpacking that is going on, and the next start

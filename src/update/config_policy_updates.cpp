@@ -18,7 +18,7 @@ constexpr int kBothKinds = HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UP
 UpdateResult configureIds(const PropertyList& settings, const PropertyList& rules, int kind) {
   HidsInterface* ids = AgentConfig::getHIDSInterface();
   if (!ids || !ids->present()) {
-    eventlog::trace(kContext, "There is no IDS component for its settings");
+    eventlog::trace(kContext, "No IDS component is installed to receive its settings");
     // They come along with the agent's own, to every agent.
     if (kind == HttpsHandler::CONFIG_UPDATE) return {};
     return {kNoIdsComponent, "The IDS component is not installed."};

@@ -35,7 +35,7 @@ struct ContentKind {
 
 // In the order of the bits.
 std::span<const ContentKind> contentKinds();
-// Null for a bit that is no content kind's.
+// Null for a bit that is not a content kind's.
 const ContentKind* contentKindOf(int bit);
 
 inline constexpr char kContentArchive[] = "data.zip";

@@ -2,8 +2,8 @@
 // says about itself in "package.properties".
 //
 // Lifetime: a value; it keeps the archive's bytes. Threads: used by one at a time, under contentLock().
-// Errors: read() says failed for what another attempt may mend (the disk refused) and refused for a package
-// that is not whole or not what it claims to be.
+// Errors: read() returns failed for what a retry may fix (a disk error) and refused for a package
+// that is incomplete or not what it claims to be.
 #pragma once
 
 #include <string>

@@ -4,7 +4,8 @@
 // Lifetime: refers to the update thread's flags and retry group. Threads: the update thread alone; it takes
 // contentLock() while it changes a directory.
 // Errors: everything that goes wrong ends in a result for the server (36 for a package that cannot be
-// unpacked, for whatever reason; the own log says which) or, for an exchange, in the retry group.
+// unpacked, for whatever reason; the agent's own log says which) or, for an exchange, in the retry
+// group.
 // Crash rule: a directory is changed only after the archive was checked as a whole and while the kind's
 // update-now flag is off on disk; the flag is switched on when every file is in place.
 //

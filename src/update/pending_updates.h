@@ -1,5 +1,5 @@
-// What the server has for the agent: set from the polling properties of a status answer, or by a
-// notification.
+// The updates that the server has for the agent: set from the polling properties of a status
+// answer, or by a notification.
 //
 // A value type, used by the update thread alone.
 #pragma once

@@ -1,7 +1,7 @@
 // The utility thread's countdown to the next automatic retranslation, in seconds. While it is off it keeps
 // what is left and answers -1.
 //
-// One object a process, made by the utility thread's start. Threads: any.
+// One object per process, made by the utility thread's start. Threads: any.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ class RetranslationTimer {
 
   int32_t remaining();
   void setEnabled(bool enabled);
-  // Once a second: counts down, or begins anew when nothing is left.
+  // Once a second: counts down, or starts over when nothing is left.
   void step();
 
  private:

@@ -1,5 +1,5 @@
-// What the server's result code in the answer to a completed exchange means, and what every kind of
-// exchange does about it.
+// The meaning of the server's result code in the answer to a completed exchange, and how every kind
+// of exchange handles it.
 //
 // Used by the update thread alone.
 //

@@ -1,5 +1,5 @@
 // The update thread's software step: fetches a software package, unpacks it into InstallRoot/IPS/update/software
-// for whoever installs it, and reports what became of it.
+// for the installer, and reports the outcome.
 //
 // The agent installs nothing itself. Beside the unpacked package lies "swupdate.results"; the installer adds
 // its "result.*" lines there, and the agent's next start reports them (sendUpdateResults).

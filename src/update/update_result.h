@@ -1,4 +1,4 @@
-// What came of an update, as it is reported to the server.
+// The outcome of an update, as reported to the server.
 #pragma once
 
 #include <vector>
@@ -23,7 +23,7 @@ inline constexpr int kNoInformation = 35;      // it did not say what is needed 
 inline constexpr int kDiskFailure = 36;        // it cannot be kept on disk
 inline constexpr int kPolicyFailure = 66;      // the policy cannot be translated or loaded
 inline constexpr int kNoIdsComponent = 1003;   // there is none on this machine
-inline constexpr int kSettingsRefused = 1004;  // in force but for the settings that are named
+inline constexpr int kSettingsRefused = 1004;  // in force except for the settings that are named
 
 // Tells the server, which may answer that it does not know the agent (report_answer.h). Nothing repeats it.
 void reportUpdateResult(int kind, const UpdateResult& result, const PropertyList& pairs = {});

@@ -1,14 +1,14 @@
 // The polling engine of an agent that a management server drives: once a second it decides which
 // exchanges are due and makes them, each on a handler of its own.
 //
-// In a cycle, in this order: a look at the notification port; the check whether this machine changed since
+// In a cycle, in this order: a check of the notification port; whether this machine changed since
 // the policy was translated; with the countdown at 0 the prevention test and a status; configuration and
 // policy; unless the last exchange failed, detection policy, detection configuration and software; content
-// packages; a request for application data; a changed policy state; policies to be translated anew.
+// packages; a request for application data; a changed policy state; policies to be retranslated.
 //
-// What the server has to say to an update is judged alike for all of them (server_answer.h), and what it asks
-// to be asked for later waits in a RetryGroup. A failed exchange forgets what was to be fetched; the next
-// status or notification brings it back.
+// The server's answer to an update is handled alike for all of them (server_answer.h), and deferred
+// requests wait in a RetryGroup. A failed exchange drops what was to be fetched; the next status or
+// notification brings it back.
 //
 // The first status decides whether event forwarding begins. With polling disabled nothing would send it
 // again after a failure, so it is then repeated with a growing pause until the server has answered it, whatever

@@ -1,5 +1,5 @@
-// The thread that keeps enforcement in shape on agents that no management server drives: once a second it
-// has the policy translated anew when its timer has run out or somebody asked for it, and repeats the
+// The thread that maintains enforcement on agents without a management server: once a second it
+// has the policy retranslated when its timer has run out or somebody asked for it, and repeats the
 // prevention self-test. It reports nothing.
 //
 // Unlike the update thread it does not ask whether this machine has changed, nor whether prevention is on:

@@ -1,4 +1,4 @@
-// Base64 as RFC 4648 has it: "+" and "/", "=" to the full four, no line breaks. Thread-safe.
+// Base64 according to RFC 4648: "+" and "/", "=" to the full four, no line breaks. Thread-safe.
 #pragma once
 
 #include <string>

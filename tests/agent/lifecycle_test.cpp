@@ -14,7 +14,7 @@ using tests::SimulatedMachine;
 
 constexpr int64_t kStopLimitMs = 2000;
 
-// The positions of the texts in the own log must ascend.
+// The positions of the texts in the agent's own log must ascend.
 void expectInOrder(SimulatedMachine& machine, const std::vector<std::string>& texts) {
   int last = -1;
   for (const std::string& text : texts) {
@@ -118,7 +118,7 @@ TEST(Lifecycle, StopsWithinTwoSecondsInEveryState) {
     machine.sim.runFor(row.afterMs);
     EXPECT_LE(run.stop(), kStopLimitMs);
     EXPECT_TRUE(run.returned());
-    EXPECT_EQ(run.info.count(), 0) << "a stop is no failed registration";
+    EXPECT_EQ(run.info.count(), 0) << "a stop is not a failed registration";
     EXPECT_EQ(machine.countLines("Fatal Registration."), 0U);
     EXPECT_EQ(machine.countLines(",10107,"), 0U);
     EXPECT_EQ(machine.countLines(",10109,"), 0U) << "that is for ends that nobody asked for";

@@ -33,7 +33,7 @@ class Agent {
     server = std::make_unique<ScriptedServer>();
     server->always("register", Answer::properties("agent.id=" + name() + "\n"));
     fake->files.put(root() + kIni, "[Agent]\nagent.http.url=https://" + name() +
-                                       ".test/k/\nserver.polling.interval=5\n"
+                                       ".test/k/\npolling.interval=5\n"
                                        "[AgentLog]\nagentlog.log.trace.messages=true\n");
     fake->files.put(root() + "/IDS/ids.properties",
                     "ids.service.rteventfile.name=" + root() + "/IDS/rt.csv\n");

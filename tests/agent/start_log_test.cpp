@@ -1,4 +1,5 @@
-// What the load of the settings at a start has to tell stands in the own log, which opens after it.
+// What the load of the settings at a start has to tell stands in the agent's own log, which opens
+// after it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -58,7 +59,7 @@ TEST(StartLog, EveryTroubleOfTheFirstLoadIsTold) {
        good,
        false,
        {10520, 10521},
-       {"agent.ini", "without its right checksum", ".damaged-2026", "fallback.ini"}},
+       {"agent.ini", "inconsistent with its checksum", ".damaged-2026", "fallback.ini"}},
       {"both damaged", torn, torn, false, {10520, 10520, 10522}, {"fallback.ini.damaged-"}},
       {"no fallback", torn, "", false, {10520, 10522}, {"missing"}},
       {"no lock file to be had", good, good, true, {10523}, {"lockFile 13"}},

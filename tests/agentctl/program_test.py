@@ -89,7 +89,7 @@ class Settings(Installed):
         self.assertIn("\n-tcp.port=2222\n+tcp.port=4711\n", self.ask("config", "diff"))
         kept = self.ini.read_bytes()
         for said, pairs in (("Did you mean polling.interval?", ["agent.name=x", "polling.intervall=60"]),
-                            ("is no number", ["agent.name=x", "polling.interval=soon"]),
+                            ("is not a number", ["agent.name=x", "polling.interval=soon"]),
                             ("cannot be a key", ["agent.name=x", "[a]=y"]),
                             ("names a user", ["agent.name=x", "agent.http.url=https://u:p@h/"])):
             self.assertIn(said, self.refused(FAILED, "config", "set", *pairs))
@@ -107,9 +107,9 @@ class Settings(Installed):
         self.ini.write_bytes(self.ini.read_bytes().replace(b"=first", b"=second"))
         kept = {file.name: file.read_bytes() for file in self.stage.ips.iterdir() if file.is_file()}
         out = self.ask("config", "check", status=TROUBLE)
-        self.assertRegex(out, r"agent\.ini:\d+: error: the checksum does not fit")
+        self.assertRegex(out, r"agent\.ini:\d+: error: the checksum does not match")
         self.assertEqual(self.ask("config", "get", "agent.name").splitlines()[-1], "first", "the agent takes fallback.ini")
-        self.assertIn("checksum does not fit", self.ask("status", status=NOT_RUNNING))
+        self.assertIn("checksum does not match", self.ask("status", status=NOT_RUNNING))
         self.assertEqual(kept, {file.name: file.read_bytes() for file in self.stage.ips.iterdir() if file.is_file()})
         self.assertIn("-agent.name=first\n+agent.name=third", self.ask("config", "set", "agent.name=third") and
                       self.ask("config", "diff", "--fallback"))
@@ -150,14 +150,14 @@ class CommandLine(Installed):
     def test_what_is_wrong_is_named(self):
         for said, words in (("Did you mean `status`?", ["statsu"]), ("Did you mean `get`?", ["config", "gte"]),
                             ("There is: status", []), ("unknown option --jsn", ["status", "--jsn"]),
-                            ("METHOD is required", ["call"]), ("on,off", ["trace", "perhaps"]), ("no JSON", ["call", "x", "{"])):
+                            ("METHOD is required", ["call"]), ("on,off", ["trace", "perhaps"]), ("not JSON", ["call", "x", "{"])):
             self.assertIn(said, self.refused(USAGE, *words))
         self.assertRegex(self.ask("--version"), r"^agentctl \d+\.\d+\.\d+")
         self.assertIn("Exit status:", self.ask("status", "--help"))
 
     def test_bash_completes_what_the_command_line_takes(self):
         if self.windows:
-            self.skipTest("bash is no shell of that system")
+            self.skipTest("bash is not a shell of that system")
         script = self.ask("completion", "bash") + """
             compopt() { :; }
             try() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _agentctl; echo "${COMPREPLY[@]}"; }
@@ -181,7 +181,7 @@ class Stopped(Installed):
         self.refused(NOT_RUNNING, "call", "getStatus")
         self.assertIn("next start", self.ask("trace", "on"))
         self.assertEqual(self.stage.setting("agentlog.log.trace.messages"), "true")
-        self.assertIn("no log", self.refused(FAILED, "events", "tail"))
+        self.assertIn("no agent log", self.refused(FAILED, "events", "tail"))
         self.assertIn("1.0.0.100", self.ask("version"))
 
 
@@ -273,7 +273,7 @@ class Diagnosis(Installed):
     def collected(self, name):
         place = self.stage.machine.path(self.work / name)
         self.ask("diagnose", "-o", place)
-        self.assertIn("is there already", self.refused(FAILED, "diagnose", "-o", place))
+        self.assertIn("already exists", self.refused(FAILED, "diagnose", "-o", place))
         self.ask("diagnose", "-o", place, "--force", "--no-connection-test", "--json")
         self.ask("diagnose", "-o", place, "--force")
         with zipfile.ZipFile(io.BytesIO((self.work / name).read_bytes())) as archive:

@@ -116,7 +116,7 @@ class Hammer {
     return _fifo.isOpen();
   }
 
-  // Any client may be let go and come again; in the end the answer comes.
+  // Any client may be disconnected and come again; in the end the answer comes.
   bool good() {
     std::string answer;
     for (int i = 0; i < 100 && connect(); ++i) {

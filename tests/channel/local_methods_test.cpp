@@ -17,9 +17,9 @@ TEST(LocalMethods, badParametersAreNamedAndChangeNothing) {
     const char *method, *params, *detail;
   } cases[] = {
       {"setSettings", "{}", "settings"},
-      {"setSettings", R"({"settings":{}})", "settings: there is none"},
+      {"setSettings", R"({"settings":{}})", "settings: must be a non-empty object"},
       {"setSettings", R"({"settings":{"polling.interval":"60","no.such":"1"}})",
-       "no.such: is no setting"},
+       "no.such: is not a setting"},
       {"setSettings", R"({"settings":{"polling.interval":"60","polling.enabled":"yes"}})",
        "polling.enabled: \"yes\""},
       {"setSettings", R"({"settings":{"polling.interval":-1}})", "polling.interval: \"-1\""},
@@ -30,8 +30,8 @@ TEST(LocalMethods, badParametersAreNamedAndChangeNothing) {
        "\"https://****@host/\" names a user"},
       {"setSettings", R"({"settings":{"agent.http.url":"https://host:0/"}})", "port"},
       {"setSettings", R"({"settings":{"agent.http.url":"https://ho st/"}})", "holds a blank"},
-      {"setSettings", R"({"settings":{"agent.name":"a\nb"}})", "agent.name: a line break"},
-      {"getSettings", R"({"keys":["agent.name","x"]})", "x: is no setting"},
+      {"setSettings", R"({"settings":{"agent.name":"a\nb"}})", "agent.name: contains a line break"},
+      {"getSettings", R"({"keys":["agent.name","x"]})", "x: is not a setting"},
       {"setTrace", R"({"on":"maybe"})", "on: \"maybe\""},
       {"setTrace", R"({"on":""})", "on"},
       {"getDiagnostics", R"({"piece":-1})", "piece"},
@@ -59,23 +59,23 @@ TEST(LocalMethods, aParameterOfTheWrongKindIsNeverTakenForAMissingOne) {
        {R"(["192.0.2.1"])", R"({"a":"b"})", "[ ]", "{}", R"("")"}},
       {"getSettings",
        "keys",
-       "keys: are no list",
+       "keys: must be a list",
        {R"({"a":"agent.name"})", R"([["agent.name"]])", "[[]]", "[{ }]"}},
-      {"getSettings", "keys", ": is no setting", {"[]", "{}", R"("")", "1"}},
+      {"getSettings", "keys", ": is not a setting", {"[]", "{}", R"("")", "1"}},
       {"setSettings",
        "settings",
-       "settings: there is none",
+       "settings: must be a non-empty object",
        {R"(["agent.name"])", "[]", "{}", "1", R"("x")"}},
       {"setSettings",
        "settings",
-       "agent.name: the value is neither",
+       "agent.name: the value must be",
        {R"({"agent.name":[]})", R"({"agent.name":{}})", R"({"agent.name":["x"]})"}},
-      {"setTrace", "on", "on: is no text", {"[true]", R"({"true":1})", "[]", "{}"}},
+      {"setTrace", "on", "on: is not a single value", {"[true]", R"({"true":1})", "[]", "{}"}},
       {"getDiagnostics",
        "piece",
-       "piece: is no number",
+       "piece: is not a number",
        {"[1]", R"({"1":1})", "[]", R"("x")", R"("")", "0.5", "true"}},
-      {"getDiagnostics", "snapshot", "snapshot: is no number", {"[1]", "{}", R"("x")"}},
+      {"getDiagnostics", "snapshot", "snapshot: is not a number", {"[1]", "{}", R"("x")"}},
   };
   for (const auto& c : cases) {
     for (const char* value : c.values) {
@@ -87,7 +87,8 @@ TEST(LocalMethods, aParameterOfTheWrongKindIsNeverTakenForAMissingOne) {
       EXPECT_THAT(answer, HasSubstr(c.fault));
     }
     for (const char* params : {R"(["x"])", R"("x")", "7"})
-      EXPECT_THAT(world.askRaw(c.method, params), HasSubstr("params: are no object")) << c.method;
+      EXPECT_THAT(world.askRaw(c.method, params), HasSubstr("params: must be an object"))
+          << c.method;
   }
   for (const char* params : {"null", "{}", R"({"nonsense":[]})"})
     EXPECT_THAT(world.askRaw("getDiagnostics", params), HasSubstr("\"piece\":\"0\"")) << params;

@@ -69,7 +69,7 @@ struct TestThreading : platform::ForwardingThreading {
   bool refuses = false;
 };
 
-// Answers with its steps in order, then for ever "EOF_FLAG" and status 200.
+// Answers with its steps in order, then forever "EOF_FLAG" and status 200.
 class ScriptedTransport : public Transport {
  public:
   struct Step {

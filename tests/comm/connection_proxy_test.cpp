@@ -33,7 +33,7 @@ class ConnectionProxy : public tests::CommFixture {
 
 TEST_F(ConnectionProxy, NamesWhatTheProxyDoes) {
   const std::pair<const char*, const char*> answers[] = {
-      {"407 Proxy Authentication Required", "the proxy demands authentication (status 407)"},
+      {"407 Proxy Authentication Required", "the proxy requires authentication (status 407)"},
       {"503 Service Unavailable", "no connection to server.invalid port 443 over the proxy: "},
   };
   uint16_t port = 0;

@@ -338,7 +338,7 @@ TEST(FailureCauses, OfAConnectionThatEnded) {
       {lost, false, nullptr, "HTTP answer: the connection was closed before the answer began"},
       {lost, false, "TLSv1.2", "HTTP answer: the connection was closed before the answer began"},
       {lost, false, "TLSv1.3",
-       "TLS handshake: the server demands a client certificate, which agents do not have"},
+       "TLS handshake: the server requires a client certificate, which agents do not have"},
       {lost, true, "TLSv1.3", "HTTP answer: the connection was closed before the answer began"},
       {"Connection reset by peer", true, nullptr,
        "HTTP answer: the connection was reset before the answer began"},
@@ -393,7 +393,7 @@ TEST_F(Zoo, AStopEndsATest) {
   test.join();
   EXPECT_EQ(report.url, "https://" + place + "/agent/");
   EXPECT_EQ(report.failingStage, "TLS handshake");
-  EXPECT_EQ(report.cause, "it was ended because the agent stops");
+  EXPECT_EQ(report.cause, "it was cancelled because the agent is stopping");
   EXPECT_EQ(report.stages.size(), 4u);
   shutdownToken().reset();
   config().setURL("");

@@ -190,10 +190,10 @@ TEST(ResponseParser, BoundsHold) {
     return response.finish(false) ? std::string() : response.fault();
   };
   EXPECT_EQ(fault(4, "a: b\r\n", properties("a=b\n")), "");
-  EXPECT_EQ(fault(5, "a: b\r\n", ""), "headers beyond 100 bytes or 4 lines");
-  EXPECT_EQ(fault(2, std::string(60, 'x'), ""), "headers beyond 100 bytes or 4 lines");
+  EXPECT_EQ(fault(5, "a: b\r\n", ""), "more than 100 bytes or 4 lines of headers");
+  EXPECT_EQ(fault(2, std::string(60, 'x'), ""), "more than 100 bytes or 4 lines of headers");
   EXPECT_EQ(fault(0, "", std::string(400, '\n')), "");
-  EXPECT_EQ(fault(0, "", std::string(401, '\n')), "a body beyond 400 bytes");
+  EXPECT_EQ(fault(0, "", std::string(401, '\n')), "a body of more than 400 bytes");
   std::string many;
   for (int i = 0; i < 4; ++i) many += properties("");
   EXPECT_NE(fault(0, "", many).find("more than 3 sections"), std::string::npos);

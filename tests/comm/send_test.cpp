@@ -59,7 +59,11 @@ TEST_F(Send, StatusCheck) {
        56,
        ",10510,",
        "12 bytes missing"},
-      {{.code = 42, .body = std::string((64 << 20) + 1, 'x')}, 56, 56, ",10510,", "a body beyond"},
+      {{.code = 42, .body = std::string((64 << 20) + 1, 'x')},
+       56,
+       56,
+       ",10510,",
+       "a body of more than"},
       {{.status = 0, .body = properties("agent.id=7\n")}, 56, 56, ",10510,", "no HTTP status"},
       {{.code = 100}, 100, 100, ",10223,", "Could not understand the error 100"},
   };
@@ -77,7 +81,7 @@ TEST_F(Send, FailOverLooksAtAddressesFirst) {
   localAddresses.clear();
   config().setServerList("moving,unknown,steady");
   transport.steps.assign(2, {.code = 28});
-  // The name leads elsewhere now: the same server is tried again over a new handle.
+  // The name leads elsewhere now: the same server is retried over a new handle.
   EXPECT_EQ(poll(), 28);
   EXPECT_EQ(current(), "moving");
   EXPECT_EQ(transport.closed, 1);

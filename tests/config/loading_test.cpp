@@ -85,7 +85,7 @@ TEST_F(LoadingTest, ReadsAgainOnlyWhatChanged) {
   EXPECT_EQ(config().getPollingInterval(), 90u);
   put(kAgentIni, "polling.interval=oops\nfips.enabled=maybe\nagent.name=n\n");
   EXPECT_TRUE(config().loadIniFile(changed));
-  EXPECT_EQ(config().getPollingInterval(), 90u) << "a text that is no number is not taken";
+  EXPECT_EQ(config().getPollingInterval(), 90u) << "a text that is not a number is not taken";
   EXPECT_EQ(config().getAgentName(), STRING("n"));
 }
 

@@ -1,5 +1,5 @@
-// Real threads whose waits of a second take five milliseconds, so that two processes can quarrel about
-// the lock file for real without making a test slow.
+// Real threads whose waits of a second take five milliseconds, so that two processes can really
+// contend for the lock file without making a test slow.
 #pragma once
 
 #include <algorithm>

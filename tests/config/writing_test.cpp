@@ -224,13 +224,14 @@ TEST_F(WritingTest, SettingsFromTheServer) {
                                          {"tcp.enabled", "may\nbe"}},
                                         refused));
   const std::string text =
-      "9 settings refused: polling.interval=-1 is no number from 0 to 4294967295; "
+      "9 settings refused: polling.interval=-1 is not a number from 0 to 4294967295; "
       "agentini.checksum=x names nothing that can be set; [Checksum]=x names nothing that can be "
       "set; "
       "=nameless names nothing that can be set; long=" +
       std::string(40, 'l') +
       "... is too long; agent.http.url=file:///etc/ begins with neither https:// nor http://; "
-      "tcp.port=70000 is no port from 0 to 65535; a.password=**** names nothing that can be set; "
+      "tcp.port=70000 is not a port from 0 to 65535; a.password=**** names nothing that can be "
+      "set; "
       "tcp.enabled=may be is neither true nor false";
   EXPECT_EQ(refusedSettingsText(refused), text);
   EXPECT_EQ(log.all(), (std::vector<int>{10526}));

@@ -97,7 +97,7 @@ TEST_F(NotifyDriverTest, AStopEndsTheWaitAndCancelsTheRequest) {
   // One made after the stop does not wait either.
   fake.devices.queue(KAVIPS_QUERY_POLICY, DeviceScript::pending(platform::kInfinite, 0));
   EXPECT_EQ(NotifyDriver(kQuery, nullptr, 0, platform::kInfinite), 5);
-  EXPECT_TRUE(events.all().empty()) << "a stop is no fault of the driver's";
+  EXPECT_TRUE(events.all().empty()) << "a stop is not a fault of the driver's";
 }
 
 }  // namespace

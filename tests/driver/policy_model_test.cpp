@@ -74,7 +74,7 @@ TEST_F(PolicyModelTest, WhatIsMalformedIsToldWithItsLine) {
       {"korvane-policy 1\nname a\xE2\x82", "2: the value is malformed or too long"},
       {std::string("korvane-policy 1\nname a\0b", 25), "2: the value is malformed or too long"},
       {"korvane-policy 1\nrule deny file a *",
-       "2: name, version and id come before the first rule"},
+       "2: name, version and id must precede the first rule"},
       {kHead + "\nfrobnicate", "6: unknown word"},
       {kHead + "rule forbid file a *", "5: unknown action"},
       {kHead + "rule deny disk a *", "5: unknown kind of resource"},

@@ -75,7 +75,7 @@ TEST(Agent, StopsWithinTwoSecondsInEveryState) {
   struct StopCase {
     const char* state;
     std::function<void(InstalledAgent&)> arrange;
-    const char* reached;  // the line of the own log that tells that the state is reached
+    const char* reached;  // the line of the agent's own log that tells that the state is reached
   };
   SilentPeer peer;
   std::unique_ptr<SilentDriver> driver;
@@ -168,7 +168,7 @@ TEST(Agent, AfterALaterFatalRegistrationTheHostsDeadlineEndsTheProgram) {
   int status = -1;
   ASSERT_TRUE(agent.host->waitEnd(status)) << agent.log();
   EXPECT_EQ(status, 3);
-  EXPECT_THAT(agent.host->lastLine(), HasSubstr("the agent ended itself and did not return"));
+  EXPECT_THAT(agent.host->lastLine(), HasSubstr("the agent ended itself but did not return"));
   EXPECT_THAT(agent.log(), HasSubstr("Fatal Registration."));
   EXPECT_EQ(agent.log().find(",10107,"), std::string::npos) << "its final wait never ends";
 }

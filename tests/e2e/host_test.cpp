@@ -43,9 +43,9 @@ TEST(Host, EndsWithAStatusAndALastLineThatSayWhy) {
       {"obeys", SIGINT, "30", 0, "korvane-host: the agent has stopped"},
       {"late", SIGTERM, "30", 0, "korvane-host: the agent has stopped"},
       {"never-returns", SIGTERM, "1", 4,
-       "korvane-host: the agent did not return from its stop within 1 s; ending the process"},
+       "korvane-host: the agent did not stop within 1 s; ending the process"},
       {"ends-itself", 0, "1", 3,
-       "korvane-host: the agent ended itself and did not return within 1 s; ending the process"},
+       "korvane-host: the agent ended itself but did not return within 1 s; ending the process"},
   };
   for (const HostCase& row : cases) {
     SCOPED_TRACE(row.way);

@@ -60,7 +60,7 @@ TEST_F(RequestsTest, WhatIsNoPolicyIsRefusedAndTheStandingAnswerHoldsWhereNothin
             "2;");
   fake.files.put("/p", "korvane-policy 1\n");
   EXPECT_EQ(applyPolicy(requests, "/p"),
-            "IDS.Policy.ResultCode=3;IDS.Policy.ResultMessage=/p is no IDS policy.;");
+            "IDS.Policy.ResultCode=3;IDS.Policy.ResultMessage=/p is not an IDS policy.;");
   Requests refusing(fake.platform(), kFolder, *parseAnswer("refuse 5 Not today"));
   EXPECT_EQ(refusing.answerPending(), 0) << "the last request has its answer already";
   EXPECT_EQ(applyPolicy(refusing), "IDS.Policy.ResultCode=5;IDS.Policy.ResultMessage=Not today;");

@@ -103,7 +103,7 @@ TEST_F(LogProcessorTest, TheEndMarkNamesTheNextLog) {
   for (int i = 0; i < LogReader::kAwaitPasses + 3; ++i) round(*processor);
   EXPECT_THAT(received.sequence(), ElementsAre("1", "2", "3"));
   EXPECT_EQ(events(10554), 1u) << "gone.csv";
-  EXPECT_EQ(savedName(), last) << "a path is no file's name";
+  EXPECT_EQ(savedName(), last) << "a path is not a file's name";
 }
 
 TEST_F(LogProcessorTest, ANewLogMayHaveTheSameName) {
@@ -112,7 +112,7 @@ TEST_F(LogProcessorTest, ANewLogMayHaveTheSameName) {
   round(*processor);
   EXPECT_FALSE(exists(kLog));
   for (int i = 0; i < 3; ++i) round(*processor);
-  EXPECT_EQ(events(10185), 0u) << "a log that is not there yet is no fault";
+  EXPECT_EQ(events(10185), 0u) << "a log that is not there yet is not a fault";
   fake.files.put(kLog, eventLine(3) + eventLine(4) + eventLine(5));
   round(*processor);
   EXPECT_THAT(received.sequence(), ElementsAre("1", "3", "4", "5"));

@@ -49,7 +49,7 @@ TEST_F(LogReaderTest, EndsAtTheMarkUnlessMoreFollows) {
   EXPECT_TRUE(reader.atEnd()) << "the end is remembered";
   append(kLog, "\r\n");
   EXPECT_EQ(pass(reader), "");
-  EXPECT_TRUE(reader.atEnd()) << "what is no record does not undo it";
+  EXPECT_TRUE(reader.atEnd()) << "what is not a record does not undo it";
   append(kLog, eventLine(5));
   EXPECT_FALSE(reader.atEnd());
   EXPECT_EQ(pass(reader), "5 ");

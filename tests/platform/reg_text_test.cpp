@@ -91,7 +91,7 @@ TEST(RegText, problemsNameTheLine) {
       {key + "\"v\"=dword:\n", "line 3: not a value"},
       {key + "\"v\"=hex:0g\n", "line 3: not a value"},
       {key + "\"v\"=hex(2:00\n", "line 3: not a value"},
-      {key + "\"v\"=hex:00,\\", "line 3: a value that breaks off"},
+      {key + "\"v\"=hex:00,\\", "line 3: a truncated value"},
       {key + "\"a\"=hex:00,\\\n00\nx\n", "line 5: neither"},
       {kHeader + "[-HKEY_LOCAL_MACHINE\\K]\n\"v\"=\"1\"\n", "line 3: a value below a removed key"},
       {key + std::string("\"v\"=\"\0\"\n", 9), "line 3: a NUL"},

@@ -242,7 +242,7 @@ TEST(PolicyReconcile, WhatCannotBeUndoneIsTriedAgain) {
   EXPECT_NE(world.fake.files.content(kBackup), "");
   PolicyProcessor policy;
   EXPECT_FALSE(policy.installPolicy(source("B"), propertiesOf("B")));
-  EXPECT_EQ(policy.errorText(), STRING("The former policy change could not be undone."));
+  EXPECT_EQ(policy.errorText(), STRING("The previous policy change could not be rolled back."));
   world.fake.registry.refuseBelow(tests::kDriverKey, 0);
   EXPECT_TRUE(policy.installPolicy(source("B"), propertiesOf("B")));
   EXPECT_EQ(world.driverPolicy(), minusOf("B", "1"));

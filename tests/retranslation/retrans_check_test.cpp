@@ -144,7 +144,7 @@ TEST_F(RetransCheckTest, TheLibraryIsAskedWhereThereIsOne) {
         {Kind::addresses, "", "", true, "192.0.2.10,198.51.100.1"}});
   EXPECT_FALSE(check.checkRetrans());
   library.error = 3;
-  EXPECT_FALSE(check.checkRetrans()) << "addresses that cannot be told are no change";
+  EXPECT_FALSE(check.checkRetrans()) << "addresses that cannot be told count as no change";
   EXPECT_NE(events.text().find("Cannot tell the state"), std::string::npos);
   library.error = 0;
   library.addresses.pop_back();
@@ -174,7 +174,7 @@ TEST_F(RetransCheckTest, AnUnusableFileLeavesNoItemsAndSaysWhy) {
            check.items().empty() && !check.checkRetrans();
   };
   EXPECT_TRUE(fails());
-  EXPECT_TRUE(events.all().empty()) << "a missing file is no event";
+  EXPECT_TRUE(events.all().empty()) << "a missing file is not an event";
   fake.files.put(kItems, "korvane-items 1\npath\tpresent\n");
   EXPECT_TRUE(fails());
   faulty.failAll(platform::FileOperation::read, 5, "policy1");
@@ -183,7 +183,7 @@ TEST_F(RetransCheckTest, AnUnusableFileLeavesNoItemsAndSaysWhy) {
   fake.files.put(kItems, std::string(kMaxItemsBytes + 1, 'x'));
   EXPECT_TRUE(fails());
   EXPECT_EQ(events.all(), (std::vector<int>{10591, 10590, 10590}));
-  EXPECT_NE(events.text().find(std::string(kItems) + ",2,another number of fields"),
+  EXPECT_NE(events.text().find(std::string(kItems) + ",2,wrong number of fields"),
             std::string::npos);
 }
 

@@ -277,7 +277,8 @@ TEST_F(FifoRules, aFrameBehindTheDeadlineEndsTheMessage) {
   }
 }
 
-// Frames that begin no message are passed over, but no call goes on with them for longer than it may wait.
+// Frames that begin no message are skipped, but no call goes on with them for longer than it may
+// wait.
 TEST_F(FifoRules, framesThatBeginNothingHoldNoCallOpen) {
   for (const auto& [waitMs, most] : {std::pair(0, 1400), {500, 1400}, {5000, 5400}}) {
     fifo.create();

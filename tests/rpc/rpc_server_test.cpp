@@ -71,7 +71,7 @@ class RPCServerOnPipes : public testing::Test {
   Fifo client{world.pipes, *clock, name};
   StopToken never;
 
-  // The server may be making its pipe anew.
+  // The server may be recreating its pipe.
   bool connect() {
     for (int i = 0; i < 200 && !client.open(); ++i) never.sleepFor(50);
     return client.isOpen();
@@ -174,7 +174,7 @@ class RPCServerRules : public testing::Test {
   RPCServer server{transport, clock};
 
   RPCServerRules() { addMethods(server); }
-  // How many cycles of a second each until the peer is let go; at most 200.
+  // How many cycles of a second each until the peer is disconnected; at most 200.
   int secondsUntilDropped() {
     for (int i = 1; i <= 200; ++i) {
       server.cycle();

@@ -81,7 +81,7 @@ TEST(RequestRules, EachPathWordHasItsSectionsAndNames) {
       {"register", {"", "", "#", ""}, "section 4"},
       {"register", {"", "", "#", "#", "#"}, "section 5"},
       {"register", {"", "", "<"}, "text/xml"},
-      {"register", {"a=1\na=1\n", ""}, "stands twice"},
+      {"register", {"a=1\na=1\n", ""}, "occurs twice"},
       {"update", {"update.configuration=true\nupdate.configuration.ids=true\nagent.id=\n"}, ""},
       {"update", {content}, ""},
       {"update", {content + "agent.name=x\n"}, "one too many"},

@@ -110,7 +110,7 @@ TEST(Service, AnEndThatNobodyAskedForIsAFailureOfTheService) {
   const std::tuple<const char*, DWORD, const char*> cases[] = {
       {"posts-its-end", host::kExitAgentEnded, "the agent ended itself (ACMD_ExitService)"},
       {"returns-at-once", host::kExitFailed,
-       "the agent ended without a request and without a mailbox"},
+       "the agent ended without a stop request and without a mailbox"},
   };
   for (const auto& [way, code, line] : cases) {
     SCOPED_TRACE(way);
@@ -128,9 +128,9 @@ TEST(Service, AnEndThatNobodyAskedForIsAFailureOfTheService) {
 TEST(Service, AnAgentThatDoesNotReturnIsEndedWithItsProcess) {
   const std::tuple<const char*, bool, DWORD, const char*> cases[] = {
       {"ends-itself", false, host::kExitAgentEnded,
-       "the agent ended itself and did not return within 5 s; ending the process"},
+       "the agent ended itself but did not return within 5 s; ending the process"},
       {"never-returns", true, host::kExitNotReturned,
-       "the agent did not return from its stop within 5 s; ending the process"},
+       "the agent did not stop within 5 s; ending the process"},
   };
   for (const auto& [way, toBeStopped, code, line] : cases) {
     SCOPED_TRACE(way);

@@ -1,5 +1,5 @@
 // A machine of fakes on simulated threads and time, with an installed agent and a scripted server, for
-// tests of one agent in one process. The own log is written with tracing on.
+// tests of one agent in one process. The agent's own log is written with tracing on.
 //
 //   SimulatedMachine machine({.serviceType = "1", .settings = "[Polling]\npolling.interval=5\n"});
 //   machine.sim.runFor(60000);
@@ -54,7 +54,7 @@ class SimulatedMachine {
   }
   void beginRun() { beginRun(fake.platform()); }
 
-  // The messages of the own log, in order; of one tag alone when it is not empty.
+  // The messages of the agent's own log, in order; of one tag alone when it is not empty.
   std::vector<std::string> lines(const std::string& needle = "") {
     std::vector<std::string> found;
     for (const std::string& path : fake.files.paths()) {

@@ -1,5 +1,6 @@
-// A platform of which every call that can fail throws from a moment on, or once: bad_alloc and FileError by
-// turns. Waits, clocks and locks that exist work on. Refers to the platform it wraps, which must outlive it.
+// A platform on which every call that can fail throws, from a given call on or once: bad_alloc and
+// FileError by turns. Waits, clocks and locks that exist work on. Refers to the platform it wraps,
+// which must outlive it.
 //
 //   ThrowingPlatform throwing(fake.platform());
 //   throwing.failFrom(17, /*once=*/true);

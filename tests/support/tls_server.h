@@ -1,9 +1,10 @@
 // A scripted HTTPS server inside the test process, and the authority that signs its certificate.
 //
 // Every certificate is made when it is needed; nothing lies in the source tree. A server listens on a free
-// port that the system picks, one thread a connection, and answers each request with what its script says
-// about it. It ends all its threads in its destructor, hanging ones included, and before that lets tests
-// ask what it saw. Any thread may ask. A failure to set up throws std::runtime_error.
+// port that the system picks, one thread per connection, and answers each request with what its
+// script says about it. It ends all its threads in its destructor, hanging ones included, and
+// before that lets tests ask what it saw. Any thread may ask. A failure to set up throws
+// std::runtime_error.
 //
 //   TestAuthority authority;
 //   TlsServer server(authority, [](const TlsServer::Request&) { return TlsServer::answer("EOF_FLAG\n"); });

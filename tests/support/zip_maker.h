@@ -1,4 +1,4 @@
-// Zip archives as a test wants them: well-formed ones, and ones that lie about what they hold.
+// Zip archives for tests: well-formed ones, and ones with false declarations.
 //
 //   const std::string bytes = makeZip({{.name = "policy.txt", .content = "..."}});
 #pragma once

@@ -41,7 +41,7 @@ TEST(ThreadCondition, BroadcastWakesEveryWaiterAndOnlyThem) {
 }
 
 // The time runs out between the broadcast's count and the waiter's last look: the broadcaster must not wait
-// for ever, and no unit may be left for somebody who waits later.
+// forever, and no unit may be left for somebody who waits later.
 TEST(ThreadCondition, WaiterThatTimesOutDuringABroadcastIsPartOfIt) {
   FaultyPlatform platform;
   platform.faults->timeOutDuringRelease = true;

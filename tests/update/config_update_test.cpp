@@ -157,7 +157,7 @@ TEST(ApplicationData, IsTakenFromTheAnswerToAnyReport) {
   NotifiedCycles cycles;
   cycles.machine.server.queue("update", offer);
   cycles.notify(1);
-  EXPECT_FALSE(cycles.config().isAppDataRequested()) << "an update is no report";
+  EXPECT_FALSE(cycles.config().isAppDataRequested()) << "an update is not a report";
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What a policy needs beside a simulated machine: a translator, a driver that takes what it is given, and an
-// IDS component that answers as it is told.
+// What a policy needs besides a simulated machine: a translator, a driver that accepts everything,
+// and an IDS component with preset answers.
 #pragma once
 
 #include <functional>

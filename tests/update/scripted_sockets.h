@@ -21,7 +21,7 @@ class ScriptedSockets : public platform::ForwardingSockets {
     int error = 0;
     int byte = 0;  // -1: the client has closed
   };
-  using Client = std::deque<Receive>;  // the last one for ever
+  using Client = std::deque<Receive>;  // the last one forever
 
   explicit ScriptedSockets(platform::Sockets& to) : ForwardingSockets(to) {}
 

@@ -19,7 +19,7 @@ using tests::fsPath;
 using tests::TestAuthority;
 using tests::TlsServer;
 
-// The provider that an algorithm comes from; empty when it cannot be had.
+// The provider that an algorithm comes from; empty when it is not available.
 std::string providerOf(const char* digest) {
   const std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)> found(
       EVP_MD_fetch(nullptr, digest, nullptr), &EVP_MD_free);

@@ -24,8 +24,9 @@ JsonTree parsed(std::string params) {
   JsonTree tree;
   if (params == "-") params.assign(std::istreambuf_iterator<char>(std::cin), {});
   if (!params.empty() && !parseJson(params, tree))
-    throw Failure(ExitStatus::usage, "the parameters are no JSON text: " + params.substr(0, kShown),
-                  "Give an object between quotes of your shell: '{\"keys\":[\"agent.id\"]}'.");
+    throw Failure(ExitStatus::usage,
+                  "the parameters are not JSON text: " + params.substr(0, kShown),
+                  "Pass an object, quoted for your shell: '{\"keys\":[\"agent.id\"]}'.");
   return tree;
 }
 
@@ -63,9 +64,9 @@ void addCall(CLI::App& app, Context& context, Action& chosen) {
   command->add_option("METHOD", options->method, "The method's name, such as getStatus")
       ->required();
   command->add_option("JSON", options->params,
-                      "Its parameters, a JSON object; - reads it from the standard input");
-  command->add_option("--pipe", options->pipe, "The pipe to call on")->capture_default_str();
-  command->add_option("--timeout", options->timeoutMs, "Milliseconds for the answer")
+                      "Its parameters, a JSON object; - reads them from standard input");
+  command->add_option("--pipe", options->pipe, "The pipe to use")->capture_default_str();
+  command->add_option("--timeout", options->timeoutMs, "Time-out for the answer, in milliseconds")
       ->check(CLI::Range(1, 3600000))
       ->capture_default_str();
   command->callback([options, &context, &chosen] {

@@ -79,7 +79,7 @@ int complain(const CLI::App& app, const CLI::ParseError& error) {
             left.front(),
         advice(app, left)));
   if (dynamic_cast<const CLI::RequiredError*>(&error) && takesCommands(reached(app)))
-    return tell(Failure(ExitStatus::usage, "no command is given", all(reached(app))));
+    return tell(Failure(ExitStatus::usage, "no command given", all(reached(app))));
   return tell(Failure(ExitStatus::usage, error.what(), advice(app, left)));
 }
 
@@ -92,17 +92,16 @@ int run(const Action& chosen) {
   } catch (const Failure& failure) {
     return tell(failure);
   } catch (const std::exception& error) {
-    return tell(Failure(ExitStatus::failed,
-                        std::string("it failed in a way that is not foreseen: ") + error.what(),
-                        "`agentctl diagnose` collects what its makers need to look into it."));
+    return tell(Failure(ExitStatus::failed, std::string("unexpected failure: ") + error.what(),
+                        "`agentctl diagnose` collects what the vendor needs to investigate."));
   }
 }
 
 }  // namespace
 
 std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
-  auto app = std::make_unique<CLI::App>(
-      "Asks the Korvane agent how it is, sets it up and looks into it", "agentctl");
+  auto app =
+      std::make_unique<CLI::App>("Queries, configures and diagnoses the Korvane agent", "agentctl");
   app->require_subcommand(1);
   app->fallthrough();
   app->footer(exitStatuses());

@@ -1,4 +1,4 @@
-// The command line of agentctl: global options, commands, and what is said when it is wrong.
+// The command line of agentctl: global options, commands, and error messages.
 #pragma once
 
 #include <memory>

@@ -162,8 +162,7 @@ Register-ArgumentCompleter -Native -CommandName agentctl, agentctl.exe -ScriptBl
 }  // namespace
 
 void addCompletion(CLI::App& app, Context&, Action& chosen) {
-  CLI::App* command =
-      app.add_subcommand("completion", "Prints what a shell needs to complete command lines");
+  CLI::App* command = app.add_subcommand("completion", "Prints a shell completion script");
   const auto shell = std::make_shared<std::string>();
   command->add_option("SHELL", *shell, "bash or powershell")
       ->required()

@@ -20,7 +20,7 @@ std::string valueOf(const SettingsView& settings, const std::string& key) {
   if (value) return value->toUtf8();
   const std::string near = nearest(key, keyNames());
   throw Failure(
-      ExitStatus::failed, "there is no key " + key + " in " + settings.source(),
+      ExitStatus::failed, "unknown key " + key + " in " + settings.source(),
       near.empty() ? "`agentctl config get` lists all of them." : "Did you mean " + near + "?");
 }
 
@@ -64,7 +64,7 @@ ExitStatus get(Context& context, const Keys& keys) {
 void addConfigGet(CLI::App& config, Context& context, Action& chosen) {
   CLI::App* command = config.add_subcommand("get", "Prints settings as agent.ini has them");
   const auto keys = std::make_shared<Keys>();
-  command->add_option("KEY", *keys, "The keys; all when none is named");
+  command->add_option("KEY", *keys, "The keys; all of them when none is given");
   command->callback(
       [keys, &context, &chosen] { chosen = [keys, &context] { return get(context, *keys); }; });
 }

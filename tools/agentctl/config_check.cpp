@@ -38,7 +38,7 @@ std::string beginningOf(platform::Files& files, const std::string& path) {
   if (error != 0)
     throw Failure(error == EACCES ? ExitStatus::notPermitted : ExitStatus::failed,
                   path + " cannot be read, error " + std::to_string(error) +
-                      (error == ENOENT ? ": it is not there" : ""),
+                      (error == ENOENT ? ": it does not exist" : ""),
                   error == ENOENT ? "" : "Run this as the agent's account or as administrator.");
   bytes.resize(got);
   return bytes;
@@ -61,9 +61,9 @@ std::vector<Checked> checkAll(Context& context, const std::string& file) {
     if (platform::fileExists(context.system().files, path)) all.push_back(check(context, path));
   if (all.empty())
     throw Failure(ExitStatus::failed, "there is no " + installed.agentIni(),
-                  "The agent runs with its defaults then; `agentctl config set` makes the file.");
+                  "The agent then runs with its defaults; `agentctl config set` creates the file.");
   if (all.front().file != installed.agentIni())
-    note(installed.agentIni() + " is not there; the agent reads fallback.ini in its place");
+    note(installed.agentIni() + " does not exist; the agent reads fallback.ini instead");
   return all;
 }
 
@@ -103,11 +103,10 @@ ExitStatus check(Context& context, const std::string& file, bool asText) {
 }  // namespace
 
 void addConfigCheck(CLI::App& config, Context& context, Action& chosen) {
-  CLI::App* command =
-      config.add_subcommand("check", "Says what is wrong with an ini file, without touching it");
+  CLI::App* command = config.add_subcommand("check", "Checks an ini file without changing it");
   const auto file = std::make_shared<std::string>();
   command->add_option("FILE", *file,
-                      "The file; agent.ini and fallback.ini of the installation otherwise");
+                      "The file; default: agent.ini and fallback.ini of the installation");
   command->callback([file, &context, &chosen] {
     chosen = [file, &context] { return check(context, *file, !context.options.json); };
   });

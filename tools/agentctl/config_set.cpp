@@ -38,7 +38,7 @@ ExitStatus set(Context& context, const SetOptions& options) {
     std::cout << value.key << ": " << value.before << (same ? " (unchanged)" : " -> " + value.after)
               << "\n";
   }
-  if (any) std::cout << "A running agent takes it over within a second.\n";
+  if (any) std::cout << "A running agent picks it up within a second.\n";
   return ExitStatus::ok;
 }
 
@@ -50,9 +50,9 @@ void addConfigSet(CLI::App& config, Context& context, Action& chosen) {
   const auto options = std::make_shared<SetOptions>();
   command
       ->add_option("KEY=VALUE", options->pairs,
-                   "What to change; an empty value is the default of a key that is no text")
+                   "What to change; an empty value resets a key that is not text to its default")
       ->required();
-  command->add_flag("--force", options->force, "Takes unknown keys too, into [Other]");
+  command->add_flag("--force", options->force, "Also accepts unknown keys, into [Other]");
   command->callback([options, &context, &chosen] {
     chosen = [options, &context] { return set(context, *options); };
   });

@@ -29,22 +29,24 @@ Failure unreachable(const RPCUnreachable& error, const platform::Platform& syste
     case platform::kErrorFileNotFound:
     case platform::kErrorPathNotFound:
       if (socketsLieSomewhere && runDirectory.empty())
-        return {ExitStatus::notRunning, std::string(error.what()) + ": no run directory is known",
-                "Name the one that the agent was started with: --run-dir or KORVANE_RUN_DIR."};
+        return {ExitStatus::notRunning,
+                std::string(error.what()) + ": the run directory is not known",
+                "Give the one the agent was started with: --run-dir or KORVANE_RUN_DIR."};
       return {ExitStatus::notRunning, error.what(),
               socketsLieSomewhere
-                  ? "The agent does not run, or with another --run-dir than " + runDirectory + "."
-                  : "The agent does not run; `sc start KorvaneAgent` starts it."};
+                  ? "The agent is not running, or uses another --run-dir than " + runDirectory + "."
+                  : "The agent is not running; `sc start KorvaneAgent` starts it."};
     case platform::kErrorAccessDenied:
       return {ExitStatus::notPermitted, error.what(),
               "Run this as the agent's account or as administrator."};
     case platform::kErrorPipeBusy:
+      return {ExitStatus::failed, error.what(),
+              "Another program on this machine is using the pipe; the agent disconnects it within "
+              "a minute."};
+    default:
       return {
           ExitStatus::failed, error.what(),
-          "Another program on this machine holds the pipe; the agent lets it go within a minute."};
-    default:
-      return {ExitStatus::failed, error.what(),
-              "Another program may hold the pipe: try again. When it stays so, restart the agent."};
+          "Another program may be using the pipe: try again. If it persists, restart the agent."};
   }
 }
 
@@ -55,12 +57,12 @@ Failure refused(const RPCCallError& error) {
               "Run this as the agent's account or as administrator."};
     case kRpcMethodNotFound:
       return {ExitStatus::failed, error.what(),
-              "`agentctl version` tells whether agent and agentctl belong together."};
+              "`agentctl version` shows whether agent and agentctl match."};
     case kRpcInvalidParams:
       return {ExitStatus::failed, error.what(), "Nothing was changed."};
     default:
       return {ExitStatus::failed, error.what(),
-              "`agentctl events tail` shows what the agent says about it."};
+              "`agentctl events tail` shows what the agent logged about it."};
   }
 }
 
@@ -86,15 +88,16 @@ std::string Context::installDirectory() {
   platform::Platform& platform = system();
   const std::string directory = korvane::installDirectory();
   if (directory.empty())
-    throw Failure(ExitStatus::failed, "it is not known where the agent is installed",
-                  "Name it: --install-root, KORVANE_INSTALL_ROOT, or InstallRoot in the registry.");
+    throw Failure(
+        ExitStatus::failed, "the agent's installation directory is not known",
+        "Set it with --install-root, KORVANE_INSTALL_ROOT, or InstallRoot in the registry.");
   platform::FileInfo info;
   if (const int error = platform.files.info(directory, info); error != 0 || !info.isDirectory)
     throw Failure(
         ExitStatus::failed,
         "no agent is installed in " + korvane::installRoot() + ": " + directory +
-            (error == 0 ? " is no folder" : " cannot be opened, error " + std::to_string(error)),
-        "Name the right place with --install-root.");
+            (error == 0 ? " is not a folder" : " cannot be opened, error " + std::to_string(error)),
+        "Give the right directory with --install-root.");
   return directory;
 }
 
@@ -135,11 +138,13 @@ void Context::tellOfRunDirectory() {
   const std::string& directory = options.runDirectory;
   if (directory.empty())
     note(
-        "no run directory is known, so the agent is taken for stopped; name the one that it was "
+        "the run directory is not known, so the agent is assumed to be stopped; give the one it "
+        "was "
         "started "
         "with: --run-dir or KORVANE_RUN_DIR");
   else if (system().files.info(directory, info) != 0 || !info.isDirectory)
-    note("the run directory " + directory + " is no folder, so the agent is taken for stopped");
+    note("the run directory " + directory +
+         " is not a folder, so the agent is assumed to be stopped");
 }
 
 std::optional<JsonTree> Context::askIfRunning(const std::string& method, const JsonTree& params) {

@@ -1,6 +1,7 @@
 // What every command works with: the global options, the system, the running agent, and where it is installed.
 //
-// Lifetime: one object a run; it sets the platform in use when it is first asked for. Threads: one.
+// Lifetime: one object per run; it sets the platform in use when it is first asked for. Threads:
+// one.
 // Errors: Failure.
 #pragma once
 

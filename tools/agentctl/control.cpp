@@ -18,14 +18,14 @@ ExitStatus retranslate(Context& context) {
     context.ask("retranslate");
   } catch (const Failure& failure) {
     if (failure.status() != ExitStatus::notRunning) throw;
-    throw Failure(failure.status(), failure.what(),
-                  failure.next() +
-                      " `agentctl config set autoretrans.now=true` has it done at the next start.");
+    throw Failure(
+        failure.status(), failure.what(),
+        failure.next() + " `agentctl config set autoretrans.now=true` does it at the next start.");
   }
   if (context.options.json)
     std::cout << text({{"requested", true}});
   else
-    std::cout << "The agent translates its policy anew; `agentctl policy` shows the outcome.\n";
+    std::cout << "The agent is retranslating its policy; `agentctl policy` shows the outcome.\n";
   return ExitStatus::ok;
 }
 
@@ -42,8 +42,9 @@ ExitStatus trace(Context& context, bool on) {
     std::cout << text({{"trace", on}, {"running", running}});
   else
     std::cout << "Trace lines are " << (on ? "on" : "off")
-              << (running ? ".\n"
-                          : "; the agent does not run, it is written down for its next start.\n");
+              << (running
+                      ? ".\n"
+                      : "; the agent is not running, the setting applies from its next start.\n");
   return ExitStatus::ok;
 }
 
@@ -78,13 +79,13 @@ ExitStatus version(Context& context) {
 }  // namespace
 
 void addRetranslate(CLI::App& app, Context& context, Action& chosen) {
-  app.add_subcommand("retranslate", "Has the running agent translate its policy anew, now")
+  app.add_subcommand("retranslate", "Makes the running agent retranslate its policy now")
       ->callback([&context, &chosen] { chosen = [&context] { return retranslate(context); }; });
 }
 
 void addTrace(CLI::App& app, Context& context, Action& chosen) {
   CLI::App* command =
-      app.add_subcommand("trace", "Switches the trace lines of the agent's own log");
+      app.add_subcommand("trace", "Switches trace lines in the agent's own log on or off");
   const auto state = std::make_shared<std::string>();
   command->add_option("STATE", *state, "on or off")
       ->required()

@@ -39,20 +39,20 @@ void write(platform::Files& files, const std::string& path, const std::string& b
   if (error == 0) return;
   throw Failure(error == EACCES || error == EPERM ? ExitStatus::notPermitted : ExitStatus::failed,
                 path + " cannot be written, error " + std::to_string(error),
-                "Name another place with -o FILE.");
+                "Choose another place with -o FILE.");
 }
 
 ExitStatus diagnose(Context& context, const DiagnoseOptions& options) {
   platform::Platform& system = context.system();
   const std::string path = options.file.empty() ? usualName(system) : options.file;
   if (isDevice(path))
-    throw Failure(ExitStatus::failed, path + " is no file", "Name a file with -o FILE.");
+    throw Failure(ExitStatus::failed, path + " is not a file", "Choose a file with -o FILE.");
   platform::FileInfo info;
   if (system.files.info(path, info) == 0 && (info.isDirectory || !options.force))
-    throw Failure(ExitStatus::failed,
-                  path + (info.isDirectory ? " is a folder" : " is there already"),
-                  info.isDirectory ? "Name a file with -o FILE."
-                                   : "Name another file with -o FILE, or replace it with --force.");
+    throw Failure(
+        ExitStatus::failed, path + (info.isDirectory ? " is a folder" : " already exists"),
+        info.isDirectory ? "Choose a file with -o FILE."
+                         : "Choose another file with -o FILE, or replace it with --force.");
   Diagnosis diagnosis(context, options.offline);
   const std::string bytes = diagnosis.collect(path);
   write(system.files, path, bytes);
@@ -74,12 +74,12 @@ ExitStatus diagnose(Context& context, const DiagnoseOptions& options) {
 void addDiagnose(CLI::App& app, Context& context, Action& chosen) {
   CLI::App* command = app.add_subcommand(
       "diagnose",
-      "Collects settings, logs, state and versions in a zip, without secrets, to be sent away");
+      "Collects settings, logs, state and versions, without secrets, in a zip for support");
   const auto options = std::make_shared<DiagnoseOptions>();
   command->add_option("-o,--output", options->file,
-                      "The zip; named after machine and time in this folder otherwise");
-  command->add_flag("--force", options->force, "Replaces a file of that name");
-  command->add_flag("--no-connection-test", options->offline, "Leaves the server alone");
+                      "The zip; default: a name made of machine and time, in this folder");
+  command->add_flag("--force", options->force, "Replaces an existing file");
+  command->add_flag("--no-connection-test", options->offline, "Skips the connection test");
   command->callback([options, &context, &chosen] {
     chosen = [options, &context] { return diagnose(context, *options); };
   });

@@ -1,8 +1,9 @@
 // What `agentctl diagnose` collects, as the bytes of a zip. docs/agentctl.md lists the entries.
 //
-// What cannot be had is a problem that is written down, not a failure: the rest is collected all the same.
-// Every text goes through a Redactor. Bounds: of the own log the newest kLogBytes.
-// Lifetime: one object a zip. Threads: one.
+// What is not available is a problem that is written down, not a failure: the rest is collected all
+// the same. Every text goes through a Redactor. Bounds: of the agent's own log the newest
+// kLogBytes.
+// Lifetime: one object per zip. Threads: one.
 #pragma once
 
 #include <functional>

@@ -85,7 +85,7 @@ ExitStatus tail(Context& context, const TailOptions& options) {
     throw Failure(ExitStatus::notPermitted, directory + " cannot be read",
                   "Run this as the agent's account or as administrator.");
   if (!options.follow && ownLogFiles(files, directory).empty())
-    throw Failure(ExitStatus::failed, "there is no log of the agent in " + directory,
+    throw Failure(ExitStatus::failed, "no agent log found in " + directory,
                   "The agent writes one when it runs; --follow waits for it.");
   LogFollower log(files, directory);
   uint64_t printed = 0;
@@ -135,16 +135,16 @@ Json asJson(const LogRecord& record, const eventlog::Catalogue& catalogue) {
 }
 
 void addEvents(CLI::App& app, Context& context, Action& chosen) {
-  CLI::App* events = app.add_subcommand("events", "Shows the agent's own log");
+  CLI::App* events = app.add_subcommand("events", "Shows the events of the agent's own log");
   events->require_subcommand(1);
   CLI::App* command = events->add_subcommand("tail", "Prints the newest events; times are UTC");
   const auto options = std::make_shared<TailOptions>();
   command->add_option("-n,--lines", options->count, "How many")
       ->capture_default_str()
       ->check(CLI::Range(0, 1000000000));
-  command->add_flag("-f,--follow", options->follow, "Goes on with what comes, until Ctrl-C");
+  command->add_flag("-f,--follow", options->follow, "Prints new events as they come, until Ctrl-C");
   CLI::Option* trace = command->add_flag("--trace", options->trace, "Trace lines too");
-  command->add_flag("--complaints", options->complaints, "Warnings and errors alone")
+  command->add_flag("--complaints", options->complaints, "Only warnings and errors")
       ->excludes(trace);
   command->callback([options, &context, &chosen] {
     chosen = [options, &context] { return tail(context, *options); };

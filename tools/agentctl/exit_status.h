@@ -1,4 +1,4 @@
-// How agentctl ends. Scripts build on these numbers: they never change their meaning.
+// The exit status of agentctl. Scripts rely on these numbers: their meaning never changes.
 #pragma once
 
 #include <array>
@@ -20,12 +20,12 @@ struct ExitStatusRow {
 };
 
 inline constexpr auto kExitStatuses = std::to_array<ExitStatusRow>({
-    {ExitStatus::ok, "done; what was looked at is well"},
-    {ExitStatus::failed, "it could not be done; the error text says what was tried and what to do"},
-    {ExitStatus::usage, "the command line is wrong"},
-    {ExitStatus::notRunning, "the agent does not run"},
-    {ExitStatus::trouble, "the answer is not good: trouble, a faulty file, a stage that failed"},
-    {ExitStatus::notPermitted, "only an administrator may do that"},
+    {ExitStatus::ok, "success; no problem was found"},
+    {ExitStatus::failed, "failed; the error text says what was tried and what to do next"},
+    {ExitStatus::usage, "invalid command line"},
+    {ExitStatus::notRunning, "the agent is not running"},
+    {ExitStatus::trouble, "a problem was found: trouble, an invalid file, a failed stage"},
+    {ExitStatus::notPermitted, "administrator rights are required"},
 });
 
 }  // namespace korvane::agentctl

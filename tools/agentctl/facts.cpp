@@ -153,7 +153,7 @@ void addPolicyTrouble(const Json& facts, std::vector<std::string>& out) {
   if (!code.empty() && code != "0" && !isPreventionReport(text))
     out.push_back("policy error " + code + ": " + text);
   if (textAt(facts, "technologies/IPS") == "Reboot")
-    out.push_back("prevention waits for a reboot of this machine");
+    out.push_back("prevention is waiting for a reboot of this machine");
 }
 
 }  // namespace

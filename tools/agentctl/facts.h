@@ -1,6 +1,6 @@
-// What is known about the agent: said by itself when it runs, told from its files when it does not. Both have
-// the members of the local channel's answers (docs/rpc.md); what the files cannot tell is left out. URLs and
-// the identifier are masked. Errors: Failure.
+// What is known about the agent: from itself when it is running, otherwise from its files. Both
+// have the members of the local channel's answers (docs/rpc.md); members that the files do not
+// contain are omitted. URLs and the identifier are masked. Errors: Failure.
 #pragma once
 
 #include "agentctl/context.h"

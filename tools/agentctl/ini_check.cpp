@@ -42,14 +42,14 @@ bool isKnown(std::string_view word, const std::vector<std::string>& names) {
 // What makes the whole file unreadable, whatever its lines say.
 bool checkBytes(std::string_view bytes, std::vector<IniFinding>& out) {
   const auto damaged = [&](size_t at, const std::string& what) {
-    out.push_back({lineOf(bytes, at), true, what + "; the agent takes nothing of such a file"});
+    out.push_back({lineOf(bytes, at), true, what + "; the agent ignores such a file"});
     return false;
   };
   if (bytes.size() > kMaxIniBytes)
     return damaged(kMaxIniBytes, "the file has " + std::to_string(bytes.size()) +
                                      " bytes, more than " + std::to_string(kMaxIniBytes));
   if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF"))
-    return damaged(0, "the file is UTF-16 and has to be UTF-8");
+    return damaged(0, "the file is UTF-16 and must be UTF-8");
   if (const size_t at = bytes.find('\0'); at != std::string_view::npos)
     return damaged(at, "a NUL byte");
   for (size_t at = 0; at < bytes.size();) {
@@ -96,12 +96,12 @@ class Checker {
   }
 
   void checkHeader(std::string_view line) {
-    if (line.back() != ']') return error("a section header without its \"]\"; the line is skipped");
-    if (_belowChecksum) return error("a section below [Checksum], where nothing is read any more");
+    if (line.back() != ']') return error("a section header without \"]\"; the line is skipped");
+    if (_belowChecksum) return error("a section below [Checksum], where nothing is read");
     _section = line.substr(1, line.size() - 2);
     _belowChecksum = _section == kChecksumSection;
     if (!isKnown(_section, sectionNames()))
-      warning("unknown section [" + _section + "]; its keys are read all the same" +
+      warning("unknown section [" + _section + "]; its keys are still read" +
               meant(_section, sectionNames()));
   }
 
@@ -112,13 +112,13 @@ class Checker {
                    std::to_string(kMaxKeyBytes) + "; the line is skipped");
     if (_belowChecksum) return checkBelowChecksum(key, value);
     if (key == kChecksumKey)
-      return error("agentini.checksum counts below [Checksum] alone; the line is skipped");
+      return error("agentini.checksum is only valid below [Checksum]; the line is skipped");
     if (!isKeyName(STRING(key)))
       return error("the key holds a control character; the line is dropped");
     const auto [first, isNew] = _seen.emplace(std::string(key), _line);
     if (!isNew)
-      return error(std::string(key) + " stands in line " + std::to_string(first->second) +
-                   " already; that one counts and this one is dropped");
+      return error(std::string(key) + " is already set in line " + std::to_string(first->second) +
+                   "; that one is used and this one is dropped");
     if (std::any_of(value.begin(), value.end(),
                     [](char c) { return static_cast<unsigned char>(c) < 0x20; }))
       warning("the value of " + std::string(key) +
@@ -131,7 +131,7 @@ class Checker {
 
   void checkKnown(const SettingRow& row, std::string_view value) {
     if (_section != row.section)
-      warning(std::string(row.name) + " belongs to [" + row.section + "]; it is read here too");
+      warning(std::string(row.name) + " belongs to [" + row.section + "]; it is read here as well");
     countUnits(storeOf(row), value, 0);
     const ValueFault fault = checkValue(row, STRING(value));
     if (fault.refused)
@@ -143,7 +143,7 @@ class Checker {
   void checkOther(std::string_view key, std::string_view value) {
     if (++_others > SettingStore::kMaxOthers && _others == SettingStore::kMaxOthers + 1)
       error("more than " + std::to_string(SettingStore::kMaxOthers) +
-            " keys of no section; this one and those below are dropped");
+            " keys outside the known sections; this one and those below are dropped");
     if (STRING(value).length() > SettingStore::kMaxValueUnits)
       error("the value of " + std::string(key) + " has more than " +
             std::to_string(SettingStore::kMaxValueUnits) + " characters; the line is dropped");
@@ -165,12 +165,12 @@ class Checker {
 
   void checkBelowChecksum(std::string_view key, std::string_view value) {
     if (key != kChecksumKey)
-      return error(std::string(key) + " stands below [Checksum], where nothing is read any more");
+      return error(std::string(key) + " stands below [Checksum], where nothing is read");
     if (std::exchange(_checksumSeen, true))
-      return error("a second agentini.checksum; the first one counts");
+      return error("a second agentini.checksum; the first one is used");
     if (value == kNotComputed || value == _parsed.computedChecksum) return;
     error(std::string(
-              "the checksum does not fit the lines above: the whole file counts as damaged; ") +
+              "the checksum does not match the lines above: the whole file counts as damaged; ") +
           "after editing by hand set agentini.checksum=" + kNotComputed);
   }
 

@@ -1,5 +1,6 @@
-// Reads an ini file as the agent does and says, line by line, what it does not take and what it takes but
-// can hardly have been meant. docs/agentctl.md lists the faults. Pure functions of bytes.
+// Reads an ini file as the agent does and lists, line by line, what the agent rejects and what it
+// accepts but was probably not intended. docs/agentctl.md lists the faults. Pure functions of
+// bytes.
 #pragma once
 
 #include <cstddef>

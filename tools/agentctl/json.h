@@ -1,7 +1,8 @@
 // The JSON that agentctl prints.
 //
-// The local channel knows texts only; typed() gives the members with known names the kind they stand for:
-// numbers, true and false, lists. What `agentctl call` prints stays as the agent said it. Pure functions.
+// The local channel only has texts; typed() gives members with known names their actual types:
+// numbers, true and false, lists. What `agentctl call` prints is left as the agent sent it. Pure
+// functions.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

@@ -1,4 +1,4 @@
-// Finds what a mistyped word may stand for. Pure functions.
+// Suggestions for mistyped words. Pure functions.
 #pragma once
 
 #include <string>

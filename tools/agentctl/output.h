@@ -1,4 +1,4 @@
-// What agentctl says beside its answers. Everything is UTF-8.
+// What agentctl prints besides its answers. Everything is UTF-8.
 #pragma once
 
 #include <string>

@@ -30,7 +30,7 @@ struct LogRecord {
   bool isComplaint() const { return type == "AWRN" || type == "AERR"; }
 };
 
-// False for a line that is no whole record.
+// False for a line that is not a whole record.
 bool parseRecord(std::string_view line, LogRecord& out);
 
 // The full paths of the series in a directory, the oldest first.

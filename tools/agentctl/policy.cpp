@@ -41,7 +41,7 @@ void addDriver(const Json& facts, Rows& rows) {
 void print(const Json& facts) {
   Rows rows;
   if (textAt(facts, "running") != "true")
-    rows.push_back({"Agent", "stopped; this is told from its files and by the driver"});
+    rows.push_back({"Agent", "stopped; taken from its files and the driver"});
   addPolicy(facts, rows);
   addDriver(facts, rows);
   std::erase_if(rows, [](const auto& row) { return row.back().empty(); });
@@ -64,8 +64,7 @@ ExitStatus policy(Context& context) {
 }  // namespace
 
 void addPolicy(CLI::App& app, Context& context, Action& chosen) {
-  app.add_subcommand("policy",
-                     "Shows the policy in force, what the driver says of it, and the files")
+  app.add_subcommand("policy", "Shows the policy in force, as agent, driver and files report it")
       ->callback([&context, &chosen] { chosen = [&context] { return policy(context); }; });
 }
 

@@ -10,7 +10,7 @@
 namespace korvane::agentctl {
 namespace {
 
-constexpr char kWithheld[] = "(withheld: it quotes what the agent reads)";
+constexpr char kWithheld[] = "(withheld: quotes data the agent reads)";
 constexpr std::string_view kEndOfWord = " \t\r\n\"'<>";
 constexpr size_t kShortestWord = 4;
 constexpr int kLineSkipped = 10551;

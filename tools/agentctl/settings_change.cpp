@@ -39,7 +39,7 @@ void SettingsChange::checkKey(const std::string& key) const {
                   kNothingChanged);
   if (_view.find(STRING(key)) || _force) return;
   const std::string near = nearest(key, keyNames());
-  throw Failure(ExitStatus::failed, "the agent knows no key " + key,
+  throw Failure(ExitStatus::failed, "unknown key " + key,
                 std::string(kNothingChanged) + (near.empty() ? "" : " Did you mean " + near + "?") +
                     " With --force it goes into [Other].");
 }
@@ -47,7 +47,7 @@ void SettingsChange::checkKey(const std::string& key) const {
 void SettingsChange::add(const std::string& pair) {
   const size_t equals = pair.find('=');
   if (equals == std::string::npos)
-    throw Failure(ExitStatus::usage, "\"" + pair + "\" is no KEY=VALUE", kNothingChanged);
+    throw Failure(ExitStatus::usage, "\"" + pair + "\" is not KEY=VALUE", kNothingChanged);
   const std::string key = pair.substr(0, equals);
   const std::string value = pair.substr(equals + 1);
   checkKey(key);
@@ -66,8 +66,7 @@ void SettingsChange::add(const std::string& pair) {
   const STRING* known = _view.find(STRING(key));
   const std::string before = known ? known->toUtf8() : "";
   if (!_view.set(STRING(key), STRING(value)))
-    throw Failure(ExitStatus::failed,
-                  "the value of " + key + " is too long for what agent.ini may hold",
+    throw Failure(ExitStatus::failed, "the value of " + key + " is too long for agent.ini",
                   kNothingChanged);
   _values.push_back({key, before, _view.find(STRING(key))->toUtf8()});
 }
@@ -89,7 +88,7 @@ void SettingsChange::checkMayWrite() const {
   if (!IniFiles(_directory).lock(kTag, locked))
     throw Failure(
         ExitStatus::failed,
-        "another program keeps " + IniFiles(_directory).agentIni() + " locked for ten seconds now",
+        "another program has kept " + IniFiles(_directory).agentIni() + " locked for ten seconds",
         std::string(kNothingChanged) + " Try again when it is done.");
 }
 
@@ -103,7 +102,7 @@ void SettingsChange::write() {
   if (!config.updateIniFile())
     throw Failure(
         ExitStatus::failed, IniFiles(_directory).agentIni() + " could not be written",
-        "See whether the disk is full and whether another program holds the file; then try again.");
+        "Check whether the disk is full or another program holds the file, then try again.");
 }
 
 }  // namespace korvane::agentctl

@@ -1,6 +1,7 @@
 // A change of agent.ini by the configuration tool: values are added, then all are written in one step or none is.
 //
-// Lifetime: one object a change. Threads: one. Errors: Failure, and nothing has been written then.
+// Lifetime: one object per change. Threads: one. Errors: Failure, and nothing has been written
+// then.
 //
 //   SettingsChange change(context, /*force=*/false);
 //   change.add("polling.interval=60");

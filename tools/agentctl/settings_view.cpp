@@ -17,9 +17,9 @@ const char* predicateOf(IniFault fault) {
     case IniFault::tooLarge:
       return "is damaged: it is larger than 4 MiB";
     case IniFault::notText:
-      return "is damaged: it is no UTF-8 text";
+      return "is damaged: it is not UTF-8";
     default:
-      return "is damaged: its checksum does not fit";
+      return "is damaged: its checksum does not match";
   }
 }
 
@@ -64,7 +64,7 @@ SettingsView SettingsView::ofFile(const std::string& path) {
   const IniFault fault = IniFiles::readIniFileInMem(memory, path, text, true);
   if (fault != IniFault::none && fault != IniFault::corrupt)
     throw Failure(ExitStatus::failed, path + " " + predicateOf(fault),
-                  "`agentctl config check FILE` says more about a file.");
+                  "`agentctl config check FILE` tells more about a file.");
   SettingsView view(path);
   view.take(text);
   return view;

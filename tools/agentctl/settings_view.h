@@ -1,5 +1,6 @@
 // The settings as they stand in the files, read without changing anything: no lock file is taken and a
-// damaged file is not copied aside. The agent's own files are replaced in one step, so what is read is whole.
+// damaged file is not copied aside. The agent's own files are replaced atomically, so what is read
+// is whole.
 // Lifetime: a value. Threads: one.
 #pragma once
 

@@ -48,7 +48,7 @@ void addAgent(const Json& facts, Rows& rows) {
     rows.push_back({"Agent", "stopped" + about});
     if (const std::string last = textAt(facts, "lastEvent/at"); !last.empty())
       rows.push_back({"", "last event " + readable(last) + ": " + textAt(facts, "lastEvent/text")});
-    rows.push_back({"", "what follows is told from its files alone"});
+    rows.push_back({"", "what follows comes from its files alone"});
     return;
   }
   const char* state = textAt(facts, "agent/shuttingDown") == "true" ? "stopping" : "running";
@@ -161,8 +161,8 @@ ExitStatus status(Context& context) {
 
 void addStatus(CLI::App& app, Context& context, Action& chosen) {
   app.add_subcommand("status",
-                     "Shows how the agent is: ends with 0 when it runs well, 3 when it does not "
-                     "run, 4 with trouble")
+                     "Shows the agent's state: exits with 0 when all is well, 3 when it is not "
+                     "running, 4 with trouble")
       ->callback([&context, &chosen] { chosen = [&context] { return status(context); }; });
 }
 

@@ -26,7 +26,7 @@ ConnectionReport connectionReport(Context& context, const std::string& server) {
   // The settings store would wait for a lock file that it may not have.
   const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
   if (!settings.fault().empty())
-    note(settings.fault() + "; the test takes the settings of " + settings.source());
+    note(settings.fault() + "; the test uses the settings of " + settings.source());
   return testConnection(agentTarget(server));
 }
 
@@ -58,9 +58,9 @@ Json asJson(const ConnectionReport& report) {
 void addTestConnection(CLI::App& app, Context& context, Action& chosen) {
   CLI::App* command = app.add_subcommand(
       "test-connection",
-      "Tests the way to the management server, stage by stage; at most 30 seconds");
+      "Tests the connection to the management server, stage by stage; takes up to 30 seconds");
   const auto server = std::make_shared<std::string>();
-  command->add_option("--server", *server, "A host name or address in the place of the URL's");
+  command->add_option("--server", *server, "A host name or address to use instead of the URL's");
   command->callback([server, &context, &chosen] {
     chosen = [server, &context] { return testIt(context, *server); };
   });

@@ -30,10 +30,10 @@ std::string doubt(const SettingRow& row, const STRING& value) {
   if (value.empty()) return {};
   if (row.key == Key::agentUrl) {
     if (!value.startsWith("https://")) return "does not begin with https://";
-    if (!value.endsWith("/")) return "does not end with /, and words are appended to it";
+    if (!value.endsWith("/")) return "does not end with /, and paths are appended to it";
   }
   if (row.key == Key::logPriority && value != "low" && value != "norm" && value != "high")
-    return "is none of low, norm and high";
+    return "is not low, norm or high";
   for (const Range& range : kRanges)
     if (range.key == row.key && (value.toInt() < range.least || value.toInt() > range.most))
       return "is not from " + std::to_string(range.least) + " to " + std::to_string(range.most);

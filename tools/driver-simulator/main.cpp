@@ -39,11 +39,11 @@ platform::Descriptor stopSignals() {
 
 int serve(const std::string& runDirectory, const std::string& registry, const std::string& policy) {
   const platform::Descriptor stop = stopSignals();
-  if (!stop) return fail("the system gives no descriptor for signals");
+  if (!stop) return fail("the system provides no descriptor for signals");
   const auto native = platform::makeNativePlatform({registry, runDirectory});
   platform::Platform& system = native->platform();
   if (const int error = system.files.makeDirectories(runDirectory); error != 0)
-    return fail(runDirectory + ": cannot be made, error " + std::to_string(error));
+    return fail(runDirectory + ": cannot be created, error " + std::to_string(error));
   simulator::DriverModel model(system);
   model.boot(policy);
   simulator::Simulator behaviour(model);
@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
   app.add_option("--run-dir", runDirectory, "folder of the sockets");
   app.add_option("--registry", registry, "the registry file that the agent uses");
   app.add_option("--policy", policy, "the policy to start with, instead of the recorded one");
-  CLI::App* ctl = app.add_subcommand("ctl", "tells a running simulator what to do");
+  CLI::App* ctl = app.add_subcommand("ctl", "controls a running simulator");
   ctl->add_option("--run-dir", runDirectory, "folder of the sockets")->required();
   ctl->add_option("command", words,
                   "normal | stall | delay MS | late-error MS [ERROR] | fail ERROR | refuse [TEXT] "

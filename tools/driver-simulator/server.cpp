@@ -151,7 +151,7 @@ int Server::pollTimeout() const {
 void Server::pass(int stopDescriptor, bool& stop) {
   std::vector<pollfd> polled = {{stopDescriptor, POLLIN, 0},
                                 {_control.get(), POLLIN, 0},
-                                {_device.get(), POLLIN, 0}};  // a negative one is passed over
+                                {_device.get(), POLLIN, 0}};  // a negative one is skipped
   std::vector<int> numbers;
   for (const auto& [number, connection] : _connections) {
     const int events = connection.unsent.empty() ? POLLIN : POLLIN | POLLOUT;

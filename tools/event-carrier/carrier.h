@@ -1,10 +1,10 @@
-// A component that carries events, stood in for: it attaches to the agent's event channel, takes notices and
-// keeps the events in a file where the real one would send them on. docs/event-channel.md has the messages
-// and the file.
+// A stand-in for the event carrier: it attaches to the agent's event channel, receives notices and
+// writes the events to a file where the real one would send them on. docs/event-channel.md has the
+// messages and the file.
 //
 // Lifetime: refers to the platform, which must outlive it. One thread.
-// Errors: a file that cannot be written is thrown as FileError. A channel that is not there, or goes, is opened
-// again for as long as `stop` says nothing.
+// Errors: a file that cannot be written is thrown as FileError. A channel that is missing, or
+// closes, is reopened until `stop` is set.
 #pragma once
 
 #include <cstdint>

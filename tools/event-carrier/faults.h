@@ -1,5 +1,5 @@
-// What a carrier does wrong, notice by notice: first what it was told to, in that order, then at random, in so
-// many of a hundred notices. The same seed gives the same faults. One thread.
+// A carrier's faults, notice by notice: first the requested ones, in order, then random ones in a
+// given percentage of notices. The same seed gives the same faults. One thread.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ enum class Fault {
   mixUpSent,           // names another notice in the sent signal
   mixUpAck,            // carries the events on and acknowledges another notice
   ackTwice,            // acknowledges twice
-  garbage,             // answers with what is no JSON
+  garbage,             // answers with what is not JSON
   disconnectAttached,  // goes once it is attached
   disconnectReading,   // goes in the middle of a notice
   disconnectNotice,    // goes when it has read the notice

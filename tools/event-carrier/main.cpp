@@ -31,24 +31,23 @@ void declare(CLI::App& app, event_carrier::Options& options, std::string& runDir
   app.add_option("--run-dir", runDirectory, "the agent's run directory (Linux)");
   app.add_option("--pipe", options.pipe, "the event pipe's name")->capture_default_str();
   app.add_option("--out", options.out,
-                 "file that gets a line for each event: its number, how many it stands for, its "
-                 "notice; what is there is kept");
+                 "file to append a line per event to: its number, how many it stands for, its "
+                 "notice");
   app.add_option("--notices", options.notices,
-                 "end after so many acknowledged notices; 0: when a signal ends it");
+                 "exit after this many acknowledged notices; 0: run until a signal");
   app.add_option("--delay", options.delayMs,
-                 "milliseconds that throttling answers ask for; none unless given")
+                 "delay in milliseconds in throttling answers; default: none")
       ->check(CLI::NonNegativeNumber);
-  app.add_option("--slow", options.slowMs, "milliseconds before each signal to the agent");
-  app.add_option(
-      "--fault", options.faults,
-      "what goes wrong with the next notice, or NAME*TIMES; may be given again for those "
-      "that follow:" +
-          allFaults());
+  app.add_option("--slow", options.slowMs, "milliseconds to wait before each signal to the agent");
+  app.add_option("--fault", options.faults,
+                 "fault for the next notice, or NAME*TIMES; repeat the option for the notices "
+                 "that follow:" +
+                     allFaults());
   app.add_option("--random", options.randomPercent,
-                 "percent of the further notices with a fault of a random kind, but for those that "
-                 "the agent waits minutes for")
+                 "percentage of further notices with a random fault, except those that "
+                 "keep the agent waiting for minutes")
       ->check(CLI::Range(0, 100));
-  app.add_option("--seed", options.seed, "of --random");
+  app.add_option("--seed", options.seed, "seed for --random");
 }
 
 }  // namespace
@@ -57,8 +56,7 @@ int korvane::programMain(const std::vector<std::string>& arguments) {
   event_carrier::Options options;
   options.pipe = kEventPipe;
   std::string runDirectory;
-  CLI::App app("A stand-in for the component that carries an agent's events.",
-               "korvane-event-carrier");
+  CLI::App app("A stand-in for the event carrier.", "korvane-event-carrier");
   declare(app, options, runDirectory);
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
@@ -77,7 +75,7 @@ int korvane::programMain(const std::vector<std::string>& arguments) {
     std::cerr << "korvane-event-carrier: " << error.what() << '\n';
     return 2;
   } catch (const nlohmann::json::exception& error) {
-    std::cerr << "korvane-event-carrier: a notice that is none: " << error.what() << '\n';
+    std::cerr << "korvane-event-carrier: malformed notice: " << error.what() << '\n';
     return 1;
   }
   return 0;

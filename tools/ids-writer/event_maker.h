@@ -10,7 +10,7 @@ namespace korvane::ids_writer {
 
 class EventMaker {
  public:
-  // repeatPercent: how many events repeat the one before, but for sequence number and time.
+  // repeatPercent: how many events repeat the one before, except for sequence number and time.
   EventMaker(uint64_t seed, uint32_t repeatPercent);
 
   // One line in UTF-8, without its end. wallMs: the event's time, milliseconds since 1970 UTC.

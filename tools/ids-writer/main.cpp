@@ -177,9 +177,9 @@ class Writer {
 void declare(CLI::App& app, Options& options) {
   app.add_option("--install-root", options.installRoot, "folder that holds IDS and IPS")
       ->required();
-  app.add_option("--events", options.events, "how many events; 0: until a signal ends it");
-  app.add_option("--rate", options.rate, "events a second; 0: as fast as it goes");
-  app.add_option("--rotate", options.rotate, "events a log, at least; 0: one log");
+  app.add_option("--events", options.events, "number of events; 0: run until a signal");
+  app.add_option("--rate", options.rate, "events per second; 0: as fast as possible");
+  app.add_option("--rotate", options.rotate, "minimum number of events per log; 0: a single log");
   app.add_option("--encoding", options.encoding)->check(CLI::IsMember({"utf-8", "utf-16"}));
   app.add_option("--repeat", options.repeatPercent, "percent of events that repeat the one before")
       ->check(CLI::Range(0, 100));
@@ -188,18 +188,17 @@ void declare(CLI::App& app, Options& options) {
   app.add_option("--seed", options.seed);
   app.add_option("--start-sequence", options.startSequence, "sequence number of the first event");
   app.add_flag("--dont-wait", options.dontWait,
-               "hand over although the agent still reads an earlier log");
+               "rotate even while the agent is still reading an earlier log");
   app.add_flag("--serve", options.serve,
-               "write no events and only answer the agent's requests, until a signal ends it");
-  app.add_option("--requests", options.requests, "with --serve: end after so many requests");
-  app.add_option(
-         "--answer", options.answer,
-         "how requests are answered that do not say it themselves: apply, refuse CODE TEXT, "
-         "no-code, no-message, silent")
+               "write no events, only answer the agent's requests until a signal");
+  app.add_option("--requests", options.requests, "with --serve: exit after this many requests");
+  app.add_option("--answer", options.answer,
+                 "how to answer requests that do not specify it: apply, refuse CODE TEXT, "
+                 "no-code, no-message, silent")
       ->check([](const std::string& text) {
         return ids_writer::parseAnswer(text) ? "" : "no answer: " + text;
       });
-  app.add_flag("--finish", options.finish, "end the last log with its marker");
+  app.add_flag("--finish", options.finish, "end the last log with an end marker");
 }
 
 }  // namespace

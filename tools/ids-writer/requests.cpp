@@ -94,7 +94,7 @@ bool Requests::answer(Kind kind) {
   else
     asked = settingIn(request, kAnswerKey);
   const std::optional<Answer> wanted = asked.empty() ? _standing : parseAnswer(asked);
-  if (!wanted) result = {kUnknownAnswer, "An unknown answer is asked for: " + asked};
+  if (!wanted) result = {kUnknownAnswer, "Unknown answer requested: " + asked};
   const Answer given = wanted.value_or(Answer());
   if (result.code == 0 && given.kind == Answer::Kind::apply) {
     if (kind == Kind::policy)
@@ -113,7 +113,7 @@ Requests::Result Requests::loadPolicy(const std::string& request, std::string& p
   if (error != 0)
     return {kUnreadable, "Cannot read the policy " + path + ": error " + std::to_string(error)};
   const std::vector<std::string> lines = linesOf(policy);
-  if (lines.empty() || lines[0] != kPolicyMark) return {kNoPolicy, path + " is no IDS policy."};
+  if (lines.empty() || lines[0] != kPolicyMark) return {kNoPolicy, path + " is not an IDS policy."};
   asked = wordIn(policy, "answer");
   return {0,
           "Policy " + wordIn(policy, "name") + " " + wordIn(policy, "version") + " is in force."};

@@ -3,8 +3,8 @@
 // noted in "ids.properties" (ids.policy.name, ids.policy.version, ids.policy.id); settings and log rules
 // go there as they are.
 //
-// How a request is answered is told by the request: a policy's line "answer ...", or the setting
-// "ids.stand-in.answer"; and where it says nothing, by the object's standing answer.
+// The request determines how it is answered: a policy's line "answer ...", or the setting
+// "ids.stand-in.answer"; otherwise the object's default answer applies.
 //
 // Lifetime: refers to the platform, which must outlive it. One thread.
 // Errors: a request that cannot be carried out is answered with a result code; a file that cannot be

@@ -1,5 +1,5 @@
-// "ids.properties" as the IDS component's programs change it: read, changed and put in place in one step,
-// while a lock file beside it ("ids.properties.lock") keeps the others out.
+// "ids.properties" as the IDS component's programs change it: read, changed and replaced
+// atomically, while a lock file beside it ("ids.properties.lock") keeps the others out.
 //
 // Thread-safe; no state. Failures are thrown as FileError.
 #pragma once

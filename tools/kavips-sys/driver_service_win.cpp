@@ -74,7 +74,7 @@ std::string registerService(const std::wstring& file, ServiceHandle& service) {
         ::CreateServiceW(manager.get(), kService, kDisplayName, SERVICE_ALL_ACCESS,
                          SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
                          file.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
-    return service ? "" : lastFailure("the service KAVIPSDriver cannot be made");
+    return service ? "" : lastFailure("the service KAVIPSDriver cannot be created");
   }
   const BOOL changed =
       ::ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
@@ -100,7 +100,7 @@ std::string makeKeys() {
     if (error == 0 && registry->readDword(key, "Start", present) != 0)
       error = registry->writeDword(key, "Start", kStartOnDemand);
   }
-  return failure("the driver's keys cannot be made", error);
+  return failure("the driver's keys cannot be created", error);
 }
 
 bool runs(const ServiceHandle& service) {
@@ -135,10 +135,10 @@ std::string denyTestKey() {
   LSTATUS error = ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kTestKey, 0, nullptr, 0,
                                     WRITE_DAC | KEY_WOW64_64KEY, nullptr, key.receive(), nullptr);
   if (error != ERROR_SUCCESS)
-    return failure("the test key cannot be made", static_cast<DWORD>(error));
+    return failure("the test key cannot be created", static_cast<DWORD>(error));
   if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(kDenyingList, SDDL_REVISION_1,
                                                               list.receive(), nullptr))
-    return lastFailure("the test key's access list cannot be made");
+    return lastFailure("the test key's access list cannot be created");
   error = ::RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, list.get());
   return failure("the test key's access list cannot be set", static_cast<DWORD>(error));
 }

@@ -11,11 +11,11 @@ using namespace korvane;
 
 constexpr char kUsage[] =
     "kavips-install load FILE         registers and loads the stand-in driver\n"
-    "kavips-install unload            unloads it, its settings stay\n"
+    "kavips-install unload            unloads it, keeps its settings\n"
     "kavips-install remove            unloads it and removes its service and keys\n"
     "kavips-install prevention on     the agent's self-test finds prevention in force\n"
     "kavips-install prevention off    it does not\n"
-    "kavips-install COMMAND ...       tells the loaded driver: normal | stall | delay MS |\n"
+    "kavips-install COMMAND ...       controls the loaded driver: normal | stall | delay MS |\n"
     "                                 late-error MS [ERROR] | fail ERROR | refuse [TEXT] | vanish "
     "| state\n";
 

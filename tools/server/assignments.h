@@ -1,5 +1,5 @@
-// What the agents shall fetch: configuration, policies, software and content packages, assigned to
-// one agent or to all, and what became of it.
+// What agents are to fetch: configuration, policies, software and content packages, assigned to one
+// agent or to all, and the outcome.
 //
 // An assignment is a kind, properties and, for some kinds, a file of the served directory. Of the
 // assignments of one kind that concern an agent, the newest counts. It is offered in the answers to
@@ -49,7 +49,7 @@ int64_t addAssignment(Records& records, const Assignment& assignment) REQUIRES(r
 // 0 removes all.
 void removeAssignment(Records& records, int64_t id) REQUIRES(records.mutex());
 
-// What to offer to an agent, one a kind, ascending.
+// What to offer to an agent, one per kind, ascending.
 std::vector<Assignment> assignmentsFor(Records& records, int64_t agent) REQUIRES(records.mutex());
 void noteFetched(Records& records, int64_t assignment, int64_t agent, int64_t request)
     REQUIRES(records.mutex());

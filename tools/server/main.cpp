@@ -21,19 +21,21 @@ struct CommandLine {
 
 void declareOptions(CLI::App& app, CommandLine& line) {
   ServerOptions& options = line.server;
-  app.add_option("--data", options.dataDirectory, "Folder of the database; made when missing")
+  app.add_option("--data", options.dataDirectory, "Folder of the database; created if missing")
       ->required();
   app.add_option("--cert", options.certificateFile, "Certificate chain, PEM")->required();
   app.add_option("--key", options.keyFile, "Its key, PEM")->required();
-  app.add_option("--serve", options.servedDirectory, "Folder of the files to assign (DATA/served)");
-  app.add_option("--bind", options.addresses, "Addresses of the agent port (127.0.0.1)");
+  app.add_option("--serve", options.servedDirectory,
+                 "Folder of the files that can be assigned (default DATA/served)");
+  app.add_option("--bind", options.addresses, "Addresses of the agent port (default 127.0.0.1)");
   app.add_option("--port", options.port, "Agent port, 0 for a free one");
   app.add_option("--admin-port", options.adminPort,
                  "Administration port on 127.0.0.1, 0 for a free one");
-  app.add_option("--base-path", options.basePath, "Path before the path word (/korvane/agent/)");
+  app.add_option("--base-path", options.basePath,
+                 "Path before the path word (default /korvane/agent/)");
   app.add_option("--ready-file", line.readyFile,
                  "File to write the ports to once everything listens");
-  app.add_flag("--count-only", options.countOnly, "Count events without storing their fields");
+  app.add_flag("--count-only", options.countOnly, "Count events but do not store their fields");
 }
 
 constexpr char kAdministration[] =

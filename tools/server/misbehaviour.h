@@ -29,7 +29,7 @@ enum class FaultKind {
   dataLength,      // every Data-Length becomes `text`
   oversized,       // a properties section of `bytes` bytes of comment lines
   endlessHeaders,  // response headers until the peer goes away
-  garbage,         // bytes that are no HTTP instead of an answer
+  garbage,         // bytes that are not HTTP instead of an answer
   garbageBody,     // a body without any framing
   raw,             // `text`, sent as the whole answer, then the connection closes
   noGuid,          // registration answered without the identity
@@ -47,7 +47,7 @@ struct Fault {
   std::string guid;              // only requests of this agent; empty: any
   std::string listener;          // only connections to this address; empty: any
   int64_t skip = 0;              // matching requests to let pass first
-  std::optional<int64_t> count;  // how often it still strikes; none: for ever
+  std::optional<int64_t> count;  // how often it still strikes; none: forever
   int64_t hits = 0;
   int code = 0;
   std::string text;

@@ -1,4 +1,4 @@
-// What arrived, in the database: agents, requests, results, events, binary parts.
+// What was received, in the database: agents, requests, results, events, binary parts.
 //
 // Records owns the database and its prepared statements; its operations belong between the making
 // of a Transaction on database() and its commit, all under mutex(). Failures throw DatabaseError.

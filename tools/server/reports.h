@@ -1,4 +1,4 @@
-// Queries of what arrived, as JSON for the administration interface. Each operation takes the
+// Queries of what was received, as JSON for the administration interface. Each operation takes the
 // Records' mutex for its duration; failures throw DatabaseError.
 #pragma once
 

@@ -95,7 +95,7 @@ std::string checkNoneTwice(const WireProperties& properties, std::string_view bu
     if (name == butThis) continue;
     if (std::ranges::find(properties.begin() + static_cast<ptrdiff_t>(i) + 1, properties.end(),
                           name, &WireProperty::first) != properties.end())
-      return "the property " + inQuotes(name) + " stands twice";
+      return "the property " + inQuotes(name) + " occurs twice";
   }
   return {};
 }
@@ -129,7 +129,7 @@ std::string checkRecord(const WireProperties& record) {
 std::string checkLog(const std::vector<WireSection>& sections) {
   if (sections.empty()) return "no record";
   for (size_t i = 0; i < sections.size(); ++i) {
-    if (!sections[i].isProperties()) return sectionText(i, sections[i]) + " is no record";
+    if (!sections[i].isProperties()) return sectionText(i, sections[i]) + " is not a record";
     const std::string fault = checkRecord(readProperties(sections[i].payload));
     if (!fault.empty()) return "record " + std::to_string(i + 1) + ": " + fault;
   }
@@ -176,7 +176,7 @@ std::string checkUpdate(const WireProperties& asked) {
     if (value != "true") return inQuotes(name) + " is " + inQuotes(value) + ", not \"true\"";
     ++next;
   }
-  if (next == known.begin()) return "no update is asked for";
+  if (next == known.begin()) return "no update is requested";
   return checkNoneTwice(asked);
 }
 

@@ -1,4 +1,4 @@
-// Whether an agent's request keeps to the page (docs/protocol.md): the headers and their order, the
+// Whether an agent's request conforms to docs/protocol.md: the headers and their order, the
 // sections that its path word may have, their kinds, and the names in them with their order.
 //
 // It is deliberately strict, so that an agent which passes it would also pass a server that somebody

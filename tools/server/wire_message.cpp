@@ -91,13 +91,13 @@ class Reader {
     const char* last = digits.data() + digits.size();
     const auto [end, status] = std::from_chars(digits.data(), last, length);
     if (digits.empty() || status != std::errc() || end != last) {
-      return fail("Data-Length \"" + std::string(digits.substr(0, 32)) + "\" is no length",
+      return fail("Data-Length \"" + std::string(digits.substr(0, 32)) + "\" is not a length",
                   digitsAt);
     }
     if (_at >= _body.size() || _body[_at] != '\n')
       return fail("no empty line before a payload", _at);
     ++_at;
-    if (length >= _body.size() - _at) return fail("Data-Length goes beyond the body", digitsAt);
+    if (length >= _body.size() - _at) return fail("Data-Length exceeds the body", digitsAt);
     section.payload = _body.substr(_at, length);
     _at += length;
     if (_body[_at] != '\n') return fail("no line feed after a payload", _at);

@@ -38,7 +38,7 @@ using WireProperty = std::pair<std::string, std::string>;
 using WireProperties = std::vector<WireProperty>;
 
 // Reads a whole body. Refused are: a header line missing or out of order, an unknown format, a
-// length that is no plain decimal number or goes beyond the body, a section without its closing
+// length that is not a plain decimal number or goes beyond the body, a section without its closing
 // line feed, a properties payload that is not UTF-8 or has a line without "=" or line feed, a
 // missing end marker, and anything behind it. Empty lines between sections are allowed.
 WireMessage readMessage(std::string_view body);

@@ -167,7 +167,7 @@ static int count_set(struct kvp_policy* policy, struct kvp_slice name, struct kv
 static int add_rule(struct kvp_policy* policy, struct kvp_slice line, struct kvp_error* error) {
   struct kvp_rule rule;
   if (policy->id[0] == 0 || policy->name[0] == 0 || policy->version[0] == 0)
-    return fail(error, 0, "name, version and id come before the first rule");
+    return fail(error, 0, "name, version and id must precede the first rule");
   if (policy->rules == KVP_MAX_RULES) return fail(error, 0, "too many rules");
   if (kvp_parse_rule(line, &rule, error) != 0) return 1;
   ++policy->rules;

@@ -192,7 +192,7 @@ bool SourcePolicy::takeDirective(std::string_view directive) {
   }
   const auto* known = std::find_if(std::begin(kTroubles), std::end(kTroubles),
                                    [&](const TroubleWord& each) { return each.word == word; });
-  if (known == std::end(kTroubles)) return fail("an unknown word behind stand-in");
+  if (known == std::end(kTroubles)) return fail("an unknown word after stand-in");
   Trouble trouble{known->kind, 0, {}};
   if (known->hasCode && !takeExitCode(directive, trouble.code))
     return fail("no exit code from 1 to 255");

@@ -60,7 +60,7 @@ SERVICE_STATUS_PROCESS Service::status() const {
   DWORD needed = 0;
   if (!::QueryServiceStatusEx(_service.get(), SC_STATUS_PROCESS_INFO,
                               reinterpret_cast<BYTE*>(&status), sizeof status, &needed))
-    fail("cannot be asked", ::GetLastError());
+    fail("cannot be queried", ::GetLastError());
   return status;
 }
 

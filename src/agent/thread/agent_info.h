@@ -1,9 +1,8 @@
 // The command mailbox between the agent and its host.
 //
 // The agent makes one when it starts, hands it to its threads, and gives it to the host when
-// startAgent returns; it belongs to the library and stays valid until the next startAgent. Whoever
-// posts a command asks for the end of the agent: the main loop leaves at the next look at
-// pending().
+// startAgent returns; it belongs to the library and stays valid until the next startAgent. Posting
+// a command requests the end of the agent: the main loop exits at its next check of pending().
 //
 // A host may include this header without linking the library: everything it needs of an AgentInfo
 // that it was given is virtual and takes plain types.

@@ -1,4 +1,4 @@
-// A primitive of the platform of this run, made at its first use, so that locks and tokens cost nothing
+// A primitive of this run's platform, made at its first use, so that locks and tokens cost nothing
 // until then and can be members of objects that are made early. Threads: any; get() of an existing
 // primitive costs one load. Errors: null when the platform refuses.
 #pragma once

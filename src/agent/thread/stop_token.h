@@ -7,9 +7,9 @@
 // routine; every thread also has a token of its own (Thread::stopToken).
 //
 // Threads: everything may be called by any thread. A callback runs on the thread that requests the
-// stop, with no lock of its own code to rely on; it must be quick, must not throw (what it throws all the
-// same goes nowhere), and must not register or remove callbacks of the same token. ~StopCallback returns only when the callback is
-// not running.
+// stop, with no lock of its own code to rely on; it must be quick, must not throw (exceptions are
+// swallowed), and must not register or remove callbacks of the same token. ~StopCallback returns
+// only when the callback is not running.
 //
 // Errors: sleepFor() throws ThreadException 8 ("StopToken::sleepFor()") when it cannot wait.
 // A token needs nothing of the platform until it is used.

@@ -18,7 +18,7 @@ namespace korvane {
 
 class ThreadCondition {
  public:
-  // "ThreadCondition::ThreadCondition(RecursiveMutex&)", 11 when the semaphore cannot be had.
+  // "ThreadCondition::ThreadCondition(RecursiveMutex&)", 11 when the semaphore is not available.
   explicit ThreadCondition(RecursiveMutex& mutex);
   ~ThreadCondition();
 

@@ -11,7 +11,7 @@ namespace korvane {
 // Failures are ThreadException with the method texts and numbers given beside each operation.
 class ThreadEvent {
  public:
-  // timeoutMs: how long wait() waits; platform::kInfinite for ever.
+  // timeoutMs: how long wait() waits; platform::kInfinite forever.
   // "ThreadCondition::ThreadEvent()", 14.
   explicit ThreadEvent(uint32_t timeoutMs = platform::kInfinite);
   ~ThreadEvent();

@@ -25,7 +25,7 @@ namespace korvane::platform {
 struct DeviceScript {
   uint32_t prepareError = kOk;  // what the completion event's creation gives
   uint32_t issueResult = kOk;   // what the call gives: 0, 997 or an error
-  uint32_t afterMs = 0;         // how long a pending request takes; kInfinite: for ever
+  uint32_t afterMs = 0;         // how long a pending request takes; kInfinite: forever
   uint32_t result = kOk;        // how a pending request ends
   std::optional<DeviceWait>
       waitOutcome;                // what every wait answers at once, whatever else is said here

@@ -1,4 +1,5 @@
-// Pipes inside the process. Thread-safe, but for one Pipe used by one thread and its interrupt().
+// Pipes inside the process. Thread-safe, except for one Pipe used by one thread and its
+// interrupt().
 // Lifetime: pipes may outlive the object, but not its Threading.
 #pragma once
 

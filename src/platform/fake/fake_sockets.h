@@ -1,6 +1,6 @@
 // A network inside the process: every address leads to the same set of ports, on
-// which sockets of the same FakeSockets listen. Thread-safe, but for one Socket used by one thread and its
-// interrupt().
+// which sockets of the same FakeSockets listen. Thread-safe, except for one Socket used by one
+// thread and its interrupt().
 // Lifetime: sockets may outlive the object, but not its Threading.
 #pragma once
 

@@ -1,13 +1,13 @@
-// A wish for the built-in policy, or for the assigned one again: "use.builtin.policy" among settings from whoever
-// manages the agent.
+// A request for the built-in policy, or for the assigned one again: "use.builtin.policy" among
+// settings from the agent's management.
 //
-// The setting says what is so: a wish that the driver refuses is taken out of the settings, and the driver is
-// as it was. The wish is remembered and put to the driver again every five minutes, until it is followed,
-// another one comes, a policy is loaded or the agent stops.
+// The setting reflects the actual state: a request that the driver refuses is removed from the
+// settings, and the driver is left as it was. The request is remembered and repeated every five
+// minutes, until it succeeds, another one comes, a policy is loaded or the agent stops.
 //
 // Lifetime and threads: one object for the owner of the policy, used by its thread. Blocks for the driver's
 // time-outs.
-// Errors: a text; event 10581 when a wish is refused, 10583 when it is followed in the end.
+// Errors: a text; event 10581 when a request is refused, 10583 when it finally succeeds.
 //
 //   const STRING problem = wish.follow(settings);   // before the settings are taken
 #pragma once

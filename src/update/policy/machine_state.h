@@ -1,7 +1,7 @@
-// What this machine says about the things that translation items name.
+// The current state of the things on this machine that translation items name.
 //
-// Lifetime: refers to the platform, which must outlive it. Threads: any; it keeps nothing. A derived
-// class may ask somebody else about paths and addresses.
+// Lifetime: refers to the platform, which must outlive it. Threads: any; it keeps nothing. A
+// derived class may have another source for paths and addresses.
 //
 //   RetransItem now = item;
 //   if (machine.read(now) && now.present != item.present) ...

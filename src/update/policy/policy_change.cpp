@@ -152,7 +152,7 @@ bool PolicyChange::flush() {
 
 bool PolicyChange::begin() {
   if (reconcilePolicy() == Reconciled::failed) {
-    _problem = "The former policy change could not be undone.";
+    _problem = "The previous policy change could not be rolled back.";
     return false;
   }
   if (!takeState() || !removeStaleBackups()) return false;
@@ -187,7 +187,7 @@ bool PolicyChange::takeMinus() {
 bool PolicyChange::takeItems() {
   if (presenceOf(_files.freshItems) != Presence::absent)
     return exchange(_files.freshItems, _files.items, _files.oldItems, _journal.hadItems);
-  eventlog::trace(kTag, "The translator made no items: %s", _files.freshItems);
+  eventlog::trace(kTag, "The translator produced no items: %s", _files.freshItems);
   return true;
 }
 

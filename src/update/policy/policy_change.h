@@ -1,4 +1,4 @@
-// One change of the policy in force, from its journal to the moment at which it holds, and its undoing.
+// One change of the policy in force, from its journal to its commit, and its rollback.
 //
 //   begin()       the journal is on disk: from here on a crash is undone by reconcilePolicy()
 //   takeMinus()   the fresh minus file is in place, the former one beside it
@@ -7,7 +7,8 @@
 //   commit()      settings recorded, journal gone: the new policy holds
 // or, after any of them, undo().
 //
-// Lifetime: one object a change; destroying it undoes nothing. Used by the owner of the policy alone.
+// Lifetime: one object per change; destroying it undoes nothing. Used by the owner of the policy
+// alone.
 // Errors: false, with problem(), or for reconcilePolicy() an event.
 #pragma once
 

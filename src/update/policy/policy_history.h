@@ -57,7 +57,7 @@ class PolicyHistory {
 // two of them in it are one; blanks count.
 std::string historyLine(const HistoryRecord& record);
 std::vector<std::string> historyFields(std::string_view line);
-// False for a line that is no record, the heading and a cut one included.
+// False for a line that is not a record, the heading and a cut one included.
 [[nodiscard]] bool parseHistoryLine(std::string_view line, HistoryRecord& out);
 
 }  // namespace korvane

@@ -64,7 +64,7 @@ bool PolicyProcessor::translateHIDSPolicy(const STRING& plusFile, STRING& result
 
 bool PolicyProcessor::takeHIDSResult(const PolicyFiles& names) {
   if (presenceOf(names.freshMinus) == Presence::absent) {
-    _errorText = "The translator made no policy.";
+    _errorText = "The translator produced no policy.";
     return false;
   }
   if (flushFile(names.freshMinus) == 0 && files().replace(names.freshMinus, names.minus) == 0 &&

@@ -1,11 +1,11 @@
-// How things were before a policy change: what it takes to undo one that was not finished.
+// The state before a policy change: what is needed to roll back an unfinished one.
 //
-// The file "driver/policy.journal" is there exactly while a change is under way. It is written before the
-// first file, registry value or setting is touched, and its removal is the moment at which the change holds.
+// The file "driver/policy.journal" exists exactly while a change is in progress. It is written
+// before the first file, registry value or setting is touched, and its removal commits the change.
 // docs/file-formats.md has its lines.
 //
 // Value type and functions; nothing is kept. Used by the owner of the policy alone.
-// Errors: 0 or an errno value; EBADMSG for a file that is no whole journal.
+// Errors: 0 or an errno value; EBADMSG for a file that is not a whole journal.
 #pragma once
 
 #include <cstdint>

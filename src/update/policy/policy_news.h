@@ -1,6 +1,7 @@
-// How often since the agent's start there was something new about its policy: an outcome, or a state to be told.
+// How often since the agent's start there was something new about its policy: an outcome, or a
+// state to report.
 //
-// Who manages the agent over its command channel asks for the number and knows by it whether to look again. The
+// A manager on the command channel polls the number to see whether anything is new. The
 // utility thread knows by it that the items of another policy may be in force. Threads: any.
 #pragma once
 

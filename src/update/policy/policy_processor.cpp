@@ -109,7 +109,7 @@ bool PolicyProcessor::runTranslatorFor(Attempt& attempt) {
   if (_stopped) return false;
   if (code != 0) return giveUp(attempt, code, getTranslationError(code, attempt.files.freshMinus));
   if (presenceOf(attempt.files.freshMinus) == Presence::present) return true;
-  return giveUp(attempt, code, "The translator made no policy.");
+  return giveUp(attempt, code, "The translator produced no policy.");
 }
 
 bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {
@@ -119,7 +119,7 @@ bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {
   // Should the change of name get lost, the former items bring about this translation once more.
   if (flushFile(files.freshItems) != 0 ||
       system().files.replace(files.freshItems, files.items) != 0)
-    eventlog::trace(kTag, "The fresh items cannot be kept: %s", files.items);
+    eventlog::trace(kTag, "The new items cannot be saved: %s", files.items);
   discard(files);
   // Without its items a policy is not checked for retranslation; that has been told.
   ignoreResult(loadRetransItems());

@@ -8,9 +8,10 @@
 // stands in the driver, its registry values, agent.ini and the files alike. reconcile() undoes what a journal
 // is left of.
 //
-// Lifetime: whoever works on policies owns one: the update thread of a standard agent; on other agents the utility
-// thread and the cloud command channel, which take turns (policy_turn.h). Nothing else changes policies: whoever
-// wants the policy translated anew sets AgentConfig::setRetranslateNow.
+// Lifetime: each thread that works on policies owns one: the update thread of a standard agent; on
+// other agents the utility thread and the cloud command channel, which take turns (policy_turn.h).
+// Nothing else changes policies: whoever wants the policy retranslated sets
+// AgentConfig::setRetranslateNow.
 // Threads: all operations belong to the owner's thread; reconcile() is called before there is one.
 // They block while the translator runs, without limit, and for the driver's time-outs. A stop
 // (shutdownToken) ends both at once; the translator is ended, nothing is reported, nothing has changed
@@ -54,7 +55,7 @@ class PolicyProcessor {
   // At the start of the agent, once, before anything asks the driver: undoes a policy change that the last
   // run did not finish and removes what is left over in the folder "driver". The outcome is the policy error,
   // told to the server by reportOutstanding(). False when the driver could not be put back; the next start, or
-  // the next change, tries again.
+  // the next change, retries.
   [[nodiscard]] static bool reconcile();
   // Tells the server what it has not been told yet: the outcome of reconcile(), and of a policy whose report
   // failed or did not come about before the last stop. For the moments at which a status is due, before the

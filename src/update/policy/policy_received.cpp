@@ -99,7 +99,8 @@ bool PolicyProcessor::reconcile() {
       break;
     }
     case Reconciled::undone:
-      setOutstanding(true, kPolicyFailed, "The policy change was interrupted and has been undone.");
+      setOutstanding(true, kPolicyFailed,
+                     "The policy change was interrupted and has been rolled back.");
       break;
     case Reconciled::repaired:
       setOutstanding(true, kPolicyFailed,
@@ -107,7 +108,7 @@ bool PolicyProcessor::reconcile() {
       break;
     case Reconciled::failed:
       setOutstanding(true, kPolicyFailed,
-                     "The policy change was interrupted and could not be undone.");
+                     "The policy change was interrupted and could not be rolled back.");
       break;
   }
   if (outcome != Reconciled::failed) sweepPolicyFolder(driverDirectory());

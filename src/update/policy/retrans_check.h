@@ -5,7 +5,7 @@
 //
 // Lifetime and threads: belongs to one thread, that of the policy's processing.
 // Errors: an items file that cannot be read or understood is event 10590 or 10591 with its path, line
-// and reason; there are no items then, and nothing is translated anew by itself until the next policy.
+// and reason; there are no items then, and nothing is retranslated by itself until the next policy.
 //
 //   RetransCheck check;
 //   check.loadRetransItems(policyBase + ".trans");

@@ -104,8 +104,8 @@ class Reader {
   }
 
   bool readEnd(std::string_view count) {
-    if (count != std::to_string(_out.size())) return fail("the number of items is another");
-    return _rest.empty() || fail("something stands behind the last line");
+    if (count != std::to_string(_out.size())) return fail("the number of items does not match");
+    return _rest.empty() || fail("there is data after the last line");
   }
 
   bool readItem(std::string_view line) {
@@ -126,7 +126,7 @@ class Reader {
   bool takeItem(const KindWord& kind, std::vector<std::string> fields) {
     const bool hasValue = kind.kind != RetransItem::Kind::path;
     if (hasValue && fields.size() + 1 == kind.fields) fields.emplace_back();
-    if (fields.size() != kind.fields) return fail("another number of fields");
+    if (fields.size() != kind.fields) return fail("wrong number of fields");
     if (fields[1] != kPresent && fields[1] != kMissing) return fail("an unknown state");
     RetransItem item{kind.kind, {}, {}, fields[1] == kPresent, {}};
     if (hasValue) item.value = std::move(fields.back());

@@ -29,7 +29,7 @@ platform::FakePlatform& surroundings() {
   return fake;
 }
 
-// The disk of the model, but for the files of the settings.
+// The disk of the model, except for the files of the settings.
 class ForwardingDisk final : public platform::ForwardingFiles {
  public:
   ForwardingDisk(platform::Files& model, platform::Files& settings)

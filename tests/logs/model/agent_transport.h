@@ -54,7 +54,7 @@ class BodyReader {
     while (!payload.empty()) {
       const std::string_view pair = line(payload);
       const size_t equals = pair.find('=');
-      if (equals == std::string_view::npos) refuse("a line that is no pair");
+      if (equals == std::string_view::npos) refuse("a line that is not a pair");
       record.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
     }
     return record;

@@ -419,7 +419,7 @@ std::string Component::act(bool settled) {
     std::string line = junk[_random.below(5)];
     if (_random.chance(20)) line = "TFIL,4,5" + std::string(47, ',');
     addLine(_writing, -1, bytes(current, line + "\n"), false);
-    return "writes a line that is no event";
+    return "writes a line that is not an event";
   }
   return writeEvents(_writing, _uniform ? _uniformCount - written : 1 + _random.below(6));
 }

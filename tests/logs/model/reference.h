@@ -2,8 +2,8 @@
 //
 // Which logs must come. A log whose name the agent saw, and a log that the end mark of such a log names. The agent has
 // seen a name that stood in ids.properties when its process opened that file, as soon as a pass has ended
-// after it without a kill; it stays seen for ever. The log that ids.properties names for good is seen in
-// the end. Not demanded:
+// after it without a kill; it stays seen forever. The log that ids.properties names for good is
+// seen in the end. Not demanded:
 // - a log that was handed over before the agent's first start, and any other whose name stood nowhere when
 //   the agent looked (the component handed over twice between two looks, with end marks that name nothing);
 // - a log that the component deleted before all of it was delivered (a name without a log is passed by);
@@ -12,15 +12,15 @@
 // - what the component adds to a log (events, an end mark) more than two passes after the settings named
 //   another one that has begun: the agent may have left it.
 // Every other event of such a log comes, with its exact values, each log's in their order and one log after
-// another. A line that has no end may come only after the five passes, counted anew by each process; rejected
-// lines, end marks and what was never written do not come.
+// another. A line that has no end may come only after the five passes, counted afresh by each
+// process; rejected lines, end marks and what was never written do not come.
 //
 // Repeats. Equal neighbours (but for v2 and v3) of a kind that may be folded come one by one or as summaries: a5 counts
 // neighbours that end with the one that v2 names, v3 is the first one's, a6 the last one's.
 //
 // Again. A batch whose answer was lost, and one that arrived in a pass that was killed, may come once more for
 // each time that this happened. Nothing else comes twice: not by an orderly stop, not by a kill between two
-// passes, not by a refused batch, and an open run is no exception, since the read position stands before
+// passes, not by a refused batch, and an open run is not an exception, since the read position stands before
 // its first repeat that has not come.
 //
 // Files. The agent removes a log only when its end mark stands and all of it was answered as delivered (302 and 600 are such answers
