@@ -18,6 +18,7 @@
 #include "platform/fake/recording_files.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "tests/platform/patience.h"
 #include "tests/platform/simulator_stand_in.h"
 #include "tests/support/temp_directory.h"
 #include "tests/support/watchdog.h"
@@ -25,7 +26,6 @@
 namespace korvane::platform {
 namespace {
 
-constexpr uint32_t kLongMs = 30000;
 constexpr char kDeviceName[] = "\\\\.\\KAVIPS";
 
 class PosixTest : public testing::Test {

@@ -12,12 +12,12 @@
 #include "platform/native.h"
 #include "platform/paths.h"
 #include "platform/wide_win.h"
+#include "tests/platform/patience.h"
 #include "tests/support/temp_directory.h"
 
 namespace korvane::platform {
 namespace {
 
-constexpr uint32_t kLongMs = 30000;
 constexpr uint32_t kPeek = 0x0011400C;  // FSCTL_PIPE_PEEK
 constexpr uint32_t kNoSuchCode = 0x0022FFFC;
 constexpr size_t kPeekHeader = 16;  // bytes of its answer before the data
