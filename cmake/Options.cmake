@@ -4,6 +4,7 @@ option(KORVANE_BENCH "Build the benchmarks" OFF)
 option(KORVANE_FUZZ "Build the fuzz targets with libFuzzer (clang only)" OFF)
 option(KORVANE_COVERAGE "Instrument for coverage" OFF)
 option(KORVANE_WERROR "Treat warnings as errors" OFF)
+set(KORVANE_LINKER "" CACHE STRING "The linker, as -fuse-ld= takes it; empty: the compiler's own")
 set(KORVANE_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them: address,undefined or thread")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -19,6 +20,10 @@ find_program(KORVANE_CCACHE ccache)
 if(KORVANE_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${KORVANE_CCACHE})
   set(CMAKE_C_COMPILER_LAUNCHER ${KORVANE_CCACHE})
+endif()
+
+if(KORVANE_LINKER)
+  add_link_options(-fuse-ld=${KORVANE_LINKER})
 endif()
 
 add_library(korvane_flags INTERFACE)
