@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

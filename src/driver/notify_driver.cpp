@@ -8,6 +8,7 @@
 #include "agent/thread/stop_token.h"
 #include "driver/driver_protocol.h"
 #include "eventlog/event_log.h"
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
 

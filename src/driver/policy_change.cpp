@@ -7,8 +7,10 @@
 #include "driver/driver_values.h"
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

@@ -2,6 +2,7 @@
 
 #include "eventlog/event_log.h"
 #include "logs/log_mark.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"

@@ -8,6 +8,7 @@
 #include "ids/ids_log_names.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_mark.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"

@@ -7,6 +7,7 @@
 #include "eventlog/event_log.h"
 #include "logs/event_notice.h"
 #include "logs/forwarding_counters.h"
+#include "platform/clock.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "eventlog/event_log.h"
-#include "platform/paths.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 
 namespace korvane {

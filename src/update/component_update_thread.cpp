@@ -3,6 +3,7 @@
 #include "config/agent_config.h"
 #include "config/hids_interface.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 
 namespace korvane {

@@ -4,6 +4,7 @@
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/server_answer.h"

@@ -9,6 +9,8 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_processor.h"

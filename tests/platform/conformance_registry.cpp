@@ -4,6 +4,7 @@
 #include "platform/error_codes.h"
 #include "platform/fake/memory_registry.h"
 #include "platform/native.h"
+#include "platform/processes.h"
 #include "tests/support/temp_directory.h"
 
 namespace korvane::platform {

@@ -1,4 +1,5 @@
 // What only the Win32 siblings promise.
+#include "platform/driver_device.h"
 #include "platform/handles_win.h"
 //
 #include <aclapi.h>
@@ -9,8 +10,11 @@
 #include <cerrno>
 
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/pipes.h"
+#include "platform/processes.h"
 #include "platform/wide_win.h"
 #include "tests/platform/patience.h"
 #include "tests/support/temp_directory.h"

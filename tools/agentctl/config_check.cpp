@@ -11,6 +11,7 @@
 #include "agentctl/output.h"
 #include "config/ini_files.h"
 #include "config/ini_text.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 
 namespace korvane::agentctl {

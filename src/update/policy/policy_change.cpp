@@ -5,7 +5,7 @@
 #include "config/agent_config.h"
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
-#include "platform/paths.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"
 

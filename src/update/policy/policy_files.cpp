@@ -10,6 +10,7 @@
 #include "config/install_root.h"
 #include "driver/driver_config.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_processor.h"

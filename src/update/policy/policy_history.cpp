@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_files.h"

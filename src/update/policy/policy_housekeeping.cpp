@@ -3,6 +3,7 @@
 
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_attempt.h"

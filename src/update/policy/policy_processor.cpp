@@ -7,6 +7,8 @@
 #include "driver/driver_config.h"
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 #include "update/policy/policy_attempt.h"
 #include "update/policy/policy_change.h"

@@ -8,8 +8,10 @@
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
