@@ -10,8 +10,8 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "RPC";
-constexpr int kEventRefused = 10615;
+constexpr char kChannelTag[] = "RPC";
+constexpr int kEventChannelRefused = 10615;
 
 std::optional<int64_t> numberOf(const std::string& text) {
   int64_t number = 0;
@@ -48,7 +48,7 @@ bool EventChannel::send(const std::string& notice) {
 }
 
 void EventChannel::drop() {
-  eventlog::trace(kTag, "A client of the event channel is let go");
+  eventlog::trace(kChannelTag, "A client of the event channel is let go");
   _attached = 0;
   _leavesAt.reset();
   _transport.drop();
@@ -91,7 +91,7 @@ EventChannel::Heard EventChannel::receive(int waitMs) {
 }
 
 EventChannel::Heard EventChannel::broken(const std::string& what) {
-  eventlog::trace(kTag, "A client of the event channel sent %s", what);
+  eventlog::trace(kChannelTag, "A client of the event channel sent %s", what);
   drop();
   return {};
 }
@@ -142,7 +142,7 @@ void EventChannel::attach(const RPCRequest& request) {
   } else {
     response.error = kRpcNotAdministrator;
     _leavesAt = _clock.monotonicMs() + kLeaveMs;
-    if (!_refusalTold) eventlog::event(kEventRefused, kTag);
+    if (!_refusalTold) eventlog::event(kEventChannelRefused, kChannelTag);
     _refusalTold = true;
   }
   answer(response);
