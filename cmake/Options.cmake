@@ -43,6 +43,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # Shadowing of a member by a constructor parameter is what GCC's -Wshadow leaves alone too.
   target_compile_options(korvane_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 endif()
+# What nothing calls is left out where a link collects sections: the library, agentctl and the host.
+add_compile_options($<$<CONFIG:Release>:-ffunction-sections> $<$<CONFIG:Release>:-fdata-sections>)
 if(NOT KORVANE_SANITIZE AND NOT KORVANE_COVERAGE)
   target_compile_options(korvane_flags INTERFACE -fstack-protector-strong)
   add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
