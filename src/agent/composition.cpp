@@ -21,7 +21,9 @@
 #include "ids/hids_component.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_processing_thread.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 #include "translator/translator.h"
 #include "update/policy/policy_news.h"
 

@@ -14,8 +14,11 @@
 #include "eventlog/log_mutex.h"
 #include "eventlog/recent_errors.h"
 #include "eventlog/record.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
+#include "platform/threading.h"
 #include "util/utf8.h"
 
 namespace korvane::eventlog {

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "platform/system_info.h"
+
 namespace korvane::platform {
 namespace {
 

@@ -1,6 +1,7 @@
 #include "agent/thread/locks.h"
 
 #include "agent/thread/exceptions.h"
+#include "platform/threading.h"
 
 namespace korvane {
 namespace {
@@ -15,6 +16,13 @@ platform::Mutex& made(PrimitiveHolder<platform::Mutex>& holder, const char* meth
 }
 
 }  // namespace
+
+void PrimitiveDeleter::operator()(platform::Event* event) const {
+  delete event;
+}
+void PrimitiveDeleter::operator()(platform::Mutex* mutex) const {
+  delete mutex;
+}
 
 std::mutex& primitiveRenewalLock() {
   static std::mutex lock;

@@ -13,6 +13,12 @@
 
 namespace korvane {
 
+// Ends a primitive without its class being known here.
+struct PrimitiveDeleter {
+  void operator()(platform::Event* event) const;
+  void operator()(platform::Mutex* mutex) const;
+};
+
 // Serialises the making of primitives; never held while one of them is waited on.
 std::mutex& primitiveRenewalLock();
 
@@ -37,13 +43,13 @@ class PrimitiveHolder {
     if (_generation.load(std::memory_order_relaxed) == generation) return _primitive.get();
     std::unique_ptr<Primitive> made = make(platform::current().threading);
     if (!made) return nullptr;
-    _primitive = std::move(made);
+    _primitive.reset(made.release());
     _generation.store(generation, std::memory_order_release);
     return _primitive.get();
   }
 
   std::atomic<uint64_t> _generation{UINT64_MAX};
-  std::unique_ptr<Primitive> _primitive;
+  std::unique_ptr<Primitive, PrimitiveDeleter> _primitive;
 };
 
 }  // namespace korvane

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "agent/thread/exceptions.h"
+#include "platform/threading.h"
 
 namespace korvane {
 
