@@ -5,6 +5,7 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 
 namespace korvane::bench {

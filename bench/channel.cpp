@@ -15,6 +15,8 @@
 #include "config/agent_config.h"
 #include "platform/native.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
+#include "platform/threading.h"
 #include "rpc/rpc_client.h"
 #include "rpc/rpc_named_pipe.h"
 #include "util/ignore_result.h"

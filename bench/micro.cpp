@@ -14,6 +14,7 @@
 #include "logs/field_map.h"
 #include "logs/line_reader.h"
 #include "logs/record_queue.h"
+#include "platform/files.h"
 
 namespace korvane::bench {
 namespace {

@@ -4,6 +4,7 @@ option(KORVANE_BENCH "Build the benchmarks" OFF)
 option(KORVANE_FUZZ "Build the fuzz targets with libFuzzer (clang only)" OFF)
 option(KORVANE_COVERAGE "Instrument for coverage" OFF)
 option(KORVANE_WERROR "Treat warnings as errors" OFF)
+set(KORVANE_LINKER "" CACHE STRING "The linker, as -fuse-ld= takes it; empty: the compiler's own")
 set(KORVANE_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them: address,undefined or thread")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -19,6 +20,10 @@ find_program(KORVANE_CCACHE ccache)
 if(KORVANE_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${KORVANE_CCACHE})
   set(CMAKE_C_COMPILER_LAUNCHER ${KORVANE_CCACHE})
+endif()
+
+if(KORVANE_LINKER)
+  add_link_options(-fuse-ld=${KORVANE_LINKER})
 endif()
 
 add_library(korvane_flags INTERFACE)
@@ -38,6 +43,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # Shadowing of a member by a constructor parameter is what GCC's -Wshadow leaves alone too.
   target_compile_options(korvane_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety>)
 endif()
+# What nothing calls is left out where a link collects sections: the library, agentctl and the host.
+add_compile_options($<$<CONFIG:Release>:-ffunction-sections> $<$<CONFIG:Release>:-fdata-sections>)
 if(NOT KORVANE_SANITIZE AND NOT KORVANE_COVERAGE)
   target_compile_options(korvane_flags INTERFACE -fstack-protector-strong)
   add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)

@@ -1,6 +1,6 @@
 """The demo: the real agent against the reference server, narrated in plain lines.
 
-demo.py --build FOLDER [--windows FOLDER] [--events N] [--kills K] [--keep]
+demo.py --build FOLDER [--windows FOLDER] [--events N] [--seconds S] [--kills K] [--keep]
 """
 import argparse
 import json
@@ -57,10 +57,10 @@ def register(stage):
     return guid
 
 
-def forward(stage, events, kills):
+def forward(stage, events, seconds, kills):
     """Lets events be written and kills the agent in the middle; returns the writer's account."""
     step(f"{events} events are written, the log rotates, and the agent is killed {kills} times in the middle")
-    writer = stage.start_writer("--events", events, "--rate", events // 12, "--rotate", events // 4, "--repeat", 20, "--finish")
+    writer = stage.start_writer("--events", events, "--rate", events // seconds, "--rotate", events // 4, "--repeat", 20, "--finish")
     arrived = 0
     for kill in range(1, kills + 1):
         wait_until(lambda: stage.events(1, events)["distinct"] > arrived, 60, "more events")
@@ -110,7 +110,7 @@ def play(stage, arguments):
     guid = register(stage)
     step("The server changes policies and settings")
     obeyed = updates.obey(stage, guid, say)
-    written = forward(stage, arguments.events, arguments.kills)
+    written = forward(stage, arguments.events, arguments.seconds, arguments.kills)
     sums = settle(stage, written)
     say(f"Received: {sums['distinct']} of {written['events']}; lost: {sums['lost']};"
         f" sent again: {sums['duplicated']} (at most one batch of {BATCH_LIMIT} for each kill).")
@@ -161,6 +161,7 @@ def main():
     parser.add_argument("--build", required=True)
     parser.add_argument("--windows", help="a Windows build, to be run under Wine")
     parser.add_argument("--events", type=int, default=60000)
+    parser.add_argument("--seconds", type=int, default=12, help="for how long they are written")
     parser.add_argument("--kills", type=int, default=2)
     parser.add_argument("--keep", action="store_true")
     arguments = parser.parse_args()

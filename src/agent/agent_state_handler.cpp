@@ -2,6 +2,7 @@
 
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
+#include "platform/processes.h"
 
 namespace korvane {
 namespace {

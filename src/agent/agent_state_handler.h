@@ -9,7 +9,7 @@
 #include <string>
 
 #include "config/agent_config.h"
-#include "platform/processes.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

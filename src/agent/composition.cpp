@@ -14,7 +14,9 @@
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 #include "translator/translator.h"
 #include "util/agent_run.h"
 

@@ -6,14 +6,21 @@
 
 #include "agent/session.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 
 namespace korvane {
 namespace {
 
 // Never destroyed: a stop may come while the process ends.
-AgentPlace& placeOfTheProcess() {
-  static AgentPlace& place = *new AgentPlace;
-  return place;
+struct ProcessAgent {
+  AgentPlace place;
+  // The host's own threads find the agent that runs or ran last: that one has ended is seen there.
+  std::optional<ProcessRunScope> run;  // a start alone touches it
+};
+
+ProcessAgent& processAgent() {
+  static ProcessAgent& agent = *new ProcessAgent;
+  return agent;
 }
 
 // On the operating system that the host's options in the environment describe.
@@ -23,21 +30,22 @@ std::shared_ptr<AgentRun> nativeRun() {
       {system.environment("KORVANE_REGISTRY"), system.environment("KORVANE_RUN_DIR")}));
 }
 
+std::shared_ptr<AgentRun> beginRun() {
+  std::shared_ptr<AgentRun> run = nativeRun();
+  processAgent().run.reset();
+  processAgent().run.emplace(run);
+  return run;
+}
+
 }  // namespace
 }  // namespace korvane
 
 korvane::AgentInfo* startAgent() {
   std::setvbuf(stdout, nullptr, _IONBF, 0);
-  // The host's own threads find the agent that runs, too.
-  std::optional<korvane::ProcessRunScope> forTheHost;
-  return korvane::placeOfTheProcess().run([&forTheHost] {
-    std::shared_ptr<korvane::AgentRun> run = korvane::nativeRun();
-    forTheHost.emplace(run);
-    return run;
-  });
+  return korvane::processAgent().place.run(korvane::beginRun);
 }
 
 const char* stopAgent() {
-  korvane::placeOfTheProcess().end();
+  korvane::processAgent().place.end();
   return "The agent STOPPED and returned";
 }

@@ -16,6 +16,8 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/sockets.h"
+#include "platform/system_info.h"
 #include "translator/translator.h"
 #include "update/policy/policy_processor.h"
 #include "util/ignore_result.h"

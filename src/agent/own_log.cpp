@@ -6,6 +6,7 @@
 #include "eventlog/event_log_file.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 
 namespace korvane {
 namespace {

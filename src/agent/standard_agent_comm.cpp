@@ -11,6 +11,7 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <set>
 
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"
 

@@ -27,7 +27,7 @@
 
 #include "archive/refusal.h"
 #include "archive/zip_archive.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane::archive {
 

@@ -11,7 +11,7 @@
 namespace korvane::archive {
 namespace {
 
-constexpr size_t kPiece = 64 * 1024;
+constexpr size_t kReadPiece = 64 * 1024;
 constexpr uint64_t kSmallEntry = 64 * 1024;
 
 constexpr uint32_t kEncryptionFlags = 0x0001 | 0x0040 | 0x2000;
@@ -201,10 +201,10 @@ bool ZipArchive::read(const Entry& entry, const Sink& sink, Refusal& refusal) {
   if (code != UNZ_OK)
     return refuse(Fault::wrongContent, entry.name,
                   "the entry disagrees with the directory (" + std::to_string(code) + ")", refusal);
-  std::vector<char> piece(kPiece);
+  std::vector<char> piece(kReadPiece);
   uint64_t total = 0;
   int error = 0, got = 0;
-  while (!error && (got = unzReadCurrentFile(_reader->zip, piece.data(), kPiece)) > 0) {
+  while (!error && (got = unzReadCurrentFile(_reader->zip, piece.data(), kReadPiece)) > 0) {
     total += static_cast<uint64_t>(got);
     error = sink({piece.data(), static_cast<size_t>(got)});
   }

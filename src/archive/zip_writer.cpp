@@ -15,7 +15,7 @@ namespace {
 constexpr uLong kFirstDay = 0x00210000;  // 1980-01-01, as the format writes dates
 constexpr uLong kNamesAreUtf8 = 0x0800;
 constexpr int kMemoryLevel = 8;
-constexpr size_t kPiece = 1u << 30;  // minizip takes lengths of 32 bits
+constexpr size_t kWritePiece = 1u << 30;  // minizip takes lengths of 32 bits
 
 }  // namespace
 
@@ -38,9 +38,9 @@ struct ZipWriter::Output {
       return false;
     int code = ZIP_OK;
     for (; code == ZIP_OK && !content.empty();
-         content.remove_prefix(std::min(content.size(), kPiece)))
+         content.remove_prefix(std::min(content.size(), kWritePiece)))
       code = zipWriteInFileInZip(zip, content.data(),
-                                 static_cast<unsigned>(std::min(content.size(), kPiece)));
+                                 static_cast<unsigned>(std::min(content.size(), kWritePiece)));
     return zipCloseFileInZip(zip) == ZIP_OK && code == ZIP_OK;
   }
   bool close() {

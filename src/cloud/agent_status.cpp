@@ -9,7 +9,9 @@
 #include "eventlog/recent_errors.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_backlog.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
 #include "util/dates.h"
 
 namespace korvane {

@@ -4,6 +4,7 @@
 
 #include "cloud/source_combination.h"
 #include "config/install_root.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_files.h"

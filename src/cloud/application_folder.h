@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

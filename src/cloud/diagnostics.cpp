@@ -11,7 +11,10 @@
 #include "config/masking.h"
 #include "eventlog/event_log.h"
 #include "eventlog/event_log_file.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 #include "util/dates.h"
 
 namespace korvane {

@@ -13,7 +13,7 @@ using archive::Refusal;
 using archive::ZipArchive;
 
 constexpr size_t kMaxNameLength = 64;
-constexpr std::string_view kFolder = kApplicationsFolder;
+constexpr std::string_view kCombinationFolder = kApplicationsFolder;
 
 bool isLetterOrDigit(char c) {
   return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
@@ -21,9 +21,9 @@ bool isLetterOrDigit(char c) {
 
 // Of "applications/web/a.txt": "web" and "a.txt"; false for an entry of the base policy.
 bool splitEntry(const std::string& entry, std::string& application, std::string& rest) {
-  if (!entry.starts_with(kFolder)) return false;
-  const size_t slash = std::min(entry.find('/', kFolder.size()), entry.size());
-  application = entry.substr(kFolder.size(), slash - kFolder.size());
+  if (!entry.starts_with(kCombinationFolder)) return false;
+  const size_t slash = std::min(entry.find('/', kCombinationFolder.size()), entry.size());
+  application = entry.substr(kCombinationFolder.size(), slash - kCombinationFolder.size());
   rest = entry.substr(std::min(slash + 1, entry.size()));
   return true;
 }
@@ -86,7 +86,7 @@ bool SourceCombination::addBase(std::string_view source, bool mayHaveApplication
   ZipArchive zip("the policy", source, sourceLimits());
   if (!zip.open(refusal)) return false;
   for (const Entry& entry : zip.entries()) {
-    if (archive::foldedName(entry.name).starts_with(kFolder)) {
+    if (archive::foldedName(entry.name).starts_with(kCombinationFolder)) {
       if (mayHaveApplications) continue;
       return refuse(zip.name(), entry.name,
                     "a base policy must have no entries below \"applications/\"", refusal);

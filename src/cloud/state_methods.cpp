@@ -1,6 +1,7 @@
 // getTechStatus, getTechNames, getAgentVersion and getStatus.
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
+#include "platform/clock.h"
 
 #include <memory>
 #include <optional>

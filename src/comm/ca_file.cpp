@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "comm/tls_observer.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 

@@ -15,7 +15,9 @@
 #include "comm/tls_observer.h"
 #include "config/agent_config.h"
 #include "config/url_text.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

@@ -9,7 +9,9 @@
 #include "agent/thread/stop_token.h"
 #include "comm/failure_text.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
+#include "platform/sockets.h"
 
 namespace korvane {
 namespace {

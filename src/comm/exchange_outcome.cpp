@@ -1,6 +1,7 @@
 #include "comm/exchange_outcome.h"
 
 #include "agent/thread/locks.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 #include "util/agent_run.h"
 

@@ -8,6 +8,7 @@
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
 #include "comm/tls_observer.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 #include "util/dates.h"
 

@@ -8,6 +8,7 @@
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 
 namespace korvane {
 namespace {

@@ -8,6 +8,7 @@
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 

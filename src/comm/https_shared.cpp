@@ -5,6 +5,7 @@
 #include "comm/server_url.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 #include "util/agent_run.h"
 #include "util/ignore_result.h"

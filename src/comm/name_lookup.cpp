@@ -11,6 +11,8 @@
 #include "agent/thread/locks.h"
 #include "agent/thread/stop_token.h"
 #include "platform/platform.h"
+#include "platform/sockets.h"
+#include "platform/threading.h"
 #include "util/agent_run.h"
 
 namespace korvane {

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kSource[] = "HttpsHandler";
 constexpr int kEventServerError = 10217;
-constexpr int kComeBackLater = 200;
+constexpr int kReportTaken = 200;
 constexpr int kUnknownAgent = 400;
 
 }  // namespace
@@ -18,7 +18,7 @@ bool reportTaken(HttpsHandler& handler, int result) {
   if (result != 0) return false;
   STRING text;
   const int code = handler.getKorvaneError(text);
-  if (code == 0 || code == kComeBackLater) return true;
+  if (code == 0 || code == kReportTaken) return true;
   if (code == kUnknownAgent) AgentConfig::getInstance()->clearUniqueId(handler.getGUIDUsed());
   eventlog::event(kEventServerError, kSource, {text});
   return false;

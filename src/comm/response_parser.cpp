@@ -32,7 +32,7 @@ bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
-std::string_view trimmed(std::string_view text) {
+std::string_view withoutBlanks(std::string_view text) {
   while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
   while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
   return text;
@@ -46,7 +46,7 @@ std::string_view withoutLineEnd(std::string_view line) {
 
 // The number that the text begins with; 0 without one. A number too large for an int stays an error code.
 int errorNumber(std::string_view value) {
-  value = trimmed(value);
+  value = withoutBlanks(value);
   int number = 0;
   const auto read = std::from_chars(value.data(), value.data() + value.size(), number);
   if (read.ec == std::errc::result_out_of_range) return INT_MAX;
@@ -59,7 +59,7 @@ std::string_view valueAfter(std::string_view key, std::string_view line) {
 }
 
 std::optional<size_t> lengthOf(std::string_view text) {
-  text = trimmed(text);
+  text = withoutBlanks(text);
   size_t length = 0;
   const auto read = std::from_chars(text.data(), text.data() + text.size(), length);
   if (text.empty() || read.ec != std::errc() || read.ptr != text.data() + text.size()) return {};
@@ -142,8 +142,8 @@ void ResponseParser::addHeaderLine(std::string_view line) {
 
 void ResponseParser::keepHeader(std::string_view name, std::string_view value) {
   if (sameName(name, "Korvane-Error")) _errorCode = errorNumber(value);
-  if (sameName(name, "Korvane-Charset")) _wide = trimmed(value) == "UTF-16LE";
-  if (sameName(name, "Content-Encoding")) _encoded = trimmed(value) != "identity";
+  if (sameName(name, "Korvane-Charset")) _wide = withoutBlanks(value) == "UTF-16LE";
+  if (sameName(name, "Content-Encoding")) _encoded = withoutBlanks(value) != "identity";
   if (sameName(name, "Content-Length") || sameName(name, "Transfer-Encoding")) _openEnded = false;
   _headers.emplace_back(name, value);
 }

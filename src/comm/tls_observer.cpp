@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "platform/clock.h"
 #include "platform/platform.h"
 
 namespace korvane {

@@ -7,7 +7,6 @@
 #include "config/agent_config_state.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
-#include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/agent_run.h"
 #include "util/ignore_result.h"

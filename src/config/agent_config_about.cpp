@@ -5,8 +5,10 @@
 #include "config/log_names.h"
 #include "config/properties_file.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

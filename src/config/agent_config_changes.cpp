@@ -5,6 +5,7 @@
 #include "config/agent_config_state.h"
 #include "config/setting_check.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

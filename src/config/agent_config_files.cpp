@@ -6,6 +6,8 @@
 #include "config/log_names.h"
 #include "config/masking.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"
 

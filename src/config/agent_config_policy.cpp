@@ -6,6 +6,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

@@ -18,6 +18,7 @@
 #include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/shared_library.h"
 #include "util/process_mutex.h"
 
 namespace korvane {

@@ -6,6 +6,8 @@
 
 #include "agent/thread/stop_token.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/dates.h"

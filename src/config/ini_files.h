@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "config/ini_text.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

@@ -4,6 +4,8 @@
 #include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
+#include "platform/system_info.h"
 #include "util/agent_run.h"
 #include "util/thread_annotations.h"
 

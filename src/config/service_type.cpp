@@ -5,6 +5,7 @@
 #include "config/install_root.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "util/agent_run.h"
 
 namespace korvane {

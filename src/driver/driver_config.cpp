@@ -8,6 +8,8 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
+#include "platform/system_info.h"
 #include "util/agent_run.h"
 #include "util/ignore_result.h"
 

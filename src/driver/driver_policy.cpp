@@ -6,6 +6,7 @@
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

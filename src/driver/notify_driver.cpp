@@ -8,6 +8,7 @@
 #include "agent/thread/stop_token.h"
 #include "driver/driver_protocol.h"
 #include "eventlog/event_log.h"
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
 #include "util/agent_run.h"
@@ -20,7 +21,7 @@ using platform::DeviceWait;
 
 constexpr char kDeviceName[] = "\\\\.\\KAVIPS";
 constexpr char kOpenTag[] = "OpenDriver()";
-constexpr char kTag[] = "NotifyDriver()";
+constexpr char kNotifyTag[] = "NotifyDriver()";
 
 constexpr int kEventOpenFailed = 10112;
 constexpr int kEventNoEvent = 10116;
@@ -63,7 +64,7 @@ void takeReply(const DeviceRequest& request, std::span<std::byte> reply) {
 
 int32_t finish(DeviceRequest& request, std::span<std::byte> reply) {
   const uint32_t error = request.result();
-  eventlog::trace(kTag, "Waited, %s", error == platform::kOk ? "okay" : "failed");
+  eventlog::trace(kNotifyTag, "Waited, %s", error == platform::kOk ? "okay" : "failed");
   if (error != platform::kOk && error != platform::kErrorMoreData)
     return NotifyResult::finishedWithError;
   takeReply(request, reply);
@@ -71,27 +72,27 @@ int32_t finish(DeviceRequest& request, std::span<std::byte> reply) {
 }
 
 int32_t waitFor(DeviceRequest& request, std::span<std::byte> reply, uint32_t timeoutMs) {
-  eventlog::trace(kTag, "I/O pending.");
-  eventlog::trace(kTag, "Waiting for I/O, max %ld ms.", timeoutMs);
+  eventlog::trace(kNotifyTag, "I/O pending.");
+  eventlog::trace(kNotifyTag, "Waiting for I/O, max %ld ms.", timeoutMs);
   DeviceWait outcome;
   {
     StopCallback interrupt(shutdownToken(), [&request] { request.interrupt(); });
     outcome = request.wait(timeoutMs);
   }
-  eventlog::trace(kTag, "Done waiting.");
+  eventlog::trace(kNotifyTag, "Done waiting.");
   switch (outcome) {
     case DeviceWait::signalled:
       return finish(request, reply);
     case DeviceWait::abandoned:
-      eventlog::event(kEventAbandoned, kTag);
+      eventlog::event(kEventAbandoned, kNotifyTag);
       return NotifyResult::noEvent;
     case DeviceWait::timedOut:
-      eventlog::event(kEventTimedOut, kTag, {timeoutMs});
+      eventlog::event(kEventTimedOut, kNotifyTag, {timeoutMs});
       request.cancel();
       return NotifyResult::timedOut;
     case DeviceWait::interrupted:
       // A stop of the agent is not a fault of the driver's and makes no event.
-      eventlog::trace(kTag, "The agent stops, the request is cancelled.");
+      eventlog::trace(kNotifyTag, "The agent stops, the request is cancelled.");
       request.cancel();
       return NotifyResult::timedOut;
     case DeviceWait::failed:
@@ -104,11 +105,11 @@ int32_t send(DeviceRequest& request, std::span<std::byte> reply, uint32_t timeou
   const uint32_t error = request.issue();
   if (error == platform::kErrorIoPending) return waitFor(request, reply, timeoutMs);
   if (error == platform::kOk) {
-    eventlog::trace(kTag, "I/O completed.");
+    eventlog::trace(kNotifyTag, "I/O completed.");
     takeReply(request, reply);
     return NotifyResult::completed;
   }
-  eventlog::event(kEventRequestFailed, kTag, {error});
+  eventlog::event(kEventRequestFailed, kNotifyTag, {error});
   return NotifyResult::failedAtOnce;
 }
 
@@ -125,7 +126,7 @@ int32_t NotifyDriver(int32_t code, void* buffer, uint32_t size, uint32_t timeout
   std::unique_ptr<DeviceRequest> request;
   const uint32_t error = device->prepare(control, input, reply.size(), request);
   if (error != platform::kOk) {
-    eventlog::event(kEventNoEvent, kTag, {error});
+    eventlog::event(kEventNoEvent, kNotifyTag, {error});
     return NotifyResult::noEvent;
   }
   return send(*request, reply, timeoutMs);

@@ -7,8 +7,10 @@
 #include "driver/driver_values.h"
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -18,7 +20,7 @@ constexpr uint32_t kLoadTimeoutMs = 30000;
 constexpr uint32_t kRefusalTimeoutMs = 1000;
 constexpr int kNoFileName = 3;
 
-constexpr char kTag[] = "DriverConfig::newPolicy()";
+constexpr char kNewPolicyTag[] = "DriverConfig::newPolicy()";
 
 int32_t loadPolicy(const STRING& file) {
   std::vector<char> path;
@@ -82,13 +84,13 @@ int DriverConfig::newPolicy(const STRING& file) {
 }
 
 int DriverConfig::newPolicy(const STRING& file, STRING& message) {
-  eventlog::trace(kTag, "ChangePolicy: minus=%s", file);
+  eventlog::trace(kNewPolicyTag, "ChangePolicy: minus=%s", file);
   PolicyChange change;
   change.file = file;
   const int result = file.empty() ? kNoFileName : changePolicy(change);
   if (result == 0) return result;
   if (result == kRegistryError) {
-    eventlog::trace(kTag, "E_AGENT_REGISTRY ret from updateDriverConfig");
+    eventlog::trace(kNewPolicyTag, "E_AGENT_REGISTRY ret from updateDriverConfig");
     message = change.message;
   } else if (result == NotifyResult::notOpened) {
     fail("IPS Driver is not loaded. Failed to apply translated policy", message);
@@ -105,7 +107,7 @@ int DriverConfig::changePolicy(PolicyChange& change) {
                                                        change.oldFile));
   change.builtInBefore = builtInInForce();
   if (const int error = writeParameter(useBuiltin, kFlagOff, change.message); error != 0) {
-    eventlog::trace(kTag, "Error ret from updateDriverConfig 1");
+    eventlog::trace(kNewPolicyTag, "Error ret from updateDriverConfig 1");
     return error;
   }
   const int32_t result = loadPolicy(change.file);
@@ -116,7 +118,7 @@ int DriverConfig::changePolicy(PolicyChange& change) {
 
 int DriverConfig::recordForReboot(PolicyChange& change) {
   if (const int error = writeParameter(filterFile, change.file, change.message)) return error;
-  eventlog::trace(kTag, "Applied the new policy. Unable to open the driver");
+  eventlog::trace(kNewPolicyTag, "Applied the new policy. Unable to open the driver");
   // The date is for those who look at it; the policy is recorded without it.
   ignoreResult(setPolApplicationDate(now()));
   return 0;
@@ -129,10 +131,10 @@ int DriverConfig::recordLoaded(PolicyChange& change) {
     ignoreResult(setPolApplicationDate(now()));
     return 0;
   }
-  eventlog::trace(kTag, "Error ret from updateDriverConfig 2");
-  eventlog::trace(kTag, "Reverting to old policy");
+  eventlog::trace(kNewPolicyTag, "Error ret from updateDriverConfig 2");
+  eventlog::trace(kNewPolicyTag, "Reverting to old policy");
   if (loadPolicy(change.oldFile) != NotifyResult::completed) {
-    eventlog::trace(kTag, "Driver failed  to load the old policy");
+    eventlog::trace(kNewPolicyTag, "Driver failed  to load the old policy");
     fail("Driver failed  to load the old policy", change.message);
   }
   return error;
@@ -173,13 +175,13 @@ int DriverConfig::restorePolicySetting(const PolicySetting& setting) {
 
 int DriverConfig::giveUp(int result, PolicyChange& change) {
   if (result == NotifyResult::finishedWithError) change.refusal = refusalText();
-  eventlog::trace(kTag, result == NotifyResult::notOpened
-                            ? "Applying new policy failed. Unable to open the driver"
-                            : "Applying policy failed.");
+  eventlog::trace(kNewPolicyTag, result == NotifyResult::notOpened
+                                     ? "Applying new policy failed. Unable to open the driver"
+                                     : "Applying policy failed.");
   if (!change.builtInBefore) return result;
-  eventlog::trace(kTag, "Restoring buitlin flag: %d", change.builtInBefore);
+  eventlog::trace(kNewPolicyTag, "Restoring buitlin flag: %d", change.builtInBefore);
   if (const int error = updateDriverConfig(useBuiltin, kFlagOn); error != 0)
-    eventlog::trace(kTag, "Failed to restore builtin flag! [%d]", error);
+    eventlog::trace(kNewPolicyTag, "Failed to restore builtin flag! [%d]", error);
   return result;
 }
 

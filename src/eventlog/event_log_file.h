@@ -22,8 +22,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/clock.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane::eventlog {
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "eventlog/record.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "util/dates.h"
 #include "util/ignore_result.h"

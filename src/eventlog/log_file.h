@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "eventlog/event_log_file.h"
+#include "platform/files.h"
 
 namespace korvane::eventlog {
 

@@ -7,6 +7,8 @@
 #include "config/ini_text.h"
 #include "config/properties_file.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 
@@ -59,18 +61,18 @@ bool HidsComponent::present() {
 
 // A file that was changed just before it was read may change again without looking different.
 bool HidsComponent::Stamp::settled(int64_t readAtMs) const {
-  return readAtMs * kNsPerMs - info.modifiedNs > kSettleNs;
+  return readAtMs * kNsPerMs - modifiedNs > kSettleNs;
 }
 
 bool HidsComponent::Stamp::same(const Stamp& other) const {
-  return info.size == other.info.size && info.modifiedNs == other.info.modifiedNs &&
-         info.identity == other.info.identity;
+  return size == other.size && modifiedNs == other.modifiedNs && identity == other.identity;
 }
 
 bool HidsComponent::reload() {
   const std::string file = path("ids.properties");
-  Stamp stamp;
-  const bool there = platform::current().files.info(file, stamp.info) == 0;
+  platform::FileInfo info;
+  const bool there = platform::current().files.info(file, info) == 0;
+  const Stamp stamp{info.size, info.modifiedNs, info.identity};
   const int64_t now = platform::current().clock.monotonicMs();
   {
     const Synchronized hold(_lock);

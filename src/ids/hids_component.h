@@ -18,7 +18,6 @@
 
 #include "agent/thread/locks.h"
 #include "config/hids_interface.h"
-#include "platform/files.h"
 
 namespace korvane {
 
@@ -43,7 +42,9 @@ class HidsComponent : public HidsInterface {
  private:
   // What tells one state of the settings file from another.
   struct Stamp {
-    platform::FileInfo info;
+    uint64_t size;
+    int64_t modifiedNs;
+    uint64_t identity;
     bool same(const Stamp& other) const;
     bool settled(int64_t readAtMs) const;
   };

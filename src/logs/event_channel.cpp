@@ -4,13 +4,14 @@
 #include <stdexcept>
 
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "RPC";
-constexpr int kEventRefused = 10615;
+constexpr char kChannelTag[] = "RPC";
+constexpr int kEventChannelRefused = 10615;
 
 std::optional<int64_t> numberOf(const std::string& text) {
   int64_t number = 0;
@@ -47,7 +48,7 @@ bool EventChannel::send(const std::string& notice) {
 }
 
 void EventChannel::drop() {
-  eventlog::trace(kTag, "Disconnecting a client of the event channel");
+  eventlog::trace(kChannelTag, "Disconnecting a client of the event channel");
   _attached = 0;
   _leavesAt.reset();
   _transport.drop();
@@ -90,7 +91,7 @@ EventChannel::Heard EventChannel::receive(int waitMs) {
 }
 
 EventChannel::Heard EventChannel::broken(const std::string& what) {
-  eventlog::trace(kTag, "A client of the event channel sent %s", what);
+  eventlog::trace(kChannelTag, "A client of the event channel sent %s", what);
   drop();
   return {};
 }
@@ -141,7 +142,7 @@ void EventChannel::attach(const RPCRequest& request) {
   } else {
     response.error = kRpcNotAdministrator;
     _leavesAt = _clock.monotonicMs() + kLeaveMs;
-    if (!_refusalTold) eventlog::event(kEventRefused, kTag);
+    if (!_refusalTold) eventlog::event(kEventChannelRefused, kChannelTag);
     _refusalTold = true;
   }
   answer(response);

@@ -16,7 +16,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/clock.h"
+#include "platform/fwd.h"
 #include "rpc/rpc_message.h"
 #include "rpc/rpc_transport_base.h"
 

@@ -7,6 +7,7 @@
 
 #include "eventlog/event_log.h"
 #include "logs/text_hash.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "logs/log_pointer.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 #include "util/export.h"
 
 namespace korvane {

@@ -2,6 +2,7 @@
 
 #include "eventlog/event_log.h"
 #include "logs/log_mark.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
@@ -10,7 +11,7 @@ namespace korvane {
 namespace {
 
 constexpr char kOpenTag[] = "FileLogSource::openLog";
-constexpr int64_t kMarkBytes = 2;
+constexpr int64_t kUtf16MarkBytes = 2;
 // How far before the saved offset the resumption test looks.
 constexpr int64_t kResumptionLookBack = 100;
 
@@ -47,7 +48,7 @@ bool FileLogSource::openNamed(const STRING& name, int64_t offset) {
   eventlog::trace(kOpenTag, "Event Log file name : %s", name);
   useFile(std::move(file), name);
   startReading(detectUtf16(), offset);
-  _markAwaited = _reader.position() < kMarkBytes;
+  _markAwaited = _reader.position() < kUtf16MarkBytes;
   return true;
 }
 
@@ -93,7 +94,7 @@ int64_t FileLogSource::offsetThatApplies(int64_t offset) {
 }
 
 bool FileLogSource::detectUtf16() {
-  unsigned char mark[kMarkBytes];
+  unsigned char mark[kUtf16MarkBytes];
   size_t got = 0;
   if (_file->read(mark, sizeof mark, got) != 0 || got < sizeof mark) return false;
   if (mark[0] == 0xFF && mark[1] == 0xFE) return true;
@@ -105,15 +106,15 @@ bool FileLogSource::detectUtf16() {
 // A UTF-16LE log is read from behind its mark and from whole code units.
 void FileLogSource::startReading(bool utf16, int64_t offset) {
   if (offset < 0) offset = 0;
-  if (utf16) offset = offset < kMarkBytes ? kMarkBytes : offset & ~int64_t{1};
+  if (utf16) offset = offset < kUtf16MarkBytes ? kUtf16MarkBytes : offset & ~int64_t{1};
   _reader.attach(_file.get(), utf16, offset);
 }
 
 // A log that was opened before its writer put the mark there shows its encoding when it has begun.
 void FileLogSource::awaitMark() {
   platform::FileInfo info;
-  _markAwaited = _reader.position() < kMarkBytes;
-  if (!_markAwaited || _file->info(info) != 0 || static_cast<int64_t>(info.size) < kMarkBytes)
+  _markAwaited = _reader.position() < kUtf16MarkBytes;
+  if (!_markAwaited || _file->info(info) != 0 || static_cast<int64_t>(info.size) < kUtf16MarkBytes)
     return;
   _markAwaited = false;
   const int64_t position = _reader.position();

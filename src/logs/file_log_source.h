@@ -24,7 +24,7 @@
 #include "logs/line_reader.h"
 #include "logs/log_source.h"
 #include "logs/next_logs.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

@@ -3,6 +3,7 @@
 #include "logs/byte_buffer.h"
 #include "logs/event_category.h"
 #include "logs/field_map.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 
 namespace korvane {

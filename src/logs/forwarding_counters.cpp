@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "agent/thread/locks.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 #include "util/agent_run.h"
 

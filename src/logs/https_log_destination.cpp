@@ -7,7 +7,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "HttpsLogDestination::writeLog";
+constexpr char kHttpsSource[] = "HttpsLogDestination::writeLog";
 
 // The server's answers to a log message.
 constexpr int kAccepted = 0;
@@ -15,8 +15,8 @@ constexpr int kDropped = 302;
 constexpr int kUnknownAgent = 400;
 constexpr int kDroppedSilently = 600;
 
-constexpr int kEventRefused = 10213;
-constexpr int kEventRecovered = 10214;
+constexpr int kEventHttpsRefused = 10213;
+constexpr int kEventHttpsRecovered = 10214;
 constexpr int kEventDropped = 10227;
 
 }  // namespace
@@ -66,16 +66,16 @@ void HttpsLogDestination::report(const STRING& text) {
   _lastReportedError = _lastError;
   switch (_lastError) {
     case kAccepted:
-      eventlog::event(kEventRecovered, kSource);
+      eventlog::event(kEventHttpsRecovered, kHttpsSource);
       break;
     case kDropped:
-      eventlog::event(kEventDropped, kSource, {_lastError, text});
+      eventlog::event(kEventDropped, kHttpsSource, {_lastError, text});
       break;
     case kUnknownAgent:
     case kDroppedSilently:
       break;
     default:
-      eventlog::event(kEventRefused, kSource, {_lastError, text});
+      eventlog::event(kEventHttpsRefused, kHttpsSource, {_lastError, text});
   }
 }
 

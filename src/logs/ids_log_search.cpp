@@ -7,7 +7,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "LogDataHandler::initialize()";
+constexpr char kSearchTag[] = "LogDataHandler::initialize()";
 constexpr int kNoticeInterval = 120;
 
 }  // namespace
@@ -32,9 +32,9 @@ void IdsLogSearch::attempt(HidsInterface* component, Name& name) {
 
 void IdsLogSearch::giveNotice(const Name& name) const {
   if (_attempts >= kAttempts)
-    eventlog::trace(kTag, " failed to get %s", idsLogSetting(name.type));
+    eventlog::trace(kSearchTag, " failed to get %s", idsLogSetting(name.type));
   else if (_attempts % kNoticeInterval == 0)
-    eventlog::trace(kTag, " failed to get %s. sleep.", idsLogSetting(name.type));
+    eventlog::trace(kSearchTag, " failed to get %s. sleep.", idsLogSetting(name.type));
 }
 
 }  // namespace korvane

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/files.h"
 #include "util/utf8.h"
 
 namespace korvane {

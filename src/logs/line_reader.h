@@ -15,7 +15,7 @@
 #include <cstdint>
 
 #include "logs/byte_buffer.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

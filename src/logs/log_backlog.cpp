@@ -16,6 +16,7 @@
 #include "logs/line_reader.h"
 #include "logs/log_mark.h"
 #include "logs/next_logs.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"

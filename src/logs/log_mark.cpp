@@ -5,6 +5,7 @@
 #include <string>
 
 #include "logs/text_hash.h"
+#include "platform/files.h"
 
 namespace korvane {
 

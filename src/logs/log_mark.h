@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "logs/next_logs.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {

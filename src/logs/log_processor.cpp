@@ -7,6 +7,7 @@
 #include "logs/event_notice.h"
 #include "logs/log_processing_thread.h"
 #include "logs/spent_log.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 
 namespace korvane {

@@ -8,6 +8,7 @@
 #include "ids/ids_log_names.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_mark.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/errors.h"
@@ -15,18 +16,18 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "LogReader";
+constexpr char kReaderSource[] = "LogReader";
 constexpr int kEventLineSkipped = 10551;
 constexpr int kEventPassedOver = 10554;
 // Where a MEOF record names the next log's file, without its folder.
-constexpr size_t kNextLogField = 4;
-constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+constexpr size_t kFollowerField = 4;
+constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
 
 // A byte order mark before the first record is not part of it.
 void skipMark(SourceLine& line) {
-  if (line.start != 0 || !std::string_view(line.text, line.size).starts_with(kUtf8Mark)) return;
-  line.text += kUtf8Mark.size();
-  line.size -= kUtf8Mark.size();
+  if (line.start != 0 || !std::string_view(line.text, line.size).starts_with(kUtf8Bom)) return;
+  line.text += kUtf8Bom.size();
+  line.size -= kUtf8Bom.size();
 }
 
 }  // namespace
@@ -122,7 +123,7 @@ bool LogReader::goOnFromMissing() {
 // What was left before keeps its place.
 void LogReader::passOver(const STRING& log, const STRING& next) {
   if (_next.isLeft(log)) return;
-  eventlog::event(kEventPassedOver, kSource, {log, next});
+  eventlog::event(kEventPassedOver, kReaderSource, {log, next});
   _next.leave(log, {});
 }
 
@@ -167,12 +168,12 @@ bool LogReader::parse(const SourceLine& line, ParsedEvent& record) {
     if (parseEvent(line.text, line.size, record) != ParseResult::accepted) return false;
   } catch (const AgentError& error) {
     if (error.code() != kErrorTooManyFields) throw;
-    eventlog::event(kEventLineSkipped, kSource, {currentLogName(), error.text()});
+    eventlog::event(kEventLineSkipped, kReaderSource, {currentLogName(), error.text()});
     return false;
   }
   record.lineStart = line.start;
   _endRead = record.isEndOfFile();
-  if (_endRead) _namedByEnd = STRING(record.field(kNextLogField));
+  if (_endRead) _namedByEnd = STRING(record.field(kFollowerField));
   return true;
 }
 

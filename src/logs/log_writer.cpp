@@ -1,5 +1,6 @@
 #include "logs/log_writer.h"
 
+#include "platform/clock.h"
 #include "platform/platform.h"
 
 namespace korvane {

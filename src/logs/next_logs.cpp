@@ -7,6 +7,7 @@
 #include "eventlog/event_log.h"
 #include "logs/log_mark.h"
 #include "logs/text_hash.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 
 namespace korvane {

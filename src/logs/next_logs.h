@@ -22,7 +22,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files.h"
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {

@@ -7,18 +7,19 @@
 #include "eventlog/event_log.h"
 #include "logs/event_notice.h"
 #include "logs/forwarding_counters.h"
+#include "platform/clock.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "RpcLogDestination::writeLog";
+constexpr char kRpcSource[] = "RpcLogDestination::writeLog";
 
 constexpr int kEventNoChannel = 10610;
 constexpr int kEventNoCarrier = 10611;
 constexpr int kEventFailed = 10612;
 constexpr int kEventThrottled = 10613;
-constexpr int kEventRecovered = 10614;
+constexpr int kEventRpcRecovered = 10614;
 
 // The first pause of a throttling answer that names none, and of one whose sender has backed off.
 constexpr int64_t kFirstDelayMs = 1000;
@@ -121,9 +122,9 @@ int RpcLogDestination::attempt(size_t records, const Compose& compose) {
   flight.identifier = _run + "-" + std::to_string(++_notices);
   {
     const std::string notice = compose(_notices, flight.identifier);
-    eventlog::trace(kSource, "No. of event: %d msg size: %d msg body: %s",
+    eventlog::trace(kRpcSource, "No. of event: %d msg size: %d msg body: %s",
                     static_cast<int>(records), static_cast<int>(notice.size()), notice);
-    eventlog::trace(kSource, "Send RPC_EVENT_NOTICE.");
+    eventlog::trace(kRpcSource, "Send RPC_EVENT_NOTICE.");
     if (!_channel.send(notice))
       return fail(flight, kSendFailed, "Failed to send RPC_EVENT_NOTICE.");
   }
@@ -154,24 +155,24 @@ bool RpcLogDestination::await(Flight& flight, bool (Flight::*done)() const, int 
 
 int RpcLogDestination::fail(const Flight& flight, int code, const char* text) {
   if (shutdownToken().requested()) return kNotNow;
-  eventlog::trace(kSource, flight.mixedUp ? "eventSendID not match eventAckID" : text);
+  eventlog::trace(kRpcSource, flight.mixedUp ? "eventSendID not match eventAckID" : text);
   if (_channel.attached() && !flight.gone) _channel.drop();
   return flight.mixedUp ? kOtherIdentifier : code;
 }
 
 int RpcLogDestination::judge(const EventChannel::Heard& answer) {
   if (answer.code == EventChannel::kAccepted) {
-    eventlog::trace(kSource, "Successfully send the event.");
+    eventlog::trace(kRpcSource, "Successfully send the event.");
     _delay = kNoDelay;
   } else if (isThrottling(answer.code)) {
     const auto code = static_cast<uint64_t>(answer.code);
     if (answer.code == EventChannel::kThrottled)
-      eventlog::trace(kSource, "Receive VEXCX_REQUEST_THROTTLED. Receive code: %lu", code);
+      eventlog::trace(kRpcSource, "Receive VEXCX_REQUEST_THROTTLED. Receive code: %lu", code);
     else
-      eventlog::trace(kSource, "Receive VEXCX_REQUEST_THROTTLED_BACKEDOFF. Receive code: %lu",
+      eventlog::trace(kRpcSource, "Receive VEXCX_REQUEST_THROTTLED_BACKEDOFF. Receive code: %lu",
                       code);
     setDelay(answer);
-    eventlog::trace(kSource, "delay: %lld", _delay);
+    eventlog::trace(kRpcSource, "delay: %lld", _delay);
   }
   return answer.code;
 }
@@ -207,16 +208,16 @@ void RpcLogDestination::report(int code, size_t records) {
   const auto waiting = static_cast<uint64_t>(records);
   switch (code) {
     case EventChannel::kAccepted:
-      return eventlog::event(kEventRecovered, kSource);
+      return eventlog::event(kEventRpcRecovered, kRpcSource);
     case kNoChannel:
-      return eventlog::event(kEventNoChannel, kSource, {_channel.lastError()});
+      return eventlog::event(kEventNoChannel, kRpcSource, {_channel.lastError()});
     case kNoCarrier:
-      return eventlog::event(kEventNoCarrier, kSource, {waiting});
+      return eventlog::event(kEventNoCarrier, kRpcSource, {waiting});
     case EventChannel::kThrottled:
     case EventChannel::kThrottledBackedOff:
-      return eventlog::event(kEventThrottled, kSource, {code, textOf(code), waiting});
+      return eventlog::event(kEventThrottled, kRpcSource, {code, textOf(code), waiting});
     default:
-      return eventlog::event(kEventFailed, kSource, {code, textOf(code), waiting});
+      return eventlog::event(kEventFailed, kRpcSource, {code, textOf(code), waiting});
   }
 }
 

@@ -4,13 +4,13 @@
 #include <string>
 
 #include "eventlog/event_log.h"
-#include "platform/paths.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "LogProcessor::PostRealTimeProcessing";
+constexpr char kSpentTag[] = "LogProcessor::PostRealTimeProcessing";
 constexpr uint32_t kRetryPauseMs = 500;
 constexpr int kEventRemoveFailed = 10135;
 // Names tried for a file that cannot be removed.
@@ -27,7 +27,7 @@ bool remove(const STRING& file, const char* failureText) {
 
 bool rename(const STRING& file) {
   platform::Files& files = platform::current().files;
-  eventlog::trace(kTag, "Renaming File %s", file);
+  eventlog::trace(kSpentTag, "Renaming File %s", file);
   const std::string from = file.toUtf8();
   std::string to = from + ".sent";
   for (int number = 2; number < kMaxNames; ++number) {
@@ -41,10 +41,10 @@ bool rename(const STRING& file) {
 }  // namespace
 
 bool removeSpentLog(const STRING& file, StopToken& stop) {
-  eventlog::trace(kTag, "Deleting Real Time File %s", file);
+  eventlog::trace(kSpentTag, "Deleting Real Time File %s", file);
   if (remove(file, "Error removing file ")) return true;
   stop.sleepFor(kRetryPauseMs);
-  eventlog::trace(kTag, "Deleting Real Time File %s (2nd Try)", file);
+  eventlog::trace(kSpentTag, "Deleting Real Time File %s (2nd Try)", file);
   return remove(file, ": (2nd Try) Error removing file ") || rename(file);
 }
 

@@ -1,5 +1,6 @@
 #include <time.h>
 
+#include "platform/clock.h"
 #include "platform/native.h"
 
 namespace korvane::platform {

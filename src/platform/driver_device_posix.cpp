@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
 #include "platform/interrupt_posix.h"
 #include "platform/native.h"

@@ -1,6 +1,7 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
 #include "platform/handles_win.h"
 #include "platform/interrupt_win.h"

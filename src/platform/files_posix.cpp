@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "platform/descriptor_posix.h"
+#include "platform/files.h"
 #include "platform/native.h"
 
 namespace korvane::platform {

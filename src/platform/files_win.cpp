@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "platform/errno_win.h"
+#include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/native.h"
 #include "platform/paths.h"

@@ -1,5 +1,16 @@
 #include "platform/native.h"
 
+#include "platform/clock.h"
+#include "platform/driver_device.h"
+#include "platform/files.h"
+#include "platform/pipes.h"
+#include "platform/processes.h"
+#include "platform/registry.h"
+#include "platform/shared_library.h"
+#include "platform/sockets.h"
+#include "platform/system_info.h"
+#include "platform/threading.h"
+
 namespace korvane::platform {
 namespace {
 

@@ -1,5 +1,6 @@
 #include "platform/paths.h"
 
+#include "platform/files.h"
 #include "util/ignore_result.h"
 
 #include <cerrno>

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane::platform {
 

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/system_info.h"
+
 namespace korvane::platform {
 namespace {
 

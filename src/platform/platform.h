@@ -1,4 +1,5 @@
-// The operating system as a value: all capabilities of the seam, one interface each.
+// The operating system as a value: all capabilities of the seam, one interface each. Each has a header of its
+// own, which its users include beside this one.
 //
 // The composition root makes a native platform, puts it into the agent's run and hands it down; a test does so with
 // a fake one. The static classes and singletons of the system (DriverConfig, HttpsHandler, AgentConfig, the
@@ -8,16 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/clock.h"
-#include "platform/driver_device.h"
-#include "platform/files.h"
-#include "platform/pipes.h"
-#include "platform/processes.h"
-#include "platform/registry.h"
-#include "platform/shared_library.h"
-#include "platform/sockets.h"
-#include "platform/system_info.h"
-#include "platform/threading.h"
+#include "platform/fwd.h"
 #include "util/agent_run.h"
 
 namespace korvane::platform {

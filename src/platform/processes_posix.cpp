@@ -15,6 +15,7 @@
 #include "platform/monitor_posix.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/processes.h"
 #include "util/string.h"
 
 namespace korvane::platform {

@@ -3,6 +3,7 @@
 #include "platform/interrupt_win.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/processes.h"
 #include "platform/wide_win.h"
 #include "util/ignore_result.h"
 #include "util/string.h"

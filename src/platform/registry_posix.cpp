@@ -1,9 +1,12 @@
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/monitor_posix.h"
 #include "platform/native.h"
 #include "platform/paths.h"
 #include "platform/reg_syntax.h"
 #include "platform/reg_text.h"
+#include "platform/registry.h"
 #include "platform/simulator_frames.h"
 
 #include <cerrno>

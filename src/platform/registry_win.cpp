@@ -3,6 +3,7 @@
 #include "platform/error_codes.h"
 #include "platform/handles_win.h"
 #include "platform/native.h"
+#include "platform/registry.h"
 #include "platform/wide_win.h"
 
 namespace korvane::platform {

@@ -4,6 +4,7 @@
 #include "platform/error_codes.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/shared_library.h"
 
 namespace korvane::platform {
 namespace {

@@ -2,6 +2,7 @@
 #include "platform/handles_win.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/shared_library.h"
 #include "platform/wide_win.h"
 
 namespace korvane::platform {

@@ -9,6 +9,7 @@
 #include "platform/error_codes.h"
 #include "platform/interrupt_posix.h"
 #include "platform/native.h"
+#include "platform/sockets.h"
 
 namespace korvane::platform {
 namespace {

@@ -2,6 +2,7 @@
 #include "platform/handles_win.h"
 #include "platform/interrupt_win.h"
 #include "platform/native.h"
+#include "platform/sockets.h"
 #include "platform/wide_win.h"
 
 // Behind winsock2.h, which it needs.

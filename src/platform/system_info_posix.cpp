@@ -13,6 +13,7 @@
 
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/system_info.h"
 
 namespace korvane::platform {
 namespace {

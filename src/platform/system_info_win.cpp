@@ -4,6 +4,7 @@
 #include "platform/handles_win.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/system_info.h"
 #include "platform/wide_win.h"
 
 // Behind winsock2.h, which they need.

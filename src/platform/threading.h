@@ -15,11 +15,11 @@
 #include <functional>
 #include <memory>
 
+#include "platform/fwd.h"
+
 namespace korvane::platform {
 
 // All-ones, like Win32's INFINITE: the wait has no limit.
-inline constexpr uint32_t kInfinite = 0xFFFFFFFF;
-
 enum class WaitResult { signalled, timedOut, abandoned, failed };
 
 // An event. Manual-reset: once set, every wait returns at once until reset. Auto-reset: one wait takes it.

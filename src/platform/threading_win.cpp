@@ -4,6 +4,7 @@
 
 #include "platform/handles_win.h"
 #include "platform/native.h"
+#include "platform/threading.h"
 
 namespace korvane::platform {
 namespace {

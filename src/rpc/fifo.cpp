@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/error_codes.h"
 #include "rpc/fifo_frame.h"
 #include "util/ignore_result.h"

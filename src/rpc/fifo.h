@@ -29,7 +29,7 @@
 #include <vector>
 
 #include "agent/thread/locks.h"
-#include "platform/clock.h"
+#include "platform/fwd.h"
 #include "platform/pipes.h"
 
 namespace korvane {

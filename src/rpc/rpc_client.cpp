@@ -4,6 +4,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "platform/clock.h"
 #include "platform/error_codes.h"
 #include "rpc/rpc_named_pipe.h"
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "util/ignore_result.h"
 
 namespace korvane {

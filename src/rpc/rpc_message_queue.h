@@ -15,7 +15,7 @@
 
 #include <optional>
 
-#include "platform/clock.h"
+#include "platform/fwd.h"
 #include "rpc/rpc_message.h"
 #include "rpc/rpc_transport_base.h"
 

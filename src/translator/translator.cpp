@@ -9,6 +9,7 @@
 #include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/shared_library.h"
 #include "translator/translator_abi.h"
 #include "util/agent_run.h"
 

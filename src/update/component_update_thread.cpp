@@ -3,6 +3,7 @@
 #include "config/agent_config.h"
 #include "config/hids_interface.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
 #include "platform/platform.h"
 
 namespace korvane {
@@ -10,8 +11,8 @@ namespace {
 
 using Outcome = ContentPackage::Outcome;
 
-constexpr char kSource[] = "ComponentUpdateThread";
-constexpr uint32_t kCycleMs = 1000;
+constexpr char kComponentSource[] = "ComponentUpdateThread";
+constexpr uint32_t kComponentCycleMs = 1000;
 
 constexpr int kEventPackageRefused = 10585;
 constexpr int kEventHandedOver = 10586;
@@ -28,7 +29,7 @@ ComponentUpdateThread::ComponentUpdateThread() = default;
 
 void ComponentUpdateThread::run() {
   do cycle();
-  while (!stopToken().sleepFor(kCycleMs));
+  while (!stopToken().sleepFor(kComponentCycleMs));
 }
 
 void ComponentUpdateThread::cycle() {
@@ -49,11 +50,13 @@ void ComponentUpdateThread::takeOver(const ContentKind& kind, Attempts& attempts
   const bool reported = attempts.failing;
   attempts = {};
   if (outcome == Outcome::done) {
-    eventlog::event(kEventHandedOver, kSource, {(AgentConfig::getInstance()->*kind.metadata)()});
+    eventlog::event(kEventHandedOver, kComponentSource,
+                    {(AgentConfig::getInstance()->*kind.metadata)()});
   } else if (outcome == Outcome::refused) {
-    eventlog::event(kEventPackageRefused, kSource, {kind.product, refusal.text()});
+    eventlog::event(kEventPackageRefused, kComponentSource, {kind.product, refusal.text()});
   } else if (!stopRequested()) {
-    if (!reported) eventlog::event(kEventNotHandedOver, kSource, {kind.product, refusal.text()});
+    if (!reported)
+      eventlog::event(kEventNotHandedOver, kComponentSource, {kind.product, refusal.text()});
     attempts = {true, platform::current().clock.monotonicMs() + kPauseAfterFailureMs};
   }
 }

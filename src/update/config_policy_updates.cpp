@@ -10,22 +10,22 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "UpdateThread";
-constexpr char kContext[] = "processConfigPolicyUpdates";
-constexpr int kEventRefused = 10217;
+constexpr char kConfigSource[] = "UpdateThread";
+constexpr char kConfigContext[] = "processConfigPolicyUpdates";
+constexpr int kEventConfigRefused = 10217;
 constexpr int kBothKinds = HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UPDATE;
 
 UpdateResult configureIds(const PropertyList& settings, const PropertyList& rules, int kind) {
   HidsInterface* ids = AgentConfig::getHIDSInterface();
   if (!ids || !ids->present()) {
-    eventlog::trace(kContext, "No IDS component is installed to receive its settings");
+    eventlog::trace(kConfigContext, "No IDS component is installed to receive its settings");
     // They come along with the agent's own, to every agent.
     if (kind == HttpsHandler::CONFIG_UPDATE) return {};
     return {kNoIdsComponent, "The IDS component is not installed."};
   }
   if (!ids->applyConfiguration(settings, rules))
     return {kDiskFailure, "Failed to save new configuration data from server to disk."};
-  return readIdsResult(*ids, "IDS.Config", kContext);
+  return readIdsResult(*ids, "IDS.Config", kConfigContext);
 }
 
 }  // namespace
@@ -46,17 +46,17 @@ void UpdateThread::processConfigPolicyUpdates() {
   const int kinds = takeConfigPolicyKinds();
   if (kinds == 0) return;
   eventlog::trace(
-      kSource,
+      kConfigSource,
       "::processConfigPolicyUpdates : httpSender.getUpdate: pollFor=%d, _bFirstPollRequired=%d",
       kinds, static_cast<int>(_bFirstPollRequired));
   HttpsHandler handler;
   if (handler.getUpdate(kinds, _bFirstPollRequired) != 0) return _configRetry.clear();
-  const ServerAnswer answer = takeServerAnswer(handler, kEventRefused);
+  const ServerAnswer answer = takeServerAnswer(handler, kEventConfigRefused);
   _lastServerError = answer.code;
   if (answer.refused()) return;
   if (answer.accepted()) _configRetry.clear();
   if (answer.comeBackLater()) {
-    eventlog::trace(kSource,
+    eventlog::trace(kConfigSource,
                     "UpdateThread::processConfigPolicyUpdates : Server asked us to retry after "
                     "sometime. Retry count %d",
                     _configRetry.count);
@@ -81,7 +81,7 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   ignoreResult(handler.GetLogRules(rules));
   ignoreResult(handler.GetIDSProperties(idsSettings));
   for (const Property& rule : rules)
-    eventlog::trace(kSource, "UpdateThread::processConfigPolicyUpdates: Add Log Rule:%s",
+    eventlog::trace(kConfigSource, "UpdateThread::processConfigPolicyUpdates: Add Log Rule:%s",
                     rule.first);
 
   UpdateResult result;

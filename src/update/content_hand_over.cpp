@@ -1,6 +1,7 @@
 #include "update/content_hand_over.h"
 
 #include "archive/unpacking.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"

@@ -5,6 +5,7 @@
 
 #include "config/ini_text.h"
 #include "config/properties_file.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 

@@ -4,6 +4,7 @@
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/server_answer.h"
@@ -13,13 +14,13 @@
 namespace korvane {
 namespace {
 
-constexpr char kStepTag[] = "UpdateThread::processComponentUpdates()";
+constexpr char kContentTag[] = "UpdateThread::processComponentUpdates()";
 constexpr char kFetchTag[] = "UpdateThread::getComponentUpdate()";
 constexpr char kDataTag[] = "UpdateThread::processComponentData()";
 constexpr char kUnzipTag[] = "UpdateThread::processVexQELData";
 
-constexpr int kEventServerError = 10232;
-constexpr int kEventPackageRefused = 10585;
+constexpr int kEventContentError = 10232;
+constexpr int kEventContentRefused = 10585;
 
 bool makeDirectory(const std::string& directory, archive::Refusal& refusal) {
   const int error = platform::current().files.makeDirectories(directory);
@@ -64,7 +65,7 @@ int ContentUpdate::wantedKinds() const {
 void ContentUpdate::processComponentUpdates() {
   AgentConfig& config = *AgentConfig::getInstance();
   if (!config.isIPSEnabled() || !(_retry.due() || _pending.hasContent())) return;
-  eventlog::trace(kStepTag, "*****Component Freshline available on server*****");
+  eventlog::trace(kContentTag, "*****Component Freshline available on server*****");
   const int wanted = wantedKinds();
   HttpsHandler handler;
   if (getComponentUpdate(handler, wanted)) {
@@ -86,7 +87,7 @@ bool ContentUpdate::getComponentUpdate(HttpsHandler& handler, int wanted) {
     _retry.clear();
     return false;
   }
-  const ServerAnswer answer = takeServerAnswer(handler, kEventServerError);
+  const ServerAnswer answer = takeServerAnswer(handler, kEventContentError);
   if (answer.accepted()) {
     eventlog::trace(kFetchTag, "No Korvane error code detected. Raw FL data download.");
     _retry.clear();
@@ -117,7 +118,7 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
     eventlog::trace(kUnzipTag,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
-    eventlog::event(kEventPackageRefused, kUnzipTag, {content->product, refusal.text()});
+    eventlog::event(kEventContentRefused, kUnzipTag, {content->product, refusal.text()});
     reportUpdateResult(kind, {kDiskFailure, "Error unzipping to disk."});
     return kDiskFailure;
   }

@@ -13,13 +13,13 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "UpdateThread";
-constexpr char kContext[] = "processHIDSPolicyUpdate";
+constexpr char kIdsSource[] = "UpdateThread";
+constexpr char kIdsContext[] = "processHIDSPolicyUpdate";
 constexpr char kRetranslationContext[] = "processHIDSPolicyRetranslate";
 constexpr char kPolicyNameProperty[] = "policy.name.ids";
 constexpr char kPolicyPathProperty[] = "policy.path.ids";
 constexpr char kNotSaved[] = "failed to save new policy data to permanent storage";
-constexpr int kEventRefused = 10217;
+constexpr int kEventIdsRefused = 10217;
 constexpr int kEventNotTranslated = 10133;
 
 // Hands a translated policy over and gives what the component made of it.
@@ -46,13 +46,13 @@ void UpdateThread::processHIDSPolicyUpdate() {
   if (kinds == 0) return;
   HttpsHandler handler;
   if (handler.getUpdate(kinds, _bFirstPollRequired) != 0) return _idsRetry.clear();
-  const ServerAnswer answer = takeServerAnswer(handler, kEventRefused);
+  const ServerAnswer answer = takeServerAnswer(handler, kEventIdsRefused);
   _lastServerError = answer.code;
   if (answer.refused()) return;
   if (answer.accepted()) _idsRetry.clear();
   if (answer.comeBackLater()) {
     eventlog::trace(
-        kSource,
+        kIdsSource,
         "::processHIDSPolicyUpdates : Server asked us to retry after sometime. Retry count %d",
         _idsRetry.count);
     _idsRetry.refuse(_idsRetry.kinds | kinds);
@@ -73,7 +73,7 @@ void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
   for (const char* name : {kPolicyNameProperty, kPolicyPathProperty}) {
     const STRING* value = findProperty(properties, name);
     if (!value) continue;
-    eventlog::trace(kContext, "items server sent %s=%s", name, *value);
+    eventlog::trace(kIdsContext, "items server sent %s=%s", name, *value);
     names.emplace_back(name, *value);
   }
   const UpdateResult result =
@@ -88,16 +88,16 @@ UpdateResult UpdateThread::installIdsPolicy(std::string_view bytes,
   if (bytes.empty()) return {kNothingNew, "No new policy data provided."};
   if (propertyValue(properties, kPolicyPathProperty).empty())
     return {kNoInformation, "Policy information (path) not provided"};
-  eventlog::trace(kContext, "Policy Path OK");
+  eventlog::trace(kIdsContext, "Policy Path OK");
   const STRING plusFile = _policy.savePolicyToFile(bytes.data(), bytes.size());
   if (plusFile.empty()) return {kDiskFailure, kNotSaved};
   UpdateResult result;
   STRING resultFile;
   if (_policy.translateHIDSPolicy(plusFile, resultFile)) {
-    result = handOver(resultFile, kContext);
+    result = handOver(resultFile, kIdsContext);
   } else {
     result = {kPolicyFailure, _policy.errorText()};
-    if (!_policy.stopped()) eventlog::event(kEventNotTranslated, kContext, {result.text});
+    if (!_policy.stopped()) eventlog::event(kEventNotTranslated, kIdsContext, {result.text});
   }
   if (result.ok()) _config->setIDSPlusFileName(plusFile);
   // A component that has not answered may still read the file.
@@ -115,12 +115,12 @@ void UpdateThread::retranslateIdsOnRequest() {
     const UpdateResult result = handOver(resultFile, kRetranslationContext);
     _lastServerError = 0;
     if (result.ok())
-      eventlog::trace(kSource, "Policy retranslation done for IDS policy: '%s'", plusFile);
+      eventlog::trace(kIdsSource, "Policy retranslation done for IDS policy: '%s'", plusFile);
     else
-      eventlog::trace(kSource, "Result of Policy retranslation of IDS policy: '%s' is: '%s'",
+      eventlog::trace(kIdsSource, "Result of Policy retranslation of IDS policy: '%s' is: '%s'",
                       plusFile, result.text);
   } else if (!_policy.stopped()) {
-    eventlog::event(kEventNotTranslated, kContext, {_policy.errorText()});
+    eventlog::event(kEventNotTranslated, kIdsContext, {_policy.errorText()});
   }
   if (!_config->getRetranslateIDSNow()) return;
   _config->setRetranslateIDSNow(false);

@@ -12,21 +12,9 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "UpdateThread";
-constexpr char kTag[] = "tcpNotification";
+constexpr char kListenerSource[] = "UpdateThread";
+constexpr char kListenerTag[] = "tcpNotification";
 constexpr int32_t kLastPort = 65535;
-
-// Ends a socket's waits when the thread or the agent is to stop.
-class StopsWaits {
- public:
-  StopsWaits(platform::Socket& socket, StopToken& threadStop)
-      : _onStop(threadStop, [&socket] { socket.interrupt(); }),
-        _onShutdown(shutdownToken(), [&socket] { socket.interrupt(); }) {}
-
- private:
-  StopCallback _onStop;
-  StopCallback _onShutdown;
-};
 
 int bindTo(platform::Socket& socket, int32_t port) {
   if (port < 1 || port > kLastPort) return platform::kWsaInvalidArgument;
@@ -36,6 +24,18 @@ int bindTo(platform::Socket& socket, int32_t port) {
 }  // namespace
 
 struct NotificationListener::Listening {
+  // Ends a socket's waits when the thread or the agent is to stop.
+  class StopsWaits {
+   public:
+    StopsWaits(platform::Socket& socket, StopToken& threadStop)
+        : _onStop(threadStop, [&socket] { socket.interrupt(); }),
+          _onShutdown(shutdownToken(), [&socket] { socket.interrupt(); }) {}
+
+   private:
+    StopCallback _onStop;
+    StopCallback _onShutdown;
+  };
+
   Listening(std::unique_ptr<platform::Socket> made, StopToken& threadStop)
       : socket(std::move(made)), stopsWaits(*socket, threadStop) {}
 
@@ -65,18 +65,18 @@ bool NotificationListener::listen() {
   if (_failed) return false;
   std::unique_ptr<platform::Socket> socket;
   if (const int error = platform::current().sockets.createTcp(socket)) {
-    eventlog::event(10228, kSource, {error});
+    eventlog::event(10228, kListenerSource, {error});
     return giveUp();
   }
   if (const int error = bindTo(*socket, _port)) {
-    eventlog::event(10229, kSource, {_port, error});
+    eventlog::event(10229, kListenerSource, {_port, error});
     return giveUp();
   }
   int error = socket->listen(kBacklog);
   // A connection that is gone again before it is accepted must not hold the thread.
   if (!error) error = socket->setNonBlocking(true);
   if (error) {
-    eventlog::event(10230, kSource, {_port, error});
+    eventlog::event(10230, kListenerSource, {_port, error});
     return giveUp();
   }
   eventlog::trace("Notification", "created socket and listening to it on port %d", _port);
@@ -102,7 +102,7 @@ NotificationListener::Outcome NotificationListener::poll(int32_t& countdown) {
     case platform::SocketWait::timedOut:
       return {.waited = true};
     case platform::SocketWait::failed:
-      eventlog::trace(kTag, "TCP Notification:: getting error in select %d", error);
+      eventlog::trace(kListenerTag, "TCP Notification:: getting error in select %d", error);
       break;
     case platform::SocketWait::interrupted:
       break;
@@ -112,28 +112,30 @@ NotificationListener::Outcome NotificationListener::poll(int32_t& countdown) {
 
 // A connection that cannot be accepted leaves the cycle its pause, since the port stays ready then.
 NotificationListener::Outcome NotificationListener::takeConnection(int32_t& countdown) {
-  eventlog::trace(kTag, "Received a notification");
+  eventlog::trace(kListenerTag, "Received a notification");
   std::unique_ptr<platform::Socket> client;
   int error = _listening->socket->accept(client);
   if (!error) error = client->setNonBlocking(true);
   if (error) {
-    eventlog::trace(kTag, "Cannot accept a notification on port %d: error %d", _port, error);
+    eventlog::trace(kListenerTag, "Cannot accept a notification on port %d: error %d", _port,
+                    error);
     return {};
   }
-  eventlog::trace(kTag, "non-blocking mode is enabled for client socket - newSock");
+  eventlog::trace(kListenerTag, "non-blocking mode is enabled for client socket - newSock");
 
   const int32_t seconds = std::min(countdown, kMostSeconds);
-  eventlog::trace(kTag, "_pollingInterval is %ld sec... setting maximum timout of %ld sec...",
-                  countdown, seconds);
+  eventlog::trace(kListenerTag,
+                  "_pollingInterval is %ld sec... setting maximum timout of %ld sec...", countdown,
+                  seconds);
   int32_t waited = 0;
   Outcome outcome{.connected = true, .waited = true};
   {
-    const StopsWaits stopsWaits(*client, _threadStop);
+    const Listening::StopsWaits stopsWaits(*client, _threadStop);
     outcome.byte = readByte(*client, std::max(seconds, 1), waited);
   }
   if (countdown > 0) countdown = std::max(countdown - waited, 0);
-  eventlog::trace(kTag, "recv() returned. Now _pollingInterval is %ld sec...", countdown);
-  if (!outcome.byte) eventlog::trace(kTag, "Failed to read notification message");
+  eventlog::trace(kListenerTag, "recv() returned. Now _pollingInterval is %ld sec...", countdown);
+  if (!outcome.byte) eventlog::trace(kListenerTag, "Failed to read notification message");
   // The peer may have gone already.
   ignoreResult(client->shutdownBoth());
   return outcome;

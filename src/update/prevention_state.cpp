@@ -3,6 +3,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 
 namespace korvane {
 namespace {

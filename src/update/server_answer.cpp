@@ -7,9 +7,9 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "UpdateThread";
+constexpr char kAnswerSource[] = "UpdateThread";
 constexpr int kEventAnswered = 10219;
-constexpr int kEventServerError = 10217;
+constexpr int kEventAnswerError = 10217;
 
 }  // namespace
 
@@ -18,12 +18,12 @@ ServerAnswer takeServerAnswer(HttpsHandler& handler, int refusalEvent) {
   answer.code = handler.getKorvaneError(answer.text);
   AgentConfig& config = *AgentConfig::getInstance();
   if (answer.accepted()) {
-    eventlog::event(kEventAnswered, kSource, {config.getServerCurrent()});
+    eventlog::event(kEventAnswered, kAnswerSource, {config.getServerCurrent()});
   } else if (answer.code == ServerAnswer::kUnknownAgent) {
     config.clearUniqueId(handler.getGUIDUsed());
-    eventlog::event(kEventServerError, kSource, {answer.text});
+    eventlog::event(kEventAnswerError, kAnswerSource, {answer.text});
   } else if (answer.refused()) {
-    eventlog::event(refusalEvent, kSource, {answer.text});
+    eventlog::event(refusalEvent, kAnswerSource, {answer.text});
   }
   return answer;
 }

@@ -9,6 +9,8 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_processor.h"
@@ -22,14 +24,14 @@ namespace korvane {
 namespace {
 
 constexpr char kThreadTag[] = "UpdateThread";
-constexpr char kStepTag[] = "UpdateThread::processSoftwareUpdate";
+constexpr char kSoftwareTag[] = "UpdateThread::processSoftwareUpdate";
 constexpr char kPackageTag[] = "getsoftware";
 
 constexpr char kNoInformationText[] = "Software update information not provided";
 constexpr char kFailedText[] = "Software Update Failed. Unknown Error.";
 
-constexpr int kEventServerError = 10218;
-constexpr int kEventPackageRefused = 10585;
+constexpr int kEventSoftwareError = 10218;
+constexpr int kEventSoftwareRefused = 10585;
 constexpr uint64_t kLargestResults = 1024 * 1024;
 
 const PropertyList& failure() {
@@ -54,13 +56,13 @@ void makeUpdateDirectory(const std::string& directory) {
   platform::Files& files = platform::current().files;
   platform::FileInfo info;
   if (files.info(directory, info) == 0 && info.isDirectory) {
-    eventlog::trace(kStepTag, "Directory already exists %s", directory);
+    eventlog::trace(kSoftwareTag, "Directory already exists %s", directory);
   } else {
-    eventlog::trace(kStepTag, "Creating %s", directory);
+    eventlog::trace(kSoftwareTag, "Creating %s", directory);
     // A folder that cannot be made shows in the unpacking.
     ignoreResult(files.makeDirectories(directory));
   }
-  eventlog::trace(kStepTag, "After Create Dir");
+  eventlog::trace(kSoftwareTag, "After Create Dir");
 }
 
 bool writeResults(const std::string& directory, const PropertyList& pairs) {
@@ -79,7 +81,7 @@ bool unpackPackage(const std::string& directory, std::string_view bytes,
   archive::ZipArchive zip(name, bytes);
   archive::Unpacking unpacking(system.files, directory, [] { return shutdownToken().requested(); });
   if (!zip.open(refusal) || !unpacking.stage(zip, refusal)) {
-    eventlog::trace(kStepTag, "Failed to decompress %d", refusal.code());
+    eventlog::trace(kSoftwareTag, "Failed to decompress %d", refusal.code());
     return false;
   }
   // What stays is overwritten, or the unpacking fails on it.
@@ -87,7 +89,7 @@ bool unpackPackage(const std::string& directory, std::string_view bytes,
   if (keep(platform::joinPath(system.files, {directory, name}), bytes, refusal) &&
       unpacking.commit(refusal))
     return true;
-  eventlog::trace(kStepTag, "Failed to extract software update to disk");
+  eventlog::trace(kSoftwareTag, "Failed to extract software update to disk");
   return false;
 }
 
@@ -105,7 +107,7 @@ bool SoftwareUpdate::askServer(HttpsHandler& handler) {
     _retry.clear();
     return false;
   }
-  const ServerAnswer answer = takeServerAnswer(handler, kEventServerError);
+  const ServerAnswer answer = takeServerAnswer(handler, kEventSoftwareError);
   if (answer.accepted()) _retry.clear();
   if (answer.comeBackLater()) {
     eventlog::trace(kThreadTag,
@@ -140,7 +142,7 @@ void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& 
   const bool unpacked = unpackPackage(directory, bytes, refusal);
   if (!unpacked && shutdownToken().requested()) return;
   if (!unpacked) {
-    eventlog::event(kEventPackageRefused, kStepTag,
+    eventlog::event(kEventSoftwareRefused, kSoftwareTag,
                     {propertyValue(results, "software.name"), refusal.text()});
     // What stays goes with the next package.
     ignoreResult(PolicyProcessor::cleanUpdateDirectory(directory));

@@ -12,8 +12,8 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "UpdateThread";
-constexpr int kEventRefused = 10217;
+constexpr char kReportSource[] = "UpdateThread";
+constexpr int kEventReportRefused = 10217;
 
 }  // namespace
 
@@ -27,7 +27,7 @@ bool UpdateThread::statusDue() {
 void UpdateThread::sendAgentStatus() {
   HttpsHandler handler;
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
-  const ServerAnswer answer = takeServerAnswer(handler, kEventRefused);
+  const ServerAnswer answer = takeServerAnswer(handler, kEventReportRefused);
   _lastServerError = answer.code;
   // Under the identity that the agent gets instead, its status is another one.
   if (answer.code == ServerAnswer::kUnknownAgent)
@@ -41,10 +41,10 @@ void UpdateThread::sendAgentStatus() {
   // An answer without them leaves the list empty.
   ignoreResult(handler.GetPollingProperties(properties));
   if (properties.empty()) {
-    eventlog::trace(kSource, "Received NO polling properties");
+    eventlog::trace(kReportSource, "Received NO polling properties");
     return;
   }
-  eventlog::trace(kSource, "Received polling properties");
+  eventlog::trace(kReportSource, "Received polling properties");
   _pending.takePollingProperties(properties);
 }
 

@@ -13,10 +13,10 @@
 namespace korvane {
 namespace {
 
-constexpr char kSource[] = "UpdateThread";
-constexpr char kRunTag[] = "UpdateThread::run";
+constexpr char kUpdateSource[] = "UpdateThread";
+constexpr char kUpdateRunTag[] = "UpdateThread::run";
 constexpr char kAppDataTag[] = "UpdateThread::notifyAppDataCollection";
-constexpr uint32_t kCycleMs = 1000;
+constexpr uint32_t kUpdateCycleMs = 1000;
 
 STRING shortcutsFile() {
   return platform::joinPath(platform::current().files, {installDirectory(), "shortcuts.txt"});
@@ -37,21 +37,21 @@ void UpdateThread::stop() {
 }
 
 void UpdateThread::run() {
-  eventlog::trace(kRunTag, "*****Update thread starting*****");
+  eventlog::trace(kUpdateRunTag, "*****Update thread starting*****");
   try {
     loop();
   } catch (const AgentError& error) {
-    eventlog::event(10580, kSource, {error.code(), error.context(), error.text()});
+    eventlog::event(10580, kUpdateSource, {error.code(), error.context(), error.text()});
     throw;
   }
-  eventlog::trace(kRunTag, "*****Update Thread exiting*****");
+  eventlog::trace(kUpdateRunTag, "*****Update Thread exiting*****");
 }
 
 void UpdateThread::loop() {
   prepare();
   while (_running) {
     const bool needsPause = work();
-    if (needsPause && _running) stopToken().sleepFor(kCycleMs);
+    if (needsPause && _running) stopToken().sleepFor(kUpdateCycleMs);
     stepCountdowns();
   }
 }

@@ -13,8 +13,8 @@
 namespace korvane {
 namespace {
 
-constexpr char kRunTag[] = "UtilThread::run";
-constexpr uint32_t kCycleMs = 1000;
+constexpr char kUtilRunTag[] = "UtilThread::run";
+constexpr uint32_t kUtilCycleMs = 1000;
 
 }  // namespace
 
@@ -31,12 +31,12 @@ void UtilThread::stop() {
 }
 
 void UtilThread::run() {
-  eventlog::trace(kRunTag, "*****UtilThread starting*****");
+  eventlog::trace(kUtilRunTag, "*****UtilThread starting*****");
   while (_running) {
     cycle();
-    if (_running) stopToken().sleepFor(kCycleMs);
+    if (_running) stopToken().sleepFor(kUtilCycleMs);
   }
-  eventlog::trace(kRunTag, "*****UtilThread exiting*****");
+  eventlog::trace(kUtilRunTag, "*****UtilThread exiting*****");
 }
 
 void UtilThread::cycle() {
@@ -44,7 +44,7 @@ void UtilThread::cycle() {
     if (!_config) initialize();
     if (_config) work();
   } catch (const FileError& error) {
-    eventlog::trace(kRunTag, "Caught Utils Exception %d Message %s", error.errnoValue(),
+    eventlog::trace(kUtilRunTag, "Caught Utils Exception %d Message %s", error.errnoValue(),
                     error.message());
   }
 }

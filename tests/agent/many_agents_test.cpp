@@ -94,7 +94,7 @@ class Agent {
       count += occurrences(request.body, name() + " ");
     return count;
   }
-  size_t polls() const { return server->count("status") + server->count("update"); }
+  size_t polls() const { return server->count("result"); }
 
  private:
   const int _number;

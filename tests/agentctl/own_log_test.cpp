@@ -5,7 +5,6 @@
 
 #include "platform/fake/manual_clock.h"
 #include "platform/fake/memory_files.h"
-#include "platform/paths.h"
 
 namespace korvane::agentctl {
 namespace {

@@ -104,7 +104,7 @@ class CloudAgent(unittest.TestCase):
 
     def play_policies(self):
         """Policies as they come over the channel: good ones, bad ones, and those of applications."""
-        self.assertIn("no policy", self.refused(-32021, "applicationPolicy.set", **self.application("web", "rule deny file web /w\n")))
+        self.assertIn("no base policy", self.refused(-32021, "applicationPolicy.set", **self.application("web", "rule deny file web /w\n")))
         self.assertEqual(self.done("policy", **self.base("Base", "1", "rule deny file base /b\n"))["policy"]["id"], "Base-1")
         self.assertEqual(self.in_driver(), "Base-1")
         for trouble in ("stand-in fail 7 It clashes", "rule refuse It clashes"):

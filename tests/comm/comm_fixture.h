@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <deque>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -138,7 +139,7 @@ class CommFixture : public ::testing::Test {
                   _native->platform().sharedLibraries,
                   _native->platform().pipes} {
     setInstallRoot(_directory.path());
-    _platform.files.makeDirectories(path("IPS"));
+    std::filesystem::create_directories(path("IPS"));
     eventlog::EventLog::open({.directory = path("logs"), .cataloguePath = {}, .tracing = true},
                              _platform.files, clock);
     config().setURL("https://first.test:8443/agent/");

@@ -8,8 +8,11 @@
 #include <memory>
 #include <string>
 
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
+#include "platform/registry.h"
 #include "stand-in-policy/driver_control.h"
 #include "tests/support/temp_directory.h"
 

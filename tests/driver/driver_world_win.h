@@ -14,6 +14,7 @@
 #include <string>
 
 #include "kavips-sys/driver_service.h"
+#include "platform/driver_device.h"
 #include "platform/handles_win.h"
 #include "platform/platform.h"
 #include "tests/support/temp_directory.h"

@@ -6,7 +6,9 @@
 
 #include <functional>
 
+#include "platform/files.h"
 #include "platform/platform.h"
+#include "platform/sockets.h"
 #include "tests/e2e/installed_agent.h"
 
 namespace korvane {

@@ -8,6 +8,7 @@
 
 #include "agent/thread/agent_info.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 #include "tests/support/temp_directory.h"
 #include "util/export.h"
 

@@ -215,7 +215,7 @@ TEST_F(LogReaderTest, ALogBeyondTwoGiBGoesOnWhereItWas) {
   constexpr int64_t kHole = (int64_t{5} << 30) + 1, kMost = 2147483647;
   HollowFiles hollow(fake.files, kHole);
   platform::Platform machine = platform::withFiles(system, hollow);
-  const platform::CurrentPlatform held(machine);
+  const platform::OtherPlatform held(machine);
   fake.files.put(kLog, eventLine(1) + eventLine(2));
   {
     FileLogPointer pointer(kPointerFile);

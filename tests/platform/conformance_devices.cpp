@@ -7,6 +7,7 @@
 #include "platform/error_codes.h"
 #include "platform/fake/fake_devices.h"
 #include "platform/native.h"
+#include "tests/platform/patience.h"
 
 // The world of the system's own devices, where the tests can have a driver.
 #include KORVANE_DEVICE_WORLDS
@@ -14,14 +15,13 @@
 namespace korvane::platform {
 namespace {
 
-constexpr uint32_t kLongMs = 30000;
 constexpr char kName[] = "\\\\.\\KAVIPS";
 
-struct FakeWorld {
+struct FakeDeviceWorld {
   const std::string name = kName;
   std::unique_ptr<Threading> threading = makeNativeThreading();
   FakeDevices devices{*threading};
-  FakeWorld() {
+  FakeDeviceWorld() {
     devices.setHandler([](const FakeDevices::Call& call) -> std::optional<DeviceScript> {
       switch (call.controlCode) {
         case kEcho:
@@ -63,7 +63,7 @@ class DevicesConformance : public testing::Test {
   }
 };
 
-TYPED_TEST_SUITE(DevicesConformance, NativeDeviceWorlds::With<FakeWorld>);
+TYPED_TEST_SUITE(DevicesConformance, NativeDeviceWorlds::With<FakeDeviceWorld>);
 
 TYPED_TEST(DevicesConformance, requestsThatFinishAtOnce) {
   this->prepare(kEcho, "abc", 5);

@@ -15,18 +15,18 @@ namespace {
 
 using testing::ElementsAre;
 
-struct NativeWorld {
+struct NativeFilesWorld {
   tests::TempDirectory directory;
   std::unique_ptr<Files> owned = makeNativeFiles();
   Files& files = *owned;
   std::string root = directory.path();
 };
 
-struct MemoryWorld {
+struct MemoryFilesWorld {
   ManualClock clock;
   MemoryFiles files{clock};
   std::string root = "/disk";
-  MemoryWorld() { files.makeDirectories(root); }
+  MemoryFilesWorld() { files.makeDirectories(root); }
 };
 
 template <class World>
@@ -60,8 +60,8 @@ class FilesConformance : public testing::Test {
   }
 };
 
-using Worlds = testing::Types<NativeWorld, MemoryWorld>;
-TYPED_TEST_SUITE(FilesConformance, Worlds);
+using FilesWorlds = testing::Types<NativeFilesWorld, MemoryFilesWorld>;
+TYPED_TEST_SUITE(FilesConformance, FilesWorlds);
 
 TYPED_TEST(FilesConformance, readsInPiecesAndShortOnlyAtTheEnd) {
   this->put("a", "0123456789");

@@ -15,14 +15,14 @@ constexpr uint32_t kStepMs = 100;
 constexpr int kManySteps = 300;
 constexpr size_t kFrame = 4096;
 
-struct NativeWorld {
+struct NativePipesWorld {
   tests::TempDirectory directory;
   std::unique_ptr<Pipes> owned = makeNativePipes({"", directory.path()});
   Pipes& pipes = *owned;
   std::unique_ptr<Threading> threading = makeNativeThreading();
 };
 
-struct FakeWorld {
+struct FakePipesWorld {
   std::unique_ptr<Threading> threading = makeNativeThreading();
   FakePipes pipes{*threading};
 };
@@ -58,8 +58,8 @@ class PipesConformance : public testing::Test {
   }
 };
 
-using Worlds = testing::Types<NativeWorld, FakeWorld>;
-TYPED_TEST_SUITE(PipesConformance, Worlds);
+using PipesWorlds = testing::Types<NativePipesWorld, FakePipesWorld>;
+TYPED_TEST_SUITE(PipesConformance, PipesWorlds);
 
 TYPED_TEST(PipesConformance, namesAreServedOnceAndFoundUnderEitherSpelling) {
   std::unique_ptr<Pipe> other;

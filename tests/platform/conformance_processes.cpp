@@ -7,21 +7,20 @@
 #include "platform/fake/fake_processes.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "tests/platform/patience.h"
 
 namespace korvane::platform {
 namespace {
 
-constexpr uint32_t kLongMs = 30000;
-
-struct NativeWorld {
+struct NativeProcessesWorld {
   std::unique_ptr<Processes> owned = makeNativeProcesses();
   Processes& processes = *owned;
 };
 
-struct FakeWorld {
+struct FakeProcessesWorld {
   std::unique_ptr<Threading> threading = makeNativeThreading();
   FakeProcesses processes{*threading};
-  FakeWorld() {
+  FakeProcessesWorld() {
     processes.install(KORVANE_TEST_CHILD, [this](const std::string& arguments) {
       processes.setRunning(fileNameOf(KORVANE_TEST_CHILD), true);
       if (arguments == "hang") return ProgramRun{0, kInfinite};
@@ -52,8 +51,8 @@ class ProcessesConformance : public testing::Test {
   }
 };
 
-using Worlds = testing::Types<NativeWorld, FakeWorld>;
-TYPED_TEST_SUITE(ProcessesConformance, Worlds);
+using ProcessesWorlds = testing::Types<NativeProcessesWorld, FakeProcessesWorld>;
+TYPED_TEST_SUITE(ProcessesConformance, ProcessesWorlds);
 
 TYPED_TEST(ProcessesConformance, exitCodesAndArgumentsPass) {
   EXPECT_EQ(this->codeOf("exit 0"), 0u);

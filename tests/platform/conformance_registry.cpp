@@ -4,19 +4,20 @@
 #include "platform/error_codes.h"
 #include "platform/fake/memory_registry.h"
 #include "platform/native.h"
+#include "platform/processes.h"
 #include "tests/support/temp_directory.h"
 
 namespace korvane::platform {
 namespace {
 
-struct NativeWorld {
+struct NativeRegistryWorld {
   tests::TempDirectory directory;
   std::unique_ptr<NativePlatform> native =
       makeNativePlatform({directory.path() + "/registry.reg", directory.path()});
   Registry& registry = native->platform().registry;
 };
 
-struct MemoryWorld {
+struct MemoryRegistryWorld {
   MemoryRegistry registry;
 };
 
@@ -34,8 +35,8 @@ class RegistryConformance : public testing::Test {
   void TearDown() override { registry.deleteKey(kKey); }
 };
 
-using Worlds = testing::Types<NativeWorld, MemoryWorld>;
-TYPED_TEST_SUITE(RegistryConformance, Worlds);
+using RegistryWorlds = testing::Types<NativeRegistryWorld, MemoryRegistryWorld>;
+TYPED_TEST_SUITE(RegistryConformance, RegistryWorlds);
 
 TYPED_TEST(RegistryConformance, valuesComeBackByNameWithoutCase) {
   Registry& store = this->registry;

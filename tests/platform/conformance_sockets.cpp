@@ -4,19 +4,18 @@
 #include "platform/error_codes.h"
 #include "platform/fake/fake_sockets.h"
 #include "platform/native.h"
+#include "tests/platform/patience.h"
 
 namespace korvane::platform {
 namespace {
 
-constexpr uint32_t kLongMs = 30000;
-
-struct NativeWorld {
+struct NativeSocketsWorld {
   std::unique_ptr<Sockets> owned = makeNativeSockets();
   Sockets& sockets = *owned;
   std::unique_ptr<Threading> threading = makeNativeThreading();
 };
 
-struct FakeWorld {
+struct FakeSocketsWorld {
   std::unique_ptr<Threading> threading = makeNativeThreading();
   FakeSockets sockets{*threading};
 };
@@ -57,8 +56,8 @@ class SocketsConformance : public testing::Test {
   }
 };
 
-using Worlds = testing::Types<NativeWorld, FakeWorld>;
-TYPED_TEST_SUITE(SocketsConformance, Worlds);
+using SocketsWorlds = testing::Types<NativeSocketsWorld, FakeSocketsWorld>;
+TYPED_TEST_SUITE(SocketsConformance, SocketsWorlds);
 
 TYPED_TEST(SocketsConformance, bytesArriveAndTheEndIsSeen) {
   this->connect();

@@ -14,17 +14,17 @@ int fakeAnswer() {
   return 42;
 }
 
-struct NativeWorld {
+struct NativeSystemWorld {
   std::unique_ptr<SharedLibraries> owned = makeNativeSharedLibraries();
   std::unique_ptr<SystemInfo> ownedInfo = makeNativeSystemInfo();
   SharedLibraries& libraries = *owned;
   SystemInfo& info = *ownedInfo;
 };
 
-struct FakeWorld {
+struct FakeSystemWorld {
   FakeLibraries libraries;
   FakeSystemInfo info;
-  FakeWorld() {
+  FakeSystemWorld() {
     libraries.install(KORVANE_TEST_LIBRARY,
                       {{"korvaneTestAnswer", reinterpret_cast<void*>(&fakeAnswer)}});
     libraries.install(KORVANE_TEST_NO_LIBRARY, {});
@@ -37,8 +37,8 @@ class SystemConformance : public testing::Test {
   World world;
 };
 
-using Worlds = testing::Types<NativeWorld, FakeWorld>;
-TYPED_TEST_SUITE(SystemConformance, Worlds);
+using SystemWorlds = testing::Types<NativeSystemWorld, FakeSystemWorld>;
+TYPED_TEST_SUITE(SystemConformance, SystemWorlds);
 
 TYPED_TEST(SystemConformance, librariesLoadByFullPathOnly) {
   SharedLibraries& libraries = this->world.libraries;

@@ -6,21 +6,20 @@
 
 #include "platform/fake/sim_threading.h"
 #include "platform/native.h"
+#include "tests/platform/patience.h"
 
 namespace korvane::platform {
 namespace {
 
 // Long enough that a loaded machine does not reach it, short enough to fail a test.
-constexpr uint32_t kLongMs = 30000;
-
-struct NativeWorld {
+struct NativeThreadingWorld {
   std::unique_ptr<Threading> owned = makeNativeThreading();
   std::unique_ptr<Clock> ownedClock = makeNativeClock();
   Threading& threading = *owned;
   Clock& clock = *ownedClock;
 };
 
-struct SimWorld {
+struct SimThreadingWorld {
   SimThreading threading{7};
   Clock& clock = threading.clock();
 };
@@ -36,8 +35,8 @@ class ThreadingConformance : public testing::Test {
   }
 };
 
-using Worlds = testing::Types<NativeWorld, SimWorld>;
-TYPED_TEST_SUITE(ThreadingConformance, Worlds);
+using ThreadingWorlds = testing::Types<NativeThreadingWorld, SimThreadingWorld>;
+TYPED_TEST_SUITE(ThreadingConformance, ThreadingWorlds);
 
 TYPED_TEST(ThreadingConformance, manualEventStaysSetAutoEventIsTakenOnce) {
   const auto manual = this->threading.createEvent(true, true);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/driver_device.h"
 #include "platform/native.h"
 #include "tests/platform/device_codes.h"
 #include "tests/platform/simulator_stand_in.h"

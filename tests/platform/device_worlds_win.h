@@ -8,6 +8,7 @@
 //
 #include <gtest/gtest.h>
 
+#include "platform/driver_device.h"
 #include "platform/native.h"
 #include "platform/wide_win.h"
 #include "tests/platform/device_codes.h"

@@ -13,11 +13,17 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
 #include "platform/fake/manual_clock.h"
 #include "platform/fake/recording_files.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/pipes.h"
+#include "platform/processes.h"
+#include "platform/registry.h"
+#include "platform/threading.h"
+#include "tests/platform/patience.h"
 #include "tests/platform/simulator_stand_in.h"
 #include "tests/support/temp_directory.h"
 #include "tests/support/watchdog.h"
@@ -25,7 +31,6 @@
 namespace korvane::platform {
 namespace {
 
-constexpr uint32_t kLongMs = 30000;
 constexpr char kDeviceName[] = "\\\\.\\KAVIPS";
 
 class PosixTest : public testing::Test {

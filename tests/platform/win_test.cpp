@@ -1,4 +1,5 @@
 // What only the Win32 siblings promise.
+#include "platform/driver_device.h"
 #include "platform/handles_win.h"
 //
 #include <aclapi.h>
@@ -9,15 +10,18 @@
 #include <cerrno>
 
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/pipes.h"
+#include "platform/processes.h"
 #include "platform/wide_win.h"
+#include "tests/platform/patience.h"
 #include "tests/support/temp_directory.h"
 
 namespace korvane::platform {
 namespace {
 
-constexpr uint32_t kLongMs = 30000;
 constexpr uint32_t kPeek = 0x0011400C;  // FSCTL_PIPE_PEEK
 constexpr uint32_t kNoSuchCode = 0x0022FFFC;
 constexpr size_t kPeekHeader = 16;  // bytes of its answer before the data

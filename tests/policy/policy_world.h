@@ -29,6 +29,7 @@
 #include "driver/driver_protocol.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/forwarding.h"
+#include "platform/fake/forwarding_files.h"
 #include "platform/fake/recording_files.h"
 #include "update/policy/policy_processor.h"
 

@@ -167,7 +167,7 @@ TEST_F(RetransCheckTest, AnUnusableFileLeavesNoItemsAndSaysWhy) {
   platform::Platform system{base.clock,           base.threading, faulty,       base.registry,
                             base.devices,         base.processes, base.sockets, base.systemInfo,
                             base.sharedLibraries, base.pipes};
-  const platform::CurrentPlatform other(system);
+  const platform::OtherPlatform other(system);
   const auto fails = [&] {
     fake.files.put("/good", retransItemsText({{Kind::path, "", "/gone", true, ""}}));
     return check.loadRetransItems("/good") && !check.loadRetransItems(kItems) &&

@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "config/install_root.h"
+#include "platform/registry.h"
+#include "platform/system_info.h"
 #include "tests/service/installation_win.h"
 #include "tests/service/process_figures_win.h"
 

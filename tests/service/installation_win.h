@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "host/command_line.h"
+#include "platform/clock.h"
 #include "platform/handles_win.h"
 #include "platform/platform.h"
+#include "platform/threading.h"
 #include "platform/wide_win.h"
 #include "tests/support/temp_directory.h"
 #include "windows-machine/service_win.h"

@@ -16,6 +16,9 @@
 #include <vector>
 
 #include "platform/fake/forwarding.h"
+#include "platform/fake/forwarding_files.h"
+#include "platform/pipes.h"
+#include "platform/system_info.h"
 #include "util/errors.h"
 
 namespace korvane::tests {

@@ -24,6 +24,8 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "platform/sockets.h"
+#include "platform/threading.h"
 
 namespace korvane::tests {
 

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "platform/native.h"
-#include "platform/paths.h"
+#include "platform/processes.h"
 #include "tests/support/temp_directory.h"
 #include "translate-stand-in/source_archive.h"
 #include "update/policy/retrans_items.h"

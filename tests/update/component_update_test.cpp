@@ -30,7 +30,7 @@ std::string properties(const std::string& version, const std::string& more = "")
          "\npackage.date=2026-11-20\n" + more;
 }
 
-std::string package(const std::string& version) {
+std::string signaturePackage(const std::string& version) {
   return makeZip({{.name = "package.properties", .content = properties(version)},
                   {.name = "rules/signatures.dat", .content = "signatures of " + version}});
 }
@@ -79,7 +79,7 @@ std::vector<std::string> directoriesOfPackages(platform::Files& files) {
 
 TEST(ComponentUpdate, HandsOverRecordsAndReplaces) {
   Agent agent;
-  agent.receive(package("1"));
+  agent.receive(signaturePackage("1"));
   agent.ids.installed = false;
   agent.thread.cycle();
   EXPECT_EQ(versionFound(agent.machine.fake.files), "none");
@@ -90,7 +90,7 @@ TEST(ComponentUpdate, HandsOverRecordsAndReplaces) {
   EXPECT_FALSE(agent.config().getUpdateQELNow());
   const std::string metadata =
       "name=VWKTR QEL Signatures; version=1; date=2026-11-20; files=2; sha256=" +
-      sha256Hex(package("1"));
+      sha256Hex(signaturePackage("1"));
   EXPECT_EQ(agent.config().getQelFL(), STRING(metadata));
   EXPECT_THAT(agent.machine.ini(), HasSubstr("qel.vt.metadata=" + metadata));
   EXPECT_THAT(agent.machine.ini(), HasSubstr("update.qel.vt.now=false"));
@@ -98,7 +98,7 @@ TEST(ComponentUpdate, HandsOverRecordsAndReplaces) {
   agent.thread.cycle();
   EXPECT_EQ(agent.machine.countLines(",10586,"), 1U) << "once";
 
-  agent.receive(package("2"));
+  agent.receive(signaturePackage("2"));
   agent.thread.cycle();
   EXPECT_EQ(versionFound(agent.machine.fake.files), "2");
   EXPECT_EQ(directoriesOfPackages(agent.machine.fake.files).size(), 1U);
@@ -153,13 +153,13 @@ TEST(ComponentUpdate, FilesChangedAfterUnpackingAreNotHandedOver) {
         files.remove(std::string(kQel) + "/rules/signatures.dat");
       },
       [](platform::MemoryFiles& files) {
-        files.put(std::string(kQel) + "/data.zip", package("2"));
+        files.put(std::string(kQel) + "/data.zip", signaturePackage("2"));
       },
       [](platform::MemoryFiles& files) { files.remove(std::string(kQel) + "/data.zip"); },
   };
   for (const Change change : changes) {
     Agent agent;
-    agent.receive(package("1"));
+    agent.receive(signaturePackage("1"));
     change(agent.machine.fake.files);
     agent.thread.cycle();
     EXPECT_EQ(versionFound(agent.machine.fake.files), "none");
@@ -170,7 +170,7 @@ TEST(ComponentUpdate, FilesChangedAfterUnpackingAreNotHandedOver) {
 
 TEST(ComponentUpdate, AFailingDiskIsTriedAgainAMinuteLaterAndReportedOnce) {
   Agent agent;
-  agent.receive(package("1"));
+  agent.receive(signaturePackage("1"));
   platform::FaultyFiles faulty(agent.machine.fake.files);
   platform::Platform& fake = agent.machine.fake.platform();
   platform::Platform withFaults = platform::withFiles(fake, faulty);
@@ -195,14 +195,14 @@ class ComponentUpdateCrash : public testing::TestWithParam<bool> {};
 TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithTheNewOne) {
   const bool firstTakenOver = GetParam();
   Agent agent;
-  agent.receive(package("1"));
+  agent.receive(signaturePackage("1"));
   if (firstTakenOver) agent.thread.cycle();
   platform::Platform& fake = agent.machine.fake.platform();
   AgentConfig::freeInstance();
   platform::RecordingFiles recorded(agent.machine.fake.files);
   platform::Platform recording = platform::withFiles(fake, recorded);
   std::optional<platform::OtherPlatform> other(recording);
-  agent.receive(package("2"));
+  agent.receive(signaturePackage("2"));
   agent.thread.cycle();
   ASSERT_EQ(versionFound(recorded), "2");
   AgentConfig::freeInstance();
@@ -225,7 +225,7 @@ TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithThe
         << found << " after " << state;
     EXPECT_FALSE(agent.config().getUpdateQELNow()) << state;
     EXPECT_EQ(agent.machine.countLines(",10585,"), 0U) << state;
-    agent.receive(package("2"));
+    agent.receive(signaturePackage("2"));
     next.cycle();
     EXPECT_EQ(versionFound(disk), "2") << state;
     EXPECT_EQ(directoriesOfPackages(disk).size(), 1U) << state;
@@ -244,7 +244,7 @@ TEST(ComponentUpdate, RunsUntilItIsStoppedAndTakesWhatIsMarkedMeanwhile) {
   Agent agent;
   agent.thread.start();
   agent.machine.sim.runFor(3000);
-  agent.receive(package("1"));
+  agent.receive(signaturePackage("1"));
   agent.machine.sim.runFor(2000);
   EXPECT_EQ(versionFound(agent.machine.fake.files), "1");
   agent.thread.stop();

@@ -20,12 +20,12 @@ using tests::SimulatedMachine;
 
 constexpr char kSettings[] = "agent.id=known\n";
 
-std::string package(const std::string& content) {
+std::string contentPackage(const std::string& content) {
   return makeZip({{.name = "signatures.dat", .content = content}, {.name = "more/info.txt"}});
 }
 
-struct Step {
-  explicit Step(const std::string& settings = "[Driver]\nips.enabled=true\n")
+struct ContentStep {
+  explicit ContentStep(const std::string& settings = "[Driver]\nips.enabled=true\n")
       : machine({.settings = kSettings + settings}) {}
   AgentConfig& config() { return *AgentConfig::getInstance(); }
   void run() { content.processComponentUpdates(); }
@@ -70,10 +70,10 @@ TEST(ContentUpdate, EachKindHasItsFolderItsFlagAndItsResultType) {
        "/opt/korvane/IPS/content/ferrolyn-vexvt/", "ferrolyn.vexvt", &AgentConfig::getUpdateFVTNow},
   };
   for (const KindCase& row : cases) {
-    Step step(std::string("[Driver]\nips.enabled=true\n") + row.settings);
+    ContentStep step(std::string("[Driver]\nips.enabled=true\n") + row.settings);
     step.pending.*row.flag = true;
-    step.machine.server.queue(
-        "update", packages(std::string(row.property) + "=true\n", {{"zipdata", package("x")}}));
+    step.machine.server.queue("update", packages(std::string(row.property) + "=true\n",
+                                                 {{"zipdata", contentPackage("x")}}));
     step.run();
     EXPECT_EQ(step.machine.fake.files.content(row.folder + std::string("signatures.dat")), "x");
     EXPECT_TRUE((step.config().*row.now)());
@@ -82,12 +82,12 @@ TEST(ContentUpdate, EachKindHasItsFolderItsFlagAndItsResultType) {
 }
 
 TEST(ContentUpdate, TheRetryUnpacksTheKindsThatWereRefused) {
-  Step step;
+  ContentStep step;
   step.pending.ferrolynSettings = true;
   for (int i = 0; i < 3; ++i) step.machine.server.queue("update", Answer::error(200));
-  step.machine.server.queue("update",
-                            packages("update.qel=true\nupdate.ferrolyn.settings=true\n",
-                                     {{"zipdata", package("q")}, {"zipdata", package("s")}}));
+  step.machine.server.queue(
+      "update", packages("update.qel=true\nupdate.ferrolyn.settings=true\n",
+                         {{"zipdata", contentPackage("q")}, {"zipdata", contentPackage("s")}}));
   int cycles = 0;
   for (; step.machine.server.count("update") < 4 && cycles < 100; ++cycles) {
     step.run();
@@ -101,7 +101,7 @@ TEST(ContentUpdate, TheRetryUnpacksTheKindsThatWereRefused) {
 
 TEST(ContentUpdate, AnotherRefusalEndsTheRetryAndTheCountStays) {
   for (const int code : {17, 300, 400}) {
-    Step step;
+    ContentStep step;
     for (int i = 0; i < 3; ++i) step.machine.server.queue("update", Answer::error(200));
     step.machine.server.queue("update", Answer::error(code));
     step.machine.server.always("update", Answer::error(200));
@@ -126,13 +126,13 @@ TEST(ContentUpdate, EveryFailingFileOperationIsReportedAndTheFlagAgreesWithTheFi
        {FileOperation::open, FileOperation::write, FileOperation::flush, FileOperation::replace,
         FileOperation::makeDirectories, FileOperation::flushDirectory}) {
     for (int nth = 1;; ++nth) {
-      Step step;
+      ContentStep step;
       platform::FaultyFiles faulty(step.machine.fake.files);
       platform::Platform& fake = step.machine.fake.platform();
       platform::Platform withFaults = platform::withFiles(fake, faulty);
       step.config();
       std::optional<platform::OtherPlatform> other(withFaults);
-      const std::string bytes = package("new");
+      const std::string bytes = contentPackage("new");
       faulty.failNth(operation, nth, ENOSPC, "content/qel");
       const int result = ContentUpdate::processComponentData(HttpsHandler::VEXQEL_UPDATE, &bytes,
                                                              "/opt/korvane/IPS/content/qel");

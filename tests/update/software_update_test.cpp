@@ -26,8 +26,8 @@ constexpr char kFolder[] = "/opt/korvane/IPS/update/software/";
 constexpr char kNamed[] =
     "update.software=true\nsoftware.name=agent-2\nsoftware.version=2.0\nmod.time=5\n";
 
-struct Step {
-  explicit Step(const std::string& settings = "")
+struct SoftwareStep {
+  explicit SoftwareStep(const std::string& settings = "")
       : machine({.settings = "agent.id=known\n" + settings}) {}
   AgentConfig& config() { return *AgentConfig::getInstance(); }
   void run() { software.processSoftwareUpdate(); }
@@ -51,7 +51,7 @@ const std::string kPackage = makeZip({{.name = "setup.bin", .content = "program"
 
 TEST(SoftwareUpdate, GivesUpAfterTenRefusalsAndAtOnceWhenItIsRefusedOtherwise) {
   for (const int code : {200, 300}) {
-    Step step;
+    SoftwareStep step;
     step.machine.server.queue("update", Answer::error(200));
     step.machine.server.always("update", Answer::error(code));
     const auto requestsAfter = [&step](int cycles) {
@@ -87,7 +87,7 @@ TEST(SoftwareUpdate, TheNextStartReportsWhatTheInstallerLeft) {
       {std::string("a\0=\0b\0\n\0", 8), {failed, "a=b"}},
   };
   for (const Case& row : cases) {
-    Step step("agent.update=/opt/korvane/IPS/update/software\n");
+    SoftwareStep step("agent.update=/opt/korvane/IPS/update/software\n");
     if (!row.file.empty())
       step.machine.fake.files.put(std::string(kFolder) + "swupdate.results", row.file);
     step.machine.server.queue("result", Answer::failure(7));
@@ -101,7 +101,7 @@ TEST(SoftwareUpdate, TheNextStartReportsWhatTheInstallerLeft) {
 }
 
 TEST(SoftwareUpdate, AfterACrashTheNextStartKnowsOfAWholePackageOrOfNone) {
-  Step step;
+  SoftwareStep step;
   step.config().UpdateAllIni();
   AgentConfig::freeInstance();
   platform::Platform& fake = step.machine.fake.platform();
@@ -146,7 +146,7 @@ TEST(SoftwareUpdate, AfterACrashTheNextStartKnowsOfAWholePackageOrOfNone) {
 }
 
 TEST(SoftwareUpdate, TheResultsFileIsWrittenInTheAgentsEncoding) {
-  Step step("agent.charset=UTF-16LE\n");
+  SoftwareStep step("agent.charset=UTF-16LE\n");
   step.fetch(packages(kNamed, {{"zipdata", kPackage}}));
   ASSERT_TRUE(step.config().isUnicode());
   const std::string bytes = step.file("swupdate.results");

@@ -33,7 +33,7 @@ void printAll(const SettingsView& settings) {
   }
 }
 
-Json asJson(const SettingsView& settings, const Keys& keys) {
+Json settingsJson(const SettingsView& settings, const Keys& keys) {
   Json values = Json::object();
   for (const std::string& key : keys) values[key] = valueOf(settings, key);
   if (keys.empty())
@@ -46,7 +46,7 @@ Json asJson(const SettingsView& settings, const Keys& keys) {
 ExitStatus get(Context& context, const Keys& keys) {
   const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
   if (context.options.json) {
-    std::cout << text(asJson(settings, keys));
+    std::cout << text(settingsJson(settings, keys));
     return ExitStatus::ok;
   }
   if (!settings.fault().empty())

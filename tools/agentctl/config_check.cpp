@@ -11,6 +11,7 @@
 #include "agentctl/output.h"
 #include "config/ini_files.h"
 #include "config/ini_text.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 
 namespace korvane::agentctl {
@@ -77,7 +78,7 @@ void print(const Checked& checked) {
             << warnings << (warnings == 1 ? " warning" : " warnings") << "\n";
 }
 
-Json asJson(const Checked& checked) {
+Json checkedJson(const Checked& checked) {
   Json findings = Json::array();
   for (const IniFinding& finding : checked.findings)
     findings.push_back({{"line", finding.line},
@@ -94,7 +95,7 @@ ExitStatus check(Context& context, const std::string& file, bool asText) {
     if (asText)
       print(checked);
     else
-      all.push_back(asJson(checked));
+      all.push_back(checkedJson(checked));
   }
   if (!asText) std::cout << text(all);
   return faulty ? ExitStatus::trouble : ExitStatus::ok;

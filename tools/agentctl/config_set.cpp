@@ -15,7 +15,7 @@ struct SetOptions {
   bool force = false;
 };
 
-Json asJson(const SettingsChange& change) {
+Json changeJson(const SettingsChange& change) {
   Json changed = Json::array();
   for (const SettingsChange::Value& value : change.values())
     if (value.before != value.after)
@@ -28,7 +28,7 @@ ExitStatus set(Context& context, const SetOptions& options) {
   for (const std::string& pair : options.pairs) change.add(pair);
   change.write();
   if (context.options.json) {
-    std::cout << text(asJson(change));
+    std::cout << text(changeJson(change));
     return ExitStatus::ok;
   }
   bool any = false;

@@ -7,8 +7,10 @@
 #include "agentctl/output.h"
 #include "config/install_root.h"
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/native.h"
 #include "platform/paths.h"
+#include "platform/system_info.h"
 #include "rpc/pipe_names.h"
 #include "rpc/rpc_errors.h"
 

@@ -9,7 +9,10 @@
 #include "agentctl/diagnosis.h"
 #include "agentctl/failure.h"
 #include "agentctl/output.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/paths.h"
+#include "platform/system_info.h"
 #include "util/dates.h"
 
 namespace korvane::agentctl {

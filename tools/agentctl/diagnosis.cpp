@@ -12,7 +12,10 @@
 #include "config/ini_files.h"
 #include "config/install_root.h"
 #include "config/masking.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/paths.h"
+#include "platform/system_info.h"
 #include "util/dates.h"
 
 namespace korvane::agentctl {

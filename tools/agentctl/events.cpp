@@ -9,7 +9,10 @@
 #include "agentctl/failure.h"
 #include "agentctl/json.h"
 #include "agentctl/own_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
+#include "platform/system_info.h"
+#include "platform/threading.h"
 #include "util/ignore_result.h"
 
 namespace korvane::agentctl {

@@ -11,6 +11,7 @@
 #include "config/service_type.h"
 #include "driver/driver_config.h"
 #include "logs/log_backlog.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "util/dates.h"
 #include "util/ignore_result.h"

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "eventlog/catalogue.h"
-#include "platform/files.h"
+#include "platform/fwd.h"
 
 namespace korvane::agentctl {
 

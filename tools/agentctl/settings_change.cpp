@@ -9,6 +9,7 @@
 #include "agentctl/value_check.h"
 #include "config/agent_config.h"
 #include "config/ini_files.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"
 

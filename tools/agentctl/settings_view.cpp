@@ -2,7 +2,6 @@
 
 #include "agentctl/failure.h"
 #include "config/ini_files.h"
-#include "platform/paths.h"
 #include "platform/platform.h"
 
 namespace korvane::agentctl {

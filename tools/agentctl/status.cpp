@@ -74,7 +74,7 @@ void addServer(const Json& facts, Rows& rows) {
   rows.push_back({"Registration", guid.empty() ? "not registered" : "registered as " + guid});
 }
 
-void addPolicy(const Json& facts, Rows& rows) {
+void addPolicyRow(const Json& facts, Rows& rows) {
   const std::string id = textAt(facts, "policy/id");
   rows.push_back(
       {"Policy", orNone(textAt(facts, "policy/name"), "none known") +
@@ -135,7 +135,7 @@ void print(const Json& facts, const std::vector<std::string>& trouble) {
   Rows rows;
   addAgent(facts, rows);
   addServer(facts, rows);
-  addPolicy(facts, rows);
+  addPolicyRow(facts, rows);
   addTechnologies(facts, rows);
   addBacklog(facts, rows);
   addCounters(facts, rows);

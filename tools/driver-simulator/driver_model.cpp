@@ -7,7 +7,9 @@
 #include "driver-simulator/process_list.h"
 #include "driver/driver_protocol.h"
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/paths.h"
+#include "platform/registry.h"
 #include "util/ignore_result.h"
 #include "util/utf8.h"
 

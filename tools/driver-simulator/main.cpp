@@ -12,7 +12,9 @@
 #include "driver-simulator/driver_model.h"
 #include "driver-simulator/server.h"
 #include "driver-simulator/simulator.h"
+#include "platform/driver_device.h"
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "platform/clock.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
 

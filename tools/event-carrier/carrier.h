@@ -15,7 +15,9 @@
 #include <vector>
 
 #include "event-carrier/faults.h"
+#include "platform/files.h"
 #include "platform/platform.h"
+#include "platform/threading.h"
 #include "rpc/fifo.h"
 
 namespace korvane::event_carrier {

@@ -7,6 +7,7 @@
 
 #include "ids-writer/event_maker.h"
 #include "ids-writer/settings_file.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "util/utf8.h"
 

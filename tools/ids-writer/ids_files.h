@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/files.h"
 #include "platform/platform.h"
 
 namespace korvane::ids_writer {

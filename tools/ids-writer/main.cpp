@@ -11,9 +11,11 @@
 #include "ids-writer/event_maker.h"
 #include "ids-writer/ids_files.h"
 #include "ids-writer/requests.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "platform/program_entry.h"
+#include "platform/threading.h"
 #include "util/errors.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "ids-writer/settings_file.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"
 

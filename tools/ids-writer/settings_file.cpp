@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <memory>
 
+#include "platform/files.h"
 #include "platform/paths.h"
+#include "platform/threading.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
 

@@ -1,4 +1,5 @@
 #include "kavips-sys/driver_service.h"
+#include "platform/driver_device.h"
 //
 #include <winsock2.h>
 //
@@ -11,8 +12,10 @@
 #include <span>
 
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/handles_win.h"
 #include "platform/native.h"
+#include "platform/registry.h"
 #include "platform/wide_win.h"
 #include "stand-in-policy/driver_control.h"
 

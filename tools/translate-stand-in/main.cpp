@@ -6,9 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "platform/program_entry.h"
+#include "platform/system_info.h"
+#include "platform/threading.h"
 #include "translate-stand-in/source_archive.h"
 #include "translate-stand-in/source_policy.h"
 

@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/paths.h"
+#include "platform/files.h"
 #include "platform/platform.h"
+#include "platform/system_info.h"
 #include "translator/translator_abi.h"
 #include "util/export.h"
 #include "util/string.h"

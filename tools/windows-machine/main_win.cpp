@@ -13,6 +13,7 @@
 
 #include "platform/platform.h"
 #include "platform/program_entry.h"
+#include "platform/threading.h"
 #include "platform/wide_win.h"
 #include "windows-machine/service_win.h"
 

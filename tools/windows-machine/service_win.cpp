@@ -2,7 +2,9 @@
 
 #include <stdexcept>
 
+#include "platform/clock.h"
 #include "platform/platform.h"
+#include "platform/threading.h"
 #include "platform/wide_win.h"
 
 namespace korvane::machine {

@@ -2,6 +2,7 @@
 
 #include "agent/thread/exceptions.h"
 #include "platform/platform.h"
+#include "platform/threading.h"
 
 namespace korvane {
 namespace {
@@ -16,6 +17,13 @@ platform::Mutex& made(PrimitiveHolder<platform::Mutex>& holder, const char* meth
 }
 
 }  // namespace
+
+void deletePrimitive(platform::Event* event) {
+  delete event;
+}
+void deletePrimitive(platform::Mutex* mutex) {
+  delete mutex;
+}
 
 platform::Threading& threadingOfThisRun() {
   return platform::current().threading;

@@ -12,7 +12,6 @@
 #pragma once
 
 #include "agent/thread/primitive_holder.h"
-#include "platform/threading.h"
 #include "util/thread_annotations.h"
 
 namespace korvane {

@@ -6,18 +6,22 @@
 #include <atomic>
 #include <memory>
 
-#include "platform/threading.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
 // The platform::Threading of the current run.
 platform::Threading& threadingOfThisRun();
 
+// End a primitive without its class being known here.
+void deletePrimitive(platform::Event* event);
+void deletePrimitive(platform::Mutex* mutex);
+
 template <class Primitive>
 class PrimitiveHolder {
  public:
   PrimitiveHolder() = default;
-  ~PrimitiveHolder() { delete existing(); }
+  ~PrimitiveHolder() { deletePrimitive(existing()); }
   PrimitiveHolder(const PrimitiveHolder&) = delete;
   PrimitiveHolder& operator=(const PrimitiveHolder&) = delete;
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "agent/thread/exceptions.h"
+#include "platform/threading.h"
 #include "util/agent_run.h"
 
 namespace korvane {

@@ -2,6 +2,7 @@
 
 #include "agent/thread/exceptions.h"
 #include "platform/platform.h"
+#include "platform/threading.h"
 
 namespace korvane {
 

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "agent/thread/thread.h"
+#include "platform/threading.h"
 
 namespace korvane {
 

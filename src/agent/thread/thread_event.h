@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/threading.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "platform/threading.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 

@@ -1,5 +1,7 @@
 #include "platform/fake/fake_system.h"
 
+#include "platform/paths.h"
+
 namespace korvane::platform {
 namespace {
 

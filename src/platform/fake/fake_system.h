@@ -9,7 +9,6 @@
 
 #include "platform/error_codes.h"
 #include "platform/fake/fake_lock.h"
-#include "platform/paths.h"
 #include "platform/shared_library.h"
 #include "platform/system_info.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/fake/fake_lock.h"
-#include "platform/fake/forwarding.h"
+#include "platform/fake/forwarding_files.h"
 
 namespace korvane::platform {
 

@@ -1,16 +1,18 @@
 // Wrappers that hand every call on, one for each capability: a test derives from one and overrides the few
 // operations that it wants to fail, count or change. Each refers to the object it wraps, which must outlive
-// it; thread-safe as far as that is.
-//
-//   class NoDisk : public ForwardingFiles {
-//     using ForwardingFiles::ForwardingFiles;
-//     int flushDirectory(const std::string&) override { return EIO; }
-//   };
+// it; thread-safe as far as that is. Those of the files are in forwarding_files.h.
 #pragma once
 
 #include <utility>
 
+#include "platform/clock.h"
+#include "platform/driver_device.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
+#include "platform/registry.h"
+#include "platform/shared_library.h"
+#include "platform/sockets.h"
+#include "platform/threading.h"
 
 namespace korvane::platform {
 
@@ -45,52 +47,6 @@ class ForwardingThreading : public Threading {
 
  protected:
   Threading& _to;
-};
-
-// Owns the file that it wraps.
-class ForwardingFile : public File {
- public:
-  explicit ForwardingFile(std::unique_ptr<File> to) : _to(std::move(to)) {}
-  int read(void* buffer, size_t size, size_t& got) override { return _to->read(buffer, size, got); }
-  int write(const void* bytes, size_t size) override { return _to->write(bytes, size); }
-  int seek(int64_t offset) override { return _to->seek(offset); }
-  int64_t tell() override { return _to->tell(); }
-  int info(FileInfo& out) override { return _to->info(out); }
-  int truncate(uint64_t size) override { return _to->truncate(size); }
-  int flush() override { return _to->flush(); }
-
- protected:
-  const std::unique_ptr<File> _to;
-};
-
-class ForwardingFiles : public Files {
- public:
-  explicit ForwardingFiles(Files& to) : _to(to) {}
-  char separator() const override { return _to.separator(); }
-  int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override {
-    return _to.open(path, mode, out);
-  }
-  int lock(const std::string& path, std::unique_ptr<FileLock>& out) override {
-    return _to.lock(path, out);
-  }
-  int info(const std::string& path, FileInfo& out) override { return _to.info(path, out); }
-  int replace(const std::string& from, const std::string& to) override {
-    return _to.replace(from, to);
-  }
-  int rename(const std::string& from, const std::string& to) override {
-    return _to.rename(from, to);
-  }
-  int remove(const std::string& path) override { return _to.remove(path); }
-  int makeDirectories(const std::string& path) override { return _to.makeDirectories(path); }
-  int list(const std::string& directory, std::vector<DirectoryEntry>& out) override {
-    return _to.list(directory, out);
-  }
-  int flushDirectory(const std::string& directory) override {
-    return _to.flushDirectory(directory);
-  }
-
- protected:
-  Files& _to;
 };
 
 class ForwardingRegistry : public Registry {

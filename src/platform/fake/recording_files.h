@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "platform/fake/fake_lock.h"
-#include "platform/fake/forwarding.h"
+#include "platform/fake/forwarding_files.h"
 #include "platform/fake/memory_files.h"
 
 namespace korvane::platform {

@@ -4,6 +4,9 @@
 #include <cerrno>
 
 #include "platform/error_codes.h"
+#include "platform/files.h"
+#include "platform/registry.h"
+#include "platform/system_info.h"
 #include "util/string.h"
 
 namespace korvane {

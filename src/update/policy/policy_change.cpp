@@ -5,18 +5,18 @@
 #include "config/agent_config.h"
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
-#include "platform/paths.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "PolicyChange";
+constexpr char kChangeTag[] = "PolicyChange";
 constexpr int kEventNotTakenBack = 10593;
 constexpr int kEventUndone = 10594;
 constexpr int kEventNotUndone = 10595;
-constexpr int kEventDamaged = 10596;
+constexpr int kEventJournalDamaged = 10596;
 
 platform::Files& files() {
   return platform::current().files;
@@ -27,7 +27,7 @@ int flushFolder() {
 }
 
 bool traced(const char* what, const std::string& path, int error) {
-  eventlog::trace(kTag, "%s %s: error %d", what, path, error);
+  eventlog::trace(kChangeTag, "%s %s: error %d", what, path, error);
   return false;
 }
 
@@ -55,7 +55,7 @@ bool undoDriver(const DriverConfig::PolicySetting& setting) {
   const int result = DriverConfig::restorePolicySetting(setting);
   // It refuses what it had; there is nothing else to give it, and it keeps a whole policy.
   if (result == NotifyResult::finishedWithError)
-    eventlog::event(kEventNotTakenBack, kTag, {setting.filterFile});
+    eventlog::event(kEventNotTakenBack, kChangeTag, {setting.filterFile});
   return result == 0 || result == NotifyResult::finishedWithError;
 }
 
@@ -187,7 +187,7 @@ bool PolicyChange::takeMinus() {
 bool PolicyChange::takeItems() {
   if (presenceOf(_files.freshItems) != Presence::absent)
     return exchange(_files.freshItems, _files.items, _files.oldItems, _journal.hadItems);
-  eventlog::trace(kTag, "The translator produced no items: %s", _files.freshItems);
+  eventlog::trace(kChangeTag, "The translator produced no items: %s", _files.freshItems);
   return true;
 }
 
@@ -214,7 +214,7 @@ bool PolicyChange::commit(const std::function<void()>& record) {
 
 bool PolicyChange::undo(bool driverUntouched) {
   if (undoChange(_journal, driverUntouched)) return true;
-  eventlog::event(kEventNotUndone, kTag, {_files.minus});
+  eventlog::event(kEventNotUndone, kChangeTag, {_files.minus});
   return false;
 }
 
@@ -224,17 +224,17 @@ Reconciled reconcilePolicy() {
   if (error == ENOENT) return Reconciled::nothing;
   bool done = false;
   if (error == EBADMSG) {
-    eventlog::event(kEventDamaged, kTag, {policyJournalPath()});
+    eventlog::event(kEventJournalDamaged, kChangeTag, {policyJournalPath()});
     done = repair();
     if (done) return Reconciled::repaired;
   } else if (error == 0) {
     done = undoChange(journal, false);
   }
   if (done) {
-    eventlog::event(kEventUndone, kTag, {journal.newPlusFile, journal.version});
+    eventlog::event(kEventUndone, kChangeTag, {journal.newPlusFile, journal.version});
     return Reconciled::undone;
   }
-  eventlog::event(kEventNotUndone, kTag, {policyJournalPath()});
+  eventlog::event(kEventNotUndone, kChangeTag, {policyJournalPath()});
   return Reconciled::failed;
 }
 

@@ -10,6 +10,7 @@
 #include "config/install_root.h"
 #include "driver/driver_config.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_processor.h"
@@ -17,7 +18,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "PolicyFiles";
+constexpr char kFilesTag[] = "PolicyFiles";
 constexpr size_t kPieceBytes = 64 * 1024;
 constexpr std::string_view kPrefix = "policy";
 // What a journal that could not be written leaves.
@@ -27,7 +28,7 @@ constexpr std::string_view kPlusEnding = ".sbp.zip";
 constexpr std::string_view kTranslated[] = {"..conf", "..trans", "..err"};
 constexpr std::string_view kPassing[] = {"", ".tmp", ".old"};
 
-platform::Files& files() {
+platform::Files& policyDisk() {
   return platform::current().files;
 }
 
@@ -67,11 +68,11 @@ size_t readPiece(platform::File& file, std::vector<char>& piece, bool& good) {
 }  // namespace
 
 std::string driverDirectory() {
-  return platform::joinPath(files(), {installDirectory(), "driver"});
+  return platform::joinPath(policyDisk(), {installDirectory(), "driver"});
 }
 
 std::string historyDirectory() {
-  return platform::joinPath(files(), {installDirectory(), "history"});
+  return platform::joinPath(policyDisk(), {installDirectory(), "history"});
 }
 
 PolicyFiles::PolicyFiles(const STRING& plusFile) {
@@ -86,27 +87,27 @@ PolicyFiles::PolicyFiles(const STRING& plusFile) {
 
 Presence presenceOf(const std::string& path) {
   platform::FileInfo info;
-  const int error = files().info(path, info);
+  const int error = policyDisk().info(path, info);
   if (error == 0) return Presence::present;
   return error == ENOENT || error == ENOTDIR ? Presence::absent : Presence::unknown;
 }
 
 int removeIfThere(const std::string& path) {
-  const int error = files().remove(path);
+  const int error = policyDisk().remove(path);
   return error == ENOENT ? 0 : error;
 }
 
 int flushFile(const std::string& path) {
   std::unique_ptr<platform::File> file;
-  const int error = files().open(path, platform::OpenMode::readWrite, file);
+  const int error = policyDisk().open(path, platform::OpenMode::readWrite, file);
   return error != 0 ? error : file->flush();
 }
 
 bool sameContent(const std::string& one, const std::string& other) {
   std::unique_ptr<platform::File> left;
   std::unique_ptr<platform::File> right;
-  if (files().open(one, platform::OpenMode::read, left) != 0 ||
-      files().open(other, platform::OpenMode::read, right) != 0)
+  if (policyDisk().open(one, platform::OpenMode::read, left) != 0 ||
+      policyDisk().open(other, platform::OpenMode::read, right) != 0)
     return false;
   std::vector<char> leftPiece(kPieceBytes);
   std::vector<char> rightPiece(kPieceBytes);
@@ -124,16 +125,17 @@ bool sameContent(const std::string& one, const std::string& other) {
 
 void sweepPolicyFolder(const std::string& directory) {
   std::vector<platform::DirectoryEntry> entries;
-  if (files().list(directory, entries) != 0 || files().flushDirectory(directory) != 0) return;
+  if (policyDisk().list(directory, entries) != 0 || policyDisk().flushDirectory(directory) != 0)
+    return;
   const std::set<std::string> inUse = basesInUse();
   for (const platform::DirectoryEntry& entry : entries) {
     const std::string base(baseOf(entry.name));
     const bool ours = !base.empty() || entry.name == kUnfinishedJournal;
     if (entry.isDirectory || !ours) continue;
     if (!base.empty() && !isPassing(entry.name) && inUse.contains(base)) continue;
-    const std::string path = platform::joinPath(files(), {directory, entry.name});
-    if (const int error = files().remove(path))
-      eventlog::trace(kTag, "Cannot remove %s: error %d", path, error);
+    const std::string path = platform::joinPath(policyDisk(), {directory, entry.name});
+    if (const int error = policyDisk().remove(path))
+      eventlog::trace(kFilesTag, "Cannot remove %s: error %d", path, error);
   }
 }
 

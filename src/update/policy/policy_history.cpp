@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_files.h"
@@ -20,7 +21,7 @@ constexpr size_t kFields = 9;
 constexpr char kCreating[] = "PolicyProcessor::InitializePolicyHistory (creating directory)";
 constexpr char kWriting[] = "PolicyProcessor::UpdateHistory";
 
-platform::Files& files() {
+platform::Files& historyDisk() {
   return platform::current().files;
 }
 
@@ -107,9 +108,9 @@ bool parseHistoryLine(std::string_view line, HistoryRecord& out) {
 bool PolicyHistory::initialize() {
   _enabled = true;
   try {
-    check(files().makeDirectories(historyDirectory()), "makeDirectories", historyDirectory());
+    check(historyDisk().makeDirectories(historyDirectory()), "makeDirectories", historyDirectory());
     for (const char* name : {ips, ids})
-      begin(platform::joinPath(files(), {historyDirectory(), name}));
+      begin(platform::joinPath(historyDisk(), {historyDirectory(), name}));
   } catch (const FileError& error) {
     disable(kCreating, error.errnoValue(), error.message().toUtf8());
   }
@@ -120,7 +121,7 @@ void PolicyHistory::begin(const std::string& path) {
   const Presence presence = presenceOf(path);
   if (presence == Presence::present) return;
   check(presence == Presence::unknown ? EIO : 0, "info", path);
-  check(platform::writeFileAtomically(files(), path, kHeading), "create", path);
+  check(platform::writeFileAtomically(historyDisk(), path, kHeading), "create", path);
 }
 
 void PolicyHistory::add(const char* file, const HistoryRecord& record) {
@@ -128,7 +129,7 @@ void PolicyHistory::add(const char* file, const HistoryRecord& record) {
     eventlog::trace(kWriting, "Policy History is Disabled.");
     return;
   }
-  const std::string path = platform::joinPath(files(), {historyDirectory(), file});
+  const std::string path = platform::joinPath(historyDisk(), {historyDirectory(), file});
   try {
     append(path, historyLine(record));
   } catch (const FileError& error) {
@@ -138,14 +139,14 @@ void PolicyHistory::add(const char* file, const HistoryRecord& record) {
 
 void PolicyHistory::append(const std::string& path, const std::string& line) {
   platform::FileInfo info;
-  if (files().info(path, info) == 0 && info.size + line.size() > kMaxHistoryBytes) {
+  if (historyDisk().info(path, info) == 0 && info.size + line.size() > kMaxHistoryBytes) {
     const std::string aside = path.substr(0, path.size() - std::strlen(".csv")) + ".1.csv";
-    check(files().replace(path, aside), "replace", path);
-    check(files().flushDirectory(historyDirectory()), "flushDirectory", historyDirectory());
+    check(historyDisk().replace(path, aside), "replace", path);
+    check(historyDisk().flushDirectory(historyDirectory()), "flushDirectory", historyDirectory());
   }
   begin(path);
   std::unique_ptr<platform::File> file;
-  check(files().open(path, platform::OpenMode::readWrite, file), "open", path);
+  check(historyDisk().open(path, platform::OpenMode::readWrite, file), "open", path);
   check(file->info(info), "info", path);
   const std::string text = endsWithLine(*file, info.size) ? line : "\n" + line;
   check(file->seek(static_cast<int64_t>(info.size)), "seek", path);

@@ -3,6 +3,7 @@
 
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_attempt.h"
@@ -18,12 +19,12 @@ constexpr char kCleanTag[] = "cleanUpdateDirectory";
 constexpr char kFormerProduct[] = "TRLM";
 constexpr size_t kBaseCut = 7;
 
-platform::Files& files() {
+platform::Files& housekeepingDisk() {
   return platform::current().files;
 }
 
 void removeTraced(const char* format, const std::string& path) {
-  if (files().remove(path) != 0) eventlog::trace(kOldTag, format, path);
+  if (housekeepingDisk().remove(path) != 0) eventlog::trace(kOldTag, format, path);
 }
 
 }  // namespace
@@ -67,8 +68,9 @@ bool PolicyProcessor::takeHIDSResult(const PolicyFiles& names) {
     _errorText = "The translator produced no policy.";
     return false;
   }
-  if (flushFile(names.freshMinus) == 0 && files().replace(names.freshMinus, names.minus) == 0 &&
-      files().flushDirectory(platform::directoryOf(names.minus)) == 0)
+  if (flushFile(names.freshMinus) == 0 &&
+      housekeepingDisk().replace(names.freshMinus, names.minus) == 0 &&
+      housekeepingDisk().flushDirectory(platform::directoryOf(names.minus)) == 0)
     return true;
   _errorText = "Cannot write to file : " + names.minus;
   return false;
@@ -87,12 +89,13 @@ void PolicyProcessor::RemovePrevHIDSPolicies() {
   // Files of a change that is not undone yet are needed for that.
   if (readPolicyJournal(journal) != ENOENT) return;
   sweepPolicyFolder(driverDirectory());
-  sweepPolicyFolder(platform::joinPath(files(), {installRoot(), kFormerProduct, "driver"}));
+  sweepPolicyFolder(
+      platform::joinPath(housekeepingDisk(), {installRoot(), kFormerProduct, "driver"}));
 }
 
 bool PolicyProcessor::cleanUpdateDirectory(const STRING& directory) {
   eventlog::trace(kCleanTag, "Getting called with dir %s", directory);
-  return platform::emptyDirectory(files(), directory.toUtf8()) == 0;
+  return platform::emptyDirectory(housekeepingDisk(), directory.toUtf8()) == 0;
 }
 
 }  // namespace korvane

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "config/ini_text.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_files.h"

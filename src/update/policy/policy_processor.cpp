@@ -7,6 +7,8 @@
 #include "driver/driver_config.h"
 #include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 #include "update/policy/policy_attempt.h"
 #include "update/policy/policy_change.h"
@@ -17,7 +19,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "translatePolicy";
+constexpr char kTranslateTag[] = "translatePolicy";
 constexpr char kRetranslateTag[] = "PolicyProcessor::retranslatePolicy";
 constexpr int kEventInForce = 10121;
 // In the history, what the driver interface answered is told from the translator's exit codes.
@@ -36,7 +38,7 @@ bool canRead(const STRING& path) {
 void discard(const PolicyFiles& files) {
   for (const std::string& fresh : {files.freshMinus, files.freshItems})
     if (const int error = removeIfThere(fresh))
-      eventlog::trace(kTag, "Cannot remove %s: error %d", fresh, error);
+      eventlog::trace(kTranslateTag, "Cannot remove %s: error %d", fresh, error);
 }
 
 // Of a policy that the driver does not tell of yet, what the server calls it: "Base 4" is version 4.
@@ -83,7 +85,7 @@ bool PolicyProcessor::translatePolicy(const STRING& plusFile) {
 }
 
 bool PolicyProcessor::translate(const STRING& plusFile, const Received* received) {
-  if (!canTranslate(plusFile, kTag)) return false;
+  if (!canTranslate(plusFile, kTranslateTag)) return false;
   Attempt attempt(plusFile, received ? received->name : STRING());
   discard(attempt.files);
   if (!runTranslatorFor(attempt)) {
@@ -119,7 +121,7 @@ bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {
   // Should the change of name get lost, the former items bring about this translation once more.
   if (flushFile(files.freshItems) != 0 ||
       system().files.replace(files.freshItems, files.items) != 0)
-    eventlog::trace(kTag, "The new items cannot be saved: %s", files.items);
+    eventlog::trace(kTranslateTag, "The new items cannot be saved: %s", files.items);
   discard(files);
   // Without its items a policy is not checked for retranslation; that has been told.
   ignoreResult(loadRetransItems());
@@ -173,7 +175,8 @@ bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
     return giveUp(attempt, kNotRecorded, problem);
   }
   config.leaveBuiltInState();
-  if (hadPolicy && !_retranslating) eventlog::event(kEventInForce, kTag, {attempt.record.version});
+  if (hadPolicy && !_retranslating)
+    eventlog::event(kEventInForce, kTranslateTag, {attempt.record.version});
   UpdateHistoryIPS(attempt);
   return true;
 }

@@ -7,6 +7,8 @@
 #include "config/agent_config.h"
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_attempt.h"
@@ -18,7 +20,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "processConfigPolicyUpdates";
+constexpr char kReceivedTag[] = "processConfigPolicyUpdates";
 constexpr char kSaveTag[] = "savePolicyToFile";
 constexpr char kReportTag[] = "sendPolicyReturnStatus";
 constexpr char kNamePattern[] = "policy%M%S%T.sbp.zip";
@@ -155,7 +157,7 @@ void PolicyProcessor::sendPolicyReturnStatus() {
 
 bool PolicyProcessor::refuse(int code, const STRING& text) {
   _errorText = text;
-  eventlog::trace(kTag, "%s", text);
+  eventlog::trace(kReceivedTag, "%s", text);
   report(code, text);
   return false;
 }
@@ -172,12 +174,12 @@ bool PolicyProcessor::installPolicy(std::string_view bytes, const PropertyList& 
   _stopped = false;
   for (const char* name : {"policy.name", "policy.path"})
     if (const STRING* value = findProperty(properties, name))
-      eventlog::trace(kTag, "items server sent %s=%s", name, *value);
+      eventlog::trace(kReceivedTag, "items server sent %s=%s", name, *value);
   if (bytes.empty()) return refuse(kNoNewPolicy, "No new policy data provided.");
   const Received received{propertyValue(properties, "policy.name"),
                           propertyValue(properties, "policy.path")};
   if (received.path.empty()) return refuse(kNoPolicyPath, "Policy information (path) not provided");
-  eventlog::trace(kTag, "Policy Path OK");
+  eventlog::trace(kReceivedTag, "Policy Path OK");
   STRING former = AgentConfig::getInstance()->getPlusPolicyFile();
   const STRING plusFile = savePolicyToFile(bytes.data(), bytes.size());
   if (plusFile.empty())

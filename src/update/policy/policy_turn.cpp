@@ -4,6 +4,7 @@
 #include "agent/thread/locks.h"
 #include "agent/thread/primitive_holder.h"
 #include "agent/thread/stop_token.h"
+#include "platform/threading.h"
 #include "util/agent_run.h"
 
 namespace korvane {

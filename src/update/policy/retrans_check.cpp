@@ -17,7 +17,7 @@ constexpr char kLoadTag[] = "loadRetransItems";
 constexpr char kCheckTag[] = "checkRetrans";
 
 constexpr int kEventUnreadable = 10590;
-constexpr int kEventDamaged = 10591;
+constexpr int kEventItemsDamaged = 10591;
 
 class TranslatedMachine final : public MachineState {
  public:
@@ -97,7 +97,7 @@ bool RetransCheck::loadRetransItems(const STRING& path) {
   }
   ItemsProblem problem;
   if (parseRetransItems(text, _items, problem)) return true;
-  eventlog::event(kEventDamaged, kLoadTag, {file, problem.line, problem.reason});
+  eventlog::event(kEventItemsDamaged, kLoadTag, {file, problem.line, problem.reason});
   return false;
 }
 

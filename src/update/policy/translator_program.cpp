@@ -8,14 +8,16 @@
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
+#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
-constexpr char kTag[] = "::RunTranslator";
+constexpr char kProgramTag[] = "::RunTranslator";
 constexpr char kPrevItemsSwitch[] = "-PrevTransFile";
 constexpr char kLoadText[] = "-loadtext";
 constexpr int kEventEnded = 10592;
@@ -47,11 +49,11 @@ std::string arguments(const TranslatorCall& call, bool withItems) {
 
 void traceCall(const std::string& path, const TranslatorCall& call, bool withItems) {
   if (withItems)
-    eventlog::trace(kTag, "running Translator '%s' -- '%s' '%s' '%s' '%s' '%s' '%s' '%s'", path,
-                    kPrevItemsSwitch, call.prevItemsFile, call.agentArg, kLoadText, call.plusFile,
-                    call.out1, call.out2);
+    eventlog::trace(kProgramTag, "running Translator '%s' -- '%s' '%s' '%s' '%s' '%s' '%s' '%s'",
+                    path, kPrevItemsSwitch, call.prevItemsFile, call.agentArg, kLoadText,
+                    call.plusFile, call.out1, call.out2);
   else
-    eventlog::trace(kTag, "running Translator '%s' -- '%s' '%s' '%s' '%s' '%s'", path,
+    eventlog::trace(kProgramTag, "running Translator '%s' -- '%s' '%s' '%s' '%s' '%s'", path,
                     call.agentArg, kLoadText, call.plusFile, call.out1, call.out2);
 }
 
@@ -68,7 +70,7 @@ TranslatorResult waitFor(platform::Process& process) {
     ignoreResult(process.terminate());
     result.stopped = outcome == platform::ProcessWait::interrupted;
     result.exitCode = kTranslatorNotStarted;
-    eventlog::event(kEventEnded, kTag, {process.id()});
+    eventlog::event(kEventEnded, kProgramTag, {process.id()});
     return result;
   }
   uint32_t code = 0;
@@ -88,13 +90,13 @@ std::string joinedLines(const std::string& text) {
 TranslatorResult runTranslator(const TranslatorCall& call) {
   const std::string path = program();
   const bool withItems = canBeOpened(call.prevItemsFile);
-  if (!withItems) eventlog::trace(kTag, "Prev Trans Items file not present");
+  if (!withItems) eventlog::trace(kProgramTag, "Prev Trans Items file not present");
   traceCall(path, call, withItems);
   std::unique_ptr<platform::Process> process;
   const uint32_t error =
       platform::current().processes.start(path, arguments(call, withItems), process);
   if (error == platform::kOk) return waitFor(*process);
-  eventlog::trace(kTag, "Cannot start %s: error %u", path, error);
+  eventlog::trace(kProgramTag, "Cannot start %s: error %u", path, error);
   return {kTranslatorNotStarted, false};
 }
 

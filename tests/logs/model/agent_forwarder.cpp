@@ -15,7 +15,7 @@
 #include "logs/log_processing_thread.h"
 #include "logs/rpc_log_destination.h"
 #include "platform/fake/fake_platform.h"
-#include "platform/fake/forwarding.h"
+#include "platform/fake/forwarding_files.h"
 #include "platform/paths.h"
 #include "tests/logs/model/agent_carrier.h"
 #include "tests/logs/model/agent_transport.h"

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "platform/paths.h"
+#include "platform/fake/forwarding_files.h"
 
 namespace korvane::log_model {
 

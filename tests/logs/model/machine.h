@@ -7,7 +7,6 @@
 #include <map>
 #include <set>
 
-#include "platform/fake/forwarding.h"
 #include "platform/fake/memory_files.h"
 #include "tests/logs/model/forwarder.h"
 
