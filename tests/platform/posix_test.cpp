@@ -68,6 +68,13 @@ TEST_F(PosixTest, childrenInheritNoDescriptorAndLeaveNoZombie) {
   EXPECT_NE(::kill(pid, 0), 0) << "nobody took it from the system";
 }
 
+TEST_F(PosixTest, whatAKilledServerLeftDoesNotKeepItsName) {
+  std::ofstream(directory.path() + "/left.pipe");
+  std::unique_ptr<Pipe> server, client;
+  EXPECT_EQ(platform.pipes.create("left", server), kOk);
+  EXPECT_EQ(platform.pipes.open("left", client), kOk);
+}
+
 TEST_F(PosixTest, aClientThatNoDescriptorIsLeftForIsWaitedForWithPauses) {
   std::unique_ptr<Pipe> server, client;
   ASSERT_EQ(platform.pipes.create("full", server), kOk);
