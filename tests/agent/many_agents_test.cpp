@@ -1,9 +1,11 @@
 // Whole agents beside each other in one process, each with a machine, a server, a type and settings of its own:
-// nothing of one is seen by another.
+// nothing of one is seen by another. KORVANE_AGENTS says how many, KORVANE_SECONDS for how long on simulated time.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
@@ -23,6 +25,11 @@ using tests::ScriptedServer;
 constexpr char kIni[] = "/IPS/agent.ini";
 constexpr char kLogs[] = "/IPS/logs/";
 constexpr int kEvents = 3;
+
+int wanted(const char* variable, int otherwise) {
+  const char* const given = std::getenv(variable);
+  return given ? std::atoi(given) : otherwise;
+}
 
 // One agent and all that it may touch. On simulated threads, or on real ones with the real clock.
 class Agent {
@@ -134,18 +141,24 @@ TEST_P(ManyAgents, LiveBesideEachOtherOnSimulatedTime) {
     hosts.push_back(sim.createThread(0, [agent = agents.back().get()] { agent->live(); }));
   }
   const tests::Wait wait("the simulated agents");
-  sim.runFor(20000);
+  const int64_t half = wanted("KORVANE_SECONDS", 20) * 500;
+  const auto begun = std::chrono::steady_clock::now();
+  sim.runFor(half);
   // The stop of one is none of the others.
   for (size_t i = 0; i < agents.size(); i += 2) agents[i]->stop();
   std::vector<size_t> polls;
   for (const auto& agent : agents) polls.push_back(agent->polls());
-  sim.runFor(20000);
+  sim.runFor(half);
   for (size_t i = 0; i < agents.size(); ++i) {
     EXPECT_EQ(agents[i]->ended(), i % 2 == 0) << i;
     EXPECT_EQ(agents[i]->polls() > polls[i], agents[i]->standard() && i % 2 == 1) << i;
   }
   for (size_t i = 1; i < agents.size(); i += 2) agents[i]->stop();
   for (const auto& host : hosts) host->join(platform::kInfinite);
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun;
+  std::printf("%d agents, %.1f simulated hours in all, %.1f s, %llu switches of threads\n",
+              GetParam(), double(half) * 1.5 * GetParam() / 3600000, took.count(),
+              static_cast<unsigned long long>(sim.switches()));
   for (const auto& agent : agents) agent->expectItself();
 }
 
@@ -169,7 +182,7 @@ TEST_P(ManyAgents, LiveBesideEachOtherOnRealThreads) {
   for (const auto& agent : agents) agent->expectItself();
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, ManyAgents, testing::Values(2, 100),
+INSTANTIATE_TEST_SUITE_P(Of, ManyAgents, testing::Values(2, wanted("KORVANE_AGENTS", 100)),
                          testing::PrintToStringParamName());
 
 }  // namespace
