@@ -2,7 +2,7 @@
 // ends the process, and loading the library does no work.
 //
 // startAgent: runs the whole agent on the calling thread, which should be dedicated to it, and
-//   returns when the agent has stopped. It resets every process-wide flag first, so that start, stop, start works.
+//   returns when the agent has stopped. Nothing of an earlier agent is left for it, so that start, stop, start works.
 //   While an agent runs, another call does nothing and returns null. The AgentInfo that it returns
 //   belongs to the library and lives until the next startAgent; null when it could not be created.
 // stopAgent: stops the agent and returns when startAgent's main routine is over; at once when there is no

@@ -3,7 +3,7 @@
 //
 // Lifetime: one object for each start. Threads: run() is called once, on the thread that the host gave;
 // shutdown() may be called by any other thread, at any time, any number of times. The two meet through
-// _stopped, _running and the process's shutdown token. Nothing throws out of either: an error ends the
+// _stopped, _running and the run's shutdown token. Nothing throws out of either: an error ends the
 // main routine as a stop does, with event 10561; a step of the stop that fails is event 10562, and
 // the remaining ones are still carried out.
 //

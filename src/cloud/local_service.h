@@ -3,7 +3,7 @@
 //
 // Lifetime: made and started by the composition root when the settings and the agent's own log are
 // there, and gone before them; what `about` refers to outlives the object. Serves from start() to
-// stop(), or until the process's shutdown token is set: then every wait ends at once, and a method
+// stop(), or until the run's shutdown token is set: then every wait ends at once, and a method
 // that runs is cut short by that token itself (docs/rpc.md, "When the agent stops").
 // Threads: methods run on the service's own thread, one at a time.
 // Errors: a pipe that cannot be made is event 10600 and is retried every five seconds.

@@ -83,7 +83,7 @@ class KORVANE_EXPORT HttpsHandler {
   // when data is null or length is not positive), the IDS policy file as another.
   [[nodiscard]] int registerAgent(const char* data, long length);
   // check: the result goes through the status check with its events. The first failure with TLS 1.2
-  // as the lowest version lowers it to TLS 1.0 for the rest of the process and tries once more.
+  // as the lowest version lowers it to TLS 1.0 for the rest of the run and tries once more.
   [[nodiscard]] int testConnection(bool check);
   // kinds: bits 1 to 16.
   [[nodiscard]] int getUpdate(int kinds, bool withAttributes);

@@ -1,7 +1,7 @@
 // The settings of the agent and its own lasting state, kept in "agent.ini" with a second copy in
 // "fallback.ini". docs/ini-reference.md lists every key with its accessors.
 //
-// Lifetime: one object per process. getInstance() makes it and reads the files the first time;
+// Lifetime: one object per run of the agent. getInstance() makes it and reads the files the first time;
 // freeInstance() ends it, and a later getInstance() starts over. Pointers from before are dead
 // then.
 // Threads: any thread may call anything. Every call takes the store's lock for its duration; no call holds
@@ -383,7 +383,7 @@ class KORVANE_EXPORT AgentConfig {
   PropertyList getAttributes() const;
   PropertyList getConfiguration() const;
 
-  // State of the process (memory only)
+  // State of the run (memory only)
   bool isFirstUpdateDone() const;
   void setFirstUpdateDone();
   void setFirstUpdateDone(bool done);

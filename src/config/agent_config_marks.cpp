@@ -1,4 +1,4 @@
-// The state of the process that is in no file.
+// The state of the run that is in no file.
 #include <utility>
 
 #include "config/agent_config.h"

@@ -1,6 +1,6 @@
 // What the agent requests from the IDS component on the same machine.
 //
-// AgentConfig::getHIDSInterface() hands out the one of the process, or null when there is no IDS
+// AgentConfig::getHIDSInterface() hands out the one of the run, or null when there is no IDS
 // component; the composition root makes and owns it. Any thread may call any operation. Nothing
 // throws: a failure is the bool result, with a trace line that names the file.
 //

@@ -42,7 +42,7 @@ class LogDestination {
   std::function<void()> _meanwhile = [] {};
 };
 
-// The destination of the process's service type: the management server for type 1, the local event channel
+// The destination of the run's service type: the management server for type 1, the local event channel
 // for any other, where a batch goes only while `mayForward` says so.
 [[nodiscard]] std::unique_ptr<LogDestination> makeLogDestination(std::function<bool()> mayForward);
 

@@ -30,7 +30,7 @@ namespace korvane {
 
 class LogProcessor {
  public:
-  // Writes to the destination of the process's service type.
+  // Writes to the destination of the run's service type.
   explicit LogProcessor(LogType type);
   LogProcessor(LogType type, std::unique_ptr<LogDestination> destination);
   virtual ~LogProcessor();

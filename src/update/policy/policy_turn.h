@@ -1,4 +1,4 @@
-// The right to work on policies: one thread of the process has it at a time.
+// The right to work on policies: one thread of the run has it at a time.
 //
 // An agent without a management server has two such threads, each with its own PolicyProcessor: the
 // utility thread, and the thread of the cloud command channel. Everything that they do with their
