@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // The number of a component's first request while the clock stands still.
   const std::string id = std::to_string(fake.clock.wallMs()) + "-1";
   fake.files.put("/IDS/policy.result", "request.id=" + id + "\n" + bytes);
-  HidsComponent component("/IDS", [] { return 0; });
+  HidsComponent component({fake.files, fake.clock, shutdownToken()}, "/IDS", [] { return 0; });
   PropertyList results;
   if (!component.applyPolicy("/p")) std::abort();
   if (component.readResults(results) && findProperty(results, "request.id")) std::abort();

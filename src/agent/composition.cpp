@@ -7,6 +7,7 @@
 
 #include "agent/agent_state_handler.h"
 #include "agent/stop_step.h"
+#include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
 #include "cloud/local_service.h"
 #include "comm/https_handler.h"
@@ -78,8 +79,10 @@ void Composition::assemble() {
   config.setFirstUpdateDone(false);
   _log->open(config);
   HttpsHandler::setLocalAddressSource(localAddresses);
+  platform::Platform& system = platform::current();
   const auto ids = std::make_shared<HidsComponent>(
-      idsDirectory(), [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
+      HidsComponent::Surroundings{system.files, system.clock, shutdownToken()}, idsDirectory(),
+      [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
   AgentRun::current().keep(ids);
   AgentConfig::setHIDSInterface(ids.get());
   _localService = startLocalService();

@@ -20,7 +20,7 @@ STRING readVersion() {
   const std::string file =
       platform::joinPath(platform::current().files, {installDirectory(), "kav-version.properties"});
   PropertyList properties;
-  if (readPropertiesFile(file, properties) != 0) {
+  if (readPropertiesFile(platform::current().files, file, properties) != 0) {
     eventlog::trace("AgentConfig::getKorvaneVersion", "Cannot open version file : %s", file);
     return {};
   }

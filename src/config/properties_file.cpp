@@ -4,7 +4,6 @@
 
 #include "config/ini_text.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 
 namespace korvane {
 
@@ -22,9 +21,9 @@ PropertyList parseProperties(std::string_view text) {
   return properties;
 }
 
-int readPropertiesFile(const std::string& path, PropertyList& out) {
+int readPropertiesFile(platform::Files& files, const std::string& path, PropertyList& out) {
   std::string bytes;
-  const int error = platform::readWholeFile(platform::current().files, path, kMaxIniBytes, bytes);
+  const int error = platform::readWholeFile(files, path, kMaxIniBytes, bytes);
   if (error == 0) out = parseProperties(bytes);
   return error;
 }

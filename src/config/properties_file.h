@@ -5,12 +5,14 @@
 #include <string>
 #include <string_view>
 
+#include "platform/fwd.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
 // 0 or an errno value; EFBIG for a file beyond 4 MiB. `out` is only touched on success.
-[[nodiscard]] int readPropertiesFile(const std::string& path, PropertyList& out);
+[[nodiscard]] int readPropertiesFile(platform::Files& files, const std::string& path,
+                                     PropertyList& out);
 PropertyList parseProperties(std::string_view text);
 
 }  // namespace korvane

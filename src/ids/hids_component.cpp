@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/thread/stop_token.h"
 #include "config/ini_text.h"
 #include "config/properties_file.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -47,16 +45,20 @@ STRING failureText(int code) {
 
 }  // namespace
 
-HidsComponent::HidsComponent(std::string directory, std::function<int32_t()> timeoutSeconds)
-    : _directory(std::move(directory)), _timeoutSeconds(std::move(timeoutSeconds)) {}
+HidsComponent::HidsComponent(const Surroundings& surroundings, std::string directory,
+                             std::function<int32_t()> timeoutSeconds)
+    : _files(surroundings.files),
+      _clock(surroundings.clock),
+      _stop(surroundings.stop),
+      _directory(std::move(directory)),
+      _timeoutSeconds(std::move(timeoutSeconds)) {}
 
 std::string HidsComponent::path(const std::string& name) const {
-  return platform::joinPath(platform::current().files, {_directory, name});
+  return platform::joinPath(_files, {_directory, name});
 }
 
 bool HidsComponent::present() {
-  return !_directory.empty() &&
-         platform::fileExists(platform::current().files, path("ids.properties"));
+  return !_directory.empty() && platform::fileExists(_files, path("ids.properties"));
 }
 
 // A file that was changed just before it was read may change again without looking different.
@@ -71,15 +73,15 @@ bool HidsComponent::Stamp::same(const Stamp& other) const {
 bool HidsComponent::reload() {
   const std::string file = path("ids.properties");
   platform::FileInfo info;
-  const bool there = platform::current().files.info(file, info) == 0;
+  const bool there = _files.info(file, info) == 0;
   const Stamp stamp{info.size, info.modifiedNs, info.identity};
-  const int64_t now = platform::current().clock.monotonicMs();
+  const int64_t now = _clock.monotonicMs();
   {
     const Synchronized hold(_lock);
     if (there && _stamp && _stamp->same(stamp) && now - _readAtMs < kBelievedMs) return true;
   }
   std::string bytes;
-  const int error = platform::readWholeFile(platform::current().files, file, kMaxIniBytes, bytes);
+  const int error = platform::readWholeFile(_files, file, kMaxIniBytes, bytes);
   if (error != 0) {
     eventlog::trace(kTag, "Cannot read the IDS settings %s: error %d", file, error);
     return false;
@@ -90,7 +92,7 @@ bool HidsComponent::reload() {
   _read = true;
   _readAtMs = now;
   _stamp.reset();
-  if (there && stamp.settled(platform::current().clock.wallMs())) _stamp = stamp;
+  if (there && stamp.settled(_clock.wallMs())) _stamp = stamp;
   return true;
 }
 
@@ -139,14 +141,14 @@ bool HidsComponent::exchange(const std::string& kind, const char* prefix, Proper
   {
     const Synchronized hold(_lock);
     _results.clear();
-    requestId = STRING::fromInt(platform::current().clock.wallMs()) + "-" +
-                STRING::fromInt(static_cast<int64_t>(++_requests));
+    requestId =
+        STRING::fromInt(_clock.wallMs()) + "-" + STRING::fromInt(static_cast<int64_t>(++_requests));
   }
   std::string text;
   appendLine(text, {"request.id", requestId});
   for (const Property& pair : pairs) appendLine(text, pair);
   const std::string file = path(kind + ".request");
-  const int error = platform::writeFileAtomically(platform::current().files, file, text);
+  const int error = platform::writeFileAtomically(_files, file, text);
   if (error != 0) {
     eventlog::trace(kTag, "Cannot hand over to the IDS component in %s: error %d", file, error);
     return false;
@@ -168,20 +170,20 @@ bool HidsComponent::exchange(const std::string& kind, const char* prefix, Proper
 
 bool HidsComponent::awaitAnswer(const std::string& kind, const STRING& requestId,
                                 PropertyList& answer, int& failure) {
-  platform::Clock& clock = platform::current().clock;
-  const int64_t end = clock.monotonicMs() + int64_t{1000} * std::max(_timeoutSeconds(), 0);
+  const int64_t end = _clock.monotonicMs() + int64_t{1000} * std::max(_timeoutSeconds(), 0);
   const std::string file = path(kind + ".result");
   for (;;) {
     PropertyList found;
-    if (readPropertiesFile(file, found) == 0 && propertyValue(found, "request.id") == requestId) {
+    if (readPropertiesFile(_files, file, found) == 0 &&
+        propertyValue(found, "request.id") == requestId) {
       std::erase_if(found, [](const Property& pair) { return pair.first == "request.id"; });
       answer = std::move(found);
       return true;
     }
     failure = kNoAnswer;
-    if (clock.monotonicMs() >= end) return false;
+    if (_clock.monotonicMs() >= end) return false;
     failure = kStopped;
-    if (shutdownToken().sleepFor(kLookMs)) return false;
+    if (_stop.sleepFor(kLookMs)) return false;
   }
 }
 

@@ -17,14 +17,23 @@
 #include <string>
 
 #include "agent/thread/locks.h"
+#include "agent/thread/stop_token.h"
 #include "config/hids_interface.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
 class HidsComponent : public HidsInterface {
  public:
+  // What the component reaches its files and the time through, and what ends its waits; they outlive it.
+  struct Surroundings {
+    platform::Files& files;
+    platform::Clock& clock;
+    StopToken& stop;
+  };
   // directory: the component's folder. timeoutSeconds: asked at every apply operation.
-  HidsComponent(std::string directory, std::function<int32_t()> timeoutSeconds);
+  HidsComponent(const Surroundings& surroundings, std::string directory,
+                std::function<int32_t()> timeoutSeconds);
 
   bool present() override;
   bool reload() override;
@@ -57,6 +66,9 @@ class HidsComponent : public HidsInterface {
   PropertyList known();
   std::string path(const std::string& name) const;
 
+  platform::Files& _files;
+  platform::Clock& _clock;
+  StopToken& _stop;
   const std::string _directory;
   const std::function<int32_t()> _timeoutSeconds;
   Win32Mutex _lock;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "ids/hids_component.h"
@@ -37,7 +38,9 @@ constexpr int64_t kTailBytes = 4096;
 STRING currentLog(LogType type) {
   const STRING known = AgentConfig::getInstance()->getCurrentLogFile(type);
   if (!known.empty()) return known;
-  HidsComponent component(idsDirectory(), [] { return 0; });
+  platform::Platform& system = platform::current();
+  HidsComponent component({system.files, system.clock, shutdownToken()}, idsDirectory(),
+                          [] { return 0; });
   STRING name;
   if (!component.setting(idsLogSetting(type), name) || name.empty()) return {};
   return resolveIdsLogName(name.toUtf8());

@@ -232,7 +232,9 @@ class World {
     ids = left.ids;
   }
 
-  HidsComponent _component{std::string(SimulatedMachine::kRoot) + "/IDS", [] { return 10; }};
+  HidsComponent _component{{machine.fake.files, machine.sim.clock(), shutdownToken()},
+                           std::string(SimulatedMachine::kRoot) + "/IDS",
+                           [] { return 10; }};
   std::unique_ptr<platform::Event> _answered;
   Answer _answer;
   std::string _refusal;

@@ -49,7 +49,7 @@ class RequestsTest : public testing::Test {
   platform::SimThreading sim{3};
   platform::FakePlatform fake{sim};
   platform::CurrentPlatform current{fake.platform()};
-  HidsComponent component{kFolder, [] { return 10; }};
+  HidsComponent component{{fake.files, sim.clock(), shutdownToken()}, kFolder, [] { return 10; }};
   int answered = 0;
 };
 

@@ -41,7 +41,8 @@ class IdsTest : public testing::Test {
   platform::SimThreading sim{3};
   platform::FakePlatform fake{sim};
   platform::CurrentPlatform current{fake.platform()};
-  HidsComponent component{"/opt/agent/IDS", [] { return 10; }};
+  HidsComponent component{
+      {fake.files, sim.clock(), shutdownToken()}, "/opt/agent/IDS", [] { return 10; }};
 };
 
 TEST_F(IdsTest, SettingsAndRules) {
@@ -96,7 +97,8 @@ TEST_F(IdsTest, AStaleOrMissingAnswerIsAFailureAndAStopEndsTheWait) {
   EXPECT_EQ(result("IDS.Policy.ResultCode"), "1002");
   EXPECT_EQ(sim.clock().monotonicMs() - start, 11100);
   fake.files.remove("/opt/agent/IDS/policy.request");
-  HidsComponent nowhere("/no/such/folder", [] { return 0; });
+  HidsComponent nowhere({fake.files, sim.clock(), shutdownToken()}, "/no/such/folder",
+                        [] { return 0; });
   EXPECT_FALSE(nowhere.applyPolicy("/p"));
   PropertyList results;
   EXPECT_FALSE(nowhere.readResults(results));

@@ -200,7 +200,8 @@ TEST_F(PipelineTest, AnIdsPolicyReachesTheComponentAndItsAnswerComesBack) {
                 KORVANE_IDS_WRITER, "--serve --requests 3 --install-root \"" + at("root") + "\"",
                 component),
             0u);
-  HidsComponent ids(at("root/IDS"), [] { return 60; });
+  HidsComponent ids({world.system.files, world.system.clock, shutdownToken()}, at("root/IDS"),
+                    [] { return 60; });
   for (const auto& each : cases) {
     const std::string packed = source("1", each.rules);
     const STRING plus = policy.savePolicyToFile(packed.data(), packed.size());

@@ -32,7 +32,8 @@ TEST(Prevention, TakesTheIdsLogSearchAlong) {
   cycles.machine.fake.files.put("/opt/korvane/IDS/ids.properties",
                                 "ids.service.eventfile.name=/var/e.csv\n"
                                 "ids.service.rteventfile.name=../logs/rt.csv\n");
-  HidsComponent ids(idsDirectory(), [] { return 1; });
+  HidsComponent ids({cycles.machine.fake.files, cycles.machine.sim.clock(), shutdownToken()},
+                    idsDirectory(), [] { return 1; });
   AgentConfig::setHIDSInterface(&ids);
   cycles.thread.cycle();
   AgentConfig::setHIDSInterface(nullptr);

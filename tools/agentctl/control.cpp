@@ -53,7 +53,8 @@ ExitStatus version(Context& context) {
   std::string missing;
   try {
     // A file that is not there names no version.
-    ignoreResult(readPropertiesFile(context.installed("kav-version.properties"), installed));
+    ignoreResult(readPropertiesFile(context.system().files,
+                                    context.installed("kav-version.properties"), installed));
   } catch (const Failure& failure) {
     missing = failure.what();
   }

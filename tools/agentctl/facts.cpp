@@ -32,7 +32,8 @@ std::string primaryServer(const SettingsView& settings) {
 Json filedAgent(Context& context) {
   PropertyList version;
   // A file that is not there names no version.
-  ignoreResult(readPropertiesFile(context.installed("kav-version.properties"), version));
+  ignoreResult(readPropertiesFile(context.system().files,
+                                  context.installed("kav-version.properties"), version));
   const STRING number = propertyValue(version, "version");
   const STRING build = propertyValue(version, "build.number");
   return {{"version", (build.empty() ? number : number + "." + build).toUtf8()},

@@ -86,7 +86,8 @@ class AgentForwarder final : public Forwarder {
                                          fake.devices, fake.processes, fake.sockets,
                                          fake.systemInfo, fake.sharedLibraries, fake.pipes});
     _other.emplace(*_platform);
-    _component.emplace(platform::joinPath(_machine.files(), {_machine.installRoot(), "IDS"}),
+    _component.emplace(HidsComponent::Surroundings{*_disk, _machine.clock, shutdownToken()},
+                       platform::joinPath(_machine.files(), {_machine.installRoot(), "IDS"}),
                        [] { return 0; });
     AgentConfig::setHIDSInterface(&*_component);
     if (settings.serviceType == 1) {
