@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "agent/agent_factory.h"
-#include "agent/driver_policy.h"
+#include "agent/policy_state.h"
 #include "agent/stop_step.h"
 #include "agent/thread/agent_info.h"
 #include "agent/thread/exceptions.h"

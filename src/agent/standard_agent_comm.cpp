@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "agent/driver_policy.h"
+#include "agent/policy_state.h"
 #include "agent/registration_codes.h"
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"

@@ -12,7 +12,7 @@ constexpr uint32_t kLoad = 0x80008001;
 constexpr char kNotLoaded[] = "IPS Driver is not loaded. Failed to apply translated policy";
 constexpr char kFailed[] = "Driver failed to load new policy";
 
-class PolicyChangeTest : public DriverFixture {
+class PolicyLoadingTest : public DriverFixture {
  protected:
   void reset(const char* flag, bool driverUsesBuiltIn) {
     fake.registry.put(kParameters, "UseBuiltin", STRING(flag));
@@ -25,7 +25,7 @@ class PolicyChangeTest : public DriverFixture {
   }
 };
 
-TEST_F(PolicyChangeTest, EveryOutcomeLeavesTheSettingsAsItShould) {
+TEST_F(PolicyLoadingTest, EveryOutcomeLeavesTheSettingsAsItShould) {
   struct Case {
     const char* what;
     DeviceScript load;
@@ -73,7 +73,7 @@ TEST_F(PolicyChangeTest, EveryOutcomeLeavesTheSettingsAsItShould) {
   }
 }
 
-TEST_F(PolicyChangeTest, ThePathGoesAsUtf16WithItsTerminator) {
+TEST_F(PolicyLoadingTest, ThePathGoesAsUtf16WithItsTerminator) {
   ASSERT_EQ(DriverConfig::newPolicy("/p\xc3\xa4"), 0);
   const std::vector<std::byte> expected = {
       std::byte{'/'}, {}, std::byte{'p'}, {}, std::byte{0xE4}, {}, {}, {}};
@@ -86,7 +86,7 @@ TEST_F(PolicyChangeTest, ThePathGoesAsUtf16WithItsTerminator) {
   EXPECT_EQ(requests(kLoad), 1);
 }
 
-TEST_F(PolicyChangeTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstanding) {
+TEST_F(PolicyLoadingTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstanding) {
   fake.devices.setOpenError(2);
   AgentConfig* config = AgentConfig::getInstance();
   struct Case {
@@ -106,7 +106,7 @@ TEST_F(PolicyChangeTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstand
   EXPECT_EQ(DriverConfig::getErrorMessage(), STRING(kNotLoaded));
 }
 
-TEST_F(PolicyChangeTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
+TEST_F(PolicyLoadingTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
   reset("0", false);
   fake.registry.refuseBelow(kParameters, 5);
   STRING message;

@@ -1,4 +1,4 @@
-#include "agent/driver_policy.h"
+#include "agent/policy_state.h"
 
 #include "driver/driver_config.h"
 #include "eventlog/event_log.h"
