@@ -1,6 +1,6 @@
 #include "agent/policy_state.h"
 
-#include "driver/driver_config.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 
 namespace korvane {
@@ -10,35 +10,44 @@ constexpr char kBuiltinText[] = "Driver is using the builtin policy and not the 
 constexpr char kAssignedText[] =
     "Driver is no longer using the builtin policy and is using the previously assigned policy.";
 
+void takeIdentity(AgentConfig& config, const AppliedPolicy& policy) {
+  config.setPlusID(policy.id);
+  config.setPlusVersion(policy.name + " " + policy.version);
+}
+
 }  // namespace
 
 bool preventionInForce(const AgentConfig& config) {
   return config.isIPSEnabled() && config.isIPSRebootDone();
 }
 
-bool reportBuiltinPolicy(AgentConfig& config) {
-  if (!DriverConfig::usingBuiltIn()) return false;
-  config.setPolicyState(kBuiltinPolicyState, kBuiltinText);
-  config.updatedDriverForBuiltIn();
-  eventlog::event(10104, "KorvaneAgent");
-  return true;
+void refreshPolicyIdentity(AgentConfig& config, Driver& driver) {
+  AppliedPolicy policy;
+  if (driver.queryPolicy(policy).ok()) takeIdentity(config, policy);
 }
 
-void reportPolicyChange(AgentConfig& config) {
-  const bool builtin = DriverConfig::usingBuiltIn();
+bool reportBuiltinPolicy(AgentConfig& config, Driver& driver) {
+  AppliedPolicy policy;
+  if (!driver.usingBuiltIn(policy).ok()) return false;
+  if (policy.builtIn != 0) {
+    config.setPolicyState(kBuiltinPolicyState, kBuiltinText);
+    config.updatedDriverForBuiltIn();
+    eventlog::event(10104, "KorvaneAgent");
+  }
+  takeIdentity(config, policy);
+  return policy.builtIn != 0;
+}
+
+void reportPolicyChange(AgentConfig& config, Driver& driver) {
+  AppliedPolicy policy;
+  const bool answered = driver.usingBuiltIn(policy).ok();
+  const bool builtin = answered && policy.builtIn != 0;
   const int state = builtin ? kBuiltinPolicyState : kAssignedPolicyState;
   config.setPolicyState(state, builtin ? kBuiltinText : kAssignedText);
   eventlog::trace("KorvaneAgent", "::setPolicyState - state=%d", state);
   eventlog::event(builtin ? 10104 : 10166, "KorvaneAgent");
-}
-
-void refreshPolicyIdentity(AgentConfig& config) {
-  STRING name;
-  STRING version;
-  STRING identifier;
-  if (!DriverConfig::queryPolicy(name, version, identifier)) return;
-  config.setPlusID(identifier);
-  config.setPlusVersion(name + " " + version);
+  config.updatedDriverForBuiltIn();
+  if (answered) takeIdentity(config, policy);
 }
 
 }  // namespace korvane

@@ -1,13 +1,11 @@
-// DriverConfig's operations on the policy in force.
+// What the driver says of the policy in force, and its fall-back to the built-in one.
 #include <array>
+#include <span>
 
-#include "driver/driver_config.h"
+#include "driver/driver.h"
+#include "driver/driver_protocol.h"
 #include "driver/driver_values.h"
-#include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
-#include "platform/platform.h"
-#include "platform/registry.h"
-#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
@@ -23,17 +21,10 @@ uint32_t numberField(const char* bytes) {
 
 }  // namespace
 
-struct DriverConfig::AppliedPolicy {
-  int32_t builtIn = 0;
-  STRING name;
-  STRING version;
-  STRING id;
-};
-
-int32_t DriverConfig::readAppliedPolicy(AppliedPolicy& policy) {
+int32_t Driver::readAppliedPolicy(AppliedPolicy& policy) {
   std::array<char, KAVIPS_POLICY_RECORD_BYTES> record{};
-  const int32_t result = NotifyDriver(static_cast<int32_t>(KAVIPS_QUERY_POLICY), record.data(),
-                                      record.size(), kQueryTimeoutMs);
+  const int32_t result =
+      request(KAVIPS_QUERY_POLICY, std::as_writable_bytes(std::span(record)), kQueryTimeoutMs);
   if (result != NotifyResult::completed) return result;
   policy.builtIn = static_cast<int32_t>(numberField(record.data()));
   policy.name = textField(&record[KAVIPS_POLICY_NAME_OFFSET], KAVIPS_POLICY_NAME_BYTES);
@@ -42,70 +33,47 @@ int32_t DriverConfig::readAppliedPolicy(AppliedPolicy& policy) {
   return result;
 }
 
-int DriverConfig::useBuiltIn() {
-  STRING unused;
-  return useBuiltIn(unused);
-}
-
-int DriverConfig::useBuiltIn(STRING& message) {
-  constexpr char tag[] = "DriverConfig::useBuiltIn()";
-  Synchronized hold(shared().builtInLock);
-  eventlog::trace(tag, "Setting builtin policy.");
-  const int32_t asked =
-      NotifyDriver(static_cast<int32_t>(KAVIPS_USE_BUILTIN), nullptr, 0, kUseBuiltInTimeoutMs);
-  const int recorded = writeParameter(useBuiltin, kFlagOn, message);
+DriverResult Driver::useBuiltIn() {
+  Synchronized hold(_builtInLock);
+  eventlog::trace("DriverConfig::useBuiltIn()", "Setting builtin policy.");
+  const int32_t asked = request(KAVIPS_USE_BUILTIN, {}, kUseBuiltInTimeoutMs);
+  DriverResult recorded = writeValue(kUseBuiltinValue, kFlagOn);
   if (asked == NotifyResult::completed) return recorded;
-  fail("Failed to tell Driver to use Builtin Policy", message);
-  return asked;
+  return fail(asked, "Failed to tell Driver to use Builtin Policy");
 }
 
-bool DriverConfig::usingBuiltIn() {
+DriverResult Driver::usingBuiltIn(AppliedPolicy& policy) {
   constexpr char tag[] = "DriverConfig::usingBuiltIn()";
-  Synchronized hold(shared().builtInLock);
+  Synchronized hold(_builtInLock);
   eventlog::trace(tag, "Querying policy.");
-  AppliedPolicy policy;
-  if (readAppliedPolicy(policy) != NotifyResult::completed) {
-    STRING unused;
-    fail("Failed to get info on Builtin Policy", unused);
-    return false;
-  }
+  const int32_t asked = readAppliedPolicy(policy);
+  if (asked != NotifyResult::completed) return fail(asked, "Failed to get info on Builtin Policy");
   eventlog::trace(tag, "Builtin: %d", policy.builtIn);
   eventlog::trace(tag, "Name: %ls", policy.name);
   eventlog::trace(tag, "Version: %ls", policy.version);
   eventlog::trace(tag, "ID = %ls", policy.id);
-  return policy.builtIn != 0;
+  return {};
 }
 
-bool DriverConfig::queryPolicy(STRING& name, STRING& version, STRING& id) {
-  STRING unused;
-  return queryPolicy(name, version, id, unused);
+bool Driver::usingBuiltIn() {
+  AppliedPolicy policy;
+  return usingBuiltIn(policy).ok() && policy.builtIn != 0;
 }
 
-bool DriverConfig::queryPolicy(STRING& name, STRING& version, STRING& id, STRING& message) {
+DriverResult Driver::queryPolicy(AppliedPolicy& policy) {
   constexpr char tag[] = "DriverConfig::queryPolicy()";
   eventlog::trace(tag, "Querying policy.");
-  AppliedPolicy policy;
-  if (readAppliedPolicy(policy) != NotifyResult::completed) {
-    fail("Failed to get info on applied Policy", message);
-    return false;
-  }
+  const int32_t asked = readAppliedPolicy(policy);
+  if (asked != NotifyResult::completed) return fail(asked, "Failed to get info on applied Policy");
   eventlog::trace(tag, "Builtin = %d", policy.builtIn);
   eventlog::trace(tag, "Name = %s", policy.name);
   eventlog::trace(tag, "Version = %s", policy.version);
   eventlog::trace(tag, "ID = %s", policy.id);
-  name = policy.name;
-  version = policy.version;
-  id = policy.id;
-  return true;
+  return {};
 }
 
-bool DriverConfig::builtInInForce() {
-  STRING flag;
-  // A flag that cannot be read leaves the driver to be asked.
-  ignoreResult(
-      platform::current().registry.readString(kDriverParametersKey, kUseBuiltinValue, flag));
-  if (!flag.empty() && flag != STRING(kFlagOff)) return true;
-  Synchronized hold(shared().builtInLock);
+bool Driver::hasBuiltIn() {
+  Synchronized hold(_builtInLock);
   AppliedPolicy policy;
   return readAppliedPolicy(policy) == NotifyResult::completed && policy.builtIn != 0;
 }

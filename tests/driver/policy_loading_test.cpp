@@ -59,11 +59,11 @@ TEST_F(PolicyLoadingTest, EveryOutcomeLeavesTheSettingsAsItShould) {
     const int loads = requests(kLoad);
     fake.devices.queue(kLoad, each.load);
     if (each.reason) fake.devices.queue(0x80004024, *each.reason);
-    STRING message;
-    EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), each.result);
-    EXPECT_EQ(message.toUtf8(), each.message ? each.message : "");
+    const DriverResult loaded = driver.newPolicy("/new.conf");
+    EXPECT_EQ(loaded.code, each.result);
+    EXPECT_EQ(loaded.text.toUtf8(), each.message ? each.message : "");
     if (each.message) {
-      EXPECT_EQ(DriverConfig::getErrorMessage(), message);
+      EXPECT_EQ(DriverConfig::getErrorMessage(), loaded.text);
     }
     EXPECT_EQ(parameter("UseBuiltin"), each.flagAfter);
     EXPECT_EQ(parameter("Filter File"), each.result == 0 ? "/new.conf" : "/old.conf");
@@ -109,11 +109,11 @@ TEST_F(PolicyLoadingTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstan
 TEST_F(PolicyLoadingTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
   reset("0", false);
   fake.registry.refuseBelow(kParameters, 5);
-  STRING message;
-  EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), 7);
+  DriverResult loading = driver.newPolicy("/new.conf");
+  EXPECT_EQ(loading.code, 7);
   EXPECT_EQ(requests(kLoad), 0);
-  EXPECT_TRUE(message.endsWith("Parameters\\UseBuiltin"));
-  EXPECT_EQ(DriverConfig::getErrorMessage(), message);
+  EXPECT_TRUE(loading.text.endsWith("Parameters\\UseBuiltin"));
+  EXPECT_EQ(DriverConfig::getErrorMessage(), loading.text);
 
   // The registry refuses once the driver has accepted: the old policy goes back.
   for (const uint32_t revert : {0u, 13u}) {
@@ -126,11 +126,12 @@ TEST_F(PolicyLoadingTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
       fake.registry.refuseBelow(kParameters, 5);
       return DeviceScript::pending(0, loaded.size() == 1 ? 0 : revert);
     });
-    EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), 7);
+    loading = driver.newPolicy("/new.conf");
+    EXPECT_EQ(loading.code, 7);
     ASSERT_EQ(loaded.size(), 2u);
     EXPECT_EQ(loaded[1][2], std::byte{'o'}) << "the old file";
-    EXPECT_EQ(message == STRING("Driver failed  to load the old policy"), revert != 0);
-    EXPECT_EQ(DriverConfig::getErrorMessage(), message);
+    EXPECT_EQ(loading.text == STRING("Driver failed  to load the old policy"), revert != 0);
+    EXPECT_EQ(DriverConfig::getErrorMessage(), loading.text);
     EXPECT_EQ(DriverConfig::getPolApplicationDate(), 5u);
   }
 }

@@ -14,6 +14,7 @@
 
 #include <optional>
 
+#include "driver/driver.h"
 #include "util/property_list.h"
 
 namespace korvane {
@@ -21,11 +22,13 @@ namespace korvane {
 // Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants it. To be
 // called before the settings are taken: whoever sees the changed setting asks the driver. An empty text, or
 // why the driver refuses; registry and driver are as before then.
-STRING followBuiltInWish(const PropertyList& settings);
+STRING followBuiltInWish(const PropertyList& settings, Driver& driver = currentDriver());
 
 class BuiltInWish {
  public:
   static constexpr int kPauseCycles = 300;
+
+  explicit BuiltInWish(Driver& driver = currentDriver()) : _driver(driver) {}
 
   // As followBuiltInWish(); what is refused is taken out of the settings and tried again.
   STRING follow(PropertyList& settings);
@@ -34,6 +37,7 @@ class BuiltInWish {
   void forget() { _wanted.reset(); }
 
  private:
+  Driver& _driver;
   std::optional<bool> _wanted;
   int _pause = 0;
 };

@@ -29,6 +29,7 @@
 #include <string>
 #include <string_view>
 
+#include "driver/driver.h"
 #include "update/policy/policy_history.h"
 #include "update/policy/retrans_check.h"
 #include "util/property_list.h"
@@ -47,7 +48,7 @@ class PolicyProcessor {
   static constexpr int kPolicyNotSaved = 36;
   static constexpr int kPolicyFailed = 66;
 
-  PolicyProcessor();
+  explicit PolicyProcessor(Driver& driver = currentDriver());
   ~PolicyProcessor();
   PolicyProcessor(const PolicyProcessor&) = delete;
   PolicyProcessor& operator=(const PolicyProcessor&) = delete;
@@ -135,6 +136,7 @@ class PolicyProcessor {
   void UpdateHistoryIPS(const Attempt& attempt);
   void UpdateHistoryIDS(const Attempt& attempt);
 
+  Driver& _driver;
   PolicyHistory _history;
   RetransCheck _retrans;
   STRING _errorText;

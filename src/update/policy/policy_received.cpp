@@ -93,7 +93,7 @@ bool sendOutcome() {
 
 bool PolicyProcessor::reconcile() {
   AgentConfig& config = *AgentConfig::getInstance();
-  const Reconciled outcome = reconcilePolicy();
+  const Reconciled outcome = reconcilePolicy(currentDriver());
   switch (outcome) {
     case Reconciled::nothing: {
       const int code = config.getPolicyErrorCode();

@@ -12,6 +12,7 @@
 //   check.checkRetrans();   // may set AgentConfig's request for a retranslation
 #pragma once
 
+#include "driver/driver.h"
 #include "update/policy/retrans_items.h"
 #include "util/string.h"
 
@@ -19,6 +20,8 @@ namespace korvane {
 
 class RetransCheck {
  public:
+  explicit RetransCheck(Driver& driver = currentDriver()) : _driver(driver) {}
+
   // Replaces the items by those of the file at `path`, a full path. False when it was not read; a
   // missing file is only traced.
   [[nodiscard]] bool loadRetransItems(const STRING& path);
@@ -30,6 +33,7 @@ class RetransCheck {
   const RetransItems& items() const { return _items; }
 
  private:
+  Driver& _driver;
   RetransItems _items;
 };
 
