@@ -2,6 +2,7 @@
 
 #include "config/agent_config.h"
 #include "config/setting_check.h"
+#include "driver/driver.h"
 #include "driver/driver_values.h"
 #include "eventlog/event_log.h"
 #include "util/ignore_result.h"
@@ -55,10 +56,12 @@ STRING tell(Driver& driver, bool builtIn) {
 
 }  // namespace
 
-STRING followBuiltInWish(const PropertyList& settings, Driver& driver) {
+STRING followBuiltInWish(const PropertyList& settings) {
   const STRING* wish = wishIn(settings);
-  return wish ? tell(driver, wish->toBool()) : STRING();
+  return wish ? tell(currentDriver(), wish->toBool()) : STRING();
 }
+
+BuiltInWish::BuiltInWish() : _driver(currentDriver()) {}
 
 STRING BuiltInWish::follow(PropertyList& settings) {
   const STRING* wish = wishIn(settings);

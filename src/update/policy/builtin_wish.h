@@ -14,21 +14,23 @@
 
 #include <optional>
 
-#include "driver/driver.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
+class Driver;
+
 // Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants it. To be
 // called before the settings are taken: whoever sees the changed setting asks the driver. An empty text, or
 // why the driver refuses; registry and driver are as before then.
-STRING followBuiltInWish(const PropertyList& settings, Driver& driver = currentDriver());
+STRING followBuiltInWish(const PropertyList& settings);
 
 class BuiltInWish {
  public:
   static constexpr int kPauseCycles = 300;
 
-  explicit BuiltInWish(Driver& driver = currentDriver()) : _driver(driver) {}
+  // With the current run's driver.
+  BuiltInWish();
 
   // As followBuiltInWish(); what is refused is taken out of the settings and tried again.
   STRING follow(PropertyList& settings);

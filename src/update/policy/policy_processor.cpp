@@ -66,6 +66,7 @@ HistoryRecord PolicyProcessor::Attempt::finished() const {
   return whole;
 }
 
+PolicyProcessor::PolicyProcessor() : PolicyProcessor(currentDriver()) {}
 PolicyProcessor::PolicyProcessor(Driver& driver) : _driver(driver), _retrans(driver) {}
 PolicyProcessor::~PolicyProcessor() = default;
 

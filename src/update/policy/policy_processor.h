@@ -29,13 +29,13 @@
 #include <string>
 #include <string_view>
 
-#include "driver/driver.h"
 #include "update/policy/policy_history.h"
 #include "update/policy/retrans_check.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
+class Driver;
 class HttpsHandler;
 class PolicyChange;
 struct PolicyFiles;
@@ -48,7 +48,9 @@ class PolicyProcessor {
   static constexpr int kPolicyNotSaved = 36;
   static constexpr int kPolicyFailed = 66;
 
-  explicit PolicyProcessor(Driver& driver = currentDriver());
+  // With the current run's driver, or with this one, which outlives the object.
+  PolicyProcessor();
+  explicit PolicyProcessor(Driver& driver);
   ~PolicyProcessor();
   PolicyProcessor(const PolicyProcessor&) = delete;
   PolicyProcessor& operator=(const PolicyProcessor&) = delete;

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "config/agent_config.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
