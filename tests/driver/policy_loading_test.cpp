@@ -93,8 +93,10 @@ TEST_F(PolicyLoadingTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstan
     bool enabled;
     bool rebootRequired;
     int result;
+    int restored;  // result of putting an earlier setting back
   };
-  for (const Case& each : {Case{true, true, 0}, Case{true, false, 2}, Case{false, true, 2}}) {
+  for (const Case& each :
+       {Case{true, true, 0, 0}, Case{true, false, 2, 2}, Case{false, true, 2, 0}}) {
     reset("1", false);
     config->setIPSEnabled(each.enabled);
     config->setIPSRebootRequired(each.rebootRequired);
@@ -102,6 +104,7 @@ TEST_F(PolicyLoadingTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstan
     EXPECT_EQ(parameter("Filter File"), each.result == 0 ? "/new.conf" : "/old.conf");
     EXPECT_EQ(parameter("UseBuiltin"), each.result == 0 ? "0" : "1");
     EXPECT_EQ(DriverConfig::getPolApplicationDate() == 5, each.result != 0);
+    EXPECT_EQ(driver.restorePolicySetting({"/before.conf", false}).code, each.restored);
   }
   EXPECT_EQ(DriverConfig::getErrorMessage(), STRING(kNotLoaded));
 }
