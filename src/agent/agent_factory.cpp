@@ -6,6 +6,7 @@
 #include "config/service_type.h"
 #include "discovery/app_data_processing_thread.h"
 #include "discovery/generic_app_data_processing_thread.h"
+#include "driver/driver.h"
 #include "logs/bulk_log_processing_thread.h"
 #include "logs/log_processing_thread.h"
 #include "logs/log_processor.h"
@@ -16,7 +17,7 @@
 namespace korvane {
 
 std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config) {
-  if (isStandardAgent()) return std::make_unique<StandardAgentComm>(config);
+  if (isStandardAgent()) return std::make_unique<StandardAgentComm>(config, currentDriver());
   if (isCloudAgent()) return std::make_unique<CloudAgentComm>();
   return nullptr;
 }

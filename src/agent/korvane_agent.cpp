@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "agent/agent_factory.h"
-#include "agent/driver_policy.h"
+#include "agent/policy_state.h"
 #include "agent/stop_step.h"
 #include "agent/thread/agent_info.h"
 #include "agent/thread/exceptions.h"
@@ -12,7 +12,7 @@
 #include "cloud/application_policies.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
-#include "driver/driver_config.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -132,8 +132,10 @@ bool KorvaneAgent::registerNow() {
 
 void KorvaneAgent::checkBuiltinPolicy() {
   if (stopping()) return;
-  if (preventionInForce(*_config) && reportBuiltinPolicy(*_config)) _builtinReported = 1;
-  if (!stopping()) refreshPolicyIdentity(*_config);
+  if (!preventionInForce(*_config))
+    refreshPolicyIdentity(*_config, currentDriver());
+  else if (reportBuiltinPolicy(*_config, currentDriver()))
+    _builtinReported = 1;
 }
 
 void KorvaneAgent::reportPolicyState() {
@@ -209,10 +211,8 @@ bool KorvaneAgent::superviseOnce() {
 
 void KorvaneAgent::followBuiltinPolicy() {
   if (!preventionInForce(*_config) || !_config->useBuiltInPolicyChanged()) return;
-  reportPolicyChange(*_config);
-  _config->updatedDriverForBuiltIn();
+  reportPolicyChange(*_config, currentDriver());
   _iniDirty = true;
-  refreshPolicyIdentity(*_config);
 }
 
 void KorvaneAgent::followOwnLog() {

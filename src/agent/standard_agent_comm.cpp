@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "agent/driver_policy.h"
+#include "agent/policy_state.h"
 #include "agent/registration_codes.h"
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
@@ -54,8 +54,8 @@ std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
 
 }  // namespace
 
-StandardAgentComm::StandardAgentComm(AgentConfig& config)
-    : _config(config), _onShutdown(shutdownToken(), [this] { _stop.request(); }) {}
+StandardAgentComm::StandardAgentComm(AgentConfig& config, Driver& driver)
+    : _config(config), _driver(driver), _onShutdown(shutdownToken(), [this] { _stop.request(); }) {}
 
 void StandardAgentComm::stop() {
   _stop.request();
@@ -88,10 +88,7 @@ bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
   if (_stop.requested()) return true;
 
   const bool enrolled = keepIdentity(*handler);
-  if (preventionInForce(_config)) {
-    if (reportBuiltinPolicy(_config)) builtinReported = 1;
-    refreshPolicyIdentity(_config);
-  }
+  if (preventionInForce(_config) && reportBuiltinPolicy(_config, _driver)) builtinReported = 1;
   if (enrolled || _stop.requested()) return true;
   eventlog::trace(kRegistrationTag, "Fatal Registration.");
   return false;

@@ -17,12 +17,13 @@
 namespace korvane {
 
 class AgentConfig;
+class Driver;
 class HttpsHandler;
 
 class StandardAgentComm : public AgentComm {
  public:
-  // config outlives this object.
-  explicit StandardAgentComm(AgentConfig& config);
+  // Both outlive this object.
+  StandardAgentComm(AgentConfig& config, Driver& driver);
 
   bool testConnection() override;
   bool registerAgent(uint8_t& builtinReported) override;
@@ -37,6 +38,7 @@ class StandardAgentComm : public AgentComm {
   [[nodiscard]] bool keepIdentity(HttpsHandler& handler);
 
   AgentConfig& _config;
+  Driver& _driver;
   StopToken _stop;
   StopCallback _onShutdown;
 };

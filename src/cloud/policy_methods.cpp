@@ -3,43 +3,51 @@
 #include "cloud/local_methods.h"
 #include "config/agent_config.h"
 #include "config/settings_table.h"
-#include "driver/driver_config.h"
+#include "driver/driver.h"
+#include "driver/driver_values.h"
+#include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
 // What the driver itself says; its request takes its time-out at most, and a stop cuts it short.
-void putAnswer(JsonTree& tree) {
-  STRING name, version, identifier, message;
-  const bool answered = DriverConfig::queryPolicy(name, version, identifier, message);
-  putFlag(tree, "answered", answered);
-  if (!answered) {
-    putMember(tree, "error", message.toUtf8());
-    return;
+AppliedPolicy putAnswer(JsonTree& tree, Driver& driver) {
+  AppliedPolicy applied;
+  const DriverResult asked = driver.queryPolicy(applied);
+  putFlag(tree, "answered", asked.ok());
+  if (!asked.ok()) {
+    putMember(tree, "error", asked.text.toUtf8());
+    return applied;
   }
   JsonTree policy;
-  putMember(policy, "name", name.toUtf8());
-  putMember(policy, "version", version.toUtf8());
-  putMember(policy, "id", identifier.toUtf8());
+  putMember(policy, "name", applied.name.toUtf8());
+  putMember(policy, "version", applied.version.toUtf8());
+  putMember(policy, "id", applied.id.toUtf8());
   tree.push_back({"policy", std::move(policy)});
-  putFlag(tree, "builtIn", DriverConfig::usingBuiltIn());
+  putFlag(tree, "builtIn", applied.builtIn != 0);
+  return applied;
 }
 
-// What the registry says of it.
-void putRecorded(JsonTree& tree) {
-  DriverConfig::PolicySetting setting;
+// What the registry says of it; a built-in policy that the driver has is in force whatever is recorded.
+void putRecorded(JsonTree& tree, Driver& driver, const AppliedPolicy& applied) {
+  PolicySetting setting;
   JsonTree recorded;
-  putFlag(recorded, "readable", DriverConfig::policySetting(setting));
+  const bool readable = driver.recordedSetting(setting);
+  putFlag(recorded, "readable", readable);
   putMember(recorded, "filterFile", setting.filterFile.toUtf8());
-  putFlag(recorded, "builtIn", setting.builtIn);
-  putTime(recorded, "appliedAt", static_cast<int64_t>(DriverConfig::getPolApplicationDate()));
-  putMember(recorded, "logFile", DriverConfig::getDriverLog().toUtf8());
+  putFlag(recorded, "builtIn", readable && (setting.builtIn || applied.builtIn != 0));
+  putTime(recorded, "appliedAt", static_cast<int64_t>(driver.applicationDate()));
+  STRING logFile;
+  // Empty when it cannot be read.
+  ignoreResult(driver.readValue(kLogFileValue, logFile));
+  putMember(recorded, "logFile", logFile.toUtf8());
   tree.push_back({"recorded", std::move(recorded)});
 }
 
 void queryDriver(const RPCRequest&, RPCResponse& response) {
-  putAnswer(response.result);
-  putRecorded(response.result);
+  Driver& driver = currentDriver();
+  const AppliedPolicy applied = putAnswer(response.result, driver);
+  putRecorded(response.result, driver, applied);
 }
 
 }  // namespace

@@ -1,22 +1,14 @@
-// The kernel driver's settings in the registry, its services, and the requests to it: together with
-// NotifyDriver the agent's only access to the driver.
+// The current run's Driver (driver/driver.h) as static operations: the registry values, services and requests of
+// the kernel driver for whoever is outside of the agent's own rooms.
 //
-// All operations are static; the class is never instantiated. Threads: any thread may call
-// anything. StartDriver and StopDriver exclude each other, useBuiltIn and usingBuiltIn exclude each
-// other; an operation that asks the driver blocks for up to the time-out of its request
-// (driver_protocol.h and docs/file-formats.md), which a stop of the agent cuts short.
-// Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult. Nothing is
-// retried here. An operation whose text is reported returns it with its result, in `message`:
-// the failure's own, whatever others ask of the driver meanwhile; a success leaves `message` as it is.
-// getErrorMessage() gives the text of the last failure in this run, from whatever thread.
-//
-//   STRING message;
-//   if (const int result = DriverConfig::newPolicy(minusFile, message)) report(result, message);
+// The class is never instantiated. Threads: any thread may call anything; locks and time-outs are the
+// driver's. Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult.
+// getErrorMessage() gives the text of the last failure in this run, from whatever thread and whatever asked
+// the driver; who needs the text of a failure of its own asks the Driver, whose results have it.
 #pragma once
 
 #include <cstdint>
 
-#include "agent/thread/locks.h"
 #include "driver/driver_protocol.h"
 #include "util/export.h"
 #include "util/string.h"
@@ -38,9 +30,6 @@ class KORVANE_EXPORT DriverConfig {
 
   static constexpr int kRegistryError = 7;
 
-  // Set the start values of the driver's services for the next start of the system. On systems with
-  // the network filter (Windows NT 6.0 and later) that service goes along, else the TCP filter; one
-  // that is not installed is skipped.
   [[nodiscard]] static int StartDriver();
   [[nodiscard]] static int StopDriver();
 
@@ -57,31 +46,12 @@ class KORVANE_EXPORT DriverConfig {
   static STRING getProfileLog();
   static STRING getMinusFile();
 
-  // Loads a translated policy (a full path) into the driver and records it. A refused one leaves
-  // the driver and its settings as they were. A driver that waits for its first reboot finds the
-  // file recorded when it starts, which counts as success.
   [[nodiscard]] static int newPolicy(const STRING& file);
-  [[nodiscard]] static int newPolicy(const STRING& file, STRING& message);
-  // What the driver is set to, as far as it can be put back.
-  struct PolicySetting {
-    STRING filterFile;     // empty: no policy has been loaded yet
-    bool builtIn = false;  // the built-in policy is in force
-
-    friend bool operator==(const PolicySetting&, const PolicySetting&) = default;
-  };
-  // False when the registry cannot be read, which a missing value does not make it.
-  [[nodiscard]] static bool policySetting(PolicySetting& out);
-  // Puts registry and driver back to a setting. The driver is told also when it may never have left it. A
-  // driver that is off, or waits for its first reboot, finds everything in the registry when it starts.
-  [[nodiscard]] static int restorePolicySetting(const PolicySetting& setting);
-  // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
   [[nodiscard]] static int useBuiltIn();
-  [[nodiscard]] static int useBuiltIn(STRING& message);
   // False also when the driver cannot be asked.
   static bool usingBuiltIn();
   // The policy in force; false, and nothing changed, when the driver cannot be asked.
   [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id);
-  [[nodiscard]] static bool queryPolicy(STRING& name, STRING& version, STRING& id, STRING& message);
 
   // Point the driver at a new log file (a full path).
   [[nodiscard]] static int rollDriverLog(const STRING& newFile);
@@ -96,37 +66,6 @@ class KORVANE_EXPORT DriverConfig {
   [[nodiscard]] static int psetsnapshot(KorvanePsetSnapshot* buffer, int bytes);
 
   static STRING getErrorMessage();
-
- private:
-  struct AppliedPolicy;
-
-  // Makes `text` the failure's own and the last one of the run.
-  static void fail(const STRING& text, STRING& message);
-  [[nodiscard]] static int writeParameter(RegKey key, const STRING& value, STRING& message);
-  [[nodiscard]] static int setServiceStart(const STRING& service, uint32_t value,
-                                           bool mayBeMissing);
-  [[nodiscard]] static int setServiceStarts(uint32_t driver, uint32_t networkFilter,
-                                            uint32_t tcpFilter);
-  [[nodiscard]] static int rollLog(RegKey key, const STRING& newFile, uint32_t code);
-  [[nodiscard]] static int snapshot(uint32_t code, void* buffer, int bytes);
-  [[nodiscard]] static int32_t readAppliedPolicy(AppliedPolicy& policy);
-
-  static bool builtInInForce();
-
-  // The steps of newPolicy.
-  struct PolicyChange;
-  [[nodiscard]] static int changePolicy(PolicyChange& change);
-  [[nodiscard]] static int recordForReboot(PolicyChange& change);
-  [[nodiscard]] static int recordLoaded(PolicyChange& change);
-  [[nodiscard]] static int giveUp(int result, PolicyChange& change);
-
-  struct Shared {
-    Win32Mutex servicesLock;
-    Win32Mutex builtInLock;
-    Win32Mutex errorLock;
-    STRING errorMessage GUARDED_BY(errorLock);
-  };
-  static Shared& shared();
 };
 
 }  // namespace korvane

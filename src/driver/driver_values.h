@@ -1,4 +1,4 @@
-// What the files of this room share: registry names and values, and the reading of text fields.
+// Names and values of the driver's registry settings, and the reading of text fields.
 #pragma once
 
 #include <cstddef>
@@ -11,11 +11,18 @@ namespace korvane {
 
 inline constexpr char kDriverParametersKey[] =
     "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters";
-inline constexpr char kUseBuiltinValue[] = "UseBuiltin";
+inline constexpr char kLogFileValue[] = "Log File";
+inline constexpr char kProfileFileValue[] = "Profile File";
 inline constexpr char kFilterFileValue[] = "Filter File";
+inline constexpr char kUseBuiltinValue[] = "UseBuiltin";
+inline constexpr char kEnableValue[] = "Enable";
+inline constexpr char kPolicyEffectiveDtValue[] = "PolicyEffectiveDt";
 
 inline constexpr char16_t kFlagOn[] = u"1";
 inline constexpr char16_t kFlagOff[] = u"0";
+inline bool isOn(const STRING& flag) {
+  return !flag.empty() && flag != STRING(kFlagOff);
+}
 
 inline constexpr uint32_t kUseBuiltInTimeoutMs = 1000;
 

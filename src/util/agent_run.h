@@ -41,7 +41,6 @@ enum class RunPart : uint8_t {
   exchangeOutcome,
   nameLookups,
   driver,
-  driverDevice,
   translator,
   applicationData,
   forwardingCounters,

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/standard_agent_comm.h"
+#include "driver/driver.h"
 #include "tests/support/simulated_agent.h"
 
 namespace korvane {
@@ -13,7 +14,9 @@ using tests::kRegistered;
 using tests::SimulatedMachine;
 
 struct Step {
-  Step() : comm(*AgentConfig::getInstance()) { result = comm.registerAgent(builtinReported); }
+  Step() : comm(*AgentConfig::getInstance(), currentDriver()) {
+    result = comm.registerAgent(builtinReported);
+  }
   StandardAgentComm comm;
   uint8_t builtinReported = 0;
   bool result = false;
@@ -49,7 +52,7 @@ TEST(Registration, AStopEndsPauseAndExchangeAndIsNoFailure) {
   for (const Answer& answer : {Answer::failure(7), Answer::hanging()}) {
     SimulatedMachine machine;
     machine.server.always("register", answer);
-    StandardAgentComm comm(*AgentConfig::getInstance());
+    StandardAgentComm comm(*AgentConfig::getInstance(), currentDriver());
     uint8_t reported = 0;
     bool result = false;
     const auto thread = machine.sim.createThread(0, [&] { result = comm.registerAgent(reported); });

@@ -8,6 +8,7 @@
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "driver/driver.h"
 #include "driver/driver_config.h"
 #include "driver/notify_driver.h"
 #include "platform/fake/fake_platform.h"
@@ -41,6 +42,7 @@ class DriverFixture : public testing::Test {
 
   platform::FakePlatform fake;
   platform::CurrentPlatform current{fake.platform()};
+  Driver& driver = currentDriver();
   LoggedEvents events{fake.files};
 };
 

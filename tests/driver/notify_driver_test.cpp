@@ -100,5 +100,25 @@ TEST_F(NotifyDriverTest, AStopEndsTheWaitAndCancelsTheRequest) {
   EXPECT_TRUE(events.all().empty()) << "a stop is not a fault of the driver's";
 }
 
+TEST_F(NotifyDriverTest, AnotherDriverHasItsOwnDeviceFailuresAndStop) {
+  platform::FakePlatform other;
+  StopToken stop;
+  STRING failure;
+  Driver second({other.registry, other.devices, other.systemInfo, other.clock, stop,
+                 [] { return Driver::Prevention::off; },
+                 [&failure](const STRING& text) { failure = text; }});
+  other.devices.setOpenError(2);
+  EXPECT_EQ(second.useBuiltIn().code, 2);
+  EXPECT_EQ(failure, STRING("Failed to tell Driver to use Builtin Policy"));
+  EXPECT_EQ(DriverConfig::getErrorMessage(), STRING());
+  EXPECT_EQ(NotifyDriver(kQuery, nullptr, 0, 10), 0);
+  EXPECT_EQ(events.all(), std::vector<int>{10112}) << "only the second one's opening had failed";
+
+  shutdownToken().request();
+  other.devices.setOpenError(0);
+  other.devices.queue(KAVIPS_QUERY_POLICY, DeviceScript::pending(1, 0));
+  EXPECT_EQ(second.request(KAVIPS_QUERY_POLICY, {}, 1000), 0);
+}
+
 }  // namespace
 }  // namespace korvane

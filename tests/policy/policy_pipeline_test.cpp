@@ -4,6 +4,7 @@
 #include <atomic>
 #include <thread>
 
+#include "driver/driver.h"
 #include "driver/driver_config.h"
 #include "tests/policy/policy_world.h"
 #include "tests/support/logged_events.h"
@@ -56,6 +57,16 @@ TEST(PolicyPipeline, TheTranslatorIsCalledWithTheFilesAndTheItemsOfTheFormerPoli
   ASSERT_TRUE(first.install("B"));
   EXPECT_THAT(first.world.fake.processes.starts()[0].arguments,
               testing::StartsWith("\"-agent\" \"-loadtext\" "));
+}
+
+// Before the load for what a rollback goes back to, after it for what is in force.
+TEST(PolicyPipeline, AChangeAsksTheDriverOnceBeforeTheLoadAndOnceAfterIt) {
+  Pipeline pipeline;
+  ASSERT_TRUE(pipeline.install("B"));
+  std::vector<uint32_t> asked;
+  for (const auto& call : pipeline.world.fake.devices.calls()) asked.push_back(call.controlCode);
+  EXPECT_THAT(asked,
+              testing::ElementsAre(KAVIPS_QUERY_POLICY, KAVIPS_LOAD_POLICY, KAVIPS_QUERY_POLICY));
 }
 
 // The agent's other callers of the driver interface fail at the same time, each with a text of its own.
@@ -227,7 +238,7 @@ TEST(PolicyReconcile, WhatCannotBeUndoneIsTriedAgain) {
   {
     Pipeline pipeline;
     pipeline.world.fake.registry.refuseBelow(tests::kDriverKey, 0);
-    PolicyChange change("/opt/korvane/IPS/driver/policy2.sbp.zip");
+    PolicyChange change("/opt/korvane/IPS/driver/policy2.sbp.zip", currentDriver());
     ASSERT_TRUE(change.begin());
     left = pipeline.world.afterEnd();
   }

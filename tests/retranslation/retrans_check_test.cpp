@@ -71,7 +71,7 @@ class RetransCheckTest : public DriverFixture {
   bool requested() { return AgentConfig::getInstance()->getRetranslateNow(); }
 
   bool builtIn = false;
-  RetransCheck check;
+  RetransCheck check{driver};
 };
 
 TEST_F(RetransCheckTest, EachKindOfChangeAsksForARetranslation) {
@@ -247,7 +247,7 @@ TEST(RetransOnThisMachine, WhatTheTranslatorRecordedIsWhatTheCheckCompares) {
   std::filesystem::create_directory(tests::fsPath(folder.path() + "/IPS"));
   const std::string extensions = std::filesystem::path(KORVANE_TRANSLATOR).parent_path().string();
   ASSERT_TRUE(Translator::initialize(extensions));
-  RetransCheck check;
+  RetransCheck check{currentDriver()};
   const auto settled = [&] {
     EXPECT_TRUE(translate("-agent -loadtext " + quoted("p.zip") + " " + quoted("minus") + " " +
                           quoted("items")));

@@ -9,7 +9,7 @@
 #include "config/masking.h"
 #include "config/properties_file.h"
 #include "config/service_type.h"
-#include "driver/driver_config.h"
+#include "driver/driver.h"
 #include "logs/log_backlog.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -104,12 +104,15 @@ Json lastEvent(Context& context) {
 
 Json driverItself(Context& context) {
   context.system();
-  STRING name, version, id;
-  if (!DriverConfig::queryPolicy(name, version, id))
-    return {{"answered", false}, {"error", DriverConfig::getErrorMessage().toUtf8()}};
+  AppliedPolicy policy;
+  if (const DriverResult asked = currentDriver().queryPolicy(policy); !asked.ok())
+    return {{"answered", false}, {"error", asked.text.toUtf8()}};
   return {{"answered", true},
-          {"policy", {{"name", name.toUtf8()}, {"version", version.toUtf8()}, {"id", id.toUtf8()}}},
-          {"builtIn", DriverConfig::usingBuiltIn()}};
+          {"policy",
+           {{"name", policy.name.toUtf8()},
+            {"version", policy.version.toUtf8()},
+            {"id", policy.id.toUtf8()}}},
+          {"builtIn", policy.builtIn != 0}};
 }
 
 void addFiles(Context& context, const std::string& folder, Json& out) {

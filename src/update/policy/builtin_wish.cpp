@@ -2,7 +2,7 @@
 
 #include "config/agent_config.h"
 #include "config/setting_check.h"
-#include "driver/driver_config.h"
+#include "driver/driver.h"
 #include "driver/driver_values.h"
 #include "eventlog/event_log.h"
 #include "util/ignore_result.h"
@@ -22,52 +22,53 @@ const STRING* wishIn(const PropertyList& settings) {
 }
 
 // The driver of its own accord is on it; its next start is to find it recorded.
-void recordBuiltIn() {
+void recordBuiltIn(Driver& driver) {
   STRING flag;
-  if (DriverConfig::getDriverConfig(DriverConfig::useBuiltin, flag) != 0 || flag != STRING(kFlagOn))
-    ignoreResult(DriverConfig::updateDriverConfig(DriverConfig::useBuiltin, kFlagOn));
+  if (!driver.readValue(kUseBuiltinValue, flag).ok() || flag != STRING(kFlagOn))
+    ignoreResult(driver.writeValue(kUseBuiltinValue, kFlagOn));
 }
 
 // A refused wish is recorded all the same, and a driver may do what it did not answer. What cannot be put back
 // is traced where it fails; the refusal is told already.
-void putBack(const DriverConfig::PolicySetting& former) {
-  if (DriverConfig::usingBuiltIn() != former.builtIn)
-    ignoreResult(DriverConfig::restorePolicySetting(former));
+void putBack(Driver& driver, const PolicySetting& former) {
+  if (driver.usingBuiltIn() != former.builtIn)
+    ignoreResult(driver.restorePolicySetting(former));
   else
-    ignoreResult(DriverConfig::updateDriverConfig(DriverConfig::useBuiltin,
-                                                  former.builtIn ? kFlagOn : kFlagOff));
+    ignoreResult(driver.writeValue(kUseBuiltinValue, former.builtIn ? kFlagOn : kFlagOff));
 }
 
-STRING tell(bool builtIn) {
-  if (builtIn == DriverConfig::usingBuiltIn()) {
-    if (builtIn) recordBuiltIn();
+STRING tell(Driver& driver, bool builtIn) {
+  const bool inForce = driver.usingBuiltIn();
+  if (builtIn == inForce) {
+    if (builtIn) recordBuiltIn(driver);
     return {};
   }
-  DriverConfig::PolicySetting former;
-  const bool known = DriverConfig::policySetting(former);
+  PolicySetting former;
+  const bool known = driver.recordedSetting(former);
+  former.builtIn = former.builtIn || inForce;
   // Without a policy there is nothing to go back to, and nothing wrong.
   if (!builtIn && known && former.filterFile.empty()) return {};
-  const int result =
-      builtIn ? DriverConfig::useBuiltIn() : DriverConfig::newPolicy(former.filterFile);
-  if (result == 0) return {};
-  const STRING problem = DriverConfig::getErrorMessage();
-  if (known) putBack(former);
-  return problem;
+  const DriverResult told =
+      builtIn ? driver.useBuiltIn() : driver.newPolicy(former.filterFile, former);
+  if (!told.ok() && known) putBack(driver, former);
+  return told.text;
 }
 
 }  // namespace
 
 STRING followBuiltInWish(const PropertyList& settings) {
   const STRING* wish = wishIn(settings);
-  return wish ? tell(wish->toBool()) : STRING();
+  return wish ? tell(currentDriver(), wish->toBool()) : STRING();
 }
+
+BuiltInWish::BuiltInWish() : _driver(currentDriver()) {}
 
 STRING BuiltInWish::follow(PropertyList& settings) {
   const STRING* wish = wishIn(settings);
   if (!wish) return {};
   const bool wanted = wish->toBool();
   forget();
-  const STRING problem = tell(wanted);
+  const STRING problem = tell(_driver, wanted);
   if (problem.empty()) return {};
   eventlog::event(kEventRefused, kWishTag, {STRING::fromBool(wanted), problem});
   std::erase_if(settings, [](const Property& pair) { return pair.first == STRING(kKey); });
@@ -79,7 +80,7 @@ STRING BuiltInWish::follow(PropertyList& settings) {
 void BuiltInWish::step(bool enforceable) {
   if (!_wanted || !enforceable || --_pause > 0) return;
   _pause = kPauseCycles;
-  if (!tell(*_wanted).empty()) return;
+  if (!tell(_driver, *_wanted).empty()) return;
   AgentConfig::getInstance()->setUseBuiltInPolicy(*_wanted);
   eventlog::event(kEventFollowed, kWishTag, {STRING::fromBool(*_wanted)});
   forget();

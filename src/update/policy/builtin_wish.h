@@ -18,6 +18,8 @@
 
 namespace korvane {
 
+class Driver;
+
 // Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants it. To be
 // called before the settings are taken: whoever sees the changed setting asks the driver. An empty text, or
 // why the driver refuses; registry and driver are as before then.
@@ -27,6 +29,9 @@ class BuiltInWish {
  public:
   static constexpr int kPauseCycles = 300;
 
+  // With the current run's driver.
+  BuiltInWish();
+
   // As followBuiltInWish(); what is refused is taken out of the settings and tried again.
   STRING follow(PropertyList& settings);
   // A second has passed; enforceable: prevention is in force, so that there is a driver to ask.
@@ -34,6 +39,7 @@ class BuiltInWish {
   void forget() { _wanted.reset(); }
 
  private:
+  Driver& _driver;
   std::optional<bool> _wanted;
   int _pause = 0;
 };

@@ -3,7 +3,6 @@
 #include <cerrno>
 
 #include "config/agent_config.h"
-#include "driver/notify_driver.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/platform.h"
@@ -51,8 +50,8 @@ bool undoFiles(const PolicyJournal& journal) {
   return error == 0 || traced("Cannot flush", driverDirectory(), error);
 }
 
-bool undoDriver(const DriverConfig::PolicySetting& setting) {
-  const int result = DriverConfig::restorePolicySetting(setting);
+bool undoDriver(Driver& driver, const PolicySetting& setting) {
+  const int result = driver.restorePolicySetting(setting).code;
   // It refuses what it had; there is nothing else to give it, and it keeps a whole policy.
   if (result == NotifyResult::finishedWithError)
     eventlog::event(kEventNotTakenBack, kChangeTag, {setting.filterFile});
@@ -72,15 +71,16 @@ bool undoSettings(const PolicyJournal& journal) {
   return config.updateIniFile();
 }
 
-bool driverAgrees(const DriverConfig::PolicySetting& setting) {
-  DriverConfig::PolicySetting now;
-  return DriverConfig::policySetting(now) && now == setting;
+bool driverAgrees(Driver& driver, const PolicySetting& setting) {
+  PolicySetting now;
+  return driver.policySetting(now) && now == setting;
 }
 
 // Every step may be done again: what is undone already stays so.
-bool undoChange(const PolicyJournal& journal, bool driverUntouched) {
+bool undoChange(Driver& driver, const PolicyJournal& journal, bool driverUntouched) {
   if (!undoFiles(journal)) return false;
-  if (!(driverUntouched && driverAgrees(journal.driver)) && !undoDriver(journal.driver))
+  if (!(driverUntouched && driverAgrees(driver, journal.driver)) &&
+      !undoDriver(driver, journal.driver))
     return false;
   if (!undoSettings(journal)) return false;
   const int error = removePolicyJournal();
@@ -98,15 +98,15 @@ bool putBackMissing(const PolicyFiles& names) {
 }
 
 // Without a journal that can be read, what agent.ini names is taken for what is to be in force.
-bool repair() {
+bool repair(Driver& driver) {
   const AgentConfig& config = *AgentConfig::getInstance();
   const STRING plus = config.getPlusPolicyFile();
   const PolicyFiles names(plus);
   if (!plus.empty() && !putBackMissing(names)) return false;
-  DriverConfig::PolicySetting setting{DriverConfig::getMinusFile(), true};
+  PolicySetting setting{driver.minusFile(), true};
   if (!config.useBuiltInPolicy() && presenceOf(names.minus) == Presence::present)
     setting = {names.minus, false};
-  if (!undoDriver(setting)) return false;
+  if (!undoDriver(driver, setting)) return false;
   const std::string path = policyJournalPath();
   const int error = files().replace(path, path + ".damaged");
   return error == 0 || traced("Cannot set aside", path, error);
@@ -127,7 +127,7 @@ bool PolicyChange::takeState() {
   _journal.version = config.getPlusVersion();
   _journal.id = config.getPlusID();
   _journal.useBuiltIn = config.useBuiltInPolicy();
-  if (!DriverConfig::policySetting(_journal.driver))
+  if (!_driver.policySetting(_journal.driver))
     return fail("Cannot read the driver's settings for", _files.minus, EIO);
   const Presence minus = presenceOf(_files.minus);
   const Presence items = presenceOf(_files.items);
@@ -151,7 +151,7 @@ bool PolicyChange::flush() {
 }
 
 bool PolicyChange::begin() {
-  if (reconcilePolicy() == Reconciled::failed) {
+  if (reconcilePolicy(_driver) == Reconciled::failed) {
     _problem = "The previous policy change could not be rolled back.";
     return false;
   }
@@ -213,22 +213,22 @@ bool PolicyChange::commit(const std::function<void()>& record) {
 }
 
 bool PolicyChange::undo(bool driverUntouched) {
-  if (undoChange(_journal, driverUntouched)) return true;
+  if (undoChange(_driver, _journal, driverUntouched)) return true;
   eventlog::event(kEventNotUndone, kChangeTag, {_files.minus});
   return false;
 }
 
-Reconciled reconcilePolicy() {
+Reconciled reconcilePolicy(Driver& driver) {
   PolicyJournal journal;
   const int error = readPolicyJournal(journal);
   if (error == ENOENT) return Reconciled::nothing;
   bool done = false;
   if (error == EBADMSG) {
     eventlog::event(kEventJournalDamaged, kChangeTag, {policyJournalPath()});
-    done = repair();
+    done = repair(driver);
     if (done) return Reconciled::repaired;
   } else if (error == 0) {
-    done = undoChange(journal, false);
+    done = undoChange(driver, journal, false);
   }
   if (done) {
     eventlog::event(kEventUndone, kChangeTag, {journal.newPlusFile, journal.version});

@@ -2,7 +2,7 @@
 //
 //   begin()       the journal is on disk: from here on a crash is undone by reconcilePolicy()
 //   takeMinus()   the fresh minus file is in place, the former one beside it
-//   ...           the driver is told (DriverConfig::newPolicy)
+//   ...           the driver is told (Driver::newPolicy, with driverBefore())
 //   takeItems()   the fresh items are in place
 //   commit()      settings recorded, journal gone: the new policy holds
 // or, after any of them, undo().
@@ -22,7 +22,7 @@ namespace korvane {
 
 class PolicyChange {
  public:
-  explicit PolicyChange(const STRING& plusFile) : _files(plusFile) {
+  PolicyChange(const STRING& plusFile, Driver& driver) : _files(plusFile), _driver(driver) {
     _journal.newPlusFile = plusFile;
   }
 
@@ -36,6 +36,8 @@ class PolicyChange {
   // False when something is left to do; the journal stays then.
   [[nodiscard]] bool undo(bool driverUntouched);
 
+  // What the driver was set to when the change began.
+  const PolicySetting& driverBefore() const { return _journal.driver; }
   bool hadPolicy() const { return _journal.hadMinus; }
   const STRING& problem() const { return _problem; }
 
@@ -48,6 +50,7 @@ class PolicyChange {
   bool fail(const char* what, const std::string& path, int error);
 
   const PolicyFiles _files;
+  Driver& _driver;
   PolicyJournal _journal;
   STRING _problem;
 };
@@ -60,6 +63,6 @@ enum class Reconciled {
 };
 
 // Undoes the change that the journal tells of, if there is one.
-[[nodiscard]] Reconciled reconcilePolicy();
+[[nodiscard]] Reconciled reconcilePolicy(Driver& driver);
 
 }  // namespace korvane

@@ -8,7 +8,7 @@
 
 #include "config/agent_config.h"
 #include "config/install_root.h"
-#include "driver/driver_config.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -54,7 +54,7 @@ std::set<std::string> basesInUse() {
   const AgentConfig& config = *AgentConfig::getInstance();
   std::set<std::string> bases;
   for (const STRING& path :
-       {config.getPlusPolicyFile(), config.getIDSPlusFileName(), DriverConfig::getMinusFile()})
+       {config.getPlusPolicyFile(), config.getIDSPlusFileName(), currentDriver().minusFile()})
     bases.emplace(baseOf(platform::fileNameOf(path.toUtf8())));
   return bases;
 }

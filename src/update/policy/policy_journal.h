@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "driver/driver_config.h"
+#include "driver/driver.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -27,7 +27,7 @@ struct PolicyJournal {
   STRING id;
   bool useBuiltIn = false;
 
-  DriverConfig::PolicySetting driver;
+  PolicySetting driver;
   // Translated files of the new plus file that there were, and that the change keeps as "....old".
   bool hadMinus = false;
   bool hadItems = false;

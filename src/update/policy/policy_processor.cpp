@@ -4,8 +4,7 @@
 
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
-#include "driver/driver_config.h"
-#include "driver/notify_driver.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -48,9 +47,8 @@ STRING versionIn(const STRING& name) {
 }
 
 // The driver answers for what it has; a question that gets lost is put again.
-bool askForPolicy(STRING& name, STRING& version, STRING& id) {
-  return DriverConfig::queryPolicy(name, version, id) ||
-         DriverConfig::queryPolicy(name, version, id);
+bool askForPolicy(Driver& driver, AppliedPolicy& policy) {
+  return driver.queryPolicy(policy).ok() || driver.queryPolicy(policy).ok();
 }
 
 }  // namespace
@@ -68,7 +66,8 @@ HistoryRecord PolicyProcessor::Attempt::finished() const {
   return whole;
 }
 
-PolicyProcessor::PolicyProcessor() = default;
+PolicyProcessor::PolicyProcessor() : PolicyProcessor(currentDriver()) {}
+PolicyProcessor::PolicyProcessor(Driver& driver) : _driver(driver), _retrans(driver) {}
 PolicyProcessor::~PolicyProcessor() = default;
 
 bool PolicyProcessor::canTranslate(const STRING& plusFile, const char* context) {
@@ -129,7 +128,7 @@ bool PolicyProcessor::takeUnchanged(const Attempt& attempt) {
 }
 
 bool PolicyProcessor::load(Attempt& attempt, const Received* received) {
-  PolicyChange change(attempt.plusFile);
+  PolicyChange change(attempt.plusFile, _driver);
   if (!change.begin()) return giveUp(attempt, kNotRecorded, change.problem());
   if (!change.takeMinus()) {
     // Undoing tells of its own failure.
@@ -140,27 +139,30 @@ bool PolicyProcessor::load(Attempt& attempt, const Received* received) {
 }
 
 bool PolicyProcessor::loadIntoDriver(PolicyChange& change, Attempt& attempt) {
-  STRING text;
-  const int result = DriverConfig::newPolicy(attempt.files.minus, text);
-  if (result == 0) return true;
+  const DriverResult loaded = _driver.newPolicy(attempt.files.minus, change.driverBefore());
+  if (loaded.ok()) return true;
   // Undoing tells of its own failure.
-  ignoreResult(
-      change.undo(result == NotifyResult::finishedWithError || result == NotifyResult::notOpened));
+  ignoreResult(change.undo(loaded.code == NotifyResult::finishedWithError ||
+                           loaded.code == NotifyResult::notOpened));
   // A stop ends the wait for the driver; what that came to is not the policy's fault.
   _stopped = shutdownToken().requested();
-  return _stopped ? false : giveUp(attempt, kDriverResultBase + result, text);
+  return _stopped ? false : giveUp(attempt, kDriverResultBase + loaded.code, loaded.text);
 }
 
 bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
                                    const Received* received) {
   AgentConfig& config = *AgentConfig::getInstance();
   const bool hadPolicy = attempt.hadMinus || !config.getPlusPolicyFile().empty();
-  STRING id;
-  const bool known = askForPolicy(attempt.record.name, attempt.record.version, id);
-  if (!known)
+  AppliedPolicy applied;
+  const bool known = askForPolicy(_driver, applied);
+  if (known) {
+    attempt.record.name = applied.name;
+    attempt.record.version = applied.version;
+  } else {
     attempt.record.version = versionIn(received ? received->name : config.getPlusVersion());
+  }
   const bool held = change.takeItems() && change.commit([&] {
-    if (known || received) config.setPlusID(id);
+    if (known || received) config.setPlusID(applied.id);
     if (known) config.setPlusVersion(attempt.record.name + " " + attempt.record.version);
     if (!received) return;
     if (!known) config.setPlusVersion(received->name);
@@ -194,7 +196,7 @@ bool PolicyProcessor::retranslatePolicy() {
   AgentConfig& config = *AgentConfig::getInstance();
   bool loaded = false;
   _stopped = false;
-  if (DriverConfig::usingBuiltIn()) {
+  if (_driver.usingBuiltIn()) {
     eventlog::trace(kRetranslateTag,
                     "Bypassing policy retranslation because built-in IPS Policy is in use");
   } else {

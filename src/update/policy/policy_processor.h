@@ -35,6 +35,7 @@
 
 namespace korvane {
 
+class Driver;
 class HttpsHandler;
 class PolicyChange;
 struct PolicyFiles;
@@ -47,7 +48,9 @@ class PolicyProcessor {
   static constexpr int kPolicyNotSaved = 36;
   static constexpr int kPolicyFailed = 66;
 
+  // With the current run's driver, or with this one, which outlives the object.
   PolicyProcessor();
+  explicit PolicyProcessor(Driver& driver);
   ~PolicyProcessor();
   PolicyProcessor(const PolicyProcessor&) = delete;
   PolicyProcessor& operator=(const PolicyProcessor&) = delete;
@@ -135,6 +138,7 @@ class PolicyProcessor {
   void UpdateHistoryIPS(const Attempt& attempt);
   void UpdateHistoryIDS(const Attempt& attempt);
 
+  Driver& _driver;
   PolicyHistory _history;
   RetransCheck _retrans;
   STRING _errorText;

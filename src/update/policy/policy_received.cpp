@@ -6,6 +6,7 @@
 #include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "config/service_type.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -93,7 +94,7 @@ bool sendOutcome() {
 
 bool PolicyProcessor::reconcile() {
   AgentConfig& config = *AgentConfig::getInstance();
-  const Reconciled outcome = reconcilePolicy();
+  const Reconciled outcome = reconcilePolicy(currentDriver());
   switch (outcome) {
     case Reconciled::nothing: {
       const int code = config.getPolicyErrorCode();

@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "config/agent_config.h"
-#include "driver/driver_config.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -102,7 +102,7 @@ bool RetransCheck::loadRetransItems(const STRING& path) {
 }
 
 bool RetransCheck::checkRetrans() {
-  if (DriverConfig::usingBuiltIn()) {
+  if (_driver.usingBuiltIn()) {
     eventlog::trace(kCheckTag,
                     "Bypassing retranslation check because built-in IPS Policy is in use");
     return false;

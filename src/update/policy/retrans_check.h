@@ -7,7 +7,7 @@
 // Errors: an items file that cannot be read or understood is event 10590 or 10591 with its path, line
 // and reason; there are no items then, and nothing is retranslated by itself until the next policy.
 //
-//   RetransCheck check;
+//   RetransCheck check(driver);
 //   check.loadRetransItems(policyBase + ".trans");
 //   check.checkRetrans();   // may set AgentConfig's request for a retranslation
 #pragma once
@@ -17,8 +17,12 @@
 
 namespace korvane {
 
+class Driver;
+
 class RetransCheck {
  public:
+  explicit RetransCheck(Driver& driver) : _driver(driver) {}
+
   // Replaces the items by those of the file at `path`, a full path. False when it was not read; a
   // missing file is only traced.
   [[nodiscard]] bool loadRetransItems(const STRING& path);
@@ -30,6 +34,7 @@ class RetransCheck {
   const RetransItems& items() const { return _items; }
 
  private:
+  Driver& _driver;
   RetransItems _items;
 };
 

@@ -12,7 +12,7 @@ constexpr uint32_t kLoad = 0x80008001;
 constexpr char kNotLoaded[] = "IPS Driver is not loaded. Failed to apply translated policy";
 constexpr char kFailed[] = "Driver failed to load new policy";
 
-class PolicyChangeTest : public DriverFixture {
+class PolicyLoadingTest : public DriverFixture {
  protected:
   void reset(const char* flag, bool driverUsesBuiltIn) {
     fake.registry.put(kParameters, "UseBuiltin", STRING(flag));
@@ -25,7 +25,7 @@ class PolicyChangeTest : public DriverFixture {
   }
 };
 
-TEST_F(PolicyChangeTest, EveryOutcomeLeavesTheSettingsAsItShould) {
+TEST_F(PolicyLoadingTest, EveryOutcomeLeavesTheSettingsAsItShould) {
   struct Case {
     const char* what;
     DeviceScript load;
@@ -59,11 +59,11 @@ TEST_F(PolicyChangeTest, EveryOutcomeLeavesTheSettingsAsItShould) {
     const int loads = requests(kLoad);
     fake.devices.queue(kLoad, each.load);
     if (each.reason) fake.devices.queue(0x80004024, *each.reason);
-    STRING message;
-    EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), each.result);
-    EXPECT_EQ(message.toUtf8(), each.message ? each.message : "");
+    const DriverResult loaded = driver.newPolicy("/new.conf");
+    EXPECT_EQ(loaded.code, each.result);
+    EXPECT_EQ(loaded.text.toUtf8(), each.message ? each.message : "");
     if (each.message) {
-      EXPECT_EQ(DriverConfig::getErrorMessage(), message);
+      EXPECT_EQ(DriverConfig::getErrorMessage(), loaded.text);
     }
     EXPECT_EQ(parameter("UseBuiltin"), each.flagAfter);
     EXPECT_EQ(parameter("Filter File"), each.result == 0 ? "/new.conf" : "/old.conf");
@@ -73,7 +73,7 @@ TEST_F(PolicyChangeTest, EveryOutcomeLeavesTheSettingsAsItShould) {
   }
 }
 
-TEST_F(PolicyChangeTest, ThePathGoesAsUtf16WithItsTerminator) {
+TEST_F(PolicyLoadingTest, ThePathGoesAsUtf16WithItsTerminator) {
   ASSERT_EQ(DriverConfig::newPolicy("/p\xc3\xa4"), 0);
   const std::vector<std::byte> expected = {
       std::byte{'/'}, {}, std::byte{'p'}, {}, std::byte{0xE4}, {}, {}, {}};
@@ -86,15 +86,17 @@ TEST_F(PolicyChangeTest, ThePathGoesAsUtf16WithItsTerminator) {
   EXPECT_EQ(requests(kLoad), 1);
 }
 
-TEST_F(PolicyChangeTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstanding) {
+TEST_F(PolicyLoadingTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstanding) {
   fake.devices.setOpenError(2);
   AgentConfig* config = AgentConfig::getInstance();
   struct Case {
     bool enabled;
     bool rebootRequired;
     int result;
+    int restored;  // result of putting an earlier setting back
   };
-  for (const Case& each : {Case{true, true, 0}, Case{true, false, 2}, Case{false, true, 2}}) {
+  for (const Case& each :
+       {Case{true, true, 0, 0}, Case{true, false, 2, 2}, Case{false, true, 2, 0}}) {
     reset("1", false);
     config->setIPSEnabled(each.enabled);
     config->setIPSRebootRequired(each.rebootRequired);
@@ -102,18 +104,19 @@ TEST_F(PolicyChangeTest, ADriverThatIsNotThereCountsOnlyWhileItsRebootIsOutstand
     EXPECT_EQ(parameter("Filter File"), each.result == 0 ? "/new.conf" : "/old.conf");
     EXPECT_EQ(parameter("UseBuiltin"), each.result == 0 ? "0" : "1");
     EXPECT_EQ(DriverConfig::getPolApplicationDate() == 5, each.result != 0);
+    EXPECT_EQ(driver.restorePolicySetting({"/before.conf", false}).code, each.restored);
   }
   EXPECT_EQ(DriverConfig::getErrorMessage(), STRING(kNotLoaded));
 }
 
-TEST_F(PolicyChangeTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
+TEST_F(PolicyLoadingTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
   reset("0", false);
   fake.registry.refuseBelow(kParameters, 5);
-  STRING message;
-  EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), 7);
+  DriverResult loading = driver.newPolicy("/new.conf");
+  EXPECT_EQ(loading.code, 7);
   EXPECT_EQ(requests(kLoad), 0);
-  EXPECT_TRUE(message.endsWith("Parameters\\UseBuiltin"));
-  EXPECT_EQ(DriverConfig::getErrorMessage(), message);
+  EXPECT_TRUE(loading.text.endsWith("Parameters\\UseBuiltin"));
+  EXPECT_EQ(DriverConfig::getErrorMessage(), loading.text);
 
   // The registry refuses once the driver has accepted: the old policy goes back.
   for (const uint32_t revert : {0u, 13u}) {
@@ -126,11 +129,12 @@ TEST_F(PolicyChangeTest, ARegistryThatRefusesEndsTheChangeOrTakesItBack) {
       fake.registry.refuseBelow(kParameters, 5);
       return DeviceScript::pending(0, loaded.size() == 1 ? 0 : revert);
     });
-    EXPECT_EQ(DriverConfig::newPolicy("/new.conf", message), 7);
+    loading = driver.newPolicy("/new.conf");
+    EXPECT_EQ(loading.code, 7);
     ASSERT_EQ(loaded.size(), 2u);
     EXPECT_EQ(loaded[1][2], std::byte{'o'}) << "the old file";
-    EXPECT_EQ(message == STRING("Driver failed  to load the old policy"), revert != 0);
-    EXPECT_EQ(DriverConfig::getErrorMessage(), message);
+    EXPECT_EQ(loading.text == STRING("Driver failed  to load the old policy"), revert != 0);
+    EXPECT_EQ(DriverConfig::getErrorMessage(), loading.text);
     EXPECT_EQ(DriverConfig::getPolApplicationDate(), 5u);
   }
 }
