@@ -2,7 +2,6 @@
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
-#include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
 #include "util/ignore_result.h"
@@ -12,8 +11,6 @@ namespace {
 
 constexpr char kConfigSource[] = "UpdateThread";
 constexpr char kConfigContext[] = "processConfigPolicyUpdates";
-constexpr int kEventConfigRefused = 10217;
-constexpr int kBothKinds = HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UPDATE;
 
 UpdateResult configureIds(const PropertyList& settings, const PropertyList& rules, int kind) {
   HidsInterface* ids = AgentConfig::getHIDSInterface();
@@ -30,45 +27,22 @@ UpdateResult configureIds(const PropertyList& settings, const PropertyList& rule
 
 }  // namespace
 
-int UpdateThread::takeConfigPolicyKinds() {
-  int kinds = 0;
-  if (_configRetry.due()) {
-    kinds = _configRetry.kinds;
-  } else {
-    if (_pending.configuration) kinds |= HttpsHandler::CONFIG_UPDATE;
-    if (_pending.policy) kinds |= HttpsHandler::POLICY_UPDATE;
-    _pending.configuration = _pending.policy = false;
-  }
-  return preventionInForce() ? kinds : kinds & ~HttpsHandler::POLICY_UPDATE;
+void UpdateThread::processConfigPolicyUpdates() {
+  const int allowed =
+      preventionInForce() ? UpdateExchange::kAllKinds : ~HttpsHandler::POLICY_UPDATE;
+  const auto process = [this](HttpsHandler& handler, int kind) {
+    if (kind == HttpsHandler::CONFIG_UPDATE)
+      applyConfiguration(handler, kind);
+    else
+      applyPolicy(handler);
+  };
+  if (_configExchange.run(process, allowed, _bFirstPollRequired)) _bFirstPollRequired = false;
 }
 
-void UpdateThread::processConfigPolicyUpdates() {
-  const int kinds = takeConfigPolicyKinds();
-  if (kinds == 0) return;
-  eventlog::trace(
-      kConfigSource,
-      "::processConfigPolicyUpdates : httpSender.getUpdate: pollFor=%d, _bFirstPollRequired=%d",
-      kinds, static_cast<int>(_bFirstPollRequired));
-  HttpsHandler handler;
-  if (handler.getUpdate(kinds, _bFirstPollRequired) != 0) return _configRetry.clear();
-  const ServerAnswer answer = takeServerAnswer(handler, kEventConfigRefused);
-  _lastServerError = answer.code;
-  if (answer.refused()) return;
-  if (answer.accepted()) _configRetry.clear();
-  if (answer.comeBackLater()) {
-    eventlog::trace(kConfigSource,
-                    "UpdateThread::processConfigPolicyUpdates : Server asked us to retry after "
-                    "sometime. Retry count %d",
-                    _configRetry.count);
-    _configRetry.refuse(kBothKinds);
-  }
-  _bFirstPollRequired = false;
-  if (!answer.accepted()) return;
-  if (kinds & HttpsHandler::CONFIG_UPDATE) applyConfiguration(handler, HttpsHandler::CONFIG_UPDATE);
-  if ((kinds & HttpsHandler::POLICY_UPDATE) && _policy.receivePolicy(handler)) {
-    reloadAutoRetransInterval();
-    _builtInWish.forget();
-  }
+void UpdateThread::applyPolicy(HttpsHandler& handler) {
+  if (!_policy.receivePolicy(handler)) return;
+  reloadAutoRetransInterval();
+  _builtInWish.forget();
 }
 
 void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {

@@ -35,13 +35,34 @@ constexpr FlagBit kFlagBits[] = {
     {HttpsHandler::SOFTWARE_UPDATE, &PendingUpdates::software},
     {HttpsHandler::POLICY_UPDATE_HIDS, &PendingUpdates::idsPolicy},
     {HttpsHandler::CONFIG_UPDATE_HIDS, &PendingUpdates::idsConfiguration},
+    {HttpsHandler::VEXQEL_UPDATE, &PendingUpdates::qel},
+    {HttpsHandler::FERROLYN_REVO_UPDATE, &PendingUpdates::ferrolynRevocation},
+    {HttpsHandler::FERROLYN_SETTINGS_UPDATE, &PendingUpdates::ferrolynSettings},
+    {HttpsHandler::FERROLYN_VT_UPDATE, &PendingUpdates::ferrolynVexVT},
 };
 
 constexpr char kPollingTag[] = "UpdateThread";
 constexpr char kNotificationTag[] = "tcpNotification";
 constexpr uint8_t kInvalidBits = 0xC0;
+constexpr uint8_t kKindBits = 0x1F;
 
 }  // namespace
+
+bool PendingUpdates::any(int kinds) const {
+  for (const FlagBit& row : kFlagBits)
+    if ((kinds & row.bit) && this->*row.flag) return true;
+  return false;
+}
+
+int PendingUpdates::take(int kinds) {
+  int taken = 0;
+  for (const FlagBit& row : kFlagBits) {
+    if (!(kinds & row.bit) || !(this->*row.flag)) continue;
+    taken |= row.bit;
+    this->*row.flag = false;
+  }
+  return taken;
+}
 
 void PendingUpdates::takePollingProperties(const PropertyList& properties) {
   for (const FlagName& name : kFlagNames)
@@ -61,7 +82,7 @@ bool PendingUpdates::takeNotification(uint8_t byte) {
     return false;
   }
   for (const FlagBit& row : kFlagBits)
-    if (byte & row.bit) this->*row.flag = true;
+    if (byte & kKindBits & row.bit) this->*row.flag = true;
   eventlog::trace(kNotificationTag, "Notification type received : %d", byte);
   return true;
 }

@@ -1,12 +1,9 @@
-// The meaning of the server's result code in the answer to a completed exchange, and how every kind
-// of exchange handles it.
+// The meaning of the server's result code in the answer to a completed exchange: to a status, or to a request for
+// updates (update_exchange.h).
 //
 // Used by the update thread alone.
 //
-//   if (handler.getUpdate(kinds, false) != 0) return retry.clear();
 //   const ServerAnswer answer = takeServerAnswer(handler, 10217);
-//   if (answer.accepted()) retry.clear();
-//   if (answer.comeBackLater()) retry.refuse(kinds);
 //   if (answer.refused()) return;
 #pragma once
 

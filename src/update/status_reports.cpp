@@ -28,7 +28,6 @@ void UpdateThread::sendAgentStatus() {
   HttpsHandler handler;
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
   const ServerAnswer answer = takeServerAnswer(handler, kEventReportRefused);
-  _lastServerError = answer.code;
   // Under the identity that the agent gets instead, its status is another one.
   if (answer.code == ServerAnswer::kUnknownAgent)
     _statusRepeat.failed();
