@@ -12,10 +12,6 @@ constexpr char kAssignedText[] =
 
 }  // namespace
 
-bool preventionInForce(const AgentConfig& config) {
-  return config.isIPSEnabled() && config.isIPSRebootDone();
-}
-
 bool reportBuiltinPolicy(AgentConfig& config) {
   if (!DriverConfig::usingBuiltIn()) return false;
   config.setPolicyState(kBuiltinPolicyState, kBuiltinText);

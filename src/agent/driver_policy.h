@@ -10,9 +10,6 @@ namespace korvane {
 inline constexpr int kBuiltinPolicyState = AgentConfig::kBuiltInPolicyState;
 inline constexpr int kAssignedPolicyState = -101;
 
-// True when prevention is on and the reboot that it needed has been made: only then is the driver asked.
-bool preventionInForce(const AgentConfig& config);
-
 // When the driver uses its built-in policy: records state -100 and writes event 10104. Tells whether it did.
 [[nodiscard]] bool reportBuiltinPolicy(AgentConfig& config);
 

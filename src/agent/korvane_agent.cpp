@@ -11,6 +11,7 @@
 #include "agent/thread/stop_token.h"
 #include "cloud/application_policies.h"
 #include "config/install_root.h"
+#include "config/prevention.h"
 #include "config/service_type.h"
 #include "driver/driver_config.h"
 #include "eventlog/event_log.h"

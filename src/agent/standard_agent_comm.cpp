@@ -10,6 +10,7 @@
 #include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"

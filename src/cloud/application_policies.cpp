@@ -5,6 +5,7 @@
 #include "cloud/cloud_errors.h"
 #include "config/agent_config.h"
 #include "config/ini_text.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -42,9 +43,10 @@ void checkName(const std::string& application) {
 
 void checkPrevention() {
   const AgentConfig& config = *AgentConfig::getInstance();
-  if (!config.isIPSEnabled()) throw RPCError(kCloudPreventionOff, "prevention is off");
-  if (!config.isIPSRebootDone())
-    throw RPCError(kCloudPreventionOff, "prevention is waiting for a reboot");
+  if (preventionInForce(config)) return;
+  throw RPCError(kCloudPreventionOff, preventionAwaitsReboot(config)
+                                          ? "prevention is waiting for a reboot"
+                                          : "prevention is off");
 }
 
 // The base policy's, which stays the same when something is added to it or taken away.

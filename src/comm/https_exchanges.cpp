@@ -5,6 +5,7 @@
 #include "comm/https_shared.h"
 #include "comm/update_kinds.h"
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -207,7 +208,7 @@ PropertyList HttpsHandler::policyProperties() {
   const STRING path = config.getPlusDBPath();
   // Without an applied policy the driver has nothing but its built-in one; one that waits for its reboot has
   // the recorded policy, and cannot say so yet.
-  const bool awaited = config.isIPSEnabled() && !config.isIPSRebootDone() && !path.empty();
+  const bool awaited = preventionAwaitsReboot(config) && !path.empty();
   const bool builtIn = (applied.empty() && !awaited) ||
                        config.getPolicyStateCode() == kBuiltInPolicy ||
                        config.getPolicyErrorCode() == kBuiltInPolicy;

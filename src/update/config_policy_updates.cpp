@@ -1,6 +1,7 @@
 // Configuration and policy: fetched, applied, reported.
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
@@ -29,7 +30,7 @@ UpdateResult configureIds(const PropertyList& settings, const PropertyList& rule
 
 void UpdateThread::processConfigPolicyUpdates() {
   const int allowed =
-      preventionInForce() ? UpdateExchange::kAllKinds : ~HttpsHandler::POLICY_UPDATE;
+      preventionInForce(*_config) ? UpdateExchange::kAllKinds : ~HttpsHandler::POLICY_UPDATE;
   const auto process = [this](HttpsHandler& handler, int kind) {
     if (kind == HttpsHandler::CONFIG_UPDATE)
       applyConfiguration(handler, kind);
@@ -62,7 +63,7 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (settings.empty() && identity.empty() && rules.empty() && idsSettings.empty())
     result = {kNothingNew, "No new configuration data provided."};
   if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
-  if (preventionInForce()) {
+  if (preventionInForce(*_config)) {
     const STRING problem = _builtInWish.follow(settings);
     if (!problem.empty() && result.ok()) result = {kPolicyFailure, problem};
   }
@@ -76,7 +77,7 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
 void UpdateThread::retranslateOnRequest() {
   if (!_config->getRetranslateNow()) return;
   // The failure has been told as the policy's error.
-  if (preventionInForce()) ignoreResult(_policy.retranslatePolicy());
+  if (preventionInForce(*_config)) ignoreResult(_policy.retranslatePolicy());
   // A stop leaves the request to the next start.
   if (_policy.stopped() || !_config->getRetranslateNow()) return;
   _config->setRetranslateNow(false);

@@ -2,6 +2,7 @@
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "update/prevention_state.h"
@@ -53,7 +54,7 @@ void UpdateThread::monitorPrevention() {
   settings.ipsRebootDone = _config->isIPSRebootDone();
   settings.fimEnabled = _config->isFIMEnabled();
   settings.fimRebootDone = _config->isFIMRebootDone();
-  if (preventionInForce() && preventionTestKeyCanBeMade()) {
+  if (preventionInForce(*_config) && preventionTestKeyCanBeMade()) {
     _config->setPolicyError(kPreventionDisabledCode, kPreventionDisabledText);
     return;
   }

@@ -32,8 +32,8 @@ struct UpdateGroup {
   // Trace lines; none where null.
   struct Traces {
     const char* source;
-    const char* putOff;              // with the number of times before
-    const char* asked = nullptr;     // with the kinds and whether it is the first poll
+    const char* putOff;           // with the number of times before
+    const char* asked = nullptr;  // with the kinds and whether it is the first poll
     const char* failed = nullptr;
     const char* accepted = nullptr;
     const char* refused = nullptr;  // with the server's text and code

@@ -79,7 +79,6 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   void processConfigPolicyUpdates();
   void applyPolicy(HttpsHandler& handler);
   void applyConfiguration(HttpsHandler& handler, int kind);
-  bool preventionInForce() const;
   void reloadAutoRetransInterval();
   void retranslateOnRequest();
 
