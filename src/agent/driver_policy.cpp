@@ -16,7 +16,7 @@ bool reportBuiltinPolicy(AgentConfig& config) {
   if (!DriverConfig::usingBuiltIn()) return false;
   config.setPolicyState(kBuiltinPolicyState, kBuiltinText);
   config.updatedDriverForBuiltIn();
-  eventlog::event(10104, "KorvaneAgent");
+  eventlog::event(EventId::builtInPolicyInUse, "KorvaneAgent");
   return true;
 }
 
@@ -25,7 +25,8 @@ void reportPolicyChange(AgentConfig& config) {
   const int state = builtin ? kBuiltinPolicyState : kAssignedPolicyState;
   config.setPolicyState(state, builtin ? kBuiltinText : kAssignedText);
   eventlog::trace("KorvaneAgent", "::setPolicyState - state=%d", state);
-  eventlog::event(builtin ? 10104 : 10166, "KorvaneAgent");
+  eventlog::event(builtin ? EventId::builtInPolicyInUse : EventId::assignedPolicyInUse,
+                  "KorvaneAgent");
 }
 
 void refreshPolicyIdentity(AgentConfig& config) {

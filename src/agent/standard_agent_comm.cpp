@@ -112,7 +112,7 @@ StandardAgentComm::Attempt StandardAgentComm::attempt(HttpsHandler& handler,
   const int serverError = handler.getKorvaneError(text);
   if (classifyRegistration(serverError, text) != RegistrationVerdict::retry)
     return Attempt::finished;
-  if (!text.empty()) eventlog::event(10102, kRegistrationTag, {text});
+  if (!text.empty()) eventlog::event(EventId::registrationPutOff, kRegistrationTag, {text});
   return Attempt::retry;
 }
 
@@ -126,7 +126,7 @@ bool StandardAgentComm::keepIdentity(HttpsHandler& handler) {
   _config.setUniqueId(guid);
   // What cannot be written now is written by one of the next loads.
   ignoreResult(_config.UpdateAllIni());
-  eventlog::event(10103, kRegistrationTag);
+  eventlog::event(EventId::registered, kRegistrationTag);
   return true;
 }
 

@@ -19,9 +19,6 @@ namespace korvane {
 namespace {
 
 constexpr char kTag[] = "ApplicationPolicies";
-constexpr int kEventDamaged = 10620;
-constexpr int kEventNotInForce = 10621;
-constexpr int kEventNotSettled = 10622;
 constexpr uint64_t kMaxSourceBytes = 64u << 20;
 
 [[noreturn]] void refuseArchive(const archive::Refusal& refusal) {
@@ -117,7 +114,7 @@ void ApplicationPolicies::settle() {
     if (error == 0 || error == EFBIG)
       error = holds ? _folder.makeGood(staged) : _folder.drop(staged);
     if (error == 0) continue;
-    eventlog::event(kEventNotSettled, kTag, {staged.application, error});
+    eventlog::event(EventId::applicationFolderMismatch, kTag, {staged.application, error});
     failedFile(_folder.path(staged.application), error);
   }
 }
@@ -152,7 +149,8 @@ void ApplicationPolicies::installBase(std::string_view source, const PropertyLis
     PolicySums sums;
     if (_folder.read(application, archive) != 0 ||
         !checkApplication(application, archive, sums, refusal))
-      eventlog::event(kEventDamaged, kTag, {_folder.path(application), refusal.text()});
+      eventlog::event(EventId::applicationPolicyDamaged, kTag,
+                      {_folder.path(application), refusal.text()});
     else if (!combination.addApplication(application, archive, refusal))
       refuseArchive(refusal);
   }
@@ -286,7 +284,8 @@ void ApplicationPolicies::loadStored() {
     const std::vector<Application> stored = check(now, wanted);
     for (const Application& each : stored) {
       if (each.problem.empty()) continue;
-      eventlog::event(kEventDamaged, kTag, {_folder.path(each.name), each.problem});
+      eventlog::event(EventId::applicationPolicyDamaged, kTag,
+                      {_folder.path(each.name), each.problem});
       const auto found = now.applications.find(each.name);
       if (found != now.applications.end()) wanted.insert(*found);
     }
@@ -294,7 +293,7 @@ void ApplicationPolicies::loadStored() {
     checkPrevention();
     combineStored(now, stored);
   } catch (const RPCError& error) {
-    eventlog::event(kEventNotInForce, kTag, {error.detail()});
+    eventlog::event(EventId::applicationPoliciesNotApplied, kTag, {error.detail()});
   }
 }
 

@@ -66,7 +66,7 @@ int HttpsHandler::testConnection(bool check) {
   }
   std::atomic<long>& lowest = shared().CURRENT_CURLOPT_SSLVERSION;
   if (result != 0 && result != kCurlAbortedByCallback && lowest == Shared::kTls12) {
-    eventlog::event(10223, kHandlerSource,
+    eventlog::event(EventId::transferFailed, kHandlerSource,
                     {"SSL connection with TLS v1.2 failed. Retrying with TLS v1.x protocol",
                      stageName(_failure.stage), _failure.cause});
     lowest = Shared::kTls1;

@@ -8,7 +8,6 @@ namespace korvane {
 namespace {
 
 constexpr char kSource[] = "HttpsHandler";
-constexpr int kEventServerError = 10217;
 constexpr int kReportTaken = 200;
 constexpr int kUnknownAgent = 400;
 
@@ -20,7 +19,7 @@ bool reportTaken(HttpsHandler& handler, int result) {
   const int code = handler.getKorvaneError(text);
   if (code == 0 || code == kReportTaken) return true;
   if (code == kUnknownAgent) AgentConfig::getInstance()->clearUniqueId(handler.getGUIDUsed());
-  eventlog::event(kEventServerError, kSource, {text});
+  eventlog::event(EventId::serverError, kSource, {text});
   return false;
 }
 

@@ -97,14 +97,14 @@ void FileLogPointer::load(platform::OpenMode mode) {
   const int error = platform::current().files.open(_pointerFile.toUtf8(), mode, file);
   if (error == ENOENT || (error != 0 && !keep)) return;
   if (error != 0) {
-    eventlog::event(10176, "FileLogPointer", {_pointerFile});
+    eventlog::event(EventId::pointerFileNotOpened, "FileLogPointer", {_pointerFile});
     return;
   }
   size_t got = 0;
   if (file->read(&_leadingByte, 1, got) != 0 ||
       file->read(_record.data(), _record.size(), got) != 0) {
     _record.fill(0);
-    eventlog::event(10176, "FileLogPointer", {_pointerFile});
+    eventlog::event(EventId::pointerFileNotOpened, "FileLogPointer", {_pointerFile});
     return;
   }
   const uint32_t count = load32(&_record[kCountAt]);

@@ -15,10 +15,6 @@ constexpr int kDropped = 302;
 constexpr int kUnknownAgent = 400;
 constexpr int kDroppedSilently = 600;
 
-constexpr int kEventHttpsRefused = 10213;
-constexpr int kEventHttpsRecovered = 10214;
-constexpr int kEventDropped = 10227;
-
 }  // namespace
 
 HttpsLogDestination::HttpsLogDestination() : _config(AgentConfig::getInstance()) {}
@@ -66,16 +62,16 @@ void HttpsLogDestination::report(const STRING& text) {
   _lastReportedError = _lastError;
   switch (_lastError) {
     case kAccepted:
-      eventlog::event(kEventHttpsRecovered, kHttpsSource);
+      eventlog::event(EventId::eventsAcceptedAgain, kHttpsSource);
       break;
     case kDropped:
-      eventlog::event(kEventDropped, kHttpsSource, {_lastError, text});
+      eventlog::event(EventId::eventsDropped, kHttpsSource, {_lastError, text});
       break;
     case kUnknownAgent:
     case kDroppedSilently:
       break;
     default:
-      eventlog::event(kEventHttpsRefused, kHttpsSource, {_lastError, text});
+      eventlog::event(EventId::eventsRefused, kHttpsSource, {_lastError, text});
   }
 }
 

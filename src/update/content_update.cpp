@@ -17,8 +17,6 @@ constexpr char kContentTag[] = "UpdateThread::processComponentUpdates()";
 constexpr char kDataTag[] = "UpdateThread::processComponentData()";
 constexpr char kUnzipTag[] = "UpdateThread::processVexQELData";
 
-constexpr int kEventContentRefused = 10585;
-
 bool makeDirectory(const std::string& directory, archive::Refusal& refusal) {
   const int error = platform::current().files.makeDirectories(directory);
   if (error)
@@ -78,7 +76,7 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
     eventlog::trace(kUnzipTag,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
-    eventlog::event(kEventContentRefused, kUnzipTag, {content->product, refusal.text()});
+    eventlog::event(EventId::packageRejected, kUnzipTag, {content->product, refusal.text()});
     reportUpdateResult(kind, {kDiskFailure, "Error unzipping to disk."});
     return kDiskFailure;
   }

@@ -18,7 +18,6 @@ constexpr char kRetranslationContext[] = "processHIDSPolicyRetranslate";
 constexpr char kPolicyNameProperty[] = "policy.name.ids";
 constexpr char kPolicyPathProperty[] = "policy.path.ids";
 constexpr char kNotSaved[] = "failed to save new policy data to permanent storage";
-constexpr int kEventNotTranslated = 10133;
 
 // Hands a translated policy over and gives what the component made of it.
 UpdateResult handOver(const STRING& resultFile, const char* context) {
@@ -74,7 +73,8 @@ UpdateResult UpdateThread::installIdsPolicy(std::string_view bytes,
     result = handOver(resultFile, kIdsContext);
   } else {
     result = {kPolicyFailure, _policy.errorText()};
-    if (!_policy.stopped()) eventlog::event(kEventNotTranslated, kIdsContext, {result.text});
+    if (!_policy.stopped())
+      eventlog::event(EventId::idsPolicyNotTranslated, kIdsContext, {result.text});
   }
   if (result.ok()) _config->setIDSPlusFileName(plusFile);
   // A component that has not answered may still read the file.
@@ -96,7 +96,7 @@ void UpdateThread::retranslateIdsOnRequest() {
       eventlog::trace(kIdsSource, "Result of Policy retranslation of IDS policy: '%s' is: '%s'",
                       plusFile, result.text);
   } else if (!_policy.stopped()) {
-    eventlog::event(kEventNotTranslated, kIdsContext, {_policy.errorText()});
+    eventlog::event(EventId::idsPolicyNotTranslated, kIdsContext, {_policy.errorText()});
   }
   if (!_config->getRetranslateIDSNow()) return;
   _config->setRetranslateIDSNow(false);

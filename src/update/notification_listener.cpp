@@ -65,18 +65,18 @@ bool NotificationListener::listen() {
   if (_failed) return false;
   std::unique_ptr<platform::Socket> socket;
   if (const int error = platform::current().sockets.createTcp(socket)) {
-    eventlog::event(10228, kListenerSource, {error});
+    eventlog::event(EventId::notificationSocketNotCreated, kListenerSource, {error});
     return giveUp();
   }
   if (const int error = bindTo(*socket, _port)) {
-    eventlog::event(10229, kListenerSource, {_port, error});
+    eventlog::event(EventId::notificationSocketNotBound, kListenerSource, {_port, error});
     return giveUp();
   }
   int error = socket->listen(kBacklog);
   // A connection that is gone again before it is accepted must not hold the thread.
   if (!error) error = socket->setNonBlocking(true);
   if (error) {
-    eventlog::event(10230, kListenerSource, {_port, error});
+    eventlog::event(EventId::notificationSocketNotListening, kListenerSource, {_port, error});
     return giveUp();
   }
   eventlog::trace("Notification", "created socket and listening to it on port %d", _port);

@@ -3,10 +3,11 @@
 //
 // Used by the update thread alone.
 //
-//   const ServerAnswer answer = takeServerAnswer(handler, 10217);
+//   const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError);
 //   if (answer.refused()) return;
 #pragma once
 
+#include "eventlog/event_id.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -29,6 +30,6 @@ struct ServerAnswer {
 // Reads the handler's last answer. Accepted: event 10219 with the current server. Unknown agent: the
 // identifier that the request was made with is forgotten, so that the agent registers again, and event
 // 10217. Refused for another reason: the event `refusalEvent` with the server's text.
-[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, int refusalEvent);
+[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent);
 
 }  // namespace korvane

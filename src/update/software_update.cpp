@@ -28,7 +28,6 @@ constexpr char kPackageTag[] = "getsoftware";
 constexpr char kNoInformationText[] = "Software update information not provided";
 constexpr char kFailedText[] = "Software Update Failed. Unknown Error.";
 
-constexpr int kEventSoftwareRefused = 10585;
 constexpr uint64_t kLargestResults = 1024 * 1024;
 
 const PropertyList& failure() {
@@ -119,7 +118,7 @@ void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& 
   const bool unpacked = unpackPackage(directory, bytes, refusal);
   if (!unpacked && shutdownToken().requested()) return;
   if (!unpacked) {
-    eventlog::event(kEventSoftwareRefused, kSoftwareTag,
+    eventlog::event(EventId::packageRejected, kSoftwareTag,
                     {propertyValue(results, "software.name"), refusal.text()});
     // What stays goes with the next package.
     ignoreResult(PolicyProcessor::cleanUpdateDirectory(directory));

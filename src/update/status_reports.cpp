@@ -14,7 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr char kReportSource[] = "UpdateThread";
-constexpr int kEventReportRefused = 10217;
 
 }  // namespace
 
@@ -28,7 +27,7 @@ bool UpdateThread::statusDue() {
 void UpdateThread::sendAgentStatus() {
   HttpsHandler handler;
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
-  const ServerAnswer answer = takeServerAnswer(handler, kEventReportRefused);
+  const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError);
   // Under the identity that the agent gets instead, its status is another one.
   if (answer.code == ServerAnswer::kUnknownAgent)
     _statusRepeat.failed();

@@ -21,7 +21,7 @@ constexpr UpdateGroup kConfigPolicy{
     .of = Of::settings,
     .kinds = HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UPDATE,
     .alsoRepeated = HttpsHandler::CONFIG_UPDATE | HttpsHandler::POLICY_UPDATE,
-    .refusalEvent = 10217,
+    .refusalEvent = EventId::serverError,
     .ask = askForUpdate,
     .traces = {
         .source = "UpdateThread",
@@ -35,7 +35,7 @@ constexpr UpdateGroup kIds{
     .of = Of::settings,
     .kinds = HttpsHandler::POLICY_UPDATE_HIDS | HttpsHandler::CONFIG_UPDATE_HIDS,
     .alsoRepeated = 0,
-    .refusalEvent = 10217,
+    .refusalEvent = EventId::serverError,
     .ask = askForUpdate,
     .traces = {
         .source = "UpdateThread",
@@ -47,7 +47,7 @@ constexpr UpdateGroup kSoftware{
     .of = Of::packages,
     .kinds = HttpsHandler::SOFTWARE_UPDATE,
     .alsoRepeated = 0,
-    .refusalEvent = 10218,
+    .refusalEvent = EventId::softwareRequestRefused,
     .ask = askForUpdate,
     .traces = {
         .source = "UpdateThread",
@@ -59,7 +59,7 @@ constexpr UpdateGroup kContent{
     .kinds = HttpsHandler::VEXQEL_UPDATE | HttpsHandler::FERROLYN_REVO_UPDATE |
              HttpsHandler::FERROLYN_SETTINGS_UPDATE | HttpsHandler::FERROLYN_VT_UPDATE,
     .alsoRepeated = 0,
-    .refusalEvent = 10232,
+    .refusalEvent = EventId::contentRequestRefused,
     .ask = askForContent,
     .traces = {
         .source = "UpdateThread::getComponentUpdate()",

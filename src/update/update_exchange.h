@@ -1,12 +1,13 @@
-// The one shape that every update has: what is flagged or was put off is asked for, the server's answer is judged, and
-// each kind that it covers is processed, which ends with a report of its own (update_result.h).
+// The one shape that every update has: what is flagged or was put off is asked for, the server's
+// answer is judged, and each kind that was asked for is processed, which ends with a report of its
+// own (update_result.h).
 //
-// Where the groups of kinds differ stands in an UpdateGroup each, constant data; what a kind's bytes are good for is
-// the caller's to know.
+// An UpdateGroup, constant data, says how a group of kinds differs from the others. What is done with
+// the bytes of a kind is up to the caller.
 //
 // Lifetime: refers to the caller's flags and retry group. Threads: the update thread alone.
-// Errors: a failed exchange clears the retry group, and what was to be fetched is dropped until the server announces it
-// again; server_answer.h has the refusals. What `process` throws passes through.
+// Errors: a failed exchange clears the retry group, and what was to be fetched is dropped until the
+// server announces it again; server_answer.h has the refusals. What `process` throws passes through.
 //
 //   UpdateExchange software(softwareUpdates(), _pending, _retry);
 //   software.run([](HttpsHandler& handler, int kind) { ... });   // once a cycle
@@ -14,6 +15,7 @@
 
 #include <functional>
 
+#include "eventlog/event_id.h"
 #include "update/pending_updates.h"
 #include "update/retry_group.h"
 
@@ -23,10 +25,11 @@ class HttpsHandler;
 
 struct UpdateGroup {
   enum class Of {
-    // What was put off is asked for by itself while it is due, for as long as the server puts it off; a refusal changes
-    // nothing about it.
+    // What was put off is asked for by itself when it is due, for as long as the server puts it off
+    // (RetryGroup::refuse); another refusal does not end that.
     settings,
-    // What was put off is asked for together with what is flagged, ten times at most; a refusal ends it.
+    // What was put off is asked for together with what is flagged, ten times at most
+    // (RetryGroup::refuseWithinLimit); another refusal ends it.
     packages,
   };
   // Trace lines; none where null.
@@ -42,7 +45,7 @@ struct UpdateGroup {
   Of of;
   int kinds;
   int alsoRepeated;  // kinds that are repeated whichever of the group was put off
-  int refusalEvent;
+  EventId refusalEvent;
   int (*ask)(HttpsHandler& handler, int kinds, bool firstPoll);
   Traces traces;
 };
@@ -63,9 +66,9 @@ class UpdateExchange {
   // Whether there is something to ask for.
   bool due() const { return _retry.due() || _pending.any(_group.kinds); }
 
-  // Asks for what is due, without the kinds that are not `allowed`, whose flags go all the same, and has every kind
-  // that was asked for processed if the answer may be used, in the order of their bits. True when the server answered
-  // with anything but a refusal.
+  // Asks for what is due but for the kinds that are not `allowed`, whose flags are cleared all the
+  // same. If the answer may be used, has every kind that was asked for processed, in the order of the
+  // bits. True when the server answered with anything but a refusal.
   bool run(const Process& process, int allowed = kAllKinds, bool firstPoll = false);
 
  private:

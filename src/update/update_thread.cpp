@@ -42,7 +42,8 @@ void UpdateThread::run() {
   try {
     loop();
   } catch (const AgentError& error) {
-    eventlog::event(10580, kUpdateSource, {error.code(), error.context(), error.text()});
+    eventlog::event(EventId::updateThreadStopped, kUpdateSource,
+                    {error.code(), error.context(), error.text()});
     throw;
   }
   eventlog::trace(kUpdateRunTag, "*****Update Thread exiting*****");
