@@ -15,14 +15,13 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "update/policy/policy_files.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
 constexpr char kRegistrationTag[] = "MainThread";
-// Far above any policy; a file beyond it is not one.
-constexpr uint64_t kMaxPolicyBytes = 64ULL * 1024 * 1024;
 
 std::unique_ptr<platform::File> openBuiltinPolicy(const AgentConfig& config) {
   platform::Files& files = platform::current().files;
@@ -41,7 +40,7 @@ std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
     return std::nullopt;
   }
   platform::FileInfo info;
-  if (file->info(info) != 0 || info.isDirectory || info.size > kMaxPolicyBytes) {
+  if (file->info(info) != 0 || info.isDirectory || info.size > kMaxPlusFileBytes) {
     eventlog::trace(kRegistrationTag,
                     "could not determine file size in order to read builtin policy ");
     return std::nullopt;

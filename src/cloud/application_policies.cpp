@@ -10,6 +10,7 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "rpc/rpc_errors.h"
+#include "update/policy/policy_files.h"
 #include "update/policy/policy_journal.h"
 #include "update/policy/policy_processor.h"
 #include "update/policy/policy_turn.h"
@@ -19,7 +20,6 @@ namespace korvane {
 namespace {
 
 constexpr char kTag[] = "ApplicationPolicies";
-constexpr uint64_t kMaxSourceBytes = 64u << 20;
 
 [[noreturn]] void refuseArchive(const archive::Refusal& refusal) {
   throw RPCError(kRpcZipError, refusal.text());
@@ -77,7 +77,7 @@ ApplicationPolicies::InForce ApplicationPolicies::readInForce() const {
   if (plus.empty()) {
     now.missing = "no base policy has been received yet";
   } else if (const int error = platform::readWholeFile(platform::current().files, plus,
-                                                       kMaxSourceBytes, now.source)) {
+                                                       kMaxPlusFileBytes, now.source)) {
     now.missing = plus + " cannot be read: error " + std::to_string(error);
     if (error != ENOENT) now.readError = error;
   }

@@ -4,6 +4,7 @@
 #include "comm/exchange_outcome.h"
 #include "comm/https_shared.h"
 #include "comm/response_sink.h"
+#include "comm/server_codes.h"
 #include "comm/server_url.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
@@ -13,7 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr char kUnknownServer[] = "Unknown";
-constexpr int kComeBackLater = 200;  // the server's code that takes a report nevertheless
 
 bool repeatsElsewhere(int type) {
   return type != HttpsHandler::TEST_CONNECTION && type != HttpsHandler::BULK_LOG;
@@ -227,7 +227,7 @@ void HttpsHandler::noteFailure(EventId event, const STRING& text, int code) {
 
 void HttpsHandler::noteSuccess() {
   const int error = _response->errorCode();
-  if (error == 0 || error == kComeBackLater) noteApplicationRequest();
+  if (error == 0 || error == kServerComeBackLater) noteApplicationRequest();
   if (error == 0) return noteExchangeAnswered(_server.toUtf8());
   const STRING text = _response->errorText().value_or(STRING(ResponseParser::kNoErrorText));
   noteExchangeFailed({.code = error,

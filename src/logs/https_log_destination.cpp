@@ -1,6 +1,7 @@
 #include "logs/https_log_destination.h"
 
 #include "comm/exchange_outcome.h"
+#include "comm/server_codes.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
 
@@ -12,7 +13,6 @@ constexpr char kHttpsSource[] = "HttpsLogDestination::writeLog";
 // The server's answers to a log message.
 constexpr int kAccepted = 0;
 constexpr int kDropped = 302;
-constexpr int kUnknownAgent = 400;
 constexpr int kDroppedSilently = 600;
 
 }  // namespace
@@ -48,7 +48,7 @@ int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records
     case kAccepted:
       ForwardingCounters::addForwarded(records);
       return 0;
-    case kUnknownAgent:
+    case kServerUnknownAgent:
       _config->clearUniqueId(handler.getGUIDUsed());
       [[fallthrough]];
     default:
@@ -67,7 +67,7 @@ void HttpsLogDestination::report(const STRING& text) {
     case kDropped:
       eventlog::event(EventId::eventsDropped, kHttpsSource, {_lastError, text});
       break;
-    case kUnknownAgent:
+    case kServerUnknownAgent:
     case kDroppedSilently:
       break;
     default:

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/agent_config.h"
+#include "config/setting_check.h"
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
@@ -14,7 +15,6 @@ namespace {
 
 constexpr char kListenerSource[] = "UpdateThread";
 constexpr char kListenerTag[] = "tcpNotification";
-constexpr int32_t kLastPort = 65535;
 
 int bindTo(platform::Socket& socket, int32_t port) {
   if (port < 1 || port > kLastPort) return platform::kWsaInvalidArgument;

@@ -17,7 +17,7 @@ ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent) {
   AgentConfig& config = *AgentConfig::getInstance();
   if (answer.accepted()) {
     eventlog::event(EventId::serverWorking, kAnswerSource, {config.getServerCurrent()});
-  } else if (answer.code == ServerAnswer::kUnknownAgent) {
+  } else if (answer.code == kServerUnknownAgent) {
     config.clearUniqueId(handler.getGUIDUsed());
     eventlog::event(EventId::serverError, kAnswerSource, {answer.text});
   } else if (answer.refused()) {

@@ -7,6 +7,7 @@
 //   if (answer.refused()) return;
 #pragma once
 
+#include "comm/server_codes.h"
 #include "eventlog/event_id.h"
 #include "util/string.h"
 
@@ -15,14 +16,11 @@ namespace korvane {
 class HttpsHandler;
 
 struct ServerAnswer {
-  static constexpr int kComeBackLater = 200;
-  static constexpr int kUnknownAgent = 400;
-
   int code = 0;
   STRING text;  // the server's; empty without a code
 
   bool accepted() const { return code == 0; }
-  bool comeBackLater() const { return code == kComeBackLater; }
+  bool comeBackLater() const { return code == kServerComeBackLater; }
   // Any other code: nothing of the answer may be used.
   bool refused() const { return !accepted() && !comeBackLater(); }
 };

@@ -29,7 +29,7 @@ void UpdateThread::sendAgentStatus() {
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
   const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError);
   // Under the identity that the agent gets instead, its status is another one.
-  if (answer.code == ServerAnswer::kUnknownAgent)
+  if (answer.code == kServerUnknownAgent)
     _statusRepeat.failed();
   else
     _statusRepeat.clear();
