@@ -1,5 +1,4 @@
-// The codes of the server's own that an answer may carry, of those that more than one kind of exchange
-// knows. Without a code all is well; any other is an error.
+// The server's own codes that mean the same in more than one kind of exchange.
 #pragma once
 
 namespace korvane {

@@ -1,4 +1,5 @@
-// The pointer file of a log, as far as more than one room reads it; docs/file-formats.md has the rest.
+// The pointer file of a log, as far as more than one room reads it; docs/file-formats.md has the
+// rest.
 #pragma once
 
 #include <cstddef>

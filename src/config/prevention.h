@@ -1,4 +1,4 @@
-// Whether prevention is in force: what the settings want, and whether the machine has started since with it.
+// Whether prevention is in force: the settings want it, and the reboot that it needs is done.
 //
 // Pure functions of the settings of the moment; any thread. Nothing throws.
 #pragma once
@@ -7,7 +7,7 @@
 
 namespace korvane {
 
-// Prevention is on and its reboot is done: only then is the driver asked for anything, or given a policy.
+// Only then is the driver asked for anything, and a policy fetched for it.
 inline bool preventionInForce(const AgentConfig& config) {
   return config.isIPSEnabled() && config.isIPSRebootDone();
 }

@@ -2,8 +2,8 @@
 // answer is judged, and each kind that was asked for is processed, which ends with a report of its
 // own (update_result.h).
 //
-// An UpdateGroup, constant data, says how a group of kinds differs from the others. What is done with
-// the bytes of a kind is up to the caller.
+// An UpdateGroup, constant data, says how a group of kinds differs from the others. What is done
+// with the bytes of a kind is up to the caller.
 //
 // Lifetime: refers to the caller's flags and retry group. Threads: the update thread alone.
 // Errors: a failed exchange clears the retry group, and what was to be fetched is dropped until the
@@ -67,8 +67,8 @@ class UpdateExchange {
   bool due() const { return _retry.due() || _pending.any(_group.kinds); }
 
   // Asks for what is due but for the kinds that are not `allowed`, whose flags are cleared all the
-  // same. If the answer may be used, has every kind that was asked for processed, in the order of the
-  // bits. True when the server answered with anything but a refusal.
+  // same. If the answer may be used, has every kind that was asked for processed, in the order of
+  // the bits. True when the server answered with anything but a refusal.
   bool run(const Process& process, int allowed = kAllKinds, bool firstPoll = false);
 
  private:
