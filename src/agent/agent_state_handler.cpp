@@ -1,5 +1,6 @@
 #include "agent/agent_state_handler.h"
 
+#include "config/prevention.h"
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
 #include "platform/processes.h"
@@ -32,10 +33,9 @@ std::string AgentStateHandler::getAgentVersion() {
 }
 
 std::string AgentStateHandler::getTechStatus() {
-  const bool enabled = _config->isIPSEnabled();
-  const bool awaitsReboot = enabled && !_config->isIPSRebootDone();
+  const bool awaitsReboot = preventionAwaitsReboot(*_config);
   if (awaitsReboot) eventlog::trace("AgentStateHandler::getTechStatus", "status = reboot");
-  const char* framework = word(enabled && !awaitsReboot);
+  const char* framework = word(preventionInForce(*_config));
   const bool discovery =
       isType3Agent() ? _config->isCloudAppDiscoveryOn() : _config->isLocalAppDiscoveryOn();
   std::string status = std::string("IPS ") + (awaitsReboot ? kReboot : framework);

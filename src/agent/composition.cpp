@@ -63,7 +63,7 @@ Composition::Composition() {
   try {
     assemble();
   } catch (const std::exception& error) {
-    eventlog::event(kEventNotStarted, "KorvaneAgent", {error.what()});
+    eventlog::event(EventId::agentNotStarted, "KorvaneAgent", {error.what()});
     takeDown();
     throw;
   } catch (...) {

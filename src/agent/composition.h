@@ -19,9 +19,6 @@ namespace korvane {
 
 class Thread;
 
-// An agent that cannot be put together.
-inline constexpr int kEventNotStarted = 10560;
-
 class Composition {
  public:
   Composition();

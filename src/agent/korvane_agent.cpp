@@ -11,6 +11,7 @@
 #include "agent/thread/stop_token.h"
 #include "cloud/application_policies.h"
 #include "config/install_root.h"
+#include "config/prevention.h"
 #include "config/service_type.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
@@ -27,7 +28,6 @@ namespace {
 
 constexpr char kMainTag[] = "MainThread";
 constexpr char kAgentTag[] = "KorvaneAgent";
-constexpr int kEventEndedByError = 10561;
 constexpr uint32_t kFinalWaitStepMs = 1000;
 constexpr uint32_t kSupervisionMs = 1000;
 constexpr uint32_t kFirstUpdateMs = 2000;
@@ -56,7 +56,7 @@ void KorvaneAgent::run(AgentInfo* info) {
 
 void KorvaneAgent::endAfter(const char* error) {
   eventlog::trace(kMainTag, "KorvaneAgent::run() ended by an error: %s", error);
-  eventlog::event(kEventEndedByError, kAgentTag, {error});
+  eventlog::event(EventId::shutdownAfterError, kAgentTag, {error});
   shutdown(FinalWait::none);
   closeDown();
 }
@@ -109,8 +109,8 @@ void KorvaneAgent::createComm() {
     _comm = makeAgentComm(*_config);
   }
   if (isCloudAgent() && !stopping()) loadApplicationPolicies();
-  eventlog::event(10106, kAgentTag, {version});
-  if (isStandardAgent()) eventlog::event(10167, kAgentTag, {_config->getURL()});
+  eventlog::event(EventId::agentStarted, kAgentTag, {version});
+  if (isStandardAgent()) eventlog::event(EventId::managementServer, kAgentTag, {_config->getURL()});
   AgentConfig::setAgentStarted(true);
 }
 
@@ -186,7 +186,7 @@ bool KorvaneAgent::supervise() {
     if (!stopping()) {
       if (!superviseOnce()) return false;
       if (commandPending()) {
-        eventlog::event(10109, kAgentTag);
+        eventlog::event(EventId::shuttingDown, kAgentTag);
         return true;
       }
     }
@@ -226,14 +226,14 @@ void KorvaneAgent::followOwnLog() {
 void KorvaneAgent::selfExit() {
   shutdown(FinalWait::untilReturned);
   if (_info) _info->post({kExitServiceCommand, kExitServiceName});
-  eventlog::event(10107, kAgentTag);
+  eventlog::event(EventId::shutdownAfterRegistration, kAgentTag);
   platform::current().sockets.cleanup();
 }
 
 void KorvaneAgent::end() {
   if (isStandardAgent()) stopComm();
   if (_stopped == 0) {
-    eventlog::event(10109, kAgentTag);
+    eventlog::event(EventId::shuttingDown, kAgentTag);
     shutdown(FinalWait::none);
   }
   closeDown();
@@ -242,7 +242,7 @@ void KorvaneAgent::end() {
 void KorvaneAgent::closeDown() {
   stopStep("translator library", [] { Translator::shutdown(); });
   stopStep("sockets", [] { platform::current().sockets.cleanup(); });
-  eventlog::event(10110, kAgentTag);
+  eventlog::event(EventId::agentStopped, kAgentTag);
   returned();
 }
 

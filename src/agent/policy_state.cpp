@@ -17,10 +17,6 @@ void takeIdentity(AgentConfig& config, const AppliedPolicy& policy) {
 
 }  // namespace
 
-bool preventionInForce(const AgentConfig& config) {
-  return config.isIPSEnabled() && config.isIPSRebootDone();
-}
-
 void refreshPolicyIdentity(AgentConfig& config, Driver& driver) {
   AppliedPolicy policy;
   if (driver.queryPolicy(policy).ok()) takeIdentity(config, policy);
@@ -32,7 +28,7 @@ bool reportBuiltinPolicy(AgentConfig& config, Driver& driver) {
   if (policy.builtIn != 0) {
     config.setPolicyState(kBuiltinPolicyState, kBuiltinText);
     config.updatedDriverForBuiltIn();
-    eventlog::event(10104, "KorvaneAgent");
+    eventlog::event(EventId::builtInPolicyInUse, "KorvaneAgent");
   }
   takeIdentity(config, policy);
   return policy.builtIn != 0;
@@ -45,7 +41,7 @@ void reportPolicyChange(AgentConfig& config, Driver& driver) {
   const int state = builtin ? kBuiltinPolicyState : kAssignedPolicyState;
   config.setPolicyState(state, builtin ? kBuiltinText : kAssignedText);
   eventlog::trace("KorvaneAgent", "::setPolicyState - state=%d", state);
-  eventlog::event(builtin ? 10104 : 10166, "KorvaneAgent");
+  eventlog::event(builtin ? EventId::builtInPolicyInUse : EventId::assignedPolicyInUse, "KorvaneAgent");
   config.updatedDriverForBuiltIn();
   if (answered) takeIdentity(config, policy);
 }

@@ -12,10 +12,6 @@ class Driver;
 inline constexpr int kBuiltinPolicyState = AgentConfig::kBuiltInPolicyState;
 inline constexpr int kAssignedPolicyState = -101;
 
-// True when prevention is on and the reboot that it needed has been made: only then is the driver asked
-// whether it uses its built-in policy.
-bool preventionInForce(const AgentConfig& config);
-
 // Takes identifier and version of the driver's current policy into the settings, when the driver tells.
 void refreshPolicyIdentity(AgentConfig& config, Driver& driver);
 

@@ -46,7 +46,7 @@ RegistrationVerdict classifyRegistration(int code, const STRING& text) {
     eventlog::trace("MainThread", found->meaning);
     return RegistrationVerdict::retry;
   }
-  eventlog::event(10100, "MainThread", {STRING::fromInt(code), text});
+  eventlog::event(EventId::registrationFailed, "MainThread", {STRING::fromInt(code), text});
   return RegistrationVerdict::notRetried;
 }
 

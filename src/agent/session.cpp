@@ -164,7 +164,7 @@ AgentInfo* AgentPlace::runIn(const std::shared_ptr<AgentRun>& run) {
     if (!published.stoppedBefore()) session.agent.run(info);
     return info;
   } catch (const std::exception& error) {
-    eventlog::event(kEventNotStarted, "KorvaneAgent", {error.what()});
+    eventlog::event(EventId::agentNotStarted, "KorvaneAgent", {error.what()});
     return nullptr;
   }
 }

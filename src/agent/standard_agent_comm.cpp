@@ -10,18 +10,18 @@
 #include "comm/report_answer.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
+#include "update/policy/policy_files.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
 namespace {
 
 constexpr char kRegistrationTag[] = "MainThread";
-// Far above any policy; a file beyond it is not one.
-constexpr uint64_t kMaxPolicyBytes = 64ULL * 1024 * 1024;
 
 std::unique_ptr<platform::File> openBuiltinPolicy(const AgentConfig& config) {
   platform::Files& files = platform::current().files;
@@ -40,7 +40,7 @@ std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
     return std::nullopt;
   }
   platform::FileInfo info;
-  if (file->info(info) != 0 || info.isDirectory || info.size > kMaxPolicyBytes) {
+  if (file->info(info) != 0 || info.isDirectory || info.size > kMaxPlusFileBytes) {
     eventlog::trace(kRegistrationTag,
                     "could not determine file size in order to read builtin policy ");
     return std::nullopt;
@@ -108,7 +108,7 @@ StandardAgentComm::Attempt StandardAgentComm::attempt(HttpsHandler& handler,
   const int serverError = handler.getKorvaneError(text);
   if (classifyRegistration(serverError, text) != RegistrationVerdict::retry)
     return Attempt::finished;
-  if (!text.empty()) eventlog::event(10102, kRegistrationTag, {text});
+  if (!text.empty()) eventlog::event(EventId::registrationPutOff, kRegistrationTag, {text});
   return Attempt::retry;
 }
 
@@ -122,7 +122,7 @@ bool StandardAgentComm::keepIdentity(HttpsHandler& handler) {
   _config.setUniqueId(guid);
   // What cannot be written now is written by one of the next loads.
   ignoreResult(_config.UpdateAllIni());
-  eventlog::event(10103, kRegistrationTag);
+  eventlog::event(EventId::registered, kRegistrationTag);
   return true;
 }
 

@@ -10,14 +10,13 @@ namespace korvane {
 // `what` names the step in event 10562.
 template <class Step>
 void stopStep(const char* what, Step step) noexcept {
-  constexpr int kEventStepFailed = 10562;
   constexpr char kSource[] = "KorvaneAgent";
   try {
     step();
   } catch (const std::exception& error) {
-    eventlog::event(kEventStepFailed, kSource, {what, error.what()});
+    eventlog::event(EventId::shutdownStepFailed, kSource, {what, error.what()});
   } catch (...) {
-    eventlog::event(kEventStepFailed, kSource, {what, "unknown exception"});
+    eventlog::event(EventId::shutdownStepFailed, kSource, {what, "unknown exception"});
   }
 }
 

@@ -5,10 +5,12 @@
 #include "cloud/cloud_errors.h"
 #include "config/agent_config.h"
 #include "config/ini_text.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "rpc/rpc_errors.h"
+#include "update/policy/policy_files.h"
 #include "update/policy/policy_journal.h"
 #include "update/policy/policy_processor.h"
 #include "update/policy/policy_turn.h"
@@ -18,10 +20,6 @@ namespace korvane {
 namespace {
 
 constexpr char kTag[] = "ApplicationPolicies";
-constexpr int kEventDamaged = 10620;
-constexpr int kEventNotInForce = 10621;
-constexpr int kEventNotSettled = 10622;
-constexpr uint64_t kMaxSourceBytes = 64u << 20;
 
 [[noreturn]] void refuseArchive(const archive::Refusal& refusal) {
   throw RPCError(kRpcZipError, refusal.text());
@@ -42,9 +40,10 @@ void checkName(const std::string& application) {
 
 void checkPrevention() {
   const AgentConfig& config = *AgentConfig::getInstance();
-  if (!config.isIPSEnabled()) throw RPCError(kCloudPreventionOff, "prevention is off");
-  if (!config.isIPSRebootDone())
-    throw RPCError(kCloudPreventionOff, "prevention is waiting for a reboot");
+  if (preventionInForce(config)) return;
+  throw RPCError(kCloudPreventionOff, preventionAwaitsReboot(config)
+                                          ? "prevention is waiting for a reboot"
+                                          : "prevention is off");
 }
 
 // The base policy's, which stays the same when something is added to it or taken away.
@@ -78,7 +77,7 @@ ApplicationPolicies::InForce ApplicationPolicies::readInForce() const {
   if (plus.empty()) {
     now.missing = "no base policy has been received yet";
   } else if (const int error = platform::readWholeFile(platform::current().files, plus,
-                                                       kMaxSourceBytes, now.source)) {
+                                                       kMaxPlusFileBytes, now.source)) {
     now.missing = plus + " cannot be read: error " + std::to_string(error);
     if (error != ENOENT) now.readError = error;
   }
@@ -115,7 +114,7 @@ void ApplicationPolicies::settle() {
     if (error == 0 || error == EFBIG)
       error = holds ? _folder.makeGood(staged) : _folder.drop(staged);
     if (error == 0) continue;
-    eventlog::event(kEventNotSettled, kTag, {staged.application, error});
+    eventlog::event(EventId::applicationFolderMismatch, kTag, {staged.application, error});
     failedFile(_folder.path(staged.application), error);
   }
 }
@@ -150,7 +149,8 @@ void ApplicationPolicies::installBase(std::string_view source, const PropertyLis
     PolicySums sums;
     if (_folder.read(application, archive) != 0 ||
         !checkApplication(application, archive, sums, refusal))
-      eventlog::event(kEventDamaged, kTag, {_folder.path(application), refusal.text()});
+      eventlog::event(EventId::applicationPolicyDamaged, kTag,
+                      {_folder.path(application), refusal.text()});
     else if (!combination.addApplication(application, archive, refusal))
       refuseArchive(refusal);
   }
@@ -284,7 +284,8 @@ void ApplicationPolicies::loadStored() {
     const std::vector<Application> stored = check(now, wanted);
     for (const Application& each : stored) {
       if (each.problem.empty()) continue;
-      eventlog::event(kEventDamaged, kTag, {_folder.path(each.name), each.problem});
+      eventlog::event(EventId::applicationPolicyDamaged, kTag,
+                      {_folder.path(each.name), each.problem});
       const auto found = now.applications.find(each.name);
       if (found != now.applications.end()) wanted.insert(*found);
     }
@@ -292,7 +293,7 @@ void ApplicationPolicies::loadStored() {
     checkPrevention();
     combineStored(now, stored);
   } catch (const RPCError& error) {
-    eventlog::event(kEventNotInForce, kTag, {error.detail()});
+    eventlog::event(EventId::applicationPoliciesNotApplied, kTag, {error.detail()});
   }
 }
 

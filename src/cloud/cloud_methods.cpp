@@ -11,6 +11,7 @@
 #include "cloud/parameters.h"
 #include "cloud/settings_change.h"
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "config/service_type.h"
 #include "config/setting_check.h"
 #include "logs/log_processing_thread.h"
@@ -54,8 +55,7 @@ int change(const PropertyList& settings) {
   const AgentConfig& config = *AgentConfig::getInstance();
   const char* const key = "use.builtin.policy";
   const PropertyList former = {{key, STRING::fromBool(config.useBuiltInPolicy())}};
-  const bool wished =
-      findProperty(settings, key) && config.isIPSEnabled() && config.isIPSRebootDone();
+  const bool wished = findProperty(settings, key) && preventionInForce(config);
   if (wished)
     if (const STRING problem = followBuiltInWish(settings); !problem.empty())
       throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));

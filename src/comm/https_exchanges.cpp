@@ -5,6 +5,7 @@
 #include "comm/https_shared.h"
 #include "comm/update_kinds.h"
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
@@ -65,7 +66,7 @@ int HttpsHandler::testConnection(bool check) {
   }
   std::atomic<long>& lowest = shared().CURRENT_CURLOPT_SSLVERSION;
   if (result != 0 && result != kCurlAbortedByCallback && lowest == Shared::kTls12) {
-    eventlog::event(10223, kHandlerSource,
+    eventlog::event(EventId::transferFailed, kHandlerSource,
                     {"SSL connection with TLS v1.2 failed. Retrying with TLS v1.x protocol",
                      stageName(_failure.stage), _failure.cause});
     lowest = Shared::kTls1;
@@ -207,7 +208,7 @@ PropertyList HttpsHandler::policyProperties() {
   const STRING path = config.getPlusDBPath();
   // Without an applied policy the driver has nothing but its built-in one; one that waits for its reboot has
   // the recorded policy, and cannot say so yet.
-  const bool awaited = config.isIPSEnabled() && !config.isIPSRebootDone() && !path.empty();
+  const bool awaited = preventionAwaitsReboot(config) && !path.empty();
   const bool builtIn = (applied.empty() && !awaited) ||
                        config.getPolicyStateCode() == kBuiltInPolicy ||
                        config.getPolicyErrorCode() == kBuiltInPolicy;

@@ -4,6 +4,7 @@
 #include "comm/exchange_outcome.h"
 #include "comm/https_shared.h"
 #include "comm/response_sink.h"
+#include "comm/server_codes.h"
 #include "comm/server_url.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
@@ -13,7 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr char kUnknownServer[] = "Unknown";
-constexpr int kComeBackLater = 200;  // the server's code that takes a report nevertheless
 
 bool repeatsElsewhere(int type) {
   return type != HttpsHandler::TEST_CONNECTION && type != HttpsHandler::BULK_LOG;
@@ -25,8 +25,9 @@ void noteServerUsed(const STRING& server, int type) {
   const STRING last = config.getServerLast();
   if (last == server) return;
   if (!last.empty() && last != STRING(kUnknownServer)) {
-    eventlog::event(type == HttpsHandler::TEST_CONNECTION ? 10169 : 10168, kHandlerSource,
-                    {last, server});
+    eventlog::event(type == HttpsHandler::TEST_CONNECTION ? EventId::serverChangedByTest
+                                                          : EventId::serverChanged,
+                    kHandlerSource, {last, server});
   }
   config.setServerLast(server);
   config.setURLHost(server);
@@ -150,7 +151,7 @@ bool HttpsHandler::addGUID(int type, HttpsMessageGenerator& generator) {
 
 int HttpsHandler::sendOver(Transport* transport, int type, HttpsMessageGenerator& generator) {
   if (!transport || !transport->isOpen()) {
-    eventlog::event(10224, kHandlerSource);
+    eventlog::event(EventId::noTransferHandle, kHandlerSource);
     _failure = {ConnectionStage::settings, "no handle is available for transfers"};
     return -1;
   }
@@ -211,13 +212,13 @@ int HttpsHandler::judgeAnswer(int code, int type, HttpsMessageGenerator& generat
   if (!malformed || code < 0) return code;
   if (!fault.empty()) _errorBuffer = fault;
   if (noStatus) _errorBuffer = "the answer has no HTTP status";
-  eventlog::event(10510, kHandlerSource,
+  eventlog::event(EventId::responseUnusable, kHandlerSource,
                   {_server, URL[type], _errorBuffer, stageName(_failure.stage), _failure.cause});
   return kCurlReceiveError;
 }
 
 // The event's text stays as it is; stage and cause follow it.
-void HttpsHandler::noteFailure(int event, const STRING& text, int code) {
+void HttpsHandler::noteFailure(EventId event, const STRING& text, int code) {
   if (!_failure.failed()) _failure = {ConnectionStage::settings, text.toUtf8()};
   eventlog::event(event, kHandlerSource, {text, stageName(_failure.stage), _failure.cause});
   noteExchangeFailed({.code = code, .text = _failure.text(), .server = _server.toUtf8()},
@@ -226,7 +227,7 @@ void HttpsHandler::noteFailure(int event, const STRING& text, int code) {
 
 void HttpsHandler::noteSuccess() {
   const int error = _response->errorCode();
-  if (error == 0 || error == kComeBackLater) noteApplicationRequest();
+  if (error == 0 || error == kServerComeBackLater) noteApplicationRequest();
   if (error == 0) return noteExchangeAnswered(_server.toUtf8());
   const STRING text = _response->errorText().value_or(STRING(ResponseParser::kNoErrorText));
   noteExchangeFailed({.code = error,
@@ -238,19 +239,19 @@ void HttpsHandler::noteSuccess() {
 int HttpsHandler::checkRetStatus(int result) {
   Shared& state = shared();
   if (result == -1) {
-    noteFailure(10221, STRING(_errorBuffer), -1);
+    noteFailure(EventId::nothingSent, STRING(_errorBuffer), -1);
     return -1;
   }
   if (result != 0) {
     _lastResult = result;
-    noteFailure(10223, getCurlError(result), result);
+    noteFailure(EventId::transferFailed, getCurlError(result), result);
     state._lastError = result;
     return result;
   }
   const int status = static_cast<int>(_httpStatus);
   if (status > kOkStatus) {
     _lastResult = -status;
-    noteFailure(10222, getHTTPError(status), status);
+    noteFailure(EventId::httpError, getHTTPError(status), status);
     return status;
   }
   _lastResult = 0;
@@ -259,7 +260,7 @@ int HttpsHandler::checkRetStatus(int result) {
     // What cannot be written now is written by one of the next loads.
     ignoreResult(config.updateIniFile());
   }
-  eventlog::event(10219, kHandlerSource, {state.serverIP()});
+  eventlog::event(EventId::serverWorking, kHandlerSource, {state.serverIP()});
   state._lastError = 0;
   noteSuccess();
   return 0;

@@ -38,6 +38,8 @@
 
 namespace korvane {
 
+enum class EventId : int;
+
 class KORVANE_EXPORT HttpsHandler {
  public:
   // Message types; the value is the index into URL.
@@ -191,7 +193,7 @@ class KORVANE_EXPORT HttpsHandler {
                              std::string_view body);
   [[nodiscard]] int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
                                 const TransportRequest& request, const TransportResult& result);
-  void noteFailure(int event, const STRING& text, int code);
+  void noteFailure(EventId event, const STRING& text, int code);
   void noteSuccess();
   void noteApplicationRequest() const;
 

@@ -50,8 +50,8 @@ STRING asOneField(const STRING& text) {
   return field;
 }
 
-void tracePair(const char* format, int missingEvent, const PropertyList& pairs, const char* name,
-               const STRING& server) {
+void tracePair(const char* format, EventId missingEvent, const PropertyList& pairs,
+               const char* name, const STRING& server) {
   if (const STRING* value = findProperty(pairs, name)) {
     eventlog::trace(kConfigurationSource, format, name, *value);
   } else {
@@ -163,8 +163,8 @@ int HttpsHandler::GetGeneralProperties(PropertyList& out, PropertyList& identity
   }
   out = answerGroup(&isSetting);
   identity = answerGroup(&isIdentity);
-  tracePair("Mod Time %s %s", 10203, identity, kModTime, _server);
-  tracePair("Applied RID %s %s", 10204, identity, kAppliedRid, _server);
+  tracePair("Mod Time %s %s", EventId::configurationWithoutTime, identity, kModTime, _server);
+  tracePair("Applied RID %s %s", EventId::configurationWithoutId, identity, kAppliedRid, _server);
   return 0;
 }
 

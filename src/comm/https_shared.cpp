@@ -40,15 +40,15 @@ Transport& HttpsHandler::Shared::transport() {
 }
 
 void HttpsHandler::Shared::reInitializeCurl() {
-  eventlog::event(10202, kHandlerSource);
+  eventlog::event(EventId::reconnecting, kHandlerSource);
   _cHandle->close();
-  if (!_cHandle->open()) eventlog::event(10225, kHandlerSource);
+  if (!_cHandle->open()) eventlog::event(EventId::transferHandleNotCreated, kHandlerSource);
 }
 
 bool HttpsHandler::Shared::populateIPList() {
   std::vector<STRING> addresses;
   if (!localAddresses || !localAddresses(addresses)) {
-    eventlog::event(10201, kHandlerSource);
+    eventlog::event(EventId::ownAddressesNotRead, kHandlerSource);
     return false;
   }
   if (addresses == _ipList) {

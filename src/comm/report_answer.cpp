@@ -1,6 +1,7 @@
 #include "comm/report_answer.h"
 
 #include "comm/https_handler.h"
+#include "comm/server_codes.h"
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
 
@@ -8,9 +9,6 @@ namespace korvane {
 namespace {
 
 constexpr char kSource[] = "HttpsHandler";
-constexpr int kEventServerError = 10217;
-constexpr int kReportTaken = 200;
-constexpr int kUnknownAgent = 400;
 
 }  // namespace
 
@@ -18,9 +16,9 @@ bool reportTaken(HttpsHandler& handler, int result) {
   if (result != 0) return false;
   STRING text;
   const int code = handler.getKorvaneError(text);
-  if (code == 0 || code == kReportTaken) return true;
-  if (code == kUnknownAgent) AgentConfig::getInstance()->clearUniqueId(handler.getGUIDUsed());
-  eventlog::event(kEventServerError, kSource, {text});
+  if (code == 0 || code == kServerComeBackLater) return true;
+  if (code == kServerUnknownAgent) AgentConfig::getInstance()->clearUniqueId(handler.getGUIDUsed());
+  eventlog::event(EventId::serverError, kSource, {text});
   return false;
 }
 

@@ -15,7 +15,6 @@ namespace {
 constexpr uint32_t kLockPauseMs = 100;
 constexpr char kTag[] = "AgentConfig::changeAll";
 constexpr char kServerTag[] = "AgentConfig::newConfiguration";
-constexpr int kEventRefusedSettings = 10526;
 constexpr size_t kRefusedValueUnits = 100;  // kept of each refused value
 
 }  // namespace
@@ -72,7 +71,8 @@ bool AgentConfig::newConfiguration(const PropertyList& properties,
     _state->takeFromServer(properties, refused);
   }
   if (!refused.empty())
-    eventlog::event(kEventRefusedSettings, kServerTag, {refusedSettingsText(refused)});
+    eventlog::event(EventId::configurationPartlyRefused, kServerTag,
+                    {refusedSettingsText(refused)});
   const bool written = _state->save(kServerTag, false);
   const Synchronized hold(_state->lock);
   if (written) {

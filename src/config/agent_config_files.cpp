@@ -19,11 +19,6 @@ constexpr int64_t kWriteRetryMs = 10000;
 constexpr size_t kMaxToldValues = 10;
 constexpr size_t kMaxToldBytes = 80;
 
-constexpr int kEventFallback = 10521;
-constexpr int kEventNoSettings = 10522;
-constexpr int kEventNoLockFile = 10523;
-constexpr int kEventRefusedValues = 10525;
-
 int64_t now() {
   return platform::current().clock.monotonicMs();
 }
@@ -51,7 +46,7 @@ std::unique_ptr<platform::FileLock> AgentConfigState::takeLockFile(std::string_v
   const Synchronized hold(lock);
   const bool told = std::exchange(toldNoLockFile, !held);
   if (!held && !told && files.usable())
-    eventlog::event(kEventNoLockFile, tag, {files.lockFile(), error});
+    eventlog::event(EventId::lockFileNotAcquired, tag, {files.lockFile(), error});
   return held;
 }
 
@@ -66,7 +61,7 @@ void AgentConfigState::tellRefused(std::string_view tag, const PropertyList& ref
     list += (i == 0 ? "" : ", ") + name + "=" + value.substr(0, kMaxToldBytes);
   }
   if (refused.size() > kMaxToldValues) list += ", ...";
-  eventlog::event(kEventRefusedValues, tag, {refused.size(), path, list});
+  eventlog::event(EventId::settingValuesIgnored, tag, {refused.size(), path, list});
 }
 
 bool AgentConfigState::mergeNVPData(std::string_view tag, const IniText& file,
@@ -101,11 +96,12 @@ bool AgentConfigState::readFallback(std::string_view tag, IniFault agentIniFault
   const std::string agentIniPath = files.agentIni();
   if (fault == IniFault::none) {
     changed = mergeNVPData(tag, text, path);
-    eventlog::event(kEventFallback, tag, {path, agentIniPath, describe(agentIniFault)});
+    eventlog::event(EventId::settingsFromOtherFile, tag,
+                    {path, agentIniPath, describe(agentIniFault)});
     return true;
   }
   if (isDamage(fault)) IniFiles::keepAside(tag, path, fault);
-  eventlog::event(kEventNoSettings, tag,
+  eventlog::event(EventId::settingsNotRead, tag,
                   {agentIniPath, describe(agentIniFault), path, describe(fault)});
   return false;
 }
@@ -115,7 +111,7 @@ void AgentConfigState::tellUnreadable(std::string_view tag, IniFault fault) {
   const Synchronized hold(lock);
   const bool told = std::exchange(toldUnreadable, fault == IniFault::unreadable);
   if (!toldUnreadable || told) return;
-  eventlog::event(kEventNoSettings, tag,
+  eventlog::event(EventId::settingsNotRead, tag,
                   {files.agentIni(), describe(fault), files.fallbackIni(), "not consulted"});
 }
 

@@ -14,7 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr char kFipsTag[] = "AgentConfig::setFipsEnabled";
-constexpr int kEventNoFipsSwitch = 10524;
 
 void applyFips(bool wanted) {
   if (fipsModeOn() == wanted) {
@@ -28,7 +27,7 @@ void applyFips(bool wanted) {
   } else {
     eventlog::trace(kFipsTag, "Failed to set the FIPS mode = %s", error);
     const char* const states[] = {"off", "on"};
-    eventlog::event(kEventNoFipsSwitch, kFipsTag, {states[wanted], error, states[!wanted]});
+    eventlog::event(EventId::fipsNotSwitched, kFipsTag, {states[wanted], error, states[!wanted]});
   }
 }
 

@@ -20,7 +20,6 @@ constexpr int kLockAttempts = 10;
 constexpr int kLateLockAttempts = 5;
 constexpr uint32_t kLateLockPauseMs = 20;
 constexpr size_t kDamagedCopies = 8;
-constexpr int kEventDamaged = 10520;
 
 platform::Files& files() {
   return platform::current().files;
@@ -148,7 +147,7 @@ void IniFiles::keepAside(std::string_view tag, const std::string& path, IniFault
   const int error = platform::writeFileAtomically(files(), copy, readStart(path));
   eventlog::trace(tag, "Damaged %s is kept as %s: error %d", path, copy, error);
   const std::string kept = error == 0 ? copy : "none, error " + std::to_string(error);
-  eventlog::event(kEventDamaged, tag, {path, describe(fault), kept});
+  eventlog::event(EventId::settingsFileDamaged, tag, {path, describe(fault), kept});
   removeOldCopies(directory, prefix);
 }
 

@@ -2,6 +2,7 @@
 
 #include "config/install_root.h"
 #include "config/log_type.h"
+#include "config/pointer_file.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "util/string.h"
@@ -9,20 +10,14 @@
 namespace korvane {
 namespace {
 
-// Of the pointer file, docs/file-formats.md: its size, and where the current log's name stands in it as
-// UTF-16LE with a NUL behind it.
-constexpr size_t kPointerFileBytes = 4365;
-constexpr size_t kNameOffset = 1;
-constexpr size_t kNameUnits = 512;
-
 std::string logInPointerFile(platform::Files& files, const std::string& path) {
   std::string bytes;
   if (platform::readWholeFile(files, path, kPointerFileBytes, bytes) != 0) return {};
   if (bytes.size() != kPointerFileBytes) return {};
   std::u16string name;
-  for (size_t i = 0; i < kNameUnits; ++i) {
-    const auto low = static_cast<unsigned char>(bytes[kNameOffset + 2 * i]);
-    const auto high = static_cast<unsigned char>(bytes[kNameOffset + 2 * i + 1]);
+  for (size_t i = 0; i < kPointerNameUnits; ++i) {
+    const auto low = static_cast<unsigned char>(bytes[kPointerNameAt + 2 * i]);
+    const auto high = static_cast<unsigned char>(bytes[kPointerNameAt + 2 * i + 1]);
     const auto unit = static_cast<char16_t>(low | high << 8);
     if (unit == 0) break;
     name += unit;

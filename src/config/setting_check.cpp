@@ -10,8 +10,6 @@
 namespace korvane {
 namespace {
 
-constexpr int kMaxPort = 65535;
-
 const char* typeFault(ValueType type) {
   switch (type) {
     case ValueType::boolean:
@@ -29,7 +27,7 @@ const char* typeFault(ValueType type) {
 
 bool isPort(const STRING& text) {
   const int32_t number = text.toInt();
-  return number > 0 && number <= kMaxPort && STRING::fromInt(number) == text;
+  return number > 0 && number <= kLastPort && STRING::fromInt(number) == text;
 }
 
 std::string urlFault(const STRING& value) {
@@ -59,7 +57,7 @@ std::string settingFault(const STRING& key, const STRING& value) {
   SettingStore probe(storeOf(*row));
   if (probe.set(*row, value) == SettingStore::Result::refused) return typeFault(row->type);
   if (row->key == Key::agentUrl) return urlFault(value.trimmed());
-  if (row->key == Key::tcpPort && probe.number(row->key) > kMaxPort)
+  if (row->key == Key::tcpPort && probe.number(row->key) > kLastPort)
     return "is not a port from 0 to 65535";
   return {};
 }

@@ -9,6 +9,8 @@
 
 namespace korvane {
 
+inline constexpr int kLastPort = 65535;
+
 // Empty for a value that the store takes and the agent can use; a key that is not in the table takes any.
 std::string settingFault(const STRING& key, const STRING& value);
 // Whether a key tells of the policy in force: it changes with the policy alone and is no setting that anybody

@@ -18,12 +18,6 @@ constexpr char kDeviceName[] = "\\\\.\\KAVIPS";
 constexpr char kOpenTag[] = "OpenDriver()";
 constexpr char kNotifyTag[] = "NotifyDriver()";
 
-constexpr int kEventOpenFailed = 10112;
-constexpr int kEventNoEvent = 10116;
-constexpr int kEventAbandoned = 10117;
-constexpr int kEventTimedOut = 10118;
-constexpr int kEventRequestFailed = 10119;
-constexpr int kEventOpensAgain = 10400;
 
 bool hasInput(uint32_t code) {
   return code == KAVIPS_LOAD_POLICY;
@@ -55,10 +49,10 @@ std::unique_ptr<platform::Device> Driver::open() {
   std::unique_ptr<platform::Device> device;
   const uint32_t error = _parts.devices.open(kDeviceName, device);
   if (error != platform::kOk) {
-    if (!_openingFails.exchange(true)) eventlog::event(kEventOpenFailed, kOpenTag, {error});
+    if (!_openingFails.exchange(true)) eventlog::event(EventId::driverNotOpened, kOpenTag, {error});
     return nullptr;
   }
-  if (_openingFails.exchange(false)) eventlog::event(kEventOpensAgain, kOpenTag);
+  if (_openingFails.exchange(false)) eventlog::event(EventId::driverOpensAgain, kOpenTag);
   return device;
 }
 
@@ -75,10 +69,10 @@ int32_t Driver::waitFor(DeviceRequest& request, std::span<std::byte> reply, uint
     case DeviceWait::signalled:
       return finish(request, reply);
     case DeviceWait::abandoned:
-      eventlog::event(kEventAbandoned, kNotifyTag);
+      eventlog::event(EventId::driverWaitAbandoned, kNotifyTag);
       return NotifyResult::noEvent;
     case DeviceWait::timedOut:
-      eventlog::event(kEventTimedOut, kNotifyTag, {timeoutMs});
+      eventlog::event(EventId::driverRequestTimedOut, kNotifyTag, {timeoutMs});
       request.cancel();
       return NotifyResult::timedOut;
     case DeviceWait::interrupted:
@@ -100,7 +94,7 @@ int32_t Driver::send(DeviceRequest& request, std::span<std::byte> reply, uint32_
     takeReply(request, reply);
     return NotifyResult::completed;
   }
-  eventlog::event(kEventRequestFailed, kNotifyTag, {error});
+  eventlog::event(EventId::driverRequestFailed, kNotifyTag, {error});
   return NotifyResult::failedAtOnce;
 }
 
@@ -113,7 +107,7 @@ int32_t Driver::request(uint32_t code, std::span<std::byte> buffer, uint32_t tim
   std::unique_ptr<DeviceRequest> made;
   const uint32_t error = device->prepare(code, input, reply.size(), made);
   if (error != platform::kOk) {
-    eventlog::event(kEventNoEvent, kNotifyTag, {error});
+    eventlog::event(EventId::driverEventNotCreated, kNotifyTag, {error});
     return NotifyResult::noEvent;
   }
   return send(*made, reply, timeoutMs);

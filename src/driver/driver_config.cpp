@@ -3,6 +3,7 @@
 #include "agent/thread/locks.h"
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "driver/driver.h"
 #include "driver/driver_values.h"
 #include "driver/notify_driver.h"
@@ -19,8 +20,9 @@ constexpr uint32_t kSnapshotTimeoutMs = 1000;
 
 Driver::Prevention prevention() {
   const AgentConfig& config = *AgentConfig::getInstance();
-  if (!config.isIPSEnabled()) return Driver::Prevention::off;
-  return config.isIPSRebootDone() ? Driver::Prevention::on : Driver::Prevention::awaitsReboot;
+  if (preventionInForce(config)) return Driver::Prevention::on;
+  return preventionAwaitsReboot(config) ? Driver::Prevention::awaitsReboot
+                                        : Driver::Prevention::off;
 }
 
 class LastFailure {

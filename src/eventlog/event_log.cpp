@@ -25,8 +25,8 @@
 namespace korvane::eventlog {
 namespace {
 
-constexpr int kEventNoCatalogue = 10500;
-constexpr int kEventRecordsLost = 10501;
+constexpr int kEventNoCatalogue = static_cast<int>(EventId::catalogueUnusable);
+constexpr int kEventRecordsLost = static_cast<int>(EventId::ownLogRecordsLost);
 constexpr const char* kSource = "EventLog";
 constexpr size_t kMaxKeptBuffer = 16 * 1024;
 constexpr size_t kRecentTextBytes = 512;

@@ -6,7 +6,7 @@
 // whole, with one write.
 // Nothing here throws: a line that cannot be written is counted (EventLog::lost()).
 //
-//   eventlog::event(10106, "KorvaneAgent", {version});
+//   eventlog::event(EventId::agentStarted, "KorvaneAgent", {version});
 //   eventlog::trace("MainThread", "Registering return code %d -- string %s", code, text);
 //
 // A trace while tracing is off costs a load and a branch: nothing is converted or formatted.
@@ -19,6 +19,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "eventlog/event_id.h"
 #include "util/string.h"
 
 namespace korvane::eventlog {
@@ -77,6 +78,9 @@ inline void trace(std::string_view tag, const char* format, const T&... argument
 // Writes a numbered event with its insertion texts under a source tag. An identifier that the catalogue
 // does not hold is written with its insertions alone.
 void event(int id, std::string_view source, std::initializer_list<Arg> insertions = {});
+inline void event(EventId id, std::string_view source, std::initializer_list<Arg> insertions = {}) {
+  event(static_cast<int>(id), source, insertions);
+}
 
 // The path of the file that the log writes to, or wrote to last before it was closed; empty when it was
 // never opened.

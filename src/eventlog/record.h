@@ -15,7 +15,7 @@ namespace korvane::eventlog {
 
 // What a record never exceeds, its line feed included; the reader takes lines of a little more.
 inline constexpr size_t kMaxRecordBytes = 65536;
-// What the reader takes at most.
+// Of a line, for writer and reader.
 inline constexpr size_t kMaxFields = 49;
 
 struct Record {

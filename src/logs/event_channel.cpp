@@ -11,7 +11,6 @@ namespace korvane {
 namespace {
 
 constexpr char kChannelTag[] = "RPC";
-constexpr int kEventChannelRefused = 10615;
 
 std::optional<int64_t> numberOf(const std::string& text) {
   int64_t number = 0;
@@ -142,7 +141,7 @@ void EventChannel::attach(const RPCRequest& request) {
   } else {
     response.error = kRpcNotAdministrator;
     _leavesAt = _clock.monotonicMs() + kLeaveMs;
-    if (!_refusalTold) eventlog::event(kEventChannelRefused, kChannelTag);
+    if (!_refusalTold) eventlog::event(EventId::eventChannelProgramRefused, kChannelTag);
     _refusalTold = true;
   }
   answer(response);

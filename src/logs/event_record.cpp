@@ -65,9 +65,9 @@ std::string describe(const std::string& line, size_t count, const FieldSlice* sl
 
 void reportWrongType(const std::string& line, size_t count, const FieldSlice* slices) {
   eventlog::trace(kParseTag, "Event Type is incorrect. Log = %s", line);
-  eventlog::event(10135, "FixedFormatLog::parseLog()",
+  eventlog::event(EventId::logForwardingError, "FixedFormatLog::parseLog()",
                   {" Event Type is incorrect" + describe(line, count, slices)});
-  eventlog::event(10135, "FixedFormatLog::parseLog() - Actual Log", {line});
+  eventlog::event(EventId::logForwardingError, "FixedFormatLog::parseLog() - Actual Log", {line});
 }
 
 // UTF-16 code units that begin at this byte: two for what takes four bytes in UTF-8.

@@ -18,12 +18,13 @@
 #include <string>
 #include <string_view>
 
+#include "eventlog/record.h"
 #include "util/string.h"
 
 namespace korvane {
 
-// The fields of a line: 17 named ones and at most 32 extra ones.
-inline constexpr size_t kMaxFields = 49;
+// The fields of a line: 17 named ones and at most 32 extra ones. What writes one keeps to that.
+using eventlog::kMaxFields;
 inline constexpr size_t kStandardFields = 17;
 // Code of the error for a line with more fields.
 inline constexpr int kErrorTooManyFields = 16;

@@ -16,14 +16,13 @@ namespace korvane {
 namespace {
 
 // The record's fields, as offsets behind the leading byte.
-constexpr size_t kNameUnits = 512;
 constexpr size_t kStampUnits = 64;
-constexpr size_t kNameAt = 0;
+constexpr size_t kNameAt = kPointerNameAt - 1;
 constexpr size_t kOffsetAt = 1024;
 constexpr size_t kReservedAt = 1028;
 constexpr size_t kCountAt = 1032;
 constexpr size_t kEntriesAt = 1036;
-constexpr size_t kEntryBytes = 2 * kNameUnits;
+constexpr size_t kEntryBytes = 2 * kPointerNameUnits;
 constexpr size_t kStartAt = 4108;
 constexpr size_t kEndAt = 4236;
 constexpr uint32_t kMaxEntries = 2;
@@ -97,14 +96,14 @@ void FileLogPointer::load(platform::OpenMode mode) {
   const int error = platform::current().files.open(_pointerFile.toUtf8(), mode, file);
   if (error == ENOENT || (error != 0 && !keep)) return;
   if (error != 0) {
-    eventlog::event(10176, "FileLogPointer", {_pointerFile});
+    eventlog::event(EventId::pointerFileNotOpened, "FileLogPointer", {_pointerFile});
     return;
   }
   size_t got = 0;
   if (file->read(&_leadingByte, 1, got) != 0 ||
       file->read(_record.data(), _record.size(), got) != 0) {
     _record.fill(0);
-    eventlog::event(10176, "FileLogPointer", {_pointerFile});
+    eventlog::event(EventId::pointerFileNotOpened, "FileLogPointer", {_pointerFile});
     return;
   }
   const uint32_t count = load32(&_record[kCountAt]);
@@ -117,9 +116,9 @@ void FileLogPointer::load(platform::OpenMode mode) {
   platform::FileInfo info;
   _overlong = file->info(info) == 0 && info.size > kFileBytes;
   if (keep) _stream = std::move(file);
-  _currentLogName = loadText(&_record[kNameAt], kNameUnits);
+  _currentLogName = loadText(&_record[kNameAt], kPointerNameUnits);
   for (uint32_t i = 0; i < count; ++i)
-    _logNames.push_back(loadText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits));
+    _logNames.push_back(loadText(&_record[kEntriesAt + i * kEntryBytes], kPointerNameUnits));
   _startTimeStamp = loadText(&_record[kStartAt], kStampUnits);
   _endTimeStamp = loadText(&_record[kEndAt], kStampUnits);
   loadPosition();
@@ -189,11 +188,11 @@ void FileLogPointer::openForWriting() {
 }
 
 void FileLogPointer::composeRecord() {
-  storeText(&_record[kNameAt], kNameUnits, _currentLogName);
+  storeText(&_record[kNameAt], kPointerNameUnits, _currentLogName);
   store32(&_record[kReservedAt], 0);
   store32(&_record[kCountAt], static_cast<uint32_t>(_logNames.size()));
   for (size_t i = 0; i < _logNames.size(); ++i)
-    storeText(&_record[kEntriesAt + i * kEntryBytes], kNameUnits, _logNames[i]);
+    storeText(&_record[kEntriesAt + i * kEntryBytes], kPointerNameUnits, _logNames[i]);
   uint8_t* const at = &_record[kPositionAt];
   if (_position > kMaxOffset) {
     std::memcpy(at, kPositionTag.data(), kPositionTag.size());

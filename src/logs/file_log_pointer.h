@@ -16,6 +16,7 @@
 #include <memory>
 #include <vector>
 
+#include "config/pointer_file.h"
 #include "logs/log_pointer.h"
 #include "platform/fwd.h"
 #include "util/export.h"
@@ -49,8 +50,8 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   // Writes the pointer and returns when it is on the disk.
   void writePointerDurably();
 
-  static constexpr size_t kRecordBytes = 4364;
-  static constexpr size_t kFileBytes = 1 + kRecordBytes;
+  static constexpr size_t kFileBytes = kPointerFileBytes;
+  static constexpr size_t kRecordBytes = kFileBytes - 1;
 
  private:
   void load(platform::OpenMode mode);

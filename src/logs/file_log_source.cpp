@@ -127,7 +127,7 @@ void FileLogSource::reportOpenFailure(const STRING& path) {
   eventlog::trace(kOpenTag, "Fatal Error - Unable to open log file : %s", path);
   if (_reportedPath == path) return;
   _reportedPath = path;
-  eventlog::event(10185, "FileLogSource", {path});
+  eventlog::event(EventId::logNotOpened, "FileLogSource", {path});
 }
 
 void FileLogSource::closeLog() {

@@ -1,6 +1,7 @@
 #include "logs/https_log_destination.h"
 
 #include "comm/exchange_outcome.h"
+#include "comm/server_codes.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
 
@@ -12,12 +13,7 @@ constexpr char kHttpsSource[] = "HttpsLogDestination::writeLog";
 // The server's answers to a log message.
 constexpr int kAccepted = 0;
 constexpr int kDropped = 302;
-constexpr int kUnknownAgent = 400;
 constexpr int kDroppedSilently = 600;
-
-constexpr int kEventHttpsRefused = 10213;
-constexpr int kEventHttpsRecovered = 10214;
-constexpr int kEventDropped = 10227;
 
 }  // namespace
 
@@ -52,7 +48,7 @@ int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records
     case kAccepted:
       ForwardingCounters::addForwarded(records);
       return 0;
-    case kUnknownAgent:
+    case kServerUnknownAgent:
       _config->clearUniqueId(handler.getGUIDUsed());
       [[fallthrough]];
     default:
@@ -66,16 +62,16 @@ void HttpsLogDestination::report(const STRING& text) {
   _lastReportedError = _lastError;
   switch (_lastError) {
     case kAccepted:
-      eventlog::event(kEventHttpsRecovered, kHttpsSource);
+      eventlog::event(EventId::eventsAcceptedAgain, kHttpsSource);
       break;
     case kDropped:
-      eventlog::event(kEventDropped, kHttpsSource, {_lastError, text});
+      eventlog::event(EventId::eventsDropped, kHttpsSource, {_lastError, text});
       break;
-    case kUnknownAgent:
+    case kServerUnknownAgent:
     case kDroppedSilently:
       break;
     default:
-      eventlog::event(kEventHttpsRefused, kHttpsSource, {_lastError, text});
+      eventlog::event(EventId::eventsRefused, kHttpsSource, {_lastError, text});
   }
 }
 

@@ -11,7 +11,6 @@ namespace korvane {
 namespace {
 
 constexpr int kErrorPassedOver = 13;
-constexpr int kEventProcessorFailed = 10136;
 
 struct PolicyBuffer {
   std::atomic<bool> on{false};
@@ -62,7 +61,7 @@ void LogProcessingThread::runProcessor(LogProcessor& processor) {
     if (_backOff >= 0) _backOff = processor.writeRecords();
   } catch (const AgentError& error) {
     if (error.code() == kErrorPassedOver) return;
-    eventlog::event(kEventProcessorFailed, "LogProcessingThread::run",
+    eventlog::event(EventId::logForwardingDisabled, "LogProcessingThread::run",
                     {AgentConfig::getLogTypeByName(processor.type()), error.text()});
     processor.disable();
   }

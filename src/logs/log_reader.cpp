@@ -17,8 +17,6 @@ namespace korvane {
 namespace {
 
 constexpr char kReaderSource[] = "LogReader";
-constexpr int kEventLineSkipped = 10551;
-constexpr int kEventPassedOver = 10554;
 // Where a MEOF record names the next log's file, without its folder.
 constexpr size_t kFollowerField = 4;
 constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
@@ -123,7 +121,7 @@ bool LogReader::goOnFromMissing() {
 // What was left before keeps its place.
 void LogReader::passOver(const STRING& log, const STRING& next) {
   if (_next.isLeft(log)) return;
-  eventlog::event(kEventPassedOver, kReaderSource, {log, next});
+  eventlog::event(EventId::logPassedOver, kReaderSource, {log, next});
   _next.leave(log, {});
 }
 
@@ -168,7 +166,7 @@ bool LogReader::parse(const SourceLine& line, ParsedEvent& record) {
     if (parseEvent(line.text, line.size, record) != ParseResult::accepted) return false;
   } catch (const AgentError& error) {
     if (error.code() != kErrorTooManyFields) throw;
-    eventlog::event(kEventLineSkipped, kReaderSource, {currentLogName(), error.text()});
+    eventlog::event(EventId::logLineSkipped, kReaderSource, {currentLogName(), error.text()});
     return false;
   }
   record.lineStart = line.start;

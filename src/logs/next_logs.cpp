@@ -14,9 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr char kNextLogsSource[] = "NextLogs";
-constexpr int kEventDamaged = 10552;
-constexpr int kEventNotWritten = 10553;
-constexpr int kEventTooMany = 10555;
 
 constexpr std::string_view kFirstLine = "korvane-next-logs 1\n";
 constexpr std::string_view kPointerEnd = "filepointer", kEnd = "nextlogs";
@@ -111,7 +108,7 @@ void NextLogs::load(const STRING& current) {
   const std::string failure = "error " + std::to_string(error);
   const char* const wrong = error != 0 ? failure.c_str() : parse(text, content);
   if (wrong) {
-    eventlog::event(kEventDamaged, kNextLogsSource, {_path, std::string(wrong)});
+    eventlog::event(EventId::logListUnusable, kNextLogsSource, {_path, std::string(wrong)});
     return;
   }
   _named = content.named;
@@ -135,7 +132,8 @@ std::string NextLogs::text() const {
 void NextLogs::save() {
   if (_path.empty() || !_changed) return;
   if (const int error = platform::writeFileAtomically(_files, _path, text())) {
-    if (!_failureReported) eventlog::event(kEventNotWritten, kNextLogsSource, {_path, error});
+    if (!_failureReported)
+      eventlog::event(EventId::logListNotWritten, kNextLogsSource, {_path, error});
     _failureReported = true;
     return;
   }
@@ -169,7 +167,7 @@ void NextLogs::append(const STRING& name) {
     _changed = true;
     return;
   }
-  if (!_fullReported) eventlog::event(kEventTooMany, kNextLogsSource, {kMaxNames, name});
+  if (!_fullReported) eventlog::event(EventId::logListFull, kNextLogsSource, {kMaxNames, name});
   _fullReported = true;
 }
 

@@ -15,12 +15,6 @@ namespace {
 
 constexpr char kRpcSource[] = "RpcLogDestination::writeLog";
 
-constexpr int kEventNoChannel = 10610;
-constexpr int kEventNoCarrier = 10611;
-constexpr int kEventFailed = 10612;
-constexpr int kEventThrottled = 10613;
-constexpr int kEventRpcRecovered = 10614;
-
 // The first pause of a throttling answer that names none, and of one whose sender has backed off.
 constexpr int64_t kFirstDelayMs = 1000;
 constexpr int64_t kFirstBackedOffDelayMs = 10000;
@@ -208,16 +202,18 @@ void RpcLogDestination::report(int code, size_t records) {
   const auto waiting = static_cast<uint64_t>(records);
   switch (code) {
     case EventChannel::kAccepted:
-      return eventlog::event(kEventRpcRecovered, kRpcSource);
+      return eventlog::event(EventId::eventCarrierAcceptsAgain, kRpcSource);
     case kNoChannel:
-      return eventlog::event(kEventNoChannel, kRpcSource, {_channel.lastError()});
+      return eventlog::event(EventId::eventChannelUnusable, kRpcSource, {_channel.lastError()});
     case kNoCarrier:
-      return eventlog::event(kEventNoCarrier, kRpcSource, {waiting});
+      return eventlog::event(EventId::noEventCarrier, kRpcSource, {waiting});
     case EventChannel::kThrottled:
     case EventChannel::kThrottledBackedOff:
-      return eventlog::event(kEventThrottled, kRpcSource, {code, textOf(code), waiting});
+      return eventlog::event(EventId::eventCarrierThrottles, kRpcSource,
+                             {code, textOf(code), waiting});
     default:
-      return eventlog::event(kEventFailed, kRpcSource, {code, textOf(code), waiting});
+      return eventlog::event(EventId::eventCarrierFailed, kRpcSource,
+                             {code, textOf(code), waiting});
   }
 }
 

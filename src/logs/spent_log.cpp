@@ -12,7 +12,6 @@ namespace {
 
 constexpr char kSpentTag[] = "LogProcessor::PostRealTimeProcessing";
 constexpr uint32_t kRetryPauseMs = 500;
-constexpr int kEventRemoveFailed = 10135;
 // Names tried for a file that cannot be removed.
 constexpr int kMaxNames = 1000;
 
@@ -20,7 +19,7 @@ bool remove(const STRING& file, const char* failureText) {
   platform::Files& files = platform::current().files;
   const int error = files.remove(file.toUtf8());
   if (error == 0 || error == ENOENT) return true;
-  eventlog::event(kEventRemoveFailed, "LogProcessor",
+  eventlog::event(EventId::logForwardingError, "LogProcessor",
                   {failureText + file.toUtf8() + ". Error code : " + std::to_string(error)});
   return false;
 }

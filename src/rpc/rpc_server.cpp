@@ -8,8 +8,6 @@
 namespace korvane {
 namespace {
 
-constexpr int kUnusableEvent = 10600;
-
 void fail(RPCResponse& response, int code, const std::string& detail = {}) {
   const std::optional<int> id = response.id;
   response = {};
@@ -33,7 +31,8 @@ void RPCServer::run(StopToken& stop) {
 
 bool RPCServer::cycle() {
   if (!_transport.start()) {
-    if (!_toldUnusable) eventlog::event(kUnusableEvent, "RPC", {_transport.lastError()});
+    if (!_toldUnusable)
+      eventlog::event(EventId::localChannelUnusable, "RPC", {_transport.lastError()});
     _toldUnusable = true;
     return false;
   }

@@ -18,11 +18,6 @@ namespace {
 
 constexpr char kTag[] = "Translator";
 
-constexpr int kEventNotLoaded = 10530;
-constexpr int kEventUnfit = 10531;
-constexpr int kEventInitializeFailed = 10532;
-constexpr int kEventValuesCut = 10533;
-
 // A loaded and initialised library; shut down when the last user lets it go.
 class Binding {
  public:
@@ -54,7 +49,8 @@ bool Binding::open(const std::string& path) {
   std::string detail;
   const uint32_t error = platform::current().sharedLibraries.load(path, _library, detail);
   if (error == platform::kOk) return true;
-  eventlog::event(kEventNotLoaded, kTag, {path, detail + " (" + std::to_string(error) + ")"});
+  eventlog::event(EventId::translatorNotLoaded, kTag,
+                  {path, detail + " (" + std::to_string(error) + ")"});
   return false;
 }
 
@@ -66,19 +62,20 @@ bool Binding::bind(const std::string& path) {
                         find(KAVIPS_TRANSLATOR_FILE_EXISTS_NAME, fileExists) &&
                         find(KAVIPS_TRANSLATOR_SHUTDOWN_NAME, _shutdown);
   if (!complete) {
-    eventlog::event(kEventUnfit, kTag, {path, "a function is missing"});
+    eventlog::event(EventId::translatorUnusable, kTag, {path, "a function is missing"});
     return false;
   }
   const uint32_t version = abiVersion();
   if (version == KAVIPS_TRANSLATOR_ABI_VERSION) return true;
-  eventlog::event(kEventUnfit, kTag, {path, "interface version " + std::to_string(version)});
+  eventlog::event(EventId::translatorUnusable, kTag,
+                  {path, "interface version " + std::to_string(version)});
   return false;
 }
 
 bool Binding::initialize(const std::string& path, const std::string& directory) {
   const int32_t error = _initialize(STRING(directory).c_str());
   _initialized = error == 0;
-  if (!_initialized) eventlog::event(kEventInitializeFailed, kTag, {path, error});
+  if (!_initialized) eventlog::event(EventId::translatorNotInitialised, kTag, {path, error});
   return _initialized;
 }
 
@@ -155,7 +152,7 @@ bool Translator::getFunctionValues(const STRING& name, std::vector<STRING>& list
     list.clear();
     return false;
   }
-  if (listing.cut) eventlog::event(kEventValuesCut, kTag, {name, list.size()});
+  if (listing.cut) eventlog::event(EventId::translatorValuesCut, kTag, {name, list.size()});
   return true;
 }
 

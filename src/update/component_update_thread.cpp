@@ -14,10 +14,6 @@ using Outcome = ContentPackage::Outcome;
 constexpr char kComponentSource[] = "ComponentUpdateThread";
 constexpr uint32_t kComponentCycleMs = 1000;
 
-constexpr int kEventPackageRefused = 10585;
-constexpr int kEventHandedOver = 10586;
-constexpr int kEventNotHandedOver = 10587;
-
 bool hasTaker() {
   HidsInterface* ids = AgentConfig::getHIDSInterface();
   return ids && ids->present();
@@ -50,13 +46,14 @@ void ComponentUpdateThread::takeOver(const ContentKind& kind, Attempts& attempts
   const bool reported = attempts.failing;
   attempts = {};
   if (outcome == Outcome::done) {
-    eventlog::event(kEventHandedOver, kComponentSource,
+    eventlog::event(EventId::contentHandedOver, kComponentSource,
                     {(AgentConfig::getInstance()->*kind.metadata)()});
   } else if (outcome == Outcome::refused) {
-    eventlog::event(kEventPackageRefused, kComponentSource, {kind.product, refusal.text()});
+    eventlog::event(EventId::packageRejected, kComponentSource, {kind.product, refusal.text()});
   } else if (!stopRequested()) {
     if (!reported)
-      eventlog::event(kEventNotHandedOver, kComponentSource, {kind.product, refusal.text()});
+      eventlog::event(EventId::contentNotHandedOver, kComponentSource,
+                      {kind.product, refusal.text()});
     attempts = {true, platform::current().clock.monotonicMs() + kPauseAfterFailureMs};
   }
 }

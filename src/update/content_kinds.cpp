@@ -11,21 +11,20 @@ namespace korvane {
 namespace {
 
 constexpr std::array<ContentKind, 4> kKinds{{
-    {HttpsHandler::VEXQEL_UPDATE, "update.qel", "VWKTR QEL Signatures", "qel", &PendingUpdates::qel,
+    {HttpsHandler::VEXQEL_UPDATE, "update.qel", "VWKTR QEL Signatures", "qel",
      &AgentConfig::getQelVtFlpkgPath, &AgentConfig::getUpdateQELNow, &AgentConfig::setUpdateQELNow,
      &AgentConfig::getQelFL, &AgentConfig::setQelFL},
     {HttpsHandler::FERROLYN_REVO_UPDATE, "update.ferrolyn.revocation", "VWKTR Ferrolyn Revocation",
-     "ferrolyn-revocation", &PendingUpdates::ferrolynRevocation, &AgentConfig::getFerrolynRevoPath,
-     &AgentConfig::getUpdateFRevoNow, &AgentConfig::setUpdateFRevoNow,
-     &AgentConfig::getFerrolynRevoFL, &AgentConfig::setFerrolynRevoFL},
+     "ferrolyn-revocation", &AgentConfig::getFerrolynRevoPath, &AgentConfig::getUpdateFRevoNow,
+     &AgentConfig::setUpdateFRevoNow, &AgentConfig::getFerrolynRevoFL,
+     &AgentConfig::setFerrolynRevoFL},
     {HttpsHandler::FERROLYN_SETTINGS_UPDATE, "update.ferrolyn.settings", "VWKTR Ferrolyn Settings",
-     "ferrolyn-settings", &PendingUpdates::ferrolynSettings, &AgentConfig::getFerrolynSettingsPath,
+     "ferrolyn-settings", &AgentConfig::getFerrolynSettingsPath,
      &AgentConfig::getUpdateFSettingsNow, &AgentConfig::setUpdateFSettingsNow,
      &AgentConfig::getFerrolynSettingsFL, &AgentConfig::setFerrolynSettingsFL},
     {HttpsHandler::FERROLYN_VT_UPDATE, "update.ferrolyn.vexvt", "VWKTR Ferrolyn VexVT",
-     "ferrolyn-vexvt", &PendingUpdates::ferrolynVexVT, &AgentConfig::getFerrolynVtPath,
-     &AgentConfig::getUpdateFVTNow, &AgentConfig::setUpdateFVTNow, &AgentConfig::getFerrolynVtFL,
-     &AgentConfig::setFerrolynVtFL},
+     "ferrolyn-vexvt", &AgentConfig::getFerrolynVtPath, &AgentConfig::getUpdateFVTNow,
+     &AgentConfig::setUpdateFVTNow, &AgentConfig::getFerrolynVtFL, &AgentConfig::setFerrolynVtFL},
 }};
 
 }  // namespace

@@ -11,7 +11,6 @@
 
 #include "agent/thread/locks.h"
 #include "config/agent_config.h"
-#include "update/pending_updates.h"
 
 namespace korvane {
 
@@ -20,7 +19,6 @@ struct ContentKind {
   const char* binaryName;  // what the server's answer is asked for
   const char* product;     // as the server names it
   const char* shortName;   // of folders and files
-  bool PendingUpdates::*flag;
   STRING (AgentConfig::*configuredDirectory)() const;
   bool (AgentConfig::*updateNow)() const;
   void (AgentConfig::*setUpdateNow)(bool);

@@ -7,7 +7,6 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
-#include "update/server_answer.h"
 #include "update/update_result.h"
 #include "util/ignore_result.h"
 
@@ -15,12 +14,8 @@ namespace korvane {
 namespace {
 
 constexpr char kContentTag[] = "UpdateThread::processComponentUpdates()";
-constexpr char kFetchTag[] = "UpdateThread::getComponentUpdate()";
 constexpr char kDataTag[] = "UpdateThread::processComponentData()";
 constexpr char kUnzipTag[] = "UpdateThread::processVexQELData";
-
-constexpr int kEventContentError = 10232;
-constexpr int kEventContentRefused = 10585;
 
 bool makeDirectory(const std::string& directory, archive::Refusal& refusal) {
   const int error = platform::current().files.makeDirectories(directory);
@@ -55,56 +50,19 @@ bool unpackPackage(const ContentKind& kind, std::string_view bytes, const std::s
 
 }  // namespace
 
-int ContentUpdate::wantedKinds() const {
-  int wanted = _retry.pending ? _retry.kinds : 0;
-  for (const ContentKind& kind : contentKinds())
-    if (_pending.*kind.flag) wanted |= kind.bit;
-  return wanted;
-}
-
 void ContentUpdate::processComponentUpdates() {
   AgentConfig& config = *AgentConfig::getInstance();
-  if (!config.isIPSEnabled() || !(_retry.due() || _pending.hasContent())) return;
+  if (!config.isIPSEnabled() || !_exchange.due()) return;
   eventlog::trace(kContentTag, "*****Component Freshline available on server*****");
-  const int wanted = wantedKinds();
-  HttpsHandler handler;
-  if (getComponentUpdate(handler, wanted)) {
-    for (const ContentKind& kind : contentKinds()) {
-      std::string* bytes = nullptr;
-      if ((wanted & kind.bit) && handler.getBinaryData(kind.binaryName, bytes) == 0)
-        // It reports its own failure to the server.
-        ignoreResult(processComponentData(kind.bit, bytes, kind.directory()));
-    }
-  }
+  _exchange.run([](HttpsHandler& handler, int bit) {
+    const ContentKind& kind = *contentKindOf(bit);
+    std::string* bytes = nullptr;
+    if (handler.getBinaryData(kind.binaryName, bytes) == 0)
+      // It reports its own failure to the server.
+      ignoreResult(processComponentData(bit, bytes, kind.directory()));
+  });
   // What cannot be written now is written by one of the next loads.
   ignoreResult(config.updateIniFile());
-  _pending.clearContent();
-}
-
-bool ContentUpdate::getComponentUpdate(HttpsHandler& handler, int wanted) {
-  if (handler.getCompUpdate() != 0) {
-    eventlog::trace(kFetchTag, "Communication error while requesting Freshline data.");
-    _retry.clear();
-    return false;
-  }
-  const ServerAnswer answer = takeServerAnswer(handler, kEventContentError);
-  if (answer.accepted()) {
-    eventlog::trace(kFetchTag, "No Korvane error code detected. Raw FL data download.");
-    _retry.clear();
-  } else if (answer.comeBackLater()) {
-    eventlog::trace(kFetchTag,
-                    "processComponentUpdates:VexQEL and Ferrolyn:httpSender.getKorvaneError Server "
-                    "asked us to retry after sometime. Retry count %d",
-                    _retry.count);
-    _retry.refuseWithinLimit(wanted);
-  } else {
-    _retry.giveUp();
-    eventlog::trace(kFetchTag,
-                    "UpdateThread::getComponentUpdate( HttpsHandler &httpSender ) Error Message - "
-                    "%s Return Code - %d",
-                    answer.text, answer.code);
-  }
-  return answer.accepted();
 }
 
 int ContentUpdate::processComponentData(int kind, const std::string* bytes,
@@ -118,7 +76,7 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
     eventlog::trace(kUnzipTag,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
-    eventlog::event(kEventContentRefused, kUnzipTag, {content->product, refusal.text()});
+    eventlog::event(EventId::packageRejected, kUnzipTag, {content->product, refusal.text()});
     reportUpdateResult(kind, {kDiskFailure, "Error unzipping to disk."});
     return kDiskFailure;
   }

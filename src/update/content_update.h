@@ -16,16 +16,14 @@
 #include <string>
 
 #include "update/content_kinds.h"
-#include "update/pending_updates.h"
-#include "update/retry_group.h"
+#include "update/update_exchange.h"
 
 namespace korvane {
 
-class HttpsHandler;
-
 class ContentUpdate {
  public:
-  ContentUpdate(PendingUpdates& pending, RetryGroup& retry) : _pending(pending), _retry(retry) {}
+  ContentUpdate(PendingUpdates& pending, RetryGroup& retry)
+      : _exchange(contentUpdates(), pending, retry) {}
 
   void processComponentUpdates();
 
@@ -35,13 +33,7 @@ class ContentUpdate {
                                                 const STRING& directory);
 
  private:
-  // The kinds to be unpacked: those with a flag, and those that a refusal put off.
-  int wantedKinds() const;
-  // True when the server's answer may be used.
-  [[nodiscard]] bool getComponentUpdate(HttpsHandler& handler, int wanted);
-
-  PendingUpdates& _pending;
-  RetryGroup& _retry;
+  UpdateExchange _exchange;
 };
 
 }  // namespace korvane

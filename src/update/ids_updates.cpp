@@ -5,7 +5,6 @@
 #include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
-#include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
 #include "util/ignore_result.h"
@@ -19,8 +18,6 @@ constexpr char kRetranslationContext[] = "processHIDSPolicyRetranslate";
 constexpr char kPolicyNameProperty[] = "policy.name.ids";
 constexpr char kPolicyPathProperty[] = "policy.path.ids";
 constexpr char kNotSaved[] = "failed to save new policy data to permanent storage";
-constexpr int kEventIdsRefused = 10217;
-constexpr int kEventNotTranslated = 10133;
 
 // Hands a translated policy over and gives what the component made of it.
 UpdateResult handOver(const STRING& resultFile, const char* context) {
@@ -32,36 +29,15 @@ UpdateResult handOver(const STRING& resultFile, const char* context) {
 
 }  // namespace
 
-int UpdateThread::takeIdsKinds() {
-  if (_idsRetry.due()) return _idsRetry.kinds;
-  int kinds = 0;
-  if (_pending.idsPolicy) kinds |= HttpsHandler::POLICY_UPDATE_HIDS;
-  if (_pending.idsConfiguration) kinds |= HttpsHandler::CONFIG_UPDATE_HIDS;
-  _pending.idsPolicy = _pending.idsConfiguration = false;
-  return kinds;
-}
-
 void UpdateThread::processHIDSPolicyUpdate() {
-  const int kinds = takeIdsKinds();
-  if (kinds == 0) return;
-  HttpsHandler handler;
-  if (handler.getUpdate(kinds, _bFirstPollRequired) != 0) return _idsRetry.clear();
-  const ServerAnswer answer = takeServerAnswer(handler, kEventIdsRefused);
-  _lastServerError = answer.code;
-  if (answer.refused()) return;
-  if (answer.accepted()) _idsRetry.clear();
-  if (answer.comeBackLater()) {
-    eventlog::trace(
-        kIdsSource,
-        "::processHIDSPolicyUpdates : Server asked us to retry after sometime. Retry count %d",
-        _idsRetry.count);
-    _idsRetry.refuse(_idsRetry.kinds | kinds);
-  }
-  _bFirstPollRequired = false;
-  if (!answer.accepted()) return;
-  if (kinds & HttpsHandler::POLICY_UPDATE_HIDS) applyIdsPolicy(handler);
-  if (kinds & HttpsHandler::CONFIG_UPDATE_HIDS)
-    applyConfiguration(handler, HttpsHandler::CONFIG_UPDATE_HIDS);
+  const auto process = [this](HttpsHandler& handler, int kind) {
+    if (kind == HttpsHandler::POLICY_UPDATE_HIDS)
+      applyIdsPolicy(handler);
+    else
+      applyConfiguration(handler, kind);
+  };
+  if (_idsExchange.run(process, UpdateExchange::kAllKinds, _bFirstPollRequired))
+    _bFirstPollRequired = false;
 }
 
 void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
@@ -97,7 +73,8 @@ UpdateResult UpdateThread::installIdsPolicy(std::string_view bytes,
     result = handOver(resultFile, kIdsContext);
   } else {
     result = {kPolicyFailure, _policy.errorText()};
-    if (!_policy.stopped()) eventlog::event(kEventNotTranslated, kIdsContext, {result.text});
+    if (!_policy.stopped())
+      eventlog::event(EventId::idsPolicyNotTranslated, kIdsContext, {result.text});
   }
   if (result.ok()) _config->setIDSPlusFileName(plusFile);
   // A component that has not answered may still read the file.
@@ -113,14 +90,13 @@ void UpdateThread::retranslateIdsOnRequest() {
   STRING resultFile;
   if (_policy.translateHIDSPolicy(plusFile, resultFile)) {
     const UpdateResult result = handOver(resultFile, kRetranslationContext);
-    _lastServerError = 0;
     if (result.ok())
       eventlog::trace(kIdsSource, "Policy retranslation done for IDS policy: '%s'", plusFile);
     else
       eventlog::trace(kIdsSource, "Result of Policy retranslation of IDS policy: '%s' is: '%s'",
                       plusFile, result.text);
   } else if (!_policy.stopped()) {
-    eventlog::event(kEventNotTranslated, kIdsContext, {_policy.errorText()});
+    eventlog::event(EventId::idsPolicyNotTranslated, kIdsContext, {_policy.errorText()});
   }
   if (!_config->getRetranslateIDSNow()) return;
   _config->setRetranslateIDSNow(false);

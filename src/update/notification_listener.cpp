@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/agent_config.h"
+#include "config/setting_check.h"
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/platform.h"
@@ -14,7 +15,6 @@ namespace {
 
 constexpr char kListenerSource[] = "UpdateThread";
 constexpr char kListenerTag[] = "tcpNotification";
-constexpr int32_t kLastPort = 65535;
 
 int bindTo(platform::Socket& socket, int32_t port) {
   if (port < 1 || port > kLastPort) return platform::kWsaInvalidArgument;
@@ -65,18 +65,18 @@ bool NotificationListener::listen() {
   if (_failed) return false;
   std::unique_ptr<platform::Socket> socket;
   if (const int error = platform::current().sockets.createTcp(socket)) {
-    eventlog::event(10228, kListenerSource, {error});
+    eventlog::event(EventId::notificationSocketNotCreated, kListenerSource, {error});
     return giveUp();
   }
   if (const int error = bindTo(*socket, _port)) {
-    eventlog::event(10229, kListenerSource, {_port, error});
+    eventlog::event(EventId::notificationSocketNotBound, kListenerSource, {_port, error});
     return giveUp();
   }
   int error = socket->listen(kBacklog);
   // A connection that is gone again before it is accepted must not hold the thread.
   if (!error) error = socket->setNonBlocking(true);
   if (error) {
-    eventlog::event(10230, kListenerSource, {_port, error});
+    eventlog::event(EventId::notificationSocketNotListening, kListenerSource, {_port, error});
     return giveUp();
   }
   eventlog::trace("Notification", "created socket and listening to it on port %d", _port);

@@ -6,46 +6,53 @@
 namespace korvane {
 namespace {
 
-struct FlagName {
+struct Flag {
+  int bit;  // the update kind; 0 for what is none
   const char* property;
   bool PendingUpdates::*flag;
 };
 
-constexpr FlagName kFlagNames[] = {
-    {"update.configuration", &PendingUpdates::configuration},
-    {"update.policy", &PendingUpdates::policy},
-    {"update.software", &PendingUpdates::software},
-    {"update.policy.ids", &PendingUpdates::idsPolicy},
-    {"update.configuration.ids", &PendingUpdates::idsConfiguration},
-    {"update.qel", &PendingUpdates::qel},
-    {"update.ferrolyn.revocation", &PendingUpdates::ferrolynRevocation},
-    {"update.ferrolyn.settings", &PendingUpdates::ferrolynSettings},
-    {"update.ferrolyn.vexvt", &PendingUpdates::ferrolynVexVT},
-    {"send.application.request", &PendingUpdates::applicationRequest},
-};
-
-struct FlagBit {
-  int bit;
-  bool PendingUpdates::*flag;
-};
-
-constexpr FlagBit kFlagBits[] = {
-    {HttpsHandler::CONFIG_UPDATE, &PendingUpdates::configuration},
-    {HttpsHandler::POLICY_UPDATE, &PendingUpdates::policy},
-    {HttpsHandler::SOFTWARE_UPDATE, &PendingUpdates::software},
-    {HttpsHandler::POLICY_UPDATE_HIDS, &PendingUpdates::idsPolicy},
-    {HttpsHandler::CONFIG_UPDATE_HIDS, &PendingUpdates::idsConfiguration},
+constexpr Flag kFlags[] = {
+    {HttpsHandler::CONFIG_UPDATE, "update.configuration", &PendingUpdates::configuration},
+    {HttpsHandler::POLICY_UPDATE, "update.policy", &PendingUpdates::policy},
+    {HttpsHandler::SOFTWARE_UPDATE, "update.software", &PendingUpdates::software},
+    {HttpsHandler::POLICY_UPDATE_HIDS, "update.policy.ids", &PendingUpdates::idsPolicy},
+    {HttpsHandler::CONFIG_UPDATE_HIDS, "update.configuration.ids",
+     &PendingUpdates::idsConfiguration},
+    {HttpsHandler::VEXQEL_UPDATE, "update.qel", &PendingUpdates::qel},
+    {HttpsHandler::FERROLYN_REVO_UPDATE, "update.ferrolyn.revocation",
+     &PendingUpdates::ferrolynRevocation},
+    {HttpsHandler::FERROLYN_SETTINGS_UPDATE, "update.ferrolyn.settings",
+     &PendingUpdates::ferrolynSettings},
+    {HttpsHandler::FERROLYN_VT_UPDATE, "update.ferrolyn.vexvt", &PendingUpdates::ferrolynVexVT},
+    {0, "send.application.request", &PendingUpdates::applicationRequest},
 };
 
 constexpr char kPollingTag[] = "UpdateThread";
 constexpr char kNotificationTag[] = "tcpNotification";
 constexpr uint8_t kInvalidBits = 0xC0;
+constexpr uint8_t kNotifiedBits = 0x1F;
 
 }  // namespace
 
+bool PendingUpdates::any(int kinds) const {
+  for (const Flag& row : kFlags)
+    if ((kinds & row.bit) && this->*row.flag) return true;
+  return false;
+}
+
+int PendingUpdates::take(int kinds) {
+  int taken = 0;
+  for (const Flag& row : kFlags) {
+    if (!(kinds & row.bit) || !(this->*row.flag)) continue;
+    taken |= row.bit;
+    this->*row.flag = false;
+  }
+  return taken;
+}
+
 void PendingUpdates::takePollingProperties(const PropertyList& properties) {
-  for (const FlagName& name : kFlagNames)
-    this->*name.flag = propertyIsTrue(properties, name.property);
+  for (const Flag& row : kFlags) this->*row.flag = propertyIsTrue(properties, row.property);
   if (!applicationRequest) return;
   eventlog::trace(kPollingTag, "Received send.application.request");
   const STRING* identifier = findProperty(properties, "send.application.requestID");
@@ -60,8 +67,8 @@ bool PendingUpdates::takeNotification(uint8_t byte) {
     eventlog::trace(kNotificationTag, "Got invalid notification message, byte is 0x%x", byte);
     return false;
   }
-  for (const FlagBit& row : kFlagBits)
-    if (byte & row.bit) this->*row.flag = true;
+  for (const Flag& row : kFlags)
+    if (byte & kNotifiedBits & row.bit) this->*row.flag = true;
   eventlog::trace(kNotificationTag, "Notification type received : %d", byte);
   return true;
 }

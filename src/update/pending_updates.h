@@ -23,9 +23,10 @@ struct PendingUpdates {
   bool applicationRequest = false;
   STRING applicationRequestId;
 
-  // True when a content package waits on the server.
-  bool hasContent() const { return qel || ferrolynRevocation || ferrolynSettings || ferrolynVexVT; }
-  void clearContent() { qel = ferrolynRevocation = ferrolynSettings = ferrolynVexVT = false; }
+  // Whether one of these update kinds waits on the server.
+  bool any(int kinds) const;
+  // Those of them that wait; their flags are cleared.
+  [[nodiscard]] int take(int kinds);
 
   // Sets every flag from the properties, a missing one to false. A request for application data without
   // an identifier is none.

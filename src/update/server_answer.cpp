@@ -8,20 +8,18 @@ namespace korvane {
 namespace {
 
 constexpr char kAnswerSource[] = "UpdateThread";
-constexpr int kEventAnswered = 10219;
-constexpr int kEventAnswerError = 10217;
 
 }  // namespace
 
-ServerAnswer takeServerAnswer(HttpsHandler& handler, int refusalEvent) {
+ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent) {
   ServerAnswer answer;
   answer.code = handler.getKorvaneError(answer.text);
   AgentConfig& config = *AgentConfig::getInstance();
   if (answer.accepted()) {
-    eventlog::event(kEventAnswered, kAnswerSource, {config.getServerCurrent()});
-  } else if (answer.code == ServerAnswer::kUnknownAgent) {
+    eventlog::event(EventId::serverWorking, kAnswerSource, {config.getServerCurrent()});
+  } else if (answer.code == kServerUnknownAgent) {
     config.clearUniqueId(handler.getGUIDUsed());
-    eventlog::event(kEventAnswerError, kAnswerSource, {answer.text});
+    eventlog::event(EventId::serverError, kAnswerSource, {answer.text});
   } else if (answer.refused()) {
     eventlog::event(refusalEvent, kAnswerSource, {answer.text});
   }

@@ -1,15 +1,14 @@
-// The meaning of the server's result code in the answer to a completed exchange, and how every kind
-// of exchange handles it.
+// The meaning of the server's result code in the answer to a completed exchange: to a status, or to a request for
+// updates (update_exchange.h).
 //
 // Used by the update thread alone.
 //
-//   if (handler.getUpdate(kinds, false) != 0) return retry.clear();
-//   const ServerAnswer answer = takeServerAnswer(handler, 10217);
-//   if (answer.accepted()) retry.clear();
-//   if (answer.comeBackLater()) retry.refuse(kinds);
+//   const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError);
 //   if (answer.refused()) return;
 #pragma once
 
+#include "comm/server_codes.h"
+#include "eventlog/event_id.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -17,14 +16,11 @@ namespace korvane {
 class HttpsHandler;
 
 struct ServerAnswer {
-  static constexpr int kComeBackLater = 200;
-  static constexpr int kUnknownAgent = 400;
-
   int code = 0;
   STRING text;  // the server's; empty without a code
 
   bool accepted() const { return code == 0; }
-  bool comeBackLater() const { return code == kComeBackLater; }
+  bool comeBackLater() const { return code == kServerComeBackLater; }
   // Any other code: nothing of the answer may be used.
   bool refused() const { return !accepted() && !comeBackLater(); }
 };
@@ -32,6 +28,6 @@ struct ServerAnswer {
 // Reads the handler's last answer. Accepted: event 10219 with the current server. Unknown agent: the
 // identifier that the request was made with is forgotten, so that the agent registers again, and event
 // 10217. Refused for another reason: the event `refusalEvent` with the server's text.
-[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, int refusalEvent);
+[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent);
 
 }  // namespace korvane

@@ -14,7 +14,6 @@
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "update/policy/policy_processor.h"
-#include "update/server_answer.h"
 #include "update/update_result.h"
 #include "update/update_results_file.h"
 #include "util/dates.h"
@@ -23,15 +22,12 @@
 namespace korvane {
 namespace {
 
-constexpr char kThreadTag[] = "UpdateThread";
 constexpr char kSoftwareTag[] = "UpdateThread::processSoftwareUpdate";
 constexpr char kPackageTag[] = "getsoftware";
 
 constexpr char kNoInformationText[] = "Software update information not provided";
 constexpr char kFailedText[] = "Software Update Failed. Unknown Error.";
 
-constexpr int kEventSoftwareError = 10218;
-constexpr int kEventSoftwareRefused = 10585;
 constexpr uint64_t kLargestResults = 1024 * 1024;
 
 const PropertyList& failure() {
@@ -96,27 +92,7 @@ bool unpackPackage(const std::string& directory, std::string_view bytes,
 }  // namespace
 
 void SoftwareUpdate::processSoftwareUpdate() {
-  if (!_pending.software && !_retry.due()) return;
-  _pending.software = false;
-  HttpsHandler handler;
-  if (askServer(handler)) takePackage(handler);
-}
-
-bool SoftwareUpdate::askServer(HttpsHandler& handler) {
-  if (handler.getUpdate(HttpsHandler::SOFTWARE_UPDATE, false) != 0) {
-    _retry.clear();
-    return false;
-  }
-  const ServerAnswer answer = takeServerAnswer(handler, kEventSoftwareError);
-  if (answer.accepted()) _retry.clear();
-  if (answer.comeBackLater()) {
-    eventlog::trace(kThreadTag,
-                    "::processSoftware : Server asked us to retry after sometime. Retry count %d",
-                    _retry.count);
-    _retry.refuseWithinLimit(HttpsHandler::SOFTWARE_UPDATE);
-  }
-  if (answer.refused()) _retry.giveUp();
-  return answer.accepted();
+  _exchange.run([](HttpsHandler& handler, int) { takePackage(handler); });
 }
 
 void SoftwareUpdate::takePackage(HttpsHandler& handler) {
@@ -142,7 +118,7 @@ void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& 
   const bool unpacked = unpackPackage(directory, bytes, refusal);
   if (!unpacked && shutdownToken().requested()) return;
   if (!unpacked) {
-    eventlog::event(kEventSoftwareRefused, kSoftwareTag,
+    eventlog::event(EventId::packageRejected, kSoftwareTag,
                     {propertyValue(results, "software.name"), refusal.text()});
     // What stays goes with the next package.
     ignoreResult(PolicyProcessor::cleanUpdateDirectory(directory));

@@ -15,8 +15,7 @@
 
 #include <string>
 
-#include "update/pending_updates.h"
-#include "update/retry_group.h"
+#include "update/update_exchange.h"
 #include "util/property_list.h"
 
 namespace korvane {
@@ -27,7 +26,8 @@ class SoftwareUpdate {
  public:
   static constexpr int kFailed = 10;
 
-  SoftwareUpdate(PendingUpdates& pending, RetryGroup& retry) : _pending(pending), _retry(retry) {}
+  SoftwareUpdate(PendingUpdates& pending, RetryGroup& retry)
+      : _exchange(softwareUpdates(), pending, retry) {}
 
   void processSoftwareUpdate();
 
@@ -36,12 +36,10 @@ class SoftwareUpdate {
   static void sendUpdateResults(const STRING& directory);
 
  private:
-  [[nodiscard]] bool askServer(HttpsHandler& handler);
   static void takePackage(HttpsHandler& handler);
   static void installPackage(std::string_view bytes, const PropertyList& results);
 
-  PendingUpdates& _pending;
-  RetryGroup& _retry;
+  UpdateExchange _exchange;
 };
 
 }  // namespace korvane

@@ -2,6 +2,7 @@
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "update/prevention_state.h"
@@ -13,7 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr char kReportSource[] = "UpdateThread";
-constexpr int kEventReportRefused = 10217;
 
 }  // namespace
 
@@ -27,10 +27,9 @@ bool UpdateThread::statusDue() {
 void UpdateThread::sendAgentStatus() {
   HttpsHandler handler;
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
-  const ServerAnswer answer = takeServerAnswer(handler, kEventReportRefused);
-  _lastServerError = answer.code;
+  const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError);
   // Under the identity that the agent gets instead, its status is another one.
-  if (answer.code == ServerAnswer::kUnknownAgent)
+  if (answer.code == kServerUnknownAgent)
     _statusRepeat.failed();
   else
     _statusRepeat.clear();
@@ -54,7 +53,7 @@ void UpdateThread::monitorPrevention() {
   settings.ipsRebootDone = _config->isIPSRebootDone();
   settings.fimEnabled = _config->isFIMEnabled();
   settings.fimRebootDone = _config->isFIMRebootDone();
-  if (preventionInForce() && preventionTestKeyCanBeMade()) {
+  if (preventionInForce(*_config) && preventionTestKeyCanBeMade()) {
     _config->setPolicyError(kPreventionDisabledCode, kPreventionDisabledText);
     return;
   }

@@ -3,6 +3,7 @@
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/prevention.h"
 #include "discovery/app_data_requests.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
@@ -41,7 +42,8 @@ void UpdateThread::run() {
   try {
     loop();
   } catch (const AgentError& error) {
-    eventlog::event(10580, kUpdateSource, {error.code(), error.context(), error.text()});
+    eventlog::event(EventId::updateThreadStopped, kUpdateSource,
+                    {error.code(), error.context(), error.text()});
     throw;
   }
   eventlog::trace(kUpdateRunTag, "*****Update Thread exiting*****");
@@ -68,7 +70,7 @@ void UpdateThread::prepare() {
   // Without a history the policies are worked on all the same; that has been traced.
   ignoreResult(_policy.InitializePloicyHistory());
   // Without its items a policy is not checked for retranslation; that has been told.
-  if (preventionInForce()) ignoreResult(_policy.loadRetransItems());
+  if (preventionInForce(*_config)) ignoreResult(_policy.loadRetransItems());
   _pollingInterval = 0;
   reloadAutoRetransInterval();
   if (_config->updateInProgress())
@@ -79,7 +81,7 @@ void UpdateThread::prepare() {
 
 bool UpdateThread::work() {
   const bool needsPause = tcpNotification();
-  if (_autoRetransCountdown == 0 && preventionInForce()) _policy.checkRetrans();
+  if (_autoRetransCountdown == 0 && preventionInForce(*_config)) _policy.checkRetrans();
   if (statusDue()) {
     PolicyProcessor::reportOutstanding();
     monitorPrevention();
@@ -114,7 +116,7 @@ void UpdateThread::stepCountdowns() {
   _idsRetry.step();
   _softwareRetry.step();
   _componentRetry.step();
-  _builtInWish.step(preventionInForce());
+  _builtInWish.step(preventionInForce(*_config));
   updatePollingInterval();
   updateAutoRetransInterval();
   _config->updateRebootRequiredFlag();
@@ -133,10 +135,6 @@ void UpdateThread::updateAutoRetransInterval() {
 void UpdateThread::reloadAutoRetransInterval() {
   _autoRetransCountdown =
       steppedCountdown(0, _config->autoRetransEnabled(), _config->getAutoRetransInterval());
-}
-
-bool UpdateThread::preventionInForce() const {
-  return _config->isIPSEnabled() && _config->isIPSRebootDone();
 }
 
 void UpdateThread::notifyAppDataCollection() {

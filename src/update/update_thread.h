@@ -6,9 +6,8 @@
 // policy; unless the last exchange failed, detection policy, detection configuration and software; content
 // packages; a request for application data; a changed policy state; policies to be retranslated.
 //
-// The server's answer to an update is handled alike for all of them (server_answer.h), and deferred
-// requests wait in a RetryGroup. A failed exchange drops what was to be fetched; the next status or
-// notification brings it back.
+// All updates are fetched in one way (update_exchange.h), and deferred requests wait in a RetryGroup. A failed
+// exchange drops what was to be fetched; the next status or notification brings it back.
 //
 // The first status decides whether event forwarding begins. With polling disabled nothing would send it
 // again after a failure, so it is then repeated with a growing pause until the server has answered it, whatever
@@ -35,6 +34,7 @@
 #include "update/policy/policy_processor.h"
 #include "update/retry_group.h"
 #include "update/software_update.h"
+#include "update/update_exchange.h"
 #include "util/export.h"
 
 namespace korvane {
@@ -77,15 +77,13 @@ class KORVANE_EXPORT UpdateThread : public Thread {
 
   // Configuration and policy
   void processConfigPolicyUpdates();
-  [[nodiscard]] int takeConfigPolicyKinds();
+  void applyPolicy(HttpsHandler& handler);
   void applyConfiguration(HttpsHandler& handler, int kind);
-  bool preventionInForce() const;
   void reloadAutoRetransInterval();
   void retranslateOnRequest();
 
   // The IDS component
   void processHIDSPolicyUpdate();
-  [[nodiscard]] int takeIdsKinds();
   void applyIdsPolicy(HttpsHandler& handler);
   UpdateResult installIdsPolicy(std::string_view bytes, const PropertyList& properties);
   void retranslateIdsOnRequest();
@@ -95,7 +93,6 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   std::atomic<bool> _running{true};
   bool _initialised = false;
   AgentConfig* _config = nullptr;
-  int _lastServerError = 0;
   bool _bFirstPollRequired = true;
   int32_t _pollingInterval = -1;
   StatusRepeat _statusRepeat;
@@ -107,6 +104,8 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   PendingUpdates _pending;
   PolicyProcessor _policy;
   BuiltInWish _builtInWish;
+  UpdateExchange _configExchange{configPolicyUpdates(), _pending, _configRetry};
+  UpdateExchange _idsExchange{idsUpdates(), _pending, _idsRetry};
   SoftwareUpdate _software{_pending, _softwareRetry};
   ContentUpdate _content{_pending, _componentRetry};
   NotificationListener _listener{stopToken()};

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/agent_config.h"
+#include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "update/policy/policy_news.h"
 #include "update/policy/policy_turn.h"
@@ -60,7 +61,7 @@ void UtilThread::initialize() {
   // Without a history the policies are worked on all the same; that has been traced.
   ignoreResult(_policy.InitializePloicyHistory());
   // Without its items a policy is not checked for retranslation; that has been told.
-  if (preventionInForce()) ignoreResult(_policy.loadRetransItems());
+  if (preventionInForce(*_config)) ignoreResult(_policy.loadRetransItems());
   PolicyProcessor::RemovePrevHIDSPolicies();
 }
 
@@ -77,7 +78,7 @@ void UtilThread::workOnPolicy(bool retranslate) {
   if (!turn.taken()) return;
   const uint64_t news = PolicyNews::number();
   // Without its items a policy is not checked for retranslation; that has been told.
-  if (news != _policyNews && preventionInForce()) ignoreResult(_policy.loadRetransItems());
+  if (news != _policyNews && preventionInForce(*_config)) ignoreResult(_policy.loadRetransItems());
   _policyNews = news;
   // The failure has been told as the policy's error.
   if (retranslate) ignoreResult(_policy.retranslatePolicy());
@@ -85,15 +86,11 @@ void UtilThread::workOnPolicy(bool retranslate) {
 
 void UtilThread::monitorPrevention() {
   // It has traced what it found.
-  if (preventionInForce()) ignoreResult(preventionTestKeyCanBeMade());
+  if (preventionInForce(*_config)) ignoreResult(preventionTestKeyCanBeMade());
 }
 
 void UtilThread::updateTimers() {
   if (_timer) _timer->step();
-}
-
-bool UtilThread::preventionInForce() const {
-  return _config->isIPSEnabled() && _config->isIPSRebootDone();
 }
 
 }  // namespace korvane

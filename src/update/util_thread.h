@@ -48,7 +48,6 @@ class KORVANE_EXPORT UtilThread : public Thread {
   void workOnPolicy(bool retranslate);
   void monitorPrevention();
   void updateTimers();
-  bool preventionInForce() const;
 
   std::atomic<bool> _running{true};
   AgentConfig* _config = nullptr;

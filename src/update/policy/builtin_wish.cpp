@@ -12,8 +12,6 @@ namespace {
 
 constexpr char kKey[] = "use.builtin.policy";
 constexpr char kWishTag[] = "BuiltInWish";
-constexpr int kEventRefused = 10581;
-constexpr int kEventFollowed = 10583;
 
 // A value that is none is the store's to refuse.
 const STRING* wishIn(const PropertyList& settings) {
@@ -70,7 +68,7 @@ STRING BuiltInWish::follow(PropertyList& settings) {
   forget();
   const STRING problem = tell(_driver, wanted);
   if (problem.empty()) return {};
-  eventlog::event(kEventRefused, kWishTag, {STRING::fromBool(wanted), problem});
+  eventlog::event(EventId::builtInPolicyRefused, kWishTag, {STRING::fromBool(wanted), problem});
   std::erase_if(settings, [](const Property& pair) { return pair.first == STRING(kKey); });
   _wanted = wanted;
   _pause = kPauseCycles;
@@ -82,7 +80,7 @@ void BuiltInWish::step(bool enforceable) {
   _pause = kPauseCycles;
   if (!tell(_driver, *_wanted).empty()) return;
   AgentConfig::getInstance()->setUseBuiltInPolicy(*_wanted);
-  eventlog::event(kEventFollowed, kWishTag, {STRING::fromBool(*_wanted)});
+  eventlog::event(EventId::builtInPolicyApplied, kWishTag, {STRING::fromBool(*_wanted)});
   forget();
 }
 

@@ -12,10 +12,6 @@ namespace korvane {
 namespace {
 
 constexpr char kChangeTag[] = "PolicyChange";
-constexpr int kEventNotTakenBack = 10593;
-constexpr int kEventUndone = 10594;
-constexpr int kEventNotUndone = 10595;
-constexpr int kEventJournalDamaged = 10596;
 
 platform::Files& files() {
   return platform::current().files;
@@ -54,7 +50,7 @@ bool undoDriver(Driver& driver, const PolicySetting& setting) {
   const int result = driver.restorePolicySetting(setting).code;
   // It refuses what it had; there is nothing else to give it, and it keeps a whole policy.
   if (result == NotifyResult::finishedWithError)
-    eventlog::event(kEventNotTakenBack, kChangeTag, {setting.filterFile});
+    eventlog::event(EventId::formerPolicyNotAccepted, kChangeTag, {setting.filterFile});
   return result == 0 || result == NotifyResult::finishedWithError;
 }
 
@@ -214,7 +210,7 @@ bool PolicyChange::commit(const std::function<void()>& record) {
 
 bool PolicyChange::undo(bool driverUntouched) {
   if (undoChange(_driver, _journal, driverUntouched)) return true;
-  eventlog::event(kEventNotUndone, kChangeTag, {_files.minus});
+  eventlog::event(EventId::policyChangeNotRolledBack, kChangeTag, {_files.minus});
   return false;
 }
 
@@ -224,17 +220,17 @@ Reconciled reconcilePolicy(Driver& driver) {
   if (error == ENOENT) return Reconciled::nothing;
   bool done = false;
   if (error == EBADMSG) {
-    eventlog::event(kEventJournalDamaged, kChangeTag, {policyJournalPath()});
+    eventlog::event(EventId::policyJournalDamaged, kChangeTag, {policyJournalPath()});
     done = repair(driver);
     if (done) return Reconciled::repaired;
   } else if (error == 0) {
     done = undoChange(driver, journal, false);
   }
   if (done) {
-    eventlog::event(kEventUndone, kChangeTag, {journal.newPlusFile, journal.version});
+    eventlog::event(EventId::policyChangeRolledBack, kChangeTag, {journal.newPlusFile, journal.version});
     return Reconciled::undone;
   }
-  eventlog::event(kEventNotUndone, kChangeTag, {policyJournalPath()});
+  eventlog::event(EventId::policyChangeNotRolledBack, kChangeTag, {policyJournalPath()});
   return Reconciled::failed;
 }
 

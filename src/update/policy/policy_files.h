@@ -3,12 +3,16 @@
 // Functions without state; used by the owner of the policy alone. Paths are UTF-8.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "util/string.h"
 
 namespace korvane {
+
+// Far above any policy; a plus file that is larger is not one.
+inline constexpr uint64_t kMaxPlusFileBytes = uint64_t{64} << 20;
 
 std::string driverDirectory();
 std::string historyDirectory();

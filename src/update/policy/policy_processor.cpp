@@ -20,7 +20,6 @@ namespace {
 
 constexpr char kTranslateTag[] = "translatePolicy";
 constexpr char kRetranslateTag[] = "PolicyProcessor::retranslatePolicy";
-constexpr int kEventInForce = 10121;
 // In the history, what the driver interface answered is told from the translator's exit codes.
 constexpr int kDriverResultBase = 1000;
 constexpr int kNotRecorded = 2000;
@@ -178,7 +177,7 @@ bool PolicyProcessor::recordLoaded(PolicyChange& change, Attempt& attempt,
   }
   config.leaveBuiltInState();
   if (hadPolicy && !_retranslating)
-    eventlog::event(kEventInForce, kTranslateTag, {attempt.record.version});
+    eventlog::event(EventId::policyInForce, kTranslateTag, {attempt.record.version});
   UpdateHistoryIPS(attempt);
   return true;
 }

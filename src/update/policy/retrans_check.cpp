@@ -16,9 +16,6 @@ namespace {
 constexpr char kLoadTag[] = "loadRetransItems";
 constexpr char kCheckTag[] = "checkRetrans";
 
-constexpr int kEventUnreadable = 10590;
-constexpr int kEventItemsDamaged = 10591;
-
 class TranslatedMachine final : public MachineState {
  public:
   using MachineState::MachineState;
@@ -92,12 +89,12 @@ bool RetransCheck::loadRetransItems(const STRING& path) {
     return false;
   }
   if (error != 0) {
-    eventlog::event(kEventUnreadable, kLoadTag, {file, error});
+    eventlog::event(EventId::translationItemsNotRead, kLoadTag, {file, error});
     return false;
   }
   ItemsProblem problem;
   if (parseRetransItems(text, _items, problem)) return true;
-  eventlog::event(kEventItemsDamaged, kLoadTag, {file, problem.line, problem.reason});
+  eventlog::event(EventId::translationItemsDamaged, kLoadTag, {file, problem.line, problem.reason});
   return false;
 }
 

@@ -20,7 +20,6 @@ namespace {
 constexpr char kProgramTag[] = "::RunTranslator";
 constexpr char kPrevItemsSwitch[] = "-PrevTransFile";
 constexpr char kLoadText[] = "-loadtext";
-constexpr int kEventEnded = 10592;
 // Long enough for any text that is read by somebody; more is cut.
 constexpr uint64_t kMaxErrorBytes = 64 * 1024;
 
@@ -70,7 +69,7 @@ TranslatorResult waitFor(platform::Process& process) {
     ignoreResult(process.terminate());
     result.stopped = outcome == platform::ProcessWait::interrupted;
     result.exitCode = kTranslatorNotStarted;
-    eventlog::event(kEventEnded, kProgramTag, {process.id()});
+    eventlog::event(EventId::translatorTerminated, kProgramTag, {process.id()});
     return result;
   }
   uint32_t code = 0;

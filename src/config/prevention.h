@@ -1,0 +1,20 @@
+// Whether prevention is in force: the settings want it, and the reboot that it needs is done.
+//
+// Pure functions of the settings of the moment; any thread. Nothing throws.
+#pragma once
+
+#include "config/agent_config.h"
+
+namespace korvane {
+
+// Only then is the driver asked for anything, and a policy fetched for it.
+inline bool preventionInForce(const AgentConfig& config) {
+  return config.isIPSEnabled() && config.isIPSRebootDone();
+}
+
+// Prevention is on and takes effect with the next reboot.
+inline bool preventionAwaitsReboot(const AgentConfig& config) {
+  return config.isIPSEnabled() && !config.isIPSRebootDone();
+}
+
+}  // namespace korvane
