@@ -1,9 +1,10 @@
-// bench_sink - a TLS server on 127.0.0.1 that takes log messages, counts their records and answers "no error".
+// bench_sink - a TLS server on 127.0.0.1 that takes log messages, counts their records and
+// answers "no error".
 //
 //   bench_sink --cert FILE --key FILE
 //
-// The first line on stdout is its port. It ends when stdin does, with one JSON object: what it received. It
-// walks a message by its declared lengths, so it costs little beside the TLS.
+// The first line on stdout is its port. It ends when stdin does, with one JSON object: what it
+// received. It walks a message by its declared lengths, so it costs little beside the TLS.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>

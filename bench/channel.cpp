@@ -1,5 +1,5 @@
-// The local channel over the system's own pipe: round trips of getStatus, and a message of 4 MiB both ways with
-// what it costs in memory on either side. Prints one JSON object.
+// The local channel over the system's own pipe: round trips of getStatus, and a message of 4 MiB
+// both ways with what it costs in memory on either side. Prints one JSON object.
 //
 //   channel [--calls N] [--large N] --run-dir DIR
 #include <CLI/CLI.hpp>

@@ -1,5 +1,5 @@
-// Event lines for the benchmarks: deterministic, about 250 bytes and 22 fields each, with empty and quoted
-// fields and, where asked for, runs of repeats.
+// Event lines for the benchmarks: deterministic, about 250 bytes and 22 fields each, with empty and
+// quoted fields and, where asked for, runs of repeats.
 #pragma once
 
 #include <cstdint>

@@ -1,10 +1,11 @@
-// forward - sends an event log to a management server with the library's own reading and writing passes, back
-// to back, and ends with status 0 when the log's MEOF was reached and everything has been delivered.
+// forward - sends an event log to a management server with the library's own reading and
+// writing passes, back to back, and ends with status 0 when the log's MEOF was reached and
+// everything has been delivered.
 //
 //   forward --log FILE --url URL --ca FILE --state DIR [--keep]
 //
-// The read pointer lies in DIR, so a run that was killed goes on where it stood. --keep leaves the log;
-// otherwise it is removed at its end, as the agent does it.
+// The read pointer lies in DIR, so a run that was killed goes on where it stood. --keep leaves the
+// log; otherwise it is removed at its end, as the agent does it.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 

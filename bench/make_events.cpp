@@ -1,4 +1,5 @@
-// make_events - writes an event log for the benchmarks: make_events --out FILE [--events N] [--repeats PERCENT]
+// make_events - writes an event log for the benchmarks: make_events --out FILE [--events N]
+// [--repeats PERCENT]
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <fstream>

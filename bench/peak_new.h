@@ -1,5 +1,5 @@
-// Bytes allocated and their peak, per account: a thread's allocations and releases go to the account that it
-// has taken, 0 to begin with. Linking peak_new.cpp replaces operator new.
+// Bytes allocated and their peak, per account: a thread's allocations and releases go to the
+// account that it has taken, 0 to begin with. Linking peak_new.cpp replaces operator new.
 #pragma once
 
 #include <cstdint>

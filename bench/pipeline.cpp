@@ -1,5 +1,6 @@
-// pipeline - the forwarding pipeline without a network: reads a log, folds, queues, builds each message and
-// drops it. Run under an instruction counter with two lengths of log it gives the cost of one event.
+// pipeline - the forwarding pipeline without a network: reads a log, folds, queues, builds
+// each message and drops it. Run under an instruction counter with two lengths of log it
+// gives the cost of one event.
 //
 //   pipeline --log FILE --state DIR     prints one JSON object
 #include <CLI/CLI.hpp>

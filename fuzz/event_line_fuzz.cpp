@@ -1,5 +1,5 @@
-// A log with any content, UTF-8 and UTF-16LE: it is cut into lines, parsed and written as a message without
-// fault, and the message has the length that was announced.
+// A log with any content, UTF-8 and UTF-16LE: it is cut into lines, parsed and written as a message
+// without fault, and the message has the length that was announced.
 #include <cstdlib>
 #include <memory>
 

@@ -1,5 +1,5 @@
-// Any bytes as an ini file: where the agent does not take all of it, the check names an error. Any bytes as a
-// text to be sent away: the known secret is not in it.
+// Any bytes as an ini file: where the agent does not take all of it, the check names an error. Any
+// bytes as a text to be sent away: the known secret is not in it.
 #include <algorithm>
 #include <cctype>
 #include <cstddef>

@@ -1,4 +1,5 @@
-// Any bytes as agent.ini: reading them never fails, and what is written from them reads back as the same.
+// Any bytes as agent.ini: reading them never fails, and what is written from them reads
+// back as the same.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

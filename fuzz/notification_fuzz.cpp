@@ -1,5 +1,5 @@
-// What clients of the notification port may do: pairs of bytes, the first one what the socket answers, the
-// second one the byte that it gives.
+// What clients of the notification port may do: pairs of bytes, the first one what the socket
+// answers, the second one the byte that it gives.
 #include <cstddef>
 #include <cstdint>
 #include <optional>

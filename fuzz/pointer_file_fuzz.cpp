@@ -1,5 +1,5 @@
-// A read pointer's file with any content: it is loaded without fault, and what is written back loads to
-// the same pointer.
+// A read pointer's file with any content: it is loaded without fault, and what is written
+// back loads to the same pointer.
 #include <cstdlib>
 
 #include "logs/file_log_pointer.h"

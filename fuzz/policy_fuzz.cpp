@@ -1,4 +1,5 @@
-// The translated policy's parser with the records that a driver answers from it, and the operator's commands.
+// The translated policy's parser with the records that a driver answers from it, and the
+// operator's commands.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// A line of the policy history with any content: what reads as a record is written as one line that reads as
-// the same record.
+// A line of the policy history with any content: what reads as a record is written as one
+// line that reads as the same record.
 #include <cstdlib>
 
 #include "update/policy/policy_history.h"

@@ -1,5 +1,5 @@
-// Replays a fuzz corpus: every file of the given folders goes through the target once, whole and cut at
-// every power-of-two length. Without libFuzzer this is the target's program.
+// Replays a fuzz corpus: every file of the given folders goes through the target once, whole and
+// cut at every power-of-two length. Without libFuzzer this is the target's program.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

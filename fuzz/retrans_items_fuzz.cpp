@@ -1,5 +1,5 @@
-// Any bytes as a translation's items: reading them never fails otherwise than with a reason, and what is
-// written from them reads back as the same.
+// Any bytes as a translation's items: reading them never fails otherwise than with a reason, and
+// what is written from them reads back as the same.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,8 +1,8 @@
-// Bytes of a client of the local channel, sent to a live server: as they are, and as a whole message.
-// After each input, whatever it was, the next client's good request is answered.
+// Bytes of a client of the local channel, sent to a live server: as they are, and as a whole
+// message. After each input, whatever it was, the next client's good request is answered.
 //
-// One thread is client and server in turns: the pipes are in memory, and every wait of the server lets time
-// pass at once.
+// One thread is client and server in turns: the pipes are in memory, and every wait of the
+// server lets time pass at once.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Any bytes as a policy over the cloud channel: in base64, as an application's archive and as a source policy. What
-// is combined can be read back and says what went in.
+// Any bytes as a policy over the cloud channel: in base64, as an application's archive and as a
+// source policy. What is combined can be read back and says what went in.
 #include <cstdlib>
 
 #include "cloud/source_combination.h"

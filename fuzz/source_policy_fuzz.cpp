@@ -1,5 +1,5 @@
-// Any bytes as a source policy: what the translator stand-in makes of it, the stand-in drivers and the
-// agent understand.
+// Any bytes as a source policy: what the translator stand-in makes of it, the stand-in
+// drivers and the agent understand.
 #include <cstdlib>
 #include <memory>
 

@@ -1,5 +1,5 @@
-// What a translator leaves as its error, of any content: it becomes one bounded line, and a record of it reads
-// back. The first byte is the exit code.
+// What a translator leaves as its error, of any content: it becomes one bounded line, and a record
+// of it reads back. The first byte is the exit code.
 #include <cstdlib>
 
 #include "platform/fake/fake_platform.h"

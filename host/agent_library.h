@@ -1,7 +1,7 @@
 // The agent library as the host sees it: loaded by its full path, called through its exports.
 //
-// Lifetime: a loaded library is never unloaded, because a thread that outlived the agent's stop may still
-// run in it. Threads: the calls may come from any thread.
+// Lifetime: a loaded library is never unloaded, because a thread that outlived the agent's stop may
+// still run in it. Threads: the calls may come from any thread.
 #pragma once
 
 #include <string>

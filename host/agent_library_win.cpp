@@ -23,7 +23,8 @@ std::wstring nativePath(const std::string& path) {
 }  // namespace
 
 bool loadAgentLibrary(const std::string& path, AgentLibrary& library, std::string& error) {
-  // What the library needs comes from the system's folder, never from its own, the current one or the path.
+  // What the library needs comes from the system's folder, never from its own, the current
+  // one or the path.
   const HMODULE handle =
       ::LoadLibraryExW(nativePath(path).c_str(), nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
   if (!handle || !find(handle, "startAgent", library.startAgent) ||

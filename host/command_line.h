@@ -6,9 +6,9 @@
 
 namespace korvane::host {
 
-// The arguments, separated by blanks. The program's file, the first, is always quoted: without that the
-// system would try what comes before a blank in its path as a program. The others are quoted where a
-// blank, a quote or nothing at all asks for it.
+// The arguments, separated by blanks. The program's file, the first, is always quoted: without that
+// the system would try what comes before a blank in its path as a program. The others are quoted
+// where a blank, a quote or nothing at all asks for it.
 //
 //   commandLine({"C:\\Program Files\\a.exe", "--root", "D:\\x y\\"})
 //     gives "C:\Program Files\a.exe" --root "D:\x y\\"

@@ -14,8 +14,8 @@ using Command = std::function<int()>;
 // What every command that runs the agent takes.
 void addAgentOptions(CLI::App& command, Options& options);
 
-// The commands and options that this system has beside `run`: on Windows those of its service manager.
-// `options` and `chosen` must outlive the parsing and the chosen command.
+// The commands and options that this system has beside `run`: on Windows those of its service
+// manager. `options` and `chosen` must outlive the parsing and the chosen command.
 void addSystemCommands(CLI::App& app, CLI::App& run, Options& options, Command& chosen);
 
 }  // namespace korvane::host

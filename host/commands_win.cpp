@@ -54,7 +54,8 @@ void protect(const std::string& root) {
   }
 }
 
-// The service of the usual name is the machine's agent: other programs find its files through the registry.
+// The service of the usual name is the machine's agent: other programs find its files
+// through the registry.
 void registerRoot(const std::string& root) {
   platform::RegistryKey key;
   LSTATUS error =

@@ -103,8 +103,8 @@ void protectDirectory(const std::string& path, const std::string& access) {
                                               kShown | PROTECTED_DACL_SECURITY_INFORMATION, owner,
                                               nullptr, list, nullptr);
   if (error) throw systemFailure("set the access list of " + path, error);
-  // The call above hands the list on to what is in the directory, but Wine's mixes in the list of the
-  // directory above.
+  // The call above hands the list on to what is in the directory, but Wine's mixes in the
+  // list of the directory above.
   if (!::SetFileSecurityW(wide(path).c_str(), kShown | PROTECTED_DACL_SECURITY_INFORMATION,
                           descriptor.get()))
     throw systemFailure("set the access list of " + path);

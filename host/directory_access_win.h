@@ -16,8 +16,8 @@ inline constexpr char kReadableAccess[] =
 // Nobody else even reads it.
 inline constexpr char kClosedAccess[] = "O:BAD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
 
-// Makes the directory when it is missing, with those above it, and gives it the list. A link to another
-// place is refused.
+// Makes the directory when it is missing, with those above it, and gives it the list. A
+// link to another place is refused.
 void protectDirectory(const std::string& path, const std::string& access);
 
 struct DirectoryAccess {

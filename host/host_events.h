@@ -1,8 +1,9 @@
-// What the host's main thread waits for: a request to stop, from whoever runs the service, and the end of
-// the agent's thread.
+// What the host's main thread waits for: a request to stop, from whoever runs the service,
+// and the end of the agent's thread.
 //
-// POSIX: SIGINT and SIGTERM are the terminal's requests; their handlers, and the operations, write to a
-// pipe of the process. SIGPIPE is ignored, since a server that hangs up must not end the agent.
+// POSIX: SIGINT and SIGTERM are the terminal's requests; their handlers, and the
+// operations, write to a pipe of the process. SIGPIPE is ignored, since a server that hangs
+// up must not end the agent.
 // Windows: Ctrl-C, Ctrl-Break and the end of the session are the terminal's requests. A service
 // ignores them: a user's log-off must not end it. A named event can be a request too.
 // Lifetime: one object per process. Threads: wait() belongs to one thread, the other operations to

@@ -39,8 +39,8 @@ void handle(int signalNumber, void (*handler)(int)) {
 
 }  // namespace
 
-// The signals stay blocked in every thread, as all inherit the main thread's mask, and reach their handler
-// only while the main thread waits.
+// The signals stay blocked in every thread, as all inherit the main thread's mask, and reach their
+// handler only while the main thread waits.
 HostEvents::HostEvents(StopRequests requests, const std::string&) {
   if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) std::abort();
   handle(SIGPIPE, SIG_IGN);

@@ -26,8 +26,8 @@ HANDLE stopEventNamed(const std::string& name) {
   return event;
 }
 
-// Runs on a thread of the system's. The process is ended when it returns from anything but Ctrl-C and
-// Ctrl-Break.
+// Runs on a thread of the system's. The process is ended when it returns from anything but
+// Ctrl-C and Ctrl-Break.
 BOOL WINAPI onConsoleControl(DWORD control) {
   ::SetEvent(stopEvent);
   if (control != CTRL_C_EVENT && control != CTRL_BREAK_EVENT)

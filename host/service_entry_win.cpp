@@ -138,7 +138,8 @@ bool processEnds(DWORD id) {
   return ::WaitForSingleObject(process ? process.get() : never.get(), kStopLookMs) == WAIT_OBJECT_0;
 }
 
-// A service whose process has ended has stopped, whatever the service manager has noticed of it so far.
+// A service whose process has ended has stopped, whatever the service manager has noticed
+// of it so far.
 bool stopped(const ServiceHandle& service, const std::string& name, uint32_t seconds) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   while (true) {

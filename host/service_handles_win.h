@@ -1,5 +1,5 @@
-// Owned handles that only the host has: those of the service manager, and memory that Win32 gave away with
-// LocalAlloc.
+// Owned handles that only the host has: those of the service manager, and memory that Win32
+// gave away with LocalAlloc.
 #pragma once
 
 #include <type_traits>

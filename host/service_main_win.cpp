@@ -148,8 +148,8 @@ int runService(const Options& options) {
   const SERVICE_TABLE_ENTRYW table[] = {{name, serviceMain}, {nullptr, nullptr}};
   if (!::StartServiceCtrlDispatcherW(table))
     throw systemFailure("run as a service: only the service manager can start it");
-  // "Stopped" lets the dispatcher return; the end of the process would cut its thread off in the middle of what it
-  // does after that word, the heap's lists included.
+  // "Stopped" lets the dispatcher return; the end of the process would cut its thread off in the
+  // middle of what it does after that word, the heap's lists included.
   ::WaitForSingleObject(running.thread.get(), kThreadEndMs);
   return running.exitStatus;
 }

@@ -1,5 +1,5 @@
-// A failed call of the operating system: what was tried, on which object, and the number that came back.
-// Only for the Win32 siblings of the host.
+// A failed call of the operating system: what was tried, on which object, and the number that came
+// back. Only for the Win32 siblings of the host.
 //
 //   if (!service) throw systemFailure("open the service " + name);
 //   // "cannot open the service Korvane: error 5 (Access is denied.)"

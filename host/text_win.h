@@ -1,4 +1,5 @@
-// UTF-8 and the wide texts of Win32. Only for the Win32 siblings of the host, which links nothing of the agent.
+// UTF-8 and the wide texts of Win32. Only for the Win32 siblings of the host, which links
+// nothing of the agent.
 #pragma once
 
 #include <windows.h>

@@ -1,5 +1,5 @@
-// What a program needs to use the agent library: startAgent, stopAgent and the exported classes, with
-// the types they are made of. One include folder, the one that this file lies in; C++20.
+// What a program needs to use the agent library: startAgent, stopAgent and the exported classes,
+// with the types they are made of. One include folder, the one that this file lies in; C++20.
 //
 //   #include <korvane-agent.h>
 //   korvane::FileLogPointer pointer("/opt/agent/IPS/hidslog1rtfilepointer");

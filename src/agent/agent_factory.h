@@ -1,5 +1,5 @@
-// Makes the parts of the agent object: the communication component of the service type, and the worker
-// threads. The caller owns the result.
+// Makes the parts of the agent object: the communication component of the service type, and the
+// worker threads. The caller owns the result.
 #pragma once
 
 #include <memory>

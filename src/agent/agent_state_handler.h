@@ -1,6 +1,7 @@
 // Which of the agent's technologies work right now, as text for a local caller.
 //
-// Lifetime: refers to AgentConfig's instance as it was at construction; keeps nothing else. Any thread.
+// Lifetime: refers to AgentConfig's instance as it was at construction; keeps nothing else.
+// Any thread.
 // Errors: as AgentConfig's accessors.
 //
 //   AgentStateHandler(current().processes).getTechStatus();  // "IPS Online\nIDS Online\n..."
@@ -22,8 +23,8 @@ class AgentStateHandler {
   // All there are, one blank between.
   virtual std::string getTechNames();
   virtual std::string getAgentVersion();
-  // A line for each: "IPS", "IDS", "APP_DISCOVERY" and, for service type 3, "AGENT_FRAMEWORK", each followed
-  // by "Online", "Offline" or (IPS alone) "Reboot".
+  // A line for each: "IPS", "IDS", "APP_DISCOVERY" and, for service type 3, "AGENT_FRAMEWORK", each
+  // followed by "Online", "Offline" or (IPS alone) "Reboot".
   virtual std::string getTechStatus();
 
  private:

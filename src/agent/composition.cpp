@@ -99,7 +99,8 @@ Composition::~Composition() {
   takeDown();
 }
 
-// A thread that was left behind keeps its run, and so the store and the IDS component, for as long as it lives.
+// A thread that was left behind keeps its run, and so the store and the IDS component, for
+// as long as it lives.
 void Composition::takeDown() noexcept {
   stopStep("local channel", [this] { endLocalService(); });
   stopStep("source of addresses", [] { HttpsHandler::setLocalAddressSource(nullptr); });

@@ -35,7 +35,8 @@ constexpr uint32_t kFirstUpdateMs = 2000;
 }  // namespace
 
 KorvaneAgent::KorvaneAgent() : _stoppedEvent(kFinalWaitStepMs), _returnedEvent(kFinalWaitStepMs) {
-  // Takes each lock once, so that a system that has none to give refuses the agent and not its stop.
+  // Takes each lock once, so that a system that has none to give refuses the agent and not
+  // its stop.
   { const Synchronized made(_commLock); }
   { const Synchronized made(_shutdownLock); }
   eventlog::trace(kMainTag, "KorvaneAgent Constructor");
@@ -221,8 +222,9 @@ void KorvaneAgent::followOwnLog() {
   _iniDirty = true;
 }
 
-// After a registration that failed for good. When it failed at the start, run() counts as returned
-// already; later it does not, and the final wait of the shutdown never ends: the host's deadline does.
+// After a registration that failed for good. When it failed at the start, run() counts as
+// returned already; later it does not, and the final wait of the shutdown never ends: the
+// host's deadline does.
 void KorvaneAgent::selfExit() {
   shutdown(FinalWait::untilReturned);
   if (_info) _info->post({kExitServiceCommand, kExitServiceName});
@@ -259,7 +261,8 @@ bool KorvaneAgent::commandPending() const {
   return _info && _info->pending();
 }
 
-// Once a stop has been requested there is nothing left to do but to see the shutdown routine through.
+// Once a stop has been requested there is nothing left to do but to see the shutdown
+// routine through.
 void KorvaneAgent::pause(uint32_t milliseconds) {
   if (shutdownToken().sleepFor(milliseconds)) _stoppedEvent.wait();
 }

@@ -1,14 +1,15 @@
-// The agent: its main routine, its worker threads and its shutdown. docs/architecture.md tells the whole
-// story, the orders and the stop contract.
+// The agent: its main routine, its worker threads and its shutdown. docs/architecture.md tells the
+// whole story, the orders and the stop contract.
 //
-// Lifetime: one object for each start. Threads: run() is called once, on the thread that the host gave;
-// shutdown() may be called by any other thread, at any time, any number of times. The two meet through
-// _stopped, _running and the run's shutdown token. Nothing throws out of either: an error ends the
-// main routine as a stop does, with event 10561; a step of the stop that fails is event 10562, and
-// the remaining ones are still carried out.
+// Lifetime: one object for each start. Threads: run() is called once, on the thread that the host
+// gave; shutdown() may be called by any other thread, at any time, any number of times. The two
+// meet through _stopped, _running and the run's shutdown token. Nothing throws out of either: an
+// error ends the main routine as a stop does, with event 10561; a step of the stop that fails is
+// event 10562, and the remaining ones are still carried out.
 //
-// Start: run() returns when the agent has stopped: after shutdown(), after a command in the AgentInfo, or
-//   after a registration that failed for good (the self-exit path, which posts "ACMD_ExitService").
+// Start: run() returns when the agent has stopped: after shutdown(), after a command in the
+//   AgentInfo, or after a registration that failed for good (the self-exit path, which
+//   posts "ACMD_ExitService").
 // Stop: shutdown() ends every wait of the agent, asks the worker threads to stop, waits for them,
 //   deletes them, and then waits without limit until run() has returned. A stop takes at most two
 //   seconds; the one exception is the self-exit path after the start, whose final wait never ends.
@@ -42,7 +43,8 @@ class KorvaneAgent {
   // The main routine. `info` may be null; it outlives the call.
   void run(AgentInfo* info);
 
-  // untilReturned: comes back only when run() has returned. none: the main routine ends the agent itself.
+  // untilReturned: comes back only when run() has returned. none: the main routine ends the
+  // agent itself.
   enum class FinalWait { untilReturned, none };
   void shutdown(FinalWait finalWait = FinalWait::untilReturned);
 

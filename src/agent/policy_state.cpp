@@ -41,7 +41,8 @@ void reportPolicyChange(AgentConfig& config, Driver& driver) {
   const int state = builtin ? kBuiltinPolicyState : kAssignedPolicyState;
   config.setPolicyState(state, builtin ? kBuiltinText : kAssignedText);
   eventlog::trace("KorvaneAgent", "::setPolicyState - state=%d", state);
-  eventlog::event(builtin ? EventId::builtInPolicyInUse : EventId::assignedPolicyInUse, "KorvaneAgent");
+  eventlog::event(builtin ? EventId::builtInPolicyInUse : EventId::assignedPolicyInUse,
+                  "KorvaneAgent");
   config.updatedDriverForBuiltIn();
   if (answered) takeIdentity(config, policy);
 }

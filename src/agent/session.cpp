@@ -19,7 +19,8 @@ constexpr uint32_t kStopperStepMs = 1000;
 
 }  // namespace
 
-// One run of the agent, with the stops of it that are under way: it is taken down when they have left.
+// One run of the agent, with the stops of it that are under way: it is taken down when they
+// have left.
 struct AgentPlace::Session {
   explicit Session(std::shared_ptr<AgentRun> of) : run(std::move(of)) {}
 
@@ -59,7 +60,8 @@ class AgentPlace::Start {
   bool _mine = false;
 };
 
-// Shows a session to those that stop it, for a scope; its end waits until the last of them has left.
+// Shows a session to those that stop it, for a scope; its end waits until the last of them
+// has left.
 class AgentPlace::Published {
  public:
   Published(AgentPlace& place, Session& session) : _place(place), _session(session) {

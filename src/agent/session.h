@@ -1,10 +1,10 @@
 // A place where one agent runs at a time: which may start, and which is stopped.
 //
-// Threads: any. end() may come at any moment, any number of times at once. One that comes while a start
-// is put together ends what that waits for and does not wait for its end; the run then has no agent. One that
-// comes before does nothing. Nothing throws out of either, and whatever fails in a run or in its
-// stop, the calls return and the next start can proceed. The exported functions share one place;
-// agents in places of their own run beside each other.
+// Threads: any. end() may come at any moment, any number of times at once. One that comes while a
+// start is put together ends what that waits for and does not wait for its end; the run then has no
+// agent. One that comes before does nothing. Nothing throws out of either, and whatever fails in a
+// run or in its stop, the calls return and the next start can proceed. The exported functions share
+// one place; agents in places of their own run beside each other.
 #pragma once
 
 #include <functional>
@@ -24,9 +24,10 @@ class AgentPlace {
   AgentPlace(const AgentPlace&) = delete;
   AgentPlace& operator=(const AgentPlace&) = delete;
 
-  // Runs an agent on the calling thread until it has stopped, or was stopped before it was made. `makeRun` is
-  // called once the start is sure to be the only one here. The AgentInfo lives until the next start; null when an
-  // agent runs already, when this one could not be put together, or when there was no memory for the AgentInfo.
+  // Runs an agent on the calling thread until it has stopped, or was stopped before it was made.
+  // `makeRun` is called once the start is sure to be the only one here. The AgentInfo lives until
+  // the next start; null when an agent runs already, when this one could not be put together, or
+  // when there was no memory for the AgentInfo.
   AgentInfo* run(const std::function<std::shared_ptr<AgentRun>()>& makeRun);
 
   // Stops the agent that runs, if one does; returns when its main routine is over.

@@ -32,7 +32,8 @@ std::unique_ptr<platform::File> openBuiltinPolicy(const AgentConfig& config) {
   return nullptr;
 }
 
-// The bytes of the configured policy file, or else of the one that was shipped; none when there is neither.
+// The bytes of the configured policy file, or else of the one that was shipped; none when
+// there is neither.
 std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
   const std::unique_ptr<platform::File> file = openBuiltinPolicy(config);
   if (!file) {

@@ -4,8 +4,9 @@
 // may pass, for as long as it takes, and stores the identity that the server assigns. It reports
 // failure in one case only: an exchange that took place and left no identity.
 //
-// Stop: stop(), or the run's shutdown token, whichever comes first, ends pauses and exchanges at once.
-// An exchange that a stop cut short counts as stopped, whatever it returned: the step answers true.
+// Stop: stop(), or the run's shutdown token, whichever comes first, ends pauses and
+// exchanges at once. An exchange that a stop cut short counts as stopped, whatever it
+// returned: the step answers true.
 #pragma once
 
 #include <optional>

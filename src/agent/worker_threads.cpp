@@ -73,7 +73,8 @@ void WorkerThreads::start(Worker worker, const std::function<Thread*()>& make) {
     slot = make();
     if (slot) slot->start();
   } catch (const std::exception&) {
-    // The slot stays as it is: empty, or with a thread that never began and that the shutdown removes.
+    // The slot stays as it is: empty, or with a thread that never began and that the
+    // shutdown removes.
   }
 }
 

@@ -1,10 +1,12 @@
-// The slots of the agent's worker threads, with the orders in which they are stopped, awaited and deleted.
+// The slots of the agent's worker threads, with the orders in which they are stopped,
+// awaited and deleted.
 //
-// Lifetime: part of the agent object; owns the threads in its slots. A thread that outlives the wait for
-// its end is left to delete itself (Thread::dispose). Threads: any thread may call anything; start() and
-// the stop requests meet under the slots' lock, so no thread is made once the shutdown token is set.
-// remove() and waitForEnd() are called by one shutdown routine at a time. Errors: a thread that cannot be
-// asked to stop, or deleted, is event 10562 and does not affect the others.
+// Lifetime: part of the agent object; owns the threads in its slots. A thread that outlives
+// the wait for its end is left to delete itself (Thread::dispose). Threads: any thread may
+// call anything; start() and the stop requests meet under the slots' lock, so no thread is
+// made once the shutdown token is set. remove() and waitForEnd() are called by one shutdown
+// routine at a time. Errors: a thread that cannot be asked to stop, or deleted, is event
+// 10562 and does not affect the others.
 #pragma once
 
 #include <array>
@@ -39,15 +41,15 @@ class WorkerThreads {
   WorkerThreads(const WorkerThreads&) = delete;
   WorkerThreads& operator=(const WorkerThreads&) = delete;
 
-  // Makes a thread, starts it and puts it into its slot. Nothing happens once the shutdown token is set,
-  // or when the slot is taken; a thread that cannot be created leaves the slot empty.
+  // Makes a thread, starts it and puts it into its slot. Nothing happens once the shutdown token is
+  // set, or when the slot is taken; a thread that cannot be created leaves the slot empty.
   void start(Worker worker, const std::function<Thread*()>& make);
 
   // Requests each thread to stop, in the stop order, with a trace line after each request.
   void requestStops();
 
-  // Waits for all of them to end, at most 31 times up to one second each, and gives what is left of the
-  // count that starts at 30: -1 when the time ran out. `standardAgent` only chooses the order.
+  // Waits for all of them to end, at most 31 times up to one second each, and gives what is left of
+  // the count that starts at 30: -1 when the time ran out. `standardAgent` only chooses the order.
   [[nodiscard]] int waitForEnd(bool standardAgent);
 
   // Deletes the threads, in the order of deletion, and clears the slots.

@@ -1,5 +1,5 @@
-// The paths that an archive's entries need, compared without case: no two entries may need the same one, and none
-// may be both a file and a directory. A value of one thread.
+// The paths that an archive's entries need, compared without case: no two entries may need the same
+// one, and none may be both a file and a directory. A value of one thread.
 #pragma once
 
 #include <set>

@@ -1,4 +1,5 @@
-// Why an archive was not used: the kind of fault as a number, the archive, the entry and the reason in words.
+// Why an archive was not used: the kind of fault as a number, the archive, the entry and
+// the reason in words.
 //
 // A value type. The numbers are reported to the server and stay as they are.
 #pragma once

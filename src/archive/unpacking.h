@@ -1,16 +1,18 @@
 // Unpacks a checked archive into a directory, in two steps.
 //
-// stage() writes every entry into a fresh directory beside the target ("<target>.unpacking") and flushes
-// its content; commit() then moves the files into the target one by one, each replaced atomically, and flushes
-// the target's directories. Those of the staging are not: nobody looks for what a crash takes there.
-// The destructor removes what was staged and not moved.
+// stage() writes every entry into a fresh directory beside the target ("<target>.unpacking") and
+// flushes its content; commit() then moves the files into the target one by one, each replaced
+// atomically, and flushes the target's directories. Those of the staging are not: nobody looks for
+// what a crash takes there. The destructor removes what was staged and not moved.
 //
-// Crash rule: before commit() the target is untouched; during it every file of the target is whole, old or
-// new; after it returned true all are new and on disk. What a crash leaves of the staging directory is
-// removed by the next unpacking into the same target. Files of the target that the archive does not name
-// stay. So a caller that needs all or nothing marks the target as complete only after commit().
+// Crash rule: before commit() the target is untouched; during it every file of the target
+// is whole, old or new; after it returned true all are new and on disk. What a crash leaves
+// of the staging directory is removed by the next unpacking into the same target. Files of
+// the target that the archive does not name stay. So a caller that needs all or nothing
+// marks the target as complete only after commit().
 //
-// A long unpacking can be ended early: stage() asks `cancelled` between pieces and fails with ECANCELED.
+// A long unpacking can be ended early: stage() asks `cancelled` between pieces and fails
+// with ECANCELED.
 //
 // Lifetime: refers to the Files it is given. Threads: one unpacking of a target at a time.
 // Errors: false and a refusal; a failed file operation has the errno value and the path in it.

@@ -1,10 +1,11 @@
 // A zip archive in memory, checked as a whole before anything of it is used.
 //
-// open() reads the archive's directory and refuses the archive when any entry of it could not be unpacked
-// safely: a name that entry_name.h refuses, two names that differ in case alone or need the same path as
-// file and as directory, a link or a device, an encrypted entry, an unknown method, sizes beyond the
-// limits, or 64-bit ones (no archive within the limits needs them). An archive without entries counts as none. read() then hands out one entry's content, inflated, when it has exactly the size and the
-// checksum that the directory states.
+// open() reads the archive's directory and refuses the archive when any entry of it could not be
+// unpacked safely: a name that entry_name.h refuses, two names that differ in case alone or need
+// the same path as file and as directory, a link or a device, an encrypted entry, an unknown
+// method, sizes beyond the limits, or 64-bit ones (no archive within the limits needs them). An
+// archive without entries counts as none. read() then hands out one entry's content, inflated, when
+// it has exactly the size and the checksum that the directory states.
 //
 // Lifetime: the bytes belong to the caller and outlive the object. Threads: used by one at a time.
 // Errors: false, and the refusal says archive, entry, reason and number. Nothing is thrown but
@@ -33,8 +34,9 @@ class EntryPaths;
 struct Limits {
   size_t entries = 4096;
   uint64_t totalBytes = 512ull * 1024 * 1024;  // unpacked
-  // How many times larger an entry may unpack; small entries (64 KiB) may whatever their ratio. Deflate comes
-  // to 1032 at most, on a file of zeros for example; an entry that states more cannot be true.
+  // How many times larger an entry may unpack; small entries (64 KiB) may whatever their
+  // ratio. Deflate comes to 1032 at most, on a file of zeros for example; an entry that
+  // states more cannot be true.
   uint64_t ratio = 1100;
 };
 

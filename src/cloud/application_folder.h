@@ -6,7 +6,8 @@
 // in force, so a change that a crash interrupted can be settled at any later time
 // (application_policies.h).
 //
-// Lifetime: refers to the platform's files. Threads: used within a PolicyTurn. Errors: errno values.
+// Lifetime: refers to the platform's files. Threads: used within a PolicyTurn. Errors:
+// errno values.
 #pragma once
 
 #include <string>

@@ -7,10 +7,10 @@
 // whenever an operation has ended, and after a crash once settle() has run: the policy in force
 // decides.
 //
-// Lifetime: refers to the processor. Threads: every operation is within a PolicyTurn of the caller; it blocks as
-// long as a translation.
-// Errors: RPCError with one of the codes of cloud_errors.h and the reason; nothing has changed then.
-// Events 10620 to 10622.
+// Lifetime: refers to the processor. Threads: every operation is within a PolicyTurn of the caller;
+// it blocks as long as a translation.
+// Errors: RPCError with one of the codes of cloud_errors.h and the reason; nothing has
+// changed then. Events 10620 to 10622.
 //
 //   const PolicyTurn turn;
 //   if (turn.taken()) ApplicationPolicies(policy).set("web", archive);
@@ -41,8 +41,9 @@ class ApplicationPolicies {
 
   explicit ApplicationPolicies(PolicyProcessor& policy) : _policy(policy) {}
 
-  // At the start: checks what is stored and puts it in force when it differs from what is. A damaged archive is
-  // skipped with an event; what is in force for its application stays. Throws nothing.
+  // At the start: checks what is stored and puts it in force when it differs from what is. A
+  // damaged archive is skipped with an event; what is in force for its application stays.
+  // Throws nothing.
   void loadStored();
   // Puts a base policy in force, with the applications' policies.
   void installBase(std::string_view source, const PropertyList& properties);
@@ -50,8 +51,8 @@ class ApplicationPolicies {
   [[nodiscard]] bool set(const std::string& application, std::string_view archive);
   void remove(const std::string& application);
   std::vector<Application> list();
-  // Ends changes that a crash has cut off; nothing while a change of the policy itself is to be undone. Throws
-  // RPCError when that, or a file, stands in the way.
+  // Ends changes that a crash has cut off; nothing while a change of the policy itself is to be
+  // undone. Throws RPCError when that, or a file, stands in the way.
   void settle();
 
  private:

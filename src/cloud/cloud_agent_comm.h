@@ -1,7 +1,8 @@
 // The communication component of an agent that the cloud manages.
 //
-// Such an agent is not enrolled from here and sends nothing by itself: the cloud connector comes to it over the
-// command channel (comm_thread.h) and asks. Operations return at once; any thread may call them.
+// Such an agent is not enrolled from here and sends nothing by itself: the cloud connector
+// comes to it over the command channel (comm_thread.h) and asks. Operations return at once;
+// any thread may call them.
 #pragma once
 
 #include <atomic>
@@ -12,7 +13,8 @@ namespace korvane {
 
 class CloudAgentComm : public AgentComm {
  public:
-  // Whether the connector has asked for something lately (connector_presence.h); false after stop().
+  // Whether the connector has asked for something lately (connector_presence.h); false
+  // after stop().
   bool testConnection() override;
   // True: the connector enrols the agent.
   bool registerAgent(uint8_t& builtinReported) override;

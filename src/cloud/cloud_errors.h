@@ -1,5 +1,5 @@
-// The error codes of the cloud command channel beside those of every channel (rpc_errors.h); all of them read
-// "Server error". docs/cloud.md says when which is answered.
+// The error codes of the cloud command channel beside those of every channel (rpc_errors.h); all of
+// them read "Server error". docs/cloud.md says when which is answered.
 #pragma once
 
 namespace korvane {

@@ -1,8 +1,9 @@
-// The cloud command channel: serves kCloudPipe, over which the cloud connector manages an agent that has no
-// management server. docs/cloud.md has its commands; all of them are for administrators.
+// The cloud command channel: serves kCloudPipe, over which the cloud connector manages an agent
+// that has no management server. docs/cloud.md has its commands; all of them are for
+// administrators.
 //
-// It works on policies in turns with the utility thread (policy_turn.h). It posts nothing to the mailbox: the
-// connector cannot end the agent.
+// It works on policies in turns with the utility thread (policy_turn.h). It posts nothing to the
+// mailbox: the connector cannot end the agent.
 //
 // Start: as every Thread; policy outcomes that the last run did not report are reported first.
 // Stop: every wait ends at once. A translation in progress is ended by the shutdown token, nothing

@@ -1,5 +1,5 @@
-// The methods of the local channel, by the subject they are about; docs/rpc.md describes each. What is
-// registered refers to `about` for as long as the server lives.
+// The methods of the local channel, by the subject they are about; docs/rpc.md describes each. What
+// is registered refers to `about` for as long as the server lives.
 #pragma once
 
 #include <functional>

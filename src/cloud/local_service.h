@@ -1,5 +1,5 @@
-// The local command channel of the agent: serves kLocalPipe on a thread of its own. docs/rpc.md has every
-// method with its parameters, its answer and who may call it.
+// The local command channel of the agent: serves kLocalPipe on a thread of its own. docs/rpc.md has
+// every method with its parameters, its answer and who may call it.
 //
 // Lifetime: made and started by the composition root when the settings and the agent's own log are
 // there, and gone before them; what `about` refers to outlives the object. Serves from start() to
@@ -20,7 +20,8 @@
 
 namespace korvane {
 
-// What the service tells of the agent and cannot know itself. The functions are called by its thread.
+// What the service tells of the agent and cannot know itself. The functions are called by
+// its thread.
 struct AboutAgent {
   std::function<std::string()> techStatus, techNames, version;
   int64_t startedWallMs = 0;

@@ -28,7 +28,8 @@ AppliedPolicy putAnswer(JsonTree& tree, Driver& driver) {
   return applied;
 }
 
-// What the registry says of it; a built-in policy that the driver has is in force whatever is recorded.
+// What the registry says of it; a built-in policy that the driver has is in force whatever
+// is recorded.
 void putRecorded(JsonTree& tree, Driver& driver, const AppliedPolicy& applied) {
   PolicySetting setting;
   JsonTree recorded;

@@ -1,4 +1,5 @@
-// A change of settings that came over a channel: {"settings": {key: value ...}}, all of it or nothing. Threads: any.
+// A change of settings that came over a channel: {"settings": {key: value ...}}, all of it
+// or nothing. Threads: any.
 #pragma once
 
 #include "rpc/json_text.h"
@@ -6,11 +7,11 @@
 
 namespace korvane {
 
-// Throws RPCError kRpcInvalidParams, naming the key, for a key that is not a setting, a value that is not of its
-// kind, and for no settings at all.
+// Throws RPCError kRpcInvalidParams, naming the key, for a key that is not a setting, a value that
+// is not of its kind, and for no settings at all.
 PropertyList settingsFrom(const JsonTree& params);
-// How many values differ now. Throws RPCError when the settings are refused, locked or cannot be written;
-// nothing has changed then.
+// How many values differ now. Throws RPCError when the settings are refused, locked or cannot be
+// written; nothing has changed then.
 int changeSettings(const PropertyList& changes);
 
 }  // namespace korvane

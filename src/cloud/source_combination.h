@@ -1,8 +1,8 @@
 // One source policy made of a base policy and of policies for single applications.
 //
-// The archive has the base policy's entries as they are, and those of each application's archive below
-// "applications/<application>/". So a source policy in force says by itself which applications it covers.
-// docs/cloud.md has the rules.
+// The archive has the base policy's entries as they are, and those of each application's archive
+// below "applications/<application>/". So a source policy in force says by itself which
+// applications it covers. docs/cloud.md has the rules.
 //
 // Value types and functions; nothing is kept. Threads: each object is used by one at a time.
 // Errors: false, and the refusal says which archive and entry, and why.
@@ -26,7 +26,8 @@ namespace korvane {
 
 inline constexpr char kApplicationsFolder[] = "applications/";
 
-// Size and checksum of an archive's files by name. Archives with equal sums count as the same policy.
+// Size and checksum of an archive's files by name. Archives with equal sums count as the
+// same policy.
 using PolicySums = std::map<std::string, std::pair<uint64_t, uint32_t>>;
 // By application.
 using ApplicationSums = std::map<std::string, PolicySums>;
@@ -36,11 +37,12 @@ inline constexpr size_t kMaxApplications = 128;
 archive::Limits applicationLimits();
 archive::Limits sourceLimits();
 
-// Lower-case letters, digits, "-" and "_", at most 64, a letter or digit first, and no device's name: a file of
-// that name can be had on every system.
+// Lower-case letters, digits, "-" and "_", at most 64, a letter or digit first, and no device's
+// name: a file of that name can be had on every system.
 bool isApplicationName(std::string_view name);
 
-// Checks an application's archive as a whole, contents included. `application`: what refusals call it.
+// Checks an application's archive as a whole, contents included. `application`: what
+// refusals call it.
 [[nodiscard]] bool checkApplication(const std::string& application, std::string_view archive,
                                     PolicySums& sums, archive::Refusal& refusal);
 // What a source policy holds of applications; nothing for one that is not an archive.

@@ -1,7 +1,8 @@
 // The content of the file that servers' certificates must chain to. Read the way libcurl has
 // OpenSSL read it, so a file that passes here is accepted by transfers.
 //
-// Any thread; nothing is kept. Errors: `fault` says what is wrong, without the path; empty when nothing is.
+// Any thread; nothing is kept. Errors: `fault` says what is wrong, without the path; empty
+// when nothing is.
 //
 //   const CaFile file = readCaFile("/etc/korvane/ca.pem");
 //   if (!file.fault.empty()) ...  // "is missing", "is empty", "holds no certificate", ...

@@ -1,20 +1,20 @@
 // The connection test: one harmless message (testConnection) to the management server, checked
 // stage by stage, with the cause of the first failure and one next step.
 //
-// It does what the agent's own exchanges do, over the same transport with the same settings (lowest TLS
-// version, CA file, connect time-out, no comparison of the host name), on its own connection: it
-// neither waits for nor delays the agent's exchanges, and changes nothing - no fail-over, no
+// It does what the agent's own exchanges do, over the same transport with the same settings (lowest
+// TLS version, CA file, connect time-out, no comparison of the host name), on its own connection:
+// it neither waits for nor delays the agent's exchanges, and changes nothing - no fail-over, no
 // counters, no settings, no last server, no event.
 //
 // The stages, in this order, are ConnectionStage's. The test ends with the first one that fails;
 // the report holds those that were reached.
 //
 // Lifetime: everything is a value. Threads: any, several tests may run at once. Time: at most
-// ConnectionTarget::totalTimeoutMs (30 s), and a stop (shutdownToken()) ends it at once. Errors: nothing
-// is thrown but std::bad_alloc; what goes wrong is in the report. Texts are UTF-8.
+// ConnectionTarget::totalTimeoutMs (30 s), and a stop (shutdownToken()) ends it at once. Errors:
+// nothing is thrown but std::bad_alloc; what goes wrong is in the report. Texts are UTF-8.
 //
-// An operator's tool prints toText(report); a service hands the members on as they are: all of them are
-// texts, numbers and lists. A password in a URL or a proxy setting is never among them.
+// An operator's tool prints toText(report); a service hands the members on as they are: all of them
+// are texts, numbers and lists. A password in a URL or a proxy setting is never among them.
 //
 //   const ConnectionReport report = testConnection(agentTarget());           // the server in use
 //   const ConnectionReport other = testConnection(agentTarget("10.1.2.3"));  // another, else the same
@@ -41,9 +41,9 @@ struct ConnectionTarget {
       false;  // in place of the one of a good agent.http.url, which is not to blame then
 };
 
-// The target of the agent's own exchanges with a server, from AgentConfig, which may be that of a running
-// agent or of a tool. server: a host name or address, with ":port" or with the port that agent.http.url
-// has; empty: the current server.
+// The target of the agent's own exchanges with a server, from AgentConfig, which may be that of a
+// running agent or of a tool. server: a host name or address, with ":port" or with the port that
+// agent.http.url has; empty: the current server.
 ConnectionTarget agentTarget(const STRING& server = {});
 
 enum class ConnectionStage {
@@ -92,8 +92,8 @@ struct ConnectionReport {
 
 ConnectionReport testConnection(const ConnectionTarget& target);
 
-// The report as lines for a screen, each ended by a line feed; the last ones are the failing stage, its
-// cause and the next step.
+// The report as lines for a screen, each ended by a line feed; the last ones are the
+// failing stage, its cause and the next step.
 std::string toText(const ConnectionReport& report);
 
 }  // namespace korvane

@@ -36,8 +36,8 @@ std::string trimmed(std::string_view value) {
   return std::string(value.substr(begin, value.find_last_not_of(" \t\r\n") + 1 - begin));
 }
 
-// libcurl speaks two dozen protocols. For a URL that names none it would guess one; https is tried then, so that an
-// agent without a server waits for one as it does for a server that is away.
+// libcurl speaks two dozen protocols. For a URL that names none it would guess one; https is tried
+// then, so that an agent without a server waits for one as it does for a server that is away.
 const char* onlyProtocol(const std::string& url) {
   return contains(url.substr(0, 7), "http://") ? "http" : "https";
 }

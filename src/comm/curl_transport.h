@@ -1,14 +1,15 @@
-// The transport over libcurl: one easy handle whose connection stays open from exchange to exchange.
+// The transport over libcurl: one easy handle whose connection stays open from exchange to
+// exchange.
 //
-// Threads: open, close and perform by one thread at a time. A stop (shutdownToken) ends a perform() in
-// progress from its own thread: it shuts the handle's sockets, which wakes libcurl at once while it
-// connects, negotiates or waits for an answer; during a name look-up libcurl notices within a second
-// through the progress callback and leaves the look-up behind.
+// Threads: open, close and perform by one thread at a time. A stop (shutdownToken) ends a perform()
+// in progress from its own thread: it shuts the handle's sockets, which wakes libcurl at once while
+// it connects, negotiates or waits for an answer; during a name look-up libcurl notices within a
+// second through the progress callback and leaves the look-up behind.
 //
-// The progress callback is the only thing that ends a transfer early (code 42): for a stop, when the sink
-// refuses, or when memory ran out (then code 27). A URL that is neither https nor http is refused with code 1;
-// one without a scheme is taken for https. Peers are verified against the request's CA file, their
-// names are not. What is seen on the way is in the result's trail.
+// The progress callback is the only thing that ends a transfer early (code 42): for a stop, when
+// the sink refuses, or when memory ran out (then code 27). A URL that is neither https nor http is
+// refused with code 1; one without a scheme is taken for https. Peers are verified against the
+// request's CA file, their names are not. What is seen on the way is in the result's trail.
 #pragma once
 
 #include <curl/curl.h>

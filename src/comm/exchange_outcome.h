@@ -15,7 +15,8 @@ namespace korvane {
 
 // Times are milliseconds since 1970 in UTC, 0 for never.
 struct ExchangeFailure {
-  // libcurl's code, an HTTP status above 200, -1 when nothing could be sent, or the server's error code.
+  // libcurl's code, an HTTP status above 200, -1 when nothing could be sent, or the
+  // server's error code.
   int code = 0;
   std::string text;  // "TLS handshake: the server ..."
   int64_t wallMs = 0;

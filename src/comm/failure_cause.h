@@ -46,12 +46,13 @@ FailureCause findCause(const ExchangeEvidence& evidence);
 ConnectionStage stageReached(int code, const TransportRequest& request,
                              const TransportResult& result);
 
-// Whether a transfer ended as servers end it that demand a client certificate over TLS 1.3: the client's side of
-// the handshake is done before the server has looked at it, and the alert may be lost with the connection.
+// Whether a transfer ended as servers end it that demand a client certificate over TLS 1.3:
+// the client's side of the handshake is done before the server has looked at it, and the
+// alert may be lost with the connection.
 bool wantsCertificate(int code, const TransferTrail& trail);
 
-// The two of the settings: nothing is wrong with the URL, and with the CA file, when there is no cause.
-// `setting` is what the cause shows of it when that is not the URL itself.
+// The two of the settings: nothing is wrong with the URL, and with the CA file, when there is no
+// cause. `setting` is what the cause shows of it when that is not the URL itself.
 FailureCause checkUrl(const std::string& url, const std::string& setting = {});
 FailureCause checkCaFile(const std::string& url, const std::string& caFile);
 
@@ -61,8 +62,8 @@ bool isAgentAnswer(const TransferTrail& trail);
 // The management server's own objection.
 FailureCause serverErrorCause(int code, const std::string& text);
 
-// The causes within TLS, of the certificate, of a transfer that broke off behind them, and of an answer
-// that is whole or refused; for findCause().
+// The causes within TLS, of the certificate, of a transfer that broke off behind them, and of an
+// answer that is whole or refused; for findCause().
 FailureCause tlsCause(const ExchangeEvidence& evidence);
 FailureCause certificateCause(const ExchangeEvidence& evidence);
 FailureCause httpCause(const ExchangeEvidence& evidence);

@@ -1,4 +1,5 @@
-// Pieces that the texts about failed exchanges are made of. Pure functions; any thread; texts are UTF-8.
+// Pieces that the texts about failed exchanges are made of. Pure functions; any thread;
+// texts are UTF-8.
 #pragma once
 
 #include <cstdint>

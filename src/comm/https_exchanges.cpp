@@ -206,8 +206,8 @@ PropertyList HttpsHandler::policyProperties() {
   const AgentConfig& config = *AgentConfig::getInstance();
   const STRING applied = config.getPolicyID();
   const STRING path = config.getPlusDBPath();
-  // Without an applied policy the driver has nothing but its built-in one; one that waits for its reboot has
-  // the recorded policy, and cannot say so yet.
+  // Without an applied policy the driver has nothing but its built-in one; one that waits for its
+  // reboot has the recorded policy, and cannot say so yet.
   const bool awaited = preventionAwaitsReboot(config) && !path.empty();
   const bool builtIn = (applied.empty() && !awaited) ||
                        config.getPolicyStateCode() == kBuiltInPolicy ||

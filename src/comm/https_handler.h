@@ -128,8 +128,9 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int getGUID(STRING& guid);
   // The identifier that the last message of this handler was sent with; empty when with none.
   const STRING& getGUIDUsed() const;
-  // 1 and the pairs when the answer holds an update of the kind that the last exchange was about (asked for, or
-  // reported of), 0 when not. The pairs are its section's, without the notices of other kinds.
+  // 1 and the pairs when the answer holds an update of the kind that the last exchange was
+  // about (asked for, or reported of), 0 when not. The pairs are its section's, without the
+  // notices of other kinds.
   [[nodiscard]] int getPiggyBackedUpdate(PropertyList& out);
   // The content of a kind, by the kind's name ("update.qel"); 0 when there is one. The string
   // belongs to the handler and lives until its next exchange. An empty part gives -1 and the text
@@ -157,11 +158,11 @@ class KORVANE_EXPORT HttpsHandler {
   // The result of the last transfer that went through the status check; -1 and HTTP errors leave
   // it.
   static int getLastError();
-  // Ends the connections and this run's use of libcurl. No exchange may be in progress; a later handler
-  // starts both again.
+  // Ends the connections and this run's use of libcurl. No exchange may be in progress; a
+  // later handler starts both again.
   static void curlCleanup();
-  // The identifier of a request for application data that a server has offered in its answer to a report since the
-  // last call; false without one. The newest one counts.
+  // The identifier of a request for application data that a server has offered in its answer to a
+  // report since the last call; false without one. The newest one counts.
   [[nodiscard]] static bool takeApplicationRequest(STRING& identifier);
   // The address of a host, dotted; empty when it cannot be resolved or a stop came first.
   static STRING getServerIP(const STRING& server);

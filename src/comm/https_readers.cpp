@@ -99,8 +99,8 @@ int HttpsHandler::readGroup(bool (*belongs)(const STRING& name), PropertyList& o
   return answered() ? 0 : kMissing;
 }
 
-// The binary sections stand in the order of the kinds, one for each kind asked for that the answer says
-// "true" to; in an answer that speaks of none of them, one for each kind asked for.
+// The binary sections stand in the order of the kinds, one for each kind asked for that the answer
+// says "true" to; in an answer that speaks of none of them, one for each kind asked for.
 const ResponseParser::Binary* HttpsHandler::binaryOf(int wanted) const {
   if (!asked(wanted)) return nullptr;
   const int kinds = kBinaryKinds & _lastKinds;

@@ -1,8 +1,8 @@
 // What all handlers of a run share. HttpsHandler alone uses it.
 //
-// Locks: _commLock is held for the whole of a send, so at most one exchange is on the wire. addressLock
-// guards the address for those who only want to name it in a log line, requestLock the request for application
-// data that waits to be taken. Order: _commLock, then one of these.
+// Locks: _commLock is held for the whole of a send, so at most one exchange is on the wire.
+// addressLock guards the address for those who only want to name it in a log line, requestLock the
+// request for application data that waits to be taken. Order: _commLock, then one of these.
 #pragma once
 
 #include <atomic>
@@ -19,7 +19,8 @@
 namespace korvane {
 
 struct HttpsHandler::Shared {
-  // libcurl's CURL_SSLVERSION_TLSv1_2 and CURL_SSLVERSION_TLSv1: the lowest version that is accepted.
+  // libcurl's CURL_SSLVERSION_TLSv1_2 and CURL_SSLVERSION_TLSv1: the lowest version that is
+  // accepted.
   static constexpr long kTls12 = 6;
   static constexpr long kTls1 = 1;
 
@@ -27,8 +28,8 @@ struct HttpsHandler::Shared {
 
   // Asks for the agent's own addresses; true when they differ from the ones known.
   [[nodiscard]] bool populateIPList() REQUIRES(_commLock);
-  // Looks at what may have changed when a transfer to `server` failed, and moves on to the next server
-  // when nothing has.
+  // Looks at what may have changed when a transfer to `server` failed, and moves on to the
+  // next server when nothing has.
   void failOver(const STRING& server) REQUIRES(_commLock);
   [[nodiscard]] bool serverMoved(const STRING& server) REQUIRES(_commLock);
   void useNextServer() REQUIRES(_commLock);

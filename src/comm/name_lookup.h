@@ -14,8 +14,8 @@
 
 namespace korvane {
 
-// The first IPv4 address of the host, dotted; empty when it cannot be resolved, when the time is up, or
-// when shutdownToken() is set. A dotted address is its own answer and asks nobody.
+// The first IPv4 address of the host, dotted; empty when it cannot be resolved, when the time is
+// up, or when shutdownToken() is set. A dotted address is its own answer and asks nobody.
 std::string lookUpAddress(const std::string& host, uint32_t timeoutMs);
 
 // How many helpers have not ended.

@@ -44,7 +44,8 @@ std::string_view withoutLineEnd(std::string_view line) {
   return line;
 }
 
-// The number that the text begins with; 0 without one. A number too large for an int stays an error code.
+// The number that the text begins with; 0 without one. A number too large for an int stays
+// an error code.
 int errorNumber(std::string_view value) {
   value = withoutBlanks(value);
   int number = 0;
@@ -53,7 +54,8 @@ int errorNumber(std::string_view value) {
   return number < 0 ? 0 : number;
 }
 
-// The value is cut at the key's length plus one from the start of the line, wherever the key stands.
+// The value is cut at the key's length plus one from the start of the line, wherever the
+// key stands.
 std::string_view valueAfter(std::string_view key, std::string_view line) {
   return line.size() > key.size() ? line.substr(key.size() + 1) : std::string_view();
 }

@@ -1,5 +1,5 @@
-// The host inside a URL of the form scheme://host[:port]/path; a host may be an IPv6 address in brackets.
-// Pure functions; a text without "://" is taken to begin with its host.
+// The host inside a URL of the form scheme://host[:port]/path; a host may be an IPv6 address in
+// brackets. Pure functions; a text without "://" is taken to begin with its host.
 #pragma once
 
 #include "util/string.h"

@@ -3,9 +3,9 @@
 // and the first thing that is wrong with it. It changes nothing about the handshake or the
 // verification.
 //
-// Lifetime: it must outlive every SSL_CTX that it watches, which libcurl keeps for as long as its
-// connection. Threads: that of the transfer. Nothing is thrown into OpenSSL; what there is no memory for is
-// left out.
+// Lifetime: it must outlive every SSL_CTX that it watches, which libcurl keeps for as long
+// as its connection. Threads: that of the transfer. Nothing is thrown into OpenSSL; what
+// there is no memory for is left out.
 //
 //   curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &TlsObserver::watchContext);
 //   curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &observer);
@@ -21,8 +21,8 @@ namespace korvane {
 
 class TlsObserver {
  public:
-  // Forgets what was seen. `bytesTaken`: libcurl's own trace takes OpenSSL's message callback, so first
-  // bytes cannot be seen.
+  // Forgets what was seen. `bytesTaken`: libcurl's own trace takes OpenSSL's message
+  // callback, so first bytes cannot be seen.
   void begin(bool bytesTaken);
   const TlsTrail& seen() const { return _seen; }
 

@@ -11,7 +11,8 @@
 
 namespace korvane {
 
-// One certificate, its names as RFC 2253 writes them ("CN=server-1,O=Example"), its dates ISO 8601 in UTC.
+// One certificate, its names as RFC 2253 writes them ("CN=server-1,O=Example"), its dates
+// ISO 8601 in UTC.
 struct SeenCertificate {
   std::string subject;
   std::string issuer;

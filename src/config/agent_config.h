@@ -1,17 +1,18 @@
 // The settings of the agent and its own lasting state, kept in "agent.ini" with a second copy in
 // "fallback.ini". docs/ini-reference.md lists every key with its accessors.
 //
-// Lifetime: one object per run of the agent. getInstance() makes it and reads the files the first time;
-// freeInstance() ends it, and a later getInstance() starts over. Pointers from before are dead
-// then.
-// Threads: any thread may call anything. Every call takes the store's lock for its duration; no call holds
-// it while it waits for the lock file, writes a file or calls a subscriber.
-// Writing: a setter that changes a stored value has written agent.ini when it returns; several of them in
-// the scope of a ChangeGroup are one write when the outermost group of the thread ends. A change that
-// another process made to the file in between is taken over, not overwritten. A write that fails is
-// traced, its values stay in memory, and the next reload or write retries.
+// Lifetime: one object per run of the agent. getInstance() makes it and reads the files the
+// first time; freeInstance() ends it, and a later getInstance() starts over. Pointers from
+// before are dead then.
+// Threads: any thread may call anything. Every call takes the store's lock for its duration; no
+// call holds it while it waits for the lock file, writes a file or calls a subscriber.
+// Writing: a setter that changes a stored value has written agent.ini when it returns; several of
+// them in the scope of a ChangeGroup are one write when the outermost group of the thread ends. A
+// change that another process made to the file in between is taken over, not overwritten. A write
+// that fails is traced, its values stay in memory, and the next reload or write retries.
 // Errors: false, with a trace line under the method's name; getServerEntry alone throws.
-// Units: intervals are seconds; the log consolidation period is minutes; dates are ms since 1970 UTC.
+// Units: intervals are seconds; the log consolidation period is minutes; dates are ms since
+// 1970 UTC.
 //
 //   AgentConfig* config = AgentConfig::getInstance();
 //   if (config->pollingEnabled()) next = config->getPollingInterval();
@@ -70,8 +71,9 @@ class KORVANE_EXPORT AgentConfig {
   [[nodiscard]] bool updateIniFile();
   // Writes fallback.ini, then agent.ini.
   [[nodiscard]] bool UpdateAllIni();
-  // Settings from the server: sets every pair, then writes agent.ini once; false when that fails. What cannot
-  // be a value of its key is left out, named in `refused` and in event 10526; the rest is in force.
+  // Settings from the server: sets every pair, then writes agent.ini once; false when that
+  // fails. What cannot be a value of its key is left out, named in `refused` and in event
+  // 10526; the rest is in force.
   [[nodiscard]] bool newConfiguration(const PropertyList& properties);
   [[nodiscard]] bool newConfiguration(const PropertyList& properties,
                                       std::vector<RefusedSetting>& refused);
@@ -82,8 +84,8 @@ class KORVANE_EXPORT AgentConfig {
   // cannot stand in the file and for a value that is not of the key's type.
   [[nodiscard]] bool setValue(const STRING& key, const STRING& value);
   // Several known keys as one change, in force and written when it returns: all of them, or none.
-  // refused: `refusedKey` is not known or its value not of its type. locked: another process has held
-  // the lock file for a second. notWritten: the file cannot be replaced.
+  // refused: `refusedKey` is not known or its value not of its type. locked: another process has
+  // held the lock file for a second. notWritten: the file cannot be replaced.
   enum class ChangeAll { done, refused, locked, notWritten };
   ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
   STRING getValue(const STRING& key) const;  // empty when unknown
@@ -186,7 +188,8 @@ class KORVANE_EXPORT AgentConfig {
   void setHIDSLogFile(const STRING& path);
   STRING getHIDSRTLogFile() const;  // memory only
   void setHIDSRTLogFile(const STRING& path);
-  // The names that were set since the last call, in their order; one that was set again and again once. At most 1000.
+  // The names that were set since the last call, in their order; one that was set again and
+  // again once. At most 1000.
   std::vector<STRING> takeHIDSRTLogFilesSeen();
   // The file that a log is written to now; empty for a type without one.
   STRING getCurrentLogFile(LogType type) const;
@@ -280,7 +283,8 @@ class KORVANE_EXPORT AgentConfig {
   // Policy state and error
   static constexpr int kBuiltInPolicyState = -100;  // the driver is on its built-in policy
   void setPolicyState(int code, const STRING& text);
-  // A policy is in force: there is no state of the built-in policy any more, and none instead of it.
+  // A policy is in force: there is no state of the built-in policy any more, and none
+  // instead of it.
   void leaveBuiltInState();
   int getPolicyStateCode() const;
   STRING getPolicyStateStr() const;

@@ -1,5 +1,5 @@
-// The accessors that are a setting of the table and nothing else, in the order of the table, one line
-// each: set apart they read as the list that they are.
+// The accessors that are a setting of the table and nothing else, in the order of the table, one
+// line each: set apart they read as the list that they are.
 #include "config/agent_config.h"
 #include "config/agent_config_state.h"
 

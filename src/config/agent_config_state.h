@@ -1,7 +1,8 @@
-// What is behind AgentConfig: the stores, their lock, the files and the state that is not in the files.
+// What is behind AgentConfig: the stores, their lock, the files and the state that is not
+// in the files.
 //
-// Two locks: `fileLock` serialises this process's own use of the files, lock file included, and is taken
-// first; `lock` guards the values and is never held while a file is touched.
+// Two locks: `fileLock` serialises this process's own use of the files, lock file included, and is
+// taken first; `lock` guards the values and is never held while a file is touched.
 #pragma once
 
 #include <cstdint>
@@ -123,7 +124,8 @@ struct AgentConfigState {
   mutable int64_t ipAddressUntilMs GUARDED_BY(lock) = 0;
 
  private:
-  // Sets them in order; what stood before goes to `former`, the newest first. False at the first refusal.
+  // Sets them in order; what stood before goes to `former`, the newest first. False at the
+  // first refusal.
   [[nodiscard]] bool assignAll(const PropertyList& changes, PropertyList& former,
                                STRING& refusedKey) REQUIRES(lock);
   void putBack(const PropertyList& former) REQUIRES(lock);

@@ -26,8 +26,9 @@ STRING errorText(const std::string& detail) {
   return all.substr(0, kErrorTextBytes);
 }
 
-// Loads the providers that FIPS mode needs and proves that they give an algorithm. The default provider
-// is loaded by name first: otherwise loading another one would take away its automatic activation.
+// Loads the providers that FIPS mode needs and proves that they give an algorithm. The
+// default provider is loaded by name first: otherwise loading another one would take away
+// its automatic activation.
 bool fipsProviderWorks(std::string& detail) {
   static OSSL_PROVIDER* const fallback = OSSL_PROVIDER_load(nullptr, "default");
   if (!fallback) return false;

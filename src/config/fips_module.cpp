@@ -34,14 +34,16 @@ using Settings = std::map<std::string, std::string>;
 // The cryptographic library, and so its module, is the process's.
 ProcessMutex moduleLock;
 
-// What the module is given when it asks its host. They outlive the module, which keeps pointers to them.
+// What the module is given when it asks its host. They outlive the module, which keeps
+// pointers to them.
 struct Module {
   std::unique_ptr<platform::SharedLibrary> library;
   OSSL_provider_init_fn* init = nullptr;
   Settings settings;
   OSSL_PROVIDER* provider = nullptr;
 };
-// Never destroyed: the cryptographic library's own end, later than that of any object here, still calls it.
+// Never destroyed: the cryptographic library's own end, later than that of any object here,
+// still calls it.
 Module& module() {
   static Module& one = *new Module;
   return one;
@@ -55,8 +57,8 @@ int answerModule(const OSSL_CORE_HANDLE*, OSSL_PARAM parameters[]) {
   return 1;
 }
 
-// Starts the module with the library's own functions, but for the one that gives it its settings: so neither a
-// configuration file of the process nor a search path has a say.
+// Starts the module with the library's own functions, but for the one that gives it its settings:
+// so neither a configuration file of the process nor a search path has a say.
 int startModule(const OSSL_CORE_HANDLE* handle, const OSSL_DISPATCH* given,
                 const OSSL_DISPATCH** out, void** context) {
   static std::array<OSSL_DISPATCH, 128> functions;

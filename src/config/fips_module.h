@@ -1,5 +1,5 @@
-// The FIPS module of the installation: OpenSSL's FIPS provider as a library of its own, and the file that says
-// what its bytes must be.
+// The FIPS module of the installation: OpenSSL's FIPS provider as a library of its own, and the
+// file that says what its bytes must be.
 //
 // Both are in the installation root, beside the agent library, the only place searched: "fips.dll"
 // (on Linux "libfips.so") and "fipsmodule.cnf", whose section [fips_sect] holds the module's
@@ -15,8 +15,8 @@
 
 namespace korvane {
 
-// True when the provider "fips" is there. Else `error` names the file and what is wrong with it; what the
-// cryptographic library has to say about it is in its error queue.
+// True when the provider "fips" is there. Else `error` names the file and what is wrong with it;
+// what the cryptographic library has to say about it is in its error queue.
 [[nodiscard]] bool loadFipsModule(std::string& error);
 
 }  // namespace korvane

@@ -47,9 +47,9 @@ class IniFiles {
   // CR LF where the separator is a backslash, LF elsewhere.
   static std::string_view lineEnd();
 
-  // Waits for the lock file: ten attempts, that many milliseconds apart. Once the process is being stopped
-  // it only tries for a tenth of a second. Null, with the last attempt's error, when it is not
-  // available.
+  // Waits for the lock file: ten attempts, that many milliseconds apart. Once the process is
+  // being stopped it only tries for a tenth of a second. Null, with the last attempt's
+  // error, when it is not available.
   std::unique_ptr<platform::FileLock> lock(std::string_view tag, int& error,
                                            uint32_t pauseMs = 1000) const;
 
@@ -60,8 +60,8 @@ class IniFiles {
   // Replaces a file and notes what it holds now in `memory`.
   [[nodiscard]] static bool write(std::string_view tag, const std::string& path,
                                   const std::string& text, FileMemory& memory);
-  // Copies a damaged file to "<name>.damaged-<date>" beside it; the newest eight copies are kept. Event 10520
-  // tells what is wrong with it.
+  // Copies a damaged file to "<name>.damaged-<date>" beside it; the newest eight copies are kept.
+  // Event 10520 tells what is wrong with it.
   static void keepAside(std::string_view tag, const std::string& path, IniFault fault);
 
  private:

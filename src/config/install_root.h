@@ -2,8 +2,8 @@
 //
 // The root is the environment variable KORVANE_INSTALL_ROOT, which the host service sets for its
 // own process, or else the registry value "InstallRoot" under
-// HKEY_LOCAL_MACHINE\SOFTWARE\Dalvora\Intrusion Security\agent. It is looked up once in a run and kept;
-// empty, and looked up again the next time, when neither is there. Thread-safe.
+// HKEY_LOCAL_MACHINE\SOFTWARE\Dalvora\Intrusion Security\agent. It is looked up once in a run and
+// kept; empty, and looked up again the next time, when neither is there. Thread-safe.
 #pragma once
 
 #include <string>

@@ -12,8 +12,8 @@ const char* logBaseName(int type);
 std::string logPointerPath(int type);
 // "AgentLog" for the agent's own log, "No Such Log" for every other number.
 const char* logTypeName(int type);
-// True when every log that a read pointer names can still be found. A pointer file that is missing or
-// damaged names none.
+// True when every log that a read pointer names can still be found. A pointer file that is
+// missing or damaged names none.
 [[nodiscard]] bool walkLogChain();
 
 }  // namespace korvane

@@ -1,5 +1,5 @@
-// Properties files: key=value lines in UTF-8, "#" begins a comment line, no escapes. Blanks around keys
-// and values are dropped; the first of several lines with one key counts.
+// Properties files: key=value lines in UTF-8, "#" begins a comment line, no escapes. Blanks around
+// keys and values are dropped; the first of several lines with one key counts.
 #pragma once
 
 #include <string>

@@ -20,8 +20,9 @@ struct RefusedSetting {
   std::string reason;  // goes on behind the value: "is too long"
 };
 
-// One line without control characters, at most some 2,000 characters: the first ten with their reasons, secrets masked,
-// long keys and values cut, and how many there are in all. Empty when there are none.
+// One line without control characters, at most some 2,000 characters: the first ten with
+// their reasons, secrets masked, long keys and values cut, and how many there are in all.
+// Empty when there are none.
 std::string refusedSettingsText(const std::vector<RefusedSetting>& refused);
 
 }  // namespace korvane

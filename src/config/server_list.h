@@ -1,7 +1,8 @@
 // The management servers of "server.list" and where the agent stands among them.
 //
-// The entries are host names or addresses, separated by commas, their blanks removed, empty ones left
-// out. Without any the host of "agent.http.url" is the one server. A plain value; AgentConfig guards it.
+// The entries are host names or addresses, separated by commas, their blanks removed, empty ones
+// left out. Without any the host of "agent.http.url" is the one server. A plain value;
+// AgentConfig guards it.
 #pragma once
 
 #include <vector>
@@ -26,7 +27,8 @@ class ServerList {
   const STRING& last() const { return _last; }
 
   void setCurrent(const STRING& server) { _current = server; }
-  // Stores the entry after `server`, wrapping round; after a server that is not an entry comes the first.
+  // Stores the entry after `server`, wrapping round; after a server that is not an entry
+  // comes the first.
   void setNextAfter(const STRING& server);
   void setLast(const STRING& server) { _last = server; }
 

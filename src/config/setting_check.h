@@ -11,10 +11,11 @@ namespace korvane {
 
 inline constexpr int kLastPort = 65535;
 
-// Empty for a value that the store takes and the agent can use; a key that is not in the table takes any.
+// Empty for a value that the store takes and the agent can use; a key that is not in the
+// table takes any.
 std::string settingFault(const STRING& key, const STRING& value);
-// Whether a key tells of the policy in force: it changes with the policy alone and is no setting that anybody
-// sends.
+// Whether a key tells of the policy in force: it changes with the policy alone and is no
+// setting that anybody sends.
 bool comesWithPolicy(const STRING& key);
 
 }  // namespace korvane

@@ -37,8 +37,8 @@ class SettingStore {
   bool othersFull() const { return _others.size() >= kMaxOthers; }
 
   // Takes over what the file holds where this process has changed nothing; a key that the file
-  // lacks goes back to its default, and one of [Other] is dropped. A value that is refused leaves the
-  // setting as it is and goes to `refused`. True when a value differs now.
+  // lacks goes back to its default, and one of [Other] is dropped. A value that is refused leaves
+  // the setting as it is and goes to `refused`. True when a value differs now.
   bool merge(const IniText& file, PropertyList& refused);
   // True when a value differs from the file's.
   bool dirty() const;

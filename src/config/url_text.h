@@ -1,5 +1,5 @@
-// The pieces of "protocol://host[:port][/path]". Pure functions; any thread. An IPv6 address as host
-// stands in square brackets.
+// The pieces of "protocol://host[:port][/path]". Pure functions; any thread. An IPv6 address as
+// host stands in square brackets.
 #pragma once
 
 #include "util/string.h"

@@ -1,5 +1,5 @@
-// The application data thread. It waits for its stop and does nothing else; docs/limitations.md says so.
-// Start, stop and destruction as for every Thread.
+// The application data thread. It waits for its stop and does nothing else; docs/limitations.md
+// says so. Start, stop and destruction as for every Thread.
 #pragma once
 
 #include "agent/thread/thread.h"

@@ -1,5 +1,5 @@
-// The server's requests for application data, on their way from the update thread to the thread that
-// collects. One request is kept; a newer one takes its place.
+// The server's requests for application data, on their way from the update thread to the thread
+// that collects. One request is kept; a newer one takes its place.
 //
 // One object per run, appDataRequests(). Threads: any; await() is for the collecting thread.
 //

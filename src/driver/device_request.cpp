@@ -18,7 +18,6 @@ constexpr char kDeviceName[] = "\\\\.\\KAVIPS";
 constexpr char kOpenTag[] = "OpenDriver()";
 constexpr char kNotifyTag[] = "NotifyDriver()";
 
-
 bool hasInput(uint32_t code) {
   return code == KAVIPS_LOAD_POLICY;
 }

@@ -1,9 +1,9 @@
 // The kernel driver: its settings in the registry, its services, and the requests to its device.
 //
-// One for each run of an agent; currentDriver() is the calling thread's. Threads: any thread may call
-// anything. startServices and stopServices exclude each other, and so do useBuiltIn and usingBuiltIn;
-// an operation that asks the driver blocks for up to the time-out of its request (driver_protocol.h
-// and docs/file-formats.md), which a stop of the agent cuts short.
+// One for each run of an agent; currentDriver() is the calling thread's. Threads: any thread may
+// call anything. startServices and stopServices exclude each other, and so do useBuiltIn and
+// usingBuiltIn; an operation that asks the driver blocks for up to the time-out of its request
+// (driver_protocol.h and docs/file-formats.md), which a stop of the agent cuts short.
 // Errors: each result has its code and its text together. Nothing is retried here. The agent's log
 // gets 10112 for the first failed opening of a run of them and 10400 for the first one that works
 // again, 10116 to 10119 for the rest of a request's failures.
@@ -93,13 +93,14 @@ class Driver {
   [[nodiscard]] bool policySetting(PolicySetting& out);
   // The same as the registry has it; the driver is not asked.
   [[nodiscard]] bool recordedSetting(PolicySetting& out);
-  // Puts registry and driver back to a setting. The driver is told also when it may never have left it. A
-  // driver that is off, or waits for its first reboot, finds everything in the registry when it starts.
+  // Puts registry and driver back to a setting. The driver is told also when it may never
+  // have left it. A driver that is off, or waits for its first reboot, finds everything in
+  // the registry when it starts.
   DriverResult restorePolicySetting(const PolicySetting& setting);
   // Tells the driver to fall back to its built-in policy, and records that whatever it answers.
   DriverResult useBuiltIn();
-  // Ask for the policy in force; a failure leaves `policy` as it is. They differ in their texts, and in that the
-  // first waits for a fall-back under way.
+  // Ask for the policy in force; a failure leaves `policy` as it is. They differ in their texts,
+  // and in that the first waits for a fall-back under way.
   DriverResult usingBuiltIn(AppliedPolicy& policy);
   DriverResult queryPolicy(AppliedPolicy& policy);
   // False also when the driver cannot be asked.
@@ -109,10 +110,10 @@ class Driver {
   DriverResult rollLog(const STRING& newFile);
   DriverResult rollProfileLog(const STRING& newFile);
 
-  // Sends a control request and gives a NotifyResult. The codes that ask something fill the buffer, loading a
-  // policy sends it, and any other code ignores it. The device is opened afresh for every request and closed
-  // after it. A request that is given up goes on owning its buffers until the driver is done with
-  // them; the caller's buffer is free when the call returns. No lock is held.
+  // Sends a control request and gives a NotifyResult. The codes that ask something fill the buffer,
+  // loading a policy sends it, and any other code ignores it. The device is opened afresh for every
+  // request and closed after it. A request that is given up goes on owning its buffers until the
+  // driver is done with them; the caller's buffer is free when the call returns. No lock is held.
   [[nodiscard]] int32_t request(uint32_t code, std::span<std::byte> buffer, uint32_t timeoutMs);
 
  private:

@@ -1,10 +1,11 @@
-// The current run's Driver (driver/driver.h) as static operations: the registry values, services and requests of
-// the kernel driver for whoever is outside of the agent's own rooms.
+// The current run's Driver (driver/driver.h) as static operations: the registry values, services
+// and requests of the kernel driver for whoever is outside of the agent's own rooms.
 //
-// The class is never instantiated. Threads: any thread may call anything; locks and time-outs are the
-// driver's. Errors: 0 is success, kRegistryError a registry failure, anything else a NotifyResult.
-// getErrorMessage() gives the text of the last failure in this run, from whatever thread and whatever asked
-// the driver; who needs the text of a failure of its own asks the Driver, whose results have it.
+// The class is never instantiated. Threads: any thread may call anything; locks and
+// time-outs are the driver's. Errors: 0 is success, kRegistryError a registry failure,
+// anything else a NotifyResult. getErrorMessage() gives the text of the last failure in
+// this run, from whatever thread and whatever asked the driver; who needs the text of a
+// failure of its own asks the Driver, whose results have it.
 #pragma once
 
 #include <cstdint>

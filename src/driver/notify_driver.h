@@ -1,5 +1,6 @@
-// The current run's Driver::request as a function: one control request to the kernel driver, which
-// blocks for at most timeoutMs. A stop of the agent cuts that short, and the request then counts as timed out.
+// The current run's Driver::request as a function: one control request to the kernel
+// driver, which blocks for at most timeoutMs. A stop of the agent cuts that short, and the
+// request then counts as timed out.
 // Threads: any, several at once. Errors: a NotifyResult.
 //
 //   char reply[KAVIPS_POLICY_RECORD_BYTES] = {};

@@ -136,7 +136,8 @@ bool Driver::policySetting(PolicySetting& out) {
   return true;
 }
 
-// No recorded policy yet is not a failure, and a flag that cannot be read leaves the driver to be asked.
+// No recorded policy yet is not a failure, and a flag that cannot be read leaves the driver
+// to be asked.
 PolicySetting Driver::settingNow() {
   PolicySetting setting;
   ignoreResult(recordedSetting(setting));
@@ -163,7 +164,8 @@ DriverResult Driver::restorePolicySetting(const PolicySetting& setting) {
     result = request(KAVIPS_USE_BUILTIN, {}, kUseBuiltInTimeoutMs);
   else if (!setting.filterFile.empty())
     result = loadPolicy(setting.filterFile);
-  // Somebody else may have the device for a moment; only a driver that is not to be there is let off.
+  // Somebody else may have the device for a moment; only a driver that is not to be there
+  // is let off.
   if (result == NotifyResult::notOpened && _parts.prevention() != Prevention::on) return {};
   if (result == NotifyResult::completed) return {};
   eventlog::trace(tag, "The driver did not accept it: %d", result);

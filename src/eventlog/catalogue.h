@@ -1,11 +1,13 @@
-// The texts of the numbered events: catalogue.txt, shipped beside the library as "korvane-events.txt".
+// The texts of the numbered events: catalogue.txt, shipped beside the library as
+// "korvane-events.txt".
 //
 // UTF-8, LF or CR LF; blank lines and lines that begin with '#' are ignored. Every other line is
-// NUMBER TYPE TEXT with one blank between: a number from 1 to 99999 that no other line has, one of AINF
-// (information), AWRN (warning), AERR (error), and a text of at most 1024 bytes in which %1 to %9 stand
-// for the event's insertions and %% for a percent sign. At most 10,000 lines and 1 MiB.
+// NUMBER TYPE TEXT with one blank between: a number from 1 to 99999 that no other line has, one of
+// AINF (information), AWRN (warning), AERR (error), and a text of at most 1024 bytes in which %1 to
+// %9 stand for the event's insertions and %% for a percent sign. At most 10,000 lines and 1 MiB.
 //
-// Parsing is a pure function over bytes; a file with one bad line gives nothing but the line's number.
+// Parsing is a pure function over bytes; a file with one bad line gives nothing but the
+// line's number.
 #pragma once
 
 #include <cstddef>

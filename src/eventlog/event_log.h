@@ -1,9 +1,10 @@
-// The agent's own log: numbered events and trace lines, written as comma-separated records that
-// FixedFormatLog reads back. docs/file-formats.md has the fields, docs/event-catalogue.md the events.
+// The agent's own log: numbered events and trace lines, written as comma-separated records
+// that FixedFormatLog reads back. docs/file-formats.md has the fields,
+// docs/event-catalogue.md the events.
 //
-// One log serves a run of the agent; eventlog/event_log_file.h opens it. Until then, and after it was closed,
-// every call is accepted and does nothing, unless records are held for the log that is to be opened. Any thread may call anything at any time; a line is written
-// whole, with one write.
+// One log serves a run of the agent; eventlog/event_log_file.h opens it. Until then, and after it
+// was closed, every call is accepted and does nothing, unless records are held for the log that is
+// to be opened. Any thread may call anything at any time; a line is written whole, with one write.
 // Nothing here throws: a line that cannot be written is counted (EventLog::lost()).
 //
 //   eventlog::event(EventId::agentStarted, "KorvaneAgent", {version});
@@ -24,7 +25,8 @@
 
 namespace korvane::eventlog {
 
-// One argument of a format or an insertion text; refers to the caller's value for the call's duration.
+// One argument of a format or an insertion text; refers to the caller's value for the
+// call's duration.
 class Arg {
  public:
   enum class Kind { signedInt, unsignedInt, utf8, utf16 };
@@ -67,23 +69,23 @@ inline bool tracing() {
   return detail::tracing.load(std::memory_order_relaxed) > 0;
 }
 
-// Writes a trace line ("TRAC") under a source tag. `format` is printf-style; %d, %ld, %lld, %lu, %u, %x,
-// %s, %hs and %ls are understood, and a format that does not fit its arguments is written as it stands,
-// with them in brackets behind it.
+// Writes a trace line ("TRAC") under a source tag. `format` is printf-style; %d, %ld, %lld, %lu,
+// %u, %x, %s, %hs and %ls are understood, and a format that does not fit its arguments is written
+// as it stands, with them in brackets behind it.
 template <class... T>
 inline void trace(std::string_view tag, const char* format, const T&... arguments) {
   if (tracing()) detail::writeTrace(tag, format, {Arg(arguments)...});
 }
 
-// Writes a numbered event with its insertion texts under a source tag. An identifier that the catalogue
-// does not hold is written with its insertions alone.
+// Writes a numbered event with its insertion texts under a source tag. An identifier that the
+// catalogue does not hold is written with its insertions alone.
 void event(int id, std::string_view source, std::initializer_list<Arg> insertions = {});
 inline void event(EventId id, std::string_view source, std::initializer_list<Arg> insertions = {}) {
   event(static_cast<int>(id), source, insertions);
 }
 
-// The path of the file that the log writes to, or wrote to last before it was closed; empty when it was
-// never opened.
+// The path of the file that the log writes to, or wrote to last before it was closed; empty
+// when it was never opened.
 std::string currentFile();
 
 }  // namespace korvane::eventlog

@@ -39,8 +39,8 @@ void push(Arguments& arguments, const Arg& arg) {
     arguments.push_back(static_cast<unsigned>(arg.unsignedNumber()));
 }
 
-// The format with "l" before an integer conversion written as "ll": a long has 32 bits on one system and 64
-// on the other, and the number is to be shown as it is on both.
+// The format with "l" before an integer conversion written as "ll": a long has 32 bits on one
+// system and 64 on the other, and the number is to be shown as it is on both.
 std::string widened(std::string_view format) {
   std::string wide(format);
   for (size_t at = wide.find('%'); at != std::string::npos; at = wide.find('%', at)) {

@@ -195,8 +195,8 @@ void LogFile::makeRoom() {
   }
 }
 
-// A file dated later than now was written under a wrong clock: it counts as the oldest, or it would outlive
-// all others.
+// A file dated later than now was written under a wrong clock: it counts as the oldest, or
+// it would outlive all others.
 std::vector<LogFile::Kept> LogFile::oldestFirst() {
   std::vector<platform::DirectoryEntry> entries;
   std::vector<Kept> kept;

@@ -19,7 +19,8 @@ class LogFile {
   LogFile(platform::Files& files, platform::Clock& clock) : _files(files), _clock(clock) {}
 
   void configure(const Settings& settings);
-  // Goes on with the newest file there is, or begins one. Gives the sequence number of its last record.
+  // Goes on with the newest file there is, or begins one. Gives the sequence number of its
+  // last record.
   uint64_t open();
   // Writes a line whole, in one write.
   [[nodiscard]] int write(std::string_view line);

@@ -20,7 +20,8 @@ bool isControl(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
 }
 
-// The longest beginning of well-formed `text` that takes at most `room` bytes with its quotes doubled.
+// The longest beginning of well-formed `text` that takes at most `room` bytes with its
+// quotes doubled.
 size_t fittingPrefix(std::string_view text, size_t room) {
   size_t used = 0, i = 0;
   for (; i < text.size(); ++i) {

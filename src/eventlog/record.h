@@ -30,15 +30,16 @@ struct Record {
   std::span<const std::string> insertions;
 };
 
-// Appends the record's line with its line feed. Control characters become blanks and malformed UTF-8
-// becomes U+FFFD; what is too long ends in "...(cut)", and insertions beyond the last field are left out.
+// Appends the record's line with its line feed. Control characters become blanks and
+// malformed UTF-8 becomes U+FFFD; what is too long ends in "...(cut)", and insertions
+// beyond the last field are left out.
 void appendRecord(std::string& out, const Record& record);
 
 // The sequence number of the last whole record in the last bytes of a log; 0 when there is none.
 uint64_t lastSequence(std::string_view tail);
 
-// The printf-style format with its arguments; when the two do not fit, the format as it stands with the
-// arguments in brackets behind it.
+// The printf-style format with its arguments; when the two do not fit, the format as it stands with
+// the arguments in brackets behind it.
 std::string formatPrintf(const char* format, std::initializer_list<Arg> arguments);
 
 }  // namespace korvane::eventlog

@@ -17,8 +17,8 @@ constexpr char kTag[] = "HidsComponent";
 constexpr uint32_t kLookMs = 250;
 constexpr int64_t kNsPerMs = 1000000;
 constexpr int64_t kSettleNs = 5000 * kNsPerMs;
-// How long a settings file that looks the same is believed to be: where dates are coarse and identities are used
-// again, another one may look like it.
+// How long a settings file that looks the same is believed to be: where dates are coarse and
+// identities are used again, another one may look like it.
 constexpr int64_t kBelievedMs = 10000;
 constexpr char kRulePrefix[] = "Log.";
 

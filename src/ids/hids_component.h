@@ -8,7 +8,8 @@
 // a text that says so.
 //
 // Lifetime: owned by the composition root, which hands it to AgentConfig::setHIDSInterface.
-// Threads: any; an apply operation blocks its caller alone, and a stop of the agent ends it at once.
+// Threads: any; an apply operation blocks its caller alone, and a stop of the agent ends it
+// at once.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,8 @@ namespace korvane {
 
 class HidsComponent : public HidsInterface {
  public:
-  // What the component reaches its files and the time through, and what ends its waits; they outlive it.
+  // What the component reaches its files and the time through, and what ends its waits;
+  // they outlive it.
   struct Surroundings {
     platform::Files& files;
     platform::Clock& clock;

@@ -7,17 +7,17 @@
 
 namespace korvane {
 
-// The setting that names a log: "ids.service.eventfile.name" or "ids.service.rteventfile.name"; empty for
-// a type that is not one of the IDS component's.
+// The setting that names a log: "ids.service.eventfile.name" or "ids.service.rteventfile.name";
+// empty for a type that is not one of the IDS component's.
 STRING idsLogSetting(LogType type);
 
 // Takes the name of one log from the settings that were read last and stores it with
-// AgentConfig::setHIDSLogFile or setHIDSRTLogFile when it is another than before. False when the component names no
-// such log.
+// AgentConfig::setHIDSLogFile or setHIDSRTLogFile when it is another than before. False
+// when the component names no such log.
 bool takeIdsLogFile(HidsInterface& component, LogType type);
 
-// One look without waiting, as the prevention monitor does it each time: reads the settings anew and stores
-// the names of both logs. False when the component names no event file.
+// One look without waiting, as the prevention monitor does it each time: reads the settings anew
+// and stores the names of both logs. False when the component names no event file.
 bool takeIdsLogFiles(HidsInterface& component);
 
 }  // namespace korvane

@@ -1,5 +1,6 @@
-// A byte buffer that grows without clearing what it gets and keeps its memory when it is emptied; the
-// bytes behind its content can be read, so that texts in it may be scanned in blocks (byte_scan.h).
+// A byte buffer that grows without clearing what it gets and keeps its memory when it is
+// emptied; the bytes behind its content can be read, so that texts in it may be scanned in
+// blocks (byte_scan.h).
 //
 // Pointers into it are valid until it grows. It is used by one thread at a time and throws
 // std::bad_alloc alone.

@@ -1,6 +1,6 @@
-// Scanning and copying of text a block of 16 bytes at a time. This is the one header of the room that uses
-// compiler intrinsics (SSE2, which every x86-64 processor has); elsewhere the same functions work on
-// plain bytes. No state, any thread.
+// Scanning and copying of text a block of 16 bytes at a time. This is the one header of the room
+// that uses compiler intrinsics (SSE2, which every x86-64 processor has); elsewhere the same
+// functions work on plain bytes. No state, any thread.
 //
 // All of them may read up to kBlock - 1 bytes beyond the text they are given, copyShort also writes
 // that much beyond it: the caller owns kBlock spare bytes behind the text (ByteBuffer and
@@ -56,8 +56,8 @@ inline bool isAscii(const char* text, size_t length) {
 #endif
 }
 
-// Narrows UTF-16LE text while it is ASCII; returns how many code units were converted. `out` has room
-// for `units` and a block more.
+// Narrows UTF-16LE text while it is ASCII; returns how many code units were converted. `out` has
+// room for `units` and a block more.
 inline size_t narrowAscii(const char* utf16le, size_t units, char* out) {
   size_t i = 0;
 #if defined(__SSE2__)

@@ -7,11 +7,12 @@
 
 namespace korvane {
 
-// The mask of an event type text, which may be one type or a comma-separated list of them; 65535 for "*".
+// The mask of an event type text, which may be one type or a comma-separated list of them;
+// 65535 for "*".
 int eventCategory(std::string_view type);
 
-// False for the types that a record is not folded for: those beginning with "D" or "M", and those whose
-// mask is 1, 2, 4, 8 or 2048. A record that does not pass is forwarded all the same.
+// False for the types that a record is not folded for: those beginning with "D" or "M", and those
+// whose mask is 1, 2, 4, 8 or 2048. A record that does not pass is forwarded all the same.
 bool passesForwardFilter(std::string_view type);
 
 // passesForwardFilter with a memory of the four-letter types it has seen. One thread.

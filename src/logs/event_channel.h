@@ -1,12 +1,13 @@
 // The agent's end of the event channel: which client is attached, and what it says.
 // docs/event-channel.md has the messages.
 //
-// One client is there at a time. It becomes the carrier by the request "attach", which only an administrator
-// is granted. A client that does not attach within kAttachMs, that breaks the channel's rules, or that is
-// refused and does not leave, is disconnected; what a client says before it is attached is ignored.
+// One client is there at a time. It becomes the carrier by the request "attach", which only an
+// administrator is granted. A client that does not attach within kAttachMs, that breaks the
+// channel's rules, or that is refused and does not leave, is disconnected; what a client says
+// before it is attached is ignored.
 //
-// Lifetime: transport and clock outlive the object. Threads: one; interrupt() from any other, which ends the
-// present and every later wait for good.
+// Lifetime: transport and clock outlive the object. Threads: one; interrupt() from any other, which
+// ends the present and every later wait for good.
 // Errors: what the peer does wrong is a trace of source "RPC", and the peer is gone.
 //
 //   if (channel.start() && channel.attached() && channel.send(notice)) heard = channel.receive(100);

@@ -7,8 +7,8 @@
 namespace korvane {
 namespace {
 
-// An opening brace and the comma behind a record, whose last field's comma is its closing brace; quotes, colon
-// and the comma behind a field.
+// An opening brace and the comma behind a record, whose last field's comma is its closing brace;
+// quotes, colon and the comma behind a field.
 constexpr size_t kRecordFrame = 2;
 constexpr size_t kFieldFrame = 6;
 constexpr size_t kNoticeFrame = 256;

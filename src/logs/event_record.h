@@ -1,13 +1,15 @@
-// The byte core of an event line: a line cut into fields, as slices of UTF-8 text that lies elsewhere.
+// The byte core of an event line: a line cut into fields, as slices of UTF-8 text that lies
+// elsewhere.
 //
-// Quoting: double quotes pair up from the left; a comma between the two of a pair separates nothing, and
-// a last quote without a partner is an ordinary character. A field that begins and ends with a quote
-// loses both, and a doubled quote in it stands for one. Blanks are kept. n separating commas give n + 1
-// fields, empty ones included.
+// Quoting: double quotes pair up from the left; a comma between the two of a pair separates
+// nothing, and a last quote without a partner is an ordinary character. A field that begins and
+// ends with a quote loses both, and a doubled quote in it stands for one. Blanks are kept. n
+// separating commas give n + 1 fields, empty ones included.
 //
-// Lifetime: an EventRecord refers to the text it was parsed from and is valid as long as that text stays
-// where it is. Threads: no shared state. Errors: parseEvent throws AgentError 16 for a line of more than
-// kMaxFields fields. Sizes are bytes; fields are numbered from 1, as their names "v1", "v2" are.
+// Lifetime: an EventRecord refers to the text it was parsed from and is valid as long as
+// that text stays where it is. Threads: no shared state. Errors: parseEvent throws
+// AgentError 16 for a line of more than kMaxFields fields. Sizes are bytes; fields are
+// numbered from 1, as their names "v1", "v2" are.
 //
 //   EventRecord record;
 //   if (parseEvent(line, length, record) == ParseResult::accepted) use(record.field(2));
@@ -69,9 +71,9 @@ struct ParsedEvent : EventRecord {
   FieldSlice slices[kMaxFields];
 };
 
-// Parses one line without its line end. The text is changed in place where a doubled quote becomes one;
-// scan::kBlock bytes behind it can be read. A line of a wrong event type is reported (event 10135) and
-// not accepted; `out` is undefined then.
+// Parses one line without its line end. The text is changed in place where a doubled quote becomes
+// one; scan::kBlock bytes behind it can be read. A line of a wrong event type is reported (event
+// 10135) and not accepted; `out` is undefined then.
 [[nodiscard]] ParseResult parseEvent(char* line, size_t length, ParsedEvent& out);
 
 // True when both are the same event: all fields equal but the sequence number and the time.

@@ -1,6 +1,6 @@
-// The named values of a record, in their order on the wire: "v2", "v3", "v1", "v4" to "v17", then what
-// the agent adds ("a1" to "a6"), then the extra fields from "v18" on; empty values are left out.
-// visitFieldMap is the one place that knows this order; the message bytes, the pair lists and
+// The named values of a record, in their order on the wire: "v2", "v3", "v1", "v4" to "v17", then
+// what the agent adds ("a1" to "a6"), then the extra fields from "v18" on; empty values are left
+// out. visitFieldMap is the one place that knows this order; the message bytes, the pair lists and
 // FixedFormatLog are made with it.
 //
 // Lifetime: nothing here keeps a record. Threads: no shared state. All sizes are bytes.
@@ -80,8 +80,8 @@ void RecordNotes::visit(int32_t count, std::string_view lastTime, Give&& give) c
 // "v1" to "v49".
 std::string_view fieldName(size_t n);
 
-// Calls out.field(n, value) for the fields that are not empty and out.notes() where the agent's values
-// belong. A Record has field(n), counted from 1, and extraFields().
+// Calls out.field(n, value) for the fields that are not empty and out.notes() where the agent's
+// values belong. A Record has field(n), counted from 1, and extraFields().
 template <class Record, class Out>
 void visitFieldMap(const Record& record, Out& out) {
   const auto give = [&](size_t n) {

@@ -26,8 +26,8 @@ constexpr size_t kEntryBytes = 2 * kPointerNameUnits;
 constexpr size_t kStartAt = 4108;
 constexpr size_t kEndAt = 4236;
 constexpr uint32_t kMaxEntries = 2;
-// In the room of the third entry, which no count reaches: eight bytes that tell that a position follows, the position, and
-// a hash of the log's name that it belongs to.
+// In the room of the third entry, which no count reaches: eight bytes that tell that a position
+// follows, the position, and a hash of the log's name that it belongs to.
 constexpr size_t kPositionAt = kEntriesAt + kMaxEntries * kEntryBytes;
 constexpr std::string_view kPositionTag = "position";
 constexpr size_t kPositionBytes = 24;

@@ -1,10 +1,11 @@
 // A read pointer kept in a file of exactly 4,365 bytes (docs/file-formats.md has the layout).
 //
-// The file is opened when the pointer is made, rewritten in place by writePointer() and kept open; copies
-// share the open file. A missing file means the defaults; one that cannot be opened is event 10176 and the
-// defaults; one whose name count is beyond 2 counts as damaged: its offset stays, its texts are empty,
-// and the next write recreates it. Texts that do not fit their field are cut.
-// Threads: one. Errors: writePointer() throws FileError with errno and the operation "writePointer".
+// The file is opened when the pointer is made, rewritten in place by writePointer() and kept open;
+// copies share the open file. A missing file means the defaults; one that cannot be opened is event
+// 10176 and the defaults; one whose name count is beyond 2 counts as damaged: its offset stays, its
+// texts are empty, and the next write recreates it. Texts that do not fit their field are cut.
+// Threads: one. Errors: writePointer() throws FileError with errno and the operation
+// "writePointer".
 //
 //   FileLogPointer pointer("/opt/agent/IPS/hidslog1rtfilepointer");
 //   pointer.setOffset(4711);
@@ -26,7 +27,8 @@ namespace korvane {
 class KORVANE_EXPORT FileLogPointer : public LogPointer {
  public:
   explicit FileLogPointer(const STRING& pointerFilePath);
-  // With OpenMode::read the file is only looked at: it is not kept open and a failure is not an event.
+  // With OpenMode::read the file is only looked at: it is not kept open and a failure is
+  // not an event.
   FileLogPointer(const STRING& pointerFilePath, platform::OpenMode mode);
   FileLogPointer(const FileLogPointer&);
   FileLogPointer& operator=(const FileLogPointer&);

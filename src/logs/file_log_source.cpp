@@ -78,7 +78,8 @@ void FileLogSource::useFile(std::unique_ptr<platform::File> file, const STRING& 
   _markAwaited = false;
 }
 
-// 0 when nothing can be read near the offset; the file's position is behind the line that was tried.
+// 0 when nothing can be read near the offset; the file's position is behind the line that
+// was tried.
 int64_t FileLogSource::offsetThatApplies(int64_t offset) {
   // Before the file's beginning nothing is moved: a fresh file is at its beginning.
   ignoreResult(_file->seek(offset - kResumptionLookBack));

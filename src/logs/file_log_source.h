@@ -1,10 +1,10 @@
 // A log that is a text file, UTF-8 or UTF-16LE with a byte order mark.
 //
-// Opening: the file that the pointer names, or else the type's current log file as AgentConfig knows it.
-// Through the pointer's name the encoding is seen, once the first bytes are there; through the current
-// file it is taken for UTF-8, since the test for the mark is then not made at the file's beginning
-// (switchToLog is how a new log is begun).
-// A log that cannot be opened is event 10185, once until its state changes, and every read retries.
+// Opening: the file that the pointer names, or else the type's current log file as AgentConfig
+// knows it. Through the pointer's name the encoding is seen, once the first bytes are there;
+// through the current file it is taken for UTF-8, since the test for the mark is then not made at
+// the file's beginning (switchToLog is how a new log is begun). A log that cannot be opened is
+// event 10185, once until its state changes, and every read retries.
 //
 // Lifetime: owns its pointer and the open file; closing does not write the pointer. Threads: one.
 // Errors: FileError from reading ("readLineBuffered") and from writing the pointer.
@@ -40,8 +40,8 @@ class FileLogSource : public LogSource {
   void savePointer() override;
   void switchToLog(const STRING& path) override;
 
-  // The core of readRecord: the line as UTF-8 where it was read, valid until the next call. False when
-  // there is nothing. A line without an end at the end of the file is handed out as it stands;
+  // The core of readRecord: the line as UTF-8 where it was read, valid until the next call. False
+  // when there is nothing. A line without an end at the end of the file is handed out as it stands;
   // goTo(line.start) goes back before it.
   [[nodiscard]] bool readLine(SourceLine& line);
   void goTo(int64_t position);
@@ -62,8 +62,8 @@ class FileLogSource : public LogSource {
   // What the end of the open file says about what became of it.
   enum class FileState { same, grown, shrunken, replaced };
   FileState stateAtEnd();
-  // What tells the open log, read so far, from any other: for the pointer when it is finished, for the list of left logs
-  // when it is not.
+  // What tells the open log, read so far, from any other: for the pointer when it is finished, for
+  // the list of left logs when it is not.
   STRING mark();
   NextLogs::Place place();
   // True while the pointer's path still leads to the open file.

@@ -1,8 +1,9 @@
-// An event record as the agent's other rooms use it: parsed from one line, its fields as STRING. It is an
-// adapter over the byte core (event_record.h, field_map.h), which log forwarding uses directly.
+// An event record as the agent's other rooms use it: parsed from one line, its fields as
+// STRING. It is an adapter over the byte core (event_record.h, field_map.h), which log
+// forwarding uses directly.
 //
-// A record is a value used by one thread. Errors: parseLog throws AgentError 16 for a line of more than
-// 49 fields; a line of a wrong event type is reported as event 10135 and rejected.
+// A record is a value used by one thread. Errors: parseLog throws AgentError 16 for a line of more
+// than 49 fields; a line of a wrong event type is reported as event 10135 and rejected.
 //
 //   FixedFormatLog record(HIDS_RT_LOG);
 //   PropertyList values;

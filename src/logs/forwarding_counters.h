@@ -1,8 +1,8 @@
 // What forwarding has done since the agent's start: the counters of this run.
 //
-// Threads: everything may be called by any thread. What the forwarding thread counts costs it a few atomic
-// additions for each pass or batch, none for each record. A snapshot is not of one instant: while events
-// flow, its numbers may be a batch apart.
+// Threads: everything may be called by any thread. What the forwarding thread counts costs it a few
+// atomic additions for each pass or batch, none for each record. A snapshot is not of one instant:
+// while events flow, its numbers may be a batch apart.
 //
 //   {
 //     ForwardingCounters::Pass pass;  // adds what it holds to the run's counters at its end

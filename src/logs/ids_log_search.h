@@ -1,8 +1,8 @@
-// The search for the names of the IDS component's two logs. The component may come up after the agent, so
-// each name is retried repeatedly for a while; the two are looked for independently.
+// The search for the names of the IDS component's two logs. The component may come up after the
+// agent, so each name is retried repeatedly for a while; the two are looked for independently.
 //
-// The caller makes the attempts, kIntervalMs apart, until done(); so a stop ends the search with the
-// caller's wait. One thread. A name that is found goes to AgentConfig.
+// The caller makes the attempts, kIntervalMs apart, until done(); so a stop ends the search with
+// the caller's wait. One thread. A name that is found goes to AgentConfig.
 #pragma once
 
 #include <cstdint>

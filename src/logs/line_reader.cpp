@@ -56,7 +56,8 @@ int LineReader::fill() {
   return error;
 }
 
-// The position of a line feed's first byte in [from, to), which begins at a unit; kNone without one.
+// The position of a line feed's first byte in [from, to), which begins at a unit; kNone
+// without one.
 size_t LineReader::lineFeedIn(size_t from, size_t to) const {
   const char* const data = _buffer.data();
   for (size_t at = from; at < to; ++at) {

@@ -1,14 +1,15 @@
 // Cuts an open log file into lines of UTF-8 text, through one large buffer.
 //
-// A line that is longer than kLineLimit units (bytes of a UTF-8 log, code units of a UTF-16LE one; the
-// line feed counts) is cut there, and what is left of it is skipped. At the end of the file the
-// line may be unfinished: next() hands out what is there and says so; the caller takes it, or goes back
-// with seek() and reads it again when more may be there.
+// A line that is longer than kLineLimit units (bytes of a UTF-8 log, code units of a UTF-16LE one;
+// the line feed counts) is cut there, and what is left of it is skipped. At the end of the file the
+// line may be unfinished: next() hands out what is there and says so; the caller takes it, or goes
+// back with seek() and reads it again when more may be there.
 //
-// Lifetime: the File belongs to the caller and outlives the reader's use of it. The text of a line is
-// valid until the next call of next() or seek(), may be changed in place, and has scan::kBlock readable
-// bytes behind it. Threads: one at a time. Errors: next() returns the errno value of a failed read.
-// Malformed text never fails: each fault becomes U+FFFD, as in STRING. Positions are bytes in the file.
+// Lifetime: the File belongs to the caller and outlives the reader's use of it. The text of
+// a line is valid until the next call of next() or seek(), may be changed in place, and has
+// scan::kBlock readable bytes behind it. Threads: one at a time. Errors: next() returns the
+// errno value of a failed read. Malformed text never fails: each fault becomes U+FFFD, as
+// in STRING. Positions are bytes in the file.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,6 @@
-// The part of an event record that all kinds of record share: seventeen standard fields, "v1" to "v17",
-// of which "v1" is the event type, "v2" the sequence number and "v3" the time; and what folding has made
-// of it: how often the event occurred, and when it last did.
+// The part of an event record that all kinds of record share: seventeen standard fields, "v1" to
+// "v17", of which "v1" is the event type, "v2" the sequence number and "v3" the time; and what
+// folding has made of it: how often the event occurred, and when it last did.
 //
 // A record is a value used by one thread. Field texts are as they stand between the separators.
 #pragma once

@@ -1,10 +1,11 @@
 // The backlog of the forwarded logs, derived from the read pointers, the logs and the IDS
 // component's settings: from any thread or process, whether or not an agent is running.
 //
-// A log that ends with a mark naming the next log, and the logs that follow in this way, count together; so do the logs
-// that the agent knows to be next, and the one that the type is written to at present, when it is another one.
-// Bounds: at most kMaxScanned bytes are read for one log type to count its records, and at most kMaxLogs
-// logs are followed.
+// A log that ends with a mark naming the next log, and the logs that follow in this way, count
+// together; so do the logs that the agent knows to be next, and the one that the type is written to
+// at present, when it is another one.
+// Bounds: at most kMaxScanned bytes are read for one log type to count its records, and at
+// most kMaxLogs logs are followed.
 // Errors: none. What is missing or cannot be read counts as nothing. Nothing is written.
 //
 //   for (const LogBacklog& log : logBacklogs()) show(log.log, log.bytes);

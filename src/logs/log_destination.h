@@ -13,7 +13,8 @@
 
 namespace korvane {
 
-// One batch: the records, and the finished message body made of them. Refers to its writer's memory.
+// One batch: the records, and the finished message body made of them. Refers to its
+// writer's memory.
 struct LogBatch {
   const RecordQueue& records;
   const RecordNotes& notes;
@@ -42,8 +43,8 @@ class LogDestination {
   std::function<void()> _meanwhile = [] {};
 };
 
-// The destination of the run's service type: the management server for type 1, the local event channel
-// for any other, where a batch goes only while `mayForward` says so.
+// The destination of the run's service type: the management server for type 1, the local event
+// channel for any other, where a batch goes only while `mayForward` says so.
 [[nodiscard]] std::unique_ptr<LogDestination> makeLogDestination(std::function<bool()> mayForward);
 
 }  // namespace korvane

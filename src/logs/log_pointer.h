@@ -1,5 +1,5 @@
-// Where the agent stands in one log: which file, and how far it has been read. A pointer belongs to the one
-// thread that forwards its log. Names are full paths; offsets are bytes.
+// Where the agent stands in one log: which file, and how far it has been read. A pointer belongs to
+// the one thread that forwards its log. Names are full paths; offsets are bytes.
 #pragma once
 
 #include "util/string.h"

@@ -79,8 +79,8 @@ void LogProcessingThread::run() {
   eventlog::trace("UpdateThread::run", "*****LogProcessing Thread exiting*****");
 }
 
-// While the names of the IDS logs are not known, the wait is made of the search's steps. The destinations are
-// looked after in all waits.
+// While the names of the IDS logs are not known, the wait is made of the search's steps. The
+// destinations are looked after in all waits.
 void LogProcessingThread::wait(uint32_t milliseconds) {
   while (milliseconds > 0) {
     const bool searching = !_idsLogSearch.done();

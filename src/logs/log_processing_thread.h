@@ -1,11 +1,12 @@
-// The thread that forwards logs: once a second it gives its processors their turn, every second time each.
+// The thread that forwards logs: once a second it gives its processors their turn, every
+// second time each.
 //
-// Start: after the processors have been attached. Stop: any thread, any number of times; the pause between
-// cycles ends at once, a transfer in progress is ended by the shutdown token, and nothing of what was
-// read but not delivered is lost: it is read again at the next start. Lifetime: owns the processors;
-// destroy it when it is not alive. Threads: attach() and cycle() only before the start, or on the thread
-// itself; the rest by any. Errors: a processor that throws AgentError is disabled for good
-// (event 10136), except for code 13, which is skipped.
+// Start: after the processors have been attached. Stop: any thread, any number of times; the pause
+// between cycles ends at once, a transfer in progress is ended by the shutdown token, and nothing
+// of what was read but not delivered is lost: it is read again at the next start. Lifetime: owns
+// the processors; destroy it when it is not alive. Threads: attach() and cycle() only before the
+// start, or on the thread itself; the rest by any. Errors: a processor that throws AgentError is
+// disabled for good (event 10136), except for code 13, which is skipped.
 //
 //   auto* thread = new LogProcessingThread;
 //   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG));

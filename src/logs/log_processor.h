@@ -1,16 +1,18 @@
-// Forwards one log: reads records, folds runs of identical events into summaries, queues, and writes the queue
-// through a writer. A reading pass and a writing pass make one round; the log processing thread runs them.
+// Forwards one log: reads records, folds runs of identical events into summaries, queues,
+// and writes the queue through a writer. A reading pass and a writing pass make one round;
+// the log processing thread runs them.
 //
-// Folding: the first record of a run is queued at once; its repeats are counted in a summary, which is
-// queued when another event comes, when a marker record comes, or when the consolidation period
-// (minutes, monotonic clock) is over. A record that does not pass the forwarding filter is queued
-// unfolded; nothing is ever dropped. Only records of the real-time log are sent, its MEOF and MSOF
-// markers not.
-// Position: the saved one is always the line of the first event that has not been delivered, so a process
-// that is killed loses nothing and repeats at most the batch in flight and the open run.
+// Folding: the first record of a run is queued at once; its repeats are counted in a summary,
+// which is queued when another event comes, when a marker record comes, or when the
+// consolidation period (minutes, monotonic clock) is over. A record that does not pass the
+// forwarding filter is queued unfolded; nothing is ever dropped. Only records of the
+// real-time log are sent, its MEOF and MSOF markers not.
+// Position: the saved one is always the line of the first event that has not been delivered, so a
+// process that is killed loses nothing and repeats at most the batch in flight and the open run.
 //
-// Lifetime: owns reader, writer and queue. Threads: one. Stop: nothing has to be done; the queue is read
-// again from the log at the next start. Errors: AgentError and FileError from reader and pointer.
+// Lifetime: owns reader, writer and queue. Threads: one. Stop: nothing has to be done; the
+// queue is read again from the log at the next start. Errors: AgentError and FileError from
+// reader and pointer.
 #pragma once
 
 #include <cstdint>
@@ -34,21 +36,21 @@ class LogProcessor {
   explicit LogProcessor(LogType type);
   LogProcessor(LogType type, std::unique_ptr<LogDestination> destination);
   virtual ~LogProcessor();
-  // Removes a real-time log that has been sent; where that fails, it is renamed. True when the name is
-  // free then. Does nothing for logs of other types.
+  // Removes a real-time log that has been sent; where that fails, it is renamed. True when the name
+  // is free then. Does nothing for logs of other types.
   [[nodiscard]] virtual bool PostRealTimeProcessing(const STRING& file);
 
   // Reads and queues records; returns how many were read.
   int readRecords();
-  // Writes the queue; returns the number of records written, 0 when there were none, or the negative of
-  // the destination's error code; the records then stay queued.
+  // Writes the queue; returns the number of records written, 0 when there were none, or the
+  // negative of the destination's error code; the records then stay queued.
   [[nodiscard]] int writeRecords();
 
   LogType type() const { return _type; }
   bool enabled() const { return _enabled; }
   void disable() { _enabled = false; }
-  // Looks after the names of the logs to come and the destination's connection; not while a batch is being
-  // written.
+  // Looks after the names of the logs to come and the destination's connection; not while a
+  // batch is being written.
   void tend();
   // Counts a cycle; true on every second one.
   bool tick();
@@ -56,8 +58,8 @@ class LogProcessor {
   void setStopToken(StopToken& token) { _stop = &token; }
   size_t queued() const { return _queue.size(); }
 
-  // An agent of another type than 1 reads no further while the queue holds so many bytes, as they are
-  // sent: the queue is one message of its channel.
+  // An agent of another type than 1 reads no further while the queue holds so many bytes, as they
+  // are sent: the queue is one message of its channel.
   static constexpr size_t kQueueBytes = 1400000;
 
  private:

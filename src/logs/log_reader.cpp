@@ -68,7 +68,8 @@ bool LogReader::openLog() {
   if (!_source.isOpen()) return false;
   const STRING opened = currentLogName();
   if (opened != name) {
-    // Opened again by its name, so that its encoding is seen. The offset of a damaged pointer stays in force.
+    // Opened again by its name, so that its encoding is seen. The offset of a damaged
+    // pointer stays in force.
     _source.closeLog();
     if (!name.empty()) _next.leave(name, {});
     if (const auto waiting = _next.indexOf(opened))
@@ -192,7 +193,8 @@ LogReader::FinishedLog LogReader::moveOn() {
   const bool known = !_next.names().empty();
   STRING next = known ? _next.names().front() : _config->getCurrentLogFile(_type);
   if (next.empty()) next = finished.name;
-  // Until it is removed it may be named again; and where no other was named, a new log may come under its name.
+  // Until it is removed it may be named again; and where no other was named, a new log may
+  // come under its name.
   finished.watched = !named;
   if (!NextLogs::same(next, finished.name)) _next.leave(finished.name, finished.place);
   _next.save();

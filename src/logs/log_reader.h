@@ -1,21 +1,24 @@
-// Yields the records of one log, and knows when the log has come to its end and what comes after it.
+// Yields the records of one log, and knows when the log has come to its end and what comes
+// after it.
 //
-// End: a log has ended when its MEOF record was read and nothing stands behind it; the end of the file
-// alone is a pause. An unfinished line at the end of the file is read again later; after kPatience
-// passes without growth it is taken as it stands. A line that is not a record is skipped: one of a wrong
-// type is event 10135, one of too many fields event 10551.
-// What comes next: the names that the component's settings showed and those in end marks wait in NextLogs, in the order in
-// which they were seen (docs/file-formats.md); the name in a log's end mark is that of the log right behind it. Without one the
-// component's current log comes next. noteNames() looks at the settings; whoever drives the reader calls it often.
-// A log that waits has begun when its file is there and is not empty. A log that has stood still for kPatience passes
-// while a later one had begun was left without its end mark; reading goes on there, and comes back should the log grow. A
-// log that is not there is skipped after kAwaitPasses passes when a later one has begun (event
-// 10554), and read when it does appear. A log that was shortened, or whose name now leads to
-// another file, is reread from its beginning. The positions of the old log mean nothing after
-// such a move, so the caller makes it (moveOn, switchTo) when it holds nothing undelivered.
+// End: a log has ended when its MEOF record was read and nothing stands behind it; the end of the
+// file alone is a pause. An unfinished line at the end of the file is read again later; after
+// kPatience passes without growth it is taken as it stands. A line that is not a record is skipped:
+// one of a wrong type is event 10135, one of too many fields event 10551.
+// What comes next: the names that the component's settings showed and those in end marks wait
+// in NextLogs, in the order in which they were seen (docs/file-formats.md); the name in a
+// log's end mark is that of the log right behind it. Without one the component's current log
+// comes next. noteNames() looks at the settings; whoever drives the reader calls it often. A
+// log that waits has begun when its file is there and is not empty. A log that has stood
+// still for kPatience passes while a later one had begun was left without its end mark;
+// reading goes on there, and comes back should the log grow. A log that is not there is
+// skipped after kAwaitPasses passes when a later one has begun (event 10554), and read when
+// it does appear. A log that was shortened, or whose name now leads to another file, is
+// reread from its beginning. The positions of the old log mean nothing after such a move, so
+// the caller makes it (moveOn, switchTo) when it holds nothing undelivered.
 //
-// Lifetime: a record's text is valid until the next call of next(). Threads: one. Errors: FileError, as
-// FileLogSource throws it. Positions are bytes in the log.
+// Lifetime: a record's text is valid until the next call of next(). Threads: one. Errors:
+// FileError, as FileLogSource throws it. Positions are bytes in the log.
 #pragma once
 
 #include <cstdint>

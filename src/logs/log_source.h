@@ -13,9 +13,9 @@ class LogSource {
   // Opens the log where the pointer stands; nothing when it is open already.
   virtual void openLog() = 0;
   virtual void closeLog() = 0;
-  // Appends the next line, without CR and LF at its end, to `line`; opens the log when it is closed.
-  // Returns its length as read (code units of a UTF-16LE log, bytes of a UTF-8 one; the line end
-  // counts), 0 when there was nothing. FileError when reading fails.
+  // Appends the next line, without CR and LF at its end, to `line`; opens the log when it is
+  // closed. Returns its length as read (code units of a UTF-16LE log, bytes of a UTF-8 one; the
+  // line end counts), 0 when there was nothing. FileError when reading fails.
   [[nodiscard]] virtual int readRecord(STRING& line) = 0;
   // True when no log is open or the open one is at its end.
   virtual bool isEOF() = 0;

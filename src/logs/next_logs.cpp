@@ -201,7 +201,8 @@ bool NextLogs::isLeft(const STRING& name) const {
                      [&](const Left& left) { return same(left.name, name); });
 }
 
-// Where reading begins in the file that has the name now: where it ended when that is the file that was left.
+// Where reading begins in the file that has the name now: where it ended when that is the
+// file that was left.
 int64_t NextLogs::beginOf(const Left& left, const platform::FileInfo& now) const {
   const Place& place = left.place;
   std::unique_ptr<platform::File> file;

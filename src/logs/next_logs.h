@@ -1,12 +1,13 @@
-// The names of the logs that come after the one the read pointer names, in the order in which they were seen, and the
-// logs that were left before their end or that never appeared, with the place where their reading goes on. Both are kept in
-// a file beside the read pointer (docs/file-formats.md), so that a name once seen outlives the agent.
+// The names of the logs that come after the one the read pointer names, in the order in which they
+// were seen, and the logs that were left before their end or that never appeared, with the place
+// where their reading goes on. Both are kept in a file beside the read pointer
+// (docs/file-formats.md), so that a name once seen outlives the agent.
 //
-// The file is written by save(), in one step, when anything differs from what it says. One that cannot be read or is
-// damaged counts as empty (event 10552); one that cannot be written is event 10553, once until it can, and the names are kept
-// in memory and tried again at the next save().
-// Bounds: kMaxNames names wait (further ones are event 10555, once until there is room), kMaxLeft logs are kept an eye
-// on, the oldest go first.
+// The file is written by save(), in one step, when anything differs from what it says. One that
+// cannot be read or is damaged counts as empty (event 10552); one that cannot be written is event
+// 10553, once until it can, and the names are kept in memory and tried again at the next save().
+// Bounds: kMaxNames names wait (further ones are event 10555, once until there is room), kMaxLeft
+// logs are kept an eye on, the oldest go first.
 // Lifetime: the Files outlives the object. Threads: one. Errors: none is thrown.
 //
 //   NextLogs next(files, "/opt/agent/IPS/hidslog1rtnextlogs");
@@ -39,15 +40,17 @@ class NextLogs {
   // The names in a file; none when it cannot be used.
   static std::vector<STRING> namesIn(platform::Files& files, const std::string& path);
 
-  // Takes over what the file says. A move that was ended before save() shows in `current`, the pointer's
-  // log, and is finished.
+  // Takes over what the file says. A move that was ended before save() shows in `current`, the
+  // pointer's log, and is finished.
   void load(const STRING& current);
   void save();
 
-  // A name that the component's settings show while `current` is read. It is new when the settings showed another one
-  // before; a name that waits already, or that is being read while none waits, is not added.
+  // A name that the component's settings show while `current` is read. It is new when the
+  // settings showed another one before; a name that waits already, or that is being read
+  // while none waits, is not added.
   void note(const STRING& name, const STRING& current);
-  // The name of the log right behind the one being read: it comes before all others, unless it waits already.
+  // The name of the log right behind the one being read: it comes before all others, unless
+  // it waits already.
   void noteSuccessor(const STRING& name);
   // The log being read is left for a while: it comes right behind the name at `index`.
   void noteReturn(const STRING& name, size_t index);
@@ -61,8 +64,8 @@ class NextLogs {
   // Takes out the first `count` names.
   void drop(size_t count);
 
-  // What is known of a log that is left: the next unread line, and what tells the file from another one. Of one that
-  // never appeared, nothing.
+  // What is known of a log that is left: the next unread line, and what tells the file from another
+  // one. Of one that never appeared, nothing.
   struct Place {
     int64_t offset = 0;
     uint64_t size = 0;

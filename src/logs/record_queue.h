@@ -1,8 +1,9 @@
-// The records that wait to be written, in reading order: their texts and slices lie one behind another in
-// memory that is kept when the queue is emptied. A steady flow of records allocates nothing.
+// The records that wait to be written, in reading order: their texts and slices lie one
+// behind another in memory that is kept when the queue is emptied. A steady flow of records
+// allocates nothing.
 //
-// Lifetime: push() copies the record; the views that at() gives are valid until the next push, clear or
-// release. Threads: one. It throws std::bad_alloc alone.
+// Lifetime: push() copies the record; the views that at() gives are valid until the next push,
+// clear or release. Threads: one. It throws std::bad_alloc alone.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The open summary of a run of identical events. It begins as a copy of the run's first record, with
-// the count 1, while that record itself is queued; each repeat is folded into it. One thread.
+// The open summary of a run of identical events. It begins as a copy of the run's first record,
+// with the count 1, while that record itself is queued; each repeat is folded into it. One thread.
 #pragma once
 
 #include <cstdint>

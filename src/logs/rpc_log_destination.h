@@ -1,20 +1,19 @@
 // Hands batches to the event carrier of an agent without a management server, over the local event
 // channel (docs/event-channel.md).
 //
-// A batch is one notice. The carrier says that it has sent it on, then that it was acknowledged; both name the
-// notice's identifier, which no other try has. Answers that ask for patience have the batch sent again, at most
-// kFurtherAttempts times, after a pause: the one that the carrier names, else one that begins at a second (ten
-// when it has backed off itself) and doubles from try to try, also over failed calls, until a batch is
-// accepted. No pause is longer than kLongestDelayMs.
-// If a notice is not answered, or answered wrongly, the carrier is disconnected, so that no late
-// message can be taken for an answer to another notice. Until it is accepted a batch stays with the
-// caller.
+// A batch is one notice. The carrier says that it has sent it on, then that it was acknowledged;
+// both name the notice's identifier, which no other try has. Answers that ask for patience have the
+// batch sent again, at most kFurtherAttempts times, after a pause: the one that the carrier names,
+// else one that begins at a second (ten when it has backed off itself) and doubles from try to try,
+// also over failed calls, until a batch is accepted. No pause is longer than kLongestDelayMs. If a
+// notice is not answered, or answered wrongly, the carrier is disconnected, so that no late message
+// can be taken for an answer to another notice. Until it is accepted a batch stays with the caller.
 //
-// Waits: for a carrier without limit, while `mayForward` allows it; kSentSteps and kAckSteps of kStepMs. A stop
-// (shutdownToken) ends every wait at once and for good: the object hands over nothing more then.
-// Events (10610 to 10614) are reported when the error code changes.
-// Lifetime: owned by its writer; the clock outlives it. Threads: one. Errors: the codes below, or the one that
-// the carrier answered.
+// Waits: for a carrier without limit, while `mayForward` allows it; kSentSteps and kAckSteps of
+// kStepMs. A stop (shutdownToken) ends every wait at once and for good: the object hands over
+// nothing more then. Events (10610 to 10614) are reported when the error code changes.
+// Lifetime: owned by its writer; the clock outlives it. Threads: one. Errors: the codes below, or
+// the one that the carrier answered.
 #pragma once
 
 #include <cstdint>

@@ -7,8 +7,8 @@
 namespace korvane {
 
 // Removes the file, trying again after half a second; where it cannot be removed it is renamed to
-// "<file>.sent", or "<file>.sent.2" and so on. Each failure is event 10135. True when the name is free;
-// a file that is not there counts as removed. A stop cuts the pause short.
+// "<file>.sent", or "<file>.sent.2" and so on. Each failure is event 10135. True when the name is
+// free; a file that is not there counts as removed. A stop cuts the pause short.
 [[nodiscard]] bool removeSpentLog(const STRING& file, StopToken& stop);
 
 }  // namespace korvane

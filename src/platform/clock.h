@@ -1,6 +1,6 @@
-// Time. Everything that waits or measures an interval uses the monotonic clock; the wall clock is only
-// data (time stamps, file names), because an operator or a time server may set it at any moment.
-// Thread-safe.
+// Time. Everything that waits or measures an interval uses the monotonic clock; the wall
+// clock is only data (time stamps, file names), because an operator or a time server may
+// set it at any moment. Thread-safe.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Control requests to a driver's device, with their completion kept apart from their start, as
 // overlapped I/O has it.
 //
-// A request owns its buffers; they live on until the driver is done with them, also when the request
-// object is destroyed before that. Returns are Win32 error numbers.
+// A request owns its buffers; they live on until the driver is done with them, also when the
+// request object is destroyed before that. Returns are Win32 error numbers.
 // Threads: a request is used by one thread; interrupt() may be called by any other.
 //
 // Windows: CreateFile with FILE_FLAG_OVERLAPPED, DeviceIoControl, GetOverlappedResult, CancelIoEx.
@@ -41,8 +41,8 @@ class DeviceRequest {
   // Makes wait(), the present call and every later one, return `interrupted` unless the request has
   // finished. Any thread.
   virtual void interrupt() = 0;
-  // The output buffer, of the size asked for, zero beyond what the driver wrote; valid once finished. With
-  // 234 it holds the part that found room.
+  // The output buffer, of the size asked for, zero beyond what the driver wrote; valid once
+  // finished. With 234 it holds the part that found room.
   virtual std::span<const std::byte> output() const = 0;
 };
 

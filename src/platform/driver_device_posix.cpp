@@ -44,8 +44,8 @@ uint32_t connectTo(const std::string& path, Descriptor& out) {
   return kOk;
 }
 
-// One request on a connection of its own; closing the connection is what cancels it. The driver writes
-// into the socket and never into the buffers, so these need not outlive the request.
+// One request on a connection of its own; closing the connection is what cancels it. The driver
+// writes into the socket and never into the buffers, so these need not outlive the request.
 class SimulatorRequest final : public DeviceRequest {
  public:
   SimulatorRequest(std::string path, Descriptor connection, uint32_t controlCode,
@@ -120,8 +120,8 @@ class SimulatorRequest final : public DeviceRequest {
     _result = result;
   }
 
-  // Reads the answer into _result and _output. What a time-out or an interrupt leaves half read is taken
-  // up by the next call. A connection that ends before the answer is a device that has gone.
+  // Reads the answer into _result and _output. What a time-out or an interrupt leaves half read is
+  // taken up by the next call. A connection that ends before the answer is a device that has gone.
   PollResult readAnswer(const Deadline& deadline) {
     PollResult read = fill(_header.data(), _header.size(), _headerGot, deadline);
     if (read == PollResult::ready && !_gone) {

@@ -11,7 +11,8 @@
 namespace korvane::platform {
 namespace {
 
-// What the driver works on while a request is pending. It must stay where it is until the driver is done.
+// What the driver works on while a request is pending. It must stay where it is until the
+// driver is done.
 struct PendingIo {
   OVERLAPPED overlapped{};
   KernelObject done;
@@ -21,9 +22,9 @@ struct PendingIo {
   bool finished() const { return ::WaitForSingleObject(done.get(), 0) == WAIT_OBJECT_0; }
 };
 
-// Requests that were given up before the driver was done with them. Each later one frees those that have
-// finished since; a driver that never finishes keeps its buffers. Never destroyed, as the driver may still
-// write while the process ends.
+// Requests that were given up before the driver was done with them. Each later one frees those that
+// have finished since; a driver that never finishes keeps its buffers. Never destroyed, as the
+// driver may still write while the process ends.
 class AbandonedIo {
  public:
   static AbandonedIo& get() {

@@ -1,4 +1,5 @@
-// Win32's error numbers of file operations as errno values. Only for the Win32 siblings of the seam.
+// Win32's error numbers of file operations as errno values. Only for the Win32 siblings of
+// the seam.
 #pragma once
 
 namespace korvane::platform {

@@ -1,5 +1,6 @@
-// The error numbers of the seam. They are Win32's and Winsock's own numbers on every system; the POSIX
-// side maps onto them. File operations use errno values, which both systems' C libraries have.
+// The error numbers of the seam. They are Win32's and Winsock's own numbers on every
+// system; the POSIX side maps onto them. File operations use errno values, which both
+// systems' C libraries have.
 // Source of the numbers: winerror.h and winsock2.h.
 #pragma once
 

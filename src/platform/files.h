@@ -1,15 +1,15 @@
-// Files and directories. All state that the agent keeps is written through this interface, so that a
-// test can fail, record or forget any single operation.
+// Files and directories. All state that the agent keeps is written through this interface, so that
+// a test can fail, record or forget any single operation.
 //
 // Paths are UTF-8 with the system's separator; helpers to build them are in platform/paths.h.
-// Errors: every operation returns 0 or an errno value. A File is used by one thread at a time; a Files
-// may be used by any number. Text is never translated: all files are opened in binary.
+// Errors: every operation returns 0 or an errno value. A File is used by one thread at a time; a
+// Files may be used by any number. Text is never translated: all files are opened in binary.
 //
-// Windows: wide paths (with the long-path prefix where needed); files are opened sharing read, write and
-// delete, so that reading a log never disturbs its writer; replace() and remove() try again for up to
-// 200 ms while another program holds the file.
-// POSIX: replace() is rename(2); flushDirectory() makes it durable. Files are made for their owner and to be
-// read by its group (0640), directories 0750.
+// Windows: wide paths (with the long-path prefix where needed); files are opened sharing read,
+// write and delete, so that reading a log never disturbs its writer; replace() and remove() try
+// again for up to 200 ms while another program holds the file.
+// POSIX: replace() is rename(2); flushDirectory() makes it durable. Files are made for their owner
+// and to be read by its group (0640), directories 0750.
 #pragma once
 
 #include <cstddef>

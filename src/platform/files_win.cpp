@@ -146,8 +146,8 @@ bool isHeldByAnother(DWORD error) {
          error == ERROR_LOCK_VIOLATION;
 }
 
-// Calls until it succeeds, fails for another reason, or has been refused for too long. Nothing tells when
-// the other program lets go, and the time is too short to be worth an interrupt.
+// Calls until it succeeds, fails for another reason, or has been refused for too long. Nothing
+// tells when the other program lets go, and the time is too short to be worth an interrupt.
 template <class Call>
 int whileHeld(Call call) {
   for (DWORD waited = 0;; waited += kHeldStepMs) {
@@ -234,8 +234,8 @@ class WinFiles final : public Files {
     return 0;
   }
 
-  // Renames are written through, and the file system's journal keeps creations and removals in order; a
-  // directory can be flushed besides only by those who may write to it as a whole.
+  // Renames are written through, and the file system's journal keeps creations and removals in
+  // order; a directory can be flushed besides only by those who may write to it as a whole.
   int flushDirectory(const std::string& directory) override {
     const std::wstring name = widePath(directory);
     const FileHandle opened(::CreateFileW(name.c_str(), GENERIC_WRITE, kShareAll, nullptr,

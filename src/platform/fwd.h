@@ -1,4 +1,5 @@
-// The names of the seam for headers that only refer to them: whoever calls a capability includes its own header.
+// The names of the seam for headers that only refer to them: whoever calls a capability
+// includes its own header.
 #pragma once
 
 #include <cstdint>

@@ -23,7 +23,8 @@ class WinInterrupt {
   const KernelObject _event;
 };
 
-// Waits until `object` is signalled, which wins over an interrupt. `failed` leaves GetLastError set.
+// Waits until `object` is signalled, which wins over an interrupt. `failed` leaves
+// GetLastError set.
 ObjectWait waitForObject(HANDLE object, uint32_t timeoutMs, const WinInterrupt& interrupt);
 
 }  // namespace korvane::platform

@@ -26,14 +26,14 @@ bool fileExists(Files& files, const std::string& path);
 [[nodiscard]] int readWholeFile(Files& files, const std::string& path, uint64_t maxBytes,
                                 std::string& out);
 
-// Writes `path` so that a reader, or a machine that loses power at any instant, sees the old content or
-// the new one, never a part: a temporary file beside it ("<path>.new"), flushed, then put in its place,
-// then the directory flushed.
+// Writes `path` so that a reader, or a machine that loses power at any instant, sees the old
+// content or the new one, never a part: a temporary file beside it ("<path>.new"), flushed, then
+// put in its place, then the directory flushed.
 [[nodiscard]] int writeFileAtomically(Files& files, const std::string& path,
                                       std::string_view bytes);
 
-// Removes a directory with all that lies in it, or a file; no error when it is not there. Goes on after a
-// failure and gives the first one.
+// Removes a directory with all that lies in it, or a file; no error when it is not there. Goes on
+// after a failure and gives the first one.
 [[nodiscard]] int removeTree(Files& files, const std::string& path);
 // The same, except for the directory itself, which stays.
 [[nodiscard]] int emptyDirectory(Files& files, const std::string& directory);

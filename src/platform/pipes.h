@@ -1,21 +1,21 @@
-// Local byte pipes: one server, one client at a time, both on this machine. No call but wait() blocks.
-// Returns are Win32 error numbers.
+// Local byte pipes: one server, one client at a time, both on this machine. No call but wait()
+// blocks. Returns are Win32 error numbers.
 //
-// Names are what follows "\\.\pipe\", which may stand before them. One end exists on the server's side for
-// a name; a second one is refused with 231.
-// A client of another account may read and write: who may do what is decided by the peer's rights.
+// Names are what follows "\\.\pipe\", which may stand before them. One end exists on the server's
+// side for a name; a second one is refused with 231. A client of another account may read and
+// write: who may do what is decided by the peer's rights.
 // Lifetime: a pipe is closed by its destructor, what the peer has not read is lost then.
 // Threads: a pipe is used by one thread; interrupt() may be called by any other.
 //
-// Windows: CreateNamedPipe with PIPE_NOWAIT and PIPE_REJECT_REMOTE_CLIENTS, 65536 bytes each way, a DACL of
-// SYSTEM and Administrators (all) and authenticated users (read, write); one client, a further one is
-// refused with 231 until the server has recreated the pipe. A client is refused with 5 at a pipe
-// whose owner is neither SYSTEM, nor Administrators, nor the client's own account. wait() sleeps
-// for its whole time, in an alertable wait, since a pipe without overlapped calls cannot be waited
-// for.
-// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666. Further clients are let in by
-// the system, may write, and wait until the server has let those before them go; one beyond 17 is refused
-// with 231. wait() ends as soon as something has happened.
+// Windows: CreateNamedPipe with PIPE_NOWAIT and PIPE_REJECT_REMOTE_CLIENTS, 65536 bytes
+// each way, a DACL of SYSTEM and Administrators (all) and authenticated users (read,
+// write); one client, a further one is refused with 231 until the server has recreated the
+// pipe. A client is refused with 5 at a pipe whose owner is neither SYSTEM, nor
+// Administrators, nor the client's own account. wait() sleeps for its whole time, in an
+// alertable wait, since a pipe without overlapped calls cannot be waited for.
+// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666. Further clients are
+// let in by the system, may write, and wait until the server has let those before them go; one
+// beyond 17 is refused with 231. wait() ends as soon as something has happened.
 #pragma once
 
 #include <cstddef>
@@ -38,18 +38,21 @@ enum class PipeEvent {
 class Pipe {
  public:
   virtual ~Pipe() = default;
-  // How many bytes can be read. 230: no client has come yet. 109: the peer has gone and all is read.
+  // How many bytes can be read. 230: no client has come yet. 109: the peer has gone and all
+  // is read.
   [[nodiscard]] virtual uint32_t peek(size_t& available) = 0;
   // Reads at most `size` bytes; 232: none there, 109: as above.
   [[nodiscard]] virtual uint32_t read(void* buffer, size_t size, size_t& got) = 0;
-  // Writes a whole frame of at most 4096 bytes or, when there is no room, nothing: `written` is 0 then and
-  // the call has not failed. 536: no client has come yet. 232: the peer has gone.
+  // Writes a whole frame of at most 4096 bytes or, when there is no room, nothing: `written` is 0
+  // then and the call has not failed. 536: no client has come yet. 232: the peer has gone.
   [[nodiscard]] virtual uint32_t write(const void* bytes, size_t size, size_t& written) = 0;
   [[nodiscard]] virtual PipeWait wait(PipeEvent event, uint32_t timeoutMs) = 0;
-  // Whether wait() ends as soon as something has happened, so that a long one is as good as many short ones.
+  // Whether wait() ends as soon as something has happened, so that a long one is as good as
+  // many short ones.
   virtual bool wakes() const { return false; }
-  // Server's end, once bytes of the client have been read: whether the client may change what the agent
-  // does. Windows: a member of Administrators, or SYSTEM. Linux: root or the server's own user.
+  // Server's end, once bytes of the client have been read: whether the client may change what
+  // the agent does. Windows: a member of Administrators, or SYSTEM. Linux: root or the
+  // server's own user.
   virtual bool peerIsAdministrator() = 0;
   // Server's end: lets its client go and is as if recreated, for the next one; an interrupt stays.
   // After an error the end is good for nothing but its destruction. Windows: the pipe is closed and

@@ -163,8 +163,8 @@ class PosixPipeServer final : public PosixPipe {
                (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM);
     return hasConnection();
   }
-  // Without a descriptor left the listener would be ready all the time, for a client that cannot be taken:
-  // then a wait is a pause.
+  // Without a descriptor left the listener would be ready all the time, for a client that cannot be
+  // taken: then a wait is a pause.
   int waitable() override {
     if (hasConnection()) return connection();
     return _refused ? -1 : _listener.get();

@@ -65,8 +65,9 @@ bool isTrusted(PSID owner) {
          ::IsWellKnownSid(owner, WinLocalSystemSid) || isOwnAccount(owner);
 }
 
-// Who serves a pipe may act with the rights of a client whose bytes it has read: nothing is sent to a pipe
-// that somebody without rights has made. Nobody can give a pipe an owner that is not in his own token.
+// Who serves a pipe may act with the rights of a client whose bytes it has read: nothing is
+// sent to a pipe that somebody without rights has made. Nobody can give a pipe an owner
+// that is not in his own token.
 bool isServedByTrusted(HANDLE pipe) {
   PSID owner = nullptr;
   LocalMemory descriptor;

@@ -7,8 +7,8 @@
 namespace korvane::platform {
 namespace {
 
-// What a program uses that never starts an agent. Never destroyed: threads that are left behind may still use it
-// while the process ends.
+// What a program uses that never starts an agent. Never destroyed: threads that are left behind may
+// still use it while the process ends.
 Platform& defaultPlatform() {
   static NativePlatform* const native = [] {
     const std::unique_ptr<NativePlatform> bare = makeNativePlatform({});

@@ -1,9 +1,9 @@
-// The operating system as a value: all capabilities of the seam, one interface each. Each has a header of its
-// own, which its users include beside this one.
+// The operating system as a value: all capabilities of the seam, one interface each. Each has a
+// header of its own, which its users include beside this one.
 //
-// The composition root makes a native platform, puts it into the agent's run and hands it down; a test does so with
-// a fake one. The static classes and singletons of the system (DriverConfig, HttpsHandler, AgentConfig, the
-// thread classes) reach it through current().
+// The composition root makes a native platform, puts it into the agent's run and hands it down; a
+// test does so with a fake one. The static classes and singletons of the system (DriverConfig,
+// HttpsHandler, AgentConfig, the thread classes) reach it through current().
 #pragma once
 
 #include <memory>
@@ -41,12 +41,13 @@ class NativePlatform {
 };
 [[nodiscard]] std::unique_ptr<NativePlatform> makeNativePlatform(const NativeOptions& options);
 
-// A new run on a platform, which the caller keeps alive for longer than the run, or which the run owns.
+// A new run on a platform, which the caller keeps alive for longer than the run, or which
+// the run owns.
 [[nodiscard]] std::shared_ptr<AgentRun> makeRun(Platform& platform);
 [[nodiscard]] std::shared_ptr<AgentRun> makeRun(std::shared_ptr<NativePlatform> platform);
 
-// The platform of the current run. One that was given none has a native one, with the options that a host
-// would have put into the environment.
+// The platform of the current run. One that was given none has a native one, with the options that
+// a host would have put into the environment.
 Platform& current();
 
 }  // namespace korvane::platform

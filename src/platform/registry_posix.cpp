@@ -142,8 +142,8 @@ class FileRegistry final : public Registry {
     return error;
   }
 
-  // Runs `apply` on the present content, under the lock between processes, and writes the result unless
-  // it has grown past what the format takes.
+  // Runs `apply` on the present content, under the lock between processes, and writes the result
+  // unless it has grown past what the format takes.
   template <class Apply>
   uint32_t change(std::string_view key, Apply apply) {
     if (_path.empty()) return kErrorAccessDenied;

@@ -1,5 +1,5 @@
-// Dynamic libraries, loaded by full path only. Returns are Win32 error numbers; `detail` gets the loader's
-// own text. A library is unloaded when its object is destroyed. Thread-safe.
+// Dynamic libraries, loaded by full path only. Returns are Win32 error numbers; `detail` gets the
+// loader's own text. A library is unloaded when its object is destroyed. Thread-safe.
 #pragma once
 
 #include <cstdint>

@@ -23,8 +23,8 @@ class Socket {
   // Waits until there is something to read or a connection to accept. `error` is set for `failed`.
   [[nodiscard]] virtual SocketWait waitReadable(uint32_t timeoutMs, int& error) = 0;
   [[nodiscard]] virtual int accept(std::unique_ptr<Socket>& out) = 0;
-  // Connects to a dotted address within timeoutMs: 10060 when the time is up, 10004 after interrupt(),
-  // 10061 when nothing listens there.
+  // Connects to a dotted address within timeoutMs: 10060 when the time is up, 10004 after
+  // interrupt(), 10061 when nothing listens there.
   [[nodiscard]] virtual int connect(const std::string& address, uint16_t port,
                                     uint32_t timeoutMs) = 0;
   [[nodiscard]] virtual int setNonBlocking(bool on) = 0;
@@ -32,7 +32,8 @@ class Socket {
   [[nodiscard]] virtual int receive(void* buffer, size_t size, size_t& got) = 0;
   [[nodiscard]] virtual int send(const void* bytes, size_t size, size_t& sent) = 0;
   [[nodiscard]] virtual int shutdownBoth() = 0;
-  // Makes waitReadable and connect, the present call and every later one, end as interrupted. Any thread.
+  // Makes waitReadable and connect, the present call and every later one, end as
+  // interrupted. Any thread.
   virtual void interrupt() = 0;
 };
 
@@ -43,8 +44,9 @@ class Sockets {
   [[nodiscard]] virtual int startup() = 0;
   virtual void cleanup() = 0;
   [[nodiscard]] virtual int createTcp(std::unique_ptr<Socket>& out) = 0;
-  // The IPv4 addresses of a host name, dotted, in the resolver's order; a dotted address gives itself.
-  // May block for as long as the system's resolver does: call it on a thread that can be left behind.
+  // The IPv4 addresses of a host name, dotted, in the resolver's order; a dotted address
+  // gives itself. May block for as long as the system's resolver does: call it on a thread
+  // that can be left behind.
   [[nodiscard]] virtual int resolve(const std::string& host, std::vector<std::string>& out) = 0;
   // Shuts down a connected socket that another library owns, so that its blocked calls return.
   virtual void shutdownForeign(uint64_t handle) = 0;

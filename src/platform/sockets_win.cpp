@@ -36,7 +36,8 @@ bool parseDotted(const std::string& text, in_addr& out) {
   return ::InetPtonW(AF_INET, wide(text).c_str(), &out) == 1;
 }
 
-// Ties a socket's network events to an event object for a scope; the socket does not block meanwhile.
+// Ties a socket's network events to an event object for a scope; the socket does not block
+// meanwhile.
 class EventSelection {
  public:
   EventSelection(SOCKET socket, long networkEvents) : _socket(socket), _event(::WSACreateEvent()) {
@@ -157,8 +158,8 @@ class WinSocket final : public Socket {
   void interrupt() override { _interrupt.raise(); }
 
  private:
-  // Looks before it waits, since an event that came before the selection may not be recorded in it; an
-  // interrupt wins over input, as it does on the other system.
+  // Looks before it waits, since an event that came before the selection may not be recorded in it;
+  // an interrupt wins over input, as it does on the other system.
   SocketWait waitForInput(uint32_t timeoutMs, int& error) {
     error = 0;
     if (_interrupt.raised()) return SocketWait::interrupted;

@@ -1,7 +1,7 @@
-// The stack protector's value and its failures, in place of the compiler's own library for them. That one asks
-// the cryptographic service before the program's first line, which loads libraries while those beside the
-// program still come first. The value is made at every start from time, process, thread, performance counter
-// and where the system placed the program and its stack.
+// The stack protector's value and its failures, in place of the compiler's own library for them.
+// That one asks the cryptographic service before the program's first line, which loads libraries
+// while those beside the program still come first. The value is made at every start from time,
+// process, thread, performance counter and where the system placed the program and its stack.
 #include <windows.h>
 
 #include <cstdint>

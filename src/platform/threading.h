@@ -1,5 +1,6 @@
-// Threads and the objects they wait on: the primitives under src/agent/thread. Every wait of the agent
-// ends in one of these calls, so that a fake implementation can run the whole agent on simulated time.
+// Threads and the objects they wait on: the primitives under src/agent/thread. Every wait of
+// the agent ends in one of these calls, so that a fake implementation can run the whole
+// agent on simulated time.
 //
 // Lifetime: each object is owned by the unique_ptr that made it and must outlive every wait on it.
 // It may be destroyed, but not used otherwise, after the Threading that made it is gone.
@@ -22,13 +23,15 @@ namespace korvane::platform {
 // All-ones, like Win32's INFINITE: the wait has no limit.
 enum class WaitResult { signalled, timedOut, abandoned, failed };
 
-// An event. Manual-reset: once set, every wait returns at once until reset. Auto-reset: one wait takes it.
+// An event. Manual-reset: once set, every wait returns at once until reset. Auto-reset: one
+// wait takes it.
 class Event {
  public:
   virtual ~Event() = default;
   virtual bool set() = 0;
   virtual bool reset() = 0;
-  // Releases the threads that wait at this moment (one of them when auto-reset) and leaves the event unset.
+  // Releases the threads that wait at this moment (one of them when auto-reset) and leaves
+  // the event unset.
   virtual bool pulse() = 0;
   // Waits at most timeoutMs milliseconds; 0 only looks.
   virtual WaitResult wait(uint32_t timeoutMs) = 0;
@@ -81,8 +84,8 @@ class Threading {
                                                                    uint32_t maximum) = 0;
   [[nodiscard]] virtual std::unique_ptr<Mutex> createMutex() = 0;
   [[nodiscard]] virtual std::unique_ptr<ThreadLocalSlot> createThreadLocalSlot() = 0;
-  // Starts a thread that runs `body` once. stackBytes 0 means the system's default; a size below the
-  // system's minimum is raised to it. `body` must not throw.
+  // Starts a thread that runs `body` once. stackBytes 0 means the system's default; a size below
+  // the system's minimum is raised to it. `body` must not throw.
   [[nodiscard]] virtual std::unique_ptr<NativeThread> createThread(uint32_t stackBytes,
                                                                    std::function<void()> body) = 0;
   // The calling thread, whoever started it: id and priority work, join answers failed.

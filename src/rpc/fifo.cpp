@@ -158,7 +158,8 @@ bool Fifo::waitForData(int timeoutMs) {
   }
 }
 
-// Takes what has come of `count` bytes. Left in the pipe, a part of them would end every wait for more.
+// Takes what has come of `count` bytes. Left in the pipe, a part of them would end every
+// wait for more.
 uint32_t Fifo::gather(size_t count) {
   size_t ready = 0;
   if (!_pipe) return kErrorInvalidHandle;

@@ -1,21 +1,21 @@
 // The byte transport of the local channel: whole messages over one named pipe, as a run of frames.
 //
-// Every frame is exactly 4096 bytes. The first one of a message begins with DE AD BE EF and the message's
-// length (32-bit little-endian) and holds its first 4088 bytes; each further one holds 4096 bytes; the last
-// one is filled up with zeros. docs/rpc.md has the table.
+// Every frame is exactly 4096 bytes. The first one of a message begins with DE AD BE EF and the
+// message's length (32-bit little-endian) and holds its first 4088 bytes; each further one holds
+// 4096 bytes; the last one is filled up with zeros. docs/rpc.md has the table.
 //
-// Lifetime: `pipes` and `clock` must outlive the object. The destructor closes the pipe. The server's end
-// recreates its pipe when the client has gone; a client's end stays closed until it is opened
-// again.
+// Lifetime: `pipes` and `clock` must outlive the object. The destructor closes the pipe. The
+// server's end recreates its pipe when the client has gone; a client's end stays closed
+// until it is opened again.
 // Threads: one at a time; interrupt() from any other.
-// Errors: false, or 138 (time-out) and 32 (pipe failure) at the level of bytes; traces of source "RPC" name
-// the system's number.
-// Units: milliseconds. Waits go in steps of 100 ms. A step ends early when the pipe tells that something
-// has come (Linux), and one for data may be a second there; what is there already is never waited for.
-// Frames that begin no message are skipped, in one call for as long as it may wait for data, but a
-// second at least; the next call goes on with them.
-// Bounds: a message above Limits::messageBytes is neither sent nor received, and none takes longer than
-// Limits::messageMs from its first frame to its last, however slow the peer is.
+// Errors: false, or 138 (time-out) and 32 (pipe failure) at the level of bytes; traces of source
+// "RPC" name the system's number.
+// Units: milliseconds. Waits go in steps of 100 ms. A step ends early when the pipe tells that
+// something has come (Linux), and one for data may be a second there; what is there already is
+// never waited for. Frames that begin no message are skipped, in one call for as long as it may
+// wait for data, but a second at least; the next call goes on with them.
+// Bounds: a message above Limits::messageBytes is neither sent nor received, and none takes longer
+// than Limits::messageMs from its first frame to its last, however slow the peer is.
 //
 //   Fifo server(pipes, clock, "korvane-agent");
 //   server.create();

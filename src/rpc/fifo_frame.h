@@ -1,4 +1,5 @@
-// The first eight bytes of a message's first frame: DE AD BE EF and the length, 32-bit little-endian.
+// The first eight bytes of a message's first frame: DE AD BE EF and the length, 32-bit
+// little-endian.
 #pragma once
 
 #include <algorithm>

@@ -52,7 +52,8 @@ class Unescaper {
     return true;
   }
 
-  // Whether it is UTF-8 is judged by the lead byte and the bits of those that follow, as the parser does.
+  // Whether it is UTF-8 is judged by the lead byte and the bits of those that follow, as
+  // the parser does.
   bool sequence(unsigned char lead) {
     const size_t trailing = lead < 0xC0   ? 0
                             : lead < 0xE0 ? 1

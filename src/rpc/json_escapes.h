@@ -1,5 +1,5 @@
-// A text between the quotes of JSON, letter for letter as Boost's writer makes it and its parser takes it:
-// for texts so long that the copies of those two count. Pure functions.
+// A text between the quotes of JSON, letter for letter as Boost's writer makes it and its parser
+// takes it: for texts so long that the copies of those two count. Pure functions.
 #pragma once
 
 #include <cstddef>

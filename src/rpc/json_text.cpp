@@ -72,7 +72,8 @@ bool parseBounded(std::string_view text, JsonTree& out) {
   }
 }
 
-// What stands for a long text in what Boost sees. Nobody can guess it, so no other text is taken for it.
+// What stands for a long text in what Boost sees. Nobody can guess it, so no other text is
+// taken for it.
 const std::string& placeholder() {
   static const std::string text = [] {
     std::random_device random;

@@ -104,7 +104,8 @@ bool RPCClient::exchange(const std::string& request, int64_t deadline, RPCRespon
   return false;
 }
 
-// An answer of another call is passed over. What could not be read as a request has an answer without id.
+// An answer of another call is passed over. What could not be read as a request has an
+// answer without id.
 bool RPCClient::isAnswer(std::string&& text, RPCResponse& out) const {
   JsonTree tree;
   if (!parseJson(std::move(text), tree)) return false;

@@ -1,8 +1,8 @@
 // A client of one of the agent's pipes: calls a method and gives its answer.
 //
-// The pipe is opened when it is needed and stays open between calls; the server closes it after 10 seconds
-// of silence, and serves one client at a time: close() lets the next one in.
-// Within the time of a call the client retries when
+// The pipe is opened when it is needed and stays open between calls; the server closes it after 10
+// seconds of silence, and serves one client at a time: close() lets the next one in. Within the
+// time of a call the client retries when
 //   - the server has another client (231),
 //   - the pipe is closed before the answer came (109): it was disconnected, or waited behind another,
 //   - nobody serves the name (2), for kRemakeMs at most: the server is recreating its pipe.
@@ -24,7 +24,8 @@
 
 namespace korvane {
 
-// The server's answer was an error: "setSettings failed: -32602 Invalid params (agent.http.url: ...)".
+// The server's answer was an error: "setSettings failed: -32602 Invalid params
+// (agent.http.url: ...)".
 class RPCCallError : public std::runtime_error {
  public:
   RPCCallError(const std::string& method, int code, std::string text, std::string detail);
@@ -40,8 +41,8 @@ class RPCCallError : public std::runtime_error {
   std::string _detail;
 };
 
-// There was no answer; what() says what was tried. code(): the number of the system (2, 5, 109, 231 ...) or
-// RPCClient::kTimeout.
+// There was no answer; what() says what was tried. code(): the number of the system (2, 5,
+// 109, 231 ...) or RPCClient::kTimeout.
 class RPCUnreachable : public std::runtime_error {
  public:
   RPCUnreachable(uint32_t code, const std::string& what) : std::runtime_error(what), _code(code) {}
@@ -61,8 +62,8 @@ class RPCClient {
   RPCResponse call(const std::string& method, const JsonTree& params, int timeoutMs);
   // Leaves `params` empty: large ones are sent without a copy.
   RPCResponse call(const std::string& method, JsonTree&& params, int timeoutMs);
-  // For an answer in pieces: the application data of all of them, asked for with "piece" from 0 on and the
-  // "snapshot" that the first answer names. timeoutMs is for each.
+  // For an answer in pieces: the application data of all of them, asked for with "piece" from 0 on
+  // and the "snapshot" that the first answer names. timeoutMs is for each.
   std::string callAll(const std::string& method, const JsonTree& params, int timeoutMs);
   void close() { _fifo.close(); }
 

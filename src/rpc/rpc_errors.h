@@ -22,8 +22,8 @@ inline constexpr int kRpcTimeout = -1;
 
 const char* rpcErrorText(int code);
 
-// Thrown by a method that fails; what() is the code's text. `detail` tells the caller more: which parameter,
-// which file.
+// Thrown by a method that fails; what() is the code's text. `detail` tells the caller more:
+// which parameter, which file.
 class RPCError : public std::runtime_error {
  public:
   explicit RPCError(int code, std::string detail = {})

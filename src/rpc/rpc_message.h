@@ -1,6 +1,6 @@
-// One call over the local channel: what is asked and what is answered. docs/rpc.md shows both on the wire.
-// Values; each is used by one thread at a time. Their trees can be swapped, not moved: whoever hands on a
-// large one without a copy uses the operations that take or leave it.
+// One call over the local channel: what is asked and what is answered. docs/rpc.md shows both on
+// the wire. Values; each is used by one thread at a time. Their trees can be swapped, not moved:
+// whoever hands on a large one without a copy uses the operations that take or leave it.
 #pragma once
 
 #include <cstdint>
@@ -14,9 +14,10 @@ namespace korvane {
 
 class RPCRequest {
  public:
-  // Takes over what a JSON object says; members with other names are ignored. Throws RPCParseError
-  // ("invalid JSON-RPC property tree.", "request id must be non-negative integer.") and, for an "id" that is
-  // no integer, the property tree's own error. After an error the request is as it was.
+  // Takes over what a JSON object says; members with other names are ignored. Throws
+  // RPCParseError ("invalid JSON-RPC property tree.", "request id must be non-negative
+  // integer.") and, for an "id" that is no integer, the property tree's own error. After an
+  // error the request is as it was.
   void SetPtree(const JsonTree& tree);
   void SetPtree(JsonTree&& tree);  // large parameters are taken over without a copy
   JsonTree takePtree();            // leaves no parameters
@@ -30,8 +31,8 @@ class RPCResponse {
  public:
   JsonTree ptree() const;
   JsonTree takePtree();  // leaves neither result nor application data
-  // What a client makes of an answer; throws RPCParseError, or the property tree's error for a number that
-  // is none.
+  // What a client makes of an answer; throws RPCParseError, or the property tree's error
+  // for a number that is none.
   void SetPtree(const JsonTree& tree);
   void SetPtree(JsonTree&& tree);
 

@@ -32,9 +32,9 @@ class RPCMessageQueue {
 
   // True with the next request; false when none came in about that time.
   [[nodiscard]] bool receive(RPCRequest& out, int waitMs);
-  // Takes over what the response holds. False when the peer did not take it; it has been let go then.
-  // Throws for an answer that cannot be written as JSON or is longer than a message may be; nothing has been
-  // sent then.
+  // Takes over what the response holds. False when the peer did not take it; it has been
+  // let go then. Throws for an answer that cannot be written as JSON or is longer than a
+  // message may be; nothing has been sent then.
   [[nodiscard]] bool answer(RPCResponse&& response);
 
  private:

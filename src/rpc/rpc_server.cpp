@@ -43,8 +43,8 @@ bool RPCServer::cycle() {
   return true;
 }
 
-// An answer that is not JSON, or longer than a message may be, is the method's fault. What the request brought
-// is let go before the answer is written: a large one is not in memory twice.
+// An answer that is not JSON, or longer than a message may be, is the method's fault. What the
+// request brought is let go before the answer is written: a large one is not in memory twice.
 void RPCServer::answer(RPCRequest& request) {
   RPCResponse response;
   response.id = request.id;

@@ -1,13 +1,14 @@
 // The server of the local channel: named methods, called by one client after another.
 //
 // Lifetime: transport and clock outlive the object. Methods are added before run().
-// Start and stop: run() serves until its token asks for the stop, which ends every wait of the transport at
-//   once; a method that runs then is waited for. A transport that has been stopped stays so: the next run
-//   needs a new one.
+// Start and stop: run() serves until its token asks for the stop, which ends every wait of the
+//   transport at once; a method that runs then is waited for. A transport that has been stopped
+//   stays so: the next run needs a new one.
 // Threads: run() by one thread. Methods run on it.
-// Errors: a method throws RPCError for a failure with a code; RPCError(kRpcInvalidParams) also stands for
-//   what the property tree throws about a parameter. Anything else is "Internal error", and the server goes
-//   on. A transport that cannot be made is event 10600 once, and is retried every five seconds.
+// Errors: a method throws RPCError for a failure with a code; RPCError(kRpcInvalidParams)
+//   also stands for what the property tree throws about a parameter. Anything else is
+//   "Internal error", and the server goes on. A transport that cannot be made is event
+//   10600 once, and is retried every five seconds.
 //
 //   RPCServer server(transport, clock);
 //   server.add("version", RPCServer::Access::everyone,
@@ -27,8 +28,8 @@ namespace korvane {
 
 class RPCServer {
  public:
-  // Who may call: everyone on this machine, or those who may administer it. What changes something is for
-  // administrators.
+  // Who may call: everyone on this machine, or those who may administer it. What changes
+  // something is for administrators.
   enum class Access { everyone, administrators };
   // Fills in the answer; its id is filled in already.
   using Method = std::function<void(const RPCRequest&, RPCResponse&)>;
@@ -40,11 +41,12 @@ class RPCServer {
       : _transport(transport), _queue(transport, clock) {}
 
   void add(const std::string& name, Access access, Method method);
-  // Called by run() about once a second when nobody asks, and after each request: to let go of what was kept
-  // for a client. Must be quick.
+  // Called by run() about once a second when nobody asks, and after each request: to let go of what
+  // was kept for a client. Must be quick.
   void addUpkeep(std::function<void()> upkeep) { _upkeep.push_back(std::move(upkeep)); }
   void run(StopToken& stop);
-  // One turn of run(): waits up to kCycleMs for a request and answers it. False: there is no transport.
+  // One turn of run(): waits up to kCycleMs for a request and answers it. False: there is
+  // no transport.
   bool cycle();
 
  private:

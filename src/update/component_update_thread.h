@@ -6,8 +6,8 @@
 // used is reported in the agent's own log and forgotten. When only the disk refuses, the flag stays
 // and another attempt follows a minute later; the log says so once.
 //
-// Start, stop and destruction as for every Thread; a stop ends an unpacking that is going on, and the next start
-// does it again. cycle() is for tests, instead of start().
+// Start, stop and destruction as for every Thread; a stop ends an unpacking that is going on, and
+// the next start does it again. cycle() is for tests, instead of start().
 #pragma once
 
 #include <array>

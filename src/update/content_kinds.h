@@ -1,9 +1,9 @@
-// The four kinds of content package: how each is asked for, where it is unpacked, and the settings that
-// say what is to be done with it.
+// The four kinds of content package: how each is asked for, where it is unpacked, and the settings
+// that say what is to be done with it.
 //
-// Constant data; the two directories depend on the settings and the install root of the moment. The lock
-// is process-wide: whoever changes a kind's directory or its update-now flag holds it, so that a package is
-// never taken over while the next one is being put in its place.
+// Constant data; the two directories depend on the settings and the install root of the moment. The
+// lock is process-wide: whoever changes a kind's directory or its update-now flag holds it, so that
+// a package is never taken over while the next one is being put in its place.
 #pragma once
 
 #include <span>

@@ -1,7 +1,8 @@
-// A content package as it lies in its kind's directory: the archive, the files unpacked from it, and what it
-// says about itself in "package.properties".
+// A content package as it lies in its kind's directory: the archive, the files unpacked from it,
+// and what it says about itself in "package.properties".
 //
-// Lifetime: a value; it keeps the archive's bytes. Threads: used by one at a time, under contentLock().
+// Lifetime: a value; it keeps the archive's bytes. Threads: used by one at a time, under
+// contentLock().
 // Errors: read() returns failed for what a retry may fix (a disk error) and refused for a package
 // that is incomplete or not what it claims to be.
 #pragma once
@@ -20,9 +21,9 @@ class ContentPackage {
  public:
   enum class Outcome { done, refused, failed };
 
-  // Reads the archive in the kind's directory and holds every unpacked file against it. Where the package has a
-  // "package.properties", the product named there is the kind's, and when it states SHA-256 digests, every file
-  // has one and matches it.
+  // Reads the archive in the kind's directory and holds every unpacked file against it. Where the
+  // package has a "package.properties", the product named there is the kind's, and when it states
+  // SHA-256 digests, every file has one and matches it.
   [[nodiscard]] Outcome read(const ContentKind& kind, archive::Refusal& refusal);
 
   archive::ZipArchive archive() const { return {kContentArchive, _bytes}; }

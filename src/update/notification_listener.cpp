@@ -157,8 +157,8 @@ std::optional<uint8_t> NotificationListener::readByte(platform::Socket& client, 
   }
 }
 
-// Up to a second; false when a stop ended it. A broken connection is ready at once, so that its pause is one
-// of the thread.
+// Up to a second; false when a stop ended it. A broken connection is ready at once, so that
+// its pause is one of the thread.
 bool NotificationListener::pause(platform::Socket& client, bool untilReadable) {
   int error = 0;
   const auto waited =

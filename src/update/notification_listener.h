@@ -1,10 +1,11 @@
 // Listens on the notification port, where a server sends one byte to ask for an update at once.
 //
-// Lifetime: part of its thread; closed by its destructor. Threads: its owner's alone. A stop, of that thread
-// or of the agent, ends every wait at once and for good.
-// Waiting: poll() spends the idle second of a cycle in its wait for a connection. A client that connects and
-// says nothing is waited for as long as the countdown to the next status lasts, at most 30 seconds and at
-// least one wait of up to a second; the countdown goes down by the seconds begun, never below 0.
+// Lifetime: part of its thread; closed by its destructor. Threads: its owner's alone. A stop, of
+// that thread or of the agent, ends every wait at once and for good.
+// Waiting: poll() spends the idle second of a cycle in its wait for a connection. A client
+// that connects and says nothing is waited for as long as the countdown to the next status
+// lasts, at most 30 seconds and at least one wait of up to a second; the countdown goes
+// down by the seconds begun, never below 0.
 // Errors: a port that cannot be listened on is event 10228, 10229 or 10230, once; it is retried
 // when the port's setting changes, or after notifications were switched off and on.
 //

@@ -28,11 +28,12 @@ struct PendingUpdates {
   // Those of them that wait; their flags are cleared.
   [[nodiscard]] int take(int kinds);
 
-  // Sets every flag from the properties, a missing one to false. A request for application data without
-  // an identifier is none.
+  // Sets every flag from the properties, a missing one to false. A request for application data
+  // without an identifier is none.
   void takePollingProperties(const PropertyList& properties);
-  // Sets a flag for each bit of a notification, the update kinds 1 to 16; the others stay as they are. Bit
-  // 32 says nothing. False, and nothing set, for a byte that is none: one of the two top bits is set.
+  // Sets a flag for each bit of a notification, the update kinds 1 to 16; the others stay
+  // as they are. Bit 32 says nothing. False, and nothing set, for a byte that is none: one
+  // of the two top bits is set.
   [[nodiscard]] bool takeNotification(uint8_t byte);
 };
 

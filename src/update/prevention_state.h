@@ -1,5 +1,5 @@
-// Whether prevention is in force, as the code and text that the agent reports to its server. The codes are
-// sums of flags that the server knows.
+// Whether prevention is in force, as the code and text that the agent reports to its server. The
+// codes are sums of flags that the server knows.
 #pragma once
 
 #include "util/string.h"
@@ -28,7 +28,8 @@ inline constexpr char kPreventionDisabledText[] = "Prevention Disabled";
 // Added to the code once the IDS component's log names have been looked at.
 inline constexpr int kIdsLogSearchRead = 0x2000;
 
-// Tries what a driver in force refuses: making a key of the test's own. True when the key could be made.
+// Tries what a driver in force refuses: making a key of the test's own. True when the key
+// could be made.
 [[nodiscard]] bool preventionTestKeyCanBeMade();
 
 }  // namespace korvane

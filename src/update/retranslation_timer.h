@@ -1,5 +1,5 @@
-// The utility thread's countdown to the next automatic retranslation, in seconds. While it is off it keeps
-// what is left and answers -1.
+// The utility thread's countdown to the next automatic retranslation, in seconds. While it is off
+// it keeps what is left and answers -1.
 //
 // One object per run, made by the utility thread's start. Threads: any.
 #pragma once

@@ -7,7 +7,8 @@
 
 namespace korvane {
 
-// A countdown that is loaded with its interval when it is below 1 and counts down otherwise; -1 while off.
+// A countdown that is loaded with its interval when it is below 1 and counts down
+// otherwise; -1 while off.
 inline int32_t steppedCountdown(int32_t countdown, bool enabled, uint32_t interval) {
   if (!enabled) return -1;
   if (countdown < 1) return interval > INT32_MAX ? INT32_MAX : static_cast<int32_t>(interval);
@@ -30,22 +31,23 @@ struct RetryGroup {
   }
   bool due() const { return pending && countdown <= 0; }
 
-  // The server said to come back later. After the tenth time in a row nothing is repeated until it is asked
-  // for afresh; the count stays, so that a refusal of that request arms the group again, and then for as long as
-  // the server refuses.
+  // The server said to come back later. After the tenth time in a row nothing is repeated until it
+  // is asked for afresh; the count stays, so that a refusal of that request arms the group again,
+  // and then for as long as the server refuses.
   void refuse(int refusedKinds) {
     pending = ++count != kMaxRetry;
     kinds = pending ? refusedKinds : 0;
     if (!pending) countdown = kInterval;
   }
-  // The same for what is given up for good then: with ten refusals in a row behind it, a request that is made
-  // afresh is not repeated.
+  // The same for what is given up for good then: with ten refusals in a row behind it, a request
+  // that is made afresh is not repeated.
   void refuseWithinLimit(int refusedKinds) {
     pending = ++count < kMaxRetry;
     kinds = pending ? refusedKinds : 0;
     if (!pending) countdown = kInterval;
   }
-  // The server refused it for another reason: it is not asked for again, and the refusals before still count.
+  // The server refused it for another reason: it is not asked for again, and the refusals
+  // before still count.
   void giveUp() {
     const int refusals = count;
     clear();
@@ -55,7 +57,8 @@ struct RetryGroup {
   void clear() { *this = RetryGroup(); }
 };
 
-// When a status that failed is sent again although no poll comes: after 2, 4, 8 ... cycles, and every 300.
+// When a status that failed is sent again although no poll comes: after 2, 4, 8 ... cycles,
+// and every 300.
 struct StatusRepeat {
   static constexpr int32_t kFirstPause = 2;
   static constexpr int32_t kLongestPause = 300;

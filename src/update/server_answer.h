@@ -1,5 +1,5 @@
-// The meaning of the server's result code in the answer to a completed exchange: to a status, or to a request for
-// updates (update_exchange.h).
+// The meaning of the server's result code in the answer to a completed exchange: to a status, or to
+// a request for updates (update_exchange.h).
 //
 // Used by the update thread alone.
 //
@@ -25,8 +25,9 @@ struct ServerAnswer {
   bool refused() const { return !accepted() && !comeBackLater(); }
 };
 
-// Reads the handler's last answer. Accepted: event 10219 with the current server. Unknown agent: the
-// identifier that the request was made with is forgotten, so that the agent registers again, and event
+// Reads the handler's last answer. Accepted: event 10219 with the current server. Unknown
+// agent: the identifier that the request was made with is forgotten, so that the agent
+// registers again, and event
 // 10217. Refused for another reason: the event `refusalEvent` with the server's text.
 [[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent);
 

@@ -6,8 +6,9 @@
 // with the bytes of a kind is up to the caller.
 //
 // Lifetime: refers to the caller's flags and retry group. Threads: the update thread alone.
-// Errors: a failed exchange clears the retry group, and what was to be fetched is dropped until the
-// server announces it again; server_answer.h has the refusals. What `process` throws passes through.
+// Errors: a failed exchange clears the retry group, and what was to be fetched is dropped
+// until the server announces it again; server_answer.h has the refusals. What `process`
+// throws passes through.
 //
 //   UpdateExchange software(softwareUpdates(), _pending, _retry);
 //   software.run([](HttpsHandler& handler, int kind) { ... });   // once a cycle

@@ -25,14 +25,16 @@ inline constexpr int kPolicyFailure = 66;      // the policy cannot be translate
 inline constexpr int kNoIdsComponent = 1003;   // there is none on this machine
 inline constexpr int kSettingsRefused = 1004;  // in force except for the settings that are named
 
-// Tells the server, which may answer that it does not know the agent (report_answer.h). Nothing repeats it.
+// Tells the server, which may answer that it does not know the agent (report_answer.h).
+// Nothing repeats it.
 void reportUpdateResult(int kind, const UpdateResult& result, const PropertyList& pairs = {});
 
 // Names what of a configuration was refused; a result that is bad already keeps its code.
 void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused);
 
-// The result of the component's last apply operation. prefix: "IDS.Policy" or "IDS.Config". Throws AgentError
-// 51, with the given context, when the code or the message is missing, and 39 for an empty code.
+// The result of the component's last apply operation. prefix: "IDS.Policy" or "IDS.Config".
+// Throws AgentError 51, with the given context, when the code or the message is missing,
+// and 39 for an empty code.
 UpdateResult readIdsResult(HidsInterface& ids, const STRING& prefix, const STRING& context);
 
 }  // namespace korvane

@@ -9,7 +9,8 @@ namespace {
 
 constexpr std::string_view kMark = "\xff\xfe";
 
-// A line's name has an ASCII character first, so a zero behind the first byte tells UTF-16 without a mark.
+// A line's name has an ASCII character first, so a zero behind the first byte tells UTF-16
+// without a mark.
 bool isWide(std::string_view bytes) {
   return bytes.starts_with(kMark) || (bytes.size() > 1 && bytes[1] == '\0');
 }

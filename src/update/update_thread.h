@@ -2,23 +2,26 @@
 // exchanges are due and makes them, each on a handler of its own.
 //
 // In a cycle, in this order: a check of the notification port; whether this machine changed since
-// the policy was translated; with the countdown at 0 the prevention test and a status; configuration and
-// policy; unless the last exchange failed, detection policy, detection configuration and software; content
-// packages; a request for application data; a changed policy state; policies to be retranslated.
+// the policy was translated; with the countdown at 0 the prevention test and a status;
+// configuration and policy; unless the last exchange failed, detection policy, detection
+// configuration and software; content packages; a request for application data; a changed policy
+// state; policies to be retranslated.
 //
-// All updates are fetched in one way (update_exchange.h), and deferred requests wait in a RetryGroup. A failed
-// exchange drops what was to be fetched; the next status or notification brings it back.
+// All updates are fetched in one way (update_exchange.h), and deferred requests wait in a
+// RetryGroup. A failed exchange drops what was to be fetched; the next status or
+// notification brings it back.
 //
-// The first status decides whether event forwarding begins. With polling disabled nothing would send it
-// again after a failure, so it is then repeated with a growing pause until the server has answered it, whatever
-// it answered. One that a server answers with "unknown agent" is sent again, after such a pause, under the
-// identity of the registration that follows.
+// The first status decides whether event forwarding begins. With polling disabled nothing would
+// send it again after a failure, so it is then repeated with a growing pause until the server has
+// answered it, whatever it answered. One that a server answers with "unknown agent" is sent again,
+// after such a pause, under the identity of the registration that follows.
 //
-// Start: as every Thread. Stop: stop() clears the running flag and ends the pause; an exchange in progress
-//   is ended by the shutdown token. Nothing is drained: the next start polls at once.
-// Threads: all state belongs to this thread but the running flag. cycle() is for tests, instead of start().
-// Errors: a result of the IDS component without code or message is AgentError 51 and ends the thread, with
-//   event 10580.
+// Start: as every Thread. Stop: stop() clears the running flag and ends the pause; an exchange in
+//   progress is ended by the shutdown token. Nothing is drained: the next start polls at once.
+// Threads: all state belongs to this thread but the running flag. cycle() is for tests,
+// instead of start().
+// Errors: a result of the IDS component without code or message is AgentError 51 and ends
+//   the thread, with event 10580.
 // Units: all countdowns count cycles, of about a second each.
 #pragma once
 

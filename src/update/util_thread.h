@@ -2,16 +2,17 @@
 // has the policy retranslated when its timer has run out or somebody asked for it, and repeats the
 // prevention self-test. It reports nothing.
 //
-// Unlike the update thread it does not ask whether this machine has changed, nor whether prevention is on:
-// timer and request alone decide.
+// Unlike the update thread it does not ask whether this machine has changed, nor whether prevention
+// is on: timer and request alone decide.
 //
-// The policy's work is done in turns with the cloud command channel (policy_turn.h); the items of a policy that came
-// over the channel are read in the second after.
+// The policy's work is done in turns with the cloud command channel (policy_turn.h); the items of a
+// policy that came over the channel are read in the second after.
 //
-// Start: as every Thread; the policy's history, its items and the timer are made ready then. Stop: stop()
-//   clears the running flag and ends the pause; a translation in progress is ended by the shutdown token.
-// Threads: all state belongs to this thread but the running flag and the timer. cycle() is for tests,
-//   instead of start().
+// Start: as every Thread; the policy's history, its items and the timer are made ready
+//   then. Stop: stop() clears the running flag and ends the pause; a translation in
+//   progress is ended by the shutdown token.
+// Threads: all state belongs to this thread but the running flag and the timer. cycle() is
+//   for tests, instead of start().
 #pragma once
 
 #include <atomic>

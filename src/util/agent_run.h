@@ -1,17 +1,17 @@
 // One run of an agent, as the static classes and singletons of the system find it.
 //
-// What those share (the settings, the connection to the server, the stop token, counters) lies in parts of
-// a run, never in variables of the process: so several agents live in one process, a start finds
-// nothing of an earlier one, and its end takes everything along. A part is made when it is first
-// asked for; parts go in the reverse order, when the last owner of the run lets it go.
+// What those share (the settings, the connection to the server, the stop token, counters) lies in
+// parts of a run, never in variables of the process: so several agents live in one process, a start
+// finds nothing of an earlier one, and its end takes everything along. A part is made when it is
+// first asked for; parts go in the reverse order, when the last owner of the run lets it go.
 //
-// Which run: the one that the calling thread has entered (AgentRunScope); a Thread enters the run that it was made
-// in and owns a share of it, so that one that is left behind keeps what it may still reach. A thread that has entered
-// none, such as one of the host's, finds the process's run: the agent's that startAgent runs,
-// or else one that is never destroyed.
+// Which run: the one that the calling thread has entered (AgentRunScope); a Thread enters the run
+// that it was made in and owns a share of it, so that one that is left behind keeps what it may
+// still reach. A thread that has entered none, such as one of the host's, finds the process's run:
+// the agent's that startAgent runs, or else one that is never destroyed.
 //
-// Only the classes and functions that keep a part here ask for the current run, and the composition root, which
-// makes it. Everything else is handed what it uses.
+// Only the classes and functions that keep a part here ask for the current run, and the composition
+// root, which makes it. Everything else is handed what it uses.
 //
 // Threads: any, at any time. A part's constructor may ask for other parts, not for itself; it must
 // not wait.
@@ -74,7 +74,8 @@ class AgentRun : public std::enable_shared_from_this<AgentRun> {
   T* existing(RunPart which) {
     return static_cast<T*>(slot(which).load(std::memory_order_acquire));
   }
-  // Puts a part in its place, before anybody asks for it or instead of another, which stays until the end.
+  // Puts a part in its place, before anybody asks for it or instead of another, which stays
+  // until the end.
   template <class T>
   void put(RunPart which, std::shared_ptr<T> part) {
     place(which, std::move(part));
@@ -112,8 +113,8 @@ class AgentRunScope {
   AgentRun* const _former;
 };
 
-// Makes a run the process's for a scope. One at a time; nested ones go in the reverse order. No thread that
-// has entered no run may be at work in it when the scope ends.
+// Makes a run the process's for a scope. One at a time; nested ones go in the reverse order. No
+// thread that has entered no run may be at work in it when the scope ends.
 class ProcessRunScope {
  public:
   explicit ProcessRunScope(std::shared_ptr<AgentRun> run);

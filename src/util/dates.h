@@ -16,8 +16,8 @@ std::string formatTimestamp(int64_t wallMs);
 std::string formatIso8601(int64_t wallMs);
 
 // Expands %M, %S and %T in a file-name pattern so that a new name results each time: %M becomes the
-// date and minute ("202611211015"), %S the second and millisecond ("30123"), %T a number that grows with
-// every expansion of the process. Any other character stays as it is.
+// date and minute ("202611211015"), %S the second and millisecond ("30123"), %T a number that grows
+// with every expansion of the process. Any other character stays as it is.
 STRING expandDatePattern(const STRING& pattern, int64_t wallMs);
 
 }  // namespace korvane

@@ -1,6 +1,6 @@
-// The two exception classes of the agent. They are thrown inside threads and file helpers and caught
-// at each thread's body; none leaves startAgent or stopAgent. Operations of the exported classes may throw
-// them to a program that calls those (FileLogPointer::writePointer).
+// The two exception classes of the agent. They are thrown inside threads and file helpers and
+// caught at each thread's body; none leaves startAgent or stopAgent. Operations of the exported
+// classes may throw them to a program that calls those (FileLogPointer::writePointer).
 #pragma once
 
 #include <exception>
@@ -29,8 +29,9 @@ class KORVANE_EXPORT AgentError : public std::exception {
   std::string _what;
 };
 
-// A failed file operation: the errno value, the operation's name ("writePointer") and a message that
-// names the file. It is an AgentError whose code is the errno value and whose context is the operation.
+// A failed file operation: the errno value, the operation's name ("writePointer") and a
+// message that names the file. It is an AgentError whose code is the errno value and whose
+// context is the operation.
 class KORVANE_EXPORT FileError : public AgentError {
  public:
   FileError(int errnoValue, STRING operation, STRING message);

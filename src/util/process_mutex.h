@@ -1,5 +1,6 @@
-// The language's own mutex, for what belongs to the process and not to a run of the agent, and for rooms that
-// lie beside the one with the agent's locks. Nothing waits while holding it but for the disk.
+// The language's own mutex, for what belongs to the process and not to a run of the agent,
+// and for rooms that lie beside the one with the agent's locks. Nothing waits while holding
+// it but for the disk.
 #pragma once
 
 #include <mutex>

@@ -1,5 +1,5 @@
-// An ordered list of (name, value) pairs: settings, message properties and record fields travel in it
-// between the rooms. Names may repeat; the first one counts.
+// An ordered list of (name, value) pairs: settings, message properties and record fields travel in
+// it between the rooms. Names may repeat; the first one counts.
 #pragma once
 
 #include <utility>

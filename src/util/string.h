@@ -1,9 +1,9 @@
 // The system's text type: UTF-16, as the agent's interfaces use it.
 //
-// A STRING owns its code units. It is made from UTF-8 ("narrow") text or from UTF-16 text and gives
-// either back. Malformed input never fails: each invalid UTF-8 byte sequence and each unpaired
-// surrogate becomes U+FFFD. It is a value type; like std::u16string it may be read by many threads at
-// once and written by one.
+// A STRING owns its code units. It is made from UTF-8 ("narrow") text or from UTF-16 text
+// and gives either back. Malformed input never fails: each invalid UTF-8 byte sequence and
+// each unpaired surrogate becomes U+FFFD. It is a value type; like std::u16string it may be
+// read by many threads at once and written by one.
 //
 //   STRING name("server-1");            // from UTF-8
 //   std::string wire = name.toUtf8();   // back to UTF-8
@@ -46,8 +46,8 @@ class KORVANE_EXPORT STRING {
 
   std::string toUtf8() const;
 
-  // The decimal number that the text begins with, blanks before it skipped, as atoi reads it (0 when
-  // there is none); values outside 32 bits are clamped. Throws AgentError 39 "empty string".
+  // The decimal number that the text begins with, blanks before it skipped, as atoi reads it (0
+  // when there is none); values outside 32 bits are clamped. Throws AgentError 39 "empty string".
   int32_t toInt() const;
   // True for exactly "true", in any case.
   bool toBool() const;

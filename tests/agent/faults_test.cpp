@@ -1,4 +1,5 @@
-// Whatever throws in a start, a run or a stop of the agent: the calls come back, and the next start works.
+// Whatever throws in a start, a run or a stop of the agent: the calls come back, and the
+// next start works.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -56,7 +57,8 @@ void sweep(const char* type, bool once) {
     SCOPED_TRACE("type " + std::string(type) + ", call " + std::to_string(nth));
     World world(type);
     runWith(world, nth, once);
-    // The same process starts the agent again, with settings that somebody has changed, and nothing throws.
+    // The same process starts the agent again, with settings that somebody has changed, and
+    // nothing throws.
     world.machine.fake.files.put(SimulatedMachine::kIni,
                                  "[Agent]\nagent.http.url=https://192.0.2.7/k/\n"
                                  "[Checksum]\nagentini.checksum=Not Computed\n");

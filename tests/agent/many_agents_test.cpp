@@ -1,5 +1,6 @@
-// Whole agents beside each other in one process, each with a machine, a server, a type and settings of its own:
-// nothing of one is seen by another. KORVANE_AGENTS says how many, KORVANE_SECONDS for how long on simulated time.
+// Whole agents beside each other in one process, each with a machine, a server, a type and
+// settings of its own: nothing of one is seen by another. KORVANE_AGENTS says how many,
+// KORVANE_SECONDS for how long on simulated time.
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -1,5 +1,5 @@
-// A simulated machine with a registered agent's settings, a driver, the local channel's service on a thread of
-// its own, and a client of it.
+// A simulated machine with a registered agent's settings, a driver, the local channel's service on
+// a thread of its own, and a client of it.
 #pragma once
 
 #include <cstring>

@@ -1,10 +1,10 @@
-// Throws broken frames and messages at the real server with all methods of the local channel, over the
-// system's own pipe, and asks a good question in between, which must be answered each time:
+// Throws broken frames and messages at the real server with all methods of the local channel, over
+// the system's own pipe, and asks a good question in between, which must be answered each time:
 //
 //   channel_hammer [--throws N] [--seed N]
 //
-// A throw is one frame, or one whole message. Ends with one line of figures; exit status 1 at the first good
-// request that stays without its answer.
+// A throw is one frame, or one whole message. Ends with one line of figures; exit status 1 at the
+// first good request that stays without its answer.
 #include <cstdio>
 #include <cstdlib>
 #include <map>

@@ -1,7 +1,8 @@
-// The examples of a page about one of the channels, asked of the real server in the order of the page.
+// The examples of a page about one of the channels, asked of the real server in the order
+// of the page.
 //
-// Lines "> {...}" are requests, "< {...}" the answer to the one before; "..." stands for any text, and as a member or list
-// entry for further ones.
+// Lines "> {...}" are requests, "< {...}" the answer to the one before; "..." stands for any text,
+// and as a member or list entry for further ones.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// Policies of single applications: what a start makes of the folder, and that after any failure or crash the folder,
-// the policy in force and the driver agree on the former set or on the new one.
+// Policies of single applications: what a start makes of the folder, and that after any failure or
+// crash the folder, the policy in force and the driver agree on the former set or on the new one.
 #include "cloud/application_policies.h"
 
 #include <gmock/gmock.h>
@@ -150,7 +150,8 @@ int codeOf(const std::function<void()>& run) {
 
 using Sets = std::set<std::string>;
 
-// Runs the steps, and after each tells what may be in force: what was told last, or the step that was the agent's last.
+// Runs the steps, and after each tells what may be in force: what was told last, or the
+// step that was the agent's last.
 void runSteps(World& world, const Change& change, const std::function<void(const Sets&)>& after) {
   PolicyProcessor policy;
   ApplicationPolicies policies(policy);
@@ -181,8 +182,9 @@ struct Swept {
   std::vector<std::string> problems;
 };
 
-// Makes every call of a change fail, or the last one, and starts again on what may be left after each step, whether
-// the process ends then or the power fails. With a flush left out, up to the first problem that comes of it.
+// Makes every call of a change fail, or the last one, and starts again on what may be left after
+// each step, whether the process ends then or the power fails. With a flush left out, up to the
+// first problem that comes of it.
 Swept sweep(const Change& change, size_t leftOut = platform::RecordingFiles::kNoFlush) {
   const bool whole = leftOut == platform::RecordingFiles::kNoFlush;
   Swept swept;

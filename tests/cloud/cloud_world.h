@@ -1,5 +1,6 @@
-// A simulated machine with an agent's settings, the cloud command channel on a thread of its own and a connector of
-// it, the translator stand-in's own code as translator, and a driver that loads what that makes.
+// A simulated machine with an agent's settings, the cloud command channel on a thread of
+// its own and a connector of it, the translator stand-in's own code as translator, and a
+// driver that loads what that makes.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,5 @@
-// The cloud command channel: the examples of its page, who may call, its turns with the utility thread, its stop.
+// The cloud command channel: the examples of its page, who may call, its turns with the
+// utility thread, its stop.
 #include "cloud/comm_thread.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,6 @@
-// What the tests of the exchanges share: an agent of its own in a fresh directory, with a clock and name
-// look-ups that the test controls, the agent's log to read, and a transport that plays a script.
+// What the tests of the exchanges share: an agent of its own in a fresh directory, with a
+// clock and name look-ups that the test controls, the agent's log to read, and a transport
+// that plays a script.
 #pragma once
 
 #include <gtest/gtest.h>

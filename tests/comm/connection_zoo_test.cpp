@@ -1,5 +1,5 @@
-// A zoo of broken servers: for each of them the connection test and the event of an exchange must name the
-// stage and the cause that stand in connection_zoo.txt.
+// A zoo of broken servers: for each of them the connection test and the event of an exchange must
+// name the stage and the cause that stand in connection_zoo.txt.
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 

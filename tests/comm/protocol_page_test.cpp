@@ -1,5 +1,5 @@
-// Every answer of docs/protocol.md, given to the exchange that the request before it shows: the agent reads
-// from it what the page says.
+// Every answer of docs/protocol.md, given to the exchange that the request before it shows: the
+// agent reads from it what the page says.
 #include "tests/support/protocol_page.h"
 #include "tests/comm/comm_fixture.h"
 

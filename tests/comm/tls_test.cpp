@@ -40,8 +40,8 @@ class Tls : public CommFixture {
     return HttpsHandler().log(PropertyList{{"k", value}});
   }
 
-  // Runs an exchange on a thread of its own, stops the agent once `busy` says that the exchange has got
-  // where it hangs, and gives what the exchange returned.
+  // Runs an exchange on a thread of its own, stops the agent once `busy` says that the exchange has
+  // got where it hangs, and gives what the exchange returned.
   int stopDuring(const std::function<bool()>& busy) {
     int result = 0;
     std::thread exchange([&] { result = log("x"); });
@@ -127,7 +127,8 @@ TEST_F(Tls, AnswersInAllForms) {
   }
 }
 
-// Wherever the answer breaks off, the exchange has failed, nothing of it is used, and the log says so.
+// Wherever the answer breaks off, the exchange has failed, nothing of it is used, and the
+// log says so.
 TEST_F(Tls, AnswerCutAtEveryByte) {
   const std::string body = properties("agent.id=7\n") + "EOF_FLAG\n";
   const std::string head = "HTTP/1.1 200 OK\r\nKorvane-Error: 0\r\n";
@@ -268,7 +269,8 @@ TEST_F(Tls, StopEndsAnAnswerThatDoesNotCome) {
   }
 }
 
-// Also on the connection of earlier exchanges, and the agent can be started again in the same process.
+// Also on the connection of earlier exchanges, and the agent can be started again in the
+// same process.
 TEST_F(Tls, StopOnAKeptConnectionAndStartAgain) {
   TlsServer server(*authority, [](const TlsServer::Request& request) {
     TlsServer::Reply reply = TlsServer::answer("EOF_FLAG\n");

@@ -1,5 +1,5 @@
-// config_writer ROOT NAME COUNT: writes NAME.a and NAME.b, always equal, COUNT times into the agent.ini of
-// ROOT. Exit status 0 when both ended in the file.
+// config_writer ROOT NAME COUNT: writes NAME.a and NAME.b, always equal, COUNT times into the
+// agent.ini of ROOT. Exit status 0 when both ended in the file.
 #include <cstdlib>
 
 #include "config/agent_config.h"

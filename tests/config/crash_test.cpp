@@ -1,4 +1,5 @@
-// Every state that a crash of the machine may leave, and whether a setting that was written survives it.
+// Every state that a crash of the machine may leave, and whether a setting that was written
+// survives it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,8 +17,8 @@ using platform::MemoryFiles;
 
 class CrashTest : public testing::Test {
  protected:
-  // Runs the agent's way of using its store over `recorded`, noting after which entry of the journal each
-  // value was promised to be safe.
+  // Runs the agent's way of using its store over `recorded`, noting after which entry of the
+  // journal each value was promised to be safe.
   void work(platform::RecordingFiles& recorded) {
     use(recorded);
     AgentConfig::freeInstance();
@@ -32,8 +33,9 @@ class CrashTest : public testing::Test {
     AgentConfig::freeInstance();
   }
 
-  // How many states after a crash break a promise: a value older than one that was safe by then, or a
-  // damaged file; or an older one in fallback.ini, which counts when agent.ini is damaged as well.
+  // How many states after a crash break a promise: a value older than one that was safe by
+  // then, or a damaged file; or an older one in fallback.ini, which counts when agent.ini
+  // is damaged as well.
   int brokenPromises(platform::RecordingFiles& recorded) {
     int broken = 0;
     states = 0;
@@ -96,7 +98,8 @@ TEST_F(CrashTest, WhatASetterHasWrittenSurvivesEveryCrashAndNoFlushCanBeLeftOut)
     const bool noticed = brokenPromises(recorded) > 0;
     const bool directory = recorded.describeFlush(flush).starts_with("flush directory");
     directories += directory && noticed;
-    // Before the first promise, and where another flush of the folder follows before one, nothing is lost.
+    // Before the first promise, and where another flush of the folder follows before one,
+    // nothing is lost.
     EXPECT_TRUE(noticed || directory || flush < 4) << recorded.describeFlush(flush);
   }
   EXPECT_EQ(directories, 4U) << "of each setter, and of fallback.ini";

@@ -1,5 +1,5 @@
-// The conversations of this folder's *.txt files as they stand there, and what their lines mean: answers,
-// properties, counts. FORMAT.md says how they are written.
+// The conversations of this folder's *.txt files as they stand there, and what their lines mean:
+// answers, properties, counts. FORMAT.md says how they are written.
 #pragma once
 
 #include <algorithm>
@@ -143,7 +143,8 @@ inline Answer answerOf(Line line) {
   return answer;
 }
 
-// Whether the lines have what `wanted` says: "key=value", "key=*", "key~part", "!key", "!key=value".
+// Whether the lines have what `wanted` says: "key=value", "key=*", "key~part", "!key",
+// "!key=value".
 inline bool holds(const std::vector<std::string>& lines, const std::string& wanted) {
   const bool absent = wanted[0] == '!';
   const size_t mark = std::min(wanted.find_first_of("=~"), wanted.size());

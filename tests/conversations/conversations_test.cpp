@@ -1,5 +1,5 @@
-// Plays the conversations of this folder's *.txt files, each as a test of its own, against a whole agent in
-// simulated time. FORMAT.md says how a conversation is written.
+// Plays the conversations of this folder's *.txt files, each as a test of its own, against a whole
+// agent in simulated time. FORMAT.md says how a conversation is written.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -278,8 +278,8 @@ std::string nameOf(const testing::TestParamInfo<Conversation>& info) {
   return name;
 }
 
-// A conversation drawn from a seed: policies that are taken and refused, with settings and without, the built-in
-// policy, lost answers, kills. Every status names the policy that is in force.
+// A conversation drawn from a seed: policies that are taken and refused, with settings and without,
+// the built-in policy, lost answers, kills. Every status names the policy that is in force.
 std::string drawn(unsigned seed) {
   std::mt19937 draw(seed);
   const auto one = [&draw](std::vector<std::string> of) { return of[draw() % of.size()]; };

@@ -1,5 +1,5 @@
-// What a conversation cannot show: the reader of notices, which no part of the agent calls, and addresses that
-// are no server's, over libcurl itself.
+// What a conversation cannot show: the reader of notices, which no part of the agent calls, and
+// addresses that are no server's, over libcurl itself.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,11 +1,12 @@
-// The agent of one conversation: a simulated machine with a driver, a translator and a detection component
-// that do what the conversation says, and the agent itself once it was started.
+// The agent of one conversation: a simulated machine with a driver, a translator and a detection
+// component that do what the conversation says, and the agent itself once it was started.
 //
-// A source policy is a text "NAME|VERSION|ID", or with "!translator TEXT" or "!driver TEXT" behind it, for
-// which the translator fails or the driver refuses what was made of it; "\n" in TEXT is a line end.
+// A source policy is a text "NAME|VERSION|ID", or with "!translator TEXT" or "!driver TEXT"
+// behind it, for which the translator fails or the driver refuses what was made of it; "\n"
+// in TEXT is a line end.
 //
-// A kill keeps what was on the disk, in the registry and in the driver at that moment; what the agent does
-// afterwards is thrown away with its machine.
+// A kill keeps what was on the disk, in the registry and in the driver at that moment; what the
+// agent does afterwards is thrown away with its machine.
 #pragma once
 
 #include <array>
@@ -147,8 +148,8 @@ class World {
   std::string ids;
   bool translatorHangs = false;
   uint32_t rebootRequired = 0;
-  // Exchanges: held until answered, or answered at once while `free`; those of the connection test and of
-  // event forwarding always at once.
+  // Exchanges: held until answered, or answered at once while `free`; those of the connection test
+  // and of event forwarding always at once.
   bool free = false;
   std::optional<ScriptedServer::Request> held;
   std::map<std::string, Answer> standing;

@@ -1,5 +1,5 @@
-// The whole agent, the library under its host, with this system's stand-in driver in all its moods. It is of
-// the kind that needs no server.
+// The whole agent, the library under its host, with this system's stand-in driver in all its moods.
+// It is of the kind that needs no server.
 #include <gtest/gtest.h>
 
 #include <chrono>

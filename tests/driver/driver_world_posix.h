@@ -1,5 +1,5 @@
-// The stand-in driver of this system for the tests: the simulator as a process, with a registry file and a run
-// directory of its own. POSIX.
+// The stand-in driver of this system for the tests: the simulator as a process, with a registry
+// file and a run directory of its own. POSIX.
 #pragma once
 
 #include <gtest/gtest.h>

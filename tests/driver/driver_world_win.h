@@ -1,6 +1,6 @@
-// The stand-in driver of this system for the tests: kavips.sys, loaded through the service manager. There is
-// one device per machine, so a test has it for itself alone; what it leaves in the registry goes at
-// its end.
+// The stand-in driver of this system for the tests: kavips.sys, loaded through the service
+// manager. There is one device per machine, so a test has it for itself alone; what it
+// leaves in the registry goes at its end.
 #pragma once
 
 #include <winsock2.h>

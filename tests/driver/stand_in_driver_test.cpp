@@ -1,5 +1,5 @@
-// DriverConfig and NotifyDriver against this system's stand-in driver: the simulator as a process on Linux,
-// kavips.sys on Windows. Both must do the same.
+// DriverConfig and NotifyDriver against this system's stand-in driver: the simulator as a process
+// on Linux, kavips.sys on Windows. Both must do the same.
 #include <gtest/gtest.h>
 
 #include <filesystem>

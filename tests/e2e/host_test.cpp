@@ -50,7 +50,8 @@ TEST(Host, EndsWithAStatusAndALastLineThatSayWhy) {
   for (const HostCase& row : cases) {
     SCOPED_TRACE(row.way);
     HostRun run(row.way, row.deadline);
-    // Before its handlers are there, a signal just ends the program: wait until the library is loaded.
+    // Before its handlers are there, a signal just ends the program: wait until the library
+    // is loaded.
     ASSERT_TRUE(tests::eventually([&] { return run.host.hasLoaded("odd_agent"); }));
     if (row.signal != 0) run.host.signal(row.signal);
     int status = -1;

@@ -1,5 +1,5 @@
-// An installation in a folder of its own, a reference server in this process, and the host program that runs
-// the real agent library.
+// An installation in a folder of its own, a reference server in this process, and the host program
+// that runs the real agent library.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -50,7 +50,8 @@ class InstalledAgent {
     _server->start();
     configure(_server->port());
   }
-  // agent.ini for a server on that port, with tracing; libcurl's own trace goes to the host's output.
+  // agent.ini for a server on that port, with tracing; libcurl's own trace goes to the
+  // host's output.
   void configure(int port, const std::string& moreSettings = "") const {
     write("root/IPS/agent.ini",
           "[Agent]\nagent.http.url=https://127.0.0.1:" + std::to_string(port) +

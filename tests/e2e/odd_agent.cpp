@@ -1,5 +1,5 @@
-// Agent libraries that behave as none should, for the tests of the host: which way, the file "odd-agent" in
-// the installation's root says.
+// Agent libraries that behave as none should, for the tests of the host: which way, the file
+// "odd-agent" in the installation's root says.
 #include <chrono>
 #include <condition_variable>
 #include <fstream>

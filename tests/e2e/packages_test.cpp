@@ -1,4 +1,5 @@
-// Content and software packages, from the server's assignment to what lies on the agent's disk and what it reports.
+// Content and software packages, from the server's assignment to what lies on the agent's
+// disk and what it reports.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -24,8 +24,8 @@ void pauseBriefly() {
 
 static const char kStopped[] = "The agent STOPPED and returned";
 
-// The agent runs on a thread of the host's own and is stopped from another; a stop that comes before there
-// is an agent does nothing.
+// The agent runs on a thread of the host's own and is stopped from another; a stop that comes
+// before there is an agent does nothing.
 static void useFunctions() {
   expect(std::strcmp(stopAgent(), kStopped) == 0, "a stop before any start answers");
   korvane::AgentInfo* info = nullptr;

@@ -154,8 +154,8 @@ TEST_F(EventRecordTest, SummaryCountsAndTakesTheLastNumberAndTime) {
   EXPECT_TRUE(summary.matches(Parsed("PFIL,4,t,x").record));
 }
 
-// Random lines: the byte core, the plain rules and FixedFormatLog say the same, and the message's bytes
-// are those of the pairs.
+// Random lines: the byte core, the plain rules and FixedFormatLog say the same, and the
+// message's bytes are those of the pairs.
 TEST_F(EventRecordTest, CoreAndAdaptersAgreeOnRandomLines) {
   std::mt19937 random(7);
   static constexpr const char* kPieces[] = {

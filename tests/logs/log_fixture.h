@@ -1,4 +1,5 @@
-// An agent's surroundings in memory: files, clock, settings, and the agent's own log to look events up in.
+// An agent's surroundings in memory: files, clock, settings, and the agent's own log to
+// look events up in.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -119,7 +120,8 @@ class FakeDestination : public LogDestination {
   Received& _received;
 };
 
-// An event line: type, sequence number, time "t<number>", and a tail that makes it equal to others or not.
+// An event line: type, sequence number, time "t<number>", and a tail that makes it equal to
+// others or not.
 inline std::string eventLine(int number, const std::string& tail = "",
                              const std::string& type = "PFIL") {
   const std::string n = std::to_string(number);

@@ -40,8 +40,9 @@ std::string logOf(size_t first, size_t last) {
   return log;
 }
 
-// The machine loses power at any moment of a new agent's work on three logs, of which it hears one after the other:
-// the state on disk leads to every event, and no longer does where a flush of either file or of their folder is left out.
+// The machine loses power at any moment of a new agent's work on three logs, of which it hears one
+// after the other: the state on disk leads to every event, and no longer does where a flush of
+// either file or of their folder is left out.
 TEST_F(LogResumeTest, EveryStateThatAPowerCutLeavesLeadsToEveryEvent) {
   constexpr char kLastLog[] = "/opt/korvane/IDS/logs/rt3.csv";
   constexpr size_t kEvents = 18;

@@ -1,5 +1,6 @@
-// The policy pipeline as it runs: source policies through the translator program into this system's stand-in
-// driver, and IDS policies to the stand-in for the IDS component. Only the server is scripted.
+// The policy pipeline as it runs: source policies through the translator program into this
+// system's stand-in driver, and IDS policies to the stand-in for the IDS component. Only
+// the server is scripted.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -84,7 +85,8 @@ class PipelineTest : public testing::Test {
   bool driverState(const std::string& part) {
     return world.command("state").find(part) != std::string::npos;
   }
-  // Driver, settings and files all hold this version's policy. Besides, only refused plus files lie about.
+  // Driver, settings and files all hold this version's policy. Besides, only refused plus
+  // files lie about.
   void expectInForce(const std::string& version, size_t refused = 0) {
     EXPECT_EQ(applied(), "Web/" + version + "/id-" + version);
     EXPECT_EQ(config().getPlusVersion().toUtf8(), "Web " + version);

@@ -1,5 +1,5 @@
-// The child of the process tests: exit N; hang; count ARG... (exit code: number of arguments, times ten,
-// plus the number of blanks in them).
+// The child of the process tests: exit N; hang; count ARG... (exit code: number of arguments, times
+// ten, plus the number of blanks in them).
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>

@@ -1,5 +1,5 @@
-// What every Devices must do with a driver that answers in all the ways there are: the system's own against
-// a stand-in behind its socket, and the scripted one.
+// What every Devices must do with a driver that answers in all the ways there are: the system's own
+// against a stand-in behind its socket, and the scripted one.
 #include <gtest/gtest.h>
 
 #include <string>

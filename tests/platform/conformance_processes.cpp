@@ -1,4 +1,5 @@
-// What every Processes must do: the system's own with the tests' child program, and the scripted one.
+// What every Processes must do: the system's own with the tests' child program, and the
+// scripted one.
 #include <gtest/gtest.h>
 
 #include <algorithm>

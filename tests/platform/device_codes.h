@@ -1,5 +1,5 @@
-// The control codes by which the device tests ask a driver for a certain behaviour; on Windows they say too
-// that the buffers are copied (method 0). Also for C.
+// The control codes by which the device tests ask a driver for a certain behaviour; on Windows they
+// say too that the buffers are copied (method 0). Also for C.
 #pragma once
 
 enum DeviceTestCode {

@@ -1,5 +1,5 @@
-// The system's own devices for the conformance suite: a kernel driver of the tests, loaded as a service of
-// this process's own for as long as the world lives.
+// The system's own devices for the conformance suite: a kernel driver of the tests, loaded as a
+// service of this process's own for as long as the world lives.
 #pragma once
 
 #include <winsock2.h>

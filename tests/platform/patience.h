@@ -1,4 +1,5 @@
-// How long the tests of the seam wait for what must happen: no wait that is in order takes this long.
+// How long the tests of the seam wait for what must happen: no wait that is in order takes
+// this long.
 #pragma once
 
 #include <cstdint>

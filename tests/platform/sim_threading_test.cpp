@@ -1,4 +1,5 @@
-// What is the simulation's own: time that jumps, orders drawn from a seed, deadlocks that are reported.
+// What is the simulation's own: time that jumps, orders drawn from a seed, deadlocks that
+// are reported.
 #include "platform/fake/sim_threading.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
-// A driver simulator of a few lines for the device tests: serves the device's socket on a thread and does
-// to each request what a function says. POSIX only.
+// A driver simulator of a few lines for the device tests: serves the device's socket on a thread
+// and does to each request what a function says. POSIX only.
 #pragma once
 
 #include <poll.h>

@@ -1,5 +1,6 @@
-// Every call that the pipeline makes is made to fail, and is made the last one of the agent: afterwards one
-// whole policy, the former or the new one, is in the driver, its registry values, agent.ini and the files.
+// Every call that the pipeline makes is made to fail, and is made the last one of the
+// agent: afterwards one whole policy, the former or the new one, is in the driver, its
+// registry values, agent.ini and the files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -204,8 +205,8 @@ size_t callsOf(const Change& change) {
   return world.trip.calls;
 }
 
-// Makes the call fail and looks at what came of it, in this process and in the next. False when the call was
-// none that can fail this way.
+// Makes the call fail and looks at what came of it, in this process and in the next. False when the
+// call was none that can fail this way.
 bool checkFailure(const Change& change, size_t at, Tripwire::Way way) {
   Machine left;
   std::vector<Machine> cut;
@@ -253,8 +254,8 @@ TEST(PolicyFaults, EveryCallThatFailsLeavesOneWholePolicy) {
   std::printf("%zu calls were made to fail\n", points);
 }
 
-// Ends the agent, or its machine, at every call of a change and at every call of its undoing, and starts it
-// again on each of the states that may be left.
+// Ends the agent, or its machine, at every call of a change and at every call of its undoing, and
+// starts it again on each of the states that may be left.
 class Sweep {
  public:
   explicit Sweep(const Change& change, size_t leftOut = platform::RecordingFiles::kNoFlush)
@@ -280,8 +281,8 @@ class Sweep {
   std::vector<std::string> problems;
 
  private:
-  // At the `at`th call of the change, or there and then at the `undone`th call of the next start. False when
-  // there is no such call, or no undoing that another end has not led to.
+  // At the `at`th call of the change, or there and then at the `undone`th call of the next start.
+  // False when there is no such call, or no undoing that another end has not led to.
   bool endAt(size_t at, size_t undone) {
     std::vector<Machine> left;
     std::string point = _change.name;
@@ -318,7 +319,8 @@ class Sweep {
     _change.run(policy);
   }
 
-  // Where most of the change is unsure, and at every step of the driver's; a journal that has just gone counts.
+  // Where most of the change is unsure, and at every step of the driver's; a journal that
+  // has just gone counts.
   static bool isUndone(PolicyWorld& world, const std::string& tripped) {
     if (tripped.starts_with("flush directory")) return true;
     return (tripped.empty() || tripped.starts_with("write registry") ||

@@ -69,7 +69,8 @@ TEST(PolicyPipeline, AChangeAsksTheDriverOnceBeforeTheLoadAndOnceAfterIt) {
               testing::ElementsAre(KAVIPS_QUERY_POLICY, KAVIPS_LOAD_POLICY, KAVIPS_QUERY_POLICY));
 }
 
-// The agent's other callers of the driver interface fail at the same time, each with a text of its own.
+// The agent's other callers of the driver interface fail at the same time, each with a text
+// of its own.
 TEST(PolicyPipeline, ARefusalIsToldInTheDriversWordsWhateverElseFailsMeanwhile) {
   Pipeline pipeline;
   std::atomic<bool> done{false};

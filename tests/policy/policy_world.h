@@ -1,6 +1,7 @@
-// A machine for the policy pipeline: files that forget what was not flushed, a driver that loads what lies in
-// a file, a translator that is a function, a server that remembers the last status, and a tripwire over every
-// call that leaves the agent. One of them can fail, or be the last one that the agent makes.
+// A machine for the policy pipeline: files that forget what was not flushed, a driver that
+// loads what lies in a file, a translator that is a function, a server that remembers the
+// last status, and a tripwire over every call that leaves the agent. One of them can fail,
+// or be the last one that the agent makes.
 //
 //   Machine machine = installedMachine();
 //   PolicyWorld world(machine);

@@ -220,8 +220,8 @@ TEST(RetransOnThisMachine, ChangesAreSeen) {
   EXPECT_EQ(addresses.value, addressList(native->platform().systemInfo.ipAddresses()));
 }
 
-// The whole round on the real system: the translator program writes the items, the agent reads them and
-// asks the translator library, and the program takes up what has changed.
+// The whole round on the real system: the translator program writes the items, the agent reads them
+// and asks the translator library, and the program takes up what has changed.
 TEST(RetransOnThisMachine, WhatTheTranslatorRecordedIsWhatTheCheckCompares) {
   const tests::TempDirectory folder;
   const auto native = platform::makeNativePlatform({});

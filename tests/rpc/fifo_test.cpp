@@ -1,4 +1,5 @@
-// Messages over the pipes of the system and over those in memory, and what a pipe's every answer leads to.
+// Messages over the pipes of the system and over those in memory, and what a pipe's every
+// answer leads to.
 #include "rpc/fifo.h"
 
 #include <gmock/gmock.h>
@@ -264,7 +265,8 @@ TEST_F(FifoRules, aDrippingPeerCannotHoldAMessageOpen) {
   }
 }
 
-// Two frames, of which the second is whole with the last step in time, or with the first one too late.
+// Two frames, of which the second is whole with the last step in time, or with the first
+// one too late.
 TEST_F(FifoRules, aFrameBehindTheDeadlineEndsTheMessage) {
   for (const bool inTime : {true, false}) {
     Fifo hasty(pipes, fake.clock, "p", {100000, 1000});

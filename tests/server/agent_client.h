@@ -1,5 +1,5 @@
-// A plain client of the agent port: POST over TLS on a connection that it keeps, the headers sent in
-// the order given. It checks the server's certificate against a CA file, but not its name.
+// A plain client of the agent port: POST over TLS on a connection that it keeps, the headers sent
+// in the order given. It checks the server's certificate against a CA file, but not its name.
 #pragma once
 
 #include <curl/curl.h>
@@ -27,7 +27,8 @@ class AgentClient {
  public:
   AgentClient(const std::string& address, int port, const std::string& caFile);
 
-  // From now on every request takes a connection of its own; libcurl repeats one that fails on a kept one.
+  // From now on every request takes a connection of its own; libcurl repeats one that fails
+  // on a kept one.
   void keepNothing();
 
   ClientAnswer post(const std::string& path, const ClientHeaders& headers, const std::string& body);

@@ -1,4 +1,5 @@
-// Feeds every example of docs/protocol.md to a running server and compares its answers with the page.
+// Feeds every example of docs/protocol.md to a running server and compares its answers with
+// the page.
 #include <sstream>
 
 #include "tests/server/server_fixture.h"

@@ -1,5 +1,5 @@
-// The agent, started and stopped again and again, in one process and as a service, leaves nothing behind.
-// KORVANE_CYCLES says how often; 20 times otherwise.
+// The agent, started and stopped again and again, in one process and as a service, leaves nothing
+// behind. KORVANE_CYCLES says how often; 20 times otherwise.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

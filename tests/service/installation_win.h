@@ -1,5 +1,5 @@
-// An installation of the host's in a folder of its own, with a service of its own name, which is stopped and
-// removed with it however the test ends.
+// An installation of the host's in a folder of its own, with a service of its own name, which is
+// stopped and removed with it however the test ends.
 #pragma once
 
 #include <windows.h>

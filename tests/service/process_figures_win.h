@@ -1,5 +1,5 @@
-// What a process holds, as the system lists it for all processes. (Under Wine GetProcessHandleCount answers 0,
-// and a process's own handle count is the size of its table.)
+// What a process holds, as the system lists it for all processes. (Under Wine GetProcessHandleCount
+// answers 0, and a process's own handle count is the size of its table.)
 #pragma once
 
 #include <cstdint>

@@ -124,7 +124,8 @@ TEST(Service, AnEndThatNobodyAskedForIsAFailureOfTheService) {
   }
 }
 
-// What the service manager makes of a process that is gone is its own matter, and Wine's makes nothing of it.
+// What the service manager makes of a process that is gone is its own matter, and Wine's
+// makes nothing of it.
 TEST(Service, AnAgentThatDoesNotReturnIsEndedWithItsProcess) {
   const std::tuple<const char*, bool, DWORD, const char*> cases[] = {
       {"ends-itself", false, host::kExitAgentEnded,

@@ -64,7 +64,8 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   void signal(int number) const { kill(_id, number); }
-  // True, and `status` the exit status (128 + signal when killed), when it has ended within the limit.
+  // True, and `status` the exit status (128 + signal when killed), when it has ended within
+  // the limit.
   bool waitEnd(int& status, Milliseconds limit = Milliseconds(30000)) {
     int raw = 0;
     if (!eventually([&] { return waitpid(_id, &raw, WNOHANG) == _id; }, limit)) return false;

@@ -1,4 +1,5 @@
-// What the watchdog is for, made on purpose: each case hangs, and CTest expects the watchdog's words.
+// What the watchdog is for, made on purpose: each case hangs, and CTest expects the
+// watchdog's words.
 #include "tests/support/watchdog.h"
 
 #include <future>

@@ -1,5 +1,5 @@
-// The examples of docs/protocol.md: the fenced blocks, each with the words behind its fence, which say
-// what it is ("request register", "answer 400", "http log").
+// The examples of docs/protocol.md: the fenced blocks, each with the words behind its fence, which
+// say what it is ("request register", "answer 400", "http log").
 #pragma once
 
 #include <fstream>

@@ -1,5 +1,6 @@
-// A management server in the place of libcurl: it answers each exchange with the next answer queued for its
-// path word, else with the standing one, else with an empty answer of status 200, and keeps the requests.
+// A management server in the place of libcurl: it answers each exchange with the next
+// answer queued for its path word, else with the standing one, else with an empty answer of
+// status 200, and keeps the requests.
 //
 //   ScriptedServer server;                       // takes the transport's place for its lifetime
 //   server.always("register", Answer::properties("agent.id=guid-1\n"));

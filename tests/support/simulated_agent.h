@@ -1,5 +1,5 @@
-// A machine of fakes on simulated threads and time, with an installed agent and a scripted server, for
-// tests of one agent in one process. The agent's own log is written with tracing on.
+// A machine of fakes on simulated threads and time, with an installed agent and a scripted server,
+// for tests of one agent in one process. The agent's own log is written with tracing on.
 //
 //   SimulatedMachine machine({.serviceType = "1", .settings = "[Polling]\npolling.interval=5\n"});
 //   machine.sim.runFor(60000);
@@ -45,8 +45,8 @@ class SimulatedMachine {
     if (options.ownLog) openLog();
   }
 
-  // A further start of the agent on this machine: the run of the process from now on, with nothing in it but the
-  // connection to the server.
+  // A further start of the agent on this machine: the run of the process from now on, with nothing
+  // in it but the connection to the server.
   void beginRun(platform::Platform& platform) {
     _current.reset();
     _current.emplace(platform);

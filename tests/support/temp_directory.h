@@ -1,4 +1,5 @@
-// A fresh directory of the real file system, removed with all that is in it at the end of its scope.
+// A fresh directory of the real file system, removed with all that is in it at the end of
+// its scope.
 #pragma once
 
 #include <filesystem>

@@ -300,7 +300,8 @@ void TlsServer::accept() {
 void TlsServer::serve(Connection& connection, int number) {
   switch (_options.manner) {
     case Manner::hangInHandshake:
-      // The system accepts a client before the client knows; one that has spoken is in its handshake.
+      // The system accepts a client before the client knows; one that has spoken is in its
+      // handshake.
       if (connection.waitForClient()) hold(connection.socket());
       return;
     case Manner::sayPlain:

@@ -1,10 +1,10 @@
 // A scripted HTTPS server inside the test process, and the authority that signs its certificate.
 //
-// Every certificate is made when it is needed; nothing lies in the source tree. A server listens on a free
-// port that the system picks, one thread per connection, and answers each request with what its
-// script says about it. It ends all its threads in its destructor, hanging ones included, and
-// before that lets tests ask what it saw. Any thread may ask. A failure to set up throws
-// std::runtime_error.
+// Every certificate is made when it is needed; nothing lies in the source tree. A server
+// listens on a free port that the system picks, one thread per connection, and answers each
+// request with what its script says about it. It ends all its threads in its destructor,
+// hanging ones included, and before that lets tests ask what it saw. Any thread may ask. A
+// failure to set up throws std::runtime_error.
 //
 //   TestAuthority authority;
 //   TlsServer server(authority, [](const TlsServer::Request&) { return TlsServer::answer("EOF_FLAG\n"); });
@@ -29,7 +29,8 @@
 
 namespace korvane::tests {
 
-// What a server shows of itself. The intermediate authority stands between the authority and the server.
+// What a server shows of itself. The intermediate authority stands between the authority
+// and the server.
 enum class Certificate {
   good,
   expired,
@@ -67,16 +68,16 @@ class TlsServer {
 
   struct Reply {
     std::string bytes;  // what goes on the wire, status line and headers included
-    // How it goes on; drop: the end without a TLS farewell, reset: a TCP reset, when there is something
-    // that was sent and not read.
+    // How it goes on; drop: the end without a TLS farewell, reset: a TCP reset, when there is
+    // something that was sent and not read.
     enum class Then { keep, close, drop, hang, reset } then = Then::keep;
   };
   using Script = std::function<Reply(const Request&)>;
 
-  // sayPlain: the reply to an empty request takes the place of the handshake once the client has spoken.
-  // cutHandshake: the handshake's own bytes end after `handshakeBytes`, which the reply's `then` follows.
-  // drip: the answer goes out a byte every 20 ms.
-  // answerUnread: the answer is given, and followed by its `then`, before the request is read.
+  // sayPlain: the reply to an empty request takes the place of the handshake once the client has
+  // spoken. cutHandshake: the handshake's own bytes end after `handshakeBytes`, which the reply's
+  // `then` follows. drip: the answer goes out a byte every 20 ms. answerUnread: the answer is
+  // given, and followed by its `then`, before the request is read.
   enum class Manner {
     serve,
     hangInHandshake,
@@ -107,8 +108,8 @@ class TlsServer {
   uint16_t port() const { return _port; }
   std::vector<Request> requests() const;
   int connections() const { return _connections; }
-  // Waits until a client is where a hanging manner or reply holds it, and has come there in its own view:
-  // one in the handshake has sent its first bytes. False after 20 seconds.
+  // Waits until a client is where a hanging manner or reply holds it, and has come there in its own
+  // view: one in the handshake has sent its first bytes. False after 20 seconds.
   bool waitUntilHeld() const;
 
   // A whole answer with status 200 and a Content-Length.

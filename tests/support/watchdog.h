@@ -1,6 +1,7 @@
-// The bound of every wait in a test. A test that has not ended within KORVANE_TEST_LIMIT seconds, which CTest
-// sets well below its own limit, ends its program with a message that names the test and what it waits for.
-// Without the variable nothing is watched: a debugger, and a soak, take their time.
+// The bound of every wait in a test. A test that has not ended within KORVANE_TEST_LIMIT
+// seconds, which CTest sets well below its own limit, ends its program with a message that
+// names the test and what it waits for. Without the variable nothing is watched: a
+// debugger, and a soak, take their time.
 //
 //   const Wait wait("the client to be held");      // for a wait that has no bound of its own
 //   event->wait(platform::kInfinite);
@@ -27,7 +28,8 @@ class Wait {
   const std::string _what;
 };
 
-// Looks again and again until `condition` holds; after 30 seconds a failure that says what was waited for.
+// Looks again and again until `condition` holds; after 30 seconds a failure that says what
+// was waited for.
 template <class Condition>
 [[nodiscard]] bool waitFor(const char* what, Condition condition) {
   const Wait wait(what);

@@ -40,8 +40,8 @@ TEST(ThreadCondition, BroadcastWakesEveryWaiterAndOnlyThem) {
   EXPECT_FALSE(condition.wait(1)) << "a broadcast without waiters must not be kept";
 }
 
-// The time runs out between the broadcast's count and the waiter's last look: the broadcaster must not wait
-// forever, and no unit may be left for somebody who waits later.
+// The time runs out between the broadcast's count and the waiter's last look: the broadcaster must
+// not wait forever, and no unit may be left for somebody who waits later.
 TEST(ThreadCondition, WaiterThatTimesOutDuringABroadcastIsPartOfIt) {
   FaultyPlatform platform;
   platform.faults->timeOutDuringRelease = true;

@@ -1,5 +1,5 @@
-// A Threading over the native one whose operations can be made to fail, and whose primitives know when they
-// are used after it is gone.
+// A Threading over the native one whose operations can be made to fail, and whose primitives know
+// when they are used after it is gone.
 #pragma once
 
 #include <atomic>
@@ -33,7 +33,8 @@ struct Faults {
   std::atomic<uint32_t> lastStackBytes{0};
   std::atomic<bool> gone{false};
   std::atomic<int> usedWhenGone{0};
-  // A semaphore's timed wait answers "timed out" only after units were released, as when both happen at once.
+  // A semaphore's timed wait answers "timed out" only after units were released, as when
+  // both happen at once.
   std::atomic<bool> timeOutDuringRelease{false};
 
  private:

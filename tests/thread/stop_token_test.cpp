@@ -57,8 +57,8 @@ TEST(StopToken, ACallbackThatThrowsKeepsNobodyFromBeingTold) {
   EXPECT_EQ(told, 3);
 }
 
-// What a callback uses lives as long as the registration: the end of one waits for the callback's end, and
-// every registration is told of a stop that came at any time.
+// What a callback uses lives as long as the registration: the end of one waits for the callback's
+// end, and every registration is told of a stop that came at any time.
 TEST(StopToken, RegistrationsComeAndGoWhileStopsAreRequested) {
   StopToken token;
   std::atomic<bool> done{false};

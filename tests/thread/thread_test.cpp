@@ -191,7 +191,8 @@ TEST(Thread, PassesItsStackSizeOn) {
   EXPECT_EQ(platform.faults->lastStackBytes, 1u << 20);
 }
 
-// The agent frees a thread as soon as isAlive() is false; the sanitizers see whoever touches it then.
+// The agent frees a thread as soon as isAlive() is false; the sanitizers see whoever
+// touches it then.
 TEST(Thread, IsFreedTheMomentItHasEnded) {
   for (int i = 0; i < 300; ++i) {
     auto thread = std::make_unique<FunctionThread>([](FunctionThread& self) {

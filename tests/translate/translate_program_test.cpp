@@ -1,4 +1,5 @@
-// The program itself, started as the agent starts it, in folders with blanks and letters beyond ASCII.
+// The program itself, started as the agent starts it, in folders with blanks and letters
+// beyond ASCII.
 #include <gtest/gtest.h>
 
 #include <filesystem>

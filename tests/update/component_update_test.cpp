@@ -1,4 +1,5 @@
-// What becomes of an unpacked content package: verified, handed over, recorded; and what a crash leaves.
+// What becomes of an unpacked content package: verified, handed over, recorded; and what a
+// crash leaves.
 #include "update/component_update_thread.h"
 
 #include <gmock/gmock.h>
@@ -188,8 +189,8 @@ TEST(ComponentUpdate, AFailingDiskIsTriedAgainAMinuteLaterAndReportedOnce) {
   EXPECT_EQ(versionFound(agent.machine.fake.files), "1");
 }
 
-// From the second package's arrival to the removal of the first: the component finds one of them whole, and
-// once the package has been delivered again, whatever was lost, the new one.
+// From the second package's arrival to the removal of the first: the component finds one of them
+// whole, and once the package has been delivered again, whatever was lost, the new one.
 class ComponentUpdateCrash : public testing::TestWithParam<bool> {};
 
 TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithTheNewOne) {

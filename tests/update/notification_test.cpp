@@ -173,8 +173,8 @@ TEST(Notification, AStopEndsTheWaitForASilentClientAtOnce) {
   }
 }
 
-// Notifications, garbage, closed and silent connections in a burst over loopback; what the thread takes is
-// up to the system's queue of connections.
+// Notifications, garbage, closed and silent connections in a burst over loopback; what the thread
+// takes is up to the system's queue of connections.
 TEST(Notification, TakesABurstOverTheSystemsSockets) {
   SimulatedMachine machine{{.settings = kListening}};
   const auto sockets = platform::makeNativeSockets();

@@ -1,5 +1,5 @@
-// Policies as the update thread and the utility thread deal with them; what the pipeline itself does is
-// tested with it.
+// Policies as the update thread and the utility thread deal with them; what the pipeline
+// itself does is tested with it.
 #include <gmock/gmock.h>
 
 #include "driver/driver_config.h"
@@ -39,7 +39,8 @@ struct PolicyCycles : tests::NotifiedCycles {
   PolicyWorld world{machine};
 };
 
-// The setting, the driver and its record say what is so; the server is told that its wish was not followed.
+// The setting, the driver and its record say what is so; the server is told that its wish
+// was not followed.
 TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain) {
   const auto wish = [](const char* value) {
     return Answer::properties("update.configuration=true\ntcp.port=2222\nuse.builtin.policy=" +

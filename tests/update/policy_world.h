@@ -51,7 +51,8 @@ struct PolicyWorld {
   bool refuses = false, silent = false;
 
  private:
-  // The two last of the quoted arguments are the outputs; for the IDS the first of them is the error text.
+  // The two last of the quoted arguments are the outputs; for the IDS the first of them is
+  // the error text.
   platform::ProgramRun translate(const std::string& arguments) {
     ++translations;
     std::vector<std::string> quoted;

@@ -1,5 +1,5 @@
-// Weeks of an update thread's life on simulated time, with a server that answers everything it can and a wall
-// clock that is set forth and back.
+// Weeks of an update thread's life on simulated time, with a server that answers everything it can
+// and a wall clock that is set forth and back.
 #include <gtest/gtest.h>
 
 #include "tests/update/cycles.h"

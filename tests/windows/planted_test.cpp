@@ -1,4 +1,5 @@
-// Libraries planted under the names of the system's, where an attacker could put them, are not loaded.
+// Libraries planted under the names of the system's, where an attacker could put them, are
+// not loaded.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -20,15 +21,15 @@ using tests::fsPath;
 constexpr DWORD kStepMs = 50;
 constexpr int kSteps = 1200;
 
-// What the agent, its libraries or the system on their behalf may load. The names that Windows itself never
-// looks for beside a program ("known DLLs") are planted everywhere but there.
+// What the agent, its libraries or the system on their behalf may load. The names that Windows
+// itself never looks for beside a program ("known DLLs") are planted everywhere but there.
 using Names = std::vector<std::string>;
 const Names kNames = {"version", "bcrypt",  "crypt32", "iphlpapi", "bcryptprimitives", "dnsapi",
                       "mswsock", "secur32", "winmm",   "rsaenh",   "cryptsp",          "cryptbase"};
 const Names kKnownNames = {"ws2_32", "user32", "advapi32", "msvcrt"};
 
-// Wine puts its own libraries in the place of others with the same name, unless it is told that a program
-// brings its own.
+// Wine puts its own libraries in the place of others with the same name, unless it is told
+// that a program brings its own.
 constexpr wchar_t kHost[] = L"planted-host.exe", kVictim[] = L"planted-victim.exe";
 constexpr wchar_t kWineKey[] = L"Software\\Wine\\AppDefaults\\";
 

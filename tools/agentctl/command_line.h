@@ -12,7 +12,8 @@ namespace korvane::agentctl {
 // The whole program as CLI11 knows it. `context` and `chosen` outlive it.
 std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen);
 
-// Parses and runs; what it returns is the exit status of the process. `arguments`: without the program's name.
+// Parses and runs; what it returns is the exit status of the process. `arguments`: without
+// the program's name.
 int runCommandLine(const std::vector<std::string>& arguments);
 
 }  // namespace korvane::agentctl

@@ -12,8 +12,8 @@ namespace korvane::agentctl {
 // What the chosen command does. `context` outlives it.
 using Action = std::function<ExitStatus()>;
 
-// Each adds a command, with its options, to the program; when the command line asks for it, `chosen` becomes
-// what it does.
+// Each adds a command, with its options, to the program; when the command line asks for it,
+// `chosen` becomes what it does.
 void addStatus(CLI::App& app, Context& context, Action& chosen);
 void addConfig(CLI::App& app, Context& context, Action& chosen);
 void addPolicy(CLI::App& app, Context& context, Action& chosen);

@@ -1,5 +1,5 @@
-// agentctl completion: what a shell needs to complete command lines, made from the same table of commands and
-// options that parses them.
+// agentctl completion: what a shell needs to complete command lines, made from the same table of
+// commands and options that parses them.
 #include <algorithm>
 #include <iostream>
 

@@ -1,4 +1,5 @@
-// What every command works with: the global options, the system, the running agent, and where it is installed.
+// What every command works with: the global options, the system, the running agent, and
+// where it is installed.
 //
 // Lifetime: one object per run; it sets the platform in use when it is first asked for. Threads:
 // one.
@@ -30,7 +31,8 @@ class Context {
 
   // The system as the options and the environment describe it.
   platform::Platform& system();
-  // The agent's own files, InstallRoot/IPS; a Failure when nothing says where that is, or it is not there.
+  // The agent's own files, InstallRoot/IPS; a Failure when nothing says where that is, or
+  // it is not there.
   std::string installDirectory();
   // A file of that directory.
   std::string installed(std::string_view name);

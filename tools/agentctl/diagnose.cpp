@@ -1,4 +1,5 @@
-// agentctl diagnose: one zip with what helps to see what is wrong with an agent, and without a secret.
+// agentctl diagnose: one zip with what helps to see what is wrong with an agent, and
+// without a secret.
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>

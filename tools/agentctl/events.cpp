@@ -61,8 +61,8 @@ class Printer {
   const bool _asJson;
 };
 
-// `printed`: the sequence number of the last record that was printed; what came while the log was read for the
-// first time is met again in the first turn.
+// `printed`: the sequence number of the last record that was printed; what came while the log was
+// read for the first time is met again in the first turn.
 void follow(Context& context, LogFollower& log, const TailOptions& options, const Printer& printer,
             uint64_t printed) {
   std::signal(SIGINT, interrupt);

@@ -9,7 +9,8 @@
 
 namespace korvane::agentctl {
 
-// The catalogue beside this program; empty when there is none, and the records' own texts serve then.
+// The catalogue beside this program; empty when there is none, and the records' own texts
+// serve then.
 eventlog::Catalogue readCatalogue(Context& context);
 
 // "2026-11-21 10:15:30.123 warning 10102 UpdateThread: text"

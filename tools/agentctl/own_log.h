@@ -1,7 +1,8 @@
-// Reads the agent's own log: a series of files that begin one after another and go away from the oldest on.
-// docs/file-formats.md has their names and records.
+// Reads the agent's own log: a series of files that begin one after another and go away from the
+// oldest on. docs/file-formats.md has their names and records.
 //
-// Lifetime: `files` outlives the objects. Threads: one. Errors: what cannot be read counts as nothing.
+// Lifetime: `files` outlives the objects. Threads: one. Errors: what cannot be read counts
+// as nothing.
 #pragma once
 
 #include <cstdint>

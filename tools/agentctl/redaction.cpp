@@ -53,8 +53,8 @@ bool isHex(char c) {
   return std::isxdigit(static_cast<unsigned char>(c)) != 0;
 }
 
-// The length of an identifier at the beginning of a text: 32 hexadecimal digits, with dashes where a GUID has
-// them or without any; 0 for anything else.
+// The length of an identifier at the beginning of a text: 32 hexadecimal digits, with dashes where
+// a GUID has them or without any; 0 for anything else.
 size_t identifierLength(std::string_view text) {
   for (const std::string_view form : {std::string_view("########-####-####-####-############"),
                                       std::string_view("################################")}) {
@@ -124,7 +124,8 @@ bool quotesEvents(std::string_view source, int number) {
   return source.starts_with("FixedFormatLog") || number == kLineSkipped;
 }
 
-// Trace lines with values of this machine's environment and registry, and with what servers and files hold.
+// Trace lines with values of this machine's environment and registry, and with what servers
+// and files hold.
 bool quotesMachine(const LogRecord& record) {
   return record.isTrace() && (record.text.find("changed from") != std::string::npos ||
                               record.source.find("GetLogRules") != std::string::npos);

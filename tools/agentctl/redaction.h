@@ -18,8 +18,8 @@ namespace korvane::agentctl {
 
 class Redactor {
  public:
-  // What is known to be secret: identifiers, and URLs whose users' names and passwords are masked wherever
-  // they stand. Everything else goes by its form.
+  // What is known to be secret: identifiers, and URLs whose users' names and passwords are masked
+  // wherever they stand. Everything else goes by its form.
   Redactor(const std::vector<std::string>& identifiers, const std::vector<std::string>& urls);
   std::string text(std::string_view given) const;
   // All texts of a document, and what complaints quote.

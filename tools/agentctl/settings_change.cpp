@@ -72,7 +72,8 @@ void SettingsChange::add(const std::string& pair) {
   _values.push_back({key, before, _view.find(STRING(key))->toUtf8()});
 }
 
-// So that an ordinary user is told at once, and a lock file in use is told apart from a missing permission.
+// So that an ordinary user is told at once, and a lock file in use is told apart from a
+// missing permission.
 void SettingsChange::checkMayWrite() const {
   platform::Files& files = platform::current().files;
   const std::string probe = platform::joinPath(files, {_directory, "agentctl.probe"});

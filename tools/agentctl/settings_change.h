@@ -1,4 +1,5 @@
-// A change of agent.ini by the configuration tool: values are added, then all are written in one step or none is.
+// A change of agent.ini by the configuration tool: values are added, then all are written
+// in one step or none is.
 //
 // Lifetime: one object per change. Threads: one. Errors: Failure, and nothing has been written
 // then.

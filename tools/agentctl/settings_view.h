@@ -1,6 +1,6 @@
-// The settings as they stand in the files, read without changing anything: no lock file is taken and a
-// damaged file is not copied aside. The agent's own files are replaced atomically, so what is read
-// is whole.
+// The settings as they stand in the files, read without changing anything: no lock file is
+// taken and a damaged file is not copied aside. The agent's own files are replaced
+// atomically, so what is read is whole.
 // Lifetime: a value. Threads: one.
 #pragma once
 
@@ -14,8 +14,8 @@ namespace korvane::agentctl {
 
 class SettingsView {
  public:
-  // Of an installation: agent.ini, or fallback.ini where the agent would take that one, or the defaults. A
-  // Failure when agent.ini may not be read.
+  // Of an installation: agent.ini, or fallback.ini where the agent would take that one, or the
+  // defaults. A Failure when agent.ini may not be read.
   static SettingsView ofInstallation(const std::string& directory);
   // Of one file, its checksum left out of account; a Failure when it cannot be read.
   static SettingsView ofFile(const std::string& path);

@@ -1,4 +1,5 @@
-// agentctl test-connection: the way to the management server, stage by stage. It needs no running agent.
+// agentctl test-connection: the way to the management server, stage by stage. It needs no
+// running agent.
 #include <iostream>
 #include <nlohmann/json.hpp>
 

@@ -1,14 +1,14 @@
-// The component's side of what the agent hands over: "policy.request" and "config.request" in its folder,
-// answered with "policy.result" and "config.result" (docs/file-formats.md). A policy that is applied is
-// noted in "ids.properties" (ids.policy.name, ids.policy.version, ids.policy.id); settings and log rules
-// go there as they are.
+// The component's side of what the agent hands over: "policy.request" and "config.request" in its
+// folder, answered with "policy.result" and "config.result" (docs/file-formats.md). A policy that
+// is applied is noted in "ids.properties" (ids.policy.name, ids.policy.version, ids.policy.id);
+// settings and log rules go there as they are.
 //
 // The request determines how it is answered: a policy's line "answer ...", or the setting
 // "ids.stand-in.answer"; otherwise the object's default answer applies.
 //
 // Lifetime: refers to the platform, which must outlive it. One thread.
-// Errors: a request that cannot be carried out is answered with a result code; a file that cannot be
-// written is thrown as FileError.
+// Errors: a request that cannot be carried out is answered with a result code; a file that cannot
+// be written is thrown as FileError.
 #pragma once
 
 #include <optional>

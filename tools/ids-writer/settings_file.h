@@ -13,7 +13,8 @@
 
 namespace korvane::ids_writer {
 
-// directory: the component's folder. change: gets the text, empty when there is no file, and gives the new one.
+// directory: the component's folder. change: gets the text, empty when there is no file,
+// and gives the new one.
 void changeSettings(platform::Platform& system, const std::string& directory,
                     const std::function<std::string(const std::string&)>& change);
 // The text; empty when the file cannot be read.

@@ -1,12 +1,12 @@
 // What agents are to fetch: configuration, policies, software and content packages, assigned to one
 // agent or to all, and the outcome.
 //
-// An assignment is a kind, properties and, for some kinds, a file of the served directory. Of the
-// assignments of one kind that concern an agent, the newest counts. It is offered in the answers to
-// status messages until it has been fetched (the answer went out whole) or, when it says so, until
-// the agent has reported a result of its kind. A request for application data is offered until the last
-// message of its data has come. Operations belong under the Records' mutex and in a
-// transaction of its database.
+// An assignment is a kind, properties and, for some kinds, a file of the served directory.
+// Of the assignments of one kind that concern an agent, the newest counts. It is offered in
+// the answers to status messages until it has been fetched (the answer went out whole) or,
+// when it says so, until the agent has reported a result of its kind. A request for
+// application data is offered until the last message of its data has come. Operations
+// belong under the Records' mutex and in a transaction of its database.
 #pragma once
 
 #include <cstdint>

@@ -37,8 +37,8 @@ class Connection : public httplib::Stream {
   void hold() { _holding = true; }
   std::string takeHeld();
 
-  // From now on read() keeps a copy of the bytes up to the end of the request's head, an empty line;
-  // takeHead() hands it out. Of a head beyond 64 KiB the beginning is kept.
+  // From now on read() keeps a copy of the bytes up to the end of the request's head, an empty
+  // line; takeHead() hands it out. Of a head beyond 64 KiB the beginning is kept.
   void recordHead();
   std::string takeHead();
 

@@ -1,8 +1,9 @@
 // Whether an agent's request conforms to docs/protocol.md: the headers and their order, the
 // sections that its path word may have, their kinds, and the names in them with their order.
 //
-// It is deliberately strict, so that an agent which passes it would also pass a server that somebody
-// else writes from that page. Pure functions; any thread. The body itself has been read by readMessage().
+// It is deliberately strict, so that an agent which passes it would also pass a server that
+// somebody else writes from that page. Pure functions; any thread. The body itself has been
+// read by readMessage().
 #pragma once
 
 #include <string>

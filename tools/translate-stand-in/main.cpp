@@ -1,5 +1,5 @@
-// translate: stands in for the translator program. docs/file-formats.md has its arguments, its exit codes,
-// the source policies that it reads and the trouble that they may ask for.
+// translate: stands in for the translator program. docs/file-formats.md has its arguments, its exit
+// codes, the source policies that it reads and the trouble that they may ask for.
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>

@@ -66,8 +66,8 @@ class SourcePolicy {
   bool takeDirective(std::string_view directive);
   bool takeRule(std::string_view rule);
   bool takeConditionalRule(std::string_view line);
-  // Sets the text that a reference stands for; false when the reference itself is malformed. Nothing is
-  // set for what has no value.
+  // Sets the text that a reference stands for; false when the reference itself is malformed.
+  // Nothing is set for what has no value.
   bool resolve(std::string_view reference, std::optional<std::string>& text);
   // The line with its references resolved, once for every address, or not at all.
   bool expand(std::string_view line, std::vector<std::string>& out);

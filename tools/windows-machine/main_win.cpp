@@ -1,4 +1,5 @@
-// korvane-machine: what the demo and the end-to-end tests do to a Windows machine from outside the agent.
+// korvane-machine: what the demo and the end-to-end tests do to a Windows machine from
+// outside the agent.
 //
 //   start NAME     starts a service
 //   stop NAME      stops it, and waits for the end of its process

@@ -1,8 +1,9 @@
 // A service of the system, as an administrator handles it: for the demo and the end-to-end tests.
 //
-// Lifetime: handles of the service manager's are held as long as the object; the service must exist.
-// Threads: one. Errors: std::runtime_error, whose text names the service, what was tried and the system's
-// reason. Units: milliseconds.
+// Lifetime: handles of the service manager's are held as long as the object; the service
+// must exist.
+// Threads: one. Errors: std::runtime_error, whose text names the service, what was tried and the
+// system's reason. Units: milliseconds.
 //
 //   Service service("KorvaneAgent");
 //   service.start();
@@ -29,10 +30,11 @@ class Service {
 
   // Returns when it runs.
   void start();
-  // Returns when the service manager has it as stopped and its process has ended; tells how long that took.
+  // Returns when the service manager has it as stopped and its process has ended; tells how
+  // long that took.
   int64_t stop();
-  // Ends the process at once, as a crash would. Wine's service manager has the service as running until it
-  // is started again.
+  // Ends the process at once, as a crash would. Wine's service manager has the service as
+  // running until it is started again.
   void kill();
   SERVICE_STATUS_PROCESS status() const;
 

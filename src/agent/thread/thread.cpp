@@ -100,8 +100,8 @@ void Thread::runBody(Thread& self, Control& control) {
   }
 }
 
-// These three keep their share of the state: the thread that they let go on may end and delete the object
-// before they have returned.
+// These three keep their share of the state: the thread that they let go on may end and delete the
+// object before they have returned.
 void Thread::stop() {
   const std::shared_ptr<Control> control = _control;
   control->stopToken.request();

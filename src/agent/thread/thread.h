@@ -1,18 +1,19 @@
 // The base class of every worker thread.
 //
 // A Thread's operating-system thread exists from construction and waits for start(); run(),
-// supplied by the derived class, is its body. stop() is a request and never waits; callers poll
-// isAlive(). No exception leaves the body: ThreadDeathException, ThreadException and any other end it.
+// supplied by the derived class, is its body. stop() is a request and never waits; callers
+// poll isAlive(). No exception leaves the body: ThreadDeathException, ThreadException and
+// any other end it.
 //
 // Start: once. A second start() throws. A thread stopped before its start ends without running its
 //   body, and a start() that comes after that stop does nothing.
 // Stop: any thread, any number of times; from inside the body it ends the body by throwing. It sets
 //   stopToken(), wakes a body that waits on condition(), and leaves the rest to the body.
-// Destruction: when isAlive() is false, or was never true. The thread's last act on the object is to
-//   set its run state to ended; what it still needs afterwards it owns itself. Destroying one that
-//   was never started stops it and waits for it; one whose body still runs is detached and counted
-//   (Thread::abandoned()). Its run stays for as long as it does. Derived classes whose body uses their members must not be destroyed while
-//   alive.
+// Destruction: when isAlive() is false, or was never true. The thread's last act on the object is
+//   to set its run state to ended; what it still needs afterwards it owns itself. Destroying one
+//   that was never started stops it and waits for it; one whose body still runs is detached and
+//   counted (Thread::abandoned()). Its run stays for as long as it does. Derived classes whose body
+//   uses their members must not be destroyed while alive.
 // Priority: the body begins with normal priority; one set before the start does not last.
 //
 // Errors: ThreadException with the method texts and numbers given beside each operation.
@@ -92,8 +93,8 @@ class KORVANE_EXPORT Thread {
   [[nodiscard]] bool waitOnCondition(uint32_t timeoutMs);
 
  private:
-  // What object and operating-system thread share; the thread keeps it for the steps that follow the
-  // end of its body, when the object may be gone.
+  // What object and operating-system thread share; the thread keeps it for the steps that follow
+  // the end of its body, when the object may be gone.
   struct Control;
 
   static void wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept;

@@ -16,7 +16,8 @@ class CurrentPlatform {
   ProcessRunScope _run;
 };
 
-// Puts another platform into the current run for a scope. What the run has made of the former one stays.
+// Puts another platform into the current run for a scope. What the run has made of the
+// former one stays.
 class OtherPlatform {
  public:
   explicit OtherPlatform(Platform& platform) : _former(current()) { put(platform); }

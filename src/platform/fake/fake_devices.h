@@ -1,7 +1,9 @@
-// Driver devices that do what a test says, the results that no real driver gives on demand included.
+// Driver devices that do what a test says, the results that no real driver gives on demand
+// included.
 //
-// A request's course is a DeviceScript, taken when the request is prepared: the next one queued for its
-// control code, else the one the handler gives, else an immediate success without output. Thread-safe.
+// A request's course is a DeviceScript, taken when the request is prepared: the next one
+// queued for its control code, else the one the handler gives, else an immediate success
+// without output. Thread-safe.
 // Lifetime: devices and requests must not outlive the object.
 //
 //   devices.queue(0x80008001, DeviceScript::pending(5, 31));    // ends after 5 ms with error 31

@@ -1,5 +1,5 @@
-// The lock that the fakes guard their data with. It is a plain mutex, never held during a wait or a call
-// back into the test, so that the fakes work on simulated threads as well as on real ones.
+// The lock that the fakes guard their data with. It is a plain mutex, never held during a wait or a
+// call back into the test, so that the fakes work on simulated threads as well as on real ones.
 #pragma once
 
 #include <mutex>

@@ -12,8 +12,8 @@ constexpr size_t kPipeBytes = 65536;
 
 }  // namespace
 
-// One end; all ends share the mutex of their names. `changed` is set whenever something happened that a
-// wait of this end may be for.
+// One end; all ends share the mutex of their names. `changed` is set whenever something happened
+// that a wait of this end may be for.
 struct FakePipeEnd {
   explicit FakePipeEnd(Threading& threading) : changed(threading.createEvent(true, false)) {}
 

@@ -1,5 +1,5 @@
-// The machine and its libraries as a test wants them: settable answers, and libraries that are tables of
-// symbols. The answers are set before other threads ask for them.
+// The machine and its libraries as a test wants them: settable answers, and libraries that are
+// tables of symbols. The answers are set before other threads ask for them.
 #pragma once
 
 #include <map>

@@ -1,5 +1,5 @@
-// Files of which a test fails single operations. Refers to the Files it wraps, which must outlive it and
-// the files opened through it, as it must outlive them itself. Thread-safe.
+// Files of which a test fails single operations. Refers to the Files it wraps, which must outlive
+// it and the files opened through it, as it must outlive them itself. Thread-safe.
 //
 //   FaultyFiles files(memory);
 //   files.failNth(FileOperation::write, 2, ENOSPC, "agent.ini");   // the second write to a path with that part
@@ -35,7 +35,8 @@ class FaultyFiles final : public ForwardingFiles {
  public:
   using ForwardingFiles::ForwardingFiles;
 
-  // Fails the n-th operation of the kind from now on (1: the next one) on paths that contain `part`, once.
+  // Fails the n-th operation of the kind from now on (1: the next one) on paths that
+  // contain `part`, once.
   void failNth(FileOperation operation, int nth, int error, const std::string& part = "");
   // Fails all of them until heal().
   void failAll(FileOperation operation, int error, const std::string& part = "");

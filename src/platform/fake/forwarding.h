@@ -1,6 +1,7 @@
-// Wrappers that hand every call on, one for each capability: a test derives from one and overrides the few
-// operations that it wants to fail, count or change. Each refers to the object it wraps, which must outlive
-// it; thread-safe as far as that is. Those of the files are in forwarding_files.h.
+// Wrappers that hand every call on, one for each capability: a test derives from one and
+// overrides the few operations that it wants to fail, count or change. Each refers to the
+// object it wraps, which must outlive it; thread-safe as far as that is. Those of the files
+// are in forwarding_files.h.
 #pragma once
 
 #include <utility>

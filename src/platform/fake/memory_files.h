@@ -1,5 +1,5 @@
-// Files in memory, with the semantics of a POSIX file system: an open file lives on after its name is
-// removed or replaced, "/" separates, modification times come from the clock handed in.
+// Files in memory, with the semantics of a POSIX file system: an open file lives on after its name
+// is removed or replaced, "/" separates, modification times come from the clock handed in.
 //
 // Lifetime: open files and locks may outlive the object. Thread-safe, except for one File used by
 // one thread.

@@ -25,7 +25,8 @@ class MemoryRegistry final : public Registry {
 
   void put(std::string_view key, std::string_view name, const STRING& value);
   void put(std::string_view key, std::string_view name, uint32_t value);
-  // Writes, creations and deletions of `key` and of what is below it fail with `error`; 0 lifts that.
+  // Writes, creations and deletions of `key` and of what is below it fail with `error`; 0
+  // lifts that.
   void refuseBelow(std::string_view key, uint32_t error);
 
  private:

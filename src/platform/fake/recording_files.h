@@ -1,13 +1,13 @@
-// Files that keep a journal of every change and flush, from which a test builds the states that a crash of
-// the machine may leave on disk.
+// Files that keep a journal of every change and flush, from which a test builds the states that a
+// crash of the machine may leave on disk.
 //
-// The model, the harshest that a POSIX file system may be: what was written to a file is sure only after
-// its flush(); that a file was created, replaced, renamed or removed is sure only after flushDirectory() of
-// the directory it lies in, and of the changes of a directory that are not sure none, all, or the last alone
-// may be kept; directories are sure at once. What the wrapped files hold when the object is
-// made is sure. Refers to the MemoryFiles it wraps, which must outlive it and the files opened through it,
-// as it must outlive them itself. Paths are taken as they are given: full ones, each file by one spelling.
-// Thread-safe.
+// The model, the harshest that a POSIX file system may be: what was written to a file is sure only
+// after its flush(); that a file was created, replaced, renamed or removed is sure only after
+// flushDirectory() of the directory it lies in, and of the changes of a directory that are not sure
+// none, all, or the last alone may be kept; directories are sure at once. What the wrapped files
+// hold when the object is made is sure. Refers to the MemoryFiles it wraps, which must outlive it
+// and the files opened through it, as it must outlive them itself. Paths are taken as they are
+// given: full ones, each file by one spelling. Thread-safe.
 //
 // A check over these states is proved by a flush that is left out: it must fail then.
 //
@@ -57,8 +57,8 @@ class RecordingFiles final : public ForwardingFiles {
   std::string describe(size_t entry);
   // Puts into the empty `disk` what a crash after the first `entries` entries may leave.
   void crash(size_t entries, DataLoss data, NameLoss names, MemoryFiles& disk);
-  // Calls `check` with every state, each once; `state` names it. The disks' times come from a clock of their
-  // own. The second form has those after the first `entries` entries alone.
+  // Calls `check` with every state, each once; `state` names it. The disks' times come from a clock
+  // of their own. The second form has those after the first `entries` entries alone.
   using Check = std::function<void(const std::string& state, MemoryFiles& disk)>;
   void forEachCrash(const Check& check);
   void forEachCrashAfter(size_t entries, const Check& check);

@@ -83,8 +83,8 @@ void SimScheduler::yield() {
   pass(self());
 }
 
-// Gives the baton to a thread that can run and returns when `from` has it again; a thread that has ended
-// does not come back.
+// Gives the baton to a thread that can run and returns when `from` has it again; a thread
+// that has ended does not come back.
 void SimScheduler::pass(SimThread& from) {
   SimThread& next = choose();
   ++_switches;

@@ -1,6 +1,6 @@
-// The scheduler under SimThreading: who has the baton, who waits for what until when, and what time it is.
-// Used by SimThreading's objects only. All members are touched by the thread that has the baton; passing it
-// through a native event orders that for the memory model.
+// The scheduler under SimThreading: who has the baton, who waits for what until when, and what time
+// it is. Used by SimThreading's objects only. All members are touched by the thread that has the
+// baton; passing it through a native event orders that for the memory model.
 #pragma once
 
 #include <cstdint>
@@ -50,7 +50,8 @@ class SimScheduler {
   // Blocks the calling thread in `queue` until wake() or the time-out.
   SimThread::Wake block(SimQueue& queue, int64_t timeoutMs, const char* waitsFor,
                         bool canFail = true);
-  // Makes one thread of the queue, drawn by the seed, or all of them runnable; the caller keeps the baton.
+  // Makes one thread of the queue, drawn by the seed, or all of them runnable; the caller
+  // keeps the baton.
   void wakeOne(SimQueue& queue);
   void wakeAll(SimQueue& queue);
   // Lets another thread run, or not.
@@ -62,7 +63,8 @@ class SimScheduler {
   void drain();
 
  private:
-  // Waits until the threads that have ended are gone from the system too, what they own as threads with them.
+  // Waits until the threads that have ended are gone from the system too, what they own as
+  // threads with them.
   void reap();
   void threadMain(SimThread& thread, const std::function<void()>& body);
   void pass(SimThread& from);

@@ -1,19 +1,21 @@
 // Threads that run one at a time, in an order drawn from a seed, on simulated time.
 //
-// Each simulated thread is a real one that waits for the baton. Every wait on an Event, Semaphore, Mutex or
-// for a thread's end goes to the scheduler, which passes the baton to one of the threads that can run; a
-// Mutex's lock and unlock and the start of a thread are further places where it may change hands. When all
-// threads wait, time jumps to the earliest deadline. So an hour of one-second cycles takes no longer than
-// the work that is done in it, and one seed replays one run exactly, as long as the threads touch nothing
+// Each simulated thread is a real one that waits for the baton. Every wait on an Event,
+// Semaphore, Mutex or for a thread's end goes to the scheduler, which passes the baton to
+// one of the threads that can run; a Mutex's lock and unlock and the start of a thread are
+// further places where it may change hands. When all threads wait, time jumps to the
+// earliest deadline. So an hour of one-second cycles takes no longer than the work that is
+// done in it, and one seed replays one run exactly, as long as the threads touch nothing
 // outside the seam that behaves differently from run to run.
 //
-// The thread that makes the object is the first simulated thread and has the baton; only it destroys the
-// object, after which the others that are left have ended: the destructor lets them run, and time pass, until
-// they have. Threads that the simulation does not know must not call it.
+// The thread that makes the object is the first simulated thread and has the baton; only it
+// destroys the object, after which the others that are left have ended: the destructor lets them
+// run, and time pass, until they have. Threads that the simulation does not know must not call it.
 //
-// Deadlock: when all threads wait without a limit the handler is called with a text that says what each
-// one waits for; then every wait of that moment but those for a Mutex ends as failed. Without a handler the text goes
-// to the standard error output and the program is aborted. So is one with nothing but Mutex waits left.
+// Deadlock: when all threads wait without a limit the handler is called with a text that
+// says what each one waits for; then every wait of that moment but those for a Mutex ends
+// as failed. Without a handler the text goes to the standard error output and the program
+// is aborted. So is one with nothing but Mutex waits left.
 //
 //   SimThreading sim(seed);
 //   FakePlatform fake(sim);

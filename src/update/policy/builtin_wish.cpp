@@ -26,8 +26,8 @@ void recordBuiltIn(Driver& driver) {
     ignoreResult(driver.writeValue(kUseBuiltinValue, kFlagOn));
 }
 
-// A refused wish is recorded all the same, and a driver may do what it did not answer. What cannot be put back
-// is traced where it fails; the refusal is told already.
+// A refused wish is recorded all the same, and a driver may do what it did not answer. What cannot
+// be put back is traced where it fails; the refusal is told already.
 void putBack(Driver& driver, const PolicySetting& former) {
   if (driver.usingBuiltIn() != former.builtIn)
     ignoreResult(driver.restorePolicySetting(former));

@@ -5,8 +5,8 @@
 // settings, and the driver is left as it was. The request is remembered and repeated every five
 // minutes, until it succeeds, another one comes, a policy is loaded or the agent stops.
 //
-// Lifetime and threads: one object for the owner of the policy, used by its thread. Blocks for the driver's
-// time-outs.
+// Lifetime and threads: one object for the owner of the policy, used by its thread. Blocks
+// for the driver's time-outs.
 // Errors: a text; event 10581 when a request is refused, 10583 when it finally succeeds.
 //
 //   const STRING problem = wish.follow(settings);   // before the settings are taken
@@ -20,9 +20,9 @@ namespace korvane {
 
 class Driver;
 
-// Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants it. To be
-// called before the settings are taken: whoever sees the changed setting asks the driver. An empty text, or
-// why the driver refuses; registry and driver are as before then.
+// Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants
+// it. To be called before the settings are taken: whoever sees the changed setting asks the driver.
+// An empty text, or why the driver refuses; registry and driver are as before then.
 STRING followBuiltInWish(const PropertyList& settings);
 
 class BuiltInWish {

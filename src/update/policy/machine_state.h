@@ -20,11 +20,12 @@ class MachineState {
   explicit MachineState(platform::Platform& system) : _system(system) {}
   virtual ~MachineState() = default;
 
-  // Sets `present` and `value` (empty for what is missing) of what the item names. False, and nothing
-  // changed, when the machine does not say: a key that may not be read, for example.
+  // Sets `present` and `value` (empty for what is missing) of what the item names. False, and
+  // nothing changed, when the machine does not say: a key that may not be read, for example.
   //
-  // An environment variable is the machine's, as its registry has it, and where that has none, this
-  // process's; an empty one is missing. A registry value that is neither text nor number is missing.
+  // An environment variable is the machine's, as its registry has it, and where that has
+  // none, this process's; an empty one is missing. A registry value that is neither text
+  // nor number is missing.
   [[nodiscard]] bool read(RetransItem& item);
 
  protected:

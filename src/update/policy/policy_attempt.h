@@ -1,4 +1,5 @@
-// What PolicyProcessor remembers of one translation while it runs, and of the policy that it is for.
+// What PolicyProcessor remembers of one translation while it runs, and of the policy that
+// it is for.
 #pragma once
 
 #include "update/policy/policy_files.h"

@@ -134,7 +134,8 @@ bool PolicyChange::takeState() {
   return true;
 }
 
-// A backup of another time would be taken for this change's, so it is surely gone before there is a journal.
+// A backup of another time would be taken for this change's, so it is surely gone before
+// there is a journal.
 bool PolicyChange::removeStaleBackups() {
   for (const std::string& backup : {_files.oldMinus, _files.oldItems})
     if (const int error = removeIfThere(backup)) return fail("Cannot remove", backup, error);
@@ -161,8 +162,8 @@ bool PolicyChange::begin() {
   return true;
 }
 
-// What the translator wrote is not sure before it has been flushed here. A backup is sure before its place is
-// taken: of two changes of a folder a file system may keep the second alone.
+// What the translator wrote is not sure before it has been flushed here. A backup is sure before
+// its place is taken: of two changes of a folder a file system may keep the second alone.
 bool PolicyChange::exchange(const std::string& fresh, const std::string& path,
                             const std::string& backup, bool hadFile) {
   if (const int error = flushFile(fresh)) return fail("Cannot flush", fresh, error);
@@ -187,7 +188,8 @@ bool PolicyChange::takeItems() {
   return true;
 }
 
-// Each of the two writes is tried twice, since undoing for a fault that has passed would cost the policy.
+// Each of the two writes is tried twice, since undoing for a fault that has passed would
+// cost the policy.
 bool PolicyChange::commit(const std::function<void()>& record) {
   AgentConfig& config = *AgentConfig::getInstance();
   {
@@ -227,7 +229,8 @@ Reconciled reconcilePolicy(Driver& driver) {
     done = undoChange(driver, journal, false);
   }
   if (done) {
-    eventlog::event(EventId::policyChangeRolledBack, kChangeTag, {journal.newPlusFile, journal.version});
+    eventlog::event(EventId::policyChangeRolledBack, kChangeTag,
+                    {journal.newPlusFile, journal.version});
     return Reconciled::undone;
   }
   eventlog::event(EventId::policyChangeNotRolledBack, kChangeTag, {policyJournalPath()});

@@ -1,4 +1,5 @@
-// The names of the policy files in the folder "driver", and what the pipeline does with files as such.
+// The names of the policy files in the folder "driver", and what the pipeline does with
+// files as such.
 //
 // Functions without state; used by the owner of the policy alone. Paths are UTF-8.
 #pragma once
@@ -37,9 +38,9 @@ Presence presenceOf(const std::string& path);
 // True when both can be read and hold the same bytes; read in pieces.
 bool sameContent(const std::string& one, const std::string& other);
 
-// Removes the policy files of a folder that belong to no plus file or policy which agent.ini or the driver's
-// settings name, and all fresh and backup files. Not to be called while a change is under way. Nothing is
-// removed unless all that went before in the folder is durable.
+// Removes the policy files of a folder that belong to no plus file or policy which agent.ini or the
+// driver's settings name, and all fresh and backup files. Not to be called while a change is under
+// way. Nothing is removed unless all that went before in the folder is durable.
 void sweepPolicyFolder(const std::string& directory);
 
 }  // namespace korvane

@@ -1,7 +1,9 @@
-// The history of the translations: a line of comma-separated values for each attempt, in the folder "history".
+// The history of the translations: a line of comma-separated values for each attempt, in
+// the folder "history".
 //
-// A file beyond kMaxHistoryBytes is set aside as "....1.csv", whose former content goes; so there are at most
-// two of a kind. A line that a crash cut off ends where it was cut. docs/file-formats.md has the columns.
+// A file beyond kMaxHistoryBytes is set aside as "....1.csv", whose former content goes; so there
+// are at most two of a kind. A line that a crash cut off ends where it was cut.
+// docs/file-formats.md has the columns.
 //
 // Lifetime and threads: belongs to the owner of the policy.
 // Errors: what cannot be written switches the history off until initialize(), with a trace line.
@@ -53,8 +55,8 @@ class PolicyHistory {
   bool _enabled = false;
 };
 
-// A record as a line with its line feed, and the fields of a line: a quoted field is between double quotes,
-// two of them in it are one; blanks count.
+// A record as a line with its line feed, and the fields of a line: a quoted field is between double
+// quotes, two of them in it are one; blanks count.
 std::string historyLine(const HistoryRecord& record);
 std::vector<std::string> historyFields(std::string_view line);
 // False for a line that is not a record, the heading and a cut one included.

@@ -39,7 +39,8 @@ void discard(const PolicyFiles& files) {
       eventlog::trace(kTranslateTag, "Cannot remove %s: error %d", fresh, error);
 }
 
-// Of a policy that the driver does not tell of yet, what the server calls it: "Base 4" is version 4.
+// Of a policy that the driver does not tell of yet, what the server calls it: "Base 4" is
+// version 4.
 STRING versionIn(const STRING& name) {
   const std::string text = name.toUtf8();
   return text.substr(text.find_last_of(' ') + 1);

@@ -6,9 +6,9 @@
 // driver's policy), they do within a turn. The update thread of a standard agent is alone and needs
 // none.
 //
-// Lifetime: from construction to destruction. Threads: any; a thread that has its turn must not ask for another.
-// A thread waits until the other is done, which may take as long as a translation; a stop of the
-// agent (shutdownToken) ends the wait.
+// Lifetime: from construction to destruction. Threads: any; a thread that has its turn must not ask
+// for another. A thread waits until the other is done, which may take as long as a translation; a
+// stop of the agent (shutdownToken) ends the wait.
 // Errors: taken() is false when the agent stops. Then nothing may be done.
 //
 //   const PolicyTurn turn;

@@ -1,11 +1,13 @@
-// Whether this machine has changed in a way that the translation of the policy in force depended on.
+// Whether this machine has changed in a way that the translation of the policy in force
+// depended on.
 //
-// Paths and local addresses are asked of the translator library where there is one and of the system
-// where there is none, the rest of the system. What cannot be told counts as unchanged.
+// Paths and local addresses are asked of the translator library where there is one and of the
+// system where there is none, the rest of the system. What cannot be told counts as unchanged.
 //
 // Lifetime and threads: belongs to one thread, that of the policy's processing.
-// Errors: an items file that cannot be read or understood is event 10590 or 10591 with its path, line
-// and reason; there are no items then, and nothing is retranslated by itself until the next policy.
+// Errors: an items file that cannot be read or understood is event 10590 or 10591 with its
+// path, line and reason; there are no items then, and nothing is retranslated by itself
+// until the next policy.
 //
 //   RetransCheck check(driver);
 //   check.loadRetransItems(policyBase + ".trans");

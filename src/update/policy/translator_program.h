@@ -1,7 +1,7 @@
 // The translator program, bin/translate below the agent's installation directory.
 //
-// Threads: one at a time. A run blocks until the program ends; a stop of the agent (shutdownToken) ends
-// program and wait at once.
+// Threads: one at a time. A run blocks until the program ends; a stop of the agent (shutdownToken)
+// ends program and wait at once.
 // Errors: the exit code; what cannot be started counts as 100.
 #pragma once
 

@@ -1,5 +1,6 @@
-// The carrier at the other end of the event pipe: takes notices apart for the model's receiver and answers what it says. It is
-// attached whenever the agent looks; what it leaves unanswered it leaves by going.
+// The carrier at the other end of the event pipe: takes notices apart for the model's
+// receiver and answers what it says. It is attached whenever the agent looks; what it
+// leaves unanswered it leaves by going.
 #pragma once
 
 #include <deque>

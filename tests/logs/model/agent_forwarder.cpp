@@ -1,7 +1,9 @@
-// The agent's own forwarding behind the model's interface: its thread's cycles, processor, destinations and the look at the
-// component's settings are the real ones; libcurl, the carrier, and all waits are scripted.
+// The agent's own forwarding behind the model's interface: its thread's cycles, processor,
+// destinations and the look at the component's settings are the real ones; libcurl, the
+// carrier, and all waits are scripted.
 //
-// The settings are set while the platform shows another disk, so that what happens to the model's is forwarding alone.
+// The settings are set while the platform shows another disk, so that what happens to the
+// model's is forwarding alone.
 #include <optional>
 #include <stdexcept>
 

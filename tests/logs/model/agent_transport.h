@@ -1,5 +1,6 @@
-// Stands where libcurl does: takes the messages of a standard agent apart for the model's receiver and answers what it says.
-// A body that does not come apart is a broken promise of the program, so it throws std::logic_error.
+// Stands where libcurl does: takes the messages of a standard agent apart for the model's
+// receiver and answers what it says. A body that does not come apart is a broken promise of
+// the program, so it throws std::logic_error.
 #pragma once
 
 #include <charconv>

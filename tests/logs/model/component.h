@@ -1,8 +1,9 @@
-// The detection component of the model: it writes events and torn lines into real-time logs and hands over
-// from log to log in every way that its settings, its end marks and the file system allow.
+// The detection component of the model: it writes events and torn lines into real-time logs
+// and hands over from log to log in every way that its settings, its end marks and the file
+// system allow.
 //
-// It keeps the account of what it has written: every log that it made or named, every event, every unfinished line.
-// A log that replaces another under the same path is a Log of its own.
+// It keeps the account of what it has written: every log that it made or named, every event, every
+// unfinished line. A log that replaces another under the same path is a Log of its own.
 #pragma once
 
 #include <array>
@@ -74,19 +75,20 @@ class Component {
  public:
   Component(ModelMachine& machine, Random& random);
 
-  // Something that the component does between two of the agent's steps; a text for the schedule. `settled`: an
-  // agent runs, and has found nothing to read in its last passes.
+  // Something that the component does between two of the agent's steps; a text for the schedule.
+  // `settled`: an agent runs, and has found nothing to read in its last passes.
   std::string act(bool settled);
   // Plans a hand-over; act() does its steps one by one.
   std::string handOver();
-  // Only what is planned, or torn and not left for good, is still done; empty when nothing is left to do.
+  // Only what is planned, or torn and not left for good, is still done; empty when nothing
+  // is left to do.
   std::string finish();
   void giveUp() { _plan.clear(); }
   // Called before each pass, and after each that was not killed.
   void beforePass();
   void passed();
-  // A log was replaced by another that only a running agent can tell from it: it must not be killed before it
-  // has read that.
+  // A log was replaced by another that only a running agent can tell from it: it must not
+  // be killed before it has read that.
   bool wantsCalm() const;
 
   bool allAcknowledged(const Log& log) const;

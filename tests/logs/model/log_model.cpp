@@ -1,6 +1,6 @@
-// log_model --schedules N --seed S: schedules of the log model with the seeds from S on, against the agent's
-// forwarding. Ends with one JSON line; a failure is printed with its whole schedule, which one schedule alone (N = 1)
-// prints in any case. Exit status 1 when one failed.
+// log_model --schedules N --seed S: schedules of the log model with the seeds from S on, against
+// the agent's forwarding. Ends with one JSON line; a failure is printed with its whole schedule,
+// which one schedule alone (N = 1) prints in any case. Exit status 1 when one failed.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,5 @@
-// The machine that the model runs on: a disk in memory whose times may be coarse and whose file identities
-// may be used again, and of which a process can be cut off at any of its calls.
+// The machine that the model runs on: a disk in memory whose times may be coarse and whose file
+// identities may be used again, and of which a process can be cut off at any of its calls.
 //
 // Lifetime: owns the disk and what it handed out as files(); the watch must outlive it. One thread.
 #pragma once

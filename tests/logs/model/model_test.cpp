@@ -1,5 +1,6 @@
-// The model against the agent's forwarding. Other seeds and longer runs: log_model --schedules N --seed S. That the
-// account sees what it is there for show the faults of ../faults.txt (script/mutants).
+// The model against the agent's forwarding. Other seeds and longer runs: log_model
+// --schedules N --seed S. That the account sees what it is there for show the faults of
+// ../faults.txt (script/mutants).
 #include <gtest/gtest.h>
 
 #include "tests/logs/model/schedule.h"

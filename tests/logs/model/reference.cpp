@@ -211,8 +211,8 @@ Answer Reference::take(const Batch& batch) {
   return answer;
 }
 
-// What may be read of an event: its fields, and those of its line's parts that stand, or stood, without an end
-// for long enough.
+// What may be read of an event: its fields, and those of its line's parts that stand, or stood,
+// without an end for long enough.
 std::vector<Reference::Reading> Reference::readings(int index) {
   const Event& e = event(index);
   std::vector<Reading> all = {{e.fields, true}};

@@ -1,33 +1,41 @@
-// The reference: what an agent that forwards as promised must deliver, may deliver and must leave alone.
+// The reference: what an agent that forwards as promised must deliver, may deliver and must
+// leave alone.
 //
-// Which logs must come. A log whose name the agent saw, and a log that the end mark of such a log names. The agent has
-// seen a name that stood in ids.properties when its process opened that file, as soon as a pass has ended
-// after it without a kill; it stays seen forever. The log that ids.properties names for good is
-// seen in the end. Not demanded:
-// - a log that was handed over before the agent's first start, and any other whose name stood nowhere when
+// Which logs must come. A log whose name the agent saw, and a log that the end mark of such a log
+// names. The agent has seen a name that stood in ids.properties when its process opened that file,
+// as soon as a pass has ended after it without a kill; it stays seen forever. The log that
+// ids.properties names for good is seen in the end. Not demanded:
+// - a log that was handed over before the agent's first start, and any other whose name
+// stood nowhere when
 //   the agent looked (the component handed over twice between two looks, with end marks that name nothing);
-// - a log that the component deleted before all of it was delivered (a name without a log is passed by);
-// - an event whose line stood torn at the log's end through five passes that read up to there: it may be
+// - a log that the component deleted before all of it was delivered (a name without a log
+// is passed by);
+// - an event whose line stood torn at the log's end through five passes that read up to
+// there: it may be
 //   taken as it stands, or lose its rest.
-// - what the component adds to a log (events, an end mark) more than two passes after the settings named
+// - what the component adds to a log (events, an end mark) more than two passes after the
+// settings named
 //   another one that has begun: the agent may have left it.
-// Every other event of such a log comes, with its exact values, each log's in their order and one log after
-// another. A line that has no end may come only after the five passes, counted afresh by each
-// process; rejected lines, end marks and what was never written do not come.
+// Every other event of such a log comes, with its exact values, each log's in their order and one
+// log after another. A line that has no end may come only after the five passes, counted afresh by
+// each process; rejected lines, end marks and what was never written do not come.
 //
-// Repeats. Equal neighbours (but for v2 and v3) of a kind that may be folded come one by one or as summaries: a5 counts
-// neighbours that end with the one that v2 names, v3 is the first one's, a6 the last one's.
+// Repeats. Equal neighbours (but for v2 and v3) of a kind that may be folded come one by
+// one or as summaries: a5 counts neighbours that end with the one that v2 names, v3 is the
+// first one's, a6 the last one's.
 //
-// Again. A batch whose answer was lost, and one that arrived in a pass that was killed, may come once more for
-// each time that this happened. Nothing else comes twice: not by an orderly stop, not by a kill between two
-// passes, not by a refused batch, and an open run is not an exception, since the read position stands before
-// its first repeat that has not come.
+// Again. A batch whose answer was lost, and one that arrived in a pass that was killed, may come
+// once more for each time that this happened. Nothing else comes twice: not by an orderly stop, not
+// by a kill between two passes, not by a refused batch, and an open run is not an exception, since
+// the read position stands before its first repeat that has not come.
 //
-// Files. The agent removes a log only when its end mark stands and all of it was answered as delivered (302 and 600 are such answers
-// over HTTPS, and only 0 over the pipe). A finished log that was followed by another must be gone in the end, but
-// for one that was finished in a pass that was killed.
+// Files. The agent removes a log only when its end mark stands and all of it was answered
+// as delivered (302 and 600 are such answers over HTTPS, and only 0 over the pipe). A
+// finished log that was followed by another must be gone in the end, but for one that was
+// finished in a pass that was killed.
 //
-// Not modelled: disks that fail or lose what was not flushed, logs beyond 2 GiB, overlong lines, other log types.
+// Not modelled: disks that fail or lose what was not flushed, logs beyond 2 GiB, overlong
+// lines, other log types.
 #pragma once
 
 #include <functional>
