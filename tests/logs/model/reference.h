@@ -6,16 +6,14 @@
 // as soon as a pass has ended after it without a kill; it stays seen forever. The log that
 // ids.properties names for good is seen in the end. Not demanded:
 // - a log that was handed over before the agent's first start, and any other whose name
-// stood nowhere when
-//   the agent looked (the component handed over twice between two looks, with end marks that name nothing);
+//   stood nowhere when the agent looked (the component handed over twice between two looks,
+//   with end marks that name nothing);
 // - a log that the component deleted before all of it was delivered (a name without a log
-// is passed by);
-// - an event whose line stood torn at the log's end through five passes that read up to
-// there: it may be
-//   taken as it stands, or lose its rest.
-// - what the component adds to a log (events, an end mark) more than two passes after the
-// settings named
-//   another one that has begun: the agent may have left it.
+//   is passed by);
+// - an event whose line stood torn at the log's end through five passes that read up to there: it
+//   may be taken as it stands, or lose its rest.
+// - what the component adds to a log (events, an end mark) more than two passes after the settings
+//   named another one that has begun: the agent may have left it.
 // Every other event of such a log comes, with its exact values, each log's in their order and one
 // log after another. A line that has no end may come only after the five passes, counted afresh by
 // each process; rejected lines, end marks and what was never written do not come.
