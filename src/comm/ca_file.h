@@ -5,7 +5,7 @@
 // when nothing is.
 //
 //   const CaFile file = readCaFile("/etc/korvane/ca.pem");
-//   if (!file.fault.empty()) ...  // "is missing", "is empty", "holds no certificate", ...
+//   if (!file.fault.empty()) ...  // "is missing", "is empty", "contains no PEM certificate", ...
 #pragma once
 
 #include <string>
