@@ -17,7 +17,7 @@
 // are texts, numbers and lists. A password in a URL or a proxy setting is never among them.
 //
 //   const ConnectionReport report = testConnection(agentTarget());           // the server in use
-//   const ConnectionReport other = testConnection(agentTarget("10.1.2.3"));  // another, else the same
+//   const ConnectionReport other = testConnection(agentTarget("10.1.2.3"));  // another one
 //   if (!report.ok) std::puts((report.failingStage + ": " + report.cause).c_str());
 #pragma once
 

@@ -4,7 +4,7 @@
 //
 //   std::vector<RefusedSetting> refused;
 //   config.newConfiguration(pairs, refused);
-//   report(refusedSettingsText(refused));  // "1 setting refused: polling.interval=soon is not a number ..."
+//   report(refusedSettingsText(refused));  // "1 setting refused: polling.interval=soon ..."
 #pragma once
 
 #include <string>

@@ -10,7 +10,8 @@
 // ends the present and every later wait for good.
 // Errors: what the peer does wrong is a trace of source "RPC", and the peer is gone.
 //
-//   if (channel.start() && channel.attached() && channel.send(notice)) heard = channel.receive(100);
+//   if (channel.start() && channel.attached() && channel.send(notice))
+//     heard = channel.receive(100);
 #pragma once
 
 #include <cstdint>

@@ -4,7 +4,7 @@
 // seconds of silence, and serves one client at a time: close() lets the next one in. Within the
 // time of a call the client retries when
 //   - the server has another client (231),
-//   - the pipe is closed before the answer came (109): it was disconnected, or waited behind another,
+//   - the pipe is closed before the answer came (109): it was disconnected, or waited in vain,
 //   - nobody serves the name (2), for kRemakeMs at most: the server is recreating its pipe.
 // A request may therefore be carried out more than once.
 // Lifetime: pipes and clock outlive the object. Threads: one at a time.
@@ -12,7 +12,8 @@
 // Units: milliseconds.
 //
 //   RPCClient client(current().pipes, current().clock, kLocalPipe);
-//   const std::string version = client.call("getAgentVersion", {}, 5000).result.get<std::string>("version");
+//   const RPCResponse answer = client.call("getAgentVersion", {}, 5000);
+//   const std::string version = answer.result.get<std::string>("version");
 #pragma once
 
 #include <stdexcept>

@@ -7,7 +7,8 @@
 // failure to set up throws std::runtime_error.
 //
 //   TestAuthority authority;
-//   TlsServer server(authority, [](const TlsServer::Request&) { return TlsServer::answer("EOF_FLAG\n"); });
+//   TlsServer server(authority,
+//                    [](const TlsServer::Request&) { return TlsServer::answer("EOF_FLAG\n"); });
 //   url = "https://127.0.0.1:" + std::to_string(server.port()) + "/agent/";
 #pragma once
 

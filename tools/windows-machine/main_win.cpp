@@ -6,7 +6,7 @@
 //   kill NAME      ends its process as a crash would
 //   status NAME    asks for its state
 //   hold FILE      keeps a file open without sharing it until it is ended
-//   stay           does nothing until it is ended; Wine ends its services when no other program is left
+//   stay           does nothing until it is ended; Wine ends its services with the last other program
 //
 // The last line of the output is a JSON object. The exit status is 1 when it could not be done.
 #include <cstdio>

@@ -2,7 +2,7 @@
 // it and the files opened through it, as it must outlive them itself. Thread-safe.
 //
 //   FaultyFiles files(memory);
-//   files.failNth(FileOperation::write, 2, ENOSPC, "agent.ini");   // the second write to a path with that part
+//   files.failNth(FileOperation::write, 2, ENOSPC, "agent.ini");  // the second write to such a path
 #pragma once
 
 #include <array>

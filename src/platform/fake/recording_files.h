@@ -13,8 +13,8 @@
 //
 //   RecordingFiles files(memory);
 //   ... run the code under test over `files` ...
-//   files.forEachCrash([&](const std::string& state, MemoryFiles& disk) { ... start again on disk ... });
-//   files.leaveOutFlush(3);   // the fourth flush made nothing sure; now the check above must find a fault
+//   files.forEachCrash([&](const std::string& state, MemoryFiles& disk) { ... start on disk ... });
+//   files.leaveOutFlush(3);   // the fourth flush did nothing; now the check above must fail
 #pragma once
 
 #include <functional>
