@@ -39,9 +39,10 @@ class AgentPlace::Start {
   }
   ~Start() {
     if (!_mine) return;
+    std::shared_ptr<AgentRun> composed;  // goes when the lock is free again
     const ProcessLock hold(_place._lock);
+    composed.swap(_place._composing);
     _place._starting = false;
-    _place._composing.reset();
   }
   Start(const Start&) = delete;
   Start& operator=(const Start&) = delete;
