@@ -12,6 +12,7 @@ def parse_arguments(description):
     parser.add_argument("--lanes", type=int, default=4)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--keep-work", action="store_true")
+    parser.add_argument("--windows", help="the Windows build, whose agent then runs under Wine")
     return parser.parse_args()
 
 

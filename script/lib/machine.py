@@ -161,6 +161,14 @@ class LinuxMachine:
         return self.start("agent", "korvane-host", "run", "--install-root", self.stage.install_root,
                           "--registry", self.registry, "--run-dir", self.run_dir)
 
+    @property
+    def run_options(self):
+        """Where the programs of this machine find each other."""
+        return "--run-dir", self.run_dir
+
+    def kill(self, running, _program):
+        running.kill()
+
     def agentctl(self, *words):
         """The exit status of agentctl for this agent, and what it wrote."""
         done = subprocess.run([self.bin / "agentctl", "--install-root", self.stage.install_root, "--registry", self.registry,
@@ -289,6 +297,14 @@ class WineMachine:
     def start(self, name, program, *arguments):
         return self.stage.start(name, [WINE_RUN, self.bin / f"{program}.exe", *self.native(arguments)], signal.SIGINT,
                                 **self.prefix.environment)
+
+    run_options = ()
+
+    def kill(self, running, program):
+        """Ends a program as a crash would; what started it ends with it."""
+        for pid in self.prefix.processes(f"{program}.exe"):
+            os.kill(pid, signal.SIGKILL)
+        running.kill()
 
     def run(self, program, *arguments):
         return self.prefix.run(str(self.bin / f"{program}.exe"), *self.native(arguments))

@@ -17,7 +17,7 @@ import tempfile
 import time
 
 import lanes
-from stage import Stage, StageError, wait_until
+from stage import Stage, StageError
 
 BATCH_LIMIT = 500
 # What the server is asked to do wrong, and whether the answer is then lost to the agent.
@@ -41,7 +41,7 @@ FAULTS = [
 def lane(arguments, number, rounds):
     """Runs one lane; returns its account."""
     work = pathlib.Path(tempfile.mkdtemp(prefix=f"korvane-soak-{number}-"))
-    with Stage(arguments.build, work, seed=arguments.seed * 1000 + number) as stage:
+    with Stage(arguments.build, work, seed=arguments.seed * 1000 + number, windows=arguments.windows) as stage:
         try:
             account = play(stage, rounds, number)
         except StageError as error:
@@ -98,14 +98,7 @@ def finish(stage, written, rounds):
     stage.start_agent()
     first, last = written["firstSequence"], written["lastSequence"]
 
-    def unexplained():
-        sums = stage.events(first, last)
-        return sums if sums["lost_unexplained"] == 0 else None
-
-    try:
-        wait_until(unexplained, 120, "the last event")
-    except StageError:
-        pass  # the account tells what is missing
+    stage.await_events(first, last, 60)
     time.sleep(3)
     sums = stage.events(first, last)
     stop_ms = stage.agent.stop()

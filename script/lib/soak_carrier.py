@@ -14,7 +14,6 @@ The last line is a JSON object; the exit status is 0 when nothing was lost and n
 import json
 import pathlib
 import shutil
-import subprocess
 import sys
 import tempfile
 import time
@@ -32,7 +31,7 @@ class Lane:
     def __init__(self, arguments, number):
         self.number = number
         self.work = pathlib.Path(tempfile.mkdtemp(prefix=f"korvane-soak-carrier-{number}-"))
-        self.stage = Stage(arguments.build, self.work, seed=arguments.seed * 1000 + number)
+        self.stage = Stage(arguments.build, self.work, seed=arguments.seed * 1000 + number, windows=arguments.windows)
         self.random = self.stage.random
         self.carrier = None
         self.carriers = 0
@@ -57,17 +56,13 @@ class Lane:
 
     def start_agent(self):
         self.stage.start_agent()
-        machine = self.stage.machine
-
-        def switched_on():
-            return subprocess.run([machine.bin / "agentctl", "--run-dir", machine.run_dir, "call", "policyBuffer", '{"value":"true"}',
-                                   "--pipe", "korvane-agent-cloud"], capture_output=True, check=False).returncode == 0
-        wait_until(switched_on, 60, "the switch policyBuffer")
+        switch = ("call", "policyBuffer", '{"value":"true"}', "--pipe", "korvane-agent-cloud")
+        wait_until(lambda: self.stage.machine.agentctl(*switch)[0] == 0, 60, "the switch policyBuffer")
 
     def start_carrier(self, percent):
         machine = self.stage.machine
         self.carriers += 1
-        self.carrier = machine.start("carrier", "korvane-event-carrier", "--run-dir", machine.run_dir, "--out",
+        self.carrier = machine.start("carrier", "korvane-event-carrier", *machine.run_options, "--out",
                                      self.work / f"carried-{self.carriers:04}", "--random", percent, "--seed", self.carriers,
                                      "--delay", 300, "--slow", self.random.choice([0, 300, 1500]))
 
@@ -79,7 +74,7 @@ class Lane:
             raise StageError(f"the agent ended by itself with status {self.stage.agent.exit_status}")
         victim = self.random.choice(["agent", "agent", "agent_stopped", "carrier", "both"])
         if victim in ("carrier", "both"):
-            self.carrier.kill()
+            self.stage.machine.kill(self.carrier, "korvane-event-carrier")
             self.kills["carrier"] += 1
         if victim == "agent_stopped":
             self.stop_ms = max(self.stop_ms, self.stage.agent.stop())

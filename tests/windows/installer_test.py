@@ -88,7 +88,8 @@ class Installer(unittest.TestCase):
 
     def test_2_refused_settings(self):
         (WORK / "no.pem").write_text("no certificate")
-        for text, settings in (("contains no PEM certificate", ["SERVERURL=https://127.0.0.1:1/", f"CERTIFICATE={windows_path(WORK / 'no.pem')}"]),
+        certificate = f"CERTIFICATE={windows_path(WORK / 'no.pem')}"
+        for text, settings in (("contains no PEM certificate", ["SERVERURL=https://127.0.0.1:1/", certificate]),
                                ("does not begin with https://", ["SERVERURL=http://127.0.0.1:1/"])):
             status, said = installer("/i", OLD, *settings)
             self.assertNotEqual(status, 0)
