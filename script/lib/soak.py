@@ -54,6 +54,7 @@ def lane(arguments, number, rounds):
 
 
 def prepare(stage):
+    stage.machine.prepare()
     stage.make_certificates()
     stage.start_server()
     stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT},

@@ -41,6 +41,7 @@ class Lane:
     def run(self, rounds):
         started = time.monotonic()
         with self.stage as stage:
+            stage.machine.prepare()
             stage.install(service_type=2, settings={
                 "Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": 2 * BATCH_LIMIT, "log.consolidate": "false"}})
             stage.start_driver()
