@@ -21,6 +21,7 @@ CASES = [
     ([NOT_STARTED, NOT_STARTED, "echo word"], 3, 0, "word\n"),
     ([NOT_STARTED] * 4, 3, 1, ""),
     ([NOT_STARTED, "echo word; exit 1"], 2, 1, "word\n"),
+    (["echo 'wine client error:0: recvmsg: Connection reset by peer' >&2; exit 1", "echo word"], 2, 0, "word\n"),
     (["echo word; exit 1", "echo other"], 1, 1, "word\n"),  # a test that failed
     (["echo word >&2; exit 1", "echo other"], 1, 1, "word\n"),
     (["exit 3", "echo other"], 1, 3, ""),  # it crashed before its first word
