@@ -34,6 +34,7 @@ LogReader::LogReader(LogType type)
     : _type(type),
       _files(platform::current().files),
       _config(AgentConfig::getInstance()),
+      _stop(shutdownToken()),
       _source(type),
       _next(_files, NextLogs::pathBeside(AgentConfig::getLogPointerFileName(type))) {
   _next.load(currentLogName());
@@ -42,7 +43,7 @@ LogReader::LogReader(LogType type)
 bool LogReader::next(ParsedEvent& record) {
   if (!prepare()) return false;
   SourceLine line;
-  while (!shutdownToken().requested()) {
+  while (!_stop.requested()) {
     if (!_source.readLine(line)) return false;
     if (!line.lineEnd && !accepts(line)) {
       _source.goTo(line.start);

@@ -31,6 +31,8 @@
 
 namespace korvane {
 
+class StopToken;
+
 class LogReader {
  public:
   explicit LogReader(LogType type);
@@ -89,6 +91,7 @@ class LogReader {
   const LogType _type;
   platform::Files& _files;
   AgentConfig* const _config;
+  StopToken& _stop;  // of the run
   FileLogSource _source;
   NextLogs _next;
   bool _endRead = false;       // the MEOF record
