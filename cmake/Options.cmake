@@ -46,7 +46,8 @@ endif()
 # What nothing calls is left out where a link collects sections: the library, agentctl and the host.
 add_compile_options($<$<CONFIG:Release>:-ffunction-sections> $<$<CONFIG:Release>:-fdata-sections>)
 if(NOT KORVANE_SANITIZE AND NOT KORVANE_COVERAGE)
-  target_compile_options(korvane_flags INTERFACE -fstack-protector-strong)
+  # The exported classes are not to be replaced from outside: their calls of each other stay what the compiler makes them.
+  target_compile_options(korvane_flags INTERFACE -fstack-protector-strong -fno-semantic-interposition)
   add_compile_definitions($<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
   if(NOT WIN32)
     add_link_options(-Wl,-z,relro,-z,now)
