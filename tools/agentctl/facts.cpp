@@ -170,7 +170,7 @@ std::string textAt(const Json& facts, const std::string& path) {
 }
 
 Json filedStatus(Context& context) {
-  const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
+  const SettingsView settings = SettingsView::ofInstallation(context.iniFiles());
   Json facts = {{"running", false},
                 {"settings", {{"source", settings.source()}, {"fault", settings.fault()}}},
                 {"agent", filedAgent(context)},
@@ -204,7 +204,7 @@ Json policyFacts(Context& context) {
     facts["policy"] = typed(*policy);
     facts["driver"] = typed(context.ask("queryDriver"));
   } else {
-    facts["policy"] = filedPolicy(SettingsView::ofInstallation(context.installDirectory()));
+    facts["policy"] = filedPolicy(SettingsView::ofInstallation(context.iniFiles()));
     facts["driver"] = driverItself(context);
   }
   facts["files"] = policyFiles(context);
