@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "agent/thread/stop_token.h"
 #include "agentctl/events.h"
 #include "agentctl/settings_view.h"
 #include "config/ini_files.h"
@@ -103,9 +104,13 @@ Json lastEvent(Context& context) {
 }
 
 Json driverItself(Context& context) {
-  context.system();
+  platform::Platform& system = context.system();
+  StopToken stop;
+  // Nothing is loaded here, so nobody asks whether prevention is on.
+  Driver driver({system.registry, system.devices, system.systemInfo, system.clock, stop,
+                 [] { return Driver::Prevention::off; }, [](const STRING&) {}});
   AppliedPolicy policy;
-  if (const DriverResult asked = currentDriver().queryPolicy(policy); !asked.ok())
+  if (const DriverResult asked = driver.queryPolicy(policy); !asked.ok())
     return {{"answered", false}, {"error", asked.text.toUtf8()}};
   return {{"answered", true},
           {"policy",

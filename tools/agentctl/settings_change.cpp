@@ -7,7 +7,7 @@
 #include "agentctl/nearest.h"
 #include "agentctl/output.h"
 #include "agentctl/value_check.h"
-#include "config/agent_config.h"
+#include "config/agent_settings.h"
 #include "config/ini_files.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -97,12 +97,17 @@ void SettingsChange::checkMayWrite() const {
 
 void SettingsChange::write() {
   checkMayWrite();
-  AgentConfig& config = *AgentConfig::getInstance();
-  config.setWhoIsRunning(AgentConfig::RUNNING_CONFIG_TOOL);
-  const AgentConfig::ChangeGroup group(config);
+  platform::Platform& system = _context.system();
+  AgentSettings settings({{system.files, system.clock, system.sharedLibraries,
+                           _context.installDirectory(), /*subject=*/nullptr},
+                          system.registry,
+                          system.systemInfo});
+  settings.open();
+  settings.file.setWhoIsRunning(SettingsFile::RUNNING_CONFIG_TOOL);
+  const SettingsFile::ChangeGroup group(settings.file);
   // The values have been checked.
-  for (const Value& value : _values) ignoreResult(config.setValue(value.key, value.after));
-  if (!config.updateIniFile())
+  for (const Value& value : _values) ignoreResult(settings.file.setValue(value.key, value.after));
+  if (!settings.file.updateIniFile())
     throw Failure(
         ExitStatus::failed, _files.agentIni() + " could not be written",
         "Check whether the disk is full or another program holds the file, then try again.");
