@@ -10,7 +10,9 @@
 #include "logs/bulk_log_processing_thread.h"
 #include "logs/log_processing_thread.h"
 #include "logs/log_processor.h"
+#include "platform/platform.h"
 #include "update/component_update_thread.h"
+#include "update/update_parts.h"
 #include "update/update_thread.h"
 #include "update/util_thread.h"
 
@@ -23,7 +25,8 @@ std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config) {
 }
 
 Thread* makeComponentUpdate() {
-  return new ComponentUpdateThread;
+  return new ComponentUpdateThread(
+      {contentPartsOfRun(), platform::current().clock, &AgentConfig::getHIDSInterface});
 }
 Thread* makeAppData() {
   return new AppDataProcessingThread;
