@@ -11,6 +11,7 @@
 #include "agent/thread/thread.h"
 #include "cloud/local_service.h"
 #include "comm/https_handler.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
@@ -78,7 +79,8 @@ void Composition::assemble() {
   config.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
   config.setFirstUpdateDone(false);
   _log->open(config);
-  HttpsHandler::setLocalAddressSource(localAddresses);
+  _connection = &currentConnection();
+  _connection->setLocalAddressSource(localAddresses);
   platform::Platform& system = platform::current();
   const auto ids = std::make_shared<HidsComponent>(
       HidsComponent::Surroundings{system.files, system.clock, shutdownToken()}, idsDirectory(),
@@ -103,7 +105,9 @@ Composition::~Composition() {
 // as long as it lives.
 void Composition::takeDown() noexcept {
   stopStep("local channel", [this] { endLocalService(); });
-  stopStep("source of addresses", [] { HttpsHandler::setLocalAddressSource(nullptr); });
+  stopStep("source of addresses", [this] {
+    if (_connection) _connection->setLocalAddressSource(nullptr);
+  });
   if (Thread::abandoned() > 0) return;
   AgentConfig::setHIDSInterface(nullptr);
   stopStep("connections", [] { HttpsHandler::curlCleanup(); });
