@@ -13,6 +13,7 @@
 #include "logs/log_processor.h"
 #include "platform/platform.h"
 #include "update/component_update_thread.h"
+#include "update/update_parts.h"
 #include "update/update_thread.h"
 #include "update/util_thread.h"
 
@@ -28,7 +29,8 @@ std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
 }
 
 Thread* makeComponentUpdate() {
-  return new ComponentUpdateThread;
+  return new ComponentUpdateThread(
+      {contentPartsOfRun(), platform::current().clock, &AgentConfig::getHIDSInterface});
 }
 Thread* makeAppData() {
   return new AppDataProcessingThread;

@@ -70,7 +70,7 @@ void KorvaneAgent::mainRoutine() {
   begin();
   // Before the driver is asked anything, and before its answer is told to anybody.
   // What it could not put back is reported as the policy's error.
-  if (!stopping()) ignoreResult(PolicyProcessor::reconcile());
+  if (!stopping()) ignoreResult(PolicyProcessor(policyPartsOfRun()).reconcile());
   initializeTranslator();
   createComm();
   startComponentUpdate();

@@ -29,7 +29,7 @@ struct ScriptedPort {
   ScriptedSockets sockets{machine.fake.sockets};
   OtherSockets current{sockets};
   StopToken stop;
-  NotificationListener listener{stop};
+  NotificationListener listener{stop, sockets, settingsOf(config()).updates};
 };
 
 TEST(Notification, WaitsForTheByteWithinTheBudgetOfTheCountdown) {

@@ -139,7 +139,7 @@ int Program::translate(const Command& command) {
   std::string reason;
   if (!readSource(command.source, source, reason))
     return failWith(command, kUnusableArchive, reason);
-  MachineState machine(_system);
+  MachineState machine({_system.files, _system.registry, _system.systemInfo});
   const RetransItems previous = readPrevious(command.previousItems);
   const Translation made = SourcePolicy(machine, previous, command.target).translate(source);
   switch (made.trouble.kind) {
