@@ -1,5 +1,6 @@
 #include "agent/agent_factory.h"
 
+#include "agent/agent_context.h"
 #include "agent/standard_agent_comm.h"
 #include "cloud/cloud_agent_comm.h"
 #include "cloud/comm_thread.h"
@@ -18,8 +19,11 @@
 
 namespace korvane {
 
-std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config) {
-  if (isStandardAgent()) return std::make_unique<StandardAgentComm>(config, currentDriver());
+std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
+  const Settings& settings = context.settings;
+  if (isStandardAgent())
+    return std::make_unique<StandardAgentComm>(StandardAgentComm::Parts{
+        settings.server, settings.policy, settings.file, context.system.files, context.driver});
   if (isCloudAgent()) return std::make_unique<CloudAgentComm>();
   return nullptr;
 }

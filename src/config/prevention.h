@@ -3,18 +3,18 @@
 // Pure functions of the settings of the moment; any thread. Nothing throws.
 #pragma once
 
-#include "config/agent_config.h"
+#include "config/settings.h"
 
 namespace korvane {
 
 // Only then is the driver asked for anything, and a policy fetched for it.
-inline bool preventionInForce(const AgentConfig& config) {
-  return config.isIPSEnabled() && config.isIPSRebootDone();
+inline bool preventionInForce(const PolicySettings& settings) {
+  return settings.isIPSEnabled() && settings.isIPSRebootDone();
 }
 
 // Prevention is on and takes effect with the next reboot.
-inline bool preventionAwaitsReboot(const AgentConfig& config) {
-  return config.isIPSEnabled() && !config.isIPSRebootDone();
+inline bool preventionAwaitsReboot(const PolicySettings& settings) {
+  return settings.isIPSEnabled() && !settings.isIPSRebootDone();
 }
 
 }  // namespace korvane
