@@ -12,6 +12,7 @@
 #include "agent/thread/thread.h"
 #include "cloud/local_service.h"
 #include "comm/https_handler.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "driver/driver.h"
@@ -87,7 +88,8 @@ void Composition::assemble() {
   settings.file.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
   settings.updates.setFirstUpdateDone(false);
   _log->open(settings.logs, settings.file);
-  HttpsHandler::setLocalAddressSource(localAddresses);
+  _connection = &currentConnection();
+  _connection->setLocalAddressSource(localAddresses);
   const auto ids = std::make_shared<HidsComponent>(
       HidsComponent::Surroundings{context.system.files, context.system.clock, shutdownToken()},
       idsDirectory(), [&policy = settings.policy] { return policy.getIDSSignalTimeout(); });
@@ -111,7 +113,9 @@ Composition::~Composition() {
 // as long as it lives.
 void Composition::takeDown() noexcept {
   stopStep("local channel", [this] { endLocalService(); });
-  stopStep("source of addresses", [] { HttpsHandler::setLocalAddressSource(nullptr); });
+  stopStep("source of addresses", [this] {
+    if (_connection) _connection->setLocalAddressSource(nullptr);
+  });
   if (Thread::abandoned() > 0) return;
   AgentConfig::setHIDSInterface(nullptr);
   stopStep("connections", [] { HttpsHandler::curlCleanup(); });

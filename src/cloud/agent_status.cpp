@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "comm/exchange_outcome.h"
+#include "comm/exchange_record.h"
 #include "config/agent_config.h"
 #include "config/masking.h"
 #include "config/service_type.h"

@@ -2,7 +2,7 @@
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
 #include "cloud/parameters.h"
-#include "comm/connection_test.h"
+#include "comm/server_connection.h"
 
 namespace korvane {
 namespace {
@@ -55,7 +55,8 @@ void addConnectionMethods(RPCServer& server) {
              [](const RPCRequest& request, RPCResponse& response) {
                const std::string* name = givenText(request, "server");
                if (name && name->empty()) refuseParameter("server", "is empty");
-               response.result = reportTree(testConnection(agentTarget(name ? *name : "")));
+               const ServerConnection& connection = currentConnection();
+               response.result = reportTree(connection.test(connection.target(name ? *name : "")));
              });
 }
 

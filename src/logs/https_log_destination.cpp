@@ -1,6 +1,5 @@
 #include "logs/https_log_destination.h"
 
-#include "comm/exchange_outcome.h"
 #include "comm/server_codes.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
@@ -31,9 +30,7 @@ int HttpsLogDestination::writeBatch(const LogBatch& batch) {
 
 int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records) {
   if (result != 0) {
-    const ExchangeFailure failure = lastExchange().lastFailure;
-    ForwardingCounters::noteError(result,
-                                  failure.code == result ? failure.text : "nothing was sent");
+    ForwardingCounters::noteError(result, handler.lastResult().failure.text());
     return result;
   }
   STRING text;

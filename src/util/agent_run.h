@@ -38,8 +38,6 @@ enum class RunPart : uint8_t {
   serviceType,
   settings,
   connection,
-  exchangeOutcome,
-  nameLookups,
   driver,
   translator,
   applicationData,

@@ -1,15 +1,20 @@
-// How this run's last exchange with the management server ended, for status displays.
+// How the last exchange over a connection ended, for status displays and for what depends on
+// whether the server can be reached.
 //
 // HttpsHandler notes every exchange whose result it checks; a connection test and the check of the
 // primary server before a fail-back do not count. Any thread may call anything at any time; what is
 // read is one moment's whole record.
 //
-//   const ExchangeOutcome last = lastExchange();
+//   const ExchangeOutcome last = record.last();
 //   if (last.wallMs != 0 && !last.ok) show(last.code, last.text);
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
+
+#include "agent/thread/locks.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
@@ -33,10 +38,27 @@ struct ExchangeOutcome {
   ExchangeFailure lastFailure;  // the last one there was; a later success leaves it
 };
 
-ExchangeOutcome lastExchange();
+class ExchangeRecord {
+ public:
+  explicit ExchangeRecord(platform::Clock& clock) : _clock(clock) {}
 
-void noteExchangeAnswered(const std::string& server);
-// `answered`: the server did answer in its protocol, with this error code.
-void noteExchangeFailed(const ExchangeFailure& failure, bool answered);
+  ExchangeOutcome last();
+  void noteAnswered(const std::string& server);
+  // `answered`: the server did answer in its protocol, with this error code.
+  void noteFailed(const ExchangeFailure& failure, bool answered);
+
+  // libcurl's code of the last transfer, 0 when it was answered; -1 and HTTP errors leave it.
+  int transferError() const { return _transferError; }
+  void setTransferError(int code) { _transferError = code; }
+
+ private:
+  platform::Clock& _clock;
+  Win32Mutex _lock;
+  ExchangeOutcome _last GUARDED_BY(_lock);
+  std::atomic<int> _transferError{0};
+};
+
+// Of the current run.
+ExchangeOutcome lastExchange();
 
 }  // namespace korvane
