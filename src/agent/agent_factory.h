@@ -1,5 +1,5 @@
 // Makes the parts of the agent object: the communication component of the service type, and the
-// worker threads. The caller owns the result.
+// threads, with what they use of the current run. The caller owns the result.
 #pragma once
 
 #include <memory>
@@ -15,6 +15,8 @@ class Thread;
 // Null for an agent that is neither a standard nor a cloud agent.
 [[nodiscard]] std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config);
 
+// Serves the local channel.
+Thread* makeLocalService();
 Thread* makeComponentUpdate();
 Thread* makeAppData();
 Thread* makeGenericAppData();

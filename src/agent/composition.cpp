@@ -5,11 +5,10 @@
 #include <utility>
 #include <vector>
 
-#include "agent/agent_state_handler.h"
+#include "agent/agent_factory.h"
 #include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
-#include "cloud/local_service.h"
 #include "comm/https_handler.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
@@ -17,7 +16,6 @@
 #include "ids/hids_component.h"
 #include "platform/clock.h"
 #include "platform/platform.h"
-#include "platform/system_info.h"
 #include "translator/translator.h"
 #include "util/agent_run.h"
 
@@ -31,24 +29,10 @@ bool localAddresses(std::vector<STRING>& addresses) {
 // The service's thread ends at once; this is for one whose method does not.
 constexpr uint32_t kServiceEndMs = 1500;
 
-AboutAgent aboutThisAgent() {
-  platform::Platform& system = platform::current();
-  const auto state = [&system](std::string (AgentStateHandler::*what)()) {
-    return [&system, what] { return (AgentStateHandler(system.processes).*what)(); };
-  };
-  AboutAgent about;
-  about.techStatus = state(&AgentStateHandler::getTechStatus);
-  about.techNames = state(&AgentStateHandler::getTechNames);
-  about.version = state(&AgentStateHandler::getAgentVersion);
-  about.startedWallMs = system.clock.wallMs();
-  about.startedMonotonicMs = system.clock.monotonicMs();
-  return about;
-}
-
 // An agent that nobody can ask is better than none.
 Thread* startLocalService() {
   try {
-    auto service = std::make_unique<LocalService>(aboutThisAgent());
+    std::unique_ptr<Thread> service(makeLocalService());
     service->start();
     return service.release();
   } catch (const std::exception& error) {

@@ -13,6 +13,7 @@
 #include "config/install_root.h"
 #include "config/prevention.h"
 #include "config/service_type.h"
+#include "config/settings.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
@@ -109,7 +110,8 @@ void KorvaneAgent::createComm() {
     Synchronized hold(_commLock);
     _comm = makeAgentComm(*_config);
   }
-  if (isCloudAgent() && !stopping()) loadApplicationPolicies();
+  if (isCloudAgent() && !stopping())
+    loadApplicationPolicies(platform::current().files, settingsOf(*_config).policy);
   eventlog::event(EventId::agentStarted, kAgentTag, {version});
   if (isStandardAgent()) eventlog::event(EventId::managementServer, kAgentTag, {_config->getURL()});
   AgentConfig::setAgentStarted(true);

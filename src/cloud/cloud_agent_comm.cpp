@@ -6,7 +6,7 @@
 namespace korvane {
 
 bool CloudAgentComm::testConnection() {
-  return !_stopped && ConnectorPresence::askedLately();
+  return !_stopped && _connector.askedLately();
 }
 
 bool CloudAgentComm::registerAgent(uint8_t&) {

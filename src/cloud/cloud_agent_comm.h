@@ -2,7 +2,7 @@
 //
 // Such an agent is not enrolled from here and sends nothing by itself: the cloud connector
 // comes to it over the command channel (comm_thread.h) and asks. Operations return at once;
-// any thread may call them.
+// any thread may call them. The presence outlives the object.
 #pragma once
 
 #include <atomic>
@@ -11,8 +11,12 @@
 
 namespace korvane {
 
+class ConnectorPresence;
+
 class CloudAgentComm : public AgentComm {
  public:
+  explicit CloudAgentComm(const ConnectorPresence& connector) : _connector(connector) {}
+
   // Whether the connector has asked for something lately (connector_presence.h); false
   // after stop().
   bool testConnection() override;
@@ -23,6 +27,7 @@ class CloudAgentComm : public AgentComm {
   void stop() override;
 
  private:
+  const ConnectorPresence& _connector;
   std::atomic<bool> _stopped{false};
 };
 

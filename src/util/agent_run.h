@@ -43,13 +43,11 @@ enum class RunPart : uint8_t {
   driver,
   translator,
   applicationData,
-  forwardingCounters,
-  policyBuffer,
   policyTurn,
   policyReport,
   policyNews,
   content,
-  connectorPresence,
+  shared,
   count,
 };
 
