@@ -1,5 +1,6 @@
 #include "agent/agent_factory.h"
 
+#include "agent/agent_context.h"
 #include "agent/standard_agent_comm.h"
 #include "cloud/cloud_agent_comm.h"
 #include "cloud/comm_thread.h"
@@ -10,20 +11,26 @@
 #include "logs/bulk_log_processing_thread.h"
 #include "logs/log_processing_thread.h"
 #include "logs/log_processor.h"
+#include "platform/platform.h"
 #include "update/component_update_thread.h"
+#include "update/update_parts.h"
 #include "update/update_thread.h"
 #include "update/util_thread.h"
 
 namespace korvane {
 
-std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config) {
-  if (isStandardAgent()) return std::make_unique<StandardAgentComm>(config, currentDriver());
+std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
+  const Settings& settings = context.settings;
+  if (isStandardAgent())
+    return std::make_unique<StandardAgentComm>(StandardAgentComm::Parts{
+        settings.server, settings.policy, settings.file, context.system.files, context.driver});
   if (isCloudAgent()) return std::make_unique<CloudAgentComm>();
   return nullptr;
 }
 
 Thread* makeComponentUpdate() {
-  return new ComponentUpdateThread;
+  return new ComponentUpdateThread(
+      {contentPartsOfRun(), platform::current().clock, &AgentConfig::getHIDSInterface});
 }
 Thread* makeAppData() {
   return new AppDataProcessingThread;

@@ -8,12 +8,12 @@
 
 namespace korvane {
 
-class AgentConfig;
+struct AgentContext;
 class AgentInfo;
 class Thread;
 
 // Null for an agent that is neither a standard nor a cloud agent.
-[[nodiscard]] std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config);
+[[nodiscard]] std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context);
 
 Thread* makeComponentUpdate();
 Thread* makeAppData();

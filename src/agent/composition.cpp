@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/agent_context.h"
 #include "agent/agent_state_handler.h"
 #include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
@@ -14,6 +15,7 @@
 #include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "platform/clock.h"
@@ -32,10 +34,12 @@ bool localAddresses(std::vector<STRING>& addresses) {
 // The service's thread ends at once; this is for one whose method does not.
 constexpr uint32_t kServiceEndMs = 1500;
 
-AboutAgent aboutThisAgent() {
-  platform::Platform& system = platform::current();
-  const auto state = [&system](std::string (AgentStateHandler::*what)()) {
-    return [&system, what] { return (AgentStateHandler(system.processes).*what)(); };
+AboutAgent aboutThisAgent(const AgentContext& context) {
+  platform::Platform& system = context.system;
+  const auto state = [context](std::string (AgentStateHandler::*what)()) {
+    return [context, what] {
+      return (AgentStateHandler(context.settings, context.system.processes).*what)();
+    };
   };
   AboutAgent about;
   about.techStatus = state(&AgentStateHandler::getTechStatus);
@@ -47,9 +51,9 @@ AboutAgent aboutThisAgent() {
 }
 
 // An agent that nobody can ask is better than none.
-Thread* startLocalService() {
+Thread* startLocalService(const AgentContext& context) {
   try {
-    auto service = std::make_unique<LocalService>(aboutThisAgent());
+    auto service = std::make_unique<LocalService>(aboutThisAgent(context));
     service->start();
     return service.release();
   } catch (const std::exception& error) {
@@ -59,6 +63,10 @@ Thread* startLocalService() {
 }
 
 }  // namespace
+
+AgentContext contextOfRun() {
+  return {platform::current(), settingsOf(*AgentConfig::getInstance()), currentDriver()};
+}
 
 Composition::Composition() {
   try {
@@ -74,20 +82,20 @@ Composition::Composition() {
 }
 
 void Composition::assemble() {
-  _log = std::make_unique<OwnLog>();
-  AgentConfig& config = *AgentConfig::getInstance();
-  config.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
-  config.setFirstUpdateDone(false);
-  _log->open(config);
+  _log = std::make_unique<OwnLog>(platform::current());
+  const AgentContext context = contextOfRun();
+  const Settings& settings = context.settings;
+  settings.file.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
+  settings.updates.setFirstUpdateDone(false);
+  _log->open(settings.logs, settings.file);
   _connection = &currentConnection();
   _connection->setLocalAddressSource(localAddresses);
-  platform::Platform& system = platform::current();
   const auto ids = std::make_shared<HidsComponent>(
-      HidsComponent::Surroundings{system.files, system.clock, shutdownToken()}, idsDirectory(),
-      [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
+      HidsComponent::Surroundings{context.system.files, context.system.clock, shutdownToken()},
+      idsDirectory(), [&policy = settings.policy] { return policy.getIDSSignalTimeout(); });
   AgentRun::current().keep(ids);
   AgentConfig::setHIDSInterface(ids.get());
-  _localService = startLocalService();
+  _localService = startLocalService(context);
 }
 
 void Composition::endLocalService() {

@@ -12,7 +12,7 @@
 // Errors: RPCError with one of the codes of cloud_errors.h and the reason; nothing has
 // changed then. Events 10620 to 10622.
 //
-//   const PolicyTurn turn;
+//   const PolicyTurn turn(turns, stop);
 //   if (turn.taken()) ApplicationPolicies(policy).set("web", archive);
 #pragma once
 

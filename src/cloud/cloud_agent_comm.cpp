@@ -1,7 +1,7 @@
 #include "cloud/cloud_agent_comm.h"
 
 #include "cloud/connector_presence.h"
-#include "update/policy/policy_news.h"
+#include "update/policy/policy_parts.h"
 
 namespace korvane {
 
@@ -14,7 +14,7 @@ bool CloudAgentComm::registerAgent(uint8_t&) {
 }
 
 void CloudAgentComm::reportPolicyState() {
-  if (!_stopped) PolicyNews::note();
+  if (!_stopped) policyPartsOfRun().shared.news.note();
 }
 
 void CloudAgentComm::stop() {

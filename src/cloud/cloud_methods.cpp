@@ -16,8 +16,6 @@
 #include "config/setting_check.h"
 #include "logs/log_processing_thread.h"
 #include "update/policy/builtin_wish.h"
-#include "update/policy/policy_news.h"
-#include "update/policy/policy_turn.h"
 #include "util/base64.h"
 #include "util/ignore_result.h"
 
@@ -51,18 +49,18 @@ void checkChangeable(const PropertyList& settings) {
 }
 
 // The driver goes back with the setting when the change fails.
-int change(const PropertyList& settings) {
+int change(Driver& driver, const PropertyList& settings) {
   const AgentConfig& config = *AgentConfig::getInstance();
   const char* const key = "use.builtin.policy";
   const PropertyList former = {{key, STRING::fromBool(config.useBuiltInPolicy())}};
   const bool wished = findProperty(settings, key) && preventionInForce(config);
   if (wished)
-    if (const STRING problem = followBuiltInWish(settings); !problem.empty())
+    if (const STRING problem = followBuiltInWish(driver, settings); !problem.empty())
       throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));
   try {
     return changeSettings(settings);
   } catch (const RPCError&) {
-    if (wished) followBuiltInWish(former);
+    if (wished) followBuiltInWish(driver, former);
     throw;
   }
 }
@@ -89,7 +87,7 @@ void CloudMethods::addTo(RPCServer& server) {
 }
 
 void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>& work) {
-  const PolicyTurn turn;
+  const PolicyTurn turn(_parts.shared.turns, _parts.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
   // Without a history the policies are worked on all the same; that has been traced.
   if (!_ready) ignoreResult(_processor.InitializePloicyHistory());
@@ -117,9 +115,9 @@ void CloudMethods::policy(const RPCRequest& request, RPCResponse& response) {
 void CloudMethods::configuration(const RPCRequest& request, RPCResponse& response) {
   const PropertyList settings = settingsFrom(request.params);
   checkChangeable(settings);
-  const PolicyTurn turn;
+  const PolicyTurn turn(_parts.shared.turns, _parts.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
-  putMember(response.result, "changed", change(settings));
+  putMember(response.result, "changed", change(_parts.driver, settings));
 }
 
 void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& response) {
@@ -160,7 +158,7 @@ void CloudMethods::getState(const RPCRequest&, RPCResponse& response) {
   putMember(agent, "version", config.getKorvaneVersion().toUtf8());
   putMember(agent, "type", static_cast<int64_t>(serviceType()));
   response.result.push_back({"agent", std::move(agent)});
-  putMember(response.result, "news", static_cast<int64_t>(PolicyNews::number()));
+  putMember(response.result, "news", static_cast<int64_t>(_parts.shared.news.number()));
   putFlag(response.result, "policyBuffer", LogProcessingThread::policyBuffer());
   putMember(response.result, "features", config.getFeatures().toUtf8());
   response.result.push_back({"policy", policyTree()});

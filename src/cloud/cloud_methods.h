@@ -30,7 +30,8 @@ class CloudMethods {
   // Runs the work in a turn, with the policy's history at hand.
   void workOnPolicy(const std::function<void(ApplicationPolicies&)>& work);
 
-  PolicyProcessor _processor;
+  const PolicyParts _parts = policyPartsOfRun();
+  PolicyProcessor _processor{_parts};
   bool _ready = false;  // the history has been initialised
 };
 

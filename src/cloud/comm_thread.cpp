@@ -11,7 +11,7 @@ namespace korvane {
 CommThread::CommThread(AgentInfo*) {}
 
 void CommThread::run() {
-  PolicyProcessor::reportOutstanding();
+  PolicyProcessor(policyPartsOfRun()).reportOutstanding();
   platform::Platform& system = platform::current();
   RPCNamedPipe transport(system.pipes, system.clock, kCloudPipe, RPCNamedPipe::Role::server);
   RPCServer server(transport, system.clock);

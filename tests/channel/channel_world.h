@@ -100,9 +100,18 @@ class ChannelWorld {
   }
   AboutAgent about() {
     AboutAgent told;
-    told.techStatus = [this] { return AgentStateHandler(machine.fake.processes).getTechStatus(); };
-    told.techNames = [this] { return AgentStateHandler(machine.fake.processes).getTechNames(); };
-    told.version = [this] { return AgentStateHandler(machine.fake.processes).getAgentVersion(); };
+    told.techStatus = [this] {
+      return AgentStateHandler(settingsOf(*AgentConfig::getInstance()), machine.fake.processes)
+          .getTechStatus();
+    };
+    told.techNames = [this] {
+      return AgentStateHandler(settingsOf(*AgentConfig::getInstance()), machine.fake.processes)
+          .getTechNames();
+    };
+    told.version = [this] {
+      return AgentStateHandler(settingsOf(*AgentConfig::getInstance()), machine.fake.processes)
+          .getAgentVersion();
+    };
     told.startedWallMs = machine.sim.clock().wallMs();
     told.startedMonotonicMs = machine.sim.clock().monotonicMs();
     return told;

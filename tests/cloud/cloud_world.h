@@ -14,7 +14,7 @@
 #include "stand-in-policy/policy_model.h"
 #include "tests/support/simulated_agent.h"
 #include "translate-stand-in/source_policy.h"
-#include "update/policy/policy_turn.h"
+#include "update/policy/policy_parts.h"
 
 namespace korvane::tests {
 
@@ -55,7 +55,8 @@ class CloudWorld {
   // Another thread works on policies until the agent stops.
   void holdTurn() {
     _holder = machine.sim.createThread(0, [] {
-      const PolicyTurn turn;
+      const PolicyParts parts = policyPartsOfRun();
+      const PolicyTurn turn(parts.shared.turns, parts.stop);
       shutdownToken().sleepFor(platform::kInfinite);
     });
     machine.sim.runFor(10);
@@ -99,7 +100,7 @@ class CloudWorld {
     const std::string& plus = quoted[quoted.size() - 3];
     Source source;
     Translation made;
-    MachineState state(machine.fake.platform());
+    MachineState state({machine.fake.files, machine.fake.registry, machine.fake.systemInfo});
     if (unpackPolicy(plus, machine.fake.files.content(plus), source, made.problem))
       made = SourcePolicy(state, {}, Target::driver).translate(source);
     const bool good = made.problem.empty();

@@ -173,21 +173,23 @@ TEST(PolicyTurn, IsTakenWhenTheOtherHasDoneAndAStopEndsTheWait) {
   for (const bool stopped : {false, true}) {
     SimulatedMachine machine({.serviceType = "2"});
     const auto done = machine.sim.createEvent(true, false);
+    PolicyTurns turns;
+    StopToken stop;
     bool taken = false;
     int64_t waitEnded = 0;
     const auto holder = machine.sim.createThread(0, [&] {
-      const PolicyTurn turn;
+      const PolicyTurn turn(turns, stop);
       done->wait(platform::kInfinite);
     });
     machine.sim.runFor(10);
     const auto waiter = machine.sim.createThread(0, [&] {
-      const PolicyTurn turn;
+      const PolicyTurn turn(turns, stop);
       taken = turn.taken();
       waitEnded = machine.now();
     });
     machine.sim.runFor(300);
     const int64_t now = machine.now();
-    if (stopped) shutdownToken().request();
+    if (stopped) stop.request();
     if (!stopped) done->set();
     machine.sim.runFor(1500);
     done->set();
