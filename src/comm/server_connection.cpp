@@ -212,8 +212,8 @@ ConnectionTarget ServerConnection::target(const STRING& server) const {
 }
 
 ConnectionReport ServerConnection::test(const ConnectionTarget& target) const {
-  return testConnection(target, {_parts.clock, _parts.files, _parts.sockets, _parts.systemInfo,
-                                 _parts.stop});
+  return testConnection(
+      target, {_parts.clock, _parts.files, _parts.sockets, _parts.systemInfo, _parts.stop});
 }
 
 void ServerConnection::offerApplicationRequest(const STRING& identifier) {

@@ -35,10 +35,6 @@ const PropertyList& failure() {
   return pairs;
 }
 
-void report(int code, const char* text, const PropertyList& pairs = {}) {
-  reportUpdateResult(HttpsHandler::SOFTWARE_UPDATE, {code, text}, pairs);
-}
-
 bool keep(platform::Files& files, const std::string& path, std::string_view bytes,
           archive::Refusal& refusal) {
   const int error = platform::writeFileAtomically(files, path, bytes);
@@ -137,9 +133,13 @@ void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
   PropertyList pairs = parseUpdateResults(bytes);
   if (!findProperty(pairs, "result.errorcode"))
     pairs.insert(pairs.begin(), failure().begin(), failure().end());
-  HttpsHandler handler;
+  HttpsHandler handler(_parts.connection);
   if (!reportTaken(handler, handler.setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, pairs))) return;
   recordDirectory({});
+}
+
+void SoftwareUpdate::report(int code, const char* text, const PropertyList& pairs) {
+  reportUpdateResult(_parts.connection, HttpsHandler::SOFTWARE_UPDATE, {code, text}, pairs);
 }
 
 void SoftwareUpdate::recordDirectory(const STRING& directory) {

@@ -37,13 +37,15 @@ class SoftwareUpdate {
     platform::Files& files;
     platform::Clock& clock;
     ServerSettings& server;
+    ServerConnection& connection;
     UpdateSettings& settings;
     SettingsFile& settingsFile;
     StopToken& stop;
   };
 
   SoftwareUpdate(const Parts& parts, PendingUpdates& pending, RetryGroup& retry)
-      : _parts(parts), _exchange(softwareUpdates(), pending, retry, parts.server) {}
+      : _parts(parts),
+        _exchange(softwareUpdates(), pending, retry, parts.server, parts.connection) {}
 
   void processSoftwareUpdate();
 
@@ -57,6 +59,7 @@ class SoftwareUpdate {
   // An earlier package goes before this one comes, but not before this one has been checked.
   [[nodiscard]] bool unpackPackage(const std::string& directory, std::string_view bytes,
                                    archive::Refusal& refusal);
+  void report(int code, const char* text, const PropertyList& pairs = {});
   void recordDirectory(const STRING& directory);
 
   const Parts _parts;

@@ -1,5 +1,6 @@
 // Where this room asks for the current run, and nowhere else.
 #include "agent/thread/stop_token.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "driver/driver.h"
 #include "platform/platform.h"
@@ -17,6 +18,7 @@ PolicyParts policyPartsOfRun() {
            shutdownToken()},
           system.registry,
           system.systemInfo,
+          currentConnection(),
           AgentRun::current().part<PolicyShared>(RunPart::policy)};
 }
 

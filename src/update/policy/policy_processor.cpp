@@ -16,7 +16,7 @@ constexpr char kReceivedTag[] = "processConfigPolicyUpdates";
 
 PolicyProcessor::PolicyProcessor(const PolicyParts& parts)
     : _pipeline(parts),
-      _reports(parts.shared.owed, parts.shared.news, parts.settings),
+      _reports({parts.shared.owed, parts.shared.news, parts.settings, parts.connection}),
       _housekeeping({parts.files, parts.clock, parts.driver, parts.settings}),
       _retrans({parts.files, parts.registry, parts.systemInfo}, parts.driver, parts.settings),
       _parts(parts) {}
