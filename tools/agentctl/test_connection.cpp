@@ -26,7 +26,7 @@ ExitStatus testIt(Context& context, const std::string& server) {
 
 ConnectionReport connectionReport(Context& context, const std::string& server) {
   // The settings store would wait for a lock file that it may not have.
-  const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
+  const SettingsView settings = SettingsView::ofInstallation(context.iniFiles());
   if (!settings.fault().empty())
     note(settings.fault() + "; the test uses the settings of " + settings.source());
   const ServerConnection& connection = currentConnection();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/files.h"
+#include "platform/native.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "platform/program_entry.h"
@@ -173,9 +174,9 @@ int Program::makePolicy(const std::string& textFile, const std::string& archive)
 }  // namespace
 
 int korvane::programMain(const std::vector<std::string>& arguments) {
-  platform::SystemInfo& info = platform::current().systemInfo;
+  const auto info = platform::makeNativeSystemInfo();
   const auto native = platform::makeNativePlatform(
-      {info.environment("KORVANE_REGISTRY"), info.environment("KORVANE_RUN_DIR")});
+      {info->environment("KORVANE_REGISTRY"), info->environment("KORVANE_RUN_DIR")});
   Program program(native->platform());
   if (arguments.size() == 3 && arguments[0] == "--make-policy")
     return program.makePolicy(arguments[1], arguments[2]);

@@ -1,4 +1,4 @@
-#include "config/setting_store.h"
+#include "config/value_map.h"
 
 #include <algorithm>
 #include <limits>
@@ -54,9 +54,9 @@ bool readTyped(const SettingRow& row, STRING& text, int64_t& number) {
 
 }  // namespace
 
-SettingStore::SettingStore(StoreKind kind) : _kind(kind) {
+ValueMap::ValueMap(MapKind kind) : _kind(kind) {
   for (const SettingRow& row : settingsTable()) {
-    if (storeOf(row) != kind) continue;
+    if (mapKindOf(row) != kind) continue;
     _places[static_cast<size_t>(row.key)] = static_cast<uint8_t>(_values.size());
     Value initial{row.defaultText, row.defaultText, 0};
     readTyped(row, initial.text, initial.number);
@@ -65,11 +65,11 @@ SettingStore::SettingStore(StoreKind kind) : _kind(kind) {
   }
 }
 
-bool SettingStore::fits(size_t oldUnits, size_t newUnits) const {
-  return newUnits <= kMaxValueUnits && _units - oldUnits + newUnits <= kMaxStoreUnits;
+bool ValueMap::fits(size_t oldUnits, size_t newUnits) const {
+  return newUnits <= kMaxValueUnits && _units - oldUnits + newUnits <= kMaxMapUnits;
 }
 
-SettingStore::Result SettingStore::set(const SettingRow& row, const STRING& text) {
+ValueMap::Result ValueMap::set(const SettingRow& row, const STRING& text) {
   Value& target = value(row.key);
   STRING wanted = lineValue(text);
   int64_t number = 0;
@@ -82,22 +82,22 @@ SettingStore::Result SettingStore::set(const SettingRow& row, const STRING& text
   return Result::changed;
 }
 
-const STRING* SettingStore::other(const STRING& key) const {
+const STRING* ValueMap::other(const STRING& key) const {
   const auto found = std::find_if(_others.begin(), _others.end(),
                                   [&](const auto& entry) { return entry.first == key; });
   return found == _others.end() ? nullptr : &found->second.text;
 }
 
-void SettingStore::listOthers(PropertyList& out) const {
+void ValueMap::listOthers(PropertyList& out) const {
   for (const auto& [key, entry] : _others) out.emplace_back(key, entry.text);
 }
 
-SettingStore::Others::iterator SettingStore::findOther(const STRING& key) {
+ValueMap::Others::iterator ValueMap::findOther(const STRING& key) {
   return std::find_if(_others.begin(), _others.end(),
                       [&](const auto& entry) { return entry.first == key; });
 }
 
-SettingStore::Result SettingStore::setOther(const STRING& key, const STRING& text) {
+ValueMap::Result ValueMap::setOther(const STRING& key, const STRING& text) {
   const STRING wanted = lineValue(text);
   const auto found = findOther(key);
   const bool isNew = found == _others.end();
@@ -112,7 +112,7 @@ SettingStore::Result SettingStore::setOther(const STRING& key, const STRING& tex
   return Result::changed;
 }
 
-bool SettingStore::mergeRow(const SettingRow& row, const STRING* fromFile, PropertyList& refused) {
+bool ValueMap::mergeRow(const SettingRow& row, const STRING* fromFile, PropertyList& refused) {
   Value& target = value(row.key);
   const bool ownChange = target.text != target.saved;
   const STRING theirs = fromFile ? *fromFile : STRING(row.defaultText);
@@ -126,7 +126,7 @@ bool SettingStore::mergeRow(const SettingRow& row, const STRING* fromFile, Prope
   return result == Result::changed;
 }
 
-bool SettingStore::mergeOthers(const PropertyList& fromFile, PropertyList& refused) {
+bool ValueMap::mergeOthers(const PropertyList& fromFile, PropertyList& refused) {
   bool changed = false;
   for (const auto& [key, text] : fromFile) {
     const auto own = findOther(key);
@@ -151,42 +151,42 @@ bool SettingStore::mergeOthers(const PropertyList& fromFile, PropertyList& refus
   return changed || _others.size() != before;
 }
 
-bool SettingStore::merge(const IniText& file, PropertyList& refused) {
+bool ValueMap::merge(const IniText& file, PropertyList& refused) {
   std::unordered_map<std::u16string_view, const STRING*> known;
   PropertyList unknown;
   for (const auto& [key, text] : file.values) {
     if (findRow(key)) {
       known.emplace(key.utf16(), &text);
-    } else if (_kind == StoreKind::settings) {
+    } else if (_kind == MapKind::settings) {
       const bool fits = isKeyName(key) && unknown.size() < kMaxOthers;
       (fits ? unknown : refused).emplace_back(key, text);
     }
   }
   bool changed = false;
   for (const SettingRow& row : settingsTable()) {
-    if (storeOf(row) != _kind) continue;
+    if (mapKindOf(row) != _kind) continue;
     const auto found = known.find(STRING(row.name).utf16());
     changed |= mergeRow(row, found == known.end() ? nullptr : found->second, refused);
   }
-  if (_kind == StoreKind::settings) changed |= mergeOthers(unknown, refused);
+  if (_kind == MapKind::settings) changed |= mergeOthers(unknown, refused);
   return changed;
 }
 
-bool SettingStore::dirty() const {
+bool ValueMap::dirty() const {
   const auto differs = [](const Value& value) { return value.text != value.saved; };
   return std::any_of(_values.begin(), _values.end(), differs) ||
          std::any_of(_others.begin(), _others.end(),
                      [&](const auto& entry) { return differs(entry.second); });
 }
 
-void SettingStore::markSaved(const SettingStore& written) {
+void ValueMap::markSaved(const ValueMap& written) {
   for (size_t i = 0; i < _values.size(); ++i) _values[i].saved = written._values[i].text;
   for (auto& [key, value] : _others) {
     if (const STRING* text = written.other(key)) value.saved = *text;
   }
 }
 
-void SettingStore::writeSection(IniWriter& writer, std::string_view section) const {
+void ValueMap::writeSection(IniWriter& writer, std::string_view section) const {
   if (section == kOtherSection) {
     for (const auto& [key, value] : _others) {
       writer.section(section);
@@ -195,7 +195,7 @@ void SettingStore::writeSection(IniWriter& writer, std::string_view section) con
     return;
   }
   for (const SettingRow& row : settingsTable()) {
-    if (section != row.section || storeOf(row) != _kind) continue;
+    if (section != row.section || mapKindOf(row) != _kind) continue;
     writer.section(section);
     writer.value(row.name, text(row.key));
   }

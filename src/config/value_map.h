@@ -1,9 +1,9 @@
-// One of the two name/value stores: the settings of a StoreKind, each as text and as a typed value,
-// and, in the main store, the keys that belong to no section of the table.
+// One of the two name/value maps: the settings of a MapKind, each as text and as a typed value,
+// and, in the main one, the keys that belong to no section of the table.
 //
 // Beside its value every setting remembers what the file held when it was last read or written, so
 // that a change of this process and one made to the file by another can be told apart and both
-// survive. A value type without a lock of its own: AgentConfig guards it.
+// survive. A value type without a lock of its own: SettingsStore guards it.
 #pragma once
 
 #include <array>
@@ -16,16 +16,16 @@
 
 namespace korvane {
 
-class SettingStore {
+class ValueMap {
  public:
   enum class Result { refused, unchanged, changed };
 
   // Every setting has its default.
-  explicit SettingStore(StoreKind kind);
+  explicit ValueMap(MapKind kind);
 
   const STRING& text(Key key) const { return value(key).text; }
   int64_t number(Key key) const { return value(key).number; }  // 0 and 1 for a boolean
-  // Refused: the text is not of the setting's type, or too long, or the store would outgrow its
+  // Refused: the text is not of the setting's type, or too long, or the map would outgrow its
   // bound.
   [[nodiscard]] Result set(const SettingRow& row, const STRING& text);
 
@@ -43,13 +43,13 @@ class SettingStore {
   // True when a value differs from the file's.
   bool dirty() const;
   // The file holds `written` now.
-  void markSaved(const SettingStore& written);
-  // Writes this store's keys of a section; for [Other] the unknown ones.
+  void markSaved(const ValueMap& written);
+  // Writes this map's keys of a section; for [Other] the unknown ones.
   void writeSection(IniWriter& writer, std::string_view section) const;
 
-  // UTF-16 code units that one value, and all texts of a store together, may have.
+  // UTF-16 code units that one value, and all texts of a map together, may have.
   static constexpr size_t kMaxValueUnits = 64u << 10;
-  static constexpr size_t kMaxStoreUnits = 512u << 10;
+  static constexpr size_t kMaxMapUnits = 512u << 10;
   // Keys that [Other] may have.
   static constexpr size_t kMaxOthers = 1000;
 
@@ -69,7 +69,7 @@ class SettingStore {
   bool mergeRow(const SettingRow& row, const STRING* fromFile, PropertyList& refused);
   bool mergeOthers(const PropertyList& fromFile, PropertyList& refused);
 
-  StoreKind _kind;
+  MapKind _kind;
   std::array<uint8_t, static_cast<size_t>(Key::count)> _places{};
   std::vector<Value> _values;
   Others _others;

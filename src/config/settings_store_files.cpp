@@ -2,13 +2,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "config/agent_config_state.h"
 #include "config/log_names.h"
 #include "config/masking.h"
+#include "config/settings_store.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "platform/platform.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -19,28 +18,28 @@ constexpr int64_t kWriteRetryMs = 10000;
 constexpr size_t kMaxToldValues = 10;
 constexpr size_t kMaxToldBytes = 80;
 
-int64_t now() {
-  return platform::current().clock.monotonicMs();
-}
-
 bool isDamage(IniFault fault) {
   return fault == IniFault::tooLarge || fault == IniFault::notText || fault == IniFault::corrupt;
 }
 
 }  // namespace
 
-bool AgentConfigState::dirty() const {
+int64_t SettingsStore::now() const {
+  return _clock.monotonicMs();
+}
+
+bool SettingsStore::dirty() const {
   return settings.dirty() || communication.dirty();
 }
 
-bool AgentConfigState::upToDate() {
-  const FileStamp stamp = IniFiles::stampOf(files.agentIni());
+bool SettingsStore::upToDate() {
+  const FileStamp stamp = files.stampOf(files.agentIni());
   const Synchronized hold(lock);
   return everRead && stamp == agentIni.stamp && (!dirty() || now() < nextRetryMs);
 }
 
-std::unique_ptr<platform::FileLock> AgentConfigState::takeLockFile(std::string_view tag,
-                                                                   uint32_t pauseMs) {
+std::unique_ptr<platform::FileLock> SettingsStore::takeLockFile(std::string_view tag,
+                                                                uint32_t pauseMs) {
   int error = 0;
   auto held = files.lock(tag, error, pauseMs);
   const Synchronized hold(lock);
@@ -51,8 +50,8 @@ std::unique_ptr<platform::FileLock> AgentConfigState::takeLockFile(std::string_v
 }
 
 // One event for all of them; values that are secrets are not shown.
-void AgentConfigState::tellRefused(std::string_view tag, const PropertyList& refused,
-                                   const std::string& path) {
+void SettingsStore::tellRefused(std::string_view tag, const PropertyList& refused,
+                                const std::string& path) {
   if (refused.empty()) return;
   std::string list;
   for (size_t i = 0; i < std::min(refused.size(), kMaxToldValues); ++i) {
@@ -64,8 +63,8 @@ void AgentConfigState::tellRefused(std::string_view tag, const PropertyList& ref
   eventlog::event(EventId::settingValuesIgnored, tag, {refused.size(), path, list});
 }
 
-bool AgentConfigState::mergeNVPData(std::string_view tag, const IniText& file,
-                                    const std::string& path) {
+bool SettingsStore::mergeNVPData(std::string_view tag, const IniText& file,
+                                 const std::string& path) {
   const Synchronized hold(lock);
   const STRING list = communication.text(Key::serverList);
   const STRING url = communication.text(Key::agentUrl);
@@ -75,18 +74,18 @@ bool AgentConfigState::mergeNVPData(std::string_view tag, const IniText& file,
   changed |= communication.merge(file, refused);
   tellRefused(tag, refused, path);
   if (!changed) return false;
-  momentsOutstanding |= 1u << AgentConfig::SETTINGS_RELOADED | 1u << AgentConfig::SETTINGS_CHANGED;
+  momentsOutstanding |= 1u << reloaded | 1u << anyChange;
   if (url != communication.text(Key::agentUrl)) follow(Key::agentUrl);
   if (list != communication.text(Key::serverList)) follow(Key::serverList);
   if (fips != settings.number(Key::fipsEnabled)) follow(Key::fipsEnabled);
   return true;
 }
 
-bool AgentConfigState::readFallback(std::string_view tag, IniFault agentIniFault, bool& changed) {
+bool SettingsStore::readFallback(std::string_view tag, IniFault agentIniFault, bool& changed) {
   FileMemory memory;
   IniText text;
   const std::string path = files.fallbackIni();
-  const IniFault fault = IniFiles::readIniFileInMem(memory, path, text, true);
+  const IniFault fault = files.readIniFileInMem(memory, path, text, true);
   {
     const Synchronized hold(lock);
     fallbackIni = memory;
@@ -100,14 +99,14 @@ bool AgentConfigState::readFallback(std::string_view tag, IniFault agentIniFault
                     {path, agentIniPath, describe(agentIniFault)});
     return true;
   }
-  if (isDamage(fault)) IniFiles::keepAside(tag, path, fault);
+  if (isDamage(fault)) files.keepAside(tag, path, fault);
   eventlog::event(EventId::settingsNotRead, tag,
                   {agentIniPath, describe(agentIniFault), path, describe(fault)});
   return false;
 }
 
 // Of a file that cannot be opened while the agent runs; it is looked at every second.
-void AgentConfigState::tellUnreadable(std::string_view tag, IniFault fault) {
+void SettingsStore::tellUnreadable(std::string_view tag, IniFault fault) {
   const Synchronized hold(lock);
   const bool told = std::exchange(toldUnreadable, fault == IniFault::unreadable);
   if (!toldUnreadable || told) return;
@@ -115,11 +114,11 @@ void AgentConfigState::tellUnreadable(std::string_view tag, IniFault fault) {
                   {files.agentIni(), describe(fault), files.fallbackIni(), "not consulted"});
 }
 
-bool AgentConfigState::readFiles(std::string_view tag, bool& changed) {
-  const bool hasFallback = IniFiles::stampOf(files.fallbackIni()).exists;
+bool SettingsStore::readFiles(std::string_view tag, bool& changed) {
+  const bool hasFallback = files.stampOf(files.fallbackIni()).exists;
   FileMemory memory;
   IniText text;
-  const IniFault fault = IniFiles::readIniFileInMem(memory, files.agentIni(), text, !hasFallback);
+  const IniFault fault = files.readIniFileInMem(memory, files.agentIni(), text, !hasFallback);
   bool first = false;
   {
     const Synchronized hold(lock);
@@ -133,8 +132,8 @@ bool AgentConfigState::readFiles(std::string_view tag, bool& changed) {
   return good;
 }
 
-bool AgentConfigState::takeFiles(std::string_view tag, const IniText& text, IniFault fault,
-                                 bool first, bool& changed) {
+bool SettingsStore::takeFiles(std::string_view tag, const IniText& text, IniFault fault, bool first,
+                              bool& changed) {
   tellUnreadable(tag, first ? IniFault::none : fault);
   if (fault == IniFault::none) {
     changed = mergeNVPData(tag, text, files.agentIni());
@@ -143,11 +142,11 @@ bool AgentConfigState::takeFiles(std::string_view tag, const IniText& text, IniF
   }
   // A file that vanished or cannot be opened while the agent runs takes nothing from what is known.
   if (!first && !isDamage(fault)) return fault == IniFault::missing;
-  if (isDamage(fault)) IniFiles::keepAside(tag, files.agentIni(), fault);
+  if (isDamage(fault)) files.keepAside(tag, files.agentIni(), fault);
   return readFallback(tag, fault, changed);
 }
 
-bool AgentConfigState::load(std::string_view tag, bool& changed) {
+bool SettingsStore::load(std::string_view tag, bool& changed) {
   changed = false;
   if (!files.usable()) return false;
   if (upToDate()) return true;
@@ -158,7 +157,8 @@ bool AgentConfigState::load(std::string_view tag, bool& changed) {
     if (!lockFile) return false;
     bool write = false;
     const bool good = readFiles(tag, changed);
-    eventlog::trace(tag, "WalkLogChain returned : %s", walkLogChain() ? "true" : "false");
+    eventlog::trace(tag, "WalkLogChain returned : %s",
+                    walkLogChain(_systemFiles) ? "true" : "false");
     {
       const Synchronized hold(lock);
       lastLoadGood = good;
@@ -171,7 +171,7 @@ bool AgentConfigState::load(std::string_view tag, bool& changed) {
   return true;
 }
 
-void AgentConfigState::takeExternalChange(std::string_view tag) {
+void SettingsStore::takeExternalChange(std::string_view tag) {
   FileMemory known;
   bool read = false;
   {
@@ -179,7 +179,7 @@ void AgentConfigState::takeExternalChange(std::string_view tag) {
     known = agentIni;
     read = everRead;
   }
-  const FileStamp stamp = IniFiles::stampOf(files.agentIni());
+  const FileStamp stamp = files.stampOf(files.agentIni());
   if (read && (stamp == known.stamp || !stamp.exists)) return;
   bool changed = false;
   if (!read) {
@@ -188,16 +188,16 @@ void AgentConfigState::takeExternalChange(std::string_view tag) {
     return;
   }
   IniText text;
-  const bool hasFallback = IniFiles::stampOf(files.fallbackIni()).exists;
-  const IniFault fault = IniFiles::readIniFileInMem(known, files.agentIni(), text, !hasFallback);
+  const bool hasFallback = files.stampOf(files.fallbackIni()).exists;
+  const IniFault fault = files.readIniFileInMem(known, files.agentIni(), text, !hasFallback);
   // What this process holds is newer than the fallback, so a damaged file is only replaced.
-  if (isDamage(fault)) IniFiles::keepAside(tag, files.agentIni(), fault);
+  if (isDamage(fault)) files.keepAside(tag, files.agentIni(), fault);
   if (fault == IniFault::none) mergeNVPData(tag, text, files.agentIni());
   const Synchronized hold(lock);
   agentIni = known;
 }
 
-std::string AgentConfigState::exportText() const {
+std::string SettingsStore::exportText() const {
   IniWriter writer(files.lineEnd());
   std::string_view last;
   for (const SettingRow& row : settingsTable()) {
@@ -210,34 +210,34 @@ std::string AgentConfigState::exportText() const {
   return writer.finish();
 }
 
-AgentConfigState::Snapshot AgentConfigState::snapshot() const {
+SettingsStore::Snapshot SettingsStore::snapshot() const {
   const Synchronized hold(lock);
   return {settings, communication, exportText()};
 }
 
-void AgentConfigState::markSaved(const Snapshot& written) {
+void SettingsStore::markSaved(const Snapshot& written) {
   settings.markSaved(written.settings);
   communication.markSaved(written.communication);
 }
 
-bool AgentConfigState::writeOne(std::string_view tag, const std::string& path,
-                                FileMemory AgentConfigState::*memory, const Snapshot& content,
-                                bool force) {
+bool SettingsStore::writeOne(std::string_view tag, const std::string& path,
+                             FileMemory SettingsStore::*memory, const Snapshot& content,
+                             bool force) {
   FileMemory known;
   {
     const Synchronized hold(lock);
     known = this->*memory;
   }
-  const bool holdsThis = known.stamp.exists && known.stamp == IniFiles::stampOf(path) &&
+  const bool holdsThis = known.stamp.exists && known.stamp == files.stampOf(path) &&
                          known.digest == sha256Hex(content.text);
   if (holdsThis && !force) return true;
-  const bool written = IniFiles::write(tag, path, content.text, known);
+  const bool written = files.write(tag, path, content.text, known);
   const Synchronized hold(lock);
   this->*memory = known;
   return written;
 }
 
-bool AgentConfigState::saveHoldingLockFile(std::string_view tag, bool force) {
+bool SettingsStore::saveHoldingLockFile(std::string_view tag, bool force) {
   takeExternalChange(tag);
   const Snapshot content = snapshot();
   {
@@ -245,32 +245,32 @@ bool AgentConfigState::saveHoldingLockFile(std::string_view tag, bool force) {
     const Synchronized hold(lock);
     force = force || nextRetryMs != 0;
   }
-  const bool written = writeOne(tag, files.agentIni(), &AgentConfigState::agentIni, content, force);
+  const bool written = writeOne(tag, files.agentIni(), &SettingsStore::agentIni, content, force);
   const Synchronized hold(lock);
   if (written) markSaved(content);
   nextRetryMs = written ? 0 : now() + kWriteRetryMs;
   return written;
 }
 
-bool AgentConfigState::save(std::string_view tag, bool force) {
+bool SettingsStore::save(std::string_view tag, bool force) {
   const Synchronized holdFiles(fileLock);
   const auto lockFile = takeLockFile(tag);
   return lockFile && saveHoldingLockFile(tag, force);
 }
 
-bool AgentConfigState::saveBoth(std::string_view tag) {
+bool SettingsStore::saveBoth(std::string_view tag) {
   const Synchronized holdFiles(fileLock);
   const auto lockFile = takeLockFile(tag);
   if (!lockFile) return false;
   takeExternalChange(tag);
   const bool first =
-      writeOne(tag, files.fallbackIni(), &AgentConfigState::fallbackIni, snapshot(), false);
+      writeOne(tag, files.fallbackIni(), &SettingsStore::fallbackIni, snapshot(), false);
   return saveHoldingLockFile(tag, false) && first;
 }
 
-bool AgentConfigState::saveTo(std::string_view tag, const std::string& path) {
+bool SettingsStore::saveTo(std::string_view tag, const std::string& path) {
   FileMemory unused;
-  return IniFiles::write(tag, path, snapshot().text, unused);
+  return files.write(tag, path, snapshot().text, unused);
 }
 
 }  // namespace korvane

@@ -1,5 +1,5 @@
-// What is behind AgentConfig: the stores, their lock, the files and the state that is not
-// in the files.
+// The settings of one agent: their values, the lock over them, and how they meet agent.ini. The
+// sections (server_settings.h and the others) give the values their names and types.
 //
 // Two locks: `fileLock` serialises this process's own use of the files, lock file included, and is
 // taken first; `lock` guards the values and is never held while a file is touched.
@@ -14,20 +14,34 @@
 #include <vector>
 
 #include "agent/thread/locks.h"
-#include "config/agent_config.h"
+#include "config/change_all.h"
+#include "config/change_group.h"
 #include "config/ini_files.h"
 #include "config/refused_settings.h"
 #include "config/server_list.h"
-#include "config/setting_store.h"
 #include "config/settings_table.h"
+#include "config/value_map.h"
 #include "util/thread_annotations.h"
 
 namespace korvane {
 
-struct AgentConfigState {
-  AgentConfigState(AgentConfig& ownerConfig, std::string directory);
+class SettingsStore {
+ public:
+  struct Surroundings {
+    platform::Files& files;
+    platform::Clock& clock;
+    platform::SharedLibraries& sharedLibraries;  // has the FIPS module
+    std::string directory;  // of agent.ini and its companions; empty: there are none
+    void* subject;          // what subscribers are given
+  };
+  // The moments that a subscriber can ask for, as AgentConfig::SubscriberId numbers them.
+  enum Moment { reloaded = 1, fromServer = 2, anyChange = 3 };
 
-  // Values. The first three take the lock; change() is what every setter does.
+  explicit SettingsStore(const Surroundings& of);
+  SettingsStore(const SettingsStore&) = delete;
+  SettingsStore& operator=(const SettingsStore&) = delete;
+
+  // Values. The first three take the lock; change() is what the setters do.
   STRING text(Key key) const;
   int32_t number(Key key) const;
   uint32_t interval(Key key) const;
@@ -36,11 +50,11 @@ struct AgentConfigState {
   void change(Key key, bool value) { change(key, STRING::fromBool(value)); }
   void change(Key key, int64_t value) { change(key, STRING::fromInt(value)); }
 
-  const SettingStore& storeOfKey(Key key) const REQUIRES(lock);
+  const ValueMap& mapOf(Key key) const REQUIRES(lock);
   // Sets a value without writing it; false when it is refused.
   [[nodiscard]] bool assign(const SettingRow& row, const STRING& value) REQUIRES(lock);
   [[nodiscard]] bool assignByName(const STRING& key, const STRING& value) REQUIRES(lock);
-  // newConfiguration() without its write and its event.
+  // A configuration from the server, without its write and its event.
   void takeFromServer(const PropertyList& properties, std::vector<RefusedSetting>& refused)
       REQUIRES(lock);
   // Why assignByName() refused what has no fault of its own.
@@ -60,22 +74,22 @@ struct AgentConfigState {
   void beginWriting();
   [[nodiscard]] bool save(std::string_view tag, bool force);
   [[nodiscard]] bool saveBoth(std::string_view tag);
-  AgentConfig::ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
+  ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
   [[nodiscard]] bool saveTo(std::string_view tag, const std::string& path);
   [[nodiscard]] bool saveHoldingLockFile(std::string_view tag, bool force);
   std::string exportText() const REQUIRES(lock);
 
-  // Ends the outermost group of a thread: writes, switches, notifies what is outstanding.
-  void finishChanges() noexcept;
-  void notifySubscribers();
+  // The scope of a ChangeGroup. The end of a thread's outermost one writes, switches and notifies
+  // what is outstanding.
+  static void beginChanges();
+  void endChanges() noexcept;
 
-  AgentConfig& owner;
   const IniFiles files;
   Win32Mutex fileLock;
   mutable RecursiveMutex lock;
 
-  SettingStore settings GUARDED_BY(lock){StoreKind::settings};
-  SettingStore communication GUARDED_BY(lock){StoreKind::communication};
+  ValueMap settings GUARDED_BY(lock){MapKind::settings};
+  ValueMap communication GUARDED_BY(lock){MapKind::communication};
   ServerList servers GUARDED_BY(lock);
   FileMemory agentIni GUARDED_BY(lock);
   FileMemory fallbackIni GUARDED_BY(lock);
@@ -87,43 +101,16 @@ struct AgentConfigState {
   bool lastWriteFailed GUARDED_BY(lock) = false;  // of newConfiguration, to trace it once
   int64_t nextRetryMs GUARDED_BY(lock) = 0;       // monotonic, after a write that failed
 
-  // What finishChanges() has to do.
+  // What the end of a group has to do.
   bool writeOutstanding GUARDED_BY(lock) = false;
   bool fipsOutstanding GUARDED_BY(lock) = false;
-  unsigned momentsOutstanding GUARDED_BY(lock) = 0;  // a bit for each SubscriberId
+  unsigned momentsOutstanding GUARDED_BY(lock) = 0;  // a bit for each Moment
   std::vector<std::pair<int, std::function<void(void*)>>> subscribers GUARDED_BY(lock);
 
-  // Not in the file.
-  bool acknowledgedBuiltIn GUARDED_BY(lock) = false;
-  int policyState GUARDED_BY(lock) = 0;
-  STRING policyStateText GUARDED_BY(lock);
-  bool policyStateChanged GUARDED_BY(lock) = false;
-  bool realPolicyStateChanged GUARDED_BY(lock) = false;
-  STRING policyErrorText GUARDED_BY(lock);  // as it was set, with the blanks at its ends
-  int reportedError GUARDED_BY(lock) = 0;
-  STRING reportedErrorText GUARDED_BY(lock);
-  bool errorChangeForced GUARDED_BY(lock) = false;
-  STRING hidsLogFile GUARDED_BY(lock);
-  STRING hidsRtLogFile GUARDED_BY(lock);
-  std::vector<STRING> hidsRtLogFilesSeen GUARDED_BY(lock);
-  bool retranslateIdsNow GUARDED_BY(lock) = false;
-  bool retranslationActive GUARDED_BY(lock) = false;
-  int ipsServiceStatus GUARDED_BY(lock) = 0;
-  bool ipsEnforced GUARDED_BY(lock) = false;
-  int64_t policyEffectiveDate GUARDED_BY(lock) = 0;
-  bool firstUpdateDone GUARDED_BY(lock) = false;
-  int whoIsRunning GUARDED_BY(lock) = AgentConfig::RUNNING_AGENT;
-  bool localDiscoveryOn GUARDED_BY(lock) = false;
-  bool cloudDiscoveryOn GUARDED_BY(lock) = false;
-
-  // Looked up once, the address again after a while.
-  mutable STRING version GUARDED_BY(lock);
-  mutable STRING hostName GUARDED_BY(lock);
-  mutable STRING osDescription GUARDED_BY(lock);
-  mutable STRING ipAddress GUARDED_BY(lock);
-  mutable int64_t ipAddressUntilMs GUARDED_BY(lock) = 0;
-
  private:
+  void finishChanges() noexcept;
+  void applyFips(bool wanted);
+  void notifySubscribers();
   // Sets them in order; what stood before goes to `former`, the newest first. False at the
   // first refusal.
   [[nodiscard]] bool assignAll(const PropertyList& changes, PropertyList& former,
@@ -131,8 +118,8 @@ struct AgentConfigState {
   void putBack(const PropertyList& former) REQUIRES(lock);
 
   struct Snapshot {
-    SettingStore settings;
-    SettingStore communication;
+    ValueMap settings;
+    ValueMap communication;
     std::string text;
   };
 
@@ -147,10 +134,16 @@ struct AgentConfigState {
   [[nodiscard]] bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
   [[nodiscard]] bool takeFiles(std::string_view tag, const IniText& text, IniFault fault,
                                bool first, bool& changed);
+  int64_t now() const;
   void takeExternalChange(std::string_view tag);
   [[nodiscard]] bool writeOne(std::string_view tag, const std::string& path,
-                              FileMemory AgentConfigState::*memory, const Snapshot& content,
+                              FileMemory SettingsStore::*memory, const Snapshot& content,
                               bool force);
+
+  platform::Clock& _clock;
+  platform::Files& _systemFiles;
+  platform::SharedLibraries& _sharedLibraries;
+  void* const _subject;
 };
 
 }  // namespace korvane
