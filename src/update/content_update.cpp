@@ -3,6 +3,7 @@
 #include "agent/thread/stop_token.h"
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
+#include "config/policy_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"

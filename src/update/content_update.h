@@ -22,6 +22,9 @@
 
 namespace korvane {
 
+class PolicySettings;
+class ServerConnection;
+class ServerSettings;
 class StopToken;
 
 class ContentUpdate {

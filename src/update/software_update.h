@@ -26,7 +26,10 @@
 namespace korvane {
 
 class HttpsHandler;
+class ServerSettings;
+class SettingsFile;
 class StopToken;
+class UpdateSettings;
 
 class SoftwareUpdate {
  public:

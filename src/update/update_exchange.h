@@ -5,7 +5,8 @@
 // An UpdateGroup, constant data, says how a group of kinds differs from the others. What is done
 // with the bytes of a kind is up to the caller.
 //
-// Lifetime: refers to the caller's flags and retry group, to the settings and to the connection. Threads: the update thread alone.
+// Lifetime: refers to the caller's flags and retry group, to the settings and to the connection.
+// Threads: the update thread alone.
 // Errors: a failed exchange clears the retry group, and what was to be fetched is dropped
 // until the server announces it again; server_answer.h has the refusals. What `process`
 // throws passes through.
@@ -16,7 +17,6 @@
 
 #include <functional>
 
-#include "config/settings.h"
 #include "eventlog/event_id.h"
 #include "update/pending_updates.h"
 #include "update/retry_group.h"
@@ -25,6 +25,7 @@ namespace korvane {
 
 class HttpsHandler;
 class ServerConnection;
+class ServerSettings;
 
 struct UpdateGroup {
   enum class Of {

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "comm/https_handler.h"
+#include "config/policy_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"

@@ -2,6 +2,7 @@
 
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
+#include "config/policy_settings.h"
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
 

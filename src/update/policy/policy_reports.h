@@ -1,4 +1,5 @@
-// What the server, or a manager on the channel, is told about the policy, and what it is still owed.
+// What the server, or a manager on the channel, is told about the policy, and what it is still
+// owed.
 //
 // The outcome of every received policy is the settings' policy error and is sent as a status. What
 // did not get through, or could not come about before the last stop, stays owed until the next
@@ -15,13 +16,13 @@
 #pragma once
 
 #include "agent/thread/locks.h"
-#include "config/settings.h"
 #include "update/policy/policy_change.h"
 #include "update/policy/policy_news.h"
 #include "update/policy/policy_outcome.h"
 
 namespace korvane {
 
+class PolicySettings;
 class ServerConnection;
 
 // The outcome that has not been told yet; one for each run of an agent. Threads: any.
