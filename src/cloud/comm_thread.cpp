@@ -13,7 +13,8 @@ CommThread::CommThread(AgentInfo*) {}
 void CommThread::run() {
   PolicyProcessor::reportOutstanding();
   platform::Platform& system = platform::current();
-  RPCNamedPipe transport(system.pipes, system.clock, kCloudPipe, RPCNamedPipe::Role::server);
+  RPCNamedPipe transport(system.pipes, system.clock, kCloudPipe, RPCNamedPipe::Role::server,
+                         platform::PipeAudience::administrators);
   RPCServer server(transport, system.clock);
   CloudMethods methods;
   methods.addTo(server);
