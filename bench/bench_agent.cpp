@@ -2,15 +2,16 @@
 
 #include <stdexcept>
 
-#include "config/agent_config.h"
+#include "agent/thread/stop_token.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
+#include "config/settings.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 
 namespace korvane::bench {
 
-void setUpAgent(const AgentSettings& settings) {
+ForwardingParts setUpAgent(const AgentSettings& settings) {
   setInstallRoot(settings.stateFolder);
   if (const int error = platform::current().files.makeDirectories(installDirectory()))
     throw std::runtime_error(installDirectory() + " cannot be made: error " +
@@ -25,6 +26,15 @@ void setUpAgent(const AgentSettings& settings) {
   config.setMaxBatchSize(settings.batchLimit);
   config.setConsolidateLogs(settings.folding);
   config.setHIDSRTLogFile(settings.log);
+  static ForwardingCounters counters(platform::current().clock);
+  const Settings sections = settingsOf(config);
+  return {platform::current().files,
+          platform::current().clock,
+          shutdownToken(),
+          sections.logs,
+          sections.machine,
+          nullptr,
+          counters};
 }
 
 bool BenchProcessor::PostRealTimeProcessing(const STRING& file) {

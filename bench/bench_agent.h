@@ -20,13 +20,14 @@ struct AgentSettings {
 };
 
 // Makes the process a standard agent with these settings. Once a process.
-void setUpAgent(const AgentSettings& settings);
+ForwardingParts setUpAgent(const AgentSettings& settings);
 
 // A processor of the real-time log that notes the end of the log.
 class BenchProcessor : public LogProcessor {
  public:
-  BenchProcessor(std::unique_ptr<LogDestination> destination, bool keepLog)
-      : LogProcessor(HIDS_RT_LOG, std::move(destination)), _keepLog(keepLog) {}
+  BenchProcessor(const ForwardingParts& parts, std::unique_ptr<LogDestination> destination,
+                 bool keepLog)
+      : LogProcessor(HIDS_RT_LOG, parts, std::move(destination)), _keepLog(keepLog) {}
   bool PostRealTimeProcessing(const STRING& file) override;
   bool finished() const { return _finished; }
 

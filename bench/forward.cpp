@@ -11,7 +11,8 @@
 
 #include "agent/thread/stop_token.h"
 #include "bench/bench_agent.h"
-#include "comm/https_handler.h"
+#include "comm/server_connection.h"
+#include "logs/https_log_destination.h"
 
 namespace {
 
@@ -52,7 +53,13 @@ int main(int argc, char** argv) {
   app.add_flag("--no-folding", noFolding, "send repeats one by one");
   CLI11_PARSE(app, argc, argv);
   settings.folding = !noFolding;
-  korvane::bench::setUpAgent(settings);
-  korvane::bench::BenchProcessor processor(korvane::makeLogDestination([] { return true; }), keep);
+  const korvane::ForwardingParts parts = korvane::bench::setUpAgent(settings);
+  korvane::ServerSettings& server =
+      korvane::settingsOf(*korvane::AgentConfig::getInstance()).server;
+  korvane::bench::BenchProcessor processor(
+      parts,
+      std::make_unique<korvane::HttpsLogDestination>(korvane::currentConnection(), server,
+                                                     parts.counters),
+      keep);
   return forwardAll(processor);
 }

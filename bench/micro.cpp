@@ -143,8 +143,7 @@ BENCHMARK(batchBodyBuild);
 
 void eventNoticeBuild(benchmark::State& state) {
   const RecordQueue queue = queueOfLog();
-  const MessageBody none;
-  const LogBatch batch{queue, notes(), none};
+  const LogBatch batch{queue, notes()};
   const Row row(state);
   for (auto _ : state) benchmark::DoNotOptimize(eventNotice(1, "1795255200123-1", batch));
   state.counters["notice bytes"] = static_cast<double>(eventNotice(1, "1", batch).size());

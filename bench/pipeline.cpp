@@ -14,12 +14,15 @@ namespace {
 
 class CountingDestination : public korvane::LogDestination {
  public:
-  int writeLog(const std::vector<korvane::PropertyList>&) override { return 0; }
-  int writeBatch(const korvane::LogBatch& batch) override {
-    bytes += batch.body.size();
+  int writeLog(const korvane::LogBatch& batch) override {
+    korvane::composeBody(_body, batch.records, batch.notes);
+    bytes += _body.size();
     return 0;
   }
   uint64_t bytes = 0;
+
+ private:
+  korvane::MessageBody _body;
 };
 
 }  // namespace
@@ -32,10 +35,10 @@ int main(int argc, char** argv) {
       ->required();
   app.add_option("--batch", settings.batchLimit, "records in a message");
   CLI11_PARSE(app, argc, argv);
-  korvane::bench::setUpAgent(settings);
+  const korvane::ForwardingParts parts = korvane::bench::setUpAgent(settings);
   auto destination = std::make_unique<CountingDestination>();
   const CountingDestination& counted = *destination;
-  korvane::bench::BenchProcessor processor(std::move(destination), true);
+  korvane::bench::BenchProcessor processor(parts, std::move(destination), true);
   const auto started = std::chrono::steady_clock::now();
   const uint64_t allocatedBefore = korvane::bench::allocations();
   int64_t events = 0, records = 0;

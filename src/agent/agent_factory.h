@@ -1,5 +1,5 @@
 // Makes the parts of the agent object: the communication component of the service type, and the
-// worker threads. The caller owns the result.
+// threads, each with what it uses of the context. The caller owns the result.
 #pragma once
 
 #include <memory>
@@ -15,14 +15,16 @@ class Thread;
 // Null for an agent that is neither a standard nor a cloud agent.
 [[nodiscard]] std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context);
 
-Thread* makeComponentUpdate();
+// Serves the local channel.
+Thread* makeLocalService(const AgentContext& context);
+Thread* makeComponentUpdate(const AgentContext& context);
 Thread* makeAppData();
 Thread* makeGenericAppData();
 Thread* makeUpdate(AgentInfo* info);
-Thread* makeComm(AgentInfo* info);
+Thread* makeComm(const AgentContext& context, AgentInfo* info);
 Thread* makeUtil(AgentInfo* info);
 // Forwards the IDS component's real-time event log.
-Thread* makeLogProcessing();
+Thread* makeLogProcessing(const AgentContext& context);
 Thread* makeBulkLogProcessing();
 
 }  // namespace korvane

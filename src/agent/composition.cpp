@@ -6,11 +6,10 @@
 #include <vector>
 
 #include "agent/agent_context.h"
-#include "agent/agent_state_handler.h"
+#include "agent/agent_factory.h"
 #include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
-#include "cloud/local_service.h"
 #include "comm/https_handler.h"
 #include "comm/server_connection.h"
 #include "config/agent_config.h"
@@ -20,7 +19,6 @@
 #include "ids/hids_component.h"
 #include "platform/clock.h"
 #include "platform/platform.h"
-#include "platform/system_info.h"
 #include "translator/translator.h"
 #include "util/agent_run.h"
 
@@ -34,26 +32,10 @@ bool localAddresses(std::vector<STRING>& addresses) {
 // The service's thread ends at once; this is for one whose method does not.
 constexpr uint32_t kServiceEndMs = 1500;
 
-AboutAgent aboutThisAgent(const AgentContext& context) {
-  platform::Platform& system = context.system;
-  const auto state = [context](std::string (AgentStateHandler::*what)()) {
-    return [context, what] {
-      return (AgentStateHandler(context.settings, context.system.processes).*what)();
-    };
-  };
-  AboutAgent about;
-  about.techStatus = state(&AgentStateHandler::getTechStatus);
-  about.techNames = state(&AgentStateHandler::getTechNames);
-  about.version = state(&AgentStateHandler::getAgentVersion);
-  about.startedWallMs = system.clock.wallMs();
-  about.startedMonotonicMs = system.clock.monotonicMs();
-  return about;
-}
-
 // An agent that nobody can ask is better than none.
 Thread* startLocalService(const AgentContext& context) {
   try {
-    auto service = std::make_unique<LocalService>(aboutThisAgent(context));
+    std::unique_ptr<Thread> service(makeLocalService(context));
     service->start();
     return service.release();
   } catch (const std::exception& error) {
@@ -63,10 +45,6 @@ Thread* startLocalService(const AgentContext& context) {
 }
 
 }  // namespace
-
-AgentContext contextOfRun() {
-  return {platform::current(), settingsOf(*AgentConfig::getInstance()), currentDriver()};
-}
 
 Composition::Composition() {
   try {

@@ -13,6 +13,7 @@
 #include "config/install_root.h"
 #include "config/prevention.h"
 #include "config/service_type.h"
+#include "config/settings.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
@@ -70,7 +71,7 @@ void KorvaneAgent::mainRoutine() {
   begin();
   // Before the driver is asked anything, and before its answer is told to anybody.
   // What it could not put back is reported as the policy's error.
-  if (!stopping()) ignoreResult(PolicyProcessor(policyPartsOfRun()).reconcile());
+  if (!stopping()) ignoreResult(PolicyProcessor(_context.policies).reconcile());
   initializeTranslator();
   createComm();
   startComponentUpdate();
@@ -112,7 +113,7 @@ void KorvaneAgent::createComm() {
     Synchronized hold(_commLock);
     _comm = makeAgentComm(_context);
   }
-  if (isCloudAgent() && !stopping()) loadApplicationPolicies();
+  if (isCloudAgent() && !stopping()) loadApplicationPolicies(_context.policies);
   eventlog::event(EventId::agentStarted, kAgentTag, {version});
   if (isStandardAgent())
     eventlog::event(EventId::managementServer, kAgentTag, {_settings.server.getURL()});
@@ -120,7 +121,7 @@ void KorvaneAgent::createComm() {
 }
 
 void KorvaneAgent::startComponentUpdate() {
-  _workers.start(Worker::componentUpdate, makeComponentUpdate);
+  _workers.start(Worker::componentUpdate, [this] { return makeComponentUpdate(_context); });
 }
 
 bool KorvaneAgent::registerAtStart() {
@@ -166,7 +167,7 @@ bool KorvaneAgent::startServerThreads() {
     _workers.start(Worker::update, [this] { return makeUpdate(_info); });
     return awaitFirstUpdate();
   }
-  _workers.start(Worker::comm, [this] { return makeComm(_info); });
+  _workers.start(Worker::comm, [this] { return makeComm(_context, _info); });
   _workers.start(Worker::util, [this] { return makeUtil(_info); });
   return true;
 }
@@ -183,7 +184,7 @@ bool KorvaneAgent::awaitFirstUpdate() {
 }
 
 void KorvaneAgent::startLogThreads() {
-  _workers.start(Worker::logProcessing, makeLogProcessing);
+  _workers.start(Worker::logProcessing, [this] { return makeLogProcessing(_context); });
   _workers.start(Worker::bulkLogProcessing, makeBulkLogProcessing);
 }
 

@@ -3,15 +3,12 @@
 #include <sstream>
 
 #include "comm/exchange_record.h"
-#include "config/agent_config.h"
 #include "config/masking.h"
 #include "config/service_type.h"
 #include "eventlog/recent_errors.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_backlog.h"
 #include "platform/clock.h"
-#include "platform/platform.h"
-#include "platform/processes.h"
 #include "util/dates.h"
 
 namespace korvane {
@@ -23,14 +20,11 @@ void putText(JsonTree& tree, const std::string& name, const STRING& value) {
   putMember(tree, name, value.toUtf8());
 }
 
-std::string masked(const std::string& text) {
-  return maskedText(text, AgentConfig::getInstance()->getUniqueId().toUtf8());
-}
-
+// text: for everybody to read.
 void putError(JsonTree& tree, int code, const std::string& text, int64_t wallMs) {
   JsonTree error;
   putMember(error, "code", code);
-  putMember(error, "text", masked(text));
+  putMember(error, "text", text);
   putTime(error, "at", wallMs);
   tree.push_back({"lastError", std::move(error)});
 }
@@ -57,51 +51,50 @@ void putTime(JsonTree& tree, const std::string& name, int64_t wallMs) {
   putMember(tree, name, wallMs == 0 ? std::string() : formatIso8601(wallMs));
 }
 
-JsonTree agentTree(const AboutAgent& about) {
-  platform::Platform& system = platform::current();
-  const int64_t up = system.clock.monotonicMs() - about.startedMonotonicMs;
+JsonTree agentTree(const AboutAgent& about, platform::Clock& clock) {
+  const int64_t up = clock.monotonicMs() - about.startedMonotonicMs;
   JsonTree tree;
   putMember(tree, "version", about.version());
   putMember(tree, "type", serviceType());
   putTime(tree, "startedAt", about.startedWallMs);
   putMember(tree, "uptimeSeconds", up / kMsPerSecond);
-  putMember(tree, "pid", std::to_string(system.processes.currentId()));
-  putFlag(tree, "started", AgentConfig::isAgentStarted());
-  putFlag(tree, "shuttingDown", AgentConfig::isAgentShuttingDown());
+  putMember(tree, "pid", std::to_string(about.processId));
+  putFlag(tree, "started", about.started());
+  putFlag(tree, "shuttingDown", about.shuttingDown());
   return tree;
 }
 
-JsonTree serverTree() {
-  const AgentConfig& config = *AgentConfig::getInstance();
+JsonTree serverTree(const ServerSettings& settings) {
+  const std::string identifier = settings.getUniqueId().toUtf8();
   JsonTree tree;
-  putMember(tree, "url", maskedSetting("agent.http.url", config.getURL().toUtf8()));
-  putText(tree, "current", config.getServerCurrent());
-  putText(tree, "primary", config.getServerPrimary());
-  putText(tree, "last", config.getServerLast());
-  putText(tree, "next", config.getServerNext());
-  putMember(tree, "guid", maskedIdentifier(config.getUniqueId().toUtf8()));
-  putFlag(tree, "registered", config.registered());
+  putMember(tree, "url", maskedSetting("agent.http.url", settings.getURL().toUtf8()));
+  putText(tree, "current", settings.getServerCurrent());
+  putText(tree, "primary", settings.getServerPrimary());
+  putText(tree, "last", settings.getServerLast());
+  putText(tree, "next", settings.getServerNext());
+  putMember(tree, "guid", maskedIdentifier(identifier));
+  putFlag(tree, "registered", settings.registered());
   const ExchangeOutcome outcome = lastExchange();
   putTime(tree, "lastContactAt", outcome.lastOkMs);
-  putError(tree, outcome.lastFailure.code, outcome.lastFailure.text, outcome.lastFailure.wallMs);
+  putError(tree, outcome.lastFailure.code, maskedText(outcome.lastFailure.text, identifier),
+           outcome.lastFailure.wallMs);
   return tree;
 }
 
-JsonTree policyTree() {
-  const AgentConfig& config = *AgentConfig::getInstance();
+JsonTree policyTree(const PolicySettings& settings) {
   JsonTree tree;
-  putText(tree, "name", config.getPlusVersion());
-  putText(tree, "id", config.getPlusID());
-  putText(tree, "path", config.getPlusDBPath());
-  putMember(tree, "stateCode", config.getPolicyStateCode());
-  putText(tree, "stateText", config.getPolicyStateStr());
-  putMember(tree, "errorCode", config.getPolicyErrorCode());
-  putText(tree, "errorText", config.getPolicyErrorStr());
-  putFlag(tree, "builtIn", config.useBuiltInPolicy());
-  putText(tree, "plusFile", config.getPlusPolicyFile());
-  putTime(tree, "effectiveAt", config.getPolicyEffectiveDate());
-  putFlag(tree, "prevention", config.isIPSEnabled());
-  putFlag(tree, "rebootRequired", config.isIPSRebootRequired());
+  putText(tree, "name", settings.getPlusVersion());
+  putText(tree, "id", settings.getPlusID());
+  putText(tree, "path", settings.getPlusDBPath());
+  putMember(tree, "stateCode", settings.getPolicyStateCode());
+  putText(tree, "stateText", settings.getPolicyStateStr());
+  putMember(tree, "errorCode", settings.getPolicyErrorCode());
+  putText(tree, "errorText", settings.getPolicyErrorStr());
+  putFlag(tree, "builtIn", settings.useBuiltInPolicy());
+  putText(tree, "plusFile", settings.getPlusPolicyFile());
+  putTime(tree, "effectiveAt", settings.getPolicyEffectiveDate());
+  putFlag(tree, "prevention", settings.isIPSEnabled());
+  putFlag(tree, "rebootRequired", settings.isIPSRebootRequired());
   return tree;
 }
 
@@ -113,8 +106,8 @@ JsonTree technologiesTree(const AboutAgent& about) {
   return tree;
 }
 
-JsonTree countersTree() {
-  const ForwardingCounts counts = ForwardingCounters::snapshot();
+JsonTree countersTree(const ForwardingCounters& counters, const ServerSettings& settings) {
+  const ForwardingCounts counts = counters.snapshot();
   JsonTree tree;
   putMember(tree, "read", std::to_string(counts.read));
   putMember(tree, "forwarded", std::to_string(counts.forwarded));
@@ -122,18 +115,20 @@ JsonTree countersTree() {
   putMember(tree, "rejected", std::to_string(counts.rejected));
   putMember(tree, "retried", std::to_string(counts.retried));
   putMember(tree, "dropped", std::to_string(counts.dropped));
-  putError(tree, counts.lastError.code, counts.lastError.text, counts.lastError.wallMs);
+  putError(tree, counts.lastError.code,
+           maskedText(counts.lastError.text, settings.getUniqueId().toUtf8()),
+           counts.lastError.wallMs);
   return tree;
 }
 
 // What everybody may read of a complaint: not the event line that could not be read.
-std::string complaint(const eventlog::RecentError& error) {
+std::string complaint(const eventlog::RecentError& error, const ServerSettings& settings) {
   if (error.source.starts_with("FixedFormatLog::parseLog()"))
     return "A line of an event log could not be parsed; the agent's own log has the details.";
-  return masked(error.text);
+  return maskedText(error.text, settings.getUniqueId().toUtf8());
 }
 
-JsonTree lastErrorsTree() {
+JsonTree lastErrorsTree(const ServerSettings& settings) {
   JsonTree list;
   for (const eventlog::RecentError& error : eventlog::recentErrors()) {
     JsonTree entry;
@@ -141,15 +136,15 @@ JsonTree lastErrorsTree() {
     putMember(entry, "type", error.type);
     putMember(entry, "source", error.source);
     putMember(entry, "code", error.id);
-    putMember(entry, "text", complaint(error));
+    putMember(entry, "text", complaint(error, settings));
     list.push_back({"", std::move(entry)});
   }
   return list;
 }
 
-JsonTree logsTree() {
+JsonTree logsTree(const LocalParts& parts) {
   JsonTree list;
-  for (const LogBacklog& log : logBacklogs()) {
+  for (const LogBacklog& log : logBacklogs(parts.files, parts.clock, parts.logs)) {
     JsonTree entry;
     putMember(entry, "type", log.type);
     putText(entry, "log", log.log);
@@ -163,16 +158,16 @@ JsonTree logsTree() {
   return list;
 }
 
-JsonTree statusTree(const AboutAgent& about, const JsonTree& logs) {
+JsonTree statusTree(const AboutAgent& about, const LocalParts& parts, const JsonTree& logs) {
   JsonTree tree;
-  tree.push_back({"agent", agentTree(about)});
-  tree.push_back({"server", serverTree()});
-  tree.push_back({"policy", policyTree()});
+  tree.push_back({"agent", agentTree(about, parts.clock)});
+  tree.push_back({"server", serverTree(parts.server)});
+  tree.push_back({"policy", policyTree(parts.policy)});
   tree.push_back({"technologies", technologiesTree(about)});
   tree.push_back({"logs", logs});
-  tree.push_back({"counters", countersTree()});
-  tree.push_back({"lastErrors", lastErrorsTree()});
-  putFlag(tree, "trace", AgentConfig::getInstance()->logTraceMessages());
+  tree.push_back({"counters", countersTree(parts.counters, parts.server)});
+  tree.push_back({"lastErrors", lastErrorsTree(parts.server)});
+  putFlag(tree, "trace", parts.logs.logTraceMessages());
   return tree;
 }
 

@@ -15,15 +15,16 @@ void putFlag(JsonTree& tree, const std::string& name, bool value);
 // An ISO 8601 text; empty for 0.
 void putTime(JsonTree& tree, const std::string& name, int64_t wallMs);
 
-JsonTree agentTree(const AboutAgent& about);
-JsonTree serverTree();
-JsonTree policyTree();
+JsonTree agentTree(const AboutAgent& about, platform::Clock& clock);
+JsonTree serverTree(const ServerSettings& settings);
+JsonTree policyTree(const PolicySettings& settings);
 JsonTree technologiesTree(const AboutAgent& about);
 // A list; reads the forwarded logs to count what waits in them, within that room's bounds.
-JsonTree logsTree();
-JsonTree countersTree();
-JsonTree lastErrorsTree();
+JsonTree logsTree(const LocalParts& parts);
+// The settings' identifier is masked in the texts of these two.
+JsonTree countersTree(const ForwardingCounters& counters, const ServerSettings& settings);
+JsonTree lastErrorsTree(const ServerSettings& settings);
 // All of the above, and whether traces are written.
-JsonTree statusTree(const AboutAgent& about, const JsonTree& logs);
+JsonTree statusTree(const AboutAgent& about, const LocalParts& parts, const JsonTree& logs);
 
 }  // namespace korvane

@@ -6,7 +6,6 @@
 #include "config/install_root.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "update/policy/policy_files.h"
 #include "util/ignore_result.h"
 
@@ -36,9 +35,8 @@ int write(platform::Files& files, const std::string& directory, const std::strin
 
 }  // namespace
 
-ApplicationFolder::ApplicationFolder()
-    : _files(platform::current().files),
-      _directory(platform::joinPath(_files, {installDirectory(), kFolder})) {}
+ApplicationFolder::ApplicationFolder(platform::Files& files)
+    : _files(files), _directory(platform::joinPath(_files, {installDirectory(), kFolder})) {}
 
 std::string ApplicationFolder::path(const std::string& application) const {
   return platform::joinPath(_files, {_directory, application + kArchive});

@@ -6,7 +6,7 @@
 // in force, so a change that a crash interrupted can be settled at any later time
 // (application_policies.h).
 //
-// Lifetime: refers to the platform's files. Threads: used within a PolicyTurn. Errors:
+// Lifetime: the files outlive it. Threads: used within a PolicyTurn. Errors:
 // errno values.
 #pragma once
 
@@ -27,7 +27,7 @@ class ApplicationFolder {
     bool removal = false;
   };
 
-  ApplicationFolder();
+  explicit ApplicationFolder(platform::Files& files);
 
   std::string path(const std::string& application) const;
   // Applications with an archive here, ascending; files with other names are ignored.

@@ -3,12 +3,10 @@
 #include <cerrno>
 
 #include "cloud/cloud_errors.h"
-#include "config/agent_config.h"
 #include "config/ini_text.h"
 #include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "rpc/rpc_errors.h"
 #include "update/policy/policy_files.h"
 #include "update/policy/policy_journal.h"
@@ -38,22 +36,6 @@ void checkName(const std::string& application) {
           "first, not a device name");
 }
 
-void checkPrevention() {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  if (preventionInForce(config)) return;
-  throw RPCError(kCloudPreventionOff, preventionAwaitsReboot(config)
-                                          ? "prevention is waiting for a reboot"
-                                          : "prevention is off");
-}
-
-// The base policy's, which stays the same when something is added to it or taken away.
-PropertyList identityInForce() {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  const STRING path = config.getPlusDBPath();
-  return {{"policy.name", config.getPlusVersion()},
-          {"policy.path", path.empty() ? config.getPlusPolicyFile() : path}};
-}
-
 }  // namespace
 
 struct ApplicationPolicies::InForce {
@@ -69,15 +51,28 @@ struct ApplicationPolicies::InForce {
   }
 };
 
+void ApplicationPolicies::checkPrevention() const {
+  if (preventionInForce(_settings)) return;
+  throw RPCError(kCloudPreventionOff, preventionAwaitsReboot(_settings)
+                                          ? "prevention is waiting for a reboot"
+                                          : "prevention is off");
+}
+
+// The base policy's, which stays the same when something is added to it or taken away.
+PropertyList ApplicationPolicies::identityInForce() const {
+  const STRING path = _settings.getPlusDBPath();
+  return {{"policy.name", _settings.getPlusVersion()},
+          {"policy.path", path.empty() ? _settings.getPlusPolicyFile() : path}};
+}
+
 ApplicationPolicies::InForce ApplicationPolicies::readInForce() const {
-  const AgentConfig& config = *AgentConfig::getInstance();
   InForce now;
-  now.builtIn = config.useBuiltInPolicy();
-  const std::string plus = config.getPlusPolicyFile().toUtf8();
+  now.builtIn = _settings.useBuiltInPolicy();
+  const std::string plus = _settings.getPlusPolicyFile().toUtf8();
   if (plus.empty()) {
     now.missing = "no base policy has been received yet";
-  } else if (const int error = platform::readWholeFile(platform::current().files, plus,
-                                                       kMaxPlusFileBytes, now.source)) {
+  } else if (const int error =
+                 platform::readWholeFile(_files, plus, kMaxPlusFileBytes, now.source)) {
     now.missing = plus + " cannot be read: error " + std::to_string(error);
     if (error != ENOENT) now.readError = error;
   }
@@ -95,7 +90,7 @@ void ApplicationPolicies::settle() {
   const std::vector<ApplicationFolder::Staged> all = _folder.staged();
   if (all.empty()) return;
   PolicyJournal journal;
-  if (readPolicyJournal(platform::current().files, journal) != ENOENT)
+  if (readPolicyJournal(_files, journal) != ENOENT)
     throw RPCError(kCloudPolicyRefused, "an earlier policy change has not been rolled back yet");
   const InForce now = readInForce();
   if (now.readError) throw RPCError(kRpcFileOpenError, now.missing);
@@ -209,7 +204,7 @@ void ApplicationPolicies::remove(const std::string& application) {
   checkName(application);
   settle();
   const InForce now = readInForce();
-  const bool stored = platform::fileExists(platform::current().files, _folder.path(application));
+  const bool stored = platform::fileExists(_files, _folder.path(application));
   const bool inForce = now.applications.contains(application);
   if (!stored && !inForce)
     throw RPCError(kCloudNoSuchApplication, "there is no policy for " + application);
@@ -298,14 +293,13 @@ void ApplicationPolicies::loadStored() {
   }
 }
 
-void loadApplicationPolicies() {
-  const PolicyParts parts = policyPartsOfRun();
+void loadApplicationPolicies(const PolicyParts& parts) {
   const PolicyTurn turn(parts.shared.turns, parts.stop);
   if (!turn.taken()) return;
   PolicyProcessor policy(parts);
   // Without a history the policies are worked on all the same; that has been traced.
   ignoreResult(policy.InitializePloicyHistory());
-  ApplicationPolicies(policy).loadStored();
+  ApplicationPolicies(policy, parts.files, parts.settings).loadStored();
 }
 
 }  // namespace korvane

@@ -7,13 +7,13 @@
 // whenever an operation has ended, and after a crash once settle() has run: the policy in force
 // decides.
 //
-// Lifetime: refers to the processor. Threads: every operation is within a PolicyTurn of the caller;
-// it blocks as long as a translation.
+// Lifetime: processor, files and settings outlive it. Threads: every operation is within a
+// PolicyTurn of the caller; it blocks as long as a translation.
 // Errors: RPCError with one of the codes of cloud_errors.h and the reason; nothing has
 // changed then. Events 10620 to 10622.
 //
 //   const PolicyTurn turn(turns, stop);
-//   if (turn.taken()) ApplicationPolicies(policy).set("web", archive);
+//   if (turn.taken()) ApplicationPolicies(policy, files, settings.policy).set("web", archive);
 #pragma once
 
 #include <string>
@@ -22,11 +22,13 @@
 
 #include "cloud/application_folder.h"
 #include "cloud/source_combination.h"
+#include "config/settings.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
 class PolicyProcessor;
+struct PolicyParts;
 
 class ApplicationPolicies {
  public:
@@ -39,7 +41,9 @@ class ApplicationPolicies {
     std::string problem = {};  // why what is stored cannot be used
   };
 
-  explicit ApplicationPolicies(PolicyProcessor& policy) : _policy(policy) {}
+  ApplicationPolicies(PolicyProcessor& policy, platform::Files& files,
+                      const PolicySettings& settings)
+      : _policy(policy), _files(files), _settings(settings), _folder(files) {}
 
   // At the start: checks what is stored and puts it in force when it differs from what is. A
   // damaged archive is skipped with an event; what is in force for its application stays.
@@ -58,6 +62,8 @@ class ApplicationPolicies {
  private:
   struct InForce;
 
+  void checkPrevention() const;
+  PropertyList identityInForce() const;
   InForce readInForce() const;
   void checkChangeable(const InForce& now) const;
   std::vector<Application> check(const InForce& now, ApplicationSums& sums) const;
@@ -67,10 +73,12 @@ class ApplicationPolicies {
               std::string_view archive);
 
   PolicyProcessor& _policy;
+  platform::Files& _files;
+  const PolicySettings& _settings;
   ApplicationFolder _folder;
 };
 
 // loadStored() with a processor of its own, in a turn; what the start of a cloud agent does.
-void loadApplicationPolicies();
+void loadApplicationPolicies(const PolicyParts& parts);
 
 }  // namespace korvane

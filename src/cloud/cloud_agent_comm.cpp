@@ -1,12 +1,12 @@
 #include "cloud/cloud_agent_comm.h"
 
 #include "cloud/connector_presence.h"
-#include "update/policy/policy_parts.h"
+#include "update/policy/policy_news.h"
 
 namespace korvane {
 
 bool CloudAgentComm::testConnection() {
-  return !_stopped && ConnectorPresence::askedLately();
+  return !_stopped && _connector.askedLately();
 }
 
 bool CloudAgentComm::registerAgent(uint8_t&) {
@@ -14,7 +14,7 @@ bool CloudAgentComm::registerAgent(uint8_t&) {
 }
 
 void CloudAgentComm::reportPolicyState() {
-  if (!_stopped) policyPartsOfRun().shared.news.note();
+  if (!_stopped) _news.note();
 }
 
 void CloudAgentComm::stop() {

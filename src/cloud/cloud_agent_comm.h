@@ -2,7 +2,7 @@
 //
 // Such an agent is not enrolled from here and sends nothing by itself: the cloud connector
 // comes to it over the command channel (comm_thread.h) and asks. Operations return at once;
-// any thread may call them.
+// any thread may call them. Presence and news outlive the object.
 #pragma once
 
 #include <atomic>
@@ -11,8 +11,14 @@
 
 namespace korvane {
 
+class ConnectorPresence;
+class PolicyNews;
+
 class CloudAgentComm : public AgentComm {
  public:
+  CloudAgentComm(const ConnectorPresence& connector, PolicyNews& news)
+      : _connector(connector), _news(news) {}
+
   // Whether the connector has asked for something lately (connector_presence.h); false
   // after stop().
   bool testConnection() override;
@@ -23,6 +29,8 @@ class CloudAgentComm : public AgentComm {
   void stop() override;
 
  private:
+  const ConnectorPresence& _connector;
+  PolicyNews& _news;
   std::atomic<bool> _stopped{false};
 };
 

@@ -10,11 +10,11 @@
 #include "cloud/local_methods.h"
 #include "cloud/parameters.h"
 #include "cloud/settings_change.h"
-#include "config/agent_config.h"
 #include "config/prevention.h"
 #include "config/service_type.h"
 #include "config/setting_check.h"
-#include "logs/log_processing_thread.h"
+#include "logs/forwarding_counters.h"
+#include "logs/forwarding_switch.h"
 #include "update/policy/builtin_wish.h"
 #include "util/base64.h"
 #include "util/ignore_result.h"
@@ -48,23 +48,6 @@ void checkChangeable(const PropertyList& settings) {
       refuseParameter(key.toUtf8(), "belongs to the policy and cannot be set");
 }
 
-// The driver goes back with the setting when the change fails.
-int change(Driver& driver, const PropertyList& settings) {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  const char* const key = "use.builtin.policy";
-  const PropertyList former = {{key, STRING::fromBool(config.useBuiltInPolicy())}};
-  const bool wished = findProperty(settings, key) && preventionInForce(config);
-  if (wished)
-    if (const STRING problem = followBuiltInWish(driver, settings); !problem.empty())
-      throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));
-  try {
-    return changeSettings(settings);
-  } catch (const RPCError&) {
-    if (wished) followBuiltInWish(driver, former);
-    throw;
-  }
-}
-
 }  // namespace
 
 void CloudMethods::addTo(RPCServer& server) {
@@ -81,18 +64,36 @@ void CloudMethods::addTo(RPCServer& server) {
   for (const auto& [name, command] : commands)
     server.add(name, RPCServer::Access::administrators,
                [this, run = command](const RPCRequest& request, RPCResponse& response) {
-                 ConnectorPresence::noteAsked();
+                 _parts.connector.noteAsked();
                  (this->*run)(request, response);
                });
 }
 
+// The driver goes back with the setting when the change fails.
+int CloudMethods::change(const PropertyList& settings) {
+  const char* const key = "use.builtin.policy";
+  const PropertyList former = {
+      {key, STRING::fromBool(_parts.policies.settings.useBuiltInPolicy())}};
+  const bool wished = findProperty(settings, key) && preventionInForce(_parts.policies.settings);
+  if (wished)
+    if (const STRING problem = followBuiltInWish(_parts.policies.driver, settings);
+        !problem.empty())
+      throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));
+  try {
+    return changeSettings(_parts.policies.settingsFile, settings);
+  } catch (const RPCError&) {
+    if (wished) followBuiltInWish(_parts.policies.driver, former);
+    throw;
+  }
+}
+
 void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>& work) {
-  const PolicyTurn turn(_parts.shared.turns, _parts.stop);
+  const PolicyTurn turn(_parts.policies.shared.turns, _parts.policies.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
   // Without a history the policies are worked on all the same; that has been traced.
   if (!_ready) ignoreResult(_processor.InitializePloicyHistory());
   _ready = true;
-  ApplicationPolicies policies(_processor);
+  ApplicationPolicies policies(_processor, _parts.policies.files, _parts.policies.settings);
   work(policies);
 }
 
@@ -100,7 +101,7 @@ void CloudMethods::policyBuffer(const RPCRequest& request, RPCResponse& response
   const std::string& value = neededText(request, "value");
   if (value != "true" && value != "false")
     refuseParameter("value", "\"true\" or \"false\" is expected");
-  LogProcessingThread::setPolicyBuffer(value == "true");
+  _parts.forwarding.setPolicyBuffer(value == "true");
   putMember(response.result, "policyBuffer", value);
 }
 
@@ -109,15 +110,15 @@ void CloudMethods::policy(const RPCRequest& request, RPCResponse& response) {
                                    {"policy.path", shortTextOf(request, "path")}};
   const std::string source = bytesOf(request, "bytes");
   workOnPolicy([&](ApplicationPolicies& policies) { policies.installBase(source, properties); });
-  response.result.push_back({"policy", policyTree()});
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }
 
 void CloudMethods::configuration(const RPCRequest& request, RPCResponse& response) {
-  const PropertyList settings = settingsFrom(request.params);
+  const PropertyList settings = settingsFrom(request.params, _parts.policies.settingsFile);
   checkChangeable(settings);
-  const PolicyTurn turn(_parts.shared.turns, _parts.stop);
+  const PolicyTurn turn(_parts.policies.shared.turns, _parts.policies.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
-  putMember(response.result, "changed", change(_parts.driver, settings));
+  putMember(response.result, "changed", change(settings));
 }
 
 void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& response) {
@@ -126,13 +127,13 @@ void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& respon
   bool changed = false;
   workOnPolicy([&](ApplicationPolicies& policies) { changed = policies.set(name, archive); });
   putFlag(response.result, "changed", changed);
-  response.result.push_back({"policy", policyTree()});
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }
 
 void CloudMethods::removeApplication(const RPCRequest& request, RPCResponse& response) {
   const std::string name = neededText(request, "name");
   workOnPolicy([&](ApplicationPolicies& policies) { policies.remove(name); });
-  response.result.push_back({"policy", policyTree()});
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }
 
 void CloudMethods::listApplications(const RPCRequest&, RPCResponse& response) {
@@ -153,20 +154,19 @@ void CloudMethods::listApplications(const RPCRequest&, RPCResponse& response) {
 }
 
 void CloudMethods::getState(const RPCRequest&, RPCResponse& response) {
-  const AgentConfig& config = *AgentConfig::getInstance();
   JsonTree agent;
-  putMember(agent, "version", config.getKorvaneVersion().toUtf8());
+  putMember(agent, "version", _parts.machine.getKorvaneVersion().toUtf8());
   putMember(agent, "type", static_cast<int64_t>(serviceType()));
   response.result.push_back({"agent", std::move(agent)});
-  putMember(response.result, "news", static_cast<int64_t>(_parts.shared.news.number()));
-  putFlag(response.result, "policyBuffer", LogProcessingThread::policyBuffer());
-  putMember(response.result, "features", config.getFeatures().toUtf8());
-  response.result.push_back({"policy", policyTree()});
-  response.result.push_back({"counters", countersTree()});
+  putMember(response.result, "news", static_cast<int64_t>(_parts.policies.shared.news.number()));
+  putFlag(response.result, "policyBuffer", _parts.forwarding.policyBuffer());
+  putMember(response.result, "features", _parts.server.getFeatures().toUtf8());
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
+  response.result.push_back({"counters", countersTree(_parts.counters, _parts.server)});
 }
 
-void CloudMethods::retranslate(const RPCRequest& request, RPCResponse& response) {
-  requestRetranslation(request, response);
+void CloudMethods::retranslate(const RPCRequest&, RPCResponse& response) {
+  requestRetranslation(_parts.policies.settingsFile, response);
 }
 
 }  // namespace korvane

@@ -1,19 +1,35 @@
 // The commands of the cloud command channel; docs/cloud.md describes each.
 //
-// Lifetime: outlives the server that it is added to. Threads: the server's. Errors: RPCError.
+// Lifetime: outlives the server that it is added to; its parts outlive it. Threads: the server's.
+// Errors: RPCError.
 #pragma once
 
 #include <functional>
 
+#include "config/settings.h"
+#include "platform/fwd.h"
 #include "rpc/rpc_server.h"
 #include "update/policy/policy_processor.h"
 
 namespace korvane {
 
 class ApplicationPolicies;
+class ConnectorPresence;
+class ForwardingCounters;
+class ForwardingSwitch;
 
 class CloudMethods {
  public:
+  struct Parts {
+    PolicyParts policies;
+    const ServerSettings& server;
+    const MachineFacts& machine;
+    ForwardingSwitch& forwarding;
+    const ForwardingCounters& counters;
+    ConnectorPresence& connector;
+  };
+  explicit CloudMethods(const Parts& parts) : _parts(parts) {}
+
   void addTo(RPCServer& server);
 
  private:
@@ -27,11 +43,13 @@ class CloudMethods {
   void listApplications(const RPCRequest& request, RPCResponse& response);
   void getState(const RPCRequest& request, RPCResponse& response);
   void retranslate(const RPCRequest& request, RPCResponse& response);
+  // How many settings differ now.
+  int change(const PropertyList& settings);
   // Runs the work in a turn, with the policy's history at hand.
   void workOnPolicy(const std::function<void(ApplicationPolicies&)>& work);
 
-  const PolicyParts _parts = policyPartsOfRun();
-  PolicyProcessor _processor{_parts};
+  const Parts _parts;
+  PolicyProcessor _processor{_parts.policies};
   bool _ready = false;  // the history has been initialised
 };
 

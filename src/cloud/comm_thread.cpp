@@ -1,21 +1,18 @@
 #include "cloud/comm_thread.h"
 
-#include "cloud/cloud_methods.h"
-#include "platform/platform.h"
 #include "rpc/pipe_names.h"
 #include "rpc/rpc_named_pipe.h"
 #include "update/policy/policy_processor.h"
 
 namespace korvane {
 
-CommThread::CommThread(AgentInfo*) {}
+CommThread::CommThread(AgentInfo*, const Parts& parts) : _parts(parts) {}
 
 void CommThread::run() {
-  PolicyProcessor(policyPartsOfRun()).reportOutstanding();
-  platform::Platform& system = platform::current();
-  RPCNamedPipe transport(system.pipes, system.clock, kCloudPipe, RPCNamedPipe::Role::server);
-  RPCServer server(transport, system.clock);
-  CloudMethods methods;
+  PolicyProcessor(_parts.methods.policies).reportOutstanding();
+  RPCNamedPipe transport(_parts.pipes, _parts.clock, kCloudPipe, RPCNamedPipe::Role::server);
+  RPCServer server(transport, _parts.clock);
+  CloudMethods methods(_parts.methods);
   methods.addTo(server);
   server.run(stopToken());
 }

@@ -5,6 +5,7 @@
 // It works on policies in turns with the utility thread (policy_turn.h). It posts nothing to the
 // mailbox: the connector cannot end the agent.
 //
+// Lifetime: its parts outlive it.
 // Start: as every Thread; policy outcomes that the last run did not report are reported first.
 // Stop: every wait ends at once. A translation in progress is ended by the shutdown token, nothing
 // has changed then.
@@ -12,6 +13,7 @@
 #pragma once
 
 #include "agent/thread/thread.h"
+#include "cloud/cloud_methods.h"
 
 namespace korvane {
 
@@ -19,10 +21,18 @@ class AgentInfo;
 
 class CommThread : public Thread {
  public:
-  explicit CommThread(AgentInfo* info);
+  struct Parts {
+    platform::Pipes& pipes;
+    platform::Clock& clock;
+    CloudMethods::Parts methods;
+  };
+  CommThread(AgentInfo* info, const Parts& parts);
 
  protected:
   void run() override;
+
+ private:
+  const Parts _parts;
 };
 
 }  // namespace korvane

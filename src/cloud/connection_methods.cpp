@@ -50,12 +50,12 @@ JsonTree reportTree(const ConnectionReport& report) {
 
 }  // namespace
 
-void addConnectionMethods(RPCServer& server) {
+void addConnectionMethods(RPCServer& server, const LocalParts& parts) {
   server.add("testConnection", RPCServer::Access::administrators,
-             [](const RPCRequest& request, RPCResponse& response) {
+             [&parts](const RPCRequest& request, RPCResponse& response) {
                const std::string* name = givenText(request, "server");
                if (name && name->empty()) refuseParameter("server", "is empty");
-               const ServerConnection& connection = currentConnection();
+               const ServerConnection& connection = parts.connection;
                response.result = reportTree(connection.test(connection.target(name ? *name : "")));
              });
 }

@@ -6,14 +6,12 @@
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
 #include "cloud/parameters.h"
-#include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/masking.h"
 #include "eventlog/event_log.h"
 #include "eventlog/event_log_file.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "platform/platform.h"
 #include "platform/system_info.h"
 #include "util/dates.h"
 
@@ -40,9 +38,9 @@ void appendTree(std::string& out, const std::string& prefix, const JsonTree& tre
   }
 }
 
-void appendSystem(std::string& out) {
-  platform::SystemInfo& system = platform::current().systemInfo;
-  appendLine(out, "taken", formatIso8601(platform::current().clock.wallMs()));
+void appendSystem(std::string& out, const LocalParts& parts) {
+  platform::SystemInfo& system = parts.systemInfo;
+  appendLine(out, "taken", formatIso8601(parts.clock.wallMs()));
   appendLine(out, "system", system.osDescription());
   appendLine(out, "host", system.hostName());
   appendLine(out, "timeZone", system.timeZone());
@@ -50,16 +48,15 @@ void appendSystem(std::string& out) {
   appendLine(out, "library", system.moduleDirectory());
 }
 
-void appendSettings(std::string& out) {
-  for (const auto& [key, value] : AgentConfig::getInstance()->allValues()) {
+void appendSettings(std::string& out, const SettingsFile& settings) {
+  for (const auto& [key, value] : settings.allValues()) {
     const std::string name = key.toUtf8();
     out += name + "=" + maskedSetting(name, value.toUtf8()) + "\n";
   }
 }
 
 // The last whole lines of the own log.
-std::string logTail(const std::string& path) {
-  platform::Files& files = platform::current().files;
+std::string logTail(platform::Files& files, const std::string& path) {
   std::unique_ptr<platform::File> file;
   platform::FileInfo info;
   std::string tail;
@@ -74,12 +71,11 @@ std::string logTail(const std::string& path) {
   return info.size > bytes ? tail.substr(tail.find('\n') + 1) : tail;
 }
 
-void appendLog(std::string& out) {
+void appendLog(std::string& out, const LocalParts& parts) {
   const std::string path = eventlog::currentFile();
   appendLine(out, "file", path);
   appendLine(out, "recordsLost", std::to_string(eventlog::EventLog::lost()));
-  const std::string identifier = AgentConfig::getInstance()->getUniqueId().toUtf8();
-  out += maskedText(logTail(path), identifier);
+  out += maskedText(logTail(parts.files, path), parts.server.getUniqueId().toUtf8());
 }
 
 bool continuesCharacter(char c) {
@@ -88,18 +84,18 @@ bool continuesCharacter(char c) {
 
 }  // namespace
 
-std::string diagnosticsText(const AboutAgent& about) {
+std::string diagnosticsText(const AboutAgent& about, const LocalParts& parts) {
   std::string out;
   appendSection(out, "system");
-  appendSystem(out);
+  appendSystem(out, parts);
   appendSection(out, "status");
-  appendTree(out, "", statusTree(about, logsTree()));
+  appendTree(out, "", statusTree(about, parts, logsTree(parts)));
   appendSection(out, "settings");
-  appendSettings(out);
+  appendSettings(out, parts.settings);
   appendSection(out, "threads");
   appendLine(out, "leftBehind", std::to_string(Thread::abandoned()));
   appendSection(out, "log");
-  appendLog(out);
+  appendLog(out, parts);
   return out;
 }
 
@@ -112,11 +108,11 @@ size_t Diagnostics::pieceStart(const std::string& text, size_t piece) {
 
 Diagnostics::Taken& Diagnostics::taken(int piece, const RPCRequest& request) {
   if (piece < 0) throw RPCError(kRpcInvalidParams, "piece: must not be negative");
-  if (piece == 0) _taken = Taken{diagnosticsText(_about), ++_numbers, 0};
+  if (piece == 0) _taken = Taken{diagnosticsText(_about, _parts), ++_numbers, 0};
   const std::optional<int> wanted = givenNumber(request, "snapshot");
   if (!_taken || (piece > 0 && wanted && *wanted != _taken->number))
     throw RPCError(kRpcEmptyBuffer, "the diagnostics have expired; start again with piece 0");
-  _taken->askedAt = platform::current().clock.monotonicMs();
+  _taken->askedAt = _parts.clock.monotonicMs();
   return *_taken;
 }
 
@@ -138,11 +134,11 @@ void Diagnostics::answer(const RPCRequest& request, RPCResponse& response) {
 }
 
 void Diagnostics::forgetOld() {
-  if (_taken && platform::current().clock.monotonicMs() - _taken->askedAt > kKeptMs) _taken.reset();
+  if (_taken && _parts.clock.monotonicMs() - _taken->askedAt > kKeptMs) _taken.reset();
 }
 
-void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about) {
-  const auto diagnostics = std::make_shared<Diagnostics>(about);
+void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts) {
+  const auto diagnostics = std::make_shared<Diagnostics>(about, parts);
   server.add("getDiagnostics", RPCServer::Access::administrators,
              [diagnostics](const RPCRequest& request, RPCResponse& response) {
                diagnostics->answer(request, response);

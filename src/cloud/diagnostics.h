@@ -12,7 +12,7 @@ namespace korvane {
 
 // Versions, system, state, settings, threads and the end of the agent's own log, in sections "==
 // name ==".
-std::string diagnosticsText(const AboutAgent& about);
+std::string diagnosticsText(const AboutAgent& about, const LocalParts& parts);
 
 class Diagnostics {
  public:
@@ -22,7 +22,8 @@ class Diagnostics {
   // A text that nobody has asked for since is forgotten.
   static constexpr int64_t kKeptMs = 60000;
 
-  explicit Diagnostics(const AboutAgent& about) : _about(about) {}
+  // Both outlive the object.
+  Diagnostics(const AboutAgent& about, const LocalParts& parts) : _about(about), _parts(parts) {}
 
   // Piece 0, or none, takes the text anew; the others are pieces of that one.
   void answer(const RPCRequest& request, RPCResponse& response);
@@ -39,6 +40,7 @@ class Diagnostics {
   static size_t pieceStart(const std::string& text, size_t piece);
 
   const AboutAgent& _about;
+  const LocalParts& _parts;
   std::optional<Taken> _taken;
   int _numbers = 0;
 };

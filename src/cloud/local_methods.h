@@ -1,5 +1,5 @@
 // The methods of the local channel, by the subject they are about; docs/rpc.md describes each. What
-// is registered refers to `about` for as long as the server lives.
+// is registered refers to `about` and `parts` for as long as the server lives.
 #pragma once
 
 #include <functional>
@@ -11,19 +11,19 @@
 namespace korvane {
 
 // getTechStatus, getTechNames, getAgentVersion, getStatus
-void addStateMethods(RPCServer& server, const AboutAgent& about);
+void addStateMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
 // getSettings, setSettings, setTrace
-void addSettingsMethods(RPCServer& server);
+void addSettingsMethods(RPCServer& server, const LocalParts& parts);
 // getPolicy, queryDriver, retranslate
-void addPolicyMethods(RPCServer& server);
-void requestRetranslation(const RPCRequest& request, RPCResponse& response);
+void addPolicyMethods(RPCServer& server, const LocalParts& parts);
+void requestRetranslation(SettingsFile& settings, RPCResponse& response);
 // testConnection
-void addConnectionMethods(RPCServer& server);
+void addConnectionMethods(RPCServer& server, const LocalParts& parts);
 // getLogPointers, getCounters
-void addLogMethods(RPCServer& server);
+void addLogMethods(RPCServer& server, const LocalParts& parts);
 // getDiagnostics
-void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about);
+void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
 // All of them.
-void addLocalMethods(RPCServer& server, const AboutAgent& about);
+void addLocalMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
 
 }  // namespace korvane

@@ -4,13 +4,15 @@
 
 namespace korvane {
 
-void addLogMethods(RPCServer& server) {
-  const auto add = [&server](const char* name, JsonTree (*tree)()) {
+void addLogMethods(RPCServer& server, const LocalParts& parts) {
+  const auto add = [&](const char* name, JsonTree (*tree)(const LocalParts&)) {
     server.add(name, RPCServer::Access::everyone,
-               [tree](const RPCRequest&, RPCResponse& response) { response.result = tree(); });
+               [tree, &parts](const RPCRequest&, RPCResponse& response) {
+                 response.result = tree(parts);
+               });
   };
   add("getLogPointers", logsTree);
-  add("getCounters", countersTree);
+  add("getCounters", [](const LocalParts& of) { return countersTree(of.counters, of.server); });
 }
 
 }  // namespace korvane

@@ -1,7 +1,6 @@
 // getPolicy, queryDriver and retranslate.
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
-#include "config/agent_config.h"
 #include "config/settings_table.h"
 #include "driver/driver.h"
 #include "driver/driver_values.h"
@@ -45,28 +44,35 @@ void putRecorded(JsonTree& tree, Driver& driver, const AppliedPolicy& applied) {
   tree.push_back({"recorded", std::move(recorded)});
 }
 
-void queryDriver(const RPCRequest&, RPCResponse& response) {
-  Driver& driver = currentDriver();
-  const AppliedPolicy applied = putAnswer(response.result, driver);
-  putRecorded(response.result, driver, applied);
+JsonTree driverTree(Driver& driver) {
+  JsonTree tree;
+  const AppliedPolicy applied = putAnswer(tree, driver);
+  putRecorded(tree, driver, applied);
+  return tree;
 }
 
 }  // namespace
 
-void requestRetranslation(const RPCRequest&, RPCResponse& response) {
+void requestRetranslation(SettingsFile& settings, RPCResponse& response) {
   STRING refused;
   const PropertyList wish = {{rowOf(Key::autoRetransNow).name, "true"}};
-  if (AgentConfig::getInstance()->changeAll(wish, refused) != AgentConfig::ChangeAll::done)
+  if (settings.changeAll(wish, refused) != SettingsFile::ChangeAll::done)
     throw RPCError(kRpcFileOpenError, "agent.ini cannot be written or is locked");
   putFlag(response.result, "requested", true);
 }
 
-void addPolicyMethods(RPCServer& server) {
+void addPolicyMethods(RPCServer& server, const LocalParts& parts) {
   using Access = RPCServer::Access;
-  server.add("getPolicy", Access::everyone,
-             [](const RPCRequest&, RPCResponse& response) { response.result = policyTree(); });
-  server.add("queryDriver", Access::everyone, queryDriver);
-  server.add("retranslate", Access::administrators, requestRetranslation);
+  server.add("getPolicy", Access::everyone, [&parts](const RPCRequest&, RPCResponse& response) {
+    response.result = policyTree(parts.policy);
+  });
+  server.add("queryDriver", Access::everyone, [&parts](const RPCRequest&, RPCResponse& response) {
+    response.result = driverTree(parts.driver);
+  });
+  server.add("retranslate", Access::administrators,
+             [&parts](const RPCRequest&, RPCResponse& response) {
+               requestRetranslation(parts.settings, response);
+             });
 }
 
 }  // namespace korvane

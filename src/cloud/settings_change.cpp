@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "cloud/parameters.h"
-#include "config/agent_config.h"
 #include "config/masking.h"
 #include "config/setting_check.h"
 #include "rpc/rpc_errors.h"
@@ -16,39 +15,38 @@ bool holdsControl(const std::string& text) {
                      [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
 }
 
-void apply(const PropertyList& changes) {
+void apply(SettingsFile& settings, const PropertyList& changes) {
   STRING refusedKey;
-  switch (AgentConfig::getInstance()->changeAll(changes, refusedKey)) {
-    case AgentConfig::ChangeAll::refused:
+  switch (settings.changeAll(changes, refusedKey)) {
+    case SettingsFile::ChangeAll::refused:
       refuseParameter(refusedKey.toUtf8(), "the value is refused");
-    case AgentConfig::ChangeAll::locked:
+    case SettingsFile::ChangeAll::locked:
       throw RPCError(kRpcFileOpenError, "agent.ini: another program holds the lock file");
-    case AgentConfig::ChangeAll::notWritten:
+    case SettingsFile::ChangeAll::notWritten:
       throw RPCError(kRpcFileCopyError, "agent.ini cannot be written");
     default:
       break;
   }
 }
 
-int countChanged(const PropertyList& before) {
+int countChanged(const SettingsFile& settings, const PropertyList& before) {
   int changed = 0;
   for (const auto& [key, value] : before)
-    if (AgentConfig::getInstance()->getValue(key) != value) ++changed;
+    if (settings.getValue(key) != value) ++changed;
   return changed;
 }
 
 }  // namespace
 
-PropertyList settingsFrom(const JsonTree& params) {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  const JsonTree* settings = givenParameter(params, "settings");
-  if (!settings) refuseParameter("settings", "is missing");
+PropertyList settingsFrom(const JsonTree& params, const SettingsFile& settings) {
+  const JsonTree* given = givenParameter(params, "settings");
+  if (!given) refuseParameter("settings", "is missing");
   PropertyList changes;
-  for (const auto& [name, child] : *settings) {
+  for (const auto& [name, child] : *given) {
     const STRING key = name;
     const STRING value = child.data();
     if (name.empty()) refuseParameter("settings", "must be a non-empty object");
-    if (!config.hasValue(key)) refuseParameter(name, "is not a setting");
+    if (!settings.hasValue(key)) refuseParameter(name, "is not a setting");
     if (!child.empty())
       refuseParameter(name, "the value must be a string, a number, true or false");
     if (holdsControl(child.data()))
@@ -61,10 +59,10 @@ PropertyList settingsFrom(const JsonTree& params) {
   return changes;
 }
 
-int changeSettings(const PropertyList& changes) {
-  const PropertyList before = AgentConfig::getInstance()->allValues();
-  apply(changes);
-  return countChanged(before);
+int changeSettings(SettingsFile& settings, const PropertyList& changes) {
+  const PropertyList before = settings.allValues();
+  apply(settings, changes);
+  return countChanged(settings, before);
 }
 
 }  // namespace korvane

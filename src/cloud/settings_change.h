@@ -2,6 +2,7 @@
 // or nothing. Threads: any.
 #pragma once
 
+#include "config/settings.h"
 #include "rpc/json_text.h"
 #include "util/property_list.h"
 
@@ -9,9 +10,9 @@ namespace korvane {
 
 // Throws RPCError kRpcInvalidParams, naming the key, for a key that is not a setting, a value that
 // is not of its kind, and for no settings at all.
-PropertyList settingsFrom(const JsonTree& params);
+PropertyList settingsFrom(const JsonTree& params, const SettingsFile& settings);
 // How many values differ now. Throws RPCError when the settings are refused, locked or cannot be
 // written; nothing has changed then.
-int changeSettings(const PropertyList& changes);
+int changeSettings(SettingsFile& settings, const PropertyList& changes);
 
 }  // namespace korvane

@@ -5,7 +5,6 @@
 #include "cloud/local_methods.h"
 #include "cloud/parameters.h"
 #include "cloud/settings_change.h"
-#include "config/agent_config.h"
 #include "config/masking.h"
 #include "config/setting_check.h"
 #include "config/settings_table.h"
@@ -28,44 +27,50 @@ void putSetting(JsonTree& tree, const std::string& key, const STRING& value) {
   putMember(tree, key, maskedSetting(key, value.toUtf8()));
 }
 
-JsonTree settingsTree(const JsonTree& params) {
-  const AgentConfig& config = *AgentConfig::getInstance();
+JsonTree settingsTree(const JsonTree& params, const SettingsFile& settings) {
   JsonTree tree;
   const JsonTree* keys = givenParameter(params, "keys");
   if (!keys) {
-    for (const auto& [key, value] : config.allValues()) putSetting(tree, key.toUtf8(), value);
+    for (const auto& [key, value] : settings.allValues()) putSetting(tree, key.toUtf8(), value);
     return tree;
   }
   for (const std::string& key : keysOf(*keys)) {
-    if (!config.hasValue(key)) refuseParameter(key, "is not a setting");
-    putSetting(tree, key, config.getValue(key));
+    if (!settings.hasValue(key)) refuseParameter(key, "is not a setting");
+    putSetting(tree, key, settings.getValue(key));
   }
   return tree;
 }
 
-void setSettings(const RPCRequest& request, RPCResponse& response) {
-  putMember(response.result, "changed", changeSettings(settingsFrom(request.params)));
+int changeTo(const RPCRequest& request, SettingsFile& settings) {
+  return changeSettings(settings, settingsFrom(request.params, settings));
 }
 
-void setTrace(const RPCRequest& request, RPCResponse& response) {
+void setTrace(const RPCRequest& request, SettingsFile& settings) {
   const STRING on = neededText(request, "on");
   const char* key = rowOf(Key::agentLogTrace).name;
   if (const std::string fault = settingFault(key, on); on.empty() || !fault.empty())
     refuseParameter(
         "on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "is neither true nor false" : fault));
-  changeSettings({{key, on}});
-  putFlag(response.result, "trace", AgentConfig::getInstance()->logTraceMessages());
+  changeSettings(settings, {{key, on}});
 }
 
 }  // namespace
 
-void addSettingsMethods(RPCServer& server) {
+void addSettingsMethods(RPCServer& server, const LocalParts& parts) {
   using Access = RPCServer::Access;
-  server.add("getSettings", Access::everyone, [](const RPCRequest& request, RPCResponse& response) {
-    response.result.push_back({"settings", settingsTree(request.params)});
-  });
-  server.add("setSettings", Access::administrators, setSettings);
-  server.add("setTrace", Access::administrators, setTrace);
+  server.add(
+      "getSettings", Access::everyone, [&parts](const RPCRequest& request, RPCResponse& response) {
+        response.result.push_back({"settings", settingsTree(request.params, parts.settings)});
+      });
+  server.add("setSettings", Access::administrators,
+             [&parts](const RPCRequest& request, RPCResponse& response) {
+               putMember(response.result, "changed", changeTo(request, parts.settings));
+             });
+  server.add("setTrace", Access::administrators,
+             [&parts](const RPCRequest& request, RPCResponse& response) {
+               setTrace(request, parts.settings);
+               putFlag(response.result, "trace", parts.logs.logTraceMessages());
+             });
 }
 
 }  // namespace korvane

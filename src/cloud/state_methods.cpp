@@ -1,12 +1,10 @@
 // getTechStatus, getTechNames, getAgentVersion and getStatus.
-#include "cloud/agent_status.h"
-#include "cloud/local_methods.h"
-#include "platform/clock.h"
-
 #include <memory>
 #include <optional>
 
-#include "platform/platform.h"
+#include "cloud/agent_status.h"
+#include "cloud/local_methods.h"
+#include "platform/clock.h"
 
 namespace korvane {
 namespace {
@@ -14,11 +12,11 @@ namespace {
 // What a client that asks again and again gets without the logs being read each time.
 class RecentLogs {
  public:
-  const JsonTree& get() {
-    const int64_t now = platform::current().clock.monotonicMs();
+  const JsonTree& get(const LocalParts& parts) {
+    const int64_t now = parts.clock.monotonicMs();
     if (_takenAt && now - *_takenAt <= kKeptMs) return _logs;
-    _logs = logsTree();
-    _takenAt = platform::current().clock.monotonicMs();
+    _logs = logsTree(parts);
+    _takenAt = parts.clock.monotonicMs();
     return _logs;
   }
 
@@ -38,24 +36,24 @@ void addText(RPCServer& server, const char* method, const char* member,
 
 }  // namespace
 
-void addStateMethods(RPCServer& server, const AboutAgent& about) {
+void addStateMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts) {
   addText(server, "getTechStatus", "status", about.techStatus);
   addText(server, "getTechNames", "names", about.techNames);
   addText(server, "getAgentVersion", "version", about.version);
-  server.add(
-      "getStatus", RPCServer::Access::everyone,
-      [&about, logs = std::make_shared<RecentLogs>()](const RPCRequest&, RPCResponse& response) {
-        response.result = statusTree(about, logs->get());
-      });
+  server.add("getStatus", RPCServer::Access::everyone,
+             [&about, &parts, logs = std::make_shared<RecentLogs>()](const RPCRequest&,
+                                                                     RPCResponse& response) {
+               response.result = statusTree(about, parts, logs->get(parts));
+             });
 }
 
-void addLocalMethods(RPCServer& server, const AboutAgent& about) {
-  addStateMethods(server, about);
-  addSettingsMethods(server);
-  addPolicyMethods(server);
-  addConnectionMethods(server);
-  addLogMethods(server);
-  addDiagnosticsMethods(server, about);
+void addLocalMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts) {
+  addStateMethods(server, about, parts);
+  addSettingsMethods(server, parts);
+  addPolicyMethods(server, parts);
+  addConnectionMethods(server, parts);
+  addLogMethods(server, parts);
+  addDiagnosticsMethods(server, about, parts);
 }
 
 }  // namespace korvane

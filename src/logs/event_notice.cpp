@@ -96,11 +96,6 @@ std::string opened(int messageId, const std::string& sendId, size_t records, siz
   return out;
 }
 
-void finish(std::string& out) {
-  close(out, ']');
-  out += "}}";
-}
-
 }  // namespace
 
 size_t eventNoticeBytes(const EventRecord& record, const RecordNotes& notes) {
@@ -124,21 +119,8 @@ std::string eventNotice(int messageId, const std::string& sendId, const LogBatch
     close(out, '}');
     out += ',';
   }
-  finish(out);
-  return out;
-}
-
-std::string eventNotice(int messageId, const std::string& sendId,
-                        const std::vector<PropertyList>& batch) {
-  std::string out = opened(messageId, sendId, batch.size(), 0);
-  for (const PropertyList& record : batch) {
-    out += '{';
-    for (const auto& [name, value] : record) appendPair(out, name.toUtf8(), value.toUtf8());
-    close(out, '}');
-    out += ',';
-  }
-  finish(out);
-  return out;
+  close(out, ']');
+  return out += "}}";
 }
 
 }  // namespace korvane

@@ -9,16 +9,12 @@
 
 #include <cstddef>
 #include <string>
-#include <vector>
 
 #include "logs/log_destination.h"
 
 namespace korvane {
 
 std::string eventNotice(int messageId, const std::string& sendId, const LogBatch& batch);
-// The same for records given as pairs.
-std::string eventNotice(int messageId, const std::string& sendId,
-                        const std::vector<PropertyList>& batch);
 // What a record adds to a notice.
 size_t eventNoticeBytes(const EventRecord& record, const RecordNotes& notes);
 

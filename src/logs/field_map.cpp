@@ -6,8 +6,8 @@
 #include <charconv>
 #include <cstring>
 
-#include "config/log_names.h"
 #include "logs/byte_scan.h"
+#include "logs/record_queue.h"
 #include "util/dates.h"
 
 namespace korvane {
@@ -96,11 +96,11 @@ RecordNotes::RecordNotes(Values values) : _values(std::move(values)) {
   addLine(_ofSingle, "a6", _values.forwardedAt);
 }
 
-RecordNotes RecordNotes::take(const AgentConfig& config, LogType type, int64_t wallMs) {
-  return RecordNotes({.hostname = oneLine(config.getHostname().toUtf8()),
-                      .ipAddress = oneLine(config.getIPAddress().toUtf8()),
-                      .operatingSystem = oneLine(config.getOS().toUtf8()),
-                      .logName = logBaseName(type),
+RecordNotes RecordNotes::take(const MachineFacts& machine, std::string logName, int64_t wallMs) {
+  return RecordNotes({.hostname = oneLine(machine.getHostname().toUtf8()),
+                      .ipAddress = oneLine(machine.getIPAddress().toUtf8()),
+                      .operatingSystem = oneLine(machine.getOS().toUtf8()),
+                      .logName = std::move(logName),
                       .forwardedAt = formatTimestamp(wallMs).substr(0, kLastTimeLength)});
 }
 
@@ -149,6 +149,12 @@ void appendRecord(MessageBody& body, const EventRecord& record, const RecordNote
   visitFieldMap(record, writer);
   assert(writer.full());
   body.endSection();
+}
+
+void composeBody(MessageBody& body, const RecordQueue& records, const RecordNotes& notes) {
+  body.clear();
+  for (size_t i = 0; i < records.size(); ++i) appendRecord(body, records.at(i), notes);
+  body.finish();
 }
 
 PropertyList fieldPairs(const EventRecord& record, const RecordNotes& notes) {

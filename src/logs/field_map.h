@@ -5,7 +5,7 @@
 //
 // Lifetime: nothing here keeps a record. Threads: no shared state. All sizes are bytes.
 //
-//   const RecordNotes notes = RecordNotes::take(config, HIDS_RT_LOG, wallMs);
+//   const RecordNotes notes = RecordNotes::take(machine, logBaseName(HIDS_RT_LOG), wallMs);
 //   appendRecord(body, record, notes);
 #pragma once
 
@@ -18,11 +18,13 @@
 #include <vector>
 
 #include "comm/message_body.h"
-#include "config/agent_config.h"
+#include "config/settings.h"
 #include "logs/event_record.h"
 #include "util/property_list.h"
 
 namespace korvane {
+
+class RecordQueue;
 
 // The values that the agent adds to the records of one batch, written out once.
 class RecordNotes {
@@ -35,8 +37,8 @@ class RecordNotes {
     std::string forwardedAt;      // a6 of a record that stands for itself: when the agent sends it
   };
   explicit RecordNotes(Values values);
-  // As the configuration and the clock say now.
-  static RecordNotes take(const AgentConfig& config, LogType type, int64_t wallMs);
+  // As the machine and the clock say now.
+  static RecordNotes take(const MachineFacts& machine, std::string logName, int64_t wallMs);
 
   // The lines "a1=...\n" to "a6=...\n" of a record with this count, in pieces to be written one
   // behind the other. Refers to the notes and to `lastTime`.
@@ -96,6 +98,8 @@ void visitFieldMap(const Record& record, Out& out) {
 
 // Adds the record as one section. scan::kBlock bytes behind record.text can be read.
 void appendRecord(MessageBody& body, const EventRecord& record, const RecordNotes& notes);
+// Makes the finished body of a message with a section for each record.
+void composeBody(MessageBody& body, const RecordQueue& records, const RecordNotes& notes);
 // The record as a list of pairs, equal to what appendRecord writes.
 PropertyList fieldPairs(const EventRecord& record, const RecordNotes& notes);
 

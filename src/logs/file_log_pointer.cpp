@@ -78,9 +78,14 @@ void storeText(uint8_t* at, size_t units, const STRING& text) {
 }  // namespace
 
 FileLogPointer::FileLogPointer(const STRING& pointerFilePath)
-    : FileLogPointer(pointerFilePath, platform::OpenMode::readWrite) {}
+    : FileLogPointer(platform::current().files, pointerFilePath) {}
 
-FileLogPointer::FileLogPointer(const STRING& pointerFilePath, platform::OpenMode mode) {
+FileLogPointer::FileLogPointer(platform::Files& files, const STRING& pointerFilePath)
+    : FileLogPointer(files, pointerFilePath, platform::OpenMode::readWrite) {}
+
+FileLogPointer::FileLogPointer(platform::Files& files, const STRING& pointerFilePath,
+                               platform::OpenMode mode)
+    : _files(&files) {
   _pointerFile = pointerFilePath;
   load(mode);
 }
@@ -93,7 +98,7 @@ void FileLogPointer::load(platform::OpenMode mode) {
   if (_pointerFile.empty()) return;
   std::unique_ptr<platform::File> file;
   const bool keep = mode == platform::OpenMode::readWrite;
-  const int error = platform::current().files.open(_pointerFile.toUtf8(), mode, file);
+  const int error = _files->open(_pointerFile.toUtf8(), mode, file);
   if (error == ENOENT || (error != 0 && !keep)) return;
   if (error != 0) {
     eventlog::event(EventId::pointerFileNotOpened, "FileLogPointer", {_pointerFile});
@@ -178,8 +183,7 @@ void FileLogPointer::addOffset(int amount) {
 
 void FileLogPointer::openForWriting() {
   std::unique_ptr<platform::File> file;
-  const int error =
-      platform::current().files.open(_pointerFile.toUtf8(), platform::OpenMode::create, file);
+  const int error = _files->open(_pointerFile.toUtf8(), platform::OpenMode::create, file);
   if (error != 0)
     throw FileError(error, "writePointer",
                     "Failed to open file pointer file" + _pointerFile +
@@ -226,7 +230,7 @@ void FileLogPointer::writePointerDurably() {
   writePointer();
   int error = _stream->flush();
   if (error == 0 && !_directoryFlushed)
-    error = platform::current().files.flushDirectory(platform::directoryOf(_pointerFile.toUtf8()));
+    error = _files->flushDirectory(platform::directoryOf(_pointerFile.toUtf8()));
   if (error != 0) throwWriteError(error);
   _directoryFlushed = true;
 }

@@ -26,10 +26,12 @@ namespace korvane {
 
 class KORVANE_EXPORT FileLogPointer : public LogPointer {
  public:
+  // On the files of the current run.
   explicit FileLogPointer(const STRING& pointerFilePath);
+  FileLogPointer(platform::Files& files, const STRING& pointerFilePath);
   // With OpenMode::read the file is only looked at: it is not kept open and a failure is
   // not an event.
-  FileLogPointer(const STRING& pointerFilePath, platform::OpenMode mode);
+  FileLogPointer(platform::Files& files, const STRING& pointerFilePath, platform::OpenMode mode);
   FileLogPointer(const FileLogPointer&);
   FileLogPointer& operator=(const FileLogPointer&);
   ~FileLogPointer() override;
@@ -62,6 +64,7 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   void loadPosition();
   [[noreturn]] void throwWriteError(int error) const;
 
+  platform::Files* _files;
   uint8_t _leadingByte = 0;
   std::array<uint8_t, kRecordBytes> _record{};
   std::shared_ptr<platform::File> _stream;

@@ -3,7 +3,6 @@
 #include "eventlog/event_log.h"
 #include "logs/log_mark.h"
 #include "platform/files.h"
-#include "platform/platform.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
 
@@ -17,10 +16,10 @@ constexpr int64_t kResumptionLookBack = 100;
 
 }  // namespace
 
-FileLogSource::FileLogSource(LogType type)
-    : _files(platform::current().files), _type(type), _config(AgentConfig::getInstance()) {
+FileLogSource::FileLogSource(LogType type, platform::Files& files, const LogSettings& settings)
+    : _files(files), _type(type), _settings(settings) {
   if (static_cast<int>(type) <= HIDS_RT_LOG)
-    _pointer = std::make_unique<FileLogPointer>(AgentConfig::getLogPointerFileName(type));
+    _pointer = std::make_unique<FileLogPointer>(files, settings.getLogPointerFileName(type));
 }
 
 FileLogSource::~FileLogSource() {
@@ -53,7 +52,7 @@ bool FileLogSource::openNamed(const STRING& name, int64_t offset) {
 }
 
 void FileLogSource::openCurrent(int64_t offset) {
-  const STRING path = _config->getCurrentLogFile(_type);
+  const STRING path = _settings.getCurrentLogFile(_type);
   if (path.empty()) {
     eventlog::trace(
         kOpenTag,

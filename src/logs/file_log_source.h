@@ -1,15 +1,16 @@
 // A log that is a text file, UTF-8 or UTF-16LE with a byte order mark.
 //
-// Opening: the file that the pointer names, or else the type's current log file as AgentConfig
-// knows it. Through the pointer's name the encoding is seen, once the first bytes are there;
-// through the current file it is taken for UTF-8, since the test for the mark is then not made at
-// the file's beginning (switchToLog is how a new log is begun). A log that cannot be opened is
-// event 10185, once until its state changes, and every read retries.
+// Opening: the file that the pointer names, or else the type's current log file as the
+// settings know it. Through the pointer's name the encoding is seen, once the first bytes are
+// there; through the current file it is taken for UTF-8, since the test for the mark is then not
+// made at the file's beginning (switchToLog is how a new log is begun). A log that cannot be opened
+// is event 10185, once until its state changes, and every read retries.
 //
-// Lifetime: owns its pointer and the open file; closing does not write the pointer. Threads: one.
+// Lifetime: owns its pointer and the open file; files and settings outlive it. Closing does not
+// write the pointer. Threads: one.
 // Errors: FileError from reading ("readLineBuffered") and from writing the pointer.
 //
-//   FileLogSource source(HIDS_RT_LOG);
+//   FileLogSource source(HIDS_RT_LOG, files, settings.logs);
 //   STRING line;
 //   while (source.readRecord(line) > 0) use(line), line.clear();
 //   source.savePointer();
@@ -19,7 +20,7 @@
 #include <memory>
 #include <string>
 
-#include "config/agent_config.h"
+#include "config/settings.h"
 #include "logs/file_log_pointer.h"
 #include "logs/line_reader.h"
 #include "logs/log_source.h"
@@ -30,7 +31,7 @@ namespace korvane {
 
 class FileLogSource : public LogSource {
  public:
-  explicit FileLogSource(LogType type);
+  FileLogSource(LogType type, platform::Files& files, const LogSettings& settings);
   ~FileLogSource() override;
 
   void openLog() override;
@@ -85,7 +86,7 @@ class FileLogSource : public LogSource {
 
   platform::Files& _files;
   const LogType _type;
-  AgentConfig* const _config;
+  const LogSettings& _settings;
   std::unique_ptr<FileLogPointer> _pointer;
   std::unique_ptr<platform::File> _file;
   std::string _openPath;

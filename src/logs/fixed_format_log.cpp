@@ -1,14 +1,15 @@
 #include "logs/fixed_format_log.h"
 
+#include "config/log_names.h"
 #include "logs/byte_buffer.h"
 #include "logs/event_category.h"
 #include "logs/field_map.h"
 #include "platform/clock.h"
-#include "platform/platform.h"
 
 namespace korvane {
 
-FixedFormatLog::FixedFormatLog(LogType type) : _type(type) {}
+FixedFormatLog::FixedFormatLog(LogType type, const MachineFacts& machine, platform::Clock& clock)
+    : _type(type), _machine(machine), _clock(clock) {}
 
 bool FixedFormatLog::parseLog(const STRING& line) {
   ByteBuffer text;
@@ -54,7 +55,7 @@ size_t FixedFormatLog::getFieldMap(PropertyList& map) const {
       map.emplace_back("v" + STRING::fromInt(static_cast<int64_t>(n)), value);
     }
     void notes() { recordNotes.addPairs(log.getOccurrenceCount(), log.lastOccurrence(), map); }
-  } out{*this, RecordNotes::take(*_config, _type, platform::current().clock.wallMs()), map};
+  } out{*this, RecordNotes::take(_machine, logBaseName(_type), _clock.wallMs()), map};
   visitFieldMap(Fields{*this}, out);
   return kStandardFields + _extra.size();
 }

@@ -2,23 +2,26 @@
 // STRING. It is an adapter over the byte core (event_record.h, field_map.h), which log
 // forwarding uses directly.
 //
-// A record is a value used by one thread. Errors: parseLog throws AgentError 16 for a line of more
-// than 49 fields; a line of a wrong event type is reported as event 10135 and rejected.
+// A record is used by one thread; machine and clock outlive it. Errors: parseLog throws AgentError
+// 16 for a line of more than 49 fields; a line of a wrong event type is reported as event 10135 and
+// rejected.
 //
-//   FixedFormatLog record(HIDS_RT_LOG);
+//   FixedFormatLog record(HIDS_RT_LOG, settings.machine, clock);
 //   PropertyList values;
 //   if (record.parseLog(line)) record.getFieldMap(values);
 #pragma once
 
 #include <vector>
 
+#include "config/settings.h"
 #include "logs/log.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
 class FixedFormatLog : public Log {
  public:
-  explicit FixedFormatLog(LogType type);
+  FixedFormatLog(LogType type, const MachineFacts& machine, platform::Clock& clock);
 
   bool parseLog(const STRING& line) override;
   void setFields(const std::vector<STRING>& values) override;
@@ -30,6 +33,8 @@ class FixedFormatLog : public Log {
 
  private:
   const LogType _type;
+  const MachineFacts& _machine;
+  platform::Clock& _clock;
   std::vector<STRING> _extra;
 };
 

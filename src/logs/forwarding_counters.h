@@ -1,19 +1,23 @@
-// What forwarding has done since the agent's start: the counters of this run.
+// What forwarding has done since the agent's start.
 //
 // Threads: everything may be called by any thread. What the forwarding thread counts costs it a few
 // atomic additions for each pass or batch, none for each record. A snapshot is not of one instant:
 // while events flow, its numbers may be a batch apart.
 //
 //   {
-//     ForwardingCounters::Pass pass;  // adds what it holds to the run's counters at its end
+//     ForwardingCounters::Pass pass(counters);  // adds what it holds to them at its end
 //     ++pass.read;
 //   }
-//   const ForwardingCounts counts = ForwardingCounters::snapshot();
+//   const ForwardingCounts counts = counters.snapshot();
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
+
+#include "agent/thread/locks.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
@@ -34,21 +38,37 @@ struct ForwardingCounts {
 class ForwardingCounters {
  public:
   struct Pass {
-    Pass() = default;
+    explicit Pass(ForwardingCounters& counters) : to(counters) {}
     Pass(const Pass&) = delete;
     Pass& operator=(const Pass&) = delete;
     ~Pass();
+    ForwardingCounters& to;
     uint64_t read = 0;
     uint64_t folded = 0;
   };
 
-  static void addForwarded(uint64_t records);
-  static void addRejected();
-  static void addRetried();
-  static void addDropped(uint64_t records);
-  static void noteError(int code, std::string_view text);
+  // clock: outlives the counters.
+  explicit ForwardingCounters(platform::Clock& clock) : _clock(clock) {}
 
-  static ForwardingCounts snapshot();
+  void addForwarded(uint64_t records) { add(_forwarded, records); }
+  void addRejected() { add(_rejected, 1); }
+  void addRetried() { add(_retried, 1); }
+  void addDropped(uint64_t records) { add(_dropped, records); }
+  void noteError(int code, std::string_view text);
+
+  ForwardingCounts snapshot() const;
+
+ private:
+  using Counter = std::atomic<uint64_t>;
+
+  static void add(Counter& counter, uint64_t amount) {
+    if (amount > 0) counter.fetch_add(amount, std::memory_order_relaxed);
+  }
+
+  platform::Clock& _clock;
+  Counter _read{0}, _forwarded{0}, _folded{0}, _rejected{0}, _retried{0}, _dropped{0};
+  mutable Win32Mutex _lock;
+  ForwardingCounts::LastError _lastError GUARDED_BY(_lock);
 };
 
 }  // namespace korvane

@@ -1,5 +1,7 @@
 #include "logs/https_log_destination.h"
+#include "comm/server_connection.h"
 
+#include "comm/https_handler.h"
 #include "comm/server_codes.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
@@ -16,21 +18,20 @@ constexpr int kDroppedSilently = 600;
 
 }  // namespace
 
-HttpsLogDestination::HttpsLogDestination() : _config(AgentConfig::getInstance()) {}
+HttpsLogDestination::HttpsLogDestination(ServerConnection& connection, ServerSettings& settings,
+                                         ForwardingCounters& counters)
+    : _connection(connection), _settings(settings), _counters(counters) {}
 
-int HttpsLogDestination::writeLog(const std::vector<PropertyList>& batch) {
-  HttpsHandler handler;
-  return judge(handler, handler.log(batch), batch.size());
-}
-
-int HttpsLogDestination::writeBatch(const LogBatch& batch) {
-  HttpsHandler handler;
-  return judge(handler, handler.log(batch.body, batch.records.size()), batch.records.size());
+int HttpsLogDestination::writeLog(const LogBatch& batch) {
+  if (!_body) _body.emplace();
+  composeBody(*_body, batch.records, batch.notes);
+  HttpsHandler handler(_connection);
+  return judge(handler, handler.log(*_body, batch.records.size()), batch.records.size());
 }
 
 int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records) {
   if (result != 0) {
-    ForwardingCounters::noteError(result, handler.lastResult().failure.text());
+    _counters.noteError(result, handler.lastResult().failure.text());
     return result;
   }
   STRING text;
@@ -39,17 +40,17 @@ int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records
   switch (_lastError) {
     case kDropped:
     case kDroppedSilently:
-      ForwardingCounters::addDropped(records);
-      ForwardingCounters::noteError(_lastError, text.toUtf8());
+      _counters.addDropped(records);
+      _counters.noteError(_lastError, text.toUtf8());
       return 0;
     case kAccepted:
-      ForwardingCounters::addForwarded(records);
+      _counters.addForwarded(records);
       return 0;
     case kServerUnknownAgent:
-      _config->clearUniqueId(handler.getGUIDUsed());
+      _settings.clearUniqueId(handler.getGUIDUsed());
       [[fallthrough]];
     default:
-      ForwardingCounters::noteError(_lastError, text.toUtf8());
+      _counters.noteError(_lastError, text.toUtf8());
       return _lastError;
   }
 }

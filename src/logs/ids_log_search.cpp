@@ -1,5 +1,6 @@
 #include "logs/ids_log_search.h"
 
+#include "config/hids_interface.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "util/ignore_result.h"
@@ -14,15 +15,14 @@ constexpr int kNoticeInterval = 120;
 
 void IdsLogSearch::attempt() {
   if (done()) return;
-  HidsInterface* const component = AgentConfig::getHIDSInterface();
-  if (component && _attempts > 0) ignoreResult(component->reload());
+  if (_component && _attempts > 0) ignoreResult(_component->reload());
   ++_attempts;
   for (Name& name : _names)
-    if (!name.done) attempt(component, name);
+    if (!name.done) attempt(name);
 }
 
-void IdsLogSearch::attempt(HidsInterface* component, Name& name) {
-  if (component && takeIdsLogFile(*component, name.type)) {
+void IdsLogSearch::attempt(Name& name) {
+  if (_component && takeIdsLogFile(*_component, name.type)) {
     name.done = true;
     return;
   }

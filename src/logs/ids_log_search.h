@@ -2,17 +2,22 @@
 // agent, so each name is retried repeatedly for a while; the two are looked for independently.
 //
 // The caller makes the attempts, kIntervalMs apart, until done(); so a stop ends the search with
-// the caller's wait. One thread. A name that is found goes to AgentConfig.
+// the caller's wait. One thread. A name that is found goes to the settings.
 #pragma once
 
 #include <cstdint>
 
-#include "config/agent_config.h"
+#include "config/log_type.h"
 
 namespace korvane {
 
+class HidsInterface;
+
 class IdsLogSearch {
  public:
+  // component: outlives the search; null: there is none, and the names are not found.
+  explicit IdsLogSearch(HidsInterface* component) : _component(component) {}
+
   static constexpr uint32_t kIntervalMs = 250;
   static constexpr int kAttempts = 480;
 
@@ -25,9 +30,10 @@ class IdsLogSearch {
     LogType type;
     bool done = false;
   };
-  void attempt(HidsInterface* component, Name& name);
+  void attempt(Name& name);
   void giveNotice(const Name& name) const;
 
+  HidsInterface* const _component;
   Name _names[2] = {{HIDS_RT_LOG}, {HIDS_LOG}};
   int _attempts = 0;
 };

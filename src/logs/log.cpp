@@ -4,8 +4,6 @@
 
 namespace korvane {
 
-Log::Log() : _config(AgentConfig::getInstance()) {}
-
 void Log::setFields(const std::vector<STRING>& values) {
   setStandardFields(values);
 }

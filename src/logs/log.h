@@ -10,7 +10,7 @@
 #include <map>
 #include <vector>
 
-#include "config/agent_config.h"
+#include "config/log_type.h"
 #include "logs/event_record.h"
 #include "util/property_list.h"
 #include "util/string.h"
@@ -19,7 +19,6 @@ namespace korvane {
 
 class Log {
  public:
-  Log();
   virtual ~Log() = default;
   // Fills the record from one line; false when the line is rejected.
   [[nodiscard]] virtual bool parseLog(const STRING& line) = 0;
@@ -54,9 +53,6 @@ class Log {
   // "v1" to "v17" by number.
   const STRING& standardField(size_t n) const;
   const STRING& lastOccurrence() const { return _lastOccurrence; }
-
- protected:
-  AgentConfig* const _config;
 
  private:
   static size_t numberOf(const STRING& name);

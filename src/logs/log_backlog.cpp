@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "agent/thread/stop_token.h"
-#include "config/agent_config.h"
 #include "config/install_root.h"
 #include "ids/hids_component.h"
 #include "ids/ids_log_names.h"
@@ -19,7 +18,6 @@
 #include "logs/next_logs.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -35,12 +33,10 @@ constexpr size_t kNextLogField = 4;
 // Where the end mark of a log that is not read as a whole is looked for.
 constexpr int64_t kTailBytes = 4096;
 
-STRING currentLog(LogType type) {
-  const STRING known = AgentConfig::getInstance()->getCurrentLogFile(type);
+STRING currentLog(Files& files, platform::Clock& clock, const LogSettings& settings, LogType type) {
+  const STRING known = settings.getCurrentLogFile(type);
   if (!known.empty()) return known;
-  platform::Platform& system = platform::current();
-  HidsComponent component({system.files, system.clock, shutdownToken()}, idsDirectory(),
-                          [] { return 0; });
+  HidsComponent component({files, clock, shutdownToken()}, idsDirectory(), [] { return 0; });
   STRING name;
   if (!component.setting(idsLogSetting(type), name) || name.empty()) return {};
   return resolveIdsLogName(name.toUtf8());
@@ -79,14 +75,15 @@ class BoundedFile final : public platform::File {
 // Goes over one log type's logs, in the order in which the agent will.
 class Count {
  public:
-  explicit Count(LogType type) : _files(platform::current().files), _current(currentLog(type)) {
+  Count(Files& files, platform::Clock& clock, const LogSettings& settings, LogType type)
+      : _files(files), _current(currentLog(files, clock, settings, type)) {
     _out.type = type;
-    _out.pointerFile = AgentConfig::getLogPointerFileName(type);
+    _out.pointerFile = settings.getLogPointerFileName(type);
     _waiting = NextLogs::namesIn(_files, NextLogs::pathBeside(_out.pointerFile));
   }
 
   LogBacklog take() {
-    const FileLogPointer pointer(_out.pointerFile, platform::OpenMode::read);
+    const FileLogPointer pointer(_files, _out.pointerFile, platform::OpenMode::read);
     takeFirst(pointer);
     while (!_next.empty() && _visited.size() < kMaxLogs) takeLog(std::exchange(_next, {}), 0);
     return std::move(_out);
@@ -186,9 +183,10 @@ class Count {
 
 }  // namespace
 
-std::vector<LogBacklog> logBacklogs() {
+std::vector<LogBacklog> logBacklogs(Files& files, platform::Clock& clock,
+                                    const LogSettings& settings) {
   std::vector<LogBacklog> all;
-  for (const LogType type : kForwarded) all.push_back(Count(type).take());
+  for (const LogType type : kForwarded) all.push_back(Count(files, clock, settings, type).take());
   return all;
 }
 

@@ -8,14 +8,15 @@
 // most kMaxLogs logs are followed.
 // Errors: none. What is missing or cannot be read counts as nothing. Nothing is written.
 //
-//   for (const LogBacklog& log : logBacklogs()) show(log.log, log.bytes);
+//   for (const LogBacklog& log : logBacklogs(files, clock, settings.logs)) show(log);
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-#include "config/log_type.h"
+#include "config/settings.h"
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -36,6 +37,7 @@ inline constexpr uint64_t kMaxScanned = 16u << 20;
 inline constexpr size_t kMaxLogs = 64;
 
 // One entry for each log type that is forwarded.
-std::vector<LogBacklog> logBacklogs();
+std::vector<LogBacklog> logBacklogs(platform::Files& files, platform::Clock& clock,
+                                    const LogSettings& settings);
 
 }  // namespace korvane

@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
-#include "config/service_type.h"
+#include "config/log_names.h"
 #include "eventlog/event_log.h"
-#include "util/agent_run.h"
 #include "util/errors.h"
 
 namespace korvane {
@@ -12,25 +11,9 @@ namespace {
 
 constexpr int kErrorPassedOver = 13;
 
-struct PolicyBuffer {
-  std::atomic<bool> on{false};
-};
-
-std::atomic<bool>& policyBufferOn() {
-  return AgentRun::current().part<PolicyBuffer>(RunPart::policyBuffer).on;
-}
-
 }  // namespace
 
 LogProcessingThread::~LogProcessingThread() = default;
-
-void LogProcessingThread::setPolicyBuffer(bool on) {
-  policyBufferOn() = on;
-}
-
-bool LogProcessingThread::policyBuffer() {
-  return policyBufferOn();
-}
 
 void LogProcessingThread::attach(std::unique_ptr<LogProcessor> processor) {
   processor->setStopToken(stopToken());
@@ -42,12 +25,8 @@ void LogProcessingThread::stop() {
   Thread::stop();
 }
 
-bool LogProcessingThread::forwardingPossible() {
-  return isStandardAgent() || (isCloudAgent() && policyBufferOn());
-}
-
 uint32_t LogProcessingThread::cycle() {
-  if (!forwardingPossible()) return endCycle();
+  if (!_forwarding.mayForward()) return endCycle();
   for (const auto& processor : _processors) {
     if (stopRequested()) break;
     if (processor->enabled() && processor->tick()) runProcessor(*processor);
@@ -62,7 +41,7 @@ void LogProcessingThread::runProcessor(LogProcessor& processor) {
   } catch (const AgentError& error) {
     if (error.code() == kErrorPassedOver) return;
     eventlog::event(EventId::logForwardingDisabled, "LogProcessingThread::run",
-                    {AgentConfig::getLogTypeByName(processor.type()), error.text()});
+                    {logTypeName(processor.type()), error.text()});
     processor.disable();
   }
 }

@@ -4,12 +4,13 @@
 // Start: after the processors have been attached. Stop: any thread, any number of times; the pause
 // between cycles ends at once, a transfer in progress is ended by the shutdown token, and nothing
 // of what was read but not delivered is lost: it is read again at the next start. Lifetime: owns
-// the processors; destroy it when it is not alive. Threads: attach() and cycle() only before the
-// start, or on the thread itself; the rest by any. Errors: a processor that throws AgentError is
-// disabled for good (event 10136), except for code 13, which is skipped.
+// the processors; what it is made with outlives it; destroy it when it is not alive. Threads:
+// attach() and cycle() only before the start, or on the thread itself; the rest by any. Errors: a
+// processor that throws AgentError is disabled for good (event 10136), except for code 13, which is
+// skipped.
 //
-//   auto* thread = new LogProcessingThread;
-//   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG));
+//   auto* thread = new LogProcessingThread(forwarding, parts.ids);
+//   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, std::move(destination)));
 //   thread->start();
 #pragma once
 
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "agent/thread/thread.h"
+#include "logs/forwarding_switch.h"
 #include "logs/ids_log_search.h"
 #include "logs/log_processor.h"
 
@@ -26,7 +28,9 @@ namespace korvane {
 
 class LogProcessingThread : public Thread {
  public:
-  LogProcessingThread() = default;
+  // ids: null without the IDS component.
+  LogProcessingThread(const ForwardingSwitch& forwarding, HidsInterface* ids)
+      : _forwarding(forwarding), _idsLogSearch(ids) {}
   ~LogProcessingThread() override;
 
   void attach(std::unique_ptr<LogProcessor> processor);
@@ -34,11 +38,6 @@ class LogProcessingThread : public Thread {
 
   // One cycle; returns how many milliseconds to wait before the next.
   uint32_t cycle();
-
-  // The switch that the channel of a cloud-managed agent sets: whether it may forward events.
-  static void setPolicyBuffer(bool on);
-  static bool policyBuffer();
-  static bool forwardingPossible();
 
   static constexpr uint32_t kCycleMs = 1000;
   static constexpr uint32_t kBackOffMs = 10000;
@@ -51,6 +50,7 @@ class LogProcessingThread : public Thread {
   uint32_t endCycle();
   void wait(uint32_t milliseconds);
 
+  const ForwardingSwitch& _forwarding;
   std::vector<std::unique_ptr<LogProcessor>> _processors;
   std::atomic<bool> _running{true};
   int _backOff = 0;  // negative after a failed write

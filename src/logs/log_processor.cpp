@@ -3,12 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "config/service_type.h"
-#include "logs/event_notice.h"
-#include "logs/log_processing_thread.h"
+#include "config/log_names.h"
 #include "logs/spent_log.h"
 #include "platform/clock.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -18,22 +15,16 @@ constexpr int kIdleMarkers = 500;
 constexpr int kIdlePasses = 5;
 constexpr int64_t kMsPerMinute = 60 * 1000;
 
-int64_t now() {
-  return platform::current().clock.monotonicMs();
-}
-
 }  // namespace
 
-LogProcessor::LogProcessor(LogType type)
-    : LogProcessor(type, makeLogDestination(LogProcessingThread::forwardingPossible)) {}
-
-LogProcessor::LogProcessor(LogType type, std::unique_ptr<LogDestination> destination)
+LogProcessor::LogProcessor(LogType type, const ForwardingParts& parts,
+                           std::unique_ptr<LogDestination> destination)
     : _type(type),
-      _config(AgentConfig::getInstance()),
-      _standardAgent(isStandardAgent()),
-      _stop(&shutdownToken()),
-      _reader(type),
-      _writer(type, std::move(destination)) {
+      _parts(parts),
+      _stop(&parts.stop),
+      _reader(type, parts),
+      _writer(parts.machine, parts.clock, logBaseName(type), std::move(destination)),
+      _recordBytes(_writer.recordBytes()) {
   _writer.setMeanwhile([this] { _reader.noteNames(); });
 }
 
@@ -51,17 +42,16 @@ void LogProcessor::tend() {
 }
 
 int LogProcessor::readRecords() {
-  _batchLimit = static_cast<size_t>(std::max(_config->getMaxBatchSize(_type), 1));
-  _readLimit = _config->getMaxMessagesToRead(_type);
-  _folding = _config->consolidateLogs();
-  _passStartMs = now();
+  _batchLimit = static_cast<size_t>(std::max(_parts.settings.getMaxBatchSize(_type), 1));
+  _readLimit = _parts.settings.getMaxMessagesToRead(_type);
+  _folding = _parts.settings.consolidateLogs();
+  _passStartMs = _parts.clock.monotonicMs();
   _reader.noteNames();
   if (_queue.size() >= _batchLimit) return 0;
-  if (!_standardAgent)
-    _notes = RecordNotes::take(*_config, _type, platform::current().clock.wallMs());
+  if (_recordBytes) _notes = _writer.notes();
   removeLeftOver();
   int readCount = 0;
-  ForwardingCounters::Pass counted;
+  ForwardingCounters::Pass counted(_parts.counters);
   ParsedEvent record;
   while (mayReadOn(readCount) && _reader.next(record)) {
     if (isDataRecord(record))
@@ -79,7 +69,7 @@ int LogProcessor::readRecords() {
 
 bool LogProcessor::mayReadOn(int readCount) const {
   if (readCount > _readLimit || _queue.size() >= _batchLimit) return false;
-  return _standardAgent || _queuedBytes < kQueueBytes;
+  return _queuedBytes < kQueueBytes;
 }
 
 bool LogProcessor::isDataRecord(const EventRecord& record) const {
@@ -111,7 +101,7 @@ void LogProcessor::takeEvent(const EventRecord& record, ForwardingCounters::Pass
 
 void LogProcessor::enqueue(const EventRecord& record) {
   _queue.push(record);
-  if (!_standardAgent) _queuedBytes += eventNoticeBytes(record, *_notes);
+  if (_recordBytes) _queuedBytes += _recordBytes(record, *_notes);
 }
 
 void LogProcessor::flushSummary() {
@@ -120,8 +110,9 @@ void LogProcessor::flushSummary() {
 }
 
 void LogProcessor::flushOldSummary() {
-  const int64_t period = int64_t{_config->getLogConsolidatePeriod()} * kMsPerMinute;
-  if (_summary.open() && now() - _summary.startedMs() >= period) flushSummary();
+  const int64_t period = int64_t{_parts.settings.getLogConsolidatePeriod()} * kMsPerMinute;
+  if (_summary.open() && _parts.clock.monotonicMs() - _summary.startedMs() >= period)
+    flushSummary();
 }
 
 // What is to be done with the log itself when nothing of it waits any more.
@@ -144,7 +135,7 @@ int64_t LogProcessor::undeliveredFrom() const {
 
 int LogProcessor::writeRecords() {
   if (_queue.empty()) return 0;
-  if (_refused) ForwardingCounters::addRetried();
+  if (_refused) _parts.counters.addRetried();
   const int error = _writer.write(_queue);
   _refused = error != 0;
   if (_refused) return -std::abs(error);
@@ -179,7 +170,7 @@ void LogProcessor::releaseMemoryWhenIdle() {
 }
 
 bool LogProcessor::PostRealTimeProcessing(const STRING& file) {
-  return _type == HIDS_RT_LOG && removeSpentLog(file, *_stop);
+  return _type == HIDS_RT_LOG && removeSpentLog(_parts.files, file, *_stop);
 }
 
 }  // namespace korvane

@@ -10,9 +10,9 @@
 // Position: the saved one is always the line of the first event that has not been delivered, so a
 // process that is killed loses nothing and repeats at most the batch in flight and the open run.
 //
-// Lifetime: owns reader, writer and queue. Threads: one. Stop: nothing has to be done; the
-// queue is read again from the log at the next start. Errors: AgentError and FileError from
-// reader and pointer.
+// Lifetime: owns reader, writer and queue; its parts outlive it. Threads: one. Stop: nothing has to
+// be done; the queue is read again from the log at the next start. Errors: AgentError and FileError
+// from reader and pointer.
 #pragma once
 
 #include <cstdint>
@@ -20,9 +20,9 @@
 #include <optional>
 
 #include "agent/thread/stop_token.h"
-#include "config/agent_config.h"
 #include "logs/event_category.h"
 #include "logs/forwarding_counters.h"
+#include "logs/forwarding_parts.h"
 #include "logs/log_reader.h"
 #include "logs/log_writer.h"
 #include "logs/record_queue.h"
@@ -32,9 +32,8 @@ namespace korvane {
 
 class LogProcessor {
  public:
-  // Writes to the destination of the run's service type.
-  explicit LogProcessor(LogType type);
-  LogProcessor(LogType type, std::unique_ptr<LogDestination> destination);
+  LogProcessor(LogType type, const ForwardingParts& parts,
+               std::unique_ptr<LogDestination> destination);
   virtual ~LogProcessor();
   // Removes a real-time log that has been sent; where that fails, it is renamed. True when the name
   // is free then. Does nothing for logs of other types.
@@ -54,12 +53,12 @@ class LogProcessor {
   void tend();
   // Counts a cycle; true on every second one.
   bool tick();
-  // What cuts the pause between two tries to remove a file short; the shutdown token until set.
+  // What cuts the pause between two tries to remove a file short; the agent's until set.
   void setStopToken(StopToken& token) { _stop = &token; }
   size_t queued() const { return _queue.size(); }
 
-  // An agent of another type than 1 reads no further while the queue holds so many bytes, as they
-  // are sent: the queue is one message of its channel.
+  // Where the destination's messages are bounded, nothing is read while the queue holds so many
+  // bytes, as they are sent: the queue is one message.
   static constexpr size_t kQueueBytes = 1400000;
 
  private:
@@ -77,20 +76,20 @@ class LogProcessor {
   bool isDataRecord(const EventRecord& record) const;
 
   const LogType _type;
-  AgentConfig* const _config;
-  const bool _standardAgent;
+  const ForwardingParts _parts;
   StopToken* _stop;
   LogReader _reader;
   LogWriter _writer;
+  const LogDestination::RecordBytes _recordBytes;  // null: the queue's bytes are not counted
   ForwardFilter _filter;
   RecordQueue _queue;
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;                      // markers read since the last event
-  int _idlePasses = 0;                // passes that read nothing
-  bool _refused = false;              // the last batch was not delivered
-  size_t _queuedBytes = 0;            // counted where the destination is no server
+  int _idle = 0;          // markers read since the last event
+  int _idlePasses = 0;    // passes that read nothing
+  bool _refused = false;  // the last batch was not delivered
+  size_t _queuedBytes = 0;
   std::optional<RecordNotes> _notes;  // of this pass, for that count
   size_t _batchLimit = 0;
   int _readLimit = 0;

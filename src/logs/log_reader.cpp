@@ -10,7 +10,6 @@
 #include "logs/log_mark.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "util/errors.h"
 
 namespace korvane {
@@ -30,20 +29,18 @@ void skipMark(SourceLine& line) {
 
 }  // namespace
 
-LogReader::LogReader(LogType type)
+LogReader::LogReader(LogType type, const ForwardingParts& parts)
     : _type(type),
-      _files(platform::current().files),
-      _config(AgentConfig::getInstance()),
-      _stop(shutdownToken()),
-      _source(type),
-      _next(_files, NextLogs::pathBeside(AgentConfig::getLogPointerFileName(type))) {
+      _parts(parts),
+      _source(type, parts.files, parts.settings),
+      _next(parts.files, NextLogs::pathBeside(parts.settings.getLogPointerFileName(type))) {
   _next.load(currentLogName());
 }
 
 bool LogReader::next(ParsedEvent& record) {
   if (!prepare()) return false;
   SourceLine line;
-  while (!_stop.requested()) {
+  while (!_parts.stop.requested()) {
     if (!_source.readLine(line)) return false;
     if (!line.lineEnd && !accepts(line)) {
       _source.goTo(line.start);
@@ -51,7 +48,7 @@ bool LogReader::next(ParsedEvent& record) {
     }
     skipMark(line);
     if (parse(line, record)) return true;
-    ForwardingCounters::addRejected();
+    _parts.counters.addRejected();
   }
   return false;
 }
@@ -85,7 +82,7 @@ bool LogReader::openLog() {
 }
 
 bool LogReader::logIsThere() const {
-  return platform::fileExists(_files, currentLogName().toUtf8());
+  return platform::fileExists(_parts.files, currentLogName().toUtf8());
 }
 
 // What to read when the pointer's log is not there. True when a log is to be opened now.
@@ -111,7 +108,7 @@ bool LogReader::goOnFromMissing() {
   // Where there is nothing to open, the try says so.
   if (!begun)
     return !_awaitingNext &&
-           !platform::fileExists(_files, _config->getCurrentLogFile(_type).toUtf8());
+           !platform::fileExists(_parts.files, _parts.settings.getCurrentLogFile(_type).toUtf8());
   if (_source.savedOffset() == 0) {
     if (_missingPasses <= kAwaitPasses) return false;
     passOver(currentLogName(), waiting[*begun]);
@@ -192,7 +189,7 @@ LogReader::FinishedLog LogReader::moveOn() {
   const bool named = noteNamedByEnd(finished);
   takeSeenNames();
   const bool known = !_next.names().empty();
-  STRING next = known ? _next.names().front() : _config->getCurrentLogFile(_type);
+  STRING next = known ? _next.names().front() : _parts.settings.getCurrentLogFile(_type);
   if (next.empty()) next = finished.name;
   // Until it is removed it may be named again; and where no other was named, a new log may
   // come under its name.
@@ -231,13 +228,14 @@ std::optional<LogReader::FinishedLog> LogReader::leftOver() {
   const STRING mark = _source.getEndTimeStamp();
   if (mark.empty()) return {};
   std::vector<STRING> names = _next.names();
-  names.push_back(_config->getCurrentLogFile(_type));
+  names.push_back(_parts.settings.getCurrentLogFile(_type));
   if (_source.savedOffset() == 0) names.push_back(currentLogName());
   for (const STRING& name : names) {
     platform::FileInfo info;
     std::unique_ptr<platform::File> file;
-    if (!hasLogMark(_files, name, mark)) continue;
-    if (_files.open(name.toUtf8(), platform::OpenMode::read, file) != 0 || file->info(info) != 0)
+    if (!hasLogMark(_parts.files, name, mark)) continue;
+    if (_parts.files.open(name.toUtf8(), platform::OpenMode::read, file) != 0 ||
+        file->info(info) != 0)
       continue;
     const auto end = static_cast<int64_t>(info.size);
     return FinishedLog{name, true, end, placeIn(*file, end)};
@@ -251,7 +249,7 @@ bool LogReader::noteNamedByEnd(const FinishedLog& finished) {
   const std::string folder = platform::directoryOf(finished.name.toUtf8());
   const bool named = !name.empty() && platform::fileNameOf(name) == name;
   if (named)
-    _next.noteSuccessor(platform::joinPath(_files, {folder, name}));
+    _next.noteSuccessor(platform::joinPath(_parts.files, {folder, name}));
   else if (!finished.stillThere && logIsThere())
     _next.noteSuccessor(finished.name);
   return named;
@@ -264,12 +262,11 @@ void LogReader::noteNames() {
 }
 
 void LogReader::takeSeenNames() {
-  HidsInterface* const component = AgentConfig::getHIDSInterface();
-  if (component && _type != AGENT_LOG) takeIdsLogFiles(*component);
+  if (_parts.ids && _type != AGENT_LOG) takeIdsLogFiles(*_parts.ids);
   const STRING log = currentLogName();
   if (_type == HIDS_RT_LOG)
-    for (const STRING& name : _config->takeHIDSRTLogFilesSeen()) _next.note(name, log);
-  const STRING current = _config->getCurrentLogFile(_type);
+    for (const STRING& name : _parts.settings.takeHIDSRTLogFilesSeen()) _next.note(name, log);
+  const STRING current = _parts.settings.getCurrentLogFile(_type);
   _next.note(current, log);
   // A name that was seen before may come to be used again.
   if (!current.empty() && !NextLogs::same(current, log) && hasBegun(current)) _next.append(current);
@@ -277,9 +274,10 @@ void LogReader::takeSeenNames() {
 
 bool LogReader::hasBegun(const STRING& name) const {
   platform::FileInfo info, open;
-  if (_files.info(name.toUtf8(), info) != 0 || info.size == 0 || info.isDirectory) return false;
+  if (_parts.files.info(name.toUtf8(), info) != 0 || info.size == 0 || info.isDirectory)
+    return false;
   // The log being read, by another spelling, is none that comes next.
-  return _files.info(currentLogName().toUtf8(), open) != 0 || open.identity == 0 ||
+  return _parts.files.info(currentLogName().toUtf8(), open) != 0 || open.identity == 0 ||
          open.identity != info.identity;
 }
 

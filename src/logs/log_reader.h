@@ -17,25 +17,24 @@
 // reread from its beginning. The positions of the old log mean nothing after such a move, so
 // the caller makes it (moveOn, switchTo) when it holds nothing undelivered.
 //
-// Lifetime: a record's text is valid until the next call of next(). Threads: one. Errors:
-// FileError, as FileLogSource throws it. Positions are bytes in the log.
+// Lifetime: the parts outlive the reader; a record's text is valid until the next call of next().
+// Threads: one. Errors: FileError, as FileLogSource throws it. Positions are bytes in the log.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 
-#include "config/agent_config.h"
+#include "config/log_type.h"
 #include "logs/event_record.h"
 #include "logs/file_log_source.h"
+#include "logs/forwarding_parts.h"
 #include "logs/next_logs.h"
 
 namespace korvane {
 
-class StopToken;
-
 class LogReader {
  public:
-  explicit LogReader(LogType type);
+  LogReader(LogType type, const ForwardingParts& parts);
 
   static constexpr int kPatience = 5;
   static constexpr int kAwaitPasses = 10;
@@ -89,9 +88,7 @@ class LogReader {
   void forgetLog();
 
   const LogType _type;
-  platform::Files& _files;
-  AgentConfig* const _config;
-  StopToken& _stop;  // of the run
+  const ForwardingParts _parts;
   FileLogSource _source;
   NextLogs _next;
   bool _endRead = false;       // the MEOF record

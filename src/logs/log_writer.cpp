@@ -1,31 +1,26 @@
 #include "logs/log_writer.h"
 
 #include "platform/clock.h"
-#include "platform/platform.h"
 
 namespace korvane {
 
-LogWriter::LogWriter(LogType type, std::unique_ptr<LogDestination> destination)
-    : _type(type), _config(AgentConfig::getInstance()), _destination(std::move(destination)) {}
+LogWriter::LogWriter(const MachineFacts& machine, platform::Clock& clock, std::string logName,
+                     std::unique_ptr<LogDestination> destination)
+    : _machine(machine),
+      _clock(clock),
+      _logName(std::move(logName)),
+      _destination(std::move(destination)) {}
+
+RecordNotes LogWriter::notes() const {
+  return RecordNotes::take(_machine, _logName, _clock.wallMs());
+}
 
 int LogWriter::write(const RecordQueue& queue) {
-  if (!_destination) return kNoDestination;
-  const RecordNotes notes = RecordNotes::take(*_config, _type, platform::current().clock.wallMs());
-  if (!_body) _body.emplace();
-  _body->clear();
-  if (_destination->takesBody()) {
-    for (size_t i = 0; i < queue.size(); ++i) appendRecord(*_body, queue.at(i), notes);
-    _body->finish();
-  }
-  return _destination->writeBatch({queue, notes, *_body});
+  return _destination->writeLog({queue, notes()});
 }
 
 void LogWriter::setMeanwhile(std::function<void()> meanwhile) {
-  if (_destination) _destination->setMeanwhile(std::move(meanwhile));
-}
-
-void LogWriter::tend() {
-  if (_destination) _destination->tend();
+  _destination->setMeanwhile(std::move(meanwhile));
 }
 
 }  // namespace korvane

@@ -1,34 +1,36 @@
-// Turns queued records into one message and hands it to the destination. One thread; the message's
-// memory is kept from batch to batch until releaseMemory().
+// Hands queued records to the destination, with what the agent adds to them at that time. One
+// thread; machine and clock outlive the writer.
 #pragma once
 
 #include <functional>
 #include <memory>
-#include <optional>
+#include <string>
 
-#include "config/agent_config.h"
+#include "config/settings.h"
 #include "logs/log_destination.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
 class LogWriter {
  public:
-  // destination: may be null, then nothing can be delivered.
-  LogWriter(LogType type, std::unique_ptr<LogDestination> destination);
+  // logName: as the records are to say it (logBaseName).
+  LogWriter(const MachineFacts& machine, platform::Clock& clock, std::string logName,
+            std::unique_ptr<LogDestination> destination);
 
-  // 0 when the destination has the records, its error code otherwise. kNoDestination without one.
+  // 0 when the destination has the records, its error code otherwise.
   [[nodiscard]] int write(const RecordQueue& queue);
-  void tend();
+  RecordNotes notes() const;
+  LogDestination::RecordBytes recordBytes() const { return _destination->recordBytes(); }
+  void tend() { _destination->tend(); }
   void setMeanwhile(std::function<void()> meanwhile);
-  void releaseMemory() { _body.reset(); }
-
-  static constexpr int kNoDestination = -2;
+  void releaseMemory() { _destination->releaseMemory(); }
 
  private:
-  const LogType _type;
-  AgentConfig* const _config;
-  std::unique_ptr<LogDestination> _destination;
-  std::optional<MessageBody> _body;  // the last message, for its memory
+  const MachineFacts& _machine;
+  platform::Clock& _clock;
+  const std::string _logName;
+  const std::unique_ptr<LogDestination> _destination;
 };
 
 }  // namespace korvane

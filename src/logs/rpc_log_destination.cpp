@@ -48,54 +48,45 @@ const char* textOf(int code) {
 
 }  // namespace
 
-RpcLogDestination::RpcLogDestination(std::unique_ptr<RPCTransportBase> transport,
-                                     platform::Clock& clock, std::function<bool()> mayForward)
+RpcLogDestination::RpcLogDestination(std::unique_ptr<RPCTransportBase> transport, Parts parts)
     : _transport(std::move(transport)),
-      _clock(clock),
-      _mayForward(std::move(mayForward)),
-      _channel(*_transport, clock),
-      _run(std::to_string(clock.wallMs())) {}
+      _parts(std::move(parts)),
+      _channel(*_transport, _parts.clock),
+      _run(std::to_string(_parts.clock.wallMs())) {}
 
-int RpcLogDestination::writeLog(const std::vector<PropertyList>& batch) {
-  return deliver(batch.size(), [&](int messageId, const std::string& sendId) {
-    return eventNotice(messageId, sendId, batch);
-  });
-}
-
-int RpcLogDestination::writeBatch(const LogBatch& batch) {
-  return deliver(batch.records.size(), [&](int messageId, const std::string& sendId) {
-    return eventNotice(messageId, sendId, batch);
-  });
+LogDestination::RecordBytes RpcLogDestination::recordBytes() const {
+  return eventNoticeBytes;
 }
 
 void RpcLogDestination::tend() {
-  const StopCallback interrupt(shutdownToken(), [this] { _channel.interrupt(); });
-  if (!shutdownToken().requested() && !_channel.tend()) report(kNoChannel, 0);
+  const StopCallback interrupt(_parts.stop, [this] { _channel.interrupt(); });
+  if (!_parts.stop.requested() && !_channel.tend()) report(kNoChannel, 0);
 }
 
 bool RpcLogDestination::mayGoOn() const {
-  return !shutdownToken().requested() && _mayForward();
+  return !_parts.stop.requested() && _parts.mayForward();
 }
 
-int RpcLogDestination::deliver(size_t records, const Compose& compose) {
-  const StopCallback interrupt(shutdownToken(), [this] { _channel.interrupt(); });
+int RpcLogDestination::writeLog(const LogBatch& batch) {
+  const size_t records = batch.records.size();
+  const StopCallback interrupt(_parts.stop, [this] { _channel.interrupt(); });
   for (int furtherAttempts = 0;; ++furtherAttempts) {
     if (!awaitCarrier(records)) return kNotNow;
-    const int code = attempt(records, compose);
+    const int code = attempt(batch);
     if (!isThrottling(code) || furtherAttempts == kFurtherAttempts) return finish(code, records);
     if (!pause()) return kNotNow;
-    ForwardingCounters::addRetried();
+    _parts.counters.addRetried();
   }
 }
 
 bool RpcLogDestination::awaitCarrier(size_t records) {
-  const int64_t since = _clock.monotonicMs();
+  const int64_t since = _parts.clock.monotonicMs();
   while (mayGoOn()) {
     const bool served = _channel.start();
     if (served && _channel.attached()) return true;
     if (!served)
       report(kNoChannel, records);
-    else if (_clock.monotonicMs() - since >= kMissedMs)
+    else if (_parts.clock.monotonicMs() - since >= kMissedMs)
       report(kNoCarrier, records);
     waitFor(kPollMs);
   }
@@ -108,16 +99,17 @@ void RpcLogDestination::waitFor(int64_t milliseconds) {
   if (_channel.start())
     ignoreResult(_channel.receive(static_cast<int>(milliseconds)));
   else
-    shutdownToken().sleepFor(static_cast<uint32_t>(milliseconds));
+    _parts.stop.sleepFor(static_cast<uint32_t>(milliseconds));
 }
 
-int RpcLogDestination::attempt(size_t records, const Compose& compose) {
+int RpcLogDestination::attempt(const LogBatch& batch) {
   Flight flight;
   flight.identifier = _run + "-" + std::to_string(++_notices);
   {
-    const std::string notice = compose(_notices, flight.identifier);
+    const std::string notice = eventNotice(_notices, flight.identifier, batch);
     eventlog::trace(kRpcSource, "No. of event: %d msg size: %d msg body: %s",
-                    static_cast<int>(records), static_cast<int>(notice.size()), notice);
+                    static_cast<int>(batch.records.size()), static_cast<int>(notice.size()),
+                    notice);
     eventlog::trace(kRpcSource, "Send RPC_EVENT_NOTICE.");
     if (!_channel.send(notice))
       return fail(flight, kSendFailed, "Failed to send RPC_EVENT_NOTICE.");
@@ -131,7 +123,7 @@ int RpcLogDestination::attempt(size_t records, const Compose& compose) {
 
 bool RpcLogDestination::await(Flight& flight, bool (Flight::*done)() const, int steps) {
   for (int step = 0; step < steps && !(flight.*done)(); ++step) {
-    if (shutdownToken().requested()) return false;
+    if (_parts.stop.requested()) return false;
     if ((step + 1) % (kPollMs / kStepMs) == 0) _meanwhile();
     const EventChannel::Heard heard = _channel.receive(kStepMs);
     flight.gone = heard.signal == EventChannel::Signal::gone;
@@ -148,7 +140,7 @@ bool RpcLogDestination::await(Flight& flight, bool (Flight::*done)() const, int 
 }
 
 int RpcLogDestination::fail(const Flight& flight, int code, const char* text) {
-  if (shutdownToken().requested()) return kNotNow;
+  if (_parts.stop.requested()) return kNotNow;
   eventlog::trace(kRpcSource, flight.mixedUp ? "eventSendID not match eventAckID" : text);
   if (_channel.attached() && !flight.gone) _channel.drop();
   return flight.mixedUp ? kOtherIdentifier : code;
@@ -178,9 +170,9 @@ void RpcLogDestination::setDelay(const EventChannel::Heard& answer) {
 }
 
 bool RpcLogDestination::pause() {
-  const int64_t end = _clock.monotonicMs() + _delay;
+  const int64_t end = _parts.clock.monotonicMs() + _delay;
   while (mayGoOn()) {
-    const int64_t left = end - _clock.monotonicMs();
+    const int64_t left = end - _parts.clock.monotonicMs();
     if (left <= 0) return true;
     waitFor(std::min<int64_t>(left, kPollMs));
   }
@@ -189,14 +181,14 @@ bool RpcLogDestination::pause() {
 
 int RpcLogDestination::finish(int code, size_t records) {
   if (code == kNotNow) return code;
-  if (code == EventChannel::kAccepted) ForwardingCounters::addForwarded(records);
+  if (code == EventChannel::kAccepted) _parts.counters.addForwarded(records);
   report(code, records);
   return code;
 }
 
 void RpcLogDestination::report(int code, size_t records) {
   _lastError = code;
-  if (code != EventChannel::kAccepted) ForwardingCounters::noteError(code, textOf(code));
+  if (code != EventChannel::kAccepted) _parts.counters.noteError(code, textOf(code));
   if (_lastError == _lastReportedError) return;
   _lastReportedError = _lastError;
   const auto waiting = static_cast<uint64_t>(records);

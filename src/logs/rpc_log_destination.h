@@ -1,18 +1,19 @@
 // Hands batches to the event carrier of an agent without a management server, over the local event
 // channel (docs/event-channel.md).
 //
-// A batch is one notice. The carrier says that it has sent it on, then that it was acknowledged;
-// both name the notice's identifier, which no other try has. Answers that ask for patience have the
-// batch sent again, at most kFurtherAttempts times, after a pause: the one that the carrier names,
-// else one that begins at a second (ten when it has backed off itself) and doubles from try to try,
-// also over failed calls, until a batch is accepted. No pause is longer than kLongestDelayMs. If a
-// notice is not answered, or answered wrongly, the carrier is disconnected, so that no late message
-// can be taken for an answer to another notice. Until it is accepted a batch stays with the caller.
+// A batch is one notice (event_notice.h). The carrier says that it has sent it on, then that it was
+// acknowledged; both name the notice's identifier, which no other try has. Answers that ask for
+// patience have the batch sent again, at most kFurtherAttempts times, after a pause: the one that
+// the carrier names, else one that begins at a second (ten when it has backed off itself) and
+// doubles from try to try, also over failed calls, until a batch is accepted. No pause is longer
+// than kLongestDelayMs. If a notice is not answered, or answered wrongly, the carrier is
+// disconnected, so that no late message can be taken for an answer to another notice. Until it is
+// accepted a batch stays with the caller.
 //
 // Waits: for a carrier without limit, while `mayForward` allows it; kSentSteps and kAckSteps of
-// kStepMs. A stop (shutdownToken) ends every wait at once and for good: the object hands over
+// kStepMs. A stop of the agent ends every wait at once and for good: the object hands over
 // nothing more then. Events (10610 to 10614) are reported when the error code changes.
-// Lifetime: owned by its writer; the clock outlives it. Threads: one. Errors: the codes below, or
+// Lifetime: owned by its writer; its parts outlive it. Threads: one. Errors: the codes below, or
 // the one that the carrier answered.
 #pragma once
 
@@ -27,16 +28,22 @@
 
 namespace korvane {
 
+class ForwardingCounters;
+class StopToken;
+
 class RpcLogDestination : public LogDestination {
  public:
+  struct Parts {
+    platform::Clock& clock;
+    StopToken& stop;  // of the agent
+    ForwardingCounters& counters;
+    std::function<bool()> mayForward;
+  };
   // transport: the server's end of the event pipe.
-  RpcLogDestination(
-      std::unique_ptr<RPCTransportBase> transport, platform::Clock& clock,
-      std::function<bool()> mayForward = [] { return true; });
+  RpcLogDestination(std::unique_ptr<RPCTransportBase> transport, Parts parts);
 
-  int writeLog(const std::vector<PropertyList>& batch) override;
-  int writeBatch(const LogBatch& batch) override;
-  bool takesBody() const override { return false; }
+  int writeLog(const LogBatch& batch) override;
+  RecordBytes recordBytes() const override;
   void tend() override;
 
   static constexpr int kNotNow = 1000;  // a stop, or forwarding was switched off
@@ -58,8 +65,6 @@ class RpcLogDestination : public LogDestination {
   static constexpr int64_t kMissedMs = 10000;
 
  private:
-  using Compose = std::function<std::string(int messageId, const std::string& sendId)>;
-
   // The notice that is under way, and what has been heard of it.
   struct Flight {
     std::string identifier;
@@ -72,11 +77,10 @@ class RpcLogDestination : public LogDestination {
     bool answered() const { return leftCarrier() && answer; }
   };
 
-  [[nodiscard]] int deliver(size_t records, const Compose& compose);
   bool mayGoOn() const;
   [[nodiscard]] bool awaitCarrier(size_t records);
   void waitFor(int64_t milliseconds);
-  [[nodiscard]] int attempt(size_t records, const Compose& compose);
+  [[nodiscard]] int attempt(const LogBatch& batch);
   [[nodiscard]] bool await(Flight& flight, bool (Flight::*done)() const, int steps);
   [[nodiscard]] int fail(const Flight& flight, int code, const char* text);
   [[nodiscard]] int judge(const EventChannel::Heard& answer);
@@ -86,8 +90,7 @@ class RpcLogDestination : public LogDestination {
   void report(int code, size_t records);
 
   const std::unique_ptr<RPCTransportBase> _transport;
-  platform::Clock& _clock;
-  const std::function<bool()> _mayForward;
+  const Parts _parts;
   EventChannel _channel;
   const std::string _run;  // makes identifiers differ from those of other runs
   int _notices = 0;

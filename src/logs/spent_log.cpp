@@ -5,7 +5,6 @@
 
 #include "eventlog/event_log.h"
 #include "platform/files.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -15,8 +14,7 @@ constexpr uint32_t kRetryPauseMs = 500;
 // Names tried for a file that cannot be removed.
 constexpr int kMaxNames = 1000;
 
-bool remove(const STRING& file, const char* failureText) {
-  platform::Files& files = platform::current().files;
+bool remove(platform::Files& files, const STRING& file, const char* failureText) {
   const int error = files.remove(file.toUtf8());
   if (error == 0 || error == ENOENT) return true;
   eventlog::event(EventId::logForwardingError, "LogProcessor",
@@ -24,8 +22,7 @@ bool remove(const STRING& file, const char* failureText) {
   return false;
 }
 
-bool rename(const STRING& file) {
-  platform::Files& files = platform::current().files;
+bool rename(platform::Files& files, const STRING& file) {
   eventlog::trace(kSpentTag, "Renaming File %s", file);
   const std::string from = file.toUtf8();
   std::string to = from + ".sent";
@@ -39,12 +36,12 @@ bool rename(const STRING& file) {
 
 }  // namespace
 
-bool removeSpentLog(const STRING& file, StopToken& stop) {
+bool removeSpentLog(platform::Files& files, const STRING& file, StopToken& stop) {
   eventlog::trace(kSpentTag, "Deleting Real Time File %s", file);
-  if (remove(file, "Error removing file ")) return true;
+  if (remove(files, file, "Error removing file ")) return true;
   stop.sleepFor(kRetryPauseMs);
   eventlog::trace(kSpentTag, "Deleting Real Time File %s (2nd Try)", file);
-  return remove(file, ": (2nd Try) Error removing file ") || rename(file);
+  return remove(files, file, ": (2nd Try) Error removing file ") || rename(files, file);
 }
 
 }  // namespace korvane

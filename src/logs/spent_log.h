@@ -2,6 +2,7 @@
 #pragma once
 
 #include "agent/thread/stop_token.h"
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -9,6 +10,6 @@ namespace korvane {
 // Removes the file, trying again after half a second; where it cannot be removed it is renamed to
 // "<file>.sent", or "<file>.sent.2" and so on. Each failure is event 10135. True when the name is
 // free; a file that is not there counts as removed. A stop cuts the pause short.
-[[nodiscard]] bool removeSpentLog(const STRING& file, StopToken& stop);
+[[nodiscard]] bool removeSpentLog(platform::Files& files, const STRING& file, StopToken& stop);
 
 }  // namespace korvane

@@ -41,11 +41,9 @@ enum class RunPart : uint8_t {
   driver,
   translator,
   applicationData,
-  forwardingCounters,
-  policyBuffer,
   policy,
   content,
-  connectorPresence,
+  shared,
   count,
 };
 

@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/agent_state_handler.h"
-#include "cloud/local_service.h"
+#include "agent/agent_context.h"
+#include "agent/agent_factory.h"
+#include "agent/thread/thread.h"
 #include "eventlog/event_log.h"
 #include "platform/platform.h"
 #include "rpc/pipe_names.h"
@@ -35,7 +36,7 @@ class ChannelWorld {
                            "10600 AERR The local command channel cannot be served: error %1.\n");
     eventlog::EventLog::reconfigure(log);
     readServiceType();
-    _service = std::make_unique<LocalService>(about());
+    _service.reset(makeLocalService(contextOfRun()));
     _service->start();
     machine.sim.runFor(1);
   }
@@ -98,26 +99,7 @@ class ChannelWorld {
     std::memcpy(record.data() + 516, u"id-9", 8);
     return record;
   }
-  AboutAgent about() {
-    AboutAgent told;
-    told.techStatus = [this] {
-      return AgentStateHandler(settingsOf(*AgentConfig::getInstance()), machine.fake.processes)
-          .getTechStatus();
-    };
-    told.techNames = [this] {
-      return AgentStateHandler(settingsOf(*AgentConfig::getInstance()), machine.fake.processes)
-          .getTechNames();
-    };
-    told.version = [this] {
-      return AgentStateHandler(settingsOf(*AgentConfig::getInstance()), machine.fake.processes)
-          .getAgentVersion();
-    };
-    told.startedWallMs = machine.sim.clock().wallMs();
-    told.startedMonotonicMs = machine.sim.clock().monotonicMs();
-    return told;
-  }
-
-  std::unique_ptr<LocalService> _service;
+  std::unique_ptr<Thread> _service;
 };
 
 }  // namespace korvane::tests

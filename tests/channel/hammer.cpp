@@ -13,7 +13,10 @@
 #include <vector>
 
 #include "cloud/local_methods.h"
-#include "config/agent_config.h"
+#include "comm/server_connection.h"
+#include "config/settings.h"
+#include "driver/driver.h"
+#include "logs/forwarding_counters.h"
 #include "platform/fake/fake_platform.h"
 #include "rpc/fifo_frame.h"
 #include "rpc/rpc_named_pipe.h"
@@ -58,12 +61,17 @@ struct Machine {
 class Serving {
  public:
   explicit Serving(Machine& machine)
-      : _transport(machine.native.pipes, *machine.clock, machine.name, RPCNamedPipe::Role::server),
+      : _counters(*machine.clock),
+        _parts{machine.fake.files,  *machine.clock, machine.fake.systemInfo, _settings.server,
+               _settings.policy,    _settings.logs, _settings.file,          currentDriver(),
+               currentConnection(), _counters},
+        _transport(machine.native.pipes, *machine.clock, machine.name, RPCNamedPipe::Role::server),
         _server(_transport, *machine.clock) {
     _about.techStatus = [] { return std::string("IPS Online\n"); };
     _about.techNames = [] { return std::string("IPS"); };
     _about.version = [] { return std::string("1.0"); };
-    addLocalMethods(_server, _about);
+    _about.started = _about.shuttingDown = [] { return false; };
+    addLocalMethods(_server, _about, _parts);
     _transport.start();
     _thread = machine.threading->createThread(0, [this] { _server.run(_stop); });
   }
@@ -73,6 +81,9 @@ class Serving {
   }
 
  private:
+  const Settings _settings = settingsOf(*AgentConfig::getInstance());
+  ForwardingCounters _counters;
+  const LocalParts _parts;
   AboutAgent _about;
   RPCNamedPipe _transport;
   RPCServer _server;

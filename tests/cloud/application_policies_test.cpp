@@ -113,6 +113,18 @@ struct World : PolicyWorld {
   }
 };
 
+const PolicySettings& policySettings() {
+  return settingsOf(*AgentConfig::getInstance()).policy;
+}
+
+ApplicationPolicies policiesOf(PolicyProcessor& policy) {
+  return {policy, platform::current().files, policySettings()};
+}
+
+void load() {
+  loadApplicationPolicies(policyPartsOfRun());
+}
+
 struct Step {
   std::function<void(ApplicationPolicies&)> run;
   std::string after;
@@ -154,7 +166,7 @@ using Sets = std::set<std::string>;
 // step that was the agent's last.
 void runSteps(World& world, const Change& change, const std::function<void(const Sets&)>& after) {
   PolicyProcessor policy(policyPartsOfRun());
-  ApplicationPolicies policies(policy);
+  ApplicationPolicies policies = policiesOf(policy);
   Sets may = {kBefore};
   for (const Step& step : change.steps) {
     const int code = codeOf([&] { step.run(policies); });
@@ -168,11 +180,11 @@ void runSteps(World& world, const Change& change, const std::function<void(const
 // The next start, and then a change that succeeds.
 std::string afterRestart(const Machine& machine, const Sets& may) {
   World world(machine);
-  loadApplicationPolicies();
+  load();
   if (const std::string problem = world.disagreement(); !problem.empty()) return problem;
   if (!may.contains(world.inForce())) return "it is " + world.inForce();
   PolicyProcessor policy(policyPartsOfRun());
-  const int code = codeOf([&] { ApplicationPolicies(policy).set("next", packed("1")); });
+  const int code = codeOf([&] { policiesOf(policy).set("next", packed("1")); });
   if (code != 0) return "the next change fails with " + std::to_string(code);
   return world.disagreement();
 }
@@ -266,21 +278,21 @@ TEST(ApplicationPolicies, AStartPutsTheFolderInForceAndPassesOverWhatIsDamaged) 
   machine.files[std::string(kFolder) + "Read me.zip"] = "no application's name";
   World world(machine);
   LoggedEvents events(world.fake.files);
-  loadApplicationPolicies();
+  load();
   EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=2") << "the damaged one stays as it is in force";
   EXPECT_EQ(world.inForce(), world.inDriver());
   EXPECT_THAT(events.all(), testing::Contains(10620).Times(1));
   const size_t translations = world.fake.processes.starts().size();
-  loadApplicationPolicies();
+  load();
   EXPECT_EQ(world.fake.processes.starts().size(), translations) << "nothing to do";
 
   world.fake.files.remove(std::string(kFolder) + "mail.zip");
   world.fake.files.put(std::string(kFolder) + "web.zip", packed("fail"));
-  loadApplicationPolicies();
+  load();
   EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=2") << "refused as a whole";
   EXPECT_THAT(events.all(), testing::Contains(10621).Times(1));
   PolicyProcessor policy(policyPartsOfRun());
-  ApplicationPolicies policies(policy);
+  ApplicationPolicies policies = policiesOf(policy);
   EXPECT_TRUE(policies.set("web", packed("3")));
   EXPECT_FALSE(policies.set("web", packed("3"))) << "it is in force";
   EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=3");
@@ -296,7 +308,7 @@ TEST(ApplicationPolicies, NothingIsSettledWhileAPolicyChangeIsNotUndone) {
   world.fake.files.put(staged, packed("2"));
   world.fake.files.put(tests::kJournal, "of a change that could not be undone");
   PolicyProcessor policy(policyPartsOfRun());
-  EXPECT_EQ(codeOf([&] { ApplicationPolicies(policy).list(); }), kCloudPolicyRefused);
+  EXPECT_EQ(codeOf([&] { policiesOf(policy).list(); }), kCloudPolicyRefused);
   EXPECT_EQ(world.fake.files.content(staged), packed("2"));
 }
 
@@ -307,9 +319,9 @@ TEST(ApplicationPolicies, WithoutABasePolicyTheyWaitForOne) {
                    {tests::kIni, ""},
                    {std::string(kFolder) + "web.zip", packed("1")}};
   World world(machine);
-  loadApplicationPolicies();
+  load();
   PolicyProcessor policy(policyPartsOfRun());
-  ApplicationPolicies policies(policy);
+  ApplicationPolicies policies = policiesOf(policy);
   EXPECT_EQ(codeOf([&] { policies.set("mail", packed("1")); }), kCloudNoBasePolicy);
   ASSERT_EQ(policies.list().size(), 1U);
   EXPECT_FALSE(policies.list()[0].inForce);

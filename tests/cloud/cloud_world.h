@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "cloud/comm_thread.h"
+#include "agent/agent_context.h"
+#include "agent/agent_factory.h"
+#include "agent/thread/thread.h"
 #include "platform/platform.h"
 #include "rpc/pipe_names.h"
 #include "rpc/rpc_client.h"
@@ -37,7 +39,7 @@ class CloudWorld {
   ~CloudWorld() { stop(); }
 
   void start() {
-    _thread = std::make_unique<CommThread>(nullptr);
+    _thread.reset(makeComm(contextOfRun(), nullptr));
     _thread->start();
     machine.sim.runFor(1);
   }
@@ -136,7 +138,7 @@ class CloudWorld {
   }
 
   int64_t _translatesUntil = 0;
-  std::unique_ptr<CommThread> _thread;
+  std::unique_ptr<Thread> _thread;
   std::unique_ptr<platform::NativeThread> _holder;
 };
 

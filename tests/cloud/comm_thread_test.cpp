@@ -70,7 +70,7 @@ TEST(CloudCommands, AreForAdministratorsAndSayWhatIsWrong) {
        {"policyBuffer", "policy", "configuration", "applicationPolicy.set",
         "applicationPolicy.remove", "applicationPolicy.list", "getState", "retranslate"})
     EXPECT_EQ(world.codeOf(method, R"({"value":"true"})"), kRpcNotAdministrator) << method;
-  EXPECT_FALSE(ConnectorPresence::askedLately());
+  EXPECT_FALSE(contextOfRun().shared.connector.askedLately());
   world.machine.fake.pipes.setClientsAreAdministrators(true);
   world.connector.close();
 
@@ -134,7 +134,7 @@ TEST(CloudCommands, AChangedWishForTheBuiltInPolicyReachesTheDriver) {
 
 TEST(CloudAgentComm, IsConnectedWhileTheConnectorAsksAndNotesWhatItIsToBeTold) {
   CloudWorld world;
-  CloudAgentComm comm;
+  CloudAgentComm comm(contextOfRun().shared.connector, policyPartsOfRun().shared.news);
   EXPECT_FALSE(comm.testConnection());
   ASSERT_EQ(world.codeOf("getState", "{}"), 0);
   const auto news = world.result.get<int>("news");
@@ -250,7 +250,8 @@ TEST(CloudStart, AStopEndsTheTranslationOfWhatIsStored) {
   ASSERT_TRUE(decodeBase64(sample().web, archive));
   world.machine.fake.files.put("/opt/korvane/IPS/applications/web.zip", archive);
   world.translatorRunMs = platform::kInfinite;
-  const auto start = world.machine.sim.createThread(0, loadApplicationPolicies);
+  const auto load = [&world] { loadApplicationPolicies(policyPartsOfRun()); };
+  const auto start = world.machine.sim.createThread(0, load);
   world.machine.sim.runFor(5000);
   EXPECT_EQ(world.translations, 2U);
   const int64_t before = world.machine.now();
@@ -260,7 +261,7 @@ TEST(CloudStart, AStopEndsTheTranslationOfWhatIsStored) {
   shutdownToken().reset();
   EXPECT_EQ(world.driverPolicy, inForce);
   world.translatorRunMs = 0;
-  loadApplicationPolicies();
+  load();
   EXPECT_THAT(world.driverPolicy, HasSubstr("rule deny file web /srv/web/*"));
 }
 

@@ -170,14 +170,15 @@ TEST_F(EventRecordTest, CoreAndAdaptersAgreeOnRandomLines) {
       continue;
     }
     Parsed parsed(line, random() % 20);
-    FixedFormatLog log(HIDS_RT_LOG);
+    FixedFormatLog log(HIDS_RT_LOG, settings().machine, fake.clock);
     const bool accepted = log.parseLog(line);
     ASSERT_EQ(accepted, parsed.result == ParseResult::accepted) << line;
     if (!accepted) continue;
     ASSERT_THAT(parsed.fields(), ElementsAreArray(plain)) << line;
     PropertyList map;
     log.getFieldMap(map);
-    const RecordNotes notes = RecordNotes::take(config(), HIDS_RT_LOG, fake.clock.wallMs());
+    const RecordNotes notes =
+        RecordNotes::take(settings().machine, "hidslog1rt", fake.clock.wallMs());
     ASSERT_EQ(fieldPairs(parsed.record, notes), map) << line;
     MessageBody body;
     appendRecord(body, parsed.record, notes);

@@ -1,4 +1,7 @@
 #include "logs/https_log_destination.h"
+#include "comm/server_connection.h"
+
+#include "comm/https_handler.h"
 
 #include "tests/logs/log_fixture.h"
 
@@ -47,8 +50,8 @@ class HttpsLogDestinationTest : public LogFixture {
 };
 
 TEST_F(HttpsLogDestinationTest, JudgesTheServersAnswersAndReportsChangesOnce) {
-  HttpsLogDestination destination;
-  const std::vector<PropertyList> batch = {{{"v2", "1"}}, {{"v2", "2"}}};
+  HttpsLogDestination destination(currentConnection(), settings().server, counters);
+  const Batch batch = {"PFIL,1", "PFIL,2"};
   const struct {
     int error;
     int returned;
@@ -65,17 +68,19 @@ TEST_F(HttpsLogDestinationTest, JudgesTheServersAnswersAndReportsChangesOnce) {
     EXPECT_EQ(events(10227), wanted.dropped) << step;
     ++step;
   }
-  const ForwardingCounts counts = ForwardingCounters::snapshot();
+  const ForwardingCounts counts = counters.snapshot();
   EXPECT_EQ(counts.forwarded, 8u);
   EXPECT_EQ(counts.dropped, 8u);
   EXPECT_EQ(counts.lastError.code, 302);
-  EXPECT_EQ(script.bodies.front(), FakeDestination::bodyOf(batch));
+  EXPECT_EQ(script.bodies.front(), FakeDestination::bodyOf(pairsOf(batch)));
 }
 
 TEST_F(HttpsLogDestinationTest, AFailedTransferIsReturnedAndTheRecordsComeAgainByteForByte) {
   config().setConsolidateLogs(true);
   fake.files.put(kLog, "XXX\n" + eventLine(1, "x") + eventLine(2, "x") + eventLine(3));
-  LogProcessor processor(HIDS_RT_LOG);
+  LogProcessor processor(
+      HIDS_RT_LOG, parts(),
+      std::make_unique<HttpsLogDestination>(currentConnection(), settings().server, counters));
   processor.readRecords();
   script.transfer = 28;
   EXPECT_EQ(processor.writeRecords(), -28);
@@ -83,7 +88,7 @@ TEST_F(HttpsLogDestinationTest, AFailedTransferIsReturnedAndTheRecordsComeAgainB
   EXPECT_EQ(processor.writeRecords(), 3);
   ASSERT_EQ(script.bodies.size(), 2u);
   EXPECT_EQ(script.bodies[0], script.bodies[1]);
-  const ForwardingCounts counts = ForwardingCounters::snapshot();
+  const ForwardingCounts counts = counters.snapshot();
   EXPECT_EQ((std::vector<uint64_t>{counts.read, counts.folded, counts.rejected, counts.retried,
                                    counts.forwarded}),
             (std::vector<uint64_t>{3, 1, 1, 1, 3}));

@@ -22,8 +22,8 @@ class LogBacklogTest : public LogFixture {
     for (const char c : text) (wide += c) += '\0';
     return wide;
   }
-  static LogBacklog only() {
-    const auto all = logBacklogs();
+  LogBacklog only() {
+    const auto all = logBacklogs(files, fake.clock, settings().logs);
     EXPECT_EQ(all.size(), 1u);
     return all.at(0);
   }

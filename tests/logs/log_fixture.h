@@ -12,7 +12,10 @@
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
+#include "config/settings.h"
 #include "eventlog/event_log_file.h"
+#include "logs/event_notice.h"
+#include "logs/forwarding_switch.h"
 #include "logs/log_processor.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/faulty_files.h"
@@ -44,6 +47,13 @@ class LogFixture : public testing::Test {
   }
 
   AgentConfig& config() { return *AgentConfig::getInstance(); }
+  Settings settings() { return settingsOf(config()); }
+  ForwardingParts parts() {
+    platform::Platform& now = platform::current();
+    return {now.files,       now.clock,          shutdownToken(),
+            settings().logs, settings().machine, AgentConfig::getHIDSInterface(),
+            counters};
+  }
   void setLimits(int32_t read, int32_t batch) {
     config().setMaxMessagesToRead(read);
     config().setMaxBatchSize(batch);
@@ -69,10 +79,39 @@ class LogFixture : public testing::Test {
   platform::FakePlatform fake;
   platform::FaultyFiles files{fake.files};
   platform::Platform system = platform::withFiles(fake.platform(), files);
+  ForwardingCounters counters{fake.clock};
+  ForwardingSwitch forwarding;
 
  private:
   std::optional<platform::CurrentPlatform> _current;
 };
+
+// Records as a writer hands them over.
+class Batch {
+ public:
+  Batch(std::initializer_list<std::string> lines) {
+    for (const std::string& line : lines) {
+      ByteBuffer text;
+      text.append(line);
+      text.reserve(1);
+      ParsedEvent record;
+      EXPECT_EQ(parseEvent(text.data(), text.size(), record), ParseResult::accepted);
+      _records.push(record);
+    }
+  }
+  operator LogBatch() const { return {_records, _notes}; }
+
+ private:
+  RecordQueue _records;
+  RecordNotes _notes{{"host", "192.0.2.1", "System", "hidslog1rt", "now"}};
+};
+
+inline std::vector<PropertyList> pairsOf(const LogBatch& batch) {
+  std::vector<PropertyList> lists;
+  for (size_t i = 0; i < batch.records.size(); ++i)
+    lists.push_back(fieldPairs(batch.records.at(i), batch.notes));
+  return lists;
+}
 
 // Keeps what it is given, and answers what the test says.
 class FakeDestination : public LogDestination {
@@ -80,6 +119,7 @@ class FakeDestination : public LogDestination {
   struct Received {
     std::vector<std::vector<PropertyList>> batches;
     std::function<int()> answer = [] { return 0; };  // asked when a batch has arrived
+    bool bounded = false;                            // messages are, as an event notice is
 
     std::vector<PropertyList> records() const {
       std::vector<PropertyList> all;
@@ -99,9 +139,12 @@ class FakeDestination : public LogDestination {
   };
 
   explicit FakeDestination(Received& received) : _received(received) {}
-  int writeLog(const std::vector<PropertyList>& batch) override {
-    _received.batches.push_back(batch);
+  int writeLog(const LogBatch& batch) override {
+    _received.batches.push_back(pairsOf(batch));
     return _received.answer();
+  }
+  RecordBytes recordBytes() const override {
+    return _received.bounded ? eventNoticeBytes : nullptr;
   }
   // The message that the pairs make, by the plain rules of the protocol.
   static std::string bodyOf(const std::vector<PropertyList>& batch) {

@@ -18,7 +18,7 @@ class LogReaderTest : public LogFixture {
 
 TEST_F(LogReaderTest, ReadsAnUnfinishedLineAgainUntilItEnds) {
   fake.files.put(kLog, eventLine(1) + "PFIL,2,t2,ha");
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(reader), "1 ");
   for (int i = 0; i < LogReader::kPatience - 1; ++i) EXPECT_EQ(pass(reader), "");
   append(kLog, "lf");
@@ -31,7 +31,7 @@ TEST_F(LogReaderTest, ReadsAnUnfinishedLineAgainUntilItEnds) {
 TEST_F(LogReaderTest, SkipsLinesThatAreNoRecords) {
   fake.files.put(
       kLog, eventLine(1) + "nonsense\n" + "PFIL" + std::string(60, ',') + "\n\n" + eventLine(2));
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(reader), "1 2 ");
   EXPECT_EQ(events(10135), 4u);
   EXPECT_EQ(events(10551), 1u);
@@ -39,7 +39,7 @@ TEST_F(LogReaderTest, SkipsLinesThatAreNoRecords) {
 
 TEST_F(LogReaderTest, EndsAtTheMarkUnlessMoreFollows) {
   fake.files.put(kLog, eventLine(1) + endLine(2) + eventLine(3));
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(reader), "1 2 3 ");
   EXPECT_FALSE(reader.atEnd());
   append(kLog, endLine(4));
@@ -59,13 +59,13 @@ TEST_F(LogReaderTest, BeginsANewLogWithTheRightEncoding) {
   std::string wide = "\xFF\xFE";
   for (const char c : eventLine(1)) wide += std::string{c, '\0'};
   fake.files.put(kLog, wide);
-  LogReader first(HIDS_RT_LOG);
+  LogReader first(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(first), "1 ") << "without a pointer";
   FileLogPointer pointer(kPointerFile);
   pointer.setCurrentLogName("/gone.csv");
   pointer.setOffset(0);
   pointer.writePointer();
-  LogReader second(HIDS_RT_LOG);
+  LogReader second(HIDS_RT_LOG, parts());
   for (int i = 0; i < LogReader::kAwaitPasses; ++i) EXPECT_EQ(pass(second), "");
   EXPECT_EQ(pass(second), "1 ") << "in place of one that never appeared";
   fake.files.put(kNextLog, "");
@@ -89,7 +89,7 @@ TEST_F(LogReaderTest, ADamagedPointersOffsetStaysInForce) {
   std::string damaged = fake.files.content(kPointerFile);
   damaged[1033] = 3;
   fake.files.put(kPointerFile, damaged);
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(reader), "2 ");
   reader.savePointer(reader.position());
   EXPECT_EQ(FileLogPointer(kPointerFile).getCurrentLogName(), kLog);
@@ -97,7 +97,7 @@ TEST_F(LogReaderTest, ADamagedPointersOffsetStaysInForce) {
 
 TEST_F(LogReaderTest, StartsAgainWhereTheLogWasShortenedOrReplaced) {
   fake.files.put(kLog, eventLine(1) + eventLine(2));
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(reader), "1 2 ");
   EXPECT_EQ(reader.successor(), std::nullopt);
   const auto follow = [&] {
@@ -115,13 +115,13 @@ TEST_F(LogReaderTest, StartsAgainWhereTheLogWasShortenedOrReplaced) {
   EXPECT_EQ(pass(reader), "4 5 ");
   reader.savePointer(reader.position());
   fake.files.put(kLog, eventLine(6));
-  LogReader later(HIDS_RT_LOG);
+  LogReader later(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(later), "6 ") << "shortened while nobody read";
 }
 
 TEST_F(LogReaderTest, LeavesALogWithoutEndMarkWhenTheCurrentOneIsAnother) {
   fake.files.put(kLog, eventLine(1));
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(reader), "1 ");
   config().setHIDSRTLogFile(kNextLog);
   const auto stays = [&](int passes) {
@@ -147,7 +147,7 @@ TEST_F(LogReaderTest, LeavesALogWithoutEndMarkWhenTheCurrentOneIsAnother) {
 TEST_F(LogReaderTest, ThePatienceWithAnUnfinishedLineBelongsToThatLine) {
   const std::string torn = "PFIL,2,t2,ha";
   fake.files.put(kLog, torn);
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   for (int i = 0; i < LogReader::kPatience; ++i) EXPECT_EQ(pass(reader), "");
   fake.files.put(kNextLog, torn);
   reader.switchTo(kNextLog);
@@ -158,7 +158,7 @@ TEST_F(LogReaderTest, ThePatienceWithAnUnfinishedLineBelongsToThatLine) {
 
 TEST_F(LogReaderTest, AStopEndsTheReadingOfLinesThatAreNoRecords) {
   fake.files.put(kLog, "nonsense\n" + eventLine(1));
-  LogReader reader(HIDS_RT_LOG);
+  LogReader reader(HIDS_RT_LOG, parts());
   shutdownToken().request();
   EXPECT_EQ(pass(reader), "");
   shutdownToken().reset();
@@ -225,7 +225,7 @@ TEST_F(LogReaderTest, ALogBeyondTwoGiBGoesOnWhereItWas) {
     EXPECT_EQ(pointer.getOffset(), kMost);
   }
   {
-    LogReader reader(HIDS_RT_LOG);
+    LogReader reader(HIDS_RT_LOG, parts());
     EXPECT_EQ(pass(reader), "1 2 ");
     reader.savePointer(kHole + static_cast<int64_t>(eventLine(1).size()));
   }
@@ -234,7 +234,7 @@ TEST_F(LogReaderTest, ALogBeyondTwoGiBGoesOnWhereItWas) {
   EXPECT_EQ(file.substr(1025, 12), std::string("\xFF\xFF\xFF\x7F\0\0\0\0\0\0\0\0", 12))
       << "to others";
   for (int i = 0; i < 2; ++i) {
-    LogReader again(HIDS_RT_LOG);
+    LogReader again(HIDS_RT_LOG, parts());
     EXPECT_EQ(pass(again), "2 ") << "from the place that was saved";
   }
   const auto positionOf = [&](size_t at, const std::string& bytes) {

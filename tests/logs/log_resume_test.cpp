@@ -19,7 +19,8 @@ class LogResumeTest : public LogFixture {
   LogResumeTest() { setLimits(2 * kBatch, kBatch); }
 
   std::unique_ptr<LogProcessor> make() {
-    return std::make_unique<LogProcessor>(HIDS_RT_LOG, std::make_unique<FakeDestination>(received));
+    return std::make_unique<LogProcessor>(HIDS_RT_LOG, parts(),
+                                          std::make_unique<FakeDestination>(received));
   }
   static void drain(LogProcessor& processor, int rounds) {
     for (int i = 0; i < rounds; ++i) processor.readRecords(), processor.writeRecords();

@@ -15,7 +15,7 @@ class LogSourceTest : public LogFixture {
 };
 
 TEST_F(LogSourceTest, ReportsALogThatCannotBeOpenedOnceUntilItCan) {
-  FileLogSource source(HIDS_RT_LOG);
+  FileLogSource source(HIDS_RT_LOG, files, settings().logs);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(read(source), "-");
   EXPECT_EQ(events(10185), 1u);
   EXPECT_EQ(inOwnLog(std::string("Fatal Error - Unable to open log file : ") + kLog), 3u);
@@ -25,7 +25,7 @@ TEST_F(LogSourceTest, ReportsALogThatCannotBeOpenedOnceUntilItCan) {
 
 TEST_F(LogSourceTest, ATypeWithoutALogReadsNothing) {
   for (const int type : {1, 3, 5}) {
-    FileLogSource source(static_cast<LogType>(type));
+    FileLogSource source(static_cast<LogType>(type), files, settings().logs);
     EXPECT_EQ(read(source), "-");
     EXPECT_TRUE(source.isEOF());
   }
@@ -37,7 +37,7 @@ TEST_F(LogSourceTest, ATypeWithoutALogReadsNothing) {
 
 TEST_F(LogSourceTest, ThrowsWhenReadingFails) {
   fake.files.put(kLog, "one\n");
-  FileLogSource source(HIDS_RT_LOG);
+  FileLogSource source(HIDS_RT_LOG, files, settings().logs);
   source.openLog();
   files.failAll(platform::FileOperation::read, EIO, "rt.csv");
   try {

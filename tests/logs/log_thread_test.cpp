@@ -31,9 +31,9 @@ class FakeIds : public HidsInterface {
 
 class LogThreadTest : public LogFixture {
  protected:
-  ~LogThreadTest() override { AgentConfig::setHIDSInterface(nullptr); }
   std::unique_ptr<LogProcessor> makeProcessor() {
-    return std::make_unique<LogProcessor>(HIDS_RT_LOG, std::make_unique<FakeDestination>(received));
+    return std::make_unique<LogProcessor>(HIDS_RT_LOG, parts(),
+                                          std::make_unique<FakeDestination>(received));
   }
   static void join(Thread& thread) {
     EXPECT_TRUE(tests::waitFor("the thread's end", [&] { return !thread.isAlive(); }));
@@ -44,7 +44,7 @@ class LogThreadTest : public LogFixture {
 
 TEST_F(LogThreadTest, ProcessorsHaveTheirTurnEverySecondCycleAndBackOff) {
   fake.files.put(kLog, eventLine(1));
-  LogProcessingThread thread;
+  LogProcessingThread thread(forwarding, nullptr);
   thread.attach(makeProcessor());
   received.answer = [] { return 7; };
   EXPECT_EQ(thread.cycle(), 1000u);
@@ -65,21 +65,20 @@ TEST_F(LogThreadTest, ForwardsOnlyWhereTheServiceTypeAllowsIt) {
   } cases[] = {{0, true, false}, {2, false, false}, {3, true, true}, {1, false, true}};
   for (const auto& test : cases) {
     beginRun(test.type);
-    LogProcessingThread::setPolicyBuffer(test.buffer);
+    forwarding.setPolicyBuffer(test.buffer);
     fake.files.remove(kPointerFile);
     received = {};
-    LogProcessingThread thread;
+    LogProcessingThread thread(forwarding, nullptr);
     thread.attach(makeProcessor());
     thread.cycle();
     EXPECT_EQ(thread.cycle(), 1000u);
     EXPECT_EQ(!received.batches.empty(), test.forwards) << test.type;
   }
-  LogProcessingThread::setPolicyBuffer(false);
 }
 
 TEST_F(LogThreadTest, AnErrorDisablesAProcessorUnlessItIsNumber13) {
   fake.files.put(kLog, eventLine(1));
-  LogProcessingThread thread;
+  LogProcessingThread thread(forwarding, nullptr);
   thread.attach(makeProcessor());
   const auto turn = [&] { thread.cycle(), thread.cycle(); };
   files.failNth(platform::FileOperation::read, 1, 13, "rt.csv");
@@ -100,8 +99,7 @@ TEST_F(LogThreadTest, RunsUntilItsStopAndEndsAtOnceInItsPause) {
   fake.files.put(kLog, eventLine(1));
   FakeIds ids;
   ids.values = {{"ids.service.eventfile.name", "/e.csv"}, {"ids.service.rteventfile.name", kLog}};
-  AgentConfig::setHIDSInterface(&ids);
-  auto* thread = new LogProcessingThread;
+  auto* thread = new LogProcessingThread(forwarding, &ids);
   thread->attach(makeProcessor());
   std::promise<void> sent;
   received.answer = [&] { return sent.set_value(), 7; };
@@ -115,7 +113,7 @@ TEST_F(LogThreadTest, RunsUntilItsStopAndEndsAtOnceInItsPause) {
 }
 
 TEST_F(LogThreadTest, StopsBeforeItsStart) {
-  LogProcessingThread logs;
+  LogProcessingThread logs(forwarding, nullptr);
   BulkLogProcessingThread bulk, started;
   started.start();
   for (Thread* thread :
@@ -127,10 +125,9 @@ TEST_F(LogThreadTest, StopsBeforeItsStart) {
 
 TEST_F(LogThreadTest, LooksForTheIdsLogsIndependentlyAndGivesUp) {
   config().setHIDSRTLogFile("");
-  IdsLogSearch names;
-  names.attempt();
   FakeIds ids;
-  AgentConfig::setHIDSInterface(&ids);
+  IdsLogSearch names(&ids);
+  names.attempt();
   for (int i = 0; i < 100; ++i) names.attempt();
   ids.values["ids.service.rteventfile.name"] = "../logs/rt.csv";
   names.attempt();

@@ -96,11 +96,14 @@ class RpcLogDestinationTest : public LogFixture {
   int write() { return destination.writeLog(batch); }
   size_t traces(const std::string& text) { return inOwnLog(text); }
 
-  const std::vector<PropertyList> batch = {{{"v2", "1"}}, {{"v2", "2"}}};
+  const Batch batch = {"PFIL,1", "PFIL,2"};
   std::unique_ptr<ScriptedCarrier> owned = std::make_unique<ScriptedCarrier>(fake.clock);
   ScriptedCarrier* carrier = owned.get();
   bool allowed = true;
-  RpcLogDestination destination{std::move(owned), fake.clock, [this] { return allowed; }};
+  RpcLogDestination::Parts carrying(platform::Clock& clock) {
+    return {clock, shutdownToken(), counters, [this] { return allowed; }};
+  }
+  RpcLogDestination destination{std::move(owned), carrying(fake.clock)};
 };
 
 using D = RpcLogDestination;
@@ -164,7 +167,7 @@ TEST_F(RpcLogDestinationTest, EveryMisbehaviourLeavesTheBatchLetsTheCarrierGoAnd
   EXPECT_EQ(write(), 0);
   std::sort(c.identifiers.begin(), c.identifiers.end());
   EXPECT_EQ(std::unique(c.identifiers.begin(), c.identifiers.end()), c.identifiers.end());
-  EXPECT_EQ(ForwardingCounters::snapshot().forwarded, 2 * (1 + std::size(cases)));
+  EXPECT_EQ(counters.snapshot().forwarded, 2 * (1 + std::size(cases)));
 }
 
 TEST_F(RpcLogDestinationTest, AWordThatComesLateIsNeverTakenForAnAnswerToTheNextNotice) {
@@ -271,11 +274,13 @@ TEST_F(RpcLogDestinationTest, AMissingCarrierAndAMissingPipeAreReportedOnceAndWa
   EXPECT_EQ(write(), 0);
   EXPECT_EQ(events(10611), 1u);
   EXPECT_EQ(events(10614), 1u);
-  EXPECT_EQ(ForwardingCounters::snapshot().lastError.code, D::kNoCarrier);
+  EXPECT_EQ(counters.snapshot().lastError.code, D::kNoCarrier);
   carrier->served = false;
   destination.tend();
   destination.tend();
   EXPECT_EQ(events(10610), 1u);
+  allowed = false;
+  EXPECT_EQ(write(), D::kNotNow) << "the carrier is not waited for where nothing may go out";
 }
 
 // What a notice says, as pairs.
@@ -293,16 +298,14 @@ std::vector<PropertyList> eventsIn(const std::string& notice) {
 
 TEST_F(RpcLogDestinationTest, ANoticeSaysWhatTheRecordsSayAndIsNeverLongerThanItsBound) {
   struct Keeping : LogDestination {
-    int writeLog(const std::vector<PropertyList>&) override { return 1; }
-    int writeBatch(const LogBatch& batch) override {
+    int writeLog(const LogBatch& batch) override {
       notice = eventNotice(1, "id", batch);
       if (batch.records.size() < 10) {
-        EXPECT_TRUE(eventsIn(notice) == batch.pairs());
+        EXPECT_TRUE(eventsIn(notice) == pairsOf(batch));
       }
-      EXPECT_TRUE(batch.body.bytes().empty());
       return result;
     }
-    bool takesBody() const override { return false; }
+    RecordBytes recordBytes() const override { return eventNoticeBytes; }
     std::string notice;
     int result = 1;
   };
@@ -310,7 +313,7 @@ TEST_F(RpcLogDestinationTest, ANoticeSaysWhatTheRecordsSayAndIsNeverLongerThanIt
   fake.systemInfo.host = "a \"host\"\\";
   auto made = std::make_unique<Keeping>();
   Keeping& kept = *made;
-  LogProcessor processor(HIDS_RT_LOG, std::move(made));
+  LogProcessor processor(HIDS_RT_LOG, parts(), std::move(made));
   fake.files.put(
       kLog,
       "PFIL,1,t,\"a \"\"quoted\"\" \\ text\",\x01\t\x1F\x7F/,gr\xC3\xBC\xC3\x9F\xF0\x9F\x98\x80\n" +
@@ -338,7 +341,7 @@ TEST_F(RpcLogDestinationTest, AStopEndsTheWritingOfANoticeThatNobodyReads) {
   const auto clock = platform::makeNativeClock();
   auto pipe = std::make_unique<RPCNamedPipe>(fake.pipes, *clock, kEventPipe,
                                              RPCNamedPipe::Role::server, Fifo::Limits());
-  RpcLogDestination onPipe(std::move(pipe), *clock);
+  RpcLogDestination onPipe(std::move(pipe), carrying(*clock));
   Fifo client(fake.pipes, *clock, kEventPipe);
   onPipe.tend();
   ASSERT_TRUE(client.open());
@@ -351,7 +354,7 @@ TEST_F(RpcLogDestinationTest, AStopEndsTheWritingOfANoticeThatNobodyReads) {
     client.waitForData(60000);
     shutdownToken().request();
   });
-  EXPECT_EQ(onPipe.writeLog({{{"v2", std::string(1 << 20, 'x')}}}), D::kNotNow);
+  EXPECT_EQ(onPipe.writeLog(Batch{"PFIL," + std::string(1 << 20, 'x')}), D::kNotNow);
   stopper->join(platform::kInfinite);
 }
 
@@ -370,7 +373,7 @@ TEST_F(RpcLogDestinationTest, AStopEndsEveryWait) {
     c.comesBack = static_cast<bool>(state);
     c.react = state;
     c.idle = [] { shutdownToken().request(); };
-    RpcLogDestination stopped(std::move(transport), fake.clock);
+    RpcLogDestination stopped(std::move(transport), carrying(fake.clock));
     const int64_t began = fake.clock.monotonicMs();
     EXPECT_EQ(stopped.writeLog(batch), D::kNotNow);
     EXPECT_LE(fake.clock.monotonicMs() - began, D::kPollMs);

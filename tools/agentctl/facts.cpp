@@ -10,6 +10,7 @@
 #include "config/masking.h"
 #include "config/properties_file.h"
 #include "config/service_type.h"
+#include "config/settings.h"
 #include "driver/driver.h"
 #include "logs/log_backlog.h"
 #include "platform/files.h"
@@ -61,10 +62,11 @@ Json filedPolicy(const SettingsView& settings) {
 }
 
 // The pointers are read through the settings store, which would copy a damaged agent.ini aside.
-Json filedLogs(const SettingsView& settings) {
+Json filedLogs(Context& context, const SettingsView& settings) {
   Json logs = Json::array();
   if (!settings.fault().empty()) return logs;
-  for (const LogBacklog& log : logBacklogs())
+  for (const LogBacklog& log : logBacklogs(context.system().files, context.system().clock,
+                                           settingsOf(*AgentConfig::getInstance()).logs))
     logs.push_back({{"type", static_cast<int>(log.type)},
                     {"log", log.log.toUtf8()},
                     {"pointerFile", log.pointerFile.toUtf8()},
@@ -181,7 +183,7 @@ Json filedStatus(Context& context) {
                 {"agent", filedAgent(context)},
                 {"server", filedServer(settings)},
                 {"policy", filedPolicy(settings)},
-                {"logs", filedLogs(settings)},
+                {"logs", filedLogs(context, settings)},
                 {"lastEvent", lastEvent(context)},
                 {"lastErrors", filedErrors(context)},
                 {"trace", settings.text(Key::agentLogTrace).toBool()}};

@@ -1,23 +1,23 @@
 // The agent's own forwarding behind the model's interface: its thread's cycles, processor,
 // destinations and the look at the component's settings are the real ones; libcurl, the
-// carrier, and all waits are scripted.
-//
-// The settings are set while the platform shows another disk, so that what happens to the
-// model's is forwarding alone.
+// carrier, and all waits are scripted. The settings lie on another disk than the model's, so that
+// what happens to that is forwarding alone.
 #include <optional>
 #include <stdexcept>
 
 #include "agent/thread/stop_token.h"
 #include "comm/https_handler.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/service_type.h"
+#include "config/settings.h"
 #include "ids/hids_component.h"
+#include "logs/forwarding_counters.h"
 #include "logs/https_log_destination.h"
 #include "logs/log_processing_thread.h"
 #include "logs/rpc_log_destination.h"
 #include "platform/fake/fake_platform.h"
-#include "platform/fake/forwarding_files.h"
 #include "platform/paths.h"
 #include "tests/logs/model/agent_carrier.h"
 #include "tests/logs/model/agent_transport.h"
@@ -31,35 +31,6 @@ platform::FakePlatform& surroundings() {
   return fake;
 }
 
-// The disk of the model, except for the files of the settings.
-class ForwardingDisk final : public platform::ForwardingFiles {
- public:
-  ForwardingDisk(platform::Files& model, platform::Files& settings)
-      : ForwardingFiles(model), _settings(settings) {}
-  int open(const std::string& path, platform::OpenMode mode,
-           std::unique_ptr<platform::File>& out) override {
-    return of(path).open(path, mode, out);
-  }
-  int lock(const std::string& path, std::unique_ptr<platform::FileLock>& out) override {
-    return of(path).lock(path, out);
-  }
-  int info(const std::string& path, platform::FileInfo& out) override {
-    return of(path).info(path, out);
-  }
-  int replace(const std::string& from, const std::string& to) override {
-    return of(to).replace(from, to);
-  }
-  int remove(const std::string& path) override { return of(path).remove(path); }
-
- private:
-  platform::Files& of(const std::string& path) {
-    for (const char* name : {"/agent.ini", "/fallback.ini", "/lockFile"})
-      if (path.find(name) != std::string::npos) return _settings;
-    return _to;
-  }
-  platform::Files& _settings;
-};
-
 class AgentForwarder final : public Forwarder {
  public:
   AgentForwarder(Machine& machine, Receiver& receiver) : _machine(machine), _receiver(receiver) {
@@ -68,11 +39,10 @@ class AgentForwarder final : public Forwarder {
   ~AgentForwarder() override { end(); }
 
   void start(const Settings& settings) override {
-    platform::Platform& fake = surroundings().platform();
-    _run.emplace(fake);
+    _run.emplace(surroundings().platform());
     setInstallRoot(_machine.installRoot());
     setServiceType(settings.serviceType);
-    LogProcessingThread::setPolicyBuffer(settings.serviceType != 1);
+    _forwarding.setPolicyBuffer(settings.serviceType != 1);
     AgentConfig& config = *AgentConfig::getInstance();
     {
       const AgentConfig::ChangeGroup group(config);
@@ -83,24 +53,23 @@ class AgentForwarder final : public Forwarder {
       config.setURL("https://127.0.0.1:8443/agent/");
       config.setUniqueId(kIdentifier);
     }
-    _disk.emplace(_machine.files(), fake.files);
-    _platform.emplace(platform::Platform{_machine.clock, fake.threading, *_disk, fake.registry,
-                                         fake.devices, fake.processes, fake.sockets,
-                                         fake.systemInfo, fake.sharedLibraries, fake.pipes});
-    _other.emplace(*_platform);
-    _component.emplace(HidsComponent::Surroundings{*_disk, _machine.clock, shutdownToken()},
-                       platform::joinPath(_machine.files(), {_machine.installRoot(), "IDS"}),
-                       [] { return 0; });
-    AgentConfig::setHIDSInterface(&*_component);
+    _component.emplace(
+        HidsComponent::Surroundings{_machine.files(), _machine.clock, shutdownToken()},
+        platform::joinPath(_machine.files(), {_machine.installRoot(), "IDS"}), [] { return 0; });
+    _counters.emplace(_machine.clock);
     if (settings.serviceType == 1) {
       HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(_receiver));
     }
-    auto processor = std::make_unique<LogProcessor>(HIDS_RT_LOG, destination(settings));
+    const korvane::Settings sections = settingsOf(config);
+    const ForwardingParts parts{_machine.files(), _machine.clock, shutdownToken(), sections.logs,
+                                sections.machine, &*_component,   *_counters};
+    auto processor =
+        std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, destination(settings, sections.server));
     _processor = processor.get();
-    _thread = std::make_unique<LogProcessingThread>();
+    _thread = std::make_unique<LogProcessingThread>(_forwarding, &*_component);
     _thread->attach(std::move(processor));
     _processor->setStopToken(_atOnce);
-    _search.emplace();
+    _search.emplace(&*_component);
     _search->attempt();
   }
 
@@ -110,9 +79,8 @@ class AgentForwarder final : public Forwarder {
       if (!_search->done()) _search->attempt();
     }
     _processor->tend();
-    if (AgentConfig::getInstance()->registered()) return;
-    const platform::OtherPlatform settings(surroundings().platform());
-    AgentConfig::getInstance()->setUniqueId(kIdentifier);
+    AgentConfig& config = *AgentConfig::getInstance();
+    if (!config.registered()) config.setUniqueId(kIdentifier);
   }
 
   void kill() override { end(); }
@@ -121,17 +89,19 @@ class AgentForwarder final : public Forwarder {
  private:
   static constexpr char kIdentifier[] = "guid-1";
 
-  std::unique_ptr<LogDestination> destination(const Settings& settings) {
-    if (settings.serviceType == 1) return std::make_unique<HttpsLogDestination>();
-    return std::make_unique<RpcLogDestination>(std::make_unique<ScriptedCarrier>(_receiver, _waits),
-                                               _waits, LogProcessingThread::forwardingPossible);
+  std::unique_ptr<LogDestination> destination(const Settings& settings, ServerSettings& server) {
+    if (settings.serviceType == 1)
+      return std::make_unique<HttpsLogDestination>(currentConnection(), server, *_counters);
+    return std::make_unique<RpcLogDestination>(
+        std::make_unique<ScriptedCarrier>(_receiver, _waits),
+        RpcLogDestination::Parts{_waits, shutdownToken(), *_counters,
+                                 [this] { return _forwarding.mayForward(); }});
   }
 
   void end() {
     _thread.reset();
     _processor = nullptr;
     _component.reset();
-    _other.reset();
     _run.reset();
   }
 
@@ -139,11 +109,10 @@ class AgentForwarder final : public Forwarder {
   Receiver& _receiver;
   platform::ManualClock _waits;  // moved by what the agent waits for the carrier
   StopToken _atOnce;             // ends the pause between two tries to remove a file
-  std::optional<ForwardingDisk> _disk;
-  std::optional<platform::Platform> _platform;
   std::optional<platform::CurrentPlatform> _run;
-  std::optional<platform::OtherPlatform> _other;
   std::optional<HidsComponent> _component;
+  std::optional<ForwardingCounters> _counters;
+  ForwardingSwitch _forwarding;
   std::unique_ptr<LogProcessingThread> _thread;
   LogProcessor* _processor = nullptr;
   std::optional<IdsLogSearch> _search;

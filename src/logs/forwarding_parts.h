@@ -1,0 +1,23 @@
+// What forwarding uses of its agent. All of it outlives what is made with it.
+#pragma once
+
+#include "config/settings.h"
+#include "platform/fwd.h"
+
+namespace korvane {
+
+class ForwardingCounters;
+class HidsInterface;
+class StopToken;
+
+struct ForwardingParts {
+  platform::Files& files;
+  platform::Clock& clock;
+  StopToken& stop;  // of the agent
+  LogSettings& settings;
+  const MachineFacts& machine;
+  HidsInterface* ids;  // null: nobody names the IDS component's logs
+  ForwardingCounters& counters;
+};
+
+}  // namespace korvane
