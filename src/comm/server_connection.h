@@ -97,7 +97,7 @@ class ServerConnection {
   void setLocalAddressSource(LocalAddresses source);
 
   // The identifier of a request for application data that a server has offered in its answer to a
-  // report since the last call; false without one. The newest one counts.
+  // report since it was last taken; false without one. The newest one counts.
   void offerApplicationRequest(const STRING& identifier);
   [[nodiscard]] bool takeApplicationRequest(STRING& identifier);
 
