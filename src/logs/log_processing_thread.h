@@ -29,8 +29,8 @@ namespace korvane {
 class LogProcessingThread : public Thread {
  public:
   // ids: null without the IDS component.
-  LogProcessingThread(const ForwardingSwitch& forwarding, HidsInterface* ids)
-      : _forwarding(forwarding), _idsLogSearch(ids) {}
+  LogProcessingThread(const ForwardingSwitch& forwarding, HidsInterface* ids, LogSettings& settings)
+      : _forwarding(forwarding), _idsLogSearch(ids, settings) {}
   ~LogProcessingThread() override;
 
   void attach(std::unique_ptr<LogProcessor> processor);
