@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/thread/stop_token.h"
 #include "comm/ca_file.h"
 #include "comm/curl_transport.h"
 #include "comm/exchange.h"
@@ -12,6 +13,7 @@
 #include "comm/response_sink.h"
 #include "comm/server_url.h"
 #include "comm/tls_observer.h"
+#include "config/server_settings.h"
 #include "config/url_text.h"
 #include "platform/clock.h"
 #include "platform/system_info.h"

@@ -1,11 +1,13 @@
 // The host inside a URL of the form scheme://host[:port]/path; a host may be an IPv6 address in
-// brackets. Pure functions, but for the settings that one reads; a text without "://" is taken to begin with its host.
+// brackets. Pure functions, but for the settings that one reads; a text without "://" is taken to
+// begin with its host.
 #pragma once
 
-#include "config/settings.h"
 #include "util/string.h"
 
 namespace korvane {
+
+class ServerSettings;
 
 STRING hostOfUrl(const STRING& url);
 
