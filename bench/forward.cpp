@@ -11,6 +11,7 @@
 
 #include "agent/thread/stop_token.h"
 #include "bench/bench_agent.h"
+#include "comm/server_connection.h"
 #include "logs/https_log_destination.h"
 
 namespace {
@@ -53,9 +54,9 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
   settings.folding = !noFolding;
   const korvane::ForwardingParts parts = korvane::bench::setUpAgent(settings);
-  korvane::ServerSettings& server =
-      korvane::settingsOf(*korvane::AgentConfig::getInstance()).server;
   korvane::bench::BenchProcessor processor(
-      parts, std::make_unique<korvane::HttpsLogDestination>(server, parts.counters), keep);
+      parts,
+      std::make_unique<korvane::HttpsLogDestination>(korvane::currentConnection(), parts.counters),
+      keep);
   return forwardAll(processor);
 }

@@ -9,7 +9,7 @@
 
 #include "agentctl/ini_check.h"
 #include "agentctl/redaction.h"
-#include "config/setting_store.h"
+#include "config/value_map.h"
 
 namespace {
 
@@ -21,12 +21,12 @@ bool hasError(std::string_view bytes) {
 }
 
 bool taken(const IniText& text) {
-  SettingStore settings(StoreKind::settings), communication(StoreKind::communication);
+  ValueMap settings(MapKind::settings), communication(MapKind::communication);
   for (const auto& [key, value] : text.values) {
     const SettingRow* row = findRow(key);
     if (!row) continue;
-    SettingStore& store = storeOf(*row) == StoreKind::settings ? settings : communication;
-    if (store.set(*row, value) == SettingStore::Result::refused) return false;
+    ValueMap& store = mapKindOf(*row) == MapKind::settings ? settings : communication;
+    if (store.set(*row, value) == ValueMap::Result::refused) return false;
   }
   return checksumHolds(text, /*mayLackChecksum=*/true);
 }

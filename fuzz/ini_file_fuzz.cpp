@@ -5,15 +5,15 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "config/setting_store.h"
+#include "config/value_map.h"
 
 namespace {
 
 using korvane::IniText;
-using korvane::SettingStore;
-using korvane::StoreKind;
+using korvane::MapKind;
+using korvane::ValueMap;
 
-std::string written(const SettingStore& settings, const SettingStore& communication) {
+std::string written(const ValueMap& settings, const ValueMap& communication) {
   korvane::IniWriter writer("\n");
   for (const auto& row : korvane::settingsTable()) {
     settings.writeSection(writer, row.section);
@@ -29,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   IniText text;
   if (!korvane::parseIniText(bytes, text)) return 0;
-  SettingStore settings(StoreKind::settings);
-  SettingStore communication(StoreKind::communication);
+  ValueMap settings(MapKind::settings);
+  ValueMap communication(MapKind::communication);
   korvane::PropertyList refused;
   settings.merge(text, refused);
   communication.merge(text, refused);

@@ -26,7 +26,6 @@ struct Port {
   platform::FakePlatform fake{sim};
   platform::CurrentPlatform own{fake.platform()};
   ScriptedSockets sockets{fake.sockets};
-  tests::OtherSockets current{sockets};
 };
 
 void check(bool holds) {
@@ -75,7 +74,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Port& port = *new Port;
   if (size == 0) return 0;
   StopToken stop;
-  NotificationListener listener(stop);
+  NotificationListener listener(stop, port.sockets,
+                                settingsOf(*AgentConfig::getInstance()).updates);
   PendingUpdates pending;
   int flags = 0;
   int32_t countdown = static_cast<int8_t>(data[0]);

@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace korvane::translate_stand_in;
   static platform::FakePlatform fake;
   fake.systemInfo.variables["A"] = "/a\n%";
-  MachineState machine(fake.platform());
+  MachineState machine({fake.files, fake.registry, fake.systemInfo});
   // What stands behind a zero is an application's.
   const std::string text(reinterpret_cast<const char*>(data), size);
   const size_t end = text.find('\0');

@@ -1,5 +1,6 @@
 #include "agent/agent_factory.h"
 
+#include "agent/agent_context.h"
 #include "agent/agent_state_handler.h"
 #include "agent/run_parts.h"
 #include "agent/standard_agent_comm.h"
@@ -8,7 +9,6 @@
 #include "cloud/comm_thread.h"
 #include "cloud/local_service.h"
 #include "config/service_type.h"
-#include "config/settings.h"
 #include "discovery/app_data_processing_thread.h"
 #include "discovery/generic_app_data_processing_thread.h"
 #include "driver/driver.h"
@@ -23,20 +23,20 @@
 #include "rpc/pipe_names.h"
 #include "rpc/rpc_named_pipe.h"
 #include "update/component_update_thread.h"
+#include "update/policy/policy_parts.h"
+#include "update/update_parts.h"
 #include "update/update_thread.h"
 #include "update/util_thread.h"
 
 namespace korvane {
 namespace {
 
-Settings currentSettings() {
-  return settingsOf(*AgentConfig::getInstance());
-}
-
-AboutAgent aboutThisAgent() {
-  platform::Platform& system = platform::current();
-  const auto state = [&system](std::string (AgentStateHandler::*what)()) {
-    return [&system, what] { return (AgentStateHandler(system.processes).*what)(); };
+AboutAgent aboutThisAgent(const AgentContext& context) {
+  platform::Platform& system = context.system;
+  const auto state = [context](std::string (AgentStateHandler::*what)()) {
+    return [context, what] {
+      return (AgentStateHandler(context.settings, context.system.processes).*what)();
+    };
   };
   AboutAgent about;
   about.techStatus = state(&AgentStateHandler::getTechStatus);
@@ -51,11 +51,11 @@ AboutAgent aboutThisAgent() {
 }
 
 // The management server for a standard agent, the local event channel for any other.
-std::unique_ptr<LogDestination> makeLogDestination() {
-  RunParts& shared = runParts();
+std::unique_ptr<LogDestination> makeLogDestination(const AgentContext& context) {
+  RunParts& shared = context.shared;
   if (isStandardAgent())
-    return std::make_unique<HttpsLogDestination>(currentSettings().server, shared.counters);
-  platform::Platform& system = platform::current();
+    return std::make_unique<HttpsLogDestination>(context.connection, shared.counters);
+  platform::Platform& system = context.system;
   auto pipe = std::make_unique<RPCNamedPipe>(system.pipes, system.clock, kEventPipe,
                                              RPCNamedPipe::Role::server);
   return std::make_unique<RpcLogDestination>(
@@ -66,23 +66,29 @@ std::unique_ptr<LogDestination> makeLogDestination() {
 
 }  // namespace
 
-std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config) {
-  if (isStandardAgent()) return std::make_unique<StandardAgentComm>(config, currentDriver());
-  if (isCloudAgent()) return std::make_unique<CloudAgentComm>(runParts().connector);
+std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
+  const Settings& settings = context.settings;
+  if (isStandardAgent())
+    return std::make_unique<StandardAgentComm>(StandardAgentComm::Parts{
+        settings.server, settings.policy, settings.file, context.system.files, context.driver});
+  if (isCloudAgent())
+    return std::make_unique<CloudAgentComm>(context.shared.connector,
+                                            policyPartsOfRun().shared.news);
   return nullptr;
 }
 
-Thread* makeLocalService() {
-  platform::Platform& system = platform::current();
-  const Settings settings = currentSettings();
+Thread* makeLocalService(const AgentContext& context) {
+  platform::Platform& system = context.system;
+  const Settings& settings = context.settings;
   return new LocalService(
-      aboutThisAgent(), system.pipes,
+      aboutThisAgent(context), system.pipes,
       {system.files, system.clock, system.systemInfo, settings.server, settings.policy,
-       settings.logs, settings.file, currentDriver(), runParts().counters});
+       settings.logs, settings.file, context.driver, context.connection, context.shared.counters});
 }
 
 Thread* makeComponentUpdate() {
-  return new ComponentUpdateThread;
+  return new ComponentUpdateThread(
+      {contentPartsOfRun(), platform::current().clock, &AgentConfig::getHIDSInterface});
 }
 Thread* makeAppData() {
   return new AppDataProcessingThread;
@@ -93,29 +99,27 @@ Thread* makeGenericAppData() {
 Thread* makeUpdate(AgentInfo* info) {
   return new UpdateThread(info);
 }
-Thread* makeComm(AgentInfo* info) {
-  platform::Platform& system = platform::current();
-  const Settings settings = currentSettings();
-  RunParts& shared = runParts();
-  return new CommThread(
-      info, {system.pipes,
-             system.clock,
-             {system.files, settings.server, settings.policy, settings.machine, settings.file,
-              shared.forwarding, shared.counters, shared.connector}});
+Thread* makeComm(const AgentContext& context, AgentInfo* info) {
+  const Settings& settings = context.settings;
+  RunParts& shared = context.shared;
+  return new CommThread(info, {context.system.pipes,
+                               context.system.clock,
+                               {policyPartsOfRun(), settings.server, settings.machine,
+                                shared.forwarding, shared.counters, shared.connector}});
 }
 Thread* makeUtil(AgentInfo* info) {
   return new UtilThread(info);
 }
 
-Thread* makeLogProcessing() {
-  platform::Platform& system = platform::current();
-  const Settings settings = currentSettings();
-  RunParts& shared = runParts();
+Thread* makeLogProcessing(const AgentContext& context) {
+  platform::Platform& system = context.system;
+  const Settings& settings = context.settings;
+  RunParts& shared = context.shared;
   const ForwardingParts parts{system.files,   system.clock,     shutdownToken(),
                               settings.logs,  settings.machine, AgentConfig::getHIDSInterface(),
                               shared.counters};
-  auto thread = std::make_unique<LogProcessingThread>(shared.forwarding, parts.ids);
-  thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, makeLogDestination()));
+  auto thread = std::make_unique<LogProcessingThread>(shared.forwarding, parts.ids, parts.settings);
+  thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, makeLogDestination(context)));
   return thread.release();
 }
 

@@ -1,5 +1,5 @@
 // Makes the parts of the agent object: the communication component of the service type, and the
-// threads, with what they use of the current run. The caller owns the result.
+// threads, with what they use of the run. The caller owns the result.
 #pragma once
 
 #include <memory>
@@ -8,23 +8,23 @@
 
 namespace korvane {
 
-class AgentConfig;
+struct AgentContext;
 class AgentInfo;
 class Thread;
 
 // Null for an agent that is neither a standard nor a cloud agent.
-[[nodiscard]] std::unique_ptr<AgentComm> makeAgentComm(AgentConfig& config);
+[[nodiscard]] std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context);
 
 // Serves the local channel.
-Thread* makeLocalService();
+Thread* makeLocalService(const AgentContext& context);
 Thread* makeComponentUpdate();
 Thread* makeAppData();
 Thread* makeGenericAppData();
 Thread* makeUpdate(AgentInfo* info);
-Thread* makeComm(AgentInfo* info);
+Thread* makeComm(const AgentContext& context, AgentInfo* info);
 Thread* makeUtil(AgentInfo* info);
 // Forwards the IDS component's real-time event log.
-Thread* makeLogProcessing();
+Thread* makeLogProcessing(const AgentContext& context);
 Thread* makeBulkLogProcessing();
 
 }  // namespace korvane

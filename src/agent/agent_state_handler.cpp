@@ -19,8 +19,11 @@ const char* word(bool works) {
 
 }  // namespace
 
-AgentStateHandler::AgentStateHandler(platform::Processes& processes)
-    : _config(AgentConfig::getInstance()), _processes(processes) {}
+AgentStateHandler::AgentStateHandler(const Settings& settings, platform::Processes& processes)
+    : _policy(settings.policy),
+      _discovery(settings.updates),
+      _machine(settings.machine),
+      _processes(processes) {}
 
 AgentStateHandler::~AgentStateHandler() = default;
 
@@ -29,15 +32,15 @@ std::string AgentStateHandler::getTechNames() {
 }
 
 std::string AgentStateHandler::getAgentVersion() {
-  return _config->getKorvaneVersion().toUtf8();
+  return _machine.getKorvaneVersion().toUtf8();
 }
 
 std::string AgentStateHandler::getTechStatus() {
-  const bool awaitsReboot = preventionAwaitsReboot(*_config);
+  const bool awaitsReboot = preventionAwaitsReboot(_policy);
   if (awaitsReboot) eventlog::trace("AgentStateHandler::getTechStatus", "status = reboot");
-  const char* framework = word(preventionInForce(*_config));
+  const char* framework = word(preventionInForce(_policy));
   const bool discovery =
-      isType3Agent() ? _config->isCloudAppDiscoveryOn() : _config->isLocalAppDiscoveryOn();
+      isType3Agent() ? _discovery.isCloudAppDiscoveryOn() : _discovery.isLocalAppDiscoveryOn();
   std::string status = std::string("IPS ") + (awaitsReboot ? kReboot : framework);
   status += std::string("IDS ") + word(_processes.isRunning(kIdsImage));
   status += std::string("APP_DISCOVERY ") + word(discovery);

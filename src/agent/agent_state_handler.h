@@ -1,22 +1,21 @@
 // Which of the agent's technologies work right now, as text for a local caller.
 //
-// Lifetime: refers to AgentConfig's instance as it was at construction; keeps nothing else.
-// Any thread.
-// Errors: as AgentConfig's accessors.
+// Lifetime: refers to the settings and the processes that it was given; keeps nothing else.
+// Any thread. Errors: as the settings' accessors.
 //
-//   AgentStateHandler(current().processes).getTechStatus();  // "IPS Online\nIDS Online\n..."
+//   AgentStateHandler(settings, system.processes).getTechStatus();  // "IPS Online\nIDS Online\n..."
 #pragma once
 
 #include <string>
 
-#include "config/agent_config.h"
+#include "config/settings.h"
 #include "platform/fwd.h"
 
 namespace korvane {
 
 class AgentStateHandler {
  public:
-  explicit AgentStateHandler(platform::Processes& processes);
+  AgentStateHandler(const Settings& settings, platform::Processes& processes);
   AgentStateHandler(const AgentStateHandler&) = delete;
   AgentStateHandler& operator=(const AgentStateHandler&) = delete;
   virtual ~AgentStateHandler();
@@ -28,7 +27,9 @@ class AgentStateHandler {
   virtual std::string getTechStatus();
 
  private:
-  AgentConfig* const _config;
+  const PolicySettings& _policy;
+  const UpdateSettings& _discovery;
+  const MachineFacts& _machine;
   platform::Processes& _processes;
 };
 

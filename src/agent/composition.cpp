@@ -5,13 +5,17 @@
 #include <utility>
 #include <vector>
 
+#include "agent/agent_context.h"
 #include "agent/agent_factory.h"
+#include "agent/run_parts.h"
 #include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
 #include "comm/https_handler.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "platform/clock.h"
@@ -30,9 +34,9 @@ bool localAddresses(std::vector<STRING>& addresses) {
 constexpr uint32_t kServiceEndMs = 1500;
 
 // An agent that nobody can ask is better than none.
-Thread* startLocalService() {
+Thread* startLocalService(const AgentContext& context) {
   try {
-    std::unique_ptr<Thread> service(makeLocalService());
+    std::unique_ptr<Thread> service(makeLocalService(context));
     service->start();
     return service.release();
   } catch (const std::exception& error) {
@@ -42,6 +46,11 @@ Thread* startLocalService() {
 }
 
 }  // namespace
+
+AgentContext contextOfRun() {
+  return {platform::current(), settingsOf(*AgentConfig::getInstance()), currentDriver(),
+          currentConnection(), runParts()};
+}
 
 Composition::Composition() {
   try {
@@ -57,19 +66,20 @@ Composition::Composition() {
 }
 
 void Composition::assemble() {
-  _log = std::make_unique<OwnLog>();
-  AgentConfig& config = *AgentConfig::getInstance();
-  config.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
-  config.setFirstUpdateDone(false);
-  _log->open(config);
-  HttpsHandler::setLocalAddressSource(localAddresses);
-  platform::Platform& system = platform::current();
+  _log = std::make_unique<OwnLog>(platform::current());
+  const AgentContext context = contextOfRun();
+  const Settings& settings = context.settings;
+  settings.file.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
+  settings.updates.setFirstUpdateDone(false);
+  _log->open(settings.logs, settings.file);
+  _connection = &currentConnection();
+  _connection->setLocalAddressSource(localAddresses);
   const auto ids = std::make_shared<HidsComponent>(
-      HidsComponent::Surroundings{system.files, system.clock, shutdownToken()}, idsDirectory(),
-      [] { return AgentConfig::getInstance()->getIDSSignalTimeout(); });
+      HidsComponent::Surroundings{context.system.files, context.system.clock, shutdownToken()},
+      idsDirectory(), [&policy = settings.policy] { return policy.getIDSSignalTimeout(); });
   AgentRun::current().keep(ids);
   AgentConfig::setHIDSInterface(ids.get());
-  _localService = startLocalService();
+  _localService = startLocalService(context);
 }
 
 void Composition::endLocalService() {
@@ -87,7 +97,9 @@ Composition::~Composition() {
 // as long as it lives.
 void Composition::takeDown() noexcept {
   stopStep("local channel", [this] { endLocalService(); });
-  stopStep("source of addresses", [] { HttpsHandler::setLocalAddressSource(nullptr); });
+  stopStep("source of addresses", [this] {
+    if (_connection) _connection->setLocalAddressSource(nullptr);
+  });
   if (Thread::abandoned() > 0) return;
   AgentConfig::setHIDSInterface(nullptr);
   stopStep("connections", [] { HttpsHandler::curlCleanup(); });

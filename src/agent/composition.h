@@ -18,6 +18,7 @@
 
 namespace korvane {
 
+class ServerConnection;
 class Thread;
 
 class Composition {
@@ -33,6 +34,7 @@ class Composition {
   void endLocalService();
 
   std::unique_ptr<OwnLog> _log;
+  ServerConnection* _connection = nullptr;  // the run's
   Thread* _localService = nullptr;
 };
 

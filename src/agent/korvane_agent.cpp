@@ -35,7 +35,11 @@ constexpr uint32_t kFirstUpdateMs = 2000;
 
 }  // namespace
 
-KorvaneAgent::KorvaneAgent() : _stoppedEvent(kFinalWaitStepMs), _returnedEvent(kFinalWaitStepMs) {
+KorvaneAgent::KorvaneAgent(const AgentContext& context)
+    : _context(context),
+      _settings(_context.settings),
+      _stoppedEvent(kFinalWaitStepMs),
+      _returnedEvent(kFinalWaitStepMs) {
   // Takes each lock once, so that a system that has none to give refuses the agent and not
   // its stop.
   { const Synchronized made(_commLock); }
@@ -67,7 +71,7 @@ void KorvaneAgent::mainRoutine() {
   begin();
   // Before the driver is asked anything, and before its answer is told to anybody.
   // What it could not put back is reported as the policy's error.
-  if (!stopping()) ignoreResult(PolicyProcessor::reconcile());
+  if (!stopping()) ignoreResult(PolicyProcessor(policyPartsOfRun()).reconcile());
   initializeTranslator();
   createComm();
   startComponentUpdate();
@@ -87,33 +91,32 @@ void KorvaneAgent::mainRoutine() {
 void KorvaneAgent::begin() {
   // A stop that came before this point has set _stopped, and stays in force.
   _running = 1;
-  platform::Platform& system = platform::current();
+  platform::Platform& system = _context.system;
   system.systemInfo.adoptUserLocale();
   if (const int error = system.sockets.startup(); error != 0)
     eventlog::trace(kMainTag, "Sockets cannot be used: error %d", error);
-  _config = AgentConfig::getInstance();
   readServiceType();
-  _config->setIPSServiceStatus(0);
+  _settings.policy.setIPSServiceStatus(0);
   eventlog::trace(kMainTag, "KorvaneAgent::run() IPS service started type: %d", serviceType());
 }
 
 void KorvaneAgent::initializeTranslator() {
   const std::string extensions =
-      platform::joinPath(platform::current().files, {installDirectory(), "extensions"});
+      platform::joinPath(_context.system.files, {installDirectory(), "extensions"});
   // A library that cannot be loaded has been told of; the agent runs without it.
   ignoreResult(Translator::initialize(extensions));
 }
 
 void KorvaneAgent::createComm() {
-  const STRING version = _config->getKorvaneVersion();
+  const STRING version = _settings.machine.getKorvaneVersion();
   {
     Synchronized hold(_commLock);
-    _comm = makeAgentComm(*_config);
+    _comm = makeAgentComm(_context);
   }
-  if (isCloudAgent() && !stopping())
-    loadApplicationPolicies(platform::current().files, settingsOf(*_config).policy);
+  if (isCloudAgent() && !stopping()) loadApplicationPolicies(policyPartsOfRun());
   eventlog::event(EventId::agentStarted, kAgentTag, {version});
-  if (isStandardAgent()) eventlog::event(EventId::managementServer, kAgentTag, {_config->getURL()});
+  if (isStandardAgent())
+    eventlog::event(EventId::managementServer, kAgentTag, {_settings.server.getURL()});
   AgentConfig::setAgentStarted(true);
 }
 
@@ -135,16 +138,17 @@ bool KorvaneAgent::registerNow() {
 
 void KorvaneAgent::checkBuiltinPolicy() {
   if (stopping()) return;
-  if (!preventionInForce(*_config))
-    refreshPolicyIdentity(*_config, currentDriver());
-  else if (reportBuiltinPolicy(*_config, currentDriver()))
+  if (!preventionInForce(_settings.policy))
+    refreshPolicyIdentity(_settings.policy, _context.driver);
+  else if (reportBuiltinPolicy(_settings.policy, _context.driver))
     _builtinReported = 1;
 }
 
 void KorvaneAgent::reportPolicyState() {
-  if (isStandardAgent() && _config->getPolicyStateCode() == kBuiltinPolicyState && !stopping())
+  if (isStandardAgent() && _settings.policy.getPolicyStateCode() == kBuiltinPolicyState &&
+      !stopping())
     _comm->reportPolicyState();
-  _config->setPolicyStateChanged(false);
+  _settings.policy.setPolicyStateChanged(false);
 }
 
 void KorvaneAgent::startAppData() {
@@ -163,24 +167,24 @@ bool KorvaneAgent::startServerThreads() {
     _workers.start(Worker::update, [this] { return makeUpdate(_info); });
     return awaitFirstUpdate();
   }
-  _workers.start(Worker::comm, [this] { return makeComm(_info); });
+  _workers.start(Worker::comm, [this] { return makeComm(_context, _info); });
   _workers.start(Worker::util, [this] { return makeUtil(_info); });
   return true;
 }
 
 bool KorvaneAgent::awaitFirstUpdate() {
-  while (!_config->isFirstUpdateDone() && !stopping()) {
+  while (!_settings.updates.isFirstUpdateDone() && !stopping()) {
     pause(kFirstUpdateMs);
     if (stopping()) break;
     // Without the file the settings stay as they are; the failure has been traced.
-    ignoreResult(_config->loadIniFile());
+    ignoreResult(_settings.file.loadIniFile());
     if (!registerNow()) return false;
   }
   return true;
 }
 
 void KorvaneAgent::startLogThreads() {
-  _workers.start(Worker::logProcessing, makeLogProcessing);
+  _workers.start(Worker::logProcessing, [this] { return makeLogProcessing(_context); });
   _workers.start(Worker::bulkLogProcessing, makeBulkLogProcessing);
 }
 
@@ -200,27 +204,27 @@ bool KorvaneAgent::supervise() {
 
 bool KorvaneAgent::superviseOnce() {
   if (!isStandardAgent())
-    _config->updateRebootRequiredFlag();
+    _settings.policy.updateRebootRequiredFlag();
   else if (!registerNow())
     return false;
   if (stopping()) return true;
-  if (_iniDirty) _iniDirty = !_config->updateIniFile(nullptr, nullptr, STRING());
+  if (_iniDirty) _iniDirty = !_settings.file.updateIniFile(nullptr, nullptr, STRING());
   // Without the file the settings stay as they are; the failure has been traced.
-  ignoreResult(_config->loadIniFile());
+  ignoreResult(_settings.file.loadIniFile());
   followBuiltinPolicy();
   followOwnLog();
   return true;
 }
 
 void KorvaneAgent::followBuiltinPolicy() {
-  if (!preventionInForce(*_config) || !_config->useBuiltInPolicyChanged()) return;
-  reportPolicyChange(*_config, currentDriver());
+  if (!preventionInForce(_settings.policy) || !_settings.policy.useBuiltInPolicyChanged()) return;
+  reportPolicyChange(_settings.policy, _context.driver);
   _iniDirty = true;
 }
 
 void KorvaneAgent::followOwnLog() {
-  if (!_config->agentLogFileChanged()) return;
-  _config->rolledAgentLogFile();
+  if (!_settings.logs.agentLogFileChanged()) return;
+  _settings.logs.rolledAgentLogFile();
   _iniDirty = true;
 }
 
@@ -231,7 +235,7 @@ void KorvaneAgent::selfExit() {
   shutdown(FinalWait::untilReturned);
   if (_info) _info->post({kExitServiceCommand, kExitServiceName});
   eventlog::event(EventId::shutdownAfterRegistration, kAgentTag);
-  platform::current().sockets.cleanup();
+  _context.system.sockets.cleanup();
 }
 
 void KorvaneAgent::end() {
@@ -245,7 +249,7 @@ void KorvaneAgent::end() {
 
 void KorvaneAgent::closeDown() {
   stopStep("translator library", [] { Translator::shutdown(); });
-  stopStep("sockets", [] { platform::current().sockets.cleanup(); });
+  stopStep("sockets", [this] { _context.system.sockets.cleanup(); });
   eventlog::event(EventId::agentStopped, kAgentTag);
   returned();
 }
@@ -281,7 +285,7 @@ void KorvaneAgent::shutdown(FinalWait finalWait) {
   {
     Synchronized hold(_shutdownLock);
     // The last writing of all: its failure has been traced, and there is no later one.
-    stopStep("settings", [] { ignoreResult(AgentConfig::getInstance()->UpdateAllIni()); });
+    stopStep("settings", [this] { ignoreResult(_settings.file.UpdateAllIni()); });
     if (isStandardAgent()) stopStep("communication component", [this] { stopComm(); });
     _workers.requestStops();
     // Threads that outlive the wait delete themselves.

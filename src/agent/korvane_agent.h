@@ -14,7 +14,7 @@
 //   deletes them, and then waits without limit until run() has returned. A stop takes at most two
 //   seconds; the one exception is the self-exit path after the start, whose final wait never ends.
 //
-//   KorvaneAgent agent;
+//   KorvaneAgent agent{contextOfRun()};
 //   agent.run(&info);                      // on the host's thread
 //   agent.shutdown();                      // on another
 #pragma once
@@ -23,11 +23,11 @@
 #include <cstdint>
 #include <memory>
 
+#include "agent/agent_context.h"
 #include "agent/thread/locks.h"
 #include "agent/thread/thread_event.h"
 #include "agent/worker_threads.h"
 #include "comm/agent_comm.h"
-#include "config/agent_config.h"
 
 namespace korvane {
 
@@ -35,7 +35,7 @@ class AgentInfo;
 
 class KorvaneAgent {
  public:
-  KorvaneAgent();
+  explicit KorvaneAgent(const AgentContext& context);
   ~KorvaneAgent();
   KorvaneAgent(const KorvaneAgent&) = delete;
   KorvaneAgent& operator=(const KorvaneAgent&) = delete;
@@ -82,13 +82,14 @@ class KorvaneAgent {
   void returned();
   void awaitReturn() noexcept;
 
+  const AgentContext _context;
+  const Settings& _settings;  // the context's
   std::atomic<int32_t> _stopped{0};
   std::atomic<uint8_t> _running{0};
   std::unique_ptr<AgentComm> _comm;  // made once, under _commLock; the pointer is then constant
   WorkerThreads _workers;
 
   AgentInfo* _info = nullptr;
-  AgentConfig* _config = nullptr;
   uint8_t _builtinReported = 0;  // main thread only
   bool _iniDirty = false;        // main thread only
   Win32Mutex _commLock;

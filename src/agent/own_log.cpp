@@ -1,9 +1,8 @@
 #include "agent/own_log.h"
 
 #include "agent/stop_step.h"
-#include "config/agent_config.h"
 #include "config/install_root.h"
-#include "eventlog/event_log_file.h"
+#include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "platform/system_info.h"
@@ -13,8 +12,7 @@ namespace {
 
 constexpr char kCatalogueName[] = "korvane-events.txt";
 
-eventlog::Settings defaultSettings() {
-  platform::Platform& system = platform::current();
+eventlog::Settings defaultSettings(const platform::Platform& system) {
   eventlog::Settings settings;
   settings.directory = platform::joinPath(system.files, {installDirectory(), "logs"});
   settings.cataloguePath =
@@ -22,36 +20,36 @@ eventlog::Settings defaultSettings() {
   return settings;
 }
 
-eventlog::Settings settingsFrom(const AgentConfig& config) {
-  eventlog::Settings settings = defaultSettings();
-  settings.rolloverCause = eventlog::rolloverCause(config.getLogRolloverCause());
-  settings.rolloverValue = eventlog::rolloverValue(config.getLogRolloverValue().toUtf8());
-  settings.tracing = config.logTraceMessages();
+eventlog::Settings settingsFrom(const platform::Platform& system, const LogSettings& values) {
+  eventlog::Settings settings = defaultSettings(system);
+  settings.rolloverCause = eventlog::rolloverCause(values.getLogRolloverCause());
+  settings.rolloverValue = eventlog::rolloverValue(values.getLogRolloverValue().toUtf8());
+  settings.tracing = values.logTraceMessages();
   return settings;
-}
-
-void openWith(const eventlog::Settings& settings) {
-  platform::Platform& system = platform::current();
-  eventlog::EventLog::open(settings, system.files, system.clock);
 }
 
 }  // namespace
 
-OwnLog::OwnLog() {
-  eventlog::EventLog::hold(platform::current().clock);
+OwnLog::OwnLog(platform::Platform& system) : _system(system) {
+  eventlog::EventLog::hold(system.clock);
 }
 
-void OwnLog::open(AgentConfig& config) {
-  openWith(settingsFrom(config));
+// A thread that is left behind may still change a setting when this object is gone.
+void OwnLog::open(const LogSettings& settings, SettingsFile& changes) {
+  openWith(settingsFrom(_system, settings));
   _opened = true;
-  config.registerSubscriber(AgentConfig::SETTINGS_CHANGED, [](void* changed) {
-    eventlog::EventLog::reconfigure(settingsFrom(*static_cast<AgentConfig*>(changed)));
+  changes.registerSubscriber(AgentConfig::SETTINGS_CHANGED, [&system = _system, &settings](void*) {
+    eventlog::EventLog::reconfigure(settingsFrom(system, settings));
   });
 }
 
 OwnLog::~OwnLog() {
-  if (!_opened) stopStep("own log", [] { openWith(defaultSettings()); });
+  if (!_opened) stopStep("own log", [this] { openWith(defaultSettings(_system)); });
   eventlog::EventLog::close();
+}
+
+void OwnLog::openWith(const eventlog::Settings& settings) {
+  eventlog::EventLog::open(settings, _system.files, _system.clock);
 }
 
 }  // namespace korvane

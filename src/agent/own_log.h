@@ -10,20 +10,25 @@
 // destroyed by one, while no other thread of the agent runs.
 #pragma once
 
-namespace korvane {
+#include "config/settings.h"
+#include "eventlog/event_log_file.h"
+#include "platform/fwd.h"
 
-class AgentConfig;
+namespace korvane {
 
 class OwnLog {
  public:
-  OwnLog();
+  explicit OwnLog(platform::Platform& system);
   ~OwnLog();
-  // Once.
-  void open(AgentConfig& config);
+  // Once. It follows the changes of the settings from now on.
+  void open(const LogSettings& settings, SettingsFile& changes);
   OwnLog(const OwnLog&) = delete;
   OwnLog& operator=(const OwnLog&) = delete;
 
  private:
+  void openWith(const eventlog::Settings& settings);
+
+  platform::Platform& _system;
   bool _opened = false;
 };
 

@@ -2,7 +2,7 @@
 // the settings. Each function asks it once. Main thread only; nothing throws.
 #pragma once
 
-#include "config/agent_config.h"
+#include "config/settings.h"
 
 namespace korvane {
 
@@ -14,14 +14,14 @@ inline constexpr int kAssignedPolicyState = -101;
 
 // Takes identifier and version of the driver's current policy into the settings, when the
 // driver tells.
-void refreshPolicyIdentity(AgentConfig& config, Driver& driver);
+void refreshPolicyIdentity(PolicySettings& settings, Driver& driver);
 
 // The same, and when it is the built-in policy: records state -100 and writes event 10104.
 // Tells whether it did.
-[[nodiscard]] bool reportBuiltinPolicy(AgentConfig& config, Driver& driver);
+[[nodiscard]] bool reportBuiltinPolicy(PolicySettings& settings, Driver& driver);
 
 // For a driver whose use of the built-in policy has changed: records the state that holds now (-100
 // with event 10104, or -101 with event 10166) and the policy's identity, as above.
-void reportPolicyChange(AgentConfig& config, Driver& driver);
+void reportPolicyChange(PolicySettings& settings, Driver& driver);
 
 }  // namespace korvane

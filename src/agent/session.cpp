@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "agent/agent_context.h"
 #include "agent/composition.h"
 #include "agent/korvane_agent.h"
 #include "agent/thread/agent_info.h"
@@ -22,7 +23,7 @@ constexpr uint32_t kStopperStepMs = 1000;
 // One run of the agent, with the stops of it that are under way: it is taken down when they
 // have left.
 struct AgentPlace::Session {
-  explicit Session(std::shared_ptr<AgentRun> of) : run(std::move(of)) {}
+  explicit Session(std::shared_ptr<AgentRun> of) : run(std::move(of)), agent(contextOfRun()) {}
 
   const std::shared_ptr<AgentRun> run;
   KorvaneAgent agent;

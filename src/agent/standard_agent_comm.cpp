@@ -8,13 +8,11 @@
 #include "agent/registration_codes.h"
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
-#include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "update/policy/policy_files.h"
 #include "util/ignore_result.h"
 
@@ -23,19 +21,20 @@ namespace {
 
 constexpr char kRegistrationTag[] = "MainThread";
 
-std::unique_ptr<platform::File> openBuiltinPolicy(const AgentConfig& config) {
-  platform::Files& files = platform::current().files;
+std::unique_ptr<platform::File> openBuiltinPolicy(const PolicySettings& settings,
+                                                  platform::Files& files) {
   const std::string shipped = platform::joinPath(files, {installDirectory(), "builtin.zip"});
   std::unique_ptr<platform::File> file;
-  for (const std::string& path : {config.getPlusPolicyFile().toUtf8(), shipped})
+  for (const std::string& path : {settings.getPlusPolicyFile().toUtf8(), shipped})
     if (!path.empty() && files.open(path, platform::OpenMode::read, file) == 0) return file;
   return nullptr;
 }
 
 // The bytes of the configured policy file, or else of the one that was shipped; none when
 // there is neither.
-std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
-  const std::unique_ptr<platform::File> file = openBuiltinPolicy(config);
+std::optional<std::string> readBuiltinPolicy(const PolicySettings& settings,
+                                             platform::Files& files) {
+  const std::unique_ptr<platform::File> file = openBuiltinPolicy(settings, files);
   if (!file) {
     eventlog::trace(kRegistrationTag, "builtin policy not present ");
     return std::nullopt;
@@ -55,15 +54,15 @@ std::optional<std::string> readBuiltinPolicy(const AgentConfig& config) {
 
 }  // namespace
 
-StandardAgentComm::StandardAgentComm(AgentConfig& config, Driver& driver)
-    : _config(config), _driver(driver), _onShutdown(shutdownToken(), [this] { _stop.request(); }) {}
+StandardAgentComm::StandardAgentComm(const Parts& parts)
+    : _parts(parts), _onShutdown(shutdownToken(), [this] { _stop.request(); }) {}
 
 void StandardAgentComm::stop() {
   _stop.request();
 }
 
 bool StandardAgentComm::testConnection() {
-  return HttpsHandler(_config.getServerCurrent()).testConnection(true) != 0;
+  return HttpsHandler(_parts.server.getServerCurrent()).testConnection(true) != 0;
 }
 
 void StandardAgentComm::reportPolicyState() {
@@ -74,22 +73,23 @@ void StandardAgentComm::reportPolicyState() {
 }
 
 bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
-  if (_config.registered()) return true;
-  const std::optional<std::string> policy = readBuiltinPolicy(_config);
+  if (_parts.server.registered()) return true;
+  const std::optional<std::string> policy = readBuiltinPolicy(_parts.policy, _parts.files);
   eventlog::trace(kRegistrationTag, "call register on communication component");
 
   std::unique_ptr<HttpsHandler> handler;
   while (!_stop.requested()) {
     handler = std::make_unique<HttpsHandler>();
     // What changed meanwhile takes effect with the next attempt's handler.
-    ignoreResult(_config.loadIniFile());
+    ignoreResult(_parts.file.loadIniFile());
     if (attempt(*handler, policy) == Attempt::finished) break;
     _stop.sleepFor(kRetryPauseMs);
   }
   if (_stop.requested()) return true;
 
   const bool enrolled = keepIdentity(*handler);
-  if (preventionInForce(_config) && reportBuiltinPolicy(_config, _driver)) builtinReported = 1;
+  if (preventionInForce(_parts.policy) && reportBuiltinPolicy(_parts.policy, _parts.driver))
+    builtinReported = 1;
   if (enrolled || _stop.requested()) return true;
   eventlog::trace(kRegistrationTag, "Fatal Registration.");
   return false;
@@ -120,9 +120,9 @@ bool StandardAgentComm::keepIdentity(HttpsHandler& handler) {
     return false;
   }
   eventlog::trace(kRegistrationTag, "guid is %s ", guid);
-  _config.setUniqueId(guid);
+  _parts.server.setUniqueId(guid);
   // What cannot be written now is written by one of the next loads.
-  ignoreResult(_config.UpdateAllIni());
+  ignoreResult(_parts.file.UpdateAllIni());
   eventlog::event(EventId::registered, kRegistrationTag);
   return true;
 }

@@ -14,17 +14,25 @@
 
 #include "agent/thread/stop_token.h"
 #include "comm/agent_comm.h"
+#include "config/settings.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
-class AgentConfig;
 class Driver;
 class HttpsHandler;
 
 class StandardAgentComm : public AgentComm {
  public:
-  // Both outlive this object.
-  StandardAgentComm(AgentConfig& config, Driver& driver);
+  // What it uses; all of it outlives this object.
+  struct Parts {
+    ServerSettings& server;
+    PolicySettings& policy;
+    SettingsFile& file;
+    platform::Files& files;
+    Driver& driver;
+  };
+  explicit StandardAgentComm(const Parts& parts);
 
   bool testConnection() override;
   bool registerAgent(uint8_t& builtinReported) override;
@@ -38,8 +46,7 @@ class StandardAgentComm : public AgentComm {
   [[nodiscard]] Attempt attempt(HttpsHandler& handler, const std::optional<std::string>& policy);
   [[nodiscard]] bool keepIdentity(HttpsHandler& handler);
 
-  AgentConfig& _config;
-  Driver& _driver;
+  const Parts _parts;
   StopToken _stop;
   StopCallback _onShutdown;
 };

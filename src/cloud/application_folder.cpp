@@ -29,7 +29,7 @@ int write(platform::Files& files, const std::string& directory, const std::strin
   if (!error) error = files.flushDirectory(directory);
   file.reset();
   // The error that is told is the one of the writing.
-  if (error) ignoreResult(removeIfThere(path));
+  if (error) ignoreResult(removeIfThere(files, path));
   return error;
 }
 
@@ -101,11 +101,11 @@ int ApplicationFolder::makeGood(const Staged& staged) {
 }
 
 int ApplicationFolder::drop(const Staged& staged) {
-  return removeIfThere(stagedPath(staged));
+  return removeIfThere(_files, stagedPath(staged));
 }
 
 int ApplicationFolder::remove(const std::string& application) {
-  const int error = removeIfThere(path(application));
+  const int error = removeIfThere(_files, path(application));
   return error ? error : _files.flushDirectory(_directory);
 }
 

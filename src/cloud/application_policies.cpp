@@ -90,7 +90,7 @@ void ApplicationPolicies::settle() {
   const std::vector<ApplicationFolder::Staged> all = _folder.staged();
   if (all.empty()) return;
   PolicyJournal journal;
-  if (readPolicyJournal(journal) != ENOENT)
+  if (readPolicyJournal(_files, journal) != ENOENT)
     throw RPCError(kCloudPolicyRefused, "an earlier policy change has not been rolled back yet");
   const InForce now = readInForce();
   if (now.readError) throw RPCError(kRpcFileOpenError, now.missing);
@@ -115,10 +115,11 @@ void ApplicationPolicies::settle() {
 }
 
 void ApplicationPolicies::install(std::string_view source, const PropertyList& properties) {
-  if (_policy.installPolicy(source, properties)) return;
-  if (_policy.stopped())
+  const PolicyOutcome outcome = _policy.installPolicy(source, properties);
+  if (outcome) return;
+  if (outcome.stopped())
     throw RPCError(kCloudStopping, "the agent is stopping; query the state after its next start");
-  throw RPCError(kCloudPolicyRefused, _policy.errorText().toUtf8());
+  throw RPCError(kCloudPolicyRefused, outcome.text.toUtf8());
 }
 
 void ApplicationPolicies::installBase(std::string_view source, const PropertyList& properties) {
@@ -292,13 +293,13 @@ void ApplicationPolicies::loadStored() {
   }
 }
 
-void loadApplicationPolicies(platform::Files& files, const PolicySettings& settings) {
-  const PolicyTurn turn;
+void loadApplicationPolicies(const PolicyParts& parts) {
+  const PolicyTurn turn(parts.shared.turns, parts.stop);
   if (!turn.taken()) return;
-  PolicyProcessor policy;
+  PolicyProcessor policy(parts);
   // Without a history the policies are worked on all the same; that has been traced.
   ignoreResult(policy.InitializePloicyHistory());
-  ApplicationPolicies(policy, files, settings).loadStored();
+  ApplicationPolicies(policy, parts.files, parts.settings).loadStored();
 }
 
 }  // namespace korvane

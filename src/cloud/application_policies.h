@@ -12,7 +12,7 @@
 // Errors: RPCError with one of the codes of cloud_errors.h and the reason; nothing has
 // changed then. Events 10620 to 10622.
 //
-//   const PolicyTurn turn;
+//   const PolicyTurn turn(turns, stop);
 //   if (turn.taken()) ApplicationPolicies(policy, files, settings.policy).set("web", archive);
 #pragma once
 
@@ -28,6 +28,7 @@
 namespace korvane {
 
 class PolicyProcessor;
+struct PolicyParts;
 
 class ApplicationPolicies {
  public:
@@ -78,6 +79,6 @@ class ApplicationPolicies {
 };
 
 // loadStored() with a processor of its own, in a turn; what the start of a cloud agent does.
-void loadApplicationPolicies(platform::Files& files, const PolicySettings& settings);
+void loadApplicationPolicies(const PolicyParts& parts);
 
 }  // namespace korvane

@@ -14,7 +14,7 @@ bool CloudAgentComm::registerAgent(uint8_t&) {
 }
 
 void CloudAgentComm::reportPolicyState() {
-  if (!_stopped) PolicyNews::note();
+  if (!_stopped) _news.note();
 }
 
 void CloudAgentComm::stop() {

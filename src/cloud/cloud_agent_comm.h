@@ -2,7 +2,7 @@
 //
 // Such an agent is not enrolled from here and sends nothing by itself: the cloud connector
 // comes to it over the command channel (comm_thread.h) and asks. Operations return at once;
-// any thread may call them. The presence outlives the object.
+// any thread may call them. What it is made with outlives it.
 #pragma once
 
 #include <atomic>
@@ -12,10 +12,12 @@
 namespace korvane {
 
 class ConnectorPresence;
+class PolicyNews;
 
 class CloudAgentComm : public AgentComm {
  public:
-  explicit CloudAgentComm(const ConnectorPresence& connector) : _connector(connector) {}
+  CloudAgentComm(const ConnectorPresence& connector, PolicyNews& news)
+      : _connector(connector), _news(news) {}
 
   // Whether the connector has asked for something lately (connector_presence.h); false
   // after stop().
@@ -28,6 +30,7 @@ class CloudAgentComm : public AgentComm {
 
  private:
   const ConnectorPresence& _connector;
+  PolicyNews& _news;
   std::atomic<bool> _stopped{false};
 };
 

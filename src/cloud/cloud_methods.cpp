@@ -16,8 +16,6 @@
 #include "logs/forwarding_counters.h"
 #include "logs/forwarding_switch.h"
 #include "update/policy/builtin_wish.h"
-#include "update/policy/policy_news.h"
-#include "update/policy/policy_turn.h"
 #include "util/base64.h"
 #include "util/ignore_result.h"
 
@@ -74,26 +72,26 @@ void CloudMethods::addTo(RPCServer& server) {
 // The driver goes back with the setting when the change fails.
 int CloudMethods::change(const PropertyList& settings) {
   const char* const key = "use.builtin.policy";
-  const PropertyList former = {{key, STRING::fromBool(_parts.policy.useBuiltInPolicy())}};
-  const bool wished = findProperty(settings, key) && preventionInForce(_parts.policy);
+  const PropertyList former = {{key, STRING::fromBool(_parts.policy.settings.useBuiltInPolicy())}};
+  const bool wished = findProperty(settings, key) && preventionInForce(_parts.policy.settings);
   if (wished)
-    if (const STRING problem = followBuiltInWish(settings); !problem.empty())
+    if (const STRING problem = followBuiltInWish(_parts.policy.driver, settings); !problem.empty())
       throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));
   try {
-    return changeSettings(_parts.settings, settings);
+    return changeSettings(_parts.policy.settingsFile, settings);
   } catch (const RPCError&) {
-    if (wished) followBuiltInWish(former);
+    if (wished) followBuiltInWish(_parts.policy.driver, former);
     throw;
   }
 }
 
 void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>& work) {
-  const PolicyTurn turn;
+  const PolicyTurn turn(_parts.policy.shared.turns, _parts.policy.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
   // Without a history the policies are worked on all the same; that has been traced.
   if (!_ready) ignoreResult(_processor.InitializePloicyHistory());
   _ready = true;
-  ApplicationPolicies policies(_processor, _parts.files, _parts.policy);
+  ApplicationPolicies policies(_processor, _parts.policy.files, _parts.policy.settings);
   work(policies);
 }
 
@@ -110,13 +108,13 @@ void CloudMethods::policy(const RPCRequest& request, RPCResponse& response) {
                                    {"policy.path", shortTextOf(request, "path")}};
   const std::string source = bytesOf(request, "bytes");
   workOnPolicy([&](ApplicationPolicies& policies) { policies.installBase(source, properties); });
-  response.result.push_back({"policy", policyTree(_parts.policy)});
+  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
 }
 
 void CloudMethods::configuration(const RPCRequest& request, RPCResponse& response) {
-  const PropertyList settings = settingsFrom(request.params, _parts.settings);
+  const PropertyList settings = settingsFrom(request.params, _parts.policy.settingsFile);
   checkChangeable(settings);
-  const PolicyTurn turn;
+  const PolicyTurn turn(_parts.policy.shared.turns, _parts.policy.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
   putMember(response.result, "changed", change(settings));
 }
@@ -127,13 +125,13 @@ void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& respon
   bool changed = false;
   workOnPolicy([&](ApplicationPolicies& policies) { changed = policies.set(name, archive); });
   putFlag(response.result, "changed", changed);
-  response.result.push_back({"policy", policyTree(_parts.policy)});
+  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
 }
 
 void CloudMethods::removeApplication(const RPCRequest& request, RPCResponse& response) {
   const std::string name = neededText(request, "name");
   workOnPolicy([&](ApplicationPolicies& policies) { policies.remove(name); });
-  response.result.push_back({"policy", policyTree(_parts.policy)});
+  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
 }
 
 void CloudMethods::listApplications(const RPCRequest&, RPCResponse& response) {
@@ -158,15 +156,15 @@ void CloudMethods::getState(const RPCRequest&, RPCResponse& response) {
   putMember(agent, "version", _parts.machine.getKorvaneVersion().toUtf8());
   putMember(agent, "type", static_cast<int64_t>(serviceType()));
   response.result.push_back({"agent", std::move(agent)});
-  putMember(response.result, "news", static_cast<int64_t>(PolicyNews::number()));
+  putMember(response.result, "news", static_cast<int64_t>(_parts.policy.shared.news.number()));
   putFlag(response.result, "policyBuffer", _parts.forwarding.policyBuffer());
-  putMember(response.result, "features", _parts.machine.getFeatures().toUtf8());
-  response.result.push_back({"policy", policyTree(_parts.policy)});
+  putMember(response.result, "features", _parts.server.getFeatures().toUtf8());
+  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
   response.result.push_back({"counters", countersTree(_parts.counters, _parts.server)});
 }
 
 void CloudMethods::retranslate(const RPCRequest&, RPCResponse& response) {
-  requestRetranslation(_parts.settings, response);
+  requestRetranslation(_parts.policy.settingsFile, response);
 }
 
 }  // namespace korvane

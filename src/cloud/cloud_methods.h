@@ -21,11 +21,9 @@ class ForwardingSwitch;
 class CloudMethods {
  public:
   struct Parts {
-    platform::Files& files;
+    PolicyParts policy;
     const ServerSettings& server;
-    const PolicySettings& policy;
     const MachineFacts& machine;
-    SettingsFile& settings;
     ForwardingSwitch& forwarding;
     const ForwardingCounters& counters;
     ConnectorPresence& connector;
@@ -51,7 +49,7 @@ class CloudMethods {
   void workOnPolicy(const std::function<void(ApplicationPolicies&)>& work);
 
   const Parts _parts;
-  PolicyProcessor _processor;
+  PolicyProcessor _processor{_parts.policy};
   bool _ready = false;  // the history has been initialised
 };
 

@@ -2,7 +2,7 @@
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
 #include "cloud/parameters.h"
-#include "comm/connection_test.h"
+#include "comm/server_connection.h"
 
 namespace korvane {
 namespace {
@@ -50,12 +50,13 @@ JsonTree reportTree(const ConnectionReport& report) {
 
 }  // namespace
 
-void addConnectionMethods(RPCServer& server) {
+void addConnectionMethods(RPCServer& server, const LocalParts& parts) {
   server.add("testConnection", RPCServer::Access::administrators,
-             [](const RPCRequest& request, RPCResponse& response) {
+             [&parts](const RPCRequest& request, RPCResponse& response) {
                const std::string* name = givenText(request, "server");
                if (name && name->empty()) refuseParameter("server", "is empty");
-               response.result = reportTree(testConnection(agentTarget(name ? *name : "")));
+               const ServerConnection& connection = parts.connection;
+               response.result = reportTree(connection.test(connection.target(name ? *name : "")));
              });
 }
 

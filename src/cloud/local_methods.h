@@ -18,7 +18,7 @@ void addSettingsMethods(RPCServer& server, const LocalParts& parts);
 void addPolicyMethods(RPCServer& server, const LocalParts& parts);
 void requestRetranslation(SettingsFile& settings, RPCResponse& response);
 // testConnection
-void addConnectionMethods(RPCServer& server);
+void addConnectionMethods(RPCServer& server, const LocalParts& parts);
 // getLogPointers, getCounters
 void addLogMethods(RPCServer& server, const LocalParts& parts);
 // getDiagnostics

@@ -24,6 +24,7 @@ namespace korvane {
 
 class Driver;
 class ForwardingCounters;
+class ServerConnection;
 
 // What the service tells of the agent and cannot know itself. The functions are called by
 // its thread.
@@ -45,6 +46,7 @@ struct LocalParts {
   const LogSettings& logs;
   SettingsFile& settings;
   Driver& driver;
+  ServerConnection& connection;
   const ForwardingCounters& counters;
 };
 

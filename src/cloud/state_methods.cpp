@@ -51,7 +51,7 @@ void addLocalMethods(RPCServer& server, const AboutAgent& about, const LocalPart
   addStateMethods(server, about, parts);
   addSettingsMethods(server, parts);
   addPolicyMethods(server, parts);
-  addConnectionMethods(server);
+  addConnectionMethods(server, parts);
   addLogMethods(server, parts);
   addDiagnosticsMethods(server, about, parts);
 }

@@ -10,7 +10,6 @@
 #include "comm/tls_observer.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -48,10 +47,9 @@ void parse(const std::string& bytes, CaFile& file) {
 
 }  // namespace
 
-CaFile readCaFile(const std::string& path) {
+CaFile readCaFile(platform::Files& files, const std::string& path) {
   CaFile file;
   std::string bytes;
-  platform::Files& files = platform::current().files;
   platform::FileInfo info;
   int error = files.info(path, info);
   if (error == 0 && info.isDirectory) error = EISDIR;

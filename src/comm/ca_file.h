@@ -4,7 +4,7 @@
 // Any thread; nothing is kept. Errors: `fault` says what is wrong, without the path; empty
 // when nothing is.
 //
-//   const CaFile file = readCaFile("/etc/korvane/ca.pem");
+//   const CaFile file = readCaFile(files, "/etc/korvane/ca.pem");
 //   if (!file.fault.empty()) ...  // "is missing", "is empty", "contains no PEM certificate", ...
 #pragma once
 
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "comm/transfer_trail.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
@@ -20,6 +21,6 @@ struct CaFile {
   std::vector<SeenCertificate> certificates;  // in the file's order
 };
 
-CaFile readCaFile(const std::string& path);
+CaFile readCaFile(platform::Files& files, const std::string& path);
 
 }  // namespace korvane

@@ -2,21 +2,18 @@
 
 #include <algorithm>
 
-#include "agent/thread/stop_token.h"
 #include "comm/ca_file.h"
 #include "comm/curl_transport.h"
+#include "comm/exchange.h"
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
 #include "comm/https_handler.h"
 #include "comm/https_message_generator.h"
-#include "comm/https_shared.h"
 #include "comm/response_sink.h"
 #include "comm/server_url.h"
 #include "comm/tls_observer.h"
-#include "config/agent_config.h"
 #include "config/url_text.h"
 #include "platform/clock.h"
-#include "platform/platform.h"
 #include "platform/system_info.h"
 #include "util/ignore_result.h"
 
@@ -33,10 +30,10 @@ constexpr const char* kHttpsProxies[] = {"https_proxy", "HTTPS_PROXY", "all_prox
 constexpr const char* kHttpProxies[] = {"http_proxy", "all_proxy", "ALL_PROXY", "no_proxy",
                                         "NO_PROXY"};
 
-std::string proxies(bool https) {
+std::string proxies(platform::SystemInfo& systemInfo, bool https) {
   std::string all;
-  const auto add = [&all](const char* name) {
-    const std::string value = platform::current().systemInfo.environment(name);
+  const auto add = [&](const char* name) {
+    const std::string value = systemInfo.environment(name);
     if (!value.empty())
       all += (all.empty() ? "" : ", ") + std::string(name) + "=" + withoutPassword(value);
   };
@@ -51,7 +48,8 @@ std::string proxies(bool https) {
 // One test under way.
 class Walk {
  public:
-  explicit Walk(const ConnectionTarget& target) : _target(target) {
+  Walk(const ConnectionTarget& target, const ConnectionTestParts& parts)
+      : _target(target), _parts(parts) {
     _request.url = target.url + HttpsHandler::URL[HttpsHandler::TEST_CONNECTION];
     _request.caFile = target.caFile;
     _request.sslVersion = target.lowestTls;
@@ -60,25 +58,25 @@ class Walk {
   }
 
   ConnectionReport run() {
-    const int64_t begin = platform::current().clock.monotonicMs();
+    const int64_t begin = _parts.clock.monotonicMs();
     _report.url = withoutPassword(_target.url);
-    _report.proxy = proxies(isHttps(_target.url));
+    _report.proxy = proxies(_parts.systemInfo, isHttps(_target.url));
     FailureCause cause = checkUrl(_target.url, _target.urlSetting);
     if (cause.failed() && _target.serverGiven)
       cause = {Stage::settings, "the given server does not form a valid URL",
                "Give a host, or host:port."};
-    if (!cause.failed()) cause = checkCaFile(_target.url, _target.caFile);
+    if (!cause.failed()) cause = checkCaFile(_parts.files, _target.url, _target.caFile);
     if (!cause.failed()) cause = exchange();
     judge(cause);
-    _report.milliseconds = platform::current().clock.monotonicMs() - begin;
+    _report.milliseconds = _parts.clock.monotonicMs() - begin;
     return _report;
   }
 
  private:
   FailureCause exchange() {
-    CurlTransport transport;
+    CurlTransport transport({_parts.clock, _parts.sockets, _parts.stop});
     if (!transport.open()) return {Stage::settings, "libcurl returned no handle", "Test again."};
-    HttpsMessageGenerator message;
+    HttpsMessageGenerator message(_target.charset);
     MessageBody body;
     message.writeBody(body);
     _request.headers = message.wireHeaders();
@@ -92,19 +90,21 @@ class Walk {
     const bool refused = message.response().refused();
     // The answer is judged by what it held, finished or not.
     if (code == 0 && !refused && _result.httpStatus <= kOkStatus)
-      ignoreResult(message.finishResponse());
+      ignoreResult(message.finishResponse(/*unicode=*/false));
     const ResponseParser& answer = message.response();
     return findCause(
         {.code = code,
          .request = _request,
          .result = _result,
+         .files = _parts.files,
+         .wallMs = _parts.clock.wallMs(),
          .urlSetting = _target.urlSetting,
          .fault = answer.fault(),
          .refused = refused,
          .brokenOff = answer.brokenOff(),
          .serverError = answer.errorCode(),
          .serverText = answer.errorText().value_or(ResponseParser::kNoErrorText).toUtf8(),
-         .stopped = code != 0 && shutdownToken().requested()});
+         .stopped = code != 0 && _parts.stop.requested()});
   }
 
   void judge(const FailureCause& cause) {
@@ -185,11 +185,12 @@ class Walk {
   }
 
   std::string authorities() const {
-    const size_t count = readCaFile(_target.caFile).certificates.size();
+    const size_t count = readCaFile(_parts.files, _target.caFile).certificates.size();
     return std::to_string(count) + (count == 1 ? " certificate" : " certificates");
   }
 
   const ConnectionTarget& _target;
+  const ConnectionTestParts& _parts;
   TransportRequest _request;
   TransportResult _result;
   ConnectionReport _report;
@@ -208,20 +209,20 @@ STRING urlOf(const STRING& url, const STRING& server) {
 
 }  // namespace
 
-ConnectionTarget agentTarget(const STRING& server) {
-  const AgentConfig& config = *AgentConfig::getInstance();
+ConnectionTarget agentTarget(const ServerSettings& settings, long lowestTls, const STRING& server) {
   ConnectionTarget target;
-  target.url = urlOf(config.getURL(), server.empty() ? serverInUse() : server).toUtf8();
-  target.urlSetting = config.getURL().toUtf8();
-  target.serverGiven = !server.empty() && !checkUrl(config.getURL().toUtf8()).failed();
-  target.caFile = config.getSSLCertFile().toUtf8();
-  target.connectTimeoutSeconds = config.getConnectionTimeout();
-  target.lowestTls = HttpsHandler::lowestTls();
+  target.url = urlOf(settings.getURL(), server.empty() ? serverInUse(settings) : server).toUtf8();
+  target.urlSetting = settings.getURL().toUtf8();
+  target.serverGiven = !server.empty() && !checkUrl(settings.getURL().toUtf8()).failed();
+  target.caFile = settings.getSSLCertFile().toUtf8();
+  target.connectTimeoutSeconds = settings.getConnectionTimeout();
+  target.charset = settings.getCharset();
+  target.lowestTls = lowestTls;
   return target;
 }
 
-ConnectionReport testConnection(const ConnectionTarget& target) {
-  return Walk(target).run();
+ConnectionReport testConnection(const ConnectionTarget& target, const ConnectionTestParts& parts) {
+  return Walk(target, parts).run();
 }
 
 }  // namespace korvane

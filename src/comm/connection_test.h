@@ -10,14 +10,14 @@
 // the report holds those that were reached.
 //
 // Lifetime: everything is a value. Threads: any, several tests may run at once. Time: at most
-// ConnectionTarget::totalTimeoutMs (30 s), and a stop (shutdownToken()) ends it at once. Errors:
+// ConnectionTarget::totalTimeoutMs (30 s), and a stop ends it at once. Errors:
 // nothing is thrown but std::bad_alloc; what goes wrong is in the report. Texts are UTF-8.
 //
 // An operator's tool prints toText(report); a service hands the members on as they are: all of them
 // are texts, numbers and lists. A password in a URL or a proxy setting is never among them.
 //
-//   const ConnectionReport report = testConnection(agentTarget());           // the server in use
-//   const ConnectionReport other = testConnection(agentTarget("10.1.2.3"));  // another one
+//   const ConnectionReport report = connection.test(connection.target());  // the server in use
+//   const ConnectionReport other = connection.test(connection.target("10.1.2.3"));
 //   if (!report.ok) std::puts((report.failingStage + ": " + report.cause).c_str());
 #pragma once
 
@@ -25,6 +25,9 @@
 #include <string>
 #include <vector>
 
+#include "agent/thread/stop_token.h"
+#include "config/settings.h"
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -36,15 +39,16 @@ struct ConnectionTarget {
   std::string caFile;                   // PEM, what the server's certificate must chain to
   uint32_t connectTimeoutSeconds = 10;  // for name, TCP and TLS together
   uint32_t totalTimeoutMs = 30'000;     // for everything
+  STRING charset;                       // named in the message
   long lowestTls = 6;                   // CURL_SSLVERSION_..., the lowest version that is accepted
   bool serverGiven =
       false;  // in place of the one of a good agent.http.url, which is not to blame then
 };
 
-// The target of the agent's own exchanges with a server, from AgentConfig, which may be that of a
-// running agent or of a tool. server: a host name or address, with ":port" or with the port that
-// agent.http.url has; empty: the current server.
-ConnectionTarget agentTarget(const STRING& server = {});
+// The target of the agent's own exchanges with a server, from the settings of a running agent or of
+// a tool. server: a host name or address, with ":port" or with the port that agent.http.url has;
+// empty: the current server.
+ConnectionTarget agentTarget(const ServerSettings& settings, long lowestTls, const STRING& server);
 
 enum class ConnectionStage {
   settings,       // the URL can be used and the CA file holds certificates
@@ -90,7 +94,16 @@ struct ConnectionReport {
   int64_t milliseconds = 0;  // the whole test
 };
 
-ConnectionReport testConnection(const ConnectionTarget& target);
+// What a test runs on.
+struct ConnectionTestParts {
+  platform::Clock& clock;
+  platform::Files& files;
+  platform::Sockets& sockets;
+  platform::SystemInfo& systemInfo;
+  StopToken& stop;
+};
+
+ConnectionReport testConnection(const ConnectionTarget& target, const ConnectionTestParts& parts);
 
 // The report as lines for a screen, each ended by a line feed; the last ones are the
 // failing stage, its cause and the next step.

@@ -6,11 +6,9 @@
 #include <memory>
 #include <new>
 
-#include "agent/thread/stop_token.h"
 #include "comm/failure_text.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
-#include "platform/platform.h"
 #include "platform/sockets.h"
 
 namespace korvane {
@@ -93,7 +91,8 @@ bool maySayAnswerBroken(CURLcode code) {
 }  // namespace
 
 struct CurlTransport::Transfer {
-  Transfer(CURL* handle, TransportSink& answerSink) : easy(handle), sink(answerSink) {}
+  Transfer(CURL* handle, TransportSink& answerSink, const StopToken& stopToken)
+      : easy(handle), sink(answerSink), stop(stopToken) {}
 
   template <class Action>
   void guarded(Action action) noexcept {
@@ -137,6 +136,7 @@ struct CurlTransport::Transfer {
 
   CURL* const easy;
   TransportSink& sink;
+  const StopToken& stop;
   bool headersWhole = false;
   bool ownHeader = false;
   std::string encoding;
@@ -169,10 +169,10 @@ int CurlTransport::perform(const TransportRequest& request, TransportSink& sink,
                            TransportResult& result) {
   result = TransportResult();
   _errorBuffer[0] = '\0';
-  Transfer transfer(_easy, sink);
+  Transfer transfer(_easy, sink, _parts.stop);
   if (!prepare(request, transfer, result)) return -1;
-  _begunMs = platform::current().clock.monotonicMs();
-  const StopCallback interrupt(shutdownToken(), [this] { shutSockets(); });
+  _begunMs = _parts.clock.monotonicMs();
+  const StopCallback interrupt(_parts.stop, [this] { shutSockets(); });
   return finish(curl_easy_perform(_easy), transfer, result);
 }
 
@@ -288,7 +288,7 @@ void CurlTransport::readTrail(TransferTrail& trail) {
 void CurlTransport::shutSockets() {
   Synchronized hold(_socketLock);
   for (curl_socket_t socket : _sockets) {
-    platform::current().sockets.shutdownForeign(static_cast<uint64_t>(socket));
+    _parts.sockets.shutdownForeign(static_cast<uint64_t>(socket));
   }
 }
 
@@ -312,7 +312,7 @@ size_t CurlTransport::receiveBody(char* bytes, size_t size, size_t count, void* 
 
 int CurlTransport::progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
   const auto& current = *static_cast<Transfer*>(transfer);
-  return current.outOfMemory || current.sink.refuses() || shutdownToken().requested() ? 1 : 0;
+  return current.outOfMemory || current.sink.refuses() || current.stop.requested() ? 1 : 0;
 }
 
 int CurlTransport::socketOpened(void* self, curl_socket_t socket, curlsocktype) {
@@ -320,7 +320,7 @@ int CurlTransport::socketOpened(void* self, curl_socket_t socket, curlsocktype) 
   Synchronized hold(transport._socketLock);
   transport._sockets.insert(socket);
   // A stop that came before the socket did not see it.
-  return shutdownToken().requested() ? CURL_SOCKOPT_ERROR : CURL_SOCKOPT_OK;
+  return transport._parts.stop.requested() ? CURL_SOCKOPT_ERROR : CURL_SOCKOPT_OK;
 }
 
 int CurlTransport::closeSocket(void* self, curl_socket_t socket) {
@@ -328,7 +328,7 @@ int CurlTransport::closeSocket(void* self, curl_socket_t socket) {
   // Closed under the lock: a stop must not shut another file that got the same number.
   Synchronized hold(transport._socketLock);
   transport._sockets.erase(socket);
-  platform::current().sockets.closeForeign(static_cast<uint64_t>(socket));
+  transport._parts.sockets.closeForeign(static_cast<uint64_t>(socket));
   return 0;
 }
 

@@ -1,7 +1,7 @@
 // The transport over libcurl: one easy handle whose connection stays open from exchange to
 // exchange.
 //
-// Threads: open, close and perform by one thread at a time. A stop (shutdownToken) ends a perform()
+// Threads: open, close and perform by one thread at a time. A stop (Parts::stop) ends a perform()
 // in progress from its own thread: it shuts the handle's sockets, which wakes libcurl at once while
 // it connects, negotiates or waits for an answer; during a name look-up libcurl notices within a
 // second through the progress callback and leaves the look-up behind.
@@ -18,14 +18,23 @@
 #include <string>
 
 #include "agent/thread/locks.h"
+#include "agent/thread/stop_token.h"
 #include "comm/tls_observer.h"
 #include "comm/transport.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
 class CurlTransport : public Transport {
  public:
-  CurlTransport() = default;
+  // All of them outlive the transport.
+  struct Parts {
+    platform::Clock& clock;
+    platform::Sockets& sockets;
+    StopToken& stop;
+  };
+
+  explicit CurlTransport(const Parts& parts) : _parts(parts), _observer(parts.clock) {}
   ~CurlTransport() override;
 
   bool open() override;
@@ -53,6 +62,7 @@ class CurlTransport : public Transport {
   static int socketOpened(void* self, curl_socket_t socket, curlsocktype purpose);
   static int closeSocket(void* self, curl_socket_t socket);
 
+  const Parts _parts;
   TlsObserver _observer;       // watches until the handle's connections are closed
   bool _libraryReady = false;  // libcurl counts who uses it and ends with the last
   CURL* _easy = nullptr;

@@ -109,7 +109,8 @@ FailureCause connectCause(const ExchangeEvidence& evidence) {
 
 FailureCause settingsCause(const ExchangeEvidence& evidence) {
   FailureCause cause = checkUrl(evidence.request.url, evidence.urlSetting);
-  if (!cause.failed()) cause = checkCaFile(evidence.request.url, evidence.request.caFile);
+  if (!cause.failed())
+    cause = checkCaFile(evidence.files, evidence.request.url, evidence.request.caFile);
   if (cause.failed() && evidence.code > 0) return cause;
   const std::string& text = evidence.result.errorText;
   return {Stage::settings,

@@ -4,7 +4,8 @@
 // Pure except for reading the CA file when a certificate does not chain to it. Any thread. Texts
 // are UTF-8 of one line (failure_text.h).
 //
-//   const FailureCause cause = findCause({.code = code, .request = request, .result = result});
+//   const FailureCause cause = findCause({.code = code, .request = request, .result = result,
+//                                         .files = files, .wallMs = clock.wallMs()});
 //   if (cause.failed()) report(stageName(cause.stage), cause.cause, cause.nextStep);
 #pragma once
 
@@ -13,6 +14,7 @@
 
 #include "comm/connection_test.h"
 #include "comm/transport.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
@@ -21,6 +23,8 @@ struct ExchangeEvidence {
   int code = 0;  // of Transport::perform()
   const TransportRequest& request;
   const TransportResult& result;
+  platform::Files& files;    // the CA file's
+  int64_t wallMs = 0;        // when it ended
   std::string urlSetting{};  // agent.http.url as it stands; empty: the request's URL stands for it
   std::string fault{};       // why the answer's parser refused it; empty when it did not
   bool refused = false;      // that was for its size, while it arrived
@@ -54,7 +58,7 @@ bool wantsCertificate(int code, const TransferTrail& trail);
 // The two of the settings: nothing is wrong with the URL, and with the CA file, when there is no
 // cause. `setting` is what the cause shows of it when that is not the URL itself.
 FailureCause checkUrl(const std::string& url, const std::string& setting = {});
-FailureCause checkCaFile(const std::string& url, const std::string& caFile);
+FailureCause checkCaFile(platform::Files& files, const std::string& url, const std::string& caFile);
 
 // Whether an answer shows that an agent port gave it.
 bool isAgentAnswer(const TransferTrail& trail);

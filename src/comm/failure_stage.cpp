@@ -101,13 +101,14 @@ FailureCause checkUrl(const std::string& url, const std::string& setting) {
                  correct);
 }
 
-FailureCause checkCaFile(const std::string& url, const std::string& caFile) {
+FailureCause checkCaFile(platform::Files& files, const std::string& url,
+                         const std::string& caFile) {
   if (!isHttps(url)) return {};
   if (caFile.empty()) {
     return {Stage::settings, "ssl.trustStore names no CA file",
             "Set ssl.trustStore to the file with the server's CA certificate."};
   }
-  const CaFile file = readCaFile(caFile);
+  const CaFile file = readCaFile(files, caFile);
   if (file.fault.empty()) return {};
   return {Stage::settings, "the CA file " + caFile + " " + file.fault,
           "Put the server's CA certificate, in PEM, into the file that ssl.trustStore names."};

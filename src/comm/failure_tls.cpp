@@ -8,8 +8,6 @@
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
 #include "comm/tls_observer.h"
-#include "platform/clock.h"
-#include "platform/platform.h"
 #include "util/dates.h"
 
 namespace korvane {
@@ -91,9 +89,9 @@ std::string trusted(const CaFile& file) {
   return more ? names + " and " + std::to_string(more) + " more" : names;
 }
 
-// The time as the dates of certificates are written.
-std::string now() {
-  const std::string text = formatTimestamp(platform::current().clock.wallMs());
+// A time as the dates of certificates are written.
+std::string dateOf(int64_t wallMs) {
+  const std::string text = formatTimestamp(wallMs);
   return text.substr(0, 10) + "T" + text.substr(11, 8) + "Z";
 }
 
@@ -102,7 +100,7 @@ FailureCause untrusted(const ExchangeEvidence& evidence, const SeenCertificate& 
       Stage::certificate,
       "the issuer " + quoted(last.issuer) + " of the certificate " + quoted(last.subject) +
           " is neither in the CA file, which holds " +
-          trusted(readCaFile(evidence.request.caFile)) + ", nor sent by the server",
+          trusted(readCaFile(evidence.files, evidence.request.caFile)) + ", nor sent by the server",
       evidence.result.trail.tls.chain.size() > 1
           ? kGetCa
           : "Put the server's CA into the file that ssl.trustStore names, or, when it is there, "
@@ -146,13 +144,14 @@ FailureCause certificateCause(const ExchangeEvidence& evidence) {
   switch (tls.verifyError) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
       return {Stage::certificate,
-              named + " expired at " + wrong.notAfter + "; this machine's clock says " + now(),
+              named + " expired at " + wrong.notAfter + "; this machine's clock says " +
+                  dateOf(evidence.wallMs),
               kSetClock};
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return {
-          Stage::certificate,
-          named + " is valid from " + wrong.notBefore + " on; this machine's clock says " + now(),
-          kSetClock};
+      return {Stage::certificate,
+              named + " is valid from " + wrong.notBefore + " on; this machine's clock says " +
+                  dateOf(evidence.wallMs),
+              kSetClock};
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
       return {Stage::certificate, named + " is self-signed and not in the CA file",
               "Give the server a certificate issued by the agent's CA, or put its own into the "
@@ -162,7 +161,7 @@ FailureCause certificateCause(const ExchangeEvidence& evidence) {
       return {Stage::certificate,
               "the server's chain ends in the CA " + quoted(wrong.subject) +
                   ", which is not in the CA file; that holds " +
-                  trusted(readCaFile(evidence.request.caFile)),
+                  trusted(readCaFile(evidence.files, evidence.request.caFile)),
               kGetCa};
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:

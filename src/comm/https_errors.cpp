@@ -110,8 +110,8 @@ static_assert(curl_errors.back() != nullptr);
 
 STRING HttpsHandler::getCurlError(int code) const {
   if (code == kTransportRefused) {
-    return STRING("Internal CURL Error : ") + (isValidUtf8(_errorBuffer)
-                                                   ? STRING(_errorBuffer)
+    return STRING("Internal CURL Error : ") + (isValidUtf8(_last.errorText)
+                                                   ? STRING(_last.errorText)
                                                    : "Multibyte to wide char conversion error ");
   }
   if (code >= 0 && static_cast<size_t>(code) < curl_errors.size()) {

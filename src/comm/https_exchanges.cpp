@@ -1,43 +1,16 @@
 #include <cstdio>
 #include <utility>
 
+#include "comm/handler_sources.h"
 #include "comm/https_handler.h"
-#include "comm/https_shared.h"
+#include "comm/server_connection.h"
 #include "comm/update_kinds.h"
-#include "config/agent_config.h"
-#include "config/prevention.h"
 #include "eventlog/event_log.h"
-#include "platform/paths.h"
-#include "platform/platform.h"
-#include "platform/system_info.h"
 
 namespace korvane {
 namespace {
 
-constexpr int kBuiltInPolicy = AgentConfig::kBuiltInPolicyState;
-constexpr uint64_t kMaxPolicyBytes = 256 * 1024 * 1024;
 constexpr char kAppDataSource[] = "HttpsHandler::sendApplicationData";
-
-// The settings of the IDS component, each log rule as one pair "idslogrules".
-void addIdsSettings(HttpsMessageGenerator& message) {
-  HidsInterface* ids = AgentConfig::getHIDSInterface();
-  if (!ids || !ids->present()) return;
-  PropertyList pairs = ids->settings();
-  for (const Property& rule : ids->logRules()) {
-    pairs.emplace_back("idslogrules", rule.first + "=" + rule.second);
-  }
-  message.addProperties(pairs);
-}
-
-void addIdsPolicy(HttpsMessageGenerator& message, const AgentConfig& config) {
-  const std::string path = config.getIDSPlusFileName().toUtf8();
-  std::string bytes;
-  if (path.empty() ||
-      platform::readWholeFile(platform::current().files, path, kMaxPolicyBytes, bytes) != 0) {
-    return;
-  }
-  message.addBinary(bytes.data(), bytes.size());
-}
 
 void append(PropertyList& to, const PropertyList& pairs) {
   to.insert(to.end(), pairs.begin(), pairs.end());
@@ -47,33 +20,18 @@ void append(PropertyList& to, const PropertyList& pairs) {
 
 int HttpsHandler::registerAgent(const char* data, long length) {
   eventlog::trace("HttpsHandler::registerAgent", "Sending Register Message");
-  const AgentConfig& config = *AgentConfig::getInstance();
-  HttpsMessageGenerator message;
-  message.addProperties(config.getAttributes());
-  message.addProperties(config.getConfiguration());
-  addIdsSettings(message);
+  const AgentDescription& agent = _connection.agent();
+  HttpsMessageGenerator message(agent.charset());
+  agent.addTo(message);
   if (data && length > 0) message.addBinary(data, static_cast<size_t>(length));
-  addIdsPolicy(message, config);
+  agent.addIdsPolicy(message);
   return exchange(REGISTER, message);
 }
 
 int HttpsHandler::testConnection(bool check) {
-  eventlog::trace(kSendSource, "Testing Connection");
-  int result = 0;
-  {
-    HttpsMessageGenerator message;
-    result = send(TEST_CONNECTION, message);
-  }
-  std::atomic<long>& lowest = shared().CURRENT_CURLOPT_SSLVERSION;
-  if (result != 0 && result != kCurlAbortedByCallback && lowest == Shared::kTls12) {
-    eventlog::event(EventId::transferFailed, kHandlerSource,
-                    {"SSL connection with TLS v1.2 failed. Retrying with TLS v1.x protocol",
-                     stageName(_failure.stage), _failure.cause});
-    lowest = Shared::kTls1;
-    HttpsMessageGenerator message;
-    result = send(TEST_CONNECTION, message);
-  }
-  return check ? checkRetStatus(result) : result;
+  forgetLast(TEST_CONNECTION);
+  _last = _connection.probe(_to);
+  return check ? checkRetStatus(_last.code) : _last.code;
 }
 
 int HttpsHandler::getUpdate(int kinds, bool withAttributes) {
@@ -87,9 +45,9 @@ int HttpsHandler::getUpdate(int kinds, const PropertyList& extra, bool withAttri
     eventlog::trace(kSendSource, kind.sending);
     pairs.emplace_back(kind.requestKey, "true");
   }
-  if (withAttributes) append(pairs, AgentConfig::getInstance()->getAttributes());
+  if (withAttributes) append(pairs, _connection.agent().attributes());
   append(pairs, extra);
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message(_connection.agent().charset());
   message.addProperties(pairs);
   _lastKinds = kinds & ~kContentKinds;
   return exchange(GET_UPDATE, message);
@@ -102,7 +60,7 @@ int HttpsHandler::getCompUpdate() {
   for (const UpdateKind& kind : kUpdateKinds) {
     if (kind.bit & kContentKinds) pairs.emplace_back(kind.requestKey, "true");
   }
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message(_connection.agent().charset());
   message.addProperties(pairs);
   _lastKinds = kContentKinds;
   int code = send(GET_UPDATE, message);
@@ -120,7 +78,7 @@ int HttpsHandler::setUpdateResult(int kind, PropertyList pairs) {
   eventlog::trace(kSendSource, "Sending Update Result Message, Type = %s", type);
   PropertyList all{{"result.type", type}};
   append(all, pairs);
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message(_connection.agent().charset());
   message.addProperties(all);
   _lastKinds = kind;
   return exchange(SET_UPDATE_RESULT, message);
@@ -147,30 +105,31 @@ int HttpsHandler::setUpdateResult(int kind, int code, const STRING& text,
 
 int HttpsHandler::log(PropertyList record) {
   eventlog::trace(kSendSource, "Sending Single Log Message");
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message(_connection.agent().charset());
   message.addProperties(record);
   return exchange(LOG_MESSAGE, message);
 }
 
 int HttpsHandler::log(std::vector<PropertyList> records) {
   eventlog::trace(kSendSource, "Sending Multiple Log Messages");
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message(_connection.agent().charset());
   for (const PropertyList& record : records) message.addProperties(record);
   return exchange(LOG_MESSAGE, message);
 }
 
 int HttpsHandler::log(const MessageBody& finishedBody, size_t) {
   eventlog::trace(kSendSource, "Sending Multiple Log Messages");
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message(_connection.agent().charset());
   message.setBody(finishedBody);
   return exchange(LOG_MESSAGE, message);
 }
 
 int HttpsHandler::sendFile(const STRING& path) {
-  HttpsMessageGenerator message;
-  const std::unique_ptr<MessageBody> body = message.buildBulkLogMessage(path);
+  HttpsMessageGenerator message(_connection.agent().charset());
+  const std::unique_ptr<MessageBody> body = message.buildBulkLogMessage(_connection.files(), path);
   if (!body) {
-    _errorBuffer = "the file " + path.toUtf8() + " cannot be read";
+    _last.failure = {};
+    _last.errorText = "the file " + path.toUtf8() + " cannot be read";
     return checkRetStatus(-1);
   }
   message.setBody(*body);
@@ -178,11 +137,11 @@ int HttpsHandler::sendFile(const STRING& path) {
 }
 
 int HttpsHandler::sendApplicationData(const char* data, bool moreData, long length) {
-  const STRING request = AgentConfig::getInstance()->getAppDataRequestID();
+  const STRING request = _connection.agent().applicationRequest();
   eventlog::trace(kAppDataSource, "Sending Application Data");
   eventlog::trace(kAppDataSource, "Sent Request ID: %s", request);
   eventlog::trace(kAppDataSource, moreData ? "More Data Available" : "No More Data Available");
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message(_connection.agent().charset());
   message.addProperties({{"result.type", "app.data"},
                          {"application.requestID", request},
                          {"application.request.complete", STRING::fromBool(!moreData)}});
@@ -191,7 +150,7 @@ int HttpsHandler::sendApplicationData(const char* data, bool moreData, long leng
   } else {
     eventlog::trace(kAppDataSource, "Sending no ADR data. Only properties.");
   }
-  if (AgentConfig::isAgentShuttingDown()) {
+  if (_connection.shuttingDown()) {
     eventlog::trace(kAppDataSource, "Agent Shutting Down. Stopping data transmission.");
     return -1;
   }
@@ -202,41 +161,20 @@ int HttpsHandler::sendApplicationData(const char* data, bool moreData, long leng
   return checkRetStatus(result);
 }
 
-PropertyList HttpsHandler::policyProperties() {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  const STRING applied = config.getPolicyID();
-  const STRING path = config.getPlusDBPath();
-  // Without an applied policy the driver has nothing but its built-in one; one that waits for its
-  // reboot has the recorded policy, and cannot say so yet.
-  const bool awaited = preventionAwaitsReboot(config) && !path.empty();
-  const bool builtIn = (applied.empty() && !awaited) ||
-                       config.getPolicyStateCode() == kBuiltInPolicy ||
-                       config.getPolicyErrorCode() == kBuiltInPolicy;
-  return {{"rid.applied", applied},
-          {"rid.group", config.getInitialGroup()},
-          {"policy.name", config.getPlusVersion()},
-          {"policy.path", builtIn ? STRING("builtin") : path}};
-}
-
 int HttpsHandler::sendAgentStatusMessage(bool) {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  const int code = config.getPolicyErrorCode();
-  const STRING text = config.getPolicyErrorStr();
-  eventlog::trace(kHandlerSource, "::sendAgentStatusMessage -- Status=%d %s", code, text);
-  platform::SystemInfo& system = platform::current().systemInfo;
-  PropertyList pairs = policyProperties();
-  append(pairs, {{"agent.timezone", system.timeZone()},
-                 {"agent.domain.name", system.domainName()},
-                 {"agent.osversion", config.getOS()}});
-  return setUpdateResult(POLICY_UPDATE, code, text, pairs);
+  const AgentDescription& agent = _connection.agent();
+  const AgentDescription::Outcome error = agent.policyError();
+  eventlog::trace(kHandlerSource, "::sendAgentStatusMessage -- Status=%d %s", error.code,
+                  error.text);
+  return setUpdateResult(POLICY_UPDATE, error.code, error.text, agent.policyAndMachine());
 }
 
 int HttpsHandler::sendPolicyStateMessage() {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  const int code = config.getPolicyStateCode();
-  const STRING text = config.getPolicyStateStr();
-  eventlog::trace(kHandlerSource, "::sendPolicyStateMessage -- Error:=%d %s", code, text);
-  return setUpdateResult(POLICY_UPDATE, code, text, policyProperties());
+  const AgentDescription& agent = _connection.agent();
+  const AgentDescription::Outcome state = agent.policyState();
+  eventlog::trace(kHandlerSource, "::sendPolicyStateMessage -- Error:=%d %s", state.code,
+                  state.text);
+  return setUpdateResult(POLICY_UPDATE, state.code, state.text, agent.policy());
 }
 
 }  // namespace korvane

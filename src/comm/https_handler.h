@@ -1,18 +1,17 @@
 // The agent's exchanges with its management server, one operation each.
 //
 // A handler is made for one exchange, or a few in a row, with one server, and used by one thread.
-// It keeps the answer of its last exchange for the readers. What all handlers share (the one
-// keep-alive connection, the lock that lets one transfer at a time on the wire, the last error, the
-// server's address, the fail-back clock) is one of the run and has its own locks, so any number of
-// threads may have handlers.
+// It keeps the result and the answer of its last exchange for the readers. All handlers of an agent
+// speak over its one connection (server_connection.h), which lets one transfer at a time on the
+// wire, so any number of threads may have handlers.
 //
 // Returns, unless stated otherwise: 0 success; -1 nothing was sent, or libcurl refused an option; a
 // positive libcurl code for a failed transfer (56 also for an answer that is malformed or cut off,
 // 42 when a stop ended it); a positive HTTP status above 200. Readers give -2 when the answer
 // carries an error and -1 when the wanted part is missing. Nothing throws but std::bad_alloc.
 //
-// Stop: once shutdownToken() is set, a transfer or look-up in progress ends at once and no
-// fail-over runs. The interval of the fail-back check is counted in seconds on the monotonic clock.
+// Stop: once the agent's stop token is set, a transfer or look-up in progress ends at once and no
+// fail-over runs.
 //
 //   HttpsHandler handler;  // for the current server
 //   if (handler.getUpdate(HttpsHandler::POLICY_UPDATE, false) == 0) {
@@ -23,13 +22,12 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "comm/failure_cause.h"
-#include "comm/https_message_generator.h"
+#include "comm/exchange.h"
 #include "comm/message_body.h"
 #include "comm/transport.h"
 #include "util/export.h"
@@ -39,6 +37,8 @@
 namespace korvane {
 
 enum class EventId : int;
+class HttpsMessageGenerator;
+class ServerConnection;
 
 class KORVANE_EXPORT HttpsHandler {
  public:
@@ -66,10 +66,13 @@ class KORVANE_EXPORT HttpsHandler {
   static const char* const URL[7];
   static const char PROTOCOL_VERSION[4];
 
+  // Over the connection of the run that the calling thread is in.
   // For the current server; without a server list, for the configured URL's host.
   HttpsHandler();
   // For the given host name or address; empty means the current server.
   explicit HttpsHandler(const STRING& server);
+  // The same over a given connection, which outlives the handler.
+  explicit HttpsHandler(ServerConnection& connection, const STRING& server = {});
   ~HttpsHandler();
   HttpsHandler(const HttpsHandler&) = delete;
   HttpsHandler& operator=(const HttpsHandler&) = delete;
@@ -148,6 +151,12 @@ class KORVANE_EXPORT HttpsHandler {
 
   // What a transfer's result comes to, with its event; the operations above have done it.
   [[nodiscard]] int checkRetStatus(int result);
+  // The last exchange's code, stage, cause and answer; the code of a checked one as it was
+  // returned, but for an HTTP error, which has minus the status.
+  const ExchangeResult& lastResult() const { return _last; }
+  // The server does not know the identity that the last message was sent with: the agent registers
+  // again, unless it has been given another one meanwhile.
+  void forgetIdentity();
 
   // Error texts
   STRING getCurlError(int code) const;
@@ -166,39 +175,19 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] static bool takeApplicationRequest(STRING& identifier);
   // The address of a host, dotted; empty when it cannot be resolved or a stop came first.
   static STRING getServerIP(const STRING& server);
-  // Where the agent's own addresses come from; false from it means that they are not available.
-  static void setLocalAddressSource(std::function<bool(std::vector<STRING>&)> source);
-  // The lowest TLS version that exchanges accept now, CURL_SSLVERSION_...
-  static long lowestTls();
   // Uses this transport in place of libcurl; null goes back to it. No exchange may be in progress.
   static void setTransport(std::unique_ptr<Transport> transport);
 
  private:
-  struct Shared;
-  struct Unannounced {};
-
-  // For the fail-back check: leaves the run's address of the server alone.
-  HttpsHandler(const STRING& server, Unannounced);
-
-  static Shared& shared();
   [[nodiscard]] int getUpdate(int kinds, const PropertyList& extra, bool withAttributes);
 
   // One message to the server and its answer; exchange() adds the status check.
   [[nodiscard]] int exchange(int type, HttpsMessageGenerator& generator);
   [[nodiscard]] int send(int type, HttpsMessageGenerator& generator);
-  void checkFailback();
-  void returnTo(const STRING& primary);
-  [[nodiscard]] int sendOver(Transport* transport, int type, HttpsMessageGenerator& generator);
-  [[nodiscard]] bool addGUID(int type, HttpsMessageGenerator& generator);
-  [[nodiscard]] int transfer(Transport& transport, int type, HttpsMessageGenerator& generator,
-                             std::string_view body);
-  [[nodiscard]] int judgeAnswer(int code, int type, HttpsMessageGenerator& generator,
-                                const TransportRequest& request, const TransportResult& result);
+  void forgetLast(int type);
   void noteFailure(EventId event, const STRING& text, int code);
   void noteSuccess();
   void noteApplicationRequest() const;
-
-  static PropertyList policyProperties();
 
   // True when the last exchange succeeded and its answer may be read.
   bool answered() const;
@@ -209,18 +198,11 @@ class KORVANE_EXPORT HttpsHandler {
   const ResponseParser::Binary* binaryOf(int kind) const;
   char* getPackage(int kind, int& status, int& size, PropertyList& properties);
 
-  STRING _server;
-  STRING _url;
-  STRING _certificateFile;
-  uint32_t _connectionTimeout = 0;  // seconds
-  int _lastResult = 0;              // libcurl's, or minus the HTTP status
-  std::string _errorBuffer;
-  long _httpStatus = 0;
-  FailureCause _failure;  // of the last transfer
-  STRING _guidUsed;
+  ServerConnection& _connection;
+  Destination _to;
+  ExchangeResult _last;
   int _lastType = -1;
   int _lastKinds = 0;
-  std::unique_ptr<ResponseParser> _response;
   std::list<std::string> _handedOut;
 };
 

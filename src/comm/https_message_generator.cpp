@@ -6,11 +6,9 @@
 #include <utility>
 
 #include "comm/https_handler.h"
-#include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -18,9 +16,10 @@ namespace {
 constexpr char kBulkSource[] = "HttpsMessageGenerator::buildBulkLogMessage";
 constexpr size_t kFramingBytes = 256;  // more than the framing of a bulk message takes, names aside
 
-std::unique_ptr<platform::File> openBulkFile(const std::string& path, uint64_t& size) {
+std::unique_ptr<platform::File> openBulkFile(platform::Files& files, const std::string& path,
+                                             uint64_t& size) {
   std::unique_ptr<platform::File> file;
-  if (int error = platform::current().files.open(path, platform::OpenMode::read, file)) {
+  if (int error = files.open(path, platform::OpenMode::read, file)) {
     eventlog::trace(kBulkSource, "Could not open file%s. Error Code :%d", path, error);
     return nullptr;
   }
@@ -43,10 +42,10 @@ void readInto(platform::File& file, char* to, size_t size) {
 
 }  // namespace
 
-HttpsMessageGenerator::HttpsMessageGenerator()
+HttpsMessageGenerator::HttpsMessageGenerator(const STRING& charset)
     : _headers{{"Korvane-Format-Version", HttpsHandler::PROTOCOL_VERSION},
                {"Content-Type", "application/x-korvane"},
-               {"Korvane-Charset", AgentConfig::getInstance()->getCharset()}},
+               {"Korvane-Charset", charset}},
       _response(std::make_unique<ResponseParser>()) {}
 
 void HttpsMessageGenerator::setGUID(const STRING& guid) {
@@ -89,11 +88,12 @@ void HttpsMessageGenerator::writeBody(StringBuffer& buffer) const {
   buffer.finish();
 }
 
-std::unique_ptr<MessageBody> HttpsMessageGenerator::buildBulkLogMessage(const STRING& path) {
+std::unique_ptr<MessageBody> HttpsMessageGenerator::buildBulkLogMessage(platform::Files& files,
+                                                                        const STRING& path) {
   _bulkLogSize = 0;
   const std::string fileName = path.toUtf8();
   uint64_t size = 0;
-  const std::unique_ptr<platform::File> file = openBulkFile(fileName, size);
+  const std::unique_ptr<platform::File> file = openBulkFile(files, fileName, size);
   if (!file) return nullptr;
   try {
     const std::string nameLine = "file.name=" + platform::fileNameOf(fileName) + "\n";
@@ -117,12 +117,12 @@ void HttpsMessageGenerator::resetResponse() {
   _response->reset();
 }
 
-bool HttpsMessageGenerator::finishResponse() {
-  return _response->finish(AgentConfig::getInstance()->isUnicode());
+bool HttpsMessageGenerator::finishResponse(bool unicode) {
+  return _response->finish(unicode);
 }
 
 std::unique_ptr<ResponseParser> HttpsMessageGenerator::takeResponse() {
-  return std::exchange(_response, std::make_unique<ResponseParser>());
+  return std::move(_response);
 }
 
 }  // namespace korvane

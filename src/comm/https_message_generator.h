@@ -4,7 +4,7 @@
 // takeResponse() hands it on. Used by one thread at a time. Nothing throws but std::bad_alloc;
 // buildBulkLogMessage() answers null, with a trace line that names the file.
 //
-//   HttpsMessageGenerator message;
+//   HttpsMessageGenerator message(settings.getCharset());
 //   message.addProperties({{"update.policy", "true"}});
 //   StringBuffer body;
 //   message.writeBody(body);
@@ -18,6 +18,7 @@
 #include "comm/message_body.h"
 #include "comm/response_parser.h"
 #include "comm/section.h"
+#include "platform/fwd.h"
 #include "util/property_list.h"
 
 namespace korvane {
@@ -25,7 +26,7 @@ namespace korvane {
 class HttpsMessageGenerator {
  public:
   // With the three fixed headers: "Korvane-Format-Version", "Content-Type" and "Korvane-Charset".
-  HttpsMessageGenerator();
+  explicit HttpsMessageGenerator(const STRING& charset);
   HttpsMessageGenerator(const HttpsMessageGenerator&) = delete;
   HttpsMessageGenerator& operator=(const HttpsMessageGenerator&) = delete;
 
@@ -53,7 +54,8 @@ class HttpsMessageGenerator {
 
   // The body that carries a file: its bytes as a binary section, then "file.name" as properties.
   // Null when the file cannot be read.
-  [[nodiscard]] std::unique_ptr<MessageBody> buildBulkLogMessage(const STRING& path);
+  [[nodiscard]] std::unique_ptr<MessageBody> buildBulkLogMessage(platform::Files& files,
+                                                                 const STRING& path);
   // Size in bytes of what buildBulkLogMessage() made last.
   size_t bulkLogSize() const { return _bulkLogSize; }
 
@@ -62,9 +64,9 @@ class HttpsMessageGenerator {
   void addResponseHeaderLine(std::string_view line) { _response->addHeaderLine(line); }
   void addResponseBodyLine(std::string_view piece) { _response->addBody(piece); }
   const ResponseParser& response() const { return *_response; }
-  // Reads the body; false when the answer is malformed.
-  [[nodiscard]] bool finishResponse();
-  // Hands the answer over; the message has an empty one afterwards.
+  // Reads the body; false when the answer is malformed. `unicode` is the agent's Unicode setting.
+  [[nodiscard]] bool finishResponse(bool unicode);
+  // Hands the answer over. The message is done then: it takes no other.
   [[nodiscard]] std::unique_ptr<ResponseParser> takeResponse();
 
  private:

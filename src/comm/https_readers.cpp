@@ -1,16 +1,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 
 #include "comm/https_handler.h"
-#include "comm/https_shared.h"
+#include "comm/server_connection.h"
 #include "comm/update_kinds.h"
-#include "config/agent_config.h"
 #include "config/setting_check.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -73,11 +70,11 @@ bool HttpsHandler::asked(int kind) const {
 }
 
 bool HttpsHandler::answered() const {
-  return _lastResult == 0 && _httpStatus <= kOkStatus;
+  return _last.code == 0 && _last.httpStatus <= kOkStatus;
 }
 
 STRING HttpsHandler::answerProperty(const STRING& name) const {
-  for (const PropertyList& list : _response->properties()) {
+  for (const PropertyList& list : _last.answer->properties()) {
     if (const STRING* value = findProperty(list, name)) return *value;
   }
   return {};
@@ -85,7 +82,7 @@ STRING HttpsHandler::answerProperty(const STRING& name) const {
 
 PropertyList HttpsHandler::answerGroup(bool (*belongs)(const STRING& name)) const {
   PropertyList group;
-  for (const PropertyList& list : _response->properties()) {
+  for (const PropertyList& list : _last.answer->properties()) {
     for (const Property& pair : list) {
       if (belongs(pair.first)) group.push_back(pair);
     }
@@ -95,7 +92,7 @@ PropertyList HttpsHandler::answerGroup(bool (*belongs)(const STRING& name)) cons
 
 int HttpsHandler::readGroup(bool (*belongs)(const STRING& name), PropertyList& out) const {
   out = answerGroup(belongs);
-  if (_response->errorCode() != 0) return kAnswerError;
+  if (_last.answer->errorCode() != 0) return kAnswerError;
   return answered() ? 0 : kMissing;
 }
 
@@ -113,7 +110,7 @@ const ResponseParser::Binary* HttpsHandler::binaryOf(int wanted) const {
     if (!(kind.bit & kinds)) continue;
     if (announced && answerProperty(kind.requestKey) != STRING("true")) continue;
     if (kind.bit == wanted) {
-      return index < _response->binaries().size() ? &_response->binaries()[index] : nullptr;
+      return index < _last.answer->binaries().size() ? &_last.answer->binaries()[index] : nullptr;
     }
     ++index;
   }
@@ -123,7 +120,7 @@ const ResponseParser::Binary* HttpsHandler::binaryOf(int wanted) const {
 char* HttpsHandler::getPackage(int kind, int& status, int& size, PropertyList& properties) {
   status = kAnswerError;
   size = 0;
-  if (_response->errorCode() != 0) return nullptr;
+  if (_last.answer->errorCode() != 0) return nullptr;
   status = kMissing;
   if (!asked(kind) || !answered()) return nullptr;
   status = 0;
@@ -155,7 +152,7 @@ char* HttpsHandler::getSoftware(int& status, int& size, PropertyList& properties
 int HttpsHandler::GetGeneralProperties(PropertyList& out, PropertyList& identity) {
   out.clear();
   identity.clear();
-  if (_response->errorCode() != 0) return kAnswerError;
+  if (_last.answer->errorCode() != 0) return kAnswerError;
   if (!asked(CONFIG_UPDATE | CONFIG_UPDATE_HIDS) || !answered()) return kMissing;
   if (answerProperty("update.configuration") != STRING("true")) {
     eventlog::trace(kConfigurationSource, "No Configuration change received");
@@ -163,8 +160,9 @@ int HttpsHandler::GetGeneralProperties(PropertyList& out, PropertyList& identity
   }
   out = answerGroup(&isSetting);
   identity = answerGroup(&isIdentity);
-  tracePair("Mod Time %s %s", EventId::configurationWithoutTime, identity, kModTime, _server);
-  tracePair("Applied RID %s %s", EventId::configurationWithoutId, identity, kAppliedRid, _server);
+  tracePair("Mod Time %s %s", EventId::configurationWithoutTime, identity, kModTime, _to.server);
+  tracePair("Applied RID %s %s", EventId::configurationWithoutId, identity, kAppliedRid,
+            _to.server);
   return 0;
 }
 
@@ -189,21 +187,21 @@ int HttpsHandler::GetPollingProperties(PropertyList& out) {
 }
 
 int HttpsHandler::getGUID(STRING& guid) {
-  if (_response->errorCode() != 0) return kAnswerError;
-  if (!answered() || _response->properties().empty()) return kMissing;
-  const STRING assigned = propertyValue(_response->properties().front(), "agent.id");
+  if (_last.answer->errorCode() != 0) return kAnswerError;
+  if (!answered() || _last.answer->properties().empty()) return kMissing;
+  const STRING assigned = propertyValue(_last.answer->properties().front(), "agent.id");
   if (assigned.empty()) return kMissing;
   guid = assigned;
   return 0;
 }
 
 int HttpsHandler::getPiggyBackedUpdate(PropertyList& out) {
-  if (_response->errorCode() != 0) return kAnswerError;
+  if (_last.answer->errorCode() != 0) return kAnswerError;
   const bool hasKinds = _lastType == GET_UPDATE || _lastType == SET_UPDATE_RESULT;
   PropertyList own;
   for (const UpdateKind& kind : kUpdateKinds)
     if (hasKinds && (_lastKinds & kind.bit)) own.emplace_back(kind.requestKey, "true");
-  for (const PropertyList& section : _response->properties()) {
+  for (const PropertyList& section : _last.answer->properties()) {
     if (std::none_of(own.begin(), own.end(), [&section](const Property& notice) {
           return propertyIsTrue(section, notice.first);
         }))
@@ -222,19 +220,12 @@ void HttpsHandler::noteApplicationRequest() const {
   if (!answersReport || answerProperty("send.application.request") != STRING("true")) return;
   const STRING identifier = answerProperty("send.application.requestID");
   if (identifier.empty()) return;
-  Synchronized hold(shared().requestLock);
-  shared().applicationRequest = identifier;
-}
-
-bool HttpsHandler::takeApplicationRequest(STRING& identifier) {
-  Synchronized hold(shared().requestLock);
-  identifier = std::exchange(shared().applicationRequest, STRING());
-  return !identifier.empty();
+  _connection.offerApplicationRequest(identifier);
 }
 
 int HttpsHandler::getBinaryData(STRING name, std::string*& out) {
   out = nullptr;
-  if (_response->errorCode() != 0) return kAnswerError;
+  if (_last.answer->errorCode() != 0) return kAnswerError;
   const ResponseParser::Binary* part = answered() ? binaryOf(getUpdateAsINT(name)) : nullptr;
   if (!part) {
     eventlog::trace(kBinarySource, "No Freshline data from Server");
@@ -251,14 +242,14 @@ int HttpsHandler::getBinaryData(STRING name, std::string*& out) {
 }
 
 int HttpsHandler::getKorvaneError(STRING& text) {
-  const int code = _response->errorCode();
+  const int code = _last.answer->errorCode();
   if (code == 0) return 0;
-  text = asOneField(_response->errorText().value_or(ResponseParser::kNoErrorText));
+  text = asOneField(_last.answer->errorText().value_or(ResponseParser::kNoErrorText));
   return code;
 }
 
 void HttpsHandler::readMinus(std::string& out) {
-  platform::Files& files = platform::current().files;
+  platform::Files& files = _connection.files();
   std::string bytes;
   const std::string path = platform::joinPath(files, {".", "Korvane-uni.zip"});
   if (platform::readWholeFile(files, path, kMaxDiagnosticBytes, bytes) != 0 || bytes.empty())

@@ -2,7 +2,6 @@
 
 #include "comm/https_handler.h"
 #include "comm/server_codes.h"
-#include "config/agent_config.h"
 #include "eventlog/event_log.h"
 
 namespace korvane {
@@ -17,7 +16,7 @@ bool reportTaken(HttpsHandler& handler, int result) {
   STRING text;
   const int code = handler.getKorvaneError(text);
   if (code == 0 || code == kServerComeBackLater) return true;
-  if (code == kServerUnknownAgent) AgentConfig::getInstance()->clearUniqueId(handler.getGUIDUsed());
+  if (code == kServerUnknownAgent) handler.forgetIdentity();
   eventlog::event(EventId::serverError, kSource, {text});
   return false;
 }

@@ -31,4 +31,9 @@ STRING withHost(const STRING& url, const STRING& host) {
   return url.substr(0, old.begin) + host + url.substr(old.end);
 }
 
+STRING serverInUse(const ServerSettings& settings) {
+  const STRING current = settings.getServerCurrent();
+  return current.empty() ? hostOfUrl(settings.getURL()) : current;
+}
+
 }  // namespace korvane

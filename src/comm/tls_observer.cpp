@@ -7,7 +7,6 @@
 #include <new>
 
 #include "platform/clock.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -65,12 +64,13 @@ void TlsObserver::begin(bool bytesTaken) {
 
 CURLcode TlsObserver::watchContext(CURL*, void* context, void* observer) {
   auto* const tls = static_cast<SSL_CTX*>(context);
-  static_cast<TlsObserver*>(observer)->_seen.begunMs = platform::current().clock.monotonicMs();
+  auto& watching = *static_cast<TlsObserver*>(observer);
+  watching._seen.begunMs = watching._clock.monotonicMs();
   if (SSL_CTX_set_ex_data(tls, contextIndex(), observer) != 1) return CURLE_OUT_OF_MEMORY;
   SSL_CTX_set_info_callback(tls, &onInfo);
   SSL_CTX_set_verify(tls, SSL_CTX_get_verify_mode(tls), &onVerify);
   SSL_CTX_set_client_cert_cb(tls, &onCertificateAsked);
-  if (!static_cast<TlsObserver*>(observer)->_bytesTaken) {
+  if (!watching._bytesTaken) {
     SSL_CTX_set_msg_callback(tls, &onMessage);
     SSL_CTX_set_msg_callback_arg(tls, observer);
   }

@@ -16,11 +16,14 @@
 #include <openssl/ssl.h>
 
 #include "comm/transfer_trail.h"
+#include "platform/fwd.h"
 
 namespace korvane {
 
 class TlsObserver {
  public:
+  explicit TlsObserver(platform::Clock& clock) : _clock(clock) {}
+
   // Forgets what was seen. `bytesTaken`: libcurl's own trace takes OpenSSL's message
   // callback, so first bytes cannot be seen.
   void begin(bool bytesTaken);
@@ -37,6 +40,7 @@ class TlsObserver {
   static void onMessage(int sent, int version, int type, const void* bytes, size_t size, SSL* ssl,
                         void* observer);
 
+  platform::Clock& _clock;
   TlsTrail _seen;
   bool _bytesTaken = false;
 };

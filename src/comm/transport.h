@@ -3,7 +3,7 @@
 //
 // Lifetime: request, sink and result belong to the caller and outlive perform(). Threads: one
 // perform() at a time (its caller serialises); what ends it early from another thread is the
-// shutdown token. Errors: perform() returns 0 when an answer was received, whatever its status; a
+// stop token. Errors: perform() returns 0 when an answer was received, whatever its status; a
 // positive libcurl code (CURLcode, curl.h) when the transfer failed; -1 when it could not be set
 // up, with a text in the result.
 //

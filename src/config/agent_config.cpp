@@ -4,20 +4,21 @@
 #include <memory>
 #include <utility>
 
-#include "config/agent_config_state.h"
+#include "config/agent_settings.h"
 #include "config/install_root.h"
-#include "eventlog/event_log.h"
+#include "config/settings.h"
 #include "platform/platform.h"
 #include "util/agent_run.h"
-#include "util/ignore_result.h"
 
 namespace korvane {
-namespace {
 
-// How many groups the calling thread is in.
-thread_local int groupDepth = 0;
-
-}  // namespace
+// The words of the sections are the ones that stand in the header.
+static_assert(AgentConfig::kBuiltInPolicyState == PolicySettings::kBuiltInPolicyState);
+static_assert(AgentConfig::RUNNING_AGENT == SettingsFile::RUNNING_AGENT);
+static_assert(AgentConfig::RUNNING_CONFIG_TOOL == SettingsFile::RUNNING_CONFIG_TOOL);
+static_assert(AgentConfig::SETTINGS_RELOADED == int{SettingsStore::reloaded});
+static_assert(AgentConfig::SETTINGS_FROM_SERVER == int{SettingsStore::fromServer});
+static_assert(AgentConfig::SETTINGS_CHANGED == int{SettingsStore::anyChange});
 
 // What the static operations share in one run.
 struct AgentConfig::Shared {
@@ -33,14 +34,20 @@ AgentConfig::Shared& AgentConfig::shared() {
 }
 
 AgentConfig::ChangeGroup::ChangeGroup(AgentConfig& config) : _config(config) {
-  ++groupDepth;
+  SettingsStore::beginChanges();
 }
 
 AgentConfig::ChangeGroup::~ChangeGroup() {
-  if (--groupDepth == 0) _config._state->finishChanges();
+  _config._settings->store.endChanges();
 }
 
-AgentConfig::AgentConfig() : _state(new AgentConfigState(*this, installDirectory())) {}
+AgentConfig::AgentConfig() {
+  platform::Platform& system = platform::current();
+  _settings = std::make_unique<AgentSettings>(AgentSettings::Surroundings{
+      {system.files, system.clock, system.sharedLibraries, installDirectory(), this},
+      system.registry,
+      system.systemInfo});
+}
 AgentConfig::~AgentConfig() = default;
 
 AgentConfig* AgentConfig::getInstance() {
@@ -53,16 +60,7 @@ AgentConfig* AgentConfig::getInstance() {
     config = of.instance.get();
   }
   // Not under the lock, since another process may hold the lock file for seconds.
-  const ChangeGroup group(*config);
-  try {
-    // Without the file the settings stay as they are; the failure has been told.
-    ignoreResult(config->loadIniFile());
-  } catch (...) {
-    // The object is there for others already; the next load of it reads the files.
-    config->_state->beginWriting();
-    throw;
-  }
-  config->_state->beginWriting();
+  config->_settings->open();
   return config;
 }
 
@@ -74,77 +72,12 @@ void AgentConfig::freeInstance() {
 }
 
 bool AgentConfig::readConfigFile() {
-  AgentConfigState& state = *getInstance()->_state;
-  const Synchronized hold(state.lock);
-  return state.lastLoadGood;
+  return getInstance()->_settings->file.readConfigFile();
 }
 
-bool AgentConfig::loadIniFile() {
-  bool changed = false;
-  return loadIniFile(changed);
-}
-
-bool AgentConfig::loadIniFile(bool& changed) {
-  const ChangeGroup group(*this);
-  return _state->load("AgentConfig::loadIniFile", changed);
-}
-
-bool AgentConfig::updateIniFile(bool lockHeld, bool force, const STRING& path) {
-  constexpr char kTag[] = "AgentConfig::updateIniFile";
-  if (!path.empty()) return _state->saveTo(kTag, path.toUtf8());
-  const ChangeGroup group(*this);
-  if (!lockHeld) return _state->save(kTag, force);
-  const Synchronized holdFiles(_state->fileLock);
-  return _state->files.usable() && _state->saveHoldingLockFile(kTag, force);
-}
-
-bool AgentConfig::updateIniFile() {
-  return updateIniFile(nullptr, nullptr, STRING());
-}
-
-bool AgentConfig::updateIniFile(const char* section, const char* key, const STRING& value) {
-  const ChangeGroup group(*this);
-  const bool hasKey = section && *section && key && *key;
-  if (hasKey && !setValue(key, value)) return false;
-  return _state->save("AgentConfig::updateIniFile", false);
-}
-
-bool AgentConfig::UpdateAllIni() {
-  const ChangeGroup group(*this);
-  return _state->saveBoth("AgentConfig::UpdateAllIni");
-}
-
-STRING AgentConfig::exportConfigData() const {
-  const Synchronized hold(_state->lock);
-  return _state->exportText();
-}
-
-bool AgentConfig::setValue(const STRING& key, const STRING& value) {
-  const ChangeGroup group(*this);
-  const Synchronized hold(_state->lock);
-  return _state->assignByName(key, value);
-}
-
-AgentConfig::ChangeAll AgentConfig::changeAll(const PropertyList& changes, STRING& refusedKey) {
-  const ChangeGroup group(*this);
-  return _state->changeAll(changes, refusedKey);
-}
-
-STRING AgentConfig::getValue(const STRING& key) const {
-  if (const SettingRow* row = findRow(key)) return _state->text(row->key);
-  const Synchronized hold(_state->lock);
-  const STRING* text = _state->settings.other(key);
-  return text ? *text : STRING();
-}
-
-bool AgentConfig::hasValue(const STRING& key) const {
-  const Synchronized hold(_state->lock);
-  return findRow(key) || _state->settings.other(key);
-}
-
-void AgentConfig::registerSubscriber(int id, std::function<void(void*)> callback) {
-  const Synchronized hold(_state->lock);
-  _state->subscribers.emplace_back(id, std::move(callback));
+Settings settingsOf(AgentConfig& config) {
+  AgentSettings& of = *config._settings;
+  return {of.server, of.policy, of.logs, of.updates, of.machine, of.file};
 }
 
 void AgentConfig::setAgentShuttingdown(bool shuttingDown) {

@@ -4,8 +4,8 @@
 // Lifetime: one object per run of the agent. getInstance() makes it and reads the files the
 // first time; freeInstance() ends it, and a later getInstance() starts over. Pointers from
 // before are dead then.
-// Threads: any thread may call anything. Every call takes the store's lock for its duration; no
-// call holds it while it waits for the lock file, writes a file or calls a subscriber.
+// Threads: any thread may call anything. Every call takes a lock for its duration; no call holds
+// one while it waits for the lock file, writes a file or calls a subscriber.
 // Writing: a setter that changes a stored value has written agent.ini when it returns; several of
 // them in the scope of a ChangeGroup are one write when the outermost group of the thread ends. A
 // change that another process made to the file in between is taken over, not overwritten. A write
@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "config/change_all.h"
 #include "config/hids_interface.h"
 #include "config/log_type.h"
 #include "util/export.h"
@@ -33,8 +34,9 @@
 
 namespace korvane {
 
-struct AgentConfigState;
+struct AgentSettings;
 struct RefusedSetting;
+struct Settings;
 
 class KORVANE_EXPORT AgentConfig {
  public:
@@ -86,7 +88,7 @@ class KORVANE_EXPORT AgentConfig {
   // Several known keys as one change, in force and written when it returns: all of them, or none.
   // refused: `refusedKey` is not known or its value not of its type. locked: another process has
   // held the lock file for a second. notWritten: the file cannot be replaced.
-  enum class ChangeAll { done, refused, locked, notWritten };
+  using ChangeAll = korvane::ChangeAll;
   ChangeAll changeAll(const PropertyList& changes, STRING& refusedKey);
   STRING getValue(const STRING& key) const;  // empty when unknown
   bool hasValue(const STRING& key) const;
@@ -407,11 +409,12 @@ class KORVANE_EXPORT AgentConfig {
  private:
   struct Shared;
   friend struct std::default_delete<AgentConfig>;
+  friend Settings settingsOf(AgentConfig& config);
 
   static Shared& shared();
   AgentConfig();
   ~AgentConfig();
-  std::unique_ptr<AgentConfigState> _state;
+  std::unique_ptr<AgentSettings> _settings;
 };
 
 }  // namespace korvane

@@ -29,10 +29,11 @@ STRING errorText(const std::string& detail) {
 // Loads the providers that FIPS mode needs and proves that they give an algorithm. The
 // default provider is loaded by name first: otherwise loading another one would take away
 // its automatic activation.
-bool fipsProviderWorks(std::string& detail) {
+bool fipsProviderWorks(platform::Files& files, platform::SharedLibraries& libraries,
+                       std::string& detail) {
   static OSSL_PROVIDER* const fallback = OSSL_PROVIDER_load(nullptr, "default");
   if (!fallback) return false;
-  if (!loadFipsModule(detail)) return false;
+  if (!loadFipsModule(files, libraries, detail)) return false;
   static OSSL_PROVIDER* const base = OSSL_PROVIDER_try_load(nullptr, "base", 1);
   if (!base) return false;
   const std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)> digest(
@@ -46,10 +47,11 @@ bool fipsModeOn() {
   return EVP_default_properties_is_fips_enabled(nullptr) == 1;
 }
 
-bool switchFipsMode(bool on, STRING& error) {
+bool switchFipsMode(bool on, platform::Files& files, platform::SharedLibraries& libraries,
+                    STRING& error) {
   ERR_clear_error();
   std::string detail;
-  if ((!on || fipsProviderWorks(detail)) &&
+  if ((!on || fipsProviderWorks(files, libraries, detail)) &&
       EVP_default_properties_enable_fips(nullptr, on ? 1 : 0) == 1) {
     return true;
   }

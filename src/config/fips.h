@@ -7,6 +7,7 @@
 // meant for one caller at a time.
 #pragma once
 
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -15,6 +16,7 @@ namespace korvane {
 bool fipsModeOn();
 // Switches; false, with the library's last error text and the file at fault, when it
 // cannot. Nothing has changed then.
-[[nodiscard]] bool switchFipsMode(bool on, STRING& error);
+[[nodiscard]] bool switchFipsMode(bool on, platform::Files& files,
+                                  platform::SharedLibraries& libraries, STRING& error);
 
 }  // namespace korvane

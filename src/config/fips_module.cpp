@@ -17,7 +17,6 @@
 #include "config/install_root.h"
 #include "platform/error_codes.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "platform/shared_library.h"
 #include "util/process_mutex.h"
 
@@ -29,7 +28,7 @@ constexpr char kSettingsFile[] = "fipsmodule.cnf";
 constexpr char kSettingsSection[] = "fips_sect";
 constexpr uint64_t kMaxSettingsBytes = 64 * 1024;
 
-using Settings = std::map<std::string, std::string>;
+using ModuleSettings = std::map<std::string, std::string>;
 
 // The cryptographic library, and so its module, is the process's.
 ProcessMutex moduleLock;
@@ -39,7 +38,7 @@ ProcessMutex moduleLock;
 struct Module {
   std::unique_ptr<platform::SharedLibrary> library;
   OSSL_provider_init_fn* init = nullptr;
-  Settings settings;
+  ModuleSettings settings;
   OSSL_PROVIDER* provider = nullptr;
 };
 // Never destroyed: the cryptographic library's own end, later than that of any object here,
@@ -73,10 +72,9 @@ int startModule(const OSSL_CORE_HANDLE* handle, const OSSL_DISPATCH* given,
   return module().init(handle, functions.data(), out, context);
 }
 
-bool readSettings(const std::string& path, Settings& settings) {
+bool readSettings(platform::Files& files, const std::string& path, ModuleSettings& settings) {
   std::string text;
-  if (platform::readWholeFile(platform::current().files, path, kMaxSettingsBytes, text) != 0)
-    return false;
+  if (platform::readWholeFile(files, path, kMaxSettingsBytes, text) != 0) return false;
   const std::unique_ptr<BIO, decltype(&BIO_free)> bytes(
       BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), &BIO_free);
   const std::unique_ptr<CONF, decltype(&NCONF_free)> read(NCONF_new(nullptr), &NCONF_free);
@@ -89,9 +87,9 @@ bool readSettings(const std::string& path, Settings& settings) {
   return settings.contains(OSSL_PROV_FIPS_PARAM_MODULE_MAC);
 }
 
-bool openLibrary(const std::string& path, std::string& error) {
-  if (platform::current().sharedLibraries.load(path, module().library, error) != platform::kOk)
-    return false;
+bool openLibrary(platform::SharedLibraries& libraries, const std::string& path,
+                 std::string& error) {
+  if (libraries.load(path, module().library, error) != platform::kOk) return false;
   module().init =
       reinterpret_cast<OSSL_provider_init_fn*>(module().library->symbol("OSSL_provider_init"));
   if (!module().init) error = path + ": not a module of OpenSSL";
@@ -105,18 +103,16 @@ bool startProvider() {
   return module().provider != nullptr;
 }
 
-bool load(std::string& error) {
-  platform::Platform& system = platform::current();
+bool load(platform::Files& files, platform::SharedLibraries& libraries, std::string& error) {
   const std::string root = installRoot();
-  const std::string path =
-      platform::joinPath(system.files, {root, system.sharedLibraries.fileName(kProvider)});
-  const std::string settingsPath = platform::joinPath(system.files, {root, kSettingsFile});
+  const std::string path = platform::joinPath(files, {root, libraries.fileName(kProvider)});
+  const std::string settingsPath = platform::joinPath(files, {root, kSettingsFile});
   module().settings = {{OSSL_PROV_PARAM_CORE_MODULE_FILENAME, path}};
-  if (!readSettings(settingsPath, module().settings)) {
+  if (!readSettings(files, settingsPath, module().settings)) {
     error = settingsPath + ": missing, or without a module-mac";
     return false;
   }
-  if (!openLibrary(path, error)) return false;
+  if (!openLibrary(libraries, path, error)) return false;
   if (startProvider()) return true;
   error = path + ": its check of itself failed";
   return false;
@@ -124,9 +120,10 @@ bool load(std::string& error) {
 
 }  // namespace
 
-bool loadFipsModule(std::string& error) {
+bool loadFipsModule(platform::Files& files, platform::SharedLibraries& libraries,
+                    std::string& error) {
   const ProcessLock hold(moduleLock);
-  if (module().provider || load(error)) return true;
+  if (module().provider || load(files, libraries, error)) return true;
   module().library.reset();
   if (ERR_peek_last_error() == 0) {
     ERR_new();

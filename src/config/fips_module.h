@@ -13,10 +13,13 @@
 
 #include <string>
 
+#include "platform/fwd.h"
+
 namespace korvane {
 
 // True when the provider "fips" is there. Else `error` names the file and what is wrong with it;
 // what the cryptographic library has to say about it is in its error queue.
-[[nodiscard]] bool loadFipsModule(std::string& error);
+[[nodiscard]] bool loadFipsModule(platform::Files& files, platform::SharedLibraries& libraries,
+                                  std::string& error);
 
 }  // namespace korvane

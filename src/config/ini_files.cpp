@@ -9,7 +9,6 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "util/dates.h"
 #include "util/ignore_result.h"
 
@@ -21,14 +20,10 @@ constexpr int kLateLockAttempts = 5;
 constexpr uint32_t kLateLockPauseMs = 20;
 constexpr size_t kDamagedCopies = 8;
 
-platform::Files& files() {
-  return platform::current().files;
-}
-
 // The first bytes of a file, as many as an ini file may have.
-std::string readStart(const std::string& path) {
+std::string readStart(platform::Files& files, const std::string& path) {
   std::unique_ptr<platform::File> file;
-  if (files().open(path, platform::OpenMode::read, file) != 0) return {};
+  if (files.open(path, platform::OpenMode::read, file) != 0) return {};
   std::string bytes(kMaxIniBytes, '\0');
   size_t got = 0;
   if (file->read(bytes.data(), bytes.size(), got) != 0) got = 0;
@@ -36,9 +31,10 @@ std::string readStart(const std::string& path) {
   return bytes;
 }
 
-void removeOldCopies(const std::string& directory, const std::string& prefix) {
+void removeOldCopies(platform::Files& files, const std::string& directory,
+                     const std::string& prefix) {
   std::vector<platform::DirectoryEntry> entries;
-  if (files().list(directory, entries) != 0) return;
+  if (files.list(directory, entries) != 0) return;
   std::vector<std::string> copies;
   for (const platform::DirectoryEntry& entry : entries) {
     if (entry.name.starts_with(prefix)) copies.push_back(entry.name);
@@ -46,7 +42,7 @@ void removeOldCopies(const std::string& directory, const std::string& prefix) {
   std::sort(copies.begin(), copies.end());
   for (size_t i = 0; i + kDamagedCopies < copies.size(); ++i) {
     // What cannot be removed now goes with the next damaged file.
-    ignoreResult(files().remove(platform::joinPath(files(), {directory, copies[i]})));
+    ignoreResult(files.remove(platform::joinPath(files, {directory, copies[i]})));
   }
 }
 
@@ -71,11 +67,11 @@ const char* describe(IniFault fault) {
 }
 
 std::string IniFiles::path(std::string_view name) const {
-  return platform::joinPath(files(), {_directory, name});
+  return platform::joinPath(_files, {_directory, name});
 }
 
-std::string_view IniFiles::lineEnd() {
-  return files().separator() == '\\' ? "\r\n" : "\n";
+std::string_view IniFiles::lineEnd() const {
+  return _files.separator() == '\\' ? "\r\n" : "\n";
 }
 
 std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, int& error,
@@ -86,9 +82,9 @@ std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, int& er
   StopToken never;
   int pausesWhileStopping = 0;
   for (int attempt = 1;; ++attempt) {
-    error = files().lock(lockFile(), held);
-    if (error == ENOENT && files().makeDirectories(_directory) == 0) {
-      error = files().lock(lockFile(), held);
+    error = _files.lock(lockFile(), held);
+    if (error == ENOENT && _files.makeDirectories(_directory) == 0) {
+      error = _files.lock(lockFile(), held);
     }
     if (error == 0) return held;
     const bool stopping = shutdownToken().requested();
@@ -104,18 +100,18 @@ std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, int& er
   return nullptr;
 }
 
-FileStamp IniFiles::stampOf(const std::string& path) {
+FileStamp IniFiles::stampOf(const std::string& path) const {
   platform::FileInfo info;
-  if (files().info(path, info) != 0 || info.isDirectory) return {};
+  if (_files.info(path, info) != 0 || info.isDirectory) return {};
   return {info.size, info.modifiedNs, info.identity, true};
 }
 
 IniFault IniFiles::readIniFileInMem(FileMemory& memory, const std::string& path, IniText& out,
-                                    bool mayLackChecksum) {
+                                    bool mayLackChecksum) const {
   memory = {stampOf(path), {}};
   if (!memory.stamp.exists) return IniFault::missing;
   std::string bytes;
-  const int error = platform::readWholeFile(files(), path, kMaxIniBytes, bytes);
+  const int error = platform::readWholeFile(_files, path, kMaxIniBytes, bytes);
   if (error == EFBIG) return IniFault::tooLarge;
   if (error != 0) {
     memory = {};  // so that the next look tries again
@@ -127,8 +123,8 @@ IniFault IniFiles::readIniFileInMem(FileMemory& memory, const std::string& path,
 }
 
 bool IniFiles::write(std::string_view tag, const std::string& path, const std::string& text,
-                     FileMemory& memory) {
-  const int error = platform::writeFileAtomically(files(), path, text);
+                     FileMemory& memory) const {
+  const int error = platform::writeFileAtomically(_files, path, text);
   if (error != 0) {
     memory = {};
     eventlog::trace(tag, "Could not write %s: error %d", path, error);
@@ -138,17 +134,17 @@ bool IniFiles::write(std::string_view tag, const std::string& path, const std::s
   return true;
 }
 
-void IniFiles::keepAside(std::string_view tag, const std::string& path, IniFault fault) {
+void IniFiles::keepAside(std::string_view tag, const std::string& path, IniFault fault) const {
   const std::string directory = platform::directoryOf(path);
   const std::string prefix = platform::fileNameOf(path) + ".damaged-";
   const STRING pattern(prefix + "%M-%S-%T");
-  const std::string name = expandDatePattern(pattern, platform::current().clock.wallMs()).toUtf8();
-  const std::string copy = platform::joinPath(files(), {directory, name});
-  const int error = platform::writeFileAtomically(files(), copy, readStart(path));
+  const std::string name = expandDatePattern(pattern, _clock.wallMs()).toUtf8();
+  const std::string copy = platform::joinPath(_files, {directory, name});
+  const int error = platform::writeFileAtomically(_files, copy, readStart(_files, path));
   eventlog::trace(tag, "Damaged %s is kept as %s: error %d", path, copy, error);
   const std::string kept = error == 0 ? copy : "none, error " + std::to_string(error);
   eventlog::event(EventId::settingsFileDamaged, tag, {path, describe(fault), kept});
-  removeOldCopies(directory, prefix);
+  removeOldCopies(_files, directory, prefix);
 }
 
 }  // namespace korvane

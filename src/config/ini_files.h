@@ -38,14 +38,15 @@ const char* describe(IniFault fault);
 class IniFiles {
  public:
   // `directory` empty: there are no files, nothing is read and every write fails.
-  explicit IniFiles(std::string directory) : _directory(std::move(directory)) {}
+  IniFiles(platform::Files& files, platform::Clock& clock, std::string directory)
+      : _files(files), _clock(clock), _directory(std::move(directory)) {}
 
   bool usable() const { return !_directory.empty(); }
   std::string agentIni() const { return path("agent.ini"); }
   std::string fallbackIni() const { return path("fallback.ini"); }
   std::string lockFile() const { return path("lockFile"); }
   // CR LF where the separator is a backslash, LF elsewhere.
-  static std::string_view lineEnd();
+  std::string_view lineEnd() const;
 
   // Waits for the lock file: ten attempts, that many milliseconds apart. Once the process is
   // being stopped it only tries for a tenth of a second. Null, with the last attempt's
@@ -53,20 +54,22 @@ class IniFiles {
   std::unique_ptr<platform::FileLock> lock(std::string_view tag, int& error,
                                            uint32_t pauseMs = 1000) const;
 
-  static FileStamp stampOf(const std::string& path);
+  FileStamp stampOf(const std::string& path) const;
   // Reads a file; `memory` becomes what was seen, also for a damaged file.
-  [[nodiscard]] static IniFault readIniFileInMem(FileMemory& memory, const std::string& path,
-                                                 IniText& out, bool mayLackChecksum);
+  [[nodiscard]] IniFault readIniFileInMem(FileMemory& memory, const std::string& path, IniText& out,
+                                          bool mayLackChecksum) const;
   // Replaces a file and notes what it holds now in `memory`.
-  [[nodiscard]] static bool write(std::string_view tag, const std::string& path,
-                                  const std::string& text, FileMemory& memory);
+  [[nodiscard]] bool write(std::string_view tag, const std::string& path, const std::string& text,
+                           FileMemory& memory) const;
   // Copies a damaged file to "<name>.damaged-<date>" beside it; the newest eight copies are kept.
   // Event 10520 tells what is wrong with it.
-  static void keepAside(std::string_view tag, const std::string& path, IniFault fault);
+  void keepAside(std::string_view tag, const std::string& path, IniFault fault) const;
 
  private:
   std::string path(std::string_view name) const;
 
+  platform::Files& _files;
+  platform::Clock& _clock;
   std::string _directory;
 };
 

@@ -49,6 +49,10 @@ std::string installRoot() {
 std::string installDirectory() {
   return below("IPS");
 }
+std::string installedFile(const std::string& name) {
+  const std::string base = installDirectory();
+  return base.empty() ? base : platform::joinPath(platform::current().files, {base, name});
+}
 std::string idsDirectory() {
   return below("IDS");
 }

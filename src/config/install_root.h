@@ -16,6 +16,8 @@ inline constexpr char kAgentRegistryKey[] = "SOFTWARE\\Dalvora\\Intrusion Securi
 std::string installRoot();
 // installRoot()/IPS: the agent's own files. Empty when there is no root.
 std::string installDirectory();
+// A file of the agent's own. Empty when there is no root.
+std::string installedFile(const std::string& name);
 // installRoot()/IDS: the IDS component's files. Empty when there is no root.
 std::string idsDirectory();
 // Takes this root instead, without asking anyone; an empty one forgets what was found.

@@ -4,7 +4,6 @@
 #include "config/log_type.h"
 #include "config/pointer_file.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -42,17 +41,14 @@ const char* logBaseName(int type) {
 
 std::string logPointerPath(int type) {
   const std::string base = logBaseName(type);
-  const std::string directory = installDirectory();
-  if (base.empty() || directory.empty()) return {};
-  return platform::joinPath(platform::current().files, {directory, base + "filepointer"});
+  return base.empty() ? base : installedFile(base + "filepointer");
 }
 
 const char* logTypeName(int type) {
   return type == AGENT_LOG ? "AgentLog" : "No Such Log";
 }
 
-bool walkLogChain() {
-  platform::Files& files = platform::current().files;
+bool walkLogChain(platform::Files& files) {
   for (const int type : {AGENT_LOG, HIDS_LOG, HIDS_RT_LOG}) {
     const std::string log = logInPointerFile(files, logPointerPath(type));
     if (!log.empty() && !platform::fileExists(files, log)) return false;

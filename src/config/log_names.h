@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "platform/fwd.h"
+
 namespace korvane {
 
 // "agent", "hidslog1" or "hidslog1rt"; empty for a type without a pointer file.
@@ -14,6 +16,6 @@ std::string logPointerPath(int type);
 const char* logTypeName(int type);
 // True when every log that a read pointer names can still be found. A pointer file that is
 // missing or damaged names none.
-[[nodiscard]] bool walkLogChain();
+[[nodiscard]] bool walkLogChain(platform::Files& files);
 
 }  // namespace korvane

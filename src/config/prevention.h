@@ -4,15 +4,22 @@
 #pragma once
 
 #include "config/agent_config.h"
+#include "config/policy_settings.h"
 
 namespace korvane {
 
 // Only then is the driver asked for anything, and a policy fetched for it.
+inline bool preventionInForce(const PolicySettings& settings) {
+  return settings.isIPSEnabled() && settings.isIPSRebootDone();
+}
 inline bool preventionInForce(const AgentConfig& config) {
   return config.isIPSEnabled() && config.isIPSRebootDone();
 }
 
 // Prevention is on and takes effect with the next reboot.
+inline bool preventionAwaitsReboot(const PolicySettings& settings) {
+  return settings.isIPSEnabled() && !settings.isIPSRebootDone();
+}
 inline bool preventionAwaitsReboot(const AgentConfig& config) {
   return config.isIPSEnabled() && !config.isIPSRebootDone();
 }

@@ -2,7 +2,7 @@
 //
 // The entries are host names or addresses, separated by commas, their blanks removed, empty ones
 // left out. Without any the host of "agent.http.url" is the one server. A plain value;
-// AgentConfig guards it.
+// SettingsStore guards it.
 #pragma once
 
 #include <vector>

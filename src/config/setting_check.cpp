@@ -4,8 +4,8 @@
 #include <iterator>
 
 #include "config/masking.h"
-#include "config/setting_store.h"
 #include "config/url_text.h"
+#include "config/value_map.h"
 
 namespace korvane {
 namespace {
@@ -54,8 +54,8 @@ std::string settingFault(const STRING& key, const STRING& value) {
   if (value.find(kMask) != STRING::npos) return "holds a mask in place of the secret";
   const SettingRow* row = findRow(key);
   if (!row) return {};
-  SettingStore probe(storeOf(*row));
-  if (probe.set(*row, value) == SettingStore::Result::refused) return typeFault(row->type);
+  ValueMap probe(mapKindOf(*row));
+  if (probe.set(*row, value) == ValueMap::Result::refused) return typeFault(row->type);
   if (row->key == Key::agentUrl) return urlFault(value.trimmed());
   if (row->key == Key::tcpPort && probe.number(row->key) > kLastPort)
     return "is not a port from 0 to 65535";

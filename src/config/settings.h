@@ -2,15 +2,14 @@
 #pragma once
 
 #include "config/agent_config.h"
+#include "config/log_settings.h"
+#include "config/machine_facts.h"
+#include "config/policy_settings.h"
+#include "config/server_settings.h"
+#include "config/settings_file.h"
+#include "config/update_settings.h"
 
 namespace korvane {
-
-using ServerSettings = AgentConfig;   // identity, URL and servers, TLS, times of the connection
-using PolicySettings = AgentConfig;   // [Driver], reboots, policy state and error, retranslation
-using LogSettings = AgentConfig;      // the logs: files, limits, consolidation
-using UpdateSettings = AgentConfig;   // polling, notifications, software, content, application data
-using MachineFacts = AgentConfig;     // version, host name, address, system; what registration says
-using SettingsFile = AgentConfig;     // load and save, values by name, changes from a server
 
 // The sections of one store. Lives no longer than the store.
 struct Settings {
@@ -22,8 +21,6 @@ struct Settings {
   SettingsFile& file;
 };
 
-inline Settings settingsOf(AgentConfig& config) {
-  return {config, config, config, config, config, config};
-}
+Settings settingsOf(AgentConfig& config);
 
 }  // namespace korvane

@@ -134,11 +134,11 @@ std::span<const SettingRow> settingsTable() {
   return kTable;
 }
 
-StoreKind storeOf(const SettingRow& row) {
+MapKind mapKindOf(const SettingRow& row) {
   for (const std::string_view section : {"Agent", "Polling", "TCP", "Communication"}) {
-    if (section == row.section) return StoreKind::communication;
+    if (section == row.section) return MapKind::communication;
   }
-  return StoreKind::settings;
+  return MapKind::settings;
 }
 
 const SettingRow& rowOf(Key key) {

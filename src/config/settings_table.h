@@ -110,9 +110,9 @@ enum class ValueType {
   enumeration,  // a small number from 0
 };
 
-// Which of the two name/value stores a setting lives in: the small one holds the sections [Agent],
+// Which of the two name/value maps a setting lives in: the small one holds the sections [Agent],
 // [Polling], [TCP] and [Communication].
-enum class StoreKind { settings, communication };
+enum class MapKind { settings, communication };
 
 // In which list of the registration a setting goes to the server.
 enum class Report { none, attribute, configuration };
@@ -128,7 +128,7 @@ struct SettingRow {
 
 // All rows in the order of the file; the row of a Key is the one at its number.
 std::span<const SettingRow> settingsTable();
-StoreKind storeOf(const SettingRow& row);
+MapKind mapKindOf(const SettingRow& row);
 const SettingRow& rowOf(Key key);
 // The row with this key name, compared exactly, or null.
 const SettingRow* findRow(const STRING& name);

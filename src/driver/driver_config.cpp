@@ -2,8 +2,8 @@
 
 #include "agent/thread/locks.h"
 #include "agent/thread/stop_token.h"
-#include "config/agent_config.h"
 #include "config/prevention.h"
+#include "config/settings.h"
 #include "driver/driver.h"
 #include "driver/driver_values.h"
 #include "driver/notify_driver.h"
@@ -19,10 +19,10 @@ namespace {
 constexpr uint32_t kSnapshotTimeoutMs = 1000;
 
 Driver::Prevention prevention() {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  if (preventionInForce(config)) return Driver::Prevention::on;
-  return preventionAwaitsReboot(config) ? Driver::Prevention::awaitsReboot
-                                        : Driver::Prevention::off;
+  const PolicySettings& settings = settingsOf(*AgentConfig::getInstance()).policy;
+  if (preventionInForce(settings)) return Driver::Prevention::on;
+  return preventionAwaitsReboot(settings) ? Driver::Prevention::awaitsReboot
+                                          : Driver::Prevention::off;
 }
 
 class LastFailure {

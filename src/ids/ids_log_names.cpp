@@ -1,6 +1,5 @@
 #include "ids/ids_log_names.h"
 
-#include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
 #include "util/ignore_result.h"
@@ -18,27 +17,26 @@ STRING idsLogSetting(LogType type) {
   return {};
 }
 
-bool takeIdsLogFile(HidsInterface& component, LogType type) {
+bool takeIdsLogFile(HidsInterface& component, LogSettings& logs, LogType type) {
   STRING name;
   if (!component.setting(idsLogSetting(type), name) || name.empty()) return false;
   const STRING path = resolveIdsLogName(name.toUtf8());
-  AgentConfig* config = AgentConfig::getInstance();
-  if (config->getCurrentLogFile(type) == path) return true;
+  if (logs.getCurrentLogFile(type) == path) return true;
   if (type == HIDS_RT_LOG) {
-    config->setHIDSRTLogFile(path);
+    logs.setHIDSRTLogFile(path);
     eventlog::trace(kSearchTag, " setHIDSRTLogFile to %s", path);
   } else {
-    config->setHIDSLogFile(path);
+    logs.setHIDSLogFile(path);
     eventlog::trace(kSearchTag, " setHIDSLogFile to %s", path);
   }
   return true;
 }
 
-bool takeIdsLogFiles(HidsInterface& component) {
+bool takeIdsLogFiles(HidsInterface& component, LogSettings& logs) {
   // What was read before stays when the settings cannot be read now.
   ignoreResult(component.reload());
-  const bool hasEventFile = takeIdsLogFile(component, HIDS_LOG);
-  takeIdsLogFile(component, HIDS_RT_LOG);
+  const bool hasEventFile = takeIdsLogFile(component, logs, HIDS_LOG);
+  takeIdsLogFile(component, logs, HIDS_RT_LOG);
   return hasEventFile;
 }
 

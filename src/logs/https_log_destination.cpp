@@ -1,8 +1,8 @@
 #include "logs/https_log_destination.h"
 
-#include "comm/exchange_outcome.h"
 #include "comm/https_handler.h"
 #include "comm/server_codes.h"
+#include "comm/server_connection.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
 
@@ -18,20 +18,19 @@ constexpr int kDroppedSilently = 600;
 
 }  // namespace
 
-HttpsLogDestination::HttpsLogDestination(ServerSettings& settings, ForwardingCounters& counters)
-    : _settings(settings), _counters(counters) {}
+HttpsLogDestination::HttpsLogDestination(ServerConnection& connection, ForwardingCounters& counters)
+    : _connection(connection), _counters(counters) {}
 
 int HttpsLogDestination::writeLog(const LogBatch& batch) {
   if (!_body) _body.emplace();
   composeBody(*_body, batch.records, batch.notes);
-  HttpsHandler handler;
+  HttpsHandler handler(_connection);
   return judge(handler, handler.log(*_body, batch.records.size()), batch.records.size());
 }
 
 int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records) {
   if (result != 0) {
-    const ExchangeFailure failure = lastExchange().lastFailure;
-    _counters.noteError(result, failure.code == result ? failure.text : "nothing was sent");
+    _counters.noteError(result, handler.lastResult().failure.text());
     return result;
   }
   STRING text;
@@ -47,7 +46,7 @@ int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records
       _counters.addForwarded(records);
       return 0;
     case kServerUnknownAgent:
-      _settings.clearUniqueId(handler.getGUIDUsed());
+      _connection.forgetIdentity(handler.getGUIDUsed());
       [[fallthrough]];
     default:
       _counters.noteError(_lastError, text.toUtf8());

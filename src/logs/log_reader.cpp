@@ -262,7 +262,7 @@ void LogReader::noteNames() {
 }
 
 void LogReader::takeSeenNames() {
-  if (_parts.ids && _type != AGENT_LOG) takeIdsLogFiles(*_parts.ids);
+  if (_parts.ids && _type != AGENT_LOG) takeIdsLogFiles(*_parts.ids, _parts.settings);
   const STRING log = currentLogName();
   if (_type == HIDS_RT_LOG)
     for (const STRING& name : _parts.settings.takeHIDSRTLogFilesSeen()) _next.note(name, log);

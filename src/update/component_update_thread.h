@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "agent/thread/thread.h"
+#include "config/hids_interface.h"
 #include "update/content_hand_over.h"
 
 namespace korvane {
@@ -22,7 +23,15 @@ class ComponentUpdateThread : public Thread {
  public:
   static constexpr int64_t kPauseAfterFailureMs = 60'000;
 
-  ComponentUpdateThread();
+  // All of it outlives the thread.
+  struct Parts {
+    ContentParts content;
+    platform::Clock& clock;
+    // The IDS component of the moment, or null.
+    HidsInterface* (*ids)();
+  };
+
+  explicit ComponentUpdateThread(const Parts& parts);
 
   void cycle();
 
@@ -37,6 +46,7 @@ class ComponentUpdateThread : public Thread {
 
   void takeOver(const ContentKind& kind, Attempts& attempts);
 
+  const Parts _parts;
   std::array<Attempts, 4> _attempts;
 };
 

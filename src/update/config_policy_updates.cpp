@@ -1,6 +1,6 @@
 // Configuration and policy: fetched, applied, reported.
 #include "comm/https_handler.h"
-#include "config/agent_config.h"
+#include "config/hids_interface.h"
 #include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "update/update_result.h"
@@ -13,24 +13,11 @@ namespace {
 constexpr char kConfigSource[] = "UpdateThread";
 constexpr char kConfigContext[] = "processConfigPolicyUpdates";
 
-UpdateResult configureIds(const PropertyList& settings, const PropertyList& rules, int kind) {
-  HidsInterface* ids = AgentConfig::getHIDSInterface();
-  if (!ids || !ids->present()) {
-    eventlog::trace(kConfigContext, "No IDS component is installed to receive its settings");
-    // They come along with the agent's own, to every agent.
-    if (kind == HttpsHandler::CONFIG_UPDATE) return {};
-    return {kNoIdsComponent, "The IDS component is not installed."};
-  }
-  if (!ids->applyConfiguration(settings, rules))
-    return {kDiskFailure, "Failed to save new configuration data from server to disk."};
-  return readIdsResult(*ids, "IDS.Config", kConfigContext);
-}
-
 }  // namespace
 
 void UpdateThread::processConfigPolicyUpdates() {
-  const int allowed =
-      preventionInForce(*_config) ? UpdateExchange::kAllKinds : ~HttpsHandler::POLICY_UPDATE;
+  const int allowed = preventionInForce(_parts.settings.policy) ? UpdateExchange::kAllKinds
+                                                                : ~HttpsHandler::POLICY_UPDATE;
   const auto process = [this](HttpsHandler& handler, int kind) {
     if (kind == HttpsHandler::CONFIG_UPDATE)
       applyConfiguration(handler, kind);
@@ -44,6 +31,20 @@ void UpdateThread::applyPolicy(HttpsHandler& handler) {
   if (!_policy.receivePolicy(handler)) return;
   reloadAutoRetransInterval();
   _builtInWish.forget();
+}
+
+UpdateResult UpdateThread::configureIds(const PropertyList& settings, const PropertyList& rules,
+                                        int kind) {
+  HidsInterface* ids = _parts.ids();
+  if (!ids || !ids->present()) {
+    eventlog::trace(kConfigContext, "No IDS component is installed to receive its settings");
+    // They come along with the agent's own, to every agent.
+    if (kind == HttpsHandler::CONFIG_UPDATE) return {};
+    return {kNoIdsComponent, "The IDS component is not installed."};
+  }
+  if (!ids->applyConfiguration(settings, rules))
+    return {kDiskFailure, "Failed to save new configuration data from server to disk."};
+  return readIdsResult(*ids, "IDS.Config", kConfigContext);
 }
 
 void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
@@ -63,26 +64,28 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (settings.empty() && identity.empty() && rules.empty() && idsSettings.empty())
     result = {kNothingNew, "No new configuration data provided."};
   if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
-  if (preventionInForce(*_config)) {
+  if (preventionInForce(_parts.settings.policy)) {
     const STRING problem = _builtInWish.follow(settings);
     if (!problem.empty() && result.ok()) result = {kPolicyFailure, problem};
   }
   std::vector<RefusedSetting> refused;
-  if (!settings.empty() && !_config->newConfiguration(settings, refused))
+  if (!settings.empty() && !_parts.settings.file.newConfiguration(settings, refused))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
   addRefusals(result, refused);
   reportUpdateResult(kind, result, identity);
 }
 
 void UpdateThread::retranslateOnRequest() {
-  if (!_config->getRetranslateNow()) return;
-  // The failure has been told as the policy's error.
-  if (preventionInForce(*_config)) ignoreResult(_policy.retranslatePolicy());
-  // A stop leaves the request to the next start.
-  if (_policy.stopped() || !_config->getRetranslateNow()) return;
-  _config->setRetranslateNow(false);
+  PolicySettings& settings = _parts.settings.policy;
+  if (!settings.getRetranslateNow()) return;
+  if (preventionInForce(settings)) {
+    // It takes the request back, unless the agent stops; a failure is in the history.
+    ignoreResult(_policy.retranslatePolicy());
+    return;
+  }
+  settings.setRetranslateNow(false);
   // What cannot be written now is written by one of the next loads.
-  ignoreResult(_config->updateIniFile());
+  ignoreResult(_parts.settings.file.updateIniFile());
 }
 
 }  // namespace korvane

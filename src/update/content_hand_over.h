@@ -9,7 +9,7 @@
 // write of the settings, and last the removal of directories that are not named any more. A crash
 // before the write repeats all of it at the next start, and doing it again changes nothing.
 //
-// Threads: any; holds contentLock() meanwhile.
+// Threads: any; holds the content's lock meanwhile.
 #pragma once
 
 #include <functional>
@@ -20,7 +20,7 @@ namespace korvane {
 
 // done: handed over. refused: the package cannot be used, the flag is cleared. failed: the disk
 // refused or `cancelled` became true; the flag stays for another attempt. The refusal says why.
-ContentPackage::Outcome handOverContent(const ContentKind& kind,
+ContentPackage::Outcome handOverContent(const ContentParts& parts, const ContentKind& kind,
                                         const std::function<bool()>& cancelled,
                                         archive::Refusal& refusal);
 

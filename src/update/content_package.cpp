@@ -7,7 +7,6 @@
 #include "config/properties_file.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 
 namespace korvane {
 namespace {
@@ -39,19 +38,19 @@ std::string plain(const STRING& value) {
 
 }  // namespace
 
-Outcome ContentPackage::read(const ContentKind& kind, Refusal& refusal) {
-  const std::string directory = kind.directory();
+Outcome ContentPackage::read(const ContentParts& parts, const ContentKind& kind, Refusal& refusal) {
+  const std::string directory = kind.directory(parts.files, parts.settings);
   _digests.clear();
   _name = kind.product;
   _version = _date = "";
-  Outcome outcome = readArchive(directory, refusal);
-  if (outcome == Outcome::done) outcome = compareFiles(directory, refusal);
+  Outcome outcome = readArchive(parts.files, directory, refusal);
+  if (outcome == Outcome::done) outcome = compareFiles(parts.files, directory, refusal);
   if (outcome != Outcome::done) return outcome;
   return checkProperties(kind, refusal) ? Outcome::done : Outcome::refused;
 }
 
-Outcome ContentPackage::readArchive(const std::string& directory, Refusal& refusal) {
-  platform::Files& files = platform::current().files;
+Outcome ContentPackage::readArchive(platform::Files& files, const std::string& directory,
+                                    Refusal& refusal) {
   const std::string path = platform::joinPath(files, {directory, kContentArchive});
   const int error = platform::readWholeFile(files, path, kLargestContentArchive, _bytes);
   if (error) return unreadable(path, error, refusal);
@@ -59,8 +58,8 @@ Outcome ContentPackage::readArchive(const std::string& directory, Refusal& refus
   return Outcome::done;
 }
 
-Outcome ContentPackage::compareFiles(const std::string& directory, Refusal& refusal) {
-  platform::Files& files = platform::current().files;
+Outcome ContentPackage::compareFiles(platform::Files& files, const std::string& directory,
+                                     Refusal& refusal) {
   archive::ZipArchive zip = archive();
   if (!zip.open(refusal)) return Outcome::refused;
   std::string packed, unpacked;

@@ -2,7 +2,7 @@
 // and what it says about itself in "package.properties".
 //
 // Lifetime: a value; it keeps the archive's bytes. Threads: used by one at a time, under
-// contentLock().
+// the content's lock (ContentParts).
 // Errors: read() returns failed for what a retry may fix (a disk error) and refused for a package
 // that is incomplete or not what it claims to be.
 #pragma once
@@ -24,7 +24,8 @@ class ContentPackage {
   // Reads the archive in the kind's directory and holds every unpacked file against it. Where the
   // package has a "package.properties", the product named there is the kind's, and when it states
   // SHA-256 digests, every file has one and matches it.
-  [[nodiscard]] Outcome read(const ContentKind& kind, archive::Refusal& refusal);
+  [[nodiscard]] Outcome read(const ContentParts& parts, const ContentKind& kind,
+                             archive::Refusal& refusal);
 
   archive::ZipArchive archive() const { return {kContentArchive, _bytes}; }
   const std::string& digest() const { return _digest; }  // of the archive
@@ -34,8 +35,10 @@ class ContentPackage {
   std::string pointerText(const std::string& directory) const;
 
  private:
-  [[nodiscard]] Outcome readArchive(const std::string& directory, archive::Refusal& refusal);
-  [[nodiscard]] Outcome compareFiles(const std::string& directory, archive::Refusal& refusal);
+  [[nodiscard]] Outcome readArchive(platform::Files& files, const std::string& directory,
+                                    archive::Refusal& refusal);
+  [[nodiscard]] Outcome compareFiles(platform::Files& files, const std::string& directory,
+                                     archive::Refusal& refusal);
   [[nodiscard]] bool checkProperties(const ContentKind& kind, archive::Refusal& refusal);
 
   std::string _bytes;

@@ -6,7 +6,6 @@
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "update/update_result.h"
 #include "util/ignore_result.h"
 
@@ -17,16 +16,17 @@ constexpr char kContentTag[] = "UpdateThread::processComponentUpdates()";
 constexpr char kDataTag[] = "UpdateThread::processComponentData()";
 constexpr char kUnzipTag[] = "UpdateThread::processVexQELData";
 
-bool makeDirectory(const std::string& directory, archive::Refusal& refusal) {
-  const int error = platform::current().files.makeDirectories(directory);
+bool makeDirectory(platform::Files& files, const std::string& directory,
+                   archive::Refusal& refusal) {
+  const int error = files.makeDirectories(directory);
   if (error)
     refusal = {archive::Fault::fileOperation, kContentArchive, directory, "cannot make directory",
                error};
   return error == 0;
 }
 
-bool keepArchive(const std::string& directory, std::string_view bytes, archive::Refusal& refusal) {
-  platform::Files& files = platform::current().files;
+bool keepArchive(platform::Files& files, const std::string& directory, std::string_view bytes,
+                 archive::Refusal& refusal) {
   const std::string path = platform::joinPath(files, {directory, kContentArchive});
   const int error = platform::writeFileAtomically(files, path, bytes);
   if (error)
@@ -34,35 +34,35 @@ bool keepArchive(const std::string& directory, std::string_view bytes, archive::
   return error == 0;
 }
 
-// With the flag off on disk, so that a crash in between leaves nothing that would be taken over.
-bool unpackPackage(const ContentKind& kind, std::string_view bytes, const std::string& directory,
-                   archive::Refusal& refusal) {
-  const Synchronized hold(contentLock());
-  archive::ZipArchive zip(kContentArchive, bytes);
-  if (!makeDirectory(directory, refusal) || !zip.open(refusal)) return false;
-  archive::Unpacking unpacking(platform::current().files, directory,
-                               [] { return shutdownToken().requested(); });
-  if (!unpacking.stage(zip, refusal)) return false;
-  AgentConfig& config = *AgentConfig::getInstance();
-  if ((config.*kind.updateNow)()) (config.*kind.setUpdateNow)(false);
-  return keepArchive(directory, bytes, refusal) && unpacking.commit(refusal);
-}
-
 }  // namespace
 
+// With the flag off on disk, so that a crash in between leaves nothing that would be taken over.
+bool ContentUpdate::unpackPackage(const ContentKind& kind, std::string_view bytes,
+                                  const std::string& directory, archive::Refusal& refusal) {
+  const Synchronized hold(_parts.content.lock);
+  platform::Files& files = _parts.content.files;
+  UpdateSettings& settings = _parts.content.settings;
+  archive::ZipArchive zip(kContentArchive, bytes);
+  if (!makeDirectory(files, directory, refusal) || !zip.open(refusal)) return false;
+  archive::Unpacking unpacking(files, directory, [this] { return _parts.stop.requested(); });
+  if (!unpacking.stage(zip, refusal)) return false;
+  if ((settings.*kind.updateNow)()) (settings.*kind.setUpdateNow)(false);
+  return keepArchive(files, directory, bytes, refusal) && unpacking.commit(refusal);
+}
+
 void ContentUpdate::processComponentUpdates() {
-  AgentConfig& config = *AgentConfig::getInstance();
-  if (!config.isIPSEnabled() || !_exchange.due()) return;
+  if (!_parts.policy.isIPSEnabled() || !_exchange.due()) return;
   eventlog::trace(kContentTag, "*****Component Freshline available on server*****");
-  _exchange.run([](HttpsHandler& handler, int bit) {
+  _exchange.run([this](HttpsHandler& handler, int bit) {
     const ContentKind& kind = *contentKindOf(bit);
     std::string* bytes = nullptr;
     if (handler.getBinaryData(kind.binaryName, bytes) == 0)
       // It reports its own failure to the server.
-      ignoreResult(processComponentData(bit, bytes, kind.directory()));
+      ignoreResult(processComponentData(
+          bit, bytes, kind.directory(_parts.content.files, _parts.content.settings)));
   });
   // What cannot be written now is written by one of the next loads.
-  ignoreResult(config.updateIniFile());
+  ignoreResult(_parts.content.settingsFile.updateIniFile());
 }
 
 int ContentUpdate::processComponentData(int kind, const std::string* bytes,
@@ -72,7 +72,7 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
   eventlog::trace(kDataTag, "Unzipping Freshline data to %s", directory);
   archive::Refusal refusal;
   if (!unpackPackage(*content, *bytes, directory.toUtf8(), refusal)) {
-    if (shutdownToken().requested()) return kDiskFailure;
+    if (_parts.stop.requested()) return kDiskFailure;
     eventlog::trace(kUnzipTag,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
@@ -83,8 +83,8 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
   eventlog::trace(kUnzipTag, "UnZip VexQEL Freshline content successfully to directory %s",
                   directory);
   reportUpdateResult(kind, {});
-  const Synchronized hold(contentLock());
-  (AgentConfig::getInstance()->*content->setUpdateNow)(true);
+  const Synchronized hold(_parts.content.lock);
+  (_parts.content.settings.*content->setUpdateNow)(true);
   return 0;
 }
 

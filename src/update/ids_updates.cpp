@@ -2,7 +2,6 @@
 #include <memory>
 
 #include "comm/https_handler.h"
-#include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "update/update_result.h"
@@ -18,14 +17,6 @@ constexpr char kRetranslationContext[] = "processHIDSPolicyRetranslate";
 constexpr char kPolicyNameProperty[] = "policy.name.ids";
 constexpr char kPolicyPathProperty[] = "policy.path.ids";
 constexpr char kNotSaved[] = "failed to save new policy data to permanent storage";
-
-// Hands a translated policy over and gives what the component made of it.
-UpdateResult handOver(const STRING& resultFile, const char* context) {
-  HidsInterface* ids = AgentConfig::getHIDSInterface();
-  if (!ids || !ids->present()) return {kNoIdsComponent, "The IDS component is not installed."};
-  if (!ids->applyPolicy(resultFile)) return {kDiskFailure, kNotSaved};
-  return readIdsResult(*ids, "IDS.Policy", context);
-}
 
 }  // namespace
 
@@ -52,56 +43,65 @@ void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
     eventlog::trace(kIdsContext, "items server sent %s=%s", name, *value);
     names.emplace_back(name, *value);
   }
-  const UpdateResult result =
+  const std::optional<UpdateResult> result =
       installIdsPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, names);
   // What a stop cut short is fetched again after the next start.
-  if (_policy.stopped()) return;
-  reportUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, result, names);
+  if (result) reportUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, *result, names);
 }
 
-UpdateResult UpdateThread::installIdsPolicy(std::string_view bytes,
-                                            const PropertyList& properties) {
-  if (bytes.empty()) return {kNothingNew, "No new policy data provided."};
+UpdateResult UpdateThread::handOver(const STRING& resultFile, const char* context) {
+  HidsInterface* ids = _parts.ids();
+  if (!ids || !ids->present()) return {kNoIdsComponent, "The IDS component is not installed."};
+  if (!ids->applyPolicy(resultFile)) return {kDiskFailure, kNotSaved};
+  return readIdsResult(*ids, "IDS.Policy", context);
+}
+
+std::optional<UpdateResult> UpdateThread::installIdsPolicy(std::string_view bytes,
+                                                           const PropertyList& properties) {
+  if (bytes.empty()) return UpdateResult{kNothingNew, "No new policy data provided."};
   if (propertyValue(properties, kPolicyPathProperty).empty())
-    return {kNoInformation, "Policy information (path) not provided"};
+    return UpdateResult{kNoInformation, "Policy information (path) not provided"};
   eventlog::trace(kIdsContext, "Policy Path OK");
   const STRING plusFile = _policy.savePolicyToFile(bytes.data(), bytes.size());
-  if (plusFile.empty()) return {kDiskFailure, kNotSaved};
+  if (plusFile.empty()) return UpdateResult{kDiskFailure, kNotSaved};
   UpdateResult result;
   STRING resultFile;
-  if (_policy.translateHIDSPolicy(plusFile, resultFile)) {
+  const PolicyOutcome translated = _policy.translateHIDSPolicy(plusFile, resultFile);
+  if (translated) {
     result = handOver(resultFile, kIdsContext);
   } else {
-    result = {kPolicyFailure, _policy.errorText()};
-    if (!_policy.stopped())
+    result = {translated.code, translated.text};
+    if (!translated.stopped())
       eventlog::event(EventId::idsPolicyNotTranslated, kIdsContext, {result.text});
   }
-  if (result.ok()) _config->setIDSPlusFileName(plusFile);
+  if (translated && result.ok()) _parts.settings.policy.setIDSPlusFileName(plusFile);
   // A component that has not answered may still read the file.
   const bool mayBeInUse =
       result.code == HidsComponent::kNoAnswer || result.code == HidsComponent::kStopped;
-  if (!mayBeInUse) PolicyProcessor::RemovePrevHIDSPolicies();
-  return result;
+  if (!mayBeInUse) _policy.RemovePrevHIDSPolicies();
+  return translated.stopped() ? std::nullopt : std::optional(result);
 }
 
 void UpdateThread::retranslateIdsOnRequest() {
-  if (!_config->getRetranslateIDSNow()) return;
-  const STRING plusFile = _config->getIDSPlusFileName();
+  PolicySettings& settings = _parts.settings.policy;
+  if (!settings.getRetranslateIDSNow()) return;
+  const STRING plusFile = settings.getIDSPlusFileName();
   STRING resultFile;
-  if (_policy.translateHIDSPolicy(plusFile, resultFile)) {
+  const PolicyOutcome translated = _policy.translateHIDSPolicy(plusFile, resultFile);
+  if (translated) {
     const UpdateResult result = handOver(resultFile, kRetranslationContext);
     if (result.ok())
       eventlog::trace(kIdsSource, "Policy retranslation done for IDS policy: '%s'", plusFile);
     else
       eventlog::trace(kIdsSource, "Result of Policy retranslation of IDS policy: '%s' is: '%s'",
                       plusFile, result.text);
-  } else if (!_policy.stopped()) {
-    eventlog::event(EventId::idsPolicyNotTranslated, kIdsContext, {_policy.errorText()});
+  } else if (!translated.stopped()) {
+    eventlog::event(EventId::idsPolicyNotTranslated, kIdsContext, {translated.text});
   }
-  if (!_config->getRetranslateIDSNow()) return;
-  _config->setRetranslateIDSNow(false);
+  if (!settings.getRetranslateIDSNow()) return;
+  settings.setRetranslateIDSNow(false);
   // What cannot be written now is written by one of the next loads.
-  ignoreResult(_config->updateIniFile());
+  ignoreResult(_parts.settings.file.updateIniFile());
 }
 
 }  // namespace korvane

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 
-#include "config/agent_config.h"
 #include "config/setting_check.h"
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
-#include "platform/platform.h"
 #include "platform/sockets.h"
 #include "util/ignore_result.h"
 
@@ -43,7 +41,9 @@ struct NotificationListener::Listening {
   StopsWaits stopsWaits;
 };
 
-NotificationListener::NotificationListener(StopToken& threadStop) : _threadStop(threadStop) {}
+NotificationListener::NotificationListener(StopToken& threadStop, platform::Sockets& sockets,
+                                           const UpdateSettings& settings)
+    : _threadStop(threadStop), _sockets(sockets), _settings(settings) {}
 
 NotificationListener::~NotificationListener() = default;
 
@@ -64,7 +64,7 @@ bool NotificationListener::listen() {
   if (_listening) return true;
   if (_failed) return false;
   std::unique_ptr<platform::Socket> socket;
-  if (const int error = platform::current().sockets.createTcp(socket)) {
+  if (const int error = _sockets.createTcp(socket)) {
     eventlog::event(EventId::notificationSocketNotCreated, kListenerSource, {error});
     return giveUp();
   }
@@ -85,12 +85,11 @@ bool NotificationListener::listen() {
 }
 
 NotificationListener::Outcome NotificationListener::poll(int32_t& countdown) {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  if (!config.tcpNotificationsEnabled()) {
+  if (!_settings.tcpNotificationsEnabled()) {
     closeListener();
     return {};
   }
-  if (const int32_t port = config.getTCPNotificationPort(); port != _port) {
+  if (const int32_t port = _settings.getTCPNotificationPort(); port != _port) {
     closeListener();
     _port = port;
   }

@@ -1,6 +1,6 @@
 // Listens on the notification port, where a server sends one byte to ask for an update at once.
 //
-// Lifetime: part of its thread; closed by its destructor. Threads: its owner's alone. A stop, of
+// Lifetime: part of its thread; closed by its destructor; what it is made of outlives it. Threads: its owner's alone. A stop, of
 // that thread or of the agent, ends every wait at once and for good.
 // Waiting: poll() spends the idle second of a cycle in its wait for a connection. A client
 // that connects and says nothing is waited for as long as the countdown to the next status
@@ -9,7 +9,7 @@
 // Errors: a port that cannot be listened on is event 10228, 10229 or 10230, once; it is retried
 // when the port's setting changes, or after notifications were switched off and on.
 //
-//   NotificationListener listener(stopToken());
+//   NotificationListener listener(stopToken(), sockets, settings);
 //   const auto outcome = listener.poll(countdown);
 //   if (outcome.byte) ...
 #pragma once
@@ -19,13 +19,10 @@
 #include <optional>
 
 #include "agent/thread/stop_token.h"
+#include "config/settings.h"
+#include "platform/fwd.h"
 
 namespace korvane {
-
-class AgentConfig;
-namespace platform {
-class Socket;
-}
 
 class NotificationListener {
  public:
@@ -39,7 +36,8 @@ class NotificationListener {
     std::optional<uint8_t> byte{};  // what was sent
   };
 
-  explicit NotificationListener(StopToken& threadStop);
+  NotificationListener(StopToken& threadStop, platform::Sockets& sockets,
+                       const UpdateSettings& settings);
   ~NotificationListener();
   NotificationListener(const NotificationListener&) = delete;
   NotificationListener& operator=(const NotificationListener&) = delete;
@@ -59,6 +57,8 @@ class NotificationListener {
   [[nodiscard]] bool pause(platform::Socket& client, bool untilReadable);
 
   StopToken& _threadStop;
+  platform::Sockets& _sockets;
+  const UpdateSettings& _settings;
   int32_t _port = -1;
   bool _failed = false;
   std::unique_ptr<Listening> _listening;

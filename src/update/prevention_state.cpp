@@ -2,7 +2,6 @@
 
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
-#include "platform/platform.h"
 #include "platform/registry.h"
 
 namespace korvane {
@@ -46,8 +45,8 @@ PreventionReport describePrevention(const PreventionSettings& settings) {
   return report;
 }
 
-bool preventionTestKeyCanBeMade() {
-  const uint32_t error = platform::current().registry.createKey(kTestKey);
+bool preventionTestKeyCanBeMade(platform::Registry& registry) {
+  const uint32_t error = registry.createKey(kTestKey);
   if (error == platform::kOk) return true;
   if (error == platform::kErrorAccessDenied)
     eventlog::trace(kPreventionTag, "::monitorPrevention Registry Access denied");

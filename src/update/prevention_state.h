@@ -2,6 +2,7 @@
 // codes are sums of flags that the server knows.
 #pragma once
 
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -30,6 +31,6 @@ inline constexpr int kIdsLogSearchRead = 0x2000;
 
 // Tries what a driver in force refuses: making a key of the test's own. True when the key
 // could be made.
-[[nodiscard]] bool preventionTestKeyCanBeMade();
+[[nodiscard]] bool preventionTestKeyCanBeMade(platform::Registry& registry);
 
 }  // namespace korvane

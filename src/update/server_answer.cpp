@@ -1,7 +1,6 @@
 #include "update/server_answer.h"
 
 #include "comm/https_handler.h"
-#include "config/agent_config.h"
 #include "eventlog/event_log.h"
 
 namespace korvane {
@@ -11,14 +10,14 @@ constexpr char kAnswerSource[] = "UpdateThread";
 
 }  // namespace
 
-ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent) {
+ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent,
+                              ServerSettings& settings) {
   ServerAnswer answer;
   answer.code = handler.getKorvaneError(answer.text);
-  AgentConfig& config = *AgentConfig::getInstance();
   if (answer.accepted()) {
-    eventlog::event(EventId::serverWorking, kAnswerSource, {config.getServerCurrent()});
+    eventlog::event(EventId::serverWorking, kAnswerSource, {settings.getServerCurrent()});
   } else if (answer.code == kServerUnknownAgent) {
-    config.clearUniqueId(handler.getGUIDUsed());
+    settings.clearUniqueId(handler.getGUIDUsed());
     eventlog::event(EventId::serverError, kAnswerSource, {answer.text});
   } else if (answer.refused()) {
     eventlog::event(refusalEvent, kAnswerSource, {answer.text});

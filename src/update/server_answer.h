@@ -3,11 +3,12 @@
 //
 // Used by the update thread alone.
 //
-//   const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError);
+//   const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError, settings);
 //   if (answer.refused()) return;
 #pragma once
 
 #include "comm/server_codes.h"
+#include "config/settings.h"
 #include "eventlog/event_id.h"
 #include "util/string.h"
 
@@ -29,6 +30,7 @@ struct ServerAnswer {
 // agent: the identifier that the request was made with is forgotten, so that the agent
 // registers again, and event
 // 10217. Refused for another reason: the event `refusalEvent` with the server's text.
-[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent);
+[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent,
+                                            ServerSettings& settings);
 
 }  // namespace korvane

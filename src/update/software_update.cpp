@@ -6,14 +6,12 @@
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
-#include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
-#include "update/policy/policy_processor.h"
+#include "update/policy/policy_housekeeping.h"
 #include "update/update_result.h"
 #include "update/update_results_file.h"
 #include "util/dates.h"
@@ -41,15 +39,15 @@ void report(int code, const char* text, const PropertyList& pairs = {}) {
   reportUpdateResult(HttpsHandler::SOFTWARE_UPDATE, {code, text}, pairs);
 }
 
-bool keep(const std::string& path, std::string_view bytes, archive::Refusal& refusal) {
-  const int error = platform::writeFileAtomically(platform::current().files, path, bytes);
+bool keep(platform::Files& files, const std::string& path, std::string_view bytes,
+          archive::Refusal& refusal) {
+  const int error = platform::writeFileAtomically(files, path, bytes);
   if (!error) return true;
   refusal = {archive::Fault::fileOperation, "software package", path, "cannot write", error};
   return false;
 }
 
-void makeUpdateDirectory(const std::string& directory) {
-  platform::Files& files = platform::current().files;
+void makeUpdateDirectory(platform::Files& files, const std::string& directory) {
   platform::FileInfo info;
   if (files.info(directory, info) == 0 && info.isDirectory) {
     eventlog::trace(kSoftwareTag, "Directory already exists %s", directory);
@@ -61,38 +59,35 @@ void makeUpdateDirectory(const std::string& directory) {
   eventlog::trace(kSoftwareTag, "After Create Dir");
 }
 
-bool writeResults(const std::string& directory, const PropertyList& pairs) {
-  const std::string path =
-      platform::joinPath(platform::current().files, {directory, kUpdateResultsFile});
+bool writeResults(platform::Files& files, const std::string& directory, const std::string& text) {
   archive::Refusal refusal;
-  return keep(path, updateResultsText(pairs, AgentConfig::getInstance()->isUnicode()), refusal);
+  return keep(files, platform::joinPath(files, {directory, kUpdateResultsFile}), text, refusal);
 }
 
-// An earlier package goes before this one comes, but not before this one has been checked.
-bool unpackPackage(const std::string& directory, std::string_view bytes,
-                   archive::Refusal& refusal) {
-  platform::Platform& system = platform::current();
+}  // namespace
+
+bool SoftwareUpdate::unpackPackage(const std::string& directory, std::string_view bytes,
+                                   archive::Refusal& refusal) {
+  platform::Files& files = _parts.files;
   const std::string name =
-      expandDatePattern("policy%M%S%T.sbp.zip", system.clock.wallMs()).toUtf8();
+      expandDatePattern("policy%M%S%T.sbp.zip", _parts.clock.wallMs()).toUtf8();
   archive::ZipArchive zip(name, bytes);
-  archive::Unpacking unpacking(system.files, directory, [] { return shutdownToken().requested(); });
+  archive::Unpacking unpacking(files, directory, [this] { return _parts.stop.requested(); });
   if (!zip.open(refusal) || !unpacking.stage(zip, refusal)) {
     eventlog::trace(kSoftwareTag, "Failed to decompress %d", refusal.code());
     return false;
   }
   // What stays is overwritten, or the unpacking fails on it.
-  ignoreResult(PolicyProcessor::cleanUpdateDirectory(directory));
-  if (keep(platform::joinPath(system.files, {directory, name}), bytes, refusal) &&
+  ignoreResult(PolicyHousekeeping::cleanUpdateDirectory(files, directory));
+  if (keep(files, platform::joinPath(files, {directory, name}), bytes, refusal) &&
       unpacking.commit(refusal))
     return true;
   eventlog::trace(kSoftwareTag, "Failed to extract software update to disk");
   return false;
 }
 
-}  // namespace
-
 void SoftwareUpdate::processSoftwareUpdate() {
-  _exchange.run([](HttpsHandler& handler, int) { takePackage(handler); });
+  _exchange.run([this](HttpsHandler& handler, int) { takePackage(handler); });
 }
 
 void SoftwareUpdate::takePackage(HttpsHandler& handler) {
@@ -111,29 +106,29 @@ void SoftwareUpdate::takePackage(HttpsHandler& handler) {
 }
 
 void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& results) {
+  platform::Files& files = _parts.files;
   const std::string directory =
-      platform::joinPath(platform::current().files, {installDirectory(), "update", "software"});
-  makeUpdateDirectory(directory);
+      platform::joinPath(files, {installDirectory(), "update", "software"});
+  makeUpdateDirectory(files, directory);
   archive::Refusal refusal;
   const bool unpacked = unpackPackage(directory, bytes, refusal);
-  if (!unpacked && shutdownToken().requested()) return;
+  if (!unpacked && _parts.stop.requested()) return;
   if (!unpacked) {
     eventlog::event(EventId::packageRejected, kSoftwareTag,
                     {propertyValue(results, "software.name"), refusal.text()});
     // What stays goes with the next package.
-    ignoreResult(PolicyProcessor::cleanUpdateDirectory(directory));
+    ignoreResult(PolicyHousekeeping::cleanUpdateDirectory(files, directory));
   }
-  if (!writeResults(directory, unpacked ? results : failure()) || !unpacked)
+  const std::string text =
+      updateResultsText(unpacked ? results : failure(), _parts.server.isUnicode());
+  if (!writeResults(files, directory, text) || !unpacked)
     return report(kFailed, kFailedText, results);
-  AgentConfig& config = *AgentConfig::getInstance();
-  config.setSoftwareUpdateDirectory(directory);
-  // What cannot be written now is written by one of the next loads.
-  ignoreResult(config.updateIniFile());
+  recordDirectory(directory);
   report(0, "No Error", results);
 }
 
 void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
-  platform::Files& files = platform::current().files;
+  platform::Files& files = _parts.files;
   std::string bytes;
   // Without a result the update has failed, which is what is reported.
   ignoreResult(platform::readWholeFile(
@@ -144,9 +139,13 @@ void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
     pairs.insert(pairs.begin(), failure().begin(), failure().end());
   HttpsHandler handler;
   if (!reportTaken(handler, handler.setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, pairs))) return;
-  AgentConfig::getInstance()->setSoftwareUpdateDirectory({});
+  recordDirectory({});
+}
+
+void SoftwareUpdate::recordDirectory(const STRING& directory) {
+  _parts.settings.setSoftwareUpdateDirectory(directory);
   // What cannot be written now is written by one of the next loads.
-  ignoreResult(AgentConfig::getInstance()->updateIniFile());
+  ignoreResult(_parts.settingsFile.updateIniFile());
 }
 
 }  // namespace korvane

@@ -11,36 +11,55 @@
 // Crash rule: the directory is recorded in the settings last; until then the next start
 // knows of no update.
 //
-//   SoftwareUpdate software(_pending, _softwareRetry);
+//   SoftwareUpdate software(parts, _pending, _softwareRetry);
 //   software.processSoftwareUpdate();   // once a cycle
 #pragma once
 
 #include <string>
+#include <string_view>
 
+#include "archive/refusal.h"
+#include "platform/fwd.h"
 #include "update/update_exchange.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
 class HttpsHandler;
+class StopToken;
 
 class SoftwareUpdate {
  public:
   static constexpr int kFailed = 10;
 
-  SoftwareUpdate(PendingUpdates& pending, RetryGroup& retry)
-      : _exchange(softwareUpdates(), pending, retry) {}
+  // All of it outlives the object.
+  struct Parts {
+    platform::Files& files;
+    platform::Clock& clock;
+    ServerSettings& server;
+    UpdateSettings& settings;
+    SettingsFile& settingsFile;
+    StopToken& stop;
+  };
+
+  SoftwareUpdate(const Parts& parts, PendingUpdates& pending, RetryGroup& retry)
+      : _parts(parts), _exchange(softwareUpdates(), pending, retry, parts.server) {}
 
   void processSoftwareUpdate();
 
   // Reports the outcome that "swupdate.results" in `directory` states, and forgets the directory
   // once the server has it. A file that is missing or states no result is reported as failed.
-  static void sendUpdateResults(const STRING& directory);
+  void sendUpdateResults(const STRING& directory);
 
  private:
-  static void takePackage(HttpsHandler& handler);
-  static void installPackage(std::string_view bytes, const PropertyList& results);
+  void takePackage(HttpsHandler& handler);
+  void installPackage(std::string_view bytes, const PropertyList& results);
+  // An earlier package goes before this one comes, but not before this one has been checked.
+  [[nodiscard]] bool unpackPackage(const std::string& directory, std::string_view bytes,
+                                   archive::Refusal& refusal);
+  void recordDirectory(const STRING& directory);
 
+  const Parts _parts;
   UpdateExchange _exchange;
 };
 

@@ -1,7 +1,7 @@
 // The status that the update thread sends to its server, and what it watches for it.
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
-#include "config/agent_config.h"
+#include "config/hids_interface.h"
 #include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
@@ -21,13 +21,14 @@ bool UpdateThread::statusDue() {
   if (_pollingInterval == 0) return true;
   _statusRepeat.step();
   return _pollingInterval < 0 && _bFirstPollRequired && _statusRepeat.due() &&
-         _config->registered();
+         _parts.settings.server.registered();
 }
 
 void UpdateThread::sendAgentStatus() {
   HttpsHandler handler;
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
-  const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError);
+  const ServerAnswer answer =
+      takeServerAnswer(handler, EventId::serverError, _parts.settings.server);
   // Under the identity that the agent gets instead, its status is another one.
   if (answer.code == kServerUnknownAgent)
     _statusRepeat.failed();
@@ -48,35 +49,36 @@ void UpdateThread::sendAgentStatus() {
 }
 
 void UpdateThread::monitorPrevention() {
-  PreventionSettings settings;
-  settings.ipsEnabled = _config->isIPSEnabled();
-  settings.ipsRebootDone = _config->isIPSRebootDone();
-  settings.fimEnabled = _config->isFIMEnabled();
-  settings.fimRebootDone = _config->isFIMRebootDone();
-  if (preventionInForce(*_config) && preventionTestKeyCanBeMade()) {
-    _config->setPolicyError(kPreventionDisabledCode, kPreventionDisabledText);
+  PolicySettings& settings = _parts.settings.policy;
+  PreventionSettings now;
+  now.ipsEnabled = settings.isIPSEnabled();
+  now.ipsRebootDone = settings.isIPSRebootDone();
+  now.fimEnabled = settings.isFIMEnabled();
+  now.fimRebootDone = settings.isFIMRebootDone();
+  if (preventionInForce(settings) && preventionTestKeyCanBeMade(_parts.policy.registry)) {
+    settings.setPolicyError(kPreventionDisabledCode, kPreventionDisabledText);
     return;
   }
-  const AgentConfig::ChangeGroup group(*_config);
-  const PreventionReport report = describePrevention(settings);
-  _config->setPolicyError(report.code, report.text);
-  HidsInterface* ids = AgentConfig::getHIDSInterface();
+  const SettingsFile::ChangeGroup group(_parts.settings.file);
+  const PreventionReport report = describePrevention(now);
+  settings.setPolicyError(report.code, report.text);
+  HidsInterface* ids = _parts.ids();
   if (ids && ids->present() && !takeIdsLogFiles(*ids))
     eventlog::trace("processConfigPolicyUpdates", "IDS did not report log file name");
-  _config->setPolicyError(_config->getPolicyErrorCode() | kIdsLogSearchRead,
-                          _config->getPolicyErrorStr());
+  settings.setPolicyError(report.code | kIdsLogSearchRead, report.text);
 }
 
 void UpdateThread::monitorPolicyState() {
-  if (!_config->hasPolicyStateChanged()) return;
-  if (_config->getPolicyStateCode() < 0) {
+  PolicySettings& settings = _parts.settings.policy;
+  if (!settings.hasPolicyStateChanged()) return;
+  if (settings.getPolicyStateCode() < 0) {
     HttpsHandler handler;
     // What the server still misses, the next status says.
     ignoreResult(reportTaken(handler, handler.sendPolicyStateMessage()));
   }
   // What cannot be written now is written by one of the next loads.
-  if (_config->hasRealPolicyStateChanged()) ignoreResult(_config->updateIniFile());
-  _config->setPolicyStateChanged(false);
+  if (settings.hasRealPolicyStateChanged()) ignoreResult(_parts.settings.file.updateIniFile());
+  settings.setPolicyStateChanged(false);
 }
 
 }  // namespace korvane

@@ -112,7 +112,7 @@ int UpdateExchange::takeKinds() {
 
 bool UpdateExchange::exchange(HttpsHandler& handler, int kinds, const Process& process) {
   const UpdateGroup::Traces& traces = _group.traces;
-  const ServerAnswer answer = takeServerAnswer(handler, _group.refusalEvent);
+  const ServerAnswer answer = takeServerAnswer(handler, _group.refusalEvent, _server);
   if (answer.refused()) {
     if (_group.of == Of::packages) _retry.giveUp();
     traceIfGiven(traces.source, traces.refused, answer.text, answer.code);

@@ -5,6 +5,7 @@
 
 #include "config/hids_interface.h"
 #include "config/refused_settings.h"
+#include "update/policy/result_codes.h"
 #include "util/property_list.h"
 #include "util/string.h"
 
@@ -17,11 +18,7 @@ struct UpdateResult {
   bool ok() const { return code == 0; }
 };
 
-// Codes of the agent's own.
-inline constexpr int kNothingNew = 19;         // the server had nothing of what it announced
-inline constexpr int kNoInformation = 35;      // it did not say what is needed to use it
-inline constexpr int kDiskFailure = 36;        // it cannot be kept on disk
-inline constexpr int kPolicyFailure = 66;      // the policy cannot be translated or loaded
+// Codes of the agent's own, besides those of result_codes.h.
 inline constexpr int kNoIdsComponent = 1003;   // there is none on this machine
 inline constexpr int kSettingsRefused = 1004;  // in force except for the settings that are named
 

@@ -1,13 +1,11 @@
 #include "update/update_thread.h"
 
 #include "comm/https_handler.h"
-#include "config/agent_config.h"
 #include "config/install_root.h"
 #include "config/prevention.h"
 #include "discovery/app_data_requests.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
 
@@ -19,8 +17,8 @@ constexpr char kUpdateRunTag[] = "UpdateThread::run";
 constexpr char kAppDataTag[] = "UpdateThread::notifyAppDataCollection";
 constexpr uint32_t kUpdateCycleMs = 1000;
 
-STRING shortcutsFile() {
-  return platform::joinPath(platform::current().files, {installDirectory(), "shortcuts.txt"});
+STRING shortcutsFile(const platform::Files& files) {
+  return platform::joinPath(files, {installDirectory(), "shortcuts.txt"});
 }
 
 }  // namespace
@@ -28,7 +26,20 @@ STRING shortcutsFile() {
 const int UpdateThread::MAX_RETRY;
 const int UpdateThread::RETRY_INTERVAL;
 
-UpdateThread::UpdateThread(AgentInfo*) {}
+UpdateThread::UpdateThread(AgentInfo*) : UpdateThread(updatePartsOfRun()) {}
+
+UpdateThread::UpdateThread(const UpdateParts& parts)
+    : _parts(parts),
+      _policy(parts.policy),
+      _builtInWish(parts.policy.driver, parts.settings.policy),
+      _configExchange(configPolicyUpdates(), _pending, _configRetry, parts.settings.server),
+      _idsExchange(idsUpdates(), _pending, _idsRetry, parts.settings.server),
+      _software({parts.policy.files, parts.policy.clock, parts.settings.server,
+                 parts.settings.updates, parts.settings.file, parts.policy.stop},
+                _pending, _softwareRetry),
+      _content({parts.content, parts.settings.policy, parts.settings.server, parts.policy.stop},
+               _pending, _componentRetry),
+      _listener(stopToken(), parts.sockets, parts.settings.updates) {}
 
 UpdateThread::~UpdateThread() = default;
 
@@ -66,24 +77,25 @@ void UpdateThread::cycle() {
 
 void UpdateThread::prepare() {
   if (_initialised) return;
-  _config = AgentConfig::getInstance();
   // Without a history the policies are worked on all the same; that has been traced.
   ignoreResult(_policy.InitializePloicyHistory());
   // Without its items a policy is not checked for retranslation; that has been told.
-  if (preventionInForce(*_config)) ignoreResult(_policy.loadRetransItems());
+  if (preventionInForce(_parts.settings.policy)) ignoreResult(_policy.loadRetransItems());
   _pollingInterval = 0;
   reloadAutoRetransInterval();
-  if (_config->updateInProgress())
-    SoftwareUpdate::sendUpdateResults(_config->getSoftwareUpdateDirectory());
-  PolicyProcessor::RemovePrevHIDSPolicies();
+  const UpdateSettings& settings = _parts.settings.updates;
+  if (settings.updateInProgress())
+    _software.sendUpdateResults(settings.getSoftwareUpdateDirectory());
+  _policy.RemovePrevHIDSPolicies();
   _initialised = true;
 }
 
 bool UpdateThread::work() {
   const bool needsPause = tcpNotification();
-  if (_autoRetransCountdown == 0 && preventionInForce(*_config)) _policy.checkRetrans();
+  if (_autoRetransCountdown == 0 && preventionInForce(_parts.settings.policy))
+    _policy.checkRetrans();
   if (statusDue()) {
-    PolicyProcessor::reportOutstanding();
+    _policy.reportOutstanding();
     monitorPrevention();
     sendAgentStatus();
   }
@@ -95,7 +107,7 @@ bool UpdateThread::work() {
   _content.processComponentUpdates();
   notifyAppDataCollection();
   monitorPolicyState();
-  if (!_bFirstPollRequired) _config->setFirstUpdateDone();
+  if (!_bFirstPollRequired) _parts.settings.updates.setFirstUpdateDone();
   retranslateOnRequest();
   retranslateIdsOnRequest();
   return needsPause;
@@ -116,25 +128,27 @@ void UpdateThread::stepCountdowns() {
   _idsRetry.step();
   _softwareRetry.step();
   _componentRetry.step();
-  _builtInWish.step(preventionInForce(*_config));
+  _builtInWish.step(preventionInForce(_parts.settings.policy));
   updatePollingInterval();
   updateAutoRetransInterval();
-  _config->updateRebootRequiredFlag();
+  _parts.settings.policy.updateRebootRequiredFlag();
 }
 
 void UpdateThread::updatePollingInterval() {
+  const UpdateSettings& settings = _parts.settings.updates;
   _pollingInterval =
-      steppedCountdown(_pollingInterval, _config->pollingEnabled(), _config->getPollingInterval());
+      steppedCountdown(_pollingInterval, settings.pollingEnabled(), settings.getPollingInterval());
 }
 
 void UpdateThread::updateAutoRetransInterval() {
-  _autoRetransCountdown = steppedCountdown(_autoRetransCountdown, _config->autoRetransEnabled(),
-                                           _config->getAutoRetransInterval());
+  const PolicySettings& settings = _parts.settings.policy;
+  _autoRetransCountdown = steppedCountdown(_autoRetransCountdown, settings.autoRetransEnabled(),
+                                           settings.getAutoRetransInterval());
 }
 
 void UpdateThread::reloadAutoRetransInterval() {
-  _autoRetransCountdown =
-      steppedCountdown(0, _config->autoRetransEnabled(), _config->getAutoRetransInterval());
+  _autoRetransCountdown = 0;
+  updateAutoRetransInterval();
 }
 
 void UpdateThread::notifyAppDataCollection() {
@@ -146,19 +160,20 @@ void UpdateThread::notifyAppDataCollection() {
   }
   if (!_pending.applicationRequest) return;
   _pending.applicationRequest = false;
-  if (_config->isAppDataRequested()) {
+  UpdateSettings& settings = _parts.settings.updates;
+  if (settings.isAppDataRequested()) {
     eventlog::trace(kAppDataTag, "Application Data Collection already initiated");
     return;
   }
   {
-    const AgentConfig::ChangeGroup group(*_config);
-    _config->setAppDataRequested(true);
-    _config->setAppDataRequestID(_pending.applicationRequestId);
+    const SettingsFile::ChangeGroup group(_parts.settings.file);
+    settings.setAppDataRequested(true);
+    settings.setAppDataRequestID(_pending.applicationRequestId);
   }
   // What cannot be written now is written by one of the next loads.
-  ignoreResult(_config->UpdateAllIni());
+  ignoreResult(_parts.settings.file.UpdateAllIni());
   eventlog::trace(kAppDataTag, "Posting the event");
-  appDataRequests().post(shortcutsFile());
+  _parts.applicationData.post(shortcutsFile(_parts.policy.files));
 }
 
 }  // namespace korvane

@@ -27,6 +27,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "agent/thread/thread.h"
@@ -38,12 +39,12 @@
 #include "update/retry_group.h"
 #include "update/software_update.h"
 #include "update/update_exchange.h"
+#include "update/update_parts.h"
 #include "util/export.h"
 
 namespace korvane {
 
 struct UpdateResult;
-class AgentConfig;
 class AgentInfo;
 class HttpsHandler;
 
@@ -62,6 +63,8 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   void cycle();
 
  private:
+  explicit UpdateThread(const UpdateParts& parts);
+
   void loop();
   void prepare();
   // True when the cycle still needs its pause.
@@ -88,14 +91,18 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   // The IDS component
   void processHIDSPolicyUpdate();
   void applyIdsPolicy(HttpsHandler& handler);
-  UpdateResult installIdsPolicy(std::string_view bytes, const PropertyList& properties);
+  std::optional<UpdateResult> installIdsPolicy(std::string_view bytes,
+                                               const PropertyList& properties);
+  UpdateResult configureIds(const PropertyList& settings, const PropertyList& rules, int kind);
+  // Hands a translated policy over and gives what the component made of it.
+  UpdateResult handOver(const STRING& resultFile, const char* context);
   void retranslateIdsOnRequest();
 
   void notifyAppDataCollection();
 
+  const UpdateParts _parts;
   std::atomic<bool> _running{true};
   bool _initialised = false;
-  AgentConfig* _config = nullptr;
   bool _bFirstPollRequired = true;
   int32_t _pollingInterval = -1;
   StatusRepeat _statusRepeat;
@@ -107,11 +114,11 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   PendingUpdates _pending;
   PolicyProcessor _policy;
   BuiltInWish _builtInWish;
-  UpdateExchange _configExchange{configPolicyUpdates(), _pending, _configRetry};
-  UpdateExchange _idsExchange{idsUpdates(), _pending, _idsRetry};
-  SoftwareUpdate _software{_pending, _softwareRetry};
-  ContentUpdate _content{_pending, _componentRetry};
-  NotificationListener _listener{stopToken()};
+  UpdateExchange _configExchange;
+  UpdateExchange _idsExchange;
+  SoftwareUpdate _software;
+  ContentUpdate _content;
+  NotificationListener _listener;
 };
 
 }  // namespace korvane

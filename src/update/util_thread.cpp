@@ -2,11 +2,8 @@
 
 #include <algorithm>
 
-#include "config/agent_config.h"
 #include "config/prevention.h"
 #include "eventlog/event_log.h"
-#include "update/policy/policy_news.h"
-#include "update/policy/policy_turn.h"
 #include "update/prevention_state.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
@@ -22,7 +19,9 @@ constexpr uint32_t kUtilCycleMs = 1000;
 const int UtilThread::MAX_RETRY;
 const int UtilThread::RETRY_INTERVAL;
 
-UtilThread::UtilThread(AgentInfo*) {}
+UtilThread::UtilThread(AgentInfo*) : UtilThread(policyPartsOfRun()) {}
+
+UtilThread::UtilThread(const PolicyParts& parts) : _parts(parts), _policy(parts) {}
 
 UtilThread::~UtilThread() = default;
 
@@ -42,8 +41,8 @@ void UtilThread::run() {
 
 void UtilThread::cycle() {
   try {
-    if (!_config) initialize();
-    if (_config) work();
+    if (!_initialised) initialize();
+    if (_initialised) work();
   } catch (const FileError& error) {
     eventlog::trace(kUtilRunTag, "Caught Utils Exception %d Message %s", error.errnoValue(),
                     error.message());
@@ -51,42 +50,45 @@ void UtilThread::cycle() {
 }
 
 void UtilThread::initialize() {
-  const PolicyTurn turn;
+  const PolicyTurn turn(_parts.shared.turns, _parts.stop);
   if (!turn.taken()) return;
-  _policyNews = PolicyNews::number();
-  _config = AgentConfig::getInstance();
-  const uint32_t interval = std::min<uint32_t>(_config->getAutoRetransInterval(), INT32_MAX);
+  _policyNews = _parts.shared.news.number();
+  _initialised = true;
+  const PolicySettings& settings = _parts.settings;
+  const uint32_t interval = std::min<uint32_t>(settings.getAutoRetransInterval(), INT32_MAX);
   _timer = std::make_unique<RetranslationTimer>(static_cast<int32_t>(interval),
-                                                _config->autoRetransEnabled());
+                                                settings.autoRetransEnabled());
   // Without a history the policies are worked on all the same; that has been traced.
   ignoreResult(_policy.InitializePloicyHistory());
   // Without its items a policy is not checked for retranslation; that has been told.
-  if (preventionInForce(*_config)) ignoreResult(_policy.loadRetransItems());
-  PolicyProcessor::RemovePrevHIDSPolicies();
+  if (preventionInForce(_parts.settings)) ignoreResult(_policy.loadRetransItems());
+  _policy.RemovePrevHIDSPolicies();
 }
 
 void UtilThread::work() {
-  if (_timer) _timer->setEnabled(_config->autoRetransEnabled());
-  const bool retranslate = (_timer && _timer->remaining() == 0) || _config->getRetranslateNow();
-  if (retranslate || PolicyNews::number() != _policyNews) workOnPolicy(retranslate);
+  if (_timer) _timer->setEnabled(_parts.settings.autoRetransEnabled());
+  const bool retranslate =
+      (_timer && _timer->remaining() == 0) || _parts.settings.getRetranslateNow();
+  if (retranslate || _parts.shared.news.number() != _policyNews) workOnPolicy(retranslate);
   monitorPrevention();
   updateTimers();
 }
 
 void UtilThread::workOnPolicy(bool retranslate) {
-  const PolicyTurn turn;
+  const PolicyTurn turn(_parts.shared.turns, _parts.stop);
   if (!turn.taken()) return;
-  const uint64_t news = PolicyNews::number();
+  const uint64_t news = _parts.shared.news.number();
   // Without its items a policy is not checked for retranslation; that has been told.
-  if (news != _policyNews && preventionInForce(*_config)) ignoreResult(_policy.loadRetransItems());
+  if (news != _policyNews && preventionInForce(_parts.settings))
+    ignoreResult(_policy.loadRetransItems());
   _policyNews = news;
-  // The failure has been told as the policy's error.
+  // A failure is in the history.
   if (retranslate) ignoreResult(_policy.retranslatePolicy());
 }
 
 void UtilThread::monitorPrevention() {
   // It has traced what it found.
-  if (preventionInForce(*_config)) ignoreResult(preventionTestKeyCanBeMade());
+  if (preventionInForce(_parts.settings)) ignoreResult(preventionTestKeyCanBeMade(_parts.registry));
 }
 
 void UtilThread::updateTimers() {

@@ -26,7 +26,6 @@
 
 namespace korvane {
 
-class AgentConfig;
 class AgentInfo;
 
 class KORVANE_EXPORT UtilThread : public Thread {
@@ -44,6 +43,8 @@ class KORVANE_EXPORT UtilThread : public Thread {
   void cycle();
 
  private:
+  explicit UtilThread(const PolicyParts& parts);
+
   void initialize();
   void work();
   void workOnPolicy(bool retranslate);
@@ -51,7 +52,8 @@ class KORVANE_EXPORT UtilThread : public Thread {
   void updateTimers();
 
   std::atomic<bool> _running{true};
-  AgentConfig* _config = nullptr;
+  const PolicyParts _parts;
+  bool _initialised = false;
   PolicyProcessor _policy;
   uint64_t _policyNews = 0;  // the number up to which they are known here
   std::unique_ptr<RetranslationTimer> _timer;

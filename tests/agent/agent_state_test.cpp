@@ -12,7 +12,9 @@ namespace {
 
 class AgentState : public ConfigFixture {
  protected:
-  AgentStateHandler handler() { return AgentStateHandler(fake.processes); }
+  AgentStateHandler handler() {
+    return AgentStateHandler(settingsOf(*AgentConfig::getInstance()), fake.processes);
+  }
 };
 
 TEST_F(AgentState, everyStateHasItsWord) {

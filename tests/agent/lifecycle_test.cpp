@@ -157,7 +157,7 @@ TEST(Lifecycle, StopsWhileAnotherProgramHoldsTheLockFile) {
 TEST(Lifecycle, AStopBeforeTheMainRoutineIsNotLost) {
   SimulatedMachine machine;
   machine.server.always("register", Answer::properties(kRegistered));
-  KorvaneAgent agent;
+  KorvaneAgent agent{contextOfRun()};
   AgentInfo info;
   agent.shutdown();
   agent.shutdown();

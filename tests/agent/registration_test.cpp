@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/standard_agent_comm.h"
-#include "driver/driver.h"
+#include "agent/agent_context.h"
+#include "agent/agent_factory.h"
 #include "tests/support/simulated_agent.h"
 
 namespace korvane {
@@ -14,12 +14,9 @@ using tests::kRegistered;
 using tests::SimulatedMachine;
 
 struct Step {
-  Step() : comm(*AgentConfig::getInstance(), currentDriver()) {
-    result = comm.registerAgent(builtinReported);
-  }
-  StandardAgentComm comm;
+  std::unique_ptr<AgentComm> comm = makeAgentComm(contextOfRun());
   uint8_t builtinReported = 0;
-  bool result = false;
+  bool result = comm->registerAgent(builtinReported);
 };
 
 TEST(Registration, SendsTheConfiguredPolicyOrTheShippedOneOrNone) {
@@ -52,10 +49,11 @@ TEST(Registration, AStopEndsPauseAndExchangeAndIsNoFailure) {
   for (const Answer& answer : {Answer::failure(7), Answer::hanging()}) {
     SimulatedMachine machine;
     machine.server.always("register", answer);
-    StandardAgentComm comm(*AgentConfig::getInstance(), currentDriver());
+    const std::unique_ptr<AgentComm> comm = makeAgentComm(contextOfRun());
     uint8_t reported = 0;
     bool result = false;
-    const auto thread = machine.sim.createThread(0, [&] { result = comm.registerAgent(reported); });
+    const auto thread =
+        machine.sim.createThread(0, [&] { result = comm->registerAgent(reported); });
     machine.sim.runFor(65000);
     EXPECT_EQ(machine.server.count("register"), answer.hangs ? 1U : 4U);
     const int64_t before = machine.now();
@@ -65,7 +63,7 @@ TEST(Registration, AStopEndsPauseAndExchangeAndIsNoFailure) {
     EXPECT_TRUE(result);
     EXPECT_EQ(machine.countLines(",10100,"), 0U);
     EXPECT_EQ(machine.countLines("could not get guid"), 0U);
-    EXPECT_TRUE(comm.registerAgent(reported)) << "nor does a later call begin anew";
+    EXPECT_TRUE(comm->registerAgent(reported)) << "nor does a later call begin anew";
     EXPECT_EQ(machine.server.count("register"), answer.hangs ? 1U : 4U);
   }
 }

@@ -33,7 +33,7 @@ class RunningAgent {
   }
 
   AgentInfo info;
-  KorvaneAgent agent;
+  KorvaneAgent agent{contextOfRun()};
 
  private:
   SimulatedMachine& _machine;

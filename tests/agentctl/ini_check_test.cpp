@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "config/ini_text.h"
-#include "config/setting_store.h"
+#include "config/value_map.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -90,11 +90,11 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(IniCheckWholeFile, WhatTheStoreWritesIsClean) {
   IniWriter writer("\r\n");
-  const SettingStore settings(StoreKind::settings), communication(StoreKind::communication);
+  const ValueMap settings(MapKind::settings), communication(MapKind::communication);
   for (const SettingRow& row : settingsTable()) {
     writer.section(row.section);
     writer.value(row.name,
-                 (storeOf(row) == StoreKind::settings ? settings : communication).text(row.key));
+                 (mapKindOf(row) == MapKind::settings ? settings : communication).text(row.key));
   }
   EXPECT_EQ(said(writer.finish(), /*needsChecksum=*/true), "");
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent_context.h"
 #include "agent/agent_factory.h"
 #include "agent/thread/thread.h"
 #include "eventlog/event_log.h"
@@ -35,7 +36,7 @@ class ChannelWorld {
                            "10600 AERR The local command channel cannot be served: error %1.\n");
     eventlog::EventLog::reconfigure(log);
     readServiceType();
-    _service.reset(makeLocalService());
+    _service.reset(makeLocalService(contextOfRun()));
     _service->start();
     machine.sim.runFor(1);
   }

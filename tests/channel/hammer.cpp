@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cloud/local_methods.h"
+#include "comm/server_connection.h"
 #include "config/settings.h"
 #include "driver/driver.h"
 #include "logs/forwarding_counters.h"
@@ -61,9 +62,9 @@ class Serving {
  public:
   explicit Serving(Machine& machine)
       : _counters(*machine.clock),
-        _parts{machine.fake.files, *machine.clock,   machine.fake.systemInfo,
-               _settings.server,   _settings.policy, _settings.logs,
-               _settings.file,     currentDriver(),  _counters},
+        _parts{machine.fake.files,  *machine.clock, machine.fake.systemInfo, _settings.server,
+               _settings.policy,    _settings.logs, _settings.file,          currentDriver(),
+               currentConnection(), _counters},
         _transport(machine.native.pipes, *machine.clock, machine.name, RPCNamedPipe::Role::server),
         _server(_transport, *machine.clock) {
     _about.techStatus = [] { return std::string("IPS Online\n"); };

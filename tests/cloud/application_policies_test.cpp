@@ -81,7 +81,7 @@ Machine machineWithApplications() {
 struct World : PolicyWorld {
   explicit World(const Machine& machine) : PolicyWorld(machine, /*serviceType=*/2) {
     readSource = toSource;
-    PolicyProcessor::reconcile();
+    PolicyProcessor(policyPartsOfRun()).reconcile();
     trip = {};
   }
 
@@ -113,16 +113,13 @@ struct World : PolicyWorld {
   }
 };
 
-const PolicySettings& policySettings() {
-  return settingsOf(*AgentConfig::getInstance()).policy;
-}
-
 ApplicationPolicies policiesOf(PolicyProcessor& policy) {
-  return {policy, platform::current().files, policySettings()};
+  const PolicyParts parts = policyPartsOfRun();
+  return {policy, parts.files, parts.settings};
 }
 
 void load() {
-  loadApplicationPolicies(platform::current().files, policySettings());
+  loadApplicationPolicies(policyPartsOfRun());
 }
 
 struct Step {
@@ -165,7 +162,7 @@ using Sets = std::set<std::string>;
 // Runs the steps, and after each tells what may be in force: what was told last, or the
 // step that was the agent's last.
 void runSteps(World& world, const Change& change, const std::function<void(const Sets&)>& after) {
-  PolicyProcessor policy;
+  PolicyProcessor policy(policyPartsOfRun());
   ApplicationPolicies policies = policiesOf(policy);
   Sets may = {kBefore};
   for (const Step& step : change.steps) {
@@ -183,7 +180,7 @@ std::string afterRestart(const Machine& machine, const Sets& may) {
   load();
   if (const std::string problem = world.disagreement(); !problem.empty()) return problem;
   if (!may.contains(world.inForce())) return "it is " + world.inForce();
-  PolicyProcessor policy;
+  PolicyProcessor policy(policyPartsOfRun());
   const int code = codeOf([&] { policiesOf(policy).set("next", packed("1")); });
   if (code != 0) return "the next change fails with " + std::to_string(code);
   return world.disagreement();
@@ -291,7 +288,7 @@ TEST(ApplicationPolicies, AStartPutsTheFolderInForceAndPassesOverWhatIsDamaged) 
   load();
   EXPECT_EQ(world.inDriver(), "A,mail=1,new=1,web=2") << "refused as a whole";
   EXPECT_THAT(events.all(), testing::Contains(10621).Times(1));
-  PolicyProcessor policy;
+  PolicyProcessor policy(policyPartsOfRun());
   ApplicationPolicies policies = policiesOf(policy);
   EXPECT_TRUE(policies.set("web", packed("3")));
   EXPECT_FALSE(policies.set("web", packed("3"))) << "it is in force";
@@ -307,7 +304,7 @@ TEST(ApplicationPolicies, NothingIsSettledWhileAPolicyChangeIsNotUndone) {
   World world(machineWithApplications());
   world.fake.files.put(staged, packed("2"));
   world.fake.files.put(tests::kJournal, "of a change that could not be undone");
-  PolicyProcessor policy;
+  PolicyProcessor policy(policyPartsOfRun());
   EXPECT_EQ(codeOf([&] { policiesOf(policy).list(); }), kCloudPolicyRefused);
   EXPECT_EQ(world.fake.files.content(staged), packed("2"));
 }
@@ -320,7 +317,7 @@ TEST(ApplicationPolicies, WithoutABasePolicyTheyWaitForOne) {
                    {std::string(kFolder) + "web.zip", packed("1")}};
   World world(machine);
   load();
-  PolicyProcessor policy;
+  PolicyProcessor policy(policyPartsOfRun());
   ApplicationPolicies policies = policiesOf(policy);
   EXPECT_EQ(codeOf([&] { policies.set("mail", packed("1")); }), kCloudNoBasePolicy);
   ASSERT_EQ(policies.list().size(), 1U);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/agent_context.h"
 #include "agent/agent_factory.h"
 #include "agent/run_parts.h"
 #include "agent/thread/thread.h"
@@ -16,7 +17,7 @@
 #include "stand-in-policy/policy_model.h"
 #include "tests/support/simulated_agent.h"
 #include "translate-stand-in/source_policy.h"
-#include "update/policy/policy_turn.h"
+#include "update/policy/policy_parts.h"
 
 namespace korvane::tests {
 
@@ -39,7 +40,7 @@ class CloudWorld {
   ~CloudWorld() { stop(); }
 
   void start() {
-    _thread.reset(makeComm(nullptr));
+    _thread.reset(makeComm(contextOfRun(), nullptr));
     _thread->start();
     machine.sim.runFor(1);
   }
@@ -57,7 +58,8 @@ class CloudWorld {
   // Another thread works on policies until the agent stops.
   void holdTurn() {
     _holder = machine.sim.createThread(0, [] {
-      const PolicyTurn turn;
+      const PolicyParts parts = policyPartsOfRun();
+      const PolicyTurn turn(parts.shared.turns, parts.stop);
       shutdownToken().sleepFor(platform::kInfinite);
     });
     machine.sim.runFor(10);
@@ -101,7 +103,7 @@ class CloudWorld {
     const std::string& plus = quoted[quoted.size() - 3];
     Source source;
     Translation made;
-    MachineState state(machine.fake.platform());
+    MachineState state({machine.fake.files, machine.fake.registry, machine.fake.systemInfo});
     if (unpackPolicy(plus, machine.fake.files.content(plus), source, made.problem))
       made = SourcePolicy(state, {}, Target::driver).translate(source);
     const bool good = made.problem.empty();

@@ -70,7 +70,7 @@ TEST(CloudCommands, AreForAdministratorsAndSayWhatIsWrong) {
        {"policyBuffer", "policy", "configuration", "applicationPolicy.set",
         "applicationPolicy.remove", "applicationPolicy.list", "getState", "retranslate"})
     EXPECT_EQ(world.codeOf(method, R"({"value":"true"})"), kRpcNotAdministrator) << method;
-  EXPECT_FALSE(runParts().connector.askedLately());
+  EXPECT_FALSE(contextOfRun().shared.connector.askedLately());
   world.machine.fake.pipes.setClientsAreAdministrators(true);
   world.connector.close();
 
@@ -134,7 +134,7 @@ TEST(CloudCommands, AChangedWishForTheBuiltInPolicyReachesTheDriver) {
 
 TEST(CloudAgentComm, IsConnectedWhileTheConnectorAsksAndNotesWhatItIsToBeTold) {
   CloudWorld world;
-  CloudAgentComm comm(runParts().connector);
+  CloudAgentComm comm(contextOfRun().shared.connector, policyPartsOfRun().shared.news);
   EXPECT_FALSE(comm.testConnection());
   ASSERT_EQ(world.codeOf("getState", "{}"), 0);
   const auto news = world.result.get<int>("news");
@@ -173,21 +173,23 @@ TEST(PolicyTurn, IsTakenWhenTheOtherHasDoneAndAStopEndsTheWait) {
   for (const bool stopped : {false, true}) {
     SimulatedMachine machine({.serviceType = "2"});
     const auto done = machine.sim.createEvent(true, false);
+    PolicyTurns turns;
+    StopToken stop;
     bool taken = false;
     int64_t waitEnded = 0;
     const auto holder = machine.sim.createThread(0, [&] {
-      const PolicyTurn turn;
+      const PolicyTurn turn(turns, stop);
       done->wait(platform::kInfinite);
     });
     machine.sim.runFor(10);
     const auto waiter = machine.sim.createThread(0, [&] {
-      const PolicyTurn turn;
+      const PolicyTurn turn(turns, stop);
       taken = turn.taken();
       waitEnded = machine.now();
     });
     machine.sim.runFor(300);
     const int64_t now = machine.now();
-    if (stopped) shutdownToken().request();
+    if (stopped) stop.request();
     if (!stopped) done->set();
     machine.sim.runFor(1500);
     done->set();
@@ -248,9 +250,7 @@ TEST(CloudStart, AStopEndsTheTranslationOfWhatIsStored) {
   ASSERT_TRUE(decodeBase64(sample().web, archive));
   world.machine.fake.files.put("/opt/korvane/IPS/applications/web.zip", archive);
   world.translatorRunMs = platform::kInfinite;
-  const auto load = [&world] {
-    loadApplicationPolicies(world.machine.fake.files, settingsOf(world.config).policy);
-  };
+  const auto load = [] { loadApplicationPolicies(policyPartsOfRun()); };
   const auto start = world.machine.sim.createThread(0, load);
   world.machine.sim.runFor(5000);
   EXPECT_EQ(world.translations, 2U);

@@ -18,6 +18,7 @@
 
 #include "agent/thread/stop_token.h"
 #include "comm/https_handler.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
 #include "eventlog/event_log.h"
@@ -149,6 +150,11 @@ class CommFixture : public ::testing::Test {
   ~CommFixture() override { resolver.letGo(); }
 
   static AgentConfig& config() { return *AgentConfig::getInstance(); }
+  platform::Files& files() { return _platform.files; }
+  // A connection test of the server in use, or of another one.
+  static ConnectionReport test(const STRING& server = {}) {
+    return currentConnection().test(currentConnection().target(server));
+  }
   std::string path(const std::string& name) const { return _directory.path() + "/" + name; }
   std::string write(const std::string& name, const std::string& bytes) const {
     std::ofstream(tests::fsPath(path(name)), std::ios::binary) << bytes;

@@ -3,7 +3,6 @@
 
 #include <cstdlib>
 
-#include "comm/connection_test.h"
 #include "tests/comm/comm_fixture.h"
 #include "tests/support/tls_server.h"
 
@@ -24,7 +23,7 @@ class ConnectionProxy : public tests::CommFixture {
   ConnectionReport over(uint16_t port) {
     const std::string proxy = "http://user:pw@127.0.0.1:" + std::to_string(port);
     setenv("https_proxy", proxy.c_str(), 1);
-    const ConnectionReport report = testConnection(agentTarget());
+    const ConnectionReport report = test();
     EXPECT_EQ(report.proxy, "https_proxy=http://***@127.0.0.1:" + std::to_string(port));
     EXPECT_EQ(report.failingStage, "TCP connection");
     return report;

@@ -8,9 +8,8 @@
 #include <regex>
 #include <thread>
 
-#include "comm/connection_test.h"
 #include "comm/curl_transport.h"
-#include "comm/exchange_outcome.h"
+#include "comm/exchange_record.h"
 #include "comm/failure_cause.h"
 #include "tests/comm/comm_fixture.h"
 #include "tests/comm/hanging_resolver.h"
@@ -32,7 +31,7 @@ constexpr uint32_t kLongMs = 30'000;
 // libcurl with a shorter time for the whole transfer.
 class HastyTransport : public CurlTransport {
  public:
-  explicit HastyTransport(uint32_t totalMs) : _totalMs(totalMs) {}
+  HastyTransport(const Parts& parts, uint32_t totalMs) : CurlTransport(parts), _totalMs(totalMs) {}
   int perform(const TransportRequest& request, TransportSink& sink,
               TransportResult& result) override {
     TransportRequest hasty = request;
@@ -118,10 +117,11 @@ class Zoo : public CommFixture {
   // Both ways to the server that the settings name.
   void expectGolden(const char* name, uint32_t patienceMs, const std::string& port) {
     SCOPED_TRACE(name);
-    HttpsHandler::setTransport(std::make_unique<HastyTransport>(patienceMs));
-    ConnectionTarget target = agentTarget();
+    HttpsHandler::setTransport(std::make_unique<HastyTransport>(
+        CurlTransport::Parts{clock, resolver, shutdownToken()}, patienceMs));
+    ConnectionTarget target = currentConnection().target();
     target.totalTimeoutMs = patienceMs;
-    const ConnectionReport report = testConnection(target);
+    const ConnectionReport report = currentConnection().test(target);
     EXPECT_EQ(report.ok, report.cause.empty());
     EXPECT_EQ(report.stages.back().ok, report.ok);
     EXPECT_LT(report.milliseconds, kLongMs);
@@ -327,7 +327,7 @@ TEST_F(Zoo, Settings) {
 }
 
 // What the pieces of evidence come to that no server gives for certain.
-TEST(FailureCauses, OfAConnectionThatEnded) {
+TEST_F(Zoo, EvidenceOfAConnectionThatEnded) {
   const char* const lost =
       "getpeername() failed with errno 107: Transport endpoint is not connected";
   const struct {
@@ -354,7 +354,9 @@ TEST(FailureCauses, OfAConnectionThatEnded) {
       if (!c.kept) result.trail.lookedUpUs = result.trail.connectedUs = result.trail.tlsUs = 1;
       result.trail.tls.certificateAsked = c.asked;
       if (c.asked) result.trail.tls.version = c.asked;
-      EXPECT_EQ(findCause({.code = code, .request = request, .result = result}).text(), c.cause);
+      EXPECT_EQ(
+          findCause({.code = code, .request = request, .result = result, .files = files()}).text(),
+          c.cause);
     }
   }
 }
@@ -375,10 +377,10 @@ TEST_F(Zoo, AResetInTheMiddleOfAnAnswerIsABrokenAnswer) {
 TEST_F(Zoo, AStopShutsTheSocketOfATransfer) {
   TlsServer server(*authority, nullptr, {.manner = Manner::hangInHandshake});
   config().setURL(STRING("https://127.0.0.1:" + std::to_string(server.port()) + "/agent/"));
-  std::thread test([] { testConnection(agentTarget()); });
+  std::thread testing([] { test(); });
   EXPECT_TRUE(server.waitUntilHeld());
   shutdownToken().request();
-  test.join();
+  testing.join();
   EXPECT_GE(resolver.shut, 1);
 }
 
@@ -387,17 +389,17 @@ TEST_F(Zoo, AStopEndsATest) {
   config().setURL("https://127.0.0.1:1/agent/");
   ConnectionReport report;
   const std::string place = "127.0.0.1:" + std::to_string(server.port());
-  std::thread test([&] { report = testConnection(agentTarget(STRING(place))); });
+  std::thread testing([&] { report = test(STRING(place)); });
   EXPECT_TRUE(server.waitUntilHeld());
   shutdownToken().request();
-  test.join();
+  testing.join();
   EXPECT_EQ(report.url, "https://" + place + "/agent/");
   EXPECT_EQ(report.failingStage, "TLS handshake");
   EXPECT_EQ(report.cause, "it was cancelled because the agent is stopping");
   EXPECT_EQ(report.stages.size(), 4u);
   shutdownToken().reset();
   config().setURL("");
-  EXPECT_EQ(testConnection(agentTarget()).cause, "agent.http.url is empty");
+  EXPECT_EQ(test().cause, "agent.http.url is empty");
 }
 
 // The whole report, as a screen shows it.
@@ -410,7 +412,7 @@ TEST_F(Zoo, ReportForAScreen) {
                            {.certificate = kind});
     config().setURL(
         STRING("https://user:pw@127.0.0.1:" + std::to_string(server.port()) + "/agent/"));
-    const std::string text = toText(testConnection(agentTarget()));
+    const std::string text = toText(test());
     EXPECT_EQ(masked(text, std::to_string(server.port())),
               golden[kind == Certificate::good ? "report of a good server"
                                                : "report of an expired certificate"]);

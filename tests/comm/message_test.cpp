@@ -19,7 +19,7 @@ class Message : public CommFixture {
 };
 
 TEST_F(Message, SectionsAreFramedInOrder) {
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message("");
   EXPECT_EQ(bodyOf(message), "EOF_FLAG\n");
 
   message.addProperties({{"a", "b"}, {"n\u00e4me", "x=\u00e4"}, {"", ""}});
@@ -36,7 +36,7 @@ TEST_F(Message, SectionsAreFramedInOrder) {
 
 // The form that log forwarding uses and the one over pairs make the same bytes.
 TEST_F(Message, BuiltInPlaceEqualsPairs) {
-  HttpsMessageGenerator message;
+  HttpsMessageGenerator message("");
   MessageBody body;
   for (int round = 0; round < 2; ++round) {
     body.clear();
@@ -54,16 +54,16 @@ TEST_F(Message, BuiltInPlaceEqualsPairs) {
 
 TEST_F(Message, BulkLogEqualsTheSameSections) {
   const std::string content("PK\0\n", 4);
-  HttpsMessageGenerator expected;
+  HttpsMessageGenerator expected("");
   expected.addBinary(content.data(), content.size());
   expected.addProperties({{"file.name", "l\u00f6g.zip"}});
-  HttpsMessageGenerator message;
-  const auto body = message.buildBulkLogMessage(write("l\xC3\xB6g.zip", content));
+  HttpsMessageGenerator message("");
+  const auto body = message.buildBulkLogMessage(files(), write("l\xC3\xB6g.zip", content));
   ASSERT_TRUE(body);
   EXPECT_EQ(body->bytes(), bodyOf(expected));
   EXPECT_EQ(message.bulkLogSize(), body->size());
 
-  EXPECT_FALSE(message.buildBulkLogMessage(path("none.zip")));
+  EXPECT_FALSE(message.buildBulkLogMessage(files(), path("none.zip")));
   EXPECT_EQ(logged("Could not open file" + path("none.zip") + ". Error Code :2"), 1);
   EXPECT_EQ(message.bulkLogSize(), 0u);
 }

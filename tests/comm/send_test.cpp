@@ -4,7 +4,6 @@
 #include <chrono>
 #include <thread>
 
-#include "comm/name_lookup.h"
 #include "tests/comm/comm_fixture.h"
 
 namespace korvane {
@@ -17,7 +16,7 @@ class Send : public CommFixture {
  protected:
   Send() : transport(script()) {
     config().setServerList("10.1.1.1,10.1.1.2,10.1.1.3");
-    HttpsHandler::setLocalAddressSource([this](std::vector<STRING>& out) {
+    currentConnection().setLocalAddressSource([this](std::vector<STRING>& out) {
       out = localAddresses;
       return !out.empty();
     });
@@ -36,6 +35,9 @@ class Send : public CommFixture {
 
   ScriptedTransport& transport;
   std::vector<STRING> localAddresses{"192.168.1.5"};
+  NameLookups lookUps{{resolver, threading, shutdownToken(), [this](std::function<void()> body) {
+                         return threading.createThread(0, std::move(body)) != nullptr;
+                       }}};
 };
 
 TEST_F(Send, StatusCheck) {
@@ -164,7 +166,7 @@ TEST_F(Send, FailBackClockThatWentBackCountsAsNotPassed) {
 TEST_F(Send, TlsFallbackStays) {
   transport.steps = {{.code = kCurlAbortedByCallback}};
   EXPECT_EQ(HttpsHandler().testConnection(true), kCurlAbortedByCallback);
-  EXPECT_EQ(HttpsHandler::lowestTls(), 6) << "a stop says nothing about TLS";
+  EXPECT_EQ(currentConnection().lowestTls(), 6) << "a stop says nothing about TLS";
   transport.seen.clear();
   transport.steps = {{.code = 35}, {}, {.code = 35}};
   EXPECT_EQ(HttpsHandler().testConnection(true), 0);
@@ -187,38 +189,38 @@ TEST_F(Send, StoppedAgentSendsNothing) {
 TEST_F(Send, HangingLookUpIsLeftBehind) {
   const auto begin = std::chrono::steady_clock::now();
   STRING address("none");
-  std::thread asking([&] { address = HttpsHandler::getServerIP("hang"); });
+  std::thread asking([&] { address = lookUps.address("hang", 20000); });
   EXPECT_EQ(resolver.asked->wait(20000), platform::WaitResult::signalled);
   const auto asked = std::chrono::steady_clock::now();
   shutdownToken().request();
   asking.join();
   EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(2));
   EXPECT_EQ(address, STRING());
-  EXPECT_EQ(lookUpsOutstanding(), 1u);
+  EXPECT_EQ(lookUps.outstanding(), 1u);
   shutdownToken().reset();
   // The next one waits for the look-up that is on its way, no longer than it may.
-  EXPECT_EQ(lookUpAddress("hang", 50), "");
-  EXPECT_EQ(lookUpsOutstanding(), 1u);
+  EXPECT_EQ(lookUps.address("hang", 50), "");
+  EXPECT_EQ(lookUps.outstanding(), 1u);
   resolver.letGo();
-  EXPECT_EQ(lookUpAddress("hang", 20000), "");
-  EXPECT_EQ(lookUpAddress("steady", 20000), "10.0.1.1");
-  EXPECT_EQ(lookUpsOutstanding(), 0u);
+  EXPECT_EQ(lookUps.address("hang", 20000), "");
+  EXPECT_EQ(lookUps.address("steady", 20000), "10.0.1.1");
+  EXPECT_EQ(lookUps.outstanding(), 0u);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
 }
 
 TEST_F(Send, LookUpsOfAddressesAskNobody) {
   for (const char* dotted : {"0.0.0.0", "10.1.1.1", "255.255.255.255"})
-    EXPECT_EQ(lookUpAddress(dotted, 1000), dotted);
+    EXPECT_EQ(lookUps.address(dotted, 1000), dotted);
   for (const char* name : {"10.1.1", "10.1.1.256", "10.1.1.1.", "1.2.3.4.5", "a.1.1.1", ""})
-    EXPECT_EQ(lookUpAddress(name, 20000), "") << name;
+    EXPECT_EQ(lookUps.address(name, 20000), "") << name;
 }
 
 TEST_F(Send, ALookUpWithoutAThreadIsForgotten) {
   threading.refuses = true;
-  EXPECT_EQ(lookUpAddress("steady", 20000), "");
-  EXPECT_EQ(lookUpsOutstanding(), 0u);
+  EXPECT_EQ(lookUps.address("steady", 20000), "");
+  EXPECT_EQ(lookUps.outstanding(), 0u);
   threading.refuses = false;
-  EXPECT_EQ(lookUpAddress("steady", 20000), "10.0.1.1");
+  EXPECT_EQ(lookUps.address("steady", 20000), "10.0.1.1");
 }
 
 }  // namespace

@@ -134,7 +134,7 @@ TEST_F(StateTest, FipsSwitchNeedsAWorkingProvider) {
   EXPECT_EQ(fipsModeOn(), fetch("fips=yes"));
   EXPECT_TRUE(fetch(nullptr));
   STRING error;
-  if (!switchFipsMode(true, error)) {
+  if (!switchFipsMode(true, fake.files, fake.platform().sharedLibraries, error)) {
     EXPECT_NE(error.find("error:"), STRING::npos) << error.toUtf8();
   }
   config().setFipsEnabled(false);
@@ -158,14 +158,14 @@ TEST_F(StateTest, TheLogChainIsBrokenByAPointerToAMissingLog) {
   std::string pointer(4365, '\0');
   const std::string name = "/logs/a";
   for (size_t i = 0; i < name.size(); ++i) pointer[1 + 2 * i] = name[i];
-  EXPECT_TRUE(walkLogChain());
+  EXPECT_TRUE(walkLogChain(fake.files));
   fake.files.put("/opt/agent/IPS/hidslog1rtfilepointer", pointer);
-  EXPECT_FALSE(walkLogChain());
+  EXPECT_FALSE(walkLogChain(fake.files));
   fake.files.put("/logs/a", "");
-  EXPECT_TRUE(walkLogChain());
+  EXPECT_TRUE(walkLogChain(fake.files));
   fake.files.remove("/logs/a");
   fake.files.put("/opt/agent/IPS/hidslog1rtfilepointer", pointer.substr(0, 100));
-  EXPECT_TRUE(walkLogChain()) << "a damaged pointer names no log";
+  EXPECT_TRUE(walkLogChain(fake.files)) << "a damaged pointer names no log";
 }
 
 }  // namespace

@@ -249,14 +249,15 @@ TEST_F(StandInDriverTest, TheServicesThatAnInstallationMakesGetTheirStartValues)
 
 TEST_F(StandInDriverTest, TheSelfTestFindsOutWhetherPreventionIsInForce) {
   world.setPrevention(true);
-  EXPECT_FALSE(preventionTestKeyCanBeMade());
-  EXPECT_FALSE(preventionTestKeyCanBeMade());
+  EXPECT_FALSE(preventionTestKeyCanBeMade(world.system.registry));
+  EXPECT_FALSE(preventionTestKeyCanBeMade(world.system.registry));
   EXPECT_NE(events.text().find("::monitorPrevention Registry Access denied"), std::string::npos);
   world.setPrevention(false);
-  EXPECT_TRUE(preventionTestKeyCanBeMade());
-  EXPECT_TRUE(preventionTestKeyCanBeMade());
+  EXPECT_TRUE(preventionTestKeyCanBeMade(world.system.registry));
+  EXPECT_TRUE(preventionTestKeyCanBeMade(world.system.registry));
   world.setPrevention(true);
-  EXPECT_FALSE(preventionTestKeyCanBeMade()) << "a key that was made before is refused as well";
+  EXPECT_FALSE(preventionTestKeyCanBeMade(world.system.registry))
+      << "a key that was made before is refused as well";
   world.setPrevention(false);
   world.system.registry.deleteKey(kTestKey);
 }

@@ -34,7 +34,9 @@ constexpr uint32_t kLongMs = 60000;
 
 class PipelineTest : public testing::Test {
  protected:
-  PipelineTest() {
+  PipelineTest() { policy.InitializePloicyHistory(); }
+
+  PolicyParts prepare() {
     for (const char* folder : {"root/IPS/bin", "root/IPS/driver", "root/IDS/bin"})
       fs::create_directories(fsPath(at(folder)));
     fs::copy(KORVANE_TRANSLATE, fsPath(at("root/IPS/bin")));
@@ -42,7 +44,7 @@ class PipelineTest : public testing::Test {
         << "[Agent]\nagent.http.url=https://127.0.0.1:8443/korvane/agent/\nagent.id=guid-7\n";
     setInstallRoot(at("root"));
     setServiceType(1);
-    policy.InitializePloicyHistory();
+    return policyPartsOfRun();
   }
 
   std::string at(const std::string& name) const { return world.at(name); }
@@ -53,8 +55,9 @@ class PipelineTest : public testing::Test {
                                           "\nid id-" + version + "\n" + rules);
   }
   bool install(const std::string& version, const std::string& rules = "rule deny file web /a\n") {
-    return policy.installPolicy(source(version, rules),
+    last = policy.installPolicy(source(version, rules),
                                 {{"policy.name", "Web"}, {"policy.path", "db/web"}});
+    return bool(last);
   }
   std::string applied() {
     STRING name, version, id;
@@ -105,20 +108,21 @@ class PipelineTest : public testing::Test {
   platform::CurrentPlatform current{world.system};
   LoggedEvents events{world.system.files, at("log")};
   tests::ScriptedServer server;
-  PolicyProcessor policy;
+  PolicyProcessor policy{prepare()};
+  PolicyOutcome last;
 };
 
 TEST_F(PipelineTest, APolicyReachesTheDriverAndTheNextOneTakesItsPlace) {
   EXPECT_EQ(applied(), "Built-in/1/builtin");
-  ASSERT_TRUE(install("1")) << policy.errorText().toUtf8() << events.text();
+  ASSERT_TRUE(install("1")) << last.text.toUtf8() << events.text();
   expectInForce("1");
-  ASSERT_TRUE(install("2")) << policy.errorText().toUtf8() << events.text();
+  ASSERT_TRUE(install("2")) << last.text.toUtf8() << events.text();
   expectInForce("2");
   EXPECT_EQ(told(), "0 No Error");
 }
 
 TEST_F(PipelineTest, WhateverGoesWrongThePolicyBeforeStaysWholeAndTheReasonIsTold) {
-  ASSERT_TRUE(install("1")) << policy.errorText().toUtf8() << events.text();
+  ASSERT_TRUE(install("1")) << last.text.toUtf8() << events.text();
   const std::pair<const char*, const char*> cases[] = {
       {"rule refuse Not on Sunday\n", "Not on Sunday"},
       {"stand-in fail 7 The base is unknown\n", "The base is unknown"},
@@ -133,21 +137,21 @@ TEST_F(PipelineTest, WhateverGoesWrongThePolicyBeforeStaysWholeAndTheReasonIsTol
   for (const auto& [rules, text] : cases) {
     EXPECT_FALSE(install("2", rules)) << rules;
     if (*text) {
-      EXPECT_EQ(policy.errorText().toUtf8(), text);
+      EXPECT_EQ(last.text.toUtf8(), text);
       EXPECT_EQ(config().getPolicyErrorStr().toUtf8(), text);
     }
-    EXPECT_FALSE(policy.errorText().empty()) << rules;
-    EXPECT_EQ(config().getPolicyErrorCode(), PolicyProcessor::kPolicyFailed) << rules;
-    EXPECT_EQ(told(), "66 " + policy.errorText().toUtf8());
+    EXPECT_FALSE(last.text.empty()) << rules;
+    EXPECT_EQ(config().getPolicyErrorCode(), kPolicyFailure) << rules;
+    EXPECT_EQ(told(), "66 " + last.text.toUtf8());
     expectInForce("1", ++refused);
   }
   const fs::path programs = fsPath(at("root/IPS/bin"));
   fs::rename(programs, fsPath(at("elsewhere")));
   EXPECT_FALSE(install("2"));
-  EXPECT_EQ(policy.errorText(), STRING("Translator failed to execute."));
+  EXPECT_EQ(last.text, STRING("Translator failed to execute."));
   expectInForce("1", refused + 1);
   fs::rename(fsPath(at("elsewhere")), programs);
-  ASSERT_TRUE(install("2")) << policy.errorText().toUtf8();
+  ASSERT_TRUE(install("2")) << last.text.toUtf8();
   expectInForce("2");
 }
 
@@ -156,26 +160,27 @@ TEST_F(PipelineTest, ARetranslationReachesTheDriverOnlyWhenTheMachineHasChanged)
   ASSERT_TRUE(Translator::initialize(extensions.string()));
   const std::string watched = at("watched \xc3\xa4");
   ASSERT_TRUE(install("1", "rule deny file web /a\nwhen \"" + watched + "\" rule deny file w /b\n"))
-      << policy.errorText().toUtf8() << events.text();
+      << last.text.toUtf8() << events.text();
   EXPECT_FALSE(policy.checkRetrans());
   config().setRetranslateNow(true);
-  EXPECT_FALSE(policy.retranslatePolicy()) << "the same policy comes out";
+  last = policy.retranslatePolicy();
+  EXPECT_FALSE(last) << "the same policy comes out";
   EXPECT_FALSE(config().getRetranslateNow());
-  EXPECT_TRUE(policy.errorText().empty());
+  EXPECT_TRUE(last.text.empty());
   EXPECT_TRUE(driverState("\"loaded\":1")) << world.command("state");
   expectInForce("1");
 
   std::ofstream(fsPath(watched)) << "x";
   EXPECT_TRUE(policy.checkRetrans());
   EXPECT_TRUE(config().getRetranslateNow());
-  EXPECT_TRUE(policy.retranslatePolicy()) << policy.errorText().toUtf8() << events.text();
+  EXPECT_TRUE(last = policy.retranslatePolicy()) << last.text.toUtf8() << events.text();
   EXPECT_FALSE(policy.checkRetrans());
   EXPECT_TRUE(driverState("\"loaded\":2")) << world.command("state");
   expectInForce("1");
 }
 
 TEST_F(PipelineTest, AStopEndsATranslatorThatNeverEnds) {
-  ASSERT_TRUE(install("1")) << policy.errorText().toUtf8() << events.text();
+  ASSERT_TRUE(install("1")) << last.text.toUtf8() << events.text();
   std::thread stopper([&] {
     while (!world.system.processes.isRunning("translate.exe"))
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -183,9 +188,9 @@ TEST_F(PipelineTest, AStopEndsATranslatorThatNeverEnds) {
   });
   EXPECT_FALSE(install("2", "stand-in hang\n"));
   stopper.join();
-  EXPECT_TRUE(policy.stopped());
+  EXPECT_TRUE(last.stopped());
   shutdownToken().reset();
-  EXPECT_TRUE(PolicyProcessor::reconcile());
+  EXPECT_TRUE(PolicyProcessor(policyPartsOfRun()).reconcile());
   expectInForce("1");
 }
 
@@ -208,7 +213,7 @@ TEST_F(PipelineTest, AnIdsPolicyReachesTheComponentAndItsAnswerComesBack) {
     const std::string packed = source("1", each.rules);
     const STRING plus = policy.savePolicyToFile(packed.data(), packed.size());
     STRING result;
-    ASSERT_TRUE(policy.translateHIDSPolicy(plus, result)) << policy.errorText().toUtf8();
+    ASSERT_TRUE(last = policy.translateHIDSPolicy(plus, result)) << last.text.toUtf8();
     ASSERT_TRUE(ids.applyPolicy(result));
     PropertyList answer;
     ASSERT_TRUE(ids.readResults(answer));
@@ -218,9 +223,8 @@ TEST_F(PipelineTest, AnIdsPolicyReachesTheComponentAndItsAnswerComesBack) {
   EXPECT_EQ(component->wait(kLongMs), platform::ProcessWait::ended);
   const std::string failing = source("1", "stand-in fail 5 No such rule\n");
   STRING result;
-  EXPECT_FALSE(
-      policy.translateHIDSPolicy(policy.savePolicyToFile(failing.data(), failing.size()), result));
-  EXPECT_EQ(policy.errorText(), STRING("No such rule"));
+  const STRING plus = policy.savePolicyToFile(failing.data(), failing.size());
+  EXPECT_EQ(policy.translateHIDSPolicy(plus, result).text, STRING("No such rule"));
 }
 
 }  // namespace

@@ -30,17 +30,18 @@ constexpr size_t kStride = 1;
 struct Change {
   const char* name;
   std::function<Machine()> machine;
-  std::function<bool(PolicyProcessor&)> run;
+  std::function<PolicyOutcome(PolicyProcessor&)> run;
   std::string oldMinus;  // empty: the built-in policy
   std::string newMinus;
   bool toldToServer = true;
 };
 
-bool install(PolicyProcessor& policy, const std::string& name, const std::string& trouble = "") {
+PolicyOutcome install(PolicyProcessor& policy, const std::string& name,
+                      const std::string& trouble = "") {
   return policy.installPolicy(tests::source(name, trouble), tests::propertiesOf(name));
 }
 
-bool retranslate(PolicyProcessor& policy) {
+PolicyOutcome retranslate(PolicyProcessor& policy) {
   AgentConfig::getInstance()->setRetranslateNow(true);
   return policy.retranslatePolicy();
 }
@@ -169,8 +170,9 @@ std::string untruth(PolicyWorld& world) {
 
 // The next successful policy: whatever was left over is gone then.
 std::string afterNextPolicy(PolicyWorld& world, const Change& change, const std::string& fact) {
-  PolicyProcessor policy;
-  if (!install(policy, "C")) return "the next policy failed: " + policy.errorText().toUtf8();
+  PolicyProcessor policy(policyPartsOfRun());
+  const PolicyOutcome installed = install(policy, "C");
+  if (!installed) return "the next policy failed: " + installed.text.toUtf8();
   const Change next{"", change.machine, {}, "-", tests::minusOf("C", fact)};
   if (const std::string problem = disagreement(world, next); !problem.empty())
     return "next policy: " + problem;
@@ -184,23 +186,23 @@ std::string afterNextPolicy(PolicyWorld& world, const Change& change, const std:
 
 std::string afterRestart(const Machine& machine, const Change& change) {
   PolicyWorld world(machine);
-  PolicyProcessor::reconcile();
+  PolicyProcessor(policyPartsOfRun()).reconcile();
   if (const std::string problem = disagreement(world, change); !problem.empty())
     return "restarted: " + problem;
-  PolicyProcessor::reportOutstanding();
+  PolicyProcessor(policyPartsOfRun()).reportOutstanding();
   if (const std::string problem = untruth(world); !problem.empty()) return problem;
   return afterNextPolicy(world, change, machine.fact);
 }
 
 size_t callsOf(const Change& change) {
   PolicyWorld world(change.machine());
-  PolicyProcessor::reconcile();
+  PolicyProcessor(policyPartsOfRun()).reconcile();
   world.trip = {};
-  PolicyProcessor policy;
+  PolicyProcessor policy(policyPartsOfRun());
   policy.InitializePloicyHistory();
-  const bool loaded = change.run(policy);
-  EXPECT_EQ(loaded, change.oldMinus != change.newMinus)
-      << change.name << policy.errorText().toUtf8();
+  const PolicyOutcome outcome = change.run(policy);
+  EXPECT_EQ(bool(outcome), change.oldMinus != change.newMinus)
+      << change.name << outcome.text.toUtf8();
   EXPECT_EQ(disagreement(world, change), "") << change.name;
   return world.trip.calls;
 }
@@ -213,13 +215,13 @@ bool checkFailure(const Change& change, size_t at, Tripwire::Way way) {
   std::string point = change.name;
   {
     PolicyWorld world(change.machine());
-    PolicyProcessor::reconcile();
+    PolicyProcessor(policyPartsOfRun()).reconcile();
     world.trip = {};
     world.trip.at = at;
     world.trip.way = way;
-    PolicyProcessor policy;
+    PolicyProcessor policy(policyPartsOfRun());
     policy.InitializePloicyHistory();
-    const bool loaded = change.run(policy);
+    const bool loaded(change.run(policy));
     point += ": " + world.trip.tripped;
     // Only a driver can be late.
     if (way == Tripwire::Way::failsLate && point.find("driver request") == std::string::npos)
@@ -230,7 +232,7 @@ bool checkFailure(const Change& change, size_t at, Tripwire::Way way) {
     if (loaded) {
       EXPECT_EQ(world.driverPolicy(), change.newMinus) << point;
     }
-    PolicyProcessor::reportOutstanding();
+    PolicyProcessor(policyPartsOfRun()).reportOutstanding();
     EXPECT_EQ(untruth(world), "") << point;
     EXPECT_EQ(world.lastStatus.empty(), !change.toldToServer) << point;
     left = world.afterEnd();
@@ -310,11 +312,11 @@ class Sweep {
   }
 
   void change(PolicyWorld& world, size_t at) {
-    PolicyProcessor::reconcile();
+    PolicyProcessor(policyPartsOfRun()).reconcile();
     world.trip = {};
     world.trip.at = at;
     world.trip.way = Tripwire::Way::isTheLast;
-    PolicyProcessor policy;
+    PolicyProcessor policy(policyPartsOfRun());
     policy.InitializePloicyHistory();
     _change.run(policy);
   }
@@ -333,7 +335,7 @@ class Sweep {
     world.restart();
     world.trip.at = at;
     world.trip.way = Tripwire::Way::isTheLast;
-    PolicyProcessor::reconcile();
+    PolicyProcessor(policyPartsOfRun()).reconcile();
     return !world.trip.tripped.empty();
   }
 
@@ -370,8 +372,8 @@ TEST(PolicyFaults, EveryFlushOfAChangeIsMissedWhenItIsLeftOut) {
   std::vector<std::string> flushes;
   {
     PolicyWorld world(change.machine());
-    PolicyProcessor::reconcile();
-    PolicyProcessor policy;
+    PolicyProcessor(policyPartsOfRun()).reconcile();
+    PolicyProcessor policy(policyPartsOfRun());
     policy.InitializePloicyHistory();
     change.run(policy);
     for (size_t flush = 0; flush < world.recording->flushes(); ++flush)

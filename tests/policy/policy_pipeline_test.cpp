@@ -4,7 +4,6 @@
 #include <atomic>
 #include <thread>
 
-#include "driver/driver.h"
 #include "driver/driver_config.h"
 #include "tests/policy/policy_world.h"
 #include "tests/support/logged_events.h"
@@ -26,16 +25,16 @@ constexpr char kIpsHistory[] = "/opt/korvane/IPS/history/history_ips.csv";
 
 struct Pipeline {
   explicit Pipeline(const Machine& machine = installedMachine()) : world(machine) {
-    PolicyProcessor::reconcile();
+    PolicyProcessor(policyPartsOfRun()).reconcile();
     policy.InitializePloicyHistory();
   }
-  bool install(const std::string& name, const std::string& trouble = "") {
+  PolicyOutcome install(const std::string& name, const std::string& trouble = "") {
     return policy.installPolicy(source(name, trouble), propertiesOf(name));
   }
   AgentConfig& config() { return *AgentConfig::getInstance(); }
 
   PolicyWorld world;
-  PolicyProcessor policy;
+  PolicyProcessor policy{policyPartsOfRun()};
 };
 
 TEST(PolicyPipeline, TheTranslatorIsCalledWithTheFilesAndTheItemsOfTheFormerPolicy) {
@@ -93,8 +92,7 @@ TEST(PolicyPipeline, AStopEndsATranslatorThatNeverEndsAndReportsNothing) {
   LoggedEvents events(pipeline.world.fake.files);
   pipeline.world.translatorRunMs = platform::kInfinite;
   pipeline.world.duringTranslation = [] { shutdownToken().request(); };
-  EXPECT_FALSE(pipeline.install("B"));
-  EXPECT_TRUE(pipeline.policy.stopped());
+  EXPECT_TRUE(pipeline.install("B").stopped());
   EXPECT_EQ(pipeline.world.trip.terminated, 1U) << "nobody else would end it";
   EXPECT_THAT(events.all(), testing::Contains(10592));
   EXPECT_TRUE(pipeline.world.lastStatus.empty());
@@ -102,9 +100,9 @@ TEST(PolicyPipeline, AStopEndsATranslatorThatNeverEndsAndReportsNothing) {
   EXPECT_EQ(pipeline.world.fake.files.content(kIpsHistory).find("policy1"), std::string::npos);
 
   pipeline.config().setRetranslateNow(true);
-  EXPECT_FALSE(pipeline.policy.retranslatePolicy());
+  EXPECT_TRUE(pipeline.policy.retranslatePolicy().stopped());
   EXPECT_TRUE(pipeline.config().getRetranslateNow()) << "left to the next start";
-  PolicyProcessor::reconcile();
+  PolicyProcessor(policyPartsOfRun()).reconcile();
   EXPECT_EQ(pipeline.world.driverFolder().size(), 3U);
 }
 
@@ -121,13 +119,12 @@ TEST(PolicyPipeline, AnIdsPolicyIsTranslatedBesideItsPlusFile) {
 
   const std::string bad = source("E", "fail");
   const STRING badPlus = pipeline.policy.savePolicyToFile(bad.data(), bad.size());
-  EXPECT_FALSE(pipeline.policy.translateHIDSPolicy(badPlus, result));
+  EXPECT_EQ(pipeline.policy.translateHIDSPolicy(badPlus, result).text, STRING("line oneline two"));
   EXPECT_TRUE(result.empty());
-  EXPECT_EQ(pipeline.policy.errorText(), STRING("line oneline two"));
   EXPECT_THAT(pipeline.world.fake.files.content("/opt/korvane/IPS/history/history_ids.csv"),
               HasSubstr("line oneline two"));
   pipeline.config().setIDSPlusFileName(plus);
-  PolicyProcessor::RemovePrevHIDSPolicies();
+  PolicyProcessor(policyPartsOfRun()).RemovePrevHIDSPolicies();
   EXPECT_EQ(pipeline.world.driverFolder().size(), 5U) << "the failed one has gone";
 }
 
@@ -173,15 +170,15 @@ TEST(PolicyPipeline, OldPoliciesGoAndWhatIsInUseOrSomebodyElsesStays) {
   for (const std::string& path : kept) machine.files[path] = "x";
   for (const std::string& path : gone) machine.files[path] = "x";
   PolicyWorld world(machine);
-  PolicyProcessor::RemovePrevHIDSPolicies();
+  PolicyProcessor(policyPartsOfRun()).RemovePrevHIDSPolicies();
   platform::FileInfo info;
   for (const std::string& path : kept) EXPECT_EQ(world.fake.files.info(path, info), 0) << path;
   for (const std::string& path : gone) EXPECT_EQ(world.fake.files.info(path, info), ENOENT) << path;
 
   world.fake.files.put("/opt/down/a/b/c.txt", "x");
   world.fake.files.put("/opt/down/d.txt", "x");
-  EXPECT_TRUE(PolicyProcessor::cleanUpdateDirectory("/opt/down"));
-  EXPECT_FALSE(PolicyProcessor::cleanUpdateDirectory("/opt/missing"));
+  EXPECT_TRUE(PolicyHousekeeping::cleanUpdateDirectory(world.fake.files, "/opt/down"));
+  EXPECT_FALSE(PolicyHousekeeping::cleanUpdateDirectory(world.fake.files, "/opt/missing"));
   std::vector<platform::DirectoryEntry> left;
   EXPECT_EQ(world.fake.files.list("/opt/down", left), 0);
   EXPECT_TRUE(left.empty());
@@ -194,10 +191,10 @@ TEST(PolicyPipeline, ContentIsComparedToTheLastByteInPieces) {
   world.fake.files.put("/same", bytes + "y");
   world.fake.files.put("/other", bytes + "z");
   world.fake.files.put("/shorter", bytes);
-  EXPECT_TRUE(sameContent("/a", "/same"));
+  EXPECT_TRUE(sameContent(world.fake.files, "/a", "/same"));
   for (const char* other : {"/other", "/shorter", "/missing"})
-    EXPECT_FALSE(sameContent("/a", other));
-  EXPECT_FALSE(sameContent("/shorter", "/a"));
+    EXPECT_FALSE(sameContent(world.fake.files, "/a", other));
+  EXPECT_FALSE(sameContent(world.fake.files, "/shorter", "/a"));
 }
 
 // Without a journal, agent.ini says what is to be in force.
@@ -224,7 +221,7 @@ TEST(PolicyReconcile, ADamagedJournalIsSetAsideAndOnePolicyPutInForce) {
   for (const DamageCase& row : cases) {
     PolicyWorld world(row.machine);
     LoggedEvents events(world.fake.files);
-    EXPECT_TRUE(PolicyProcessor::reconcile()) << row.what;
+    EXPECT_TRUE(PolicyProcessor(policyPartsOfRun()).reconcile()) << row.what;
     EXPECT_THAT(events.all(), testing::Contains(10596));
     EXPECT_EQ(world.parameter("Filter File"), STRING(tests::kOldMinus)) << row.what;
     EXPECT_EQ(world.driverPolicy(), row.expected) << row.what;
@@ -239,7 +236,7 @@ TEST(PolicyReconcile, WhatCannotBeUndoneIsTriedAgain) {
   {
     Pipeline pipeline;
     pipeline.world.fake.registry.refuseBelow(tests::kDriverKey, 0);
-    PolicyChange change("/opt/korvane/IPS/driver/policy2.sbp.zip", currentDriver());
+    PolicyChange change("/opt/korvane/IPS/driver/policy2.sbp.zip", policyPartsOfRun());
     ASSERT_TRUE(change.begin());
     left = pipeline.world.afterEnd();
   }
@@ -248,13 +245,13 @@ TEST(PolicyReconcile, WhatCannotBeUndoneIsTriedAgain) {
   left.files[kBackup] = "what the change goes back to";
   PolicyWorld world(left);
   world.fake.registry.refuseBelow(tests::kDriverKey, 5);
-  EXPECT_FALSE(PolicyProcessor::reconcile());
+  EXPECT_FALSE(PolicyProcessor(policyPartsOfRun()).reconcile());
   EXPECT_NE(world.fake.files.content(tests::kJournal), "");
-  PolicyProcessor::RemovePrevHIDSPolicies();
+  PolicyProcessor(policyPartsOfRun()).RemovePrevHIDSPolicies();
   EXPECT_NE(world.fake.files.content(kBackup), "");
-  PolicyProcessor policy;
-  EXPECT_FALSE(policy.installPolicy(source("B"), propertiesOf("B")));
-  EXPECT_EQ(policy.errorText(), STRING("The previous policy change could not be rolled back."));
+  PolicyProcessor policy(policyPartsOfRun());
+  EXPECT_EQ(policy.installPolicy(source("B"), propertiesOf("B")).text,
+            STRING("The previous policy change could not be rolled back."));
   world.fake.registry.refuseBelow(tests::kDriverKey, 0);
   EXPECT_TRUE(policy.installPolicy(source("B"), propertiesOf("B")));
   EXPECT_EQ(world.driverPolicy(), minusOf("B", "1"));

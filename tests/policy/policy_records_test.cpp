@@ -72,7 +72,7 @@ TEST(PolicyHistory, ARecordIsOneLineThatReadsBack) {
 
 TEST(PolicyHistory, GrowsToItsBoundTwice) {
   tests::PolicyWorld world(tests::installedMachine());
-  PolicyHistory history;
+  PolicyHistory history(*world.files);
   ASSERT_TRUE(history.initialize());
   HistoryRecord record = someRecord();
   record.errorText = std::string(4000, 'e');
@@ -88,7 +88,7 @@ TEST(PolicyHistory, GrowsToItsBoundTwice) {
 TEST(PolicyHistory, WhatWasAddedSurvivesEveryCrashAndNoFlushCanBeLeftOut) {
   tests::PolicyWorld world(tests::installedMachine());
   platform::RecordingFiles& recording = *world.recording;
-  PolicyHistory history;
+  PolicyHistory history(*world.files);
   ASSERT_TRUE(history.initialize());
   std::vector<size_t> sureAt;  // the recording's length when each record had been added
   HistoryRecord record = someRecord();
@@ -125,7 +125,7 @@ TEST(PolicyHistory, ACrashLosesNoFullFile) {
   machine.files[kHistory] = std::string(PolicyHistory::kMaxHistoryBytes - 50, 'x') + "\n";
   tests::PolicyWorld world(machine);
   platform::RecordingFiles& recording = *world.recording;
-  PolicyHistory history;
+  PolicyHistory history(*world.files);
   ASSERT_TRUE(history.initialize());
   const size_t begun = recording.size();
   const size_t flush = recording.flushes();
@@ -147,7 +147,7 @@ TEST(PolicyHistory, ACrashLosesNoFullFile) {
 
 TEST(PolicyHistory, ACutLineEndsWhereItWasCut) {
   tests::PolicyWorld world(tests::installedMachine());
-  PolicyHistory history;
+  PolicyHistory history(*world.files);
   ASSERT_TRUE(history.initialize());
   history.add(PolicyHistory::ips, someRecord());
   const std::string whole = world.fake.files.content(kHistory);
@@ -160,7 +160,7 @@ TEST(PolicyHistory, ACutLineEndsWhereItWasCut) {
 TEST(PolicyHistory, SwitchesItselfOffAndCostsNoPolicy) {
   for (const bool atStart : {true, false}) {
     tests::PolicyWorld world(tests::installedMachine());
-    PolicyProcessor policy;
+    PolicyProcessor policy(policyPartsOfRun());
     if (atStart) world.fake.files.put("/opt/korvane/IPS/history", "a file in the way");
     EXPECT_EQ(policy.InitializePloicyHistory(), !atStart);
     if (!atStart) {

@@ -6,7 +6,7 @@
 //   Machine machine = installedMachine();
 //   PolicyWorld world(machine);
 //   world.trip.at = 7;
-//   PolicyProcessor policy;
+//   PolicyProcessor policy(policyPartsOfRun());
 //   policy.installPolicy(source("B"), properties("B"));
 #pragma once
 

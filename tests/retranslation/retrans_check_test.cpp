@@ -71,7 +71,10 @@ class RetransCheckTest : public DriverFixture {
   bool requested() { return AgentConfig::getInstance()->getRetranslateNow(); }
 
   bool builtIn = false;
-  RetransCheck check{driver};
+  platform::FaultyFiles faulty{fake.files};
+  RetransCheck check{{faulty, fake.registry, fake.systemInfo},
+                     driver,
+                     settingsOf(*AgentConfig::getInstance()).policy};
 };
 
 TEST_F(RetransCheckTest, EachKindOfChangeAsksForARetranslation) {
@@ -162,12 +165,6 @@ TEST_F(RetransCheckTest, TheBuiltInPolicyDependsOnNothing) {
 }
 
 TEST_F(RetransCheckTest, AnUnusableFileLeavesNoItemsAndSaysWhy) {
-  platform::FaultyFiles faulty(fake.files);
-  platform::Platform& base = fake.platform();
-  platform::Platform system{base.clock,           base.threading, faulty,       base.registry,
-                            base.devices,         base.processes, base.sockets, base.systemInfo,
-                            base.sharedLibraries, base.pipes};
-  const platform::OtherPlatform other(system);
   const auto fails = [&] {
     fake.files.put("/good", retransItemsText({{Kind::path, "", "/gone", true, ""}}));
     return check.loadRetransItems("/good") && !check.loadRetransItems(kItems) &&
@@ -187,6 +184,10 @@ TEST_F(RetransCheckTest, AnUnusableFileLeavesNoItemsAndSaysWhy) {
             std::string::npos);
 }
 
+MachineState::Sources sourcesOf(platform::Platform& system) {
+  return {system.files, system.registry, system.systemInfo};
+}
+
 // On the real system: files, directories, and values of the registry as the agent would read them.
 TEST(RetransOnThisMachine, ChangesAreSeen) {
   const tests::TempDirectory folder;
@@ -196,7 +197,7 @@ TEST(RetransOnThisMachine, ChangesAreSeen) {
   const std::string key =
       "Software\\Korvane Tests " + std::to_string(native->platform().processes.currentId());
   const std::string path = folder.path() + "/\xc3\xa4 b";
-  MachineState machine(native->platform());
+  MachineState machine(sourcesOf(native->platform()));
   RetransItem value{Kind::registry, key, "V", true, ""};
   RetransItem file{Kind::path, "", path, true, ""};
   RetransItem addresses{Kind::addresses, "", "", false, ""};
@@ -247,7 +248,8 @@ TEST(RetransOnThisMachine, WhatTheTranslatorRecordedIsWhatTheCheckCompares) {
   std::filesystem::create_directory(tests::fsPath(folder.path() + "/IPS"));
   const std::string extensions = std::filesystem::path(KORVANE_TRANSLATOR).parent_path().string();
   ASSERT_TRUE(Translator::initialize(extensions));
-  RetransCheck check{currentDriver()};
+  RetransCheck check(sourcesOf(native->platform()), currentDriver(),
+                     settingsOf(*AgentConfig::getInstance()).policy);
   const auto settled = [&] {
     EXPECT_TRUE(translate("-agent -loadtext " + quoted("p.zip") + " " + quoted("minus") + " " +
                           quoted("items")));

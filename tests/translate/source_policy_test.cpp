@@ -21,7 +21,7 @@ class SourcePolicyTest : public testing::Test {
   }
 
   platform::FakePlatform fake;
-  MachineState machine{fake.platform()};
+  MachineState machine{{fake.files, fake.registry, fake.systemInfo}};
 };
 
 TEST_F(SourcePolicyTest, ReferencesBecomeTheMachinesFactsAndItems) {

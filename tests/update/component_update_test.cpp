@@ -12,8 +12,8 @@
 #include "platform/paths.h"
 #include "tests/support/simulated_agent.h"
 #include "tests/support/zip_maker.h"
+#include "tests/update/parts_of_run.h"
 #include "tests/update/policy_world.h"
-#include "update/content_update.h"
 
 namespace korvane {
 namespace {
@@ -42,11 +42,11 @@ struct Agent {
       : machine({.settings = "agent.id=known\n" + settings}) {}
   AgentConfig& config() { return *AgentConfig::getInstance(); }
   void receive(const std::string& bytes) {
-    ASSERT_EQ(ContentUpdate::processComponentData(HttpsHandler::VEXQEL_UPDATE, &bytes, kQel), 0);
+    ASSERT_EQ(tests::receiveContent(HttpsHandler::VEXQEL_UPDATE, bytes, kQel), 0);
   }
   SimulatedMachine machine;
   tests::TestIds ids;
-  ComponentUpdateThread thread;
+  ComponentUpdateThread thread{tests::componentParts()};
 };
 
 std::string inForce(platform::Files& files) {
@@ -176,16 +176,17 @@ TEST(ComponentUpdate, AFailingDiskIsTriedAgainAMinuteLaterAndReportedOnce) {
   platform::Platform& fake = agent.machine.fake.platform();
   platform::Platform withFaults = platform::withFiles(fake, faulty);
   const platform::OtherPlatform other(withFaults);
+  ComponentUpdateThread thread(tests::componentParts());
   faulty.failAll(platform::FileOperation::open, ENOSPC, "IDS/content");
   for (int second = 0; second < 200; ++second) {
-    agent.thread.cycle();
+    thread.cycle();
     agent.machine.sim.runFor(1000);
   }
   EXPECT_EQ(agent.machine.countLines(",10587,"), 1U);
   EXPECT_TRUE(agent.config().getUpdateQELNow());
   faulty.heal();
   agent.machine.sim.runFor(ComponentUpdateThread::kPauseAfterFailureMs);
-  agent.thread.cycle();
+  thread.cycle();
   EXPECT_EQ(versionFound(agent.machine.fake.files), "1");
 }
 
@@ -204,7 +205,7 @@ TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithThe
   platform::Platform recording = platform::withFiles(fake, recorded);
   std::optional<platform::OtherPlatform> other(recording);
   agent.receive(signaturePackage("2"));
-  agent.thread.cycle();
+  ComponentUpdateThread(tests::componentParts()).cycle();
   ASSERT_EQ(versionFound(recorded), "2");
   AgentConfig::freeInstance();
   other.reset();
@@ -219,7 +220,7 @@ TEST_P(ComponentUpdateCrash, AtAnyStepLeavesOneWholePackageAndARepeatEndsWithThe
     EXPECT_TRUE(before == first || before == "2") << before << " after " << state;
     withNew += before == "2";
     const bool marked = agent.config().getUpdateQELNow();
-    ComponentUpdateThread next;
+    ComponentUpdateThread next(tests::componentParts());
     next.cycle();
     const std::string found = versionFound(disk);
     EXPECT_TRUE(found == (marked ? "2" : before) || (marked && found == "1" && !firstTakenOver))

@@ -112,7 +112,8 @@ TEST(Report, IsAnsweredLikeAStatus) {
       EXPECT_EQ(cycles.machine.server.count("result"), 2U) << update;
       EXPECT_EQ(cycles.config().getUniqueId(), STRING(row.identifier)) << update;
       EXPECT_EQ(cycles.machine.countLines(",10217,"), row.events10217) << update;
-      PolicyProcessor::reconcile();  // the next agent of the process has nothing to tell
+      PolicyProcessor(policyPartsOfRun())
+          .reconcile();  // the next agent of the process has nothing to tell
     }
   }
 }

@@ -8,6 +8,7 @@
 #include "tests/support/simulated_agent.h"
 #include "tests/support/zip_maker.h"
 #include "tests/update/package_answers.h"
+#include "tests/update/parts_of_run.h"
 
 namespace korvane {
 namespace {
@@ -45,7 +46,7 @@ struct ContentStep {
   SimulatedMachine machine;
   PendingUpdates pending;
   RetryGroup retry;
-  ContentUpdate content{pending, retry};
+  ContentUpdate content{tests::contentParts(), pending, retry};
 };
 
 TEST(ContentUpdate, EachKindHasItsFolderItsFlagAndItsResultType) {
@@ -134,8 +135,8 @@ TEST(ContentUpdate, EveryFailingFileOperationIsReportedAndTheFlagAgreesWithTheFi
       std::optional<platform::OtherPlatform> other(withFaults);
       const std::string bytes = contentPackage("new");
       faulty.failNth(operation, nth, ENOSPC, "content/qel");
-      const int result = ContentUpdate::processComponentData(HttpsHandler::VEXQEL_UPDATE, &bytes,
-                                                             "/opt/korvane/IPS/content/qel");
+      const int result =
+          tests::receiveContent(HttpsHandler::VEXQEL_UPDATE, bytes, "/opt/korvane/IPS/content/qel");
       AgentConfig::freeInstance();
       other.reset();
       const bool done = result == 0;

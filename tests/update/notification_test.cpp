@@ -27,9 +27,8 @@ AgentConfig& config() {
 struct ScriptedPort {
   SimulatedMachine machine{{.settings = kListening}};
   ScriptedSockets sockets{machine.fake.sockets};
-  OtherSockets current{sockets};
   StopToken stop;
-  NotificationListener listener{stop};
+  NotificationListener listener{stop, sockets, settingsOf(config()).updates};
 };
 
 TEST(Notification, WaitsForTheByteWithinTheBudgetOfTheCountdown) {

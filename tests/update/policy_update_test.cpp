@@ -5,7 +5,7 @@
 #include "driver/driver_config.h"
 #include "tests/update/cycles.h"
 #include "tests/update/policy_world.h"
-#include "update/policy/policy_news.h"
+#include "update/policy/policy_processor.h"
 #include "update/util_thread.h"
 #include "util/errors.h"
 
@@ -212,16 +212,16 @@ TEST(UtilThread, TakesOverThePolicyOfTheChannelWhichIsReportedToNoServer) {
   PolicyWorld world(machine);
   UtilThread thread{nullptr};
   thread.cycle();
-  const uint64_t before = PolicyNews::number();
+  const uint64_t before = policyPartsOfRun().shared.news.number();
   thread.cycle();
-  PolicyProcessor policy;
+  PolicyProcessor policy(policyPartsOfRun());
   const PropertyList named = {{"policy.name", "B"}, {"policy.path", "/b"}};
-  ASSERT_TRUE(policy.installPolicy("source", named)) << policy.errorText().toUtf8();
-  EXPECT_EQ(PolicyNews::number(), before + 1);
+  ASSERT_TRUE(policy.installPolicy("source", named));
+  EXPECT_EQ(policyPartsOfRun().shared.news.number(), before + 1);
   world.exitCode = 1;
   EXPECT_FALSE(policy.installPolicy("source", named));
-  PolicyProcessor::reportOutstanding();
-  EXPECT_EQ(PolicyNews::number(), 2U) << "told once";
+  PolicyProcessor(policyPartsOfRun()).reportOutstanding();
+  EXPECT_EQ(policyPartsOfRun().shared.news.number(), 2U) << "told once";
   for (const char* exchange : {"result", "testConnection", "register"})
     EXPECT_EQ(machine.server.count(exchange), 0U);
   const size_t damagedItems = machine.countLines(",10591,");

@@ -11,6 +11,7 @@
 #include "tests/support/simulated_agent.h"
 #include "tests/support/zip_maker.h"
 #include "tests/update/package_answers.h"
+#include "tests/update/parts_of_run.h"
 #include "update/update_results_file.h"
 
 namespace korvane {
@@ -30,7 +31,8 @@ struct SoftwareStep {
   explicit SoftwareStep(const std::string& settings = "")
       : machine({.settings = "agent.id=known\n" + settings}) {}
   AgentConfig& config() { return *AgentConfig::getInstance(); }
-  void run() { software.processSoftwareUpdate(); }
+  SoftwareUpdate software() { return {tests::softwareParts(), pending, retry}; }
+  void run() { software().processSoftwareUpdate(); }
   void fetch(const Answer& answer) {
     pending.software = true;
     machine.server.queue("update", answer);
@@ -44,7 +46,6 @@ struct SoftwareStep {
   SimulatedMachine machine;
   PendingUpdates pending;
   RetryGroup retry;
-  SoftwareUpdate software{pending, retry};
 };
 
 const std::string kPackage = makeZip({{.name = "setup.bin", .content = "program"}});
@@ -91,9 +92,9 @@ TEST(SoftwareUpdate, TheNextStartReportsWhatTheInstallerLeft) {
     if (!row.file.empty())
       step.machine.fake.files.put(std::string(kFolder) + "swupdate.results", row.file);
     step.machine.server.queue("result", Answer::failure(7));
-    SoftwareUpdate::sendUpdateResults(step.config().getSoftwareUpdateDirectory());
+    step.software().sendUpdateResults(step.config().getSoftwareUpdateDirectory());
     EXPECT_TRUE(step.config().updateInProgress()) << "reported again at the next start";
-    SoftwareUpdate::sendUpdateResults(step.config().getSoftwareUpdateDirectory());
+    step.software().sendUpdateResults(step.config().getSoftwareUpdateDirectory());
     EXPECT_FALSE(step.config().updateInProgress());
     EXPECT_THAT(step.lastReport(), HasSubstr("result.type=software"));
     for (const std::string& lines : row.reported) EXPECT_THAT(step.lastReport(), HasSubstr(lines));

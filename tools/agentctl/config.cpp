@@ -44,7 +44,7 @@ Json settingsJson(const SettingsView& settings, const Keys& keys) {
 }
 
 ExitStatus get(Context& context, const Keys& keys) {
-  const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
+  const SettingsView settings = SettingsView::ofInstallation(context.iniFiles());
   if (context.options.json) {
     std::cout << text(settingsJson(settings, keys));
     return ExitStatus::ok;

@@ -56,7 +56,7 @@ Checked check(Context& context, const std::string& path) {
 
 std::vector<Checked> checkAll(Context& context, const std::string& file) {
   if (!file.empty()) return {check(context, file)};
-  const IniFiles installed(context.installDirectory());
+  const IniFiles installed = context.iniFiles();
   std::vector<Checked> all;
   for (const std::string& path : {installed.agentIni(), installed.fallbackIni()})
     if (platform::fileExists(context.system().files, path)) all.push_back(check(context, path));

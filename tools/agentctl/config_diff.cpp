@@ -25,9 +25,9 @@ struct Difference {
 };
 
 SettingsView otherSide(Context& context, const DiffOptions& options) {
-  if (options.fallback)
-    return SettingsView::ofFile(IniFiles(context.installDirectory()).fallbackIni());
-  return options.file.empty() ? SettingsView::defaults() : SettingsView::ofFile(options.file);
+  if (!options.fallback && options.file.empty()) return SettingsView::defaults();
+  const IniFiles files = context.iniFiles();
+  return SettingsView::ofFile(files, options.fallback ? files.fallbackIni() : options.file);
 }
 
 void compare(const std::vector<SettingsView::Entry>& entries, const SettingsView& there,
@@ -58,7 +58,7 @@ Json orNull(const STRING* value) {
 }
 
 ExitStatus diff(Context& context, const DiffOptions& options) {
-  const SettingsView here = SettingsView::ofInstallation(context.installDirectory());
+  const SettingsView here = SettingsView::ofInstallation(context.iniFiles());
   const SettingsView there = otherSide(context, options);
   std::set<std::string> seen;
   std::vector<Difference> differences;

@@ -103,6 +103,10 @@ std::string Context::installDirectory() {
   return directory;
 }
 
+IniFiles Context::iniFiles() {
+  return {system().files, system().clock, installDirectory()};
+}
+
 std::string Context::installed(std::string_view name) {
   const std::string directory = installDirectory();
   return platform::joinPath(system().files, {directory, name});

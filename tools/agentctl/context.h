@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "config/ini_files.h"
 #include "platform/platform.h"
 #include "rpc/rpc_client.h"
 
@@ -34,6 +35,8 @@ class Context {
   // The agent's own files, InstallRoot/IPS; a Failure when nothing says where that is, or
   // it is not there.
   std::string installDirectory();
+  // agent.ini and its companions in that directory.
+  IniFiles iniFiles();
   // A file of that directory.
   std::string installed(std::string_view name);
 

@@ -35,7 +35,7 @@ std::string sectionOf(const std::string& text, const std::string& name) {
 
 Redactor redactorFor(Context& context) {
   try {
-    const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
+    const SettingsView settings = SettingsView::ofInstallation(context.iniFiles());
     std::vector<std::string> urls;
     for (const SettingsView::Entry& entry : settings.entries())
       urls.push_back(entry.value.toUtf8());
@@ -89,7 +89,7 @@ std::string Diagnosis::about() {
 }
 
 std::string Diagnosis::settings() {
-  const SettingsView view = SettingsView::ofInstallation(_context.installDirectory());
+  const SettingsView view = SettingsView::ofInstallation(_context.iniFiles());
   std::string text =
       "; from " + view.source() + (view.fault().empty() ? "" : "; " + view.fault()) + "\n";
   std::string section;
@@ -102,7 +102,7 @@ std::string Diagnosis::settings() {
 }
 
 std::string Diagnosis::settingsCheck() {
-  const IniFiles files(_context.installDirectory());
+  const IniFiles files = _context.iniFiles();
   std::string text;
   for (const std::string& path : {files.agentIni(), files.fallbackIni()}) {
     std::string bytes;
@@ -112,7 +112,7 @@ std::string Diagnosis::settingsCheck() {
       continue;
     }
     const auto findings =
-        checkIni(bytes, path == files.agentIni() && IniFiles::stampOf(files.fallbackIni()).exists);
+        checkIni(bytes, path == files.agentIni() && files.stampOf(files.fallbackIni()).exists);
     text += path + ": " + std::to_string(findings.size()) + " findings\n";
     for (const IniFinding& finding : findings)
       text += path + ":" + std::to_string(finding.line) + ": " +

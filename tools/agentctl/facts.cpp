@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "agent/thread/stop_token.h"
 #include "agentctl/events.h"
 #include "agentctl/settings_view.h"
 #include "config/ini_files.h"
@@ -105,9 +106,13 @@ Json lastEvent(Context& context) {
 }
 
 Json driverItself(Context& context) {
-  context.system();
+  platform::Platform& system = context.system();
+  StopToken stop;
+  // Nothing is loaded here, so nobody asks whether prevention is on.
+  Driver driver({system.registry, system.devices, system.systemInfo, system.clock, stop,
+                 [] { return Driver::Prevention::off; }, [](const STRING&) {}});
   AppliedPolicy policy;
-  if (const DriverResult asked = currentDriver().queryPolicy(policy); !asked.ok())
+  if (const DriverResult asked = driver.queryPolicy(policy); !asked.ok())
     return {{"answered", false}, {"error", asked.text.toUtf8()}};
   return {{"answered", true},
           {"policy",
@@ -172,7 +177,7 @@ std::string textAt(const Json& facts, const std::string& path) {
 }
 
 Json filedStatus(Context& context) {
-  const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
+  const SettingsView settings = SettingsView::ofInstallation(context.iniFiles());
   Json facts = {{"running", false},
                 {"settings", {{"source", settings.source()}, {"fault", settings.fault()}}},
                 {"agent", filedAgent(context)},
@@ -206,7 +211,7 @@ Json policyFacts(Context& context) {
     facts["policy"] = typed(*policy);
     facts["driver"] = typed(context.ask("queryDriver"));
   } else {
-    facts["policy"] = filedPolicy(SettingsView::ofInstallation(context.installDirectory()));
+    facts["policy"] = filedPolicy(SettingsView::ofInstallation(context.iniFiles()));
     facts["driver"] = driverItself(context);
   }
   facts["files"] = policyFiles(context);

@@ -7,8 +7,8 @@
 #include "agentctl/nearest.h"
 #include "agentctl/value_check.h"
 #include "config/ini_text.h"
-#include "config/setting_store.h"
 #include "config/settings_table.h"
+#include "config/value_map.h"
 #include "util/ignore_result.h"
 #include "util/utf8.h"
 
@@ -132,7 +132,7 @@ class Checker {
   void checkKnown(const SettingRow& row, std::string_view value) {
     if (_section != row.section)
       warning(std::string(row.name) + " belongs to [" + row.section + "]; it is read here as well");
-    countUnits(storeOf(row), value, 0);
+    countUnits(mapKindOf(row), value, 0);
     const ValueFault fault = checkValue(row, STRING(value));
     if (fault.refused)
       error(fault.text);
@@ -141,25 +141,25 @@ class Checker {
   }
 
   void checkOther(std::string_view key, std::string_view value) {
-    if (++_others > SettingStore::kMaxOthers && _others == SettingStore::kMaxOthers + 1)
-      error("more than " + std::to_string(SettingStore::kMaxOthers) +
+    if (++_others > ValueMap::kMaxOthers && _others == ValueMap::kMaxOthers + 1)
+      error("more than " + std::to_string(ValueMap::kMaxOthers) +
             " keys outside the known sections; this one and those below are dropped");
-    if (STRING(value).length() > SettingStore::kMaxValueUnits)
+    if (STRING(value).length() > ValueMap::kMaxValueUnits)
       error("the value of " + std::string(key) + " has more than " +
-            std::to_string(SettingStore::kMaxValueUnits) + " characters; the line is dropped");
+            std::to_string(ValueMap::kMaxValueUnits) + " characters; the line is dropped");
     if (_section != kOtherSection)
       warning("unknown key " + std::string(key) + ", kept in [Other]" + meant(key, keyNames()));
-    countUnits(StoreKind::settings, value, key.size());
+    countUnits(MapKind::settings, value, key.size());
   }
 
-  void countUnits(StoreKind store, std::string_view value, size_t key) {
-    size_t& units = store == StoreKind::settings ? _units : _communicationUnits;
+  void countUnits(MapKind store, std::string_view value, size_t key) {
+    size_t& units = store == MapKind::settings ? _units : _communicationUnits;
     units += STRING(value).length() + key;
   }
 
   void checkTotals() {
-    if (std::max(_units, _communicationUnits) > SettingStore::kMaxStoreUnits)
-      error("all values together have more than " + std::to_string(SettingStore::kMaxStoreUnits) +
+    if (std::max(_units, _communicationUnits) > ValueMap::kMaxMapUnits)
+      error("all values together have more than " + std::to_string(ValueMap::kMaxMapUnits) +
             " characters; the last ones are dropped");
   }
 

@@ -7,7 +7,7 @@
 #include "agentctl/nearest.h"
 #include "agentctl/output.h"
 #include "agentctl/value_check.h"
-#include "config/agent_config.h"
+#include "config/agent_settings.h"
 #include "config/ini_files.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -27,9 +27,10 @@ bool hasControls(const std::string& value) {
 }  // namespace
 
 SettingsChange::SettingsChange(Context& context, bool force)
-    : _directory(context.installDirectory()),
+    : _context(context),
+      _files(context.iniFiles()),
       _force(force),
-      _view(SettingsView::ofInstallation(_directory)) {
+      _view(SettingsView::ofInstallation(_files)) {
   if (!_view.fault().empty())
     note(_view.fault() + "; the values of " + _view.source() + " are kept beside the changed ones");
 }
@@ -75,35 +76,40 @@ void SettingsChange::add(const std::string& pair) {
 // So that an ordinary user is told at once, and a lock file in use is told apart from a
 // missing permission.
 void SettingsChange::checkMayWrite() const {
-  platform::Files& files = platform::current().files;
-  const std::string probe = platform::joinPath(files, {_directory, "agentctl.probe"});
+  platform::Files& files = _context.system().files;
+  const std::string directory = _context.installDirectory();
+  const std::string probe = platform::joinPath(files, {directory, "agentctl.probe"});
   std::unique_ptr<platform::File> file;
   const int error = files.open(probe, platform::OpenMode::create, file);
   file.reset();
   if (error != 0)
     throw Failure(error == EACCES || error == EPERM ? ExitStatus::notPermitted : ExitStatus::failed,
-                  "nothing can be written to " + _directory + ", error " + std::to_string(error),
+                  "nothing can be written to " + directory + ", error " + std::to_string(error),
                   "Run this as the agent's account or as administrator.");
   // Empty, and emptied again by the next change.
   ignoreResult(files.remove(probe));
   int locked = 0;
-  if (!IniFiles(_directory).lock(kTag, locked))
-    throw Failure(
-        ExitStatus::failed,
-        "another program has kept " + IniFiles(_directory).agentIni() + " locked for ten seconds",
-        std::string(kNothingChanged) + " Try again when it is done.");
+  if (!_files.lock(kTag, locked))
+    throw Failure(ExitStatus::failed,
+                  "another program has kept " + _files.agentIni() + " locked for ten seconds",
+                  std::string(kNothingChanged) + " Try again when it is done.");
 }
 
 void SettingsChange::write() {
   checkMayWrite();
-  AgentConfig& config = *AgentConfig::getInstance();
-  config.setWhoIsRunning(AgentConfig::RUNNING_CONFIG_TOOL);
-  const AgentConfig::ChangeGroup group(config);
+  platform::Platform& system = _context.system();
+  AgentSettings settings({{system.files, system.clock, system.sharedLibraries,
+                           _context.installDirectory(), /*subject=*/nullptr},
+                          system.registry,
+                          system.systemInfo});
+  settings.open();
+  settings.file.setWhoIsRunning(SettingsFile::RUNNING_CONFIG_TOOL);
+  const SettingsFile::ChangeGroup group(settings.file);
   // The values have been checked.
-  for (const Value& value : _values) ignoreResult(config.setValue(value.key, value.after));
-  if (!config.updateIniFile())
+  for (const Value& value : _values) ignoreResult(settings.file.setValue(value.key, value.after));
+  if (!settings.file.updateIniFile())
     throw Failure(
-        ExitStatus::failed, IniFiles(_directory).agentIni() + " could not be written",
+        ExitStatus::failed, _files.agentIni() + " could not be written",
         "Check whether the disk is full or another program holds the file, then try again.");
 }
 

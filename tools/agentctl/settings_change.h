@@ -36,7 +36,8 @@ class SettingsChange {
   void checkKey(const std::string& key) const;
   void checkMayWrite() const;
 
-  const std::string _directory;
+  Context& _context;
+  const IniFiles _files;
   const bool _force;
   SettingsView _view;
   std::vector<Value> _values;

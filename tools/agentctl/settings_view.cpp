@@ -2,7 +2,6 @@
 
 #include "agentctl/failure.h"
 #include "config/ini_files.h"
-#include "platform/platform.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -32,12 +31,11 @@ void SettingsView::take(const IniText& file) {
     if (!findRow(key) && _settings.other(key)) _others.emplace_back(key, *_settings.other(key));
 }
 
-SettingsView SettingsView::ofInstallation(const std::string& directory) {
-  const IniFiles files(directory);
-  const bool hasFallback = IniFiles::stampOf(files.fallbackIni()).exists;
+SettingsView SettingsView::ofInstallation(const IniFiles& files) {
+  const bool hasFallback = files.stampOf(files.fallbackIni()).exists;
   FileMemory memory;
   IniText text;
-  const IniFault fault = IniFiles::readIniFileInMem(memory, files.agentIni(), text, !hasFallback);
+  const IniFault fault = files.readIniFileInMem(memory, files.agentIni(), text, !hasFallback);
   if (fault == IniFault::none) {
     SettingsView view(files.agentIni());
     view.take(text);
@@ -47,7 +45,7 @@ SettingsView SettingsView::ofInstallation(const std::string& directory) {
   if (fault == IniFault::unreadable)
     throw Failure(ExitStatus::notPermitted, what,
                   "Run this as the agent's account or as administrator.");
-  const IniFault second = IniFiles::readIniFileInMem(memory, files.fallbackIni(), text, true);
+  const IniFault second = files.readIniFileInMem(memory, files.fallbackIni(), text, true);
   SettingsView view(second == IniFault::none ? files.fallbackIni() : "the built-in defaults");
   view._fault = what;
   if (second == IniFault::none)
@@ -57,10 +55,10 @@ SettingsView SettingsView::ofInstallation(const std::string& directory) {
   return view;
 }
 
-SettingsView SettingsView::ofFile(const std::string& path) {
+SettingsView SettingsView::ofFile(const IniFiles& files, const std::string& path) {
   FileMemory memory;
   IniText text;
-  const IniFault fault = IniFiles::readIniFileInMem(memory, path, text, true);
+  const IniFault fault = files.readIniFileInMem(memory, path, text, true);
   if (fault != IniFault::none && fault != IniFault::corrupt)
     throw Failure(ExitStatus::failed, path + " " + predicateOf(fault),
                   "`agentctl config check FILE` tells more about a file.");
@@ -70,21 +68,21 @@ SettingsView SettingsView::ofFile(const std::string& path) {
 }
 
 STRING SettingsView::text(Key key) const {
-  return (storeOf(rowOf(key)) == StoreKind::settings ? _settings : _communication).text(key);
+  return (mapKindOf(rowOf(key)) == MapKind::settings ? _settings : _communication).text(key);
 }
 
 const STRING* SettingsView::find(const STRING& key) const {
   if (const SettingRow* row = findRow(key))
-    return &(storeOf(*row) == StoreKind::settings ? _settings : _communication).text(row->key);
+    return &(mapKindOf(*row) == MapKind::settings ? _settings : _communication).text(row->key);
   return _settings.other(key);
 }
 
 bool SettingsView::set(const STRING& key, const STRING& value) {
   const SettingRow* row = findRow(key);
-  const SettingStore::Result result =
+  const ValueMap::Result result =
       !row ? _settings.setOther(key, value)
-           : (storeOf(*row) == StoreKind::settings ? _settings : _communication).set(*row, value);
-  return result != SettingStore::Result::refused;
+           : (mapKindOf(*row) == MapKind::settings ? _settings : _communication).set(*row, value);
+  return result != ValueMap::Result::refused;
 }
 
 std::vector<SettingsView::Entry> SettingsView::entries() const {

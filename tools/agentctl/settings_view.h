@@ -7,7 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "config/setting_store.h"
+#include "config/ini_files.h"
+#include "config/value_map.h"
 #include "util/property_list.h"
 
 namespace korvane::agentctl {
@@ -16,9 +17,9 @@ class SettingsView {
  public:
   // Of an installation: agent.ini, or fallback.ini where the agent would take that one, or the
   // defaults. A Failure when agent.ini may not be read.
-  static SettingsView ofInstallation(const std::string& directory);
+  static SettingsView ofInstallation(const IniFiles& files);
   // Of one file, its checksum left out of account; a Failure when it cannot be read.
-  static SettingsView ofFile(const std::string& path);
+  static SettingsView ofFile(const IniFiles& files, const std::string& path);
   static SettingsView defaults() { return SettingsView("the built-in defaults"); }
 
   STRING text(Key key) const;
@@ -43,8 +44,8 @@ class SettingsView {
   explicit SettingsView(std::string source) : _source(std::move(source)) {}
   void take(const IniText& file);
 
-  SettingStore _settings{StoreKind::settings};
-  SettingStore _communication{StoreKind::communication};
+  ValueMap _settings{MapKind::settings};
+  ValueMap _communication{MapKind::communication};
   PropertyList _others;
   std::string _source;
   std::string _fault;

@@ -8,6 +8,7 @@
 #include "agentctl/failure.h"
 #include "agentctl/output.h"
 #include "agentctl/settings_view.h"
+#include "comm/server_connection.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -25,10 +26,11 @@ ExitStatus testIt(Context& context, const std::string& server) {
 
 ConnectionReport connectionReport(Context& context, const std::string& server) {
   // The settings store would wait for a lock file that it may not have.
-  const SettingsView settings = SettingsView::ofInstallation(context.installDirectory());
+  const SettingsView settings = SettingsView::ofInstallation(context.iniFiles());
   if (!settings.fault().empty())
     note(settings.fault() + "; the test uses the settings of " + settings.source());
-  return testConnection(agentTarget(server));
+  const ServerConnection& connection = currentConnection();
+  return connection.test(connection.target(server));
 }
 
 Json asJson(const ConnectionReport& report) {

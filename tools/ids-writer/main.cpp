@@ -216,12 +216,13 @@ int korvane::programMain(const std::vector<std::string>& arguments) {
   }
   std::signal(SIGTERM, requestStop);
   std::signal(SIGINT, requestStop);
+  platform::Platform& system = platform::current();
   try {
     if (options.serve) {
-      std::cout << serve(platform::current(), options).dump() << std::endl;
+      std::cout << serve(system, options).dump() << std::endl;
       return 0;
     }
-    Writer writer(platform::current(), options);
+    Writer writer(system, options);
     writer.run();
     std::cout << writer.summary().dump() << std::endl;
   } catch (const FileError& error) {

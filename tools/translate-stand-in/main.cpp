@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/files.h"
+#include "platform/native.h"
 #include "platform/paths.h"
 #include "platform/platform.h"
 #include "platform/program_entry.h"
@@ -138,7 +139,7 @@ int Program::translate(const Command& command) {
   std::string reason;
   if (!readSource(command.source, source, reason))
     return failWith(command, kUnusableArchive, reason);
-  MachineState machine(_system);
+  MachineState machine({_system.files, _system.registry, _system.systemInfo});
   const RetransItems previous = readPrevious(command.previousItems);
   const Translation made = SourcePolicy(machine, previous, command.target).translate(source);
   switch (made.trouble.kind) {
@@ -173,9 +174,9 @@ int Program::makePolicy(const std::string& textFile, const std::string& archive)
 }  // namespace
 
 int korvane::programMain(const std::vector<std::string>& arguments) {
-  platform::SystemInfo& info = platform::current().systemInfo;
+  const auto info = platform::makeNativeSystemInfo();
   const auto native = platform::makeNativePlatform(
-      {info.environment("KORVANE_REGISTRY"), info.environment("KORVANE_RUN_DIR")});
+      {info->environment("KORVANE_REGISTRY"), info->environment("KORVANE_RUN_DIR")});
   Program program(native->platform());
   if (arguments.size() == 3 && arguments[0] == "--make-policy")
     return program.makePolicy(arguments[1], arguments[2]);

@@ -1,12 +1,14 @@
 // A stand-in for the translator library: it tells what the translation items of a policy need to
 // know about this machine, and nothing more. It knows the functions "LocalIPs" (the addresses of
-// the interfaces that are up) and "HostName". It keeps no state but the count of its users.
+// the interfaces that are up) and "HostName". It keeps no state but the count of its users
+// and, while there are any, its way to the system.
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "platform/files.h"
-#include "platform/platform.h"
+#include "platform/native.h"
 #include "platform/system_info.h"
 #include "translator/translator_abi.h"
 #include "util/export.h"
@@ -20,28 +22,34 @@ constexpr int32_t kNotInitialized = 1;
 constexpr int32_t kNoSuchFunction = 2;
 constexpr int32_t kFailed = 3;
 
+struct Machine {
+  std::unique_ptr<korvane::platform::SystemInfo> system = korvane::platform::makeNativeSystemInfo();
+  std::unique_ptr<korvane::platform::Files> files = korvane::platform::makeNativeFiles();
+};
+
 std::mutex usersLock;
 int users = 0;
+std::shared_ptr<Machine> machineOfUsers;
 
-bool initialized() {
+// Null without a user.
+std::shared_ptr<Machine> machine() {
   std::lock_guard hold(usersLock);
-  return users > 0;
+  return machineOfUsers;
 }
 
-int32_t functionValues(const std::string& name, std::vector<std::string>& values) {
-  korvane::platform::SystemInfo& system = korvane::platform::current().systemInfo;
+int32_t functionValues(Machine& of, const std::string& name, std::vector<std::string>& values) {
   if (name == "LocalIPs")
-    values = system.ipAddresses();
+    values = of.system->ipAddresses();
   else if (name == "HostName")
-    values = {system.hostName()};
+    values = {of.system->hostName()};
   else
     return kNoSuchFunction;
   return 0;
 }
 
-int32_t list(const KavipsChar* name, KavipsValueSink sink, void* context) {
+int32_t list(Machine& of, const KavipsChar* name, KavipsValueSink sink, void* context) {
   std::vector<std::string> values;
-  const int32_t error = functionValues(STRING(name).toUtf8(), values);
+  const int32_t error = functionValues(of, STRING(name).toUtf8(), values);
   for (const std::string& value : values)
     if (sink(context, STRING(value).c_str()) != 0) break;
   return error;
@@ -57,27 +65,34 @@ KORVANE_EXPORT uint32_t kavipsTranslatorAbiVersion() {
 
 KORVANE_EXPORT int32_t kavipsTranslatorInitialize(const KavipsChar* extensionsPath) {
   if (!extensionsPath) return kFailed;
-  std::lock_guard hold(usersLock);
-  ++users;
-  return 0;
+  try {
+    std::lock_guard hold(usersLock);
+    if (!machineOfUsers) machineOfUsers = std::make_shared<Machine>();
+    ++users;
+    return 0;
+  } catch (...) {
+    return kFailed;
+  }
 }
 
 KORVANE_EXPORT int32_t kavipsTranslatorGetFunctionValues(const KavipsChar* name,
                                                          KavipsValueSink sink, void* context) {
-  if (!initialized()) return kNotInitialized;
+  const std::shared_ptr<Machine> of = machine();
+  if (!of) return kNotInitialized;
   if (!name || !sink) return kFailed;
   try {
-    return list(name, sink, context);
+    return list(*of, name, sink, context);
   } catch (...) {
     return kFailed;
   }
 }
 
 KORVANE_EXPORT int32_t kavipsTranslatorFileExists(const KavipsChar* path) {
-  if (!path || !initialized()) return 0;
+  const std::shared_ptr<Machine> of = machine();
+  if (!path || !of) return 0;
   try {
     korvane::platform::FileInfo info;
-    return korvane::platform::current().files.info(STRING(path).toUtf8(), info) == 0 ? 1 : 0;
+    return of->files->info(STRING(path).toUtf8(), info) == 0 ? 1 : 0;
   } catch (...) {
     return 0;
   }
@@ -85,7 +100,7 @@ KORVANE_EXPORT int32_t kavipsTranslatorFileExists(const KavipsChar* path) {
 
 KORVANE_EXPORT void kavipsTranslatorShutdown() {
   std::lock_guard hold(usersLock);
-  if (users > 0) --users;
+  if (users > 0 && --users == 0) machineOfUsers.reset();
 }
 
 }  // extern "C"

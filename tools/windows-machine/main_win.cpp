@@ -11,6 +11,7 @@
 // The last line of the output is a JSON object. The exit status is 1 when it could not be done.
 #include <cstdio>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/platform.h"
 #include "platform/program_entry.h"
@@ -23,15 +24,13 @@ namespace {
 using korvane::machine::Service;
 namespace platform = korvane::platform;
 
-int start(const std::string& name) {
-  Service service(name);
+int start(Service& service) {
   service.start();
   std::printf("{\"pid\":%lu}\n", service.status().dwProcessId);
   return 0;
 }
 
-int stop(const std::string& name) {
-  Service service(name);
+int stop(Service& service) {
   const int64_t took = service.stop();
   const SERVICE_STATUS_PROCESS status = service.status();
   std::printf("{\"ms\":%lld,\"exit_status\":%lu}\n", static_cast<long long>(took),
@@ -41,44 +40,46 @@ int stop(const std::string& name) {
   return 0;
 }
 
-int kill(const std::string& name) {
-  Service(name).kill();
+int kill(Service& service) {
+  service.kill();
   std::printf("{}\n");
   return 0;
 }
 
-int status(const std::string& name) {
-  const SERVICE_STATUS_PROCESS status = Service(name).status();
+int status(Service& service) {
+  const SERVICE_STATUS_PROCESS status = service.status();
   std::printf("{\"running\":%s,\"state\":%lu,\"pid\":%lu}\n",
               status.dwCurrentState == SERVICE_RUNNING ? "true" : "false", status.dwCurrentState,
               status.dwProcessId);
   return 0;
 }
 
-int stay() {
-  const auto never = platform::current().threading.createEvent(true, false);
+int stay(platform::Threading& threading) {
+  const auto never = threading.createEvent(true, false);
   never->wait(platform::kInfinite);
   return 0;
 }
 
-int hold(const std::string& path) {
+int hold(platform::Threading& threading, const std::string& path) {
   const platform::FileHandle file(::CreateFileW(platform::widePath(path).c_str(),
                                                 GENERIC_READ | GENERIC_WRITE, /*dwShareMode=*/0,
                                                 nullptr, OPEN_EXISTING, 0, nullptr));
   if (!file) throw std::runtime_error(path + ": " + platform::systemText(::GetLastError()));
   std::printf("{\"held\":true}\n");
   std::fflush(stdout);
-  return stay();
+  return stay(threading);
 }
 
-int run(const std::vector<std::string>& words) {
-  if (words.size() == 1 && words[0] == "stay") return stay();
-  const std::string what = words.size() == 2 ? words[0] : "";
-  if (what == "start") return start(words[1]);
-  if (what == "stop") return stop(words[1]);
-  if (what == "kill") return kill(words[1]);
-  if (what == "status") return status(words[1]);
-  if (what == "hold") return hold(words[1]);
+int run(platform::Platform& system, const std::vector<std::string>& words) {
+  if (words.size() == 1 && words[0] == "stay") return stay(system.threading);
+  if (words.size() == 2 && words[0] == "hold") return hold(system.threading, words[1]);
+  constexpr std::pair<const char*, int (*)(Service&)> kVerbs[] = {
+      {"start", start}, {"stop", stop}, {"kill", kill}, {"status", status}};
+  for (const auto& [verb, act] : kVerbs) {
+    if (words.size() != 2 || words[0] != verb) continue;
+    Service service(system.clock, system.threading, words[1]);
+    return act(service);
+  }
   throw std::invalid_argument("start|stop|kill|status NAME, hold FILE, or stay");
 }
 
@@ -86,7 +87,7 @@ int run(const std::vector<std::string>& words) {
 
 int korvane::programMain(const std::vector<std::string>& arguments) {
   try {
-    return run(arguments);
+    return run(korvane::platform::current(), arguments);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "korvane-machine: %s\n", error.what());
     return 1;

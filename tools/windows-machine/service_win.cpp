@@ -3,7 +3,6 @@
 #include <stdexcept>
 
 #include "platform/clock.h"
-#include "platform/platform.h"
 #include "platform/threading.h"
 #include "platform/wide_win.h"
 
@@ -16,22 +15,25 @@ constexpr uint32_t kLimitMs = 60000;
 constexpr uint32_t kLookMs = 10;
 constexpr UINT kKilledCode = 137;
 
-int64_t now() {
-  return platform::current().clock.monotonicMs();
-}
-
 const char* stateName(DWORD state) {
   return state == SERVICE_RUNNING ? "running" : "stopped";
 }
 
 }  // namespace
 
-Service::Service(const std::string& name)
-    : _name(name), _manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)) {
+Service::Service(platform::Clock& clock, platform::Threading& threading, const std::string& name)
+    : _clock(clock),
+      _threading(threading),
+      _name(name),
+      _manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)) {
   if (!_manager) fail("the service manager cannot be reached", ::GetLastError());
   _service = ServiceHandle(::OpenServiceW(_manager.get(), platform::wide(name).c_str(),
                                           SERVICE_START | SERVICE_STOP | SERVICE_QUERY_STATUS));
   if (!_service) fail("cannot be opened", ::GetLastError());
+}
+
+int64_t Service::now() const {
+  return _clock.monotonicMs();
 }
 
 void Service::start() {
@@ -71,7 +73,7 @@ void Service::fail(const std::string& what, DWORD error) const {
 }
 
 void Service::awaitState(DWORD wanted) const {
-  const auto pause = platform::current().threading.createEvent(true, false);
+  const auto pause = _threading.createEvent(true, false);
   for (const int64_t begun = now(); status().dwCurrentState != wanted; pause->wait(kLookMs))
     if (now() - begun > kLimitMs)
       fail(std::string("is not ") + stateName(wanted) + " but in state " +

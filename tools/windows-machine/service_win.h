@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/fwd.h"
 #include "platform/handles_win.h"
 
 namespace korvane::machine {
@@ -26,7 +27,7 @@ using ServiceHandle = platform::OwnedHandle<ServiceKind>;
 
 class Service {
  public:
-  explicit Service(const std::string& name);
+  Service(platform::Clock& clock, platform::Threading& threading, const std::string& name);
 
   // Returns when it runs.
   void start();
@@ -44,6 +45,10 @@ class Service {
   platform::KernelObject process(DWORD access) const;
   void awaitEnd(const platform::KernelObject& process) const;
 
+  int64_t now() const;
+
+  platform::Clock& _clock;
+  platform::Threading& _threading;
   const std::string _name;
   ServiceHandle _manager;
   ServiceHandle _service;

@@ -1,7 +1,6 @@
 #include "agent/thread/locks.h"
 
 #include "agent/thread/exceptions.h"
-#include "platform/platform.h"
 #include "platform/threading.h"
 
 namespace korvane {
@@ -23,10 +22,6 @@ void deletePrimitive(platform::Event* event) {
 }
 void deletePrimitive(platform::Mutex* mutex) {
   delete mutex;
-}
-
-platform::Threading& threadingOfThisRun() {
-  return platform::current().threading;
 }
 
 void RecursiveMutex::lock() {

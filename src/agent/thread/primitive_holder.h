@@ -6,12 +6,9 @@
 #include <atomic>
 #include <memory>
 
-#include "platform/fwd.h"
+#include "agent/thread/run_threading.h"
 
 namespace korvane {
-
-// The platform::Threading of the current run.
-platform::Threading& threadingOfThisRun();
 
 // End a primitive without its class being known here.
 void deletePrimitive(platform::Event* event);

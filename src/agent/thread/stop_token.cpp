@@ -4,7 +4,6 @@
 
 #include "agent/thread/exceptions.h"
 #include "platform/threading.h"
-#include "util/agent_run.h"
 
 namespace korvane {
 
@@ -68,10 +67,6 @@ StopCallback::StopCallback(StopToken& token, std::function<void()> action)
 StopCallback::~StopCallback() {
   Synchronized hold(_token._lock);
   _token._callbacks.remove(this);
-}
-
-StopToken& shutdownToken() {
-  return AgentRun::current().part<StopToken>(RunPart::stopToken);
 }
 
 }  // namespace korvane

@@ -3,20 +3,14 @@
 #include <atomic>
 #include <utility>
 
+#include "agent/thread/run_threading.h"
 #include "agent/thread/thread_control.h"
 #include "agent/thread/thread_key.h"
-#include "platform/platform.h"
+#include "platform/threading.h"
+#include "util/agent_run.h"
 
 namespace korvane {
 namespace {
-
-ThreadKey& threadKey() {
-  return AgentRun::current().part<ThreadKey>(RunPart::threadKey);
-}
-
-std::atomic<int>& abandonedThreads() {
-  return AgentRun::current().part<std::atomic<int>>(RunPart::abandonedThreads);
-}
 
 void forgetCurrent(ThreadKey& key) noexcept {
   try {
@@ -29,12 +23,11 @@ void forgetCurrent(ThreadKey& key) noexcept {
 
 Thread::Thread(uint32_t stackBytes)
     : _control(std::make_shared<Control>(stackBytes ? stackBytes : kDefaultStackBytes)) {
-  auto native = platform::current().threading.createThread(
-      _control->stackBytes,
-      [this, control = _control, run = AgentRun::current().shared_from_this()] {
-        const AgentRunScope inRun(run);
-        wrapper(*this, control);
-      });
+  auto native = threadingOfThisRun().createThread(_control->stackBytes,
+                                                  [this, control = _control, run = thisRun()] {
+                                                    const AgentRunScope inRun(run);
+                                                    wrapper(*this, control);
+                                                  });
   if (!native) throw ThreadException("Thread::Thread()", 2);
   try {
     _control->identify(std::move(native), /*isAdopted=*/false);
@@ -49,18 +42,18 @@ Thread::Thread(uint32_t stackBytes)
 }
 
 Thread::Thread(AdoptCurrent) : _control(std::make_shared<Control>(0)) {
-  auto native = platform::current().threading.adoptCurrentThread();
+  auto native = threadingOfThisRun().adoptCurrentThread();
   if (!native) throw ThreadException("Thread::Thread()", 2);
   _control->identify(std::move(native), /*isAdopted=*/true);
-  threadKey().set(this);
+  threadKeyOfThisRun().set(this);
 }
 
 Thread::~Thread() {
   try {
     const Control::Parting parting = _control->part();
-    if (parting.abandoned) ++abandonedThreads();
+    if (parting.abandoned) ++abandonedThreadsOfThisRun();
     if (parting.join) parting.native->join(platform::kInfinite);
-    if (parting.adopted && current() == this) forgetCurrent(threadKey());
+    if (parting.adopted && current() == this) forgetCurrent(threadKeyOfThisRun());
   } catch (const ThreadException&) {
   }
 }
@@ -68,7 +61,7 @@ Thread::~Thread() {
 void Thread::wrapper(Thread& self, const std::shared_ptr<Control>& control) noexcept {
   ThreadKey* key = nullptr;
   try {
-    key = &threadKey();
+    key = &threadKeyOfThisRun();
     key->set(&self);
   } catch (...) {
     control->failure = std::current_exception();
@@ -117,7 +110,7 @@ void Thread::dispose(Thread* thread) {
   if (!thread) return;
   const std::shared_ptr<Control> control = thread->_control;
   if (control->leaveToItself())
-    ++abandonedThreads();
+    ++abandonedThreadsOfThisRun();
   else
     delete thread;
 }
@@ -161,11 +154,11 @@ bool Thread::waitOnCondition(uint32_t timeoutMs) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 Thread* Thread::current() {
-  return threadKey().get();
+  return threadKeyOfThisRun().get();
 }
 
 int Thread::abandoned() {
-  return abandonedThreads();
+  return abandonedThreadsOfThisRun();
 }
 
 }  // namespace korvane

@@ -1,7 +1,7 @@
 #include "agent/thread/thread_condition.h"
 
 #include "agent/thread/exceptions.h"
-#include "platform/platform.h"
+#include "agent/thread/run_threading.h"
 #include "platform/threading.h"
 
 namespace korvane {
@@ -13,8 +13,7 @@ constexpr uint32_t kSemaphoreMaximum = 2147483647;
 }
 
 ThreadCondition::ThreadCondition(RecursiveMutex& mutex)
-    : _mutex(mutex),
-      _semaphore(platform::current().threading.createSemaphore(0, kSemaphoreMaximum)) {
+    : _mutex(mutex), _semaphore(threadingOfThisRun().createSemaphore(0, kSemaphoreMaximum)) {
   if (!_semaphore) throw ThreadException("ThreadCondition::ThreadCondition(RecursiveMutex&)", 11);
 }
 

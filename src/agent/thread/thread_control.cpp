@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/platform.h"
+#include "agent/thread/run_threading.h"
 
 namespace korvane {
 
@@ -42,7 +42,7 @@ bool Thread::Control::stop() {
   Synchronized hold(lock);
   if (stopState != StopState::none) return false;
   stopState = StopState::requested;
-  if (alive() && id == platform::current().threading.currentThreadId()) {
+  if (alive() && id == threadingOfThisRun().currentThreadId()) {
     stopState = StopState::requestedBySelf;
     return true;
   }
@@ -113,8 +113,7 @@ Thread::Control::Parting Thread::Control::part() {
   parting.adopted = adopted;
   parting.abandoned = alive() && !adopted;
   parting.native = std::move(native);
-  parting.join =
-      parting.native && !alive() && id != platform::current().threading.currentThreadId();
+  parting.join = parting.native && !alive() && id != threadingOfThisRun().currentThreadId();
   return parting;
 }
 

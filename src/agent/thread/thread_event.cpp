@@ -1,7 +1,7 @@
 #include "agent/thread/thread_event.h"
 
 #include "agent/thread/exceptions.h"
-#include "platform/platform.h"
+#include "agent/thread/run_threading.h"
 #include "platform/threading.h"
 
 namespace korvane {
@@ -9,7 +9,7 @@ namespace korvane {
 using platform::WaitResult;
 
 ThreadEvent::ThreadEvent(uint32_t timeoutMs)
-    : _timeoutMs(timeoutMs), _event(platform::current().threading.createEvent(true, false)) {
+    : _timeoutMs(timeoutMs), _event(threadingOfThisRun().createEvent(true, false)) {
   if (!_event) throw ThreadException("ThreadCondition::ThreadEvent()", 14);
 }
 

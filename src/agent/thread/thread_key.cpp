@@ -1,12 +1,12 @@
 #include "agent/thread/thread_key.h"
 
 #include "agent/thread/exceptions.h"
-#include "platform/platform.h"
+#include "agent/thread/run_threading.h"
 #include "platform/threading.h"
 
 namespace korvane {
 
-ThreadKey::ThreadKey() : _slot(platform::current().threading.createThreadLocalSlot()) {
+ThreadKey::ThreadKey() : _slot(threadingOfThisRun().createThreadLocalSlot()) {
   if (!_slot) throw ThreadException("ThreadEvent::allocate()", 21);
 }
 

@@ -1,6 +1,5 @@
 #include "update/policy/builtin_wish.h"
 
-#include "config/agent_config.h"
 #include "config/setting_check.h"
 #include "driver/driver.h"
 #include "driver/driver_values.h"
@@ -54,12 +53,10 @@ STRING tell(Driver& driver, bool builtIn) {
 
 }  // namespace
 
-STRING followBuiltInWish(const PropertyList& settings) {
+STRING followBuiltInWish(Driver& driver, const PropertyList& settings) {
   const STRING* wish = wishIn(settings);
-  return wish ? tell(currentDriver(), wish->toBool()) : STRING();
+  return wish ? tell(driver, wish->toBool()) : STRING();
 }
-
-BuiltInWish::BuiltInWish() : _driver(currentDriver()) {}
 
 STRING BuiltInWish::follow(PropertyList& settings) {
   const STRING* wish = wishIn(settings);
@@ -79,7 +76,7 @@ void BuiltInWish::step(bool enforceable) {
   if (!_wanted || !enforceable || --_pause > 0) return;
   _pause = kPauseCycles;
   if (!tell(_driver, *_wanted).empty()) return;
-  AgentConfig::getInstance()->setUseBuiltInPolicy(*_wanted);
+  _policy.setUseBuiltInPolicy(*_wanted);
   eventlog::event(EventId::builtInPolicyApplied, kWishTag, {STRING::fromBool(*_wanted)});
   forget();
 }

@@ -5,7 +5,8 @@
 // settings, and the driver is left as it was. The request is remembered and repeated every five
 // minutes, until it succeeds, another one comes, a policy is loaded or the agent stops.
 //
-// Lifetime and threads: one object for the owner of the policy, used by its thread. Blocks
+// Lifetime and threads: one object for the owner of the policy, used by its thread; driver and
+// settings outlive it. Blocks
 // for the driver's time-outs.
 // Errors: a text; event 10581 when a request is refused, 10583 when it finally succeeds.
 //
@@ -14,6 +15,7 @@
 
 #include <optional>
 
+#include "config/settings.h"
 #include "util/property_list.h"
 
 namespace korvane {
@@ -23,14 +25,13 @@ class Driver;
 // Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants
 // it. To be called before the settings are taken: whoever sees the changed setting asks the driver.
 // An empty text, or why the driver refuses; registry and driver are as before then.
-STRING followBuiltInWish(const PropertyList& settings);
+STRING followBuiltInWish(Driver& driver, const PropertyList& settings);
 
 class BuiltInWish {
  public:
   static constexpr int kPauseCycles = 300;
 
-  // With the current run's driver.
-  BuiltInWish();
+  BuiltInWish(Driver& driver, PolicySettings& policy) : _driver(driver), _policy(policy) {}
 
   // As followBuiltInWish(); what is refused is taken out of the settings and tried again.
   STRING follow(PropertyList& settings);
@@ -40,6 +41,7 @@ class BuiltInWish {
 
  private:
   Driver& _driver;
+  PolicySettings& _policy;
   std::optional<bool> _wanted;
   int _pause = 0;
 };

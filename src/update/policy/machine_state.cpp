@@ -30,13 +30,13 @@ std::string itemText(const STRING& text) {
 
 bool MachineState::pathExists(const std::string& path, bool& exists) {
   platform::FileInfo info;
-  const int error = _system.files.info(path, info);
+  const int error = _sources.files.info(path, info);
   exists = error == 0;
   return error == 0 || error == ENOENT || error == ENOTDIR;
 }
 
 bool MachineState::addresses(std::vector<std::string>& out) {
-  out = _system.systemInfo.ipAddresses();
+  out = _sources.systemInfo.ipAddresses();
   return true;
 }
 
@@ -44,9 +44,9 @@ bool MachineState::readRegistry(const std::string& key, const std::string& name,
                                 RetransItem& item) {
   STRING text;
   uint32_t number = 0;
-  uint32_t error = _system.registry.readString(key, name, text);
+  uint32_t error = _sources.registry.readString(key, name, text);
   if (error == platform::kErrorInvalidData) {
-    error = _system.registry.readDword(key, name, number);
+    error = _sources.registry.readDword(key, name, number);
     text = STRING::fromInt(number);
   }
   const bool gone = error == platform::kErrorFileNotFound ||
@@ -60,8 +60,8 @@ bool MachineState::readRegistry(const std::string& key, const std::string& name,
 bool MachineState::readEnvironment(RetransItem& item) {
   RetransItem machine = item;
   if (!readRegistry(kMachineVariables, item.name, machine)) return false;
-  item.value =
-      machine.present ? machine.value : itemText(STRING(_system.systemInfo.environment(item.name)));
+  item.value = machine.present ? machine.value
+                               : itemText(STRING(_sources.systemInfo.environment(item.name)));
   item.present = !item.value.empty();
   return true;
 }

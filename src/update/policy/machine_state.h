@@ -1,6 +1,6 @@
 // The current state of the things on this machine that translation items name.
 //
-// Lifetime: refers to the platform, which must outlive it. Threads: any; it keeps nothing. A
+// Lifetime: refers to its sources, which must outlive it. Threads: any; it keeps nothing. A
 // derived class may have another source for paths and addresses.
 //
 //   RetransItem now = item;
@@ -10,14 +10,20 @@
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
+#include "platform/fwd.h"
 #include "update/policy/retrans_items.h"
 
 namespace korvane {
 
 class MachineState {
  public:
-  explicit MachineState(platform::Platform& system) : _system(system) {}
+  struct Sources {
+    platform::Files& files;
+    platform::Registry& registry;
+    platform::SystemInfo& systemInfo;
+  };
+
+  explicit MachineState(const Sources& sources) : _sources(sources) {}
   virtual ~MachineState() = default;
 
   // Sets `present` and `value` (empty for what is missing) of what the item names. False, and
@@ -37,7 +43,7 @@ class MachineState {
                                   RetransItem& item);
   [[nodiscard]] bool readEnvironment(RetransItem& item);
 
-  platform::Platform& _system;
+  const Sources _sources;
 };
 
 }  // namespace korvane

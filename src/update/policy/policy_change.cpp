@@ -2,10 +2,8 @@
 
 #include <cerrno>
 
-#include "config/agent_config.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
-#include "platform/platform.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -13,12 +11,10 @@ namespace {
 
 constexpr char kChangeTag[] = "PolicyChange";
 
-platform::Files& files() {
-  return platform::current().files;
-}
+using Parts = PolicyChange::Parts;
 
-int flushFolder() {
-  return files().flushDirectory(driverDirectory());
+int flushFolder(platform::Files& files) {
+  return files.flushDirectory(driverDirectory(files));
 }
 
 bool traced(const char* what, const std::string& path, int error) {
@@ -27,23 +23,24 @@ bool traced(const char* what, const std::string& path, int error) {
 }
 
 // The backup, which is there only when the change had come to this file, goes back into its place.
-bool putBack(const std::string& backup, const std::string& path, bool hadFile) {
+bool putBack(platform::Files& files, const std::string& backup, const std::string& path,
+             bool hadFile) {
   if (!hadFile) {
-    const int error = removeIfThere(path);
+    const int error = removeIfThere(files, path);
     return error == 0 || traced("Cannot remove", path, error);
   }
-  const int error = files().replace(backup, path);
+  const int error = files.replace(backup, path);
   return error == 0 || error == ENOENT || traced("Cannot put back", path, error);
 }
 
-bool undoFiles(const PolicyJournal& journal) {
+bool undoFiles(platform::Files& files, const PolicyJournal& journal) {
   const PolicyFiles names(journal.newPlusFile);
-  if (!putBack(names.oldMinus, names.minus, journal.hadMinus)) return false;
-  if (!putBack(names.oldItems, names.items, journal.hadItems)) return false;
+  if (!putBack(files, names.oldMinus, names.minus, journal.hadMinus)) return false;
+  if (!putBack(files, names.oldItems, names.items, journal.hadItems)) return false;
   for (const std::string& fresh : {names.freshMinus, names.freshItems})
-    if (const int error = removeIfThere(fresh)) traced("Cannot remove", fresh, error);
-  const int error = flushFolder();
-  return error == 0 || traced("Cannot flush", driverDirectory(), error);
+    if (const int error = removeIfThere(files, fresh)) traced("Cannot remove", fresh, error);
+  const int error = flushFolder(files);
+  return error == 0 || traced("Cannot flush", driverDirectory(files), error);
 }
 
 bool undoDriver(Driver& driver, const PolicySetting& setting) {
@@ -54,17 +51,16 @@ bool undoDriver(Driver& driver, const PolicySetting& setting) {
   return result == 0 || result == NotifyResult::finishedWithError;
 }
 
-bool undoSettings(const PolicyJournal& journal) {
-  AgentConfig& config = *AgentConfig::getInstance();
+bool undoSettings(const Parts& parts, const PolicyJournal& journal) {
   {
-    const AgentConfig::ChangeGroup group(config);
-    config.setPlusPolicyFile(journal.plusFile);
-    config.setPlusDBPath(journal.path);
-    config.setPlusVersion(journal.version);
-    config.setPlusID(journal.id);
-    config.setUseBuiltInPolicy(journal.useBuiltIn);
+    const SettingsFile::ChangeGroup group(parts.settingsFile);
+    parts.settings.setPlusPolicyFile(journal.plusFile);
+    parts.settings.setPlusDBPath(journal.path);
+    parts.settings.setPlusVersion(journal.version);
+    parts.settings.setPlusID(journal.id);
+    parts.settings.setUseBuiltInPolicy(journal.useBuiltIn);
   }
-  return config.updateIniFile();
+  return parts.settingsFile.updateIniFile();
 }
 
 bool driverAgrees(Driver& driver, const PolicySetting& setting) {
@@ -73,38 +69,39 @@ bool driverAgrees(Driver& driver, const PolicySetting& setting) {
 }
 
 // Every step may be done again: what is undone already stays so.
-bool undoChange(Driver& driver, const PolicyJournal& journal, bool driverUntouched) {
-  if (!undoFiles(journal)) return false;
-  if (!(driverUntouched && driverAgrees(driver, journal.driver)) &&
-      !undoDriver(driver, journal.driver))
+bool undoChange(const Parts& parts, const PolicyJournal& journal, bool driverUntouched) {
+  if (!undoFiles(parts.files, journal)) return false;
+  if (!(driverUntouched && driverAgrees(parts.driver, journal.driver)) &&
+      !undoDriver(parts.driver, journal.driver))
     return false;
-  if (!undoSettings(journal)) return false;
-  const int error = removePolicyJournal();
-  return error == 0 || traced("Cannot remove", policyJournalPath(), error);
+  if (!undoSettings(parts, journal)) return false;
+  const int error = removePolicyJournal(parts.files);
+  return error == 0 || traced("Cannot remove", policyJournalPath(parts.files), error);
 }
 
 // What is missing of these files and was set aside.
-bool putBackMissing(const PolicyFiles& names) {
+bool putBackMissing(platform::Files& files, const PolicyFiles& names) {
   for (const auto& [backup, path] :
        {std::pair(names.oldMinus, names.minus), {names.oldItems, names.items}})
-    if (presenceOf(path) == Presence::absent && !putBack(backup, path, true)) return false;
+    if (presenceOf(files, path) == Presence::absent && !putBack(files, backup, path, true))
+      return false;
   // The journal may go only when they are sure.
-  const int error = flushFolder();
-  return error == 0 || traced("Cannot flush", driverDirectory(), error);
+  const int error = flushFolder(files);
+  return error == 0 || traced("Cannot flush", driverDirectory(files), error);
 }
 
 // Without a journal that can be read, what agent.ini names is taken for what is to be in force.
-bool repair(Driver& driver) {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  const STRING plus = config.getPlusPolicyFile();
+bool repair(const Parts& parts) {
+  const STRING plus = parts.settings.getPlusPolicyFile();
   const PolicyFiles names(plus);
-  if (!plus.empty() && !putBackMissing(names)) return false;
-  PolicySetting setting{driver.minusFile(), true};
-  if (!config.useBuiltInPolicy() && presenceOf(names.minus) == Presence::present)
+  if (!plus.empty() && !putBackMissing(parts.files, names)) return false;
+  PolicySetting setting{parts.driver.minusFile(), true};
+  if (!parts.settings.useBuiltInPolicy() &&
+      presenceOf(parts.files, names.minus) == Presence::present)
     setting = {names.minus, false};
-  if (!undoDriver(driver, setting)) return false;
-  const std::string path = policyJournalPath();
-  const int error = files().replace(path, path + ".damaged");
+  if (!undoDriver(parts.driver, setting)) return false;
+  const std::string path = policyJournalPath(parts.files);
+  const int error = parts.files.replace(path, path + ".damaged");
   return error == 0 || traced("Cannot set aside", path, error);
 }
 
@@ -117,18 +114,18 @@ bool PolicyChange::fail(const char* what, const std::string& path, int error) {
 }
 
 bool PolicyChange::takeState() {
-  const AgentConfig& config = *AgentConfig::getInstance();
-  _journal.plusFile = config.getPlusPolicyFile();
-  _journal.path = config.getPlusDBPath();
-  _journal.version = config.getPlusVersion();
-  _journal.id = config.getPlusID();
-  _journal.useBuiltIn = config.useBuiltInPolicy();
-  if (!_driver.policySetting(_journal.driver))
-    return fail("Cannot read the driver's settings for", _files.minus, EIO);
-  const Presence minus = presenceOf(_files.minus);
-  const Presence items = presenceOf(_files.items);
+  const PolicySettings& settings = _parts.settings;
+  _journal.plusFile = settings.getPlusPolicyFile();
+  _journal.path = settings.getPlusDBPath();
+  _journal.version = settings.getPlusVersion();
+  _journal.id = settings.getPlusID();
+  _journal.useBuiltIn = settings.useBuiltInPolicy();
+  if (!_parts.driver.policySetting(_journal.driver))
+    return fail("Cannot read the driver's settings for", _names.minus, EIO);
+  const Presence minus = presenceOf(_parts.files, _names.minus);
+  const Presence items = presenceOf(_parts.files, _names.items);
   if (minus == Presence::unknown || items == Presence::unknown)
-    return fail("Cannot look at", _files.minus, EIO);
+    return fail("Cannot look at", _names.minus, EIO);
   _journal.hadMinus = minus == Presence::present;
   _journal.hadItems = items == Presence::present;
   return true;
@@ -137,26 +134,27 @@ bool PolicyChange::takeState() {
 // A backup of another time would be taken for this change's, so it is surely gone before
 // there is a journal.
 bool PolicyChange::removeStaleBackups() {
-  for (const std::string& backup : {_files.oldMinus, _files.oldItems})
-    if (const int error = removeIfThere(backup)) return fail("Cannot remove", backup, error);
+  for (const std::string& backup : {_names.oldMinus, _names.oldItems})
+    if (const int error = removeIfThere(_parts.files, backup))
+      return fail("Cannot remove", backup, error);
   return flush();
 }
 
 bool PolicyChange::flush() {
-  const int error = flushFolder();
-  return error == 0 || fail("Cannot flush", driverDirectory(), error);
+  const int error = flushFolder(_parts.files);
+  return error == 0 || fail("Cannot flush", driverDirectory(_parts.files), error);
 }
 
 bool PolicyChange::begin() {
-  if (reconcilePolicy(_driver) == Reconciled::failed) {
+  if (reconcilePolicy(_parts) == Reconciled::failed) {
     _problem = "The previous policy change could not be rolled back.";
     return false;
   }
   if (!takeState() || !removeStaleBackups()) return false;
-  if (const int error = writePolicyJournal(_journal)) {
-    fail("Cannot write", policyJournalPath(), error);
+  if (const int error = writePolicyJournal(_parts.files, _journal)) {
+    fail("Cannot write", policyJournalPath(_parts.files), error);
     // A journal that stays is undone by the next start, to what still stands.
-    ignoreResult(removePolicyJournal());
+    ignoreResult(removePolicyJournal(_parts.files));
     return false;
   }
   return true;
@@ -166,74 +164,73 @@ bool PolicyChange::begin() {
 // its place is taken: of two changes of a folder a file system may keep the second alone.
 bool PolicyChange::exchange(const std::string& fresh, const std::string& path,
                             const std::string& backup, bool hadFile) {
-  if (const int error = flushFile(fresh)) return fail("Cannot flush", fresh, error);
+  if (const int error = flushFile(_parts.files, fresh)) return fail("Cannot flush", fresh, error);
   if (hadFile) {
-    if (const int error = files().replace(path, backup))
+    if (const int error = _parts.files.replace(path, backup))
       return fail("Cannot set aside", path, error);
     if (!flush()) return false;
   }
-  if (const int error = files().replace(fresh, path))
+  if (const int error = _parts.files.replace(fresh, path))
     return fail("Cannot put in place", path, error);
   return flush();
 }
 
 bool PolicyChange::takeMinus() {
-  return exchange(_files.freshMinus, _files.minus, _files.oldMinus, _journal.hadMinus);
+  return exchange(_names.freshMinus, _names.minus, _names.oldMinus, _journal.hadMinus);
 }
 
 bool PolicyChange::takeItems() {
-  if (presenceOf(_files.freshItems) != Presence::absent)
-    return exchange(_files.freshItems, _files.items, _files.oldItems, _journal.hadItems);
-  eventlog::trace(kChangeTag, "The translator produced no items: %s", _files.freshItems);
+  if (presenceOf(_parts.files, _names.freshItems) != Presence::absent)
+    return exchange(_names.freshItems, _names.items, _names.oldItems, _journal.hadItems);
+  eventlog::trace(kChangeTag, "The translator produced no items: %s", _names.freshItems);
   return true;
 }
 
 // Each of the two writes is tried twice, since undoing for a fault that has passed would
 // cost the policy.
 bool PolicyChange::commit(const std::function<void()>& record) {
-  AgentConfig& config = *AgentConfig::getInstance();
   {
-    const AgentConfig::ChangeGroup group(config);
+    const SettingsFile::ChangeGroup group(_parts.settingsFile);
     record();
   }
-  if (!config.updateIniFile() && !config.updateIniFile())
-    return fail("Cannot record the policy in agent.ini for", _files.minus, EIO);
-  int error = removePolicyJournal();
-  if (error != 0) error = removePolicyJournal();
+  if (!_parts.settingsFile.updateIniFile() && !_parts.settingsFile.updateIniFile())
+    return fail("Cannot record the policy in agent.ini for", _names.minus, EIO);
+  int error = removePolicyJournal(_parts.files);
+  if (error != 0) error = removePolicyJournal(_parts.files);
   if (error != 0) {
     // The file that could not be removed holds the same.
-    ignoreResult(writePolicyJournal(_journal));
-    return fail("Cannot remove", policyJournalPath(), error);
+    ignoreResult(writePolicyJournal(_parts.files, _journal));
+    return fail("Cannot remove", policyJournalPath(_parts.files), error);
   }
-  for (const std::string& backup : {_files.oldMinus, _files.oldItems})
-    if (const int left = removeIfThere(backup)) traced("Cannot remove", backup, left);
+  for (const std::string& backup : {_names.oldMinus, _names.oldItems})
+    if (const int left = removeIfThere(_parts.files, backup)) traced("Cannot remove", backup, left);
   return true;
 }
 
 bool PolicyChange::undo(bool driverUntouched) {
-  if (undoChange(_driver, _journal, driverUntouched)) return true;
-  eventlog::event(EventId::policyChangeNotRolledBack, kChangeTag, {_files.minus});
+  if (undoChange(_parts, _journal, driverUntouched)) return true;
+  eventlog::event(EventId::policyChangeNotRolledBack, kChangeTag, {_names.minus});
   return false;
 }
 
-Reconciled reconcilePolicy(Driver& driver) {
+Reconciled reconcilePolicy(const PolicyChange::Parts& parts) {
   PolicyJournal journal;
-  const int error = readPolicyJournal(journal);
+  const int error = readPolicyJournal(parts.files, journal);
   if (error == ENOENT) return Reconciled::nothing;
   bool done = false;
   if (error == EBADMSG) {
-    eventlog::event(EventId::policyJournalDamaged, kChangeTag, {policyJournalPath()});
-    done = repair(driver);
+    eventlog::event(EventId::policyJournalDamaged, kChangeTag, {policyJournalPath(parts.files)});
+    done = repair(parts);
     if (done) return Reconciled::repaired;
   } else if (error == 0) {
-    done = undoChange(driver, journal, false);
+    done = undoChange(parts, journal, false);
   }
   if (done) {
     eventlog::event(EventId::policyChangeRolledBack, kChangeTag,
                     {journal.newPlusFile, journal.version});
     return Reconciled::undone;
   }
-  eventlog::event(EventId::policyChangeNotRolledBack, kChangeTag, {policyJournalPath()});
+  eventlog::event(EventId::policyChangeNotRolledBack, kChangeTag, {policyJournalPath(parts.files)});
   return Reconciled::failed;
 }
 

@@ -15,6 +15,7 @@
 #include <functional>
 #include <string>
 
+#include "config/settings.h"
 #include "update/policy/policy_files.h"
 #include "update/policy/policy_journal.h"
 
@@ -22,7 +23,15 @@ namespace korvane {
 
 class PolicyChange {
  public:
-  PolicyChange(const STRING& plusFile, Driver& driver) : _files(plusFile), _driver(driver) {
+  // What a change touches; all of it outlives the change.
+  struct Parts {
+    platform::Files& files;
+    Driver& driver;
+    PolicySettings& settings;
+    SettingsFile& settingsFile;
+  };
+
+  PolicyChange(const STRING& plusFile, const Parts& parts) : _names(plusFile), _parts(parts) {
     _journal.newPlusFile = plusFile;
   }
 
@@ -30,7 +39,7 @@ class PolicyChange {
   [[nodiscard]] bool begin();
   [[nodiscard]] bool takeMinus();
   [[nodiscard]] bool takeItems();
-  // record: puts the new settings into AgentConfig; they are written together.
+  // record: puts the new settings into the store; they are written together.
   [[nodiscard]] bool commit(const std::function<void()>& record);
   // Everything as it was. driverUntouched: the driver surely has its former policy.
   // False when something is left to do; the journal stays then.
@@ -49,8 +58,8 @@ class PolicyChange {
                               const std::string& backup, bool hadFile);
   bool fail(const char* what, const std::string& path, int error);
 
-  const PolicyFiles _files;
-  Driver& _driver;
+  const PolicyFiles _names;
+  const Parts _parts;
   PolicyJournal _journal;
   STRING _problem;
 };
@@ -63,6 +72,6 @@ enum class Reconciled {
 };
 
 // Undoes the change that the journal tells of, if there is one.
-[[nodiscard]] Reconciled reconcilePolicy(Driver& driver);
+[[nodiscard]] Reconciled reconcilePolicy(const PolicyChange::Parts& parts);
 
 }  // namespace korvane

@@ -8,7 +8,6 @@
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "update/policy/policy_files.h"
 #include "util/errors.h"
 
@@ -20,10 +19,6 @@ constexpr std::string_view kHeading =
 constexpr size_t kFields = 9;
 constexpr char kCreating[] = "PolicyProcessor::InitializePolicyHistory (creating directory)";
 constexpr char kWriting[] = "PolicyProcessor::UpdateHistory";
-
-platform::Files& historyDisk() {
-  return platform::current().files;
-}
 
 void check(int error, const char* operation, const std::string& path) {
   if (error != 0) throw FileError(error, operation, std::string(operation) + " " + path);
@@ -108,9 +103,10 @@ bool parseHistoryLine(std::string_view line, HistoryRecord& out) {
 bool PolicyHistory::initialize() {
   _enabled = true;
   try {
-    check(historyDisk().makeDirectories(historyDirectory()), "makeDirectories", historyDirectory());
+    check(_files.makeDirectories(historyDirectory(_files)), "makeDirectories",
+          historyDirectory(_files));
     for (const char* name : {ips, ids})
-      begin(platform::joinPath(historyDisk(), {historyDirectory(), name}));
+      begin(platform::joinPath(_files, {historyDirectory(_files), name}));
   } catch (const FileError& error) {
     disable(kCreating, error.errnoValue(), error.message().toUtf8());
   }
@@ -118,10 +114,10 @@ bool PolicyHistory::initialize() {
 }
 
 void PolicyHistory::begin(const std::string& path) {
-  const Presence presence = presenceOf(path);
+  const Presence presence = presenceOf(_files, path);
   if (presence == Presence::present) return;
   check(presence == Presence::unknown ? EIO : 0, "info", path);
-  check(platform::writeFileAtomically(historyDisk(), path, kHeading), "create", path);
+  check(platform::writeFileAtomically(_files, path, kHeading), "create", path);
 }
 
 void PolicyHistory::add(const char* file, const HistoryRecord& record) {
@@ -129,7 +125,7 @@ void PolicyHistory::add(const char* file, const HistoryRecord& record) {
     eventlog::trace(kWriting, "Policy History is Disabled.");
     return;
   }
-  const std::string path = platform::joinPath(historyDisk(), {historyDirectory(), file});
+  const std::string path = platform::joinPath(_files, {historyDirectory(_files), file});
   try {
     append(path, historyLine(record));
   } catch (const FileError& error) {
@@ -139,14 +135,15 @@ void PolicyHistory::add(const char* file, const HistoryRecord& record) {
 
 void PolicyHistory::append(const std::string& path, const std::string& line) {
   platform::FileInfo info;
-  if (historyDisk().info(path, info) == 0 && info.size + line.size() > kMaxHistoryBytes) {
+  if (_files.info(path, info) == 0 && info.size + line.size() > kMaxHistoryBytes) {
     const std::string aside = path.substr(0, path.size() - std::strlen(".csv")) + ".1.csv";
-    check(historyDisk().replace(path, aside), "replace", path);
-    check(historyDisk().flushDirectory(historyDirectory()), "flushDirectory", historyDirectory());
+    check(_files.replace(path, aside), "replace", path);
+    check(_files.flushDirectory(historyDirectory(_files)), "flushDirectory",
+          historyDirectory(_files));
   }
   begin(path);
   std::unique_ptr<platform::File> file;
-  check(historyDisk().open(path, platform::OpenMode::readWrite, file), "open", path);
+  check(_files.open(path, platform::OpenMode::readWrite, file), "open", path);
   check(file->info(info), "info", path);
   const std::string text = endsWithLine(*file, info.size) ? line : "\n" + line;
   check(file->seek(static_cast<int64_t>(info.size)), "seek", path);

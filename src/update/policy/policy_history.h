@@ -5,10 +5,10 @@
 // are at most two of a kind. A line that a crash cut off ends where it was cut.
 // docs/file-formats.md has the columns.
 //
-// Lifetime and threads: belongs to the owner of the policy.
+// Lifetime and threads: belongs to the owner of the policy; the files outlive it.
 // Errors: what cannot be written switches the history off until initialize(), with a trace line.
 //
-//   PolicyHistory history;
+//   PolicyHistory history(files);
 //   history.initialize();
 //   history.add(PolicyHistory::ips, {.plusFile = plus, .resultCode = 0});
 #pragma once
@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -43,6 +44,8 @@ class PolicyHistory {
   static constexpr uint64_t kMaxHistoryBytes = 1 << 20;
   static constexpr size_t kMaxErrorUnits = 4096;  // an error's text is cut there
 
+  explicit PolicyHistory(platform::Files& files) : _files(files) {}
+
   [[nodiscard]] bool initialize();
   bool enabled() const { return _enabled; }
   void add(const char* file, const HistoryRecord& record);
@@ -52,6 +55,7 @@ class PolicyHistory {
   void append(const std::string& path, const std::string& line);
   void disable(const char* context, int error, const std::string& message);
 
+  platform::Files& _files;
   bool _enabled = false;
 };
 

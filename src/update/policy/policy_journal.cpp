@@ -7,7 +7,6 @@
 #include "config/ini_text.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "update/policy/policy_files.h"
 #include "util/utf8.h"
 
@@ -124,29 +123,27 @@ bool parsePolicyJournal(std::string_view text, PolicyJournal& out) {
   return true;
 }
 
-std::string policyJournalPath() {
-  return platform::joinPath(platform::current().files, {driverDirectory(), "policy.journal"});
+std::string policyJournalPath(const platform::Files& files) {
+  return platform::joinPath(files, {driverDirectory(files), "policy.journal"});
 }
 
-int readPolicyJournal(PolicyJournal& out) {
+int readPolicyJournal(platform::Files& files, PolicyJournal& out) {
   std::string text;
-  const int error = platform::readWholeFile(platform::current().files, policyJournalPath(),
-                                            kMaxJournalBytes, text);
+  const int error =
+      platform::readWholeFile(files, policyJournalPath(files), kMaxJournalBytes, text);
   if (error == EFBIG) return EBADMSG;
   if (error != 0) return error;
   return parsePolicyJournal(text, out) ? 0 : EBADMSG;
 }
 
-int writePolicyJournal(const PolicyJournal& journal) {
-  return platform::writeFileAtomically(platform::current().files, policyJournalPath(),
-                                       policyJournalText(journal));
+int writePolicyJournal(platform::Files& files, const PolicyJournal& journal) {
+  return platform::writeFileAtomically(files, policyJournalPath(files), policyJournalText(journal));
 }
 
-int removePolicyJournal() {
-  platform::Files& files = platform::current().files;
-  const int error = files.remove(policyJournalPath());
+int removePolicyJournal(platform::Files& files) {
+  const int error = files.remove(policyJournalPath(files));
   if (error != 0 && error != ENOENT) return error;
-  return files.flushDirectory(driverDirectory());
+  return files.flushDirectory(driverDirectory(files));
 }
 
 }  // namespace korvane

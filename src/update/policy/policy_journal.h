@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "driver/driver.h"
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -41,11 +42,11 @@ std::string policyJournalText(const PolicyJournal& journal);
 // False, and `out` as it was, for a text that is not a whole journal.
 [[nodiscard]] bool parsePolicyJournal(std::string_view text, PolicyJournal& out);
 
-std::string policyJournalPath();
+std::string policyJournalPath(const platform::Files& files);
 // ENOENT: no change is under way.
-[[nodiscard]] int readPolicyJournal(PolicyJournal& out);
+[[nodiscard]] int readPolicyJournal(platform::Files& files, PolicyJournal& out);
 // Both are durable when they return 0.
-[[nodiscard]] int writePolicyJournal(const PolicyJournal& journal);
-[[nodiscard]] int removePolicyJournal();
+[[nodiscard]] int writePolicyJournal(platform::Files& files, const PolicyJournal& journal);
+[[nodiscard]] int removePolicyJournal(platform::Files& files);
 
 }  // namespace korvane

@@ -5,14 +5,18 @@
 // utility thread knows by it that the items of another policy may be in force. Threads: any.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace korvane {
 
 class PolicyNews {
  public:
-  static void note();
-  static uint64_t number();
+  void note() { ++_newest; }
+  uint64_t number() const { return _newest; }
+
+ private:
+  std::atomic<uint64_t> _newest{0};
 };
 
 }  // namespace korvane

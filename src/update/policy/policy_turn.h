@@ -8,18 +8,39 @@
 //
 // Lifetime: from construction to destruction. Threads: any; a thread that has its turn must not ask
 // for another. A thread waits until the other is done, which may take as long as a translation; a
-// stop of the agent (shutdownToken) ends the wait.
+// stop of the agent ends the wait.
 // Errors: taken() is false when the agent stops. Then nothing may be done.
 //
-//   const PolicyTurn turn;
+//   const PolicyTurn turn(turns, stop);
 //   if (turn.taken()) policy.retranslatePolicy();
 #pragma once
 
+#include "agent/thread/locks.h"
+#include "agent/thread/primitive_holder.h"
+#include "platform/fwd.h"
+
 namespace korvane {
+
+class StopToken;
+
+// What the turns are taken from; one for each run of an agent.
+class PolicyTurns {
+ private:
+  friend class PolicyTurn;
+
+  [[nodiscard]] bool take();
+  void giveBack();
+  // Set when somebody should look again; one of those who wait does.
+  platform::Event& changed();
+
+  Win32Mutex _lock;
+  bool _busy GUARDED_BY(_lock) = false;
+  PrimitiveHolder<platform::Event> _changed;
+};
 
 class PolicyTurn {
  public:
-  PolicyTurn();
+  PolicyTurn(PolicyTurns& turns, StopToken& stop);
   ~PolicyTurn();
   PolicyTurn(const PolicyTurn&) = delete;
   PolicyTurn& operator=(const PolicyTurn&) = delete;
@@ -27,6 +48,7 @@ class PolicyTurn {
   bool taken() const { return _taken; }
 
  private:
+  PolicyTurns& _turns;
   bool _taken = false;
 };
 

@@ -2,13 +2,11 @@
 
 #include <cerrno>
 
-#include "config/agent_config.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
+#include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "translator/translator.h"
-#include "update/policy/machine_state.h"
 
 namespace korvane {
 namespace {
@@ -83,7 +81,7 @@ bool RetransCheck::loadRetransItems(const STRING& path) {
   const std::string file = path.toUtf8();
   std::string text;
   _items.clear();
-  const int error = platform::readWholeFile(platform::current().files, file, kMaxItemsBytes, text);
+  const int error = platform::readWholeFile(_sources.files, file, kMaxItemsBytes, text);
   if (error == ENOENT) {
     eventlog::trace(kLoadTag, "There are no translation items: %s", file);
     return false;
@@ -104,10 +102,10 @@ bool RetransCheck::checkRetrans() {
                     "Bypassing retranslation check because built-in IPS Policy is in use");
     return false;
   }
-  TranslatedMachine machine(platform::current());
+  TranslatedMachine machine(_sources);
   bool any = false;
   for (const RetransItem& item : _items) any |= changed(machine, item);
-  if (any) AgentConfig::getInstance()->setRetranslateNow(true);
+  if (any) _settings.setRetranslateNow(true);
   return any;
 }
 

@@ -9,11 +9,13 @@
 // path, line and reason; there are no items then, and nothing is retranslated by itself
 // until the next policy.
 //
-//   RetransCheck check(driver);
+//   RetransCheck check({files, registry, systemInfo}, driver, settings);
 //   check.loadRetransItems(policyBase + ".trans");
-//   check.checkRetrans();   // may set AgentConfig's request for a retranslation
+//   check.checkRetrans();   // may set the settings' request for a retranslation
 #pragma once
 
+#include "config/settings.h"
+#include "update/policy/machine_state.h"
 #include "update/policy/retrans_items.h"
 #include "util/string.h"
 
@@ -23,20 +25,23 @@ class Driver;
 
 class RetransCheck {
  public:
-  explicit RetransCheck(Driver& driver) : _driver(driver) {}
+  RetransCheck(const MachineState::Sources& sources, Driver& driver, PolicySettings& settings)
+      : _sources(sources), _driver(driver), _settings(settings) {}
 
   // Replaces the items by those of the file at `path`, a full path. False when it was not read; a
   // missing file is only traced.
   [[nodiscard]] bool loadRetransItems(const STRING& path);
   // Compares the items with the machine, tracing each change, and sets the request for a
-  // retranslation (AgentConfig::setRetranslateNow) when there is one; true then. With the built-in
+  // retranslation (PolicySettings::setRetranslateNow) when there is one; true then. With the built-in
   // policy in force nothing is compared.
   bool checkRetrans();
 
   const RetransItems& items() const { return _items; }
 
  private:
+  const MachineState::Sources _sources;
   Driver& _driver;
+  PolicySettings& _settings;
   RetransItems _items;
 };
 

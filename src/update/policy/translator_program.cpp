@@ -10,7 +10,6 @@
 #include "platform/error_codes.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "platform/platform.h"
 #include "platform/processes.h"
 #include "util/ignore_result.h"
 
@@ -22,18 +21,6 @@ constexpr char kPrevItemsSwitch[] = "-PrevTransFile";
 constexpr char kLoadText[] = "-loadtext";
 // Long enough for any text that is read by somebody; more is cut.
 constexpr uint64_t kMaxErrorBytes = 64 * 1024;
-
-std::string program() {
-  const platform::Platform& system = platform::current();
-  return platform::joinPath(system.files,
-                            {installDirectory(), "bin", system.processes.fileName("translate")});
-}
-
-bool canBeOpened(const STRING& path) {
-  std::unique_ptr<platform::File> file;
-  return !path.empty() &&
-         platform::current().files.open(path.toUtf8(), platform::OpenMode::read, file) == 0;
-}
 
 std::string quoted(const STRING& text) {
   return "\"" + text.toUtf8() + "\"";
@@ -56,11 +43,29 @@ void traceCall(const std::string& path, const TranslatorCall& call, bool withIte
                     call.agentArg, kLoadText, call.plusFile, call.out1, call.out2);
 }
 
-TranslatorResult waitFor(platform::Process& process) {
+std::string joinedLines(const std::string& text) {
+  std::string joined;
+  for (const char c : text)
+    if (c != '\n' && c != '\r') joined += c;
+  return joined;
+}
+
+}  // namespace
+
+std::string TranslatorProgram::path() const {
+  return platform::joinPath(_files, {installDirectory(), "bin", _processes.fileName("translate")});
+}
+
+bool TranslatorProgram::canBeOpened(const STRING& file) {
+  std::unique_ptr<platform::File> opened;
+  return !file.empty() && _files.open(file.toUtf8(), platform::OpenMode::read, opened) == 0;
+}
+
+TranslatorResult TranslatorProgram::waitFor(platform::Process& process) {
   TranslatorResult result;
   platform::ProcessWait outcome;
   {
-    StopCallback interrupt(shutdownToken(), [&process] { process.interrupt(); });
+    StopCallback interrupt(_stop, [&process] { process.interrupt(); });
     outcome = process.wait(platform::kInfinite);
   }
   if (outcome != platform::ProcessWait::ended) {
@@ -77,34 +82,23 @@ TranslatorResult waitFor(platform::Process& process) {
   return result;
 }
 
-std::string joinedLines(const std::string& text) {
-  std::string joined;
-  for (const char c : text)
-    if (c != '\n' && c != '\r') joined += c;
-  return joined;
-}
-
-}  // namespace
-
-TranslatorResult runTranslator(const TranslatorCall& call) {
-  const std::string path = program();
+TranslatorResult TranslatorProgram::run(const TranslatorCall& call) {
+  const std::string program = path();
   const bool withItems = canBeOpened(call.prevItemsFile);
   if (!withItems) eventlog::trace(kProgramTag, "Prev Trans Items file not present");
-  traceCall(path, call, withItems);
+  traceCall(program, call, withItems);
   std::unique_ptr<platform::Process> process;
-  const uint32_t error =
-      platform::current().processes.start(path, arguments(call, withItems), process);
+  const uint32_t error = _processes.start(program, arguments(call, withItems), process);
   if (error == platform::kOk) return waitFor(*process);
-  eventlog::trace(kProgramTag, "Cannot start %s: error %u", path, error);
+  eventlog::trace(kProgramTag, "Cannot start %s: error %u", program, error);
   return {kTranslatorNotStarted, false};
 }
 
-STRING translationError(int exitCode, const STRING& out1) {
+STRING TranslatorProgram::getTranslationError(int exitCode, const STRING& out1) {
   eventlog::trace("getTranslationError", "Error running Translator %d", exitCode);
   if (exitCode == kTranslatorNotStarted) return "Translator failed to execute.";
   std::unique_ptr<platform::File> file;
-  if (platform::current().files.open(out1.toUtf8(), platform::OpenMode::read, file) != 0)
-    return "Unknown error";
+  if (_files.open(out1.toUtf8(), platform::OpenMode::read, file) != 0) return "Unknown error";
   std::string text(kMaxErrorBytes, '\0');
   size_t got = 0;
   if (file->read(text.data(), text.size(), got) != 0) return "Unknown error";

@@ -1,13 +1,18 @@
 // The translator program, bin/translate below the agent's installation directory.
 //
-// Threads: one at a time. A run blocks until the program ends; a stop of the agent (shutdownToken)
-// ends program and wait at once.
+// Lifetime: refers to what it is made of. Threads: one at a time. A run blocks until the program
+// ends; a stop of the agent ends program and wait at once.
 // Errors: the exit code; what cannot be started counts as 100.
 #pragma once
 
+#include <string>
+
+#include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
+
+class StopToken;
 
 struct TranslatorCall {
   STRING agentArg;  // "-agent" or "-hidsagent"
@@ -24,8 +29,23 @@ struct TranslatorResult {
 
 inline constexpr int kTranslatorNotStarted = 100;
 
-[[nodiscard]] TranslatorResult runTranslator(const TranslatorCall& call);
-// Why a translation failed: the text that the program left in its first output.
-STRING translationError(int exitCode, const STRING& out1);
+class TranslatorProgram {
+ public:
+  TranslatorProgram(platform::Files& files, platform::Processes& processes, StopToken& stop)
+      : _files(files), _processes(processes), _stop(stop) {}
+
+  [[nodiscard]] TranslatorResult run(const TranslatorCall& call);
+  // Why a translation failed: the text that the program left in its first output.
+  STRING getTranslationError(int exitCode, const STRING& out1);
+
+ private:
+  std::string path() const;
+  bool canBeOpened(const STRING& file);
+  TranslatorResult waitFor(platform::Process& process);
+
+  platform::Files& _files;
+  platform::Processes& _processes;
+  StopToken& _stop;
+};
 
 }  // namespace korvane
