@@ -63,7 +63,7 @@ void UpdateThread::monitorPrevention() {
   const PreventionReport report = describePrevention(now);
   settings.setPolicyError(report.code, report.text);
   HidsInterface* ids = _parts.ids();
-  if (ids && ids->present() && !takeIdsLogFiles(*ids))
+  if (ids && ids->present() && !takeIdsLogFiles(*ids, _parts.settings.logs))
     eventlog::trace("processConfigPolicyUpdates", "IDS did not report log file name");
   settings.setPolicyError(report.code | kIdsLogSearchRead, report.text);
 }
