@@ -122,9 +122,9 @@ class ServerConnection {
                 ExchangeResult& result) REQUIRES(_commLock);
   void transfer(const Destination& to, int type, HttpsMessageGenerator& message,
                 std::string_view body, ExchangeResult& result) REQUIRES(_commLock);
-  [[nodiscard]] int judge(int code, const Destination& to, int type,
-                          HttpsMessageGenerator& message, const TransportRequest& request,
-                          const TransportResult& transferred, ExchangeResult& result);
+  [[nodiscard]] int judge(int code, const Destination& to, int type, HttpsMessageGenerator& message,
+                          const TransportRequest& request, const TransportResult& transferred,
+                          ExchangeResult& result);
   void noteServerUsed(const STRING& server, int type);
 
   // Before the lock: tries the primary server once an interval.
