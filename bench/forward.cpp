@@ -54,9 +54,12 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
   settings.folding = !noFolding;
   const korvane::ForwardingParts parts = korvane::bench::setUpAgent(settings);
+  korvane::ServerSettings& server =
+      korvane::settingsOf(*korvane::AgentConfig::getInstance()).server;
   korvane::bench::BenchProcessor processor(
       parts,
-      std::make_unique<korvane::HttpsLogDestination>(korvane::currentConnection(), parts.counters),
+      std::make_unique<korvane::HttpsLogDestination>(korvane::currentConnection(), server,
+                                                     parts.counters),
       keep);
   return forwardAll(processor);
 }

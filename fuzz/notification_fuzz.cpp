@@ -6,6 +6,7 @@
 
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/settings.h"
 #include "platform/fake/fake_platform.h"
 #include "tests/update/scripted_sockets.h"
 #include "update/notification_listener.h"

@@ -2,16 +2,13 @@
 
 #include "agent/agent_context.h"
 #include "agent/agent_state_handler.h"
-#include "agent/run_parts.h"
 #include "agent/standard_agent_comm.h"
-#include "agent/thread/stop_token.h"
 #include "cloud/cloud_agent_comm.h"
 #include "cloud/comm_thread.h"
 #include "cloud/local_service.h"
 #include "config/service_type.h"
 #include "discovery/app_data_processing_thread.h"
 #include "discovery/generic_app_data_processing_thread.h"
-#include "driver/driver.h"
 #include "logs/bulk_log_processing_thread.h"
 #include "logs/https_log_destination.h"
 #include "logs/log_processing_thread.h"
@@ -23,8 +20,6 @@
 #include "rpc/pipe_names.h"
 #include "rpc/rpc_named_pipe.h"
 #include "update/component_update_thread.h"
-#include "update/policy/policy_parts.h"
-#include "update/update_parts.h"
 #include "update/update_thread.h"
 #include "update/util_thread.h"
 
@@ -32,7 +27,7 @@ namespace korvane {
 namespace {
 
 AboutAgent aboutThisAgent(const AgentContext& context) {
-  platform::Platform& system = context.system;
+  const platform::Platform& system = context.system;
   const auto state = [context](std::string (AgentStateHandler::*what)()) {
     return [context, what] {
       return (AgentStateHandler(context.settings, context.system.processes).*what)();
@@ -52,15 +47,16 @@ AboutAgent aboutThisAgent(const AgentContext& context) {
 
 // The management server for a standard agent, the local event channel for any other.
 std::unique_ptr<LogDestination> makeLogDestination(const AgentContext& context) {
-  RunParts& shared = context.shared;
+  AgentShared& shared = context.shared;
   if (isStandardAgent())
-    return std::make_unique<HttpsLogDestination>(context.connection, shared.counters);
-  platform::Platform& system = context.system;
+    return std::make_unique<HttpsLogDestination>(context.connection, context.settings.server,
+                                                 shared.counters);
+  const platform::Platform& system = context.system;
   auto pipe = std::make_unique<RPCNamedPipe>(system.pipes, system.clock, kEventPipe,
                                              RPCNamedPipe::Role::server);
   return std::make_unique<RpcLogDestination>(
       std::move(pipe),
-      RpcLogDestination::Parts{system.clock, shutdownToken(), shared.counters,
+      RpcLogDestination::Parts{system.clock, context.stop, shared.counters,
                                [&shared] { return shared.forwarding.mayForward(); }});
 }
 
@@ -69,16 +65,16 @@ std::unique_ptr<LogDestination> makeLogDestination(const AgentContext& context) 
 std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
   const Settings& settings = context.settings;
   if (isStandardAgent())
-    return std::make_unique<StandardAgentComm>(StandardAgentComm::Parts{
-        settings.server, settings.policy, settings.file, context.system.files, context.driver});
+    return std::make_unique<StandardAgentComm>(
+        StandardAgentComm::Parts{settings.server, settings.policy, settings.file,
+                                 context.system.files, context.connection, context.driver});
   if (isCloudAgent())
-    return std::make_unique<CloudAgentComm>(context.shared.connector,
-                                            policyPartsOfRun().shared.news);
+    return std::make_unique<CloudAgentComm>(context.shared.connector, context.policies.shared.news);
   return nullptr;
 }
 
 Thread* makeLocalService(const AgentContext& context) {
-  platform::Platform& system = context.system;
+  const platform::Platform& system = context.system;
   const Settings& settings = context.settings;
   return new LocalService(
       aboutThisAgent(context), system.pipes,
@@ -86,9 +82,9 @@ Thread* makeLocalService(const AgentContext& context) {
        settings.logs, settings.file, context.driver, context.connection, context.shared.counters});
 }
 
-Thread* makeComponentUpdate() {
+Thread* makeComponentUpdate(const AgentContext& context) {
   return new ComponentUpdateThread(
-      {contentPartsOfRun(), platform::current().clock, &AgentConfig::getHIDSInterface});
+      {context.content, context.system.clock, &AgentConfig::getHIDSInterface});
 }
 Thread* makeAppData() {
   return new AppDataProcessingThread;
@@ -100,11 +96,10 @@ Thread* makeUpdate(AgentInfo* info) {
   return new UpdateThread(info);
 }
 Thread* makeComm(const AgentContext& context, AgentInfo* info) {
-  const Settings& settings = context.settings;
-  RunParts& shared = context.shared;
+  AgentShared& shared = context.shared;
   return new CommThread(info, {context.system.pipes,
                                context.system.clock,
-                               {policyPartsOfRun(), settings.server, settings.machine,
+                               {context.policies, context.settings.server, context.settings.machine,
                                 shared.forwarding, shared.counters, shared.connector}});
 }
 Thread* makeUtil(AgentInfo* info) {
@@ -112,12 +107,11 @@ Thread* makeUtil(AgentInfo* info) {
 }
 
 Thread* makeLogProcessing(const AgentContext& context) {
-  platform::Platform& system = context.system;
-  const Settings& settings = context.settings;
-  RunParts& shared = context.shared;
-  const ForwardingParts parts{system.files,   system.clock,     shutdownToken(),
-                              settings.logs,  settings.machine, AgentConfig::getHIDSInterface(),
-                              shared.counters};
+  AgentShared& shared = context.shared;
+  const ForwardingParts parts{
+      context.system.files,  context.system.clock,     context.stop,
+      context.settings.logs, context.settings.machine, AgentConfig::getHIDSInterface(),
+      shared.counters};
   auto thread = std::make_unique<LogProcessingThread>(shared.forwarding, parts.ids, parts.settings);
   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, makeLogDestination(context)));
   return thread.release();

@@ -1,5 +1,5 @@
 // Makes the parts of the agent object: the communication component of the service type, and the
-// threads, with what they use of the run. The caller owns the result.
+// threads, each with what it uses of the context. The caller owns the result.
 #pragma once
 
 #include <memory>
@@ -17,7 +17,7 @@ class Thread;
 
 // Serves the local channel.
 Thread* makeLocalService(const AgentContext& context);
-Thread* makeComponentUpdate();
+Thread* makeComponentUpdate(const AgentContext& context);
 Thread* makeAppData();
 Thread* makeGenericAppData();
 Thread* makeUpdate(AgentInfo* info);

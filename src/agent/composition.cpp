@@ -7,7 +7,6 @@
 
 #include "agent/agent_context.h"
 #include "agent/agent_factory.h"
-#include "agent/run_parts.h"
 #include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
@@ -46,11 +45,6 @@ Thread* startLocalService(const AgentContext& context) {
 }
 
 }  // namespace
-
-AgentContext contextOfRun() {
-  return {platform::current(), settingsOf(*AgentConfig::getInstance()), currentDriver(),
-          currentConnection(), runParts()};
-}
 
 Composition::Composition() {
   try {

@@ -71,7 +71,7 @@ void KorvaneAgent::mainRoutine() {
   begin();
   // Before the driver is asked anything, and before its answer is told to anybody.
   // What it could not put back is reported as the policy's error.
-  if (!stopping()) ignoreResult(PolicyProcessor(policyPartsOfRun()).reconcile());
+  if (!stopping()) ignoreResult(PolicyProcessor(_context.policies).reconcile());
   initializeTranslator();
   createComm();
   startComponentUpdate();
@@ -113,7 +113,7 @@ void KorvaneAgent::createComm() {
     Synchronized hold(_commLock);
     _comm = makeAgentComm(_context);
   }
-  if (isCloudAgent() && !stopping()) loadApplicationPolicies(policyPartsOfRun());
+  if (isCloudAgent() && !stopping()) loadApplicationPolicies(_context.policies);
   eventlog::event(EventId::agentStarted, kAgentTag, {version});
   if (isStandardAgent())
     eventlog::event(EventId::managementServer, kAgentTag, {_settings.server.getURL()});
@@ -121,7 +121,7 @@ void KorvaneAgent::createComm() {
 }
 
 void KorvaneAgent::startComponentUpdate() {
-  _workers.start(Worker::componentUpdate, makeComponentUpdate);
+  _workers.start(Worker::componentUpdate, [this] { return makeComponentUpdate(_context); });
 }
 
 bool KorvaneAgent::registerAtStart() {

@@ -62,12 +62,13 @@ void StandardAgentComm::stop() {
 }
 
 bool StandardAgentComm::testConnection() {
-  return HttpsHandler(_parts.server.getServerCurrent()).testConnection(true) != 0;
+  return HttpsHandler(_parts.connection, _parts.server.getServerCurrent()).testConnection(true) !=
+         0;
 }
 
 void StandardAgentComm::reportPolicyState() {
   if (_stop.requested()) return;
-  HttpsHandler handler;
+  HttpsHandler handler(_parts.connection);
   // What the server still misses, the next status says.
   ignoreResult(reportTaken(handler, handler.sendPolicyStateMessage()));
 }
@@ -79,7 +80,7 @@ bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
 
   std::unique_ptr<HttpsHandler> handler;
   while (!_stop.requested()) {
-    handler = std::make_unique<HttpsHandler>();
+    handler = std::make_unique<HttpsHandler>(_parts.connection);
     // What changed meanwhile takes effect with the next attempt's handler.
     ignoreResult(_parts.file.loadIniFile());
     if (attempt(*handler, policy) == Attempt::finished) break;

@@ -21,6 +21,7 @@ namespace korvane {
 
 class Driver;
 class HttpsHandler;
+class ServerConnection;
 
 class StandardAgentComm : public AgentComm {
  public:
@@ -30,6 +31,7 @@ class StandardAgentComm : public AgentComm {
     PolicySettings& policy;
     SettingsFile& file;
     platform::Files& files;
+    ServerConnection& connection;
     Driver& driver;
   };
   explicit StandardAgentComm(const Parts& parts);

@@ -2,7 +2,7 @@
 //
 // Such an agent is not enrolled from here and sends nothing by itself: the cloud connector
 // comes to it over the command channel (comm_thread.h) and asks. Operations return at once;
-// any thread may call them. What it is made with outlives it.
+// any thread may call them. Presence and news outlive the object.
 #pragma once
 
 #include <atomic>

@@ -72,26 +72,28 @@ void CloudMethods::addTo(RPCServer& server) {
 // The driver goes back with the setting when the change fails.
 int CloudMethods::change(const PropertyList& settings) {
   const char* const key = "use.builtin.policy";
-  const PropertyList former = {{key, STRING::fromBool(_parts.policy.settings.useBuiltInPolicy())}};
-  const bool wished = findProperty(settings, key) && preventionInForce(_parts.policy.settings);
+  const PropertyList former = {
+      {key, STRING::fromBool(_parts.policies.settings.useBuiltInPolicy())}};
+  const bool wished = findProperty(settings, key) && preventionInForce(_parts.policies.settings);
   if (wished)
-    if (const STRING problem = followBuiltInWish(_parts.policy.driver, settings); !problem.empty())
+    if (const STRING problem = followBuiltInWish(_parts.policies.driver, settings);
+        !problem.empty())
       throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));
   try {
-    return changeSettings(_parts.policy.settingsFile, settings);
+    return changeSettings(_parts.policies.settingsFile, settings);
   } catch (const RPCError&) {
-    if (wished) followBuiltInWish(_parts.policy.driver, former);
+    if (wished) followBuiltInWish(_parts.policies.driver, former);
     throw;
   }
 }
 
 void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>& work) {
-  const PolicyTurn turn(_parts.policy.shared.turns, _parts.policy.stop);
+  const PolicyTurn turn(_parts.policies.shared.turns, _parts.policies.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
   // Without a history the policies are worked on all the same; that has been traced.
   if (!_ready) ignoreResult(_processor.InitializePloicyHistory());
   _ready = true;
-  ApplicationPolicies policies(_processor, _parts.policy.files, _parts.policy.settings);
+  ApplicationPolicies policies(_processor, _parts.policies.files, _parts.policies.settings);
   work(policies);
 }
 
@@ -108,13 +110,13 @@ void CloudMethods::policy(const RPCRequest& request, RPCResponse& response) {
                                    {"policy.path", shortTextOf(request, "path")}};
   const std::string source = bytesOf(request, "bytes");
   workOnPolicy([&](ApplicationPolicies& policies) { policies.installBase(source, properties); });
-  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }
 
 void CloudMethods::configuration(const RPCRequest& request, RPCResponse& response) {
-  const PropertyList settings = settingsFrom(request.params, _parts.policy.settingsFile);
+  const PropertyList settings = settingsFrom(request.params, _parts.policies.settingsFile);
   checkChangeable(settings);
-  const PolicyTurn turn(_parts.policy.shared.turns, _parts.policy.stop);
+  const PolicyTurn turn(_parts.policies.shared.turns, _parts.policies.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");
   putMember(response.result, "changed", change(settings));
 }
@@ -125,13 +127,13 @@ void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& respon
   bool changed = false;
   workOnPolicy([&](ApplicationPolicies& policies) { changed = policies.set(name, archive); });
   putFlag(response.result, "changed", changed);
-  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }
 
 void CloudMethods::removeApplication(const RPCRequest& request, RPCResponse& response) {
   const std::string name = neededText(request, "name");
   workOnPolicy([&](ApplicationPolicies& policies) { policies.remove(name); });
-  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }
 
 void CloudMethods::listApplications(const RPCRequest&, RPCResponse& response) {
@@ -156,15 +158,15 @@ void CloudMethods::getState(const RPCRequest&, RPCResponse& response) {
   putMember(agent, "version", _parts.machine.getKorvaneVersion().toUtf8());
   putMember(agent, "type", static_cast<int64_t>(serviceType()));
   response.result.push_back({"agent", std::move(agent)});
-  putMember(response.result, "news", static_cast<int64_t>(_parts.policy.shared.news.number()));
+  putMember(response.result, "news", static_cast<int64_t>(_parts.policies.shared.news.number()));
   putFlag(response.result, "policyBuffer", _parts.forwarding.policyBuffer());
   putMember(response.result, "features", _parts.server.getFeatures().toUtf8());
-  response.result.push_back({"policy", policyTree(_parts.policy.settings)});
+  response.result.push_back({"policy", policyTree(_parts.policies.settings)});
   response.result.push_back({"counters", countersTree(_parts.counters, _parts.server)});
 }
 
 void CloudMethods::retranslate(const RPCRequest&, RPCResponse& response) {
-  requestRetranslation(_parts.policy.settingsFile, response);
+  requestRetranslation(_parts.policies.settingsFile, response);
 }
 
 }  // namespace korvane

@@ -21,7 +21,7 @@ class ForwardingSwitch;
 class CloudMethods {
  public:
   struct Parts {
-    PolicyParts policy;
+    PolicyParts policies;
     const ServerSettings& server;
     const MachineFacts& machine;
     ForwardingSwitch& forwarding;
@@ -49,7 +49,7 @@ class CloudMethods {
   void workOnPolicy(const std::function<void(ApplicationPolicies&)>& work);
 
   const Parts _parts;
-  PolicyProcessor _processor{_parts.policy};
+  PolicyProcessor _processor{_parts.policies};
   bool _ready = false;  // the history has been initialised
 };
 

@@ -9,7 +9,7 @@ namespace korvane {
 CommThread::CommThread(AgentInfo*, const Parts& parts) : _parts(parts) {}
 
 void CommThread::run() {
-  PolicyProcessor(_parts.methods.policy).reportOutstanding();
+  PolicyProcessor(_parts.methods.policies).reportOutstanding();
   RPCNamedPipe transport(_parts.pipes, _parts.clock, kCloudPipe, RPCNamedPipe::Role::server);
   RPCServer server(transport, _parts.clock);
   CloudMethods methods(_parts.methods);

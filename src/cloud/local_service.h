@@ -46,7 +46,7 @@ struct LocalParts {
   const LogSettings& logs;
   SettingsFile& settings;
   Driver& driver;
-  ServerConnection& connection;
+  const ServerConnection& connection;
   const ForwardingCounters& counters;
 };
 

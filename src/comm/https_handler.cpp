@@ -48,6 +48,10 @@ const STRING& HttpsHandler::getGUIDUsed() const {
   return _last.guidUsed;
 }
 
+const ExchangeResult& HttpsHandler::lastResult() const {
+  return _last;
+}
+
 void HttpsHandler::init() {
   _to = _connection.destination(_to.server);
   _last.guidUsed.clear();

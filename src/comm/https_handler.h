@@ -153,7 +153,7 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int checkRetStatus(int result);
   // The last exchange's code, stage, cause and answer; the code of a checked one as it was
   // returned, but for an HTTP error, which has minus the status.
-  const ExchangeResult& lastResult() const { return _last; }
+  const ExchangeResult& lastResult() const;
   // The server does not know the identity that the last message was sent with: the agent registers
   // again, unless it has been given another one meanwhile.
   void forgetIdentity();

@@ -1,8 +1,8 @@
 #include "logs/https_log_destination.h"
+#include "comm/server_connection.h"
 
 #include "comm/https_handler.h"
 #include "comm/server_codes.h"
-#include "comm/server_connection.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
 
@@ -18,8 +18,9 @@ constexpr int kDroppedSilently = 600;
 
 }  // namespace
 
-HttpsLogDestination::HttpsLogDestination(ServerConnection& connection, ForwardingCounters& counters)
-    : _connection(connection), _counters(counters) {}
+HttpsLogDestination::HttpsLogDestination(ServerConnection& connection, ServerSettings& settings,
+                                         ForwardingCounters& counters)
+    : _connection(connection), _settings(settings), _counters(counters) {}
 
 int HttpsLogDestination::writeLog(const LogBatch& batch) {
   if (!_body) _body.emplace();
@@ -46,7 +47,7 @@ int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records
       _counters.addForwarded(records);
       return 0;
     case kServerUnknownAgent:
-      _connection.forgetIdentity(handler.getGUIDUsed());
+      _settings.clearUniqueId(handler.getGUIDUsed());
       [[fallthrough]];
     default:
       _counters.noteError(_lastError, text.toUtf8());

@@ -5,13 +5,14 @@
 // agent registers again, and the batch stays with the caller, as for every other code (event
 // 10213). Events are reported when the code changes, the return to 0 as event 10214.
 // ForwardingCounters tell what was delivered and what was dropped on the server's word.
-// Lifetime: owned by its writer; connection and counters outlive it. Threads: one. Errors: the
-// return values of HttpsHandler::log, or the code.
+// Lifetime: owned by its writer; connection, settings and counters outlive it. Threads: one. Errors: the return
+// values of HttpsHandler::log, or the code.
 #pragma once
 
 #include <optional>
 
 #include "comm/message_body.h"
+#include "config/settings.h"
 #include "logs/log_destination.h"
 
 namespace korvane {
@@ -22,7 +23,8 @@ class ServerConnection;
 
 class HttpsLogDestination : public LogDestination {
  public:
-  HttpsLogDestination(ServerConnection& connection, ForwardingCounters& counters);
+  HttpsLogDestination(ServerConnection& connection, ServerSettings& settings,
+                      ForwardingCounters& counters);
   int writeLog(const LogBatch& batch) override;
   void releaseMemory() override { _body.reset(); }
 
@@ -31,6 +33,7 @@ class HttpsLogDestination : public LogDestination {
   void report(const STRING& text);
 
   ServerConnection& _connection;
+  ServerSettings& _settings;
   ForwardingCounters& _counters;
   std::optional<MessageBody> _body;  // the last message, for its memory
   int _lastError = 0;

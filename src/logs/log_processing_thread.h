@@ -9,7 +9,7 @@
 // processor that throws AgentError is disabled for good (event 10136), except for code 13, which is
 // skipped.
 //
-//   auto* thread = new LogProcessingThread(forwarding, parts.ids, parts.settings);
+//   auto* thread = new LogProcessingThread(forwarding, parts.ids);
 //   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, std::move(destination)));
 //   thread->start();
 #pragma once
@@ -28,7 +28,7 @@ namespace korvane {
 
 class LogProcessingThread : public Thread {
  public:
-  // ids: null without the IDS component, whose logs' names go to the settings.
+  // ids: null without the IDS component.
   LogProcessingThread(const ForwardingSwitch& forwarding, HidsInterface* ids, LogSettings& settings)
       : _forwarding(forwarding), _idsLogSearch(ids, settings) {}
   ~LogProcessingThread() override;

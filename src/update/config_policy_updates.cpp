@@ -72,7 +72,7 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (!settings.empty() && !_parts.settings.file.newConfiguration(settings, refused))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
   addRefusals(result, refused);
-  reportUpdateResult(kind, result, identity);
+  reportUpdateResult(_parts.policy.connection, kind, result, identity);
 }
 
 void UpdateThread::retranslateOnRequest() {

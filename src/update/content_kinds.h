@@ -8,7 +8,8 @@
 #include <string>
 
 #include "agent/thread/locks.h"
-#include "config/settings.h"
+#include "config/settings_file.h"
+#include "config/update_settings.h"
 #include "platform/fwd.h"
 
 namespace korvane {

@@ -3,6 +3,7 @@
 #include "agent/thread/stop_token.h"
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
+#include "config/policy_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -77,12 +78,12 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",
                     directory, refusal.code());
     eventlog::event(EventId::packageRejected, kUnzipTag, {content->product, refusal.text()});
-    reportUpdateResult(kind, {kDiskFailure, "Error unzipping to disk."});
+    reportUpdateResult(_parts.connection, kind, {kDiskFailure, "Error unzipping to disk."});
     return kDiskFailure;
   }
   eventlog::trace(kUnzipTag, "UnZip VexQEL Freshline content successfully to directory %s",
                   directory);
-  reportUpdateResult(kind, {});
+  reportUpdateResult(_parts.connection, kind, {});
   const Synchronized hold(_parts.content.lock);
   (_parts.content.settings.*content->setUpdateNow)(true);
   return 0;

@@ -22,6 +22,9 @@
 
 namespace korvane {
 
+class PolicySettings;
+class ServerConnection;
+class ServerSettings;
 class StopToken;
 
 class ContentUpdate {
@@ -31,11 +34,13 @@ class ContentUpdate {
     ContentParts content;
     const PolicySettings& policy;
     ServerSettings& server;
+    ServerConnection& connection;
     StopToken& stop;
   };
 
   ContentUpdate(const Parts& parts, PendingUpdates& pending, RetryGroup& retry)
-      : _parts(parts), _exchange(contentUpdates(), pending, retry, parts.server) {}
+      : _parts(parts),
+        _exchange(contentUpdates(), pending, retry, parts.server, parts.connection) {}
 
   void processComponentUpdates();
 

@@ -46,7 +46,8 @@ void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
   const std::optional<UpdateResult> result =
       installIdsPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, names);
   // What a stop cut short is fetched again after the next start.
-  if (result) reportUpdateResult(HttpsHandler::POLICY_UPDATE_HIDS, *result, names);
+  if (result)
+    reportUpdateResult(_parts.policy.connection, HttpsHandler::POLICY_UPDATE_HIDS, *result, names);
 }
 
 UpdateResult UpdateThread::handOver(const STRING& resultFile, const char* context) {

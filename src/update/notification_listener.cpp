@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/setting_check.h"
+#include "config/update_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/sockets.h"

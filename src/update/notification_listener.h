@@ -1,7 +1,8 @@
 // Listens on the notification port, where a server sends one byte to ask for an update at once.
 //
-// Lifetime: part of its thread; closed by its destructor; what it is made of outlives it. Threads: its owner's alone. A stop, of
-// that thread or of the agent, ends every wait at once and for good.
+// Lifetime: part of its thread; closed by its destructor; what it is made of outlives it.
+// Threads: its owner's alone. A stop, of that thread or of the agent, ends every wait at once and
+// for good.
 // Waiting: poll() spends the idle second of a cycle in its wait for a connection. A client
 // that connects and says nothing is waited for as long as the countdown to the next status
 // lasts, at most 30 seconds and at least one wait of up to a second; the countdown goes
@@ -19,10 +20,11 @@
 #include <optional>
 
 #include "agent/thread/stop_token.h"
-#include "config/settings.h"
 #include "platform/fwd.h"
 
 namespace korvane {
+
+class UpdateSettings;
 
 class NotificationListener {
  public:

@@ -1,6 +1,7 @@
 #include "update/server_answer.h"
 
 #include "comm/https_handler.h"
+#include "config/server_settings.h"
 #include "eventlog/event_log.h"
 
 namespace korvane {

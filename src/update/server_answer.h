@@ -8,13 +8,13 @@
 #pragma once
 
 #include "comm/server_codes.h"
-#include "config/settings.h"
 #include "eventlog/event_id.h"
 #include "util/string.h"
 
 namespace korvane {
 
 class HttpsHandler;
+class ServerSettings;
 
 struct ServerAnswer {
   int code = 0;

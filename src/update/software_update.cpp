@@ -7,6 +7,9 @@
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
 #include "config/install_root.h"
+#include "config/server_settings.h"
+#include "config/settings_file.h"
+#include "config/update_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -33,10 +36,6 @@ const PropertyList& failure() {
       *new PropertyList{{"result.errorcode", std::to_string(SoftwareUpdate::kFailed)},
                         {"result.errormessage", kFailedText}};
   return pairs;
-}
-
-void report(int code, const char* text, const PropertyList& pairs = {}) {
-  reportUpdateResult(HttpsHandler::SOFTWARE_UPDATE, {code, text}, pairs);
 }
 
 bool keep(platform::Files& files, const std::string& path, std::string_view bytes,
@@ -137,9 +136,13 @@ void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
   PropertyList pairs = parseUpdateResults(bytes);
   if (!findProperty(pairs, "result.errorcode"))
     pairs.insert(pairs.begin(), failure().begin(), failure().end());
-  HttpsHandler handler;
+  HttpsHandler handler(_parts.connection);
   if (!reportTaken(handler, handler.setUpdateResult(HttpsHandler::SOFTWARE_UPDATE, pairs))) return;
   recordDirectory({});
+}
+
+void SoftwareUpdate::report(int code, const char* text, const PropertyList& pairs) {
+  reportUpdateResult(_parts.connection, HttpsHandler::SOFTWARE_UPDATE, {code, text}, pairs);
 }
 
 void SoftwareUpdate::recordDirectory(const STRING& directory) {

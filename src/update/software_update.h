@@ -26,7 +26,10 @@
 namespace korvane {
 
 class HttpsHandler;
+class ServerSettings;
+class SettingsFile;
 class StopToken;
+class UpdateSettings;
 
 class SoftwareUpdate {
  public:
@@ -37,13 +40,15 @@ class SoftwareUpdate {
     platform::Files& files;
     platform::Clock& clock;
     ServerSettings& server;
+    ServerConnection& connection;
     UpdateSettings& settings;
     SettingsFile& settingsFile;
     StopToken& stop;
   };
 
   SoftwareUpdate(const Parts& parts, PendingUpdates& pending, RetryGroup& retry)
-      : _parts(parts), _exchange(softwareUpdates(), pending, retry, parts.server) {}
+      : _parts(parts),
+        _exchange(softwareUpdates(), pending, retry, parts.server, parts.connection) {}
 
   void processSoftwareUpdate();
 
@@ -57,6 +62,7 @@ class SoftwareUpdate {
   // An earlier package goes before this one comes, but not before this one has been checked.
   [[nodiscard]] bool unpackPackage(const std::string& directory, std::string_view bytes,
                                    archive::Refusal& refusal);
+  void report(int code, const char* text, const PropertyList& pairs = {});
   void recordDirectory(const STRING& directory);
 
   const Parts _parts;

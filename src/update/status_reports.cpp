@@ -25,7 +25,7 @@ bool UpdateThread::statusDue() {
 }
 
 void UpdateThread::sendAgentStatus() {
-  HttpsHandler handler;
+  HttpsHandler handler(_parts.policy.connection);
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
   const ServerAnswer answer =
       takeServerAnswer(handler, EventId::serverError, _parts.settings.server);
@@ -72,7 +72,7 @@ void UpdateThread::monitorPolicyState() {
   PolicySettings& settings = _parts.settings.policy;
   if (!settings.hasPolicyStateChanged()) return;
   if (settings.getPolicyStateCode() < 0) {
-    HttpsHandler handler;
+    HttpsHandler handler(_parts.policy.connection);
     // What the server still misses, the next status says.
     ignoreResult(reportTaken(handler, handler.sendPolicyStateMessage()));
   }

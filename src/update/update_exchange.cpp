@@ -96,7 +96,7 @@ bool UpdateExchange::run(const Process& process, int allowed, bool firstPoll) {
   if (kinds == 0) return false;
   const UpdateGroup::Traces& traces = _group.traces;
   traceIfGiven(traces.source, traces.asked, kinds, static_cast<int>(firstPoll));
-  HttpsHandler handler;
+  HttpsHandler handler(_connection);
   if (_group.ask(handler, kinds, firstPoll) == 0) return exchange(handler, kinds, process);
   traceIfGiven(traces.source, traces.failed);
   _retry.clear();

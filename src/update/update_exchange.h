@@ -5,18 +5,18 @@
 // An UpdateGroup, constant data, says how a group of kinds differs from the others. What is done
 // with the bytes of a kind is up to the caller.
 //
-// Lifetime: refers to the caller's flags and retry group, and to the settings. Threads: the update thread alone.
+// Lifetime: refers to the caller's flags and retry group, to the settings and to the connection.
+// Threads: the update thread alone.
 // Errors: a failed exchange clears the retry group, and what was to be fetched is dropped
 // until the server announces it again; server_answer.h has the refusals. What `process`
 // throws passes through.
 //
-//   UpdateExchange software(softwareUpdates(), _pending, _retry, settings.server);
+//   UpdateExchange software(softwareUpdates(), _pending, _retry, settings.server, connection);
 //   software.run([](HttpsHandler& handler, int kind) { ... });   // once a cycle
 #pragma once
 
 #include <functional>
 
-#include "config/settings.h"
 #include "eventlog/event_id.h"
 #include "update/pending_updates.h"
 #include "update/retry_group.h"
@@ -24,6 +24,8 @@
 namespace korvane {
 
 class HttpsHandler;
+class ServerConnection;
+class ServerSettings;
 
 struct UpdateGroup {
   enum class Of {
@@ -63,8 +65,8 @@ class UpdateExchange {
   static constexpr int kAllKinds = -1;
 
   UpdateExchange(const UpdateGroup& group, PendingUpdates& pending, RetryGroup& retry,
-                 ServerSettings& server)
-      : _group(group), _pending(pending), _retry(retry), _server(server) {}
+                 ServerSettings& server, ServerConnection& connection)
+      : _group(group), _pending(pending), _retry(retry), _server(server), _connection(connection) {}
 
   // Whether there is something to ask for.
   bool due() const { return _retry.due() || _pending.any(_group.kinds); }
@@ -83,6 +85,7 @@ class UpdateExchange {
   PendingUpdates& _pending;
   RetryGroup& _retry;
   ServerSettings& _server;
+  ServerConnection& _connection;
 };
 
 }  // namespace korvane

@@ -14,12 +14,9 @@ ContentParts contentPartsOfRun() {
 }
 
 UpdateParts updatePartsOfRun() {
-  return {policyPartsOfRun(),
-          contentPartsOfRun(),
-          platform::current().sockets,
-          settingsOf(*AgentConfig::getInstance()),
-          AgentRun::current().part<AppDataRequests>(RunPart::applicationData),
-          &AgentConfig::getHIDSInterface};
+  return {policyPartsOfRun(),          contentPartsOfRun(),
+          platform::current().sockets, settingsOf(*AgentConfig::getInstance()),
+          appDataRequests(),           &AgentConfig::getHIDSInterface};
 }
 
 }  // namespace korvane

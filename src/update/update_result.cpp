@@ -12,8 +12,9 @@ constexpr int kCorruptResult = 51;
 
 }  // namespace
 
-void reportUpdateResult(int kind, const UpdateResult& result, const PropertyList& pairs) {
-  HttpsHandler handler;
+void reportUpdateResult(ServerConnection& connection, int kind, const UpdateResult& result,
+                        const PropertyList& pairs) {
+  HttpsHandler handler(connection);
   // What the server still misses, the next status says.
   ignoreResult(
       reportTaken(handler, handler.setUpdateResult(kind, result.code, result.text, pairs)));

@@ -11,6 +11,8 @@
 
 namespace korvane {
 
+class ServerConnection;
+
 struct UpdateResult {
   int code = 0;
   STRING text = "No Error";
@@ -24,7 +26,8 @@ inline constexpr int kSettingsRefused = 1004;  // in force except for the settin
 
 // Tells the server, which may answer that it does not know the agent (report_answer.h).
 // Nothing repeats it.
-void reportUpdateResult(int kind, const UpdateResult& result, const PropertyList& pairs = {});
+void reportUpdateResult(ServerConnection& connection, int kind, const UpdateResult& result,
+                        const PropertyList& pairs = {});
 
 // Names what of a configuration was refused; a result that is bad already keeps its code.
 void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused);

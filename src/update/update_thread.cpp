@@ -1,6 +1,7 @@
 #include "update/update_thread.h"
 
 #include "comm/https_handler.h"
+#include "comm/server_connection.h"
 #include "config/install_root.h"
 #include "config/prevention.h"
 #include "discovery/app_data_requests.h"
@@ -32,12 +33,16 @@ UpdateThread::UpdateThread(const UpdateParts& parts)
     : _parts(parts),
       _policy(parts.policy),
       _builtInWish(parts.policy.driver, parts.settings.policy),
-      _configExchange(configPolicyUpdates(), _pending, _configRetry, parts.settings.server),
-      _idsExchange(idsUpdates(), _pending, _idsRetry, parts.settings.server),
-      _software({parts.policy.files, parts.policy.clock, parts.settings.server,
-                 parts.settings.updates, parts.settings.file, parts.policy.stop},
-                _pending, _softwareRetry),
-      _content({parts.content, parts.settings.policy, parts.settings.server, parts.policy.stop},
+      _configExchange(configPolicyUpdates(), _pending, _configRetry, parts.settings.server,
+                      parts.policy.connection),
+      _idsExchange(idsUpdates(), _pending, _idsRetry, parts.settings.server,
+                   parts.policy.connection),
+      _software(
+          {parts.policy.files, parts.policy.clock, parts.settings.server, parts.policy.connection,
+           parts.settings.updates, parts.settings.file, parts.policy.stop},
+          _pending, _softwareRetry),
+      _content({parts.content, parts.settings.policy, parts.settings.server,
+                parts.policy.connection, parts.policy.stop},
                _pending, _componentRetry),
       _listener(stopToken(), parts.sockets, parts.settings.updates) {}
 
@@ -100,7 +105,7 @@ bool UpdateThread::work() {
     sendAgentStatus();
   }
   processConfigPolicyUpdates();
-  if (HttpsHandler::getLastError() == 0) {
+  if (_parts.policy.connection.record().transferError() == 0) {
     processHIDSPolicyUpdate();
     _software.processSoftwareUpdate();
   }
@@ -154,7 +159,7 @@ void UpdateThread::reloadAutoRetransInterval() {
 void UpdateThread::notifyAppDataCollection() {
   // Besides a status, every answer to a report may bring one; a server offers it once, perhaps.
   STRING offered;
-  if (HttpsHandler::takeApplicationRequest(offered) && !_pending.applicationRequest) {
+  if (_parts.policy.connection.takeApplicationRequest(offered) && !_pending.applicationRequest) {
     _pending.applicationRequest = true;
     _pending.applicationRequestId = offered;
   }

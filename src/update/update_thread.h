@@ -18,6 +18,7 @@
 //
 // Start: as every Thread. Stop: stop() clears the running flag and ends the pause; an exchange in
 //   progress is ended by the shutdown token. Nothing is drained: the next start polls at once.
+// Parts: those of the run that the thread is made in, taken once, in the constructor.
 // Threads: all state belongs to this thread but the running flag. cycle() is for tests,
 // instead of start().
 // Errors: a result of the IDS component without code or message is AgentError 51 and ends

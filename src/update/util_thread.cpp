@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "config/policy_settings.h"
 #include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "update/prevention_state.h"

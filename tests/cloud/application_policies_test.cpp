@@ -113,9 +113,12 @@ struct World : PolicyWorld {
   }
 };
 
+const PolicySettings& policySettings() {
+  return settingsOf(*AgentConfig::getInstance()).policy;
+}
+
 ApplicationPolicies policiesOf(PolicyProcessor& policy) {
-  const PolicyParts parts = policyPartsOfRun();
-  return {policy, parts.files, parts.settings};
+  return {policy, platform::current().files, policySettings()};
 }
 
 void load() {

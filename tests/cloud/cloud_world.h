@@ -9,7 +9,6 @@
 
 #include "agent/agent_context.h"
 #include "agent/agent_factory.h"
-#include "agent/run_parts.h"
 #include "agent/thread/thread.h"
 #include "platform/platform.h"
 #include "rpc/pipe_names.h"

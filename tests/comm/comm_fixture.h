@@ -150,7 +150,7 @@ class CommFixture : public ::testing::Test {
   ~CommFixture() override { resolver.letGo(); }
 
   static AgentConfig& config() { return *AgentConfig::getInstance(); }
-  platform::Files& files() { return _platform.files; }
+  platform::Platform& system() { return _platform; }
   // A connection test of the server in use, or of another one.
   static ConnectionReport test(const STRING& server = {}) {
     return currentConnection().test(currentConnection().target(server));

@@ -355,7 +355,8 @@ TEST_F(Zoo, EvidenceOfAConnectionThatEnded) {
       result.trail.tls.certificateAsked = c.asked;
       if (c.asked) result.trail.tls.version = c.asked;
       EXPECT_EQ(
-          findCause({.code = code, .request = request, .result = result, .files = files()}).text(),
+          findCause({.code = code, .request = request, .result = result, .files = system().files})
+              .text(),
           c.cause);
     }
   }

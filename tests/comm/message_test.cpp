@@ -58,12 +58,12 @@ TEST_F(Message, BulkLogEqualsTheSameSections) {
   expected.addBinary(content.data(), content.size());
   expected.addProperties({{"file.name", "l\u00f6g.zip"}});
   HttpsMessageGenerator message("");
-  const auto body = message.buildBulkLogMessage(files(), write("l\xC3\xB6g.zip", content));
+  const auto body = message.buildBulkLogMessage(system().files, write("l\xC3\xB6g.zip", content));
   ASSERT_TRUE(body);
   EXPECT_EQ(body->bytes(), bodyOf(expected));
   EXPECT_EQ(message.bulkLogSize(), body->size());
 
-  EXPECT_FALSE(message.buildBulkLogMessage(files(), path("none.zip")));
+  EXPECT_FALSE(message.buildBulkLogMessage(system().files, path("none.zip")));
   EXPECT_EQ(logged("Could not open file" + path("none.zip") + ". Error Code :2"), 1);
   EXPECT_EQ(message.bulkLogSize(), 0u);
 }

@@ -35,9 +35,10 @@ class Send : public CommFixture {
 
   ScriptedTransport& transport;
   std::vector<STRING> localAddresses{"192.168.1.5"};
-  NameLookups lookUps{{resolver, threading, shutdownToken(), [this](std::function<void()> body) {
-                         return threading.createThread(0, std::move(body)) != nullptr;
-                       }}};
+  NameLookups::StartThread startThread = [this](std::function<void()> body) {
+    return threading.createThread(0, std::move(body)) != nullptr;
+  };
+  NameLookups lookUps{{resolver, threading, shutdownToken(), startThread}};
 };
 
 TEST_F(Send, StatusCheck) {
@@ -176,6 +177,36 @@ TEST_F(Send, TlsFallbackStays) {
   ASSERT_EQ(transport.seen.size(), 4u);
   EXPECT_EQ(transport.seen[0].sslVersion, 6);
   for (size_t i = 1; i < 4; ++i) EXPECT_EQ(transport.seen[i].sslVersion, 1) << i;
+}
+
+TEST_F(Send, AnotherAgentsConnectionLeavesThisOnesAlone) {
+  StopToken stop;
+  platform::Platform& parts = system();
+  ServerConnection other({settingsOf(config()), clock, parts.files, resolver, parts.systemInfo,
+                          threading, stop, startThread, [] { return nullptr; },
+                          [] { return false; }});
+  auto scripted = std::make_unique<ScriptedTransport>();
+  scripted->steps = {{.code = 35}, {.code = 35}, {.code = 28, .errorText = "late"}};
+  const std::vector<ScriptedTransport::Seen>& seen = scripted->seen;
+  other.setTransport(std::move(scripted));
+  HttpsHandler handler(other, "10.9.9.9");
+  shutdownToken().request();
+  EXPECT_EQ(handler.testConnection(true), 35);
+  EXPECT_EQ(handler.getUpdate(1, false), 28);
+  EXPECT_EQ(seen.size(), 3u);
+  EXPECT_EQ(seen.back().url, at("10.9.9.9", "update"));
+  EXPECT_EQ(handler.lastResult().errorText, "late");
+  EXPECT_EQ(handler.lastResult().failure.stage, ConnectionStage::nameLookUp);
+  EXPECT_EQ(other.lowestTls(), 1);
+  EXPECT_EQ(other.record().transferError(), 28);
+  EXPECT_EQ(other.record().last().lastFailure.text, handler.lastResult().failure.text());
+
+  EXPECT_TRUE(transport.seen.empty());
+  EXPECT_EQ(currentConnection().lowestTls(), 6);
+  EXPECT_EQ(HttpsHandler::getLastError(), 0);
+  EXPECT_EQ(lastExchange().wallMs, 0);
+  stop.request();
+  EXPECT_EQ(handler.getUpdate(1, false), 42);
 }
 
 TEST_F(Send, StoppedAgentSendsNothing) {

@@ -1,7 +1,7 @@
 #include "logs/https_log_destination.h"
+#include "comm/server_connection.h"
 
 #include "comm/https_handler.h"
-#include "comm/server_connection.h"
 
 #include "tests/logs/log_fixture.h"
 
@@ -50,7 +50,7 @@ class HttpsLogDestinationTest : public LogFixture {
 };
 
 TEST_F(HttpsLogDestinationTest, JudgesTheServersAnswersAndReportsChangesOnce) {
-  HttpsLogDestination destination(currentConnection(), counters);
+  HttpsLogDestination destination(currentConnection(), settings().server, counters);
   const Batch batch = {"PFIL,1", "PFIL,2"};
   const struct {
     int error;
@@ -78,8 +78,9 @@ TEST_F(HttpsLogDestinationTest, JudgesTheServersAnswersAndReportsChangesOnce) {
 TEST_F(HttpsLogDestinationTest, AFailedTransferIsReturnedAndTheRecordsComeAgainByteForByte) {
   config().setConsolidateLogs(true);
   fake.files.put(kLog, "XXX\n" + eventLine(1, "x") + eventLine(2, "x") + eventLine(3));
-  LogProcessor processor(HIDS_RT_LOG, parts(),
-                         std::make_unique<HttpsLogDestination>(currentConnection(), counters));
+  LogProcessor processor(
+      HIDS_RT_LOG, parts(),
+      std::make_unique<HttpsLogDestination>(currentConnection(), settings().server, counters));
   processor.readRecords();
   script.transfer = 28;
   EXPECT_EQ(processor.writeRecords(), -28);

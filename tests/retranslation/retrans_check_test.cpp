@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "config/settings.h"
 #include "platform/fake/faulty_files.h"
 #include "tests/driver/driver_fixture.h"
 #include "tests/support/temp_directory.h"

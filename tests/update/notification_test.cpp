@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "config/settings.h"
 #include "platform/native.h"
 #include "tests/update/cycles.h"
 #include "tests/update/scripted_sockets.h"

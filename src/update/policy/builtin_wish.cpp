@@ -1,5 +1,6 @@
 #include "update/policy/builtin_wish.h"
 
+#include "config/policy_settings.h"
 #include "config/setting_check.h"
 #include "driver/driver.h"
 #include "driver/driver_values.h"

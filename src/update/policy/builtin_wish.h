@@ -6,8 +6,7 @@
 // minutes, until it succeeds, another one comes, a policy is loaded or the agent stops.
 //
 // Lifetime and threads: one object for the owner of the policy, used by its thread; driver and
-// settings outlive it. Blocks
-// for the driver's time-outs.
+// settings outlive it. Blocks for the driver's time-outs.
 // Errors: a text; event 10581 when a request is refused, 10583 when it finally succeeds.
 //
 //   const STRING problem = wish.follow(settings);   // before the settings are taken
@@ -15,12 +14,12 @@
 
 #include <optional>
 
-#include "config/settings.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
 class Driver;
+class PolicySettings;
 
 // Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants
 // it. To be called before the settings are taken: whoever sees the changed setting asks the driver.

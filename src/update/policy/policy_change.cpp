@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include "config/policy_settings.h"
+#include "config/settings_file.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "util/ignore_result.h"

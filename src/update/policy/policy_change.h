@@ -15,11 +15,13 @@
 #include <functional>
 #include <string>
 
-#include "config/settings.h"
 #include "update/policy/policy_files.h"
 #include "update/policy/policy_journal.h"
 
 namespace korvane {
+
+class PolicySettings;
+class SettingsFile;
 
 class PolicyChange {
  public:

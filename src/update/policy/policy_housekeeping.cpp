@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "config/install_root.h"
+#include "config/policy_settings.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"

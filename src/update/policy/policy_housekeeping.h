@@ -12,13 +12,13 @@
 #include <set>
 #include <string>
 
-#include "config/settings.h"
 #include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
 
 class Driver;
+class PolicySettings;
 
 class PolicyHousekeeping {
  public:

@@ -1,5 +1,6 @@
 // PolicyPipeline: a translated policy into the driver, and into the settings as the one in force.
 #include "agent/thread/stop_token.h"
+#include "config/policy_settings.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "update/policy/policy_pipeline.h"

@@ -1,6 +1,8 @@
 // Where this room asks for the current run, and nowhere else.
 #include "agent/thread/stop_token.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
+#include "config/settings.h"
 #include "driver/driver.h"
 #include "platform/platform.h"
 #include "update/policy/policy_parts.h"
@@ -17,6 +19,7 @@ PolicyParts policyPartsOfRun() {
            shutdownToken()},
           system.registry,
           system.systemInfo,
+          currentConnection(),
           AgentRun::current().part<PolicyShared>(RunPart::policy)};
 }
 

@@ -11,6 +11,8 @@
 
 namespace korvane {
 
+class ServerConnection;
+
 // What those who work on the policies of one run share.
 struct PolicyShared {
   PolicyTurns turns;
@@ -22,6 +24,7 @@ struct PolicyShared {
 struct PolicyParts : PolicyPipeline::Parts {
   platform::Registry& registry;
   platform::SystemInfo& systemInfo;
+  ServerConnection& connection;
   PolicyShared& shared;
 };
 

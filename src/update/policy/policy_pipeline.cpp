@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "config/policy_settings.h"
+#include "config/settings_file.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"

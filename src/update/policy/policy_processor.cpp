@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "comm/https_handler.h"
+#include "config/policy_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"
@@ -16,7 +17,7 @@ constexpr char kReceivedTag[] = "processConfigPolicyUpdates";
 
 PolicyProcessor::PolicyProcessor(const PolicyParts& parts)
     : _pipeline(parts),
-      _reports(parts.shared.owed, parts.shared.news, parts.settings),
+      _reports({parts.shared.owed, parts.shared.news, parts.settings, parts.connection}),
       _housekeeping({parts.files, parts.clock, parts.driver, parts.settings}),
       _retrans({parts.files, parts.registry, parts.systemInfo}, parts.driver, parts.settings),
       _parts(parts) {}

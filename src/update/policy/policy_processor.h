@@ -8,7 +8,7 @@
 // Lifetime: each thread that works on policies owns one: the update thread of a standard agent; on
 // other agents the utility thread and the cloud command channel, which take turns (policy_turn.h).
 // Nothing else changes policies: whoever wants the policy retranslated sets
-// AgentConfig::setRetranslateNow.
+// PolicySettings::setRetranslateNow.
 // Threads: all operations belong to the owner's thread; reconcile() is called before there is one.
 // They block while the translator runs, without limit, and for the driver's time-outs. A stop
 // ends both at once; nothing is reported then.

@@ -2,6 +2,7 @@
 
 #include "comm/https_handler.h"
 #include "comm/report_answer.h"
+#include "config/policy_settings.h"
 #include "config/service_type.h"
 #include "eventlog/event_log.h"
 
@@ -23,14 +24,6 @@ const char* textOf(Reconciled found) {
       return "The policy change was interrupted and could not be rolled back.";
   }
   return kNoError;
-}
-
-bool sendOutcome() {
-  HttpsHandler handler;
-  const int result = handler.sendAgentStatusMessage(false);
-  if (reportTaken(handler, result)) return true;
-  eventlog::trace(kReportTag, "The policy error could not be reported: %d", result);
-  return false;
 }
 
 }  // namespace
@@ -56,15 +49,15 @@ bool OwedPolicyReport::read(int& code, STRING& text) {
 
 void PolicyReports::begin(Reconciled found) {
   if (found != Reconciled::nothing) {
-    _owed.owe(kPolicyFailure, textOf(found));
-    _settings.setPolicyError(kPolicyFailure, textOf(found));
+    _parts.owed.owe(kPolicyFailure, textOf(found));
+    _parts.settings.setPolicyError(kPolicyFailure, textOf(found));
     return;
   }
-  const int code = _settings.getPolicyErrorCode();
+  const int code = _parts.settings.getPolicyErrorCode();
   if (code == kPolicyFailure || code == kDiskFailure)
-    _owed.owe(code, _settings.getPolicyErrorStr());
+    _parts.owed.owe(code, _parts.settings.getPolicyErrorStr());
   else
-    _owed.settle();
+    _parts.owed.settle();
 }
 
 void PolicyReports::tell(const PolicyOutcome& outcome) {
@@ -74,24 +67,32 @@ void PolicyReports::tell(const PolicyOutcome& outcome) {
 void PolicyReports::reportOutstanding() {
   int code = 0;
   STRING text;
-  if (_owed.read(code, text)) report(code, text);
+  if (_parts.owed.read(code, text)) report(code, text);
 }
 
 void PolicyReports::report(int code, const STRING& text) {
-  _settings.setPolicyError(code, text);
+  _parts.settings.setPolicyError(code, text);
   // The outcome of every policy is news, also when it is the same as the last one's.
-  _settings.setPolicyErrorChanged(true);
-  _owed.owe(code, text);
+  _parts.settings.setPolicyErrorChanged(true);
+  _parts.owed.owe(code, text);
   sendPolicyReturnStatus();
+}
+
+bool PolicyReports::sendOutcome() {
+  HttpsHandler handler(_parts.connection);
+  const int result = handler.sendAgentStatusMessage(false);
+  if (reportTaken(handler, result)) return true;
+  eventlog::trace(kReportTag, "The policy error could not be reported: %d", result);
+  return false;
 }
 
 void PolicyReports::sendPolicyReturnStatus() {
   if (!isStandardAgent())
-    _news.note();
+    _parts.news.note();
   else if (!sendOutcome())
     return;
-  _settings.setPolicyErrorChanged(false);
-  _owed.settle();
+  _parts.settings.setPolicyErrorChanged(false);
+  _parts.owed.settle();
 }
 
 }  // namespace korvane

@@ -1,4 +1,5 @@
-// What the server, or a manager on the channel, is told about the policy, and what it is still owed.
+// What the server, or a manager on the channel, is told about the policy, and what it is still
+// owed.
 //
 // The outcome of every received policy is the settings' policy error and is sent as a status. What
 // did not get through, or could not come about before the last stop, stays owed until the next
@@ -10,17 +11,19 @@
 // share what is owed.
 // Errors: a report that fails is traced and stays owed.
 //
-//   PolicyReports reports(shared.owed, shared.news, settings);
+//   PolicyReports reports({shared.owed, shared.news, settings, connection});
 //   reports.tell(outcome);
 #pragma once
 
 #include "agent/thread/locks.h"
-#include "config/settings.h"
 #include "update/policy/policy_change.h"
 #include "update/policy/policy_news.h"
 #include "update/policy/policy_outcome.h"
 
 namespace korvane {
+
+class PolicySettings;
+class ServerConnection;
 
 // The outcome that has not been told yet; one for each run of an agent. Threads: any.
 class OwedPolicyReport {
@@ -39,8 +42,14 @@ class OwedPolicyReport {
 
 class PolicyReports {
  public:
-  PolicyReports(OwedPolicyReport& owed, PolicyNews& news, PolicySettings& settings)
-      : _owed(owed), _news(news), _settings(settings) {}
+  struct Parts {
+    OwedPolicyReport& owed;
+    PolicyNews& news;
+    PolicySettings& settings;
+    ServerConnection& connection;
+  };
+
+  explicit PolicyReports(const Parts& parts) : _parts(parts) {}
 
   // At the start: what became of a change that the last run did not finish. Without one, the policy
   // error that stands may not have been told.
@@ -54,10 +63,9 @@ class PolicyReports {
  private:
   void report(int code, const STRING& text);
   void sendPolicyReturnStatus();
+  [[nodiscard]] bool sendOutcome();
 
-  OwedPolicyReport& _owed;
-  PolicyNews& _news;
-  PolicySettings& _settings;
+  const Parts _parts;
 };
 
 }  // namespace korvane

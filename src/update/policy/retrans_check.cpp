@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "config/policy_settings.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"

@@ -63,12 +63,14 @@ class AgentForwarder final : public Forwarder {
     const korvane::Settings sections = settingsOf(config);
     const ForwardingParts parts{_machine.files(), _machine.clock, shutdownToken(), sections.logs,
                                 sections.machine, &*_component,   *_counters};
-    auto processor = std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, destination(settings));
+    auto processor =
+        std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, destination(settings, sections.server));
     _processor = processor.get();
-    _thread = std::make_unique<LogProcessingThread>(_forwarding, &*_component, sections.logs);
+    _thread = std::make_unique<LogProcessingThread>(_forwarding, &*_component,
+                                                    settingsOf(*AgentConfig::getInstance()).logs);
     _thread->attach(std::move(processor));
     _processor->setStopToken(_atOnce);
-    _search.emplace(&*_component, sections.logs);
+    _search.emplace(&*_component, settingsOf(*AgentConfig::getInstance()).logs);
     _search->attempt();
   }
 
@@ -88,9 +90,9 @@ class AgentForwarder final : public Forwarder {
  private:
   static constexpr char kIdentifier[] = "guid-1";
 
-  std::unique_ptr<LogDestination> destination(const Settings& settings) {
+  std::unique_ptr<LogDestination> destination(const Settings& settings, ServerSettings& server) {
     if (settings.serviceType == 1)
-      return std::make_unique<HttpsLogDestination>(currentConnection(), *_counters);
+      return std::make_unique<HttpsLogDestination>(currentConnection(), server, *_counters);
     return std::make_unique<RpcLogDestination>(
         std::make_unique<ScriptedCarrier>(_receiver, _waits),
         RpcLogDestination::Parts{_waits, shutdownToken(), *_counters,

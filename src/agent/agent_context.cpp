@@ -1,0 +1,25 @@
+#include "agent/agent_context.h"
+
+#include "agent/thread/stop_token.h"
+#include "comm/server_connection.h"
+#include "driver/driver.h"
+#include "platform/platform.h"
+#include "util/agent_run.h"
+
+namespace korvane {
+
+AgentShared::AgentShared()
+    : counters(platform::current().clock), connector(platform::current().clock) {}
+
+AgentContext contextOfRun() {
+  return {platform::current(),
+          shutdownToken(),
+          settingsOf(*AgentConfig::getInstance()),
+          currentDriver(),
+          currentConnection(),
+          policyPartsOfRun(),
+          contentPartsOfRun(),
+          AgentRun::current().part<AgentShared>(RunPart::shared)};
+}
+
+}  // namespace korvane
