@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "comm/exchange_record.h"
+#include "comm/server_connection.h"
 #include "config/masking.h"
 #include "config/service_type.h"
 #include "eventlog/recent_errors.h"
@@ -64,7 +64,7 @@ JsonTree agentTree(const AboutAgent& about, platform::Clock& clock) {
   return tree;
 }
 
-JsonTree serverTree(const ServerSettings& settings) {
+JsonTree serverTree(const ServerSettings& settings, ServerConnection& connection) {
   const std::string identifier = settings.getUniqueId().toUtf8();
   JsonTree tree;
   putMember(tree, "url", maskedSetting("agent.http.url", settings.getURL().toUtf8()));
@@ -74,7 +74,7 @@ JsonTree serverTree(const ServerSettings& settings) {
   putText(tree, "next", settings.getServerNext());
   putMember(tree, "guid", maskedIdentifier(identifier));
   putFlag(tree, "registered", settings.registered());
-  const ExchangeOutcome outcome = lastExchange();
+  const ExchangeOutcome outcome = connection.record().last();
   putTime(tree, "lastContactAt", outcome.lastOkMs);
   putError(tree, outcome.lastFailure.code, maskedText(outcome.lastFailure.text, identifier),
            outcome.lastFailure.wallMs);
@@ -161,7 +161,7 @@ JsonTree logsTree(const LocalParts& parts) {
 JsonTree statusTree(const AboutAgent& about, const LocalParts& parts, const JsonTree& logs) {
   JsonTree tree;
   tree.push_back({"agent", agentTree(about, parts.clock)});
-  tree.push_back({"server", serverTree(parts.server)});
+  tree.push_back({"server", serverTree(parts.server, parts.connection)});
   tree.push_back({"policy", policyTree(parts.policy)});
   tree.push_back({"technologies", technologiesTree(about)});
   tree.push_back({"logs", logs});

@@ -16,7 +16,7 @@ void putFlag(JsonTree& tree, const std::string& name, bool value);
 void putTime(JsonTree& tree, const std::string& name, int64_t wallMs);
 
 JsonTree agentTree(const AboutAgent& about, platform::Clock& clock);
-JsonTree serverTree(const ServerSettings& settings);
+JsonTree serverTree(const ServerSettings& settings, ServerConnection& connection);
 JsonTree policyTree(const PolicySettings& settings);
 JsonTree technologiesTree(const AboutAgent& about);
 // A list; reads the forwarded logs to count what waits in them, within that room's bounds.

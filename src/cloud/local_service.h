@@ -46,7 +46,7 @@ struct LocalParts {
   const LogSettings& logs;
   SettingsFile& settings;
   Driver& driver;
-  const ServerConnection& connection;
+  ServerConnection& connection;
   const ForwardingCounters& counters;
 };
 

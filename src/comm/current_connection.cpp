@@ -75,11 +75,6 @@ ServerConnection& currentConnection() {
   return ofThisRun().on(settings, platform::current());
 }
 
-ExchangeOutcome lastExchange() {
-  ServerConnection* connection = ofThisRun().existing();
-  return connection ? connection->record().last() : ExchangeOutcome();
-}
-
 HttpsHandler::HttpsHandler() : HttpsHandler(currentConnection()) {}
 
 HttpsHandler::HttpsHandler(const STRING& server) : HttpsHandler(currentConnection(), server) {}

@@ -58,7 +58,4 @@ class ExchangeRecord {
   std::atomic<int> _transferError{0};
 };
 
-// Of the current run.
-ExchangeOutcome lastExchange();
-
 }  // namespace korvane

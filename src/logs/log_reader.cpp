@@ -283,8 +283,10 @@ bool LogReader::hasBegun(const STRING& name) const {
 
 std::optional<size_t> LogReader::firstBegun() const {
   const auto& waiting = _next.names();
+  // Logs with nothing more would be gone to and left again for ever, and those behind them not
+  // read: each of two that wait for the other comes right behind it.
   for (size_t i = 0; i < waiting.size(); ++i)
-    if (hasBegun(waiting[i])) return i;
+    if (hasBegun(waiting[i]) && !_next.isExhausted(waiting[i])) return i;
   return {};
 }
 

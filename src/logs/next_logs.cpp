@@ -196,9 +196,24 @@ void NextLogs::leave(const STRING& name, const Place& place) {
   _changed = true;
 }
 
+std::vector<NextLogs::Left>::const_iterator NextLogs::findLeft(const STRING& name) const {
+  return std::find_if(_left.begin(), _left.end(),
+                      [&](const Left& left) { return same(left.name, name); });
+}
+
 bool NextLogs::isLeft(const STRING& name) const {
-  return std::any_of(_left.begin(), _left.end(),
-                     [&](const Left& left) { return same(left.name, name); });
+  return findLeft(name) != _left.end();
+}
+
+bool NextLogs::isExhausted(const STRING& name) const {
+  const auto left = findLeft(name);
+  platform::FileInfo now;
+  return left != _left.end() && _files.info(name.toUtf8(), now) == 0 && isUnchanged(*left, now) &&
+         static_cast<uint64_t>(left->place.offset) == now.size;
+}
+
+bool NextLogs::isUnchanged(const Left& left, const platform::FileInfo& now) const {
+  return now.size == left.place.size && beginOf(left, now) == left.place.offset;
 }
 
 // Where reading begins in the file that has the name now: where it ended when that is the
@@ -215,14 +230,13 @@ void NextLogs::recallGrown(const STRING& current) {
   platform::FileInfo now;
   for (auto left = _left.rbegin(); left != _left.rend(); ++left) {
     if (_files.info(left->name.toUtf8(), now) != 0 || now.size == 0) continue;
-    if (now.size == left->place.size && beginOf(*left, now) == left->place.offset) continue;
+    if (isUnchanged(*left, now)) continue;
     if (!same(left->name, current)) noteSuccessor(left->name);
   }
 }
 
 int64_t NextLogs::enter(const STRING& name) {
-  const auto left = std::find_if(_left.begin(), _left.end(),
-                                 [&](const Left& each) { return same(each.name, name); });
+  const auto left = findLeft(name);
   if (left == _left.end()) return 0;
   platform::FileInfo now;
   const bool there = _files.info(name.toUtf8(), now) == 0;

@@ -74,6 +74,8 @@ class NextLogs {
   };
   void leave(const STRING& name, const Place& place);
   bool isLeft(const STRING& name) const;
+  // Whether a log was left at its end and holds nothing more since.
+  bool isExhausted(const STRING& name) const;
   // Logs that were left and that hold more now go before the names that wait.
   void recallGrown(const STRING& current);
   // Where reading of a log begins; it is no longer a left one then.
@@ -92,7 +94,9 @@ class NextLogs {
 
   static const char* parse(std::string_view text, Content& out);
   std::string text() const;
+  std::vector<Left>::const_iterator findLeft(const STRING& name) const;
   int64_t beginOf(const Left& left, const platform::FileInfo& now) const;
+  bool isUnchanged(const Left& left, const platform::FileInfo& now) const;
 
   platform::Files& _files;
   const std::string _path;

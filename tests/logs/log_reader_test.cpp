@@ -144,6 +144,29 @@ TEST_F(LogReaderTest, LeavesALogWithoutEndMarkWhenTheCurrentOneIsAnother) {
   EXPECT_EQ(pass(reader), "3 ");
 }
 
+// Two logs that were read to their ends, of which one waits for its turn again, as after a disk that
+// took no removal and no list: each would be left for the other without end.
+TEST_F(LogReaderTest, LogsWithNothingMoreKeepNobodyFromTheOnesBehindThem) {
+  constexpr char kBehind[] = "/opt/korvane/IDS/logs/rt3.csv";
+  const std::string logs[] = {kLog, kNextLog, kBehind};
+  for (int i = 0; i < 3; ++i) fake.files.put(logs[i], eventLine(i + 1));
+  LogReader reader(HIDS_RT_LOG, parts());
+  const auto passes = [&](int count) {
+    std::string read;
+    while (count-- > 0) {
+      read += pass(reader);
+      if (const auto next = reader.successor()) reader.switchTo(*next);
+    }
+    return read;
+  };
+  EXPECT_EQ(passes(1), "1 ");
+  config().setHIDSRTLogFile(kNextLog);
+  EXPECT_EQ(passes(2 * LogReader::kPatience), "2 ");
+  config().setHIDSRTLogFile(kLog);
+  config().setHIDSRTLogFile(kBehind);
+  EXPECT_EQ(passes(5 * LogReader::kAwaitPasses), "3 ");
+}
+
 TEST_F(LogReaderTest, ThePatienceWithAnUnfinishedLineBelongsToThatLine) {
   const std::string torn = "PFIL,2,t2,ha";
   fake.files.put(kLog, torn);
