@@ -12,6 +12,7 @@
 #include "comm/response_sink.h"
 #include "comm/server_url.h"
 #include "comm/tls_observer.h"
+#include "config/server_settings.h"
 #include "config/url_text.h"
 #include "platform/clock.h"
 #include "platform/system_info.h"

@@ -26,11 +26,12 @@
 #include <vector>
 
 #include "agent/thread/stop_token.h"
-#include "config/settings.h"
 #include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
+
+class ServerSettings;
 
 // Where the agent's settings say to go, and how.
 struct ConnectionTarget {

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "config/server_settings.h"
+
 namespace korvane {
 namespace {
 

@@ -2,10 +2,11 @@
 // brackets. Pure functions, but for the settings that one reads; a text without "://" is taken to begin with its host.
 #pragma once
 
-#include "config/settings.h"
 #include "util/string.h"
 
 namespace korvane {
+
+class ServerSettings;
 
 STRING hostOfUrl(const STRING& url);
 

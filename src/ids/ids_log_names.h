@@ -2,12 +2,12 @@
 #pragma once
 
 #include "config/hids_interface.h"
-#include "config/log_settings.h"
 #include "config/log_type.h"
-#include "config/settings.h"
 #include "util/string.h"
 
 namespace korvane {
+
+class LogSettings;
 
 // The setting that names a log: "ids.service.eventfile.name" or "ids.service.rteventfile.name";
 // empty for a type that is not one of the IDS component's.
@@ -17,15 +17,9 @@ STRING idsLogSetting(LogType type);
 // setHIDSLogFile or setHIDSRTLogFile when it is another than before. False when the
 // component names no such log.
 bool takeIdsLogFile(HidsInterface& component, LogSettings& logs, LogType type);
-inline bool takeIdsLogFile(HidsInterface& component, LogType type) {
-  return takeIdsLogFile(component, settingsOf(*AgentConfig::getInstance()).logs, type);
-}
 
 // One look without waiting, as the prevention monitor does it each time: reads the settings anew
 // and stores the names of both logs. False when the component names no event file.
 bool takeIdsLogFiles(HidsInterface& component, LogSettings& logs);
-inline bool takeIdsLogFiles(HidsInterface& component) {
-  return takeIdsLogFiles(component, settingsOf(*AgentConfig::getInstance()).logs);
-}
 
 }  // namespace korvane

@@ -22,7 +22,7 @@ void IdsLogSearch::attempt() {
 }
 
 void IdsLogSearch::attempt(Name& name) {
-  if (_component && takeIdsLogFile(*_component, name.type)) {
+  if (_component && takeIdsLogFile(*_component, _settings, name.type)) {
     name.done = true;
     return;
   }

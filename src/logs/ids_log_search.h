@@ -12,11 +12,13 @@
 namespace korvane {
 
 class HidsInterface;
+class LogSettings;
 
 class IdsLogSearch {
  public:
-  // component: outlives the search; null: there is none, and the names are not found.
-  explicit IdsLogSearch(HidsInterface* component) : _component(component) {}
+  // Both outlive the search. component: null: there is none, and the names are not found.
+  IdsLogSearch(HidsInterface* component, LogSettings& settings)
+      : _component(component), _settings(settings) {}
 
   static constexpr uint32_t kIntervalMs = 250;
   static constexpr int kAttempts = 480;
@@ -34,6 +36,7 @@ class IdsLogSearch {
   void giveNotice(const Name& name) const;
 
   HidsInterface* const _component;
+  LogSettings& _settings;
   Name _names[2] = {{HIDS_RT_LOG}, {HIDS_LOG}};
   int _attempts = 0;
 };

@@ -9,7 +9,7 @@
 // processor that throws AgentError is disabled for good (event 10136), except for code 13, which is
 // skipped.
 //
-//   auto* thread = new LogProcessingThread(forwarding, parts.ids);
+//   auto* thread = new LogProcessingThread(forwarding, parts.ids, parts.settings);
 //   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, std::move(destination)));
 //   thread->start();
 #pragma once
@@ -26,11 +26,13 @@
 
 namespace korvane {
 
+class LogSettings;
+
 class LogProcessingThread : public Thread {
  public:
   // ids: null without the IDS component.
-  LogProcessingThread(const ForwardingSwitch& forwarding, HidsInterface* ids)
-      : _forwarding(forwarding), _idsLogSearch(ids) {}
+  LogProcessingThread(const ForwardingSwitch& forwarding, HidsInterface* ids, LogSettings& settings)
+      : _forwarding(forwarding), _idsLogSearch(ids, settings) {}
   ~LogProcessingThread() override;
 
   void attach(std::unique_ptr<LogProcessor> processor);

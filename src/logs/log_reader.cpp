@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "agent/thread/stop_token.h"
+#include "config/log_settings.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "logs/forwarding_counters.h"
@@ -262,7 +263,7 @@ void LogReader::noteNames() {
 }
 
 void LogReader::takeSeenNames() {
-  if (_parts.ids && _type != AGENT_LOG) takeIdsLogFiles(*_parts.ids);
+  if (_parts.ids && _type != AGENT_LOG) takeIdsLogFiles(*_parts.ids, _parts.settings);
   const STRING log = currentLogName();
   if (_type == HIDS_RT_LOG)
     for (const STRING& name : _parts.settings.takeHIDSRTLogFilesSeen()) _next.note(name, log);

@@ -44,7 +44,7 @@ class LogThreadTest : public LogFixture {
 
 TEST_F(LogThreadTest, ProcessorsHaveTheirTurnEverySecondCycleAndBackOff) {
   fake.files.put(kLog, eventLine(1));
-  LogProcessingThread thread(forwarding, nullptr);
+  LogProcessingThread thread(forwarding, nullptr, settings().logs);
   thread.attach(makeProcessor());
   received.answer = [] { return 7; };
   EXPECT_EQ(thread.cycle(), 1000u);
@@ -68,7 +68,7 @@ TEST_F(LogThreadTest, ForwardsOnlyWhereTheServiceTypeAllowsIt) {
     forwarding.setPolicyBuffer(test.buffer);
     fake.files.remove(kPointerFile);
     received = {};
-    LogProcessingThread thread(forwarding, nullptr);
+    LogProcessingThread thread(forwarding, nullptr, settings().logs);
     thread.attach(makeProcessor());
     thread.cycle();
     EXPECT_EQ(thread.cycle(), 1000u);
@@ -78,7 +78,7 @@ TEST_F(LogThreadTest, ForwardsOnlyWhereTheServiceTypeAllowsIt) {
 
 TEST_F(LogThreadTest, AnErrorDisablesAProcessorUnlessItIsNumber13) {
   fake.files.put(kLog, eventLine(1));
-  LogProcessingThread thread(forwarding, nullptr);
+  LogProcessingThread thread(forwarding, nullptr, settings().logs);
   thread.attach(makeProcessor());
   const auto turn = [&] { thread.cycle(), thread.cycle(); };
   files.failNth(platform::FileOperation::read, 1, 13, "rt.csv");
@@ -99,7 +99,7 @@ TEST_F(LogThreadTest, RunsUntilItsStopAndEndsAtOnceInItsPause) {
   fake.files.put(kLog, eventLine(1));
   FakeIds ids;
   ids.values = {{"ids.service.eventfile.name", "/e.csv"}, {"ids.service.rteventfile.name", kLog}};
-  auto* thread = new LogProcessingThread(forwarding, &ids);
+  auto* thread = new LogProcessingThread(forwarding, &ids, settings().logs);
   thread->attach(makeProcessor());
   std::promise<void> sent;
   received.answer = [&] { return sent.set_value(), 7; };
@@ -113,7 +113,7 @@ TEST_F(LogThreadTest, RunsUntilItsStopAndEndsAtOnceInItsPause) {
 }
 
 TEST_F(LogThreadTest, StopsBeforeItsStart) {
-  LogProcessingThread logs(forwarding, nullptr);
+  LogProcessingThread logs(forwarding, nullptr, settings().logs);
   BulkLogProcessingThread bulk, started;
   started.start();
   for (Thread* thread :
@@ -126,7 +126,7 @@ TEST_F(LogThreadTest, StopsBeforeItsStart) {
 TEST_F(LogThreadTest, LooksForTheIdsLogsIndependentlyAndGivesUp) {
   config().setHIDSRTLogFile("");
   FakeIds ids;
-  IdsLogSearch names(&ids);
+  IdsLogSearch names(&ids, settings().logs);
   names.attempt();
   for (int i = 0; i < 100; ++i) names.attempt();
   ids.values["ids.service.rteventfile.name"] = "../logs/rt.csv";
