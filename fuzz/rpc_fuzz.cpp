@@ -46,8 +46,9 @@ class HastyPipe final : public platform::Pipe {
 class HastyPipes final : public platform::Pipes {
  public:
   explicit HastyPipes(platform::ManualClock& clock) : _clock(clock) {}
-  uint32_t create(const std::string& name, std::unique_ptr<platform::Pipe>& out) override {
-    return wrapped(_pipes.create(name, out), out);
+  uint32_t create(const std::string& name, platform::PipeAudience audience,
+                  std::unique_ptr<platform::Pipe>& out) override {
+    return wrapped(_pipes.create(name, audience, out), out);
   }
   uint32_t open(const std::string& name, std::unique_ptr<platform::Pipe>& out) override {
     return wrapped(_pipes.open(name, out), out);
@@ -67,7 +68,8 @@ struct World {
   platform::ManualClock clock;
   HastyPipes pipes{clock};
   Fifo::Limits limits{1u << 20, 30000};
-  RPCNamedPipe transport{pipes, clock, "fuzz", RPCNamedPipe::Role::server, limits};
+  RPCNamedPipe transport{
+      pipes, clock, "fuzz", RPCNamedPipe::Role::server, platform::PipeAudience::everyone, limits};
   RPCServer server{transport, clock};
 
   World() {

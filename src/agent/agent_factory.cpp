@@ -53,7 +53,8 @@ std::unique_ptr<LogDestination> makeLogDestination(const AgentContext& context) 
                                                  shared.counters);
   const platform::Platform& system = context.system;
   auto pipe = std::make_unique<RPCNamedPipe>(system.pipes, system.clock, kEventPipe,
-                                             RPCNamedPipe::Role::server);
+                                             RPCNamedPipe::Role::server,
+                                             platform::PipeAudience::administrators);
   return std::make_unique<RpcLogDestination>(
       std::move(pipe),
       RpcLogDestination::Parts{system.clock, context.stop, shared.counters,

@@ -10,7 +10,8 @@ CommThread::CommThread(AgentInfo*, const Parts& parts) : _parts(parts) {}
 
 void CommThread::run() {
   PolicyProcessor(_parts.methods.policies).reportOutstanding();
-  RPCNamedPipe transport(_parts.pipes, _parts.clock, kCloudPipe, RPCNamedPipe::Role::server);
+  RPCNamedPipe transport(_parts.pipes, _parts.clock, kCloudPipe, RPCNamedPipe::Role::server,
+                         platform::PipeAudience::administrators);
   RPCServer server(transport, _parts.clock);
   CloudMethods methods(_parts.methods);
   methods.addTo(server);

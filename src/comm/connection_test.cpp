@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/thread/stop_token.h"
 #include "comm/ca_file.h"
 #include "comm/curl_transport.h"
 #include "comm/exchange.h"

@@ -25,13 +25,13 @@
 #include <string>
 #include <vector>
 
-#include "agent/thread/stop_token.h"
 #include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
 
 class ServerSettings;
+class StopToken;
 
 // Where the agent's settings say to go, and how.
 struct ConnectionTarget {

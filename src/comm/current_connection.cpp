@@ -94,13 +94,6 @@ void HttpsHandler::curlCleanup() {
   if (ServerConnection* connection = ofThisRun().existing()) connection->close();
 }
 
-bool HttpsHandler::takeApplicationRequest(STRING& identifier) {
-  ServerConnection* connection = ofThisRun().existing();
-  if (connection) return connection->takeApplicationRequest(identifier);
-  identifier = STRING();
-  return false;
-}
-
 STRING HttpsHandler::getServerIP(const STRING& server) {
   return currentConnection().addressOf(server);
 }

@@ -23,7 +23,7 @@ struct Destination {
 };
 
 struct ExchangeResult {
-  // 0 an answer came, whatever its status; -1 nothing was sent; libcurl's code of a failed transfer.
+  // 0: an answer came, whatever its status; -1: nothing was sent; else libcurl's of the transfer.
   int code = 0;
   long httpStatus = 0;    // of the answer; 0 without one
   FailureCause failure;   // the stage it failed at and why; not set when nothing failed

@@ -170,9 +170,6 @@ class KORVANE_EXPORT HttpsHandler {
   // Ends the connections and this run's use of libcurl. No exchange may be in progress; a
   // later handler starts both again.
   static void curlCleanup();
-  // The identifier of a request for application data that a server has offered in its answer to a
-  // report since the last call; false without one. The newest one counts.
-  [[nodiscard]] static bool takeApplicationRequest(STRING& identifier);
   // The address of a host, dotted; empty when it cannot be resolved or a stop came first.
   static STRING getServerIP(const STRING& server);
   // Uses this transport in place of libcurl; null goes back to it. No exchange may be in progress.

@@ -7,8 +7,8 @@
 //
 // Lifetime: one for each agent; what its parts refer to outlives it. Threads: any may call
 // anything; an exchange waits for the one before it. A stop ends a transfer or look-up in progress
-// at once, and no fail-over runs any more. The interval of the fail-back check is counted in seconds
-// on the monotonic clock, from the construction on. Nothing throws but std::bad_alloc.
+// at once, and no fail-over runs any more. The interval of the fail-back check is counted in
+// seconds on the monotonic clock, from the construction on. Nothing throws but std::bad_alloc.
 //
 //   Destination to = connection.destination(connection.serverInUse());
 //   HttpsMessageGenerator message(connection.agent().charset());
@@ -97,7 +97,7 @@ class ServerConnection {
   void setLocalAddressSource(LocalAddresses source);
 
   // The identifier of a request for application data that a server has offered in its answer to a
-  // report since the last call; false without one. The newest one counts.
+  // report since it was last taken; false without one. The newest one counts.
   void offerApplicationRequest(const STRING& identifier);
   [[nodiscard]] bool takeApplicationRequest(STRING& identifier);
 

@@ -1,5 +1,6 @@
 // The host inside a URL of the form scheme://host[:port]/path; a host may be an IPv6 address in
-// brackets. Pure functions, but for the settings that one reads; a text without "://" is taken to begin with its host.
+// brackets. Pure functions, but for the settings that one reads; a text without "://" is taken to
+// begin with its host.
 #pragma once
 
 #include "util/string.h"

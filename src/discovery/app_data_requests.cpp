@@ -4,7 +4,6 @@
 
 #include "agent/thread/exceptions.h"
 #include "platform/threading.h"
-#include "util/agent_run.h"
 
 namespace korvane {
 
@@ -39,10 +38,6 @@ bool AppDataRequests::await(StopToken& stop, STRING& outputFile) {
     event.wait(platform::kInfinite);
   }
   return false;
-}
-
-AppDataRequests& appDataRequests() {
-  return AgentRun::current().part<AppDataRequests>(RunPart::applicationData);
 }
 
 }  // namespace korvane

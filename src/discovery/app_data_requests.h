@@ -1,10 +1,10 @@
 // The server's requests for application data, on their way from the update thread to the thread
 // that collects. One request is kept; a newer one takes its place.
 //
-// One object per run, appDataRequests(). Threads: any; await() is for the collecting thread.
+// One object for each run of an agent. Threads: any; await() is for the collecting thread.
 //
-//   appDataRequests().post(outputFile);               // update thread
-//   while (appDataRequests().await(stopToken(), file)) collectInto(file);
+//   requests.post(outputFile);               // update thread
+//   while (requests.await(stopToken(), file)) collectInto(file);
 #pragma once
 
 #include <optional>
@@ -31,7 +31,5 @@ class AppDataRequests {
   Win32Mutex _lock;
   std::optional<STRING> _request GUARDED_BY(_lock);
 };
-
-AppDataRequests& appDataRequests();
 
 }  // namespace korvane

@@ -16,7 +16,7 @@ class LogSettings;
 
 class IdsLogSearch {
  public:
-  // Both outlive the search. component: null: there is none, and the names are not found.
+  // component: null when there is none; the names are not found then. Both outlive the search.
   IdsLogSearch(HidsInterface* component, LogSettings& settings)
       : _component(component), _settings(settings) {}
 

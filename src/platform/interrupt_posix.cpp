@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 
 #include <cerrno>
+#include <iterator>
 
 namespace korvane::platform {
 
@@ -18,10 +19,17 @@ void Interrupt::raise() {
 
 PollResult pollFor(int descriptor, short events, const Deadline& deadline,
                    const Interrupt& interrupt) {
-  pollfd waits[] = {{interrupt.descriptor(), POLLIN, 0}, {descriptor, events, 0}};
+  int which = -1;
+  return pollForEither(descriptor, events, -1, deadline, interrupt, which);
+}
+
+PollResult pollForEither(int descriptor, short events, int other, const Deadline& deadline,
+                         const Interrupt& interrupt, int& which) {
+  pollfd waits[] = {
+      {interrupt.descriptor(), POLLIN, 0}, {descriptor, events, 0}, {other, POLLIN, 0}};
   for (;;) {
     const int timeout = deadline.remainingMs();
-    const int count = ::poll(waits, 2, timeout);
+    const int count = ::poll(waits, std::size(waits), timeout);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return PollResult::failed;
     if (waits[0].revents) return PollResult::interrupted;
@@ -29,7 +37,8 @@ PollResult pollFor(int descriptor, short events, const Deadline& deadline,
       errno = EBADF;
       return PollResult::failed;
     }
-    if (waits[1].revents) return PollResult::ready;
+    which = waits[1].revents ? descriptor : other;
+    if (waits[1].revents || waits[2].revents) return PollResult::ready;
     if (deadline.remainingMs() == 0) return PollResult::timedOut;
   }
 }

@@ -29,5 +29,10 @@ class Interrupt {
 // over readiness. `failed` leaves errno set.
 [[nodiscard]] PollResult pollFor(int descriptor, short events, const Deadline& deadline,
                                  const Interrupt& interrupt);
+// The same, or until `other` can be read: `which` is the one that is ready, `descriptor` when both
+// are. A negative descriptor is none.
+[[nodiscard]] PollResult pollForEither(int descriptor, short events, int other,
+                                       const Deadline& deadline, const Interrupt& interrupt,
+                                       int& which);
 
 }  // namespace korvane::platform

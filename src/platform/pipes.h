@@ -2,8 +2,8 @@
 // blocks. Returns are Win32 error numbers.
 //
 // Names are what follows "\\.\pipe\", which may stand before them. One end exists on the server's
-// side for a name; a second one is refused with 231. A client of another account may read and
-// write: who may do what is decided by the peer's rights.
+// side for a name; a second one is refused with 231. Where everyone may connect, a client of
+// another account may read and write: who may do what is decided by the peer's rights.
 // Lifetime: a pipe is closed by its destructor, what the peer has not read is lost then.
 // Threads: a pipe is used by one thread; interrupt() may be called by any other.
 //
@@ -13,9 +13,13 @@
 // pipe. A client is refused with 5 at a pipe whose owner is neither SYSTEM, nor
 // Administrators, nor the client's own account. wait() sleeps for its whole time, in an
 // alertable wait, since a pipe without overlapped calls cannot be waited for.
-// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666. Further clients are
-// let in by the system, may write, and wait until the server has let those before them go; one
-// beyond 17 is refused with 231. wait() ends as soon as something has happened.
+// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666 or 0600. Further clients
+// connect, may write, and wait for their turn: an ordinary account has one place, what else it
+// connects is closed; administrators are served before others, and one who waits ends an ordinary
+// client's turn kTurnMs after it began (109). One for whom there is no place at all is refused with
+// 231, after a tenth of a second. A client is refused with 5 by a server that is neither root's, nor
+// its own account's, nor of the account that the run directory belongs to. wait() ends as soon as
+// something has happened.
 #pragma once
 
 #include <cstddef>
@@ -35,8 +39,16 @@ enum class PipeEvent {
   writable,  // there is room again
 };
 
+// Who may connect; the operating system refuses others.
+enum class PipeAudience {
+  everyone,        // every account of this machine
+  administrators,  // Windows: SYSTEM and Administrators; Linux: root and the server's own account
+};
+
 class Pipe {
  public:
+  static constexpr uint32_t kTurnMs = 2000;
+
   virtual ~Pipe() = default;
   // How many bytes can be read. 230: no client has come yet. 109: the peer has gone and all
   // is read.
@@ -67,8 +79,10 @@ class Pipes {
  public:
   virtual ~Pipes() = default;
   // The server's end. 231: somebody serves that name already. 3, on Linux: no run directory is set.
-  [[nodiscard]] virtual uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
-  // A client's end. 2: nobody serves that name. 231: the server has another client.
+  [[nodiscard]] virtual uint32_t create(const std::string& name, PipeAudience audience,
+                                        std::unique_ptr<Pipe>& out) = 0;
+  // A client's end. 2: nobody serves that name. 231: the server has another client. 5: it is for
+  // administrators, or served by somebody who is not to be trusted.
   [[nodiscard]] virtual uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
 };
 

@@ -14,14 +14,16 @@
 #include "platform/error_codes.h"
 #include "platform/interrupt_posix.h"
 #include "platform/native.h"
+#include "platform/waiting_room_posix.h"
 
 namespace korvane::platform {
 namespace {
 
 // Room for 65536 bytes in frames of 4096: the kernel counts its own bookkeeping too.
 constexpr int kPipeBytes = 2 * 65536;
-// Further clients that wait for their turn.
-constexpr int kWaitingClients = 16;
+// Who stands at the listener until the server looks, and for how long one more waits to stand there.
+constexpr int kAtTheListener = 128;
+constexpr timeval kWaitToConnect = {0, 100000};
 
 bool goneWith(int error) {
   return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
@@ -39,14 +41,17 @@ const sockaddr* generic(const sockaddr_un& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }
 
-Descriptor makeSocket() {
-  return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+Descriptor makeSocket(int flags = 0) {
+  return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
 }
 
 uint32_t connectTo(const sockaddr_un& address, Descriptor& out) {
   Descriptor made = makeSocket();
   if (!made) return kErrorNotEnoughMemory;
+  // It blocks for its connect alone: so it has its turn among others at a full listener.
+  ::setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &kWaitToConnect, sizeof kWaitToConnect);
   if (::connect(made.get(), generic(address), sizeof address) == 0) {
+    if (::fcntl(made.get(), F_SETFL, O_NONBLOCK) != 0) return kErrorGenFailure;
     out = std::move(made);
     return kOk;
   }
@@ -106,19 +111,15 @@ class PosixPipe : public Pipe {
   }
 
   PipeWait wait(PipeEvent event, uint32_t timeoutMs) override {
-    const bool waitsForRoom = event == PipeEvent::writable && connected();
-    const short events = waitsForRoom ? POLLOUT : POLLIN;
-    return pollFor(waitable(), events, Deadline(timeoutMs), _interrupt) == PollResult::interrupted
+    return pollFor(_connection.get(), eventsFor(event), Deadline(timeoutMs), _interrupt) ==
+                   PollResult::interrupted
                ? PipeWait::interrupted
                : PipeWait::ended;
   }
 
   bool peerIsAdministrator() override {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    if (!_connection || ::getsockopt(_connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
-      return false;
-    return peer.uid == 0 || peer.uid == ::geteuid();
+    uid_t account = 0;
+    return _connection && accountOf(_connection.get(), account) && isAdministrator(account);
   }
 
   bool wakes() const override { return true; }
@@ -129,10 +130,13 @@ class PosixPipe : public Pipe {
 
  protected:
   virtual bool connected() { return true; }
-  virtual int waitable() { return _connection.get(); }
 
+  static short eventsFor(PipeEvent event) {
+    return event == PipeEvent::writable ? POLLOUT : POLLIN;
+  }
   bool hasConnection() const { return static_cast<bool>(_connection); }
   int connection() const { return _connection.get(); }
+  const Interrupt& interruption() const { return _interrupt; }
   void use(Descriptor connection) {
     _connection = std::move(connection);
     if (_connection)
@@ -150,6 +154,32 @@ class PosixPipeServer final : public PosixPipe {
       : _path(std::move(path)), _lock(std::move(lock)), _listener(std::move(listener)) {}
   ~PosixPipeServer() override { ::unlink(_path.c_str()); }
 
+  uint32_t peek(size_t& available) override {
+    available = 0;
+    return mustGiveWay() ? kErrorBrokenPipe : PosixPipe::peek(available);
+  }
+
+  uint32_t write(const void* bytes, size_t size, size_t& written) override {
+    written = 0;
+    return mustGiveWay() ? kErrorNoData : PosixPipe::write(bytes, size, written);
+  }
+
+  PipeWait wait(PipeEvent event, uint32_t timeoutMs) override {
+    const Deadline deadline(timeoutMs);
+    while (!mustGiveWay()) {
+      if (!hasConnection() && !_room.empty()) break;
+      const int listener = _refused || !_room.admits() ? -1 : _listener.get();
+      int which = -1;
+      const PollResult result = pollForEither(connection(), eventsFor(event), listener,
+                                              nextLook(deadline), interruption(), which);
+      if (result == PollResult::interrupted) break;
+      const bool more =
+          result == PollResult::ready ? which == listener : deadline.remainingMs() != 0;
+      if (!more || result == PollResult::failed) break;
+    }
+    return interruption().raised() ? PipeWait::interrupted : PipeWait::ended;
+  }
+
   uint32_t renew() override {
     use(Descriptor());
     return kOk;
@@ -158,42 +188,68 @@ class PosixPipeServer final : public PosixPipe {
  protected:
   bool connected() override {
     if (hasConnection()) return true;
-    use(Descriptor(::accept4(_listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));
-    _refused = !hasConnection() &&
-               (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM);
-    return hasConnection();
-  }
-  // Without a descriptor left the listener would be ready all the time, for a client that cannot be
-  // taken: then a wait is a pause.
-  int waitable() override {
-    if (hasConnection()) return connection();
-    return _refused ? -1 : _listener.get();
+    admit();
+    if (_room.empty()) return false;
+    Caller next = _room.next();
+    _ordinary = !next.administrator;
+    _turn = Deadline(kTurnMs);
+    use(std::move(next.connection));
+    return true;
   }
 
  private:
-  bool _refused = false;
+  // Without a descriptor left the listener would be ready all the time, for a client that cannot be
+  // taken: then a wait is a pause.
+  void admit() { _refused = !_room.admit(_listener.get()); }
+
+  // An ordinary client has had its turn, and an administrator waits. Who serves an administrator
+  // does not look at the listener for it: the others wait in any case.
+  bool mustGiveWay() {
+    if (hasConnection() && !_ordinary) return false;
+    admit();
+    return hasConnection() && _room.administratorWaits() && _turn.remainingMs() == 0;
+  }
+
+  // When to look again before the deadline: the flood's pause is over, or an ordinary client's turn.
+  Deadline nextLook(const Deadline& deadline) const {
+    int soonest = deadline.remainingMs();
+    const auto within = [&soonest](int ms) {
+      if (soonest < 0 || ms < soonest) soonest = ms;
+    };
+    if (const uint32_t pause = _room.pauseMs()) within(static_cast<int>(pause));
+    if (hasConnection() && _room.administratorWaits()) within(_turn.remainingMs());
+    return soonest < 0 ? Deadline(kInfinite) : Deadline(static_cast<uint32_t>(soonest));
+  }
+
   const std::string _path;
   const Descriptor
       _lock;  // held for as long as the name is served; let go by the process's end, too
   const Descriptor _listener;
+  WaitingRoom _room;
+  bool _refused = false;
+  bool _ordinary = false;  // the present client
+  Deadline _turn{0};       // until when it has its turn whoever waits
 };
 
 class PosixPipes final : public Pipes {
  public:
   explicit PosixPipes(std::string directory) : _directory(std::move(directory)) {}
 
-  uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) override {
+  uint32_t create(const std::string& name, PipeAudience audience,
+                  std::unique_ptr<Pipe>& out) override {
     sockaddr_un address;
     if (const uint32_t error = locate(name, address)) return error;
     const std::string path = address.sun_path;
-    Descriptor lock(::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    Descriptor lock(
+        ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!lock) return errno == EACCES ? kErrorAccessDenied : kErrorPathNotFound;
     if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) return kErrorPipeBusy;
     ::unlink(path.c_str());  // of a server that was killed
-    Descriptor listener = makeSocket();
+    Descriptor listener = makeSocket(SOCK_NONBLOCK);
     if (!listener) return kErrorNotEnoughMemory;
     if (::bind(listener.get(), generic(address), sizeof address) != 0 ||
-        ::chmod(path.c_str(), 0666) != 0 || ::listen(listener.get(), kWaitingClients) != 0)
+        ::chmod(path.c_str(), audience == PipeAudience::everyone ? 0666 : 0600) != 0 ||
+        ::listen(listener.get(), kAtTheListener) != 0)
       return errno == EACCES ? kErrorAccessDenied : kErrorGenFailure;
     auto made = std::make_unique<PosixPipeServer>(path, std::move(listener), std::move(lock));
     if (!made->valid()) return kErrorNotEnoughMemory;
@@ -206,6 +262,7 @@ class PosixPipes final : public Pipes {
     if (const uint32_t error = locate(name, address)) return error;
     Descriptor connection;
     if (const uint32_t error = connectTo(address, connection)) return error;
+    if (!servedByTrusted(connection.get())) return kErrorAccessDenied;
     auto made = std::make_unique<PosixPipe>(std::move(connection));
     if (!made->valid()) return kErrorNotEnoughMemory;
     out = std::move(made);
@@ -213,6 +270,15 @@ class PosixPipes final : public Pipes {
   }
 
  private:
+  // Nothing is sent to a socket that somebody else has put in the server's place.
+  bool servedByTrusted(int connection) const {
+    uid_t server = 0;
+    struct stat directory {};
+    return accountOf(connection, server) &&
+           (isAdministrator(server) ||
+            (::stat(_directory.c_str(), &directory) == 0 && directory.st_uid == server));
+  }
+
   uint32_t locate(const std::string& name, sockaddr_un& address) const {
     if (_directory.empty()) return kErrorPathNotFound;
     const std::string bare = barePipeName(name);

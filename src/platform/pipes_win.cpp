@@ -14,8 +14,10 @@ namespace {
 
 constexpr DWORD kPipeBytes = 65536;
 constexpr wchar_t kPrefix[] = L"\\\\.\\pipe\\";
-// SYSTEM and Administrators: all; authenticated users: read and write; nothing is inherited.
-constexpr wchar_t kAccess[] = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GRGW;;;AU)";
+// SYSTEM and Administrators: all; authenticated users: read and write, or nothing; nothing is
+// inherited.
+constexpr wchar_t kForEveryone[] = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GRGW;;;AU)";
+constexpr wchar_t kForAdministrators[] = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)";
 
 struct LocalMemoryKind {
   using Value = void*;
@@ -76,9 +78,11 @@ bool isServedByTrusted(HANDLE pipe) {
          isTrusted(owner);
 }
 
-uint32_t createServersEnd(const std::wstring& name, FileHandle& out) {
+uint32_t createServersEnd(const std::wstring& name, PipeAudience audience, FileHandle& out) {
+  const wchar_t* const access =
+      audience == PipeAudience::everyone ? kForEveryone : kForAdministrators;
   LocalMemory descriptor;
-  if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1,
+  if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(access, SDDL_REVISION_1,
                                                               descriptor.receive(), nullptr))
     return ::GetLastError();
   SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), /*bInheritHandle=*/FALSE};
@@ -156,19 +160,20 @@ class WinPipe : public Pipe {
 
 class WinPipeServer final : public WinPipe {
  public:
-  WinPipeServer(std::wstring name, FileHandle handle)
-      : WinPipe(std::move(handle)), _name(std::move(name)) {}
+  WinPipeServer(std::wstring name, PipeAudience audience, FileHandle handle)
+      : WinPipe(std::move(handle)), _name(std::move(name)), _audience(audience) {}
 
   uint32_t renew() override {
     use(FileHandle());
     FileHandle made;
-    const uint32_t error = createServersEnd(_name, made);
+    const uint32_t error = createServersEnd(_name, _audience, made);
     use(std::move(made));
     return error;
   }
 
  private:
   const std::wstring _name;
+  const PipeAudience _audience;
 };
 
 uint32_t handOut(std::unique_ptr<WinPipe> made, std::unique_ptr<Pipe>& out) {
@@ -179,13 +184,15 @@ uint32_t handOut(std::unique_ptr<WinPipe> made, std::unique_ptr<Pipe>& out) {
 
 class WinPipes final : public Pipes {
  public:
-  uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) override {
+  uint32_t create(const std::string& name, PipeAudience audience,
+                  std::unique_ptr<Pipe>& out) override {
     const std::string bare = barePipeName(name);
     if (bare.empty()) return kErrorInvalidName;
     std::wstring full = kPrefix + wide(bare);
     FileHandle handle;
-    if (const uint32_t error = createServersEnd(full, handle)) return error;
-    return handOut(std::make_unique<WinPipeServer>(std::move(full), std::move(handle)), out);
+    if (const uint32_t error = createServersEnd(full, audience, handle)) return error;
+    return handOut(std::make_unique<WinPipeServer>(std::move(full), audience, std::move(handle)),
+                   out);
   }
 
   uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) override {

@@ -40,8 +40,8 @@ class Elapsed {
 
 }  // namespace
 
-Fifo::Fifo(Pipes& pipes, Clock& clock, std::string name, Limits limits)
-    : _pipes(pipes), _clock(clock), _name(std::move(name)), _limits(limits) {
+Fifo::Fifo(Pipes& pipes, Clock& clock, std::string name, Limits limits, PipeAudience audience)
+    : _pipes(pipes), _clock(clock), _name(std::move(name)), _limits(limits), _audience(audience) {
   // Once, so that a system that has no lock to give refuses the object and not its destruction.
   const Synchronized made(_lock);
 }
@@ -55,7 +55,7 @@ bool Fifo::create() {
   closePipe();
   _server = true;
   std::unique_ptr<Pipe> pipe;
-  const uint32_t error = _name.empty() ? kErrorInvalidName : _pipes.create(_name, pipe);
+  const uint32_t error = _name.empty() ? kErrorInvalidName : _pipes.create(_name, _audience, pipe);
   return adopt(error, std::move(pipe));
 }
 

@@ -55,7 +55,9 @@ class Fifo {
 
   Fifo(platform::Pipes& pipes, platform::Clock& clock, std::string name)
       : Fifo(pipes, clock, std::move(name), Limits()) {}
-  Fifo(platform::Pipes& pipes, platform::Clock& clock, std::string name, Limits limits);
+  // audience: of a server's end.
+  Fifo(platform::Pipes& pipes, platform::Clock& clock, std::string name, Limits limits,
+       platform::PipeAudience audience = platform::PipeAudience::everyone);
   Fifo(const Fifo&) = delete;
   Fifo& operator=(const Fifo&) = delete;
   virtual ~Fifo();
@@ -107,6 +109,7 @@ class Fifo {
   platform::Clock& _clock;
   const std::string _name;
   const Limits _limits;
+  const platform::PipeAudience _audience;
 
   std::vector<char> _frame;
   std::unique_ptr<platform::Pipe> _pipe;

@@ -14,8 +14,9 @@ class RPCNamedPipe final : public RPCTransportBase {
   static constexpr int kFrameMs = 2000;
 
   RPCNamedPipe(platform::Pipes& pipes, platform::Clock& clock, const std::string& name, Role role,
+               platform::PipeAudience audience = platform::PipeAudience::everyone,
                Fifo::Limits limits = {})
-      : _fifo(pipes, clock, name, limits), _role(role) {}
+      : _fifo(pipes, clock, name, limits, audience), _role(role) {}
 
   bool start() override;
   RPCReceive receive(std::string& message, int waitMs) override;

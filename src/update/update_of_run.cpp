@@ -15,9 +15,12 @@ ContentParts contentPartsOfRun() {
 }
 
 UpdateParts updatePartsOfRun() {
-  return {policyPartsOfRun(),          contentPartsOfRun(),
-          platform::current().sockets, settingsOf(*AgentConfig::getInstance()),
-          appDataRequests(),           &AgentConfig::getHIDSInterface};
+  return {policyPartsOfRun(),
+          contentPartsOfRun(),
+          platform::current().sockets,
+          settingsOf(*AgentConfig::getInstance()),
+          AgentRun::current().part<AppDataRequests>(RunPart::applicationData),
+          &AgentConfig::getHIDSInterface};
 }
 
 }  // namespace korvane

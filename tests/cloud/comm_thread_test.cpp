@@ -9,6 +9,7 @@
 #include "cloud/cloud_errors.h"
 #include "cloud/connector_presence.h"
 #include "driver/driver_config.h"
+#include "platform/error_codes.h"
 #include "rpc/fifo.h"
 #include "tests/channel/page_examples.h"
 #include "tests/cloud/cloud_world.h"
@@ -65,14 +66,18 @@ TEST(CloudPage, EveryExampleIsWhatTheChannelAnswers) {
 
 TEST(CloudCommands, AreForAdministratorsAndSayWhatIsWrong) {
   CloudWorld world;
+  ASSERT_EQ(world.codeOf("none", ""), kRpcMethodNotFound);
+  // The system lets nobody else in; should it do so even so, the methods refuse.
   world.machine.fake.pipes.setClientsAreAdministrators(false);
   for (const char* method :
        {"policyBuffer", "policy", "configuration", "applicationPolicy.set",
         "applicationPolicy.remove", "applicationPolicy.list", "getState", "retranslate"})
     EXPECT_EQ(world.codeOf(method, R"({"value":"true"})"), kRpcNotAdministrator) << method;
   EXPECT_FALSE(contextOfRun().shared.connector.askedLately());
-  world.machine.fake.pipes.setClientsAreAdministrators(true);
   world.connector.close();
+  std::unique_ptr<platform::Pipe> none;
+  EXPECT_EQ(world.machine.fake.pipes.open(kCloudPipe, none), platform::kErrorAccessDenied);
+  world.machine.fake.pipes.setClientsAreAdministrators(true);
 
   ASSERT_EQ(world.codeOf("policy", basePolicy(sample().base)), 0);
   const std::string inForce = world.driverPolicy;

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "comm/curl_transport.h"
-#include "comm/exchange_record.h"
 #include "comm/failure_cause.h"
 #include "tests/comm/comm_fixture.h"
 #include "tests/comm/hanging_resolver.h"
@@ -137,9 +136,9 @@ class Zoo : public CommFixture {
       event.resize(event.size() - 2);
     }
     const bool objected = report.failingStage == stageName(ConnectionStage::serverAnswer);
-    EXPECT_EQ(lastExchange().ok, answered && !objected);
+    EXPECT_EQ(currentConnection().record().last().ok, answered && !objected);
     if (!answered || objected) {
-      EXPECT_EQ(masked(lastExchange().text, port),
+      EXPECT_EQ(masked(currentConnection().record().last().text, port),
                 masked(report.failingStage + ": " + report.cause, port));
     }
     for (const std::string& part : event) seen += (&part == &event.front() ? "" : " ") + part;
@@ -422,7 +421,7 @@ TEST_F(Zoo, ReportForAScreen) {
       EXPECT_EQ(request.body, "EOF_FLAG\n");
     }
   }
-  EXPECT_EQ(lastExchange().wallMs, 0);
+  EXPECT_EQ(currentConnection().record().last().wallMs, 0);
   EXPECT_EQ(logText().find(",1022"), std::string::npos);
 }
 

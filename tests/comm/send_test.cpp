@@ -204,7 +204,7 @@ TEST_F(Send, AnotherAgentsConnectionLeavesThisOnesAlone) {
   EXPECT_TRUE(transport.seen.empty());
   EXPECT_EQ(currentConnection().lowestTls(), 6);
   EXPECT_EQ(HttpsHandler::getLastError(), 0);
-  EXPECT_EQ(lastExchange().wallMs, 0);
+  EXPECT_EQ(currentConnection().record().last().wallMs, 0);
   stop.request();
   EXPECT_EQ(handler.getUpdate(1, false), 42);
 }

@@ -43,7 +43,7 @@ class PipesConformance : public testing::Test {
   std::unique_ptr<Pipe> server, client;
 
   void connect() {
-    ASSERT_EQ(pipes.create(name, server), kOk);
+    ASSERT_EQ(pipes.create(name, PipeAudience::everyone, server), kOk);
     ASSERT_EQ(pipes.open(name, client), kOk);
   }
 
@@ -64,19 +64,21 @@ TYPED_TEST_SUITE(PipesConformance, PipesWorlds);
 TYPED_TEST(PipesConformance, namesAreServedOnceAndFoundUnderEitherSpelling) {
   std::unique_ptr<Pipe> other;
   EXPECT_EQ(this->pipes.open(this->name, this->client), kErrorFileNotFound);
-  EXPECT_EQ(this->pipes.create("", this->server), kErrorInvalidName);
-  ASSERT_EQ(this->pipes.create("\\\\.\\pipe\\" + this->name, this->server), kOk);
-  EXPECT_EQ(this->pipes.create(this->name, other), kErrorPipeBusy);
+  EXPECT_EQ(this->pipes.create("", PipeAudience::everyone, this->server), kErrorInvalidName);
+  ASSERT_EQ(this->pipes.create("\\\\.\\pipe\\" + this->name, PipeAudience::everyone, this->server),
+            kOk);
+  EXPECT_EQ(this->pipes.create(this->name, PipeAudience::everyone, other), kErrorPipeBusy);
   EXPECT_EQ(this->pipes.open(this->name, this->client), kOk);
   this->server.reset();
   this->client.reset();
   EXPECT_EQ(this->pipes.open(this->name, this->client), kErrorFileNotFound);
-  EXPECT_EQ(this->pipes.create(this->name, this->server), kOk) << "the name is free again";
+  EXPECT_EQ(this->pipes.create(this->name, PipeAudience::everyone, this->server), kOk)
+      << "the name is free again";
 }
 
 TYPED_TEST(PipesConformance, aServerWithoutAClientSaysSo) {
   size_t moved = 0;
-  ASSERT_EQ(this->pipes.create(this->name, this->server), kOk);
+  ASSERT_EQ(this->pipes.create(this->name, PipeAudience::everyone, this->server), kOk);
   EXPECT_EQ(this->server->peek(moved), kErrorBadPipe);
   EXPECT_EQ(this->server->write("x", 1, moved), kErrorPipeListening);
   EXPECT_EQ(this->server->wait(PipeEvent::readable, 1), PipeWait::ended);

@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -71,13 +70,13 @@ TEST_F(PosixTest, childrenInheritNoDescriptorAndLeaveNoZombie) {
 TEST_F(PosixTest, whatAKilledServerLeftDoesNotKeepItsName) {
   std::ofstream(directory.path() + "/left.pipe");
   std::unique_ptr<Pipe> server, client;
-  EXPECT_EQ(platform.pipes.create("left", server), kOk);
+  EXPECT_EQ(platform.pipes.create("left", PipeAudience::everyone, server), kOk);
   EXPECT_EQ(platform.pipes.open("left", client), kOk);
 }
 
 TEST_F(PosixTest, aClientThatNoDescriptorIsLeftForIsWaitedForWithPauses) {
   std::unique_ptr<Pipe> server, client;
-  ASSERT_EQ(platform.pipes.create("full", server), kOk);
+  ASSERT_EQ(platform.pipes.create("full", PipeAudience::everyone, server), kOk);
   size_t available = 0;
   const auto lookAndWait = [&] {
     EXPECT_EQ(server->peek(available), kErrorBadPipe);
@@ -97,7 +96,9 @@ TEST_F(PosixTest, aClientThatNoDescriptorIsLeftForIsWaitedForWithPauses) {
   EXPECT_LE(waits, 4);
   EXPECT_EQ(server->peek(available), kOk);
   std::unique_ptr<Pipe> nowhere;
-  EXPECT_EQ(makeNativePlatform({registryFile, ""})->platform().pipes.create("x", nowhere),
+  EXPECT_EQ(makeNativePlatform({registryFile, ""})
+                ->platform()
+                .pipes.create("x", PipeAudience::everyone, nowhere),
             kErrorPathNotFound);
 }
 
@@ -130,47 +131,6 @@ TEST_F(PosixTest, lowestPriorityRaisesTheNiceValueByFive) {
   thread->join(kLongMs);
   EXPECT_EQ(nice, std::min(base + 5, 19)) << "19 is the system's most";
   EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), base) << "only that thread's";
-}
-
-// The client is a child under an account that is neither root's nor the server's.
-TEST_F(PosixTest, everyAccountMayAskAndOnlyTheServersOwnIsAnAdministrators) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can act for another account";
-  constexpr uid_t kNobody = 65534;
-  std::filesystem::permissions(directory.path(), std::filesystem::perms{0711});
-  std::unique_ptr<Pipe> server;
-  ASSERT_EQ(platform.pipes.create("asked", server), kOk);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::string path = directory.path() + "/asked.pipe";
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  for (const uid_t account : {uid_t{0}, kNobody}) {
-    SCOPED_TRACE(account);
-    const pid_t child = ::fork();
-    if (child == 0) {
-      const int client = ::socket(AF_UNIX, SOCK_STREAM, 0);
-      char byte = 'x';
-      const bool asked =
-          ::setresgid(account, account, account) == 0 &&
-          ::setresuid(account, account, account) == 0 &&
-          ::connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-          ::write(client, &byte, 1) == 1;
-      if (asked) ::read(client, &byte, 1);  // until the server lets it go
-      ::_exit(asked ? 0 : 1);
-    }
-    size_t got = 0;
-    char byte = 0;
-    // The first wait ends with the connection, which may come before the byte.
-    EXPECT_TRUE(tests::waitFor("the client's byte", [&] {
-      server->wait(PipeEvent::readable, 100);
-      return server->read(&byte, 1, got) == kOk || ::waitpid(child, nullptr, WNOHANG) != 0;
-    }));
-    EXPECT_EQ(got, 1u) << "it could not ask";
-    EXPECT_EQ(server->peerIsAdministrator(), account == 0);
-    EXPECT_EQ(server->renew(), kOk);
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-  }
 }
 
 TEST_F(PosixTest, aRegistryFileThatWasReplacedWithinItsDatesStepIsReadAgain) {

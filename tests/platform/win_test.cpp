@@ -151,7 +151,7 @@ TEST_F(WinTest, childrenInheritNoHandle) {
 TEST_F(WinTest, aPipeIsForThisMachinesAccountsAlone) {
   const std::string bare = "korvane-test-access-" + std::to_string(::GetCurrentProcessId());
   std::unique_ptr<Pipe> server;
-  ASSERT_EQ(platform.pipes.create(bare, server), kOk);
+  ASSERT_EQ(platform.pipes.create(bare, PipeAudience::everyone, server), kOk);
   FileHandle client(::CreateFileW((L"\\\\.\\pipe\\" + wide(bare)).c_str(), READ_CONTROL, 0, nullptr,
                                   OPEN_EXISTING, 0, nullptr));
   ASSERT_TRUE(client);

@@ -123,13 +123,13 @@ class ScriptedPipes : public Pipes {
   };
 
   explicit ScriptedPipes(ManualClock& clock) : _clock(clock) {}
-  uint32_t create(const std::string&, std::unique_ptr<Pipe>& out) override {
+  uint32_t create(const std::string&, PipeAudience, std::unique_ptr<Pipe>& out) override {
     ++script.created;
     if (!script.createError) out = std::make_unique<End>(*this);
     return script.createError;
   }
   uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) override {
-    return create(name, out);
+    return create(name, PipeAudience::everyone, out);
   }
   Script script;
 

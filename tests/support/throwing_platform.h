@@ -185,8 +185,9 @@ class ThrowingPlatform {
 
   struct Pipes : platform::Pipes {
     Pipes(ThrowingPlatform& owner, platform::Pipes& wrapped) : faults(owner), to(wrapped) {}
-    uint32_t create(const std::string& name, std::unique_ptr<platform::Pipe>& out) override {
-      return faults.call(), to.create(name, out);
+    uint32_t create(const std::string& name, platform::PipeAudience audience,
+                    std::unique_ptr<platform::Pipe>& out) override {
+      return faults.call(), to.create(name, audience, out);
     }
     uint32_t open(const std::string& name, std::unique_ptr<platform::Pipe>& out) override {
       return faults.call(), to.open(name, out);

@@ -22,6 +22,7 @@ struct FakePipeEnd {
   std::string received;
   std::weak_ptr<FakePipeEnd> peer;
   bool hadPeer = false;
+  PipeAudience audience = PipeAudience::everyone;  // of a server's end
 };
 
 struct FakePipeNames {
@@ -132,13 +133,15 @@ FakePipes::FakePipes(Threading& threading) : _names(std::make_shared<FakePipeNam
 
 FakePipes::~FakePipes() = default;
 
-uint32_t FakePipes::create(const std::string& name, std::unique_ptr<Pipe>& out) {
+uint32_t FakePipes::create(const std::string& name, PipeAudience audience,
+                           std::unique_ptr<Pipe>& out) {
   const std::string bare = barePipeName(name);
   if (bare.empty()) return kErrorInvalidName;
   FakeLock lock(_names->mutex);
   std::weak_ptr<FakePipeEnd>& server = _names->servers[bare];
   if (!server.expired()) return kErrorPipeBusy;
   auto end = std::make_shared<FakePipeEnd>(_names->threading);
+  end->audience = audience;
   server = end;
   out = std::make_unique<FakePipe>(_names, std::move(end));
   return kOk;
@@ -149,6 +152,8 @@ uint32_t FakePipes::open(const std::string& name, std::unique_ptr<Pipe>& out) {
   const auto found = _names->servers.find(barePipeName(name));
   const auto server = found == _names->servers.end() ? nullptr : found->second.lock();
   if (!server) return kErrorFileNotFound;
+  if (server->audience == PipeAudience::administrators && !_names->clientsAreAdministrators)
+    return kErrorAccessDenied;
   if (server->hadPeer) return kErrorPipeBusy;
   auto end = std::make_shared<FakePipeEnd>(_names->threading);
   end->peer = server;

@@ -21,7 +21,8 @@ class FakePipes final : public Pipes {
   explicit FakePipes(Threading& threading);
   ~FakePipes() override;
 
-  uint32_t create(const std::string& name, std::unique_ptr<Pipe>& out) override;
+  uint32_t create(const std::string& name, PipeAudience audience,
+                  std::unique_ptr<Pipe>& out) override;
   uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) override;
 
   // What a server hears about the rights of its clients; true from the start.

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kChangeTag[] = "PolicyChange";
 
-using Parts = PolicyChange::Parts;
+using ChangeParts = PolicyChange::Parts;
 
 int flushFolder(platform::Files& files) {
   return files.flushDirectory(driverDirectory(files));
@@ -53,7 +53,7 @@ bool undoDriver(Driver& driver, const PolicySetting& setting) {
   return result == 0 || result == NotifyResult::finishedWithError;
 }
 
-bool undoSettings(const Parts& parts, const PolicyJournal& journal) {
+bool undoSettings(const ChangeParts& parts, const PolicyJournal& journal) {
   {
     const SettingsFile::ChangeGroup group(parts.settingsFile);
     parts.settings.setPlusPolicyFile(journal.plusFile);
@@ -71,7 +71,7 @@ bool driverAgrees(Driver& driver, const PolicySetting& setting) {
 }
 
 // Every step may be done again: what is undone already stays so.
-bool undoChange(const Parts& parts, const PolicyJournal& journal, bool driverUntouched) {
+bool undoChange(const ChangeParts& parts, const PolicyJournal& journal, bool driverUntouched) {
   if (!undoFiles(parts.files, journal)) return false;
   if (!(driverUntouched && driverAgrees(parts.driver, journal.driver)) &&
       !undoDriver(parts.driver, journal.driver))
@@ -93,7 +93,7 @@ bool putBackMissing(platform::Files& files, const PolicyFiles& names) {
 }
 
 // Without a journal that can be read, what agent.ini names is taken for what is to be in force.
-bool repair(const Parts& parts) {
+bool repair(const ChangeParts& parts) {
   const STRING plus = parts.settings.getPlusPolicyFile();
   const PolicyFiles names(plus);
   if (!plus.empty() && !putBackMissing(parts.files, names)) return false;

@@ -9,7 +9,7 @@
 namespace korvane {
 namespace {
 
-constexpr char kLoadTag[] = "translatePolicy";
+constexpr char kLoadingTag[] = "translatePolicy";
 // In the history, what the driver interface answered is told from the translator's exit codes.
 constexpr int kDriverResultBase = 1000;
 
@@ -79,7 +79,7 @@ PolicyOutcome PolicyPipeline::recordLoaded(PolicyChange& change, Attempt& attemp
   }
   settings.leaveBuiltInState();
   if (hadPolicy && received)
-    eventlog::event(EventId::policyInForce, kLoadTag, {attempt.record.version});
+    eventlog::event(EventId::policyInForce, kLoadingTag, {attempt.record.version});
   UpdateHistoryIPS(attempt);
   return {};
 }
