@@ -339,8 +339,8 @@ TEST_F(RpcLogDestinationTest, ANoticeSaysWhatTheRecordsSayAndIsNeverLongerThanIt
 // On pipes, with a carrier that takes nothing: what does not fit waits until the stop.
 TEST_F(RpcLogDestinationTest, AStopEndsTheWritingOfANoticeThatNobodyReads) {
   const auto clock = platform::makeNativeClock();
-  auto pipe = std::make_unique<RPCNamedPipe>(fake.pipes, *clock, kEventPipe,
-                                             RPCNamedPipe::Role::server, Fifo::Limits());
+  auto pipe =
+      std::make_unique<RPCNamedPipe>(fake.pipes, *clock, kEventPipe, RPCNamedPipe::Role::server);
   RpcLogDestination onPipe(std::move(pipe), carrying(*clock));
   Fifo client(fake.pipes, *clock, kEventPipe);
   onPipe.tend();
