@@ -2,6 +2,8 @@
 
 #include "agent/thread/stop_token.h"
 #include "comm/server_connection.h"
+#include "config/agent_config.h"
+#include "config/settings.h"
 #include "driver/driver.h"
 #include "platform/platform.h"
 #include "util/agent_run.h"

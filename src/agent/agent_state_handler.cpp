@@ -1,7 +1,9 @@
 #include "agent/agent_state_handler.h"
 
+#include "config/machine_facts.h"
 #include "config/prevention.h"
 #include "config/service_type.h"
+#include "config/update_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/processes.h"
 

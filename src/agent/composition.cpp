@@ -14,6 +14,8 @@
 #include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/settings_file.h"
+#include "config/update_settings.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"

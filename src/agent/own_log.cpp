@@ -1,7 +1,10 @@
 #include "agent/own_log.h"
 
 #include "agent/stop_step.h"
+#include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/log_settings.h"
+#include "config/settings_file.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
 #include "platform/platform.h"

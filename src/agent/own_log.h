@@ -10,11 +10,13 @@
 // destroyed by one, while no other thread of the agent runs.
 #pragma once
 
-#include "config/settings.h"
 #include "eventlog/event_log_file.h"
 #include "platform/fwd.h"
 
 namespace korvane {
+
+class LogSettings;
+class SettingsFile;
 
 class OwnLog {
  public:

@@ -1,5 +1,6 @@
 #include "agent/policy_state.h"
 
+#include "config/policy_settings.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 

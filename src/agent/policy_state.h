@@ -2,11 +2,12 @@
 // the settings. Each function asks it once. Main thread only; nothing throws.
 #pragma once
 
-#include "config/settings.h"
+#include "config/agent_config.h"
 
 namespace korvane {
 
 class Driver;
+class PolicySettings;
 
 // Policy state codes and texts that tell whether the driver runs its built-in policy.
 inline constexpr int kBuiltinPolicyState = AgentConfig::kBuiltInPolicyState;

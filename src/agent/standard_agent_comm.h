@@ -14,14 +14,16 @@
 
 #include "agent/thread/stop_token.h"
 #include "comm/agent_comm.h"
-#include "config/settings.h"
 #include "platform/fwd.h"
 
 namespace korvane {
 
 class Driver;
 class HttpsHandler;
+class PolicySettings;
 class ServerConnection;
+class ServerSettings;
+class SettingsFile;
 
 class StandardAgentComm : public AgentComm {
  public:

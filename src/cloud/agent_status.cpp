@@ -3,7 +3,10 @@
 #include <sstream>
 
 #include "comm/server_connection.h"
+#include "config/log_settings.h"
 #include "config/masking.h"
+#include "config/policy_settings.h"
+#include "config/server_settings.h"
 #include "config/service_type.h"
 #include "eventlog/recent_errors.h"
 #include "logs/forwarding_counters.h"

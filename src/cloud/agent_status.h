@@ -7,6 +7,9 @@
 
 namespace korvane {
 
+class PolicySettings;
+class ServerSettings;
+
 // Puts a member whose name may hold dots.
 void putMember(JsonTree& tree, const std::string& name, const std::string& value);
 void putMember(JsonTree& tree, const std::string& name, int64_t value);

@@ -4,6 +4,7 @@
 
 #include "cloud/cloud_errors.h"
 #include "config/ini_text.h"
+#include "config/policy_settings.h"
 #include "config/prevention.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"

@@ -22,12 +22,12 @@
 
 #include "cloud/application_folder.h"
 #include "cloud/source_combination.h"
-#include "config/settings.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
 class PolicyProcessor;
+class PolicySettings;
 struct PolicyParts;
 
 class ApplicationPolicies {

@@ -6,10 +6,10 @@
 
 #include <functional>
 
-#include "config/settings.h"
 #include "platform/fwd.h"
 #include "rpc/rpc_server.h"
 #include "update/policy/policy_processor.h"
+#include "util/property_list.h"
 
 namespace korvane {
 
@@ -17,6 +17,8 @@ class ApplicationPolicies;
 class ConnectorPresence;
 class ForwardingCounters;
 class ForwardingSwitch;
+class MachineFacts;
+class ServerSettings;
 
 class CloudMethods {
  public:

@@ -8,6 +8,8 @@
 #include "cloud/parameters.h"
 #include "config/install_root.h"
 #include "config/masking.h"
+#include "config/server_settings.h"
+#include "config/settings_file.h"
 #include "eventlog/event_log.h"
 #include "eventlog/event_log_file.h"
 #include "platform/clock.h"

@@ -10,6 +10,8 @@
 
 namespace korvane {
 
+class SettingsFile;
+
 // getTechStatus, getTechNames, getAgentVersion, getStatus
 void addStateMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
 // getSettings, setSettings, setTrace

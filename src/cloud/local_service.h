@@ -17,14 +17,17 @@
 #include <string>
 
 #include "agent/thread/thread.h"
-#include "config/settings.h"
 #include "platform/fwd.h"
 
 namespace korvane {
 
 class Driver;
 class ForwardingCounters;
+class LogSettings;
+class PolicySettings;
 class ServerConnection;
+class ServerSettings;
+class SettingsFile;
 
 // What the service tells of the agent and cannot know itself. The functions are called by
 // its thread.

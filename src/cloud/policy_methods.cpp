@@ -1,6 +1,7 @@
 // getPolicy, queryDriver and retranslate.
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
+#include "config/settings_file.h"
 #include "config/settings_table.h"
 #include "driver/driver.h"
 #include "driver/driver_values.h"

@@ -5,6 +5,7 @@
 #include "cloud/parameters.h"
 #include "config/masking.h"
 #include "config/setting_check.h"
+#include "config/settings_file.h"
 #include "rpc/rpc_errors.h"
 
 namespace korvane {

@@ -2,11 +2,12 @@
 // or nothing. Threads: any.
 #pragma once
 
-#include "config/settings.h"
 #include "rpc/json_text.h"
 #include "util/property_list.h"
 
 namespace korvane {
+
+class SettingsFile;
 
 // Throws RPCError kRpcInvalidParams, naming the key, for a key that is not a setting, a value that
 // is not of its kind, and for no settings at all.

@@ -5,8 +5,10 @@
 #include "cloud/local_methods.h"
 #include "cloud/parameters.h"
 #include "cloud/settings_change.h"
+#include "config/log_settings.h"
 #include "config/masking.h"
 #include "config/setting_check.h"
+#include "config/settings_file.h"
 #include "config/settings_table.h"
 
 namespace korvane {

@@ -2,7 +2,11 @@
 
 #include <string>
 
+#include "config/machine_facts.h"
+#include "config/policy_settings.h"
 #include "config/prevention.h"
+#include "config/server_settings.h"
+#include "config/update_settings.h"
 #include "platform/paths.h"
 #include "platform/system_info.h"
 

@@ -6,6 +6,7 @@
 #include "comm/https_handler.h"
 #include "comm/server_connection.h"
 #include "config/agent_config.h"
+#include "config/settings.h"
 #include "platform/platform.h"
 #include "platform/threading.h"
 #include "util/agent_run.h"

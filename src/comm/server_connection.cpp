@@ -4,6 +4,8 @@
 
 #include "comm/curl_transport.h"
 #include "comm/server_url.h"
+#include "config/server_settings.h"
+#include "config/settings_file.h"
 #include "platform/clock.h"
 #include "util/ignore_result.h"
 

@@ -3,6 +3,8 @@
 #include "comm/https_handler.h"
 #include "comm/response_sink.h"
 #include "comm/server_connection.h"
+#include "config/log_settings.h"
+#include "config/server_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 

@@ -4,6 +4,7 @@
 #include "comm/handler_sources.h"
 #include "comm/server_connection.h"
 #include "comm/server_url.h"
+#include "config/server_settings.h"
 #include "eventlog/event_log.h"
 
 namespace korvane {

@@ -3,7 +3,6 @@
 // Pure functions of the settings of the moment; any thread. Nothing throws.
 #pragma once
 
-#include "config/agent_config.h"
 #include "config/policy_settings.h"
 
 namespace korvane {
@@ -12,16 +11,10 @@ namespace korvane {
 inline bool preventionInForce(const PolicySettings& settings) {
   return settings.isIPSEnabled() && settings.isIPSRebootDone();
 }
-inline bool preventionInForce(const AgentConfig& config) {
-  return config.isIPSEnabled() && config.isIPSRebootDone();
-}
 
 // Prevention is on and takes effect with the next reboot.
 inline bool preventionAwaitsReboot(const PolicySettings& settings) {
   return settings.isIPSEnabled() && !settings.isIPSRebootDone();
-}
-inline bool preventionAwaitsReboot(const AgentConfig& config) {
-  return config.isIPSEnabled() && !config.isIPSRebootDone();
 }
 
 }  // namespace korvane

@@ -2,6 +2,7 @@
 
 #include "agent/thread/locks.h"
 #include "agent/thread/stop_token.h"
+#include "config/agent_config.h"
 #include "config/prevention.h"
 #include "config/settings.h"
 #include "driver/driver.h"

@@ -1,6 +1,7 @@
 #include "ids/ids_log_names.h"
 
 #include "config/install_root.h"
+#include "config/log_settings.h"
 #include "eventlog/event_log.h"
 #include "util/ignore_result.h"
 

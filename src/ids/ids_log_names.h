@@ -2,11 +2,12 @@
 #pragma once
 
 #include "config/hids_interface.h"
-#include "config/log_settings.h"
 #include "config/log_type.h"
 #include "util/string.h"
 
 namespace korvane {
+
+class LogSettings;
 
 // The setting that names a log: "ids.service.eventfile.name" or "ids.service.rteventfile.name";
 // empty for a type that is not one of the IDS component's.

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "config/machine_facts.h"
 #include "logs/byte_scan.h"
 #include "logs/record_queue.h"
 #include "util/dates.h"

@@ -18,12 +18,13 @@
 #include <vector>
 
 #include "comm/message_body.h"
-#include "config/settings.h"
+#include "config/log_type.h"
 #include "logs/event_record.h"
 #include "util/property_list.h"
 
 namespace korvane {
 
+class MachineFacts;
 class RecordQueue;
 
 // The values that the agent adds to the records of one batch, written out once.

@@ -1,5 +1,6 @@
 #include "logs/file_log_source.h"
 
+#include "config/log_settings.h"
 #include "eventlog/event_log.h"
 #include "logs/log_mark.h"
 #include "platform/files.h"

@@ -20,7 +20,7 @@
 #include <memory>
 #include <string>
 
-#include "config/settings.h"
+#include "config/log_type.h"
 #include "logs/file_log_pointer.h"
 #include "logs/line_reader.h"
 #include "logs/log_source.h"
@@ -28,6 +28,8 @@
 #include "platform/fwd.h"
 
 namespace korvane {
+
+class LogSettings;
 
 class FileLogSource : public LogSource {
  public:

@@ -13,11 +13,14 @@
 
 #include <vector>
 
-#include "config/settings.h"
+#include "config/log_type.h"
 #include "logs/log.h"
 #include "platform/fwd.h"
+#include "util/property_list.h"
 
 namespace korvane {
+
+class MachineFacts;
 
 class FixedFormatLog : public Log {
  public:

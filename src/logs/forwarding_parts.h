@@ -1,13 +1,14 @@
 // What forwarding uses of its agent. All of it outlives what is made with it.
 #pragma once
 
-#include "config/settings.h"
 #include "platform/fwd.h"
 
 namespace korvane {
 
 class ForwardingCounters;
 class HidsInterface;
+class LogSettings;
+class MachineFacts;
 class StopToken;
 
 struct ForwardingParts {

@@ -3,6 +3,7 @@
 
 #include "comm/https_handler.h"
 #include "comm/server_codes.h"
+#include "config/server_settings.h"
 #include "eventlog/event_log.h"
 #include "logs/forwarding_counters.h"
 

@@ -12,7 +12,6 @@
 #include <optional>
 
 #include "comm/message_body.h"
-#include "config/settings.h"
 #include "logs/log_destination.h"
 
 namespace korvane {
@@ -20,6 +19,7 @@ namespace korvane {
 class ForwardingCounters;
 class HttpsHandler;
 class ServerConnection;
+class ServerSettings;
 
 class HttpsLogDestination : public LogDestination {
  public:

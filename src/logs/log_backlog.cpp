@@ -9,6 +9,7 @@
 
 #include "agent/thread/stop_token.h"
 #include "config/install_root.h"
+#include "config/log_settings.h"
 #include "ids/hids_component.h"
 #include "ids/ids_log_names.h"
 #include "logs/event_record.h"

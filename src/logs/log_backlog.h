@@ -15,11 +15,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "config/settings.h"
+#include "config/log_type.h"
 #include "platform/fwd.h"
 #include "util/string.h"
 
 namespace korvane {
+
+class LogSettings;
 
 struct LogBacklog {
   LogType type = HIDS_RT_LOG;

@@ -9,7 +9,7 @@
 // processor that throws AgentError is disabled for good (event 10136), except for code 13, which is
 // skipped.
 //
-//   auto* thread = new LogProcessingThread(forwarding, parts.ids);
+//   auto* thread = new LogProcessingThread(forwarding, parts.ids, parts.settings);
 //   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, std::move(destination)));
 //   thread->start();
 #pragma once
@@ -25,6 +25,8 @@
 #include "logs/log_processor.h"
 
 namespace korvane {
+
+class LogSettings;
 
 class LogProcessingThread : public Thread {
  public:

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "config/log_names.h"
+#include "config/log_settings.h"
 #include "logs/spent_log.h"
 #include "platform/clock.h"
 

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "agent/thread/stop_token.h"
+#include "config/log_settings.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "logs/forwarding_counters.h"

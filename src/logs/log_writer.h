@@ -6,11 +6,12 @@
 #include <memory>
 #include <string>
 
-#include "config/settings.h"
 #include "logs/log_destination.h"
 #include "platform/fwd.h"
 
 namespace korvane {
+
+class MachineFacts;
 
 class LogWriter {
  public:

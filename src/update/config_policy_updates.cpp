@@ -1,7 +1,9 @@
 // Configuration and policy: fetched, applied, reported.
 #include "comm/https_handler.h"
 #include "config/hids_interface.h"
+#include "config/policy_settings.h"
 #include "config/prevention.h"
+#include "config/settings_file.h"
 #include "eventlog/event_log.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"

@@ -1,6 +1,7 @@
 #include "update/content_hand_over.h"
 
 #include "archive/unpacking.h"
+#include "config/settings_file.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"

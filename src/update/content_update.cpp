@@ -4,6 +4,7 @@
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"
 #include "config/policy_settings.h"
+#include "config/settings_file.h"
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"

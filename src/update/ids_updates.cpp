@@ -2,6 +2,8 @@
 #include <memory>
 
 #include "comm/https_handler.h"
+#include "config/policy_settings.h"
+#include "config/settings_file.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
 #include "update/update_result.h"

@@ -1,5 +1,6 @@
 // Where this room asks for the current run, and nowhere else.
 #include "config/agent_config.h"
+#include "config/settings.h"
 #include "discovery/app_data_requests.h"
 #include "platform/platform.h"
 #include "update/update_parts.h"

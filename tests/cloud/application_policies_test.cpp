@@ -12,6 +12,9 @@
 
 #include "archive/zip_writer.h"
 #include "cloud/cloud_errors.h"
+#include "config/agent_config.h"
+#include "config/policy_settings.h"
+#include "config/settings.h"
 #include "rpc/rpc_errors.h"
 #include "tests/policy/policy_world.h"
 #include "tests/support/logged_events.h"

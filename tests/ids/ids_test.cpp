@@ -3,6 +3,7 @@
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/log_settings.h"
 #include "config/properties_file.h"
 #include "config/settings.h"
 #include "ids/hids_component.h"
@@ -107,17 +108,16 @@ TEST_F(IdsTest, AStaleOrMissingAnswerIsAFailureAndAStopEndsTheWait) {
 
 TEST_F(IdsTest, LogNamesAreTakenOneByOne) {
   fake.files.put(kSettings, "ids.service.eventfile.name=../logs/e.csv\n");
-  AgentConfig& config = *AgentConfig::getInstance();
-  LogSettings& logs = settingsOf(config).logs;
+  LogSettings& logs = settingsOf(*AgentConfig::getInstance()).logs;
   EXPECT_TRUE(takeIdsLogFiles(component, logs));
-  EXPECT_EQ(config.getCurrentLogFile(HIDS_LOG), STRING("/opt/agent/IDS/bin/../logs/e.csv"));
+  EXPECT_EQ(logs.getCurrentLogFile(HIDS_LOG), STRING("/opt/agent/IDS/bin/../logs/e.csv"));
   EXPECT_FALSE(takeIdsLogFile(component, logs, HIDS_RT_LOG));
   EXPECT_FALSE(takeIdsLogFile(component, logs, AGENT_LOG));
-  EXPECT_TRUE(config.getCurrentLogFile(HIDS_RT_LOG).empty());
+  EXPECT_TRUE(logs.getCurrentLogFile(HIDS_RT_LOG).empty());
 
   fake.files.put(kSettings, "ids.service.rteventfile.name=/var/rt.csv\n");
   EXPECT_FALSE(takeIdsLogFiles(component, logs)) << "no event file is named any more";
-  EXPECT_EQ(config.getCurrentLogFile(HIDS_RT_LOG), STRING("/var/rt.csv"));
+  EXPECT_EQ(logs.getCurrentLogFile(HIDS_RT_LOG), STRING("/var/rt.csv"));
 }
 
 }  // namespace

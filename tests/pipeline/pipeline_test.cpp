@@ -11,6 +11,7 @@
 #include "agent/thread/stop_token.h"
 #include "config/agent_config.h"
 #include "config/install_root.h"
+#include "config/policy_settings.h"
 #include "config/service_type.h"
 #include "driver/driver_config.h"
 #include "ids/hids_component.h"

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "config/policy_settings.h"
 #include "tests/policy/policy_world.h"
 
 namespace korvane {

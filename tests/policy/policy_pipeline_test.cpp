@@ -4,6 +4,7 @@
 #include <atomic>
 #include <thread>
 
+#include "config/policy_settings.h"
 #include "driver/driver_config.h"
 #include "tests/policy/policy_world.h"
 #include "tests/support/logged_events.h"

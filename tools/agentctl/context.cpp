@@ -5,6 +5,7 @@
 
 #include "agentctl/failure.h"
 #include "agentctl/output.h"
+#include "config/agent_settings.h"
 #include "config/install_root.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
@@ -105,6 +106,17 @@ std::string Context::installDirectory() {
 
 IniFiles Context::iniFiles() {
   return {system().files, system().clock, installDirectory()};
+}
+
+std::unique_ptr<AgentSettings> Context::openSettings() {
+  platform::Platform& platform = system();
+  auto settings = std::make_unique<AgentSettings>(AgentSettings::Surroundings{
+      {platform.files, platform.clock, platform.sharedLibraries, installDirectory(),
+       /*subject=*/nullptr},
+      platform.registry,
+      platform.systemInfo});
+  settings->open();
+  return settings;
 }
 
 std::string Context::installed(std::string_view name) {

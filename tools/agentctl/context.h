@@ -14,6 +14,10 @@
 #include "platform/platform.h"
 #include "rpc/rpc_client.h"
 
+namespace korvane {
+struct AgentSettings;
+}
+
 namespace korvane::agentctl {
 
 struct GlobalOptions {
@@ -37,6 +41,8 @@ class Context {
   std::string installDirectory();
   // agent.ini and its companions in that directory.
   IniFiles iniFiles();
+  // The settings store on them, loaded, which takes the lock file.
+  std::unique_ptr<AgentSettings> openSettings();
   // A file of that directory.
   std::string installed(std::string_view name);
 

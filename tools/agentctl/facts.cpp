@@ -6,11 +6,11 @@
 #include "agent/thread/stop_token.h"
 #include "agentctl/events.h"
 #include "agentctl/settings_view.h"
+#include "config/agent_settings.h"
 #include "config/ini_files.h"
 #include "config/masking.h"
 #include "config/properties_file.h"
 #include "config/service_type.h"
-#include "config/settings.h"
 #include "driver/driver.h"
 #include "logs/log_backlog.h"
 #include "platform/files.h"
@@ -65,8 +65,9 @@ Json filedPolicy(const SettingsView& settings) {
 Json filedLogs(Context& context, const SettingsView& settings) {
   Json logs = Json::array();
   if (!settings.fault().empty()) return logs;
-  for (const LogBacklog& log : logBacklogs(context.system().files, context.system().clock,
-                                           settingsOf(*AgentConfig::getInstance()).logs))
+  const std::unique_ptr<AgentSettings> store = context.openSettings();
+  for (const LogBacklog& log :
+       logBacklogs(context.system().files, context.system().clock, store->logs))
     logs.push_back({{"type", static_cast<int>(log.type)},
                     {"log", log.log.toUtf8()},
                     {"pointerFile", log.pointerFile.toUtf8()},

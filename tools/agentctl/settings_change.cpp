@@ -97,17 +97,13 @@ void SettingsChange::checkMayWrite() const {
 
 void SettingsChange::write() {
   checkMayWrite();
-  platform::Platform& system = _context.system();
-  AgentSettings settings({{system.files, system.clock, system.sharedLibraries,
-                           _context.installDirectory(), /*subject=*/nullptr},
-                          system.registry,
-                          system.systemInfo});
-  settings.open();
-  settings.file.setWhoIsRunning(SettingsFile::RUNNING_CONFIG_TOOL);
-  const SettingsFile::ChangeGroup group(settings.file);
+  const std::unique_ptr<AgentSettings> settings = _context.openSettings();
+  SettingsFile& file = settings->file;
+  file.setWhoIsRunning(SettingsFile::RUNNING_CONFIG_TOOL);
+  const SettingsFile::ChangeGroup group(file);
   // The values have been checked.
-  for (const Value& value : _values) ignoreResult(settings.file.setValue(value.key, value.after));
-  if (!settings.file.updateIniFile())
+  for (const Value& value : _values) ignoreResult(file.setValue(value.key, value.after));
+  if (!file.updateIniFile())
     throw Failure(
         ExitStatus::failed, _files.agentIni() + " could not be written",
         "Check whether the disk is full or another program holds the file, then try again.");

@@ -66,11 +66,10 @@ class AgentForwarder final : public Forwarder {
     auto processor =
         std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, destination(settings, sections.server));
     _processor = processor.get();
-    _thread = std::make_unique<LogProcessingThread>(_forwarding, &*_component,
-                                                    settingsOf(*AgentConfig::getInstance()).logs);
+    _thread = std::make_unique<LogProcessingThread>(_forwarding, &*_component, sections.logs);
     _thread->attach(std::move(processor));
     _processor->setStopToken(_atOnce);
-    _search.emplace(&*_component, settingsOf(*AgentConfig::getInstance()).logs);
+    _search.emplace(&*_component, sections.logs);
     _search->attempt();
   }
 
