@@ -172,10 +172,9 @@ class PosixPipeServer final : public PosixPipe {
       int which = -1;
       const PollResult result = pollForEither(connection(), eventsFor(event), listener,
                                               nextLook(deadline), interruption(), which);
-      if (result == PollResult::interrupted) break;
-      const bool more =
-          result == PollResult::ready ? which == listener : deadline.remainingMs() != 0;
-      if (!more || result == PollResult::failed) break;
+      const bool knocked = result == PollResult::ready && which == listener;
+      if (knocked) admit();
+      if (!knocked && (result != PollResult::timedOut || deadline.remainingMs() == 0)) break;
     }
     return interruption().raised() ? PipeWait::interrupted : PipeWait::ended;
   }
@@ -202,8 +201,8 @@ class PosixPipeServer final : public PosixPipe {
   // taken: then a wait is a pause.
   void admit() { _refused = !_room.admit(_listener.get()); }
 
-  // An ordinary client has had its turn, and an administrator waits. Who serves an administrator
-  // does not look at the listener for it: the others wait in any case.
+  // An ordinary client has had its turn, and an administrator waits. While an administrator is
+  // served, only a wait looks at the listener: the others wait in any case.
   bool mustGiveWay() {
     if (hasConnection() && !_ordinary) return false;
     admit();

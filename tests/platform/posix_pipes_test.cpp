@@ -151,6 +151,21 @@ TEST_F(PosixPipes, AnAccountHasOnePlaceAndAnAdministratorIsNext) {
   server->renew();
 }
 
+TEST_F(PosixPipes, AWaitForASilentAdministratorEndsThoughOthersCome) {
+  serve(PipeAudience::everyone);
+  const Client silent(path, kRoot, 1, 'r');
+  ASSERT_EQ(served(), 'r');
+  {
+    const Client other(path, kRoot, 1, 'q'), stranger(path, kNobody, 40, 'n');
+    EXPECT_EQ(server->wait(PipeEvent::readable, 100), PipeWait::ended);
+    for (const char next : {'q', 'n'}) {
+      EXPECT_EQ(server->renew(), kOk);
+      EXPECT_EQ(served(), next);
+    }
+    server->renew();
+  }
+}
+
 TEST_F(PosixPipes, NobodyElsesServerIsSpokenTo) {
   std::filesystem::permissions(directory.path(), std::filesystem::perms{0777});
   int ready[2];
