@@ -186,7 +186,14 @@ void FileLogSource::moveDurablyTo(const STRING& path, int64_t offset) {
   closeLog();
   _pointer->setCurrentLogName(path);
   _pointer->setPosition(offset);
+  _moveOutstanding = true;
+  settleMove();
+}
+
+void FileLogSource::settleMove() {
+  if (!_moveOutstanding) return;
   _pointer->writePointerDurably();
+  _moveOutstanding = false;
 }
 
 int64_t FileLogSource::size() const {

@@ -57,6 +57,9 @@ class FileLogSource : public LogSource {
   // Makes `path`, from this offset on, the pointer's log and returns when the disk has that; no log
   // is open then.
   void moveDurablyTo(const STRING& path, int64_t offset);
+  // Does that again when it has thrown: before it is through, nothing may be removed that the
+  // pointer on the disk still needs.
+  void settleMove();
   // Where the pointer stands; 0 for a type without one.
   int64_t savedOffset() const { return _pointer ? _pointer->position() : 0; }
 
@@ -90,6 +93,7 @@ class FileLogSource : public LogSource {
   const LogType _type;
   const LogSettings& _settings;
   std::unique_ptr<FileLogPointer> _pointer;
+  bool _moveOutstanding = false;  // a move of the pointer is not on the disk yet
   std::unique_ptr<platform::File> _file;
   std::string _openPath;
   LineReader _reader;

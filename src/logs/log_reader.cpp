@@ -132,12 +132,12 @@ void LogReader::goTo(size_t next) {
   _next.save();
   _source.setEndTimeStamp(STRING());
   const int64_t offset = _next.enter(log);
+  _next.drop(next + 1);
+  forgetLog();
   _source.moveDurablyTo(log, offset);
   // Before another file can take the place of the one that the offset belongs to.
   if (offset > 0) _source.openLog();
-  _next.drop(next + 1);
   _next.save();
-  forgetLog();
 }
 
 void LogReader::forgetLog() {
@@ -198,14 +198,15 @@ LogReader::FinishedLog LogReader::moveOn() {
   if (!NextLogs::same(next, finished.name)) _next.leave(finished.name, finished.place);
   _next.save();
   const int64_t offset = _next.enter(next);
-  _source.setEndTimeStamp(mark);
-  _source.moveDurablyTo(next, offset);
-  if (offset > 0) _source.openLog();
   if (known) _next.drop(1);
-  _next.save();
   forgetLog();
   _awaitingNext = true;
   _nextUnknown = !known;
+  // Throws where the pointer cannot be written; a later pass makes good for that (leftOver).
+  _source.setEndTimeStamp(mark);
+  _source.moveDurablyTo(next, offset);
+  if (offset > 0) _source.openLog();
+  _next.save();
   return finished;
 }
 
@@ -228,6 +229,7 @@ std::optional<LogReader::FinishedLog> LogReader::leftOver() {
   if (_source.isOpen()) return {};
   const STRING mark = _source.getEndTimeStamp();
   if (mark.empty()) return {};
+  _source.settleMove();
   std::vector<STRING> names = _next.names();
   names.push_back(_parts.settings.getCurrentLogFile(_type));
   if (_source.savedOffset() == 0) names.push_back(currentLogName());
