@@ -5,12 +5,12 @@
 
 namespace korvane {
 
-using ServerSettings = AgentConfig;   // identity, URL and servers, TLS, times of the connection
-using PolicySettings = AgentConfig;   // [Driver], reboots, policy state and error, retranslation
-using LogSettings = AgentConfig;      // the logs: files, limits, consolidation
-using UpdateSettings = AgentConfig;   // polling, notifications, software, content, application data
-using MachineFacts = AgentConfig;     // version, host name, address, system; what registration says
-using SettingsFile = AgentConfig;     // load and save, values by name, changes from a server
+using ServerSettings = AgentConfig;  // identity, URL and servers, TLS, times of the connection
+using PolicySettings = AgentConfig;  // [Driver], reboots, policy state and error, retranslation
+using LogSettings = AgentConfig;     // the logs: files, limits, consolidation
+using UpdateSettings = AgentConfig;  // polling, notifications, software, content, application data
+using MachineFacts = AgentConfig;    // version, host name, address, system; what registration says
+using SettingsFile = AgentConfig;    // load and save, values by name, changes from a server
 
 // The sections of one store. Lives no longer than the store.
 struct Settings {
