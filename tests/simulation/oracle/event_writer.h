@@ -56,9 +56,8 @@ class EventWriter {
   void writeEvent(int64_t nowMs, DiskForWriter& disk);
   void finishTorn(int64_t nowMs, DiskForWriter& disk);
   void handOver(int64_t nowMs, DiskForWriter& disk);
-  bool agentIsInTheLog(DiskForWriter& disk) const;
+  bool agentIsInTheLog(const std::string& pointer) const;
   void answerRequests(DiskForWriter& disk);
-  std::string encoded(const std::string& text) const;
 
   Random _random;
   const std::string _root;

@@ -46,7 +46,7 @@ class Invariants final : public ServerWatch {
   void result(int64_t now, const std::string& kind, int code) override;
   void identity(int64_t now, const std::string& guid) override;
   void identityRefused(int64_t now, const std::string& guid) override;
-  void configuration(int64_t now, const Pairs& settings, bool hasBadOnes) override;
+  void configuration(int64_t now, const Pairs& settings, bool ids, bool hasBadOnes) override;
   void policy(int64_t now, const SentPolicy* policy, bool ids) override;
   void package(int64_t now, const std::string& kind, bool good) override;
 
@@ -55,19 +55,23 @@ class Invariants final : public ServerWatch {
   struct Owed {  // a report
     std::string kind;
     int64_t until = 0;
-    int code = 0;  // -1: any but 0; -2: any
+    int code = 0;    // kFailure, kAnything
+    std::string id;  // of the policy, when it must be named
   };
+  static constexpr int kFailure = -1, kAnything = -2;
+
+  void found(const std::string& what) { _findings.add(what); }
+  void foundOnce(bool& told, const std::string& what);
+  void lifeEnded(int64_t now);
+  void followWeather(int64_t now);
   void checkFirstStatus();
-  void checkPolicyReport(const Pairs& pairs);
-  void checkSettings(const std::map<std::string, std::string>& found, const std::string& where);
+  void checkPolicyNames(int64_t now, const Pairs& pairs);
+  void checkSettings(const std::map<std::string, std::string>& values, const std::string& where);
   void checkStateFiles(const DiskView& disk, const std::string& when);
-  void checkHeartbeat(int64_t now);
-  void checkIdentity(int64_t now);
-  void checkOwed(int64_t now);
-  bool good(int64_t now) const;
-  void owe(int64_t now, const std::string& kind, int code);
-  void paid(const std::string& kind, int code);
-  void lifeEnded();
+  void checkTimes(int64_t now);
+  void owe(int64_t now, const std::string& kind, int code, const std::string& id = "");
+  void paid(const std::string& kind, int code, const std::string& id);
+  void lookAtLogs(const DiskView& disk);
 
   Findings& _findings;
   ModelServer& _server;
@@ -79,17 +83,21 @@ class Invariants final : public ServerWatch {
 
   Life _life = Life::none;
   bool _machineGood = true, _diskFault = false, _noStatuses = false;
-  bool _lifeDisturbed = false;  // the machine's weather was bad in this life
-  int64_t _goodSince = 0;       // -1: it is not
-  int64_t _started = 0, _stopAsked = 0, _statusBase = 0;
-  bool _statusSeen = false, _told = false;  // told: this gap was already found
-  int64_t _interval = 0;                    // the longest that may be in force, ms; 0: no polling
+  bool _disturbed = false;  // the machine's weather was bad in this life
+  int64_t _goodSince = 0;   // -1: it is not
+  int64_t _stopAsked = 0;
+  int64_t _statusBase = 0;  // from when on the next status is waited for
+  int64_t _interval = 0;    // the longest that may be in force, ms; 0: none is due
+  bool _statusSeen = false, _gapTold = false, _stopTold = false, _registrationTold = false;
   std::map<std::string, int64_t> _refused;  // identities, and when the agent was told
-  std::optional<int64_t> _mustRegister;
+  int64_t _mustRegister = -1;               // since then
   std::vector<Owed> _owed;
-  // Settings of the server: confirmed by a result, and sent since.
-  std::map<std::string, std::string> _confirmed;
-  std::map<std::string, std::vector<std::string>> _sent;
+  const SentPolicy* _driverHad = nullptr;
+  bool _driverWasBuiltIn = true;
+  int64_t _driverSince = 0;
+  // Settings of the server: in force by the agent's own word, and those that may be since.
+  std::map<std::string, std::string> _confirmed, _latest;
+  std::map<std::string, std::vector<std::string>> _possible;
 };
 
 }  // namespace korvane::simulation

@@ -12,7 +12,6 @@
 
 #include <array>
 #include <map>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -35,7 +34,7 @@ class ServerWatch {
   // These have reached the agent:
   virtual void identity(int64_t now, const std::string& guid) = 0;
   virtual void identityRefused(int64_t now, const std::string& guid) = 0;
-  virtual void configuration(int64_t now, const Pairs& settings, bool hasBadOnes) = 0;
+  virtual void configuration(int64_t now, const Pairs& settings, bool ids, bool hasBadOnes) = 0;
   // `policy` null: an offer that holds no usable policy (no path, no bytes).
   virtual void policy(int64_t now, const SentPolicy* policy, bool ids) = 0;
   virtual void package(int64_t now, const std::string& kind, bool good) = 0;
@@ -57,7 +56,7 @@ class ModelServer {
   // Nothing new is offered any more; what is offered stays.
   void quiet() { _quiet = true; }
   // A kind that a notification may name at present (sum of bits), or 0: nothing is waiting.
-  int waitingKinds() const;
+  int waitingKinds();
 
   // The agent was told something, at its start, after which it may end by itself.
   bool mayEndItself() const { return _fatalTold; }
@@ -71,15 +70,15 @@ class ModelServer {
     std::string bytes;
     bool hasBytes = false;
     const SentPolicy* policy = nullptr;
-    bool good = true;
+    bool good = true;  // of a package: it can be unpacked; of a configuration: all values are valid
   };
   // What reaches the agent with an answer.
   struct Pending {
     std::string word, guid, given;  // given: the identity
     int code = 0;
-    bool understood = false, status = false;
+    bool understood = false, status = false, fatal = false;
     std::vector<int> events;
-    std::vector<Offer> offers;
+    std::vector<size_t> offers;  // kinds: announced by a status, given by an update
   };
   enum class Weather { good, mixed, refused, hanging, codes, unknownAgent, broken };
 
@@ -89,14 +88,19 @@ class ModelServer {
   void checkResult(const Message& message);
   void checkUpdate(const Message& message);
   void checkLog(const Message& message);
+  void changeWeather(int64_t nowMs);
   WireAnswer answer(const Message& message, Pending& pending, int64_t nowMs);
-  WireAnswer goodAnswer(const Message& message, Pending& pending, int64_t nowMs);
-  std::string updateAnswer(const Pairs& asked, Pending& pending);
+  WireAnswer goodAnswer(const Message& message, Pending& pending);
+  std::string registration(const Message& message, Pending& pending);
+  std::string statusAnswer(Pending& pending, bool wide);
+  std::string updateAnswer(const Pairs& asked, Pending& pending, bool wide);
   WireAnswer withCode(int code, Pending& pending);
-  WireAnswer badAnswer(const Message& message, Pending& pending, int64_t nowMs);
+  WireAnswer badAnswer(const Message& message, Pending& pending);
+  WireAnswer brokenAnswer(const Message& message, Pending& pending);
   std::string spoiled(const std::string& body);
-  void makeOffers();
-  Offer makeOffer(int kind);
+  Offer makeOffer(size_t kind);
+  Offer makeConfiguration(bool ids);
+  void told(const Offer& offer, int64_t nowMs);
 
   Random _random;
   Findings& _findings;
@@ -115,8 +119,9 @@ class ModelServer {
   uint64_t _lastId = 0;
   int _identities = 0, _configurations = 0;
   bool _pollingOff = false;  // as the last configuration says
-  bool _accepted = false;    // a status or an update, in this life
-  bool _served = false;      // anything but registrations, in this life
+  // In this life: 1 for a status, which may have reported an outcome, 2 for an update.
+  int _accepted = 0;
+  bool _served = false;  // anything but registrations, in this life
   bool _fatalTold = false;
   std::string _base;  // the path before the words
   std::map<std::string, int> _counts;
