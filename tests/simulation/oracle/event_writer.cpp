@@ -78,13 +78,12 @@ void EventWriter::beginLog(DiskForWriter& disk) {
 }
 
 void EventWriter::nameLog(DiskForWriter& disk) {
-  const std::string file = _path.substr(_path.rfind('/') + 1);
-  _settings[kRtName] = _random.chance(50) ? "../logs/" + file : _path;
+  _settings[kRtName] = _path;
   disk.replace(_root + "/IDS/ids.properties", "# settings\n" + textOf(_settings));
 }
 
 void EventWriter::install(DiskForWriter& disk) {
-  _settings["ids.service.eventfile.name"] = "../logs/other.csv";
+  _settings["ids.service.eventfile.name"] = _root + "/IDS/logs/other.csv";
   beginLog(disk);
   nameLog(disk);
 }
