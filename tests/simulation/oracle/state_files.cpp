@@ -144,19 +144,4 @@ std::string itemsFault(const std::string& bytes) {
   });
 }
 
-// The last line counts only when it is complete.
-std::string historyFault(const std::string& bytes) {
-  const std::vector<std::string> lines = linesOf(bytes.substr(0, bytes.rfind('\n') + 1));
-  for (const std::string& line : lines) {
-    size_t fields = 1;
-    bool quoted = false;
-    for (const char letter : line) {
-      if (letter == '"') quoted = !quoted;
-      if (letter == ',' && !quoted) ++fields;
-    }
-    if (quoted || fields != 9) return "the line " + line;
-  }
-  return "";
-}
-
 }  // namespace korvane::simulation

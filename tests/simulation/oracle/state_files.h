@@ -27,7 +27,6 @@ std::string pointerFault(const std::string& bytes);
 std::string nextLogsFault(const std::string& bytes);
 std::string journalFault(const std::string& bytes);
 std::string itemsFault(const std::string& bytes);
-std::string historyFault(const std::string& bytes);
 
 // The log and the offset that a pointer file names.
 struct ReadPosition {
