@@ -6,11 +6,18 @@ namespace korvane::simulation {
 
 namespace {
 
+constexpr size_t kFields = 49;
+
 // 0 for anything but a decimal number that the account could hold.
 int numberOf(const std::string& text) {
   if (text.empty() || text.size() > 9) return 0;
   if (text.find_first_not_of("0123456789") != std::string::npos) return 0;
   return std::stoi(text);
+}
+
+// One that is not there is empty.
+std::string field(const Event& event, size_t index) {
+  return index < event.fields.size() ? event.fields[index] : "";
 }
 
 bool folds(const std::string& type) {
@@ -49,15 +56,13 @@ bool EventAccount::asWritten(const Part& record, int first, int last) {
   for (int number = first + 1; number <= last; ++number) {
     const Event& next = event(number);
     if (next.log != begin.log || !folds(begin.fields[0])) return false;
-    for (size_t i = 0; i < std::max(begin.fields.size(), next.fields.size()); ++i)
-      if (i != 1 && i != 2 && begin.fields.at(i) != next.fields.at(i)) return false;
+    for (size_t i = 0; i < kFields; ++i)
+      if (i != 1 && i != 2 && field(begin, i) != field(next, i)) return false;
   }
   const std::string lastTime = valueOf(record.pairs, "a6");
   if (first != last && lastTime != event(last).fields[2].substr(0, 22)) return false;
-  for (size_t i = 0; i < 49; ++i) {
-    const std::string text = i == 1                    ? std::to_string(last)
-                             : i < begin.fields.size() ? begin.fields[i]
-                                                       : std::string();
+  for (size_t i = 0; i < kFields; ++i) {
+    const std::string& text = i == 1 ? std::to_string(last) : field(begin, i);
     if (valueOf(record.pairs, "v" + std::to_string(i + 1)) != text) return false;
   }
   return true;

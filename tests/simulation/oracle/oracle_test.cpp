@@ -155,6 +155,11 @@ TEST(Events, EachWayToLoseRepeatOrChangeOneIsFound) {
        ""},
       {[&](A& x) { x.sent({one}), whole(x); }, ""},  // the first answer did not arrive
       {[&](A& x) { whole(x), x.forgotLastBatches(), whole(x); }, ""},
+      {[&](A& x) {
+         x.becameWhole(x.add(0, {"TNET", "", "t4", "y", ""}));  // no field is an empty field
+         send(x, {one, two, record(4, 2, c, "t4")});
+       },
+       ""},
       {[&](A& x) { send(x, {two}); }, "event 1 was passed over"},
       {[&](A& x) { send(x, {one}), x.look({}); }, "log was removed with event 2"},
       {[&](A& x) { whole(x), send(x, {three}); }, "event 3 is sent again"},
