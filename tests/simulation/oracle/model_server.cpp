@@ -375,7 +375,9 @@ WireAnswer ModelServer::brokenAnswer(const Message& message, Pending& pending) {
 }
 
 std::string ModelServer::spoiled(const std::string& body) {
-  std::string text = body == kEndMark ? textSection({{"some", "thing"}}) + kEndMark : body;
+  std::string text = body.find("Data-Format=") == std::string::npos
+                         ? textSection({{"some", "thing"}}) + kEndMark
+                         : body;
   const size_t length = text.find("Data-Length=") + 12, end = text.find('\n', length);
   switch (_random.below(12)) {
     case 0:
