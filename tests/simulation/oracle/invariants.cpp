@@ -328,6 +328,11 @@ void Invariants::checkStateFiles(const DiskView& disk, const std::string& when) 
   if (!disk.read(folder + "agent.ini") && fallback) found("files: agent.ini is gone " + when);
   const auto values = settingsOf(disk, _root);
   checkSettings(values, when);
+  const std::string filter = disk.parameter("Filter File");
+  const auto translated = filter.empty() ? std::nullopt : disk.read(filter);
+  if (!filter.empty() && !disk.read(folder + "driver/policy.journal") &&
+      (!translated || !_policies.byTranslation(*translated)))
+    found("files: " + filter + " " + when + ": no whole policy, and no journal");
   const auto plus = values.find("plus.policy.file");
   if (plus == values.end() || plus->second.empty()) return;
   const auto source = disk.read(plus->second);

@@ -76,13 +76,8 @@ bool DriverModel::load(std::string_view bytes) {
 }
 
 void DriverModel::booted(std::string_view filterFileBytes, bool useBuiltIn) {
-  const SentPolicy* const before = loaded();
-  if (filterFileBytes.empty())
-    _policy = nullptr;
-  else
-    load(filterFileBytes);
-  if (before && _policy != before && !_deceived)
-    _findings.add("driver: the Filter File is not the policy that it had, " + before->id);
+  const SentPolicy* const policy = _policies.byTranslation(filterFileBytes);
+  _policy = policy && !policy->ids && policy->kind == PolicyKind::good ? policy : nullptr;
   _builtIn = useBuiltIn;
 }
 

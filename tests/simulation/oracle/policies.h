@@ -56,7 +56,8 @@ class DriverModel {
   // then is its text, and it keeps what it has.
   bool load(std::string_view bytes);
   void useBuiltIn() { _builtIn = true; }
-  // A start of the machine: the driver reads its parameters itself.
+  // A start of the machine: the driver reads its parameters itself. In the middle of a change that
+  // is the policy before, or none.
   void booted(std::string_view filterFileBytes, bool useBuiltIn);
   // The agent was not told the truth about a request: failed though done, or the other way round.
   // Until the next load or query that was answered truly, its reports need not be right.
