@@ -279,8 +279,8 @@ void Invariants::checkPolicyNames(int64_t now, const Pairs& pairs) {
       found("policy: builtin is reported, the driver has " + _driver.policy()->id);
     return;
   }
-  // A driver that could not be asked may have been on its built-in policy, whose path nobody stored.
-  if (_disturbed && path.empty() && id == "builtin-id") return;
+  // The built-in policy of a driver that could not be asked, or lied, goes with the stored path.
+  if (_disturbed && id == "builtin-id") return;
   const SentPolicy* const policy = _policies.byId(id);
   if (!policy || policy->ids || policy->path != path ||
       name != policy->name + " " + policy->version)

@@ -32,7 +32,10 @@ class Invariants final : public ServerWatch {
   void afterKill(const DiskView& survived);
   // The machine's own weather. `diskFault`: a write of the agent failed or was lost.
   void machineWeather(int64_t now, bool good);
-  void diskFault() { _diskFault = true; }
+  void diskFault() {
+    _diskFault = true;
+    _account.forgotAll();  // a pointer that cannot be opened counts as none
+  }
   void notified(int64_t now);  // a valid notification: the countdown to the next status restarts
   // The component has left a result without code or message: no status until the next start.
   void updateThreadEnded() { _noStatuses = true; }

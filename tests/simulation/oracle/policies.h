@@ -21,7 +21,7 @@ struct SentPolicy {
   bool ids = false;  // for the detection component
   std::string name, version, id, path;
   std::string source;      // the package as it is sent
-  std::string translated;  // what a driver gets of it; empty when the translator refuses
+  std::string translated;  // what a driver gets of it, unless the translator refuses
 };
 
 // Every policy that the server has made up, by number.

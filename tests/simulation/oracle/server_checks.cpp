@@ -157,7 +157,8 @@ void ModelServer::checkUpdate(const Message& message) {
     if (at < pairs.size() && pairs[at] == std::pair<std::string, std::string>(kind, "true")) ++at;
   if (!at) wire("update: no kind");
   if (at < pairs.size() && _accepted > 1) wire("update: attributes again");
-  if (at == pairs.size() && !_accepted) wire("update: no attributes after a start");
+  if (at == pairs.size() && !_accepted && pairs[0].first != "update.software")
+    wire("update: no attributes after a start");
   for (; at < pairs.size(); ++at)
     if (!has(kAttributes, pairs[at].first)) wire("update: the name " + pairs[at].first);
 }
