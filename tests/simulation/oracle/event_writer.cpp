@@ -141,7 +141,8 @@ bool EventWriter::agentIsInTheLog(const std::string& pointer) const {
 // must have been read before another takes its place there.
 void EventWriter::handOver(int64_t nowMs, DiskForWriter& disk) {
   const auto pointer = disk.read(_root + "/IPS/hidslog1rtfilepointer");
-  if (!pointer) return;  // what was handed over before the agent's first start is not found
+  // What was handed over before the agent could note where it reads is not found.
+  if (!pointer || readPointer(*pointer).log.empty()) return;
   const bool read = agentIsInTheLog(*pointer);
   if (_mustBeSeen && !read) return;
   _mustBeSeen = false;
