@@ -75,6 +75,11 @@ void Invariants::lifeEnded(int64_t now) {
   followWeather(now);
   _life = Life::none;
   _owed.clear();
+  dropLatest();
+}
+
+// A configuration that was not confirmed may be in force all the same.
+void Invariants::dropLatest() {
   for (const auto& [name, value] : _latest) _possible[name].push_back(value);
   _latest.clear();
 }
@@ -217,14 +222,13 @@ void Invariants::identityRefused(int64_t now, const std::string& guid) {
 
 void Invariants::configuration(int64_t now, const Pairs& settings, bool ids, bool hasBadOnes) {
   if (ids) return owe(now, "config.ids", kAnything);  // the component's answer
+  dropLatest();
   int code = hasBadOnes ? 1004 : kAnything;
   bool onlySettings = true;
   for (const auto& [name, value] : settings) {
     if (name.starts_with("ids.") || name.starts_with("use.builtin")) onlySettings = false;
     if (!isSetting(name)) continue;
     if (code == kAnything) code = 0;
-    if (const auto latest = _latest.find(name); latest != _latest.end())
-      _possible[name].push_back(latest->second);
     _latest[name] = value;
     if (name == "polling.interval" && _interval)
       _interval = std::max<int64_t>(_interval, 1000 * std::atoll(value.c_str()) + 1000);

@@ -66,6 +66,7 @@ class Invariants final : public ServerWatch {
   void found(const std::string& what) { _findings.add(what); }
   void foundOnce(bool& told, const std::string& what);
   void lifeEnded(int64_t now);
+  void dropLatest();
   void followWeather(int64_t now);
   void checkFirstStatus();
   void checkPolicyNames(int64_t now, const Pairs& pairs);
