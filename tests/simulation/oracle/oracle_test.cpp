@@ -1,7 +1,6 @@
 // The oracle's own checks: faults fed in by hand must be found, and what is right must not be.
 #include <gtest/gtest.h>
 
-#include "tests/simulation/oracle/event_writer.h"
 #include "tests/simulation/oracle/invariants.h"
 #include "tests/support/protocol_page.h"
 
@@ -13,7 +12,7 @@ const std::string kHeaders =
     "Korvane-Format-Version: 1.0\nContent-Type: application/x-korvane\nKorvane-Charset:\n";
 
 // An episode without an agent: its part is played by the test.
-struct Stage : DiskForWriter {
+struct Stage {
   int64_t now = 0;
   Findings findings{1, [this] { return now; }};
   Policies policies;
@@ -33,10 +32,7 @@ struct Stage : DiskForWriter {
             },
             [](const std::string&) { return std::string(); }};
   }
-  void append(const std::string& path, const std::string& bytes) override { disk[path] += bytes; }
-  void replace(const std::string& path, const std::string& bytes) override { disk[path] = bytes; }
-  void remove(const std::string& path) override { disk.erase(path); }
-  std::optional<std::string> read(const std::string& path) override {
+  std::optional<std::string> read(const std::string& path) {
     const auto found = disk.find(path);
     return found == disk.end() ? std::nullopt : std::optional(found->second);
   }
@@ -179,19 +175,6 @@ TEST(Events, EachWayToLoseRepeatOrChangeOneIsFound) {
   }
 }
 
-TEST(Driver, WhatIsNoWholePolicyIsFound) {
-  Stage stage;
-  const SentPolicy& good = stage.policies.make(PolicyKind::good, false);
-  EXPECT_TRUE(stage.driver.load(translate(good.source, false).first));
-  EXPECT_NE(translate(good.source.substr(0, 40), false).exitCode, 0u);
-  const SentPolicy& refused = stage.policies.make(PolicyKind::driverRefuses, false);
-  EXPECT_FALSE(stage.driver.load(translate(refused.source, false).first));
-  EXPECT_EQ(stage.driver.policy(), &good);
-  EXPECT_EQ(stage.found(), "");
-  stage.driver.load(good.translated.substr(0, 30));
-  EXPECT_NE(stage.found().find("no whole policy"), std::string::npos);
-}
-
 TEST(StateFiles, AByteThatIsWrongIsFound) {
   const std::string ini = "[Polling]\npolling.interval=60\n";
   const std::string journal =
@@ -272,57 +255,6 @@ TEST(Invariants, WhatIsRightIsLetThroughAndEachBreachFound) {
         << finding << "\n"
         << stage.found();
   }
-}
-
-// Good answers are read by the reader of requests, which knows their sections too.
-TEST(Server, AnEpisodeIsTheSameForASeedAndHasEveryKindOfAnswer) {
-  const auto episode = [](uint64_t seed, std::map<std::string, int>& counts) {
-    Stage stage;
-    ModelServer server(seed, stage.findings, stage.policies, stage.account);
-    std::string all;
-    for (int64_t now = 0; now < 86400000; now += 60000) {
-      const WireAnswer answer =
-          server.exchange({"s", "/k/register", kHeaders,
-                           textSection({{"agent.name", "a"}}) + textSection({}) + kEndMark},
-                          now);
-      if (now % 7) server.arrived(answer.id, now);
-      all += answer.headers + answer.body + std::to_string(answer.delayMs);
-    }
-    for (const auto& [name, count] : server.counts()) counts[name] += count;
-    EXPECT_EQ(stage.found(), "");
-    return all;
-  };
-  std::map<std::string, int> counts;
-  EXPECT_TRUE(episode(3, counts) == episode(3, counts));
-  for (uint64_t seed = 4; seed < 24; ++seed) episode(seed, counts);
-  for (const char* const name :
-       {"answered", "refused", "hung", "cut off", "lost", "good register", "code 300", "code 301",
-        "code 400", "code 600", "code 700", "no identity", "broken answers"})
-    EXPECT_GT(counts[name], 0) << name;
-}
-
-// The component on a disk of its own: what it says that it wrote is what stands there.
-TEST(Writer, EveryWholeEventStandsInItsLog) {
-  Stage stage;
-  EventWriter writer(5, kRoot, stage.account, {.mostEvents = 300, .mostPauseMs = 20000});
-  writer.install(stage);
-  std::string pointer(4365, '\0');
-  for (; stage.now < 8000000; stage.now += 1000) {
-    const std::string& current = stage.account.logs().back().path;
-    for (size_t i = 0; i < current.size(); ++i) pointer[1 + 2 * i] = current[i];
-    stage.disk[std::string(kRoot) + "/IPS/hidslog1rtfilepointer"] = pointer;
-    if (stage.now == 7990000) writer.quiet();
-    writer.step(stage.now, stage);
-  }
-  EXPECT_GE(stage.account.count(), 300);
-  EXPECT_EQ(stage.account.unsettled(), stage.account.count());
-  EXPECT_GT(stage.account.logs().size(), 5u);
-  for (const EventLog& log : stage.account.logs())
-    for (const int number : log.events) {
-      std::string text = stage.disk[log.path];
-      std::erase(text, '\0');
-      EXPECT_NE(text.find("," + std::to_string(number) + ",2026-"), std::string::npos) << number;
-    }
 }
 
 }  // namespace
