@@ -32,7 +32,7 @@ std::string timeText(int64_t nowMs) {
          padded(nowMs % 1000, 3);
 }
 
-std::map<std::string, std::string> linesOf(const std::string& text) {
+std::map<std::string, std::string> valuesOf(const std::string& text) {
   std::map<std::string, std::string> values;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);)
@@ -163,7 +163,7 @@ void EventWriter::answerRequests(DiskForWriter& disk) {
   for (const std::string kind : {"policy", "config"}) {
     const auto request = disk.read(_root + "/IDS/" + kind + ".request");
     if (!request) continue;
-    auto asked = linesOf(*request);
+    auto asked = valuesOf(*request);
     const std::string id = asked["request.id"];
     if (id.empty() || _answered[kind] == id) continue;
     _answered[kind] = id;

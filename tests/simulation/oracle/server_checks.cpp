@@ -8,11 +8,12 @@ namespace korvane::simulation {
 
 namespace {
 
-const std::array<const char*, 5> kUpdates = {"update.configuration", "update.policy",
-                                             "update.software", "update.policy.ids",
-                                             "update.configuration.ids"};
-const std::array<const char*, 4> kContent = {"update.qel", "update.ferrolyn.revocation",
-                                             "update.ferrolyn.settings", "update.ferrolyn.vexvt"};
+const std::array<const char*, 5> kUpdateNames = {"update.configuration", "update.policy",
+                                                 "update.software", "update.policy.ids",
+                                                 "update.configuration.ids"};
+const std::array<const char*, 4> kContentNames = {"update.qel", "update.ferrolyn.revocation",
+                                                  "update.ferrolyn.settings",
+                                                  "update.ferrolyn.vexvt"};
 const std::array<const char*, 10> kStatus = {
     "result.type",       "result.errorcode", "result.errormessage", "rid.applied",
     "rid.group",         "policy.name",      "policy.path",         "agent.timezone",
@@ -149,11 +150,11 @@ void ModelServer::checkUpdate(const Message& message) {
     return wire("update: not one list of properties");
   const Pairs& pairs = message.parts[0].pairs;
   size_t at = 0;
-  for (const char* const kind : kContent)
+  for (const char* const kind : kContentNames)
     if (at < pairs.size() && pairs[at] == std::pair<std::string, std::string>(kind, "true")) ++at;
   if (at == 4 && pairs.size() == 4) return;
   if (at) return wire("update: " + std::to_string(at) + " kinds of content");
-  for (const char* const kind : kUpdates)
+  for (const char* const kind : kUpdateNames)
     if (at < pairs.size() && pairs[at] == std::pair<std::string, std::string>(kind, "true")) ++at;
   if (!at) wire("update: no kind");
   if (at < pairs.size() && _accepted > 1) wire("update: attributes again");
