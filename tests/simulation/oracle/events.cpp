@@ -124,11 +124,19 @@ void EventAccount::forgotLastBatches() {
     for (const int number : batch) event(number).again = true;
 }
 
+void EventAccount::mayComeAgain(bool removed) {
+  for (const EventLog& log : _logs)
+    if (log.gone == removed)
+      for (const int number : log.events) event(number).again = true;
+}
+
 void EventAccount::forgotAll() {
   forgotLastBatches();
-  for (const EventLog& log : _logs)
-    if (!log.gone)
-      for (const int number : log.events) event(number).again = true;
+  mayComeAgain(false);
+}
+
+void EventAccount::forgotRemoved() {
+  mayComeAgain(true);
 }
 
 void EventAccount::look(const std::set<std::string>& existing) {

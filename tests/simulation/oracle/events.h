@@ -48,9 +48,10 @@ class EventAccount {
   // The answer that disposes of them has reached the agent.
   void settle(const std::vector<int>& numbers);
   // The agent may have forgotten how far it was: by its last batches, or in every log that is
-  // still there.
+  // still there, or in those too whose removal a power cut has undone.
   void forgotLastBatches();
   void forgotAll();
+  void forgotRemoved();
 
   // Logs that the agent removed: everything in them must be settled.
   void look(const std::set<std::string>& existing);
@@ -60,6 +61,7 @@ class EventAccount {
   void excuse(int number);
 
  private:
+  void mayComeAgain(bool removed);
   bool asWritten(const Part& record, int first, int last);
 
   Findings& _findings;

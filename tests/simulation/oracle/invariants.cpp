@@ -99,6 +99,8 @@ void Invariants::stopped(int64_t now, size_t threadsLeft, size_t handlesLeft) {
 
 void Invariants::killed(int64_t now, bool powerCut) {
   lifeEnded(now);
+  // What says that a log was finished may be missing too when the disk was bad.
+  if (powerCut && _diskFault) _account.forgotRemoved();
   if (powerCut || _diskFault)
     _account.forgotAll();
   else
