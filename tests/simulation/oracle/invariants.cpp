@@ -59,9 +59,10 @@ void Invariants::started(int64_t now) {
   _statusSeen = _gapTold = _stopTold = _registrationTold = _noStatuses = false;
   _disturbed = !_machineGood;
   _statusBase = now;
-  _interval = intervalOf(settingsOf(_disk, _root));
-  // An agent without polling sends one status all the same.
-  if (!_interval) _interval = 300000;
+  _toldInterval = 0;
+  _toldPolling.reset();
+  _interval = pollingInterval();
+  if (!_interval) _interval = 300000;  // an agent without polling sends one status all the same
   _refused.clear();
   _mustRegister = -1;
 }
@@ -164,6 +165,13 @@ void Invariants::checkTimes(int64_t now) {
     }
 }
 
+int64_t Invariants::pollingInterval() const {
+  const int64_t stored = intervalOf(settingsOf(_disk, _root));
+  if (!_toldPolling.value_or(stored != 0)) return 0;
+  // What is stored may be off still, or older than what is in force.
+  return std::max<int64_t>(stored ? stored : 300000, _toldInterval);
+}
+
 bool Invariants::settled(int64_t now) {
   followWeather(now);
   return _life == Life::running && _goodSince >= 0 && _statusSeen && _owed.empty() &&
@@ -197,7 +205,7 @@ void Invariants::status(int64_t now, const Pairs& pairs, bool whole) {
   _statusSeen = true;
   _gapTold = false;
   _statusBase = now;
-  _interval = intervalOf(settingsOf(_disk, _root));
+  _interval = pollingInterval();
 }
 
 void Invariants::result(int64_t, const std::string& kind, int code) {
@@ -232,11 +240,12 @@ void Invariants::configuration(int64_t now, const Pairs& settings, bool ids, boo
     if (!isSetting(name)) continue;
     if (code == kAnything) code = 0;
     _latest[name] = value;
-    if (name == "polling.interval" && _interval)
-      _interval = std::max<int64_t>(_interval, 1000 * std::atoll(value.c_str()) + 1000);
-    if (name == "polling.enabled") _interval = value == "false" ? 0 : 300000;
+    if (name == "polling.interval") _toldInterval = 1000 * std::atoll(value.c_str());
+    if (name == "polling.enabled") _toldPolling = value == "true";
     if (name == "polling.enabled") _statusBase = std::max(_statusBase, now);
   }
+  const int64_t interval = pollingInterval();
+  _interval = interval ? std::max(_interval, interval) : 0;
   owe(now, "config", onlySettings ? code : kAnything);
 }
 

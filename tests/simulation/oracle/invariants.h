@@ -68,6 +68,7 @@ class Invariants final : public ServerWatch {
   void lifeEnded(int64_t now);
   void dropLatest();
   void followWeather(int64_t now);
+  int64_t pollingInterval() const;
   void checkFirstStatus();
   void checkPolicyNames(int64_t now, const Pairs& pairs);
   void checkSettings(const std::map<std::string, std::string>& values, const std::string& where);
@@ -92,6 +93,9 @@ class Invariants final : public ServerWatch {
   int64_t _stopAsked = 0;
   int64_t _statusBase = 0;  // from when on the next status is waited for
   int64_t _interval = 0;    // the longest that may be in force, ms; 0: none is due
+  // What configurations of this life have set, whether it could be stored or not.
+  int64_t _toldInterval = 0;
+  std::optional<bool> _toldPolling;
   bool _statusSeen = false, _gapTold = false, _stopTold = false, _registrationTold = false;
   std::map<std::string, int64_t> _refused;  // identities, and when the agent was told
   int64_t _mustRegister = -1;               // since then
