@@ -297,7 +297,8 @@ void Invariants::checkPolicyNames(int64_t now, const Pairs& pairs) {
   // The built-in policy of a driver that could not be asked, or lied, goes with the stored path.
   if (_disturbed && id == "builtin-id") return;
   const SentPolicy* const policy = _policies.byId(id);
-  if (!policy || policy->ids || policy->path != path ||
+  // A change that could not be rolled back leaves the path before beside the new name.
+  if (!policy || policy->ids || (policy->path != path && !_disturbed) ||
       name != policy->name + " " + policy->version)
     return found("policy: the report names no policy of the server: " + said);
   if (_disturbed || _driver.isDeceived()) return;
