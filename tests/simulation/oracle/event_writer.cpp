@@ -136,9 +136,9 @@ bool EventWriter::agentIsInTheLog(const std::string& pointer) const {
   return log.substr(log.rfind('/') + 1) == _path.substr(_path.rfind('/') + 1);
 }
 
-// The next log is made and named first, then the old one ends: with a mark that names the next, with
-// one that names none, or with none at all. In the last two cases the settings alone name it, so it
-// must have been read before another takes its place there.
+// The next log is made and named first, then the old one ends: with a mark that names the next,
+// with one that names none, or with none at all. In the last two cases the settings alone name it,
+// so it must have been read before another takes its place there.
 void EventWriter::handOver(int64_t nowMs, DiskForWriter& disk) {
   const auto pointer = disk.read(_root + "/IPS/hidslog1rtfilepointer");
   // What was handed over before the agent could note where it reads is not found.
