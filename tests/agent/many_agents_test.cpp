@@ -50,7 +50,8 @@ class Agent {
     server->always("register", Answer::properties("agent.id=" + name() + "\n"));
     fake->files.put(root() + kIni, "[Agent]\nagent.http.url=https://" + name() +
                                        ".test/k/\npolling.interval=5\n"
-                                       "[AgentLog]\nagentlog.log.trace.messages=true\n");
+                                       "[AgentLog]\nagentlog.log.trace.messages=" +
+                                       (number < kMostOfEachType ? "true\n" : "false\n"));
     fake->files.put(root() + "/IDS/ids.properties",
                     "ids.service.rteventfile.name=" + root() + "/IDS/rt.csv\n");
     std::string events;
@@ -87,7 +88,8 @@ class Agent {
     SCOPED_TRACE(name());
     EXPECT_TRUE(_ended);
     const std::string text = log();
-    for (const char* once : {",10106,", ",10110,"}) EXPECT_EQ(occurrences(text, once), 1u) << once;
+    for (const char* once : {",10106,KorvaneAgent,", ",10110,KorvaneAgent,"})
+      EXPECT_EQ(occurrences(text, once), 1u) << once;
     EXPECT_EQ(occurrences(text, "all threads cleaned up -1"), 0u);
     for (const std::string& path : fake->files.paths())
       EXPECT_TRUE(path.starts_with(root() + "/")) << path;

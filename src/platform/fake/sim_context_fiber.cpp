@@ -70,7 +70,8 @@ class ThreadOwned {
   }
   void restore() const {
     std::copy(_variables.begin(), _variables.end(), _locals.block);
-    std::memcpy(static_cast<void*>(abi::__cxa_get_globals()), _exceptions.data(), sizeof _exceptions);
+    std::memcpy(static_cast<void*>(abi::__cxa_get_globals()), _exceptions.data(),
+                sizeof _exceptions);
     errno = _errno;
   }
 
