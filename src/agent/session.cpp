@@ -105,14 +105,7 @@ class AgentPlace::Published {
 class AgentPlace::Stop {
  public:
   explicit Stop(AgentPlace& place) : _place(place) {
-    const ProcessLock hold(place._lock);
-    _session = place._session;
-    if (!_session && place._composing) stopComposing(place);
-    if (!_session || _session->stops++ > 0) return;
-    try {
-      _session->stopEnded.reset();
-    } catch (const ThreadException&) {
-    }
+    if (const std::shared_ptr<AgentRun> composing = enter()) stopComposing(composing);
   }
   ~Stop() {
     if (!_session) return;
@@ -129,10 +122,26 @@ class AgentPlace::Stop {
   Session* session() const { return _session; }
 
  private:
-  // Ends the waits of a start, of the first load for the lock file above all.
-  static void stopComposing(AgentPlace& place) REQUIRES(place._lock) {
-    place._stopWhileComposing = true;
-    const AgentRunScope inRun(place._composing);
+  // Gives the run of a start that has no session yet.
+  std::shared_ptr<AgentRun> enter() {
+    const ProcessLock hold(_place._lock);
+    _session = _place._session;
+    if (!_session) {
+      _place._stopWhileComposing = true;
+      return _place._composing;
+    }
+    if (_session->stops++ > 0) return nullptr;
+    try {
+      _session->stopEnded.reset();
+    } catch (const ThreadException&) {
+    }
+    return nullptr;
+  }
+
+  // Ends the waits of a start, of the first load for the lock file above all. What is told of it
+  // takes locks of its own, so none of the process's is held.
+  static void stopComposing(const std::shared_ptr<AgentRun>& run) {
+    const AgentRunScope inRun(run);
     try {
       shutdownToken().request();
     } catch (const ThreadException&) {

@@ -4,7 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
+#include <exception>
 #include <set>
+#include <utility>
 
 #include "platform/fake/fake_platform.h"
 
@@ -80,6 +83,40 @@ TEST(SimThreading, aMissingLockIsFoundBySomeSeed) {
   }
   EXPECT_GT(lostUpdates, 0);
   EXPECT_LT(lostUpdates, 50);
+}
+
+thread_local int number = 7;
+
+// Its variables, its errno and the exception that it is at work on, through waits in between.
+TEST(SimThreading, whatBelongsToAThreadFollowsIt) {
+  SimThreading sim(5);
+  const auto mutex = sim.createMutex();
+  const auto work = [&](int own) {
+    EXPECT_EQ(std::exchange(number, own), 7);
+    for (int i = 0; i < 20; ++i) {
+      errno = own;
+      try {
+        throw own;
+      } catch (int) {
+        mutex->lock();
+        mutex->unlock();
+        EXPECT_EQ(errno, own);
+        EXPECT_THROW(std::rethrow_exception(std::current_exception()), int);
+        try {
+          throw;
+        } catch (int thrown) {
+          EXPECT_EQ(thrown, own);
+        }
+      }
+      EXPECT_EQ(std::uncaught_exceptions(), 0);
+      EXPECT_EQ(number, own);
+    }
+  };
+  std::vector<std::unique_ptr<NativeThread>> threads;
+  for (int own = 1; own <= 3; ++own)
+    threads.push_back(sim.createThread(0, [&work, own] { work(own); }));
+  for (auto& thread : threads) thread->join(kInfinite);
+  EXPECT_EQ(number, 7);
 }
 
 TEST(SimThreading, aDeadlockIsReportedAndItsWaitsFail) {

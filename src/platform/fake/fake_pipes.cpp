@@ -30,6 +30,7 @@ struct FakePipeNames {
 
   Threading& threading;
   std::atomic<bool> clientsAreAdministrators{true};
+  std::atomic<bool> wakes{false};
   FakeMutex mutex;
   std::map<std::string, std::weak_ptr<FakePipeEnd>> servers GUARDED_BY(mutex);
 };
@@ -94,6 +95,7 @@ class FakePipe final : public Pipe {
   }
 
   bool peerIsAdministrator() override { return _names->clientsAreAdministrators; }
+  bool wakes() const override { return _names->wakes; }
 
   uint32_t renew() override {
     FakeLock lock(_names->mutex);
@@ -167,6 +169,10 @@ uint32_t FakePipes::open(const std::string& name, std::unique_ptr<Pipe>& out) {
 
 void FakePipes::setClientsAreAdministrators(bool are) {
   _names->clientsAreAdministrators = are;
+}
+
+void FakePipes::setWakes(bool wakes) {
+  _names->wakes = wakes;
 }
 
 }  // namespace korvane::platform

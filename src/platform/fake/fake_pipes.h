@@ -27,6 +27,9 @@ class FakePipes final : public Pipes {
 
   // What a server hears about the rights of its clients; true from the start.
   void setClientsAreAdministrators(bool are);
+  // Whether pipes say that their waits end as soon as something has happened, as Linux's do, or
+  // leave their users to look again and again, as Windows's do; false from the start.
+  void setWakes(bool wakes);
 
  private:
   const std::shared_ptr<FakePipeNames> _names;

@@ -269,6 +269,15 @@ void MemoryFiles::put(const std::string& path, std::string_view bytes) {
   _disk->add(normal(path), false)->bytes = bytes;
 }
 
+void MemoryFiles::identify(const std::string& path, uint64_t identity, int64_t modifiedNs) {
+  FakeLock lock(_disk->mutex);
+  _disk->lastIdentity = std::max(_disk->lastIdentity, identity);
+  MemoryNode* const node = _disk->find(normal(path));
+  if (!node) return;
+  node->identity = identity;
+  node->modifiedNs = modifiedNs;
+}
+
 std::string MemoryFiles::content(const std::string& path) {
   FakeLock lock(_disk->mutex);
   const MemoryNode* node = _disk->find(normal(path));

@@ -42,6 +42,8 @@ class MemoryFiles final : public Files {
 
   // Puts a whole file, with the directories above it.
   void put(const std::string& path, std::string_view bytes);
+  // Makes a file that is there the one of this identity and time, as on a disk that was copied.
+  void identify(const std::string& path, uint64_t identity, int64_t modifiedNs);
   // The bytes of a file; empty when there is none.
   std::string content(const std::string& path);
   // The paths of all files, sorted.

@@ -253,8 +253,24 @@ void RecordingFiles::crash(size_t entries, DataLoss data, NameLoss names, Memory
     if (!isFlush(_journal[i]) || flush++ != _leftOut) replay.apply(_journal[i]);
   for (const std::string& directory : replay.directories)
     ignoreResult(disk.makeDirectories(directory));
-  for (const auto& [path, file] : replay.after(names))
-    disk.put(path, replay.contents[file].after(data));
+  const Names survived = replay.after(names);
+  for (const auto& [path, file] : survived) disk.put(path, replay.contents[file].after(data));
+  for (const auto& [path, file] : survived) disk.identify(path, file, timeOf(path, file));
+}
+
+// When a file was changed last; of one that has lost its name, as far as it was seen.
+int64_t RecordingFiles::timeOf(const std::string& path, uint64_t file) {
+  FileInfo info;
+  if (_memory.info(path, info) == 0 && info.identity == file) return info.modifiedNs;
+  const auto found = _lastTimes.find(file);
+  return found == _lastTimes.end() ? 0 : found->second;
+}
+
+void RecordingFiles::noteLastTime(const std::string& path) {
+  FileInfo info;
+  if (_memory.info(path, info) != 0) return;
+  FakeLock lock(_mutex);
+  _lastTimes[info.identity] = info.modifiedNs;
 }
 
 void RecordingFiles::forEachCrash(const Check& check) {
@@ -306,6 +322,7 @@ int RecordingFiles::lock(const std::string& path, std::unique_ptr<FileLock>& out
 }
 
 int RecordingFiles::replace(const std::string& from, const std::string& to) {
+  noteLastTime(to);
   const int error = _to.replace(from, to);
   if (!error && from != to) record({Kind::move, from, 0, 0, {}, to});
   return error;
@@ -318,6 +335,7 @@ int RecordingFiles::rename(const std::string& from, const std::string& to) {
 }
 
 int RecordingFiles::remove(const std::string& path) {
+  noteLastTime(path);
   FileInfo info;
   const bool directory = _to.info(path, info) == 0 && info.isDirectory;
   const int error = _to.remove(path);

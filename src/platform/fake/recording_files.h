@@ -55,10 +55,10 @@ class RecordingFiles final : public ForwardingFiles {
   // The number of entries in the journal, and one of them as a line of text.
   size_t size();
   std::string describe(size_t entry);
-  // Puts into the empty `disk` what a crash after the first `entries` entries may leave.
+  // Puts into the empty `disk` what a crash after the first `entries` entries may leave. Files keep
+  // their identities, and the times that they have now.
   void crash(size_t entries, DataLoss data, NameLoss names, MemoryFiles& disk);
-  // Calls `check` with every state, each once; `state` names it. The disks' times come from a clock
-  // of their own. The second form has those after the first `entries` entries alone.
+  // Calls `check` with every state, each once; `state` names it. The second form has those after the first `entries` entries alone.
   using Check = std::function<void(const std::string& state, MemoryFiles& disk)>;
   void forEachCrash(const Check& check);
   void forEachCrashAfter(size_t entries, const Check& check);
@@ -86,11 +86,14 @@ class RecordingFiles final : public ForwardingFiles {
   using Seen = std::set<std::map<std::string, std::string>>;
   void forEachCrashAfter(size_t entries, Seen& seen, const Check& check);
   uint64_t identityOf(const std::string& path);
+  int64_t timeOf(const std::string& path, uint64_t file) REQUIRES(_mutex);
+  void noteLastTime(const std::string& path);
 
   MemoryFiles& _memory;
   FakeMutex _mutex;
   std::vector<Entry> _journal GUARDED_BY(_mutex);
   size_t _leftOut GUARDED_BY(_mutex) = kNoFlush;
+  std::map<uint64_t, int64_t> _lastTimes GUARDED_BY(_mutex);       // of files that lost their names
   std::map<std::string, std::pair<uint64_t, std::string>> _start;  // path: identity, content
   const std::vector<std::string> _startDirectories;
 };

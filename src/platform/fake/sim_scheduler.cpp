@@ -24,10 +24,27 @@ thread_local SimThread* currentThread = nullptr;
 SimScheduler::SimScheduler(uint64_t seed, SimThreading::DeadlockHandler handler)
     : _native(makeNativeThreading()), _handler(std::move(handler)), _random(seed) {
   auto first = std::make_shared<SimThread>();
-  first->id = ++_lastId;
-  first->baton = _native->createEvent(false, false);
+  first->context = SimContext::ofCaller(*_native);
+  add(first);
   currentThread = first.get();
-  _threads.push_back(std::move(first));
+}
+
+void SimScheduler::add(const std::shared_ptr<SimThread>& thread) {
+  thread->id = ++_lastId;
+  _threads[thread->id] = thread;
+  makeRunnable(*thread);
+}
+
+void SimScheduler::makeRunnable(SimThread& thread) {
+  thread.state = SimThread::State::runnable;
+  thread.place = _runnable.size();
+  _runnable.push_back(&thread);
+}
+
+void SimScheduler::notRunnable(SimThread& thread) {
+  _runnable.back()->place = thread.place;
+  _runnable[thread.place] = _runnable.back();
+  _runnable.pop_back();
 }
 
 SimThread& SimScheduler::self() {
@@ -52,27 +69,28 @@ uint64_t SimScheduler::draw(uint64_t bound) {
 SimThread::Wake SimScheduler::block(SimQueue& queue, int64_t timeoutMs, const char* waitsFor,
                                     bool canFail) {
   SimThread& thread = self();
+  notRunnable(thread);
   thread.state = SimThread::State::blocked;
   thread.queue = &queue;
   thread.waitsFor = waitsFor;
   thread.canFail = canFail;
   thread.deadline = timeoutMs == kNever ? kNever : _now + timeoutMs;
+  if (thread.deadline != kNever) _deadlines[{thread.deadline, thread.id}] = &thread;
   queue.push_back(&thread);
   pass(thread);
   return thread.wake;
 }
 
 void SimScheduler::wake(SimThread& thread, SimThread::Wake how) {
-  if (thread.queue) thread.queue->remove(&thread);
+  std::erase(*thread.queue, &thread);
   thread.queue = nullptr;
-  thread.state = SimThread::State::runnable;
+  if (thread.deadline != kNever) _deadlines.erase({thread.deadline, thread.id});
   thread.wake = how;
+  makeRunnable(thread);
 }
 
 void SimScheduler::wakeOne(SimQueue& queue) {
-  if (queue.empty()) return;
-  wake(**std::next(queue.begin(), static_cast<ptrdiff_t>(draw(queue.size()))),
-       SimThread::Wake::signalled);
+  if (!queue.empty()) wake(*queue[draw(queue.size())], SimThread::Wake::signalled);
 }
 
 void SimScheduler::wakeAll(SimQueue& queue) {
@@ -83,55 +101,50 @@ void SimScheduler::yield() {
   pass(self());
 }
 
-// Gives the baton to a thread that can run and returns when `from` has it again; a thread
-// that has ended does not come back.
+void SimScheduler::maybeYield() {
+  SimThread& thread = self();
+  if (_yieldOnceIn == 1 || draw(_yieldOnceIn) == 0) pass(thread);
+}
+
+// Gives the baton to a thread that can run and returns when `from` has it again.
 void SimScheduler::pass(SimThread& from) {
   SimThread& next = choose();
-  ++_switches;
-  _hash = (_hash ^ next.id ^ static_cast<uint64_t>(_now) << 16) * 1099511628211u;
   if (&next == &from) return;
-  const bool comesBack = from.state != SimThread::State::ended;
-  next.baton->set();
-  if (comesBack) from.baton->wait(kInfinite);
+  from.context->switchTo(*next.context);
 }
 
 SimThread& SimScheduler::choose() {
-  for (;;) {
-    std::vector<SimThread*> runnable;
-    for (const auto& thread : _threads)
-      if (thread->state == SimThread::State::runnable) runnable.push_back(thread.get());
-    if (!runnable.empty()) return *runnable[draw(runnable.size())];
+  while (_runnable.empty())
     if (!advanceTime()) reportDeadlock();
-  }
+  SimThread& next = *_runnable[draw(_runnable.size())];
+  ++_switches;
+  _hash = (_hash ^ next.id ^ static_cast<uint64_t>(_now) << 16) * 1099511628211u;
+  return next;
 }
 
 // Goes to the earliest deadline and wakes whom it concerns; false when there is none.
 bool SimScheduler::advanceTime() {
-  int64_t earliest = kNever;
-  for (const auto& thread : _threads)
-    if (thread->state == SimThread::State::blocked) earliest = std::min(earliest, thread->deadline);
-  if (earliest == kNever) return false;
-  _now = std::max(_now, earliest);
-  for (const auto& thread : _threads)
-    if (thread->state == SimThread::State::blocked && thread->deadline <= _now)
-      wake(*thread, SimThread::Wake::timedOut);
+  if (_deadlines.empty()) return false;
+  _now = std::max(_now, _deadlines.begin()->first.first);
+  while (!_deadlines.empty() && _deadlines.begin()->first.first <= _now)
+    wake(*_deadlines.begin()->second, SimThread::Wake::timedOut);
   return true;
 }
 
 std::string SimScheduler::waits() const {
   std::string text;
-  for (const auto& thread : _threads)
-    text += " thread " + std::to_string(thread->id) + " waits for " + thread->waitsFor + ";";
+  for (const auto& [id, thread] : _threads)
+    text += " thread " + std::to_string(id) + " waits for " + thread->waitsFor + ";";
   return text;
 }
 
 void SimScheduler::reportDeadlock() {
   const std::string report = "deadlock:" + waits();
   const bool anyCanFail = std::any_of(_threads.begin(), _threads.end(),
-                                      [](const auto& thread) { return thread->canFail; });
+                                      [](const auto& each) { return each.second->canFail; });
   if (!_handler || !anyCanFail) giveUp(report);
   _handler(report);
-  for (const auto& thread : _threads)
+  for (const auto& [id, thread] : _threads)
     if (thread->canFail) wake(*thread, SimThread::Wake::failed);
 }
 
@@ -139,34 +152,31 @@ std::shared_ptr<SimThread> SimScheduler::start(const std::shared_ptr<SimSchedule
                                                uint32_t stackBytes, std::function<void()> body) {
   reap();
   auto thread = std::make_shared<SimThread>();
-  thread->id = ++_lastId;
-  thread->baton = _native->createEvent(false, false);
-  _threads.push_back(thread);
-  thread->native = _native->createThread(
-      stackBytes, [keep, thread, body = std::move(body)] { keep->threadMain(*thread, body); });
-  if (!thread->native) {
-    _threads.pop_back();
-    return nullptr;
-  }
+  thread->context = SimContext::make(*_native, stackBytes,
+                                     [keep, thread, body = std::move(body)]() -> SimContext& {
+                                       return *keep->threadMain(*thread, body).context;
+                                     });
+  if (!thread->context) return nullptr;
+  add(thread);
   yield();
   return thread;
 }
 
-void SimScheduler::threadMain(SimThread& thread, const std::function<void()>& body) {
+// Gives the thread that has the baton next.
+SimThread& SimScheduler::threadMain(SimThread& thread, const std::function<void()>& body) {
   currentThread = &thread;
-  thread.baton->wait(kInfinite);
   body();
+  notRunnable(thread);
   thread.state = SimThread::State::ended;
   wakeAll(thread.joiners);
-  const auto known = std::find_if(_threads.begin(), _threads.end(),
-                                  [&](const auto& each) { return each.get() == &thread; });
-  _ended.push_back(std::move(*known));
+  const auto known = _threads.find(thread.id);
+  _ended.push_back(std::move(known->second));
   _threads.erase(known);
-  pass(thread);
+  return choose();
 }
 
 void SimScheduler::reap() {
-  for (const auto& thread : _ended) thread->native->join(kInfinite);
+  for (const auto& thread : _ended) thread->context->join();
   _ended.clear();
 }
 

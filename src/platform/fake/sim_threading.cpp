@@ -106,7 +106,7 @@ class SimMutex final : public Mutex {
   explicit SimMutex(SchedulerPtr scheduler) : _scheduler(std::move(scheduler)) {}
 
   void lock() override {
-    _scheduler->yield();
+    _scheduler->maybeYield();
     SimThread& self = _scheduler->self();
     while (_depth > 0 && _owner != &self)
       _scheduler->block(_waiters, SimScheduler::kNever, "a mutex", false);
@@ -118,7 +118,7 @@ class SimMutex final : public Mutex {
     if (--_depth > 0) return;
     _owner = nullptr;
     _scheduler->wakeAll(_waiters);
-    _scheduler->yield();
+    _scheduler->maybeYield();
   }
 
  private:
@@ -126,6 +126,26 @@ class SimMutex final : public Mutex {
   const SimThread* _owner = nullptr;
   int _depth = 0;
   SimQueue _waiters;
+};
+
+class SimSlot final : public ThreadLocalSlot {
+ public:
+  explicit SimSlot(SchedulerPtr scheduler)
+      : _scheduler(std::move(scheduler)), _number(_scheduler->newSlot()) {}
+
+  void* get() const override {
+    const auto& slots = _scheduler->self().slots;
+    const auto found = slots.find(_number);
+    return found == slots.end() ? nullptr : found->second;
+  }
+  bool set(void* value) override {
+    _scheduler->self().slots[_number] = value;
+    return true;
+  }
+
+ private:
+  const SchedulerPtr _scheduler;
+  const uint64_t _number;
 };
 
 class SimNativeThread final : public NativeThread {
@@ -137,13 +157,14 @@ class SimNativeThread final : public NativeThread {
   bool setPriority(NativePriority) override { return _thread->state != SimThread::State::ended; }
 
   WaitResult join(uint32_t timeoutMs) override {
-    if (&_scheduler->self() == _thread.get() || !_thread->native) return WaitResult::failed;
+    if (&_scheduler->self() == _thread.get() || !_thread->context) return WaitResult::failed;
     if (_thread->state != SimThread::State::ended) {
       if (timeoutMs == 0) return WaitResult::timedOut;
       const auto wake = _scheduler->block(_thread->joiners, limitOf(timeoutMs), "a thread's end");
       if (wake != SimThread::Wake::signalled) return resultOf(wake);
     }
-    return _thread->native->join(kInfinite);
+    _thread->context->join();
+    return WaitResult::signalled;
   }
 
  private:
@@ -178,6 +199,10 @@ void SimThreading::setWall(int64_t milliseconds) {
   _time->wallOffset = milliseconds - _scheduler->now();
 }
 
+void SimThreading::yieldOnceIn(uint32_t n) {
+  _scheduler->yieldOnceIn(n);
+}
+
 void SimThreading::runFor(int64_t milliseconds) {
   SimQueue nobody;
   if (milliseconds > 0) _scheduler->block(nobody, milliseconds, "time to pass");
@@ -204,7 +229,7 @@ std::unique_ptr<Mutex> SimThreading::createMutex() {
 }
 
 std::unique_ptr<ThreadLocalSlot> SimThreading::createThreadLocalSlot() {
-  return _scheduler->native().createThreadLocalSlot();
+  return std::make_unique<SimSlot>(_scheduler);
 }
 
 std::unique_ptr<NativeThread> SimThreading::createThread(uint32_t stackBytes,

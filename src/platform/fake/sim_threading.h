@@ -1,7 +1,7 @@
 // Threads that run one at a time, in an order drawn from a seed, on simulated time.
 //
-// Each simulated thread is a real one that waits for the baton. Every wait on an Event,
-// Semaphore, Mutex or for a thread's end goes to the scheduler, which passes the baton to
+// A simulated thread is a stack that runs while it has the baton (sim_context.h). Every wait on an
+// Event, Semaphore, Mutex or for a thread's end goes to the scheduler, which passes the baton to
 // one of the threads that can run; a Mutex's lock and unlock and the start of a thread are
 // further places where it may change hands. When all threads wait, time jumps to the
 // earliest deadline. So an hour of one-second cycles takes no longer than the work that is
@@ -46,6 +46,9 @@ class SimThreading final : public Threading {
   Clock& clock();
   // Sets the wall clock alone.
   void setWall(int64_t milliseconds);
+  // At how many of the locks and unlocks of a Mutex another thread may go on: one in `n`, drawn by
+  // the seed; all of them from the start. Many agents together have no use for so much disorder.
+  void yieldOnceIn(uint32_t n);
   // Lets the other threads run while that much time passes; for the simulation's own threads.
   void runFor(int64_t milliseconds);
   // A number that sums up every decision so far: equal for two runs that went the same way.
