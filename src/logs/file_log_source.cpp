@@ -19,8 +19,9 @@ constexpr int64_t kResumptionLookBack = 100;
 
 FileLogSource::FileLogSource(LogType type, platform::Files& files, const LogSettings& settings)
     : _files(files), _type(type), _settings(settings) {
-  if (static_cast<int>(type) <= HIDS_RT_LOG)
-    _pointer = std::make_unique<FileLogPointer>(files, settings.getLogPointerFileName(type));
+  if (static_cast<int>(type) > HIDS_RT_LOG) return;
+  _pointer = std::make_unique<FileLogPointer>(files, settings.getLogPointerFileName(type));
+  _keptPosition = _pointer->position();
 }
 
 FileLogSource::~FileLogSource() {
@@ -68,6 +69,7 @@ void FileLogSource::openCurrent(int64_t offset) {
   useFile(std::move(file), path);
   offset = offsetThatApplies(offset);
   _pointer->setCurrentLogName(path);
+  _moveOutstanding = true;
   startReading(detectUtf16(), offset);
 }
 
@@ -165,7 +167,9 @@ bool FileLogSource::isEOF() {
 }
 
 void FileLogSource::savePointer() {
-  if (_pointer) _pointer->writePointer();
+  if (!_pointer) return;
+  _pointer->writePointer();
+  _keptPosition = _pointer->position();
 }
 
 void FileLogSource::savePointerAt(int64_t position) {
@@ -174,6 +178,14 @@ void FileLogSource::savePointerAt(int64_t position) {
   _pointer->setPosition(position);
   _pointer->writePointer();
   _pointer->setPosition(readTo);
+  _keptPosition = position;
+}
+
+void FileLogSource::keepDurably() {
+  try {
+    settleMove();
+  } catch (const AgentError&) {
+  }
 }
 
 void FileLogSource::switchToLog(const STRING& path) {
@@ -187,12 +199,16 @@ void FileLogSource::moveDurablyTo(const STRING& path, int64_t offset) {
   _pointer->setCurrentLogName(path);
   _pointer->setPosition(offset);
   _moveOutstanding = true;
+  _keptPosition = offset;
   settleMove();
 }
 
 void FileLogSource::settleMove() {
   if (!_moveOutstanding) return;
+  const int64_t readTo = _pointer->position();
+  _pointer->setPosition(_keptPosition);
   _pointer->writePointerDurably();
+  _pointer->setPosition(readTo);
   _moveOutstanding = false;
 }
 

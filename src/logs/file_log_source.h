@@ -60,6 +60,9 @@ class FileLogSource : public LogSource {
   // Does that again when it has thrown: before it is through, nothing may be removed that the
   // pointer on the disk still needs.
   void settleMove();
+  // The same before names are written that lead on from the pointer's log. What fails is tried again
+  // with the next ones.
+  void keepDurably();
   // Where the pointer stands; 0 for a type without one.
   int64_t savedOffset() const { return _pointer ? _pointer->position() : 0; }
 
@@ -94,6 +97,7 @@ class FileLogSource : public LogSource {
   const LogSettings& _settings;
   std::unique_ptr<FileLogPointer> _pointer;
   bool _moveOutstanding = false;  // a move of the pointer is not on the disk yet
+  int64_t _keptPosition = 0;
   std::unique_ptr<platform::File> _file;
   std::string _openPath;
   LineReader _reader;

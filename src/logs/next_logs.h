@@ -44,6 +44,7 @@ class NextLogs {
   // pointer's log, and is finished.
   void load(const STRING& current);
   void save();
+  bool isChanged() const { return _changed; }  // since the last save() that succeeded
 
   // A name that the component's settings show while `current` is read. It is new when the
   // settings showed another one before; a name that waits already, or that is being read

@@ -167,6 +167,23 @@ TEST_F(LogReaderTest, LogsWithNothingMoreKeepNobodyFromTheOnesBehindThem) {
   EXPECT_EQ(passes(5 * LogReader::kAwaitPasses), "3 ");
 }
 
+// The list alone leads to the logs behind the one that the pointer names.
+TEST_F(LogReaderTest, APointerThatCouldNotBeFlushedIsFlushedBeforeTheListIsWritten) {
+  fake.files.put(kLog, eventLine(1));
+  LogReader reader(HIDS_RT_LOG, parts());
+  files.failAll(platform::FileOperation::flush, EIO, "filepointer");
+  EXPECT_THROW(pass(reader), AgentError);
+  EXPECT_EQ(pass(reader), "1 ");
+  files.heal();
+  const int flushed = files.count(platform::FileOperation::flush);
+  config().setHIDSRTLogFile(kNextLog);
+  pass(reader);
+  EXPECT_EQ(files.count(platform::FileOperation::flush), flushed + 2) << "pointer and list";
+  config().setHIDSRTLogFile(kLog);
+  pass(reader);
+  EXPECT_EQ(files.count(platform::FileOperation::flush), flushed + 3) << "the list";
+}
+
 TEST_F(LogReaderTest, ThePatienceWithAnUnfinishedLineBelongsToThatLine) {
   const std::string torn = "PFIL,2,t2,ha";
   fake.files.put(kLog, torn);

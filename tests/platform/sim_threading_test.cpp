@@ -85,14 +85,14 @@ TEST(SimThreading, aMissingLockIsFoundBySomeSeed) {
   EXPECT_LT(lostUpdates, 50);
 }
 
-thread_local int number = 7;
+thread_local int ofThread = 7;
 
 // Its variables, its errno and the exception that it is at work on, through waits in between.
 TEST(SimThreading, whatBelongsToAThreadFollowsIt) {
   SimThreading sim(5);
   const auto mutex = sim.createMutex();
   const auto work = [&](int own) {
-    EXPECT_EQ(std::exchange(number, own), 7);
+    EXPECT_EQ(std::exchange(ofThread, own), 7);
     for (int i = 0; i < 20; ++i) {
       errno = own;
       try {
@@ -109,14 +109,14 @@ TEST(SimThreading, whatBelongsToAThreadFollowsIt) {
         }
       }
       EXPECT_EQ(std::uncaught_exceptions(), 0);
-      EXPECT_EQ(number, own);
+      EXPECT_EQ(ofThread, own);
     }
   };
   std::vector<std::unique_ptr<NativeThread>> threads;
   for (int own = 1; own <= 3; ++own)
     threads.push_back(sim.createThread(0, [&work, own] { work(own); }));
   for (auto& thread : threads) thread->join(kInfinite);
-  EXPECT_EQ(number, 7);
+  EXPECT_EQ(ofThread, 7);
 }
 
 TEST(SimThreading, aDeadlockIsReportedAndItsWaitsFail) {
