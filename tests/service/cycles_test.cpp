@@ -103,7 +103,7 @@ TEST(Cycles, AsAServiceEachProcessIsLikeTheFirstAndEnds) {
   const Installation agent;
   agent.configure();
   ASSERT_EQ(agent.install().status, 0u);
-  machine::Service service(agent.name);
+  machine::Service service = agent.service();
   ProcessFigures first;
   ProcessFigures last;
   int64_t longest = 0;

@@ -88,8 +88,8 @@ TEST(Installation, IsRepeatedAsAnUpdateAndRemovedOnce) {
 TEST(Installation, StopsARunningServiceBeforeItRemovesIt) {
   const Installation agent;
   ASSERT_EQ(agent.install().status, 0u);
-  machine::Service(agent.name).start();
-  const DWORD id = machine::Service(agent.name).status().dwProcessId;
+  agent.service().start();
+  const DWORD id = agent.service().status().dwProcessId;
   const platform::KernelObject process(::OpenProcess(SYNCHRONIZE, FALSE, id));
   ASSERT_TRUE(process);
   EXPECT_EQ(agent.host({"uninstall", "--name", agent.name}).status, 0u);

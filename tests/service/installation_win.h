@@ -67,6 +67,10 @@ class Installation {
           "[Agent]\nagent.http.url=https://127.0.0.1:1/korvane/agent/\n"
           "[AgentLog]\nagentlog.log.trace.messages=true\n");
   }
+  // As the service manager has it.
+  machine::Service service() const {
+    return {platform::current().clock, platform::current().threading, name};
+  }
   // How often `part` is in the agent's own log.
   size_t logged(const std::string& part) const {
     size_t count = 0;
