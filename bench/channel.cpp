@@ -12,7 +12,11 @@
 
 #include "bench/peak_new.h"
 #include "cloud/local_methods.h"
+#include "comm/server_connection.h"
 #include "config/agent_config.h"
+#include "config/settings.h"
+#include "driver/driver.h"
+#include "logs/forwarding_counters.h"
 #include "platform/native.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
@@ -136,12 +140,18 @@ void measure(int calls, int large) {
            (system.processes.isRunning("KAVIDSService.exe") ? "Online\n" : "Offline\n");
   };
   about.techNames = about.version = [] { return std::string("1.0"); };
+  about.started = about.shuttingDown = [] { return false; };
+  const Settings settings = settingsOf(*AgentConfig::getInstance());
+  const ForwardingCounters counters(system.clock);
+  const LocalParts parts{system.files,        system.clock,  system.systemInfo, settings.server,
+                         settings.policy,     settings.logs, settings.file,     currentDriver(),
+                         currentConnection(), counters};
   Times status;
   Large whole;
   {
     RPCNamedPipe transport(system.pipes, system.clock, kPipe, RPCNamedPipe::Role::server);
     RPCServer server(transport, system.clock);
-    addLocalMethods(server, about);
+    addLocalMethods(server, about, parts);
     server.add("echo", RPCServer::Access::everyone,
                [](const RPCRequest& request, RPCResponse& out) {
                  out.appdata = request.params.get_child("text").data();
