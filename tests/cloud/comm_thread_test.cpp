@@ -255,7 +255,7 @@ TEST(CloudStart, AStopEndsTheTranslationOfWhatIsStored) {
   ASSERT_TRUE(decodeBase64(sample().web, archive));
   world.machine.fake.files.put("/opt/korvane/IPS/applications/web.zip", archive);
   world.translatorRunMs = platform::kInfinite;
-  const auto load = [&world] { loadApplicationPolicies(policyPartsOfRun()); };
+  const auto load = [] { loadApplicationPolicies(policyPartsOfRun()); };
   const auto start = world.machine.sim.createThread(0, load);
   world.machine.sim.runFor(5000);
   EXPECT_EQ(world.translations, 2U);

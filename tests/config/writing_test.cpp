@@ -117,7 +117,7 @@ TEST_F(WritingTest, WhatAnotherProgramTakesOutGivesItsRoomBack) {
 }
 
 TEST_F(WritingTest, SeveralSettingsAreOneChangeOrNone) {
-  using enum AgentConfig::ChangeAll;
+  using enum ChangeAll;
   STRING refusedKey;
   const auto values = [this] {
     return (config().getAgentName() + "/" + config().getValue("polling.interval")).toUtf8();

@@ -1,6 +1,7 @@
 #include "logs/log_reader.h"
 
 #include "tests/logs/log_fixture.h"
+#include "util/errors.h"
 
 namespace korvane::tests {
 namespace {
