@@ -2,7 +2,7 @@
 // and any number of them.
 #include <gtest/gtest.h>
 
-#include "tests/simulation/episode.h"
+#include "simulate/episode.h"
 
 namespace korvane::simulation {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/simulation/machine.h"
+#include "simulate/machine.h"
 
 #include <cerrno>
 

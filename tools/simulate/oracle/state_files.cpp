@@ -1,4 +1,4 @@
-#include "tests/simulation/oracle/state_files.h"
+#include "simulate/oracle/state_files.h"
 
 #include <openssl/sha.h>
 

@@ -1,4 +1,4 @@
-#include "tests/simulation/episode.h"
+#include "simulate/episode.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 
 #include "config/install_root.h"
 #include "platform/error_codes.h"
-#include "tests/simulation/life.h"
+#include "simulate/life.h"
 
 namespace korvane::simulation {
 

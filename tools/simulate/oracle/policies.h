@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "tests/simulation/oracle/findings.h"
+#include "simulate/oracle/findings.h"
 
 namespace korvane::simulation {
 

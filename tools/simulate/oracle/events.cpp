@@ -1,4 +1,4 @@
-#include "tests/simulation/oracle/events.h"
+#include "simulate/oracle/events.h"
 
 #include <algorithm>
 

@@ -16,10 +16,10 @@
 #include "platform/fake/memory_registry.h"
 #include "platform/fake/recording_files.h"
 #include "platform/fake/sim_threading.h"
-#include "tests/simulation/oracle/event_writer.h"
-#include "tests/simulation/oracle/invariants.h"
-#include "tests/simulation/oracle/model_server.h"
-#include "tests/simulation/process.h"
+#include "simulate/oracle/event_writer.h"
+#include "simulate/oracle/invariants.h"
+#include "simulate/oracle/model_server.h"
+#include "simulate/process.h"
 
 namespace korvane::simulation {
 

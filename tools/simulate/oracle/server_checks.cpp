@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <array>
 
-#include "tests/simulation/oracle/model_server.h"
+#include "simulate/oracle/model_server.h"
 
 namespace korvane::simulation {
 

@@ -1,4 +1,4 @@
-#include "tests/simulation/process.h"
+#include "simulate/process.h"
 
 #include <cerrno>
 

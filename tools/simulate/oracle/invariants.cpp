@@ -1,4 +1,4 @@
-#include "tests/simulation/oracle/invariants.h"
+#include "simulate/oracle/invariants.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/simulation/oracle/events.h"
+#include "simulate/oracle/events.h"
 
 namespace korvane::simulation {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "tests/simulation/oracle/wire.h"
+#include "simulate/oracle/wire.h"
 
 namespace korvane::simulation {
 

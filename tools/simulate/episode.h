@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/simulation/machine.h"
+#include "simulate/machine.h"
 
 namespace korvane::simulation {
 

@@ -1,4 +1,4 @@
-#include "tests/simulation/oracle/policies.h"
+#include "simulate/oracle/policies.h"
 
 namespace korvane::simulation {
 

@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/simulation/oracle/events.h"
-#include "tests/simulation/oracle/policies.h"
-#include "tests/simulation/oracle/wire.h"
+#include "simulate/oracle/events.h"
+#include "simulate/oracle/policies.h"
+#include "simulate/oracle/wire.h"
 
 namespace korvane::simulation {
 

@@ -1,7 +1,7 @@
 // The oracle's own checks: faults fed in by hand must be found, and what is right must not be.
 #include <gtest/gtest.h>
 
-#include "tests/simulation/oracle/invariants.h"
+#include "simulate/oracle/invariants.h"
 #include "tests/support/protocol_page.h"
 
 namespace korvane::simulation {

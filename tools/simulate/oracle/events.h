@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/simulation/oracle/findings.h"
-#include "tests/simulation/oracle/message.h"
+#include "simulate/oracle/findings.h"
+#include "simulate/oracle/message.h"
 
 namespace korvane::simulation {
 

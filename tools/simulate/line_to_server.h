@@ -2,7 +2,7 @@
 #pragma once
 
 #include "comm/transport.h"
-#include "tests/simulation/machine.h"
+#include "simulate/machine.h"
 
 namespace korvane::simulation {
 

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/simulation/oracle/events.h"
-#include "tests/simulation/oracle/model_server.h"
-#include "tests/simulation/oracle/policies.h"
-#include "tests/simulation/oracle/state_files.h"
+#include "simulate/oracle/events.h"
+#include "simulate/oracle/model_server.h"
+#include "simulate/oracle/policies.h"
+#include "simulate/oracle/state_files.h"
 
 namespace korvane::simulation {
 

@@ -1,10 +1,10 @@
-#include "tests/simulation/life.h"
+#include "simulate/life.h"
 
 #include "comm/https_handler.h"
 #include "config/install_root.h"
 #include "platform/error_codes.h"
 #include "rpc/pipe_names.h"
-#include "tests/simulation/line_to_server.h"
+#include "simulate/line_to_server.h"
 
 namespace korvane::simulation {
 

@@ -1,4 +1,4 @@
-#include "tests/simulation/line_to_server.h"
+#include "simulate/line_to_server.h"
 
 #include <algorithm>
 

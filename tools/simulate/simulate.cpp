@@ -8,7 +8,7 @@
 #include <mutex>
 #include <thread>
 
-#include "tests/simulation/episode.h"
+#include "simulate/episode.h"
 
 namespace {
 

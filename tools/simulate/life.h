@@ -7,8 +7,8 @@
 
 #include "agent/session.h"
 #include "platform/fake/fake_platform.h"
-#include "tests/simulation/machine.h"
-#include "tests/simulation/process.h"
+#include "simulate/machine.h"
+#include "simulate/process.h"
 
 namespace korvane::simulation {
 

@@ -1,4 +1,4 @@
-#include "tests/simulation/oracle/message.h"
+#include "simulate/oracle/message.h"
 
 #include <zlib.h>
 

@@ -1,4 +1,4 @@
-#include "tests/simulation/oracle/model_server.h"
+#include "simulate/oracle/model_server.h"
 
 #include <algorithm>
 

@@ -1,9 +1,9 @@
-#include "tests/simulation/oracle/event_writer.h"
+#include "simulate/oracle/event_writer.h"
 
 #include <algorithm>
 #include <sstream>
 
-#include "tests/simulation/oracle/state_files.h"
+#include "simulate/oracle/state_files.h"
 
 namespace korvane::simulation {
 
