@@ -3,10 +3,14 @@
 find_package(Threads REQUIRED)
 
 # One static library a room: korvane_room(NAME SOURCES a.cpp ... DEPENDS room_or_library ...)
-# makes korvane_NAME, with src/ as its one include root.
+# makes korvane_NAME, with src/ as its one include root. COLD: no event passes through it, so what ships of it is
+# compiled for size.
 function(korvane_room name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  cmake_parse_arguments(ARG "COLD" "" "SOURCES;DEPENDS" ${ARGN})
   add_library(korvane_${name} STATIC ${ARG_SOURCES})
+  if(ARG_COLD)
+    target_compile_options(korvane_${name} PRIVATE $<$<CONFIG:Release>:-Os>)
+  endif()
   target_include_directories(korvane_${name} PUBLIC "${PROJECT_SOURCE_DIR}/src")
   target_link_libraries(korvane_${name} PUBLIC ${ARG_DEPENDS} PRIVATE korvane_flags)
 endfunction()
