@@ -46,6 +46,8 @@ TEST(Redaction, WithholdsQuotedEventsFromTheOwnLog) {
       "AINF,10,2026-11-21 10:15:30.125,10106,KorvaneAgent,1,2,\"The agent started, version "
       "1.\",1\n");
   EXPECT_THAT(log, Not(HasSubstr("alice")));
+  EXPECT_THAT(redactor().log("AERR,7,see https://ann:hidden@h/,10551,LogReader,1,2,\"\",1"),
+              Not(HasSubstr("hidden")));
   EXPECT_THAT(log, HasSubstr("AERR,7,2026-11-21 10:15:30.123,10135,"));
   EXPECT_THAT(log, HasSubstr("The agent started, version 1."));
 }

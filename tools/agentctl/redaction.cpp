@@ -185,8 +185,9 @@ std::string Redactor::log(std::string_view lines) const {
     if (!parseRecord(lines.substr(0, end), record))
       out += kWithheld;
     else if (quotesEvents(record.source, record.number) || quotesMachine(record))
-      out += record.type + "," + std::to_string(record.sequence) + "," + record.at + "," +
-             std::to_string(record.number) + "," + record.source + ",,," + kWithheld;
+      out += text(record.type + "," + std::to_string(record.sequence) + "," + record.at + "," +
+                  std::to_string(record.number) + "," + record.source) +
+             ",,," + kWithheld;
     else
       out += text(lines.substr(0, end));
     out += '\n';
