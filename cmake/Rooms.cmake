@@ -13,6 +13,10 @@ function(korvane_room name)
   endif()
   target_include_directories(korvane_${name} PUBLIC "${PROJECT_SOURCE_DIR}/src")
   target_link_libraries(korvane_${name} PUBLIC ${ARG_DEPENDS} PRIVATE korvane_flags)
+  if(name STREQUAL "logs")
+    # Every event goes through it.
+    target_compile_options(korvane_${name} PRIVATE ${KORVANE_PER_EVENT_OPTIONS})
+  endif()
 endfunction()
 
 # A program of the project: korvane_program(NAME SOURCES ... DEPENDS ...)

@@ -16,8 +16,8 @@ MEMBER = re.compile(r"^(\S+\.a)\((\S+)\)$", re.M)
 OWN = re.compile(r"^libkorvane_\w+\.a$")
 # Static library of the Windows build -> component. What only names entries of the system's libraries comes from
 # mingw-w64 too.
-FROM_SOURCE = {"libcrypto.a": "openssl", "libssl.a": "openssl", "libcurl.a": "curl", "libminizip.a": "zlib"}
-FROM_PACKAGE = {"libz.a": "libz-mingw-w64-dev", "libstdc++.a": "gcc-mingw-w64-x86-64-posix-runtime",
+FROM_SOURCE = {"libcrypto.a": "openssl", "libssl.a": "openssl", "libcurl.a": "curl", "libminizip.a": "zlib", "libz.a": "zlib"}
+FROM_PACKAGE = {"libstdc++.a": "gcc-mingw-w64-x86-64-posix-runtime",
                 "libgcc.a": "gcc-mingw-w64-x86-64-posix-runtime", "libgcc_eh.a": "gcc-mingw-w64-x86-64-posix-runtime",
                 "libssp.a": "gcc-mingw-w64-x86-64-posix-runtime"}
 MINGW = {f"lib{name}.a" for name in (
@@ -47,17 +47,17 @@ def component(name, version, linked, sources=()):
     return item
 
 
-def source_files(folder, name, version):
-    """The archives of a Debian source package and their hashes, as its description file lists them."""
-    lines = (folder / f"{name}_{version.split(':')[-1]}.dsc").read_text().split("Checksums-Sha256:\n")[1].splitlines()
-    listed = []
-    for line in lines:
-        if not line.startswith(" "):
-            break
-        digest, _, file = line.split()
-        if not file.endswith(".asc"):
-            listed.append((file, digest))
-    return listed
+def pinned_sources(deps):
+    """{package: (version, [(file, SHA-256), ...])}, as script/windows-deps left it beside what it built."""
+    found, files = {}, []
+    for line in (deps / "sources.txt").read_text().splitlines():
+        first, second = line.split()[:2]
+        if len(first) == 64:
+            files.append((second, first))
+        elif first != "#":
+            files = []
+            found[first] = (second, files)
+    return found
 
 
 def members(map_file):
@@ -68,13 +68,14 @@ def members(map_file):
 
 
 def headers_used(build):
-    used = set()
+    """{library: the files of it that the product's sources include}"""
+    used = {}
     counts = False
     for line in output("ninja", "-C", str(build), "-t", "deps").splitlines():
         if not line.startswith(" "):
             counts = line.startswith(("src/", "host/", "tools/agentctl/"))
         elif counts and (match := HEADER.search(line)):
-            used.add(match[1])
+            used.setdefault(match[1], set()).add(line.strip())
     return used
 
 
@@ -84,7 +85,8 @@ def header_components(build):
 
 
 def windows_components(build, deps):
-    versions = dict(line.split("=", 1) for line in (deps / "versions").read_text().split())
+    pinned = pinned_sources(deps)
+    versions = {name: version for name, (version, _) in pinned.items()}
     linked = {("openssl", versions["openssl"]): [f"fips.dll {digest_of(deps / 'fips' / 'fips.dll')}"]}
     for map_file in sorted((build / "maps").glob("*.map")):
         for archive, objects in members(map_file).items():
@@ -99,17 +101,20 @@ def windows_components(build, deps):
                 raise ValueError(f"{map_file.name}: {archive} is not a library that the bill of materials knows")
             linked.setdefault(origin, []).append(f"{map_file.stem}: {len(objects)} objects of {name}")
     for (name, version), what in sorted(linked.items()):
-        built_here = name in FROM_SOURCE.values() and versions.get(name) == version
-        yield component(name, version, what, source_files(deps.parent / "sources", name, version) if built_here else ())
+        files = pinned[name][1] if versions.get(name) == version else ()
+        yield component(name, version, what, [file for file in files if not file[0].endswith(".asc")])
     yield from header_components(build)
+
+
+def libraries_needed(file):
+    """The libraries that a program or library names, each with where it lies on this system."""
+    needed = set(re.findall(r"\(NEEDED\).*\[(.+)\]", output("readelf", "-d", str(file))))
+    return [(name, path) for name, path in re.findall(r"^\s*(\S+) => (\S+)", output("ldd", str(file)), re.M) if name in needed]
 
 
 def packages_needed(file):
     """The libraries that a program or library names, each with the Debian package that holds it."""
-    needed = set(re.findall(r"\(NEEDED\).*\[(.+)\]", output("readelf", "-d", str(file))))
-    for name, path in re.findall(r"^\s*(\S+) => (\S+)", output("ldd", str(file)), re.M):
-        if name not in needed:
-            continue
+    for name, path in libraries_needed(file):
         # The system may know the file by its path without the linked /usr.
         owner = next(found for place in (path, path.removeprefix("/usr"), str(pathlib.Path(path).resolve()))
                      if (found := subprocess.run(["dpkg", "-S", place], capture_output=True, text=True).stdout))
@@ -128,6 +133,10 @@ def linux_components(build, files):
 
 def digest_of(file):
     return "sha256:" + hashlib.sha256(pathlib.Path(file).read_bytes()).hexdigest()
+
+
+def digest_of_text(text):
+    return hashlib.sha256(text.encode()).hexdigest()
 
 
 def write(path, version, target, components, shipped, epoch_text):

@@ -107,8 +107,9 @@ std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
   app->footer(exitStatuses());
   app->set_version_flag("--version", "agentctl " KORVANE_VERSION);
   addGlobalOptions(*app, context.options);
-  for (const auto add : {addStatus, addConfig, addPolicy, addEvents, addTestConnection,
-                         addRetranslate, addTrace, addDiagnose, addCall, addVersion, addCompletion})
+  for (const auto add :
+       {addStatus, addConfig, addPolicy, addEvents, addTestConnection, addRetranslate, addTrace,
+        addDiagnose, addCall, addVerify, addVersion, addCompletion})
     add(*app, context, chosen);
   return app;
 }

@@ -24,6 +24,7 @@ void addRetranslate(CLI::App& app, Context& context, Action& chosen);
 void addTrace(CLI::App& app, Context& context, Action& chosen);
 void addVersion(CLI::App& app, Context& context, Action& chosen);
 void addCompletion(CLI::App& app, Context& context, Action& chosen);
+void addVerify(CLI::App& app, Context& context, Action& chosen);
 void addCall(CLI::App& app, Context& context, Action& chosen);
 
 // The parts of `config`.
