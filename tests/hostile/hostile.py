@@ -60,6 +60,8 @@ class Attack(OutsideCase):
 
     def install(self, service_type=None, **settings):
         """Lays the agent out as it ships, with these pairs for the sections of agent.ini."""
+        for kept in ("agent.ini", "fallback.ini"):  # of an agent that ran before
+            (self.stage.ips / kept).unlink(missing_ok=True)
         settings.setdefault("Polling", {}).setdefault("polling.interval", 1)
         settings.setdefault("AgentLog", {}).setdefault("agentlog.log.trace.messages", "true")
         self.stage.install(service_type or self.service_type, settings)
