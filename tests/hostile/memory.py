@@ -131,13 +131,21 @@ class Memory(Attack):
         self.install()
         self.run_agent()
 
+        def current():
+            return max((self.stage.ids / "logs").glob("*.csv"), key=lambda path: path.stat().st_mtime)
+
+        def events():
+            """What any account can cause: events with texts as long as they get, more than one batch takes."""
+            first = self.stage.events(1, 10)["covered"]
+            with open(current(), "ab") as file:
+                for number in range(11, 3011):
+                    file.write(f"TLOG,{number},2026-11-22 06:44:31.568,host-6,{'x' * 60_000}{number},y\n".encode())
+            wait_until(lambda: self.stage.events(1, 3010)["covered"] >= first + 3000, 3 * LONG, "the events")
+
         def log():
-            """A log of the detection component: one line of 1 GiB, then one that is good."""
-            writer = self.stage.start_writer("--events", 10)
-            wait_until(lambda: not writer.running(), LONG, "the writer")
-            newest = max((self.stage.ids / "logs").glob("*.csv"), key=lambda path: path.stat().st_mtime)
-            with open(newest, "r+b") as file:
-                file.truncate(newest.stat().st_size + 1024 * MEBI)
+            """One line of 1 GiB."""
+            with open(current(), "r+b") as file:
+                file.truncate(current().stat().st_size + 1024 * MEBI)
                 file.seek(0, os.SEEK_END)
                 file.write(b"\n")
             self.answered(more=8)
@@ -146,6 +154,9 @@ class Memory(Attack):
             with open(self.stage.ips / "agent.ini", "a", encoding="utf-8") as file:
                 file.write("[Other]\n" + "".join(f"k{number}={'v' * 3000}\n" for number in range(1300)))
             self.answered(more=4)
+        writer = self.stage.start_writer("--events", 10)
+        wait_until(lambda: not writer.running() and self.stage.events(1, 10)["covered"] >= 10, LONG, "the first events")
+        self.costs("3,000 events of 60 KB", events)
         self.costs("a log of one line", log)
         self.costs("settings of 4 MiB", settings)
 
