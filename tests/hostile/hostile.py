@@ -183,10 +183,11 @@ class Attack(OutsideCase):
     # A world of its own ----------------------------------------------------------------------------------------------
 
     def namespace(self, *mounts):
-        """What a program is to be started with to see other files: each mount is the words of a mount command."""
+        """What a program is to be started with to see other files: each mount is the words of a mount command. Root's alone: in
+        another account's namespace everything of the system belongs to nobody."""
+        self.needs_root("root, for a mount namespace")
         script = " && ".join("mount " + " ".join(f"'{word}'" for word in mount) for mount in mounts)
-        prefix = ["unshare", "--mount", "--propagation", "private", *([] if os.geteuid() == 0 else ["--map-root-user"]),
-                  "sh", "-c", f'{script} && exec "$@"', "sh"]
+        prefix = ["unshare", "--mount", "--propagation", "private", "sh", "-c", f'{script} && exec "$@"', "sh"]
         tried = subprocess.run([*prefix, "true"], capture_output=True, text=True, check=False)
         if tried.returncode != 0:
             self.skipTest(f"no mount namespace here: {tried.stderr.strip()}")
