@@ -53,10 +53,10 @@ Composition::Composition() {
     assemble();
   } catch (const std::exception& error) {
     eventlog::event(EventId::agentNotStarted, "KorvaneAgent", {error.what()});
-    takeDown();
+    tearDown();
     throw;
   } catch (...) {
-    takeDown();
+    tearDown();
     throw;
   }
 }
@@ -86,12 +86,12 @@ void Composition::endLocalService() {
 }
 
 Composition::~Composition() {
-  takeDown();
+  tearDown();
 }
 
 // A thread that was left behind keeps its run, and so the store and the IDS component, for
 // as long as it lives.
-void Composition::takeDown() noexcept {
+void Composition::tearDown() noexcept {
   stopStep("local channel", [this] { endLocalService(); });
   stopStep("source of addresses", [this] {
     if (_connection) _connection->setLocalAddressSource(nullptr);

@@ -30,7 +30,7 @@ class Composition {
 
  private:
   void assemble();
-  void takeDown() noexcept;
+  void tearDown() noexcept;
   void endLocalService();
 
   std::unique_ptr<OwnLog> _log;

@@ -51,7 +51,7 @@ class AgentPlace::Start {
   explicit operator bool() const { return _mine; }
 
   // From now on a stop ends what the start waits for.
-  void letStop(const std::shared_ptr<AgentRun>& run) {
+  void allowStop(const std::shared_ptr<AgentRun>& run) {
     const ProcessLock hold(_place._lock);
     _place._composing = run;
     _place._stopWhileComposing = false;
@@ -188,7 +188,7 @@ AgentInfo* AgentPlace::run(const std::function<std::shared_ptr<AgentRun>()>& mak
   try {
     const std::shared_ptr<AgentRun> run = makeRun();
     const AgentRunScope inRun(run);
-    start.letStop(run);
+    start.allowStop(run);
     const Composition composition;
     return runIn(run);
   } catch (...) {

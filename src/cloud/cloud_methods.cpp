@@ -18,7 +18,7 @@
 #include "config/setting_check.h"
 #include "logs/forwarding_counters.h"
 #include "logs/forwarding_switch.h"
-#include "update/policy/builtin_wish.h"
+#include "update/policy/builtin_policy_switch.h"
 #include "util/base64.h"
 #include "util/ignore_result.h"
 
@@ -77,15 +77,15 @@ int CloudMethods::change(const PropertyList& settings) {
   const char* const key = "use.builtin.policy";
   const PropertyList former = {
       {key, STRING::fromBool(_parts.policies.settings.useBuiltInPolicy())}};
-  const bool wished = findProperty(settings, key) && preventionInForce(_parts.policies.settings);
-  if (wished)
-    if (const STRING problem = followBuiltInWish(_parts.policies.driver, settings);
+  const bool requested = findProperty(settings, key) && preventionInForce(_parts.policies.settings);
+  if (requested)
+    if (const STRING problem = applyBuiltInSetting(_parts.policies.driver, settings);
         !problem.empty())
       throw RPCError(kCloudPolicyRefused, key + (": " + problem.toUtf8()));
   try {
     return changeSettings(_parts.policies.settingsFile, settings);
   } catch (const RPCError&) {
-    if (wished) followBuiltInWish(_parts.policies.driver, former);
+    if (requested) applyBuiltInSetting(_parts.policies.driver, former);
     throw;
   }
 }

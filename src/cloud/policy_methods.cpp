@@ -56,8 +56,8 @@ JsonTree driverTree(Driver& driver) {
 
 void requestRetranslation(SettingsFile& settings, RPCResponse& response) {
   STRING refused;
-  const PropertyList wish = {{rowOf(Key::autoRetransNow).name, "true"}};
-  if (settings.changeAll(wish, refused) != SettingsFile::ChangeAll::done)
+  const PropertyList request = {{rowOf(Key::autoRetransNow).name, "true"}};
+  if (settings.changeAll(request, refused) != SettingsFile::ChangeAll::done)
     throw RPCError(kRpcFileOpenError, "agent.ini cannot be written or is locked");
   putFlag(response.result, "requested", true);
 }

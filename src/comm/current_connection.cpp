@@ -31,7 +31,7 @@ class ConnectionOfRun {
   ServerConnection& on(const Settings& settings, platform::Platform& system) {
     Synchronized hold(_lock);
     if (_settings == &settings.server && _files == &system.files) return *_connections.back();
-    if (!_connections.empty()) _transport = _connections.back()->takeTransport();
+    if (!_connections.empty()) _transport = _connections.back()->acquireTransport();
     _connections.push_back(std::make_unique<ServerConnection>(ServerConnection::Parts{
         settings, system.clock, system.files, system.sockets, system.systemInfo, system.threading,
         shutdownToken(), threadsOf(AgentRun::current(), system.threading),

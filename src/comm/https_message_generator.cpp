@@ -121,7 +121,7 @@ bool HttpsMessageGenerator::finishResponse(bool unicode) {
   return _response->finish(unicode);
 }
 
-std::unique_ptr<ResponseParser> HttpsMessageGenerator::takeResponse() {
+std::unique_ptr<ResponseParser> HttpsMessageGenerator::releaseResponse() {
   return std::move(_response);
 }
 

@@ -1,7 +1,7 @@
 // One protocol message: request headers, sections, and the answer that came back.
 //
 // It owns its sections and copies of all data that they refer to, and the answer until
-// takeResponse() hands it on. Used by one thread at a time. Nothing throws but std::bad_alloc;
+// releaseResponse() hands it on. Used by one thread at a time. Nothing throws but std::bad_alloc;
 // buildBulkLogMessage() answers null, with a trace line that names the file.
 //
 //   HttpsMessageGenerator message(settings.getCharset());
@@ -67,7 +67,7 @@ class HttpsMessageGenerator {
   // Reads the body; false when the answer is malformed. `unicode` is the agent's Unicode setting.
   [[nodiscard]] bool finishResponse(bool unicode);
   // Hands the answer over. The message is done then: it takes no other.
-  [[nodiscard]] std::unique_ptr<ResponseParser> takeResponse();
+  [[nodiscard]] std::unique_ptr<ResponseParser> releaseResponse();
 
  private:
   PropertyList _headers;

@@ -211,7 +211,7 @@ ResponseParser::Walk ResponseParser::readSection(bool unicode) {
     return malformed(header, fmt::format("more than {} sections", _limits.sections));
   }
   const Walk walk = readSectionHeader(header);
-  return walk == Walk::goesOn ? takeSection(header, unicode) : walk;
+  return walk == Walk::goesOn ? parseSection(header, unicode) : walk;
 }
 
 ResponseParser::Walk ResponseParser::readSectionHeader(SectionHeader& header) {
@@ -240,7 +240,7 @@ ResponseParser::Walk ResponseParser::readHeaderLine(std::string_view line, Secti
   return Walk::goesOn;
 }
 
-ResponseParser::Walk ResponseParser::takeSection(const SectionHeader& header, bool unicode) {
+ResponseParser::Walk ResponseParser::parseSection(const SectionHeader& header, bool unicode) {
   const bool text = header.format == "text/plain";
   const bool xml = header.format == "text/xml";
   const bool binary = header.format == "binary/zip";
@@ -257,7 +257,7 @@ ResponseParser::Walk ResponseParser::takeSection(const SectionHeader& header, bo
     _insideDropped = true;
     return Walk::goesOn;
   }
-  if (text && !takeText(header.name, payload)) {
+  if (text && !parseText(header.name, payload)) {
     return malformed(header, fmt::format("more than {} properties", _limits.properties));
   }
   if (xml) _texts.emplace_back(header.name, payload);
@@ -266,8 +266,8 @@ ResponseParser::Walk ResponseParser::takeSection(const SectionHeader& header, bo
   return Walk::goesOn;
 }
 
-bool ResponseParser::takeText(std::string_view name, std::string_view payload) {
-  if (name == "properties") return takeProperties(payload);
+bool ResponseParser::parseText(std::string_view name, std::string_view payload) {
+  if (name == "properties") return parseProperties(payload);
   if (name == "stacktrace") {
     _errorText = decode(payload);
     if (_errorText->empty()) _errorText = kNoErrorText;
@@ -275,7 +275,7 @@ bool ResponseParser::takeText(std::string_view name, std::string_view payload) {
   return true;
 }
 
-bool ResponseParser::takeProperties(std::string_view payload) {
+bool ResponseParser::parseProperties(std::string_view payload) {
   const STRING text = decode(payload);
   std::u16string_view rest = text.utf16();
   PropertyList pairs;

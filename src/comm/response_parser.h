@@ -100,9 +100,9 @@ class ResponseParser {
   [[nodiscard]] Walk readSection(bool unicode);
   [[nodiscard]] Walk readSectionHeader(SectionHeader& header);
   [[nodiscard]] Walk readHeaderLine(std::string_view line, SectionHeader& header);
-  [[nodiscard]] Walk takeSection(const SectionHeader& header, bool unicode);
-  [[nodiscard]] bool takeText(std::string_view name, std::string_view payload);
-  [[nodiscard]] bool takeProperties(std::string_view payload);
+  [[nodiscard]] Walk parseSection(const SectionHeader& header, bool unicode);
+  [[nodiscard]] bool parseText(std::string_view name, std::string_view payload);
+  [[nodiscard]] bool parseProperties(std::string_view payload);
   STRING decode(std::string_view bytes) const;
   void checkWhole();
   void dropParts();

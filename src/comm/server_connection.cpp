@@ -67,7 +67,7 @@ void ServerConnection::setTransport(std::unique_ptr<Transport> transport) {
   if (_transport) _usesLibcurl = false;
 }
 
-std::unique_ptr<Transport> ServerConnection::takeTransport() {
+std::unique_ptr<Transport> ServerConnection::acquireTransport() {
   Synchronized hold(_commLock);
   return _usesLibcurl ? nullptr : std::move(_transport);
 }
@@ -86,7 +86,7 @@ void ServerConnection::offerApplicationRequest(const STRING& identifier) {
   _applicationRequest = identifier;
 }
 
-bool ServerConnection::takeApplicationRequest(STRING& identifier) {
+bool ServerConnection::collectApplicationRequest(STRING& identifier) {
   Synchronized hold(_requestLock);
   identifier = std::exchange(_applicationRequest, STRING());
   return !identifier.empty();

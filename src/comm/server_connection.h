@@ -92,14 +92,14 @@ class ServerConnection {
   // Uses this transport in place of libcurl; null goes back to it. No exchange may be in progress.
   void setTransport(std::unique_ptr<Transport> transport);
   // The transport that was set, for another connection to use.
-  std::unique_ptr<Transport> takeTransport();
+  std::unique_ptr<Transport> acquireTransport();
   // Where the agent's own addresses come from; without it they are not available.
   void setLocalAddressSource(LocalAddresses source);
 
   // The identifier of a request for application data that a server has offered in its answer to a
   // report since it was last taken; false without one. The newest one counts.
   void offerApplicationRequest(const STRING& identifier);
-  [[nodiscard]] bool takeApplicationRequest(STRING& identifier);
+  [[nodiscard]] bool collectApplicationRequest(STRING& identifier);
 
   // For HttpsHandler
   const AgentDescription& agent() const { return _agent; }

@@ -27,7 +27,7 @@ ExchangeResult ServerConnection::send(Destination& to, int type, HttpsMessageGen
   if (addGuid(type, message, result)) sendOver(to, type, message, result);
   if (result.code > 0 && repeatsElsewhere(type) && !_parts.stop.requested()) failOver(to.server);
   if (result.code == 0 && type != HttpsHandler::BULK_LOG) noteServerUsed(to.server, type);
-  result.answer = message.takeResponse();
+  result.answer = message.releaseResponse();
   return result;
 }
 

@@ -22,7 +22,7 @@ std::string_view trim(std::string_view text) {
 }
 
 // Cuts the next line, without its line feed, off `rest`.
-std::string_view takeLine(std::string_view& rest) {
+std::string_view nextLine(std::string_view& rest) {
   const size_t end = rest.find('\n');
   const std::string_view line = rest.substr(0, end);
   rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
@@ -50,7 +50,7 @@ void readChecksum(std::string_view rest, IniText& out) {
   std::string_view key;
   std::string_view value;
   while (!rest.empty() && !out.hasChecksum) {
-    if (!splitLine(trim(takeLine(rest)), key, value) || key != kChecksumKey) continue;
+    if (!splitLine(trim(nextLine(rest)), key, value) || key != kChecksumKey) continue;
     out.hasChecksum = true;
     out.storedChecksum = value;
   }
@@ -82,7 +82,7 @@ bool parseIniText(std::string_view bytes, IniText& out) {
   size_t covered = bytes.size();
   while (!rest.empty()) {
     const size_t lineStart = bytes.size() - rest.size();
-    const std::string_view line = trim(takeLine(rest));
+    const std::string_view line = trim(nextLine(rest));
     if (isHeader(line, kChecksumSection)) {
       covered = lineStart;
       readChecksum(rest, out);

@@ -44,7 +44,7 @@ class PolicySettings {
   void setPlusDBPath(const STRING& value);
   bool useBuiltInPolicy() const;
   void setUseBuiltInPolicy(bool value);
-  // True when the wish to use the built-in policy differs from what the driver was last told.
+  // True when the request to use the built-in policy differs from what the driver was last told.
   bool useBuiltInPolicyChanged() const;
   void updatedDriverForBuiltIn();
   bool isIPSEnabled() const;

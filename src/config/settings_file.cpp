@@ -97,7 +97,7 @@ bool SettingsFile::newConfiguration(const PropertyList& properties,
   refused.clear();
   {
     const Synchronized hold(_store.lock);
-    _store.takeFromServer(properties, refused);
+    _store.applyFromServer(properties, refused);
   }
   if (!refused.empty())
     eventlog::event(EventId::configurationPartlyRefused, kServerTag,

@@ -55,7 +55,7 @@ class SettingsStore {
   [[nodiscard]] bool assign(const SettingRow& row, const STRING& value) REQUIRES(lock);
   [[nodiscard]] bool assignByName(const STRING& key, const STRING& value) REQUIRES(lock);
   // A configuration from the server, without its write and its event.
-  void takeFromServer(const PropertyList& properties, std::vector<RefusedSetting>& refused)
+  void applyFromServer(const PropertyList& properties, std::vector<RefusedSetting>& refused)
       REQUIRES(lock);
   // Why assignByName() refused what has no fault of its own.
   std::string refusalReason(const STRING& key, const STRING& value) const REQUIRES(lock);
@@ -67,8 +67,8 @@ class SettingsStore {
 
   // Files. `tag` is the method under whose name failures are traced.
   // Null when it is not available, which event 10523 tells once until it can.
-  [[nodiscard]] std::unique_ptr<platform::FileLock> takeLockFile(std::string_view tag,
-                                                                 uint32_t pauseMs = 1000);
+  [[nodiscard]] std::unique_ptr<platform::FileLock> acquireLockFile(std::string_view tag,
+                                                                    uint32_t pauseMs = 1000);
   [[nodiscard]] bool load(std::string_view tag, bool& changed);
   // The first load is over: setters write from now on.
   void beginWriting();
@@ -132,10 +132,10 @@ class SettingsStore {
   void tellUnreadable(std::string_view tag, IniFault fault);
   [[nodiscard]] bool readFiles(std::string_view tag, bool& changed);
   [[nodiscard]] bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
-  [[nodiscard]] bool takeFiles(std::string_view tag, const IniText& text, IniFault fault,
-                               bool first, bool& changed);
+  [[nodiscard]] bool mergeFiles(std::string_view tag, const IniText& text, IniFault fault,
+                                bool first, bool& changed);
   int64_t now() const;
-  void takeExternalChange(std::string_view tag);
+  void mergeExternalChange(std::string_view tag);
   [[nodiscard]] bool writeOne(std::string_view tag, const std::string& path,
                               FileMemory SettingsStore::*memory, const Snapshot& content,
                               bool force);

@@ -40,8 +40,8 @@ std::string SettingsStore::refusalReason(const STRING& key, const STRING& value)
   return "finds no room among the settings";
 }
 
-void SettingsStore::takeFromServer(const PropertyList& properties,
-                                   std::vector<RefusedSetting>& refused) {
+void SettingsStore::applyFromServer(const PropertyList& properties,
+                                    std::vector<RefusedSetting>& refused) {
   const unsigned before = std::exchange(momentsOutstanding, 0);
   for (const auto& [key, value] : properties) {
     if (comesWithPolicy(key)) continue;
@@ -62,9 +62,9 @@ void SettingsStore::putBack(const PropertyList& former) {
 ChangeAll SettingsStore::changeAll(const PropertyList& changes, STRING& refusedKey) {
   using enum ChangeAll;
   const Synchronized holdFiles(fileLock);
-  const auto lockFile = takeLockFile(kTag, kLockPauseMs);
+  const auto lockFile = acquireLockFile(kTag, kLockPauseMs);
   if (!lockFile) return locked;
-  takeExternalChange(kTag);
+  mergeExternalChange(kTag);
   PropertyList former;
   {
     const Synchronized hold(lock);

@@ -38,8 +38,8 @@ bool SettingsStore::upToDate() {
   return everRead && stamp == agentIni.stamp && (!dirty() || now() < nextRetryMs);
 }
 
-std::unique_ptr<platform::FileLock> SettingsStore::takeLockFile(std::string_view tag,
-                                                                uint32_t pauseMs) {
+std::unique_ptr<platform::FileLock> SettingsStore::acquireLockFile(std::string_view tag,
+                                                                   uint32_t pauseMs) {
   int error = 0;
   auto held = files.lock(tag, error, pauseMs);
   const Synchronized hold(lock);
@@ -124,7 +124,7 @@ bool SettingsStore::readFiles(std::string_view tag, bool& changed) {
     const Synchronized hold(lock);
     first = !everRead;
   }
-  const bool good = takeFiles(tag, text, fault, first, changed);
+  const bool good = mergeFiles(tag, text, fault, first, changed);
   // Last, so that a load that an error ended is made again.
   const Synchronized hold(lock);
   everRead = true;
@@ -132,8 +132,8 @@ bool SettingsStore::readFiles(std::string_view tag, bool& changed) {
   return good;
 }
 
-bool SettingsStore::takeFiles(std::string_view tag, const IniText& text, IniFault fault, bool first,
-                              bool& changed) {
+bool SettingsStore::mergeFiles(std::string_view tag, const IniText& text, IniFault fault,
+                               bool first, bool& changed) {
   tellUnreadable(tag, first ? IniFault::none : fault);
   if (fault == IniFault::none) {
     changed = mergeNVPData(tag, text, files.agentIni());
@@ -153,7 +153,7 @@ bool SettingsStore::load(std::string_view tag, bool& changed) {
   {
     const Synchronized holdFiles(fileLock);
     if (upToDate()) return true;
-    const auto lockFile = takeLockFile(tag);
+    const auto lockFile = acquireLockFile(tag);
     if (!lockFile) return false;
     bool write = false;
     const bool good = readFiles(tag, changed);
@@ -171,7 +171,7 @@ bool SettingsStore::load(std::string_view tag, bool& changed) {
   return true;
 }
 
-void SettingsStore::takeExternalChange(std::string_view tag) {
+void SettingsStore::mergeExternalChange(std::string_view tag) {
   FileMemory known;
   bool read = false;
   {
@@ -238,7 +238,7 @@ bool SettingsStore::writeOne(std::string_view tag, const std::string& path,
 }
 
 bool SettingsStore::saveHoldingLockFile(std::string_view tag, bool force) {
-  takeExternalChange(tag);
+  mergeExternalChange(tag);
   const Snapshot content = snapshot();
   {
     // After a failure the file may hold all of it already, in a folder that was not flushed.
@@ -254,15 +254,15 @@ bool SettingsStore::saveHoldingLockFile(std::string_view tag, bool force) {
 
 bool SettingsStore::save(std::string_view tag, bool force) {
   const Synchronized holdFiles(fileLock);
-  const auto lockFile = takeLockFile(tag);
+  const auto lockFile = acquireLockFile(tag);
   return lockFile && saveHoldingLockFile(tag, force);
 }
 
 bool SettingsStore::saveBoth(std::string_view tag) {
   const Synchronized holdFiles(fileLock);
-  const auto lockFile = takeLockFile(tag);
+  const auto lockFile = acquireLockFile(tag);
   if (!lockFile) return false;
-  takeExternalChange(tag);
+  mergeExternalChange(tag);
   const bool first =
       writeOne(tag, files.fallbackIni(), &SettingsStore::fallbackIni, snapshot(), false);
   return saveHoldingLockFile(tag, false) && first;

@@ -28,7 +28,7 @@ bool hasOutput(uint32_t code) {
 }
 
 // Only a finished request has an output that nobody writes to any more.
-void takeReply(const DeviceRequest& request, std::span<std::byte> reply) {
+void decodeReply(const DeviceRequest& request, std::span<std::byte> reply) {
   const std::span<const std::byte> output = request.output();
   std::copy_n(output.begin(), std::min(output.size(), reply.size()), reply.begin());
 }
@@ -38,7 +38,7 @@ int32_t finish(DeviceRequest& request, std::span<std::byte> reply) {
   eventlog::trace(kNotifyTag, "Waited, %s", error == platform::kOk ? "okay" : "failed");
   if (error != platform::kOk && error != platform::kErrorMoreData)
     return NotifyResult::finishedWithError;
-  takeReply(request, reply);
+  decodeReply(request, reply);
   return error == platform::kOk ? NotifyResult::completed : NotifyResult::moreData;
 }
 
@@ -90,7 +90,7 @@ int32_t Driver::send(DeviceRequest& request, std::span<std::byte> reply, uint32_
   if (error == platform::kErrorIoPending) return waitFor(request, reply, timeoutMs);
   if (error == platform::kOk) {
     eventlog::trace(kNotifyTag, "I/O completed.");
-    takeReply(request, reply);
+    decodeReply(request, reply);
     return NotifyResult::completed;
   }
   eventlog::event(EventId::driverRequestFailed, kNotifyTag, {error});

@@ -13,7 +13,7 @@ constexpr size_t kMaxCatalogueTextBytes = 1024;
 constexpr int kMaxNumber = 99999;
 
 // The part of `rest` before the next blank; `rest` becomes what follows the blank.
-std::string_view takeWord(std::string_view& rest) {
+std::string_view nextWord(std::string_view& rest) {
   const size_t blank = rest.find(' ');
   const std::string_view word = rest.substr(0, blank);
   rest = blank == std::string_view::npos ? std::string_view() : rest.substr(blank + 1);
@@ -39,12 +39,12 @@ const char* textError(std::string_view text) {
 
 // Null, or what is wrong with the line.
 const char* parseLine(std::string_view line, Catalogue& out) {
-  const std::string_view word = takeWord(line);
+  const std::string_view word = nextWord(line);
   int number = 0;
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
   if (error != std::errc() || end != word.data() + word.size() || number < 1 || number > kMaxNumber)
     return "the event number is not from 1 to 99999";
-  const std::string_view type = takeWord(line);
+  const std::string_view type = nextWord(line);
   if (type != "AINF" && type != "AWRN" && type != "AERR")
     return "the event type is not AINF, AWRN or AERR";
   if (const char* wrong = textError(line)) return wrong;

@@ -18,7 +18,7 @@ STRING idsLogSetting(LogType type) {
   return {};
 }
 
-bool takeIdsLogFile(HidsInterface& component, LogSettings& logs, LogType type) {
+bool fetchIdsLogFile(HidsInterface& component, LogSettings& logs, LogType type) {
   STRING name;
   if (!component.setting(idsLogSetting(type), name) || name.empty()) return false;
   const STRING path = resolveIdsLogName(name.toUtf8());
@@ -33,11 +33,11 @@ bool takeIdsLogFile(HidsInterface& component, LogSettings& logs, LogType type) {
   return true;
 }
 
-bool takeIdsLogFiles(HidsInterface& component, LogSettings& logs) {
+bool fetchIdsLogFiles(HidsInterface& component, LogSettings& logs) {
   // What was read before stays when the settings cannot be read now.
   ignoreResult(component.reload());
-  const bool hasEventFile = takeIdsLogFile(component, logs, HIDS_LOG);
-  takeIdsLogFile(component, logs, HIDS_RT_LOG);
+  const bool hasEventFile = fetchIdsLogFile(component, logs, HIDS_LOG);
+  fetchIdsLogFile(component, logs, HIDS_RT_LOG);
   return hasEventFile;
 }
 

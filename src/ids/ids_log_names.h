@@ -16,10 +16,10 @@ STRING idsLogSetting(LogType type);
 // Takes the name of one log from the component's settings that were read last and stores it with
 // setHIDSLogFile or setHIDSRTLogFile when it is another than before. False when the
 // component names no such log.
-bool takeIdsLogFile(HidsInterface& component, LogSettings& logs, LogType type);
+bool fetchIdsLogFile(HidsInterface& component, LogSettings& logs, LogType type);
 
 // One look without waiting, as the prevention monitor does it each time: reads the settings anew
 // and stores the names of both logs. False when the component names no event file.
-bool takeIdsLogFiles(HidsInterface& component, LogSettings& logs);
+bool fetchIdsLogFiles(HidsInterface& component, LogSettings& logs);
 
 }  // namespace korvane

@@ -109,7 +109,7 @@ EventChannel::Heard EventChannel::take(const std::string& text) {
     return {};
   }
   if (attached() && (request.name == "RPC_EVENT_SENT" || request.name == "RPC_EVENT_ACK"))
-    return takeSignal(request);
+    return handleSignal(request);
   if (request.name.empty() || !request.id) return {};
   RPCResponse refusal;
   refusal.id = request.id;
@@ -118,7 +118,7 @@ EventChannel::Heard EventChannel::take(const std::string& text) {
   return {};
 }
 
-EventChannel::Heard EventChannel::takeSignal(const RPCRequest& request) {
+EventChannel::Heard EventChannel::handleSignal(const RPCRequest& request) {
   if (request.name == "RPC_EVENT_SENT")
     return {Signal::sent, request.params.get("eventSendID", std::string()), kAccepted, {}};
   const std::string code = request.params.get("code", std::string());

@@ -67,7 +67,7 @@ class EventChannel {
  private:
   void noteClient();
   [[nodiscard]] Heard take(const std::string& text);
-  [[nodiscard]] Heard takeSignal(const RPCRequest& request);
+  [[nodiscard]] Heard handleSignal(const RPCRequest& request);
   [[nodiscard]] Heard broken(const std::string& what);
   void attach(const RPCRequest& request);
   void answer(const RPCResponse& response);

@@ -22,15 +22,15 @@ void IdsLogSearch::attempt() {
 }
 
 void IdsLogSearch::attempt(Name& name) {
-  if (_component && takeIdsLogFile(*_component, _settings, name.type)) {
+  if (_component && fetchIdsLogFile(*_component, _settings, name.type)) {
     name.done = true;
     return;
   }
-  giveNotice(name);
+  reportMissing(name);
   name.done = _attempts >= kAttempts;
 }
 
-void IdsLogSearch::giveNotice(const Name& name) const {
+void IdsLogSearch::reportMissing(const Name& name) const {
   if (_attempts >= kAttempts)
     eventlog::trace(kSearchTag, " failed to get %s", idsLogSetting(name.type));
   else if (_attempts % kNoticeInterval == 0)

@@ -33,7 +33,7 @@ class IdsLogSearch {
     bool done = false;
   };
   void attempt(Name& name);
-  void giveNotice(const Name& name) const;
+  void reportMissing(const Name& name) const;
 
   HidsInterface* const _component;
   LogSettings& _settings;

@@ -85,13 +85,13 @@ class Count {
 
   LogBacklog take() {
     const FileLogPointer pointer(_files, _out.pointerFile, platform::OpenMode::read);
-    takeFirst(pointer);
-    while (!_next.empty() && _visited.size() < kMaxLogs) takeLog(std::exchange(_next, {}), 0);
+    addFirst(pointer);
+    while (!_next.empty() && _visited.size() < kMaxLogs) addLog(std::exchange(_next, {}), 0);
     return std::move(_out);
   }
 
  private:
-  void takeFirst(FileLogPointer pointer) {
+  void addFirst(FileLogPointer pointer) {
     _out.log = pointer.getCurrentLogName();
     _out.offset = std::max<int64_t>(pointer.position(), 0);
     if (_out.log.empty() || !platform::fileExists(_files, _out.log.toUtf8())) {
@@ -102,7 +102,7 @@ class Count {
       goOn();
       return;
     }
-    if (!_out.log.empty()) takeLog(_out.log, _out.offset);
+    if (!_out.log.empty()) addLog(_out.log, _out.offset);
   }
 
   void goTo(const STRING& log) {
@@ -116,12 +116,12 @@ class Count {
     if (_next.empty()) goTo(_current);
   }
 
-  void takeLog(const STRING& name, int64_t offset) {
+  void addLog(const STRING& name, int64_t offset) {
     _visited.push_back(name);
     std::unique_ptr<platform::File> file;
     FileInfo info;
     if (_files.open(name.toUtf8(), platform::OpenMode::read, file) == 0 && file->info(info) == 0)
-      takeFile(*file, static_cast<int64_t>(info.size), offset);
+      addFile(*file, static_cast<int64_t>(info.size), offset);
     const std::string named = std::exchange(_namedByEnd, {});
     if (!named.empty())
       goTo(platform::joinPath(_files, {platform::directoryOf(name.toUtf8()), named}));
@@ -129,7 +129,7 @@ class Count {
   }
 
   // A log that is shorter than the offset was begun anew.
-  void takeFile(platform::File& file, int64_t size, int64_t offset) {
+  void addFile(platform::File& file, int64_t size, int64_t offset) {
     if (offset > size) offset = 0;
     const bool utf16 = startsUtf16(file);
     if (utf16) offset = offset < kMarkBytes ? kMarkBytes : offset & ~int64_t{1};

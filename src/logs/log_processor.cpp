@@ -56,9 +56,9 @@ int LogProcessor::readRecords() {
   ParsedEvent record;
   while (mayReadOn(readCount) && _reader.next(record)) {
     if (isDataRecord(record))
-      takeEvent(record, counted);
+      handleEvent(record, counted);
     else
-      takeMarker();
+      handleMarker();
     ++readCount;
   }
   flushOldSummary();
@@ -77,14 +77,14 @@ bool LogProcessor::isDataRecord(const EventRecord& record) const {
   return _type == HIDS_RT_LOG && !record.isEndOfFile() && !record.isStartOfFile();
 }
 
-void LogProcessor::takeMarker() {
+void LogProcessor::handleMarker() {
   flushSummary();
   if (_idle++ <= kIdleMarkers) return;
   _reader.savePointer(undeliveredFrom());
   _idle = 0;
 }
 
-void LogProcessor::takeEvent(const EventRecord& record, ForwardingCounters::Pass& counted) {
+void LogProcessor::handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted) {
   _idle = 0;
   ++counted.read;
   if (!_folding || !_filter.passes(record.field(1))) {

@@ -63,8 +63,8 @@ class LogProcessor {
 
  private:
   bool mayReadOn(int readCount) const;
-  void takeMarker();
-  void takeEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
+  void handleMarker();
+  void handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
   void enqueue(const EventRecord& record);
   void flushSummary();
   void flushOldSummary();

@@ -188,7 +188,7 @@ LogReader::FinishedLog LogReader::moveOn() {
                        _source.place()};
   const STRING mark = finished.stillThere ? _source.mark() : STRING();
   const bool named = noteNamedByEnd(finished);
-  takeSeenNames();
+  addSeenNames();
   const bool known = !_next.names().empty();
   STRING next = known ? _next.names().front() : _parts.settings.getCurrentLogFile(_type);
   if (next.empty()) next = finished.name;
@@ -259,14 +259,14 @@ bool LogReader::noteNamedByEnd(const FinishedLog& finished) {
 }
 
 void LogReader::noteNames() {
-  takeSeenNames();
+  addSeenNames();
   _next.recallGrown(currentLogName());
   if (_next.isChanged()) _source.keepDurably();
   _next.save();
 }
 
-void LogReader::takeSeenNames() {
-  if (_parts.ids && _type != AGENT_LOG) takeIdsLogFiles(*_parts.ids, _parts.settings);
+void LogReader::addSeenNames() {
+  if (_parts.ids && _type != AGENT_LOG) fetchIdsLogFiles(*_parts.ids, _parts.settings);
   const STRING log = currentLogName();
   if (_type == HIDS_RT_LOG)
     for (const STRING& name : _parts.settings.takeHIDSRTLogFilesSeen()) _next.note(name, log);

@@ -81,7 +81,7 @@ class LogReader {
   [[nodiscard]] bool goOnFromMissing();
   std::optional<size_t> firstBegun() const;
   bool hasBegun(const STRING& name) const;
-  void takeSeenNames();
+  void addSeenNames();
   [[nodiscard]] bool noteNamedByEnd(const FinishedLog& finished);
   void goTo(size_t next);
   void passOver(const STRING& log, const STRING& next);

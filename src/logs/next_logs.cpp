@@ -20,7 +20,7 @@ constexpr std::string_view kPointerEnd = "filepointer", kEnd = "nextlogs";
 constexpr uint64_t kMaxBytes = 4u << 20;
 
 // Takes the text up to `separator` off `rest`.
-std::string_view takeWord(std::string_view& rest, char separator) {
+std::string_view nextWord(std::string_view& rest, char separator) {
   const size_t end = std::min(rest.find(separator), rest.size());
   const std::string_view word = rest.substr(0, end);
   rest.remove_prefix(std::min(end + 1, rest.size()));
@@ -28,8 +28,8 @@ std::string_view takeWord(std::string_view& rest, char separator) {
 }
 
 template <class Number>
-bool takeNumber(std::string_view& rest, Number& out) {
-  const std::string_view word = takeWord(rest, ' ');
+bool parseNumber(std::string_view& rest, Number& out) {
+  const std::string_view word = nextWord(rest, ' ');
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), out);
   return error == std::errc() && end == word.data() + word.size() && out >= 0;
 }
@@ -69,12 +69,12 @@ const char* NextLogs::parse(std::string_view text, Content& out) {
     return "it is truncated or modified";
   std::string_view rest = text.substr(kFirstLine.size(), end - kFirstLine.size());
   while (!rest.empty()) {
-    std::string_view line = takeWord(rest, '\n');
-    const std::string_view kind = takeWord(line, ' ');
+    std::string_view line = nextWord(rest, '\n');
+    const std::string_view kind = nextWord(line, ' ');
     Left left{};
     if (kind == "left" &&
-        !(takeNumber(line, left.place.offset) && takeNumber(line, left.place.size) &&
-          takeNumber(line, left.place.identity) && takeNumber(line, left.place.before)))
+        !(parseNumber(line, left.place.offset) && parseNumber(line, left.place.size) &&
+          parseNumber(line, left.place.identity) && parseNumber(line, left.place.before)))
       return "a log position is not a number";
     if (line.empty()) return "a name is missing";
     if (kind == "named") {

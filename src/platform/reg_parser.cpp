@@ -51,7 +51,7 @@ class RegParser {
     _rest = _text;
     if (_rest.empty()) return {};
     while (!_rest.empty())
-      if (std::string problem = takeEntry(); !problem.empty()) return atLine(_line, problem);
+      if (std::string problem = parseEntry(); !problem.empty()) return atLine(_line, problem);
     return _headerSeen ? "" : atLine(1, "the format's header line is missing");
   }
 
@@ -69,7 +69,7 @@ class RegParser {
     return isValidUtf8(_text) ? "" : "neither UTF-8 nor UTF-16LE with a byte-order mark";
   }
 
-  std::string_view takeLine() {
+  std::string_view nextLine() {
     const size_t end = _rest.find('\n');
     const std::string_view line = _rest.substr(0, end);
     _rest.remove_prefix(end == std::string_view::npos ? _rest.size() : end + 1);
@@ -77,25 +77,25 @@ class RegParser {
     return line;
   }
 
-  std::string takeEntry() {
+  std::string parseEntry() {
     _line = _nextLine;
-    const std::string_view line = trimmed(takeLine());
+    const std::string_view line = trimmed(nextLine());
     if (line.empty()) return {};
-    if (!_headerSeen && line[0] != ';') return takeHeader(line);
-    if (line[0] == ';') return takeComment(line);
-    if (line[0] == '[') return takeKey(line);
-    if (line[0] == '"' || line[0] == '@') return takeValue(line);
+    if (!_headerSeen && line[0] != ';') return parseHeader(line);
+    if (line[0] == ';') return parseComment(line);
+    if (line[0] == '[') return parseKey(line);
+    if (line[0] == '"' || line[0] == '@') return parseValue(line);
     return "neither a key nor a value";
   }
 
-  std::string takeHeader(std::string_view line) {
+  std::string parseHeader(std::string_view line) {
     _headerSeen = std::find(std::begin(kHeaders), std::end(kHeaders), line) != std::end(kHeaders);
     if (!_headerSeen) return "the format's header line is missing";
     _document._header = line;
     return {};
   }
 
-  std::string takeComment(std::string_view line) {
+  std::string parseComment(std::string_view line) {
     if (!_key) {
       _document._preamble.emplace_back(line);
       return {};
@@ -106,7 +106,7 @@ class RegParser {
     return append(std::move(comment));
   }
 
-  std::string takeKey(std::string_view line) {
+  std::string parseKey(std::string_view line) {
     if (line.back() != ']') return "a key without its closing bracket";
     line = line.substr(1, line.size() - 2);
     const bool removal = line.starts_with('-');
@@ -124,12 +124,12 @@ class RegParser {
                : "more than " + std::to_string(RegDocument::kMaxKeys) + " keys";
   }
 
-  std::string takeValue(std::string_view line) {
+  std::string parseValue(std::string_view line) {
     if (!_key) return _skipping ? "a value below a removed key" : "a value outside a key";
     RegItem item;
     if (line[0] == '@') {
       line.remove_prefix(1);
-    } else if (!takeRegQuoted(line, item.name)) {
+    } else if (!parseRegQuoted(line, item.name)) {
       return "a value name without its closing quotation mark";
     }
     line = trimmed(line);
@@ -138,7 +138,7 @@ class RegParser {
     // Binary values may go on behind a backslash at the end of the line.
     while (!value.starts_with('"') && value.ends_with('\\') && !_rest.empty()) {
       value += '\n';
-      value += trimmed(takeLine());
+      value += trimmed(nextLine());
     }
     if (!value.starts_with('"') && value.ends_with('\\'))
       return "a truncated value: \"" + item.name + "\"";

@@ -118,7 +118,7 @@ bool isRegName(std::string_view text) {
          });
 }
 
-bool takeRegQuoted(std::string_view& rest, std::string& out) {
+bool parseRegQuoted(std::string_view& rest, std::string& out) {
   out.clear();
   for (size_t i = 1; i < rest.size(); ++i) {
     if (rest[i] == '"') {
@@ -135,7 +135,7 @@ bool readRegValue(std::string_view value, RegItem& item) {
   if (value.starts_with('"')) {
     std::string text;
     item.kind = RegItem::Kind::string;
-    if (!takeRegQuoted(value, text) || !value.empty()) return false;
+    if (!parseRegQuoted(value, text) || !value.empty()) return false;
     item.text = STRING(text);
     return true;
   }

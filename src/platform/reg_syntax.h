@@ -23,7 +23,7 @@ bool isRegName(std::string_view text);
 
 // Takes a quoted text with its escapes (\\ and \") from the front of `rest`; false when it does not
 // end.
-[[nodiscard]] bool takeRegQuoted(std::string_view& rest, std::string& out);
+[[nodiscard]] bool parseRegQuoted(std::string_view& rest, std::string& out);
 
 // Reads what follows the "=" into `item`: a quoted text, "dword:" with 1 to 8 hex digits, hex(1)
 // and hex(4) with the bytes of the same types; any other "hex:" or "hex(n):" is kept verbatim.

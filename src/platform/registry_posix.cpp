@@ -150,7 +150,7 @@ class FileRegistry final : public Registry {
     if (!isRegName(key)) return kErrorInvalidParameter;
     MonitorLock lock(_monitor);
     std::unique_ptr<FileLock> fileLock;
-    if (const uint32_t error = takeFileLock(lock, fileLock)) return error;
+    if (const uint32_t error = acquireFileLock(lock, fileLock)) return error;
     if (const uint32_t error = refresh()) return error;
     const std::string before = _document.format();
     if (const uint32_t error = apply(_document)) return error;
@@ -165,7 +165,7 @@ class FileRegistry final : public Registry {
     return error ? registryError(error) : kOk;
   }
 
-  uint32_t takeFileLock(MonitorLock& lock, std::unique_ptr<FileLock>& out) REQUIRES(_monitor) {
+  uint32_t acquireFileLock(MonitorLock& lock, std::unique_ptr<FileLock>& out) REQUIRES(_monitor) {
     for (int attempt = 1;; ++attempt) {
       const int error = _files.lock(_path + ".lock", out);
       if (error == 0) return kOk;

@@ -141,7 +141,7 @@ bool putBack(std::string&& text, const std::vector<Span>& spans,
 }
 
 // Takes the long texts out of the tree.
-std::vector<std::string> takeLongTexts(JsonTree& tree) {
+std::vector<std::string> extractLongTexts(JsonTree& tree) {
   std::vector<std::string*> values;
   collect(
       tree, [](const std::string& text) { return text.size() >= kLongTextBytes; }, values);
@@ -199,7 +199,7 @@ std::string writeJson(const JsonTree& tree) {
 std::string writeJson(JsonTree&& tree, size_t mostBytes) {
   JsonTree taken;
   taken.swap(tree);
-  std::vector<std::string> texts = takeLongTexts(taken);
+  std::vector<std::string> texts = extractLongTexts(taken);
   std::string around = writeJson(taken);
   taken.clear();
   size_t size = around.size() - texts.size() * placeholder().size();

@@ -69,7 +69,7 @@ std::string RPCClient::requestText(const std::string& method, JsonTree&& params)
   request.name = method;
   request.params.swap(params);
   try {
-    return writeJson(request.takePtree(), _fifo.limits().messageBytes);
+    return writeJson(request.releasePtree(), _fifo.limits().messageBytes);
   } catch (const std::length_error& error) {
     throw RPCCallError(method, kRpcInvalidRequest, rpcErrorText(kRpcInvalidRequest), error.what());
   }

@@ -33,12 +33,12 @@ const char* word(bool value) {
 }
 
 // A member's tree, or an empty one.
-void takeChild(JsonTree& tree, const char* name, JsonTree& out) {
+void extractChild(JsonTree& tree, const char* name, JsonTree& out) {
   out.clear();
   if (const auto given = tree.get_child_optional(name)) out.swap(*given);
 }
 
-void giveChild(JsonTree& tree, const char* name, JsonTree& from) {
+void insertChild(JsonTree& tree, const char* name, JsonTree& from) {
   tree.push_back({name, JsonTree()})->second.swap(from);
 }
 
@@ -52,28 +52,28 @@ void RPCRequest::SetPtree(JsonTree&& tree) {
   id = idOf(tree);
   name.clear();
   if (const auto method = tree.get_child_optional("name")) name = method->data();
-  takeChild(tree, "params", params);
+  extractChild(tree, "params", params);
 }
 
-JsonTree RPCRequest::takePtree() {
+JsonTree RPCRequest::releasePtree() {
   JsonTree tree = opened(id);
   tree.put("name", name);
-  if (!params.empty() || !params.data().empty()) giveChild(tree, "params", params);
+  if (!params.empty() || !params.data().empty()) insertChild(tree, "params", params);
   return tree;
 }
 
 JsonTree RPCResponse::ptree() const {
-  return RPCResponse(*this).takePtree();
+  return RPCResponse(*this).releasePtree();
 }
 
-JsonTree RPCResponse::takePtree() {
+JsonTree RPCResponse::releasePtree() {
   JsonTree tree = opened(id);
   if (error) {
     tree.put("error.code", *error);
     tree.put("error.message", rpcErrorText(*error));
     if (!detail.empty()) tree.put("error.data", detail);
   } else {
-    giveChild(tree, "result", result);
+    insertChild(tree, "result", result);
   }
   if (appdata) tree.push_back({"appdata", JsonTree()})->second.data().swap(*appdata);
   if (moredata) tree.put("moredata", word(*moredata));
@@ -96,7 +96,7 @@ void RPCResponse::SetPtree(JsonTree&& tree) {
   if (const auto more = member<std::string>(tree, "moredata")) read.moredata = *more == word(true);
   read.datalen = member<int64_t>(tree, "datalen");
   *this = std::move(read);
-  takeChild(tree, "result", result);
+  extractChild(tree, "result", result);
 }
 
 }  // namespace korvane

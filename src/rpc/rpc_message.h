@@ -20,7 +20,7 @@ class RPCRequest {
   // error the request is as it was.
   void SetPtree(const JsonTree& tree);
   void SetPtree(JsonTree&& tree);  // large parameters are taken over without a copy
-  JsonTree takePtree();            // leaves no parameters
+  JsonTree releasePtree();         // leaves no parameters
 
   std::optional<int> id;
   std::string name;  // of the method; empty when there was none
@@ -30,7 +30,7 @@ class RPCRequest {
 class RPCResponse {
  public:
   JsonTree ptree() const;
-  JsonTree takePtree();  // leaves neither result nor application data
+  JsonTree releasePtree();  // leaves neither result nor application data
   // What a client makes of an answer; throws RPCParseError, or the property tree's error
   // for a number that is none.
   void SetPtree(const JsonTree& tree);

@@ -86,7 +86,7 @@ bool RPCMessageQueue::answer(RPCResponse&& response) {
 }
 
 bool RPCMessageQueue::send(RPCResponse&& response) {
-  const std::string text = writeJson(response.takePtree(), _transport.messageBytes());
+  const std::string text = writeJson(response.releasePtree(), _transport.messageBytes());
   const uint64_t connection = _transport.connection();
   if (_transport.send(text)) return true;
   if (connection == _transport.connection()) drop();

@@ -30,11 +30,11 @@ void ComponentUpdateThread::cycle() {
     Attempts& attempts = _attempts.at(index++);
     if (!stopRequested() && (_parts.content.settings.*kind.updateNow)() &&
         _parts.clock.monotonicMs() >= attempts.nextMs && hasTaker())
-      takeOver(kind, attempts);
+      handOverDownloaded(kind, attempts);
   }
 }
 
-void ComponentUpdateThread::takeOver(const ContentKind& kind, Attempts& attempts) {
+void ComponentUpdateThread::handOverDownloaded(const ContentKind& kind, Attempts& attempts) {
   archive::Refusal refusal;
   const Outcome outcome = handOverContent(
       _parts.content, kind, [this] { return stopRequested(); }, refusal);

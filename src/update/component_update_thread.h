@@ -44,7 +44,7 @@ class ComponentUpdateThread : public Thread {
     int64_t nextMs = 0;  // monotonic
   };
 
-  void takeOver(const ContentKind& kind, Attempts& attempts);
+  void handOverDownloaded(const ContentKind& kind, Attempts& attempts);
 
   const Parts _parts;
   std::array<Attempts, 4> _attempts;

@@ -32,7 +32,7 @@ void UpdateThread::processConfigPolicyUpdates() {
 void UpdateThread::applyPolicy(HttpsHandler& handler) {
   if (!_policy.receivePolicy(handler)) return;
   reloadAutoRetransInterval();
-  _builtInWish.forget();
+  _builtInSwitch.forget();
 }
 
 UpdateResult UpdateThread::configureIds(const PropertyList& settings, const PropertyList& rules,
@@ -67,7 +67,7 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
     result = {kNothingNew, "No new configuration data provided."};
   if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
   if (preventionInForce(_parts.settings.policy)) {
-    const STRING problem = _builtInWish.follow(settings);
+    const STRING problem = _builtInSwitch.follow(settings);
     if (!problem.empty() && result.ok()) result = {kPolicyFailure, problem};
   }
   std::vector<RefusedSetting> refused;

@@ -98,7 +98,7 @@ NotificationListener::Outcome NotificationListener::poll(int32_t& countdown) {
   int error = 0;
   switch (_listening->socket->waitReadable(kIdleMs, error)) {
     case platform::SocketWait::ready:
-      return takeConnection(countdown);
+      return acceptConnection(countdown);
     case platform::SocketWait::timedOut:
       return {.waited = true};
     case platform::SocketWait::failed:
@@ -111,7 +111,7 @@ NotificationListener::Outcome NotificationListener::poll(int32_t& countdown) {
 }
 
 // A connection that cannot be accepted leaves the cycle its pause, since the port stays ready then.
-NotificationListener::Outcome NotificationListener::takeConnection(int32_t& countdown) {
+NotificationListener::Outcome NotificationListener::acceptConnection(int32_t& countdown) {
   eventlog::trace(kListenerTag, "Received a notification");
   std::unique_ptr<platform::Socket> client;
   int error = _listening->socket->accept(client);

@@ -53,7 +53,7 @@ class NotificationListener {
   void closeListener();
   [[nodiscard]] bool listen();
   [[nodiscard]] bool giveUp();
-  [[nodiscard]] Outcome takeConnection(int32_t& countdown);
+  [[nodiscard]] Outcome acceptConnection(int32_t& countdown);
   [[nodiscard]] std::optional<uint8_t> readByte(platform::Socket& client, int32_t seconds,
                                                 int32_t& waited);
   [[nodiscard]] bool pause(platform::Socket& client, bool untilReadable);

@@ -51,7 +51,7 @@ int PendingUpdates::take(int kinds) {
   return taken;
 }
 
-void PendingUpdates::takePollingProperties(const PropertyList& properties) {
+void PendingUpdates::applyPollingProperties(const PropertyList& properties) {
   for (const Flag& row : kFlags) this->*row.flag = propertyIsTrue(properties, row.property);
   if (!applicationRequest) return;
   eventlog::trace(kPollingTag, "Received send.application.request");
@@ -62,7 +62,7 @@ void PendingUpdates::takePollingProperties(const PropertyList& properties) {
   eventlog::trace(kPollingTag, "Received Request ID - %s ", applicationRequestId);
 }
 
-bool PendingUpdates::takeNotification(uint8_t byte) {
+bool PendingUpdates::acceptNotification(uint8_t byte) {
   if (byte & kInvalidBits) {
     eventlog::trace(kNotificationTag, "Got invalid notification message, byte is 0x%x", byte);
     return false;

@@ -30,11 +30,11 @@ struct PendingUpdates {
 
   // Sets every flag from the properties, a missing one to false. A request for application data
   // without an identifier is none.
-  void takePollingProperties(const PropertyList& properties);
+  void applyPollingProperties(const PropertyList& properties);
   // Sets a flag for each bit of a notification, the update kinds 1 to 16; the others stay
   // as they are. Bit 32 says nothing. False, and nothing set, for a byte that is none: one
   // of the two top bits is set.
-  [[nodiscard]] bool takeNotification(uint8_t byte);
+  [[nodiscard]] bool acceptNotification(uint8_t byte);
 };
 
 }  // namespace korvane

@@ -11,8 +11,8 @@ constexpr char kAnswerSource[] = "UpdateThread";
 
 }  // namespace
 
-ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent,
-                              ServerSettings& settings) {
+ServerAnswer handleServerAnswer(HttpsHandler& handler, EventId refusalEvent,
+                                ServerSettings& settings) {
   ServerAnswer answer;
   answer.code = handler.getKorvaneError(answer.text);
   if (answer.accepted()) {

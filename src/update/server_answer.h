@@ -3,7 +3,7 @@
 //
 // Used by the update thread alone.
 //
-//   const ServerAnswer answer = takeServerAnswer(handler, EventId::serverError, settings);
+//   const ServerAnswer answer = handleServerAnswer(handler, EventId::serverError, settings);
 //   if (answer.refused()) return;
 #pragma once
 
@@ -30,7 +30,7 @@ struct ServerAnswer {
 // agent: the identifier that the request was made with is forgotten, so that the agent
 // registers again, and event
 // 10217. Refused for another reason: the event `refusalEvent` with the server's text.
-[[nodiscard]] ServerAnswer takeServerAnswer(HttpsHandler& handler, EventId refusalEvent,
-                                            ServerSettings& settings);
+[[nodiscard]] ServerAnswer handleServerAnswer(HttpsHandler& handler, EventId refusalEvent,
+                                              ServerSettings& settings);
 
 }  // namespace korvane

@@ -86,10 +86,10 @@ bool SoftwareUpdate::unpackPackage(const std::string& directory, std::string_vie
 }
 
 void SoftwareUpdate::processSoftwareUpdate() {
-  _exchange.run([this](HttpsHandler& handler, int) { takePackage(handler); });
+  _exchange.run([this](HttpsHandler& handler, int) { downloadPackage(handler); });
 }
 
-void SoftwareUpdate::takePackage(HttpsHandler& handler) {
+void SoftwareUpdate::downloadPackage(HttpsHandler& handler) {
   int status = 0, size = 0;
   PropertyList properties;
   const std::unique_ptr<char[]> package(handler.getSoftware(status, size, properties));

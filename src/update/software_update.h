@@ -57,7 +57,7 @@ class SoftwareUpdate {
   void sendUpdateResults(const STRING& directory);
 
  private:
-  void takePackage(HttpsHandler& handler);
+  void downloadPackage(HttpsHandler& handler);
   void installPackage(std::string_view bytes, const PropertyList& results);
   // An earlier package goes before this one comes, but not before this one has been checked.
   [[nodiscard]] bool unpackPackage(const std::string& directory, std::string_view bytes,

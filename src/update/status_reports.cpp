@@ -31,7 +31,7 @@ void UpdateThread::sendAgentStatus() {
   HttpsHandler handler(_parts.policy.connection);
   if (handler.sendAgentStatusMessage(_bFirstPollRequired) != 0) return _statusRepeat.failed();
   const ServerAnswer answer =
-      takeServerAnswer(handler, EventId::serverError, _parts.settings.server);
+      handleServerAnswer(handler, EventId::serverError, _parts.settings.server);
   // Under the identity that the agent gets instead, its status is another one.
   if (answer.code == kServerUnknownAgent)
     _statusRepeat.failed();
@@ -48,7 +48,7 @@ void UpdateThread::sendAgentStatus() {
     return;
   }
   eventlog::trace(kReportSource, "Received polling properties");
-  _pending.takePollingProperties(properties);
+  _pending.applyPollingProperties(properties);
 }
 
 void UpdateThread::monitorPrevention() {
@@ -66,7 +66,7 @@ void UpdateThread::monitorPrevention() {
   const PreventionReport report = describePrevention(now);
   settings.setPolicyError(report.code, report.text);
   HidsInterface* ids = _parts.ids();
-  if (ids && ids->present() && !takeIdsLogFiles(*ids, _parts.settings.logs))
+  if (ids && ids->present() && !fetchIdsLogFiles(*ids, _parts.settings.logs))
     eventlog::trace("processConfigPolicyUpdates", "IDS did not report log file name");
   settings.setPolicyError(report.code | kIdsLogSearchRead, report.text);
 }

@@ -92,7 +92,7 @@ const UpdateGroup& contentUpdates() {
 }
 
 bool UpdateExchange::run(const Process& process, int allowed, bool firstPoll) {
-  const int kinds = takeKinds() & allowed;
+  const int kinds = collectDueKinds() & allowed;
   if (kinds == 0) return false;
   const UpdateGroup::Traces& traces = _group.traces;
   traceIfGiven(traces.source, traces.asked, kinds, static_cast<int>(firstPoll));
@@ -103,7 +103,7 @@ bool UpdateExchange::run(const Process& process, int allowed, bool firstPoll) {
   return false;
 }
 
-int UpdateExchange::takeKinds() {
+int UpdateExchange::collectDueKinds() {
   if (!due()) return 0;
   if (_group.of == Of::settings) return _retry.due() ? _retry.kinds : _pending.take(_group.kinds);
   const int putOff = _retry.pending ? _retry.kinds : 0;
@@ -112,7 +112,7 @@ int UpdateExchange::takeKinds() {
 
 bool UpdateExchange::exchange(HttpsHandler& handler, int kinds, const Process& process) {
   const UpdateGroup::Traces& traces = _group.traces;
-  const ServerAnswer answer = takeServerAnswer(handler, _group.refusalEvent, _server);
+  const ServerAnswer answer = handleServerAnswer(handler, _group.refusalEvent, _server);
   if (answer.refused()) {
     if (_group.of == Of::packages) _retry.giveUp();
     traceIfGiven(traces.source, traces.refused, answer.text, answer.code);

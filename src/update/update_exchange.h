@@ -77,7 +77,7 @@ class UpdateExchange {
   bool run(const Process& process, int allowed = kAllKinds, bool firstPoll = false);
 
  private:
-  [[nodiscard]] int takeKinds();
+  [[nodiscard]] int collectDueKinds();
   [[nodiscard]] bool exchange(HttpsHandler& handler, int kinds, const Process& process);
   void putOff(int kinds);
 

@@ -35,7 +35,7 @@ UpdateThread::UpdateThread(AgentInfo*) : UpdateThread(updatePartsOfRun()) {}
 UpdateThread::UpdateThread(const UpdateParts& parts)
     : _parts(parts),
       _policy(parts.policy),
-      _builtInWish(parts.policy.driver, parts.settings.policy),
+      _builtInSwitch(parts.policy.driver, parts.settings.policy),
       _configExchange(configPolicyUpdates(), _pending, _configRetry, parts.settings.server,
                       parts.policy.connection),
       _idsExchange(idsUpdates(), _pending, _idsRetry, parts.settings.server,
@@ -124,7 +124,7 @@ bool UpdateThread::work() {
 // A notification asks for updates, not for a status: it begins the countdown to that anew.
 bool UpdateThread::tcpNotification() {
   const NotificationListener::Outcome outcome = _listener.poll(_pollingInterval);
-  if (outcome.byte && _pending.takeNotification(*outcome.byte)) {
+  if (outcome.byte && _pending.acceptNotification(*outcome.byte)) {
     _pollingInterval = 0;
     updatePollingInterval();
   }
@@ -136,7 +136,7 @@ void UpdateThread::stepCountdowns() {
   _idsRetry.step();
   _softwareRetry.step();
   _componentRetry.step();
-  _builtInWish.step(preventionInForce(_parts.settings.policy));
+  _builtInSwitch.step(preventionInForce(_parts.settings.policy));
   updatePollingInterval();
   updateAutoRetransInterval();
   _parts.settings.policy.updateRebootRequiredFlag();
@@ -162,7 +162,7 @@ void UpdateThread::reloadAutoRetransInterval() {
 void UpdateThread::notifyAppDataCollection() {
   // Besides a status, every answer to a report may bring one; a server offers it once, perhaps.
   STRING offered;
-  if (_parts.policy.connection.takeApplicationRequest(offered) && !_pending.applicationRequest) {
+  if (_parts.policy.connection.collectApplicationRequest(offered) && !_pending.applicationRequest) {
     _pending.applicationRequest = true;
     _pending.applicationRequestId = offered;
   }

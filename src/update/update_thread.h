@@ -35,7 +35,7 @@
 #include "update/content_update.h"
 #include "update/notification_listener.h"
 #include "update/pending_updates.h"
-#include "update/policy/builtin_wish.h"
+#include "update/policy/builtin_policy_switch.h"
 #include "update/policy/policy_processor.h"
 #include "update/retry_group.h"
 #include "update/software_update.h"
@@ -114,7 +114,7 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   RetryGroup _componentRetry;
   PendingUpdates _pending;
   PolicyProcessor _policy;
-  BuiltInWish _builtInWish;
+  BuiltInPolicySwitch _builtInSwitch;
   UpdateExchange _configExchange;
   UpdateExchange _idsExchange;
   SoftwareUpdate _software;

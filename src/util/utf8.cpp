@@ -10,7 +10,7 @@ constexpr char32_t kInvalid = 0xFFFFFFFF;
 
 // Takes one code point from the front of `bytes`. A malformed sequence gives kInvalid and takes the
 // longest prefix that could have begun a well-formed one, at least one byte (Unicode, table 3-7).
-char32_t takeCodePoint(std::string_view& bytes) {
+char32_t nextCodePoint(std::string_view& bytes) {
   const auto at = [&](size_t i) { return static_cast<uint8_t>(bytes[i]); };
   const uint8_t lead = at(0);
   const auto take = [&](size_t count, char32_t result) {
@@ -40,7 +40,7 @@ std::u16string utf8ToUtf16(std::string_view utf8) {
   std::u16string out;
   out.reserve(utf8.size());
   while (!utf8.empty()) {
-    char32_t code = takeCodePoint(utf8);
+    char32_t code = nextCodePoint(utf8);
     if (code == kInvalid) code = kReplacement;
     if (code >= 0x10000) {
       code -= 0x10000;
@@ -85,7 +85,7 @@ std::string utf16ToUtf8(std::u16string_view text) {
 
 bool isValidUtf8(std::string_view bytes) {
   while (!bytes.empty())
-    if (takeCodePoint(bytes) == kInvalid) return false;
+    if (nextCodePoint(bytes) == kInvalid) return false;
   return true;
 }
 

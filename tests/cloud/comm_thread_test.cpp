@@ -112,22 +112,23 @@ TEST(CloudCommands, AreForAdministratorsAndSayWhatIsWrong) {
   EXPECT_EQ(world.codeOf(set, application("web", sample().web)), kCloudPreventionOff);
 }
 
-TEST(CloudCommands, AChangedWishForTheBuiltInPolicyReachesTheDriver) {
+TEST(CloudCommands, AChangedRequestForTheBuiltInPolicyReachesTheDriver) {
   CloudWorld world;
   const auto asked = [&world](uint32_t code) {
     size_t count = 0;
     for (const auto& call : world.machine.fake.devices.calls()) count += call.controlCode == code;
     return count;
   };
-  const char* const wish = R"({"settings":{"use.builtin.policy":"true","log.writer.limit":"9"}})";
+  const char* const request =
+      R"({"settings":{"use.builtin.policy":"true","log.writer.limit":"9"}})";
   std::string detail;
   world.refusesBuiltIn = true;
-  EXPECT_EQ(world.codeOf("configuration", wish, &detail), kCloudPolicyRefused);
+  EXPECT_EQ(world.codeOf("configuration", request, &detail), kCloudPolicyRefused);
   EXPECT_EQ(detail, "use.builtin.policy: Failed to tell Driver to use Builtin Policy");
   EXPECT_FALSE(world.config.useBuiltInPolicy());
   EXPECT_NE(world.config.getMaxBatchSize(HIDS_RT_LOG), 9);
   world.refusesBuiltIn = false;
-  EXPECT_EQ(world.codeOf("configuration", wish), 0);
+  EXPECT_EQ(world.codeOf("configuration", request), 0);
   EXPECT_EQ(asked(KAVIPS_USE_BUILTIN), 2U);
   EXPECT_TRUE(world.config.useBuiltInPolicy());
   EXPECT_EQ(world.codeOf("applicationPolicy.set", application("web", sample().web), &detail),

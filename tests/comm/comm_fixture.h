@@ -30,17 +30,17 @@
 
 namespace korvane::tests {
 
-// Resolves the names that the test gives it; "hang" hangs until letGo().
+// Resolves the names that the test gives it; "hang" hangs until release().
 class TestResolver : public platform::ForwardingSockets {
  public:
   TestResolver(platform::Sockets& to, platform::Threading& threading)
       : ForwardingSockets(to),
         asked(threading.createEvent(true, false)),
-        _letGo(threading.createEvent(true, false)) {}
+        _released(threading.createEvent(true, false)) {}
   int resolve(const std::string& host, std::vector<std::string>& out) override {
     if (host == "hang") {
       asked->set();
-      _letGo->wait(platform::kInfinite);
+      _released->wait(platform::kInfinite);
       return 11001;
     }
     if (host == "moving") out.push_back("10.0.0." + std::to_string(++_moves));
@@ -52,13 +52,13 @@ class TestResolver : public platform::ForwardingSockets {
     ++shut;
     ForwardingSockets::shutdownForeign(socket);
   }
-  void letGo() { _letGo->set(); }
+  void release() { _released->set(); }
 
   const std::unique_ptr<platform::Event> asked;
   std::atomic<int> shut{0};  // sockets that a stop has shut
 
  private:
-  const std::unique_ptr<platform::Event> _letGo;
+  const std::unique_ptr<platform::Event> _released;
   int _moves = 0;
   bool _left = false;
 };
@@ -147,7 +147,7 @@ class CommFixture : public ::testing::Test {
     config().setURL("https://first.test:8443/agent/");
     config().setUniqueId("guid-1");
   }
-  ~CommFixture() override { resolver.letGo(); }
+  ~CommFixture() override { resolver.release(); }
 
   static AgentConfig& config() { return *AgentConfig::getInstance(); }
   platform::Platform& system() { return _platform; }

@@ -261,13 +261,13 @@ TEST_F(Exchange, ARequestForApplicationDataIsTakenOnceAndByThisRunOfTheAgent) {
   STRING identifier;
   const auto takenAfter = [&](int exchange) {
     EXPECT_EQ(exchange, 0);
-    return currentConnection().takeApplicationRequest(identifier);
+    return currentConnection().collectApplicationRequest(identifier);
   };
   for (int i = 0; i < 4; ++i) transport.steps.push_back({.body = offer});
   EXPECT_FALSE(takenAfter(handler.log(PropertyList())));
   EXPECT_TRUE(takenAfter(handler.sendApplicationData(nullptr, false, 0)));
   EXPECT_EQ(identifier, STRING("r-1"));
-  EXPECT_FALSE(currentConnection().takeApplicationRequest(identifier));
+  EXPECT_FALSE(currentConnection().collectApplicationRequest(identifier));
   EXPECT_TRUE(takenAfter(handler.sendPolicyStateMessage()));
 }
 

@@ -232,7 +232,7 @@ TEST_F(Send, HangingLookUpIsLeftBehind) {
   // The next one waits for the look-up that is on its way, no longer than it may.
   EXPECT_EQ(lookUps.address("hang", 50), "");
   EXPECT_EQ(lookUps.outstanding(), 1u);
-  resolver.letGo();
+  resolver.release();
   EXPECT_EQ(lookUps.address("hang", 20000), "");
   EXPECT_EQ(lookUps.address("steady", 20000), "10.0.1.1");
   EXPECT_EQ(lookUps.outstanding(), 0u);

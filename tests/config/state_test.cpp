@@ -130,7 +130,7 @@ TEST_F(StateTest, FipsSwitchNeedsAWorkingProvider) {
     return digest != nullptr;
   };
   config().setFipsEnabled(true);
-  EXPECT_TRUE(config().isFipsEnabled()) << "the wish is stored in any case";
+  EXPECT_TRUE(config().isFipsEnabled()) << "the request is stored in any case";
   EXPECT_EQ(fipsModeOn(), fetch("fips=yes"));
   EXPECT_TRUE(fetch(nullptr));
   STRING error;

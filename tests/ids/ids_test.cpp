@@ -109,14 +109,14 @@ TEST_F(IdsTest, AStaleOrMissingAnswerIsAFailureAndAStopEndsTheWait) {
 TEST_F(IdsTest, LogNamesAreTakenOneByOne) {
   fake.files.put(kSettings, "ids.service.eventfile.name=../logs/e.csv\n");
   LogSettings& logs = settingsOf(*AgentConfig::getInstance()).logs;
-  EXPECT_TRUE(takeIdsLogFiles(component, logs));
+  EXPECT_TRUE(fetchIdsLogFiles(component, logs));
   EXPECT_EQ(logs.getCurrentLogFile(HIDS_LOG), STRING("/opt/agent/IDS/bin/../logs/e.csv"));
-  EXPECT_FALSE(takeIdsLogFile(component, logs, HIDS_RT_LOG));
-  EXPECT_FALSE(takeIdsLogFile(component, logs, AGENT_LOG));
+  EXPECT_FALSE(fetchIdsLogFile(component, logs, HIDS_RT_LOG));
+  EXPECT_FALSE(fetchIdsLogFile(component, logs, AGENT_LOG));
   EXPECT_TRUE(logs.getCurrentLogFile(HIDS_RT_LOG).empty());
 
   fake.files.put(kSettings, "ids.service.rteventfile.name=/var/rt.csv\n");
-  EXPECT_FALSE(takeIdsLogFiles(component, logs)) << "no event file is named any more";
+  EXPECT_FALSE(fetchIdsLogFiles(component, logs)) << "no event file is named any more";
   EXPECT_EQ(logs.getCurrentLogFile(HIDS_RT_LOG), STRING("/var/rt.csv"));
 }
 

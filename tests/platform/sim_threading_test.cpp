@@ -133,7 +133,7 @@ TEST(SimThreading, aDeadlockIsReportedAndItsWaitsFail) {
                                          testing::HasSubstr("thread 2 waits for an event")));
 }
 
-void takeInOppositeOrder(uint64_t seed) {
+void lockInOppositeOrder(uint64_t seed) {
   SimThreading sim(seed);
   const auto first = sim.createMutex();
   const auto second = sim.createMutex();
@@ -150,7 +150,7 @@ void takeInOppositeOrder(uint64_t seed) {
 
 TEST(SimThreadingDeathTest, mutexesTakenInOppositeOrderAbortWithAReport) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(for (uint64_t seed = 0; seed < 100; ++seed) takeInOppositeOrder(seed),
+  EXPECT_DEATH(for (uint64_t seed = 0; seed < 100; ++seed) lockInOppositeOrder(seed),
                "deadlock:.* waits for a mutex");
 }
 

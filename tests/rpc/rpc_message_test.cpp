@@ -24,8 +24,8 @@ TEST(RPCRequest, membersAreLookedUpByName) {
   EXPECT_FALSE(least.id);
   EXPECT_EQ(least.name, "");
   EXPECT_TRUE(least.params.empty());
-  const JsonTree tree = RPCRequest(full).takePtree();
-  EXPECT_EQ(requestOf(writeJson(tree)).takePtree(), tree);
+  const JsonTree tree = RPCRequest(full).releasePtree();
+  EXPECT_EQ(requestOf(writeJson(tree)).releasePtree(), tree);
 }
 
 // Both forms, for texts that are long, and for one beside them.

@@ -21,7 +21,7 @@ using ::testing::StartsWith;
 using tests::HostRun;
 using tests::Installation;
 
-std::vector<std::string> takenApart(const std::string& line) {
+std::vector<std::string> splitCommandLine(const std::string& line) {
   int count = 0;
   const host::LocalMemory<LPWSTR*> words(
       ::CommandLineToArgvW(platform::wide(line).c_str(), &count));
@@ -40,7 +40,7 @@ TEST(CommandLine, IsTakenApartAsItWasPutTogether) {
   for (const std::vector<std::string>& row : cases) {
     const std::string line = host::commandLine(row);
     EXPECT_THAT(line, StartsWith("\"" + row[0] + "\""));
-    EXPECT_EQ(takenApart(line), row) << line;
+    EXPECT_EQ(splitCommandLine(line), row) << line;
   }
   EXPECT_EQ(host::programOf("\"C:\\Program Files\\a b.exe\" x"), "a b.exe");
   EXPECT_EQ(host::programOf("C:\\Windows\\notepad.exe \"x\""), "notepad.exe");
@@ -73,7 +73,7 @@ TEST(Installation, IsRepeatedAsAnUpdateAndRemovedOnce) {
   EXPECT_EQ(first.status, 0u) << first.output;
   EXPECT_THAT(first.output, HasSubstr("service " + agent.name + " installed: \""));
   EXPECT_THAT(first.output, HasSubstr("access " + agent.path("IPS") + " O:"));
-  EXPECT_THAT(takenApart(keptCommandLine(agent.name)).at(3), agent.root());
+  EXPECT_THAT(splitCommandLine(keptCommandLine(agent.name)).at(3), agent.root());
   const HostRun again = agent.install({"--stop-deadline", "7"});
   EXPECT_EQ(again.status, 0u) << again.output;
   EXPECT_THAT(again.output, HasSubstr(" updated: "));

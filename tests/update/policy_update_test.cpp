@@ -39,10 +39,10 @@ struct PolicyCycles : tests::NotifiedCycles {
   PolicyWorld world{machine};
 };
 
-// The setting, the driver and its record say what is so; the server is told that its wish
+// The setting, the driver and its record say what is so; the server is told that its request
 // was not followed.
-TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain) {
-  const auto wish = [](const char* value) {
+TEST(PolicyUpdate, ARequestForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain) {
+  const auto request = [](const char* value) {
     return Answer::properties("update.configuration=true\ntcp.port=2222\nuse.builtin.policy=" +
                               std::string(value) + "\n");
   };
@@ -58,7 +58,7 @@ TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain)
   };
   for (bool* fault : {&cycles.world.refuses, &cycles.world.silent}) {
     *fault = true;
-    cycles.receive(wish("true"), 1);
+    cycles.receive(request("true"), 1);
     EXPECT_THAT(cycles.lastResult("config"),
                 testing::HasSubstr(std::string(kRefused) +
                                    "Failed to tell Driver to use Builtin Policy\n"));
@@ -67,19 +67,19 @@ TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain)
     EXPECT_TRUE(holds(fault == &cycles.world.silent));
   }
   cycles.world.refuses = true;
-  cycles.receive(wish("false"), 1);
+  cycles.receive(request("false"), 1);
   EXPECT_THAT(cycles.lastResult("config"),
               testing::HasSubstr(std::string(kRefused) + "Driver failed to load new policy\n"));
   EXPECT_TRUE(holds(true));
   cycles.world.refuses = false;
-  cycles.receive(wish("true"), 1);
+  cycles.receive(request("true"), 1);
   cycles.run(400);
-  EXPECT_TRUE(holds(true)) << "the newer wish counts";
-  cycles.receive(wish("false"), 1);
+  EXPECT_TRUE(holds(true)) << "the newer request counts";
+  cycles.receive(request("false"), 1);
   ASSERT_TRUE(holds(false));
 
   cycles.world.refuses = true;
-  cycles.receive(wish("true"), 1);
+  cycles.receive(request("true"), 1);
   const size_t asked = cycles.world.builtInRequests;
   cycles.run(298);
   EXPECT_EQ(cycles.world.builtInRequests, asked);
@@ -93,11 +93,11 @@ TEST(PolicyUpdate, AWishForTheBuiltInPolicyThatIsNotFollowedIsToldAndTriedAgain)
 
   cycles.receive(packages(kPolicy, {{"policy", "other"}}), 2);
   cycles.world.refuses = true;
-  cycles.receive(wish("true"), 1);
+  cycles.receive(request("true"), 1);
   cycles.world.refuses = false;
   cycles.receive(packages(kPolicy, {{"policy", "a third"}}), 2);
   cycles.run(400);
-  EXPECT_TRUE(holds(false)) << "a policy of the server ends the wish";
+  EXPECT_TRUE(holds(false)) << "a policy of the server ends the request";
 }
 
 TEST(PolicyUpdate, AnAgentWithoutAPolicyIsNotBlamedForItsBuiltInOne) {
@@ -110,7 +110,7 @@ TEST(PolicyUpdate, AnAgentWithoutAPolicyIsNotBlamedForItsBuiltInOne) {
   STRING flag;
   cycles.machine.fake.registry.readString(
       "System\\CurrentControlSet\\Services\\KAVIPSDriver\\Parameters", "UseBuiltin", flag);
-  EXPECT_EQ(flag, STRING("1")) << "its next start is to find the wish";
+  EXPECT_EQ(flag, STRING("1")) << "its next start is to find the request";
 }
 
 TEST(IdsPolicy, IsTranslatedAnewOnRequest) {

@@ -43,7 +43,7 @@ std::optional<Begin> beginOf(std::string_view name) {
 }
 
 // The next field of a line of separated values; a quoted one may hold commas and doubled quotes.
-std::string takeField(std::string_view& rest) {
+std::string nextField(std::string_view& rest) {
   std::string field;
   const bool quoted = rest.starts_with('"');
   size_t i = quoted ? 1 : 0;
@@ -110,7 +110,7 @@ std::vector<LogRecord> newestOf(platform::Files& files, const std::string& path,
 bool parseRecord(std::string_view line, LogRecord& out) {
   if (line.ends_with('\r')) line.remove_suffix(1);
   std::vector<std::string> fields;
-  while (!line.empty()) fields.push_back(takeField(line));
+  while (!line.empty()) fields.push_back(nextField(line));
   if (fields.size() < kFixedFields - 1 || fields[0].size() != 4) return false;
   fields.resize(std::max(fields.size(), kFixedFields));
   out.type = fields[0];

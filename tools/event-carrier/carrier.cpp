@@ -63,7 +63,7 @@ bool Carrier::connect() {
     return false;
   }
   tell("attached", {}, 0);
-  if (_faults.takeIf(Fault::disconnectAttached)) {
+  if (_faults.consumeIf(Fault::disconnectAttached)) {
     tell(nameOf(Fault::disconnectAttached), {}, 0);
     _pipe.close();
   }
@@ -84,13 +84,13 @@ bool Carrier::attach() {
 }
 
 bool Carrier::receive(std::string& message) {
-  if (_faults.takeIf(Fault::neverRead)) {
+  if (_faults.consumeIf(Fault::neverRead)) {
     tell(nameOf(Fault::neverRead), {}, 0);
     while (!done()) pause(kWaitMs);
     return false;
   }
   if (!_pipe.waitForData(kWaitMs)) return false;
-  if (_faults.takeIf(Fault::disconnectReading)) {
+  if (_faults.consumeIf(Fault::disconnectReading)) {
     char frame[Fifo::kFrameBytes];
     // The connection is ended whatever came.
     ignoreResult(_pipe.readBytes(frame, sizeof frame / 2, kFrameMs));

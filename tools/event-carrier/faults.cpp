@@ -81,7 +81,7 @@ Fault Faults::next() {
   return fault;
 }
 
-bool Faults::takeIf(Fault fault) {
+bool Faults::consumeIf(Fault fault) {
   look();
   if (_script.front() != fault) return false;
   _script.pop_front();

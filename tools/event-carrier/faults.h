@@ -42,7 +42,7 @@ class Faults {
   // Of the next notice.
   Fault next();
   // True, once, when the next notice's fault is this one.
-  bool takeIf(Fault fault);
+  bool consumeIf(Fault fault);
 
  private:
   void look();

@@ -78,7 +78,7 @@ bool AgentEndpoint::serveRequest(Connection& connection) {
   connection.recordHead();
   const bool goOn = _http.serveOne(connection);
   currentExchange = nullptr;
-  return deliver(connection, exchange, connection.takeHeld()) && goOn;
+  return deliver(connection, exchange, connection.releaseHeld()) && goOn;
 }
 
 void AgentEndpoint::onPost(const httplib::Request& request, httplib::Response& response,
@@ -87,7 +87,7 @@ void AgentEndpoint::onPost(const httplib::Request& request, httplib::Response& r
   Connection& connection = HttpEngine::current();
   AgentRequest& message = exchange.request;
   if (request.path.starts_with(_basePath)) message.word = request.path.substr(_basePath.size());
-  message.headers = readHeaderLines(connection.takeHead());
+  message.headers = readHeaderLines(connection.releaseHead());
   message.guid = request.get_header_value("Korvane-GUID");
   message.version = request.get_header_value("Korvane-Format-Version");
   message.contentType = request.get_header_value("Content-Type");

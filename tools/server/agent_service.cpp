@@ -181,10 +181,10 @@ void AgentService::dispatch(Exchange& exchange) {
   const std::string& word = exchange.request.word;
   if (word != "register" && word != "testConnection") _records.agentSeen(exchange.answer.agent);
   if (word == "register") registerAgent(exchange);
-  if (word == "update") giveUpdates(exchange);
-  if (word == "result") takeResult(exchange);
-  if (word == "log") takeEvents(exchange);
-  if (word == "bulk-log") takeUpload(exchange);
+  if (word == "update") sendUpdates(exchange);
+  if (word == "result") storeResult(exchange);
+  if (word == "log") storeEvents(exchange);
+  if (word == "bulk-log") storeUpload(exchange);
 }
 
 void AgentService::registerAgent(Exchange& exchange) {
@@ -209,18 +209,18 @@ void AgentService::registerAgent(Exchange& exchange) {
     exchange.answerProperties = {{std::string(kGuidProperty), guid}};
 }
 
-void AgentService::giveUpdates(Exchange& exchange) {
+void AgentService::sendUpdates(Exchange& exchange) {
   WireProperties asked = readProperties(exchange.firstProperties());
   const auto offered = assignmentsFor(_records, exchange.answer.agent);
   for (const UpdateKind& kind : updateKinds()) {
-    if (propertyOf(asked, kind.key) == "true") giveUpdate(exchange, kind, offered);
+    if (propertyOf(asked, kind.key) == "true") sendUpdate(exchange, kind, offered);
   }
   std::erase_if(asked,
                 [](const WireProperty& property) { return property.first.starts_with("update."); });
   if (!asked.empty()) _records.setProperties(exchange.answer.agent, "attributes", asked);
 }
 
-void AgentService::giveUpdate(Exchange& exchange, const UpdateKind& kind,
+void AgentService::sendUpdate(Exchange& exchange, const UpdateKind& kind,
                               const std::vector<Assignment>& offered) {
   WireProperties& properties = exchange.answerProperties;
   const auto found = std::ranges::find(offered, kind.bit, &Assignment::kind);
@@ -240,7 +240,7 @@ void AgentService::giveUpdate(Exchange& exchange, const UpdateKind& kind,
   exchange.answer.fetched.push_back(found->id);
 }
 
-void AgentService::takeResult(Exchange& exchange) {
+void AgentService::storeResult(Exchange& exchange) {
   const auto properties = exchange.firstProperties();
   const auto type = propertyIn(properties, "result.type");
   const int64_t agent = exchange.answer.agent;
@@ -286,14 +286,14 @@ void AgentService::offer(Exchange& exchange) {
   }
 }
 
-void AgentService::takeEvents(Exchange& exchange) {
+void AgentService::storeEvents(Exchange& exchange) {
   if (_countOnly) return;
   for (const WireSection& section : exchange.message.sections) {
     _records.addEvent(exchange.answer.request, exchange.answer.agent, section.payload);
   }
 }
 
-void AgentService::takeUpload(Exchange& exchange) {
+void AgentService::storeUpload(Exchange& exchange) {
   const auto fileName = propertyIn(exchange.firstProperties(), "file.name");
   for (const WireSection& section : exchange.message.sections) {
     if (section.isProperties()) continue;

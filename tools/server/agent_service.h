@@ -73,14 +73,14 @@ class AgentService {
   void checkRequest(Exchange& exchange) REQUIRES(_records.mutex());
   void dispatch(Exchange& exchange) REQUIRES(_records.mutex());
   void registerAgent(Exchange& exchange) REQUIRES(_records.mutex());
-  void giveUpdates(Exchange& exchange) REQUIRES(_records.mutex());
-  void giveUpdate(Exchange& exchange, const UpdateKind& kind,
+  void sendUpdates(Exchange& exchange) REQUIRES(_records.mutex());
+  void sendUpdate(Exchange& exchange, const UpdateKind& kind,
                   const std::vector<Assignment>& offered);
-  void takeResult(Exchange& exchange) REQUIRES(_records.mutex());
+  void storeResult(Exchange& exchange) REQUIRES(_records.mutex());
   void fulfil(Exchange& exchange, std::string_view properties) REQUIRES(_records.mutex());
   void offer(Exchange& exchange) REQUIRES(_records.mutex());
-  void takeEvents(Exchange& exchange) REQUIRES(_records.mutex());
-  void takeUpload(Exchange& exchange) REQUIRES(_records.mutex());
+  void storeEvents(Exchange& exchange) REQUIRES(_records.mutex());
+  void storeUpload(Exchange& exchange) REQUIRES(_records.mutex());
 
   Records& _records;
   const bool _countOnly;

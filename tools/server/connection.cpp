@@ -74,7 +74,7 @@ bool Connection::waitForRequest(std::chrono::milliseconds limit) {
   return _stop.waitFor(_socket, POLLIN, limit);
 }
 
-std::string Connection::takeHeld() {
+std::string Connection::releaseHeld() {
   _holding = false;
   return std::exchange(_held, {});
 }
@@ -84,7 +84,7 @@ void Connection::recordHead() {
   _recordingHead = true;
 }
 
-std::string Connection::takeHead() {
+std::string Connection::releaseHead() {
   _recordingHead = false;
   return std::exchange(_head, {});
 }

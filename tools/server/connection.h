@@ -35,12 +35,12 @@ class Connection : public httplib::Stream {
   // From now on write() keeps the bytes instead of sending them; held() hands them out and ends
   // that.
   void hold() { _holding = true; }
-  std::string takeHeld();
+  std::string releaseHeld();
 
   // From now on read() keeps a copy of the bytes up to the end of the request's head, an empty
-  // line; takeHead() hands it out. Of a head beyond 64 KiB the beginning is kept.
+  // line; releaseHead() hands it out. Of a head beyond 64 KiB the beginning is kept.
   void recordHead();
-  std::string takeHead();
+  std::string releaseHead();
 
   // Sends all the bytes; false when they could not be sent. Never held back.
   bool send(std::string_view bytes);

@@ -24,14 +24,14 @@ std::string_view trimmed(std::string_view text) {
 }
 
 // Cuts the first word off.
-std::string_view takeWord(std::string_view& text) {
+std::string_view nextWord(std::string_view& text) {
   text = trimmed(text);
   const std::string_view word = text.substr(0, text.find_first_of(kBlanks));
   text = trimmed(text.substr(word.size()));
   return word;
 }
 
-std::string_view takeLineOf(std::string_view& text) {
+std::string_view nextLine(std::string_view& text) {
   const size_t end = std::min(text.find('\n'), text.size());
   std::string_view line = text.substr(0, end);
   text.remove_prefix(std::min(end + 1, text.size()));
@@ -56,8 +56,8 @@ constexpr TroubleWord kTroubles[] = {
     {"damaged-items", Trouble::Kind::damagedItems, false},
 };
 
-bool takeExitCode(std::string_view& text, int& code) {
-  const std::string_view word = takeWord(text);
+bool parseExitCode(std::string_view& text, int& code) {
+  const std::string_view word = nextWord(text);
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), code);
   return error == std::errc() && end == word.data() + word.size() && code >= 1 && code <= 255;
 }
@@ -164,7 +164,7 @@ bool SourcePolicy::expand(std::string_view line, std::vector<std::string>& out) 
   return true;
 }
 
-bool SourcePolicy::takeRule(std::string_view rule) {
+bool SourcePolicy::parseRule(std::string_view rule) {
   std::vector<std::string> rules;
   if (!expand(rule, rules)) return false;
   for (const std::string& each : rules) put(each);
@@ -172,20 +172,20 @@ bool SourcePolicy::takeRule(std::string_view rule) {
   return true;
 }
 
-bool SourcePolicy::takeConditionalRule(std::string_view line) {
+bool SourcePolicy::parseConditionalRule(std::string_view line) {
   const size_t end = line.starts_with('"') ? line.find('"', 1) : std::string_view::npos;
   if (end == std::string_view::npos || end == 1) return fail("a path in quotes is missing");
   std::vector<std::string> paths;
   if (!expand(line.substr(1, end - 1), paths)) return false;
   const std::string_view rule = trimmed(line.substr(end + 1));
   for (const std::string& path : paths)
-    if (itemFor({RetransItem::Kind::path, {}, path, false, {}}).present && !takeRule(rule))
+    if (itemFor({RetransItem::Kind::path, {}, path, false, {}}).present && !parseRule(rule))
       return false;
   return true;
 }
 
-bool SourcePolicy::takeDirective(std::string_view directive) {
-  const std::string_view word = takeWord(directive);
+bool SourcePolicy::parseDirective(std::string_view directive) {
+  const std::string_view word = nextWord(directive);
   if (word == "ids-answer") {
     _idsAnswer = directive;
     return true;
@@ -194,23 +194,23 @@ bool SourcePolicy::takeDirective(std::string_view directive) {
                                    [&](const TroubleWord& each) { return each.word == word; });
   if (known == std::end(kTroubles)) return fail("an unknown word after stand-in");
   Trouble trouble{known->kind, 0, {}};
-  if (known->hasCode && !takeExitCode(directive, trouble.code))
+  if (known->hasCode && !parseExitCode(directive, trouble.code))
     return fail("no exit code from 1 to 255");
   trouble.text = directive;
   if (_made.trouble.kind == Trouble::Kind::none) _made.trouble = trouble;
   return true;
 }
 
-bool SourcePolicy::takeLine(std::string_view line) {
+bool SourcePolicy::parseLine(std::string_view line) {
   std::string_view rest = line;
-  const std::string_view word = takeWord(rest);
+  const std::string_view word = nextWord(rest);
   if (!isValidUtf8(line)) return fail("text that is not UTF-8");
   if (line.find(kAddressMark) != std::string_view::npos ||
       line.find('\0') != std::string_view::npos)
     return fail("a control character");
-  if (word == "stand-in") return takeDirective(rest);
-  if (word == "rule") return takeRule(line);
-  if (word == "when") return takeConditionalRule(rest);
+  if (word == "stand-in") return parseDirective(rest);
+  if (word == "rule") return parseRule(line);
+  if (word == "when") return parseConditionalRule(rest);
   if (_at.entry) return fail("an application's policy has rules alone");
   put(line);
   return true;
@@ -230,31 +230,31 @@ void SourcePolicy::check() {
   fail(error.reason);
 }
 
-void SourcePolicy::takeText(std::string_view text) {
+void SourcePolicy::parseText(std::string_view text) {
   if (text.size() > KVP_MAX_TEXT_BYTES) fail("the policy is too large");
   while (_made.problem.empty() && !text.empty()) {
-    const std::string_view line = trimmed(takeLineOf(text));
+    const std::string_view line = trimmed(nextLine(text));
     ++_at.line;
     if (line.empty() || line.starts_with('#')) continue;
     if (line.size() > KVP_MAX_LINE_BYTES)
       fail("the line is too long");
-    else if (takeLine(line) && _made.items.size() > kMaxItems)
+    else if (parseLine(line) && _made.items.size() > kMaxItems)
       fail("it refers to too much");
   }
 }
 
-void SourcePolicy::takeApplication(const ApplicationPart& part) {
+void SourcePolicy::addApplication(const ApplicationPart& part) {
   _at = {&part.entry, 1};
   std::string_view text = part.text;
-  if (trimmed(takeLineOf(text)) != kApplicationFirstLine)
+  if (trimmed(nextLine(text)) != kApplicationFirstLine)
     fail("the first line must be \"" + std::string(kApplicationFirstLine) + "\"");
-  takeText(text);
+  parseText(text);
 }
 
 Translation SourcePolicy::translate(const Source& source) {
-  takeText(source.text);
+  parseText(source.text);
   for (const ApplicationPart& part : source.applications)
-    if (_made.problem.empty()) takeApplication(part);
+    if (_made.problem.empty()) addApplication(part);
   if (_made.problem.empty()) check();
   if (_made.problem.empty() && _target == Target::ids) {
     _made.policy.replace(0, kFirstLine.size(), kIdsFirstLine);

@@ -60,12 +60,12 @@ class SourcePolicy {
     size_t line = 0;
   };
 
-  void takeText(std::string_view text);
-  void takeApplication(const ApplicationPart& part);
-  bool takeLine(std::string_view line);
-  bool takeDirective(std::string_view directive);
-  bool takeRule(std::string_view rule);
-  bool takeConditionalRule(std::string_view line);
+  void parseText(std::string_view text);
+  void addApplication(const ApplicationPart& part);
+  bool parseLine(std::string_view line);
+  bool parseDirective(std::string_view directive);
+  bool parseRule(std::string_view rule);
+  bool parseConditionalRule(std::string_view line);
   // Sets the text that a reference stands for; false when the reference itself is malformed.
   // Nothing is set for what has no value.
   bool resolve(std::string_view reference, std::optional<std::string>& text);

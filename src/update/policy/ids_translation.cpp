@@ -44,12 +44,12 @@ PolicyOutcome PolicyPipeline::runTranslatorForIds(const Attempt& attempt, int& e
   else if (run.exitCode != 0)
     outcome = PolicyOutcome::failed(_translator.getTranslationError(run.exitCode, errorFile));
   else
-    outcome = takeHIDSResult(names);
+    outcome = handleHIDSResult(names);
   ignoreResult(removeIfThere(_parts.files, errorFile));
   return outcome;
 }
 
-PolicyOutcome PolicyPipeline::takeHIDSResult(const PolicyFiles& names) {
+PolicyOutcome PolicyPipeline::handleHIDSResult(const PolicyFiles& names) {
   platform::Files& files = _parts.files;
   if (presenceOf(files, names.freshMinus) == Presence::absent)
     return PolicyOutcome::failed("The translator produced no policy.");

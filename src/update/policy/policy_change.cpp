@@ -115,7 +115,7 @@ bool PolicyChange::fail(const char* what, const std::string& path, int error) {
   return false;
 }
 
-bool PolicyChange::takeState() {
+bool PolicyChange::recordState() {
   const PolicySettings& settings = _parts.settings;
   _journal.plusFile = settings.getPlusPolicyFile();
   _journal.path = settings.getPlusDBPath();
@@ -152,7 +152,7 @@ bool PolicyChange::begin() {
     _problem = "The previous policy change could not be rolled back.";
     return false;
   }
-  if (!takeState() || !removeStaleBackups()) return false;
+  if (!recordState() || !removeStaleBackups()) return false;
   if (const int error = writePolicyJournal(_parts.files, _journal)) {
     fail("Cannot write", policyJournalPath(_parts.files), error);
     // A journal that stays is undone by the next start, to what still stands.
@@ -177,11 +177,11 @@ bool PolicyChange::exchange(const std::string& fresh, const std::string& path,
   return flush();
 }
 
-bool PolicyChange::takeMinus() {
+bool PolicyChange::installMinus() {
   return exchange(_names.freshMinus, _names.minus, _names.oldMinus, _journal.hadMinus);
 }
 
-bool PolicyChange::takeItems() {
+bool PolicyChange::installItems() {
   if (presenceOf(_parts.files, _names.freshItems) != Presence::absent)
     return exchange(_names.freshItems, _names.items, _names.oldItems, _journal.hadItems);
   eventlog::trace(kChangeTag, "The translator produced no items: %s", _names.freshItems);

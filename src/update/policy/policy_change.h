@@ -1,9 +1,9 @@
 // One change of the policy in force, from its journal to its commit, and its rollback.
 //
 //   begin()       the journal is on disk: from here on a crash is undone by reconcilePolicy()
-//   takeMinus()   the fresh minus file is in place, the former one beside it
+//   installMinus()   the fresh minus file is in place, the former one beside it
 //   ...           the driver is told (Driver::newPolicy, with driverBefore())
-//   takeItems()   the fresh items are in place
+//   installItems()   the fresh items are in place
 //   commit()      settings recorded, journal gone: the new policy holds
 // or, after any of them, undo().
 //
@@ -39,8 +39,8 @@ class PolicyChange {
 
   // Undoes first what an earlier change has left; false also when that fails.
   [[nodiscard]] bool begin();
-  [[nodiscard]] bool takeMinus();
-  [[nodiscard]] bool takeItems();
+  [[nodiscard]] bool installMinus();
+  [[nodiscard]] bool installItems();
   // record: puts the new settings into the store; they are written together.
   [[nodiscard]] bool commit(const std::function<void()>& record);
   // Everything as it was. driverUntouched: the driver surely has its former policy.
@@ -53,7 +53,7 @@ class PolicyChange {
   const STRING& problem() const { return _problem; }
 
  private:
-  [[nodiscard]] bool takeState();
+  [[nodiscard]] bool recordState();
   [[nodiscard]] bool removeStaleBackups();
   [[nodiscard]] bool flush();
   [[nodiscard]] bool exchange(const std::string& fresh, const std::string& path,

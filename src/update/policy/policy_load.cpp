@@ -30,7 +30,7 @@ bool askForPolicy(Driver& driver, AppliedPolicy& policy) {
 PolicyOutcome PolicyPipeline::load(Attempt& attempt, const ReceivedPolicy* received) {
   PolicyChange change(attempt.record.plusFile, _parts);
   if (!change.begin()) return giveUp(attempt, kNotRecorded, change.problem());
-  if (!change.takeMinus()) {
+  if (!change.installMinus()) {
     // Undoing tells of its own failure.
     ignoreResult(change.undo(true));
     return giveUp(attempt, kNotRecorded, change.problem());
@@ -62,7 +62,7 @@ PolicyOutcome PolicyPipeline::recordLoaded(PolicyChange& change, Attempt& attemp
   } else {
     attempt.record.version = versionIn(received ? received->name : settings.getPlusVersion());
   }
-  const bool held = change.takeItems() && change.commit([&] {
+  const bool held = change.installItems() && change.commit([&] {
     if (known || received) settings.setPlusID(applied.id);
     if (known) settings.setPlusVersion(attempt.record.name + " " + attempt.record.version);
     if (!received) return;

@@ -58,7 +58,7 @@ PolicyOutcome PolicyPipeline::translatePolicy(const STRING& plusFile,
   discard(attempt.files);
   PolicyOutcome outcome = runTranslatorFor(attempt);
   if (outcome && isUnchanged(attempt)) {
-    takeItemsAlone(attempt.files);
+    installItemsAlone(attempt.files);
     outcome.result = PolicyOutcome::Result::unchanged;
   } else if (outcome) {
     outcome = load(attempt, received);
@@ -92,7 +92,7 @@ bool PolicyPipeline::isUnchanged(const Attempt& attempt) {
 }
 
 // Should the change of name get lost, the former items bring about this translation once more.
-void PolicyPipeline::takeItemsAlone(const PolicyFiles& names) {
+void PolicyPipeline::installItemsAlone(const PolicyFiles& names) {
   if (flushFile(_parts.files, names.freshItems) != 0 ||
       _parts.files.replace(names.freshItems, names.items) != 0)
     eventlog::trace(kTranslateTag, "The new items cannot be saved: %s", names.items);

@@ -76,7 +76,7 @@ class PolicyPipeline {
   PolicyOutcome translatePolicy(const STRING& plusFile, const ReceivedPolicy* received);
   PolicyOutcome runTranslatorFor(Attempt& attempt);
   bool isUnchanged(const Attempt& attempt);
-  void takeItemsAlone(const PolicyFiles& names);
+  void installItemsAlone(const PolicyFiles& names);
   void discard(const PolicyFiles& names);
   PolicyOutcome load(Attempt& attempt, const ReceivedPolicy* received);
   PolicyOutcome loadIntoDriver(PolicyChange& change, Attempt& attempt);
@@ -84,7 +84,7 @@ class PolicyPipeline {
                              const ReceivedPolicy* received);
   PolicyOutcome giveUp(Attempt& attempt, int code, const STRING& text);
   PolicyOutcome runTranslatorForIds(const Attempt& attempt, int& exitCode);
-  PolicyOutcome takeHIDSResult(const PolicyFiles& names);
+  PolicyOutcome handleHIDSResult(const PolicyFiles& names);
   void UpdateHistoryIPS(const Attempt& attempt);
   void UpdateHistoryIDS(const Attempt& attempt);
 

@@ -17,7 +17,7 @@ bool PolicyTurns::take() {
   return _busy = true;
 }
 
-void PolicyTurns::giveBack() {
+void PolicyTurns::release() {
   {
     const Synchronized hold(_lock);
     _busy = false;
@@ -44,7 +44,7 @@ PolicyTurn::PolicyTurn(PolicyTurns& turns, StopToken& stop) : _turns(turns) {
 }
 
 PolicyTurn::~PolicyTurn() {
-  if (_taken) _turns.giveBack();
+  if (_taken) _turns.release();
 }
 
 }  // namespace korvane

@@ -29,7 +29,7 @@ class PolicyTurns {
   friend class PolicyTurn;
 
   [[nodiscard]] bool take();
-  void giveBack();
+  void release();
   // Set when somebody should look again; one of those who wait does.
   platform::Event& changed();
 

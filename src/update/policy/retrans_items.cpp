@@ -119,11 +119,11 @@ class Reader {
     const auto kind = std::find_if(std::begin(kKinds), std::end(kKinds),
                                    [&](const KindWord& each) { return each.word == fields[0]; });
     if (kind == std::end(kKinds)) return fail("an unknown kind of item");
-    return takeItem(*kind, std::move(fields));
+    return parseItem(*kind, std::move(fields));
   }
 
   // The trailing field may be empty, and its tab left out with it.
-  bool takeItem(const KindWord& kind, std::vector<std::string> fields) {
+  bool parseItem(const KindWord& kind, std::vector<std::string> fields) {
     const bool hasValue = kind.kind != RetransItem::Kind::path;
     if (hasValue && fields.size() + 1 == kind.fields) fields.emplace_back();
     if (fields.size() != kind.fields) return fail("wrong number of fields");

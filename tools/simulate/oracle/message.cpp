@@ -10,7 +10,7 @@ namespace korvane::simulation {
 namespace {
 
 // One line without its line feed, which must be there.
-bool takeLine(std::string_view& rest, std::string& line) {
+bool nextLine(std::string_view& rest, std::string& line) {
   const size_t end = rest.find('\n');
   if (end == std::string_view::npos) return false;
   line = rest.substr(0, end);
@@ -62,7 +62,7 @@ std::string readHeaders(const std::string& headers, Message& out) {
 std::string readPairs(Part& part) {
   if (!isUtf8(part.payload)) return "properties that are not UTF-8";
   std::string_view rest = part.payload;
-  for (std::string line; takeLine(rest, line);) {
+  for (std::string line; nextLine(rest, line);) {
     const size_t equals = line.find('=');
     if (equals == std::string::npos || equals == 0) return "the line \"" + line + "\"";
     part.pairs.emplace_back(line.substr(0, equals), line.substr(equals + 1));
@@ -74,15 +74,15 @@ std::string readPart(std::string_view& rest, const std::string& first, Part& par
   std::string type, length, empty;
   if (!first.starts_with("Data-Format=")) return "\"" + first + "\" begins a section";
   part.format = first.substr(12);
-  if (!takeLine(rest, type) || !type.starts_with("Data-Type=")) return "no Data-Type";
+  if (!nextLine(rest, type) || !type.starts_with("Data-Type=")) return "no Data-Type";
   part.name = type.substr(10);
-  if (!takeLine(rest, length) || !length.starts_with("Data-Length=")) return "no Data-Length";
+  if (!nextLine(rest, length) || !length.starts_with("Data-Length=")) return "no Data-Length";
   length.erase(0, 12);
   if (length.empty() || length.size() > 9 ||
       length.find_first_not_of("0123456789") != std::string::npos ||
       (length.size() > 1 && length[0] == '0'))
     return "Data-Length=" + length;
-  if (!takeLine(rest, empty) || !empty.empty()) return "no empty line behind Data-Length";
+  if (!nextLine(rest, empty) || !empty.empty()) return "no empty line behind Data-Length";
   const size_t size = std::stoul(length);
   if (size + 1 > rest.size()) return "a payload of " + length + " bytes is cut short";
   part.payload = rest.substr(0, size);
@@ -120,7 +120,7 @@ std::string readRequest(const std::string& path, const std::string& headers,
   out.word = path.substr(path.rfind('/') + 1);
   if (const std::string fault = readHeaders(headers, out); !fault.empty()) return fault;
   std::string_view rest = body;
-  for (std::string line; takeLine(rest, line);) {
+  for (std::string line; nextLine(rest, line);) {
     const std::string place = "section " + std::to_string(out.parts.size() + 1) + ": ";
     if (line == "EOF_FLAG") return rest.empty() ? "" : "bytes behind the end marker";
     if (line.empty()) return place + "an empty line before it";

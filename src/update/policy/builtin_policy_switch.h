@@ -9,7 +9,7 @@
 // settings outlive it. Blocks for the driver's time-outs.
 // Errors: a text; event 10581 when a request is refused, 10583 when it finally succeeds.
 //
-//   const STRING problem = wish.follow(settings);   // before the settings are taken
+//   const STRING problem = request.follow(settings);   // before the settings are taken
 #pragma once
 
 #include <optional>
@@ -24,15 +24,15 @@ class PolicySettings;
 // Tells the driver, when the settings have "use.builtin.policy" and the driver is not as that wants
 // it. To be called before the settings are taken: whoever sees the changed setting asks the driver.
 // An empty text, or why the driver refuses; registry and driver are as before then.
-STRING followBuiltInWish(Driver& driver, const PropertyList& settings);
+STRING applyBuiltInSetting(Driver& driver, const PropertyList& settings);
 
-class BuiltInWish {
+class BuiltInPolicySwitch {
  public:
   static constexpr int kPauseCycles = 300;
 
-  BuiltInWish(Driver& driver, PolicySettings& policy) : _driver(driver), _policy(policy) {}
+  BuiltInPolicySwitch(Driver& driver, PolicySettings& policy) : _driver(driver), _policy(policy) {}
 
-  // As followBuiltInWish(); what is refused is taken out of the settings and tried again.
+  // As applyBuiltInSetting(); what is refused is taken out of the settings and tried again.
   STRING follow(PropertyList& settings);
   // A second has passed; enforceable: prevention is in force, so that there is a driver to ask.
   void step(bool enforceable);

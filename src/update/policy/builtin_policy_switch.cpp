@@ -1,4 +1,4 @@
-#include "update/policy/builtin_wish.h"
+#include "update/policy/builtin_policy_switch.h"
 
 #include "config/policy_settings.h"
 #include "config/setting_check.h"
@@ -11,12 +11,12 @@ namespace korvane {
 namespace {
 
 constexpr char kKey[] = "use.builtin.policy";
-constexpr char kWishTag[] = "BuiltInWish";
+constexpr char kTag[] = "BuiltInPolicySwitch";
 
 // A value that is none is the store's to refuse.
-const STRING* wishIn(const PropertyList& settings) {
-  const STRING* wish = findProperty(settings, kKey);
-  return wish && settingFault(kKey, *wish).empty() ? wish : nullptr;
+const STRING* requestedIn(const PropertyList& settings) {
+  const STRING* request = findProperty(settings, kKey);
+  return request && settingFault(kKey, *request).empty() ? request : nullptr;
 }
 
 // The driver of its own accord is on it; its next start is to find it recorded.
@@ -26,7 +26,7 @@ void recordBuiltIn(Driver& driver) {
     ignoreResult(driver.writeValue(kUseBuiltinValue, kFlagOn));
 }
 
-// A refused wish is recorded all the same, and a driver may do what it did not answer. What cannot
+// A refused request is recorded all the same, and a driver may do what it did not answer. What cannot
 // be put back is traced where it fails; the refusal is told already.
 void putBack(Driver& driver, const PolicySetting& former) {
   if (driver.usingBuiltIn() != former.builtIn)
@@ -54,31 +54,31 @@ STRING tell(Driver& driver, bool builtIn) {
 
 }  // namespace
 
-STRING followBuiltInWish(Driver& driver, const PropertyList& settings) {
-  const STRING* wish = wishIn(settings);
-  return wish ? tell(driver, wish->toBool()) : STRING();
+STRING applyBuiltInSetting(Driver& driver, const PropertyList& settings) {
+  const STRING* request = requestedIn(settings);
+  return request ? tell(driver, request->toBool()) : STRING();
 }
 
-STRING BuiltInWish::follow(PropertyList& settings) {
-  const STRING* wish = wishIn(settings);
-  if (!wish) return {};
-  const bool wanted = wish->toBool();
+STRING BuiltInPolicySwitch::follow(PropertyList& settings) {
+  const STRING* request = requestedIn(settings);
+  if (!request) return {};
+  const bool wanted = request->toBool();
   forget();
   const STRING problem = tell(_driver, wanted);
   if (problem.empty()) return {};
-  eventlog::event(EventId::builtInPolicyRefused, kWishTag, {STRING::fromBool(wanted), problem});
+  eventlog::event(EventId::builtInPolicyRefused, kTag, {STRING::fromBool(wanted), problem});
   std::erase_if(settings, [](const Property& pair) { return pair.first == STRING(kKey); });
   _wanted = wanted;
   _pause = kPauseCycles;
   return problem;
 }
 
-void BuiltInWish::step(bool enforceable) {
+void BuiltInPolicySwitch::step(bool enforceable) {
   if (!_wanted || !enforceable || --_pause > 0) return;
   _pause = kPauseCycles;
   if (!tell(_driver, *_wanted).empty()) return;
   _policy.setUseBuiltInPolicy(*_wanted);
-  eventlog::event(EventId::builtInPolicyApplied, kWishTag, {STRING::fromBool(*_wanted)});
+  eventlog::event(EventId::builtInPolicyApplied, kTag, {STRING::fromBool(*_wanted)});
   forget();
 }
 
