@@ -23,6 +23,10 @@ class SessionRun {
   ~SessionRun() { stop(); }
 
   bool returned() const { return _returned; }
+  // A stop on a simulated thread of its own.
+  std::unique_ptr<platform::NativeThread> stopBeside(SimulatedMachine& machine) {
+    return machine.sim.createThread(0, [this] { _place.end(); });
+  }
   // True when the stop and the run came back, within a simulated minute and a half.
   bool stop() {
     const Wait wait("the agent's stop");

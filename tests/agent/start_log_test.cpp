@@ -151,5 +151,21 @@ TEST(StartLog, AStopEndsTheFirstLoadsWaitAndTheAgentDoesNotRun) {
   }
 }
 
+TEST(StartLog, StopsThatMeetTheFirstLoadsWaitDoNotWaitForEachOther) {
+  for (uint64_t seed = 1; seed <= 30; ++seed) {
+    SimulatedMachine machine({.serviceType = "0", .seed = seed, .ownLog = false});
+    std::unique_ptr<platform::FileLock> held;
+    ASSERT_EQ(machine.fake.files.lock(kLock, held), 0);
+    SessionRun run(machine);
+    machine.sim.runFor(1500);
+    const tests::Wait wait("two stops of one start");
+    const auto one = run.stopBeside(machine), other = run.stopBeside(machine);
+    machine.sim.runFor(1000);
+    EXPECT_EQ(one->join(0), platform::WaitResult::signalled) << seed;
+    EXPECT_EQ(other->join(0), platform::WaitResult::signalled) << seed;
+    EXPECT_TRUE(run.returned()) << seed;
+  }
+}
+
 }  // namespace
 }  // namespace korvane
