@@ -31,6 +31,15 @@ class ForwardingFile : public File {
   const std::unique_ptr<File> _to;
 };
 
+// A path without "..", as a system resolves it where no folder is a link.
+inline std::string resolved(std::string path) {
+  for (size_t at; (at = path.find("/../")) != std::string::npos;) {
+    const size_t parent = at == 0 ? 0 : path.rfind('/', at - 1);
+    path.erase(parent, at + 3 - parent);
+  }
+  return path;
+}
+
 class ForwardingFiles : public Files {
  public:
   explicit ForwardingFiles(Files& to) : _to(to) {}

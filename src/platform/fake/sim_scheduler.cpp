@@ -58,12 +58,8 @@ std::shared_ptr<SimThread> SimScheduler::adopt() {
   return adopted;
 }
 
-// SplitMix64 by Sebastiano Vigna.
 uint64_t SimScheduler::draw(uint64_t bound) {
-  uint64_t z = _random += 0x9E3779B97F4A7C15u;
-  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
-  z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
-  return (z ^ (z >> 31)) % bound;
+  return _random.next() % bound;
 }
 
 SimThread::Wake SimScheduler::block(SimQueue& queue, int64_t timeoutMs, const char* waitsFor,

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/fake/seeded_random.h"
 #include "platform/fake/sim_context.h"
 #include "platform/fake/sim_threading.h"
 
@@ -96,7 +97,7 @@ class SimScheduler {
   SimQueue _runnable;
   // Of the waits that have a limit, by that and the thread's id.
   std::map<std::pair<int64_t, uint64_t>, SimThread*> _deadlines;
-  uint64_t _random;
+  SeededRandom _random;
   uint64_t _lastId = 0;
   uint64_t _lastSlot = 0;
   int64_t _now = 1000;

@@ -10,19 +10,7 @@ namespace korvane::log_model {
 using platform::File;
 using platform::FileInfo;
 using platform::OpenMode;
-
-namespace {
-
-// Without "..", as a system resolves it.
-std::string resolved(std::string path) {
-  for (size_t at; (at = path.find("/../")) != std::string::npos;) {
-    const size_t parent = at == 0 ? 0 : path.rfind('/', at - 1);
-    path.erase(parent, at + 3 - parent);
-  }
-  return path;
-}
-
-}  // namespace
+using platform::resolved;
 
 class ModelMachine::CoarseClock final : public platform::Clock {
  public:

@@ -16,15 +16,6 @@ const std::array<const char*, 9> kProperty = {"update.configuration",
                                               "update.ferrolyn.revocation",
                                               "update.ferrolyn.settings",
                                               "update.ferrolyn.vexvt"};
-const std::array<const char*, 9> kKind = {"config",
-                                          "policy",
-                                          "software",
-                                          "policy.ids",
-                                          "config.ids",
-                                          "qel",
-                                          "ferrolyn.revocation",
-                                          "ferrolyn.settings",
-                                          "ferrolyn.vexvt"};
 enum : size_t { kConfig, kPolicy, kSoftware, kIdsPolicy, kIdsConfig, kContent };
 
 bool isTransient(int code) {
@@ -36,7 +27,7 @@ bool isTransient(int code) {
 ModelServer::ModelServer(uint64_t seed, Findings& findings, Policies& policies,
                          EventAccount& account)
     : _random(seed ^ 0x5E17E5), _findings(findings), _policies(policies), _account(account) {
-  for (size_t kind = 0; kind < kKind.size(); ++kind) _offers[kind].kind = kKind[kind];
+  for (size_t kind = 0; kind < kUpdateKinds.size(); ++kind) _offers[kind].kind = kUpdateKinds[kind];
 }
 
 void ModelServer::lifeBegan() {
@@ -284,7 +275,7 @@ ModelServer::Offer ModelServer::makeOffer(size_t kind) {
     if (kind == kSoftware)
       offer.pairs = {{"software.name", "agent " + number}, {"software.version", number}};
   }
-  offer.kind = kKind[kind];
+  offer.kind = kUpdateKinds[kind];
   offer.made = true;
   return offer;
 }
@@ -429,7 +420,7 @@ void ModelServer::arrived(uint64_t id, int64_t nowMs) {
   for (const size_t kind : pending.offers) {
     const Offer offer = std::move(_offers[kind]);
     _offers[kind] = {};
-    _offers[kind].kind = kKind[kind];
+    _offers[kind].kind = kUpdateKinds[kind];
     if (_watch && !(several && kind >= kContent)) told(offer, nowMs);
   }
 }

@@ -18,15 +18,6 @@ const std::array<const char*, 10> kStatus = {
     "result.type",       "result.errorcode", "result.errormessage", "rid.applied",
     "rid.group",         "policy.name",      "policy.path",         "agent.timezone",
     "agent.domain.name", "agent.osversion"};
-const std::array<const char*, 9> kResults = {"config",
-                                             "policy",
-                                             "software",
-                                             "policy.ids",
-                                             "config.ids",
-                                             "qel",
-                                             "ferrolyn.revocation",
-                                             "ferrolyn.settings",
-                                             "ferrolyn.vexvt"};
 const std::array<const char*, 17> kAttributes = {"agent.initial.group",
                                                  "agent.config.initial.group",
                                                  "config.initial.group",
@@ -133,7 +124,7 @@ void ModelServer::checkResult(const Message& message) {
   }
   if (message.parts.size() != 1)
     wire("result: " + std::to_string(message.parts.size()) + " sections");
-  if (!has(kResults, type)) wire("result: the type " + type);
+  if (!has(kUpdateKinds, type)) wire("result: the type " + type);
   if (!isNumber(valueOf(pairs, "result.errorcode")))
     wire("result: the code " + valueOf(pairs, "result.errorcode"));
   if (type == "software") return;

@@ -1,6 +1,7 @@
 // What goes to and fro between an agent and the model server, and the files that the oracle sees.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -8,6 +9,17 @@
 #include <vector>
 
 namespace korvane::simulation {
+
+// What a server can offer, by the ending of its keys: "update.NAME", and "result.NAME" of a report.
+inline constexpr std::array<const char*, 9> kUpdateKinds = {"config",
+                                                            "policy",
+                                                            "software",
+                                                            "policy.ids",
+                                                            "config.ids",
+                                                            "qel",
+                                                            "ferrolyn.revocation",
+                                                            "ferrolyn.settings",
+                                                            "ferrolyn.vexvt"};
 
 struct WireRequest {
   std::string host;     // that the agent has turned to
