@@ -70,7 +70,7 @@ int LogProcessor::readRecords() {
 
 bool LogProcessor::mayReadOn(int readCount) const {
   if (readCount > _readLimit || _queue.size() >= _batchLimit) return false;
-  return _queuedBytes < kQueueBytes;
+  return _queuedBytes < kQueueBytes && _queue.textBytes() < kQueueTextBytes;
 }
 
 bool LogProcessor::isDataRecord(const EventRecord& record) const {

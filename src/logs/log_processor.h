@@ -60,6 +60,9 @@ class LogProcessor {
   // Where the destination's messages are bounded, nothing is read while the queue holds so many
   // bytes, as they are sent: the queue is one message.
   static constexpr size_t kQueueBytes = 1400000;
+  // Nor while the lines that wait have so many bytes, whatever the destination: some twenty times
+  // what a full batch of common events has, so that only very long ones make smaller batches.
+  static constexpr size_t kQueueTextBytes = 4 << 20;
 
  private:
   bool mayReadOn(int readCount) const;

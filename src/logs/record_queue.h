@@ -19,6 +19,8 @@ class RecordQueue {
   void push(const EventRecord& record);
   size_t size() const { return _records.size(); }
   bool empty() const { return _records.empty(); }
+  // The bytes of the lines that wait.
+  size_t textBytes() const { return _text.size(); }
   EventRecord at(size_t index) const;
   // Where in its log the first record's line begins; the queue is not empty.
   int64_t firstLineStart() const { return _records.front().lineStart; }

@@ -139,6 +139,22 @@ TEST_F(LogProcessorTest, ASuccessorUnderTheSameNameIsNotRemoved) {
   EXPECT_THAT(received.sequence(), ElementsAre("1", "3"));
 }
 
+TEST_F(LogProcessorTest, LongEventsMakeSmallerBatches) {
+  constexpr int kEvents = 150;
+  constexpr size_t kLong = 60000;
+  std::string log;
+  for (int i = 1; i <= kEvents; ++i)
+    log += eventLine(i, std::string(kLong, 'x') + std::to_string(i));
+  fake.files.put(kLog, log);
+  config().setMaxMessagesToRead(1000);
+  config().setMaxBatchSize(1000);
+  const auto processor = make();
+  for (int i = 0; i < 5; ++i) round(*processor);
+  EXPECT_EQ(received.records().size(), static_cast<size_t>(kEvents));
+  for (const auto& batch : received.batches)
+    EXPECT_LE(batch.size(), LogProcessor::kQueueTextBytes / kLong + 1);
+}
+
 TEST_F(LogProcessorTest, RenamesALogThatCannotBeRemoved) {
   using platform::FileOperation;
   shutdownToken().request();  // ends the pause between the tries

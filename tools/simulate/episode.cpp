@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <iostream>
 
 #include "config/install_root.h"
 #include "platform/error_codes.h"
@@ -42,6 +44,7 @@ class Episode {
   void befall();
   void changeTroubles(bool calm);
   void settle();
+  void awaitGhosts();
   uint64_t state();
 
   const EpisodePlan _plan;
@@ -243,6 +246,19 @@ void Episode::settle() {
   stopAndAwait();
 }
 
+// What a killed process left running has nobody it could wait for but its own stop, which was asked
+// for. It cannot be abandoned: its threads run on what the episode owns.
+void Episode::awaitGhosts() {
+  const int64_t limit = _machine.now() + kHour;
+  for (const auto& life : _lives)
+    while (!life->gone()) {
+      _sim.runFor(kSecond);
+      if (_machine.now() < limit) continue;
+      std::cerr << "threads of an agent that was killed have not ended an hour after its stop\n";
+      std::abort();
+    }
+}
+
 Outcome Episode::run() {
   install();
   const int64_t length = spread(
@@ -255,8 +271,7 @@ Outcome Episode::run() {
     pass(_machine.now() + spread(_random, kSecond / 10, 10 * kMinute));
   }
   settle();
-  for (const auto& life : _lives)
-    while (!life->gone()) _sim.runFor(kSecond);
+  awaitGhosts();
   _machine.sum(std::to_string(_sim.scheduleHash()));
   _outcome.hash = _machine.hash();
   _outcome.ms = _machine.now();
