@@ -14,6 +14,7 @@ constexpr std::string_view kFormatKey = "Data-Format";
 constexpr std::string_view kTypeKey = "Data-Type";
 constexpr std::string_view kLengthKey = "Data-Length";
 constexpr std::string_view kEndMarker = "EOF_FLAG";
+constexpr std::string_view kErrorTextType = "stacktrace";
 constexpr size_t kQuotedInFault = 40;  // bytes of the answer that a fault text repeats at most
 
 char lower(char c) {
@@ -83,7 +84,7 @@ void ResponseParser::reset() {
   _headers.clear();
   _headerBytes = _headerLines = 0;
   beginBlock();
-  _body = std::string();
+  _body.clear();
   _fault.clear();
   _brokenOff = false;
   _at = 0;
@@ -99,7 +100,7 @@ void ResponseParser::beginBlock() {
 
 void ResponseParser::dropParts() {
   _insideDropped = false;
-  _sectionCount = _propertyCount = 0;
+  _sectionCount = _propertyCount = _textBytes = 0;
   _properties.clear();
   _errorText.reset();
   _texts.clear();
@@ -108,7 +109,7 @@ void ResponseParser::dropParts() {
 
 void ResponseParser::refuse(std::string fault) {
   if (_fault.empty()) _fault = std::move(fault);
-  _body = std::string();
+  _body.clear();
   dropParts();
 }
 
@@ -152,11 +153,7 @@ void ResponseParser::keepHeader(std::string_view name, std::string_view value) {
 
 void ResponseParser::addBody(std::string_view piece) {
   if (refused()) return;
-  if (piece.size() > _limits.bodyBytes - _body.size()) {
-    refuse(fmt::format("a body of more than {} bytes", _limits.bodyBytes));
-    return;
-  }
-  _body.append(piece);
+  if (!_body.append(piece)) refuse(fmt::format("a body of more than {} bytes", _limits.bodyBytes));
 }
 
 bool ResponseParser::finish(bool unicode) {
@@ -172,10 +169,10 @@ bool ResponseParser::finish(bool unicode) {
 // What HTTP itself does not notice when a connection breaks off without a word.
 void ResponseParser::checkWhole() {
   if (refused()) return;
-  const std::string_view body = withoutLineEnd(_body);
+  const std::string_view all = _body.view(), body = withoutLineEnd(all);
   if (_insideHeaders) refuse("the answer ends among its header lines");
-  const size_t first = _body.find_first_not_of('\n');
-  const bool readable = first == std::string::npos || _body.compare(first, 5, "Data-") == 0 ||
+  const size_t first = all.find_first_not_of('\n');
+  const bool readable = first == std::string::npos || all.substr(first).starts_with("Data-") ||
                         body.substr(first).starts_with(kEndMarker);
   if (_encoded && !readable) refuse("the body is encoded (Content-Encoding)");
   const bool openBody = _openEnded && !body.empty() && !body.ends_with(kEndMarker);
@@ -188,7 +185,7 @@ void ResponseParser::checkWhole() {
 
 bool ResponseParser::nextLine(std::string_view& line) {
   if (_at >= _body.size()) return false;
-  const std::string_view rest = std::string_view(_body).substr(_at);
+  const std::string_view rest = _body.view().substr(_at);
   const size_t end = rest.find('\n');
   line = rest.substr(0, end);
   _at = end == std::string_view::npos ? _body.size() : _at + end + 1;
@@ -251,11 +248,16 @@ ResponseParser::Walk ResponseParser::parseSection(const SectionHeader& header, b
     return malformed(header,
                      fmt::format("it declares {} bytes and {} are there", *header.length, there));
   }
-  const std::string_view payload = std::string_view(_body).substr(_at, *header.length);
+  const std::string_view payload = _body.view().substr(_at, *header.length);
   if (binary && header.name != "policy" && header.name != "zipdata") {
     // Its payload is not skipped: the walk reads on inside it.
     _insideDropped = true;
     return Walk::goesOn;
+  }
+  if (!binary && !(text && header.name == kErrorTextType)) {
+    if (payload.size() > _limits.textBytes - _textBytes)
+      return malformed(header, fmt::format("more than {} bytes of text", _limits.textBytes));
+    _textBytes += payload.size();
   }
   if (text && !parseText(header.name, payload)) {
     return malformed(header, fmt::format("more than {} properties", _limits.properties));
@@ -268,8 +270,8 @@ ResponseParser::Walk ResponseParser::parseSection(const SectionHeader& header, b
 
 bool ResponseParser::parseText(std::string_view name, std::string_view payload) {
   if (name == "properties") return parseProperties(payload);
-  if (name == "stacktrace") {
-    _errorText = decode(payload);
+  if (name == kErrorTextType) {
+    _errorText = decode(payload.substr(0, _limits.errorTextBytes));
     if (_errorText->empty()) _errorText = kNoErrorText;
   }
   return true;

@@ -26,16 +26,20 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/growing_buffer.h"
 #include "util/property_list.h"
 #include "util/string.h"
 
 namespace korvane {
 
-// What one answer may hold. Memory grows with what arrives, never with what is declared.
+// What one answer may hold. Memory grows with what arrives, never with what is declared, and with
+// all that is made of an answer stays 64 MiB below what it was before.
 struct ResponseLimits {
   size_t headerBytes = 256 * 1024;
   size_t headerCount = 512;
-  size_t bodyBytes = 64 * 1024 * 1024;
+  size_t bodyBytes = 62 * 1024 * 1024;
+  size_t textBytes = 8 * 1024 * 1024;  // of the sections of text and XML together
+  size_t errorTextBytes = 64 * 1024;   // what is longer is cut
   size_t sections = 10'000;
   size_t properties = 100'000;
 };
@@ -48,7 +52,8 @@ class ResponseParser {
     bool wide = false;  // the agent's Unicode setting
   };
 
-  explicit ResponseParser(const ResponseLimits& limits = {}) : _limits(limits) {}
+  explicit ResponseParser(const ResponseLimits& limits = {})
+      : _limits(limits), _body(limits.bodyBytes) {}
   ResponseParser(const ResponseParser&) = delete;
   ResponseParser& operator=(const ResponseParser&) = delete;
 
@@ -117,7 +122,7 @@ class ResponseParser {
   bool _encoded = false;
   bool _insideHeaders = false;  // a block has begun and its empty line has not come
   bool _openEnded = false;      // only the end of the connection ends the body
-  std::string _body;
+  platform::GrowingBuffer _body;
   std::string _fault;
   bool _brokenOff = false;
 
@@ -125,6 +130,7 @@ class ResponseParser {
   bool _insideDropped = false;  // the walk goes on in the payload of a dropped section
   size_t _sectionCount = 0;
   size_t _propertyCount = 0;
+  size_t _textBytes = 0;
   std::vector<PropertyList> _properties;
   std::optional<STRING> _errorText;
   PropertyList _texts;

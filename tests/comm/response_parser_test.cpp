@@ -181,8 +181,13 @@ TEST(ResponseParser, ABodyOfKnownLengthNeedsNoEndMarker) {
 }
 
 TEST(ResponseParser, BoundsHold) {
-  const ResponseLimits limits{
-      .headerBytes = 100, .headerCount = 4, .bodyBytes = 400, .sections = 3, .properties = 5};
+  const ResponseLimits limits{.headerBytes = 100,
+                              .headerCount = 4,
+                              .bodyBytes = 400,
+                              .textBytes = 30,
+                              .errorTextBytes = 6,
+                              .sections = 3,
+                              .properties = 5};
   const auto fault = [&](int headerLines, const std::string& line, const std::string& body) {
     ResponseParser response(limits);
     for (int i = 0; i < headerLines; ++i) response.addHeaderLine(line);
@@ -199,6 +204,15 @@ TEST(ResponseParser, BoundsHold) {
   EXPECT_NE(fault(0, "", many).find("more than 3 sections"), std::string::npos);
   EXPECT_NE(fault(0, "", properties("a=\na=\na=\na=\na=\na=\n")).find("more than 5 properties"),
             std::string::npos);
+  EXPECT_EQ(fault(0, "", properties("a=" + std::string(27, 'x') + "\n")), "");
+  EXPECT_NE(fault(0, "", properties("a=b\n") + properties("a=" + std::string(27, 'x') + "\n"))
+                .find("more than 30 bytes of text"),
+            std::string::npos);
+  ResponseParser long_(limits);
+  long_.addBody("Data-Format=text/plain\nData-Type=stacktrace\nData-Length=40\n\n" +
+                std::string(40, 'x') + "\nEOF_FLAG\n");
+  ASSERT_TRUE(long_.finish(false)) << long_.fault();
+  EXPECT_EQ(long_.errorText(), STRING("xxxxxx"));
   // A declared length costs no memory, and the fault says what and where.
   EXPECT_EQ(fault(0, "", "\nData-Format=text/xml\nData-Length=9000000000\n\nab"),
             "section 1 at byte 1 of the body: it declares 9000000000 bytes and 2 are there");
