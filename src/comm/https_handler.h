@@ -120,6 +120,9 @@ class KORVANE_EXPORT HttpsHandler {
   // the server has none, -1 not asked for or missing, -2 the answer carries an error.
   char* getPolicy(int& status, int& size, PropertyList& properties, bool ids);
   char* getSoftware(int& status, int& size, PropertyList& properties);
+  // The same without a copy: bytes of the answer, until the next exchange of this handler.
+  std::string_view viewPolicy(int& status, PropertyList& properties, bool ids);
+  std::string_view viewSoftware(int& status, PropertyList& properties);
   // out: the settings for the agent; identity: what names this configuration, the pairs "mod.time"
   // and "rid.applied". Both stay empty, and the return is 0, when the server has no change.
   [[nodiscard]] int GetGeneralProperties(PropertyList& out, PropertyList& identity);
@@ -139,6 +142,8 @@ class KORVANE_EXPORT HttpsHandler {
   // belongs to the handler and lives until its next exchange. An empty part gives -1 and the text
   // "Empty".
   [[nodiscard]] int getBinaryData(STRING name, std::string*& out);
+  // The same without a copy; empty without content.
+  std::string_view viewBinaryData(const STRING& name);
   // The server's error code, 0 when none; with its text, which fits one field of an event line:
   // double quotes left out, commas and line ends made blanks.
   [[nodiscard]] int getKorvaneError(STRING& text);
@@ -193,7 +198,7 @@ class KORVANE_EXPORT HttpsHandler {
   PropertyList answerGroup(bool (*belongs)(const STRING& name)) const;
   int readGroup(bool (*belongs)(const STRING& name), PropertyList& out) const;
   const ResponseParser::Binary* binaryOf(int kind) const;
-  char* getPackage(int kind, int& status, int& size, PropertyList& properties);
+  std::string_view viewPackage(int kind, int& status, PropertyList& properties);
 
   ServerConnection& _connection;
   Destination _to;

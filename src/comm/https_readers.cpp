@@ -16,6 +16,7 @@ constexpr int kAnswerError = -2;
 constexpr int kMissing = -1;
 constexpr char kConfigurationSource[] = "HttpsHandler::getConfiguration";
 constexpr char kBinarySource[] = "HttpsHandler::getBinaryData";
+constexpr char kEmptyContent[] = "Empty";
 constexpr char kModTime[] = "mod.time";
 constexpr char kAppliedRid[] = "rid.applied";
 constexpr uint64_t kMaxDiagnosticBytes = 64 * 1024 * 1024;
@@ -54,6 +55,15 @@ void tracePair(const char* format, EventId missingEvent, const PropertyList& pai
   } else {
     eventlog::event(missingEvent, kConfigurationSource, {server});
   }
+}
+
+// For the caller to delete[]; null unless there is a package.
+char* copyOf(std::string_view package, int status, int& size) {
+  size = static_cast<int>(package.size());
+  if (status != 1) return nullptr;
+  auto bytes = std::make_unique<char[]>(package.size());
+  if (!package.empty()) std::memcpy(bytes.get(), package.data(), package.size());
+  return bytes.release();
 }
 
 const UpdateKind* kindOf(int bit) {
@@ -117,36 +127,43 @@ const ResponseParser::Binary* HttpsHandler::binaryOf(int wanted) const {
   return nullptr;
 }
 
-char* HttpsHandler::getPackage(int kind, int& status, int& size, PropertyList& properties) {
+std::string_view HttpsHandler::viewPackage(int kind, int& status, PropertyList& properties) {
   status = kAnswerError;
-  size = 0;
-  if (_last.answer->errorCode() != 0) return nullptr;
+  if (_last.answer->errorCode() != 0) return {};
   status = kMissing;
-  if (!asked(kind) || !answered()) return nullptr;
+  if (!asked(kind) || !answered()) return {};
   status = 0;
-  if (answerProperty(kindOf(kind)->requestKey) != STRING("true")) return nullptr;
+  if (answerProperty(kindOf(kind)->requestKey) != STRING("true")) return {};
   status = kMissing;
   const ResponseParser::Binary* part = binaryOf(kind);
-  if (!part) return nullptr;
-  auto bytes = std::make_unique<char[]>(part->bytes.size());
-  if (!part->bytes.empty()) std::memcpy(bytes.get(), part->bytes.data(), part->bytes.size());
+  if (!part) return {};
   properties = answerGroup([](const STRING&) { return true; });
-  size = static_cast<int>(part->bytes.size());
   status = 1;
-  return bytes.release();
+  return part->bytes;
 }
 
-char* HttpsHandler::getPolicy(int& status, int& size, PropertyList& properties, bool ids) {
-  char* policy = getPackage(ids ? POLICY_UPDATE_HIDS : POLICY_UPDATE, status, size, properties);
+std::string_view HttpsHandler::viewPolicy(int& status, PropertyList& properties, bool ids) {
+  const std::string_view policy =
+      viewPackage(ids ? POLICY_UPDATE_HIDS : POLICY_UPDATE, status, properties);
   if (status == 0) eventlog::trace("HttpsHandler::getPolicy", "No Policy Update");
-  if (policy) eventlog::trace("HttpsHandler::getPolicy()", "Policy size in zip %d", size);
+  if (status == 1)
+    eventlog::trace("HttpsHandler::getPolicy()", "Policy size in zip %d",
+                    static_cast<int>(policy.size()));
   return policy;
 }
 
-char* HttpsHandler::getSoftware(int& status, int& size, PropertyList& properties) {
-  char* package = getPackage(SOFTWARE_UPDATE, status, size, properties);
+char* HttpsHandler::getPolicy(int& status, int& size, PropertyList& properties, bool ids) {
+  return copyOf(viewPolicy(status, properties, ids), status, size);
+}
+
+std::string_view HttpsHandler::viewSoftware(int& status, PropertyList& properties) {
+  const std::string_view package = viewPackage(SOFTWARE_UPDATE, status, properties);
   if (status == 0) eventlog::trace("HttpsHandler::getSoftware", "No Software Update");
   return package;
+}
+
+char* HttpsHandler::getSoftware(int& status, int& size, PropertyList& properties) {
+  return copyOf(viewSoftware(status, properties), status, size);
 }
 
 int HttpsHandler::GetGeneralProperties(PropertyList& out, PropertyList& identity) {
@@ -223,22 +240,26 @@ void HttpsHandler::noteApplicationRequest() const {
   _connection.offerApplicationRequest(identifier);
 }
 
+std::string_view HttpsHandler::viewBinaryData(const STRING& name) {
+  if (_last.answer->errorCode() != 0) return {};
+  const ResponseParser::Binary* part = answered() ? binaryOf(getUpdateAsINT(name)) : nullptr;
+  if (!part)
+    eventlog::trace(kBinarySource, "No Freshline data from Server");
+  else if (part->bytes.empty())
+    eventlog::trace(kBinarySource, "Freshline content from sever is empty. %s", kEmptyContent);
+  else
+    eventlog::trace(kBinarySource, "Freshline binary data received.");
+  return part ? part->bytes : std::string_view();
+}
+
 int HttpsHandler::getBinaryData(STRING name, std::string*& out) {
   out = nullptr;
+  const std::string_view bytes = viewBinaryData(name);
   if (_last.answer->errorCode() != 0) return kAnswerError;
-  const ResponseParser::Binary* part = answered() ? binaryOf(getUpdateAsINT(name)) : nullptr;
-  if (!part) {
-    eventlog::trace(kBinarySource, "No Freshline data from Server");
-    return kMissing;
-  }
-  if (part->bytes.empty()) {
-    out = &_handedOut.emplace_back("Empty");
-    eventlog::trace(kBinarySource, "Freshline content from sever is empty. %s", *out);
-    return kMissing;
-  }
-  out = &_handedOut.emplace_back(part->bytes);
-  eventlog::trace(kBinarySource, "Freshline binary data received.");
-  return 0;
+  const bool part = answered() && binaryOf(getUpdateAsINT(name));
+  if (!part) return kMissing;
+  out = &_handedOut.emplace_back(bytes.empty() ? kEmptyContent : bytes);
+  return bytes.empty() ? kMissing : 0;
 }
 
 int HttpsHandler::getKorvaneError(STRING& text) {

@@ -5,9 +5,8 @@
 namespace korvane::platform {
 
 void* reserveMemory(size_t size) {
-  void* const at =
-      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
-             -1, 0);
+  void* const at = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   return at == MAP_FAILED ? nullptr : at;
 }
 

@@ -57,8 +57,8 @@ void ContentUpdate::processComponentUpdates() {
   eventlog::trace(kContentTag, "*****Component Freshline available on server*****");
   _exchange.run([this](HttpsHandler& handler, int bit) {
     const ContentKind& kind = *contentKindOf(bit);
-    std::string* bytes = nullptr;
-    if (handler.getBinaryData(kind.binaryName, bytes) == 0)
+    const std::string_view bytes = handler.viewBinaryData(kind.binaryName);
+    if (!bytes.empty())
       // It reports its own failure to the server.
       ignoreResult(processComponentData(
           bit, bytes, kind.directory(_parts.content.files, _parts.content.settings)));
@@ -67,13 +67,12 @@ void ContentUpdate::processComponentUpdates() {
   ignoreResult(_parts.content.settingsFile.updateIniFile());
 }
 
-int ContentUpdate::processComponentData(int kind, const std::string* bytes,
-                                        const STRING& directory) {
+int ContentUpdate::processComponentData(int kind, std::string_view bytes, const STRING& directory) {
   const ContentKind* content = contentKindOf(kind);
-  if (!content || !bytes) return -1;
+  if (!content) return -1;
   eventlog::trace(kDataTag, "Unzipping Freshline data to %s", directory);
   archive::Refusal refusal;
-  if (!unpackPackage(*content, *bytes, directory.toUtf8(), refusal)) {
+  if (!unpackPackage(*content, bytes, directory.toUtf8(), refusal)) {
     if (_parts.stop.requested()) return kDiskFailure;
     eventlog::trace(kUnzipTag,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",

@@ -46,8 +46,7 @@ class ContentUpdate {
 
   // Stores and unpacks one package and reports the result, which is returned too: 0 or 36. A stop
   // that ends the unpacking is not reported.
-  [[nodiscard]] int processComponentData(int kind, const std::string* bytes,
-                                         const STRING& directory);
+  [[nodiscard]] int processComponentData(int kind, std::string_view bytes, const STRING& directory);
 
  private:
   [[nodiscard]] bool unpackPackage(const ContentKind& kind, std::string_view bytes,

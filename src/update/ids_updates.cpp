@@ -1,5 +1,4 @@
 // Policy and configuration of the IDS component: fetched, handed over, reported.
-#include <memory>
 
 #include "comm/https_handler.h"
 #include "config/policy_settings.h"
@@ -35,9 +34,8 @@ void UpdateThread::processHIDSPolicyUpdate() {
 
 void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
   int status = 0;
-  int size = 0;
   PropertyList properties;
-  const std::unique_ptr<char[]> bytes(handler.getPolicy(status, size, properties, /*ids=*/true));
+  const std::string_view bytes = handler.viewPolicy(status, properties, /*ids=*/true);
   PropertyList names;
   for (const char* name : {kPolicyNameProperty, kPolicyPathProperty}) {
     const STRING* value = findProperty(properties, name);
@@ -45,8 +43,7 @@ void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
     eventlog::trace(kIdsContext, "items server sent %s=%s", name, *value);
     names.emplace_back(name, *value);
   }
-  const std::optional<UpdateResult> result =
-      installIdsPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, names);
+  const std::optional<UpdateResult> result = installIdsPolicy(bytes, names);
   // What a stop cut short is fetched again after the next start.
   if (result)
     reportUpdateResult(_parts.policy.connection, HttpsHandler::POLICY_UPDATE_HIDS, *result, names);

@@ -1,6 +1,5 @@
 #include "update/software_update.h"
 
-#include <memory>
 
 #include "agent/thread/stop_token.h"
 #include "archive/unpacking.h"
@@ -90,18 +89,18 @@ void SoftwareUpdate::processSoftwareUpdate() {
 }
 
 void SoftwareUpdate::downloadPackage(HttpsHandler& handler) {
-  int status = 0, size = 0;
+  int status = 0;
   PropertyList properties;
-  const std::unique_ptr<char[]> package(handler.getSoftware(status, size, properties));
+  const std::string_view package = handler.viewSoftware(status, properties);
   if (status == 0) return report(kNothingNew, "No new software data provided");
-  if (!package || size == 0 || !findProperty(properties, "software.name")) {
+  if (package.empty() || !findProperty(properties, "software.name")) {
     eventlog::trace(kPackageTag, kNoInformationText);
     return report(kNoInformation, kNoInformationText);
   }
   PropertyList results;
   for (const Property& pair : properties)
     if (pair.first.startsWith("software.")) results.push_back(pair);
-  installPackage({package.get(), static_cast<size_t>(size)}, results);
+  installPackage(package, results);
 }
 
 void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& results) {

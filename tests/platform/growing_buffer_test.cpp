@@ -10,7 +10,8 @@ namespace {
 // Pieces of all sizes, against a text: across the step from small to large, to the bound and again.
 TEST(GrowingBuffer, HoldsWhatWasAppendedUpToItsBound) {
   SeededRandom random(7);
-  for (const size_t most : {size_t{0}, size_t{100}, size_t{65536}, size_t{65537}, size_t{3000001}}) {
+  for (const size_t most :
+       {size_t{0}, size_t{100}, size_t{65536}, size_t{65537}, size_t{3000001}}) {
     GrowingBuffer buffer(most);
     for (int round = 0; round < 3; ++round) {
       std::string expected;

@@ -30,8 +30,7 @@ inline ComponentUpdateThread::Parts componentParts() {
 inline int receiveContent(int kind, const std::string& bytes, const STRING& directory) {
   PendingUpdates pending;
   RetryGroup retry;
-  return ContentUpdate(contentParts(), pending, retry)
-      .processComponentData(kind, &bytes, directory);
+  return ContentUpdate(contentParts(), pending, retry).processComponentData(kind, bytes, directory);
 }
 
 }  // namespace korvane::tests

@@ -1,6 +1,5 @@
 #include "update/policy/policy_processor.h"
 
-#include <memory>
 
 #include "comm/https_handler.h"
 #include "config/policy_settings.h"
@@ -31,10 +30,9 @@ bool PolicyProcessor::reconcile() {
 
 PolicyOutcome PolicyProcessor::receivePolicy(HttpsHandler& handler) {
   int status = 0;
-  int size = 0;
   PropertyList properties;
-  const std::unique_ptr<char[]> bytes(handler.getPolicy(status, size, properties, false));
-  return installPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, properties);
+  const std::string_view bytes = handler.viewPolicy(status, properties, /*ids=*/false);
+  return installPolicy(bytes, properties);
 }
 
 PolicyOutcome PolicyProcessor::installPolicy(std::string_view bytes,
