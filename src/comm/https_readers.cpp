@@ -153,7 +153,8 @@ std::string_view HttpsHandler::viewPolicy(int& status, PropertyList& properties,
 }
 
 char* HttpsHandler::getPolicy(int& status, int& size, PropertyList& properties, bool ids) {
-  return copyOf(viewPolicy(status, properties, ids), status, size);
+  const std::string_view policy = viewPolicy(status, properties, ids);
+  return copyOf(policy, status, size);
 }
 
 std::string_view HttpsHandler::viewSoftware(int& status, PropertyList& properties) {
@@ -163,7 +164,8 @@ std::string_view HttpsHandler::viewSoftware(int& status, PropertyList& propertie
 }
 
 char* HttpsHandler::getSoftware(int& status, int& size, PropertyList& properties) {
-  return copyOf(viewSoftware(status, properties), status, size);
+  const std::string_view package = viewSoftware(status, properties);
+  return copyOf(package, status, size);
 }
 
 int HttpsHandler::GetGeneralProperties(PropertyList& out, PropertyList& identity) {
