@@ -16,7 +16,8 @@
 // Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666 or 0600. Further clients
 // connect, may write, and wait for their turn: an ordinary account has one place, what else it
 // connects is closed; administrators are served before others, and one who waits ends an ordinary
-// client's turn kTurnMs after it began (109). One for whom there is no place at all is refused with
+// client's turn kTurnMs after it began (109). Ordinary clients have a small share of the processor
+// (platform/caller_allowance.h); where it is used up, their bytes are not there yet. One for whom there is no place at all is refused with
 // 231, after a tenth of a second. A client is refused with 5 by a server that is neither root's, nor
 // its own account's, nor of the account that the run directory belongs to. wait() ends as soon as
 // something has happened.

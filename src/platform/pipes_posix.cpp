@@ -7,10 +7,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/caller_allowance.h"
 #include "platform/error_codes.h"
 #include "platform/interrupt_posix.h"
 #include "platform/native.h"
@@ -24,6 +26,12 @@ constexpr int kPipeBytes = 2 * 65536;
 // Who stands at the listener until the server looks, and for how long one more waits to stand there.
 constexpr int kAtTheListener = 128;
 constexpr timeval kWaitToConnect = {0, 100000};
+
+int64_t microseconds(clockid_t clock) {
+  timespec now{};
+  ::clock_gettime(clock, &now);
+  return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
 
 bool goneWith(int error) {
   return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
@@ -150,27 +158,35 @@ class PosixPipe : public Pipe {
 
 class PosixPipeServer final : public PosixPipe {
  public:
-  PosixPipeServer(std::string path, Descriptor listener, Descriptor lock)
-      : _path(std::move(path)), _lock(std::move(lock)), _listener(std::move(listener)) {}
+  PosixPipeServer(std::string path, PipeAudience audience, Descriptor listener, Descriptor lock)
+      : _path(std::move(path)),
+        _audience(audience),
+        _lock(std::move(lock)),
+        _listener(std::move(listener)) {}
   ~PosixPipeServer() override { ::unlink(_path.c_str()); }
 
   uint32_t peek(size_t& available) override {
     available = 0;
-    return mustGiveWay() ? kErrorBrokenPipe : PosixPipe::peek(available);
+    settle();
+    if (mustGiveWay()) return kErrorBrokenPipe;
+    return hasConnection() && pauseMs() > 0 ? kOk : PosixPipe::peek(available);
   }
 
   uint32_t write(const void* bytes, size_t size, size_t& written) override {
     written = 0;
-    return mustGiveWay() ? kErrorNoData : PosixPipe::write(bytes, size, written);
+    settle();
+    if (mustGiveWay()) return kErrorNoData;
+    return hasConnection() && pauseMs() > 0 ? kOk : PosixPipe::write(bytes, size, written);
   }
 
   PipeWait wait(PipeEvent event, uint32_t timeoutMs) override {
     const Deadline deadline(timeoutMs);
-    while (!mustGiveWay()) {
-      if (!hasConnection() && !_room.empty()) break;
+    for (settle(); !mustGiveWay(); settle()) {
+      if (!hasConnection() && mayServe()) break;
       const int listener = _refused || !_room.admits() ? -1 : _listener.get();
       int which = -1;
-      const PollResult result = pollForEither(connection(), eventsFor(event), listener,
+      const int client = pauseMs() > 0 ? -1 : connection();
+      const PollResult result = pollForEither(client, eventsFor(event), listener,
                                               nextLook(deadline), interruption(), which);
       const bool knocked = result == PollResult::ready && which == listener;
       if (knocked) admit();
@@ -180,6 +196,7 @@ class PosixPipeServer final : public PosixPipe {
   }
 
   uint32_t renew() override {
+    settle();
     use(Descriptor());
     return kOk;
   }
@@ -188,7 +205,7 @@ class PosixPipeServer final : public PosixPipe {
   bool connected() override {
     if (hasConnection()) return true;
     admit();
-    if (_room.empty()) return false;
+    if (!mayServe()) return false;
     Caller next = _room.next();
     _ordinary = !next.administrator;
     _turn = Deadline(kTurnMs);
@@ -199,7 +216,7 @@ class PosixPipeServer final : public PosixPipe {
  private:
   // Without a descriptor left the listener would be ready all the time, for a client that cannot be
   // taken: then a wait is a pause.
-  void admit() { _refused = !_room.admit(_listener.get()); }
+  void admit() { _refused = !_room.admit(_listener.get(), _allowance.pauseMs() > 0); }
 
   // An ordinary client has had its turn, and an administrator waits. While an administrator is
   // served, only a wait looks at the listener: the others wait in any case.
@@ -209,22 +226,38 @@ class PosixPipeServer final : public PosixPipe {
     return hasConnection() && _room.administratorWaits() && _turn.remainingMs() == 0;
   }
 
-  // When to look again before the deadline: the flood's pause is over, or an ordinary client's turn.
+  // What the thread did since the last time, but for an administrator, ordinary callers have cost.
+  void settle() {
+    if (_audience == PipeAudience::everyone)
+      _allowance.settle(!hasConnection() || _ordinary, microseconds(CLOCK_MONOTONIC),
+                        microseconds(CLOCK_THREAD_CPUTIME_ID));
+  }
+  // For how long no ordinary caller is served; 0 while an administrator is.
+  uint32_t pauseMs() const { return hasConnection() && !_ordinary ? 0 : _allowance.pauseMs(); }
+  bool mayServe() const {
+    return _room.administratorWaits() || (!_room.empty() && _allowance.pauseMs() == 0);
+  }
+
+  // When to look again before the deadline: the pause of a flood or of ordinary callers is over, or
+  // an ordinary client's turn.
   Deadline nextLook(const Deadline& deadline) const {
     int soonest = deadline.remainingMs();
     const auto within = [&soonest](int ms) {
       if (soonest < 0 || ms < soonest) soonest = ms;
     };
     if (const uint32_t pause = _room.pauseMs()) within(static_cast<int>(pause));
+    if (const uint32_t pause = pauseMs()) within(static_cast<int>(pause));
     if (hasConnection() && _room.administratorWaits()) within(_turn.remainingMs());
     return soonest < 0 ? Deadline(kInfinite) : Deadline(static_cast<uint32_t>(soonest));
   }
 
   const std::string _path;
+  const PipeAudience _audience;
   const Descriptor
       _lock;  // held for as long as the name is served; let go by the process's end, too
   const Descriptor _listener;
   WaitingRoom _room;
+  CallerAllowance _allowance;
   bool _refused = false;
   bool _ordinary = false;  // the present client
   Deadline _turn{0};       // until when it has its turn whoever waits
@@ -250,7 +283,8 @@ class PosixPipes final : public Pipes {
         ::chmod(path.c_str(), audience == PipeAudience::everyone ? 0666 : 0600) != 0 ||
         ::listen(listener.get(), kAtTheListener) != 0)
       return errno == EACCES ? kErrorAccessDenied : kErrorGenFailure;
-    auto made = std::make_unique<PosixPipeServer>(path, std::move(listener), std::move(lock));
+    auto made =
+        std::make_unique<PosixPipeServer>(path, audience, std::move(listener), std::move(lock));
     if (!made->valid()) return kErrorNotEnoughMemory;
     out = std::move(made);
     return kOk;

@@ -37,7 +37,7 @@ bool isAdministrator(uid_t account) {
   return account == 0 || account == ::geteuid();
 }
 
-bool WaitingRoom::admit(int listener) {
+bool WaitingRoom::admit(int listener, bool sparingly) {
   if (pauseMs() > 0) return true;
   bool surplus = false;
   for (int i = 0; i < kBatch; ++i) {
@@ -48,7 +48,7 @@ bool WaitingRoom::admit(int listener) {
       if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) return false;
       break;
     }
-    surplus = !place(std::move(caller)) || surplus;
+    surplus = !place(std::move(caller)) || sparingly || surplus;
   }
   if (surplus) _closedUntil = Deadline(kPauseMs);
   return true;

@@ -4,8 +4,9 @@
 // account keeps another out. Administrators (root and the server's own account) have places of
 // their own and are served first. The system names the account of a connection.
 //
-// Closing what has no place takes time of the server's. So a flood of it is let in by batches:
-// admit() takes at most kBatch connections and nothing more for kPauseMs when it closed one.
+// Letting in and closing what has no place take time of the server's. So a flood is let in by
+// batches: admit() takes at most kBatch connections and nothing more for kPauseMs when it closed
+// one, or when the ordinary callers have cost enough already.
 // Threads: the pipe's.
 #pragma once
 
@@ -28,12 +29,12 @@ struct Caller {
 class WaitingRoom {
  public:
   static constexpr int kBatch = 64;
-  static constexpr uint32_t kPauseMs = 20;
+  static constexpr uint32_t kPauseMs = 100;
   static constexpr size_t kAccounts = 16;
   static constexpr size_t kAdministrators = 16;
 
   // Lets in who stands at the listener. False when the system has no descriptor left for one.
-  bool admit(int listener);
+  bool admit(int listener, bool sparingly);
   // Whether the listener is worth a wait; otherwise admissionPauseMs() says for how long not.
   bool admits() const { return !_full && pauseMs() == 0; }
   uint32_t pauseMs() const;

@@ -242,6 +242,12 @@ bool Fifo::readHeader(int waitMs, int readTimeoutMs, int64_t deadline) {
   return false;
 }
 
+// Who it is counts only where it makes a difference.
+uint32_t Fifo::receivableBytes(uint32_t length) {
+  const bool ordinary = _server && length > _limits.ordinaryBytes && !peerIsAdministrator();
+  return ordinary ? _limits.ordinaryBytes : _limits.messageBytes;
+}
+
 bool Fifo::readMessage(std::string& out, int waitMs, int readTimeoutMs) {
   if (waitMs == 0) waitMs = kLeastWaitMs;
   out.clear();
@@ -249,9 +255,9 @@ bool Fifo::readMessage(std::string& out, int waitMs, int readTimeoutMs) {
   const int64_t deadline = _clock.monotonicMs() + _limits.messageMs;
   if (!readHeader(waitMs, readTimeoutMs, deadline)) return false;
   const uint32_t length = messageLength(_frame.data());
-  if (length > _limits.messageBytes) {
-    eventlog::trace(kSource, "A message of %u bytes is refused, the limit is %u", length,
-                    _limits.messageBytes);
+  const uint32_t limit = receivableBytes(length);
+  if (length > limit) {
+    eventlog::trace(kSource, "A message of %u bytes is refused, the limit is %u", length, limit);
     return endRead(ReadEnd::tooLong);
   }
   out.reserve(length);

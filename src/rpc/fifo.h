@@ -14,7 +14,7 @@
 // something has come (Linux), and one for data may be a second there; what is there already is
 // never waited for. Frames that begin no message are skipped, in one call for as long as it may
 // wait for data, but a second at least; the next call goes on with them.
-// Bounds: a message above Limits::messageBytes is neither sent nor received, and none takes longer
+// Bounds: a message above Limits::messageBytes (ordinaryBytes, for a server's end) is neither sent nor received, and none takes longer
 // than Limits::messageMs from its first frame to its last, however slow the peer is.
 //
 //   Fifo server(pipes, clock, "korvane-agent");
@@ -39,6 +39,7 @@ class Fifo {
   struct Limits {
     uint32_t messageBytes = 8u << 20;
     int messageMs = 30000;
+    uint32_t ordinaryBytes = 64u << 10;  // messageBytes of a client that is no administrator
   };
   // How the last readMessage() ended.
   enum class ReadEnd {
@@ -101,6 +102,7 @@ class Fifo {
   [[nodiscard]] bool endRead(ReadEnd end);
   // The first frame of a message, others skipped; then the rest of it.
   [[nodiscard]] bool readHeader(int waitMs, int readTimeoutMs, int64_t deadline);
+  uint32_t receivableBytes(uint32_t length);
   [[nodiscard]] bool readFrame(int readTimeoutMs, int64_t deadline);
   [[nodiscard]] bool writeFrame(int timeoutMs, int64_t deadline);
   int untilDeadline(int timeoutMs, int64_t deadline);

@@ -50,7 +50,10 @@ void RPCClient::open(const std::string& method, int64_t deadline) {
   while (!_fifo.open()) {
     const uint32_t error = _fifo.lastError();
     if (error != kErrorPipeBusy && error != kErrorFileNotFound)
-      unreachable(error, method, "the pipe cannot be opened");
+      unreachable(error, method,
+                  error == kErrorAccessDenied
+                      ? "the pipe is for administrators, or served by an account without rights"
+                      : "the pipe cannot be opened");
     if (error == kErrorFileNotFound && remaining(remade) == 0)
       unreachable(error, method, "no server on the pipe");
     const int left = remaining(deadline);

@@ -1,6 +1,5 @@
 #include "update/software_update.h"
 
-
 #include "agent/thread/stop_token.h"
 #include "archive/unpacking.h"
 #include "comm/https_handler.h"

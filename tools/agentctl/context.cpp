@@ -41,7 +41,8 @@ Failure unreachable(const RPCUnreachable& error, const platform::Platform& syste
                   : "The agent is not running; `sc start KorvaneAgent` starts it."};
     case platform::kErrorAccessDenied:
       return {ExitStatus::notPermitted, error.what(),
-              "Run this as the agent's account or as administrator."};
+              "Run this as the agent's account or as administrator. If you do, a program that is "
+              "not the agent has made the pipe: find and end it."};
     case platform::kErrorPipeBusy:
       return {ExitStatus::failed, error.what(),
               "Another program on this machine is using the pipe; the agent disconnects it within "

@@ -1,6 +1,5 @@
 #include "update/policy/policy_processor.h"
 
-
 #include "comm/https_handler.h"
 #include "config/policy_settings.h"
 #include "eventlog/event_log.h"
