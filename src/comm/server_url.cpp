@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "config/server_settings.h"
+#include "config/url_text.h"
 
 namespace korvane {
 namespace {
@@ -13,8 +14,7 @@ struct Span {
 };
 
 Span hostSpan(std::u16string_view url) {
-  const size_t scheme = url.find(u"://");
-  const size_t begin = scheme == std::u16string_view::npos ? 0 : scheme + 3;
+  const size_t begin = placeInUrl(url).host;
   const bool bracketed = begin < url.size() && url[begin] == u'[';
   size_t end = bracketed ? url.find(u']', begin) : url.find_first_of(u":/?#", begin);
   if (end == std::u16string_view::npos) return {begin, url.size()};
