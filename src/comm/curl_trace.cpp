@@ -10,12 +10,29 @@ namespace {
 constexpr std::string_view kHidden = "***";
 
 // Headers of requests and answers whose values are no secret of anybody, in small letters.
-constexpr std::string_view kHarmless[] = {
-    "accept",         "allow",           "cache-control",     "connection",    "content-encoding",
-    "content-length", "content-type",    "date",              "expect",        "host",
-    "keep-alive",     "korvane-charset", "korvane-error",     "korvane-error-text",
-    "korvane-format-version",            "proxy-connection",  "retry-after",   "server",
-    "trailer",        "transfer-encoding", "upgrade",         "user-agent",    "via"};
+constexpr std::string_view kHarmless[] = {"accept",
+                                          "allow",
+                                          "cache-control",
+                                          "connection",
+                                          "content-encoding",
+                                          "content-length",
+                                          "content-type",
+                                          "date",
+                                          "expect",
+                                          "host",
+                                          "keep-alive",
+                                          "korvane-charset",
+                                          "korvane-error",
+                                          "korvane-error-text",
+                                          "korvane-format-version",
+                                          "proxy-connection",
+                                          "retry-after",
+                                          "server",
+                                          "trailer",
+                                          "transfer-encoding",
+                                          "upgrade",
+                                          "user-agent",
+                                          "via"};
 
 std::string lower(std::string_view text) {
   std::string out(text);
@@ -47,7 +64,7 @@ std::string headLine(std::string_view line) {
   return printable(line.substr(0, colon)) + ": " + std::string(kHidden);
 }
 
-// "user 'ann'" without the name.
+// "user 'ann'" without the name; what the first quotation mark opens ends at the last one.
 void hideUser(std::string& text) {
   constexpr std::string_view kUser = "user '";
   const size_t at = text.find(kUser);
@@ -57,16 +74,12 @@ void hideUser(std::string& text) {
   text.replace(begin, end > begin ? end - begin : text.size() - begin, kHidden);
 }
 
-}  // namespace
-
-std::string maskedRemark(std::string_view text) {
-  std::string out = printable(text);
-  hideUser(out);
-  const size_t last = out.rfind('@');
-  if (last == std::string::npos) return out;
-  // What an '@' ends began at a scheme, a quotation mark or a blank: at the first of them that
-  // is there, since a password may hold any.
-  const std::string_view before = std::string_view(out).substr(0, last);
+// What stands before the last '@' began at a scheme, a quotation mark or a blank: at the first of
+// them that is there, since a password may hold any.
+void hideBeforeAt(std::string& text) {
+  const size_t last = text.rfind('@');
+  if (last == std::string::npos) return;
+  const std::string_view before = std::string_view(text).substr(0, last);
   size_t begin = before.find("://");
   if (begin != std::string_view::npos) {
     begin += 3;
@@ -75,7 +88,16 @@ std::string maskedRemark(std::string_view text) {
     if (begin == std::string_view::npos) begin = before.substr(0, before.find('@')).rfind(' ');
     begin = begin == std::string_view::npos ? 0 : begin + 1;
   }
-  return out.replace(begin, last - begin, kHidden);
+  text.replace(begin, last - begin, kHidden);
+}
+
+}  // namespace
+
+std::string maskedRemark(std::string_view text) {
+  std::string out = printable(text);
+  hideBeforeAt(out);
+  hideUser(out);
+  return out;
 }
 
 std::string traceText(curl_infotype type, std::string_view piece) {

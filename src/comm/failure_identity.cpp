@@ -37,8 +37,8 @@ FailureCause checkClient(platform::Files& files, const TlsIdentity& identity) {
   const std::string& certificate = identity.clientCertificate;
   if (certificate.empty()) return {};
   const std::string& key = identity.clientKey.empty() ? certificate : identity.clientKey;
-  FailureCause cause = checkFile(files, "client certificate", certificate,
-                                 PemContent::certificates, Key::sslClientCertificate);
+  FailureCause cause = checkFile(files, "client certificate", certificate, PemContent::certificates,
+                                 Key::sslClientCertificate);
   if (!cause.failed())
     cause = checkFile(files, "client key", key, PemContent::key, Key::sslClientKey);
   if (cause.failed() || arePair(files, certificate, key)) return cause;

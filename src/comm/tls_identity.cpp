@@ -74,8 +74,8 @@ std::string pinOf(const X509& certificate) {
   if (!digested) return {};
   unsigned char text[2 * EVP_MAX_MD_SIZE];
   const int written = EVP_EncodeBlock(text, digest, static_cast<int>(size));
-  return "sha256//" + std::string(reinterpret_cast<const char*>(text),
-                                  static_cast<size_t>(written));
+  return "sha256//" +
+         std::string(reinterpret_cast<const char*>(text), static_cast<size_t>(written));
 }
 
 }  // namespace

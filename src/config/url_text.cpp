@@ -26,7 +26,10 @@ size_t authorityOf(View<Char> url) {
   const bool scheme = std::all_of(
       url.begin(), url.begin() + static_cast<std::ptrdiff_t>(mark),
       [](Char c) { return isLetter(c) || isDigit(c) || c == '+' || c == '-' || c == '.'; });
-  return scheme ? mark + 3 : 0;
+  if (!scheme) return 0;
+  size_t begin = mark + 3;
+  while (begin < url.size() && url[begin] == '/') ++begin;  // libcurl skips them too
+  return begin;
 }
 
 template <class Char>
@@ -38,7 +41,7 @@ size_t endOfAuthority(View<Char> url, size_t begin) {
 // Whether "host[:port]" can be one: no port that is something else.
 template <class Char>
 bool isPlace(View<Char> place) {
-  const size_t bracket = place.rfind(Char(']'));
+  const size_t bracket = place.starts_with(Char('[')) ? place.find(Char(']')) : View<Char>::npos;
   const size_t colon = place.find(Char(':'), bracket == View<Char>::npos ? 0 : bracket);
   if (colon == View<Char>::npos) return true;
   return std::all_of(place.begin() + static_cast<std::ptrdiff_t>(colon) + 1, place.end(),
@@ -66,14 +69,13 @@ UrlText UrlText::parse(const STRING& url) {
   UrlText parts;
   const STRING text = url.trimmed();
   const UrlPlace place = placeInUrl(text.utf16());
-  if (place.authority > 0) parts.protocol = text.substr(0, place.authority - 3);
+  if (place.authority > 0) parts.protocol = text.substr(0, text.find("://"));
   if (place.host > place.authority)
     parts.user = text.substr(place.authority, place.host - 1 - place.authority);
   STRING rest = text.substr(place.host);
-  if (const size_t slash = rest.find("/"); slash != STRING::npos) {
-    parts.path = rest.substr(slash);
-    rest = rest.substr(0, slash);
-  }
+  const size_t end = endOfAuthority(std::u16string_view(rest.utf16()), 0);
+  parts.path = rest.substr(end);
+  rest = rest.substr(0, end);
   const size_t bracket = rest.find("]");
   const size_t colon = rest.find(":", bracket == STRING::npos ? 0 : bracket);
   parts.host = rest.substr(0, colon);

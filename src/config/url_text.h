@@ -25,7 +25,7 @@ struct UrlText {
 
 // Where a host begins in a URL, behind its scheme and user.
 struct UrlPlace {
-  size_t authority;  // behind "://"; 0 without a scheme
+  size_t authority;  // behind "://" and further slashes; 0 without a scheme
   size_t host;       // behind the user's '@'; the same when there is no user
 };
 UrlPlace placeInUrl(std::u16string_view url);

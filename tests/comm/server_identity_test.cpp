@@ -94,7 +94,10 @@ class ServerIdentity : public tests::CommFixture {
 
 TEST_F(ServerIdentity, Names) {
   for (const Row& row : rowsOf("names")) {
-    const TlsServer server(authority, &fine, {.names = row[1] == "none" ? "" : row[1]});
+    const bool nameless = row[1] == "none" || row[1].starts_with("CN=");
+    TlsServer::Options options{.names = nameless ? "" : row[1]};
+    if (row[1].starts_with("CN=")) options.commonName = row[1].substr(3);
+    const TlsServer server(authority, &fine, options);
     set("ssl.server.names", row[2]);
     expect(server, row, 3);
   }
@@ -105,12 +108,12 @@ TEST_F(ServerIdentity, Pins) {
     const TlsServer server(authority, &fine);
     std::string pins;
     for (const std::string& word : listOf(STRING(row[1]))) {
-      pins += (pins.empty() ? "" : ",") +
-              (word == "own"                ? pin(server.certificate())
-               : word == "issuer"           ? pin(authority.certificate())
-               : word == "other"            ? pin(other.certificate())
-               : word == "OWNWITHOUTPREFIX" ? pin(server.certificate()).substr(8)
-                                            : word);
+      pins += (pins.empty() ? "" : ",") + (word == "own"      ? pin(server.certificate())
+                                           : word == "issuer" ? pin(authority.certificate())
+                                           : word == "other"  ? pin(other.certificate())
+                                           : word == "OWNWITHOUTPREFIX"
+                                               ? pin(server.certificate()).substr(8)
+                                               : word);
     }
     set("ssl.server.pins", pins.empty() ? row[1] : pins);
     expect(server, row, 2);
@@ -148,28 +151,28 @@ TEST_F(ServerIdentity, TheAgentsCertificate) {
     for (const Row& row : rowsOf("client")) {
       const bool demands = row[1] == "its certificate";
       const std::string trusted = authority.certificatePem();
-      const TlsServer server(
-          authority, &fine, {.tune = [&](SSL_CTX* context) {
-            SSL_CTX_set_max_proto_version(context, highest);
-            X509_STORE_add_cert(SSL_CTX_get_cert_store(context),
-                                const_cast<X509*>(authority.certificate()));
-            if (demands)
-              SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT,
-                                 nullptr);
-          }});
-      set("ssl.client.certificate",
-          file(row[2], {{"good", good.certificate},
-                        {"good with key", good.certificate + good.key},
-                        {"of another authority", foreign.certificate},
-                        {"expired", expired.certificate},
-                        {"text", "hello\n"}}));
+      const TlsServer server(authority, &fine, {.tune = [&](SSL_CTX* context) {
+                               SSL_CTX_set_max_proto_version(context, highest);
+                               X509_STORE_add_cert(SSL_CTX_get_cert_store(context),
+                                                   const_cast<X509*>(authority.certificate()));
+                               if (demands)
+                                 SSL_CTX_set_verify(
+                                     context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT,
+                                     nullptr);
+                             }});
+      set("ssl.client.certificate", file(row[2], {{"good", good.certificate},
+                                                  {"good with key", good.certificate + good.key},
+                                                  {"of another authority", foreign.certificate},
+                                                  {"expired", expired.certificate},
+                                                  {"text", "hello\n"}}));
       set("ssl.client.key",
-          row[3] == "none" ? ""
-                           : file("key, " + row[3],
-                                  {{"key, good", good.key},
-                                   {"key, its own", row[2] == "expired" ? expired.key : foreign.key},
-                                   {"key, of another", foreign.key},
-                                   {"key, encrypted", good.encryptedKey}}));
+          row[3] == "none"
+              ? ""
+              : file("key, " + row[3],
+                     {{"key, good", good.key},
+                      {"key, its own", row[2] == "expired" ? expired.key : foreign.key},
+                      {"key, of another", foreign.key},
+                      {"key, encrypted", good.encryptedKey}}));
       expect(server, row, 4);
     }
   }

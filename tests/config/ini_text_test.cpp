@@ -111,6 +111,8 @@ TEST(UrlTextTest, WithoutItsUser) {
       {"https://ann:pw@x/w@h/", "https://***@h/"},
       {"https://ann:p/w@h/", "https://***@h/"},
       {"https://ann:p?w@h/", "https://***@h/"},
+      {"https://ann:p]/w@h/", "https://***@h/"},
+      {"https:///ann:pw@h/", "https:///***@h/"},
       {"https:/ann:pw@h/", "***@h/"},
       {"ann:pw@h:1", "***@h:1"},
       {"ann:pw@h/?u=https://h", "***@h/?u=https://h"},

@@ -137,7 +137,7 @@ std::string TestAuthority::revocationList(const X509* revoked, long from, long t
 }
 
 std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(
-    Certificate kind, const std::string& names) const {
+    Certificate kind, const std::string& names, const std::string& commonName) const {
   const Key key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
   const Key betweenKey(EVP_EC_gen("P-256"), &EVP_PKEY_free);
   const Cert between =
@@ -150,7 +150,7 @@ std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(
     issuerKey = key.get();
   }
   const Cert certificate =
-      makeCertificate(key.get(), "127.0.0.1", issuer, issuerKey, false, validityOf(kind), names);
+      makeCertificate(key.get(), commonName, issuer, issuerKey, false, validityOf(kind), names);
   std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_server_method()),
                                                        &SSL_CTX_free);
   require(context && SSL_CTX_use_certificate(context.get(), certificate.get()) == 1 &&
@@ -286,7 +286,7 @@ std::string TlsServer::Request::header(const std::string& name) const {
 
 TlsServer::TlsServer(const TestAuthority& authority, Script script, const Options& options)
     : _native(platform::makeNativePlatform({})),
-      _context(authority.serverContext(options.certificate, options.names)),
+      _context(authority.serverContext(options.certificate, options.names, options.commonName)),
       _script(std::move(script)),
       _options(options),
       _held(_native->platform().threading.createEvent(true, false)) {

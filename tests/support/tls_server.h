@@ -47,8 +47,9 @@ class TestAuthority {
   // Its own certificate in PEM, what an agent has to trust.
   std::string certificatePem() const;
   // A server's settings with a certificate for 127.0.0.1, valid for an hour unless said otherwise.
-  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> serverContext(Certificate kind = Certificate::good,
-                                                             const std::string& names = {}) const;
+  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> serverContext(
+      Certificate kind = Certificate::good, const std::string& names = {},
+      const std::string& commonName = "127.0.0.1") const;
 
   // A client's certificate of this authority and its key, both in PEM; encrypted with the pass
   // phrase "x" when asked for.
@@ -108,6 +109,7 @@ class TlsServer {
     Manner manner = Manner::serve;
     Certificate certificate = Certificate::good;
     size_t handshakeBytes = SIZE_MAX;
+    std::string commonName = "127.0.0.1";
     std::string names{};  // subjectAltName as OpenSSL writes it, "DNS:a,IP:127.0.0.1"
     std::function<void(SSL_CTX*)> tune{};  // changes further settings
   };
