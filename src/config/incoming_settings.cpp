@@ -26,7 +26,8 @@ bool leadsAway(std::string_view part) {
 }
 
 bool isShare(std::string_view path) {
-  return path.find_first_not_of(kPathSeparators) != 0 && path.find_first_of(kPathSeparators, 1) == 1;
+  return path.find_first_not_of(kPathSeparators) != 0 &&
+         path.find_first_of(kPathSeparators, 1) == 1;
 }
 
 std::string_view withoutBlanksAround(std::string_view text) {
@@ -74,7 +75,8 @@ bool IncomingSettings::staysBelow(std::string_view path) const {
       absolute ? std::string(path) : platform::joinPath(_of.files, {_of.own, path});
   std::string root;
   std::string leadsTo;
-  if (_of.root.empty() || _of.files.resolve(_of.root, root) != 0 || _of.files.resolve(full, leadsTo) != 0)
+  if (_of.root.empty() || _of.files.resolve(_of.root, root) != 0 ||
+      _of.files.resolve(full, leadsTo) != 0)
     return false;
   return leadsTo.size() > root.size() && leadsTo.starts_with(root) &&
          kPathSeparators.find(leadsTo[root.size()]) != std::string_view::npos;
@@ -95,7 +97,8 @@ SettingVerdict IncomingSettings::judge(SettingsSource from, const STRING& key,
   if (keptLocal(key)) return {"is kept local (settings.local.only)", true};
   if (std::string fault = settingFault(key, value); !fault.empty()) return {std::move(fault)};
   if (from == SettingsSource::localChannel) return {};
-  if (std::string doubt = settingDoubt(key, value, _of.plainHttp); !doubt.empty()) return {std::move(doubt)};
+  if (std::string doubt = settingDoubt(key, value, _of.plainHttp); !doubt.empty())
+    return {std::move(doubt)};
   const SettingRow* row = findRow(key);
   const std::string text = value.trimmed().toUtf8();
   if ((row && row->type == ValueType::path && !staysBelow(text)) ||

@@ -28,8 +28,9 @@ enum class SettingsSource { server, cloudChannel, localChannel };
 const char* nameOf(SettingsSource source);
 
 struct SettingVerdict {
-  std::string refusal;     // goes on behind the value: "is too long"; empty: taken
-  bool forbidden = false;  // it is not the value that is wrong, but who sends it, or what it reaches
+  std::string refusal;  // goes on behind the value: "is too long"; empty: taken
+  bool forbidden =
+      false;  // it is not the value that is wrong, but who sends it, or what it reaches
 };
 
 class IncomingSettings {

@@ -14,7 +14,7 @@ bool steers(char16_t unit) {
 }  // namespace
 
 std::string terminalText(std::string_view utf8) {
-  constexpr char16_t kDigits[] = u"0123456789abcdef";
+  constexpr char16_t kHexDigits[] = u"0123456789abcdef";
   std::u16string out;
   out.reserve(utf8.size());
   for (const char16_t unit : utf8ToUtf16(utf8)) {
@@ -23,7 +23,7 @@ std::string terminalText(std::string_view utf8) {
       continue;
     }
     out += u"\\u";
-    for (int shift = 12; shift >= 0; shift -= 4) out += kDigits[unit >> shift & 15];
+    for (int shift = 12; shift >= 0; shift -= 4) out += kHexDigits[unit >> shift & 15];
   }
   return utf16ToUtf8(out);
 }

@@ -122,6 +122,21 @@ TEST(LocalMethods, onlyAdministratorsChangeOrHearWhatIsNotForAll) {
     EXPECT_EQ(world.codeOf(method, "{}"), 0) << method;
 }
 
+TEST(LocalMethods, whatIsKeptLocalIsRefusedAndTold) {
+  ChannelWorld world;
+  world.config.setValue("settings.local.only", "agent.name,agentlog.log.trace.messages");
+  std::string detail;
+  for (const auto& [method, params] :
+       {std::pair{"setSettings", R"({"settings":{"polling.interval":"60","agent.name":"x"}})"},
+        std::pair{"setSettings", R"({"settings":{"settings.local.only":""}})"},
+        std::pair{"setTrace", R"({"on":"false"})"}}) {
+    EXPECT_EQ(world.codeOf(method, params, &detail), kRpcInvalidParams);
+    EXPECT_THAT(detail, HasSubstr("is kept local (settings.local.only)")) << params;
+  }
+  EXPECT_TRUE(world.config.logTraceMessages() && world.config.getPollingInterval() == 300u);
+  EXPECT_THAT(world.machine.fake.files.content(eventlog::currentFile()), HasSubstr(",10527,"));
+}
+
 TEST(LocalMethods, theLogsAreReadOnceForWhoeverAsks) {
   ChannelWorld world;
   platform::MemoryFiles& files = world.machine.fake.files;
