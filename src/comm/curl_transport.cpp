@@ -12,6 +12,7 @@
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/sockets.h"
+#include "util/terminal_text.h"
 
 namespace korvane {
 namespace {
@@ -54,7 +55,7 @@ std::string headerLine(const std::string& name, const std::string& value) {
 // libcurl's trace, on the console.
 int httpsDebugger(CURL*, curl_infotype type, char* bytes, size_t size, void*) noexcept {
   try {
-    std::fputs(traceText(type, {bytes, size}).c_str(), stdout);
+    std::fputs(terminalText(traceText(type, {bytes, size})).c_str(), stdout);
   } catch (const std::bad_alloc&) {
     std::fputs("* ...\n", stdout);
   }

@@ -4,10 +4,12 @@
 #include <iterator>
 
 #include "config/identity_check.h"
+#include "config/ini_text.h"
 #include "config/masking.h"
 #include "config/server_list.h"
 #include "config/url_text.h"
 #include "config/value_map.h"
+#include "util/terminal_text.h"
 
 namespace korvane {
 namespace {
@@ -49,6 +51,31 @@ std::string serverListFault(const STRING& value) {
   return {};
 }
 
+// A number that the agent takes and cannot use.
+struct Range {
+  Key key;
+  int64_t least;
+  int64_t most;
+};
+
+constexpr Range kRanges[] = {{Key::logDiskUpperLimit, 0, 100},
+                             {Key::logDiskLowerLimit, 0, 100},
+                             {Key::logRolloverCause, 0, 2}};
+
+std::string rowDoubt(const SettingRow& row, const STRING& value, bool plainHttp) {
+  if (row.key == Key::agentUrl) {
+    if (!value.startsWith("https://") && !(plainHttp && value.startsWith("http://")))
+      return "does not begin with https://";
+    if (!value.endsWith("/")) return "does not end with /, and paths are appended to it";
+  }
+  if (row.key == Key::logPriority && value != "low" && value != "norm" && value != "high")
+    return "is not low, norm or high";
+  for (const Range& range : kRanges)
+    if (range.key == row.key && (value.toInt() < range.least || value.toInt() > range.most))
+      return "is not from " + std::to_string(range.least) + " to " + std::to_string(range.most);
+  return {};
+}
+
 }  // namespace
 
 bool comesWithPolicy(const STRING& key) {
@@ -72,6 +99,15 @@ std::string settingFault(const STRING& key, const STRING& value) {
   if (row->key == Key::tcpPort && probe.number(row->key) > kLastPort)
     return "is not a port from 0 to 65535";
   return {};
+}
+
+std::string settingDoubt(const STRING& key, const STRING& value, bool plainHttp) {
+  const STRING held = lineValue(value);
+  const std::string text = (oneLine(key) + held).toUtf8();
+  if (terminalText(text) != text)
+    return "holds characters that steer a terminal or turn the reading direction";
+  const SettingRow* row = findRow(key);
+  return row && !held.empty() ? rowDoubt(*row, held, plainHttp) : "";
 }
 
 }  // namespace korvane
