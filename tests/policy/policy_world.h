@@ -243,7 +243,7 @@ class PolicyWorld {
         [this](const platform::FakeDevices::Call& call) { return drive(call); });
     _platform.emplace(platform::Platform{fake.platform().clock, fake.platform().threading, *files,
                                          _registry, _devices, _processes, fake.sockets,
-                                         fake.systemInfo, fake.libraries, fake.pipes});
+                                         fake.systemInfo, fake.libraries, fake.pipes, fake.rights});
     _current.emplace(*_platform);
     setInstallRoot("/opt/korvane");
     setServiceType(serviceType);
