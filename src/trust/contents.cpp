@@ -1,0 +1,67 @@
+#include "trust/contents.h"
+
+#include <map>
+
+#include "archive/zip_archive.h"
+#include "trust/sha256.h"
+
+namespace korvane::trust {
+namespace {
+
+bool refuse(Reason reason, std::string text, Refusal& refusal) {
+  refusal = {reason, std::move(text)};
+  return false;
+}
+
+bool checkEntry(archive::ZipArchive& zip, const archive::Entry& entry, const Sum& sum,
+                Refusal& refusal) {
+  archive::Refusal fault;
+  Sha256 digest;
+  const bool read = entry.size == sum.size && zip.read(
+                                                  entry,
+                                                  [&digest](std::string_view piece) {
+                                                    digest.add(piece);
+                                                    return 0;
+                                                  },
+                                                  fault);
+  if (read && digest.text() == sum.sha256) return true;
+  const std::string why = fault.reason.empty() ? "" : ": " + fault.reason;
+  return refuse(Reason::changed, "entry " + entry.name + " is not the one that was signed" + why,
+                refusal);
+}
+
+bool checkEntries(archive::ZipArchive& zip, const std::vector<Sum>& sums, Refusal& refusal) {
+  std::map<std::string_view, const archive::Entry*> there;
+  for (const archive::Entry& entry : zip.entries())
+    if (!entry.isDirectory()) there.emplace(entry.name, &entry);
+  for (const Sum& sum : sums) {
+    const auto found = there.find(sum.name);
+    if (found == there.end())
+      return refuse(Reason::mixed, "entry " + sum.name + " is missing", refusal);
+    if (!checkEntry(zip, *found->second, sum, refusal)) return false;
+    there.erase(found);
+  }
+  if (there.empty()) return true;
+  return refuse(Reason::mixed,
+                "entry " + std::string(there.begin()->first) + " is not of the manifest", refusal);
+}
+
+}  // namespace
+
+bool checkContents(const Manifest& manifest, std::string_view content, Refusal& refusal) {
+  archive::ZipArchive zip("the content", content);
+  archive::Refusal fault;
+  const bool opened = zip.open(fault);
+  if (!opened && !manifest.entries.empty())
+    return refuse(Reason::changed, "the archive is not the one that was signed: " + fault.reason,
+                  refusal);
+  if (opened && !checkEntries(zip, manifest.entries, refusal)) return false;
+  if (content.size() == manifest.content.size && sha256Of(content) == manifest.content.sha256)
+    return true;
+  return refuse(Reason::changed,
+                opened ? "the archive differs from the one that was signed outside of its entries"
+                       : "the content has not the SHA-256 that was signed",
+                refusal);
+}
+
+}  // namespace korvane::trust
