@@ -25,8 +25,7 @@ std::string whatIs(const Manifest& manifest) {
 }
 
 // Those who made room for others, without whoever signs again.
-Certificates replacedBy(const Certificates& now, Certificates before,
-                        const Certificates& earlier) {
+Certificates replacedBy(const Certificates& now, Certificates before, const Certificates& earlier) {
   before.insert(before.end(), earlier.begin(), earlier.end());
   std::erase_if(before, [&now](const std::string& der) {
     return std::find(now.begin(), now.end(), der) != now.end();
@@ -67,10 +66,10 @@ bool Gate::load() {
     return refuse(Reason::signersUnusable, "the file of trusted signers, " + _signing.signersFile +
                                                ", cannot be read, error " + std::to_string(error));
   if (const int error = readRecord(_files, _recordPath, _record))
-    return refuse(Reason::recordUnusable,
-                  _recordPath + (error == EBADMSG
-                                     ? " is damaged; nothing is accepted before it is removed"
-                                     : " cannot be read, error " + std::to_string(error)));
+    return refuse(
+        Reason::recordUnusable,
+        _recordPath + (error == EBADMSG ? " is damaged; nothing is accepted before it is removed"
+                                        : " cannot be read, error " + std::to_string(error)));
   const std::string anchor = sha256Of(pem);
   if (_record.anchor != anchor) {
     _record.anchor = anchor;
@@ -100,13 +99,13 @@ bool Gate::judge(const Wanted& wanted, const Envelope& envelope) {
       good = refuse(Reason::damaged, "manifest line " + std::to_string(line) + " is malformed");
     good = good && checkSigned(last, manifest);
   }
-  if (good && (manifest.kind != wanted.kind ||
-               (!wanted.name.empty() && manifest.name != wanted.name)))
+  if (good &&
+      (manifest.kind != wanted.kind || (!wanted.name.empty() && manifest.name != wanted.name)))
     good = refuse(Reason::otherPackage,
                   "it is " + whatIs(manifest) + ", wanted is " + nameOf(wanted.kind) +
                       (wanted.name.empty() ? "" : " \"" + wanted.name + "\""));
-  good = good && checkVersion(manifest) &&
-         checkContents(manifest, envelope.content, _verdict.refusal);
+  good =
+      good && checkVersion(manifest) && checkContents(manifest, envelope.content, _verdict.refusal);
   if (good) {
     VersionMark* mark = markOf(manifest);
     if (mark) mark->version = manifest.version;
@@ -120,8 +119,7 @@ bool Gate::judge(const Wanted& wanted, const Envelope& envelope) {
 }
 
 bool Gate::checkSigned(const Statement& statement, const Manifest& manifest) {
-  const SignatureCheck found =
-      checkSignature(statement.manifest, statement.signature, _trusted);
+  const SignatureCheck found = checkSignature(statement.manifest, statement.signature, _trusted);
   const unsigned needed = std::max(_signing.minimumSigners, manifest.minimumSigners);
   // Before the manifest is read one signer is enough.
   if (!found.good.empty() && (manifest.version == 0 || found.good.size() >= needed)) return true;
@@ -171,8 +169,8 @@ bool Gate::checkDates(const Manifest& manifest) {
 bool Gate::checkVersion(const Manifest& manifest) {
   const VersionMark* known = _record.find(manifest.kind, manifest.name);
   if (known && manifest.version < known->version)
-    return refuse(Reason::older, "version " + std::to_string(manifest.version) +
-                                     " is older than " + std::to_string(known->version) +
+    return refuse(Reason::older, "version " + std::to_string(manifest.version) + " is older than " +
+                                     std::to_string(known->version) +
                                      ", which was accepted before");
   if (known && manifest.version <= known->expired)
     return refuse(Reason::expired, "version " + std::to_string(known->expired) +
@@ -186,8 +184,7 @@ bool Gate::checkVersion(const Manifest& manifest) {
 VersionMark* Gate::markOf(const Manifest& manifest) {
   if (VersionMark* known = _record.find(manifest.kind, manifest.name)) return known;
   if (_record.versions.size() == kMaxRecordedNames) return nullptr;
-  return &_record.versions.emplace_back(
-      VersionMark{.kind = manifest.kind, .name = manifest.name});
+  return &_record.versions.emplace_back(VersionMark{.kind = manifest.kind, .name = manifest.name});
 }
 
 }  // namespace korvane::trust

@@ -80,7 +80,8 @@ std::string recordText(const Record& record) {
 
 bool parseRecord(std::string_view text, Record& out) {
   const size_t lastLine = kRecordEnd.size() + kDigestDigits + 1;
-  if (!text.starts_with(kRecordHeading) || text.size() < kRecordHeading.size() + lastLine) return false;
+  if (!text.starts_with(kRecordHeading) || text.size() < kRecordHeading.size() + lastLine)
+    return false;
   std::string_view content = text.substr(0, text.size() - lastLine);
   if (text.substr(content.size()) != std::string(kRecordEnd) + sha256Of(content) + "\n")
     return false;

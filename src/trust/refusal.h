@@ -8,12 +8,12 @@ namespace korvane::trust {
 enum class Reason {
   none = 0,
   notSigned = 1101,
-  damaged = 1102,          // no whole signed package, or no whole manifest
-  badSignature = 1103,     // there is none, or a trusted signer's does not hold
-  unknownSigner = 1104,    // none of the signers is trusted
-  tooFewSigners = 1105,    // of those that are
-  replacedSigner = 1106,   // the signers were trusted until others took their place
-  otherPackage = 1107,     // it proves something else than was asked for
+  damaged = 1102,         // no whole signed package, or no whole manifest
+  badSignature = 1103,    // there is none, or a trusted signer's does not hold
+  unknownSigner = 1104,   // none of the signers is trusted
+  tooFewSigners = 1105,   // of those that are
+  replacedSigner = 1106,  // the signers were trusted until others took their place
+  otherPackage = 1107,    // it proves something else than was asked for
   notYetValid = 1108,
   expired = 1109,
   older = 1110,            // than a version that was accepted before

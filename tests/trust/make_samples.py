@@ -14,7 +14,8 @@ import signed_content  # noqa: E402
 from signed_content import Claim, date_of, package, sign, statement  # noqa: E402
 
 START, END = date_of("2026-01-01T00:00:00Z"), date_of("2027-01-01T00:00:00Z")
-ENTRIES = {"policy.txt": b"source A 1\n", "rules/more.txt": b"rule\n" * 200}
+ENTRIES = {"policy.txt": b"korvane-policy 1\nname Base\nversion 7\nid base-7\nrule deny file web /srv/*\n", "rules/more.txt": b"rule\n" * 200}
+APPLICATION = {"policy.txt": b"korvane-application 1\nrule deny file web /srv/web/*\n"}
 
 
 def archive(entries, comment=b""):
@@ -86,8 +87,9 @@ def make_all(samples):
     samples.write("plain.zip", plain)
     for version in (1, 2, 3):
         make(f"version-{version}", version=version)
-    for kind, name in (("ids-policy", "Base"), ("application-policy", "web"), ("content", "qel"), ("software", "agent"), ("policy", "Other")):
+    for kind, name in (("ids-policy", "Base"), ("content", "qel"), ("software", "agent"), ("policy", "Other")):
         make(f"{kind}-{name}", kind=kind, name=name)
+    make("application-policy-web", kind="application-policy", name="web", entries=APPLICATION)
     make("rsa", by=("rsa",))
     make("no-archive", content=b"policy in plain text\n")
     make("late", not_before=date_of("2026-12-01T00:00:00Z"))
@@ -100,8 +102,8 @@ def make_all(samples):
     # Entries that are not those of the manifest.
     make("added", delivered=archive({**ENTRIES, "added.txt": b"x"}))
     make("missing", delivered=archive({"policy.txt": ENTRIES["policy.txt"]}))
-    make("of-another", delivered=archive({**ENTRIES, "policy.txt": b"source B 1\n"}))
-    make("of-another-size", delivered=archive({**ENTRIES, "policy.txt": b"source B 10\n"}))
+    make("of-another", delivered=archive({**ENTRIES, "policy.txt": ENTRIES["policy.txt"].replace(b"deny", b"many")}))
+    make("of-another-size", delivered=archive({**ENTRIES, "policy.txt": b"another"}))
     make("around", delivered=archive(ENTRIES, b"a comment of somebody's"))
     make("cut-archive", delivered=plain[:-30])
     make("flipped-content", delivered=flipped(plain, plain.index(b"policy.txt") + 12))

@@ -1,0 +1,40 @@
+#include "update/policy/proof.h"
+
+#include "config/install_root.h"
+#include "config/policy_settings.h"
+#include "eventlog/event_log.h"
+#include "platform/paths.h"
+
+namespace korvane {
+namespace {
+
+constexpr char kProofTag[] = "Proof";
+constexpr char kRecordFile[] = "trust.record";
+
+std::string listed(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : "; ") + name;
+  return text;
+}
+
+}  // namespace
+
+trust::Verdict prove(const ProofParts& parts, const trust::Wanted& wanted,
+                     std::string_view bytes) {
+  trust::Gate gate(parts.files, parts.clock,
+                   platform::joinPath(parts.files, {installDirectory(), kRecordFile}),
+                   {parts.settings.getSigningKeys().toUtf8(), parts.settings.getSigningMinimum()});
+  const trust::Verdict verdict = gate.check(wanted, bytes);
+  if (!verdict.newSigners.empty())
+    eventlog::event(EventId::signersReplaced, kProofTag,
+                    {std::to_string(verdict.signersVersion), listed(verdict.newSigners)});
+  if (!verdict.accepted()) {
+    const std::string what =
+        std::string(trust::nameOf(wanted.kind)) + (wanted.name.empty() ? "" : " " + wanted.name);
+    eventlog::event(EventId::contentNotProven, kProofTag,
+                    {what, verdict.refusal.text, verdict.refusal.code()});
+  }
+  return verdict;
+}
+
+}  // namespace korvane
