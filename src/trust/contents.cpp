@@ -8,8 +8,8 @@
 namespace korvane::trust {
 namespace {
 
-bool refuse(Reason reason, std::string text, Refusal& refusal) {
-  refusal = {reason, std::move(text)};
+bool refuse(Reason reason, std::initializer_list<std::string_view> text, Refusal& refusal) {
+  refusal = {reason, joined(text)};
   return false;
 }
 
@@ -25,8 +25,9 @@ bool checkEntry(archive::ZipArchive& zip, const archive::Entry& entry, const Sum
                                                   },
                                                   fault);
   if (read && digest.text() == sum.sha256) return true;
-  const std::string why = fault.reason.empty() ? "" : ": " + fault.reason;
-  return refuse(Reason::changed, "entry " + entry.name + " is not the one that was signed" + why,
+  return refuse(Reason::changed,
+                {"entry ", entry.name, " is not the one that was signed",
+                 fault.reason.empty() ? "" : ": ", fault.reason},
                 refusal);
 }
 
@@ -37,13 +38,13 @@ bool checkEntries(archive::ZipArchive& zip, const std::vector<Sum>& sums, Refusa
   for (const Sum& sum : sums) {
     const auto found = there.find(sum.name);
     if (found == there.end())
-      return refuse(Reason::mixed, "entry " + sum.name + " is missing", refusal);
+      return refuse(Reason::mixed, {"entry ", sum.name, " is missing"}, refusal);
     if (!checkEntry(zip, *found->second, sum, refusal)) return false;
     there.erase(found);
   }
   if (there.empty()) return true;
-  return refuse(Reason::mixed,
-                "entry " + std::string(there.begin()->first) + " is not of the manifest", refusal);
+  return refuse(Reason::mixed, {"entry ", there.begin()->first, " is not of the manifest"},
+                refusal);
 }
 
 }  // namespace
@@ -53,14 +54,14 @@ bool checkContents(const Manifest& manifest, std::string_view content, Refusal& 
   archive::Refusal fault;
   const bool opened = zip.open(fault);
   if (!opened && !manifest.entries.empty())
-    return refuse(Reason::changed, "the archive is not the one that was signed: " + fault.reason,
+    return refuse(Reason::changed, {"the archive is not the one that was signed: ", fault.reason},
                   refusal);
   if (opened && !checkEntries(zip, manifest.entries, refusal)) return false;
   if (content.size() == manifest.content.size && sha256Of(content) == manifest.content.sha256)
     return true;
   return refuse(Reason::changed,
-                opened ? "the archive differs from the one that was signed outside of its entries"
-                       : "the content has not the SHA-256 that was signed",
+                {opened ? "the archive differs from the one that was signed outside of its entries"
+                        : "the content has not the SHA-256 that was signed"},
                 refusal);
 }
 

@@ -21,7 +21,7 @@ std::string dateOf(int64_t ms) {
 }
 
 std::string whatIs(const Manifest& manifest) {
-  return std::string(nameOf(manifest.kind)) + " \"" + manifest.name + "\"";
+  return joined({nameOf(manifest.kind), " \"", manifest.name, "\""});
 }
 
 // Those who made room for others, without whoever signs again.
@@ -36,8 +36,8 @@ Certificates replacedBy(const Certificates& now, Certificates before, const Cert
 
 }  // namespace
 
-bool Gate::refuse(Reason reason, std::string text) {
-  _verdict.refusal = {reason, std::move(text)};
+bool Gate::refuse(Reason reason, std::initializer_list<std::string_view> text) {
+  _verdict.refusal = {reason, joined(text)};
   return false;
 }
 
@@ -48,10 +48,10 @@ Verdict Gate::check(const Wanted& wanted, std::string_view bytes) {
   bool passes = true;
   if (!isEnvelope(bytes)) {
     if (mustProve)
-      passes = refuse(Reason::notSigned, "it is not signed, and update.signing.keys asks for it");
+      passes = refuse(Reason::notSigned, {"it is not signed, and update.signing.keys asks for it"});
     envelope.content = bytes;
   } else if (!parseEnvelope(bytes, envelope)) {
-    passes = refuse(Reason::damaged, "the signed package is damaged or cut off");
+    passes = refuse(Reason::damaged, {"the signed package is damaged or cut off"});
   } else if (mustProve) {
     passes = judge(wanted, envelope);
   }
@@ -63,13 +63,14 @@ bool Gate::load() {
   std::string pem;
   if (const int error =
           platform::readWholeFile(_files, _signing.signersFile, kMaxSignersFileBytes, pem))
-    return refuse(Reason::signersUnusable, "the file of trusted signers, " + _signing.signersFile +
-                                               ", cannot be read, error " + std::to_string(error));
+    return refuse(Reason::signersUnusable, {"the file of trusted signers, ", _signing.signersFile,
+                                            ", cannot be read, error ", std::to_string(error)});
   if (const int error = readRecord(_files, _recordPath, _record))
-    return refuse(
-        Reason::recordUnusable,
-        _recordPath + (error == EBADMSG ? " is damaged; nothing is accepted before it is removed"
-                                        : " cannot be read, error " + std::to_string(error)));
+    return refuse(Reason::recordUnusable,
+                  {_recordPath,
+                   error == EBADMSG ? " is damaged; nothing is accepted before it is removed"
+                                    : " cannot be read, error ",
+                   error == EBADMSG ? "" : std::to_string(error)});
   const std::string anchor = sha256Of(pem);
   if (_record.anchor != anchor) {
     _record.anchor = anchor;
@@ -80,7 +81,7 @@ bool Gate::load() {
   _trusted = _record.signers.empty() ? certificatesOf(pem) : _record.signers;
   return !_trusted.empty() ||
          refuse(Reason::signersUnusable,
-                "the file of trusted signers, " + _signing.signersFile + ", has no certificate");
+                {"the file of trusted signers, ", _signing.signersFile, ", has no certificate"});
 }
 
 bool Gate::judge(const Wanted& wanted, const Envelope& envelope) {
@@ -96,26 +97,26 @@ bool Gate::judge(const Wanted& wanted, const Envelope& envelope) {
     good = checkSigned(last, {});
     const size_t line = good ? parseManifest(last.manifest, manifest) : 0;
     if (line != 0)
-      good = refuse(Reason::damaged, "manifest line " + std::to_string(line) + " is malformed");
+      good = refuse(Reason::damaged, {"manifest line ", std::to_string(line), " is malformed"});
     good = good && checkSigned(last, manifest);
   }
   if (good &&
       (manifest.kind != wanted.kind || (!wanted.name.empty() && manifest.name != wanted.name)))
     good = refuse(Reason::otherPackage,
-                  "it is " + whatIs(manifest) + ", wanted is " + nameOf(wanted.kind) +
-                      (wanted.name.empty() ? "" : " \"" + wanted.name + "\""));
+                  {"it is ", whatIs(manifest), ", wanted is ", nameOf(wanted.kind),
+                   wanted.name.empty() ? "" : " ", wanted.name});
   good =
       good && checkVersion(manifest) && checkContents(manifest, envelope.content, _verdict.refusal);
   if (good) {
     VersionMark* mark = markOf(manifest);
     if (mark) mark->version = manifest.version;
-    good = mark || refuse(Reason::recordUnusable, _recordPath + " has as many names as it may");
+    good = mark || refuse(Reason::recordUnusable, {_recordPath, " has as many names as it may"});
   }
   if (_record == before) return good;
   const int error = writeRecord(_files, _recordPath, _record);
   if (error == 0 || !good) return good;
   return refuse(Reason::recordUnusable,
-                _recordPath + " cannot be written, error " + std::to_string(error));
+                {_recordPath, " cannot be written, error ", std::to_string(error)});
 }
 
 bool Gate::checkSigned(const Statement& statement, const Manifest& manifest) {
@@ -124,31 +125,31 @@ bool Gate::checkSigned(const Statement& statement, const Manifest& manifest) {
   // Before the manifest is read one signer is enough.
   if (!found.good.empty() && (manifest.version == 0 || found.good.size() >= needed)) return true;
   if (!found.good.empty())
-    return refuse(Reason::tooFewSigners, "it is signed by " + std::to_string(found.good.size()) +
-                                             " of " + std::to_string(needed) + " signers");
-  if (!found.readable) return refuse(Reason::badSignature, "the manifest has no signature");
+    return refuse(Reason::tooFewSigners, {"it is signed by ", std::to_string(found.good.size()),
+                                          " of ", std::to_string(needed), " signers"});
+  if (!found.readable) return refuse(Reason::badSignature, {"the manifest has no signature"});
   if (!found.bad.empty())
-    return refuse(Reason::badSignature, "the signature of " + found.bad[0] + " does not hold");
+    return refuse(Reason::badSignature, {"the signature of ", found.bad[0], " does not hold"});
   const SignatureCheck former =
       checkSignature(statement.manifest, statement.signature, _record.replaced);
   if (!former.good.empty())
     return refuse(Reason::replacedSigner,
-                  "it is signed by " + former.good[0] + ", whom others have replaced");
-  return refuse(Reason::unknownSigner, "it is signed by none of the trusted signers");
+                  {"it is signed by ", former.good[0], ", whom others have replaced"});
+  return refuse(Reason::unknownSigner, {"it is signed by none of the trusted signers"});
 }
 
 bool Gate::takeSigners(const Statement& statement) {
   Manifest manifest;
   const size_t line = parseManifest(statement.manifest, manifest);
   if (line != 0 || manifest.kind != Kind::signers)
-    return refuse(Reason::damaged, "manifest line " + std::to_string(line == 0 ? 2 : line) +
-                                       " of a statement about signers is malformed");
+    return refuse(Reason::damaged, {"manifest line ", std::to_string(line == 0 ? 2 : line),
+                                    " of a statement about signers is malformed"});
   if (manifest.version <= _record.signersVersion) return true;
   if (!checkSigned(statement, manifest) || !checkDates(manifest)) return false;
   if (manifest.signers.size() < _signing.minimumSigners)
     return refuse(Reason::tooFewSigners,
-                  "the statement about signers names " + std::to_string(manifest.signers.size()) +
-                      " of " + std::to_string(_signing.minimumSigners) + " that are needed");
+                  {"the statement about signers names ", std::to_string(manifest.signers.size()),
+                   " of ", std::to_string(_signing.minimumSigners), " that are needed"});
   _record.replaced = replacedBy(manifest.signers, _trusted, _record.replaced);
   _record.signersVersion = _verdict.signersVersion = manifest.version;
   _record.signers = _trusted = manifest.signers;
@@ -160,21 +161,20 @@ bool Gate::takeSigners(const Statement& statement) {
 bool Gate::checkDates(const Manifest& manifest) {
   const int64_t now = _clock.wallMs();
   if (now < manifest.notBeforeMs)
-    return refuse(Reason::notYetValid, "it is not valid before " + dateOf(manifest.notBeforeMs) +
-                                           ", today is " + dateOf(now));
+    return refuse(Reason::notYetValid, {"it is not valid before ", dateOf(manifest.notBeforeMs),
+                                        ", today is ", dateOf(now)});
   if (now <= manifest.notAfterMs) return true;
-  return refuse(Reason::expired, "it expired on " + dateOf(manifest.notAfterMs));
+  return refuse(Reason::expired, {"it expired on ", dateOf(manifest.notAfterMs)});
 }
 
 bool Gate::checkVersion(const Manifest& manifest) {
   const VersionMark* known = _record.find(manifest.kind, manifest.name);
   if (known && manifest.version < known->version)
-    return refuse(Reason::older, "version " + std::to_string(manifest.version) + " is older than " +
-                                     std::to_string(known->version) +
-                                     ", which was accepted before");
+    return refuse(Reason::older, {"version ", std::to_string(manifest.version), " is older than ",
+                                  std::to_string(known->version), ", which was accepted before"});
   if (known && manifest.version <= known->expired)
-    return refuse(Reason::expired, "version " + std::to_string(known->expired) +
-                                       " expired before, whatever the clock says now");
+    return refuse(Reason::expired, {"version ", std::to_string(known->expired),
+                                    " expired before, whatever the clock says now"});
   if (checkDates(manifest)) return true;
   VersionMark* mark = _verdict.refusal.reason == Reason::expired ? markOf(manifest) : nullptr;
   if (mark) mark->expired = manifest.version;

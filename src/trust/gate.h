@@ -54,7 +54,7 @@ class Gate {
   Verdict check(const Wanted& wanted, std::string_view bytes);
 
  private:
-  [[nodiscard]] bool refuse(Reason reason, std::string text);
+  [[nodiscard]] bool refuse(Reason reason, std::initializer_list<std::string_view> text);
   [[nodiscard]] bool load();
   [[nodiscard]] bool judge(const Wanted& wanted, const Envelope& envelope);
   [[nodiscard]] bool takeSigners(const Statement& statement);

@@ -7,6 +7,7 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "trust/envelope.h"
+#include "trust/refusal.h"
 #include "trust/sha256.h"
 #include "util/base64.h"
 
@@ -67,15 +68,14 @@ VersionMark* Record::find(Kind kind, std::string_view name) {
 
 std::string recordText(const Record& record) {
   std::string text(kRecordHeading);
-  text += "anchor " + record.anchor + "\nsigners " + std::to_string(record.signersVersion) + "\n";
-  for (const std::string& der : record.signers) text += "signer " + base64Of(der) + "\n";
-  for (const std::string& der : record.replaced) text += "replaced " + base64Of(der) + "\n";
+  text +=
+      joined({"anchor ", record.anchor, "\nsigners ", std::to_string(record.signersVersion), "\n"});
+  for (const std::string& der : record.signers) text += joined({"signer ", base64Of(der), "\n"});
+  for (const std::string& der : record.replaced) text += joined({"replaced ", base64Of(der), "\n"});
   for (const VersionMark& mark : record.versions)
-    text.append("version ")
-        .append(nameOf(mark.kind))
-        .append(" " + std::to_string(mark.version) + " " + std::to_string(mark.expired) + " ")
-        .append(mark.name + "\n");
-  return text + std::string(kRecordEnd) + sha256Of(text) + "\n";
+    text += joined({"version ", nameOf(mark.kind), " ", std::to_string(mark.version), " ",
+                    std::to_string(mark.expired), " ", mark.name, "\n"});
+  return joined({text, kRecordEnd, sha256Of(text), "\n"});
 }
 
 bool parseRecord(std::string_view text, Record& out) {
@@ -83,8 +83,7 @@ bool parseRecord(std::string_view text, Record& out) {
   if (!text.starts_with(kRecordHeading) || text.size() < kRecordHeading.size() + lastLine)
     return false;
   std::string_view content = text.substr(0, text.size() - lastLine);
-  if (text.substr(content.size()) != std::string(kRecordEnd) + sha256Of(content) + "\n")
-    return false;
+  if (text.substr(content.size()) != joined({kRecordEnd, sha256Of(content), "\n"})) return false;
   content.remove_prefix(kRecordHeading.size());
   Record record;
   std::string_view line;

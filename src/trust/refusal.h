@@ -1,7 +1,9 @@
 // Why something was not accepted. The numbers are reported to the server and stay as they are.
 #pragma once
 
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 namespace korvane::trust {
 
@@ -29,5 +31,8 @@ struct Refusal {
 
   int code() const { return static_cast<int>(reason); }
 };
+
+// One text of several.
+std::string joined(std::initializer_list<std::string_view> parts);
 
 }  // namespace korvane::trust

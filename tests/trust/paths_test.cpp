@@ -5,9 +5,9 @@
 #include <openssl/evp.h>
 
 #include "cloud/application_policies.h"
+#include "comm/https_handler.h"
 #include "tests/cloud/cloud_world.h"
 #include "tests/trust/trust_samples.h"
-#include "comm/https_handler.h"
 #include "tests/update/cycles.h"
 #include "tests/update/parts_of_run.h"
 #include "tests/update/policy_world.h"
@@ -59,7 +59,8 @@ TEST(SignedPaths, NothingIsKeptOfWhatDoesNotProveItself) {
     const char *properties, *part, *good;
     char byte;
   } ways[] = {
-      {"update.policy=true\npolicy.name=Base\npolicy.path=/base\n", "policy", "version-2.signed", 2},
+      {"update.policy=true\npolicy.name=Base\npolicy.path=/base\n", "policy", "version-2.signed",
+       2},
       {"update.policy.ids=true\npolicy.name.ids=W\npolicy.path.ids=/w\n", "policy",
        "ids-policy-Base.signed", 8},
       {"update.software=true\nsoftware.name=agent-2\nsoftware.version=2.0\nmod.time=5\n", "policy",
@@ -108,8 +109,8 @@ std::string base64(const std::string& bytes) {
 TEST(SignedPaths, TheCloudConnectorIsNoWayAround) {
   tests::CloudWorld world;
   const auto policy = [&world](const std::string& package) {
-    return world.codeOf("policy", R"({"name":"Base","path":"/base","bytes":")" +
-                                      base64(sample(package)) + "\"}");
+    return world.codeOf(
+        "policy", R"({"name":"Base","path":"/base","bytes":")" + base64(sample(package)) + "\"}");
   };
   const auto application = [&world](const std::string& name, const std::string& package) {
     return world.codeOf("applicationPolicy.set",

@@ -19,8 +19,7 @@ std::string listed(const std::vector<std::string>& names) {
 
 }  // namespace
 
-trust::Verdict prove(const ProofParts& parts, const trust::Wanted& wanted,
-                     std::string_view bytes) {
+trust::Verdict prove(const ProofParts& parts, const trust::Wanted& wanted, std::string_view bytes) {
   trust::Gate gate(parts.files, parts.clock,
                    platform::joinPath(parts.files, {installDirectory(), kRecordFile}),
                    {parts.settings.getSigningKeys().toUtf8(), parts.settings.getSigningMinimum()});
