@@ -159,7 +159,7 @@ class Updates:
         for what, file in (("unsigned", plain), ("exchanged", exchanged), ("signed", good)):
             result, _ = self.deliver_policy(file, "Web servers", "5.0", lambda row: True, f"the result of the {what} policy")
             codes[what] = result["code"]
-            self.say(f"The agent has trusted signers now; an {what} policy comes: {result['code']}, \"{result['message']}\"."
+            self.say(f"The agent has trusted signers now. Of an {what} policy the server reads: {result['code']}, \"{result['message']}\"."
                      if codes[what] else "The signed one is loaded: " + self.in_force()[0] + ".")
         return {"signatures_checked": codes == {"unsigned": 1101, "exchanged": 1112, "signed": 0}
                 and self.in_force()[0] == "Web servers 5.0"}

@@ -14,7 +14,8 @@ import signed_content  # noqa: E402
 from signed_content import Claim, date_of, package, sign, statement  # noqa: E402
 
 START, END = date_of("2026-01-01T00:00:00Z"), date_of("2027-01-01T00:00:00Z")
-ENTRIES = {"policy.txt": b"korvane-policy 1\nname Base\nversion 7\nid base-7\nrule deny file web /srv/*\n", "rules/more.txt": b"rule\n" * 200}
+ENTRIES = {"policy.txt": b"korvane-policy 1\nname Base\nversion 7\nid base-7\nrule deny file web /srv/*\n",
+           "rules/more.txt": b"rule\n" * 200}
 APPLICATION = {"policy.txt": b"korvane-application 1\nrule deny file web /srv/web/*\n"}
 
 
@@ -118,7 +119,8 @@ def make_all(samples):
     samples.write("longer.signed", whole + b"x")
     samples.write("no-statement.signed", package([], plain))
     for name, old, new in (("no-date", b"not-after 2027-01-01T00:00:00Z\n", b""), ("odd-kind", b"kind policy", b"kind Policy"),
-                           ("zeros", b"version 2", b"version 02"), ("end", b"end\n", b"end\n\n"), ("twice", b"name Base\n", b"name Base\nname Base\n")):
+                           ("zeros", b"version 2", b"version 02"), ("end", b"end\n", b"end\n\n"),
+                           ("twice", b"name Base\n", b"name Base\nname Base\n")):
         make(f"malformed-{name}", edit=lambda text, old=old, new=new: text.replace(old, new, 1))
     # Rotations: a and b give way to c, c to the stranger.
     to_c = samples.new_signers(2, of=("c",), by=("a", "b"))
