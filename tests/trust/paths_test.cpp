@@ -84,6 +84,11 @@ TEST(SignedPaths, NothingIsKeptOfWhatDoesNotProveItself) {
 
 TEST(SignedPaths, ContentIsOfItsKindAlone) {
   SignedCycles cycles(kSigning);
+  cycles.config().newConfiguration(
+      {{"update.signing.keys", ""}, {"update.signing.minimum", "0"}, {"polling.interval", "77"}});
+  EXPECT_EQ(cycles.config().getValue("update.signing.keys"), STRING(tests::kSigners))
+      << "no server changes whom the agent trusts";
+  EXPECT_EQ(cycles.config().getPollingInterval(), 77U);
   constexpr char kFolder[] = "/opt/korvane/IPS/content/qel";
   const auto receive = [&](const std::string& bytes) {
     return tests::receiveContent(HttpsHandler::VEXQEL_UPDATE, bytes, kFolder);
@@ -127,6 +132,13 @@ TEST(SignedPaths, TheCloudConnectorIsNoWayAround) {
   EXPECT_EQ(application("web", "version-2.signed"), -32037);
   ASSERT_EQ(application("web", "application-policy-web.signed"), 0);
   EXPECT_THAT(world.driverPolicy, HasSubstr("/srv/web/*"));
+
+  for (const char* setting : {"update.signing.keys\":\"", "update.signing.minimum\":\"1"}) {
+    std::string detail;
+    const std::string settings = "{\"settings\":{\"" + std::string(setting) + "\"}}";
+    EXPECT_EQ(world.codeOf("configuration", settings, &detail), kRpcInvalidParams) << setting;
+    EXPECT_THAT(detail, HasSubstr("is local"));
+  }
 
   // Years later, without the signers: what was accepted stays, at a start and when translated anew.
   world.stop();
