@@ -36,8 +36,8 @@ class Updates:
         self.served = stage.work / "server" / "served"
         self.served.mkdir(parents=True, exist_ok=True)
 
-    def assign(self, kind, file=None, until="fetched", notify=True, **properties):
-        self.stage.admin("/assign", {"kind": kind, "agent": self.guid, "until": until, "notify": notify,
+    def assign(self, kind, file=None, until="fetched", notify=True, signed=False, **properties):
+        self.stage.admin("/assign", {"kind": kind, "agent": self.guid, "until": until, "notify": notify, "signed": signed,
                                      "properties": {key.replace("_", "."): value for key, value in properties.items()},
                                      **({"file": file} if file else {})})
 
@@ -56,11 +56,11 @@ class Updates:
         source = self.stage.source_policy(f"policy-{version}", rules, name, version, f"demo-{version}")
         return self.deliver_policy(source, name, version, suits, what)
 
-    def deliver_policy(self, source, name, version, suits, what):
+    def deliver_policy(self, source, name, version, suits, what, signed=False):
         shutil.copy(source, self.served)
         after = self.last_id("results")
         begun = time.time()
-        self.assign("policy", source.name, policy_name=f"{name} {version}", policy_path=f"/policies/{version}")
+        self.assign("policy", source.name, signed=signed, policy_name=f"{name} {version}", policy_path=f"/policies/{version}")
         result = self.result("policy", after, suits, what)
         return result, round(result["at_ms"] - begun * 1000)
 
@@ -149,15 +149,16 @@ class Updates:
         wait_until(lambda: "not asked for" not in self.stage.machine.agentctl("status")[1], LIMIT, "the agent's trusted signers")
         plain, other = (self.stage.source_policy(f"policy-{version}", RULES, "Web servers", version, f"demo-{version}")
                         for version in ("5.0", "6.0"))
-        good = self.stage.work / "policy-5.0.signed"
+        good = self.served / f"{plain.name}.signed"
         subprocess.run([SIGN, "--kind", "policy", "--name", "Web servers", "--version", "5", "--signer", certificate, key, plain, good],
                        check=True)
-        exchanged, bytes_of = self.stage.work / "policy-6.0.signed", other.read_bytes()
+        exchanged, bytes_of = self.served / f"{other.name}.signed", other.read_bytes()
         head = good.read_bytes()[:-plain.stat().st_size].rpartition(b"content ")[0]
         exchanged.write_bytes(head + f"content {len(bytes_of)}\n".encode() + bytes_of)
         codes = {}
-        for what, file in (("unsigned", plain), ("exchanged", exchanged), ("signed", good)):
-            result, _ = self.deliver_policy(file, "Web servers", "5.0", lambda row: True, f"the result of the {what} policy")
+        for what, file in (("unsigned", plain), ("exchanged", other), ("signed", plain)):
+            result, _ = self.deliver_policy(file, "Web servers", "5.0", lambda row: True, f"the result of the {what} policy",
+                                            signed=what != "unsigned")
             codes[what] = result["code"]
             self.say(f"The agent has trusted signers now. Of an {what} policy the server reads: {result['code']}, \"{result['message']}\"."
                      if codes[what] else "The signed one is loaded: " + self.in_force()[0] + ".")
