@@ -27,7 +27,7 @@ void readManifest(std::string_view text, std::string_view content) {
   require(same == (refusal.reason == Reason::none));
   require(!same || content.size() == manifest.content.size);
   Record record{"", manifest.version, manifest.signers, {}, {}};
-  record.versions.push_back({manifest.kind, manifest.name, manifest.version, 0});
+  record.versions.push_back({manifest.kind, std::string(manifest.name), manifest.version, 0});
   Record again;
   require(parseRecord(recordText(record), again) && again == record);
 }

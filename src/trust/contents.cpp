@@ -1,6 +1,6 @@
 #include "trust/contents.h"
 
-#include <map>
+#include <algorithm>
 
 #include "archive/zip_archive.h"
 #include "trust/sha256.h"
@@ -32,19 +32,17 @@ bool checkEntry(archive::ZipArchive& zip, const archive::Entry& entry, const Sum
 }
 
 bool checkEntries(archive::ZipArchive& zip, const std::vector<Sum>& sums, Refusal& refusal) {
-  std::map<std::string_view, const archive::Entry*> there;
-  for (const archive::Entry& entry : zip.entries())
-    if (!entry.isDirectory()) there.emplace(entry.name, &entry);
   for (const Sum& sum : sums) {
-    const auto found = there.find(sum.name);
-    if (found == there.end())
-      return refuse(Reason::mixed, {"entry ", sum.name, " is missing"}, refusal);
-    if (!checkEntry(zip, *found->second, sum, refusal)) return false;
-    there.erase(found);
+    const archive::Entry* entry = zip.find(sum.name);
+    if (!entry) return refuse(Reason::mixed, {"entry ", sum.name, " is missing"}, refusal);
+    if (!checkEntry(zip, *entry, sum, refusal)) return false;
   }
-  if (there.empty()) return true;
-  return refuse(Reason::mixed, {"entry ", there.begin()->first, " is not of the manifest"},
-                refusal);
+  for (const archive::Entry& entry : zip.entries()) {
+    const auto isNamed = [&entry](const Sum& sum) { return sum.name == entry.name; };
+    if (!entry.isDirectory() && std::none_of(sums.begin(), sums.end(), isNamed))
+      return refuse(Reason::mixed, {"entry ", entry.name, " is not of the manifest"}, refusal);
+  }
+  return true;
 }
 
 }  // namespace

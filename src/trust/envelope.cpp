@@ -38,22 +38,20 @@ bool isEnvelope(std::string_view bytes) {
 bool parseEnvelope(std::string_view bytes, Envelope& out) {
   if (!bytes.starts_with(kEnvelopeHeading)) return false;
   bytes.remove_prefix(kEnvelopeHeading.size());
-  Envelope envelope;
   std::string_view line;
   while (cutUntil('\n', bytes, line)) {
     if (line.starts_with(kContent)) {
       uint64_t size = 0;
       if (!parseNumber(line.substr(kContent.size()), size) || size != bytes.size()) return false;
-      if (envelope.statements.empty()) return false;
-      envelope.content = bytes;
-      out = std::move(envelope);
+      if (out.statements.empty()) return false;
+      out.content = bytes;
       return true;
     }
     Statement statement;
-    if (!line.starts_with(kStatement) || envelope.statements.size() == kMaxStatements ||
+    if (!line.starts_with(kStatement) || out.statements.size() == kMaxStatements ||
         !parseStatement(line.substr(kStatement.size()), bytes, statement))
       return false;
-    envelope.statements.push_back(statement);
+    out.statements.push_back(statement);
   }
   return false;
 }

@@ -25,7 +25,7 @@ struct Envelope {
 
 // Whether it means to be one; anything else is content without a signature.
 bool isEnvelope(std::string_view bytes);
-// False, and `out` as it was, for one that is not whole, or goes on after its end.
+// Into an empty one. False, and `out` of no use, for one that is not whole, or goes on after its end.
 [[nodiscard]] bool parseEnvelope(std::string_view bytes, Envelope& out);
 
 // A decimal number without signs or leading zeros, of 18 digits at most.

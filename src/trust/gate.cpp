@@ -24,14 +24,14 @@ std::string whatIs(const Manifest& manifest) {
   return joined({nameOf(manifest.kind), " \"", manifest.name, "\""});
 }
 
-// Those who made room for others, without whoever signs again.
-Certificates replacedBy(const Certificates& now, Certificates before, const Certificates& earlier) {
-  before.insert(before.end(), earlier.begin(), earlier.end());
-  std::erase_if(before, [&now](const std::string& der) {
-    return std::find(now.begin(), now.end(), der) != now.end();
-  });
-  if (before.size() > kMaxSigners) before.resize(kMaxSigners);
-  return before;
+bool has(const Certificates& all, const std::string& der) {
+  return std::find(all.begin(), all.end(), der) != all.end();
+}
+
+// Those of `some` who do not sign any more.
+void addReplaced(const Certificates& some, const Certificates& now, Certificates& out) {
+  for (const std::string& der : some)
+    if (out.size() < kMaxSigners && !has(now, der)) out.push_back(der);
 }
 
 }  // namespace
@@ -60,6 +60,8 @@ Verdict Gate::check(const Wanted& wanted, std::string_view bytes) {
 }
 
 bool Gate::load() {
+  _record = {};
+  _changed = false;
   std::string pem;
   if (const int error =
           platform::readWholeFile(_files, _signing.signersFile, kMaxSignersFileBytes, pem))
@@ -86,7 +88,6 @@ bool Gate::load() {
 
 bool Gate::judge(const Wanted& wanted, const Envelope& envelope) {
   if (!load()) return false;
-  const Record before = _record;
   bool good = true;
   for (size_t i = 0; good && i + 1 < envelope.statements.size(); ++i)
     good = takeSigners(envelope.statements[i]);
@@ -97,7 +98,7 @@ bool Gate::judge(const Wanted& wanted, const Envelope& envelope) {
     good = checkSigned(last, {});
     const size_t line = good ? parseManifest(last.manifest, manifest) : 0;
     if (line != 0)
-      good = refuse(Reason::damaged, {"manifest line ", std::to_string(line), " is malformed"});
+      good = refuse(Reason::damaged, {"manifest line ", numeral(line), " is malformed"});
     good = good && checkSigned(last, manifest);
   }
   if (good &&
@@ -109,10 +110,10 @@ bool Gate::judge(const Wanted& wanted, const Envelope& envelope) {
       good && checkVersion(manifest) && checkContents(manifest, envelope.content, _verdict.refusal);
   if (good) {
     VersionMark* mark = markOf(manifest);
-    if (mark) mark->version = manifest.version;
+    if (mark) setTo(mark->version, manifest.version);
     good = mark || refuse(Reason::recordUnusable, {_recordPath, " has as many names as it may"});
   }
-  if (_record == before) return good;
+  if (!_changed) return good;
   const int error = writeRecord(_files, _recordPath, _record);
   if (error == 0 || !good) return good;
   return refuse(Reason::recordUnusable,
@@ -125,8 +126,8 @@ bool Gate::checkSigned(const Statement& statement, const Manifest& manifest) {
   // Before the manifest is read one signer is enough.
   if (!found.good.empty() && (manifest.version == 0 || found.good.size() >= needed)) return true;
   if (!found.good.empty())
-    return refuse(Reason::tooFewSigners, {"it is signed by ", std::to_string(found.good.size()),
-                                          " of ", std::to_string(needed), " signers"});
+    return refuse(Reason::tooFewSigners, {"it is signed by ", numeral(found.good.size()), " of ",
+                                          numeral(needed), " signers"});
   if (!found.readable) return refuse(Reason::badSignature, {"the manifest has no signature"});
   if (!found.bad.empty())
     return refuse(Reason::badSignature, {"the signature of ", found.bad[0], " does not hold"});
@@ -142,19 +143,24 @@ bool Gate::takeSigners(const Statement& statement) {
   Manifest manifest;
   const size_t line = parseManifest(statement.manifest, manifest);
   if (line != 0 || manifest.kind != Kind::signers)
-    return refuse(Reason::damaged, {"manifest line ", std::to_string(line == 0 ? 2 : line),
+    return refuse(Reason::damaged, {"manifest line ", numeral(line == 0 ? 2 : line),
                                     " of a statement about signers is malformed"});
   if (manifest.version <= _record.signersVersion) return true;
   if (!checkSigned(statement, manifest) || !checkDates(manifest)) return false;
   if (manifest.signers.size() < _signing.minimumSigners)
     return refuse(Reason::tooFewSigners,
-                  {"the statement about signers names ", std::to_string(manifest.signers.size()),
-                   " of ", std::to_string(_signing.minimumSigners), " that are needed"});
-  _record.replaced = replacedBy(manifest.signers, _trusted, _record.replaced);
+                  {"the statement about signers names ", numeral(manifest.signers.size()), " of ",
+                   numeral(_signing.minimumSigners), " that are needed"});
+  Certificates replaced;
+  addReplaced(_trusted, manifest.signers, replaced);
+  addReplaced(_record.replaced, manifest.signers, replaced);
+  _record.replaced.swap(replaced);
+  _changed = true;
   _record.signersVersion = _verdict.signersVersion = manifest.version;
   _record.signers = _trusted = manifest.signers;
   _verdict.newSigners.clear();
-  for (const std::string& der : _trusted) _verdict.newSigners.push_back(subjectOf(der));
+  for (const std::string& der : _trusted)
+    _verdict.newSigners += joined({_verdict.newSigners.empty() ? "" : "; ", subjectOf(der)});
   return true;
 }
 
@@ -170,21 +176,30 @@ bool Gate::checkDates(const Manifest& manifest) {
 bool Gate::checkVersion(const Manifest& manifest) {
   const VersionMark* known = _record.find(manifest.kind, manifest.name);
   if (known && manifest.version < known->version)
-    return refuse(Reason::older, {"version ", std::to_string(manifest.version), " is older than ",
-                                  std::to_string(known->version), ", which was accepted before"});
+    return refuse(Reason::older, {"version ", numeral(manifest.version), " is older than ",
+                                  numeral(known->version), ", which was accepted before"});
   if (known && manifest.version <= known->expired)
-    return refuse(Reason::expired, {"version ", std::to_string(known->expired),
+    return refuse(Reason::expired, {"version ", numeral(known->expired),
                                     " expired before, whatever the clock says now"});
   if (checkDates(manifest)) return true;
   VersionMark* mark = _verdict.refusal.reason == Reason::expired ? markOf(manifest) : nullptr;
-  if (mark) mark->expired = manifest.version;
+  if (mark) setTo(mark->expired, manifest.version);
   return false;
+}
+
+void Gate::setTo(uint64_t& number, uint64_t value) {
+  _changed = _changed || number != value;
+  number = value;
 }
 
 VersionMark* Gate::markOf(const Manifest& manifest) {
   if (VersionMark* known = _record.find(manifest.kind, manifest.name)) return known;
   if (_record.versions.size() == kMaxRecordedNames) return nullptr;
-  return &_record.versions.emplace_back(VersionMark{.kind = manifest.kind, .name = manifest.name});
+  VersionMark mark;
+  mark.kind = manifest.kind;
+  mark.name = manifest.name;
+  _record.versions.push_back(std::move(mark));
+  return &_record.versions.back();
 }
 
 }  // namespace korvane::trust

@@ -14,7 +14,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/fwd.h"
 #include "trust/envelope.h"
@@ -36,9 +35,10 @@ struct Wanted {
 struct Verdict {
   Refusal refusal;
   std::string_view content;  // of the package that was checked; empty when it is refused
-  // What replaced the trusted signers meanwhile: the version and who signs now. Also with a refusal.
+  // What replaced the trusted signers meanwhile: the version, 0 for nothing, and who signs now. Also
+  // with a refusal.
   uint64_t signersVersion = 0;
-  std::vector<std::string> newSigners;
+  std::string newSigners;
 
   bool accepted() const { return refusal.reason == Reason::none; }
 };
@@ -61,6 +61,7 @@ class Gate {
   [[nodiscard]] bool checkSigned(const Statement& statement, const Manifest& manifest);
   [[nodiscard]] bool checkDates(const Manifest& manifest);
   [[nodiscard]] bool checkVersion(const Manifest& manifest);
+  void setTo(uint64_t& number, uint64_t value);
   // The mark of the manifest's kind and name, made when it is not there; null when there are too
   // many.
   VersionMark* markOf(const Manifest& manifest);
@@ -70,6 +71,7 @@ class Gate {
   const std::string _recordPath;
   const Signing _signing;
   Record _record;
+  bool _changed = false;  // the record, so that it has to be written
   Certificates _trusted;
   Verdict _verdict;
 };

@@ -129,7 +129,7 @@ bool parseSums(Lines& lines, Manifest& out) {
   while (lines.begins("entry ")) {
     Sum entry;
     if (out.entries.size() == kMaxEntries || !lines.sum("entry", true, entry)) return false;
-    out.entries.push_back(std::move(entry));
+    out.entries.push_back(entry);
   }
   return true;
 }
@@ -149,15 +149,12 @@ bool kindNamed(std::string_view name, Kind& out) {
 
 size_t parseManifest(std::string_view text, Manifest& out) {
   Lines lines(text);
-  Manifest manifest;
-  const bool whole = parseHead(lines, manifest) &&
-                     (manifest.kind == Kind::signers ? parseSigners(lines, manifest)
-                                                     : parseSums(lines, manifest)) &&
-                     lines.line("end");
+  const bool whole =
+      parseHead(lines, out) &&
+      (out.kind == Kind::signers ? parseSigners(lines, out) : parseSums(lines, out)) &&
+      lines.line("end");
   if (!whole) return lines.number();
-  if (!lines.atEnd()) return lines.number() + 1;
-  out = std::move(manifest);
-  return 0;
+  return lines.atEnd() ? 0 : lines.number() + 1;
 }
 
 }  // namespace korvane::trust

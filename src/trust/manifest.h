@@ -1,6 +1,6 @@
 // What signers say of a package, or of who signs from now on. docs/signed-content.md has the lines.
 //
-// Values and functions. Threads: any.
+// Values that refer to the text they were read from, and functions. Threads: any.
 #pragma once
 
 #include <cstdint>
@@ -19,13 +19,13 @@ const char* nameOf(Kind kind);
 
 struct Sum {
   uint64_t size = 0;
-  std::string sha256;
-  std::string name;  // empty for the whole content
+  std::string_view sha256;
+  std::string_view name;  // empty for the whole content
 };
 
 struct Manifest {
   Kind kind = Kind::policy;
-  std::string name;  // 1 to 128 bytes of UTF-8 without control characters
+  std::string_view name;  // 1 to 128 bytes of UTF-8 without control characters
   uint64_t version = 0;
   int64_t notBeforeMs = 0;  // since 1970-01-01 00:00:00 UTC
   int64_t notAfterMs = 0;
@@ -37,7 +37,8 @@ struct Manifest {
   Certificates signers;
 };
 
-// 0, or the number of the line that is not as it should be; `out` is as it was then.
+// Into an empty manifest. 0, or the number of the line that is not as it should be; `out` is of no
+// use then.
 [[nodiscard]] size_t parseManifest(std::string_view text, Manifest& out);
 
 }  // namespace korvane::trust

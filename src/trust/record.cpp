@@ -68,13 +68,12 @@ VersionMark* Record::find(Kind kind, std::string_view name) {
 
 std::string recordText(const Record& record) {
   std::string text(kRecordHeading);
-  text +=
-      joined({"anchor ", record.anchor, "\nsigners ", std::to_string(record.signersVersion), "\n"});
+  text += joined({"anchor ", record.anchor, "\nsigners ", numeral(record.signersVersion), "\n"});
   for (const std::string& der : record.signers) text += joined({"signer ", base64Of(der), "\n"});
   for (const std::string& der : record.replaced) text += joined({"replaced ", base64Of(der), "\n"});
   for (const VersionMark& mark : record.versions)
-    text += joined({"version ", nameOf(mark.kind), " ", std::to_string(mark.version), " ",
-                    std::to_string(mark.expired), " ", mark.name, "\n"});
+    text += joined({"version ", nameOf(mark.kind), " ", numeral(mark.version), " ",
+                    numeral(mark.expired), " ", mark.name, "\n"});
   return joined({text, kRecordEnd, sha256Of(text), "\n"});
 }
 
@@ -85,22 +84,16 @@ bool parseRecord(std::string_view text, Record& out) {
   std::string_view content = text.substr(0, text.size() - lastLine);
   if (text.substr(content.size()) != joined({kRecordEnd, sha256Of(content), "\n"})) return false;
   content.remove_prefix(kRecordHeading.size());
-  Record record;
   std::string_view line;
   while (cutUntil('\n', content, line))
-    if (!takeLine(line, record)) return false;
-  if (!content.empty()) return false;
-  out = std::move(record);
-  return true;
+    if (!takeLine(line, out)) return false;
+  return content.empty();
 }
 
 int readRecord(platform::Files& files, const std::string& path, Record& out) {
   std::string text;
   const int error = platform::readWholeFile(files, path, kMaxRecordBytes, text);
-  if (error == ENOENT) {
-    out = {};
-    return 0;
-  }
+  if (error == ENOENT) return 0;
   if (error == EFBIG) return EBADMSG;
   if (error != 0) return error;
   return parseRecord(text, out) ? 0 : EBADMSG;

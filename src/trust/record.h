@@ -46,9 +46,9 @@ struct Record {
 };
 
 std::string recordText(const Record& record);
+// Both into an empty record, which is of no use when they fail; no file leaves it empty.
 [[nodiscard]] bool parseRecord(std::string_view text, Record& out);
 
-// An empty record when there is no file.
 [[nodiscard]] int readRecord(platform::Files& files, const std::string& path, Record& out);
 // Durable when it returns 0.
 [[nodiscard]] int writeRecord(platform::Files& files, const std::string& path,

@@ -1,6 +1,7 @@
 // Why something was not accepted. The numbers are reported to the server and stay as they are.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -32,6 +33,7 @@ struct Refusal {
   int code() const { return static_cast<int>(reason); }
 };
 
+std::string numeral(uint64_t number);
 // One text of several.
 std::string joined(std::initializer_list<std::string_view> parts);
 

@@ -11,12 +11,6 @@ namespace {
 constexpr char kProofTag[] = "Proof";
 constexpr char kRecordFile[] = "trust.record";
 
-std::string listed(const std::vector<std::string>& names) {
-  std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : "; ") + name;
-  return text;
-}
-
 }  // namespace
 
 trust::Verdict prove(const ProofParts& parts, const trust::Wanted& wanted, std::string_view bytes) {
@@ -24,12 +18,12 @@ trust::Verdict prove(const ProofParts& parts, const trust::Wanted& wanted, std::
                    platform::joinPath(parts.files, {installDirectory(), kRecordFile}),
                    {parts.settings.getSigningKeys().toUtf8(), parts.settings.getSigningMinimum()});
   const trust::Verdict verdict = gate.check(wanted, bytes);
-  if (!verdict.newSigners.empty())
+  if (verdict.signersVersion != 0)
     eventlog::event(EventId::signersReplaced, kProofTag,
-                    {std::to_string(verdict.signersVersion), listed(verdict.newSigners)});
+                    {trust::numeral(verdict.signersVersion), verdict.newSigners});
   if (!verdict.accepted()) {
     const std::string what =
-        std::string(trust::nameOf(wanted.kind)) + (wanted.name.empty() ? "" : " " + wanted.name);
+        trust::joined({trust::nameOf(wanted.kind), wanted.name.empty() ? "" : " ", wanted.name});
     eventlog::event(EventId::contentNotProven, kProofTag,
                     {what, verdict.refusal.text, verdict.refusal.code()});
   }
