@@ -106,7 +106,9 @@ SignatureCheck checkSignature(std::string_view content, std::string_view signatu
                             : d2i_PKCS7(nullptr, &at, static_cast<long>(signature.size())));
   const bool whole = message && at == bytesOf(signature) + signature.size();
   STACK_OF(PKCS7_SIGNER_INFO)* infos =
-      whole && PKCS7_type_is_signed(message.get()) ? PKCS7_get_signer_info(message.get()) : nullptr;
+      whole && message->d.ptr && PKCS7_type_is_signed(message.get())
+          ? PKCS7_get_signer_info(message.get())
+          : nullptr;
   const int count = infos ? sk_PKCS7_SIGNER_INFO_num(infos) : 0;
   const Chain chain = digested(content);
   check.readable = count > 0 && static_cast<size_t>(count) <= kMaxSigners && chain;

@@ -115,6 +115,7 @@ def make_all(samples):
     samples.write("flipped-manifest.signed", flipped(whole, at + text.index(b"version 2") + 8))
     samples.write("flipped-signature.signed", flipped(whole, at + len(text) + whole[at + len(text):].index(b"content ") - 3))
     samples.write("no-signature.signed", package([statement(text, b"")], plain))
+    samples.write("type-alone.signed", package([statement(text, bytes.fromhex("300b06092a864886f70d010702"))], plain))
     samples.write("cut.signed", whole[:-1])
     samples.write("longer.signed", whole + b"x")
     samples.write("no-statement.signed", package([], plain))
