@@ -15,8 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static StopToken stop;
   if (size == 0) return 0;
   fake.files.put(kPath, {reinterpret_cast<const char*>(data + 1), size - 1});
-  const STRING text =
-      TranslatorProgram(fake.files, fake.processes, stop).getTranslationError(data[0], kPath);
+  const STRING text = TranslatorProgram(fake.files, fake.processes, fake.rights, stop)
+                          .getTranslationError({.exitCode = data[0]}, kPath);
   if (text.empty() || text.length() > 65536) std::abort();
   if (text.find("\n") != STRING::npos || text.find("\r") != STRING::npos) std::abort();
   HistoryRecord record;

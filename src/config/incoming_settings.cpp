@@ -94,6 +94,7 @@ bool IncomingSettings::allStayBelow(std::string_view text) const {
 
 SettingVerdict IncomingSettings::judge(SettingsSource from, const STRING& key,
                                        const STRING& value) const {
+  if (std::string fault = trustFault(key); !fault.empty()) return {std::move(fault), true};
   if (keptLocal(key)) return {"is kept local (settings.local.only)", true};
   if (std::string fault = settingFault(key, value); !fault.empty()) return {std::move(fault)};
   if (from == SettingsSource::localChannel) return {};

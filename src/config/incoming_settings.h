@@ -4,6 +4,7 @@
 // |                                              | server | cloud channel | local channel |
 // |----------------------------------------------|--------|---------------|---------------|
 // | a key that settings.local.only names         | no     | no            | no            |
+// | who is trusted to sign (trustFault)          | no     | no            | no            |
 // | a value with a fault (settingFault)          | no     | no            | no            |
 // | a value with a doubt (settingDoubt)          | no     | no            | yes           |
 // | a file or folder that is not below InstallRoot | no   | no            | yes           |

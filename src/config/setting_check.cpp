@@ -9,6 +9,7 @@
 #include "config/server_list.h"
 #include "config/url_text.h"
 #include "config/value_map.h"
+#include "platform/paths.h"
 #include "util/terminal_text.h"
 
 namespace korvane {
@@ -60,7 +61,8 @@ struct Range {
 
 constexpr Range kRanges[] = {{Key::logDiskUpperLimit, 0, 100},
                              {Key::logDiskLowerLimit, 0, 100},
-                             {Key::logRolloverCause, 0, 2}};
+                             {Key::logRolloverCause, 0, 2},
+                             {Key::signingMinimum, 1, 16}};
 
 std::string rowDoubt(const SettingRow& row, const STRING& value, bool plainHttp) {
   if (row.key == Key::agentUrl) {
@@ -70,6 +72,8 @@ std::string rowDoubt(const SettingRow& row, const STRING& value, bool plainHttp)
   }
   if (row.key == Key::logPriority && value != "low" && value != "norm" && value != "high")
     return "is not low, norm or high";
+  if (row.key == Key::signingKeys && !platform::isAbsolutePath(value.toUtf8()))
+    return "is not a full path";
   for (const Range& range : kRanges)
     if (range.key == row.key && (value.toInt() < range.least || value.toInt() > range.most))
       return "is not from " + std::to_string(range.least) + " to " + std::to_string(range.most);
@@ -83,6 +87,12 @@ bool comesWithPolicy(const STRING& key) {
   if (!row) return false;
   constexpr Key kept[] = {Key::plusPolicyFile, Key::policyName, Key::policyId, Key::policyPath};
   return std::find(std::begin(kept), std::end(kept), row->key) != std::end(kept);
+}
+
+std::string trustFault(const STRING& key) {
+  const SettingRow* row = findRow(key);
+  const bool decides = row && (row->key == Key::signingKeys || row->key == Key::signingMinimum);
+  return decides ? "is local: it can be set in agent.ini alone" : "";
 }
 
 std::string settingFault(const STRING& key, const STRING& value) {

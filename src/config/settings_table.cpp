@@ -63,6 +63,8 @@ constexpr auto kTable = std::to_array<SettingRow>({
     {Key::sslClientKey, "System", "ssl.client.key", path, "", none},
     {Key::sslMinimumVersion, "System", "ssl.minimum.version", text, "", none},
     {Key::settingsLocalOnly, "System", "settings.local.only", text, "", none},
+    {Key::signingKeys, "System", "update.signing.keys", path, "", none},
+    {Key::signingMinimum, "System", "update.signing.minimum", interval, "1", none},
     {Key::logDiskUpperLimit, "Log", "log.disk.upperlimit", integer, "90", configuration},
     {Key::logDiskLowerLimit, "Log", "log.disk.lowerlimit", integer, "80", configuration},
     {Key::bulkIdleInterval, "Log", "log.bulktransfer.idleinterval", integer, "300", configuration},

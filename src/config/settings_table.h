@@ -59,6 +59,8 @@ enum class Key : int {
   sslClientKey,
   sslMinimumVersion,
   settingsLocalOnly,
+  signingKeys,
+  signingMinimum,
   logDiskUpperLimit,
   logDiskLowerLimit,
   bulkIdleInterval,

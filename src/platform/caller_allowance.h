@@ -15,9 +15,10 @@ namespace korvane::platform {
 
 class CallerAllowance {
  public:
-  static constexpr int64_t kShareOf = 40;      // one part in so many: 2.5 % of a core
-  static constexpr int64_t kMostUs = 30'000;   // what may be saved up
-  static constexpr int64_t kLeastPauseMs = 50;  // fewer, longer pauses cost less than many short ones
+  static constexpr int64_t kShareOf = 40;     // one part in so many: 2.5 % of a core
+  static constexpr int64_t kMostUs = 30'000;  // what may be saved up
+  static constexpr int64_t kLeastPauseMs =
+      50;  // fewer, longer pauses cost less than many short ones
 
   void settle(bool theirs, int64_t nowUs, int64_t cpuUs) {
     if (_begun) {
