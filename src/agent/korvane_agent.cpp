@@ -20,6 +20,7 @@
 #include "config/service_type.h"
 #include "config/settings_file.h"
 #include "config/update_settings.h"
+#include "config/url_text.h"
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
@@ -121,9 +122,18 @@ void KorvaneAgent::createComm() {
   }
   if (isCloudAgent() && !stopping()) loadApplicationPolicies(_context.policies);
   eventlog::event(EventId::agentStarted, kAgentTag, {version});
-  if (isStandardAgent())
-    eventlog::event(EventId::managementServer, kAgentTag, {_settings.server.getURL()});
+  if (isStandardAgent()) tellServer();
   AgentConfig::setAgentStarted(true);
+}
+
+void KorvaneAgent::tellServer() {
+  const ServerSettings& server = _settings.server;
+  const STRING url = withoutUser(server.getURL().toUtf8());
+  eventlog::event(EventId::managementServer, kAgentTag, {url});
+  if (server.isPlainHttpEnabled()) eventlog::event(EventId::plainHttpAllowed, kAgentTag, {url});
+  if (const size_t entries = server.getServerListRefused(); entries > 0)
+    eventlog::event(EventId::serverEntriesLeftOut, kAgentTag,
+                    {STRING::fromInt(static_cast<int64_t>(entries))});
 }
 
 void KorvaneAgent::startComponentUpdate() {

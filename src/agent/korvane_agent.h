@@ -56,6 +56,7 @@ class KorvaneAgent {
   void begin();
   void initializeTranslator();
   void createComm();
+  void tellServer();
   void startComponentUpdate();
   [[nodiscard]] bool registerAtStart();
   void checkBuiltinPolicy();

@@ -71,6 +71,7 @@ JsonTree serverTree(const ServerSettings& settings, ServerConnection& connection
   const std::string identifier = settings.getUniqueId().toUtf8();
   JsonTree tree;
   putMember(tree, "url", maskedSetting("agent.http.url", settings.getURL().toUtf8()));
+  putFlag(tree, "plainHttpAllowed", settings.isPlainHttpEnabled());
   putText(tree, "current", settings.getServerCurrent());
   putText(tree, "primary", settings.getServerPrimary());
   putText(tree, "last", settings.getServerLast());

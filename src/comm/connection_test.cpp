@@ -3,13 +3,13 @@
 #include <algorithm>
 
 #include "agent/thread/stop_token.h"
-#include "comm/ca_file.h"
 #include "comm/curl_transport.h"
 #include "comm/exchange.h"
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
 #include "comm/https_handler.h"
 #include "comm/https_message_generator.h"
+#include "comm/pem_file.h"
 #include "comm/response_sink.h"
 #include "comm/server_url.h"
 #include "comm/tls_observer.h"
@@ -37,7 +37,7 @@ std::string proxies(platform::SystemInfo& systemInfo, bool https) {
   const auto add = [&](const char* name) {
     const std::string value = systemInfo.environment(name);
     if (!value.empty())
-      all += (all.empty() ? "" : ", ") + std::string(name) + "=" + withoutPassword(value);
+      all += (all.empty() ? "" : ", ") + std::string(name) + "=" + withoutUser(value);
   };
   if (https) {
     for (const char* name : kHttpsProxies) add(name);
@@ -47,6 +47,13 @@ std::string proxies(platform::SystemInfo& systemInfo, bool https) {
   return all;
 }
 
+std::string otherServer(const TlsTrail& tls) {
+  using enum TlsTrail::Identity;
+  return tls.identity == otherName  ? "another name than ssl.server.names lists"
+         : tls.identity == otherKey ? "another key than ssl.server.pins lists"
+                                    : "";
+}
+
 // One test under way.
 class Walk {
  public:
@@ -54,20 +61,23 @@ class Walk {
       : _target(target), _parts(parts) {
     _request.url = target.url + HttpsHandler::URL[HttpsHandler::TEST_CONNECTION];
     _request.caFile = target.caFile;
-    _request.sslVersion = target.lowestTls;
+    _request.identity = target.identity;
+    _request.plainAllowed = target.plainAllowed;
+    _request.sslVersion = lowestVersion(target.identity, target.lowestTls);
     _request.connectTimeoutSeconds = target.connectTimeoutSeconds;
     _request.totalTimeoutMs = target.totalTimeoutMs;
   }
 
   ConnectionReport run() {
     const int64_t begin = _parts.clock.monotonicMs();
-    _report.url = withoutPassword(_target.url);
+    _report.url = withoutUser(_target.url);
     _report.proxy = proxies(_parts.systemInfo, isHttps(_target.url));
-    FailureCause cause = checkUrl(_target.url, _target.urlSetting);
+    FailureCause cause = checkUrl(_target.url, _target.plainAllowed, _target.urlSetting);
     if (cause.failed() && _target.serverGiven)
       cause = {Stage::settings, "the given server does not form a valid URL",
                "Give a host, or host:port."};
     if (!cause.failed()) cause = checkCaFile(_parts.files, _target.url, _target.caFile);
+    if (!cause.failed()) cause = checkIdentity(_parts.files, _target.url, _target.identity);
     if (!cause.failed()) cause = exchange();
     judge(cause);
     _report.milliseconds = _parts.clock.monotonicMs() - begin;
@@ -133,7 +143,9 @@ class Walk {
       const SeenCertificate& seen = tls.chain[i];
       const bool wrong = tls.verifyError != 0 && i == static_cast<size_t>(tls.verifyDepth);
       _report.certificates.push_back({seen.subject, seen.issuer, seen.notBefore, seen.notAfter,
-                                      wrong ? verifyErrorText(tls.verifyError) : ""});
+                                      wrong    ? verifyErrorText(tls.verifyError)
+                                      : i == 0 ? otherServer(tls)
+                                               : ""});
     }
   }
 
@@ -174,7 +186,8 @@ class Walk {
         return trail.tls.version.empty() ? "the server presents a certificate"
                                          : trail.tls.version + ", " + trail.tls.cipher;
       case Stage::certificate:
-        return trail.tls.chain.empty() ? "" : "of " + quoted(trail.tls.chain.front().subject);
+        return (trail.tls.chain.empty() ? "" : "of " + quoted(trail.tls.chain.front().subject)) +
+               (trail.tls.identity == TlsTrail::Identity::asAsked ? ", as the settings ask" : "");
       case Stage::httpAnswer:
         return "status " + std::to_string(_result.httpStatus);
       case Stage::agentPort:
@@ -187,7 +200,8 @@ class Walk {
   }
 
   std::string authorities() const {
-    const size_t count = readCaFile(_parts.files, _target.caFile).certificates.size();
+    const size_t count =
+        readPemFile(_parts.files, _target.caFile, PemContent::certificates).certificates.size();
     return std::to_string(count) + (count == 1 ? " certificate" : " certificates");
   }
 
@@ -215,10 +229,13 @@ ConnectionTarget agentTarget(const ServerSettings& settings, long lowestTls, con
   ConnectionTarget target;
   target.url = urlOf(settings.getURL(), server.empty() ? serverInUse(settings) : server).toUtf8();
   target.urlSetting = settings.getURL().toUtf8();
-  target.serverGiven = !server.empty() && !checkUrl(settings.getURL().toUtf8()).failed();
+  target.plainAllowed = settings.isPlainHttpEnabled();
+  target.serverGiven =
+      !server.empty() && !checkUrl(settings.getURL().toUtf8(), target.plainAllowed).failed();
   target.caFile = settings.getSSLCertFile().toUtf8();
   target.connectTimeoutSeconds = settings.getConnectionTimeout();
   target.charset = settings.getCharset();
+  target.identity = tlsIdentityOf(settings);
   target.lowestTls = lowestTls;
   return target;
 }

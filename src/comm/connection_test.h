@@ -2,7 +2,8 @@
 // stage by stage, with the cause of the first failure and one next step.
 //
 // It does what the agent's own exchanges do, over the same transport with the same settings (lowest
-// TLS version, CA file, connect time-out, no comparison of the host name), on its own connection:
+// TLS version, CA file, the server's identity and the agent's, connect time-out), on its own
+// connection:
 // it neither waits for nor delays the agent's exchanges, and changes nothing - no fail-over, no
 // counters, no settings, no last server, no event.
 //
@@ -25,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "comm/tls_identity.h"
 #include "platform/fwd.h"
 #include "util/string.h"
 
@@ -37,7 +39,9 @@ class StopToken;
 struct ConnectionTarget {
   std::string urlSetting;  // agent.http.url as it stands; empty: unknown
   std::string url;  // the base URL, the path words of the protocol are appended to it as they are
-  std::string caFile;                   // PEM, what the server's certificate must chain to
+  std::string caFile;  // PEM, what the server's certificate must chain to
+  TlsIdentity identity{};
+  bool plainAllowed = false;            // the URL may be one of http
   uint32_t connectTimeoutSeconds = 10;  // for name, TCP and TLS together
   uint32_t totalTimeoutMs = 30'000;     // for everything
   STRING charset;                       // named in the message
@@ -52,11 +56,11 @@ struct ConnectionTarget {
 ConnectionTarget agentTarget(const ServerSettings& settings, long lowestTls, const STRING& server);
 
 enum class ConnectionStage {
-  settings,       // the URL can be used and the CA file holds certificates
+  settings,       // the URL can be used, the CA file holds certificates, the identity its files
   nameLookUp,     // the host's name has an address
   tcpConnection,  // something accepts connections there
   tlsHandshake,   // it speaks TLS, and a version and cipher that the agent accepts
-  certificate,    // its certificate chains to the CA file and is valid now
+  certificate,    // its certificate chains to the CA file, is valid now and the one asked for
   httpAnswer,     // it answers whole HTTP, without an error of the server or of a proxy
   agentPort,      // the answer is that of an agent port: no console, web page or redirection
   serverAnswer,   // the management server itself has no objection

@@ -6,6 +6,8 @@
 #include <memory>
 #include <new>
 
+#include "comm/curl_trace.h"
+#include "comm/failure_cause.h"
 #include "comm/failure_text.h"
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
@@ -36,8 +38,12 @@ std::string trimmed(std::string_view value) {
 
 // libcurl speaks two dozen protocols. For a URL that names none it would guess one; https is tried
 // then, so that an agent without a server waits for one as it does for a server that is away.
-const char* onlyProtocol(const std::string& url) {
-  return contains(url.substr(0, 7), "http://") ? "http" : "https";
+const char* onlyProtocol(const TransportRequest& request) {
+  return request.plainAllowed && isPlainHttp(request.url) ? "http" : "https";
+}
+
+const char* orNull(const std::string& text) {
+  return text.empty() ? nullptr : text.c_str();
 }
 
 // A header without a value would be dropped; libcurl sends it when it ends in a semicolon.
@@ -46,16 +52,30 @@ std::string headerLine(const std::string& name, const std::string& value) {
 }
 
 // libcurl's trace, on the console.
-int httpsDebugger(CURL*, curl_infotype type, char* bytes, size_t size, void*) {
-  static constexpr const char* kMark[] = {"* ", "< ", "> "};
-  if (type > CURLINFO_HEADER_OUT) return 0;
-  std::fputs(kMark[type], stdout);
-  std::fwrite(bytes, 1, size, stdout);
+int httpsDebugger(CURL*, curl_infotype type, char* bytes, size_t size, void*) noexcept {
+  try {
+    std::fputs(traceText(type, {bytes, size}).c_str(), stdout);
+  } catch (const std::bad_alloc&) {
+    std::fputs("* ...\n", stdout);
+  }
   return 0;
 }
 
+// Codes that say of themselves that the answer was none, or not whole.
+bool saysAnswerBroken(CURLcode code) {
+  return code == CURLE_WEIRD_SERVER_REPLY || code == CURLE_PARTIAL_FILE ||
+         code == CURLE_GOT_NOTHING || code == CURLE_BAD_CONTENT_ENCODING;
+}
+
+// Codes that say so only once the request was sent; before that they have other causes.
+bool maySayAnswerBroken(CURLcode code) {
+  return code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_OUT_OF_MEMORY;
+}
+
+}  // namespace
+
 // Sets options until one is refused, and remembers which.
-class Options {
+class CurlTransport::Options {
  public:
   explicit Options(CURL* easy) : _easy(easy) {}
 
@@ -77,22 +97,10 @@ class Options {
 
 #define OPTION(name, value) set(name, #name, value)
 
-// Codes that say of themselves that the answer was none, or not whole.
-bool saysAnswerBroken(CURLcode code) {
-  return code == CURLE_WEIRD_SERVER_REPLY || code == CURLE_PARTIAL_FILE ||
-         code == CURLE_GOT_NOTHING || code == CURLE_BAD_CONTENT_ENCODING;
-}
-
-// Codes that say so only once the request was sent; before that they have other causes.
-bool maySayAnswerBroken(CURLcode code) {
-  return code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_OUT_OF_MEMORY;
-}
-
-}  // namespace
-
 struct CurlTransport::Transfer {
-  Transfer(CURL* handle, TransportSink& answerSink, const StopToken& stopToken)
-      : easy(handle), sink(answerSink), stop(stopToken) {}
+  Transfer(CURL* handle, const TransportRequest& what, TransportSink& answerSink,
+           const StopToken& stopToken)
+      : easy(handle), request(what), sink(answerSink), stop(stopToken) {}
 
   template <class Action>
   void guarded(Action action) noexcept {
@@ -110,7 +118,7 @@ struct CurlTransport::Transfer {
     headers.reset(longer);
     return true;
   }
-  bool addHeaders(const TransportRequest& request) {
+  bool addHeaders() {
     for (const auto& [name, value] : request.headers) {
       if (!addHeader(headerLine(name, value))) return false;
     }
@@ -134,9 +142,27 @@ struct CurlTransport::Transfer {
     bodyStart += piece.substr(0, kKeptBodyBytes - bodyStart.size());
   }
 
+  // Whether the other end of the connection that the request is about to go over is the server that
+  // the settings ask for.
+  bool askIdentity() {
+    identified = false;
+    const curl_tlssessioninfo* session = nullptr;
+    if (curl_easy_getinfo(easy, CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK || !session ||
+        session->backend != CURLSSLBACKEND_OPENSSL || !session->internals)
+      return false;
+    const std::unique_ptr<X509, void (*)(X509*)> certificate(
+        SSL_get1_peer_certificate(static_cast<SSL*>(session->internals)), &X509_free);
+    guarded(
+        [&] { identified = certificate && provesIdentity(*certificate, request.identity, seen); });
+    return identified;
+  }
+
   CURL* const easy;
+  const TransportRequest& request;
   TransportSink& sink;
   const StopToken& stop;
+  bool identified = true;
+  TlsTrail seen;  // of the identity alone
   bool headersWhole = false;
   bool ownHeader = false;
   std::string encoding;
@@ -169,7 +195,7 @@ int CurlTransport::perform(const TransportRequest& request, TransportSink& sink,
                            TransportResult& result) {
   result = TransportResult();
   _errorBuffer[0] = '\0';
-  Transfer transfer(_easy, sink, _parts.stop);
+  Transfer transfer(_easy, request, sink, _parts.stop);
   if (!prepare(request, transfer, result)) return -1;
   _begunMs = _parts.clock.monotonicMs();
   const StopCallback interrupt(_parts.stop, [this] { shutSockets(); });
@@ -180,6 +206,11 @@ bool CurlTransport::prepare(const TransportRequest& request, Transfer& transfer,
                             TransportResult& result) {
   if (request.body.size() > static_cast<unsigned long>(LONG_MAX)) {
     result.errorText = "a body of " + std::to_string(request.body.size()) + " bytes is too large";
+    return false;
+  }
+  if (const FailureCause fault = checkIdentityTexts(request.url, request.identity);
+      fault.failed()) {
+    result.errorText = fault.cause;
     return false;
   }
   _observer.begin(request.verbose);
@@ -198,18 +229,16 @@ bool CurlTransport::setOptions(const TransportRequest& request, Transfer& transf
     result.errorText = "CURLOPT_ERRORBUFFER could not be set";
     return false;
   }
-  if (!transfer.addHeaders(request)) {
+  if (!transfer.addHeaders()) {
     result.errorText = "no memory for the header list";
     return false;
   }
-  options.OPTION(CURLOPT_SSLVERSION, request.sslVersion)
+  setTrust(request, options);
+  options.OPTION(CURLOPT_SSLVERSION, lowestVersion(request.identity, request.sslVersion))
       .OPTION(CURLOPT_URL, request.url.c_str())
-      .OPTION(CURLOPT_PROTOCOLS_STR, onlyProtocol(request.url))
+      .OPTION(CURLOPT_PROTOCOLS_STR, onlyProtocol(request))
       .OPTION(CURLOPT_DEFAULT_PROTOCOL, "https")
-      .OPTION(CURLOPT_REDIR_PROTOCOLS_STR, onlyProtocol(request.url))
-      .OPTION(CURLOPT_CAINFO, request.caFile.c_str())
-      .OPTION(CURLOPT_SSL_VERIFYPEER, 1L)
-      .OPTION(CURLOPT_SSL_VERIFYHOST, 0L)
+      .OPTION(CURLOPT_REDIR_PROTOCOLS_STR, onlyProtocol(request))
       .OPTION(CURLOPT_SSL_CTX_FUNCTION, &TlsObserver::watchContext)
       .OPTION(CURLOPT_SSL_CTX_DATA, &_observer)
       .OPTION(CURLOPT_TIMEOUT_MS, static_cast<long>(request.totalTimeoutMs))
@@ -231,9 +260,35 @@ bool CurlTransport::setOptions(const TransportRequest& request, Transfer& transf
       .OPTION(CURLOPT_SOCKOPTFUNCTION, &socketOpened)
       .OPTION(CURLOPT_SOCKOPTDATA, this)
       .OPTION(CURLOPT_CLOSESOCKETFUNCTION, &closeSocket)
-      .OPTION(CURLOPT_CLOSESOCKETDATA, this);
+      .OPTION(CURLOPT_CLOSESOCKETDATA, this)
+      .OPTION(CURLOPT_PREREQFUNCTION, request.identity.asksForServer() ? &beforeRequest : nullptr)
+      .OPTION(CURLOPT_PREREQDATA, &transfer);
   if (options.code() != CURLE_OK) result.errorText = options.error();
   return options.code() == CURLE_OK;
+}
+
+// The trust store alone vouches for a server and for a proxy: what libcurl and OpenSSL would add to
+// it, and what earlier connections have of it, is left out.
+void CurlTransport::setTrust(const TransportRequest& request, Options& options) {
+  const TlsIdentity& own = request.identity;
+  const char* const none = nullptr;
+  const std::string& key = own.clientKey.empty() ? own.clientCertificate : own.clientKey;
+  options.OPTION(CURLOPT_CAINFO, request.caFile.c_str())
+      .OPTION(CURLOPT_CAPATH, none)
+      .OPTION(CURLOPT_PROXY_CAINFO, request.caFile.c_str())
+      .OPTION(CURLOPT_PROXY_CAPATH, none)
+      .OPTION(CURLOPT_CA_CACHE_TIMEOUT, 0L)
+      .OPTION(CURLOPT_SSL_SESSIONID_CACHE, 0L)
+      .OPTION(CURLOPT_SSL_VERIFYPEER, 1L)
+      .OPTION(CURLOPT_SSL_VERIFYHOST, 0L)
+      .OPTION(CURLOPT_PROXY_SSL_VERIFYPEER, 1L)
+      .OPTION(CURLOPT_PROXY_SSLVERSION, lowestVersion(own, CURL_SSLVERSION_DEFAULT))
+      .OPTION(CURLOPT_CRLFILE, orNull(own.crlFile))
+      .OPTION(CURLOPT_PROXY_CRLFILE, orNull(own.crlFile))
+      .OPTION(CURLOPT_SSLCERT, orNull(own.clientCertificate))
+      .OPTION(CURLOPT_SSLKEY, orNull(key))
+      // A key with a pass phrase fails; nobody is asked for it.
+      .OPTION(CURLOPT_KEYPASSWD, "");
 }
 
 int CurlTransport::finish(CURLcode code, const Transfer& transfer, TransportResult& result) {
@@ -247,9 +302,16 @@ int CurlTransport::finish(CURLcode code, const Transfer& transfer, TransportResu
   result.trail.silentUs = result.trail.totalUs - transfer.lastCameUs;
   // The list is about to be freed, and the handle lives on.
   curl_easy_setopt(_easy, CURLOPT_HTTPHEADER, nullptr);
+  result.trail.tls.identity = transfer.seen.identity;
+  result.trail.tls.names = transfer.seen.names;
+  result.trail.tls.pin = transfer.seen.pin;
   if (transfer.outOfMemory) code = CURLE_OUT_OF_MEMORY;
   if (code == CURLE_OK) return 0;
-  result.errorText = _errorBuffer[0] ? _errorBuffer : curl_easy_strerror(code);
+  result.errorText = maskedRemark(_errorBuffer[0] ? _errorBuffer : curl_easy_strerror(code));
+  if (code == CURLE_ABORTED_BY_CALLBACK && !transfer.identified) {
+    code = CURLE_PEER_FAILED_VERIFICATION;
+    result.errorText = "the server's certificate is not the one that the settings ask for";
+  }
   result.answerBroken =
       saysAnswerBroken(code) || (code == CURLE_RECV_ERROR && result.httpStatus > 0) ||
       (!transfer.outOfMemory && result.trail.requestBytes > 0 && maySayAnswerBroken(code));
@@ -290,6 +352,11 @@ void CurlTransport::shutSockets() {
   for (curl_socket_t socket : _sockets) {
     _parts.sockets.shutdownForeign(static_cast<uint64_t>(socket));
   }
+}
+
+int CurlTransport::beforeRequest(void* transfer, char*, char*, int, int) {
+  return static_cast<Transfer*>(transfer)->askIdentity() ? CURL_PREREQFUNC_OK
+                                                         : CURL_PREREQFUNC_ABORT;
 }
 
 size_t CurlTransport::receiveHeader(char* bytes, size_t size, size_t count, void* transfer) {

@@ -7,9 +7,15 @@
 // second through the progress callback and leaves the look-up behind.
 //
 // The progress callback is the only thing that ends a transfer early (code 42): for a stop, when
-// the sink refuses, or when memory ran out (then code 27). A URL that is neither https nor http is
-// refused with code 1; one without a scheme is taken for https. Peers are verified against the
-// request's CA file, their names are not. What is seen on the way is in the result's trail.
+// the sink refuses, or when memory ran out (then code 27). A URL that is neither https nor, where
+// the request allows it, http is refused with code 1; one without a scheme is taken for https.
+//
+// Peers, a proxy's too, are verified against the request's CA file and nothing else, anew with each
+// connection. Names are not compared with the address. What the request's identity asks for is
+// looked at before each request goes out, on a kept connection too; a server that is another one is
+// refused with code 60. What is seen on the way is in the result's trail.
+//
+// libcurl's trace and its error texts come without what authenticates somebody (curl_trace.h).
 #pragma once
 
 #include <curl/curl.h>
@@ -45,17 +51,20 @@ class CurlTransport : public Transport {
 
  private:
   struct Transfer;
+  class Options;
 
   [[nodiscard]] bool prepare(const TransportRequest& request, Transfer& transfer,
                              TransportResult& result);
   [[nodiscard]] bool setOptions(const TransportRequest& request, Transfer& transfer,
                                 TransportResult& result);
+  static void setTrust(const TransportRequest& request, Options& options);
   [[nodiscard]] int finish(CURLcode code, const Transfer& transfer, TransportResult& result);
   void readTrail(TransferTrail& trail);
   template <class Value>
   Value info(CURLINFO what, Value otherwise);
   void shutSockets();
 
+  static int beforeRequest(void* transfer, char*, char*, int, int);
   static size_t receiveHeader(char* bytes, size_t size, size_t count, void* transfer);
   static size_t receiveBody(char* bytes, size_t size, size_t count, void* transfer);
   static int progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t);

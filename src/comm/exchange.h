@@ -7,6 +7,7 @@
 
 #include "comm/failure_cause.h"
 #include "comm/response_parser.h"
+#include "comm/tls_identity.h"
 #include "util/string.h"
 
 namespace korvane {
@@ -20,6 +21,8 @@ struct Destination {
   STRING url;     // agent.http.url with that host in it
   STRING caFile;
   uint32_t connectTimeoutSeconds = 0;
+  TlsIdentity identity{};
+  bool plainAllowed = false;  // it may be one of http
 };
 
 struct ExchangeResult {

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "comm/ca_file.h"
 #include "comm/failure_text.h"
+#include "comm/tls_identity.h"
 #include "platform/error_codes.h"
 
 namespace korvane {
@@ -108,10 +108,12 @@ FailureCause connectCause(const ExchangeEvidence& evidence) {
 }
 
 FailureCause settingsCause(const ExchangeEvidence& evidence) {
-  FailureCause cause = checkUrl(evidence.request.url, evidence.urlSetting);
-  if (!cause.failed())
-    cause = checkCaFile(evidence.files, evidence.request.url, evidence.request.caFile);
+  const TransportRequest& request = evidence.request;
+  FailureCause cause = checkUrl(request.url, request.plainAllowed, evidence.urlSetting);
+  if (!cause.failed()) cause = checkCaFile(evidence.files, request.url, request.caFile);
   if (cause.failed() && evidence.code > 0) return cause;
+  cause = checkIdentity(evidence.files, request.url, request.identity);
+  if (cause.failed()) return cause;
   const std::string& text = evidence.result.errorText;
   return {Stage::settings,
           text.empty() ? "libcurl's error " + std::to_string(evidence.code) : shown(text),
@@ -150,7 +152,9 @@ FailureCause findCause(const ExchangeEvidence& evidence) {
   if (evidence.refused) return answerCause(evidence);
   if (evidence.code > 0 && evidence.result.trail.requestBytes == 0) {
     // libcurl guesses what a URL lacks, and then fails of its guess.
-    if (FailureCause url = checkUrl(evidence.request.url, evidence.urlSetting); url.failed())
+    if (FailureCause url =
+            checkUrl(evidence.request.url, evidence.request.plainAllowed, evidence.urlSetting);
+        url.failed())
       return url;
   }
   if (evidence.code != 0) return transferCause(evidence);

@@ -55,9 +55,10 @@ ConnectionStage stageReached(int code, const TransportRequest& request,
 // alert may be lost with the connection.
 bool wantsCertificate(int code, const TransferTrail& trail);
 
-// The two of the settings: nothing is wrong with the URL, and with the CA file, when there is no
-// cause. `setting` is what the cause shows of it when that is not the URL itself.
-FailureCause checkUrl(const std::string& url, const std::string& setting = {});
+// The two of the settings (checkIdentity() in tls_identity.h is the third): nothing is wrong with
+// the URL, and with the CA file, when there is no cause. `setting` is what the cause shows of it
+// when that is not the URL itself.
+FailureCause checkUrl(const std::string& url, bool plainAllowed, const std::string& setting = {});
 FailureCause checkCaFile(platform::Files& files, const std::string& url, const std::string& caFile);
 
 // Whether an answer shows that an agent port gave it.
@@ -70,6 +71,7 @@ FailureCause serverErrorCause(int code, const std::string& text);
 // answer that is whole or refused; for findCause().
 FailureCause tlsCause(const ExchangeEvidence& evidence);
 FailureCause certificateCause(const ExchangeEvidence& evidence);
+FailureCause identityCause(const ExchangeEvidence& evidence);
 FailureCause httpCause(const ExchangeEvidence& evidence);
 FailureCause answerCause(const ExchangeEvidence& evidence);
 

@@ -4,6 +4,7 @@
 
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
+#include "config/url_text.h"
 
 namespace korvane {
 namespace {
@@ -76,12 +77,12 @@ FailureCause redirectCause(const ExchangeEvidence& evidence, const std::string& 
   if (to.empty() || hostOf(to) == hostOf(evidence.request.url)) {
     return {Stage::agentPort,
             "a redirection (" + status + ") to " +
-                (to.empty() ? "nowhere" : quoted(withoutPassword(to))) +
+                (to.empty() ? "nowhere" : quoted(withoutUser(to))) +
                 " answers, as on a console port or web server",
             kUseAgentPort};
   }
   return {Stage::agentPort,
-          "a redirection (" + status + ") to " + quoted(withoutPassword(to)) +
+          "a redirection (" + status + ") to " + quoted(withoutUser(to)) +
               " answers: a captive page or gateway is in between",
           "Open that address in a browser on this machine to see whose page it is."};
 }

@@ -2,9 +2,10 @@
 
 #include <memory>
 
-#include "comm/ca_file.h"
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
+#include "comm/pem_file.h"
+#include "config/url_text.h"
 
 namespace korvane {
 namespace {
@@ -58,8 +59,13 @@ const char* stageName(ConnectionStage stage) {
 
 ConnectionStage stageReached(int code, const TransportRequest& request,
                              const TransportResult& result) {
-  if (const std::optional<Stage> stage = stageOfCode(code)) return *stage;
   const TransferTrail& trail = result.trail;
+  // libcurl takes the code from OpenSSL's last error, which may be about what led to another one.
+  if (code == CURLE_SSL_CONNECT_ERROR && trail.tls.verifyError != 0) return Stage::certificate;
+  if (code == CURLE_PEER_FAILED_VERIFICATION && trail.tls.verifyError == 0 &&
+      trail.tls.alertReceived > kTlsAlertCloseNotify)
+    return Stage::tlsHandshake;  // it was the server that refused a certificate
+  if (const std::optional<Stage> stage = stageOfCode(code)) return *stage;
   if (trail.keptConnection) return Stage::httpAnswer;
   if (trail.lookedUpUs == 0) {
     return code == CURLE_UNSUPPORTED_PROTOCOL ? Stage::settings : Stage::nameLookUp;
@@ -82,19 +88,26 @@ bool wantsCertificate(int code, const TransferTrail& trail) {
          trail.tls.version == "TLSv1.3";
 }
 
-FailureCause checkUrl(const std::string& url, const std::string& setting) {
+FailureCause checkUrl(const std::string& url, bool plainAllowed, const std::string& setting) {
   const auto because = [](const std::string& cause, const char* nextStep) {
     return FailureCause{Stage::settings, cause, nextStep};
   };
   const char* const correct = "Correct agent.http.url.";
   if (url.empty()) return because("agent.http.url is empty", "Set agent.http.url.");
-  const std::string shownUrl = quoted(withoutPassword(setting.empty() ? url : setting));
+  const std::string shownUrl = quoted(withoutUser(setting.empty() ? url : setting));
   const std::unique_ptr<CURLU, void (*)(CURLU*)> parsed(curl_url(), &curl_url_cleanup);
   const CURLUcode code = curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0);
-  const bool http = isHttps(url) || contains(url.substr(0, 7), "http://");
-  if (!http) {
+  const bool plain = isPlainHttp(url);
+  if (!isHttps(url) && !plain) {
     return because("agent.http.url, " + shownUrl + ", does not begin with https:// or http://",
                    correct);
+  }
+  if (plain && !plainAllowed) {
+    return because("agent.http.url, " + shownUrl +
+                       ", asks for plain HTTP, not encrypted, which agent.http.plain.enabled does "
+                       "not allow",
+                   "Use https:// in agent.http.url; only where nobody else can reach the network, "
+                   "set agent.http.plain.enabled to true.");
   }
   if (code == CURLUE_OK) return {};
   return because("agent.http.url, " + shownUrl + ", is not a URL: " + curl_url_strerror(code),
@@ -108,7 +121,7 @@ FailureCause checkCaFile(platform::Files& files, const std::string& url,
     return {Stage::settings, "ssl.trustStore names no CA file",
             "Set ssl.trustStore to the file with the server's CA certificate."};
   }
-  const CaFile file = readCaFile(files, caFile);
+  const PemFile file = readPemFile(files, caFile, PemContent::certificates);
   if (file.fault.empty()) return {};
   return {Stage::settings, "the CA file " + caFile + " " + file.fault,
           "Put the server's CA certificate, in PEM, into the file that ssl.trustStore names."};

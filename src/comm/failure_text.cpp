@@ -46,23 +46,18 @@ bool isHttps(const std::string& url) {
   return lower(url.substr(0, 8)) == "https://";
 }
 
+bool isPlainHttp(const std::string& url) {
+  return lower(url.substr(0, 7)) == "http://";
+}
+
 std::string hostOf(const std::string& url) {
-  const std::string host = UrlText::parse(withoutPassword(url)).host.toUtf8();
-  const std::string bare = host.substr(host.rfind('@') + 1);  // npos + 1 is 0
-  return shown(bare.starts_with('[') ? bare.substr(1, bare.find(']') - 1) : bare);
+  const std::string host = UrlText::parse(withoutUser(url)).host.toUtf8();
+  return shown(host.starts_with('[') ? host.substr(1, host.find(']') - 1) : host);
 }
 
 std::string placeOf(const std::string& url) {
-  const std::string port = UrlText::parse(withoutPassword(url)).port.toUtf8();
+  const std::string port = UrlText::parse(withoutUser(url)).port.toUtf8();
   return hostOf(url) + " port " + (port.empty() ? isHttps(url) ? "443" : "80" : shown(port));
-}
-
-std::string withoutPassword(const std::string& url) {
-  const size_t scheme = url.find("://");
-  const size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
-  const size_t at = url.substr(0, url.find_first_of("/?#", begin)).rfind('@');
-  if (at == std::string::npos || at < begin) return url;
-  return url.substr(0, begin) + "***@" + url.substr(at + 1);
 }
 
 std::string howItEnded(const std::string& errorText) {

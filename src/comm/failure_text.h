@@ -15,8 +15,7 @@ std::string quoted(const std::string& text);
 std::string placeOf(const std::string& url);
 std::string hostOf(const std::string& url);
 bool isHttps(const std::string& url);
-// The URL with its user name and password, when it has any, as "***".
-std::string withoutPassword(const std::string& url);
+bool isPlainHttp(const std::string& url);
 // "reset" or "closed", when libcurl's text is about the end of a connection; else empty.
 std::string howItEnded(const std::string& errorText);
 // Bytes of an unknown protocol: in double quotes when they are text, else in hexadecimal.

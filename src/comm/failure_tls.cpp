@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "comm/ca_file.h"
 #include "comm/failure_cause.h"
 #include "comm/failure_text.h"
+#include "comm/pem_file.h"
 #include "comm/tls_observer.h"
 #include "util/dates.h"
 
@@ -45,9 +45,17 @@ const char* versionName(long sslVersion) {
   }
 }
 
-FailureCause certificateDemanded() {
-  return handshake("the server requires a client certificate, which agents do not have",
-                   "Configure the server's agent port to accept clients without a certificate.");
+// What a server wants that has asked for the agent's certificate and ended the handshake then.
+FailureCause certificateDemanded(const ExchangeEvidence& evidence, const std::string& how) {
+  if (evidence.request.identity.clientCertificate.empty()) {
+    return handshake(
+        "the server requires a client certificate, and ssl.client.certificate names none",
+        "Set ssl.client.certificate and ssl.client.key, or configure the server's agent port to "
+        "accept clients without a certificate.");
+  }
+  return handshake("the server does not accept the agent's certificate" + how,
+                   "Check that the certificate in ssl.client.certificate is valid and of an "
+                   "authority that the server trusts.");
 }
 
 FailureCause alertCause(const ExchangeEvidence& evidence, int alert) {
@@ -56,9 +64,9 @@ FailureCause alertCause(const ExchangeEvidence& evidence, int alert) {
     return handshake("the server accepts none of the agent's TLS ciphers",
                      "Configure the server to use current TLS ciphers.");
   }
-  if (tls.certificateAsked) return certificateDemanded();
-  return handshake(std::string("the server refused the handshake with the TLS alert \"") +
-                   SSL_alert_desc_string_long(alert) + "\"");
+  const std::string named = std::string("TLS alert \"") + SSL_alert_desc_string_long(alert) + "\"";
+  if (tls.certificateAsked) return certificateDemanded(evidence, " (" + named + ")");
+  return handshake("the server refused the handshake with the " + named);
 }
 
 FailureCause brokenHandshake(const ExchangeEvidence& evidence) {
@@ -79,7 +87,9 @@ FailureCause brokenHandshake(const ExchangeEvidence& evidence) {
 }
 
 // The authorities that the agent trusts, for a text.
-std::string trusted(const CaFile& file) {
+std::string trusted(const ExchangeEvidence& evidence) {
+  const PemFile file =
+      readPemFile(evidence.files, evidence.request.caFile, PemContent::certificates);
   std::string names;
   for (size_t i = 0; i < file.certificates.size() && i < kNamedAuthorities; ++i) {
     names += (i ? ", " : "") + quoted(file.certificates[i].subject);
@@ -87,6 +97,12 @@ std::string trusted(const CaFile& file) {
   const size_t more =
       file.certificates.size() - std::min(file.certificates.size(), kNamedAuthorities);
   return more ? names + " and " + std::to_string(more) + " more" : names;
+}
+
+FailureCause revocationUnknown(const std::string& cause) {
+  return {Stage::certificate, cause,
+          "Put a current revocation list of every authority between the server and the trust "
+          "store, in PEM, into the file that ssl.crl.file names."};
 }
 
 // A time as the dates of certificates are written.
@@ -99,8 +115,8 @@ FailureCause untrusted(const ExchangeEvidence& evidence, const SeenCertificate& 
   return {
       Stage::certificate,
       "the issuer " + quoted(last.issuer) + " of the certificate " + quoted(last.subject) +
-          " is neither in the CA file, which holds " +
-          trusted(readCaFile(evidence.files, evidence.request.caFile)) + ", nor sent by the server",
+          " is neither in the CA file, which holds " + trusted(evidence) +
+          ", nor sent by the server",
       evidence.result.trail.tls.chain.size() > 1
           ? kGetCa
           : "Put the server's CA into the file that ssl.trustStore names, or, when it is there, "
@@ -126,15 +142,20 @@ FailureCause tlsCause(const ExchangeEvidence& evidence) {
     return handshake(std::string("the server has no TLS version in common with the agent, which "
                                  "takes TLS ") +
                          versionName(evidence.request.sslVersion) + " or later",
-                     "Configure the server to use TLS 1.2 or later.");
+                     evidence.request.sslVersion == CURL_SSLVERSION_TLSv1_3
+                         ? "Configure the server to use TLS 1.3, or correct ssl.minimum.version."
+                         : "Configure the server to use TLS 1.2 or later.");
   }
   if (tls.alertReceived > 0) return alertCause(evidence, tls.alertReceived);
-  if (wantsCertificate(evidence.code, evidence.result.trail)) return certificateDemanded();
+  if (wantsCertificate(evidence.code, evidence.result.trail))
+    return certificateDemanded(evidence, ", or closed the connection for another reason");
   return brokenHandshake(evidence);
 }
 
 FailureCause certificateCause(const ExchangeEvidence& evidence) {
   const TlsTrail& tls = evidence.result.trail.tls;
+  using enum TlsTrail::Identity;
+  if (tls.identity == otherName || tls.identity == otherKey) return identityCause(evidence);
   const auto depth = static_cast<size_t>(tls.verifyDepth);
   if (tls.verifyError == 0 || depth >= tls.chain.size()) {
     return {Stage::certificate, shown(evidence.result.errorText), kGetCa};
@@ -152,6 +173,23 @@ FailureCause certificateCause(const ExchangeEvidence& evidence) {
               named + " is valid from " + wrong.notBefore + " on; this machine's clock says " +
                   dateOf(evidence.wallMs),
               kSetClock};
+    case X509_V_ERR_CERT_REVOKED:
+      return {Stage::certificate, named + " is revoked, says the file that ssl.crl.file names",
+              "Give the server a new certificate issued by the agent's CA."};
+    case X509_V_ERR_UNABLE_TO_GET_CRL:
+      return revocationUnknown(named +
+                               " cannot be checked: the file that ssl.crl.file names has "
+                               "no revocation list of its issuer " +
+                               quoted(wrong.issuer));
+    case X509_V_ERR_CRL_HAS_EXPIRED:
+      return revocationUnknown(named + " cannot be checked: the revocation list of its issuer " +
+                               quoted(wrong.issuer) + " has expired");
+    case X509_V_ERR_CRL_NOT_YET_VALID:
+      return revocationUnknown(named + " cannot be checked: the revocation list of its issuer " +
+                               quoted(wrong.issuer) + " is not yet valid");
+    case X509_V_ERR_CRL_SIGNATURE_FAILURE:
+      return revocationUnknown(named + " cannot be checked: the revocation list of its issuer " +
+                               quoted(wrong.issuer) + " has a wrong signature");
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
       return {Stage::certificate, named + " is self-signed and not in the CA file",
               "Give the server a certificate issued by the agent's CA, or put its own into the "
@@ -160,8 +198,7 @@ FailureCause certificateCause(const ExchangeEvidence& evidence) {
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
       return {Stage::certificate,
               "the server's chain ends in the CA " + quoted(wrong.subject) +
-                  ", which is not in the CA file; that holds " +
-                  trusted(readCaFile(evidence.files, evidence.request.caFile)),
+                  ", which is not in the CA file; that holds " + trusted(evidence),
               kGetCa};
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:

@@ -39,8 +39,12 @@ Destination ServerConnection::destination(const STRING& server) {
     openTransport();
   }
   const ServerSettings& settings = _parts.settings.server;
-  return {server, withHost(settings.getURL(), server), settings.getSSLCertFile(),
-          settings.getConnectionTimeout()};
+  return {server,
+          withHost(settings.getURL(), server),
+          settings.getSSLCertFile(),
+          settings.getConnectionTimeout(),
+          tlsIdentityOf(settings),
+          settings.isPlainHttpEnabled()};
 }
 
 void ServerConnection::openTransport() {

@@ -72,7 +72,7 @@ class ServerConnection {
   // server when a fail-back comes first.
   [[nodiscard]] ExchangeResult send(Destination& to, int type, HttpsMessageGenerator& message);
   // A connection test's message. The first failure with TLS 1.2 as the lowest version lowers it to
-  // TLS 1.0 for good and tries once more.
+  // TLS 1.0 for good and tries once more, unless ssl.minimum.version is set.
   [[nodiscard]] ExchangeResult probe(Destination& to);
 
   // The stages of a connection test, on a connection of its own (connection_test.h).

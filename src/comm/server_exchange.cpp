@@ -35,7 +35,8 @@ ExchangeResult ServerConnection::probe(Destination& to) {
   eventlog::trace(kSendSource, "Testing Connection");
   HttpsMessageGenerator first(_agent.charset());
   ExchangeResult result = send(to, HttpsHandler::TEST_CONNECTION, first);
-  if (result.code == 0 || result.code == kCurlAbortedByCallback || _lowestTls != kTls12)
+  if (result.code == 0 || result.code == kCurlAbortedByCallback || _lowestTls != kTls12 ||
+      !to.identity.minimumVersion.empty())
     return result;
   eventlog::event(EventId::transferFailed, kHandlerSource,
                   {"SSL connection with TLS v1.2 failed. Retrying with TLS v1.x protocol",
@@ -86,7 +87,9 @@ void ServerConnection::transfer(const Destination& to, int type, HttpsMessageGen
   request.headers = message.wireHeaders();
   request.body = body;
   request.caFile = to.caFile.toUtf8();
-  request.sslVersion = _lowestTls;
+  request.identity = to.identity;
+  request.plainAllowed = to.plainAllowed;
+  request.sslVersion = lowestVersion(to.identity, _lowestTls);
   request.connectTimeoutSeconds = to.connectTimeoutSeconds;
   request.verbose = _parts.settings.logs.logTraceMessages();
 

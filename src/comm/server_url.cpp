@@ -1,8 +1,10 @@
 #include "comm/server_url.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "config/server_settings.h"
+#include "config/url_text.h"
 
 namespace korvane {
 namespace {
@@ -13,12 +15,11 @@ struct Span {
 };
 
 Span hostSpan(std::u16string_view url) {
-  const size_t scheme = url.find(u"://");
-  const size_t begin = scheme == std::u16string_view::npos ? 0 : scheme + 3;
-  const bool bracketed = begin < url.size() && url[begin] == u'[';
-  size_t end = bracketed ? url.find(u']', begin) : url.find_first_of(u":/?#", begin);
-  if (end == std::u16string_view::npos) return {begin, url.size()};
-  return {begin, bracketed ? end + 1 : end};
+  const size_t begin = placeInUrl(url).host;
+  const size_t limit = std::min(url.find_first_of(u"/?#", begin), url.size());
+  if (begin == limit || url[begin] != u'[') return {begin, std::min(url.find(u':', begin), limit)};
+  const size_t bracket = url.find(u']', begin);
+  return {begin, bracket < limit ? bracket + 1 : limit};
 }
 
 }  // namespace

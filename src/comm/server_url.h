@@ -1,4 +1,4 @@
-// The host inside a URL of the form scheme://host[:port]/path; a host may be an IPv6 address in
+// The host inside a URL of the form scheme://[user@]host[:port]/path; a host may be an IPv6 address in
 // brackets. Pure functions, but for the settings that one reads; a text without "://" is taken to
 // begin with its host.
 #pragma once

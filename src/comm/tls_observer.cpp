@@ -69,7 +69,9 @@ CURLcode TlsObserver::watchContext(CURL*, void* context, void* observer) {
   if (SSL_CTX_set_ex_data(tls, contextIndex(), observer) != 1) return CURLE_OUT_OF_MEMORY;
   SSL_CTX_set_info_callback(tls, &onInfo);
   SSL_CTX_set_verify(tls, SSL_CTX_get_verify_mode(tls), &onVerify);
-  SSL_CTX_set_client_cert_cb(tls, &onCertificateAsked);
+  SSL_CTX_set_cert_cb(tls, &onCertificateAsked, nullptr);
+  // No variable of the environment makes a file of the session's secrets.
+  SSL_CTX_set_keylog_callback(tls, nullptr);
   if (!watching._bytesTaken) {
     SSL_CTX_set_msg_callback(tls, &onMessage);
     SSL_CTX_set_msg_callback_arg(tls, observer);
@@ -114,9 +116,9 @@ int TlsObserver::onVerify(int ok, X509_STORE_CTX* store) {
   return ok;
 }
 
-int TlsObserver::onCertificateAsked(SSL* ssl, X509**, EVP_PKEY**) {
+int TlsObserver::onCertificateAsked(SSL* ssl, void*) {
   of(ssl)->_seen.certificateAsked = true;
-  return 0;  // there is none
+  return 1;  // go on with what is set
 }
 
 void TlsObserver::onMessage(int sent, int, int type, const void* bytes, size_t size, SSL*,

@@ -1,7 +1,8 @@
 // Watches the TLS handshakes of one transport through OpenSSL's callbacks and records what explains
 // a failure: alerts, the first bytes that the server sent, the certificate chain as it was built
 // and the first thing that is wrong with it. It changes nothing about the handshake or the
-// verification.
+// verification; a log of the session's secrets, which libcurl starts for an environment variable,
+// it ends.
 //
 // Lifetime: it must outlive every SSL_CTX that it watches, which libcurl keeps for as long
 // as its connection. Threads: that of the transfer. Nothing is thrown into OpenSSL; what
@@ -36,7 +37,7 @@ class TlsObserver {
   static TlsObserver* of(const SSL* ssl);
   static void onInfo(const SSL* ssl, int where, int value);
   static int onVerify(int ok, X509_STORE_CTX* store);
-  static int onCertificateAsked(SSL* ssl, X509** certificate, EVP_PKEY** key);
+  static int onCertificateAsked(SSL* ssl, void* argument);
   static void onMessage(int sent, int version, int type, const void* bytes, size_t size, SSL* ssl,
                         void* observer);
 

@@ -32,6 +32,10 @@ struct TlsTrail {
   std::vector<SeenCertificate> chain;  // as far as it was built, the server's own first
   int verifyError = 0;                 // X509_V_ERR_..., 0 while nothing is wrong
   int verifyDepth = 0;                 // which of the chain it is about
+  // Of the server's own certificate, once it was compared with the settings' names and pins.
+  enum class Identity { notAsked, asAsked, otherName, otherKey } identity = Identity::notAsked;
+  std::vector<std::string> names;  // the host names and addresses of its subjectAltName
+  std::string pin;                 // of its key, as ssl.server.pins has it
 };
 
 struct TransferTrail {

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "comm/tls_identity.h"
 #include "comm/transfer_trail.h"
 
 namespace korvane {
@@ -28,7 +29,9 @@ struct TransportRequest {
       headers;            // in the order sent; values may be empty
   std::string_view body;  // not copied
   std::string caFile;
-  long sslVersion = 6;  // CURL_SSLVERSION_..., the lowest that is accepted
+  TlsIdentity identity{};     // malformed texts in it let nothing be sent
+  bool plainAllowed = false;  // the URL may be one of http; otherwise https alone is spoken
+  long sslVersion = 6;        // CURL_SSLVERSION_..., the lowest that is accepted
   uint32_t connectTimeoutSeconds = 10;
   uint32_t totalTimeoutMs = 300'000;
   bool verbose = false;  // libcurl's own trace on the console

@@ -15,12 +15,22 @@ STRING withoutBlanks(const STRING& text) {
 
 }  // namespace
 
+bool ServerList::namesUser(const STRING& entry) {
+  return entry.find("@") != STRING::npos;
+}
+
 void ServerList::assign(const STRING& text, const STRING& urlHost) {
   _text = text;
   _entries.clear();
+  _refused = 0;
   for (const STRING& part : text.split(u',')) {
     STRING entry = withoutBlanks(part);
-    if (!entry.empty()) _entries.push_back(std::move(entry));
+    if (entry.empty()) continue;
+    if (namesUser(entry)) {
+      ++_refused;
+      continue;
+    }
+    _entries.push_back(std::move(entry));
   }
   _primary = _entries.empty() ? urlHost : _entries.front();
   _current = _primary;

@@ -1,7 +1,8 @@
 // The management servers of "server.list" and where the agent stands among them.
 //
 // The entries are host names or addresses, separated by commas, their blanks removed, empty ones
-// left out. Without any the host of "agent.http.url" is the one server. A plain value;
+// left out, and so are those that name a user: what stands there is no server, and may be a
+// password. Without any the host of "agent.http.url" is the one server. A plain value;
 // SettingsStore guards it.
 #pragma once
 
@@ -17,6 +18,10 @@ class ServerList {
   void assign(const STRING& text, const STRING& urlHost);
   // The host of the URL changed, which matters only while there are no entries.
   void setUrlHost(const STRING& urlHost);
+
+  // Whether an entry is one that is left out for the user in it.
+  static bool namesUser(const STRING& entry);
+  size_t refused() const { return _refused; }  // how many were
 
   // The list as it was given.
   const STRING& text() const { return _text; }
@@ -34,6 +39,7 @@ class ServerList {
 
  private:
   STRING _text;
+  size_t _refused = 0;
   std::vector<STRING> _entries;
   STRING _primary;
   STRING _current;

@@ -14,6 +14,7 @@ void changeUrl(SettingsStore& store, STRING UrlText::*part, const STRING& value)
   const ChangeGroup group(store);
   const Synchronized hold(store.lock);
   UrlText url = UrlText::parse(store.communication.text(Key::agentUrl));
+  if (url.protocol.empty() && !url.user.empty()) return;  // a text that is no URL stays
   url.*part = value.trimmed();
   // A part that makes no URL leaves the URL as it was.
   ignoreResult(store.assign(rowOf(Key::agentUrl), url.text()));
@@ -75,6 +76,11 @@ void ServerSettings::setServerList(const STRING& text) {
 int32_t ServerSettings::getServerListSize() const {
   const Synchronized hold(_store.lock);
   return static_cast<int32_t>(_store.servers.entries().size());
+}
+
+size_t ServerSettings::getServerListRefused() const {
+  const Synchronized hold(_store.lock);
+  return _store.servers.refused();
 }
 
 STRING ServerSettings::getServerEntry(int32_t index) const {
@@ -152,10 +158,17 @@ STRING ServerSettings::getURL() const { return _store.text(Key::agentUrl); }
 void ServerSettings::setURL(const STRING& value) { _store.change(Key::agentUrl, value); }
 STRING ServerSettings::getFeatures() const { return _store.text(Key::agentFeatures); }
 void ServerSettings::setFeatures(const STRING& value) { _store.change(Key::agentFeatures, value); }
+bool ServerSettings::isPlainHttpEnabled() const { return _store.flag(Key::httpPlainEnabled); }
 // [FIPS] [System]
 bool ServerSettings::isFipsEnabled() const { return _store.flag(Key::fipsEnabled); }
 STRING ServerSettings::getSSLCertFile() const { return _store.text(Key::sslTrustStore); }
 void ServerSettings::setSSLCertFile(const STRING& value) { _store.change(Key::sslTrustStore, value); }
+STRING ServerSettings::getServerNames() const { return _store.text(Key::sslServerNames); }
+STRING ServerSettings::getServerPins() const { return _store.text(Key::sslServerPins); }
+STRING ServerSettings::getRevocationFile() const { return _store.text(Key::sslCrlFile); }
+STRING ServerSettings::getClientCertificate() const { return _store.text(Key::sslClientCertificate); }
+STRING ServerSettings::getClientKey() const { return _store.text(Key::sslClientKey); }
+STRING ServerSettings::getMinimumTls() const { return _store.text(Key::sslMinimumVersion); }
 
 // [Polling] [Communication]
 uint32_t ServerSettings::getFailbackInterval() const { return _store.interval(Key::failbackInterval); }

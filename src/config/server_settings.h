@@ -44,11 +44,13 @@ class ServerSettings {
   void setURLProtocol(const STRING& protocol);
   STRING getFeatures() const;
   void setFeatures(const STRING& value);
+  bool isPlainHttpEnabled() const;
 
   // Server list
   STRING getServerList() const;
   void setServerList(const STRING& text);
   int32_t getServerListSize() const;
+  size_t getServerListRefused() const;         // entries that are left out because they name a user
   STRING getServerEntry(int32_t index) const;  // from 1; std::out_of_range otherwise
   STRING getServerPrimary() const;
   STRING getServerCurrent() const;
@@ -65,6 +67,13 @@ class ServerSettings {
   // [System]
   STRING getSSLCertFile() const;
   void setSSLCertFile(const STRING& value);
+  // Who the server must be and who the agent is; empty texts ask for nothing.
+  STRING getServerNames() const;
+  STRING getServerPins() const;
+  STRING getRevocationFile() const;
+  STRING getClientCertificate() const;
+  STRING getClientKey() const;
+  STRING getMinimumTls() const;  // "1.2" or "1.3"
 
   // [Polling] [Communication]
   uint32_t getFailbackInterval() const;

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
+#include "config/identity_check.h"
 #include "config/masking.h"
+#include "config/server_list.h"
 #include "config/url_text.h"
 #include "config/value_map.h"
 
@@ -41,6 +43,12 @@ std::string urlFault(const STRING& value) {
   return url.port.empty() || isPort(url.port) ? "" : "names no port from 1 to 65535";
 }
 
+std::string serverListFault(const STRING& value) {
+  for (const STRING& entry : value.split(u','))
+    if (ServerList::namesUser(entry)) return "names a user, where a host name or an address stands";
+  return {};
+}
+
 }  // namespace
 
 bool comesWithPolicy(const STRING& key) {
@@ -57,6 +65,10 @@ std::string settingFault(const STRING& key, const STRING& value) {
   ValueMap probe(mapKindOf(*row));
   if (probe.set(*row, value) == ValueMap::Result::refused) return typeFault(row->type);
   if (row->key == Key::agentUrl) return urlFault(value.trimmed());
+  if (row->key == Key::serverList) return serverListFault(value);
+  if (row->key == Key::sslServerNames || row->key == Key::sslServerPins ||
+      row->key == Key::sslMinimumVersion)
+    return identityFault(row->key, value);
   if (row->key == Key::tcpPort && probe.number(row->key) > kLastPort)
     return "is not a port from 0 to 65535";
   return {};

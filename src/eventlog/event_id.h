@@ -58,6 +58,8 @@ enum class EventId : int {
   catalogueUnusable = 10500,
   ownLogRecordsLost = 10501,
   responseUnusable = 10510,
+  plainHttpAllowed = 10511,
+  serverEntriesLeftOut = 10512,
   // The configuration
   settingsFileDamaged = 10520,
   settingsFromOtherFile = 10521,

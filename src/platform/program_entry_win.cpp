@@ -1,5 +1,8 @@
 #include <windows.h>
 
+#include <cstdlib>
+
+#include "platform/library_variables.h"
 #include "platform/program_entry.h"
 #include "platform/wide_win.h"
 
@@ -21,10 +24,17 @@ class Utf8Console {
   const UINT _before;
 };
 
+// From the process and from the C library's copy of its environment.
+void dropVariable(const std::string& name) {
+  ::SetEnvironmentVariableA(name.c_str(), nullptr);
+  _putenv((name + "=").c_str());
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
   const Utf8Console console;
+  for (const char* name : korvane::platform::kLibraryVariables) dropVariable(name);
   std::vector<std::string> arguments;
   for (int i = 1; i < argc; ++i) arguments.push_back(korvane::platform::narrow(argv[i]));
   return korvane::programMain(arguments);

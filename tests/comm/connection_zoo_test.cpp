@@ -297,6 +297,7 @@ TEST_F(Zoo, NoWayToTheServer) {
   config().setServerList("127.0.0.1");
   expectGolden({"full backlog", {}, {.manner = Manner::neverAccept}, kShortMs});
   scheme = "http";
+  config().setValue("agent.http.plain.enabled", "true");
   expectGolden({"TLS on a plain port", {}, {}});
 }
 
@@ -319,6 +320,8 @@ TEST_F(Zoo, Settings) {
        {std::pair("URL without a scheme", "127.0.0.1/agent/"),
         std::pair("URL of another scheme", "xyz://user:pw@127.0.0.1/"),
         std::pair("URL of a folder", "file:///var/lib/"), std::pair("URL of FTP", "ftp://h/"),
+        std::pair("URL of HTTP", "http://127.0.0.1:1/"),
+        std::pair("URL with a user and one slash", "https:/user:pw@127.0.0.1/x/"),
         std::pair("URL with a bad port", "https://127.0.0.1:99999/agent/")}) {
     config().setURL(url);
     expectGolden(name, kLongMs, "");
@@ -337,7 +340,8 @@ TEST_F(Zoo, EvidenceOfAConnectionThatEnded) {
       {lost, false, nullptr, "HTTP answer: the connection was closed before the answer began"},
       {lost, false, "TLSv1.2", "HTTP answer: the connection was closed before the answer began"},
       {lost, false, "TLSv1.3",
-       "TLS handshake: the server requires a client certificate, which agents do not have"},
+       "TLS handshake: the server requires a client certificate, and ssl.client.certificate names "
+       "none"},
       {lost, true, "TLSv1.3", "HTTP answer: the connection was closed before the answer began"},
       {"Connection reset by peer", true, nullptr,
        "HTTP answer: the connection was reset before the answer began"},

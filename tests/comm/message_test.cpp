@@ -77,6 +77,11 @@ TEST(ServerUrl, HostIsReplacedAlone) {
       {"https://[::1]:8443/a", "[::1]", "https://two:8443/a"},
       {"https://one", "one", "https://two"},
       {"one:1/a:b", "one", "two:1/a:b"},
+      {"https://ann:pw@one:1/a", "one", "https://ann:pw@two:1/a"},
+      {"https://ann:p@w@[::1]/a@b", "[::1]", "https://ann:p@w@two/a@b"},
+      {"https://one/a@b", "one", "https://two/a@b"},
+      {"https://ann:p/w@one/", "one", "https://ann:p/w@two/"},
+      {"ann:pw@one/a", "one", "ann:pw@two/a"},
       {"https://[::1", "[::1", "https://two"},
       {"", "", "two"},
   };

@@ -177,6 +177,21 @@ TEST_F(Send, TlsFallbackStays) {
   ASSERT_EQ(transport.seen.size(), 4u);
   EXPECT_EQ(transport.seen[0].sslVersion, 6);
   for (size_t i = 1; i < 4; ++i) EXPECT_EQ(transport.seen[i].sslVersion, 1) << i;
+  // A lowest version that is set counts from the next exchange on, and there is no fall-back.
+  transport.seen.clear();
+  config().setValue("ssl.minimum.version", "1.3");
+  transport.steps = {{.code = 35}, {.code = 35}};
+  EXPECT_EQ(HttpsHandler().testConnection(true), 35);
+  ASSERT_EQ(transport.seen.size(), 1u);
+  EXPECT_EQ(transport.seen[0].sslVersion, 7);
+}
+
+TEST_F(Send, AMinimumVersionEndsTheFallbackBeforeItBegan) {
+  config().setValue("ssl.minimum.version", "1.2");
+  transport.steps = {{.code = 35}, {.code = 35}};
+  EXPECT_EQ(HttpsHandler().testConnection(true), 35);
+  EXPECT_EQ(transport.seen.size(), 1u);
+  EXPECT_EQ(currentConnection().lowestTls(), 6);
 }
 
 TEST_F(Send, AnotherAgentsConnectionLeavesThisOnesAlone) {

@@ -77,7 +77,12 @@ TEST(UrlTextTest, PartsAndText) {
     const char* url;
     const char *protocol, *host, *port, *path;
     const char* text;
+    const char* user = "";
   } const cases[] = {
+      {"https://ann:p@h:1/x", "https", "h", "1", "/x", "https://ann:p@h:1/x", "ann:p"},
+      {"ann@h", "", "h", "", "", "https://ann@h", "ann"},
+      {"https://ann:p/w@h/x", "https", "h", "", "/x", "https://ann:p/w@h/x", "ann:p/w"},
+      {"https://h/x@y", "https", "h", "", "/x@y", "https://h/x@y"},
       {"https://h:8443/agent/", "https", "h", "8443", "/agent/", "https://h:8443/agent/"},
       {"http://h", "http", "h", "", "", "http://h"},
       {"h:1/x:2", "", "h", "1", "/x:2", "https://h:1/x:2"},
@@ -88,11 +93,33 @@ TEST(UrlTextTest, PartsAndText) {
   for (const Case& c : cases) {
     const UrlText url = UrlText::parse(c.url);
     EXPECT_EQ(url.protocol, STRING(c.protocol)) << c.url;
+    EXPECT_EQ(url.user, STRING(c.user)) << c.url;
     EXPECT_EQ(url.host, STRING(c.host)) << c.url;
     EXPECT_EQ(url.port, STRING(c.port)) << c.url;
     EXPECT_EQ(url.path, STRING(c.path)) << c.url;
     EXPECT_EQ(url.text(), STRING(c.text)) << c.url;
   }
+}
+
+TEST(UrlTextTest, WithoutItsUser) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""},
+      {"https://h:1/x@y", "https://h:1/x@y"},
+      {"https://[::1]:1/x@y", "https://[::1]:1/x@y"},
+      {"https://ann:pw@h/", "https://***@h/"},
+      {"https://ann:p@w@h/x", "https://***@h/x"},
+      {"https://ann:pw@x/w@h/", "https://***@h/"},
+      {"https://ann:p/w@h/", "https://***@h/"},
+      {"https://ann:p?w@h/", "https://***@h/"},
+      {"https://ann:p]/w@h/", "https://***@h/"},
+      {"https:///ann:pw@h/", "https:///***@h/"},
+      {"https:/ann:pw@h/", "***@h/"},
+      {"ann:pw@h:1", "***@h:1"},
+      {"ann:pw@h/?u=https://h", "***@h/?u=https://h"},
+      {"https://h/?to=ann@h#x", "https://h/?***"},
+      {"\xff://ann:pw@h", "***@h"},
+  };
+  for (const auto& [url, shown] : cases) EXPECT_EQ(withoutUser(url), shown) << url;
 }
 
 }  // namespace

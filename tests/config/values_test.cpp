@@ -46,6 +46,7 @@ TEST_F(ValuesTest, ServerLists) {
       {"", 0, "urlhost", "urlhost", "urlhost"},
       {" , ,", 0, "urlhost", "urlhost", "urlhost"},
       {",a,,b,", 2, "a", "b", "a"},
+      {"ann:pw@x, a,bob@y,b", 2, "a", "b", "a"},
   };
   config().setURL("https://urlhost:4443/agent/");
   for (const Case& c : cases) {

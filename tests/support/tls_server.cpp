@@ -31,7 +31,8 @@ struct Validity {
 
 // Null as issuer: it signs itself.
 Cert makeCertificate(EVP_PKEY* key, const std::string& commonName, X509* issuer,
-                     EVP_PKEY* issuerKey, bool authority, const Validity& validity = {}) {
+                     EVP_PKEY* issuerKey, bool authority, const Validity& validity = {},
+                     const std::string& names = {}) {
   static std::atomic<long> serial{1};
   Cert made(X509_new(), &X509_free);
   X509* const certificate = made.get();
@@ -51,6 +52,12 @@ Cert makeCertificate(EVP_PKEY* key, const std::string& commonName, X509* issuer,
                                                   authority ? "critical,CA:TRUE" : "CA:FALSE");
   X509_add_ext(certificate, extension, -1);
   X509_EXTENSION_free(extension);
+  if (!names.empty()) {
+    extension = X509V3_EXT_conf_nid(nullptr, &context, NID_subject_alt_name, names.c_str());
+    require(extension != nullptr, "no such names");
+    X509_add_ext(certificate, extension, -1);
+    X509_EXTENSION_free(extension);
+  }
   require(X509_sign(certificate, issuerKey, EVP_sha256()) > 0, "signing failed");
   return made;
 }
@@ -59,6 +66,15 @@ Validity validityOf(Certificate kind) {
   if (kind == Certificate::expired) return {-2, -1};
   if (kind == Certificate::notYetValid) return {1, 2};
   return {};
+}
+
+template <class Write>
+std::string pem(Write write) {
+  const std::unique_ptr<BIO, int (*)(BIO*)> out(BIO_new(BIO_s_mem()), &BIO_free);
+  require(out && write(out.get()) == 1, "no PEM");
+  char* text = nullptr;
+  const long size = BIO_get_mem_data(out.get(), &text);
+  return {text, static_cast<size_t>(size)};
 }
 
 std::string authorityName() {
@@ -78,14 +94,50 @@ TestAuthority::TestAuthority()
       _certificate(makeCertificate(_key.get(), authorityName(), nullptr, _key.get(), true)) {}
 
 std::string TestAuthority::certificatePem() const {
-  const std::unique_ptr<BIO, int (*)(BIO*)> out(BIO_new(BIO_s_mem()), &BIO_free);
-  PEM_write_bio_X509(out.get(), _certificate.get());
-  char* text = nullptr;
-  const long size = BIO_get_mem_data(out.get(), &text);
-  return std::string(text, static_cast<size_t>(size));
+  return pem([this](BIO* out) { return PEM_write_bio_X509(out, _certificate.get()); });
 }
 
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(Certificate kind) const {
+TestAuthority::Client TestAuthority::client(bool expired) const {
+  const Key key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+  const Cert made = makeCertificate(key.get(), "agent", _certificate.get(), _key.get(), false,
+                                    expired ? Validity{-2, -1} : Validity{});
+  const auto keyPem = [&key](const EVP_CIPHER* cipher) {
+    char phrase[] = "x";
+    return pem([&](BIO* out) {
+      return PEM_write_bio_PrivateKey(out, key.get(), cipher, nullptr, 0, nullptr,
+                                      cipher ? phrase : nullptr);
+    });
+  };
+  return {pem([&](BIO* out) { return PEM_write_bio_X509(out, made.get()); }), keyPem(nullptr),
+          keyPem(EVP_aes_256_cbc())};
+}
+
+std::string TestAuthority::revocationList(const X509* revoked, long from, long to,
+                                          const TestAuthority* signer) const {
+  const std::unique_ptr<X509_CRL, void (*)(X509_CRL*)> list(X509_CRL_new(), &X509_CRL_free);
+  X509_CRL_set_version(list.get(), 1);
+  X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(_certificate.get()));
+  const std::unique_ptr<ASN1_TIME, void (*)(ASN1_TIME*)> begin(
+      X509_gmtime_adj(nullptr, from * kHour), &ASN1_TIME_free);
+  const std::unique_ptr<ASN1_TIME, void (*)(ASN1_TIME*)> end(X509_gmtime_adj(nullptr, to * kHour),
+                                                             &ASN1_TIME_free);
+  X509_CRL_set1_lastUpdate(list.get(), begin.get());
+  X509_CRL_set1_nextUpdate(list.get(), end.get());
+  if (revoked) {
+    X509_REVOKED* const entry = X509_REVOKED_new();
+    X509_REVOKED_set_serialNumber(entry,
+                                  const_cast<ASN1_INTEGER*>(X509_get0_serialNumber(revoked)));
+    X509_REVOKED_set_revocationDate(entry, begin.get());
+    X509_CRL_add0_revoked(list.get(), entry);
+  }
+  X509_CRL_sort(list.get());
+  const EVP_PKEY* const key = (signer ? signer : this)->_key.get();
+  require(X509_CRL_sign(list.get(), const_cast<EVP_PKEY*>(key), EVP_sha256()) > 0, "no list");
+  return pem([&](BIO* out) { return PEM_write_bio_X509_CRL(out, list.get()); });
+}
+
+std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(
+    Certificate kind, const std::string& names, const std::string& commonName) const {
   const Key key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
   const Key betweenKey(EVP_EC_gen("P-256"), &EVP_PKEY_free);
   const Cert between =
@@ -98,7 +150,7 @@ std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> TestAuthority::serverContext(Certif
     issuerKey = key.get();
   }
   const Cert certificate =
-      makeCertificate(key.get(), "127.0.0.1", issuer, issuerKey, false, validityOf(kind));
+      makeCertificate(key.get(), commonName, issuer, issuerKey, false, validityOf(kind), names);
   std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_server_method()),
                                                        &SSL_CTX_free);
   require(context && SSL_CTX_use_certificate(context.get(), certificate.get()) == 1 &&
@@ -234,7 +286,7 @@ std::string TlsServer::Request::header(const std::string& name) const {
 
 TlsServer::TlsServer(const TestAuthority& authority, Script script, const Options& options)
     : _native(platform::makeNativePlatform({})),
-      _context(authority.serverContext(options.certificate)),
+      _context(authority.serverContext(options.certificate, options.names, options.commonName)),
       _script(std::move(script)),
       _options(options),
       _held(_native->platform().threading.createEvent(true, false)) {

@@ -48,7 +48,20 @@ class TestAuthority {
   std::string certificatePem() const;
   // A server's settings with a certificate for 127.0.0.1, valid for an hour unless said otherwise.
   std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> serverContext(
-      Certificate kind = Certificate::good) const;
+      Certificate kind = Certificate::good, const std::string& names = {},
+      const std::string& commonName = "127.0.0.1") const;
+
+  // A client's certificate of this authority and its key, both in PEM; encrypted with the pass
+  // phrase "x" when asked for.
+  struct Client {
+    std::string certificate, key, encryptedKey;
+  };
+  Client client(bool expired = false) const;
+  // Its revocation list in PEM, valid from and to so many hours from now, with the certificates
+  // that are not null on it; signed by another authority's key when one is given.
+  std::string revocationList(const X509* revoked, long from, long to,
+                             const TestAuthority* signer = nullptr) const;
+  const X509* certificate() const { return _certificate.get(); }
 
  private:
   std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> _key;
@@ -96,6 +109,8 @@ class TlsServer {
     Manner manner = Manner::serve;
     Certificate certificate = Certificate::good;
     size_t handshakeBytes = SIZE_MAX;
+    std::string commonName = "127.0.0.1";
+    std::string names{};  // subjectAltName as OpenSSL writes it, "DNS:a,IP:127.0.0.1"
     std::function<void(SSL_CTX*)> tune{};  // changes further settings
   };
 
@@ -107,6 +122,7 @@ class TlsServer {
   TlsServer& operator=(const TlsServer&) = delete;
 
   uint16_t port() const { return _port; }
+  const X509* certificate() const { return SSL_CTX_get0_certificate(_context.get()); }
   std::vector<Request> requests() const;
   int connections() const { return _connections; }
   // Waits until a client is where a hanging manner or reply holds it, and has come there in its own

@@ -10,6 +10,7 @@
 #include "config/ini_files.h"
 #include "config/masking.h"
 #include "config/properties_file.h"
+#include "config/server_list.h"
 #include "config/service_type.h"
 #include "driver/driver.h"
 #include "logs/log_backlog.h"
@@ -24,11 +25,11 @@ namespace {
 constexpr size_t kLastErrors = 5;
 constexpr int64_t kNsPerMs = 1'000'000;
 
-// The list of servers without blanks and empty entries, or the URL's host.
+// The first server of the list; empty without one.
 std::string primaryServer(const SettingsView& settings) {
-  for (const STRING& entry : settings.text(Key::serverList).split(u','))
-    if (!entry.trimmed().empty()) return entry.trimmed().toUtf8();
-  return {};
+  ServerList servers;
+  servers.assign(settings.text(Key::serverList), {});
+  return servers.primary().toUtf8();
 }
 
 Json filedAgent(Context& context) {
@@ -45,6 +46,7 @@ Json filedAgent(Context& context) {
 Json filedServer(const SettingsView& settings) {
   const std::string guid = settings.text(Key::agentId).toUtf8();
   return {{"url", maskedSetting("agent.http.url", settings.text(Key::agentUrl).toUtf8())},
+          {"plainHttpAllowed", settings.text(Key::httpPlainEnabled).toBool()},
           {"primary", primaryServer(settings)},
           {"guid", maskedIdentifier(guid)},
           {"registered", !guid.empty()}};

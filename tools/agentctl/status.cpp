@@ -61,6 +61,8 @@ void addServer(const Json& facts, Rows& rows) {
   const bool managedHere = textAt(facts, "agent/type") == "1";
   if (!managedHere && textAt(facts, "server/url").empty()) return;
   rows.push_back({"Server", orNone(textAt(facts, "server/url"), "none")});
+  if (textAt(facts, "server/plainHttpAllowed") == "true")
+    rows.push_back({"", "plain HTTP, not encrypted, is allowed (agent.http.plain.enabled)"});
   const std::string current = textAt(facts, "server/current");
   const std::string which =
       current.empty() ? part("primary ", textAt(facts, "server/primary"))
