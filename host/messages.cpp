@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "util/terminal_text.h"
+
 namespace korvane::host {
 namespace {
 
@@ -17,7 +19,7 @@ std::string date() {
 }  // namespace
 
 void say(const std::string& line) {
-  const std::string text = (kept ? date() : "") + "korvane-host: " + line + "\n";
+  const std::string text = (kept ? date() : "") + "korvane-host: " + terminalText(line) + "\n";
   std::FILE* where = kept ? kept : stderr;
   std::fputs(text.c_str(), where);
   std::fflush(where);

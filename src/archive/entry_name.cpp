@@ -73,16 +73,6 @@ Fault checkWhole(std::string_view name, std::string& reason) {
   return Fault::none;
 }
 
-// Upper to lower case where the two lie a fixed distance apart: Latin, Greek and Cyrillic.
-char16_t lower(char16_t c) {
-  if ((c >= u'A' && c <= u'Z') || (c >= 0xc0 && c <= 0xde && c != 0xd7) ||
-      (c >= 0x391 && c <= 0x3a9) || (c >= 0x410 && c <= 0x42f))
-    return static_cast<char16_t>(c + 0x20);
-  if (c >= 0x400 && c <= 0x40f) return static_cast<char16_t>(c + 0x50);
-  if (c >= 0x100 && c <= 0x137) return static_cast<char16_t>(c | 1);
-  return c;
-}
-
 }  // namespace
 
 Fault checkEntryName(std::string_view name, std::string& reason) {
@@ -94,12 +84,6 @@ Fault checkEntryName(std::string_view name, std::string& reason) {
     if (fault != Fault::none) return fault;
   }
   return Fault::none;
-}
-
-std::string foldedName(std::string_view name) {
-  std::u16string folded = utf8ToUtf16(name);
-  std::transform(folded.begin(), folded.end(), folded.begin(), lower);
-  return utf16ToUtf8(folded);
 }
 
 }  // namespace korvane::archive

@@ -21,7 +21,4 @@ inline constexpr size_t kDeepestPath = 32;    // parts
 // ("NUL", "com1.txt").
 [[nodiscard]] Fault checkEntryName(std::string_view name, std::string& reason);
 
-// The name as two names are compared that differ in case alone.
-std::string foldedName(std::string_view name);
-
 }  // namespace korvane::archive

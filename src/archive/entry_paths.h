@@ -1,10 +1,12 @@
-// The paths that an archive's entries need, compared without case: no two entries may need the same
-// one, and none may be both a file and a directory. A value of one thread.
+// The paths that an archive's entries need, compared without case (platform/names.h): no two entries may
+// need the same one, and none may be both a file and a directory. A value of one thread.
 #pragma once
 
 #include <set>
 #include <string>
 #include <string_view>
+
+#include "platform/names.h"
 
 namespace korvane::archive {
 
@@ -14,9 +16,10 @@ class EntryPaths {
   [[nodiscard]] bool add(std::string_view name);
 
  private:
-  std::set<std::string> _files;
-  std::set<std::string> _directories;
-  std::set<std::string> _named;  // directories that have an entry of their own
+  using Paths = std::set<std::u16string, platform::NameOrder>;
+  Paths _files;
+  Paths _directories;
+  Paths _named;  // directories that have an entry of their own
 };
 
 }  // namespace korvane::archive

@@ -117,7 +117,8 @@ void CloudMethods::policy(const RPCRequest& request, RPCResponse& response) {
 }
 
 void CloudMethods::configuration(const RPCRequest& request, RPCResponse& response) {
-  const PropertyList settings = settingsFrom(request.params, _parts.policies.settingsFile);
+  const PropertyList settings =
+      settingsFrom(request.params, _parts.policies.settingsFile, SettingsSource::cloudChannel);
   checkChangeable(settings);
   const PolicyTurn turn(_parts.policies.shared.turns, _parts.policies.stop);
   if (!turn.taken()) throw RPCError(kCloudStopping, "the agent stops");

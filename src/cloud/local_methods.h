@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "cloud/local_service.h"
@@ -10,10 +11,12 @@
 
 namespace korvane {
 
+class RecentLogs;
 class SettingsFile;
 
 // getTechStatus, getTechNames, getAgentVersion, getStatus
-void addStateMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
+void addStateMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts,
+                     const std::shared_ptr<RecentLogs>& logs);
 // getSettings, setSettings, setTrace
 void addSettingsMethods(RPCServer& server, const LocalParts& parts);
 // getPolicy, queryDriver, retranslate
@@ -22,7 +25,8 @@ void requestRetranslation(SettingsFile& settings, RPCResponse& response);
 // testConnection
 void addConnectionMethods(RPCServer& server, const LocalParts& parts);
 // getLogPointers, getCounters
-void addLogMethods(RPCServer& server, const LocalParts& parts);
+void addLogMethods(RPCServer& server, const LocalParts& parts,
+                   const std::shared_ptr<RecentLogs>& logs);
 // getDiagnostics
 void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
 // All of them.

@@ -1,18 +1,20 @@
 // getLogPointers and getCounters.
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
+#include "cloud/recent_logs.h"
 
 namespace korvane {
 
-void addLogMethods(RPCServer& server, const LocalParts& parts) {
-  const auto add = [&](const char* name, JsonTree (*tree)(const LocalParts&)) {
-    server.add(name, RPCServer::Access::everyone,
-               [tree, &parts](const RPCRequest&, RPCResponse& response) {
-                 response.result = tree(parts);
-               });
-  };
-  add("getLogPointers", logsTree);
-  add("getCounters", [](const LocalParts& of) { return countersTree(of.counters, of.server); });
+void addLogMethods(RPCServer& server, const LocalParts& parts,
+                   const std::shared_ptr<RecentLogs>& logs) {
+  using Access = RPCServer::Access;
+  server.add("getLogPointers", Access::everyone,
+             [&parts, logs](const RPCRequest&, RPCResponse& response) {
+               response.result = logs->get(parts);
+             });
+  server.add("getCounters", Access::everyone, [&parts](const RPCRequest&, RPCResponse& response) {
+    response.result = countersTree(parts.counters, parts.server);
+  });
 }
 
 }  // namespace korvane

@@ -4,12 +4,14 @@
 
 #include "cloud/parameters.h"
 #include "config/masking.h"
-#include "config/setting_check.h"
 #include "config/settings_file.h"
+#include "eventlog/event_log.h"
 #include "rpc/rpc_errors.h"
 
 namespace korvane {
 namespace {
+
+constexpr char kTag[] = "SettingsChange";
 
 bool holdsControl(const std::string& text) {
   return std::any_of(text.begin(), text.end(),
@@ -39,7 +41,18 @@ int countChanged(const SettingsFile& settings, const PropertyList& before) {
 
 }  // namespace
 
-PropertyList settingsFrom(const JsonTree& params, const SettingsFile& settings) {
+void checkIncoming(const IncomingSettings& incoming, SettingsSource source, const std::string& key,
+                   const std::string& value) {
+  const SettingVerdict verdict = incoming.judge(source, STRING(key), STRING(value));
+  if (verdict.refusal.empty()) return;
+  if (verdict.forbidden)
+    eventlog::event(EventId::settingForbidden, kTag, {key, nameOf(source), verdict.refusal});
+  refuseParameter(key, "\"" + maskedSetting(key, value) + "\" " + verdict.refusal);
+}
+
+PropertyList settingsFrom(const JsonTree& params, const SettingsFile& settings,
+                          SettingsSource source) {
+  const IncomingSettings incoming = settings.incoming();
   const JsonTree* given = givenParameter(params, "settings");
   if (!given) refuseParameter("settings", "is missing");
   PropertyList changes;
@@ -52,8 +65,7 @@ PropertyList settingsFrom(const JsonTree& params, const SettingsFile& settings) 
       refuseParameter(name, "the value must be a string, a number, true or false");
     if (holdsControl(child.data()))
       refuseParameter(name, "contains a line break or another control character");
-    if (const std::string fault = settingFault(key, value); !fault.empty())
-      refuseParameter(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
+    checkIncoming(incoming, source, name, child.data());
     changes.emplace_back(key, value);
   }
   if (changes.empty()) refuseParameter("settings", "must be a non-empty object");

@@ -44,7 +44,8 @@ JsonTree settingsTree(const JsonTree& params, const SettingsFile& settings) {
 }
 
 int changeTo(const RPCRequest& request, SettingsFile& settings) {
-  return changeSettings(settings, settingsFrom(request.params, settings));
+  return changeSettings(settings,
+                        settingsFrom(request.params, settings, SettingsSource::localChannel));
 }
 
 void setTrace(const RPCRequest& request, SettingsFile& settings) {
@@ -53,6 +54,7 @@ void setTrace(const RPCRequest& request, SettingsFile& settings) {
   if (const std::string fault = settingFault(key, on); on.empty() || !fault.empty())
     refuseParameter(
         "on", "\"" + on.toUtf8() + "\" " + (fault.empty() ? "is neither true nor false" : fault));
+  checkIncoming(settings.incoming(), SettingsSource::localChannel, key, on.toUtf8());
   changeSettings(settings, {{key, on}});
 }
 

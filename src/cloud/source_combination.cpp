@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "archive/entry_name.h"
+#include "platform/names.h"
+#include "util/utf8.h"
 
 namespace korvane {
 namespace {
@@ -17,6 +19,12 @@ constexpr std::string_view kCombinationFolder = kApplicationsFolder;
 
 bool isLetterOrDigit(char c) {
   return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+}
+
+// In whatever case: an entry that some system puts there.
+bool isBelowFolder(const std::string& entry) {
+  static const std::u16string folder = utf8ToUtf16(kCombinationFolder);
+  return platform::compareNames(utf8ToUtf16(entry).substr(0, folder.size()), folder) == 0;
 }
 
 // Of "applications/web/a.txt": "web" and "a.txt"; false for an entry of the base policy.
@@ -86,7 +94,7 @@ bool SourceCombination::addBase(std::string_view source, bool mayHaveApplication
   ZipArchive zip("the policy", source, sourceLimits());
   if (!zip.open(refusal)) return false;
   for (const Entry& entry : zip.entries()) {
-    if (archive::foldedName(entry.name).starts_with(kCombinationFolder)) {
+    if (isBelowFolder(entry.name)) {
       if (mayHaveApplications) continue;
       return refuse(zip.name(), entry.name,
                     "a base policy must have no entries below \"applications/\"", refusal);

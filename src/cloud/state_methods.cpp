@@ -1,30 +1,12 @@
 // getTechStatus, getTechNames, getAgentVersion and getStatus.
 #include <memory>
-#include <optional>
 
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
-#include "platform/clock.h"
+#include "cloud/recent_logs.h"
 
 namespace korvane {
 namespace {
-
-// What a client that asks again and again gets without the logs being read each time.
-class RecentLogs {
- public:
-  const JsonTree& get(const LocalParts& parts) {
-    const int64_t now = parts.clock.monotonicMs();
-    if (_takenAt && now - *_takenAt <= kKeptMs) return _logs;
-    _logs = logsTree(parts);
-    _takenAt = parts.clock.monotonicMs();
-    return _logs;
-  }
-
- private:
-  static constexpr int64_t kKeptMs = 5000;
-  JsonTree _logs;
-  std::optional<int64_t> _takenAt;  // monotonic
-};
 
 void addText(RPCServer& server, const char* method, const char* member,
              const std::function<std::string()>& text) {
@@ -36,23 +18,24 @@ void addText(RPCServer& server, const char* method, const char* member,
 
 }  // namespace
 
-void addStateMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts) {
+void addStateMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts,
+                     const std::shared_ptr<RecentLogs>& logs) {
   addText(server, "getTechStatus", "status", about.techStatus);
   addText(server, "getTechNames", "names", about.techNames);
   addText(server, "getAgentVersion", "version", about.version);
   server.add("getStatus", RPCServer::Access::everyone,
-             [&about, &parts, logs = std::make_shared<RecentLogs>()](const RPCRequest&,
-                                                                     RPCResponse& response) {
+             [&about, &parts, logs](const RPCRequest&, RPCResponse& response) {
                response.result = statusTree(about, parts, logs->get(parts));
              });
 }
 
 void addLocalMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts) {
-  addStateMethods(server, about, parts);
+  const auto logs = std::make_shared<RecentLogs>();
+  addStateMethods(server, about, parts, logs);
   addSettingsMethods(server, parts);
   addPolicyMethods(server, parts);
   addConnectionMethods(server, parts);
-  addLogMethods(server, parts);
+  addLogMethods(server, parts, logs);
   addDiagnosticsMethods(server, about, parts);
 }
 

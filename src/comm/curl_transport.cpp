@@ -10,6 +10,7 @@
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/sockets.h"
+#include "util/terminal_text.h"
 
 namespace korvane {
 namespace {
@@ -49,8 +50,9 @@ std::string headerLine(const std::string& name, const std::string& value) {
 int httpsDebugger(CURL*, curl_infotype type, char* bytes, size_t size, void*) {
   static constexpr const char* kMark[] = {"* ", "< ", "> "};
   if (type > CURLINFO_HEADER_OUT) return 0;
-  std::fputs(kMark[type], stdout);
-  std::fwrite(bytes, 1, size, stdout);
+  std::string text = kMark[type] + std::string(bytes, size);
+  std::erase(text, '\r');
+  std::fputs(terminalText(text).c_str(), stdout);
   return 0;
 }
 

@@ -20,8 +20,10 @@ constexpr char kModTime[] = "mod.time";
 constexpr char kAppliedRid[] = "rid.applied";
 constexpr uint64_t kMaxDiagnosticBytes = 64 * 1024 * 1024;
 
+// What is outstanding; the settings of signatures begin alike.
 bool isPolling(const STRING& name) {
-  return name.startsWith("update.") || name.startsWith("send.");
+  return (name.startsWith("update.") && !name.startsWith("update.signing.")) ||
+         name.startsWith("send.");
 }
 bool isIds(const STRING& name) {
   return name.startsWith("ids.");

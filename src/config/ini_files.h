@@ -41,6 +41,7 @@ class IniFiles {
   IniFiles(platform::Files& files, platform::Clock& clock, std::string directory)
       : _files(files), _clock(clock), _directory(std::move(directory)) {}
 
+  const std::string& directory() const { return _directory; }
   bool usable() const { return !_directory.empty(); }
   std::string agentIni() const { return path("agent.ini"); }
   std::string fallbackIni() const { return path("fallback.ini"); }

@@ -53,6 +53,9 @@ std::string installedFile(const std::string& name) {
   const std::string base = installDirectory();
   return base.empty() ? base : platform::joinPath(platform::current().files, {base, name});
 }
+std::string placeOfSetting(const std::string& path) {
+  return platform::isAbsolutePath(path) ? path : installedFile(path);
+}
 std::string idsDirectory() {
   return below("IDS");
 }

@@ -18,6 +18,8 @@ std::string installRoot();
 std::string installDirectory();
 // A file of the agent's own. Empty when there is no root.
 std::string installedFile(const std::string& name);
+// A path as a setting has it: a relative one is below installDirectory().
+std::string placeOfSetting(const std::string& path);
 // installRoot()/IDS: the IDS component's files. Empty when there is no root.
 std::string idsDirectory();
 // Takes this root instead, without asking anyone; an empty one forgets what was found.

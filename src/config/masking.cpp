@@ -1,7 +1,6 @@
 #include "config/masking.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "config/settings_table.h"
 
@@ -9,39 +8,45 @@ namespace korvane {
 namespace {
 
 constexpr size_t kShownOfIdentifier = 8;
+constexpr std::string_view kSchemeMark = "://";
+constexpr std::string_view kEndOfWord = " \t\r\n\"'<>";
 
-std::string lower(std::string_view text) {
-  std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return out;
+// A word up to the last "@", whose user begins at `begin`.
+std::string maskedBeforeAt(std::string_view word, size_t begin) {
+  return std::string(word.substr(0, begin)) + kMask + std::string(word.substr(word.rfind('@')));
 }
 
-bool namesSecret(std::string_view key) {
-  const std::string name = lower(key);
-  for (const char* word : {"password", "passwd", "secret", "token", "private", "credential"})
-    if (name.find(word) != std::string::npos) return true;
-  return false;
+std::string wordWithoutUser(std::string_view word) {
+  const size_t at = word.rfind('@');
+  if (at == std::string_view::npos) return std::string(word);
+  const std::string_view before = word.substr(0, at);
+  if (const size_t scheme = before.find(kSchemeMark); scheme != std::string_view::npos)
+    return maskedBeforeAt(word, scheme + kSchemeMark.size());
+  const size_t colon = before.find(':');
+  if (colon == std::string_view::npos) return std::string(word);
+  return maskedBeforeAt(word, before.substr(0, colon).find_last_of("=,(;") + 1);  // npos + 1 is 0
 }
 
-// The user information of a URL ends at the last '@' before its path.
-std::string withoutUsers(std::string_view text) {
-  constexpr std::string_view kScheme = "://";
-  std::string out;
-  for (;;) {
-    const size_t scheme = text.find(kScheme);
-    if (scheme == std::string_view::npos) return out += text;
-    out += text.substr(0, scheme + kScheme.size());
-    text.remove_prefix(scheme + kScheme.size());
-    const std::string_view authority = text.substr(0, text.find_first_of("/?# \t\r\n\"<>"));
-    const size_t at = authority.rfind('@');
-    if (at == std::string_view::npos) continue;
-    out += kMask;
-    text.remove_prefix(at);
-  }
+// A value that is a server's URL or names servers: whatever stands before an "@" is a user.
+std::string withoutUserOfServer(std::string_view value) {
+  const size_t at = value.rfind('@');
+  if (at == std::string_view::npos) return std::string(value);
+  const size_t scheme = value.substr(0, at).find(kSchemeMark);
+  return maskedBeforeAt(value, scheme == std::string_view::npos ? 0 : scheme + kSchemeMark.size());
 }
 
 }  // namespace
+
+std::string withoutUsers(std::string_view text) {
+  std::string out;
+  while (!text.empty()) {
+    const size_t end = std::min(text.find_first_of(kEndOfWord), text.size());
+    out += wordWithoutUser(text.substr(0, end));
+    if (end < text.size()) out += text[end];
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return out;
+}
 
 std::string maskedIdentifier(const std::string& identifier) {
   if (identifier.empty()) return {};
@@ -50,8 +55,10 @@ std::string maskedIdentifier(const std::string& identifier) {
 }
 
 std::string maskedSetting(std::string_view key, const std::string& value) {
-  if (key == rowOf(Key::agentId).name) return maskedIdentifier(value);
-  if (!value.empty() && namesSecret(key)) return kMask;
+  const SettingRow* row = findRow(STRING(key));
+  if (!row) return value.empty() ? "" : kMask;
+  if (row->key == Key::agentId) return maskedIdentifier(value);
+  if (row->key == Key::agentUrl || row->key == Key::serverList) return withoutUserOfServer(value);
   return withoutUsers(value);
 }
 

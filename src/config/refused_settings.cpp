@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "config/ini_text.h"
-#include "config/masking.h"
 
 namespace korvane {
 namespace {
@@ -18,9 +17,8 @@ std::string start(const STRING& text, size_t units) {
 }
 
 std::string named(const RefusedSetting& setting) {
-  const std::string value =
-      maskedSetting(setting.key.toUtf8(), start(setting.value, kShownValueUnits));
-  return start(setting.key, kShownKeyUnits) + "=" + value + " " + setting.reason;
+  return start(setting.key, kShownKeyUnits) + "=" + start(setting.value, kShownValueUnits) + " " +
+         setting.reason;
 }
 
 }  // namespace

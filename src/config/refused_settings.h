@@ -16,12 +16,12 @@ namespace korvane {
 
 struct RefusedSetting {
   STRING key;
-  STRING value;
+  STRING value;        // its beginning, secrets masked
   std::string reason;  // goes on behind the value: "is too long"
 };
 
 // One line without control characters, at most some 2,000 characters: the first ten with
-// their reasons, secrets masked, long keys and values cut, and how many there are in all.
+// their reasons, long keys and values cut, and how many there are in all.
 // Empty when there are none.
 std::string refusedSettingsText(const std::vector<RefusedSetting>& refused);
 

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <iterator>
 
+#include "config/ini_text.h"
 #include "config/masking.h"
 #include "config/url_text.h"
 #include "config/value_map.h"
+#include "util/terminal_text.h"
 
 namespace korvane {
 namespace {
@@ -41,6 +43,31 @@ std::string urlFault(const STRING& value) {
   return url.port.empty() || isPort(url.port) ? "" : "names no port from 1 to 65535";
 }
 
+// A number that the agent takes and cannot use.
+struct Range {
+  Key key;
+  int64_t least;
+  int64_t most;
+};
+
+constexpr Range kRanges[] = {{Key::logDiskUpperLimit, 0, 100},
+                             {Key::logDiskLowerLimit, 0, 100},
+                             {Key::logRolloverCause, 0, 2}};
+
+std::string rowDoubt(const SettingRow& row, const STRING& value, bool plainHttp) {
+  if (row.key == Key::agentUrl) {
+    if (!value.startsWith("https://") && !(plainHttp && value.startsWith("http://")))
+      return "does not begin with https://";
+    if (!value.endsWith("/")) return "does not end with /, and paths are appended to it";
+  }
+  if (row.key == Key::logPriority && value != "low" && value != "norm" && value != "high")
+    return "is not low, norm or high";
+  for (const Range& range : kRanges)
+    if (range.key == row.key && (value.toInt() < range.least || value.toInt() > range.most))
+      return "is not from " + std::to_string(range.least) + " to " + std::to_string(range.most);
+  return {};
+}
+
 }  // namespace
 
 bool comesWithPolicy(const STRING& key) {
@@ -51,6 +78,7 @@ bool comesWithPolicy(const STRING& key) {
 }
 
 std::string settingFault(const STRING& key, const STRING& value) {
+  if (value.length() > ValueMap::kMaxValueUnits) return "is too long";
   if (value.find(kMask) != STRING::npos) return "holds a mask in place of the secret";
   const SettingRow* row = findRow(key);
   if (!row) return {};
@@ -60,6 +88,15 @@ std::string settingFault(const STRING& key, const STRING& value) {
   if (row->key == Key::tcpPort && probe.number(row->key) > kLastPort)
     return "is not a port from 0 to 65535";
   return {};
+}
+
+std::string settingDoubt(const STRING& key, const STRING& value, bool plainHttp) {
+  const STRING held = lineValue(value);
+  const std::string text = (oneLine(key) + held).toUtf8();
+  if (terminalText(text) != text)
+    return "holds characters that steer a terminal or turn the reading direction";
+  const SettingRow* row = findRow(key);
+  return row && !held.empty() ? rowDoubt(*row, held, plainHttp) : "";
 }
 
 }  // namespace korvane

@@ -1,6 +1,8 @@
-// Whether a value is valid for a setting, and if not, why; and which names are not settings. Pure.
+// Whether a value is valid for a setting, and if not, why; and which names are not settings. One set of
+// rules for whoever asks: `agentctl config`, the channels, the server's configurations. Pure.
 //
-//   settingFault("polling.interval", "soon")  // "is not a number from 0 to 4294967295"
+//   settingFault("polling.interval", "soon")   // "is not a number from 0 to 4294967295"
+//   settingDoubt("log.disk.upperlimit", "900")  // "is not from 0 to 100"
 #pragma once
 
 #include <string>
@@ -12,8 +14,12 @@ namespace korvane {
 inline constexpr int kLastPort = 65535;
 
 // Empty for a value that the store takes and the agent can use; a key that is not in the
-// table takes any.
+// table takes any that is not too long.
 std::string settingFault(const STRING& key, const STRING& value);
+// Why a value without a fault is hardly meant: the agent takes it and cannot use it, or it reads other
+// than it is. Empty for every other; of a key that is not in the table only the latter counts.
+// `plainHttp`: http is allowed.
+std::string settingDoubt(const STRING& key, const STRING& value, bool plainHttp = false);
 // Whether a key tells of the policy in force: it changes with the policy alone and is no
 // setting that anybody sends.
 bool comesWithPolicy(const STRING& key);

@@ -95,9 +95,13 @@ bool SettingsFile::newConfiguration(const PropertyList& properties,
                                     std::vector<RefusedSetting>& refused) {
   const ChangeGroup group(*this);
   refused.clear();
+  const IncomingSettings judge = incoming();
+  std::vector<SettingVerdict> verdicts;
+  for (const auto& [key, value] : properties)
+    verdicts.push_back(judge.judge(SettingsSource::server, key, value));
   {
     const Synchronized hold(_store.lock);
-    _store.applyFromServer(properties, refused);
+    _store.applyFromServer(properties, verdicts, refused);
   }
   if (!refused.empty())
     eventlog::event(EventId::configurationPartlyRefused, kServerTag,
@@ -111,6 +115,10 @@ bool SettingsFile::newConfiguration(const PropertyList& properties,
   }
   _store.lastWriteFailed = !written;
   return written;
+}
+
+IncomingSettings SettingsFile::incoming() const {
+  return _store.incoming();
 }
 
 PropertyList SettingsFile::allValues() const {

@@ -8,6 +8,7 @@
 
 #include "config/change_all.h"
 #include "config/change_group.h"
+#include "config/incoming_settings.h"
 #include "util/property_list.h"
 #include "util/string.h"
 
@@ -41,11 +42,13 @@ class SettingsFile {
   // Writes fallback.ini, then agent.ini.
   [[nodiscard]] bool UpdateAllIni();
   // Settings from the server: sets every pair, then writes agent.ini once; false when that
-  // fails. What cannot be a value of its key is left out, named in `refused` and in event
-  // 10526; the rest is in force.
+  // fails. What the server may not set, or cannot be a value of its key, is left out, named in
+  // `refused` and in event 10526; the rest is in force.
   [[nodiscard]] bool newConfiguration(const PropertyList& properties);
   [[nodiscard]] bool newConfiguration(const PropertyList& properties,
                                       std::vector<RefusedSetting>& refused);
+  // What judges settings that come from elsewhere, as the settings are now.
+  IncomingSettings incoming() const;
   // The whole configuration as the text of an ini file, checksum included.
   STRING exportConfigData() const;
   // Any key by its name; one that is not in the table belongs to [Other]. False for a name that

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "config/fips.h"
+#include "config/masking.h"
 #include "config/url_text.h"
 #include "eventlog/event_log.h"
 #include "util/ignore_result.h"
@@ -72,7 +73,8 @@ bool SettingsStore::assign(const SettingRow& row, const STRING& value) {
   ValueMap& store = mapKindOf(row) == MapKind::communication ? communication : settings;
   const ValueMap::Result result = store.set(row, value);
   if (result == ValueMap::Result::refused) {
-    eventlog::trace("AgentConfig::setValue", "Refused %s=%s", row.name, value);
+    eventlog::trace("AgentConfig::setValue", "Refused %s=%s", row.name,
+                    maskedSetting(row.name, value.toUtf8()));
     return false;
   }
   if (result == ValueMap::Result::changed) {
@@ -87,7 +89,8 @@ bool SettingsStore::assignByName(const STRING& key, const STRING& value) {
   const ValueMap::Result result =
       isKeyName(key) ? settings.setOther(key, value) : ValueMap::Result::refused;
   if (result == ValueMap::Result::refused) {
-    eventlog::trace("AgentConfig::setValue", "Refused %s=%s", key, value);
+    eventlog::trace("AgentConfig::setValue", "Refused %s=%s", key,
+                    maskedSetting(key.toUtf8(), value.toUtf8()));
     return false;
   }
   if (result == ValueMap::Result::changed) {

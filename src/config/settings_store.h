@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -16,6 +17,7 @@
 #include "agent/thread/locks.h"
 #include "config/change_all.h"
 #include "config/change_group.h"
+#include "config/incoming_settings.h"
 #include "config/ini_files.h"
 #include "config/refused_settings.h"
 #include "config/server_list.h"
@@ -54,9 +56,11 @@ class SettingsStore {
   // Sets a value without writing it; false when it is refused.
   [[nodiscard]] bool assign(const SettingRow& row, const STRING& value) REQUIRES(lock);
   [[nodiscard]] bool assignByName(const STRING& key, const STRING& value) REQUIRES(lock);
-  // A configuration from the server, without its write and its event.
-  void applyFromServer(const PropertyList& properties, std::vector<RefusedSetting>& refused)
-      REQUIRES(lock);
+  // What judges settings from elsewhere now; without the lock.
+  IncomingSettings incoming() const;
+  // A configuration from the server, without its write and its event. `verdicts`: of each pair.
+  void applyFromServer(const PropertyList& properties, std::span<const SettingVerdict> verdicts,
+                       std::vector<RefusedSetting>& refused) REQUIRES(lock);
   // Why assignByName() refused what has no fault of its own.
   std::string refusalReason(const STRING& key, const STRING& value) const REQUIRES(lock);
   // Null for an unknown key.

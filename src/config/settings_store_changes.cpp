@@ -1,9 +1,12 @@
 // Several settings as one change.
+#include <iterator>
 #include <utility>
 
+#include "config/masking.h"
 #include "config/setting_check.h"
 #include "config/settings_store.h"
 #include "platform/files.h"
+#include "platform/paths.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -40,16 +43,32 @@ std::string SettingsStore::refusalReason(const STRING& key, const STRING& value)
   return "finds no room among the settings";
 }
 
+IncomingSettings SettingsStore::incoming() const {
+  const Synchronized hold(lock);
+  const STRING* plainHttp = find("agent.http.plain.enabled");
+  return IncomingSettings({_systemFiles, platform::directoryOf(files.directory()),
+                           files.directory(), settings.text(Key::settingsLocalOnly),
+                           plainHttp && plainHttp->toBool()});
+}
+
 void SettingsStore::applyFromServer(const PropertyList& properties,
+                                    std::span<const SettingVerdict> verdicts,
                                     std::vector<RefusedSetting>& refused) {
   const unsigned before = std::exchange(momentsOutstanding, 0);
-  for (const auto& [key, value] : properties) {
+  std::vector<RefusedSetting> others;  // named behind those that are forbidden
+  for (size_t i = 0; i < properties.size(); ++i) {
+    const auto& [key, value] = properties[i];
     if (comesWithPolicy(key)) continue;
-    std::string reason = settingFault(key, value);
+    std::string reason = verdicts[i].refusal;
     if (reason.empty() && assignByName(key, value)) continue;
     if (reason.empty()) reason = refusalReason(key, value);
-    refused.push_back({key, value.substr(0, kRefusedValueUnits), std::move(reason)});
+    const STRING kept = value.substr(0, ValueMap::kMaxValueUnits);
+    const STRING shown(maskedSetting(key.toUtf8(), kept.toUtf8()));
+    (verdicts[i].forbidden ? refused : others)
+        .push_back({key, shown.substr(0, kRefusedValueUnits), std::move(reason)});
   }
+  refused.insert(refused.end(), std::make_move_iterator(others.begin()),
+                 std::make_move_iterator(others.end()));
   if (momentsOutstanding != 0) momentsOutstanding |= 1u << fromServer;
   momentsOutstanding |= before;
 }

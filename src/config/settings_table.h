@@ -51,6 +51,7 @@ enum class Key : int {
   idsPlusPolicyFile,
   idsSignalTimeout,
   sslTrustStore,
+  settingsLocalOnly,
   logDiskUpperLimit,
   logDiskLowerLimit,
   bulkIdleInterval,
@@ -108,6 +109,8 @@ enum class ValueType {
   integer,      // signed 32-bit, decimal
   interval,     // unsigned 32-bit, decimal
   enumeration,  // a small number from 0
+  path,         // a text that names a file or folder
+  paths,        // a text in which files may be named
 };
 
 // Which of the two name/value maps a setting lives in: the small one holds the sections [Agent],

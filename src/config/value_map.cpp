@@ -28,10 +28,14 @@ bool parseBool(const STRING& text, int64_t& out) {
   return out || text.equalsIgnoreCase("false") || text == "0";
 }
 
+bool isText(ValueType type) {
+  return type == ValueType::text || type == ValueType::path || type == ValueType::paths;
+}
+
 // Reads `text` as the row's type and gives it the one spelling that is stored. An empty text stands
 // for the default of a setting that is not a text.
 bool readTyped(const SettingRow& row, STRING& text, int64_t& number) {
-  if (row.type == ValueType::text) return true;
+  if (isText(row.type)) return true;
   if (text.empty()) text = row.defaultText;
   using Limits = std::numeric_limits<int32_t>;
   switch (row.type) {

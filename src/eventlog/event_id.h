@@ -66,6 +66,7 @@ enum class EventId : int {
   fipsNotSwitched = 10524,
   settingValuesIgnored = 10525,
   configurationPartlyRefused = 10526,
+  settingForbidden = 10527,
   // The translator library
   translatorNotLoaded = 10530,
   translatorUnusable = 10531,

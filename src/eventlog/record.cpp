@@ -4,7 +4,7 @@
 #include <charconv>
 
 #include "util/dates.h"
-#include "util/utf8.h"
+#include "util/terminal_text.h"
 
 namespace korvane::eventlog {
 namespace {
@@ -32,27 +32,27 @@ size_t fittingPrefix(std::string_view text, size_t room) {
   return i;
 }
 
-void appendEscaped(std::string& out, std::string_view text) {
+void appendQuoted(std::string& out, std::string_view text) {
   for (const char c : text) {
     if (c == '"') out += '"';
-    out += isControl(c) ? ' ' : c;
+    out += c;
   }
 }
 
 // Appends a separator and the field, in at most `room` bytes but for the mark of a cut.
 void appendField(std::string& out, std::string_view text, size_t room) {
   // What lies beyond the cut need not be looked at; no character has more than four bytes.
-  text = text.substr(0, room + 4);
-  std::string repaired;
-  if (!isValidUtf8(text)) {
-    repaired = utf16ToUtf8(utf8ToUtf16(text));
-    text = repaired;
-  }
+  std::string shown(text.substr(0, room + 4));
+  std::replace_if(shown.begin(), shown.end(), isControl, ' ');
+  const bool ascii = std::all_of(shown.begin(), shown.end(),
+                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  if (!ascii) shown = terminalText(shown);
+  text = shown;
   out += ',';
   const size_t length = fittingPrefix(text, room);
   const bool quoted = text.find_first_of(",\"") != std::string_view::npos;
   if (quoted) out += '"';
-  appendEscaped(out, text.substr(0, length));
+  appendQuoted(out, text.substr(0, length));
   if (length < text.size()) out += kCutMark;
   if (quoted) out += '"';
 }

@@ -30,9 +30,9 @@ struct Record {
   std::span<const std::string> insertions;
 };
 
-// Appends the record's line with its line feed. Control characters become blanks and
-// malformed UTF-8 becomes U+FFFD; what is too long ends in "...(cut)", and insertions
-// beyond the last field are left out.
+// Appends the record's line with its line feed. ASCII's control characters become blanks, the rest is
+// as terminalText() has it; what is too long ends in "...(cut)", and insertions beyond the last field
+// are left out.
 void appendRecord(std::string& out, const Record& record);
 
 // The sequence number of the last whole record in the last bytes of a log; 0 when there is none.

@@ -73,6 +73,9 @@ class Files {
   // another holder of this process has it.
   [[nodiscard]] virtual int lock(const std::string& path, std::unique_ptr<FileLock>& out) = 0;
   [[nodiscard]] virtual int info(const std::string& path, FileInfo& out) = 0;
+  // Where a full path leads once every link on the way is followed; of what is not there yet, where it
+  // would be made. ELOOP or another error for links that lead in circles, or nowhere on Windows.
+  [[nodiscard]] virtual int resolve(const std::string& path, std::string& out) = 0;
   // Puts `from` in the place of `to` in one step: a reader sees the old file or the new one.
   [[nodiscard]] virtual int replace(const std::string& from, const std::string& to) = 0;
   // Renames; EEXIST when `to` exists.

@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdio.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@ namespace {
 // State and logs of a privileged agent are nobody else's to write, and its group's to read.
 constexpr mode_t kFileMode = 0640;
 constexpr mode_t kDirectoryMode = 0750;
+constexpr int kMostLinks = 40;  // that one path goes through, as the system itself has it
 
 int errnoOf(int returned) {
   return returned == 0 ? 0 : errno;
@@ -148,6 +150,33 @@ class PosixFiles final : public Files {
     if (::stat(path.c_str(), &found) != 0) return errno;
     fill(found, out);
     return 0;
+  }
+
+  int resolve(const std::string& path, std::string& out) override {
+    std::string rest = path;
+    std::string done;
+    for (int links = 0; links <= kMostLinks;) {
+      const size_t begin = rest.find_first_not_of('/');
+      if (begin == std::string::npos) {
+        out = done.empty() ? "/" : done;
+        return 0;
+      }
+      const size_t end = std::min(rest.find('/', begin), rest.size());
+      const std::string part = rest.substr(begin, end - begin);
+      rest.erase(0, end);
+      if (part == "..") done.erase(std::min(done.rfind('/'), done.size()));
+      if (part == "." || part == "..") continue;
+      done += '/' + part;
+      char target[PATH_MAX];
+      const ssize_t length = ::readlink(done.c_str(), target, sizeof target);
+      if (length < 0 && errno != EINVAL && errno != ENOENT && errno != ENOTDIR) return errno;
+      if (length < 0) continue;
+      if (static_cast<size_t>(length) == sizeof target) return ENAMETOOLONG;
+      rest.insert(0, target, static_cast<size_t>(length));
+      done.erase(target[0] == '/' ? 0 : done.rfind('/'));
+      ++links;
+    }
+    return ELOOP;
   }
 
   int replace(const std::string& from, const std::string& to) override {

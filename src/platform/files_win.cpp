@@ -15,6 +15,7 @@ namespace {
 constexpr DWORD kHeldMs = 200;
 constexpr DWORD kHeldStepMs = 10;
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kMostPathUnits = 32768;
 constexpr DWORD kOnePiece = 1u << 30;  // the most that one call moves
 // 1970-01-01 in FILETIME's count of 100 ns since 1601-01-01.
 constexpr int64_t kUnixEpochTicks = 116444736000000000;
@@ -162,6 +163,11 @@ FileHandle openAttributes(const std::wstring& path) {
                                   OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 
+bool isLink(const std::wstring& path) {
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
 class WinFiles final : public Files {
  public:
   char separator() const override { return '\\'; }
@@ -190,6 +196,29 @@ class WinFiles final : public Files {
   int info(const std::string& path, FileInfo& out) override {
     const FileHandle file = openAttributes(widePath(path));
     return file ? fillInfo(file.get(), out) : lastErrno();
+  }
+
+  int resolve(const std::string& path, std::string& out) override {
+    std::string there = path;
+    for (std::string rest;;) {
+      if (const FileHandle file = openAttributes(widePath(there))) {
+        std::wstring name(kMostPathUnits, L'\0');
+        const DWORD length =
+            ::GetFinalPathNameByHandleW(file.get(), name.data(), kMostPathUnits, 0);
+        if (length == 0 || length >= kMostPathUnits) return length ? ENAMETOOLONG : lastErrno();
+        out = narrow(name.substr(0, length)) + rest;
+        return 0;
+      }
+      const DWORD error = ::GetLastError();
+      if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
+        return errnoOfWin32(error);
+      if (isLink(widePath(there))) return ELOOP;
+      rest.insert(0, '\\' + fileNameOf(there));
+      std::string above = directoryOf(there);
+      if (above.ends_with(':')) above += '\\';  // the drive's root, not its current folder
+      if (above.empty() || above == there) return ENOENT;
+      there = std::move(above);
+    }
   }
 
   int replace(const std::string& from, const std::string& to) override {

@@ -66,7 +66,8 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   if (settings.empty() && identity.empty() && rules.empty() && idsSettings.empty())
     result = {kNothingNew, "No new configuration data provided."};
   if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
-  if (preventionInForce(_parts.settings.policy)) {
+  const bool wishMayCome = !_parts.settings.file.incoming().keptLocal("use.builtin.policy");
+  if (wishMayCome && preventionInForce(_parts.settings.policy)) {
     const STRING problem = _builtInSwitch.follow(settings);
     if (!problem.empty() && result.ok()) result = {kPolicyFailure, problem};
   }

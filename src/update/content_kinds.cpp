@@ -32,7 +32,7 @@ constexpr std::array<ContentKind, 4> kKinds{{
 std::string ContentKind::directory(const platform::Files& files,
                                    const UpdateSettings& settings) const {
   const STRING configured = (settings.*configuredDirectory)();
-  if (!configured.empty()) return configured.toUtf8();
+  if (!configured.empty()) return placeOfSetting(configured.toUtf8());
   return platform::joinPath(files, {installDirectory(), "content", shortName});
 }
 

@@ -131,8 +131,8 @@ void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
   std::string bytes;
   // Without a result the update has failed, which is what is reported.
   ignoreResult(platform::readWholeFile(
-      files, platform::joinPath(files, {directory.toUtf8(), kUpdateResultsFile}), kLargestResults,
-      bytes));
+      files, platform::joinPath(files, {placeOfSetting(directory.toUtf8()), kUpdateResultsFile}),
+      kLargestResults, bytes));
   PropertyList pairs = parseUpdateResults(bytes);
   if (!findProperty(pairs, "result.errorcode"))
     pairs.insert(pairs.begin(), failure().begin(), failure().end());

@@ -97,7 +97,10 @@ class Settings(Installed):
         self.assertIn("given twice", self.refused(USAGE, "config", "set", "agent.name=x", "agent.name=y"))
         self.assertEqual(self.ini.read_bytes(), kept, "all of it or nothing")
         self.ask("config", "set", "--force", "vendor.key=7")
-        self.assertIn("[Other]\nvendor.key=7\n", self.ask("config", "get"))
+        self.assertIn("[Other]\nvendor.key=****\n", self.ask("config", "get"))
+        self.assertIn("[Other]\nvendor.key=7\n", self.ask("config", "get", "--show"))
+        self.assertEqual(self.ask("config", "set", "--force", "--show", "vendor.key=8").splitlines()[0], "vendor.key: 7 -> 8")
+        self.assertIn("+vendor.key=****\n", self.ask("config", "diff"))
         self.assertIn("Did you mean tcp.port?", self.refused(FAILED, "config", "get", "tcp.prot"))
 
     def test_damaged_files_are_told_and_not_touched(self):

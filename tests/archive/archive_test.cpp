@@ -80,6 +80,8 @@ TEST(ArchiveTest, ContentsThatAreRefused) {
        {{plain, plain},
         {plain, {.name = "PLAIN"}},
         {{.name = "\u00e4\u03c3\u0436"}, {.name = "\u00c4\u03a3\u0416"}},
+        {{.name = "\u0161\uff41\u03ac"}, {.name = "\u0160\uff21\u0386"}},
+        {{.name = "d\u0178/x"}, {.name = "D\u00ff"}},
         {plain, {.name = "Plain/x"}},
         {{.name = "plain/x"}, plain},
         {{.name = "d/"}, {.name = "D/"}}}},

@@ -23,7 +23,8 @@ TEST_F(ValuesTest, TheReferenceListsTheTable) {
     }
   }
   ASSERT_EQ(rows.size(), settingsTable().size() + 1) << "and the row of the checksum";
-  const char* const types[] = {"text", "bool", "integer", "unsigned", "enumeration"};
+  const char* const types[] = {"text",        "bool", "integer", "unsigned",
+                               "enumeration", "path", "paths"};
   for (const SettingRow& row : settingsTable()) {
     const auto& cells = rows[static_cast<size_t>(row.key)];
     EXPECT_EQ(cells[0], std::string("[") + row.section + "]");

@@ -217,17 +217,18 @@ TEST_F(WritingTest, SettingsFromTheServer) {
                                          {"agentini.checksum", "x"},
                                          {"[Checksum]", "x"},
                                          {"", "nameless"},
-                                         {"long", std::string(70000, 'l')},
+                                         {"agent.name", std::string(70000, 'l')},
                                          {"agent.http.url", "file:///etc/"},
                                          {"tcp.port", "70000"},
                                          {"a.password\n", "x\ny"},
-                                         {"tcp.enabled", "may\nbe"}},
+                                         {"tcp.enabled", "may\nbe"},
+                                         {"agentlog.logfile", "/etc/x"}},
                                         refused));
   const std::string text =
-      "9 settings refused: polling.interval=-1 is not a number from 0 to 4294967295; "
-      "agentini.checksum=x names nothing that can be set; [Checksum]=x names nothing that can be "
-      "set; "
-      "=nameless names nothing that can be set; long=" +
+      "10 settings refused: agentlog.logfile=/etc/x names a file or folder outside the "
+      "installation; polling.interval=-1 is not a number from 0 to 4294967295; "
+      "agentini.checksum=**** names nothing that can be set; [Checksum]=**** names nothing that "
+      "can be set; =**** names nothing that can be set; agent.name=" +
       std::string(40, 'l') +
       "... is too long; agent.http.url=file:///etc/ begins with neither https:// nor http://; "
       "tcp.port=70000 is not a port from 0 to 65535; a.password=**** names nothing that can be "
@@ -245,7 +246,7 @@ TEST_F(WritingTest, SettingsFromTheServer) {
   EXPECT_EQ(valueOnDisk(fake.files, "log.reader.limit"), "9");
   EXPECT_TRUE(config().useBuiltInPolicy());
   EXPECT_EQ(config().getValue("mod.time"), STRING("a  agent.id=evil"));
-  EXPECT_FALSE(config().hasValue("long"));
+  EXPECT_TRUE(config().getAgentName().empty());
   EXPECT_TRUE(restart().getUniqueId().empty());
 }
 

@@ -55,6 +55,8 @@ TEST(Record, IsReadBackAsItWasWritten) {
       {"two\r\nlines\tand a tab", "two  lines and a tab"},
       {"\xC3\xA4\xF0\x9F\x98\x80", "\xC3\xA4\xF0\x9F\x98\x80"},
       {"bad \xC3\x28", "bad \xEF\xBF\xBD\x28"},
+      {"\u007f\u009b31m\u061c\u200e\u202a\u2066", " \\u009b31m\\u061c\\u200e\\u202a\\u2066"},
+      {"\u00a0\u200d\u2010\u202f\u206a", "\u00a0\u200d\u2010\u202f\u206a"},
   };
   for (const auto& text : texts) {
     const std::vector<std::string> insertions = {text.written, "last"};

@@ -93,7 +93,7 @@ class Terminal(Attack):
         wait_until(lambda: self.told("certificate"), 30, "the refusal")
         for surface, text in self.surfaces((("test-connection",), ("test-connection", "--json"))).items():
             self.clean(surface, text)
-        self.clean("the host's output", (self.work / "agent.log").read_text(encoding="utf-8", errors="replace"))
+        self.clean("the host's output", (self.work / "agent.log").read_text(encoding="utf-8", errors="replace") + "evil")
 
     def test_texts_of_a_server(self):
         self.serve()

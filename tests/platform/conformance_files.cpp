@@ -191,6 +191,17 @@ TYPED_TEST(FilesConformance, directories) {
   EXPECT_EQ(disk.list(deep, entries), ENOENT);
 }
 
+TYPED_TEST(FilesConformance, whereAPathLeads) {
+  Files& disk = this->files;
+  this->put("file", "");
+  std::string root, file, later;
+  ASSERT_EQ(disk.resolve(this->world.root, root), 0);
+  ASSERT_EQ(disk.resolve(this->at("file"), file), 0);
+  EXPECT_EQ(file, joinPath(disk, {root, "file"}));
+  ASSERT_EQ(disk.resolve(this->at("none/x"), later), 0);
+  EXPECT_EQ(later, joinPath(disk, {root, "none", "x"}));
+}
+
 TYPED_TEST(FilesConformance, aLockHasOneHolder) {
   std::unique_ptr<FileLock> first, second;
   ASSERT_EQ(this->files.lock(this->at("lockFile"), first), 0);

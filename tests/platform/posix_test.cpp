@@ -47,6 +47,28 @@ class PosixTest : public testing::Test {
   }
 };
 
+TEST_F(PosixTest, linksAreFollowedToWhatIsThereAndToWhatIsNot) {
+  std::string root;
+  ASSERT_EQ(platform.files.resolve(directory.path(), root), 0);
+  const std::pair<const char*, std::string> links[] = {
+      {"absolute", "/dev/null"}, {"dangling", "/nowhere/x"}, {"up", "../"},
+      {"chain", "absolute"},     {"loop", "loop"},           {"here", "."}};
+  for (const auto& [name, target] : links)
+    ASSERT_EQ(::symlink(target.c_str(), (root + "/" + name).c_str()), 0);
+  const std::string above = directoryOf(root);
+  const std::pair<const char*, std::string> cases[] = {
+      {"chain", "/dev/null"},     {"dangling", "/nowhere/x"},   {"dangling/y", "/nowhere/x/y"},
+      {"up/y", above + "/y"},     {"here/here/a", root + "/a"}, {"a/../b/.", root + "/b"},
+      {"here/../y", above + "/y"}};
+  for (const auto& [name, expected] : cases) {
+    std::string out;
+    EXPECT_EQ(platform.files.resolve(root + "/" + name, out), 0) << name;
+    EXPECT_EQ(out, expected) << name;
+  }
+  std::string out;
+  EXPECT_EQ(platform.files.resolve(root + "/loop/x", out), ELOOP);
+}
+
 TEST_F(PosixTest, childrenInheritNoDescriptorAndLeaveNoZombie) {
   const int leaked = ::open("/dev/null", O_RDONLY);
   std::unique_ptr<Process> process;

@@ -4,6 +4,7 @@
 
 #include "agentctl/failure.h"
 #include "agentctl/nearest.h"
+#include "agentctl/terminal_output.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -115,6 +116,8 @@ std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
 }
 
 int runCommandLine(const std::vector<std::string>& arguments) {
+  const TerminalOutput answers(std::cout);
+  const TerminalOutput complaints(std::cerr);
   Context context;
   Action chosen;
   const auto app = makeCommandLine(context, chosen);

@@ -15,6 +15,7 @@ namespace {
 struct DiffOptions {
   std::string file;
   bool fallback = false;
+  bool show = false;
 };
 
 struct Difference {
@@ -41,20 +42,22 @@ void compare(const std::vector<SettingsView::Entry>& entries, const SettingsView
   }
 }
 
-void print(const std::vector<Difference>& differences) {
+void print(const std::vector<Difference>& differences, bool show) {
   std::string section;
   for (const Difference& difference : differences) {
     if (difference.section != section) std::cout << " [" << difference.section << "]\n";
     section = difference.section;
     if (difference.there)
-      std::cout << "-" << difference.key << "=" << difference.there->toUtf8() << "\n";
+      std::cout << "-" << difference.key << "="
+                << SettingsView::shown(difference.key, *difference.there, show) << "\n";
     if (difference.here)
-      std::cout << "+" << difference.key << "=" << difference.here->toUtf8() << "\n";
+      std::cout << "+" << difference.key << "="
+                << SettingsView::shown(difference.key, *difference.here, show) << "\n";
   }
 }
 
-Json orNull(const STRING* value) {
-  return value ? Json(value->toUtf8()) : Json();
+Json orNull(const Difference& of, const STRING* value, bool show) {
+  return value ? Json(SettingsView::shown(of.key, *value, show)) : Json();
 }
 
 ExitStatus diff(Context& context, const DiffOptions& options) {
@@ -69,8 +72,8 @@ ExitStatus diff(Context& context, const DiffOptions& options) {
     for (const Difference& difference : differences)
       list.push_back({{"section", difference.section},
                       {"key", difference.key},
-                      {"there", orNull(difference.there)},
-                      {"here", orNull(difference.here)}});
+                      {"there", orNull(difference, difference.there, options.show)},
+                      {"here", orNull(difference, difference.here, options.show)}});
     std::cout << text(
         {{"there", there.source()}, {"here", here.source()}, {"differences", std::move(list)}});
     return ExitStatus::ok;
@@ -78,7 +81,7 @@ ExitStatus diff(Context& context, const DiffOptions& options) {
   if (!here.fault().empty()) note(here.fault() + "; these are the values of " + here.source());
   if (!differences.empty())
     std::cout << "--- " << there.source() << "\n+++ " << here.source() << "\n";
-  print(differences);
+  print(differences, options.show);
   return ExitStatus::ok;
 }
 
@@ -92,6 +95,7 @@ void addConfigDiff(CLI::App& config, Context& context, Action& chosen) {
       command->add_option("FILE", options->file, "Compares with this ini file instead");
   command->add_flag("--fallback", options->fallback, "Compares with fallback.ini instead")
       ->excludes(file);
+  command->add_flag("--show", options->show, kShowHelp);
   command->callback([options, &context, &chosen] {
     chosen = [options, &context] { return diff(context, *options); };
   });

@@ -13,13 +13,16 @@ namespace {
 struct SetOptions {
   std::vector<std::string> pairs;
   bool force = false;
+  bool show = false;
 };
 
-Json changeJson(const SettingsChange& change) {
+Json changeJson(const SettingsChange& change, bool show) {
   Json changed = Json::array();
   for (const SettingsChange::Value& value : change.values())
     if (value.before != value.after)
-      changed.push_back({{"key", value.key}, {"before", value.before}, {"after", value.after}});
+      changed.push_back({{"key", value.key},
+                         {"before", SettingsView::shown(value.key, value.before, show)},
+                         {"after", SettingsView::shown(value.key, value.after, show)}});
   return {{"changed", std::move(changed)}};
 }
 
@@ -28,15 +31,18 @@ ExitStatus set(Context& context, const SetOptions& options) {
   for (const std::string& pair : options.pairs) change.add(pair);
   change.write();
   if (context.options.json) {
-    std::cout << text(changeJson(change));
+    std::cout << text(changeJson(change, options.show));
     return ExitStatus::ok;
   }
   bool any = false;
   for (const SettingsChange::Value& value : change.values()) {
     const bool same = value.before == value.after;
     any |= !same;
-    std::cout << value.key << ": " << value.before << (same ? " (unchanged)" : " -> " + value.after)
-              << "\n";
+    const auto shown = [&](const std::string& text) {
+      return SettingsView::shown(value.key, text, options.show);
+    };
+    std::cout << value.key << ": " << shown(value.before)
+              << (same ? " (unchanged)" : " -> " + shown(value.after)) << "\n";
   }
   if (any) std::cout << "A running agent picks it up within a second.\n";
   return ExitStatus::ok;
@@ -53,6 +59,7 @@ void addConfigSet(CLI::App& config, Context& context, Action& chosen) {
                    "What to change; an empty value resets a key that is not text to its default")
       ->required();
   command->add_flag("--force", options->force, "Also accepts unknown keys, into [Other]");
+  command->add_flag("--show", options->show, kShowHelp);
   command->callback([options, &context, &chosen] {
     chosen = [options, &context] { return set(context, *options); };
   });

@@ -133,11 +133,8 @@ class Checker {
     if (_section != row.section)
       warning(std::string(row.name) + " belongs to [" + row.section + "]; it is read here as well");
     countUnits(mapKindOf(row), value, 0);
-    const ValueFault fault = checkValue(row, STRING(value));
-    if (fault.refused)
-      error(fault.text);
-    else if (!fault.text.empty())
-      warning(fault.text);
+    const ValueFault fault = checkValue(row.name, STRING(value));
+    if (!fault.text.empty()) _out.push_back({_line, fault.refused, fault.text});
   }
 
   void checkOther(std::string_view key, std::string_view value) {
@@ -147,6 +144,8 @@ class Checker {
     if (STRING(value).length() > ValueMap::kMaxValueUnits)
       error("the value of " + std::string(key) + " has more than " +
             std::to_string(ValueMap::kMaxValueUnits) + " characters; the line is dropped");
+    const ValueFault fault = checkValue(STRING(key), STRING(value));
+    if (!fault.text.empty()) _out.push_back({_line, fault.refused, fault.text});
     if (_section != kOtherSection)
       warning("unknown key " + std::string(key) + ", kept in [Other]" + meant(key, keyNames()));
     countUnits(MapKind::settings, value, key.size());

@@ -174,10 +174,11 @@ std::string LogFollower::successor() const {
 void LogFollower::take(bool ended, std::vector<LogRecord>& out) {
   for (;;) {
     std::string bytes = readFrom(_files, _path, _offset, kMostAtOnce);
+    const size_t read = bytes.size();
     const size_t end = bytes.rfind('\n');
     if (!ended || bytes.size() == kMostAtOnce) bytes.resize(end == std::string::npos ? 0 : end + 1);
-    if (bytes.empty()) return;
-    _offset += bytes.size();
+    if (bytes.empty() && read < kMostAtOnce) return;
+    _offset += bytes.empty() ? read : bytes.size();  // no record is that long
     parseLines(
         bytes, [](const LogRecord&) { return true; }, out);
   }

@@ -11,41 +11,12 @@ namespace korvane::agentctl {
 namespace {
 
 constexpr char kWithheld[] = "(withheld: quotes data the agent reads)";
-constexpr std::string_view kEndOfWord = " \t\r\n\"'<>";
 constexpr size_t kShortestWord = 4;
 constexpr int kLineSkipped = 10551;
 
 std::string lower(std::string_view text) {
   std::string out(text);
   for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
-
-// A word without the user that stands before its last "@".
-std::string withoutUser(std::string_view word) {
-  const size_t at = word.rfind('@');
-  if (at == std::string_view::npos) return std::string(word);
-  const std::string_view before = word.substr(0, at);
-  size_t begin = before.find("://");
-  if (begin != std::string_view::npos) {
-    begin += 3;
-  } else {
-    const size_t colon = before.find(':');
-    if (colon == std::string_view::npos) return std::string(word);
-    const size_t mark = before.substr(0, colon).find_last_of("=,(;");
-    begin = mark == std::string_view::npos ? 0 : mark + 1;
-  }
-  return std::string(word.substr(0, begin)) + kMask + std::string(word.substr(at));
-}
-
-std::string withoutUsers(std::string_view text) {
-  std::string out;
-  while (!text.empty()) {
-    const size_t end = std::min(text.find_first_of(kEndOfWord), text.size());
-    out += withoutUser(text.substr(0, end));
-    if (end < text.size()) out += text[end];
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
   return out;
 }
 
@@ -92,7 +63,7 @@ std::string withoutSecretValues(std::string text) {
       const size_t end = std::min(folded.find_first_of("\r\n\"", begin), folded.size());
       if (end == begin || folded[begin] == '\n' || folded[begin] == '\r') continue;
       text.replace(begin, end - begin, kMask);
-      folded = lower(text);
+      folded.replace(begin, end - begin, kMask);
       at = begin;
     }
   }

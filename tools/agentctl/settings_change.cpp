@@ -60,11 +60,9 @@ void SettingsChange::add(const std::string& pair) {
     throw Failure(ExitStatus::failed,
                   "the value of " + key + " holds a line break or another control character",
                   kNothingChanged);
-  if (const SettingRow* row = findRow(STRING(key))) {
-    const ValueFault fault = checkValue(*row, STRING(value));
-    if (fault.refused) throw Failure(ExitStatus::failed, fault.text, kNothingChanged);
-    if (!fault.text.empty()) note(fault.text);
-  }
+  const ValueFault fault = checkValue(STRING(key), STRING(value));
+  if (fault.refused) throw Failure(ExitStatus::failed, fault.text, kNothingChanged);
+  if (!fault.text.empty()) note(fault.text);
   const STRING* known = _view.find(STRING(key));
   const std::string before = known ? known->toUtf8() : "";
   if (!_view.set(STRING(key), STRING(value)))

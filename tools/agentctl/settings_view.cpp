@@ -2,6 +2,7 @@
 
 #include "agentctl/failure.h"
 #include "config/ini_files.h"
+#include "config/masking.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -93,6 +94,10 @@ std::vector<SettingsView::Entry> SettingsView::entries() const {
     all.push_back({row.section, row.name, text(row.key)});
   }
   return all;
+}
+
+std::string SettingsView::shown(const std::string& key, const STRING& value, bool inFull) {
+  return inFull ? value.toUtf8() : maskedSetting(key, value.toUtf8());
 }
 
 }  // namespace korvane::agentctl

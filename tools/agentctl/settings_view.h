@@ -13,6 +13,8 @@
 
 namespace korvane::agentctl {
 
+inline constexpr char kShowHelp[] = "Shows values that may be secrets, which are masked otherwise";
+
 class SettingsView {
  public:
   // Of an installation: agent.ini, or fallback.ini where the agent would take that one, or the
@@ -34,6 +36,9 @@ class SettingsView {
     STRING value;
   };
   std::vector<Entry> entries() const;
+
+  // A value as it is printed: secrets masked (config/masking.h) unless the operator asks for them.
+  static std::string shown(const std::string& key, const STRING& value, bool inFull);
 
   // The file that the values come from, or what stands for it.
   const std::string& source() const { return _source; }

@@ -1,53 +1,28 @@
 #include "agentctl/value_check.h"
 
-#include <string_view>
-
 #include "config/ini_text.h"
+#include "config/masking.h"
 #include "config/setting_check.h"
 
 namespace korvane::agentctl {
 namespace {
 
-// A number that the agent takes and cannot use.
-struct Range {
-  Key key;
-  int64_t least;
-  int64_t most;
-};
-
-constexpr Range kRanges[] = {{Key::logDiskUpperLimit, 0, 100},
-                             {Key::logDiskLowerLimit, 0, 100},
-                             {Key::logRolloverCause, 0, 2}};
-
-// "key: "value" ", cut where it is long.
-std::string subject(const SettingRow& row, const STRING& value) {
+// "key: "value" ", secrets masked, cut where it is long.
+std::string subject(const STRING& key, const STRING& value) {
   constexpr size_t kShown = 60;
-  return std::string(row.name) + ": \"" + value.substr(0, kShown).toUtf8() +
-         (value.length() > kShown ? "..." : "") + "\" ";
-}
-
-std::string doubt(const SettingRow& row, const STRING& value) {
-  if (value.empty()) return {};
-  if (row.key == Key::agentUrl) {
-    if (!value.startsWith("https://")) return "does not begin with https://";
-    if (!value.endsWith("/")) return "does not end with /, and paths are appended to it";
-  }
-  if (row.key == Key::logPriority && value != "low" && value != "norm" && value != "high")
-    return "is not low, norm or high";
-  for (const Range& range : kRanges)
-    if (range.key == row.key && (value.toInt() < range.least || value.toInt() > range.most))
-      return "is not from " + std::to_string(range.least) + " to " + std::to_string(range.most);
-  return {};
+  const STRING shown(maskedSetting(key.toUtf8(), value.toUtf8()));
+  return key.toUtf8() + ": \"" + shown.substr(0, kShown).toUtf8() +
+         (shown.length() > kShown ? "..." : "") + "\" ";
 }
 
 }  // namespace
 
-ValueFault checkValue(const SettingRow& row, const STRING& value) {
+ValueFault checkValue(const STRING& key, const STRING& value) {
   const STRING held = lineValue(value);
-  const std::string fault = settingFault(row.name, held);
-  if (!fault.empty()) return {true, subject(row, held) + fault};
-  const std::string doubtful = doubt(row, held);
-  return {false, doubtful.empty() ? "" : subject(row, held) + doubtful};
+  const std::string fault = settingFault(key, held);
+  if (!fault.empty()) return {true, subject(key, held) + fault};
+  const std::string doubt = settingDoubt(key, held);
+  return {false, doubt.empty() ? "" : subject(key, held) + doubt};
 }
 
 const std::vector<std::string>& keyNames() {

@@ -13,7 +13,8 @@ struct ValueFault {
   std::string text;      // names the key; empty: nothing is wrong
 };
 
-ValueFault checkValue(const SettingRow& row, const STRING& value);
+// `key`: one of the table, or any other.
+ValueFault checkValue(const STRING& key, const STRING& value);
 
 // All key names of the table, and its sections with [Other] and [Checksum].
 const std::vector<std::string>& keyNames();

@@ -201,6 +201,11 @@ int MemoryFiles::info(const std::string& path, FileInfo& out) {
   return 0;
 }
 
+int MemoryFiles::resolve(const std::string& path, std::string& out) {
+  out = normal(path);
+  return 0;
+}
+
 int MemoryFiles::replace(const std::string& from, const std::string& to) {
   const std::string source = normal(from), target = normal(to);
   FakeLock lock(_disk->mutex);

@@ -33,6 +33,8 @@ class MemoryFiles final : public Files {
   int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override;
   int lock(const std::string& path, std::unique_ptr<FileLock>& out) override;
   int info(const std::string& path, FileInfo& out) override;
+  // There are no links.
+  int resolve(const std::string& path, std::string& out) override;
   int replace(const std::string& from, const std::string& to) override;
   int rename(const std::string& from, const std::string& to) override;
   int remove(const std::string& path) override;
