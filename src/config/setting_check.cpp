@@ -96,6 +96,7 @@ std::string trustFault(const STRING& key) {
 }
 
 std::string settingFault(const STRING& key, const STRING& value) {
+  if (value.length() > ValueMap::kMaxValueUnits) return "is too long";
   if (value.find(kMask) != STRING::npos) return "holds a mask in place of the secret";
   const SettingRow* row = findRow(key);
   if (!row) return {};

@@ -14,7 +14,7 @@ namespace korvane {
 inline constexpr int kLastPort = 65535;
 
 // Empty for a value that the store takes and the agent can use; a key that is not in the
-// table takes any.
+// table takes any that is not too long.
 std::string settingFault(const STRING& key, const STRING& value);
 // Why a value without a fault is hardly meant: the agent takes it and cannot use it, or it reads other
 // than it is. Empty for every other; of a key that is not in the table only the latter counts.

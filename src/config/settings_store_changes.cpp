@@ -1,4 +1,5 @@
 // Several settings as one change.
+#include <iterator>
 #include <utility>
 
 #include "config/masking.h"
@@ -54,17 +55,20 @@ void SettingsStore::applyFromServer(const PropertyList& properties,
                                     std::span<const SettingVerdict> verdicts,
                                     std::vector<RefusedSetting>& refused) {
   const unsigned before = std::exchange(momentsOutstanding, 0);
-  std::ptrdiff_t forbidden = 0;  // they are named first, whatever else is refused
+  std::vector<RefusedSetting> others;  // named behind those that are forbidden
   for (size_t i = 0; i < properties.size(); ++i) {
     const auto& [key, value] = properties[i];
     if (comesWithPolicy(key)) continue;
     std::string reason = verdicts[i].refusal;
     if (reason.empty() && assignByName(key, value)) continue;
     if (reason.empty()) reason = refusalReason(key, value);
-    const STRING shown(maskedSetting(key.toUtf8(), value.toUtf8()));
-    const auto place = verdicts[i].forbidden ? refused.begin() + forbidden++ : refused.end();
-    refused.insert(place, {key, shown.substr(0, kRefusedValueUnits), std::move(reason)});
+    const STRING kept = value.substr(0, ValueMap::kMaxValueUnits);
+    const STRING shown(maskedSetting(key.toUtf8(), kept.toUtf8()));
+    (verdicts[i].forbidden ? refused : others)
+        .push_back({key, shown.substr(0, kRefusedValueUnits), std::move(reason)});
   }
+  refused.insert(refused.end(), std::make_move_iterator(others.begin()),
+                 std::make_move_iterator(others.end()));
   if (momentsOutstanding != 0) momentsOutstanding |= 1u << fromServer;
   momentsOutstanding |= before;
 }

@@ -221,14 +221,14 @@ TEST_F(WritingTest, SettingsFromTheServer) {
                                          {"agent.http.url", "file:///etc/"},
                                          {"tcp.port", "70000"},
                                          {"a.password\n", "x\ny"},
-                                         {"tcp.enabled", "may\nbe"}},
+                                         {"tcp.enabled", "may\nbe"},
+                                         {"agentlog.logfile", "/etc/x"}},
                                         refused));
   const std::string text =
-      "9 settings refused: polling.interval=-1 is not a number from 0 to 4294967295; "
+      "10 settings refused: agentlog.logfile=/etc/x names a file or folder outside the "
+      "installation; polling.interval=-1 is not a number from 0 to 4294967295; "
       "agentini.checksum=**** names nothing that can be set; [Checksum]=**** names nothing that "
-      "can be "
-      "set; "
-      "=**** names nothing that can be set; agent.name=" +
+      "can be set; =**** names nothing that can be set; agent.name=" +
       std::string(40, 'l') +
       "... is too long; agent.http.url=file:///etc/ begins with neither https:// nor http://; "
       "tcp.port=70000 is not a port from 0 to 65535; a.password=**** names nothing that can be "
