@@ -55,10 +55,10 @@ void inheritAgain(const std::string& path) {
   DWORD error = ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION,
                                         owner, nullptr, nullptr, nullptr);
   if (!error)
-    error = ::SetNamedSecurityInfoW(
-        name.data(), SE_FILE_OBJECT,
-        DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr, none,
-        nullptr);
+    error =
+        ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
+                                DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION,
+                                nullptr, nullptr, none, nullptr);
   if (error) throw systemFailure("set owner and access list of " + path, error);
 }
 
@@ -128,7 +128,8 @@ std::vector<std::string> repairContents(const std::string& directory, Depth dept
   std::error_code error;
   size_t seen = 0;
   if (depth == Depth::entries) {
-    for (const auto& entry : fs::directory_iterator(wide(directory), error)) repair(entry, repaired);
+    for (const auto& entry : fs::directory_iterator(wide(directory), error))
+      repair(entry, repaired);
   } else {
     for (auto at = fs::recursive_directory_iterator(wide(directory), error);
          !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
@@ -137,8 +138,7 @@ std::vector<std::string> repairContents(const std::string& directory, Depth dept
       repair(*at, repaired);
     }
   }
-  if (error)
-    throw systemFailure("look into " + directory, static_cast<DWORD>(error.value()));
+  if (error) throw systemFailure("look into " + directory, static_cast<DWORD>(error.value()));
   return repaired;
 }
 

@@ -133,8 +133,8 @@ std::string privileges() {
 int runAgentAsService() {
   const std::string& given = service->options.installRoot;
   openLog(given.empty() ? registeredRoot() : fullPath(given));
-  say("started as a service, process " + std::to_string(::GetCurrentProcessId()) +
-      ", privileges " + privileges());
+  say("started as a service, process " + std::to_string(::GetCurrentProcessId()) + ", privileges " +
+      privileges());
   try {
     return runAgent(service->options, service->events,
                     [](ServiceState state) { service->status.enter(state); });

@@ -24,8 +24,8 @@ ProcessAgent& processAgent() {
 
 // On the operating system that the host's options in the environment describe.
 std::shared_ptr<AgentRun> nativeRun() {
-  return platform::makeRun(platform::makeNativePlatform(
-      platform::optionsOfEnvironment(platform::current().systemInfo)));
+  return platform::makeRun(
+      platform::makeNativePlatform(platform::optionsOfEnvironment(platform::current().systemInfo)));
 }
 
 std::shared_ptr<AgentRun> beginRun() {

@@ -41,8 +41,8 @@ std::vector<std::string> indispensable(platform::Platform& system) {
 }
 
 std::string translator(const platform::Platform& system) {
-  return platform::joinPath(
-      system.files, {installDirectory(), "bin", system.processes.fileName("translate")});
+  return platform::joinPath(system.files,
+                            {installDirectory(), "bin", system.processes.fileName("translate")});
 }
 
 std::string translatorLibrary(const platform::Platform& system) {

@@ -12,8 +12,7 @@ namespace {
 
 constexpr SECURITY_INFORMATION kShown = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
 // NT SERVICE\TrustedInstaller, to which the system's own files belong.
-constexpr wchar_t kInstaller[] =
-    L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+constexpr wchar_t kInstaller[] = L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
 // The owner's rights: the owner is looked at itself.
 constexpr wchar_t kOwnerRights[] = L"S-1-3-4";
 
@@ -70,11 +69,9 @@ void addStrangers(PACL list, DWORD rights, std::vector<std::string>& strangers) 
 
 PathAccess accessOf(const std::string& path, DWORD rights) {
   PathAccess access;
-  const FileHandle file(::CreateFileW(widePath(path).c_str(), READ_CONTROL,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING,
-                                      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
-                                      nullptr));
+  const FileHandle file(::CreateFileW(
+      widePath(path).c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
   PSID owner = nullptr;
   PACL list = nullptr;
   Descriptor descriptor;

@@ -194,10 +194,10 @@ class WinFiles final : public Files {
     const std::wstring name = widePath(path);
     const Opening opening = openingOf(mode);
     const bool makes = opening.disposition != OPEN_EXISTING;
-    FileHandle file = makes ? openItself(name, opening.access, kShareAll, opening.disposition)
-                            : FileHandle(::CreateFileW(name.c_str(), opening.access, kShareAll,
-                                                       nullptr, opening.disposition,
-                                                       FILE_ATTRIBUTE_NORMAL, nullptr));
+    FileHandle file =
+        makes ? openItself(name, opening.access, kShareAll, opening.disposition)
+              : FileHandle(::CreateFileW(name.c_str(), opening.access, kShareAll, nullptr,
+                                         opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
       const int error = lastErrno();
       return mode != OpenMode::createNew && isDirectoryPath(name) ? EISDIR : error;

@@ -37,8 +37,8 @@ class SystemPlatform final : public NativePlatform {
   const std::unique_ptr<Sockets> _sockets = makeNativeSockets();
   const std::unique_ptr<SystemInfo> _systemInfo = makeNativeSystemInfo();
   const std::unique_ptr<SharedLibraries> _libraries = makeNativeSharedLibraries();
-  Platform _platform{*_clock,     *_threading, *_files,      *_registry,  *_devices,
-                     *_processes, *_sockets,   *_systemInfo, *_libraries, *_pipes, *_rights};
+  Platform _platform{*_clock,   *_threading,  *_files,     *_registry, *_devices, *_processes,
+                     *_sockets, *_systemInfo, *_libraries, *_pipes,    *_rights};
 };
 
 }  // namespace

@@ -106,8 +106,7 @@ class WinProcesses final : public Processes {
       ::TerminateProcess(child.get(), kTerminatedCode);
       return error;
     }
-    auto process =
-        std::make_unique<WinProcess>(std::move(child), made.dwProcessId, std::move(job));
+    auto process = std::make_unique<WinProcess>(std::move(child), made.dwProcessId, std::move(job));
     // Without an event nobody could wait for the process, which ends with its job.
     if (!process->valid()) return kErrorNotEnoughMemory;
     ::ResumeThread(thread.get());

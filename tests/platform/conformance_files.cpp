@@ -236,8 +236,7 @@ TYPED_TEST(FilesConformance, aNewFileTakesNobodysPlaceAndHasANameOfItsOwn) {
   EXPECT_EQ(unfinishedTarget("a.b.new-" + one), "a.b");
   const std::string others[] = {".new-" + one, "a.new", "a.new-" + one.substr(1),
                                 "a.new-" + one + "x"};
-  for (const std::string& name : others)
-    EXPECT_EQ(unfinishedTarget(name), "") << name;
+  for (const std::string& name : others) EXPECT_EQ(unfinishedTarget(name), "") << name;
 }
 
 TYPED_TEST(FilesConformance, whatACutOffWriteLeftGoesOfTheFilesConcernedUpToABound) {

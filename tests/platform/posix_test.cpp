@@ -104,7 +104,8 @@ TEST_F(PosixTest, whatStrangersMayChangeIsFoundWithItsReason) {
       {"/a/b/file", mode("/a/b/file", 0664), ""},  // root's own group
       {"/a/b/file", mode("/a/b/file", 0646), "/a/b/file is writable by everybody"},
       {"/a/b/file", groupMay("/a/b/file", 0660), "/a/b/file is writable by group 61234"},
-      {"/a/b/file", give("/a/b/file", kStranger, 0), "/a/b/file belongs to account 61234, its owner"},
+      {"/a/b/file", give("/a/b/file", kStranger, 0),
+       "/a/b/file belongs to account 61234, its owner"},
       {"/a/b/file", mode("/a", 0777), "/a is writable by everybody"},
       {"/a/b/file", mode("/a", 01777), ""},
       {"/a", mode("/a", 01777), "/a is writable by everybody"},  // as a place for new files
@@ -112,7 +113,8 @@ TEST_F(PosixTest, whatStrangersMayChangeIsFoundWithItsReason) {
       {"/a/b/none", mode("/a/b", 0757), "/a/b is writable by everybody"},
       {"/a/b/none/deeper", [] {}, ""},
       {"/a/link/file", mode("/a/b", 0757), "/a/b is writable by everybody"},
-      {"/a/link/file", give("/a/link", kStranger, 0), "/a/link belongs to account 61234, its owner"},
+      {"/a/link/file", give("/a/link", kStranger, 0),
+       "/a/link belongs to account 61234, its owner"},
       {"/direct", [] {}, ""},
       {"/direct", mode("/a", 0757), "/a is writable by everybody"},
       {"/direct", mode("/a/b/file", 0666), "/a/b/file is writable by everybody"},

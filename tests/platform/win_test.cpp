@@ -242,7 +242,8 @@ TEST_F(WinTest, aChildEndsWithAParentThatIsKilled) {
     pause->wait(10);
     static_cast<void>(readWholeFile(files, told, 100, text));
   }
-  const KernelObject child(::OpenProcess(SYNCHRONIZE, FALSE, std::strtoul(text.c_str(), nullptr, 10)));
+  const KernelObject child(
+      ::OpenProcess(SYNCHRONIZE, FALSE, std::strtoul(text.c_str(), nullptr, 10)));
   ASSERT_TRUE(child) << text;
   EXPECT_EQ(::WaitForSingleObject(child.get(), 0), WAIT_TIMEOUT);
   const KernelObject itself(

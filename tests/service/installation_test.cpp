@@ -104,7 +104,8 @@ TEST(Installation, TakesOverWhatLayThereBefore) {
   host::protectDirectory(agent.path("IPS\\open"), "O:BAD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;WD)");
   const HostRun run = agent.install();
   EXPECT_EQ(run.status, 0u) << run.output;
-  EXPECT_THAT(run.output, HasSubstr("repaired owner and access list of " + agent.path("IPS\\open")));
+  EXPECT_THAT(run.output,
+              HasSubstr("repaired owner and access list of " + agent.path("IPS\\open")));
   EXPECT_THAT(host::readAccess(agent.path("IPS\\open")).strangers, IsEmpty());
   EXPECT_THAT(host::readAccess(planted).strangers, IsEmpty());
 }

@@ -138,7 +138,8 @@ std::string requiredPrivileges(const std::string& name) {
   const wchar_t* at =
       reinterpret_cast<SERVICE_REQUIRED_PRIVILEGES_INFOW*>(bytes)->pmszRequiredPrivileges;
   std::string all;
-  for (; at && *at; at += std::wcslen(at) + 1) all += (all.empty() ? "" : " ") + platform::narrow(at);
+  for (; at && *at; at += std::wcslen(at) + 1)
+    all += (all.empty() ? "" : " ") + platform::narrow(at);
   return all;
 }
 

@@ -13,8 +13,8 @@
 #include "platform/fake/current_platform.h"
 #include "platform/fake/fake_devices.h"
 #include "platform/fake/fake_pipes.h"
-#include "platform/fake/fake_rights.h"
 #include "platform/fake/fake_processes.h"
+#include "platform/fake/fake_rights.h"
 #include "platform/fake/fake_sockets.h"
 #include "platform/fake/fake_system.h"
 #include "platform/fake/manual_clock.h"
@@ -59,14 +59,15 @@ class FakePlatform {
   FakeRights rights;
 
  private:
-  Platform _platform{_time,     _threading, files,      registry,  devices,
-                     processes, sockets,    systemInfo, libraries, pipes, rights};
+  Platform _platform{_time,   _threading, files,     registry, devices, processes,
+                     sockets, systemInfo, libraries, pipes,    rights};
 };
 
 // The platform with other files: wrappers that record or fail.
 inline Platform withFiles(const Platform& of, Files& files) {
-  return {of.clock,     of.threading, files,         of.registry,        of.devices,
-          of.processes, of.sockets,   of.systemInfo, of.sharedLibraries, of.pipes, of.rights};
+  return {of.clock,           of.threading, files,      of.registry,
+          of.devices,         of.processes, of.sockets, of.systemInfo,
+          of.sharedLibraries, of.pipes,     of.rights};
 }
 
 }  // namespace korvane::platform

@@ -13,7 +13,8 @@ class FakeRights final : public Rights {
  public:
   std::string fault(const std::string& path) override {
     for (const std::string& unsafe : spoilt)
-      if (path == unsafe || path.starts_with(unsafe + "/")) return unsafe + " is writable by everybody";
+      if (path == unsafe || path.starts_with(unsafe + "/"))
+        return unsafe + " is writable by everybody";
     return {};
   }
   bool faultsAllowed() const override { return allowed; }

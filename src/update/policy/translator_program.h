@@ -26,7 +26,7 @@ struct TranslatorCall {
 
 struct TranslatorResult {
   int exitCode = 0;
-  bool stopped = false;  // the program was ended by a stop; the exit code says nothing then
+  bool stopped = false;      // the program was ended by a stop; the exit code says nothing then
   std::string refusal = {};  // why it was not started, or ended
 };
 
