@@ -5,6 +5,7 @@
 #include <map>
 
 #include "config/install_root.h"
+#include "host/agent_library.h"
 #include "host/directory_access_win.h"
 #include "host/first_settings.h"
 #include "host/messages.h"
@@ -13,6 +14,7 @@
 #include "host/service_main_win.h"
 #include "host/system_failure_win.h"
 #include "host/text_win.h"
+#include "platform/rights.h"
 
 namespace korvane::host {
 namespace {
@@ -52,6 +54,15 @@ void protect(const std::string& root) {
     for (const std::string& stranger : found.strangers)
       throw std::runtime_error("the directory " + path + " may be changed by " + stranger);
   }
+}
+
+// A stranger may have made the folders, and put files into them, before the product came.
+void repair(const std::string& root) {
+  for (const auto& [path, depth] : {std::pair(root, Depth::entries),
+                                    {root + "\\IPS", Depth::everything},
+                                    {root + "\\IDS", Depth::everything}})
+    for (const std::string& repaired : repairContents(path, depth))
+      std::printf("repaired owner and access list of %s\n", repaired.c_str());
 }
 
 // The service of the usual name is the machine's agent: other programs find its files
@@ -103,18 +114,25 @@ void describeCommand(const Options& options, ServiceEntry& entry) {
     entry.command.insert(entry.command.end(), {"--install-root", fullPath(options.installRoot)});
   if (!options.library.empty())
     entry.command.insert(entry.command.end(), {"--library", fullPath(options.library)});
+  if (options.allowUnsafe) entry.command.push_back("--allow-unsafe");
   if (options.stopDeadlineSeconds != AgentService::kStopDeadlineSeconds)
     entry.command.insert(entry.command.end(),
                          {"--stop-deadline", std::to_string(options.stopDeadlineSeconds)});
   entry.shutdownSeconds = options.stopDeadlineSeconds + kBeyondDeadlineSeconds;
 }
 
-// Who may replace the program is as good as the system.
-void lookAtProgram(std::vector<std::string>& notes) {
-  const std::string directory = programDirectory();
-  for (const std::string& stranger : readAccess(directory).strangers)
-    notes.push_back("the service runs as LocalSystem, and " + directory + " may be changed by " +
-                    stranger);
+// Who may replace the program or the library is as good as the system.
+void lookAtPrograms(const Options& options, std::vector<std::string>& notes) {
+  const std::string library = options.library.empty()
+                                  ? programDirectory() + "\\" + agentLibraryName()
+                                  : fullPath(options.library);
+  for (const std::string& path : {programPath(), library}) {
+    const std::string unsafe = platform::unsafePart(path);
+    if (unsafe.empty()) continue;
+    if (!options.allowUnsafe)
+      throw std::runtime_error("the service runs as LocalSystem, and " + unsafe);
+    notes.push_back("the service runs as LocalSystem, and " + unsafe);
+  }
 }
 
 int install(Installation& installation) {
@@ -123,16 +141,17 @@ int install(Installation& installation) {
   const std::string root = rootOf(options);
   describeCommand(options, entry);
   protect(root);
+  repair(root);
+  std::vector<std::string> notes;
+  lookAtPrograms(options, notes);
   if (installation.writesSettings)
     std::printf("%s\n", writeFirstSettings(root, installation.settings).c_str());
-  std::vector<std::string> notes;
   const EntryChange change = writeServiceEntry(entry, notes);
   if (change == EntryChange::refused) {
     say("the service " + entry.name + " runs another program: " + serviceCommandLine(entry.name));
     return kExitOtherService;
   }
   if (entry.name == kServiceName) registerRoot(root);
-  lookAtProgram(notes);
   endUpgrade();
   for (const std::string& note : notes) std::printf("note: %s\n", note.c_str());
   std::printf("service %s %s: %s\n", entry.name.c_str(),

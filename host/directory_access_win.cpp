@@ -8,15 +8,15 @@
 #include "host/service_handles_win.h"
 #include "host/system_failure_win.h"
 #include "host/text_win.h"
+#include "platform/access_win.h"
 
 namespace korvane::host {
 namespace {
 
+constexpr size_t kMostEntries = 1000000;
+
 using Descriptor = LocalMemory<PSECURITY_DESCRIPTOR>;
 
-constexpr DWORD kChange = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA | FILE_DELETE_CHILD |
-                          FILE_WRITE_ATTRIBUTES | DELETE | WRITE_DAC | WRITE_OWNER | GENERIC_WRITE |
-                          GENERIC_ALL;
 constexpr SECURITY_INFORMATION kShown = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
 
 Descriptor descriptorOf(const std::string& access) {
@@ -27,50 +27,55 @@ Descriptor descriptorOf(const std::string& access) {
   return descriptor;
 }
 
-std::string textOf(PSECURITY_DESCRIPTOR descriptor) {
-  LocalMemory<LPWSTR> text;
-  if (!::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, kShown,
-                                                              text.receive(), nullptr))
-    throw systemFailure("write an access list as text");
-  return narrow(text.get());
-}
-
-std::string accountText(PSID account) {
-  LocalMemory<LPWSTR> text;
-  return ::ConvertSidToStringSidW(account, text.receive()) ? narrow(text.get()) : "an account";
-}
-
-// The account of this process, as TOKEN_USER.
-std::vector<BYTE> ownAccount() {
+// Administrators have them, switched off: to read and set owner and list of what is not theirs.
+void enablePrivileges() {
   platform::KernelObject token;
-  DWORD size = 0;
-  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive()))
-    throw systemFailure("open this process's token");
-  ::GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
-  std::vector<BYTE> account(size);
-  if (!::GetTokenInformation(token.get(), TokenUser, account.data(), size, &size))
-    throw systemFailure("read this process's account");
-  return account;
-}
-
-bool mayChange(PSID account) {
-  if (::IsWellKnownSid(account, WinLocalSystemSid) ||
-      ::IsWellKnownSid(account, WinBuiltinAdministratorsSid))
-    return true;
-  std::vector<BYTE> own = ownAccount();
-  return ::EqualSid(account, reinterpret_cast<TOKEN_USER*>(own.data())->User.Sid) != FALSE;
-}
-
-void addStrangers(PACL list, std::vector<std::string>& strangers) {
-  for (DWORD i = 0; i < list->AceCount; ++i) {
-    void* entry = nullptr;
-    if (!::GetAce(list, i, &entry)) throw systemFailure("read an access list");
-    auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
-    if (allowed->Header.AceType != ACCESS_ALLOWED_ACE_TYPE || (allowed->Mask & kChange) == 0)
-      continue;
-    const PSID account = &allowed->SidStart;
-    if (!mayChange(account)) strangers.push_back(accountText(account));
+  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, token.receive())) return;
+  for (const wchar_t* name : {SE_TAKE_OWNERSHIP_NAME, SE_RESTORE_NAME, SE_BACKUP_NAME}) {
+    TOKEN_PRIVILEGES wanted = {1, {{{}, SE_PRIVILEGE_ENABLED}}};
+    if (::LookupPrivilegeValueW(nullptr, name, &wanted.Privileges[0].Luid))
+      ::AdjustTokenPrivileges(token.get(), FALSE, &wanted, 0, nullptr, nullptr);
   }
+}
+
+std::string utf8(const std::filesystem::path& path) {
+  return narrow(path.wstring());
+}
+
+// The owner first: who is not the owner may not be allowed to set the list.
+void inheritAgain(const std::string& path) {
+  const Descriptor descriptor = descriptorOf("O:BAD:");
+  PSID owner = nullptr;
+  PACL none = nullptr;
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  ::GetSecurityDescriptorOwner(descriptor.get(), &owner, &defaulted);
+  ::GetSecurityDescriptorDacl(descriptor.get(), &present, &none, &defaulted);
+  std::wstring name = wide(path);
+  DWORD error = ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION,
+                                        owner, nullptr, nullptr, nullptr);
+  if (!error)
+    error =
+        ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
+                                DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION,
+                                nullptr, nullptr, none, nullptr);
+  if (error) throw systemFailure("set owner and access list of " + path, error);
+}
+
+void repair(const std::filesystem::directory_entry& entry, std::vector<std::string>& repaired) {
+  const std::string path = utf8(entry.path());
+  const DWORD found = ::GetFileAttributesW(wide(path).c_str());
+  if (found != INVALID_FILE_ATTRIBUTES && (found & FILE_ATTRIBUTE_REPARSE_POINT))
+    throw systemFailure("use " + path + ", a link", ERROR_REPARSE_TAG_INVALID);
+  const auto strangers = [&] {
+    const platform::PathAccess access = platform::accessOf(path, platform::kChangeRights);
+    return access.error || !access.strangers.empty();
+  };
+  if (!strangers()) return;
+  inheritAgain(path);
+  if (strangers())
+    throw std::runtime_error(path + " may be changed by others, which cannot be repaired");
+  repaired.push_back(path);
 }
 
 // With the list from its first moment on, where it is missing.
@@ -91,6 +96,7 @@ void makeDirectory(const std::string& path, PSECURITY_DESCRIPTOR descriptor) {
 }  // namespace
 
 void protectDirectory(const std::string& path, const std::string& access) {
+  enablePrivileges();
   const Descriptor descriptor = descriptorOf(access);
   makeDirectory(path, descriptor.get());
   PSID owner = nullptr;
@@ -111,19 +117,29 @@ void protectDirectory(const std::string& path, const std::string& access) {
 }
 
 DirectoryAccess readAccess(const std::string& path) {
-  PSID owner = nullptr;
-  PACL list = nullptr;
-  Descriptor descriptor;
-  const DWORD error = ::GetNamedSecurityInfoW(wide(path).c_str(), SE_FILE_OBJECT, kShown, &owner,
-                                              nullptr, &list, nullptr, descriptor.receive());
-  if (error) throw systemFailure("read the access list of " + path, error);
-  DirectoryAccess access{textOf(descriptor.get()), {}};
-  if (!owner || !mayChange(owner)) access.strangers.push_back("its owner");
-  if (list)
-    addStrangers(list, access.strangers);
-  else
-    access.strangers.push_back("everyone (no access list)");
-  return access;
+  platform::PathAccess access = platform::accessOf(path, platform::kChangeRights);
+  if (access.error) throw systemFailure("read the access list of " + path, access.error);
+  return {std::move(access.text), std::move(access.strangers)};
+}
+
+std::vector<std::string> repairContents(const std::string& directory, Depth depth) {
+  namespace fs = std::filesystem;
+  std::vector<std::string> repaired;
+  std::error_code error;
+  size_t seen = 0;
+  if (depth == Depth::entries) {
+    for (const auto& entry : fs::directory_iterator(wide(directory), error))
+      repair(entry, repaired);
+  } else {
+    for (auto at = fs::recursive_directory_iterator(wide(directory), error);
+         !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
+      if (++seen > kMostEntries)
+        throw std::runtime_error(directory + " holds more than a million files");
+      repair(*at, repaired);
+    }
+  }
+  if (error) throw systemFailure("look into " + directory, static_cast<DWORD>(error.value()));
+  return repaired;
 }
 
 }  // namespace korvane::host

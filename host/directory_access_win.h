@@ -27,4 +27,10 @@ struct DirectoryAccess {
 };
 DirectoryAccess readAccess(const std::string& path);
 
+enum class Depth { entries, everything };
+// What lay in the directory before it was protected: a file or folder that others own or may change
+// becomes the administrators', with the list of the directory alone. Gives their paths. Thrown: a
+// link, and what cannot be repaired.
+std::vector<std::string> repairContents(const std::string& directory, Depth depth);
+
 }  // namespace korvane::host

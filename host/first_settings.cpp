@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 
 #include "host/host_events.h"
@@ -35,10 +36,13 @@ std::string read(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The whole file or nothing, also when the installation is cut short.
+// The whole file or nothing, also when the installation is cut short. The folder is closed to others
+// by now; what one of them may have put there before is not written through.
 void write(const fs::path& path, const std::string& bytes) {
   fs::path whole = path;
-  whole += ".new";
+  whole += ".new-" + std::to_string(std::random_device()());
+  if (fs::exists(fs::symlink_status(whole)))
+    throw std::runtime_error(textOf(whole) + ": is there already");
   std::ofstream file(whole, std::ios::binary | std::ios::trunc);
   file << bytes;
   file.close();

@@ -30,6 +30,8 @@ void addAgentOptions(CLI::App& command, Options& options) {
   command.add_option("--install-root", options.installRoot, "Where the agent is installed");
   command.add_option("--library", options.library,
                      "The agent library; default: the one beside this program");
+  command.add_flag("--allow-unsafe", options.allowUnsafe,
+                   "Starts even though files of the agent may be changed by others");
   command
       .add_option("--stop-deadline", options.stopDeadlineSeconds,
                   "Seconds to wait for the agent to stop before the process is terminated")

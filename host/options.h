@@ -17,6 +17,7 @@ struct Options {
   std::string runDirectory;
   std::string library;
   std::string stopEvent;
+  bool allowUnsafe = false;  // files that strangers may change are used
   uint32_t stopDeadlineSeconds = AgentService::kStopDeadlineSeconds;
 };
 

@@ -16,6 +16,9 @@ constexpr wchar_t kDescription[] =
 constexpr DWORD kFailureResetSeconds = 24 * 60 * 60;
 constexpr DWORD kStopLookMs = 200;
 constexpr DWORD kRights = SERVICE_ALL_ACCESS;
+// All that the service's token keeps of LocalSystem's: to pass through folders, to learn who is at the
+// other end of a pipe. A list of texts, each with its zero.
+constexpr wchar_t kPrivileges[] = L"SeChangeNotifyPrivilege\0SeImpersonatePrivilege\0";
 
 ServiceHandle openManager(DWORD rights) {
   ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, rights));
@@ -90,6 +93,9 @@ void setTheRest(const ServiceHandle& service, const ServiceEntry& entry,
   std::wstring description = kDescription;
   setter.set(SERVICE_CONFIG_DESCRIPTION, "description", SERVICE_DESCRIPTIONW{description.data()});
   setFailureActions(setter);
+  std::wstring privileges(std::begin(kPrivileges), std::end(kPrivileges));
+  setter.set(SERVICE_CONFIG_REQUIRED_PRIVILEGES_INFO, "required privileges",
+             SERVICE_REQUIRED_PRIVILEGES_INFOW{privileges.data()});
   setter.set(SERVICE_CONFIG_DELAYED_AUTO_START_INFO, "delayed start",
              SERVICE_DELAYED_AUTO_START_INFO{entry.start == ServiceStart::delayed});
   setter.set(SERVICE_CONFIG_PRESHUTDOWN_INFO, "time at the machine's shutdown",

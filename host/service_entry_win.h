@@ -4,7 +4,8 @@
 // A service in its own process under the LocalSystem account, which the agent needs for its driver.
 // It depends on no other service: the agent waits for a network by itself, and its protection must
 // not wait for one. A failure, the agent's own end included, starts it again after 5, 30 and 60
-// seconds, the last for every further one; a day without a failure restarts the count.
+// seconds, the last for every further one; a day without a failure restarts the count. Of the
+// account's privileges the service's process keeps the two that it needs.
 //
 // Names and paths are UTF-8. Failures are thrown with name and number. Threads: any, one
 // command at a time.

@@ -2,12 +2,14 @@
 
 #include <cstdio>
 #include <mutex>
+#include <vector>
 
 #include "config/install_root.h"
 #include "host/messages.h"
 #include "host/service_handles_win.h"
 #include "host/system_failure_win.h"
 #include "host/text_win.h"
+#include "platform/rights.h"
 
 namespace korvane::host {
 namespace {
@@ -100,16 +102,39 @@ bool isLong(const std::wstring& file) {
   return (uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow) > kLogLimit;
 }
 
-// A service without its log is still a service.
+// A service without its log is still a service; one that others may change is not written.
 void openLog(const std::string& root) {
-  const std::wstring file = wide(root) + L"\\IPS\\logs\\korvane-host.log";
+  const std::string path = root + "\\IPS\\logs\\korvane-host.log";
+  if (!service->options.allowUnsafe && !platform::unsafePart(path).empty()) return;
+  const std::wstring file = wide(path);
   if (std::FILE* log = _wfopen(file.c_str(), isLong(file) ? L"w" : L"a")) keepMessages(log);
+}
+
+// Those of this process's token, as the system names them.
+std::string privileges() {
+  platform::KernelObject token;
+  DWORD size = 0;
+  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive())) return "unknown";
+  ::GetTokenInformation(token.get(), TokenPrivileges, nullptr, 0, &size);
+  std::vector<BYTE> bytes(size);
+  if (!::GetTokenInformation(token.get(), TokenPrivileges, bytes.data(), size, &size))
+    return "unknown";
+  auto* held = reinterpret_cast<TOKEN_PRIVILEGES*>(bytes.data());
+  std::string all;
+  for (DWORD i = 0; i < held->PrivilegeCount; ++i) {
+    wchar_t name[64];
+    DWORD length = 64;
+    if (::LookupPrivilegeNameW(nullptr, &held->Privileges[i].Luid, name, &length))
+      all += (all.empty() ? "" : " ") + narrow(name);
+  }
+  return all.empty() ? "none" : all;
 }
 
 int runAgentAsService() {
   const std::string& given = service->options.installRoot;
   openLog(given.empty() ? registeredRoot() : fullPath(given));
-  say("started as a service, process " + std::to_string(::GetCurrentProcessId()));
+  say("started as a service, process " + std::to_string(::GetCurrentProcessId()) + ", privileges " +
+      privileges());
   try {
     return runAgent(service->options, service->events,
                     [](ServiceState state) { service->status.enter(state); });

@@ -17,8 +17,23 @@ EPOCH_DIFFERENCE_SECONDS = 11644473600
 # Windows tells the old version's removal that it is part of an upgrade; for systems that do not, the settings are
 # kept because of a mark in the registry.
 MARK = ('"[System64Folder]reg.exe" add "HKLM\\SOFTWARE\\Dalvora\\Intrusion Security\\agent" /v Upgrading /d [ProductVersion] /f')
-RUN_BY_COMMAND_LINE, GO_ON_AFTER_FAILURE = 34, 64
-EDITS = (
+RUN_BY_COMMAND_LINE, GO_ON_AFTER_FAILURE, IN_SCRIPT, AS_SYSTEM = 34, 64, 1024, 2048
+# Whoever made the root before the product came may own it and the programs in it, and a file that is replaced keeps its access
+# list. So before the first file is written, and long before one runs, root and programs are the administrators' with the product's
+# list. Nothing is there as a rule: then these fail, and that is fine. What lies below IPS and IDS is repaired by the host, which
+# closes these folders; nothing of them runs before.
+ICACLS = '"[System64Folder]icacls.exe" "[INSTALLROOT]%s" %s /L /C /Q'
+OWNER, INHERITED = "/setowner *S-1-5-32-544", "/reset"
+LIST = "/inheritance:r /grant:r *S-1-5-18:(OI)(CI)F *S-1-5-32-544:(OI)(CI)F *S-1-5-32-545:(OI)(CI)RX"
+CLOSING = tuple(ICACLS % row for row in (
+    (".", OWNER), (".", INHERITED), (".", LIST), ("*.exe", OWNER), ("*.exe", INHERITED), ("*.dll", OWNER), ("*.dll", INHERITED)))
+AFTER_CREATE_FOLDERS = 3701
+CLOSE = tuple(edit for number, command in enumerate(CLOSING) for edit in (
+    "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES "
+    f"('CloseRoot{number}', {RUN_BY_COMMAND_LINE + GO_ON_AFTER_FAILURE + IN_SCRIPT + AS_SYSTEM}, 'TARGETDIR', '{command}')",
+    "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES "
+    f"('CloseRoot{number}', 'NOT REMOVE', {AFTER_CREATE_FOLDERS + number})"))
+EDITS = CLOSE + (
     "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES "
     f"('MarkUpgrade', {RUN_BY_COMMAND_LINE + GO_ON_AFTER_FAILURE}, 'TARGETDIR', '{MARK}')",
     "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES "

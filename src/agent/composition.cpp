@@ -7,6 +7,7 @@
 
 #include "agent/agent_context.h"
 #include "agent/agent_factory.h"
+#include "agent/installation.h"
 #include "agent/stop_step.h"
 #include "agent/thread/stop_token.h"
 #include "agent/thread/thread.h"
@@ -63,11 +64,13 @@ Composition::Composition() {
 
 void Composition::assemble() {
   _log = std::make_unique<OwnLog>(platform::current());
+  lookAtInstallation(platform::current());
   const AgentContext context = contextOfRun();
   const Settings& settings = context.settings;
   settings.file.setWhoIsRunning(AgentConfig::RUNNING_AGENT);
   settings.updates.setFirstUpdateDone(false);
   _log->open(settings.logs, settings.file);
+  removeUnfinishedFiles(context.system.files);
   _connection = &currentConnection();
   _connection->setLocalAddressSource(localAddresses);
   const auto ids = std::make_shared<HidsComponent>(

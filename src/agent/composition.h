@@ -2,7 +2,7 @@
 // apart after it.
 //
 // Created by a start before anything else runs, in the run that the calling thread has entered. It
-// opens the agent's own log and keeps its settings in step with the store, and wires what the rooms
+// looks at who may change the installation, opens the agent's own log and keeps its settings in step with the store, and wires what the rooms
 // only declare: the IDS component, the source of local addresses. Last it starts the local
 // channel's service, so that an agent can be queried before it is registered. Its destructor undoes
 // that in reverse order; by then no thread of the agent may be running except abandoned ones, which

@@ -6,7 +6,6 @@
 
 #include "agent/session.h"
 #include "platform/platform.h"
-#include "platform/system_info.h"
 
 namespace korvane {
 namespace {
@@ -25,9 +24,8 @@ ProcessAgent& processAgent() {
 
 // On the operating system that the host's options in the environment describe.
 std::shared_ptr<AgentRun> nativeRun() {
-  platform::SystemInfo& system = platform::current().systemInfo;
-  return platform::makeRun(platform::makeNativePlatform(
-      {system.environment("KORVANE_REGISTRY"), system.environment("KORVANE_RUN_DIR")}));
+  return platform::makeRun(
+      platform::makeNativePlatform(platform::optionsOfEnvironment(platform::current().systemInfo)));
 }
 
 std::shared_ptr<AgentRun> beginRun() {

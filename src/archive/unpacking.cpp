@@ -74,7 +74,7 @@ bool Unpacking::flushDirectories(const std::string& root, Refusal& refusal) {
 bool Unpacking::stageFile(ZipArchive& zip, const Entry& entry, Refusal& refusal) {
   const std::string path = pathBelow(_staging, entry.name);
   std::unique_ptr<platform::File> file;
-  if (failed("open", path, _files.open(path, platform::OpenMode::create, file), refusal))
+  if (failed("open", path, _files.open(path, platform::OpenMode::createNew, file), refusal))
     return false;
   const auto sink = [this, &file](std::string_view piece) {
     return _cancelled && _cancelled() ? ECANCELED : file->write(piece.data(), piece.size());

@@ -48,6 +48,10 @@ void removeOldCopies(platform::Files& files, const std::string& directory,
 
 }  // namespace
 
+bool isSettingsFile(std::string_view name) {
+  return name.starts_with("agent.ini") || name.starts_with("fallback.ini");
+}
+
 const char* describe(IniFault fault) {
   switch (fault) {
     case IniFault::none:
@@ -87,6 +91,7 @@ std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, int& er
       error = _files.lock(lockFile(), held);
     }
     if (error == 0) return held;
+    if (error == ELOOP) break;
     const bool stopping = shutdownToken().requested();
     if (stopping ? ++pausesWhileStopping >= kLateLockAttempts : attempt >= kLockAttempts) break;
     if (stopping) {
@@ -98,6 +103,10 @@ std::unique_ptr<platform::FileLock> IniFiles::lock(std::string_view tag, int& er
   }
   eventlog::trace(tag, "Could not open lock file.");
   return nullptr;
+}
+
+void IniFiles::removeUnfinished() const {
+  platform::removeUnfinished(_files, _directory, isSettingsFile);
 }
 
 FileStamp IniFiles::stampOf(const std::string& path) const {

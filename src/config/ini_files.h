@@ -35,6 +35,9 @@ enum class IniFault { none, missing, unreadable, tooLarge, notText, corrupt };
 // "inconsistent with its checksum"
 const char* describe(IniFault fault);
 
+// agent.ini, fallback.ini, or a copy of either that is kept beside it: written with the lock file held.
+bool isSettingsFile(std::string_view name);
+
 class IniFiles {
  public:
   // `directory` empty: there are no files, nothing is read and every write fails.
@@ -49,10 +52,13 @@ class IniFiles {
   std::string_view lineEnd() const;
 
   // Waits for the lock file: ten attempts, that many milliseconds apart. Once the process is
-  // being stopped it only tries for a tenth of a second. Null, with the last attempt's
-  // error, when it is not available.
+  // being stopped it only tries for a tenth of a second, and a link in its place is no lock file
+  // (ELOOP at once). Null, with the last attempt's error, when it is not available.
   std::unique_ptr<platform::FileLock> lock(std::string_view tag, int& error,
                                            uint32_t pauseMs = 1000) const;
+
+  // Removes what writes that a crash cut off have left; with the lock file held.
+  void removeUnfinished() const;
 
   FileStamp stampOf(const std::string& path) const;
   // Reads a file; `memory` becomes what was seen, also for a damaged file.

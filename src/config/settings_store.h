@@ -130,6 +130,8 @@ class SettingsStore {
   bool mergeNVPData(std::string_view tag, const IniText& file, const std::string& path);
   void tellRefused(std::string_view tag, const PropertyList& refused, const std::string& path);
   void tellUnreadable(std::string_view tag, IniFault fault);
+  // At the first load, with the lock file held.
+  void removeUnfinishedOnce();
   [[nodiscard]] bool readFiles(std::string_view tag, bool& changed);
   [[nodiscard]] bool readFallback(std::string_view tag, IniFault agentIniFault, bool& changed);
   [[nodiscard]] bool mergeFiles(std::string_view tag, const IniText& text, IniFault fault,

@@ -114,6 +114,14 @@ void SettingsStore::tellUnreadable(std::string_view tag, IniFault fault) {
                   {files.agentIni(), describe(fault), files.fallbackIni(), "not consulted"});
 }
 
+void SettingsStore::removeUnfinishedOnce() {
+  {
+    const Synchronized hold(lock);
+    if (everRead) return;
+  }
+  files.removeUnfinished();
+}
+
 bool SettingsStore::readFiles(std::string_view tag, bool& changed) {
   const bool hasFallback = files.stampOf(files.fallbackIni()).exists;
   FileMemory memory;
@@ -156,6 +164,7 @@ bool SettingsStore::load(std::string_view tag, bool& changed) {
     const auto lockFile = acquireLockFile(tag);
     if (!lockFile) return false;
     bool write = false;
+    removeUnfinishedOnce();
     const bool good = readFiles(tag, changed);
     eventlog::trace(tag, "WalkLogChain returned : %s",
                     walkLogChain(_systemFiles) ? "true" : "false");

@@ -81,6 +81,8 @@ enum class EventId : int {
   agentNotStarted = 10560,
   shutdownAfterError = 10561,
   shutdownStepFailed = 10562,
+  unsafeFileUsed = 10563,
+  unsafeFileNotUsed = 10564,
   // Updates
   updateThreadStopped = 10580,
   builtInPolicyRefused = 10581,

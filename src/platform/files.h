@@ -10,6 +10,9 @@
 // again for up to 200 ms while another program holds the file.
 // POSIX: replace() is rename(2); flushDirectory() makes it durable. Files are made for their owner
 // and to be read by its group (0640), directories 0750.
+//
+// Whoever may plant a link where a file is made leads nobody elsewhere: what makes a file (createNew,
+// create, append, lock) does not follow a link in its last part; ELOOP.
 #pragma once
 
 #include <cstddef>
@@ -37,6 +40,7 @@ enum class OpenMode {
   read,       // must exist ("rb")
   readWrite,  // must exist, position 0 ("rb+")
   create,     // made, or emptied when it exists ("wb")
+  createNew,  // made; EEXIST when anything has the name, a link that leads nowhere included ("wbx")
   append,     // made when missing; every write goes to the end in one piece ("ab")
 };
 
@@ -67,6 +71,8 @@ class Files {
  public:
   virtual ~Files() = default;
   virtual char separator() const = 0;
+  // Twelve lower-case letters and digits that nobody can know before, for the name of a new file.
+  virtual std::string freshName() = 0;
   [[nodiscard]] virtual int open(const std::string& path, OpenMode mode,
                                  std::unique_ptr<File>& out) = 0;
   // Opens `path`, made when missing, for this holder alone; EACCES at once while another process or

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include "platform/descriptor_posix.h"
 #include "platform/files.h"
 #include "platform/native.h"
+#include "platform/paths.h"
 
 namespace korvane::platform {
 namespace {
@@ -106,9 +108,11 @@ int flagsOf(OpenMode mode) {
     case OpenMode::readWrite:
       return O_RDWR;
     case OpenMode::create:
-      return O_RDWR | O_CREAT | O_TRUNC;
+      return O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW;
+    case OpenMode::createNew:
+      return O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW;
     case OpenMode::append:
-      return O_WRONLY | O_CREAT | O_APPEND;
+      return O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW;
   }
   return O_RDONLY;
 }
@@ -123,6 +127,12 @@ class PosixFiles final : public Files {
  public:
   char separator() const override { return '/'; }
 
+  std::string freshName() override {
+    uint64_t bits = 0;
+    while (::getrandom(&bits, sizeof bits, 0) < 0 && errno == EINTR) continue;
+    return nameOfBits(bits);
+  }
+
   int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override {
     Descriptor descriptor(::open(path.c_str(), flagsOf(mode) | O_CLOEXEC, kFileMode));
     if (!descriptor) return errno;
@@ -135,7 +145,8 @@ class PosixFiles final : public Files {
 
   // flock(2) belongs to the open file, so it also keeps out a second holder of this process.
   int lock(const std::string& path, std::unique_ptr<FileLock>& out) override {
-    Descriptor descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode));
+    Descriptor descriptor(
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode));
     if (!descriptor) return errno;
     if (::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0)
       return errno == EWOULDBLOCK ? EACCES : errno;

@@ -8,6 +8,9 @@
 #include "platform/paths.h"
 #include "platform/wide_win.h"
 
+// Behind windows.h, which it needs.
+#include <ntsecapi.h>
+
 namespace korvane::platform {
 namespace {
 
@@ -132,7 +135,9 @@ Opening openingOf(OpenMode mode) {
     case OpenMode::readWrite:
       return {GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING};
     case OpenMode::create:
-      return {GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS};
+      return {GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS};
+    case OpenMode::createNew:
+      return {GENERIC_READ | GENERIC_WRITE, CREATE_NEW};
     case OpenMode::append:
       return {FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE, OPEN_ALWAYS};
     case OpenMode::read:
@@ -157,6 +162,19 @@ int whileHeld(Call call) {
   }
 }
 
+// Opens what may be made by that, and not what a link in its place leads to.
+FileHandle openItself(const std::wstring& name, DWORD access, DWORD shared, DWORD disposition) {
+  return FileHandle(::CreateFileW(name.c_str(), access, shared, nullptr, disposition,
+                                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+}
+
+bool isLink(HANDLE file) {
+  FILE_ATTRIBUTE_TAG_INFO found;
+  return ::GetFileInformationByHandleEx(file, FileAttributeTagInfo, &found, sizeof found) &&
+         (found.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
+         IsReparseTagNameSurrogate(found.ReparseTag);
+}
+
 FileHandle openAttributes(const std::wstring& path) {
   return FileHandle(::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
                                   OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
@@ -166,23 +184,36 @@ class WinFiles final : public Files {
  public:
   char separator() const override { return '\\'; }
 
+  std::string freshName() override {
+    uint64_t bits = 0;
+    ::RtlGenRandom(&bits, sizeof bits);
+    return nameOfBits(bits);
+  }
+
   int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override {
     const std::wstring name = widePath(path);
     const Opening opening = openingOf(mode);
-    FileHandle file(::CreateFileW(name.c_str(), opening.access, kShareAll, nullptr,
-                                  opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const bool makes = opening.disposition != OPEN_EXISTING;
+    FileHandle file =
+        makes ? openItself(name, opening.access, kShareAll, opening.disposition)
+              : FileHandle(::CreateFileW(name.c_str(), opening.access, kShareAll, nullptr,
+                                         opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
       const int error = lastErrno();
-      return isDirectoryPath(name) ? EISDIR : error;
+      return mode != OpenMode::createNew && isDirectoryPath(name) ? EISDIR : error;
     }
-    out = std::make_unique<WinFile>(std::move(file), mode == OpenMode::append);
+    if (makes && isLink(file.get())) return ELOOP;
+    auto opened = std::make_unique<WinFile>(std::move(file), mode == OpenMode::append);
+    if (mode == OpenMode::create)
+      if (const int error = opened->truncate(0)) return error;
+    out = std::move(opened);
     return 0;
   }
 
   int lock(const std::string& path, std::unique_ptr<FileLock>& out) override {
-    FileHandle file(::CreateFileW(widePath(path).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    FileHandle file = openItself(widePath(path), GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS);
     if (!file) return lastErrno();
+    if (isLink(file.get())) return ELOOP;
     out = std::make_unique<WinFileLock>(std::move(file));
     return 0;
   }

@@ -6,6 +6,7 @@
 #include "platform/pipes.h"
 #include "platform/processes.h"
 #include "platform/registry.h"
+#include "platform/rights.h"
 #include "platform/shared_library.h"
 #include "platform/sockets.h"
 #include "platform/system_info.h"
@@ -19,7 +20,8 @@ class SystemPlatform final : public NativePlatform {
   explicit SystemPlatform(const NativeOptions& options)
       : _devices(makeNativeDevices(options)),
         _registry(makeNativeRegistry(options, *_files, *_devices)),
-        _pipes(makeNativePipes(options)) {}
+        _pipes(makeNativePipes(options)),
+        _rights(makeNativeRights(options)) {}
 
   Platform& platform() override { return _platform; }
 
@@ -30,12 +32,13 @@ class SystemPlatform final : public NativePlatform {
   const std::unique_ptr<Devices> _devices;
   const std::unique_ptr<Registry> _registry;
   const std::unique_ptr<Pipes> _pipes;
+  const std::unique_ptr<Rights> _rights;
   const std::unique_ptr<Processes> _processes = makeNativeProcesses();
   const std::unique_ptr<Sockets> _sockets = makeNativeSockets();
   const std::unique_ptr<SystemInfo> _systemInfo = makeNativeSystemInfo();
   const std::unique_ptr<SharedLibraries> _libraries = makeNativeSharedLibraries();
-  Platform _platform{*_clock,     *_threading, *_files,      *_registry,  *_devices,
-                     *_processes, *_sockets,   *_systemInfo, *_libraries, *_pipes};
+  Platform _platform{*_clock,   *_threading,  *_files,     *_registry, *_devices, *_processes,
+                     *_sockets, *_systemInfo, *_libraries, *_pipes,    *_rights};
 };
 
 }  // namespace

@@ -14,11 +14,19 @@ bool isSeparator(char c) {
   return kSeparators.find(c) != std::string_view::npos;
 }
 
-int writeAndFlush(Files& files, const std::string& path, std::string_view bytes) {
-  std::unique_ptr<File> file;
-  if (const int error = files.open(path, OpenMode::create, file)) return error;
-  if (const int error = file->write(bytes.data(), bytes.size())) return error;
-  return file->flush();
+constexpr std::string_view kUnfinished = ".new-";
+constexpr std::string_view kFreshDigits = "abcdefghijklmnopqrstuvwxyz0123456789";
+constexpr size_t kFreshName = 12;
+constexpr int kFreshNames = 16;  // that are tried, should somebody have one already
+
+int makeBeside(Files& files, const std::string& path, std::string& made,
+               std::unique_ptr<File>& file) {
+  int error = EEXIST;
+  for (int tried = 0; error == EEXIST && tried < kFreshNames; ++tried) {
+    made = path + std::string(kUnfinished) + files.freshName();
+    error = files.open(made, OpenMode::createNew, file);
+  }
+  return error;
 }
 
 }  // namespace
@@ -82,16 +90,54 @@ int readWholeFile(Files& files, const std::string& path, uint64_t maxBytes, std:
 }
 
 int writeFileAtomically(Files& files, const std::string& path, std::string_view bytes) {
-  const std::string temporary = path + ".new";
-  int error = writeAndFlush(files, temporary, bytes);
+  std::string temporary;
+  std::unique_ptr<File> file;
+  int error = makeBeside(files, path, temporary, file);
+  if (error) return error;
+  error = file->write(bytes.data(), bytes.size());
+  if (!error) error = file->flush();
+  file.reset();
   if (!error) error = files.replace(temporary, path);
   if (error) {
-    // The error that is told is the one of the writing; the next writing empties the file.
+    // The error that is told is the one of the writing; what stays goes at the next start.
     ignoreResult(files.remove(temporary));
     return error;
   }
   const std::string directory = directoryOf(path);
   return files.flushDirectory(directory.empty() ? "." : directory);
+}
+
+std::string nameOfBits(uint64_t bits) {
+  std::string name(kFreshName, '\0');
+  for (char& digit : name) {
+    digit = kFreshDigits[bits % kFreshDigits.size()];
+    bits /= kFreshDigits.size();
+  }
+  return name;
+}
+
+std::string_view unfinishedTarget(std::string_view name) {
+  if (name.size() <= kUnfinished.size() + kFreshName) return {};
+  const std::string_view fresh = name.substr(name.size() - kFreshName);
+  name.remove_suffix(kFreshName);
+  if (!name.ends_with(kUnfinished) || fresh.find_first_not_of(kFreshDigits) != fresh.npos)
+    return {};
+  name.remove_suffix(kUnfinished.size());
+  return name;
+}
+
+void removeUnfinished(Files& files, const std::string& directory,
+                      const std::function<bool(std::string_view)>& concerns) {
+  std::vector<DirectoryEntry> entries;
+  if (files.list(directory, entries) != 0) return;
+  size_t removed = 0;
+  for (const DirectoryEntry& entry : entries) {
+    const std::string_view target = unfinishedTarget(entry.name);
+    if (entry.isDirectory || target.empty() || !concerns(target)) continue;
+    if (++removed > kMostUnfinished) return;
+    // What cannot be removed now goes at a later start.
+    ignoreResult(files.remove(joinPath(files, {directory, entry.name})));
+  }
 }
 
 int emptyDirectory(Files& files, const std::string& directory) {

@@ -1,7 +1,9 @@
 // Path texts and whole-file helpers over Files. Paths are UTF-8.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -27,10 +29,20 @@ bool fileExists(Files& files, const std::string& path);
                                 std::string& out);
 
 // Writes `path` so that a reader, or a machine that loses power at any instant, sees the old
-// content or the new one, never a part: a temporary file beside it ("<path>.new"), flushed, then
-// put in its place, then the directory flushed.
+// content or the new one, never a part: a new file beside it ("<path>.new-<fresh name>"), flushed,
+// then put in its place, then the directory flushed.
 [[nodiscard]] int writeFileAtomically(Files& files, const std::string& path,
                                       std::string_view bytes);
+
+// The name of the file that "agent.ini.new-0123456789ab" was to become; empty for any other name.
+std::string_view unfinishedTarget(std::string_view name);
+// Removes what writes that a crash cut off have left in the directory, of the files that `concerns`
+// names and nobody is writing now: at most kMostUnfinished, the others the next time.
+inline constexpr size_t kMostUnfinished = 100;
+void removeUnfinished(Files& files, const std::string& directory,
+                      const std::function<bool(std::string_view)>& concerns);
+// Twelve letters and digits made of these bits.
+std::string nameOfBits(uint64_t bits);
 
 // Removes a directory with all that lies in it, or a file; no error when it is not there. Goes on
 // after a failure and gives the first one.

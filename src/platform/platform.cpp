@@ -12,10 +12,7 @@ namespace {
 Platform& defaultPlatform() {
   static NativePlatform* const native = [] {
     const std::unique_ptr<NativePlatform> bare = makeNativePlatform({});
-    SystemInfo& system = bare->platform().systemInfo;
-    return makeNativePlatform(
-               {system.environment("KORVANE_REGISTRY"), system.environment("KORVANE_RUN_DIR")})
-        .release();
+    return makeNativePlatform(optionsOfEnvironment(bare->platform().systemInfo)).release();
   }();
   return native->platform();
 }
@@ -27,6 +24,11 @@ std::shared_ptr<AgentRun> runOn(std::shared_ptr<Platform> platform) {
 }
 
 }  // namespace
+
+NativeOptions optionsOfEnvironment(SystemInfo& system) {
+  return {system.environment("KORVANE_REGISTRY"), system.environment("KORVANE_RUN_DIR"),
+          system.environment("KORVANE_ALLOW_UNSAFE") == "1"};
+}
 
 std::shared_ptr<AgentRun> makeRun(Platform& platform) {
   return runOn({std::shared_ptr<void>(), &platform});

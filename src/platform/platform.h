@@ -25,12 +25,15 @@ struct Platform {
   SystemInfo& systemInfo;
   SharedLibraries& sharedLibraries;
   Pipes& pipes;
+  Rights& rights;
 };
 
-// Where the Linux build finds what Windows has of itself. Windows ignores them.
+// Where the Linux build finds what Windows has of itself, which ignores it.
 struct NativeOptions {
   std::string registryFile;  // the .reg file
   std::string runDirectory;  // sockets of the driver simulator and the local channel
+  // On every system: files that strangers may change are told and used all the same.
+  bool unsafeFilesAllowed = false;
 };
 
 // The real system. The object owns the capabilities that its platform() refers to.
@@ -40,6 +43,8 @@ class NativePlatform {
   virtual Platform& platform() = 0;
 };
 [[nodiscard]] std::unique_ptr<NativePlatform> makeNativePlatform(const NativeOptions& options);
+// What a host has put into the environment: KORVANE_REGISTRY, KORVANE_RUN_DIR, KORVANE_ALLOW_UNSAFE=1.
+NativeOptions optionsOfEnvironment(SystemInfo& system);
 
 // A new run on a platform, which the caller keeps alive for longer than the run, or which
 // the run owns.

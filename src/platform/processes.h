@@ -2,11 +2,11 @@
 // Threads: a process object is used by one thread; interrupt() may be called by any other.
 //
 // Windows: CreateProcess with a hidden window and no inherited handles; the command line is
-// passed as it stands.
+// passed as it stands; it and what it starts are in a job that ends with the Process object.
 // Linux: the command line is cut into arguments at blanks outside double quotes, whose
 // marks are dropped; no shell takes part; the child has its own process group, its standard
-// descriptors lead to /dev/null and all others are closed. A child that outlives its
-// Process object leaves no zombie.
+// descriptors lead to /dev/null and all others are closed. It ends with the thread that started it,
+// so with a process that is killed, too.
 #pragma once
 
 #include <cstdint>
@@ -19,14 +19,14 @@ enum class ProcessWait { ended, timedOut, interrupted, failed };
 
 class Process {
  public:
-  // Leaves a process that still runs alone.
+  // Ends a process that still runs, with those that it has started.
   virtual ~Process() = default;
   virtual uint64_t id() const = 0;
   [[nodiscard]] virtual ProcessWait wait(uint32_t timeoutMs) = 0;
   // The exit code of an ended process; false when it cannot be read. On Linux a process that a
   // signal ended has 128 plus the signal's number.
   [[nodiscard]] virtual bool exitCode(uint32_t& out) = 0;
-  // Ends the process at once; 5 when it has ended already.
+  // Ends the process at once, with those that it has started; 5 when it has ended already.
   [[nodiscard]] virtual uint32_t terminate() = 0;
   // Makes wait(), the present call and every later one, return `interrupted` unless the process has
   // ended. Any thread.

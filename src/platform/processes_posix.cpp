@@ -1,7 +1,8 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,11 +12,13 @@
 #include <fstream>
 #include <iterator>
 
+#include "platform/descriptor_posix.h"
 #include "platform/error_codes.h"
 #include "platform/monitor_posix.h"
 #include "platform/native.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
+#include "util/ignore_result.h"
 #include "util/string.h"
 
 namespace korvane::platform {
@@ -65,41 +68,68 @@ std::vector<std::string> cutArguments(const std::string& text) {
   return arguments;
 }
 
-// Settings of a child: nothing inherited but the environment and the directory, its own process
-// group (a Ctrl-C at the host's terminal is not meant for it), no signal blocked or ignored.
-class SpawnSettings {
- public:
-  SpawnSettings() {
-    posix_spawn_file_actions_init(&_actions);
-    for (int standard = 0; standard < 3; ++standard)
-      posix_spawn_file_actions_addopen(&_actions, standard, "/dev/null",
-                                       standard ? O_WRONLY : O_RDONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&_actions, 3);
-    posix_spawnattr_init(&_attributes);
-    sigset_t none, all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&_attributes, &none);
-    posix_spawnattr_setsigdefault(&_attributes, &all);
-    posix_spawnattr_setpgroup(&_attributes, 0);
-    posix_spawnattr_setflags(
-        &_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-  }
-  ~SpawnSettings() {
-    posix_spawnattr_destroy(&_attributes);
-    posix_spawn_file_actions_destroy(&_actions);
-  }
-  SpawnSettings(const SpawnSettings&) = delete;
-  SpawnSettings& operator=(const SpawnSettings&) = delete;
+// What is told of a child that could not run its program.
+constexpr int kNotRun = 127;
+constexpr int kOldKernelDescriptors = 4096;
 
-  int spawn(pid_t& pid, const std::string& program, const std::vector<char*>& arguments) {
-    return ::posix_spawn(&pid, program.c_str(), &_actions, &_attributes, arguments.data(), environ);
-  }
+// In the child, which shares nothing with other threads any more: system calls alone. Gives the
+// errno of what failed.
+int becomeProgram(const char* program, char* const* arguments, pid_t parent) {
+  // Its own group: a Ctrl-C at the host's terminal is not meant for it.
+  if (::setpgid(0, 0) != 0 || ::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return errno;
+  if (::getppid() != parent) return ESRCH;  // which has ended in between
+  const int none = ::open("/dev/null", O_RDWR);
+  for (int standard = 0; standard < 3; ++standard)
+    if (none < 0 || ::dup2(none, standard) < 0) return errno;
+  if (none > 2) ::close(none);
+  struct sigaction usual {};
+  usual.sa_handler = SIG_DFL;
+  for (int signal = 1; signal < NSIG; ++signal) ::sigaction(signal, &usual, nullptr);
+  sigset_t nothing;
+  sigemptyset(&nothing);
+  ::sigprocmask(SIG_SETMASK, &nothing, nullptr);
+  ::execve(program, arguments, environ);
+  return errno;
+}
 
- private:
-  posix_spawn_file_actions_t _actions;
-  posix_spawnattr_t _attributes;
-};
+// Everything but the standard descriptors and the one on which a failure is told closes with the
+// program's start.
+void keepNothingOpen() {
+  if (::close_range(3, ~0u, CLOSE_RANGE_CLOEXEC) == 0) return;
+  // A kernel before 5.11. The descriptors of the agent itself close with the start anyway.
+  for (int other = 3; other < kOldKernelDescriptors; ++other) ::fcntl(other, F_SETFD, FD_CLOEXEC);
+}
+
+// A new process that runs the program; an errno value when it does not.
+int spawn(const char* program, char* const* arguments, pid_t& pid) {
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) return errno;
+  const Descriptor hears(ends[0]);
+  Descriptor tells(ends[1]);
+  const pid_t parent = ::getpid();
+  sigset_t all, before;
+  sigfillset(&all);
+  // No handler of this process runs in the child.
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  pid = ::fork();
+  const int unforked = errno;
+  if (pid == 0) {
+    keepNothingOpen();
+    const int error = becomeProgram(program, arguments, parent);
+    ignoreResult(::write(tells.get(), &error, sizeof error));
+    ::_exit(kNotRun);
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (pid < 0) return unforked;
+  tells = Descriptor();
+  int error = 0;
+  ssize_t told;
+  do told = ::read(hears.get(), &error, sizeof error);
+  while (told < 0 && errno == EINTR);
+  if (told <= 0) return 0;
+  ::waitpid(pid, nullptr, 0);
+  return error;
+}
 
 // What a process object shares with the thread that waits for the child, which outlives the object
 // when the child does.
@@ -158,6 +188,7 @@ bool startWaiter(const std::shared_ptr<ChildState>& state) {
 class PosixProcess final : public Process {
  public:
   explicit PosixProcess(std::shared_ptr<ChildState> state) : _state(std::move(state)) {}
+  ~PosixProcess() override { ignoreResult(terminate()); }
 
   uint64_t id() const override { return static_cast<uint64_t>(_state->pid); }
 
@@ -181,7 +212,7 @@ class PosixProcess final : public Process {
   uint32_t terminate() override {
     MonitorLock lock(_state->monitor);
     if (_state->ended) return kErrorAccessDenied;
-    return ::kill(_state->pid, SIGKILL) == 0 ? kOk : processError(errno);
+    return ::kill(-_state->pid, SIGKILL) == 0 ? kOk : processError(errno);
   }
 
   void interrupt() override {
@@ -218,10 +249,10 @@ class PosixProcesses final : public Processes {
     for (std::string& text : texts) pointers.push_back(text.data());
     pointers.push_back(nullptr);
     pid_t pid = 0;
-    if (const int error = SpawnSettings().spawn(pid, program, pointers)) return processError(error);
+    if (const int error = spawn(program.c_str(), pointers.data(), pid)) return processError(error);
     auto state = std::make_shared<ChildState>(pid);
     if (!startWaiter(state)) {
-      ::kill(pid, SIGKILL);
+      ::kill(-pid, SIGKILL);
       reap(*state);
       return kErrorNotEnoughMemory;
     }

@@ -5,7 +5,6 @@
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "platform/wide_win.h"
-#include "util/ignore_result.h"
 #include "util/string.h"
 
 // Behind windows.h, which it needs.
@@ -18,7 +17,9 @@ constexpr UINT kTerminatedCode = 1;
 
 class WinProcess final : public Process {
  public:
-  WinProcess(KernelObject process, DWORD id) : _process(std::move(process)), _id(id) {}
+  // The job's last handle ends what is left in it, however this process ends.
+  WinProcess(KernelObject process, DWORD id, KernelObject job)
+      : _process(std::move(process)), _id(id), _job(std::move(job)) {}
 
   bool valid() const { return _interrupt.valid(); }
   uint64_t id() const override { return _id; }
@@ -48,7 +49,7 @@ class WinProcess final : public Process {
 
   uint32_t terminate() override {
     if (ended()) return kErrorAccessDenied;
-    return ::TerminateProcess(_process.get(), kTerminatedCode) ? kOk : ::GetLastError();
+    return ::TerminateJobObject(_job.get(), kTerminatedCode) ? kOk : ::GetLastError();
   }
 
   void interrupt() override { _interrupt.raise(); }
@@ -58,17 +59,30 @@ class WinProcess final : public Process {
 
   const KernelObject _process;
   const DWORD _id;
+  const KernelObject _job;
   WinInterrupt _interrupt;
 };
 
+// Empty, with the last error, when there is none to have.
+KernelObject makeJob() {
+  KernelObject job(::CreateJobObjectW(nullptr, nullptr));
+  JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+  limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+  if (job && !::SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits,
+                                        sizeof limits))
+    return KernelObject();
+  return job;
+}
+
+// It does not run yet.
 uint32_t launch(const std::wstring& program, std::wstring commandLine, PROCESS_INFORMATION& made) {
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESHOWWINDOW;
   startup.wShowWindow = SW_HIDE;
   if (::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr,
-                       /*bInheritHandles=*/FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup,
-                       &made))
+                       /*bInheritHandles=*/FALSE, CREATE_NO_WINDOW | CREATE_SUSPENDED, nullptr,
+                       nullptr, &startup, &made))
     return kOk;
   const DWORD error = ::GetLastError();
   return error == ERROR_PATH_NOT_FOUND ? kErrorFileNotFound : error;
@@ -81,15 +95,21 @@ class WinProcesses final : public Processes {
     if (!isAbsolutePath(program)) return kErrorInvalidParameter;
     const std::wstring path = widePath(program);
     PROCESS_INFORMATION made{};
+    KernelObject job = makeJob();
+    if (!job) return ::GetLastError();
     const std::wstring tail = arguments.empty() ? L"" : L" " + wide(arguments);
     if (const uint32_t error = launch(path, L"\"" + path + L"\"" + tail, made)) return error;
     const KernelObject thread(made.hThread);
-    auto process = std::make_unique<WinProcess>(KernelObject(made.hProcess), made.dwProcessId);
-    if (!process->valid()) {
-      // Without an event nobody could wait for the process.
-      ignoreResult(process->terminate());
-      return kErrorNotEnoughMemory;
+    KernelObject child(made.hProcess);
+    if (!::AssignProcessToJobObject(job.get(), child.get())) {
+      const DWORD error = ::GetLastError();
+      ::TerminateProcess(child.get(), kTerminatedCode);
+      return error;
     }
+    auto process = std::make_unique<WinProcess>(std::move(child), made.dwProcessId, std::move(job));
+    // Without an event nobody could wait for the process, which ends with its job.
+    if (!process->valid()) return kErrorNotEnoughMemory;
+    ::ResumeThread(thread.get());
     out = std::move(process);
     return kOk;
   }

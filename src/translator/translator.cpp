@@ -31,7 +31,7 @@ bool Translator::initialize(const STRING& path) {
   if (available()) return true;
   platform::Platform& system = platform::current();
   std::shared_ptr<TranslatorLibrary> loaded =
-      TranslatorLibrary::load(system.files, system.sharedLibraries, path.toUtf8());
+      TranslatorLibrary::load(system.files, system.sharedLibraries, system.rights, path.toUtf8());
   if (!loaded) return false;
   Synchronized hold(shared().lock);
   if (!shared().library) shared().library = std::move(loaded);

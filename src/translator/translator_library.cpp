@@ -5,6 +5,7 @@
 #include "eventlog/event_log.h"
 #include "platform/error_codes.h"
 #include "platform/paths.h"
+#include "platform/rights.h"
 #include "platform/shared_library.h"
 #include "translator/translator.h"
 
@@ -87,9 +88,14 @@ bool TranslatorLibrary::initialize(const std::string& path, const std::string& d
 
 std::shared_ptr<TranslatorLibrary> TranslatorLibrary::load(platform::Files& files,
                                                            platform::SharedLibraries& libraries,
+                                                           platform::Rights& rights,
                                                            const std::string& directory) {
   const std::string path =
       platform::joinPath(files, {directory, libraries.fileName("kavipstranslator")});
+  if (const std::string unsafe = rights.refusal(path); !unsafe.empty()) {
+    eventlog::event(EventId::translatorNotLoaded, kLibraryTag, {path, unsafe});
+    return nullptr;
+  }
   auto loaded = std::make_shared<TranslatorLibrary>();
   if (!loaded->open(libraries, path) || !loaded->bind(path) || !loaded->initialize(path, directory))
     return nullptr;

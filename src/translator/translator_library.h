@@ -19,6 +19,7 @@ class TranslatorLibrary {
   // Null when the folder has no library that can be used.
   static std::shared_ptr<TranslatorLibrary> load(platform::Files& files,
                                                  platform::SharedLibraries& libraries,
+                                                 platform::Rights& rights,
                                                  const std::string& directory);
   TranslatorLibrary() = default;
   ~TranslatorLibrary();

@@ -135,7 +135,8 @@ class Agent {
                              fake->files,     fake->registry,
                              fake->devices,   fake->processes,
                              fake->sockets,   fake->systemInfo,
-                             fake->libraries, fake->pipes};
+                             fake->libraries, fake->pipes,
+                             fake->rights};
   std::shared_ptr<AgentRun> _run;
   AgentPlace _place;
   std::atomic<bool> _ended{false};

@@ -103,6 +103,46 @@ TEST(StartLog, EveryTroubleOfTheFirstLoadIsTold) {
   }
 }
 
+TEST(StartLog, WhatStrangersMayChangeIsRefusedOrToldOf) {
+  struct Row {
+    const char* spoilt;
+    bool allowed;
+    bool starts;
+    const char* event;
+  };
+  const Row rows[] = {
+      {"/opt/korvane/IPS/agent.ini", false, false, ",10560,"},
+      {"/opt/korvane", false, false, ",10560,"},
+      {"/opt/korvane/bin", false, false, ",10560,"},
+      {"/etc/machine.reg", false, false, ",10560,"},
+      {"/run/agent", false, false, ",10560,"},
+      {"/opt/korvane", true, true, ",10563,"},
+      {"/run/agent", true, true, ",10563,"},
+      {"/opt/korvane/IPS/extensions", true, true, ",10563,"},
+      {"/opt/korvane/IPS/extensions", false, true, ",10530,"},
+      {"/opt/korvane/IPS/bin", false, true, ",10564,"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.spoilt);
+    SimulatedMachine machine({.serviceType = "0", .ownLog = false});
+    machine.fake.systemInfo.variables = {{"KORVANE_REGISTRY", "/etc/machine.reg"},
+                                         {"KORVANE_RUN_DIR", "/run/agent"}};
+    machine.fake.rights.spoilt = {row.spoilt};
+    machine.fake.rights.allowed = row.allowed;
+    machine.fake.files.put("/opt/korvane/IPS/driver/policy.journal.new-0123456789ab", "half");
+    SessionRun run(machine);
+    machine.sim.runFor(5000);
+    EXPECT_EQ(machine.countLines(",10106,") == 1, row.starts);
+    EXPECT_EQ(run.returned(), !row.starts);
+    EXPECT_EQ(machine.fake.files.content("/opt/korvane/IPS/driver/policy.journal.new-0123456789ab"),
+              row.starts ? "" : "half");
+    const std::vector<std::string> told = machine.lines(row.event);
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_THAT(told[0], testing::HasSubstr(std::string(row.spoilt) + " is writable"));
+    EXPECT_TRUE(run.stop());
+  }
+}
+
 TEST(StartLog, TheFirstLoadIsTracedWithItsOwnTimesWhenTracingIsOn) {
   for (const bool traced : {true, false}) {
     SimulatedMachine machine(

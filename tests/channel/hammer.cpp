@@ -52,8 +52,9 @@ struct Machine {
   std::unique_ptr<Clock> clock = makeNativeClock();
   std::unique_ptr<Threading> threading = makeNativeThreading();
   tests::NativePipes native;
-  Platform platform{*clock,         *threading,   fake.files,      fake.registry,  fake.devices,
-                    fake.processes, fake.sockets, fake.systemInfo, fake.libraries, native.pipes};
+  Platform platform{*clock,         *threading,     fake.files,   fake.registry,
+                    fake.devices,   fake.processes, fake.sockets, fake.systemInfo,
+                    fake.libraries, native.pipes,   fake.rights};
   CurrentPlatform current{platform};
   const std::string name = tests::uniquePipeName();
 };

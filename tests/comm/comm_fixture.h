@@ -139,7 +139,8 @@ class CommFixture : public ::testing::Test {
                   resolver,
                   _native->platform().systemInfo,
                   _native->platform().sharedLibraries,
-                  _native->platform().pipes} {
+                  _native->platform().pipes,
+                  _native->platform().rights} {
     setInstallRoot(_directory.path());
     std::filesystem::create_directories(path("IPS"));
     eventlog::EventLog::open({.directory = path("logs"), .cataloguePath = {}, .tracing = true},

@@ -62,7 +62,7 @@ class ConfigFixture : public testing::Test {
   platform::Platform _system{_base.clock,    _base.threading,  files,
                              _base.registry, _base.devices,    _base.processes,
                              _base.sockets,  _base.systemInfo, _base.sharedLibraries,
-                             _base.pipes};
+                             _base.pipes,    _base.rights};
   std::optional<platform::CurrentPlatform> _current{_system};
 };
 

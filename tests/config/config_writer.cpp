@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
   ShortWaits waits(base.threading);
   platform::Platform system{base.clock,           waits,          base.files,   base.registry,
                             base.devices,         base.processes, base.sockets, base.systemInfo,
-                            base.sharedLibraries, base.pipes};
+                            base.sharedLibraries, base.pipes,     base.rights};
   const platform::CurrentPlatform current(system);
   setInstallRoot(argv[1]);
   AgentConfig& config = *AgentConfig::getInstance();

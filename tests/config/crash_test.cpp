@@ -9,6 +9,7 @@
 #include "config/install_root.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/recording_files.h"
+#include "platform/paths.h"
 
 namespace korvane {
 namespace {
@@ -56,7 +57,7 @@ class CrashTest : public testing::Test {
     platform::Platform& base = fake.platform();
     system = std::make_unique<platform::Platform>(platform::Platform{
         base.clock, base.threading, files, base.registry, base.devices, base.processes,
-        base.sockets, base.systemInfo, base.sharedLibraries, base.pipes});
+        base.sockets, base.systemInfo, base.sharedLibraries, base.pipes, base.rights});
     current.reset();
     current.emplace(*system);
     setInstallRoot("/opt/agent");
@@ -66,6 +67,7 @@ class CrashTest : public testing::Test {
   std::unique_ptr<platform::Platform> system;
   std::optional<platform::CurrentPlatform> current;
   int states = 0;
+  int unfinished = 0;  // files of cut off writes that the next start has left
 
  private:
   using Promises = std::vector<std::pair<size_t, int64_t>>;  // the journal's length, and the value
@@ -79,6 +81,8 @@ class CrashTest : public testing::Test {
     use(disk);
     const STRING found = AgentConfig::getInstance()->getUniqueId();
     AgentConfig::freeInstance();
+    for (const std::string& path : disk.paths())
+      unfinished += !platform::unfinishedTarget(platform::fileNameOf(path)).empty();
     return found.empty() ? 0 : found.toInt();
   }
 
@@ -91,6 +95,7 @@ TEST_F(CrashTest, WhatASetterHasWrittenSurvivesEveryCrashAndNoFlushCanBeLeftOut)
   work(recorded);
   EXPECT_GT(recorded.size(), 20u);
   EXPECT_EQ(brokenPromises(recorded), 0);
+  EXPECT_EQ(unfinished, 0);
   std::printf("%d states of agent.ini and fallback.ini\n", states);
   size_t directories = 0;
   for (size_t flush = 0; flush < recorded.flushes(); ++flush) {

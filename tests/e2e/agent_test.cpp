@@ -140,7 +140,7 @@ TEST(Agent, ASignalBeforeTheAgentObjectExistsEndsItWithStatusZero) {
   for (int round = 0; round < 6; ++round) {
     InstalledAgent agent(0);
     agent.start();
-    ASSERT_TRUE(tests::eventually([&] { return agent.host->hasLoaded("libkorvane-agent"); }));
+    ASSERT_TRUE(tests::eventually([&] { return agent.host->handles(SIGTERM); }));
     int status = -1;
     EXPECT_LE(agent.stop(status), kStopLimitMs);
     EXPECT_EQ(status, 0) << agent.host->output();

@@ -55,7 +55,7 @@ TEST_F(IdsFilesTest, WhoeverSeesTheEndMarkerFindsTheNextLogNamedAndBegun) {
   platform::Platform& all = fake.platform();
   platform::Platform system{all.clock,           all.threading, recording,   all.registry,
                             all.devices,         all.processes, all.sockets, all.systemInfo,
-                            all.sharedLibraries, all.pipes};
+                            all.sharedLibraries, all.pipes,     all.rights};
   IdsFiles(system, "/k", Encoding::utf8).handOver();
   int ended = 0;
   for (size_t entries = 0; entries <= recording.size(); ++entries) {

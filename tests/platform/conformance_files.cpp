@@ -1,6 +1,7 @@
 // What every Files must do: the system's own over a temporary directory, and the one in memory.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 
@@ -51,6 +52,15 @@ class FilesConformance : public testing::Test {
     std::string bytes;
     EXPECT_EQ(readWholeFile(files, at(name), 1 << 20, bytes), 0) << name;
     return bytes;
+  }
+
+  // Of all that lies in the root, a blank between them.
+  std::string names() {
+    std::vector<DirectoryEntry> entries;
+    EXPECT_EQ(files.list(world.root, entries), 0);
+    std::string all;
+    for (const DirectoryEntry& entry : entries) all += (all.empty() ? "" : " ") + entry.name;
+    return all;
   }
 
   FileInfo infoOf(std::string_view name) {
@@ -215,11 +225,37 @@ TYPED_TEST(FilesConformance, anOpenFileOutlivesItsName) {
   EXPECT_EQ(std::string(buffer, got), "old");
 }
 
+TYPED_TEST(FilesConformance, aNewFileTakesNobodysPlaceAndHasANameOfItsOwn) {
+  std::unique_ptr<File> file;
+  ASSERT_EQ(this->files.open(this->at("a"), OpenMode::createNew, file), 0);
+  EXPECT_EQ(this->files.open(this->at("a"), OpenMode::createNew, file), EEXIST);
+  ASSERT_EQ(this->files.makeDirectories(this->at("b")), 0);
+  EXPECT_EQ(this->files.open(this->at("b"), OpenMode::createNew, file), EEXIST);
+  const std::string one = this->files.freshName(), other = this->files.freshName();
+  EXPECT_NE(one, other);
+  EXPECT_EQ(unfinishedTarget("a.b.new-" + one), "a.b");
+  const std::string others[] = {".new-" + one, "a.new", "a.new-" + one.substr(1),
+                                "a.new-" + one + "x"};
+  for (const std::string& name : others) EXPECT_EQ(unfinishedTarget(name), "") << name;
+}
+
+TYPED_TEST(FilesConformance, whatACutOffWriteLeftGoesOfTheFilesConcernedUpToABound) {
+  size_t left = kMostUnfinished + 3;
+  for (size_t i = 0; i < left; ++i) this->put("a.new-" + this->files.freshName(), "half");
+  for (const char* name : {"a", "a.new", "b.new-0123456789ab"}) this->put(name, "kept");
+  for (const size_t stay : {size_t{3}, size_t{0}}) {
+    removeUnfinished(this->files, this->world.root, [](auto target) { return target == "a"; });
+    std::string names = this->names();
+    EXPECT_EQ(std::count(names.begin(), names.end(), ' '), static_cast<long>(2 + stay)) << names;
+  }
+  EXPECT_EQ(this->names(), "a a.new b.new-0123456789ab");
+}
+
 TYPED_TEST(FilesConformance, wholeFilesAreWrittenAtomicallyAndReadWithABound) {
   ASSERT_EQ(writeFileAtomically(this->files, this->at("a"), "first"), 0);
   ASSERT_EQ(writeFileAtomically(this->files, this->at("a"), "second"), 0);
   EXPECT_EQ(this->content("a"), "second");
-  EXPECT_FALSE(fileExists(this->files, this->at("a.new")));
+  EXPECT_EQ(this->names(), "a") << "and nothing beside it";
   EXPECT_EQ(writeFileAtomically(this->files, this->at("none/a"), "x"), ENOENT);
 
   std::string bytes = "before";

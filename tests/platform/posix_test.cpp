@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "platform/driver_device.h"
 #include "platform/error_codes.h"
@@ -21,6 +23,7 @@
 #include "platform/pipes.h"
 #include "platform/processes.h"
 #include "platform/registry.h"
+#include "platform/rights.h"
 #include "platform/threading.h"
 #include "tests/platform/patience.h"
 #include "tests/platform/simulator_stand_in.h"
@@ -47,6 +50,84 @@ class PosixTest : public testing::Test {
   }
 };
 
+TEST_F(PosixTest, aChildEndsWithAParentThatIsKilled) {
+  const std::string told = directory.path() + "/child";
+  std::unique_ptr<Process> parent;
+  ASSERT_EQ(platform.processes.start(KORVANE_TEST_CHILD, "parent \"" + told + "\"", parent), kOk);
+  const auto pause = platform.threading.createEvent(true, false);
+  pid_t child = 0;
+  for (int i = 0; i < 3000 && !(std::ifstream(told) >> child); ++i) pause->wait(10);
+  ASSERT_GT(child, 0);
+  // Who adopts it may leave a zombie.
+  const std::string stat = "/proc/" + std::to_string(child) + "/stat";
+  const auto runs = [&] {
+    std::ifstream file(stat);
+    std::string text;
+    std::getline(file, text);
+    return !text.empty() && text.find(") Z ") == std::string::npos;
+  };
+  ASSERT_TRUE(runs());
+  ASSERT_EQ(::kill(static_cast<pid_t>(parent->id()), SIGKILL), 0);
+  for (int i = 0; i < 3000 && runs(); ++i) pause->wait(10);
+  EXPECT_FALSE(runs());
+}
+
+// What may be unsafe about a path, each spoilt in turn, and what is none the less safe.
+TEST_F(PosixTest, whatStrangersMayChangeIsFoundWithItsReason) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to give files away";
+  namespace fs = std::filesystem;
+  constexpr uid_t kStranger = 61234;
+  const std::string top = directory.path();
+  const auto lay = [&] {
+    for (const auto& entry : fs::directory_iterator(top)) fs::remove_all(entry);
+    fs::create_directories(top + "/a/b");
+    std::ofstream(top + "/a/b/file") << "x";
+    fs::create_symlink("b", top + "/a/link");
+    fs::create_symlink(top + "/a/link/../b/file", top + "/direct");
+  };
+  const auto mode = [&](const char* name, mode_t bits) {
+    return [=] { EXPECT_EQ(::chmod((top + name).c_str(), bits), 0); };
+  };
+  const auto give = [&](const char* name, uid_t owner, gid_t group) {
+    return [=] { EXPECT_EQ(::lchown((top + name).c_str(), owner, group), 0); };
+  };
+  const auto groupMay = [&](const char* name, mode_t bits) {
+    return [=] { give(name, 0, kStranger)(), mode(name, bits)(); };
+  };
+  struct Row {
+    const char* path;
+    std::function<void()> spoil;
+    std::string found;
+  };
+  const Row rows[] = {
+      {"/a/b/file", [] {}, ""},
+      {"/a/b/file", mode("/a/b/file", 0664), ""},  // root's own group
+      {"/a/b/file", mode("/a/b/file", 0646), "/a/b/file is writable by everybody"},
+      {"/a/b/file", groupMay("/a/b/file", 0660), "/a/b/file is writable by group 61234"},
+      {"/a/b/file", give("/a/b/file", kStranger, 0),
+       "/a/b/file belongs to account 61234, its owner"},
+      {"/a/b/file", mode("/a", 0777), "/a is writable by everybody"},
+      {"/a/b/file", mode("/a", 01777), ""},
+      {"/a", mode("/a", 01777), "/a is writable by everybody"},  // as a place for new files
+      {"/a/b/file", groupMay("/a", 01775), ""},
+      {"/a/b/none", mode("/a/b", 0757), "/a/b is writable by everybody"},
+      {"/a/b/none/deeper", [] {}, ""},
+      {"/a/link/file", mode("/a/b", 0757), "/a/b is writable by everybody"},
+      {"/a/link/file", give("/a/link", kStranger, 0),
+       "/a/link belongs to account 61234, its owner"},
+      {"/direct", [] {}, ""},
+      {"/direct", mode("/a", 0757), "/a is writable by everybody"},
+      {"/direct", mode("/a/b/file", 0666), "/a/b/file is writable by everybody"},
+      {"/a/../a/./b//file", mode("/a/b", 0757), "/a/b is writable by everybody"},
+      {"/loop", [&] { fs::create_symlink("loop", top + "/loop"); }, "/loop cannot be followed"},
+  };
+  for (const Row& row : rows) {
+    lay();
+    row.spoil();
+    EXPECT_EQ(unsafePart(top + row.path), row.found.empty() ? "" : top + row.found) << row.path;
+  }
+}
+
 TEST_F(PosixTest, childrenInheritNoDescriptorAndLeaveNoZombie) {
   const int leaked = ::open("/dev/null", O_RDONLY);
   std::unique_ptr<Process> process;
@@ -59,9 +140,9 @@ TEST_F(PosixTest, childrenInheritNoDescriptorAndLeaveNoZombie) {
 
   ASSERT_EQ(platform.processes.start(KORVANE_TEST_CHILD, "hang", process), kOk);
   const auto pid = static_cast<pid_t>(process->id());
+  EXPECT_EQ(::getpgid(pid), pid);
+  ASSERT_EQ(::kill(pid, 0), 0);
   process.reset();
-  ASSERT_EQ(::kill(pid, 0), 0) << "a child whose object is gone runs on";
-  ASSERT_EQ(::kill(pid, SIGTERM), 0);
   const auto pause = platform.threading.createEvent(true, false);
   for (int i = 0; i < 3000 && ::kill(pid, 0) == 0; ++i) pause->wait(10);
   EXPECT_NE(::kill(pid, 0), 0) << "nobody took it from the system";
@@ -148,6 +229,25 @@ TEST_F(PosixTest, aRegistryFileThatWasReplacedWithinItsDatesStepIsReadAgain) {
   EXPECT_EQ(value, "2") << "another file of the same size and date";
 }
 
+TEST_F(PosixTest, whatMakesAFileFollowsNoLink) {
+  for (const char* leads : {"/victim", "/absent"}) {
+    std::ofstream(directory.path() + "/victim") << "its own";
+    const std::string link = directory.path() + "/link";
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(directory.path() + leads, link);
+    std::unique_ptr<File> file;
+    std::unique_ptr<FileLock> lock;
+    EXPECT_EQ(platform.files.open(link, OpenMode::create, file), ELOOP);
+    EXPECT_EQ(platform.files.open(link, OpenMode::createNew, file), EEXIST);
+    EXPECT_EQ(platform.files.open(link, OpenMode::append, file), ELOOP);
+    EXPECT_EQ(platform.files.lock(link, lock), ELOOP);
+    EXPECT_EQ(std::filesystem::file_size(directory.path() + "/victim"), 7u);
+    EXPECT_FALSE(std::filesystem::exists(directory.path() + "/absent"));
+    EXPECT_EQ(writeFileAtomically(platform.files, link, "new"), 0);
+    EXPECT_FALSE(std::filesystem::is_symlink(link)) << "the new file has taken its place";
+  }
+}
+
 TEST_F(PosixTest, filesAreClosedToStrangers) {
   std::unique_ptr<File> file;
   ASSERT_EQ(platform.files.open(directory.path() + "/state", OpenMode::create, file), 0);
@@ -172,7 +272,8 @@ TEST_F(PosixTest, registryFollowsTheFileAndKeepsItsForm) {
   EXPECT_EQ(read(),
             "\xEF\xBB\xBFREGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\K]\r\n\"v\"=\"2\"\r\n\"b\"=hex(2):25,"
             "00,\\\r\n  00,00\r\n");
-  EXPECT_FALSE(std::filesystem::exists(registryFile + ".new"));
+  for (const auto& entry : std::filesystem::directory_iterator(directory.path()))
+    EXPECT_EQ(unfinishedTarget(entry.path().filename().string()), "") << entry.path();
 
   write("Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\K]\nnonsense\n");
   EXPECT_EQ(registry.readString("K", "v", text), kErrorBadDatabase);

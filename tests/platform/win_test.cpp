@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 
 #include "platform/error_codes.h"
 #include "platform/files.h"
@@ -15,6 +16,8 @@
 #include "platform/paths.h"
 #include "platform/pipes.h"
 #include "platform/processes.h"
+#include "platform/rights.h"
+#include "platform/threading.h"
 #include "platform/wide_win.h"
 #include "tests/platform/patience.h"
 #include "tests/support/temp_directory.h"
@@ -25,6 +28,17 @@ namespace {
 constexpr uint32_t kPeek = 0x0011400C;  // FSCTL_PIPE_PEEK
 constexpr uint32_t kNoSuchCode = 0x0022FFFC;
 constexpr size_t kPeekHeader = 16;  // bytes of its answer before the data
+
+// Gives a file or folder this owner and list, in the security descriptor definition language.
+void giveAccess(const std::string& path, const wchar_t* list) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(list, SDDL_REVISION_1,
+                                                                     &descriptor, nullptr));
+  EXPECT_TRUE(::SetFileSecurityW(widePath(path).c_str(),
+                                 DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                                 descriptor));
+  ::LocalFree(descriptor);
+}
 
 class WinTest : public testing::Test {
  protected:
@@ -198,6 +212,44 @@ TEST_F(WinTest, registryTypesOfOtherWriters) {
   ASSERT_EQ(platform.registry.readString(key, "long", text), kOk);
   EXPECT_EQ(text, STRING(longText));
   EXPECT_EQ(platform.registry.deleteKey(key), kOk);
+}
+
+TEST_F(WinTest, whatStrangersMayChangeIsFound) {
+  const std::string folder = at("folder"), file = joinPath(files, {folder, "file"});
+  ASSERT_EQ(files.makeDirectories(folder), 0);
+  put(file, "x");
+  constexpr wchar_t kOwn[] = L"D:PAI(A;;FA;;;SY)(A;;FA;;;BA)(A;;0x1200a9;;;WD)";
+  constexpr wchar_t kEverybodys[] = L"D:PAI(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;WD)";
+  giveAccess(folder, kOwn);
+  giveAccess(file, kOwn);
+  EXPECT_EQ(unsafePart(file), "");
+  EXPECT_EQ(unsafePart(at("folder\\none\\deeper")), "");
+  giveAccess(file, kEverybodys);
+  EXPECT_THAT(unsafePart(file), testing::EndsWith("file is writable by S-1-1-0"));
+  giveAccess(file, kOwn);
+  giveAccess(folder, kEverybodys);
+  EXPECT_THAT(unsafePart(file), testing::EndsWith("folder is writable by S-1-1-0"))
+      << "who may remove the file and make another";
+}
+
+TEST_F(WinTest, aChildEndsWithAParentThatIsKilled) {
+  const std::string told = at("told");
+  std::unique_ptr<Process> parent;
+  ASSERT_EQ(platform.processes.start(KORVANE_TEST_CHILD, "parent \"" + told + "\"", parent), kOk);
+  const auto pause = platform.threading.createEvent(true, false);
+  std::string text;
+  for (int i = 0; i < 3000 && !text.ends_with('\n'); ++i) {
+    pause->wait(10);
+    static_cast<void>(readWholeFile(files, told, 100, text));
+  }
+  const KernelObject child(
+      ::OpenProcess(SYNCHRONIZE, FALSE, std::strtoul(text.c_str(), nullptr, 10)));
+  ASSERT_TRUE(child) << text;
+  EXPECT_EQ(::WaitForSingleObject(child.get(), 0), WAIT_TIMEOUT);
+  const KernelObject itself(
+      ::OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(parent->id())));
+  ASSERT_TRUE(::TerminateProcess(itself.get(), 9)) << "not its job, which would end both";
+  EXPECT_EQ(::WaitForSingleObject(child.get(), kLongMs), WAIT_OBJECT_0);
 }
 
 }  // namespace

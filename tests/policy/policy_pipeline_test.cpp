@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -10,6 +11,7 @@
 #include "tests/support/logged_events.h"
 #include "update/policy/policy_change.h"
 #include "update/policy/policy_files.h"
+#include "update/policy/translator_program.h"
 
 namespace korvane {
 namespace {
@@ -107,6 +109,36 @@ TEST(PolicyPipeline, AStopEndsATranslatorThatNeverEndsAndReportsNothing) {
   EXPECT_EQ(pipeline.world.driverFolder().size(), 3U);
 }
 
+TEST(PolicyPipeline, ATranslatorThatStrangersMayChangeOrThatNeverEndsFailsThePolicyWithTheReason) {
+  struct Row {
+    const char* spoilt;
+    bool allowed;
+    uint32_t runMs;
+    const char* text;  // null: it is installed
+    int event;         // 0: none
+  };
+  const Row rows[] = {
+      {"/opt/korvane/IPS/bin", false, 0, "/opt/korvane/IPS/bin is writable by everybody", 10564},
+      {"/opt/korvane/IPS/bin", true, 0, nullptr, 0},
+      {"/opt/korvane/IPS/extensions", false, 0, nullptr, 0},
+      {"/none", false, platform::kInfinite, "ended after 30 minutes", 10592},
+      {"/none", false, TranslatorProgram::kMostMs, nullptr, 0},
+  };
+  for (const Row& row : rows) {
+    Pipeline pipeline;
+    LoggedEvents events(pipeline.world.fake.files);
+    pipeline.world.fake.rights.spoilt = {row.spoilt};
+    pipeline.world.fake.rights.allowed = row.allowed;
+    pipeline.world.trip.translatorTakesMs = row.runMs;
+    const PolicyOutcome outcome = pipeline.install("B");
+    EXPECT_EQ(static_cast<bool>(outcome), row.text == nullptr) << row.spoilt << row.runMs;
+    EXPECT_THAT(outcome.text.toUtf8(), testing::HasSubstr(row.text ? row.text : ""));
+    EXPECT_EQ(std::ranges::count(events.all(), row.event), row.event ? 1 : 0);
+    EXPECT_EQ(pipeline.world.fake.processes.starts().empty(), row.event == 10564);
+    EXPECT_EQ(pipeline.world.trip.terminated, row.event == 10592 ? 1U : 0U);
+  }
+}
+
 TEST(PolicyPipeline, AnIdsPolicyIsTranslatedBesideItsPlusFile) {
   Pipeline pipeline;
   STRING result = "stale";
@@ -166,7 +198,7 @@ TEST(PolicyPipeline, OldPoliciesGoAndWhatIsInUseOrSomebodyElsesStays) {
                               former + "notes.txt"};
   const std::string gone[] = {ours + "policy7.sbp.zip",   ours + "policy7..conf",
                               ours + "policy1..conf.old", ours + "policy1..trans.tmp",
-                              ours + "policy7..err",      ours + "policy.journal.new",
+                              ours + "policy7..err",      ours + "policy.journal.new-0123456789ab",
                               former + "policy3.sbp.zip"};
   for (const std::string& path : kept) machine.files[path] = "x";
   for (const std::string& path : gone) machine.files[path] = "x";

@@ -58,7 +58,8 @@ struct Tripwire {
   size_t calls = 0;
   std::string tripped;
   bool dead = false;
-  size_t terminated = 0;  // translators that did not end by themselves
+  size_t terminated = 0;           // translators that did not end by themselves
+  uint32_t translatorTakesMs = 0;  // of a time that passes at once
 
   bool hit(const std::string& what) {
     if (dead) return true;
@@ -143,8 +144,11 @@ class TripProcess final : public platform::Process {
       : _trip(trip), _to(std::move(to)) {}
   uint64_t id() const override { return _to->id(); }
   platform::ProcessWait wait(uint32_t timeoutMs) override {
-    return _trip.hit("wait for the translator") ? platform::ProcessWait::failed
-                                                : _to->wait(timeoutMs);
+    if (_trip.hit("wait for the translator")) return platform::ProcessWait::failed;
+    if (_trip.translatorTakesMs)
+      return timeoutMs < _trip.translatorTakesMs ? platform::ProcessWait::timedOut
+                                                 : platform::ProcessWait::ended;
+    return _to->wait(timeoutMs);
   }
   bool exitCode(uint32_t& out) override { return !_trip.hit("exit code") && _to->exitCode(out); }
   uint32_t terminate() override {
@@ -243,7 +247,7 @@ class PolicyWorld {
         [this](const platform::FakeDevices::Call& call) { return drive(call); });
     _platform.emplace(platform::Platform{fake.platform().clock, fake.platform().threading, *files,
                                          _registry, _devices, _processes, fake.sockets,
-                                         fake.systemInfo, fake.libraries, fake.pipes});
+                                         fake.systemInfo, fake.libraries, fake.pipes, fake.rights});
     _current.emplace(*_platform);
     setInstallRoot("/opt/korvane");
     setServiceType(serviceType);

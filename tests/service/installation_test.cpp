@@ -97,6 +97,19 @@ TEST(Installation, StopsARunningServiceBeforeItRemovesIt) {
   EXPECT_EQ(agent.logged(",10110,"), 1u) << "the agent has finished its teardown";
 }
 
+TEST(Installation, TakesOverWhatLayThereBefore) {
+  const Installation agent;
+  agent.write("IPS\\planted.ini", "a stranger's");
+  const std::string planted = agent.path("IPS\\planted.ini");
+  host::protectDirectory(agent.path("IPS\\open"), "O:BAD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;WD)");
+  const HostRun run = agent.install();
+  EXPECT_EQ(run.status, 0u) << run.output;
+  EXPECT_THAT(run.output,
+              HasSubstr("repaired owner and access list of " + agent.path("IPS\\open")));
+  EXPECT_THAT(host::readAccess(agent.path("IPS\\open")).strangers, IsEmpty());
+  EXPECT_THAT(host::readAccess(planted).strangers, IsEmpty());
+}
+
 TEST(Installation, LeavesAServiceOfAnotherProgramAlone) {
   const Installation agent;
   const machine::ServiceHandle manager(

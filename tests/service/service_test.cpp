@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cwchar>
 #include <tuple>
 
 #include "host/agent_service.h"
@@ -122,6 +123,38 @@ TEST(Service, AnEndThatNobodyAskedForIsAFailureOfTheService) {
     EXPECT_EQ(end.dwServiceSpecificExitCode, code);
     EXPECT_THAT(service.log(), HasSubstr(line));
   }
+}
+
+// The strings of the list that the service manager keeps, a blank between them; none where it keeps none.
+std::string requiredPrivileges(const std::string& name) {
+  const machine::ServiceHandle manager(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  const machine::ServiceHandle service(
+      ::OpenServiceW(manager.get(), platform::wide(name).c_str(), SERVICE_QUERY_CONFIG));
+  alignas(SERVICE_REQUIRED_PRIVILEGES_INFOW) BYTE bytes[2048] = {};
+  DWORD size = 0;
+  if (!::QueryServiceConfig2W(service.get(), SERVICE_CONFIG_REQUIRED_PRIVILEGES_INFO, bytes,
+                              sizeof bytes, &size))
+    return {};
+  const wchar_t* at =
+      reinterpret_cast<SERVICE_REQUIRED_PRIVILEGES_INFOW*>(bytes)->pmszRequiredPrivileges;
+  std::string all;
+  for (; at && *at; at += std::wcslen(at) + 1)
+    all += (all.empty() ? "" : " ") + platform::narrow(at);
+  return all;
+}
+
+TEST(Service, ItsTokenHasThePrivilegesThatItNeedsAndNoOther) {
+  OddService service("obeys");
+  const std::string listed = requiredPrivileges(service.installation.name);
+  if (listed.empty()) GTEST_SKIP() << "this service manager keeps no such list";
+  EXPECT_EQ(listed, "SeChangeNotifyPrivilege SeImpersonatePrivilege");
+  ASSERT_TRUE(service.watched.start());
+  service.watched.watch(SERVICE_RUNNING);
+  const std::string log = service.log();
+  for (const char* name : {"SeChangeNotifyPrivilege", "SeImpersonatePrivilege"})
+    EXPECT_THAT(log, HasSubstr(name));
+  for (const char* name : {"SeTcbPrivilege", "SeDebugPrivilege", "SeLoadDriverPrivilege"})
+    EXPECT_EQ(log.find(name), std::string::npos) << name;
 }
 
 // What the service manager makes of a process that is gone is its own matter, and Wine's

@@ -73,9 +73,18 @@ class ChildProcess {
     _id = 0;
     return true;
   }
-  // Whether a file of that name is part of the running program.
-  bool hasLoaded(const std::string& library) const {
-    return contentOf("/proc/" + std::to_string(_id) + "/maps").find(library) != std::string::npos;
+  // What the system says of the running program under that name, without the blanks before it.
+  std::string fact(const std::string& file, const std::string& name) const {
+    const std::string text = contentOf("/proc/" + std::to_string(_id) + "/" + file);
+    const size_t at = text.find(name);
+    if (at == std::string::npos) return {};
+    const size_t begin = text.find_first_not_of(" \t", at + name.size());
+    return text.substr(begin, text.find('\n', begin) - begin);
+  }
+  // Whether the program has a handler for the signal.
+  bool handles(int number) const {
+    const std::string caught = fact("status", "SigCgt:");
+    return !caught.empty() && (std::stoull(caught, nullptr, 16) >> (number - 1) & 1);
   }
   std::string output() const { return contentOf(_outputFile); }
   std::string lastLine() const {

@@ -35,8 +35,8 @@ class ThrowingPlatform {
         _system(*this, to.systemInfo),
         _libraries(*this, to.sharedLibraries),
         _pipes(*this, to.pipes),
-        _platform{to.clock,   _threading, _files,  _registry,  _devices,
-                  _processes, _sockets,   _system, _libraries, _pipes} {}
+        _platform{to.clock, _threading, _files,     _registry, _devices, _processes,
+                  _sockets, _system,    _libraries, _pipes,    to.rights} {}
 
   platform::Platform& platform() { return _platform; }
   // The n-th call from now on (1: the next one) throws, and all behind it unless `once`. 0: none.

@@ -151,9 +151,10 @@ class FaultyPlatform {
  private:
   platform::FakePlatform _fakes;
   FaultyThreading _threading{faults, _fakes.platform().threading};
-  platform::Platform _platform{
-      _fakes.clock,     _threading,     _fakes.files,      _fakes.registry,  _fakes.devices,
-      _fakes.processes, _fakes.sockets, _fakes.systemInfo, _fakes.libraries, _fakes.pipes};
+  platform::Platform _platform{_fakes.clock,    _threading,        _fakes.files,
+                               _fakes.registry, _fakes.devices,    _fakes.processes,
+                               _fakes.sockets,  _fakes.systemInfo, _fakes.libraries,
+                               _fakes.pipes,    _fakes.rights};
   std::optional<platform::CurrentPlatform> _current{_platform};
 };
 

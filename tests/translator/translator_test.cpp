@@ -141,6 +141,17 @@ TEST_F(TranslatorTest, ALibraryThatCannotBeUsedIsNamedWithTheReason) {
   EXPECT_EQ(shutDowns, 0) << "what was not initialised is not shut down";
 }
 
+TEST_F(TranslatorTest, ALibraryThatStrangersMayChangeIsNotLoadedUnlessThatIsAllowed) {
+  fake.libraries.install(kLibrary, symbols());
+  fake.rights.spoilt = {kFolder};
+  EXPECT_FALSE(Translator::initialize(kFolder));
+  EXPECT_EQ(library.initialized, 0);
+  EXPECT_EQ(events.all(), std::vector<int>{10530});
+  EXPECT_NE(events.text().find(std::string(kFolder) + " is writable"), std::string::npos);
+  fake.rights.allowed = true;
+  EXPECT_TRUE(Translator::initialize(kFolder));
+}
+
 TEST_F(TranslatorTest, ValuesAreBounded) {
   fake.libraries.install(kLibrary, symbols());
   ASSERT_TRUE(Translator::initialize(kFolder));

@@ -115,7 +115,7 @@ class OtherSockets {
       : _former(platform::current()),
         _platform{_former.clock,           _former.threading, _former.files, _former.registry,
                   _former.devices,         _former.processes, sockets,       _former.systemInfo,
-                  _former.sharedLibraries, _former.pipes} {}
+                  _former.sharedLibraries, _former.pipes,     _former.rights} {}
 
  private:
   platform::Platform& _former;

@@ -78,21 +78,26 @@ void SettingsChange::add(const std::string& pair) {
 void SettingsChange::checkMayWrite() const {
   platform::Files& files = _context.system().files;
   const std::string directory = _context.installDirectory();
-  const std::string probe = platform::joinPath(files, {directory, "agentctl.probe"});
+  const std::string probe =
+      platform::joinPath(files, {directory, "agentctl.probe-" + files.freshName()});
   std::unique_ptr<platform::File> file;
-  const int error = files.open(probe, platform::OpenMode::create, file);
+  const int error = files.open(probe, platform::OpenMode::createNew, file);
   file.reset();
   if (error != 0)
     throw Failure(error == EACCES || error == EPERM ? ExitStatus::notPermitted : ExitStatus::failed,
                   "nothing can be written to " + directory + ", error " + std::to_string(error),
                   "Run this as the agent's account or as administrator.");
-  // Empty, and emptied again by the next change.
+  // Empty, should it stay.
   ignoreResult(files.remove(probe));
   int locked = 0;
-  if (!_files.lock(kTag, locked))
+  if (_files.lock(kTag, locked)) return;
+  if (locked == ELOOP)
     throw Failure(ExitStatus::failed,
-                  "another program has kept " + _files.agentIni() + " locked for ten seconds",
-                  std::string(kNothingChanged) + " Try again when it is done.");
+                  "the lock file " + _files.lockFile() + " is a link, which is not followed",
+                  std::string(kNothingChanged) + " Find out who made it, and remove it.");
+  throw Failure(ExitStatus::failed,
+                "another program has kept " + _files.agentIni() + " locked for ten seconds",
+                std::string(kNothingChanged) + " Try again when it is done.");
 }
 
 void SettingsChange::write() {

@@ -36,8 +36,9 @@ Life::Life(Machine& machine, platform::Event& attention)
       _threads(line, machine.sim),
       _children(
           line, [&machine] { return machine.translatorRefusal(); }, fake.processes),
-      _system{machine.sim.clock(), _threads,     _files,          _registry,      fake.devices,
-              _children,           fake.sockets, fake.systemInfo, fake.libraries, fake.pipes},
+      _system{machine.sim.clock(), _threads,   _files,       _registry,
+              fake.devices,        _children,  fake.sockets, fake.systemInfo,
+              fake.libraries,      fake.pipes, fake.rights},
       _run(platform::makeRun(_system)),
       _watchedRun(_run) {
   serve();

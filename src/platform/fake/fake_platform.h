@@ -14,6 +14,7 @@
 #include "platform/fake/fake_devices.h"
 #include "platform/fake/fake_pipes.h"
 #include "platform/fake/fake_processes.h"
+#include "platform/fake/fake_rights.h"
 #include "platform/fake/fake_sockets.h"
 #include "platform/fake/fake_system.h"
 #include "platform/fake/manual_clock.h"
@@ -55,16 +56,18 @@ class FakePlatform {
   FakeSystemInfo systemInfo;
   FakeLibraries libraries;
   FakePipes pipes{_threading};
+  FakeRights rights;
 
  private:
-  Platform _platform{_time,     _threading, files,      registry,  devices,
-                     processes, sockets,    systemInfo, libraries, pipes};
+  Platform _platform{_time,   _threading, files,     registry, devices, processes,
+                     sockets, systemInfo, libraries, pipes,    rights};
 };
 
 // The platform with other files: wrappers that record or fail.
 inline Platform withFiles(const Platform& of, Files& files) {
-  return {of.clock,     of.threading, files,         of.registry,        of.devices,
-          of.processes, of.sockets,   of.systemInfo, of.sharedLibraries, of.pipes};
+  return {of.clock,           of.threading, files,      of.registry,
+          of.devices,         of.processes, of.sockets, of.systemInfo,
+          of.sharedLibraries, of.pipes,     of.rights};
 }
 
 }  // namespace korvane::platform

@@ -35,6 +35,7 @@ class ForwardingFiles : public Files {
  public:
   explicit ForwardingFiles(Files& to) : _to(to) {}
   char separator() const override { return _to.separator(); }
+  std::string freshName() override { return _to.freshName(); }
   int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override {
     return _to.open(path, mode, out);
   }

@@ -7,6 +7,11 @@
 #include "platform/paths.h"
 
 namespace korvane::platform {
+namespace {
+
+constexpr uint64_t kFirstFreshName = 100000000000;  // of twelve digits
+
+}  // namespace
 
 struct MemoryNode {
   bool directory = false;
@@ -23,6 +28,7 @@ struct MemoryDisk {
   FakeMutex mutex;
   std::map<std::string, std::shared_ptr<MemoryNode>> nodes GUARDED_BY(mutex);
   uint64_t lastIdentity GUARDED_BY(mutex) = 0;
+  uint64_t freshNames GUARDED_BY(mutex) = 0;
 
   MemoryNode* find(const std::string& path) REQUIRES(mutex) {
     const auto found = nodes.find(path);
@@ -162,6 +168,11 @@ MemoryFiles::MemoryFiles(Clock& clock) : _disk(std::make_shared<MemoryDisk>(cloc
 
 MemoryFiles::~MemoryFiles() = default;
 
+std::string MemoryFiles::freshName() {
+  FakeLock lock(_disk->mutex);
+  return std::to_string(kFirstFreshName + ++_disk->freshNames);
+}
+
 int MemoryFiles::open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) {
   const std::string at = normal(path);
   FakeLock lock(_disk->mutex);
@@ -169,6 +180,8 @@ int MemoryFiles::open(const std::string& path, OpenMode mode, std::unique_ptr<Fi
   if (!_disk->find(at)) {
     if (mode == OpenMode::read || mode == OpenMode::readWrite) return ENOENT;
     _disk->add(at, false);
+  } else if (mode == OpenMode::createNew) {
+    return EEXIST;
   }
   const std::shared_ptr<MemoryNode> node = _disk->nodes[at];
   if (node->directory) return EISDIR;

@@ -30,6 +30,8 @@ class MemoryFiles final : public Files {
   ~MemoryFiles() override;
 
   char separator() const override { return '/'; }
+  // The same ones in the same order on every new disk.
+  std::string freshName() override;
   int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override;
   int lock(const std::string& path, std::unique_ptr<FileLock>& out) override;
   int info(const std::string& path, FileInfo& out) override;

@@ -31,6 +31,13 @@ constexpr const char* kDataLossNames[] = {"all data kept", "unflushed data lost"
 constexpr const char* kNameLossNames[] = {"", ", unflushed names lost",
                                           ", of a directory's changes only the last kept"};
 
+// A new file is called by the one that it is to become, as each of its kind.
+std::string named(const std::string& path) {
+  const std::string name = fileNameOf(path);
+  const std::string target(unfinishedTarget(name));
+  return target.empty() ? path : path.substr(0, path.size() - name.size()) + target + ".new";
+}
+
 bool isFlush(const Entry& entry) {
   return entry.kind == Kind::flush || entry.kind == Kind::flushDirectory;
 }
@@ -213,7 +220,7 @@ size_t RecordingFiles::size() {
 std::string RecordingFiles::describe(size_t entry) {
   FakeLock lock(_mutex);
   const Entry& at = _journal.at(entry);
-  std::string text = kKindNames[static_cast<int>(at.kind)] + (" " + at.path);
+  std::string text = kKindNames[static_cast<int>(at.kind)] + (" " + named(at.path));
   if (!at.to.empty()) text += " to " + at.to;
   if (at.kind == Kind::write)
     text += " " + std::to_string(at.bytes.size()) + " bytes at " + std::to_string(at.offset);

@@ -52,7 +52,8 @@ class RecordingFiles final : public ForwardingFiles {
   explicit RecordingFiles(MemoryFiles& to);
   ~RecordingFiles() override;
 
-  // The number of entries in the journal, and one of them as a line of text.
+  // The number of entries in the journal, and one of them as a line of text, in which the random part
+  // of a new file's name is left out.
   size_t size();
   std::string describe(size_t entry);
   // Puts into the empty `disk` what a crash after the first `entries` entries may leave. Files keep

@@ -42,7 +42,7 @@ PolicyOutcome PolicyPipeline::runTranslatorForIds(const Attempt& attempt, int& e
   if (run.stopped)
     outcome.result = PolicyOutcome::Result::stopped;
   else if (run.exitCode != 0)
-    outcome = PolicyOutcome::failed(_translator.getTranslationError(run.exitCode, errorFile));
+    outcome = PolicyOutcome::failed(_translator.getTranslationError(run, errorFile));
   else
     outcome = handleHIDSResult(names);
   ignoreResult(removeIfThere(_parts.files, errorFile));

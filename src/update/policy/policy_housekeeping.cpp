@@ -27,8 +27,8 @@ constexpr char kCleanTag[] = "cleanUpdateDirectory";
 constexpr char kNamePattern[] = "policy%M%S%T.sbp.zip";
 constexpr char kFormerProduct[] = "TRLM";
 constexpr std::string_view kPrefix = "policy";
-// What a journal that could not be written leaves.
-constexpr std::string_view kUnfinishedJournal = "policy.journal.new";
+// What a journal that could not be written leaves is one that was to become this.
+constexpr std::string_view kJournal = "policy.journal";
 constexpr std::string_view kPlusEnding = ".sbp.zip";
 // The base ends in a dot of its own.
 constexpr std::string_view kTranslated[] = {"..conf", "..trans", "..err"};
@@ -122,7 +122,7 @@ void PolicyHousekeeping::sweepFolder(const std::string& directory) {
   const std::set<std::string> inUse = basesInUse();
   for (const platform::DirectoryEntry& entry : entries) {
     const std::string base(baseOf(entry.name));
-    const bool ours = !base.empty() || entry.name == kUnfinishedJournal;
+    const bool ours = !base.empty() || platform::unfinishedTarget(entry.name) == kJournal;
     if (entry.isDirectory || !ours) continue;
     if (!base.empty() && !isPassing(entry.name) && inUse.contains(base)) continue;
     const std::string path = platform::joinPath(files, {directory, entry.name});

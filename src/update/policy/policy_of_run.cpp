@@ -16,6 +16,7 @@ PolicyParts policyPartsOfRun() {
   return {{{system.files, currentDriver(), settings.policy, settings.file},
            system.clock,
            system.processes,
+           system.rights,
            shutdownToken()},
           system.registry,
           system.systemInfo,

@@ -34,7 +34,9 @@ HistoryRecord PolicyPipeline::Attempt::finished() const {
 }
 
 PolicyPipeline::PolicyPipeline(const Parts& parts)
-    : _parts(parts), _translator(parts.files, parts.processes, parts.stop), _history(parts.files) {}
+    : _parts(parts),
+      _translator(parts.files, parts.processes, parts.rights, parts.stop),
+      _history(parts.files) {}
 
 bool PolicyPipeline::canRead(const STRING& plusFile, const char* context) {
   std::unique_ptr<platform::File> file;
@@ -80,8 +82,7 @@ PolicyOutcome PolicyPipeline::runTranslatorFor(Attempt& attempt) {
       {"-agent", attempt.record.plusFile, names.freshMinus, names.freshItems, previousItems});
   if (run.stopped) return {PolicyOutcome::Result::stopped};
   if (run.exitCode != 0)
-    return giveUp(attempt, run.exitCode,
-                  _translator.getTranslationError(run.exitCode, names.freshMinus));
+    return giveUp(attempt, run.exitCode, _translator.getTranslationError(run, names.freshMinus));
   if (presenceOf(_parts.files, names.freshMinus) == Presence::present) return {};
   return giveUp(attempt, run.exitCode, "The translator produced no policy.");
 }

@@ -35,6 +35,7 @@ class PolicyPipeline {
   struct Parts : PolicyChange::Parts {
     platform::Clock& clock;
     platform::Processes& processes;
+    platform::Rights& rights;
     StopToken& stop;
   };
 

@@ -11,6 +11,7 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
+#include "platform/rights.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -66,13 +67,15 @@ TranslatorResult TranslatorProgram::waitFor(platform::Process& process) {
   platform::ProcessWait outcome;
   {
     StopCallback interrupt(_stop, [&process] { process.interrupt(); });
-    outcome = process.wait(platform::kInfinite);
+    outcome = process.wait(kMostMs);
   }
   if (outcome != platform::ProcessWait::ended) {
     // Nobody could tell any more when it is done with its outputs.
     // A process that has just ended cannot be terminated.
     ignoreResult(process.terminate());
     result.stopped = outcome == platform::ProcessWait::interrupted;
+    if (outcome == platform::ProcessWait::timedOut)
+      result.refusal = "It was ended after 30 minutes.";
     result.exitCode = kTranslatorNotStarted;
     eventlog::event(EventId::translatorTerminated, kProgramTag, {process.id()});
     return result;
@@ -84,6 +87,10 @@ TranslatorResult TranslatorProgram::waitFor(platform::Process& process) {
 
 TranslatorResult TranslatorProgram::run(const TranslatorCall& call) {
   const std::string program = path();
+  if (std::string unsafe = _rights.refusal(program); !unsafe.empty()) {
+    eventlog::event(EventId::unsafeFileNotUsed, kProgramTag, {unsafe});
+    return {kTranslatorNotStarted, false, "It is not run: " + unsafe};
+  }
   const bool withItems = canBeOpened(call.prevItemsFile);
   if (!withItems) eventlog::trace(kProgramTag, "Prev Trans Items file not present");
   traceCall(program, call, withItems);
@@ -94,9 +101,10 @@ TranslatorResult TranslatorProgram::run(const TranslatorCall& call) {
   return {kTranslatorNotStarted, false};
 }
 
-STRING TranslatorProgram::getTranslationError(int exitCode, const STRING& out1) {
-  eventlog::trace("getTranslationError", "Error running Translator %d", exitCode);
-  if (exitCode == kTranslatorNotStarted) return "Translator failed to execute.";
+STRING TranslatorProgram::getTranslationError(const TranslatorResult& result, const STRING& out1) {
+  eventlog::trace("getTranslationError", "Error running Translator %d", result.exitCode);
+  if (!result.refusal.empty()) return "Translator failed to execute. " + result.refusal;
+  if (result.exitCode == kTranslatorNotStarted) return "Translator failed to execute.";
   std::unique_ptr<platform::File> file;
   if (_files.open(out1.toUtf8(), platform::OpenMode::read, file) != 0) return "Unknown error";
   std::string text(kMaxErrorBytes, '\0');

@@ -1,10 +1,12 @@
 // The translator program, bin/translate below the agent's installation directory.
 //
 // Lifetime: refers to what it is made of. Threads: one at a time. A run blocks until the program
-// ends; a stop of the agent ends program and wait at once.
-// Errors: the exit code; what cannot be started counts as 100.
+// ends, half an hour at most; a stop of the agent ends program and wait at once.
+// Errors: the exit code; what cannot be started, must not be since strangers may change it, or takes
+// too long counts as 100.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/fwd.h"
@@ -24,19 +26,23 @@ struct TranslatorCall {
 
 struct TranslatorResult {
   int exitCode = 0;
-  bool stopped = false;  // the program was ended by a stop; the exit code says nothing then
+  bool stopped = false;      // the program was ended by a stop; the exit code says nothing then
+  std::string refusal = {};  // why it was not started, or ended
 };
 
 inline constexpr int kTranslatorNotStarted = 100;
 
 class TranslatorProgram {
  public:
-  TranslatorProgram(platform::Files& files, platform::Processes& processes, StopToken& stop)
-      : _files(files), _processes(processes), _stop(stop) {}
+  static constexpr uint32_t kMostMs = 30 * 60 * 1000;
+
+  TranslatorProgram(platform::Files& files, platform::Processes& processes,
+                    platform::Rights& rights, StopToken& stop)
+      : _files(files), _processes(processes), _rights(rights), _stop(stop) {}
 
   [[nodiscard]] TranslatorResult run(const TranslatorCall& call);
   // Why a translation failed: the text that the program left in its first output.
-  STRING getTranslationError(int exitCode, const STRING& out1);
+  STRING getTranslationError(const TranslatorResult& result, const STRING& out1);
 
  private:
   std::string path() const;
@@ -45,6 +51,7 @@ class TranslatorProgram {
 
   platform::Files& _files;
   platform::Processes& _processes;
+  platform::Rights& _rights;
   StopToken& _stop;
 };
 
