@@ -1,8 +1,8 @@
 #include "host/options.h"
 
+#include <algorithm>
 #include <filesystem>
-
-#include <set>
+#include <vector>
 
 #include "host/agent_library.h"
 #include "host/messages.h"
@@ -29,13 +29,14 @@ std::string libraryPath(const Options& options) {
 // What runs here, and what the agent cannot do without. Looked at before any of it is touched, the
 // folder of the logs included; the agent looks again, for services of others.
 bool isSafe(const Options& options) {
-  std::set<std::string> faults;
+  std::vector<std::string> faults;
   const std::string root = fullPath(options.installRoot);
   for (const std::string& path :
        {programPath(), libraryPath(options), root.empty() ? root : root + kSettings,
         fullPath(options.registry), fullPath(options.runDirectory)})
-    if (std::string fault = platform::unsafePart(path); !fault.empty())
-      faults.insert(std::move(fault));
+    if (std::string fault = platform::unsafePart(path);
+        !fault.empty() && std::find(faults.begin(), faults.end(), fault) == faults.end())
+      faults.push_back(std::move(fault));
   for (const std::string& fault : faults)
     say(fault + (options.allowUnsafe ? "; used all the same"
                                      : "; nothing is started: correct owner and rights"));

@@ -1,12 +1,12 @@
 #include "host/process_guard.h"
 
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <string>
 
 #include "host/messages.h"
@@ -34,7 +34,9 @@ void guardProcess() {
   limitTo(RLIMIT_NOFILE, kMostDescriptors);
   limitTo(RLIMIT_CORE, 0);
   // A program that takes core dumps through a pipe is not bound by the limit: it gets no memory.
-  std::ofstream("/proc/self/coredump_filter") << "0\n";
+  const int filter = open("/proc/self/coredump_filter", O_WRONLY | O_CLOEXEC);
+  if (filter < 0 || write(filter, "0\n", 2) != 2) tell("leave the memory out of core dumps");
+  if (filter >= 0) close(filter);
   const bool dumpable = KORVANE_DEBUGGABLE || geteuid() != 0;
   if (!dumpable && prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) tell("refuse core dumps");
 }
