@@ -151,7 +151,7 @@ def well(result):
             and result["exit_status"] == 0
             and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
             and all(result[key] for key in ("policy_loaded", "policy_rolled_back", "retranslation_identical", "setting_changed",
-                                            "software_package", "failed_over", "failed_back", "operator_answered",
+                                            "software_package", "signatures_checked", "failed_over", "failed_back", "operator_answered",
                                             "connection_tested"))
             and result["content_packages"] == 4)
 

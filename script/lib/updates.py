@@ -3,11 +3,16 @@
 Each part is told in plain lines, waits for what it tells, and returns the keys that it adds to the demo's JSON.
 """
 import hashlib
+import pathlib
 import shutil
+import subprocess
 import time
 import zipfile
 
-from machine import wait_until
+import signing
+from machine import StageError, wait_until
+
+SIGN = pathlib.Path(__file__).resolve().parent.parent / "sign-package"
 
 CONTENT = {"qel": "qel", "ferrolyn.revocation": "ferrolyn-revocation", "ferrolyn.settings": "ferrolyn-settings",
            "ferrolyn.vexvt": "ferrolyn-vexvt"}
@@ -31,8 +36,8 @@ class Updates:
         self.served = stage.work / "server" / "served"
         self.served.mkdir(parents=True, exist_ok=True)
 
-    def assign(self, kind, file=None, until="fetched", notify=True, **properties):
-        self.stage.admin("/assign", {"kind": kind, "agent": self.guid, "until": until, "notify": notify,
+    def assign(self, kind, file=None, until="fetched", notify=True, signed=False, **properties):
+        self.stage.admin("/assign", {"kind": kind, "agent": self.guid, "until": until, "notify": notify, "signed": signed,
                                      "properties": {key.replace("_", "."): value for key, value in properties.items()},
                                      **({"file": file} if file else {})})
 
@@ -49,10 +54,13 @@ class Updates:
     def change_policy(self, name, version, rules, suits, what):
         """Assigns a policy; returns the agent's result and the milliseconds from the assignment to it."""
         source = self.stage.source_policy(f"policy-{version}", rules, name, version, f"demo-{version}")
+        return self.deliver_policy(source, name, version, suits, what)
+
+    def deliver_policy(self, source, name, version, suits, what, signed=False):
         shutil.copy(source, self.served)
         after = self.last_id("results")
         begun = time.time()
-        self.assign("policy", source.name, policy_name=f"{name} {version}", policy_path=f"/policies/{version}")
+        self.assign("policy", source.name, signed=signed, policy_name=f"{name} {version}", policy_path=f"/policies/{version}")
         result = self.result("policy", after, suits, what)
         return result, round(result["at_ms"] - begun * 1000)
 
@@ -130,6 +138,33 @@ class Updates:
         self.say("A software package is unpacked where its installer finds it." if unpacked else "The software is missing.")
         return {"software_package": result["code"] == 0 and unpacked}
 
+    def signed(self):
+        """From here on the agent has trusted signers: it takes what they signed, and nothing else."""
+        key, certificate = signing.make_test_key(self.stage.work)
+        signers = self.stage.ips / "signers.pem"
+        shutil.copy(certificate, signers)
+        status, told = self.stage.machine.agentctl("config", "set", f"update.signing.keys={self.stage.machine.path(signers)}")
+        if status != 0:
+            raise StageError(f"update.signing.keys could not be set: {told}")
+        wait_until(lambda: "not asked for" not in self.stage.machine.agentctl("status")[1], LIMIT, "the agent's trusted signers")
+        plain, other = (self.stage.source_policy(f"policy-{version}", RULES, "Web servers", version, f"demo-{version}")
+                        for version in ("5.0", "6.0"))
+        good = self.served / f"{plain.name}.signed"
+        subprocess.run([SIGN, "--kind", "policy", "--name", "Web servers", "--version", "5", "--signer", certificate, key, plain, good],
+                       check=True)
+        exchanged, bytes_of = self.served / f"{other.name}.signed", other.read_bytes()
+        head = good.read_bytes()[:-plain.stat().st_size].rpartition(b"content ")[0]
+        exchanged.write_bytes(head + f"content {len(bytes_of)}\n".encode() + bytes_of)
+        codes = {}
+        for what, file in (("unsigned", plain), ("exchanged", other), ("signed", plain)):
+            result, _ = self.deliver_policy(file, "Web servers", "5.0", lambda row: True, f"the result of the {what} policy",
+                                            signed=what != "unsigned")
+            codes[what] = result["code"]
+            self.say(f"The agent has trusted signers now. Of an {what} policy the server reads: {result['code']}, \"{result['message']}\"."
+                     if codes[what] else "The signed one is loaded: " + self.in_force()[0] + ".")
+        return {"signatures_checked": codes == {"unsigned": 1101, "exchanged": 1112, "signed": 0}
+                and self.in_force()[0] == "Web servers 5.0"}
+
     def notification(self):
         taken = []
         for _ in range(5):
@@ -170,7 +205,7 @@ def obey(stage, guid, say):
     updates = Updates(stage, guid, say)
     figures = {}
     for part in (updates.policy, updates.refused_policy, updates.retranslation, updates.setting, updates.content,
-                 updates.software, updates.notification):
+                 updates.software, updates.signed, updates.notification):
         figures.update(part())
     return figures
 

@@ -101,6 +101,13 @@ JsonTree policyTree(const PolicySettings& settings) {
   return tree;
 }
 
+JsonTree signingTree(const PolicySettings& settings) {
+  JsonTree tree;
+  putText(tree, "keys", settings.getSigningKeys());
+  putMember(tree, "minimum", int64_t{settings.getSigningMinimum()});
+  return tree;
+}
+
 // The lines of the status text, each a name, a blank and a word.
 JsonTree technologiesTree(const AboutAgent& about) {
   std::istringstream lines(about.techStatus());
@@ -166,6 +173,7 @@ JsonTree statusTree(const AboutAgent& about, const LocalParts& parts, const Json
   tree.push_back({"agent", agentTree(about, parts.clock)});
   tree.push_back({"server", serverTree(parts.server, parts.connection)});
   tree.push_back({"policy", policyTree(parts.policy)});
+  tree.push_back({"signing", signingTree(parts.policy)});
   tree.push_back({"technologies", technologiesTree(about)});
   tree.push_back({"logs", logs});
   tree.push_back({"counters", countersTree(parts.counters, parts.server)});

@@ -100,6 +100,13 @@ void CloudMethods::workOnPolicy(const std::function<void(ApplicationPolicies&)>&
   work(policies);
 }
 
+std::string_view CloudMethods::proven(const trust::Wanted& wanted, std::string_view bytes) {
+  const PolicyParts& parts = _parts.policies;
+  const trust::Verdict verdict = prove({parts.files, parts.clock, parts.settings}, wanted, bytes);
+  if (verdict.accepted()) return verdict.content;
+  throw RPCError(kCloudNotProven - verdict.refusal.code(), verdict.refusal.text);
+}
+
 void CloudMethods::policyBuffer(const RPCRequest& request, RPCResponse& response) {
   const std::string& value = neededText(request, "value");
   if (value != "true" && value != "false")
@@ -112,7 +119,9 @@ void CloudMethods::policy(const RPCRequest& request, RPCResponse& response) {
   const PropertyList properties = {{"policy.name", shortTextOf(request, "name")},
                                    {"policy.path", shortTextOf(request, "path")}};
   const std::string source = bytesOf(request, "bytes");
-  workOnPolicy([&](ApplicationPolicies& policies) { policies.installBase(source, properties); });
+  workOnPolicy([&](ApplicationPolicies& policies) {
+    policies.installBase(proven({trust::Kind::policy}, source), properties);
+  });
   response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }
 
@@ -128,7 +137,9 @@ void CloudMethods::setApplication(const RPCRequest& request, RPCResponse& respon
   const std::string name = neededText(request, "name");
   const std::string archive = bytesOf(request, "bytes");
   bool changed = false;
-  workOnPolicy([&](ApplicationPolicies& policies) { changed = policies.set(name, archive); });
+  workOnPolicy([&](ApplicationPolicies& policies) {
+    changed = policies.set(name, proven({trust::Kind::applicationPolicy, name}, archive));
+  });
   putFlag(response.result, "changed", changed);
   response.result.push_back({"policy", policyTree(_parts.policies.settings)});
 }

@@ -9,6 +9,7 @@
 #include "platform/fwd.h"
 #include "rpc/rpc_server.h"
 #include "update/policy/policy_processor.h"
+#include "update/policy/proof.h"
 #include "util/property_list.h"
 
 namespace korvane {
@@ -47,6 +48,8 @@ class CloudMethods {
   void retranslate(const RPCRequest& request, RPCResponse& response);
   // How many settings differ now.
   int change(const PropertyList& settings);
+  // The content of what proves itself; within a turn.
+  std::string_view proven(const trust::Wanted& wanted, std::string_view bytes);
   // Runs the work in a turn, with the policy's history at hand.
   void workOnPolicy(const std::function<void(ApplicationPolicies&)>& work);
 

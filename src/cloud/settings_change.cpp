@@ -52,6 +52,7 @@ PropertyList settingsFrom(const JsonTree& params, const SettingsFile& settings) 
       refuseParameter(name, "the value must be a string, a number, true or false");
     if (holdsControl(child.data()))
       refuseParameter(name, "contains a line break or another control character");
+    if (const std::string fault = trustFault(key); !fault.empty()) refuseParameter(name, fault);
     if (const std::string fault = settingFault(key, value); !fault.empty())
       refuseParameter(name, "\"" + maskedSetting(name, child.data()) + "\" " + fault);
     changes.emplace_back(key, value);

@@ -149,6 +149,9 @@ void PolicySettings::setPolicyErrorChanged(bool changed) {
 // The settings of the table, one line each, and the marks of the run.
 // clang-format off
 
+// [System]
+STRING PolicySettings::getSigningKeys() const { return _store.text(Key::signingKeys); }
+uint32_t PolicySettings::getSigningMinimum() const { return _store.interval(Key::signingMinimum); }
 // [AutoRetrans]
 bool PolicySettings::autoRetransEnabled() const { return _store.flag(Key::autoRetransEnabled); }
 void PolicySettings::setAutoRetransEnabled(bool value) { _store.change(Key::autoRetransEnabled, value); }

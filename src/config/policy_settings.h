@@ -20,6 +20,10 @@ class PolicySettings {
   PolicySettings(SettingsStore& store, platform::Registry& registry)
       : _store(store), _registry(registry) {}
 
+  // [System]: who must have signed what is installed
+  STRING getSigningKeys() const;
+  uint32_t getSigningMinimum() const;
+
   // [AutoRetrans]
   bool autoRetransEnabled() const;
   void setAutoRetransEnabled(bool value);

@@ -50,6 +50,12 @@ bool comesWithPolicy(const STRING& key) {
   return std::find(std::begin(kept), std::end(kept), row->key) != std::end(kept);
 }
 
+std::string trustFault(const STRING& key) {
+  const SettingRow* row = findRow(key);
+  const bool decides = row && (row->key == Key::signingKeys || row->key == Key::signingMinimum);
+  return decides ? "is local: it can be set in agent.ini alone" : "";
+}
+
 std::string settingFault(const STRING& key, const STRING& value) {
   if (value.find(kMask) != STRING::npos) return "holds a mask in place of the secret";
   const SettingRow* row = findRow(key);

@@ -18,4 +18,8 @@ std::string settingFault(const STRING& key, const STRING& value);
 // setting that anybody sends.
 bool comesWithPolicy(const STRING& key);
 
+// Why nobody but the administrator of the machine sets it, in its file: it decides whose content is
+// trusted. Empty for any other key.
+std::string trustFault(const STRING& key);
+
 }  // namespace korvane

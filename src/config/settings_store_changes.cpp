@@ -45,7 +45,8 @@ void SettingsStore::applyFromServer(const PropertyList& properties,
   const unsigned before = std::exchange(momentsOutstanding, 0);
   for (const auto& [key, value] : properties) {
     if (comesWithPolicy(key)) continue;
-    std::string reason = settingFault(key, value);
+    std::string reason = trustFault(key);
+    if (reason.empty()) reason = settingFault(key, value);
     if (reason.empty() && assignByName(key, value)) continue;
     if (reason.empty()) reason = refusalReason(key, value);
     refused.push_back({key, value.substr(0, kRefusedValueUnits), std::move(reason)});

@@ -55,6 +55,8 @@ constexpr auto kTable = std::to_array<SettingRow>({
     {Key::idsPlusPolicyFile, "IDS", "ids.plus.policy.file", text, "", none},
     {Key::idsSignalTimeout, "IDS", "ids.signal.timeout", integer, "10", configuration},
     {Key::sslTrustStore, "System", "ssl.trustStore", text, "", none},
+    {Key::signingKeys, "System", "update.signing.keys", text, "", none},
+    {Key::signingMinimum, "System", "update.signing.minimum", interval, "1", none},
     {Key::logDiskUpperLimit, "Log", "log.disk.upperlimit", integer, "90", configuration},
     {Key::logDiskLowerLimit, "Log", "log.disk.lowerlimit", integer, "80", configuration},
     {Key::bulkIdleInterval, "Log", "log.bulktransfer.idleinterval", integer, "300", configuration},

@@ -51,6 +51,8 @@ enum class Key : int {
   idsPlusPolicyFile,
   idsSignalTimeout,
   sslTrustStore,
+  signingKeys,
+  signingMinimum,
   logDiskUpperLimit,
   logDiskLowerLimit,
   bulkIdleInterval,

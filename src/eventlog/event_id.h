@@ -95,6 +95,8 @@ enum class EventId : int {
   policyChangeRolledBack = 10594,
   policyChangeNotRolledBack = 10595,
   policyJournalDamaged = 10596,
+  contentNotProven = 10597,
+  signersReplaced = 10598,
   // The local channel
   localChannelUnusable = 10600,
   eventChannelUnusable = 10610,

@@ -8,6 +8,7 @@
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
+#include "update/policy/proof.h"
 #include "update/update_result.h"
 #include "util/ignore_result.h"
 
@@ -72,8 +73,14 @@ int ContentUpdate::processComponentData(int kind, const std::string* bytes,
   const ContentKind* content = contentKindOf(kind);
   if (!content || !bytes) return -1;
   eventlog::trace(kDataTag, "Unzipping Freshline data to %s", directory);
+  const trust::Verdict verdict = prove({_parts.content.files, _parts.clock, _parts.policy},
+                                       {trust::Kind::content, content->shortName}, *bytes);
+  if (!verdict.accepted()) {
+    reportUpdateResult(_parts.connection, kind, {verdict.refusal.code(), verdict.refusal.text});
+    return verdict.refusal.code();
+  }
   archive::Refusal refusal;
-  if (!unpackPackage(*content, *bytes, directory.toUtf8(), refusal)) {
+  if (!unpackPackage(*content, verdict.content, directory.toUtf8(), refusal)) {
     if (_parts.stop.requested()) return kDiskFailure;
     eventlog::trace(kUnzipTag,
                     "Failed to unzip VexQEL Freshline content to directory %s Error : %d",

@@ -32,6 +32,7 @@ class ContentUpdate {
   // All of it outlives the object.
   struct Parts {
     ContentParts content;
+    platform::Clock& clock;
     const PolicySettings& policy;
     ServerSettings& server;
     ServerConnection& connection;
@@ -44,7 +45,8 @@ class ContentUpdate {
 
   void processComponentUpdates();
 
-  // Stores and unpacks one package and reports the result, which is returned too: 0 or 36. A stop
+  // Stores and unpacks one package and reports the result, which is returned too: 0, 36, or the
+  // code of a package that does not prove itself (update/policy/proof.h). A stop
   // that ends the unpacking is not reported.
   [[nodiscard]] int processComponentData(int kind, const std::string* bytes,
                                          const STRING& directory);

@@ -6,6 +6,7 @@
 #include "config/settings_file.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
+#include "update/policy/proof.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
 #include "util/ignore_result.h"
@@ -65,7 +66,11 @@ std::optional<UpdateResult> UpdateThread::installIdsPolicy(std::string_view byte
   if (propertyValue(properties, kPolicyPathProperty).empty())
     return UpdateResult{kNoInformation, "Policy information (path) not provided"};
   eventlog::trace(kIdsContext, "Policy Path OK");
-  const STRING plusFile = _policy.savePolicyToFile(bytes.data(), bytes.size());
+  const trust::Verdict verdict =
+      prove({_parts.policy.files, _parts.policy.clock, _parts.policy.settings},
+            {trust::Kind::idsPolicy}, bytes);
+  if (!verdict.accepted()) return UpdateResult{verdict.refusal.code(), verdict.refusal.text};
+  const STRING plusFile = _policy.savePolicyToFile(verdict.content.data(), verdict.content.size());
   if (plusFile.empty()) return UpdateResult{kDiskFailure, kNotSaved};
   UpdateResult result;
   STRING resultFile;

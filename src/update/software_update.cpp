@@ -15,6 +15,7 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "update/policy/policy_housekeeping.h"
+#include "update/policy/proof.h"
 #include "update/update_result.h"
 #include "update/update_results_file.h"
 #include "util/dates.h"
@@ -101,7 +102,11 @@ void SoftwareUpdate::downloadPackage(HttpsHandler& handler) {
   PropertyList results;
   for (const Property& pair : properties)
     if (pair.first.startsWith("software.")) results.push_back(pair);
-  installPackage({package.get(), static_cast<size_t>(size)}, results);
+  const trust::Verdict verdict =
+      prove({_parts.files, _parts.clock, _parts.policy}, {trust::Kind::software},
+            {package.get(), static_cast<size_t>(size)});
+  if (!verdict.accepted()) return report(verdict.refusal.code(), verdict.refusal.text, results);
+  installPackage(verdict.content, results);
 }
 
 void SoftwareUpdate::installPackage(std::string_view bytes, const PropertyList& results) {
@@ -141,7 +146,7 @@ void SoftwareUpdate::sendUpdateResults(const STRING& directory) {
   recordDirectory({});
 }
 
-void SoftwareUpdate::report(int code, const char* text, const PropertyList& pairs) {
+void SoftwareUpdate::report(int code, const STRING& text, const PropertyList& pairs) {
   reportUpdateResult(_parts.connection, HttpsHandler::SOFTWARE_UPDATE, {code, text}, pairs);
 }
 

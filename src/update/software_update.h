@@ -7,7 +7,8 @@
 //
 // Lifetime: refers to the update thread's flags and retry group. Threads: the update thread alone.
 // Errors reported to the server: 10 for a package that cannot be unpacked, 35 when the server
-// announced a package and gave none or none that is named, 19 when it says that it has none.
+// announced a package and gave none or none that is named, 19 when it says that it has none, and
+// those of a package that does not prove itself (update/policy/proof.h).
 // Crash rule: the directory is recorded in the settings last; until then the next start
 // knows of no update.
 //
@@ -26,6 +27,7 @@
 namespace korvane {
 
 class HttpsHandler;
+class PolicySettings;
 class ServerSettings;
 class SettingsFile;
 class StopToken;
@@ -42,6 +44,7 @@ class SoftwareUpdate {
     ServerSettings& server;
     ServerConnection& connection;
     UpdateSettings& settings;
+    const PolicySettings& policy;
     SettingsFile& settingsFile;
     StopToken& stop;
   };
@@ -62,7 +65,7 @@ class SoftwareUpdate {
   // An earlier package goes before this one comes, but not before this one has been checked.
   [[nodiscard]] bool unpackPackage(const std::string& directory, std::string_view bytes,
                                    archive::Refusal& refusal);
-  void report(int code, const char* text, const PropertyList& pairs = {});
+  void report(int code, const STRING& text, const PropertyList& pairs = {});
   void recordDirectory(const STRING& directory);
 
   const Parts _parts;

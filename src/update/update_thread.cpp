@@ -42,9 +42,9 @@ UpdateThread::UpdateThread(const UpdateParts& parts)
                    parts.policy.connection),
       _software(
           {parts.policy.files, parts.policy.clock, parts.settings.server, parts.policy.connection,
-           parts.settings.updates, parts.settings.file, parts.policy.stop},
+           parts.settings.updates, parts.settings.policy, parts.settings.file, parts.policy.stop},
           _pending, _softwareRetry),
-      _content({parts.content, parts.settings.policy, parts.settings.server,
+      _content({parts.content, parts.policy.clock, parts.settings.policy, parts.settings.server,
                 parts.policy.connection, parts.policy.stop},
                _pending, _componentRetry),
       _listener(stopToken(), parts.sockets, parts.settings.updates) {}

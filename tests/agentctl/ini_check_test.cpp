@@ -60,10 +60,13 @@ INSTANTIATE_TEST_SUITE_P(
              "[Polling]\npolling.enabled=\npolling.interval=\n[Log]\nlog.rollover.cause=\n", ""},
         Case{"meanings",
              "[Agent]\nagent.http.url=http://"
-             "server\n[Log]\nlog.priority=urgent\nlog.disk.upperlimit=101\n",
+             "server\n[Log]\nlog.priority=urgent\nlog.disk.upperlimit=101\n"
+             "[System]\nupdate.signing.keys=signers.pem\nupdate.signing.minimum=17\n",
              "2 W agent.http.url: \"http://server\" does not begin with https://\n"
              "4 W log.priority: \"urgent\" is not low, norm or high\n"
-             "5 W log.disk.upperlimit: \"101\" is not from 0 to 100\n"},
+             "5 W log.disk.upperlimit: \"101\" is not from 0 to 100\n"
+             "7 W update.signing.keys: \"signers.pem\" is not a full path\n"
+             "8 W update.signing.minimum: \"17\" is not from 1 to 16\n"},
         Case{"checksum",
              "[Agent]\nagent.name=x\nagentini.checksum=1\n[Checksum]\nagentini.checksum=12ab\nx="
              "1\n[Log]\n",

@@ -12,14 +12,14 @@ namespace korvane::tests {
 
 inline ContentUpdate::Parts contentParts() {
   const UpdateParts all = updatePartsOfRun();
-  return {all.content, all.settings.policy, all.settings.server, all.policy.connection,
-          all.policy.stop};
+  return {all.content,         all.policy.clock,      all.settings.policy,
+          all.settings.server, all.policy.connection, all.policy.stop};
 }
 
 inline SoftwareUpdate::Parts softwareParts() {
   const UpdateParts all = updatePartsOfRun();
-  return {all.policy.files,     all.policy.clock,  all.settings.server, all.policy.connection,
-          all.settings.updates, all.settings.file, all.policy.stop};
+  return {all.policy.files,     all.policy.clock,    all.settings.server, all.policy.connection,
+          all.settings.updates, all.settings.policy, all.settings.file,   all.policy.stop};
 }
 
 inline ComponentUpdateThread::Parts componentParts() {

@@ -61,6 +61,11 @@ Json filedPolicy(const SettingsView& settings) {
           {"rebootRequired", settings.text(Key::ipsRebootRequired).toBool()}};
 }
 
+Json filedSigning(const SettingsView& settings) {
+  return {{"keys", settings.text(Key::signingKeys).toUtf8()},
+          {"minimum", settings.text(Key::signingMinimum).toUtf8()}};
+}
+
 // The pointers are read through the settings store, which would copy a damaged agent.ini aside.
 Json filedLogs(Context& context, const SettingsView& settings) {
   Json logs = Json::array();
@@ -184,6 +189,7 @@ Json filedStatus(Context& context) {
                 {"agent", filedAgent(context)},
                 {"server", filedServer(settings)},
                 {"policy", filedPolicy(settings)},
+                {"signing", filedSigning(settings)},
                 {"logs", filedLogs(context, settings)},
                 {"lastEvent", lastEvent(context)},
                 {"lastErrors", filedErrors(context)},

@@ -1,5 +1,4 @@
-// The signature over a list of checksums: a detached CMS message in DER. The certificates that are
-// handed in decide alone: none of the message's own, none of the system's, and no dates.
+// A signed list of checksums, as it lies beside released packages.
 //
 // Pure functions; nothing is read or written. Errors: std::nullopt or a text, never thrown.
 #pragma once
@@ -15,9 +14,9 @@ struct SignatureVerdict {
   std::string refusal;  // why it does not hold; empty when it does
 };
 
-// `signers`: certificates in PEM, one or more.
-SignatureVerdict checkSignature(const std::string& list, const std::string& signature,
-                                const std::string& signers);
+// `signers`: certificates in PEM, one or more, which decide alone (trust/signatures.h).
+SignatureVerdict checkList(const std::string& list, const std::string& signature,
+                           const std::string& signers);
 
 // The SHA-256 of a file in a list as sha256sum prints it; nothing when the name does not stand
 // there exactly once.

@@ -86,6 +86,16 @@ void addPolicyRow(const Json& facts, Rows& rows) {
                           textAt(facts, "policy/errorText")});
 }
 
+void addSigning(const Json& facts, Rows& rows) {
+  const std::string keys = textAt(facts, "signing/keys");
+  rows.push_back({"Signatures", keys.empty()
+                                    ? "not asked for of policies, content and software "
+                                      "(update.signing.keys is empty)"
+                                    : "asked for of policies, content and software: at least " +
+                                          textAt(facts, "signing/minimum") +
+                                          " of the signers that began with " + keys});
+}
+
 void addTechnologies(const Json& facts, Rows& rows) {
   std::string line;
   if (facts.contains("technologies"))
@@ -136,6 +146,7 @@ void print(const Json& facts, const std::vector<std::string>& trouble) {
   addAgent(facts, rows);
   addServer(facts, rows);
   addPolicyRow(facts, rows);
+  addSigning(facts, rows);
   addTechnologies(facts, rows);
   addBacklog(facts, rows);
   addCounters(facts, rows);

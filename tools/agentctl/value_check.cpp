@@ -4,6 +4,7 @@
 
 #include "config/ini_text.h"
 #include "config/setting_check.h"
+#include "platform/paths.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -17,7 +18,8 @@ struct Range {
 
 constexpr Range kRanges[] = {{Key::logDiskUpperLimit, 0, 100},
                              {Key::logDiskLowerLimit, 0, 100},
-                             {Key::logRolloverCause, 0, 2}};
+                             {Key::logRolloverCause, 0, 2},
+                             {Key::signingMinimum, 1, 16}};
 
 // "key: "value" ", cut where it is long.
 std::string subject(const SettingRow& row, const STRING& value) {
@@ -34,6 +36,8 @@ std::string doubt(const SettingRow& row, const STRING& value) {
   }
   if (row.key == Key::logPriority && value != "low" && value != "norm" && value != "high")
     return "is not low, norm or high";
+  if (row.key == Key::signingKeys && !platform::isAbsolutePath(value.toUtf8()))
+    return "is not a full path";
   for (const Range& range : kRanges)
     if (range.key == row.key && (value.toInt() < range.least || value.toInt() > range.most))
       return "is not from " + std::to_string(range.least) + " to " + std::to_string(range.most);

@@ -1,7 +1,4 @@
 // agentctl verify: whether packages are what a trusted signer released.
-#include <openssl/evp.h>
-
-#include <array>
 #include <cerrno>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -12,6 +9,7 @@
 #include "agentctl/signed_list.h"
 #include "platform/files.h"
 #include "platform/paths.h"
+#include "trust/sha256.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -42,25 +40,16 @@ std::string sha256Of(platform::Files& files, const std::string& path) {
   std::unique_ptr<platform::File> file;
   if (const int error = files.open(path, platform::OpenMode::read, file); error != 0)
     cannotRead(path, error, {});
-  const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(),
-                                                                   &EVP_MD_CTX_free);
-  bool computed = EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
+  trust::Sha256 digest;
   std::string piece(kPieceBytes, '\0');
-  for (size_t got = piece.size(); computed && got == piece.size();) {
+  for (size_t got = piece.size(); got == piece.size();) {
     if (const int error = file->read(piece.data(), piece.size(), got); error != 0)
       cannotRead(path, error, {});
-    computed = EVP_DigestUpdate(context.get(), piece.data(), got) == 1;
+    digest.add({piece.data(), got});
   }
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned size = 0;
-  if (!computed || EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1)
+  const std::string text = digest.text();
+  if (text.empty())
     throw Failure(ExitStatus::failed, "the cryptographic library computes no SHA-256", {});
-  std::string text;
-  for (unsigned i = 0; i < size; ++i) {
-    constexpr const char* kDigits = "0123456789abcdef";
-    text += kDigits[digest[i] >> 4];
-    text += kDigits[digest[i] & 15];
-  }
   return text;
 }
 
@@ -73,7 +62,7 @@ SignatureVerdict verify(platform::Files& files, const std::string& package,
       contentOf(files, list, "The signed list of checksums lies beside the package.");
   const std::string signature =
       contentOf(files, list + ".p7s", "Without it the list is not signed, and proves nothing.");
-  const SignatureVerdict verdict = checkSignature(
+  const SignatureVerdict verdict = checkList(
       sums, signature,
       contentOf(files, signers, "--signers names the certificates of those who sign releases."));
   if (!verdict.refusal.empty()) return verdict;

@@ -229,7 +229,8 @@ Json Admin::assign(const Json& body) {
     assignment.properties.emplace_back(name, text);
   }
   if (kind.hasFile) {
-    const auto name = std::filesystem::path(body.at("file").get<std::string>());
+    auto name = std::filesystem::path(body.at("file").get<std::string>());
+    if (body.value("signed", false)) name += ".signed";
     const auto path = std::filesystem::path(_servedDirectory) / name.filename();
     if (name != name.filename() || !std::filesystem::is_regular_file(path)) {
       throw std::invalid_argument("no file " + name.string() + " in " + _servedDirectory);

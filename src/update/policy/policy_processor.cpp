@@ -6,6 +6,7 @@
 #include "config/policy_settings.h"
 #include "eventlog/event_log.h"
 #include "platform/paths.h"
+#include "update/policy/proof.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -20,7 +21,8 @@ PolicyProcessor::PolicyProcessor(const PolicyParts& parts)
       _reports({parts.shared.owed, parts.shared.news, parts.settings, parts.connection}),
       _housekeeping({parts.files, parts.clock, parts.driver, parts.settings}),
       _retrans({parts.files, parts.registry, parts.systemInfo}, parts.driver, parts.settings),
-      _parts(parts) {}
+      _parts(parts),
+      _clock(parts.clock) {}
 
 bool PolicyProcessor::reconcile() {
   const Reconciled found = reconcilePolicy(_parts);
@@ -34,12 +36,20 @@ PolicyOutcome PolicyProcessor::receivePolicy(HttpsHandler& handler) {
   int size = 0;
   PropertyList properties;
   const std::unique_ptr<char[]> bytes(handler.getPolicy(status, size, properties, false));
-  return installPolicy({bytes.get(), bytes ? static_cast<size_t>(size) : 0}, properties);
+  const std::string_view received(bytes.get(), bytes ? static_cast<size_t>(size) : 0);
+  if (received.empty()) return installPolicy(received, properties);
+  const trust::Verdict verdict =
+      prove({_parts.files, _clock, _parts.settings}, {trust::Kind::policy}, received);
+  if (verdict.accepted()) return installPolicy(verdict.content, properties);
+  return told(PolicyOutcome::failed(verdict.refusal.text, verdict.refusal.code()));
 }
 
 PolicyOutcome PolicyProcessor::installPolicy(std::string_view bytes,
                                              const PropertyList& properties) {
-  const PolicyOutcome outcome = install(bytes, properties);
+  return told(install(bytes, properties));
+}
+
+PolicyOutcome PolicyProcessor::told(const PolicyOutcome& outcome) {
   if (outcome.stopped()) return outcome;
   if (!outcome) eventlog::trace(kReceivedTag, "%s", outcome.text);
   _reports.tell(outcome);

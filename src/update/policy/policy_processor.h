@@ -48,12 +48,14 @@ class PolicyProcessor {
   // PolicyPipeline::InitializePloicyHistory()
   [[nodiscard]] bool InitializePloicyHistory() { return _pipeline.InitializePloicyHistory(); }
 
-  // Takes the policy of the handler's last answer: saves, translates and loads it, records it
+  // Takes the policy of the handler's last answer: has it proven (proof.h), saves, translates and
+  // loads it, records it
   // in agent.ini, removes the former one's files, reads its items and tells the server how
   // that went. Done when it is in force. An answer that says that there is no policy is
   // reported as kNothingNew.
   PolicyOutcome receivePolicy(HttpsHandler& handler);
-  // The same for these bytes; properties: "policy.name" and "policy.path".
+  // The same for these bytes, which the caller has had proven or made of what was; properties:
+  // "policy.name" and "policy.path".
   PolicyOutcome installPolicy(std::string_view bytes, const PropertyList& properties);
   // PolicyPipeline::retranslatePolicy(); the items have been read then. Whether prevention is on is
   // the caller's to ask.
@@ -82,12 +84,14 @@ class PolicyProcessor {
 
  private:
   PolicyOutcome install(std::string_view bytes, const PropertyList& properties);
+  PolicyOutcome told(const PolicyOutcome& outcome);
 
   PolicyPipeline _pipeline;
   PolicyReports _reports;
   PolicyHousekeeping _housekeeping;
   RetransCheck _retrans;
   const PolicyChange::Parts _parts;
+  platform::Clock& _clock;
 };
 
 }  // namespace korvane
