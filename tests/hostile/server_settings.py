@@ -46,6 +46,7 @@ class Settings(Attack):
         self.serve()
         self.install(**settings)
         self.run_agent()
+        wait_until(lambda: self.pairs().get("agentlog.logfile"), 20, "what the agent itself records")
 
     def pairs(self):
         return dict(line.split("=", 1) for line in (self.stage.ips / "agent.ini").read_text().splitlines() if "=" in line)
