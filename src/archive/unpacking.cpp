@@ -9,6 +9,12 @@
 
 namespace korvane::archive {
 
+namespace {
+
+constexpr uint64_t kDiskBlock = 4096;  // what a file takes beyond its bytes, at most
+
+}  // namespace
+
 Unpacking::Unpacking(platform::Files& files, std::string target, std::function<bool()> cancelled)
     : _files(files),
       _target(std::move(target)),
@@ -46,11 +52,23 @@ bool Unpacking::stage(ZipArchive& zip, Refusal& refusal) {
     if (!entry.isDirectory()) _fileNames.push_back(entry.name);
   }
   _directoryNames.assign(directories.begin(), directories.end());
-  if (!makeDirectories(_staging, refusal)) return false;
+  if (!makeDirectories(_staging, refusal) || !hasRoom(zip, refusal)) return false;
   for (const Entry& entry : zip.entries()) {
     if (!entry.isDirectory() && !stageFile(zip, entry, refusal)) return false;
   }
   return true;
+}
+
+bool Unpacking::hasRoom(const ZipArchive& zip, Refusal& refusal) {
+  uint64_t needed = kKeptFree, free = 0;
+  for (const Entry& entry : zip.entries()) needed += entry.size + kDiskBlock;
+  // A disk that does not tell is found full by writing.
+  if (_files.freeBytes(_staging, free) != 0 || free >= needed) return true;
+  refusal = {Fault::fileOperation, _archive, _staging,
+             "the disk has " + std::to_string(free >> 20) + " MiB free, " +
+                 std::to_string(needed >> 20) + " are needed",
+             ENOSPC};
+  return false;
 }
 
 bool Unpacking::makeDirectories(const std::string& root, Refusal& refusal) {

@@ -11,6 +11,9 @@
 // the target that the archive does not name stay. So a caller that needs all or nothing
 // marks the target as complete only after commit().
 //
+// A disk that cannot hold it all, with kKeptFree to spare, is not written to at all: stage() fails with
+// ENOSPC.
+//
 // A long unpacking can be ended early: stage() asks `cancelled` between pieces and fails
 // with ECANCELED.
 //
@@ -22,6 +25,7 @@
 //     report(36, refusal.text());
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -35,6 +39,8 @@ namespace korvane::archive {
 
 class Unpacking {
  public:
+  static constexpr uint64_t kKeptFree = 16ull << 20;
+
   Unpacking(platform::Files& files, std::string target, std::function<bool()> cancelled = {});
   ~Unpacking();
   Unpacking(const Unpacking&) = delete;
@@ -46,6 +52,7 @@ class Unpacking {
 
  private:
   bool failed(const char* operation, const std::string& path, int error, Refusal& refusal) const;
+  [[nodiscard]] bool hasRoom(const ZipArchive& zip, Refusal& refusal);
   [[nodiscard]] bool stageFile(ZipArchive& zip, const Entry& entry, Refusal& refusal);
   [[nodiscard]] bool makeDirectories(const std::string& root, Refusal& refusal);
   [[nodiscard]] bool flushDirectories(const std::string& root, Refusal& refusal);

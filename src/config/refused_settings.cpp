@@ -7,7 +7,6 @@
 namespace korvane {
 namespace {
 
-constexpr size_t kNamed = 10;
 constexpr size_t kShownKeyUnits = 80;
 constexpr size_t kShownValueUnits = 40;
 
@@ -28,9 +27,10 @@ std::string refusedSettingsText(const std::vector<RefusedSetting>& refused) {
   std::string text =
       std::to_string(refused.size()) + (refused.size() == 1 ? " setting" : " settings");
   text += " refused: ";
-  for (size_t i = 0; i < std::min(refused.size(), kNamed); ++i)
+  for (size_t i = 0; i < std::min(refused.size(), kNamedRefusals); ++i)
     text += (i == 0 ? "" : "; ") + named(refused[i]);
-  if (refused.size() > kNamed) text += "; and " + std::to_string(refused.size() - kNamed) + " more";
+  if (refused.size() > kNamedRefusals)
+    text += "; and " + std::to_string(refused.size() - kNamedRefusals) + " more";
   return text;
 }
 

@@ -20,6 +20,9 @@ struct RefusedSetting {
   std::string reason;  // goes on behind the value: "is too long"
 };
 
+// What is refused beyond so many is counted: an entry without key, value and reason.
+inline constexpr size_t kNamedRefusals = 10;
+
 // One line without control characters, at most some 2,000 characters: the first ten with
 // their reasons, long keys and values cut, and how many there are in all.
 // Empty when there are none.

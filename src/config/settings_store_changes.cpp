@@ -61,11 +61,15 @@ void SettingsStore::applyFromServer(const PropertyList& properties,
     if (comesWithPolicy(key)) continue;
     std::string reason = verdicts[i].refusal;
     if (reason.empty() && assignByName(key, value)) continue;
+    std::vector<RefusedSetting>& list = verdicts[i].forbidden ? refused : others;
+    if (list.size() >= kNamedRefusals) {
+      list.emplace_back();
+      continue;
+    }
     if (reason.empty()) reason = refusalReason(key, value);
     const STRING kept = value.substr(0, ValueMap::kMaxValueUnits);
     const STRING shown(maskedSetting(key.toUtf8(), kept.toUtf8()));
-    (verdicts[i].forbidden ? refused : others)
-        .push_back({key, shown.substr(0, kRefusedValueUnits), std::move(reason)});
+    list.push_back({key, shown.substr(0, kRefusedValueUnits), std::move(reason)});
   }
   refused.insert(refused.end(), std::make_move_iterator(others.begin()),
                  std::make_move_iterator(others.end()));

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -160,6 +161,13 @@ class PosixFiles final : public Files {
     struct stat found;
     if (::stat(path.c_str(), &found) != 0) return errno;
     fill(found, out);
+    return 0;
+  }
+
+  int freeBytes(const std::string& directory, uint64_t& out) override {
+    struct statvfs disk {};
+    if (::statvfs(directory.c_str(), &disk) != 0) return errno;
+    out = uint64_t{disk.f_bavail} * disk.f_frsize;
     return 0;
   }
 

@@ -229,6 +229,14 @@ class WinFiles final : public Files {
     return file ? fillInfo(file.get(), out) : lastErrno();
   }
 
+  int freeBytes(const std::string& directory, uint64_t& out) override {
+    ULARGE_INTEGER available;
+    if (!::GetDiskFreeSpaceExW(widePath(directory).c_str(), &available, nullptr, nullptr))
+      return lastErrno();
+    out = available.QuadPart;
+    return 0;
+  }
+
   int resolve(const std::string& path, std::string& out) override {
     std::string there = path;
     for (std::string rest;;) {

@@ -7,6 +7,7 @@
 #include "config/properties_file.h"
 #include "platform/files.h"
 #include "platform/paths.h"
+#include "trust/sha256.h"
 
 namespace korvane {
 namespace {
@@ -27,6 +28,13 @@ Outcome unreadable(const std::string& path, int error, Refusal& refusal) {
   refusal = {Fault::fileOperation, kContentArchive, path, "cannot read", error};
   const bool lasting = error == ENOENT || error == EISDIR || error == ENOTDIR || error == EFBIG;
   return lasting ? Outcome::refused : Outcome::failed;
+}
+
+// Until the buffer is full or the file ends.
+int readFull(platform::File& file, char* to, size_t size, size_t& got) {
+  for (size_t more = 1; got < size && more > 0; got += more)
+    if (const int error = file.read(to + got, size - got, more)) return error;
+  return 0;
 }
 
 // The value on one line, without what separates the parts.
@@ -62,18 +70,44 @@ Outcome ContentPackage::compareFiles(platform::Files& files, const std::string& 
                                      Refusal& refusal) {
   archive::ZipArchive zip = archive();
   if (!zip.open(refusal)) return Outcome::refused;
-  std::string packed, unpacked;
   for (const archive::Entry& entry : zip.entries()) {
     if (entry.isDirectory()) continue;
-    if (!zip.read(entry, packed, refusal)) return Outcome::refused;
-    std::string name = entry.name;
-    std::replace(name.begin(), name.end(), '/', files.separator());
-    const std::string path = platform::joinPath(files, {directory, name});
-    const int error = platform::readWholeFile(files, path, entry.size, unpacked);
-    if (error) return unreadable(path, error, refusal);
-    if (packed != unpacked) return refuse(entry.name, "the unpacked file differs", refusal);
-    _digests.emplace_back(entry.name, sha256Hex(packed));
+    const Outcome outcome = compareFile(files, directory, zip, entry, refusal);
+    if (outcome != Outcome::done) return outcome;
   }
+  return Outcome::done;
+}
+
+// Piece by piece: neither of the two is in memory.
+Outcome ContentPackage::compareFile(platform::Files& files, const std::string& directory,
+                                    archive::ZipArchive& zip, const archive::Entry& entry,
+                                    Refusal& refusal) {
+  std::string name = entry.name;
+  std::replace(name.begin(), name.end(), '/', files.separator());
+  const std::string path = platform::joinPath(files, {directory, name});
+  std::unique_ptr<platform::File> file;
+  if (const int error = files.open(path, platform::OpenMode::read, file))
+    return unreadable(path, error, refusal);
+  trust::Sha256 digest;
+  std::string unpacked;
+  int error = 0;
+  bool same = true;
+  const auto compare = [&](std::string_view packed) {
+    digest.add(packed);
+    unpacked.resize(packed.size());
+    size_t got = 0;
+    error = readFull(*file, unpacked.data(), unpacked.size(), got);
+    same = got == packed.size() && unpacked == packed;
+    return error != 0 ? error : same ? 0 : ECANCELED;
+  };
+  const bool read = zip.read(entry, compare, refusal);
+  if (error) return unreadable(path, error, refusal);
+  if (!read && same) return Outcome::refused;
+  char beyond;
+  size_t more = 0;
+  if (same && (error = file->read(&beyond, 1, more))) return unreadable(path, error, refusal);
+  if (!same || more != 0) return refuse(entry.name, "the unpacked file differs", refusal);
+  _digests.emplace_back(entry.name, digest.text());
   return Outcome::done;
 }
 

@@ -39,6 +39,9 @@ class ContentPackage {
                                     archive::Refusal& refusal);
   [[nodiscard]] Outcome compareFiles(platform::Files& files, const std::string& directory,
                                      archive::Refusal& refusal);
+  [[nodiscard]] Outcome compareFile(platform::Files& files, const std::string& directory,
+                                    archive::ZipArchive& zip, const archive::Entry& entry,
+                                    archive::Refusal& refusal);
   [[nodiscard]] bool checkProperties(const ContentKind& kind, archive::Refusal& refusal);
 
   std::string _bytes;

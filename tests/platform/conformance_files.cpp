@@ -201,6 +201,13 @@ TYPED_TEST(FilesConformance, directories) {
   EXPECT_EQ(disk.list(deep, entries), ENOENT);
 }
 
+TYPED_TEST(FilesConformance, howMuchIsFree) {
+  uint64_t free = 0;
+  EXPECT_EQ(this->files.freeBytes(this->world.root, free), 0);
+  EXPECT_GT(free, 1u << 20);
+  EXPECT_NE(this->files.freeBytes(this->at("none"), free), 0);
+}
+
 TYPED_TEST(FilesConformance, whereAPathLeads) {
   Files& disk = this->files;
   this->put("file", "");

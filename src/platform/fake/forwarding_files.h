@@ -52,6 +52,9 @@ class ForwardingFiles : public Files {
     return _to.lock(path, out);
   }
   int info(const std::string& path, FileInfo& out) override { return _to.info(path, out); }
+  int freeBytes(const std::string& directory, uint64_t& out) override {
+    return _to.freeBytes(directory, out);
+  }
   int resolve(const std::string& path, std::string& out) override { return _to.resolve(path, out); }
   int replace(const std::string& from, const std::string& to) override {
     return _to.replace(from, to);

@@ -219,6 +219,13 @@ int MemoryFiles::resolve(const std::string& path, std::string& out) {
   return 0;
 }
 
+int MemoryFiles::freeBytes(const std::string& directory, uint64_t& out) {
+  FileInfo found;
+  if (const int error = info(directory, found)) return error;
+  out = _freeBytes;
+  return 0;
+}
+
 int MemoryFiles::replace(const std::string& from, const std::string& to) {
   const std::string source = normal(from), target = normal(to);
   FakeLock lock(_disk->mutex);

@@ -9,6 +9,7 @@
 //   EXPECT_EQ(files.content("/opt/agent/agent.ini"), ...);
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <set>
@@ -37,6 +38,7 @@ class MemoryFiles final : public Files {
   int info(const std::string& path, FileInfo& out) override;
   // There are no links.
   int resolve(const std::string& path, std::string& out) override;
+  int freeBytes(const std::string& directory, uint64_t& out) override;
   int replace(const std::string& from, const std::string& to) override;
   int rename(const std::string& from, const std::string& to) override;
   int remove(const std::string& path) override;
@@ -44,6 +46,8 @@ class MemoryFiles final : public Files {
   int list(const std::string& directory, std::vector<DirectoryEntry>& out) override;
   int flushDirectory(const std::string& directory) override;
 
+  // What freeBytes() says from now on; writes do not take of it.
+  void setFreeBytes(uint64_t bytes) { _freeBytes = bytes; }
   // Puts a whole file, with the directories above it.
   void put(const std::string& path, std::string_view bytes);
   // Makes a file that is there the one of this identity and time, as on a disk that was copied.
@@ -57,6 +61,7 @@ class MemoryFiles final : public Files {
 
  private:
   const std::shared_ptr<MemoryDisk> _disk;
+  std::atomic<uint64_t> _freeBytes{uint64_t{1} << 40};
 };
 
 }  // namespace korvane::platform
