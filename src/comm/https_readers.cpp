@@ -94,6 +94,11 @@ STRING HttpsHandler::answerProperty(const STRING& name) const {
 
 PropertyList HttpsHandler::answerGroup(bool (*belongs)(const STRING& name)) const {
   PropertyList group;
+  size_t size = 0;
+  for (const PropertyList& list : _last.answer->properties())
+    size += static_cast<size_t>(std::count_if(
+        list.begin(), list.end(), [belongs](const Property& pair) { return belongs(pair.first); }));
+  group.reserve(size);
   for (const PropertyList& list : _last.answer->properties()) {
     for (const Property& pair : list) {
       if (belongs(pair.first)) group.push_back(pair);

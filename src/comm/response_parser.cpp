@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -277,13 +278,25 @@ bool ResponseParser::parseText(std::string_view name, std::string_view payload) 
   return true;
 }
 
+// The next line without its end, which is one byte, or two of UTF-16.
+std::string_view ResponseParser::nextPair(std::string_view& rest) const {
+  const size_t unit = _wide ? 2 : 1;
+  size_t end = 0;
+  while (end + unit <= rest.size() && !(rest[end] == '\n' && (!_wide || rest[end + 1] == 0)))
+    end += unit;
+  const std::string_view line = rest.substr(0, end);
+  rest.remove_prefix(std::min(end + unit, rest.size()));
+  return line;
+}
+
+// Line by line, so that the section is not in memory a second time.
 bool ResponseParser::parseProperties(std::string_view payload) {
-  const STRING text = decode(payload);
-  std::u16string_view rest = text.utf16();
   PropertyList pairs;
-  while (!rest.empty()) {
-    const std::u16string_view line = rest.substr(0, rest.find(u'\n'));
-    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+  const auto lines = static_cast<size_t>(std::count(payload.begin(), payload.end(), '\n')) + 1;
+  pairs.reserve(std::min(lines, _limits.properties - _propertyCount));
+  while (!payload.empty()) {
+    const STRING text = decode(nextPair(payload));
+    const std::u16string_view line = text.utf16();
     const size_t equals = line.find(u'=');
     if (line.starts_with(u'#') || equals == std::u16string_view::npos) continue;
     if (++_propertyCount > _limits.properties) return false;

@@ -107,6 +107,7 @@ class ResponseParser {
   [[nodiscard]] Walk readHeaderLine(std::string_view line, SectionHeader& header);
   [[nodiscard]] Walk parseSection(const SectionHeader& header, bool unicode);
   [[nodiscard]] bool parseText(std::string_view name, std::string_view payload);
+  std::string_view nextPair(std::string_view& rest) const;
   [[nodiscard]] bool parseProperties(std::string_view payload);
   STRING decode(std::string_view bytes) const;
   void checkWhole();

@@ -35,7 +35,7 @@
 namespace korvane {
 
 struct AgentSettings;
-struct RefusedSetting;
+struct RefusedSettings;
 struct Settings;
 
 class KORVANE_EXPORT AgentConfig {
@@ -77,8 +77,7 @@ class KORVANE_EXPORT AgentConfig {
   // fails. What cannot be a value of its key is left out, named in `refused` and in event
   // 10526; the rest is in force.
   [[nodiscard]] bool newConfiguration(const PropertyList& properties);
-  [[nodiscard]] bool newConfiguration(const PropertyList& properties,
-                                      std::vector<RefusedSetting>& refused);
+  [[nodiscard]] bool newConfiguration(const PropertyList& properties, RefusedSettings& refused);
   // The whole configuration as the text of an ini file, checksum included.
   STRING exportConfigData() const;
 

@@ -16,7 +16,7 @@ bool AgentConfig::updateIniFile(const char* section, const char* key, const STRI
 bool AgentConfig::updateIniFile() { return _settings->file.updateIniFile(); }
 bool AgentConfig::UpdateAllIni() { return _settings->file.UpdateAllIni(); }
 bool AgentConfig::newConfiguration(const PropertyList& properties) { return _settings->file.newConfiguration(properties); }
-bool AgentConfig::newConfiguration(const PropertyList& properties, std::vector<RefusedSetting>& refused) { return _settings->file.newConfiguration(properties, refused); }
+bool AgentConfig::newConfiguration(const PropertyList& properties, RefusedSettings& refused) { return _settings->file.newConfiguration(properties, refused); }
 STRING AgentConfig::exportConfigData() const { return _settings->file.exportConfigData(); }
 bool AgentConfig::setValue(const STRING& key, const STRING& value) { return _settings->file.setValue(key, value); }
 AgentConfig::ChangeAll AgentConfig::changeAll(const PropertyList& changes, STRING& refusedKey) { return _settings->file.changeAll(changes, refusedKey); }

@@ -22,15 +22,15 @@ std::string named(const RefusedSetting& setting) {
 
 }  // namespace
 
-std::string refusedSettingsText(const std::vector<RefusedSetting>& refused) {
+std::string refusedSettingsText(const RefusedSettings& refused) {
   if (refused.empty()) return {};
   std::string text =
-      std::to_string(refused.size()) + (refused.size() == 1 ? " setting" : " settings");
+      std::to_string(refused.count) + (refused.count == 1 ? " setting" : " settings");
   text += " refused: ";
-  for (size_t i = 0; i < std::min(refused.size(), kNamedRefusals); ++i)
-    text += (i == 0 ? "" : "; ") + named(refused[i]);
-  if (refused.size() > kNamedRefusals)
-    text += "; and " + std::to_string(refused.size() - kNamedRefusals) + " more";
+  for (const RefusedSetting& setting : refused.named)
+    text += (&setting == refused.named.data() ? "" : "; ") + named(setting);
+  if (refused.count > refused.named.size())
+    text += "; and " + std::to_string(refused.count - refused.named.size()) + " more";
   return text;
 }
 

@@ -2,7 +2,7 @@
 //
 // Value type and a pure function; any thread.
 //
-//   std::vector<RefusedSetting> refused;
+//   RefusedSettings refused;
 //   config.newConfiguration(pairs, refused);
 //   report(refusedSettingsText(refused));  // "1 setting refused: polling.interval=soon ..."
 #pragma once
@@ -20,12 +20,19 @@ struct RefusedSetting {
   std::string reason;  // goes on behind the value: "is too long"
 };
 
-// What is refused beyond so many is counted: an entry without key, value and reason.
-inline constexpr size_t kNamedRefusals = 10;
+// The first of them by name, and how many there are: a configuration may hold a hundred thousand.
+struct RefusedSettings {
+  static constexpr size_t kMostNamed = 10;
+
+  std::vector<RefusedSetting> named;
+  size_t count = 0;
+
+  bool empty() const { return count == 0; }
+};
 
 // One line without control characters, at most some 2,000 characters: the first ten with
 // their reasons, long keys and values cut, and how many there are in all.
 // Empty when there are none.
-std::string refusedSettingsText(const std::vector<RefusedSetting>& refused);
+std::string refusedSettingsText(const RefusedSettings& refused);
 
 }  // namespace korvane

@@ -87,14 +87,13 @@ void SettingsFile::registerSubscriber(int id, std::function<void(void*)> callbac
 }
 
 bool SettingsFile::newConfiguration(const PropertyList& properties) {
-  std::vector<RefusedSetting> refused;
+  RefusedSettings refused;
   return newConfiguration(properties, refused);
 }
 
-bool SettingsFile::newConfiguration(const PropertyList& properties,
-                                    std::vector<RefusedSetting>& refused) {
+bool SettingsFile::newConfiguration(const PropertyList& properties, RefusedSettings& refused) {
   const ChangeGroup group(*this);
-  refused.clear();
+  refused = {};
   const IncomingSettings judge = incoming();
   std::vector<SettingVerdict> verdicts;
   for (const auto& [key, value] : properties)

@@ -15,7 +15,7 @@
 namespace korvane {
 
 class SettingsStore;
-struct RefusedSetting;
+struct RefusedSettings;
 
 class SettingsFile {
  public:
@@ -45,8 +45,7 @@ class SettingsFile {
   // fails. What the server may not set, or cannot be a value of its key, is left out, named in
   // `refused` and in event 10526; the rest is in force.
   [[nodiscard]] bool newConfiguration(const PropertyList& properties);
-  [[nodiscard]] bool newConfiguration(const PropertyList& properties,
-                                      std::vector<RefusedSetting>& refused);
+  [[nodiscard]] bool newConfiguration(const PropertyList& properties, RefusedSettings& refused);
   // What judges settings that come from elsewhere, as the settings are now.
   IncomingSettings incoming() const;
   // The whole configuration as the text of an ini file, checksum included.

@@ -60,7 +60,7 @@ class SettingsStore {
   IncomingSettings incoming() const;
   // A configuration from the server, without its write and its event. `verdicts`: of each pair.
   void applyFromServer(const PropertyList& properties, std::span<const SettingVerdict> verdicts,
-                       std::vector<RefusedSetting>& refused) REQUIRES(lock);
+                       RefusedSettings& refused) REQUIRES(lock);
   // Why assignByName() refused what has no fault of its own.
   std::string refusalReason(const STRING& key, const STRING& value) const REQUIRES(lock);
   // Null for an unknown key.

@@ -1,4 +1,5 @@
 // Several settings as one change.
+#include <algorithm>
 #include <iterator>
 #include <utility>
 
@@ -53,7 +54,7 @@ IncomingSettings SettingsStore::incoming() const {
 
 void SettingsStore::applyFromServer(const PropertyList& properties,
                                     std::span<const SettingVerdict> verdicts,
-                                    std::vector<RefusedSetting>& refused) {
+                                    RefusedSettings& refused) {
   const unsigned before = std::exchange(momentsOutstanding, 0);
   std::vector<RefusedSetting> others;  // named behind those that are forbidden
   for (size_t i = 0; i < properties.size(); ++i) {
@@ -61,18 +62,17 @@ void SettingsStore::applyFromServer(const PropertyList& properties,
     if (comesWithPolicy(key)) continue;
     std::string reason = verdicts[i].refusal;
     if (reason.empty() && assignByName(key, value)) continue;
-    std::vector<RefusedSetting>& list = verdicts[i].forbidden ? refused : others;
-    if (list.size() >= kNamedRefusals) {
-      list.emplace_back();
-      continue;
-    }
+    ++refused.count;
+    std::vector<RefusedSetting>& list = verdicts[i].forbidden ? refused.named : others;
+    if (list.size() >= RefusedSettings::kMostNamed) continue;
     if (reason.empty()) reason = refusalReason(key, value);
     const STRING kept = value.substr(0, ValueMap::kMaxValueUnits);
     const STRING shown(maskedSetting(key.toUtf8(), kept.toUtf8()));
     list.push_back({key, shown.substr(0, kRefusedValueUnits), std::move(reason)});
   }
-  refused.insert(refused.end(), std::make_move_iterator(others.begin()),
-                 std::make_move_iterator(others.end()));
+  others.resize(std::min(others.size(), RefusedSettings::kMostNamed - refused.named.size()));
+  refused.named.insert(refused.named.end(), std::make_move_iterator(others.begin()),
+                       std::make_move_iterator(others.end()));
   if (momentsOutstanding != 0) momentsOutstanding |= 1u << fromServer;
   momentsOutstanding |= before;
 }

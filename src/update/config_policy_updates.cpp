@@ -71,7 +71,7 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
     const STRING problem = _builtInSwitch.follow(settings);
     if (!problem.empty() && result.ok()) result = {kPolicyFailure, problem};
   }
-  std::vector<RefusedSetting> refused;
+  RefusedSettings refused;
   if (!settings.empty() && !_parts.settings.file.newConfiguration(settings, refused))
     result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
   addRefusals(result, refused);

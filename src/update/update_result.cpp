@@ -20,7 +20,7 @@ void reportUpdateResult(ServerConnection& connection, int kind, const UpdateResu
       reportTaken(handler, handler.setUpdateResult(kind, result.code, result.text, pairs)));
 }
 
-void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused) {
+void addRefusals(UpdateResult& result, const RefusedSettings& refused) {
   if (refused.empty()) return;
   const STRING text = refusedSettingsText(refused);
   result = result.ok() ? UpdateResult{kSettingsRefused, text}

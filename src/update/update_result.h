@@ -30,7 +30,7 @@ void reportUpdateResult(ServerConnection& connection, int kind, const UpdateResu
                         const PropertyList& pairs = {});
 
 // Names what of a configuration was refused; a result that is bad already keeps its code.
-void addRefusals(UpdateResult& result, const std::vector<RefusedSetting>& refused);
+void addRefusals(UpdateResult& result, const RefusedSettings& refused);
 
 // The result of the component's last apply operation. prefix: "IDS.Policy" or "IDS.Config".
 // Throws AgentError 51, with the given context, when the code or the message is missing,

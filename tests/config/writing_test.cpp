@@ -209,7 +209,7 @@ TEST_F(WritingTest, SettingsFromTheServer) {
     });
   }
   const LoggedEvents log(fake.files);
-  std::vector<RefusedSetting> refused;
+  RefusedSettings refused;
   EXPECT_TRUE(config().newConfiguration({{"polling.interval", "-1"},
                                          {"log.reader.limit", "0009"},
                                          {"use.builtin.policy", "TRUE"},
@@ -252,12 +252,12 @@ TEST_F(WritingTest, SettingsFromTheServer) {
 
 TEST_F(WritingTest, TheServerCannotMakeAFileThatIsNotRead) {
   PropertyList flood;
-  std::vector<RefusedSetting> refused;
+  RefusedSettings refused;
   for (int i = 0; i < 3000; ++i)
     flood.emplace_back("k" + std::to_string(i), std::string(60000, 'x'));
   EXPECT_TRUE(config().newConfiguration(flood, refused));
-  EXPECT_EQ(refused.size(), 2992U);
-  EXPECT_EQ(refused[0].reason, "finds no room among the settings");
+  EXPECT_EQ(refused.count, 2992U);
+  EXPECT_EQ(refused.named[0].reason, "finds no room among the settings");
   EXPECT_LT(refusedSettingsText(refused).size(), 2000U);
   EXPECT_NE(refusedSettingsText(refused).find("; and 2982 more"), std::string::npos);
   EXPECT_LT(fake.files.content(kAgentIni).size(), kMaxIniBytes);
@@ -269,11 +269,11 @@ TEST_F(WritingTest, TheServerCannotMakeAFileThatIsNotRead) {
 TEST_F(WritingTest, AThousandUnknownKeysAreTaken) {
   PropertyList keys;
   for (int i = 0; i < 1001; ++i) keys.emplace_back("k" + std::to_string(i), "v");
-  std::vector<RefusedSetting> refused;
+  RefusedSettings refused;
   EXPECT_TRUE(config().newConfiguration(keys, refused));
-  ASSERT_EQ(refused.size(), 1u);
-  EXPECT_EQ(refused[0].key, STRING("k1000"));
-  EXPECT_EQ(refused[0].reason, "is one unknown key too many");
+  ASSERT_EQ(refused.count, 1u);
+  EXPECT_EQ(refused.named[0].key, STRING("k1000"));
+  EXPECT_EQ(refused.named[0].reason, "is one unknown key too many");
   EXPECT_TRUE(config().setValue("k999", "other")) << "those that are there can change";
   EXPECT_EQ(restart().getValue("k999"), STRING("other"));
 }
