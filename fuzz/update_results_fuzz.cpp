@@ -1,0 +1,19 @@
+// Any bytes as "swupdate.results": no name comes twice, and what was read is read again as it was,
+// in both encodings.
+#include <cstdlib>
+#include <set>
+
+#include "update/update_results_file.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace korvane;
+  const PropertyList pairs = parseUpdateResults({reinterpret_cast<const char*>(data), size});
+  std::set<STRING> names;
+  for (const Property& pair : pairs)
+    if (pair.first.empty() || !names.insert(pair.first).second) std::abort();
+  for (const bool unicode : {false, true}) {
+    const PropertyList again = parseUpdateResults(updateResultsText(pairs, unicode));
+    if (parseUpdateResults(updateResultsText(again, unicode)) != again) std::abort();
+  }
+  return 0;
+}
