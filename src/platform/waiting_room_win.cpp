@@ -17,8 +17,8 @@ constexpr wchar_t kForEveryone[] =
     L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;S-1-3-4)(A;;0x12019b;;;AU)";
 constexpr wchar_t kForAdministrators[] = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;S-1-3-4)";
 // Who is served, who waits, the doors, and one more while a caller goes from a door to its place.
-constexpr DWORD kInstances =
-    1 + WaitingRoom::Places::kAccounts + WaitingRoom::Places::kAdministrators + WaitingRoom::kDoors + 1;
+constexpr DWORD kInstances = 1 + WaitingRoom::Places::kAccounts +
+                             WaitingRoom::Places::kAdministrators + WaitingRoom::kDoors + 1;
 
 bool isListening(HANDLE instance) {
   return !::PeekNamedPipe(instance, nullptr, 0, nullptr, nullptr, nullptr) &&

@@ -2,6 +2,7 @@
 // the test says of which account each one is.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <vector>
 
@@ -55,13 +56,12 @@ class WinPipes : public testing::Test {
     size_t available = 0;
     return client.peek(available) == kErrorBrokenPipe;
   }
-  // How many instances of the pipe there are.
+  // How many instances of the pipe there are; 0 when none is free to ask.
   DWORD instances() {
     DWORD count = 0;
     const FileHandle client(::CreateFileW((L"\\\\.\\pipe\\" + wide(name)).c_str(),
                                           GENERIC_READ | FILE_WRITE_ATTRIBUTES, 0, nullptr,
                                           OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(client);
     ::GetNamedPipeHandleStateW(client.get(), nullptr, &count, nullptr, nullptr, nullptr, 0);
     return count;
   }
@@ -91,7 +91,7 @@ TEST_F(WinPipes, AnAccountHasOnePlaceAndAnAdministratorIsNext) {
     for (const int64_t end = clock.monotonicMs() + kLongMs;
          !isLetGo(*surplus.back()) && clock.monotonicMs() < end;)
       server->wait(PipeEvent::readable, 20);
-    EXPECT_TRUE(isLetGo(*surplus.back()));
+    ASSERT_TRUE(isLetGo(*surplus.back()));
   }
   const auto other = connect(kSomebody, 's');
   EXPECT_EQ(served(2200), 0) << "no administrator waits: it has its turn";
@@ -167,6 +167,7 @@ TEST_F(WinPipes, ACrowdLeavesTheNameServedAndNothingBehind) {
   server->wait(PipeEvent::readable, 1);
   const int64_t handles = tests::figuresOf(::GetCurrentProcessId()).handles;
   std::atomic<bool> over{false};
+  DWORD most = 0;
   std::atomic<int> connected{0}, absent{0}, taken{0};
   const auto crowd = [&] {
     std::vector<std::unique_ptr<Pipe>> mine(40);
@@ -181,14 +182,13 @@ TEST_F(WinPipes, ACrowdLeavesTheNameServedAndNothingBehind) {
   {
     Threading& threading = native->platform().threading;
     const auto one = threading.createThread(0, crowd), two = threading.createThread(0, crowd);
-    int turns = 0;
-    for (const int64_t end = clock.monotonicMs() + 3000; clock.monotonicMs() < end;) {
+    int looks = 0, turns = 0;
+    for (const int64_t end = clock.monotonicMs() + 3000; clock.monotonicMs() < end; ++looks) {
       size_t available = 0;
       const uint32_t error = server->peek(available);
-      if (error == kErrorBadPipe) {
-        server->wait(PipeEvent::readable, 5);
-        continue;
-      }
+      most = std::max(most, instances());
+      server->wait(PipeEvent::readable, 5);
+      if (error == kErrorBadPipe || (error == kOk && looks % 8 != 0)) continue;
       ++turns;
       ASSERT_EQ(server->renew(), kOk);
     }
@@ -198,6 +198,7 @@ TEST_F(WinPipes, ACrowdLeavesTheNameServedAndNothingBehind) {
     EXPECT_GT(turns, 10);
   }
   EXPECT_GT(connected, 50);
+  EXPECT_GE(most, 6u) << "where one door is taken all the time there are more";
   EXPECT_EQ(absent, 0);
   EXPECT_EQ(taken, 0);
   size_t available = 0;
@@ -227,8 +228,8 @@ TEST_F(WinPipes, AnInterruptEndsAWaitWhoeverIsThere) {
 
 TEST_F(WinPipes, TheSystemNamesTheAccountOfAClient) {
   const std::wstring full = L"\\\\.\\pipe\\" + wide(name);
-  const FileHandle end(::CreateNamedPipeW(full.c_str(), PIPE_ACCESS_DUPLEX, PIPE_NOWAIT, 1, 100,
-                                          100, 0, nullptr));
+  const FileHandle end(
+      ::CreateNamedPipeW(full.c_str(), PIPE_ACCESS_DUPLEX, PIPE_NOWAIT, 1, 100, 100, 0, nullptr));
   EXPECT_EQ(accountOfClientsProcess(end.get()).sid, "") << "there is none";
   const FileHandle client(::CreateFileW(full.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                         OPEN_EXISTING, 0, nullptr));
