@@ -1,5 +1,5 @@
 // Local byte pipes: one server, one client at a time, both on this machine. No call but wait()
-// blocks. Returns are Win32 error numbers.
+// blocks, and open() for a moment. Returns are Win32 error numbers.
 //
 // Names are what follows "\\.\pipe\", which may stand before them. One end exists on the server's
 // side for a name; a second one is refused with 231. Where everyone may connect, a client of
@@ -7,20 +7,22 @@
 // Lifetime: a pipe is closed by its destructor, what the peer has not read is lost then.
 // Threads: a pipe is used by one thread; interrupt() may be called by any other.
 //
-// Windows: CreateNamedPipe with PIPE_NOWAIT and PIPE_REJECT_REMOTE_CLIENTS, 65536 bytes
-// each way, a DACL of SYSTEM and Administrators (all) and authenticated users (read,
-// write); one client, a further one is refused with 231 until the server has recreated the
-// pipe. A client is refused with 5 at a pipe whose owner is neither SYSTEM, nor
-// Administrators, nor the client's own account. wait() sleeps for its whole time, in an
-// alertable wait, since a pipe without overlapped calls cannot be waited for.
-// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666 or 0600. Further clients
-// connect, may write, and wait for their turn: an ordinary account has one place, what else it
-// connects is closed; administrators are served before others, and one who waits ends an ordinary
-// client's turn kTurnMs after it began (109). Ordinary clients have a small share of the processor
-// (platform/caller_allowance.h); where it is used up, their bytes are not there yet. One for whom there is no place at all is refused with
-// 231, after a tenth of a second. A client is refused with 5 by a server that is neither root's, nor
-// its own account's, nor of the account that the run directory belongs to. wait() ends as soon as
-// something has happened.
+// Further clients connect, may write, and wait for their turn: an ordinary account has one place,
+// what else it connects is closed; administrators are served before others, and one who waits ends
+// an ordinary client's turn kTurnMs after it began (109). Ordinary clients have a small share of the
+// processor (platform/caller_allowance.h); where it is used up, their bytes are not there yet. One
+// for whom there is no place at all is refused with 231, after a tenth of a second.
+//
+// Windows: CreateNamedPipe with PIPE_NOWAIT and PIPE_REJECT_REMOTE_CLIENTS, 65536 bytes each way, an
+// instance for each client; a DACL of SYSTEM, Administrators and the server's account (all) and
+// authenticated users (read, write, no instances of their own). Whose process has connected decides
+// about places and turns; clients whose account is not known share a place. A client is refused with
+// 5 at a pipe whose owner is neither SYSTEM, nor Administrators, nor the client's own account.
+// wait() sleeps for its whole time, in an alertable wait, since a pipe without overlapped calls
+// cannot be waited for; who comes meanwhile is let in by the next call.
+// Linux: a Unix stream socket "<name>.pipe" in the run directory, mode 0666 or 0600. A client is
+// refused with 5 by a server that is neither root's, nor its own account's, nor of the account that
+// the run directory belongs to. wait() ends as soon as something has happened.
 #pragma once
 
 #include <cstddef>
@@ -43,7 +45,7 @@ enum class PipeEvent {
 // Who may connect; the operating system refuses others.
 enum class PipeAudience {
   everyone,        // every account of this machine
-  administrators,  // Windows: SYSTEM and Administrators; Linux: root and the server's own account
+  administrators,  // SYSTEM and Administrators, or root; and the server's own account
 };
 
 class Pipe {
@@ -67,10 +69,9 @@ class Pipe {
   // the agent does. Windows: a member of Administrators, or SYSTEM. Linux: root or the
   // server's own user.
   virtual bool peerIsAdministrator() = 0;
-  // Server's end: lets its client go and is as if recreated, for the next one; an interrupt stays.
-  // After an error the end is good for nothing but its destruction. Windows: the pipe is closed and
-  // created again.
-  // Linux: the client that waits is the next one.
+  // Server's end: lets its client go and is as if recreated, for the next one, who may wait already;
+  // the name is served all the time, and an interrupt stays. After an error the end is good for
+  // nothing but its destruction.
   [[nodiscard]] virtual uint32_t renew() = 0;
   // Makes wait(), the present call and every later one, end as interrupted. Any thread.
   virtual void interrupt() = 0;
@@ -82,7 +83,7 @@ class Pipes {
   // The server's end. 231: somebody serves that name already. 3, on Linux: no run directory is set.
   [[nodiscard]] virtual uint32_t create(const std::string& name, PipeAudience audience,
                                         std::unique_ptr<Pipe>& out) = 0;
-  // A client's end. 2: nobody serves that name. 231: the server has another client. 5: it is for
+  // A client's end. 2: nobody serves that name. 231: there is no place to wait in. 5: it is for
   // administrators, or served by somebody who is not to be trusted.
   [[nodiscard]] virtual uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) = 0;
 };

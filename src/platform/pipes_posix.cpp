@@ -206,7 +206,7 @@ class PosixPipeServer final : public PosixPipe {
     if (hasConnection()) return true;
     admit();
     if (!mayServe()) return false;
-    Caller next = _room.next();
+    WaitingRoom::Places::Caller next = _room.next();
     _ordinary = !next.administrator;
     _turn = Deadline(kTurnMs);
     use(std::move(next.connection));

@@ -1,110 +1,50 @@
-#include "platform/pipes.h"
+#include "platform/pipes_win.h"
 
-#include <aclapi.h>
-#include <sddl.h>
-
+#include "platform/caller_allowance.h"
 #include "platform/error_codes.h"
-#include "platform/handles_win.h"
 #include "platform/interrupt_win.h"
 #include "platform/native.h"
+#include "platform/thread_time_win.h"
+#include "platform/waiting_room_win.h"
 #include "platform/wide_win.h"
 
 namespace korvane::platform {
 namespace {
 
-constexpr DWORD kPipeBytes = 65536;
-constexpr wchar_t kPrefix[] = L"\\\\.\\pipe\\";
-// SYSTEM and Administrators: all; authenticated users: read and write, or nothing; nothing is
-// inherited.
-constexpr wchar_t kForEveryone[] = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GRGW;;;AU)";
-constexpr wchar_t kForAdministrators[] = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)";
+constexpr wchar_t kPipePrefix[] = L"\\\\.\\pipe\\";
+// What a client asks for: all that authenticated users have.
+constexpr DWORD kClientsRights = GENERIC_READ | FILE_WRITE_DATA | FILE_WRITE_ATTRIBUTES;
+// How long a client waits for a door.
+constexpr DWORD kWaitToConnectMs = 100;
 
-struct LocalMemoryKind {
-  using Value = void*;
-  static Value empty() { return nullptr; }
-  static void close(Value value) { ::LocalFree(value); }
-};
-using LocalMemory = OwnedHandle<LocalMemoryKind>;
-
-// The client's account for the calling thread, as long as the object lives.
-class ActingAsClient {
- public:
-  explicit ActingAsClient(HANDLE pipe) : _acting(::ImpersonateNamedPipeClient(pipe)) {}
-  ~ActingAsClient() {
-    if (_acting) ::RevertToSelf();
+FileHandle openClientsEnd(const std::wstring& name) {
+  const ULONGLONG end = ::GetTickCount64() + kWaitToConnectMs;
+  for (;;) {
+    FileHandle handle(::CreateFileW(name.c_str(), kClientsRights, /*dwShareMode=*/0, nullptr,
+                                    OPEN_EXISTING, 0, nullptr));
+    if (handle || ::GetLastError() != ERROR_PIPE_BUSY) return handle;
+    const ULONGLONG now = ::GetTickCount64();
+    if (now >= end) return handle;
+    // Whether there is a door now, or the name is no longer served, is what the next try tells.
+    if (!::WaitNamedPipeW(name.c_str(), static_cast<DWORD>(end - now) + 1) &&
+        ::GetLastError() == ERROR_SEM_TIMEOUT) {
+      ::SetLastError(ERROR_PIPE_BUSY);
+      return handle;
+    }
   }
-  ActingAsClient(const ActingAsClient&) = delete;
-  ActingAsClient& operator=(const ActingAsClient&) = delete;
-  explicit operator bool() const { return _acting; }
-
- private:
-  const BOOL _acting;
-};
-
-bool holdsGroup(HANDLE token, WELL_KNOWN_SID_TYPE group) {
-  BYTE sid[SECURITY_MAX_SID_SIZE];
-  DWORD size = sizeof sid;
-  BOOL member = FALSE;
-  return ::CreateWellKnownSid(group, nullptr, sid, &size) &&
-         ::CheckTokenMembership(token, sid, &member) && member;
 }
 
-// The calling process's account, or what it makes the owner of its objects.
-bool isOwnAccount(PSID account) {
-  KernelObject token;
-  alignas(TOKEN_USER) BYTE user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-  alignas(TOKEN_OWNER) BYTE owner[sizeof(TOKEN_OWNER) + SECURITY_MAX_SID_SIZE];
-  DWORD size = 0;
-  return ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.receive()) &&
-         ::GetTokenInformation(token.get(), TokenUser, user, sizeof user, &size) &&
-         ::GetTokenInformation(token.get(), TokenOwner, owner, sizeof owner, &size) &&
-         (::EqualSid(account, reinterpret_cast<TOKEN_USER*>(user)->User.Sid) ||
-          ::EqualSid(account, reinterpret_cast<TOKEN_OWNER*>(owner)->Owner));
-}
-
-bool isTrusted(PSID owner) {
-  return ::IsWellKnownSid(owner, WinBuiltinAdministratorsSid) ||
-         ::IsWellKnownSid(owner, WinLocalSystemSid) || isOwnAccount(owner);
-}
-
-// Who serves a pipe may act with the rights of a client whose bytes it has read: nothing is
-// sent to a pipe that somebody without rights has made. Nobody can give a pipe an owner
-// that is not in his own token.
-bool isServedByTrusted(HANDLE pipe) {
-  PSID owner = nullptr;
-  LocalMemory descriptor;
-  return ::GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
-                           nullptr, nullptr, descriptor.receive()) == ERROR_SUCCESS &&
-         isTrusted(owner);
-}
-
-uint32_t createServersEnd(const std::wstring& name, PipeAudience audience, FileHandle& out) {
-  const wchar_t* const access =
-      audience == PipeAudience::everyone ? kForEveryone : kForAdministrators;
-  LocalMemory descriptor;
-  if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(access, SDDL_REVISION_1,
-                                                              descriptor.receive(), nullptr))
-    return ::GetLastError();
-  SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), /*bInheritHandle=*/FALSE};
-  FileHandle handle(::CreateNamedPipeW(
-      name.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE,
-      PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_NOWAIT | PIPE_REJECT_REMOTE_CLIENTS,
-      /*nMaxInstances=*/1, kPipeBytes, kPipeBytes, /*nDefaultTimeOut=*/0, &security));
-  // Also of a pipe that somebody made to let others in beside its own end.
-  if (!handle) return ::GetLastError() == ERROR_ACCESS_DENIED ? kErrorPipeBusy : ::GetLastError();
-  out = std::move(handle);
-  return kOk;
-}
-
+// One connection. The client's end as it stands; the server's end takes its client from the doors.
 class WinPipe : public Pipe {
  public:
-  explicit WinPipe(FileHandle handle) : _handle(std::move(handle)) {}
+  explicit WinPipe(FileHandle handle = FileHandle()) : _handle(std::move(handle)) {}
 
   bool valid() const { return _interrupt.valid(); }
 
   uint32_t peek(size_t& available) override {
     DWORD count = 0;
     available = 0;
+    if (!connected()) return kErrorBadPipe;
     if (!::PeekNamedPipe(_handle.get(), nullptr, 0, nullptr, &count, nullptr))
       return ::GetLastError();
     available = count;
@@ -114,6 +54,7 @@ class WinPipe : public Pipe {
   uint32_t read(void* buffer, size_t size, size_t& got) override {
     DWORD count = 0;
     got = 0;
+    if (!connected()) return kErrorPipeListening;
     if (!::ReadFile(_handle.get(), buffer, static_cast<DWORD>(size), &count, nullptr))
       return ::GetLastError();
     got = count;
@@ -123,6 +64,7 @@ class WinPipe : public Pipe {
   uint32_t write(const void* bytes, size_t size, size_t& written) override {
     DWORD count = 0;
     written = 0;
+    if (!connected()) return kErrorPipeListening;
     if (!::WriteFile(_handle.get(), bytes, static_cast<DWORD>(size), &count, nullptr))
       return ::GetLastError();
     written = count;
@@ -136,21 +78,16 @@ class WinPipe : public Pipe {
                : PipeWait::ended;
   }
 
-  bool peerIsAdministrator() override {
-    const ActingAsClient client(_handle.get());
-    KernelObject token;
-    return client &&
-           ::OpenThreadToken(::GetCurrentThread(), TOKEN_QUERY, /*OpenAsSelf=*/TRUE,
-                             token.receive()) &&
-           (holdsGroup(token.get(), WinBuiltinAdministratorsSid) ||
-            holdsGroup(token.get(), WinLocalSystemSid));
-  }
+  bool peerIsAdministrator() override { return _handle && clientIsAdministrator(_handle.get()); }
 
   uint32_t renew() override { return kErrorInvalidHandle; }
 
   void interrupt() override { _interrupt.raise(); }
 
  protected:
+  virtual bool connected() { return true; }
+
+  bool hasConnection() const { return static_cast<bool>(_handle); }
   void use(FileHandle handle) { _handle = std::move(handle); }
 
  private:
@@ -160,23 +97,87 @@ class WinPipe : public Pipe {
 
 class WinPipeServer final : public WinPipe {
  public:
-  WinPipeServer(std::wstring name, PipeAudience audience, FileHandle handle)
-      : WinPipe(std::move(handle)), _name(std::move(name)), _audience(audience) {}
+  WinPipeServer(std::wstring name, PipeAudience audience, ClientAccountOf accountOf)
+      : _audience(audience), _room(std::move(name), audience, std::move(accountOf)) {}
+
+  [[nodiscard]] uint32_t open() { return _room.open(); }
+
+  uint32_t peek(size_t& available) override {
+    available = 0;
+    settle();
+    if (mustGiveWay()) return kErrorBrokenPipe;
+    return hasConnection() && pauseMs() > 0 ? kOk : WinPipe::peek(available);
+  }
+
+  uint32_t write(const void* bytes, size_t size, size_t& written) override {
+    written = 0;
+    settle();
+    if (mustGiveWay()) return kErrorNoData;
+    return hasConnection() && pauseMs() > 0 ? kOk : WinPipe::write(bytes, size, written);
+  }
+
+  PipeWait wait(PipeEvent event, uint32_t timeoutMs) override {
+    settle();
+    if (hasConnection()) admit();
+    return WinPipe::wait(event, timeoutMs);
+  }
 
   uint32_t renew() override {
+    settle();
     use(FileHandle());
-    FileHandle made;
-    const uint32_t error = createServersEnd(_name, _audience, made);
-    use(std::move(made));
-    return error;
+    return kOk;
+  }
+
+ protected:
+  bool connected() override {
+    if (hasConnection()) return true;
+    admit();
+    if (!mayServe()) return false;
+    WaitingRoom::Places::Caller next = _room.next();
+    _ordinary = !next.administrator;
+    _turnEnds = ::GetTickCount64() + kTurnMs;
+    use(std::move(next.connection));
+    return true;
   }
 
  private:
-  const std::wstring _name;
+  void admit() { _room.admit(_allowance.pauseMs() > 0); }
+
+  // An ordinary client has had its turn, and an administrator waits. While an administrator is
+  // served, only a wait looks at the doors: the others wait in any case.
+  bool mustGiveWay() {
+    if (!hasConnection() || !_ordinary) return false;
+    admit();
+    return _room.administratorWaits() && ::GetTickCount64() >= _turnEnds;
+  }
+
+  // What the thread did since the last time, but for an administrator, ordinary callers have cost.
+  // While there is nobody nothing is measured.
+  void settle() {
+    if (_audience != PipeAudience::everyone) return;
+    const bool anybody = hasConnection() || !_room.empty();
+    if (anybody || _measured)
+      _allowance.settle(_measured && (!hasConnection() || _ordinary), _time.wallUs(),
+                        _time.cpuUs());
+    _measured = anybody;
+  }
+  // For how long no ordinary caller is served; 0 while an administrator is.
+  uint32_t pauseMs() const { return hasConnection() && !_ordinary ? 0 : _allowance.pauseMs(); }
+  bool mayServe() const {
+    return _room.administratorWaits() || (!_room.empty() && _allowance.pauseMs() == 0);
+  }
+
   const PipeAudience _audience;
+  WaitingRoom _room;
+  ThreadTime _time;
+  CallerAllowance _allowance;
+  bool _measured = false;
+  bool _ordinary = false;   // the present client
+  ULONGLONG _turnEnds = 0;  // until when it has its turn whoever waits
 };
 
-uint32_t handOut(std::unique_ptr<WinPipe> made, std::unique_ptr<Pipe>& out) {
+template <class Made>
+uint32_t handOut(std::unique_ptr<Made> made, std::unique_ptr<Pipe>& out) {
   if (!made->valid()) return kErrorNotEnoughMemory;
   out = std::move(made);
   return kOk;
@@ -184,34 +185,42 @@ uint32_t handOut(std::unique_ptr<WinPipe> made, std::unique_ptr<Pipe>& out) {
 
 class WinPipes final : public Pipes {
  public:
+  explicit WinPipes(ClientAccountOf accountOf) : _accountOf(std::move(accountOf)) {}
+
   uint32_t create(const std::string& name, PipeAudience audience,
                   std::unique_ptr<Pipe>& out) override {
     const std::string bare = barePipeName(name);
     if (bare.empty()) return kErrorInvalidName;
-    std::wstring full = kPrefix + wide(bare);
-    FileHandle handle;
-    if (const uint32_t error = createServersEnd(full, audience, handle)) return error;
-    return handOut(std::make_unique<WinPipeServer>(std::move(full), audience, std::move(handle)),
-                   out);
+    auto made = std::make_unique<WinPipeServer>(kPipePrefix + wide(bare), audience, _accountOf);
+    if (const uint32_t error = made->open()) return error;
+    return handOut(std::move(made), out);
   }
 
+  // Who serves a pipe may act with the rights of a client whose bytes it has read: nothing is
+  // sent to a pipe that somebody without rights has made.
   uint32_t open(const std::string& name, std::unique_ptr<Pipe>& out) override {
     const std::string bare = barePipeName(name);
     if (bare.empty()) return kErrorInvalidName;
-    FileHandle handle(::CreateFileW((kPrefix + wide(bare)).c_str(), GENERIC_READ | GENERIC_WRITE,
-                                    /*dwShareMode=*/0, nullptr, OPEN_EXISTING, 0, nullptr));
+    FileHandle handle = openClientsEnd(kPipePrefix + wide(bare));
     if (!handle) return ::GetLastError();
     if (!isServedByTrusted(handle.get())) return kErrorAccessDenied;
     DWORD mode = PIPE_READMODE_BYTE | PIPE_NOWAIT;
     if (!::SetNamedPipeHandleState(handle.get(), &mode, nullptr, nullptr)) return ::GetLastError();
     return handOut(std::make_unique<WinPipe>(std::move(handle)), out);
   }
+
+ private:
+  const ClientAccountOf _accountOf;
 };
 
 }  // namespace
 
+std::unique_ptr<Pipes> makeWinPipes(ClientAccountOf accountOf) {
+  return std::make_unique<WinPipes>(std::move(accountOf));
+}
+
 std::unique_ptr<Pipes> makeNativePipes(const NativeOptions&) {
-  return std::make_unique<WinPipes>();
+  return makeWinPipes(accountOfClientsProcess);
 }
 
 }  // namespace korvane::platform

@@ -11,16 +11,10 @@ namespace korvane::platform {
 namespace {
 
 // Its place is free for another connection of the account.
-bool hasGone(const Caller& caller) {
+bool hasGone(const Descriptor& connection) {
   char byte;
-  const ssize_t seen = ::recv(caller.connection.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  const ssize_t seen = ::recv(connection.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
   return seen == 0 || (seen < 0 && errno != EAGAIN && errno != EINTR);
-}
-
-Caller take(std::deque<Caller>& callers) {
-  Caller first = std::move(callers.front());
-  callers.pop_front();
-  return first;
 }
 
 }  // namespace
@@ -41,10 +35,10 @@ bool WaitingRoom::admit(int listener, bool sparingly) {
   if (pauseMs() > 0) return true;
   bool surplus = false;
   for (int i = 0; i < kBatch; ++i) {
-    _full = _administrators.size() >= kAdministrators;
+    _full = _places.isFull();
     if (_full) break;
-    Caller caller{Descriptor(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK))};
-    if (!caller.connection) {
+    Descriptor caller(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!caller) {
       if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) return false;
       break;
     }
@@ -58,29 +52,15 @@ uint32_t WaitingRoom::pauseMs() const {
   return static_cast<uint32_t>(std::max(_closedUntil.remainingMs(), 0));
 }
 
-bool WaitingRoom::place(Caller caller) {
-  if (!accountOf(caller.connection.get(), caller.account)) return false;
-  caller.administrator = isAdministrator(caller.account);
-  if (caller.administrator) {
-    _administrators.push_back(std::move(caller));
-    return true;
-  }
-  const auto same = std::find_if(_others.begin(), _others.end(), [&](const Caller& waiting) {
-    return waiting.account == caller.account;
-  });
-  if (same != _others.end()) {
-    if (!hasGone(*same)) return false;
-    same->connection = std::move(caller.connection);
-    return true;
-  }
-  if (_others.size() >= kAccounts) return false;
-  _others.push_back(std::move(caller));
-  return true;
+bool WaitingRoom::place(Descriptor connection) {
+  uid_t account = 0;
+  if (!accountOf(connection.get(), account)) return false;
+  return _places.place({std::move(connection), account, isAdministrator(account)}, hasGone);
 }
 
-Caller WaitingRoom::next() {
+WaitingRoom::Places::Caller WaitingRoom::next() {
   _full = false;
-  return take(_administrators.empty() ? _others : _administrators);
+  return _places.next();
 }
 
 }  // namespace korvane::platform

@@ -177,10 +177,11 @@ TEST_F(WinTest, aPipeIsForThisMachinesAccountsAlone) {
   ASSERT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorA(
       descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
   const std::string list = text;
-  EXPECT_THAT(list,
-              testing::AllOf(testing::StartsWith("D:P(A;;"), testing::EndsWith(";;;AU)"),
-                             testing::HasSubstr(";;;SY)(A;;"), testing::HasSubstr(";;;BA)(A;;")));
-  EXPECT_EQ(std::count(list.begin(), list.end(), '('), 3);
+  EXPECT_THAT(
+      list, testing::AllOf(testing::StartsWith("D:P(A;;"), testing::EndsWith("(A;;0x12019b;;;AU)"),
+                           testing::HasSubstr(";;;SY)(A;;"), testing::HasSubstr(";;;BA)(A;;")))
+      << "others may not add an end of their own";
+  EXPECT_EQ(std::count(list.begin(), list.end(), '('), 4);
   ::LocalFree(text);
   ::LocalFree(descriptor);
 }
