@@ -75,7 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   trail.connectedUs = data[1] & 32;
   trail.tlsUs = data[1] & 64;
   trail.requestBytes = data[1] & 128;
-  trail.headerBytes = trail.bodyBytes = data[3];
+  trail.headerBytes = data[3];
+  trail.bodyBytes = data[3];
   trail.headersWhole = data[3] & 1;
   trail.proxyStatus = data[4] * 2;
   trail.systemError = data[5];

@@ -12,7 +12,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const Property& pair : pairs)
     if (pair.first.empty() || !names.insert(pair.first).second) std::abort();
   for (const bool unicode : {false, true}) {
-    const PropertyList again = parseUpdateResults(updateResultsText(pairs, unicode));
+    const std::string text = updateResultsText(pairs, unicode);
+    if (!unicode && text.find('\0') != std::string::npos) continue;  // taken for UTF-16
+    const PropertyList again = parseUpdateResults(text);
     if (parseUpdateResults(updateResultsText(again, unicode)) != again) std::abort();
   }
   return 0;
