@@ -13,7 +13,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (pair.first.empty() || !names.insert(pair.first).second) std::abort();
   for (const bool unicode : {false, true}) {
     const std::string text = updateResultsText(pairs, unicode);
-    if (!unicode && text.find('\0') != std::string::npos) continue;  // taken for UTF-16
+    // What is taken for UTF-16, or for a line end of two bytes, reads back as another text.
+    if (text.find('\r') != std::string::npos) continue;
+    if (!unicode && text.find('\0') != std::string::npos) continue;
     const PropertyList again = parseUpdateResults(text);
     if (parseUpdateResults(updateResultsText(again, unicode)) != again) std::abort();
   }

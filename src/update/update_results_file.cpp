@@ -1,7 +1,7 @@
 #include "update/update_results_file.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <map>
 
 #include "util/utf8.h"
 
@@ -46,17 +46,17 @@ std::string updateResultsText(const PropertyList& pairs, bool unicode) {
 PropertyList parseUpdateResults(std::string_view bytes) {
   const std::string text = isWide(bytes) ? fromWide(bytes) : std::string(bytes);
   PropertyList pairs;
-  std::unordered_map<std::string_view, size_t> places;
+  std::map<STRING, size_t> places;
   for (size_t begin = 0, end; begin < text.size(); begin = end + 1) {
     end = std::min(text.find('\n', begin), text.size());
     std::string_view line = std::string_view(text).substr(begin, end - begin);
     if (line.ends_with('\r')) line.remove_suffix(1);
     const size_t equals = line.find('=');
     if (equals == std::string_view::npos || equals == 0) continue;
-    const STRING value = line.substr(equals + 1);
-    const auto [place, isNew] = places.emplace(line.substr(0, equals), pairs.size());
+    const STRING name = line.substr(0, equals), value = line.substr(equals + 1);
+    const auto [place, isNew] = places.emplace(name, pairs.size());
     if (isNew)
-      pairs.emplace_back(line.substr(0, equals), value);
+      pairs.emplace_back(name, value);
     else
       pairs[place->second].second = value;
   }
