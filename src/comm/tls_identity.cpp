@@ -94,7 +94,7 @@ long lowestVersion(const TlsIdentity& identity, long lowest) {
   return identity.minimumVersion == "1.2" ? CURL_SSLVERSION_TLSv1_2 : CURL_SSLVERSION_TLSv1_3;
 }
 
-bool provesIdentity(X509& certificate, const TlsIdentity& identity, TlsTrail& seen) {
+bool provesIdentity(x509_st& certificate, const TlsIdentity& identity, TlsTrail& seen) {
   using enum TlsTrail::Identity;
   seen.names = namesOf(certificate);
   seen.pin = pinOf(certificate);

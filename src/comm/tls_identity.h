@@ -12,11 +12,11 @@
 //   if (!provesIdentity(*certificate, request.identity, result.trail.tls)) refuse();
 #pragma once
 
-#include <openssl/types.h>
-
 #include <string>
 
 #include "platform/fwd.h"
+
+struct x509_st;  // OpenSSL's X509: who includes this needs none of its headers
 
 namespace korvane {
 
@@ -41,7 +41,7 @@ TlsIdentity tlsIdentityOf(const ServerSettings& settings);
 long lowestVersion(const TlsIdentity& identity, long lowest);
 
 // Whether the certificate is the one asked for; what was seen of it goes to `seen`.
-bool provesIdentity(X509& certificate, const TlsIdentity& identity, TlsTrail& seen);
+bool provesIdentity(x509_st& certificate, const TlsIdentity& identity, TlsTrail& seen);
 
 // What is wrong with the texts themselves, and with them and their files; no cause when nothing is.
 FailureCause checkIdentityTexts(const std::string& url, const TlsIdentity& identity);
