@@ -23,7 +23,7 @@ bool isLetterOrDigit(char c) {
 
 // In whatever case: an entry that some system puts there.
 bool isBelowFolder(const std::string& entry) {
-  static const std::u16string folder = utf8ToUtf16(kCombinationFolder);
+  const std::u16string folder = utf8ToUtf16(kCombinationFolder);
   return platform::compareNames(utf8ToUtf16(entry).substr(0, folder.size()), folder) == 0;
 }
 
