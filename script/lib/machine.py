@@ -157,12 +157,16 @@ class LinuxMachine:
             fresh.write_text(self.registry.read_text() + f'\r\n[HKEY_LOCAL_MACHINE\\{key}]\r\n"{name}"=-\r\n')
             fresh.replace(self.registry)
 
-    def start_agent(self):
-        # Root's programs in a developer's tree are that account's to change.
+    @property
+    def unsafe_options(self):
+        """Root's programs in a developer's tree are that account's to change: the host is told that this is known."""
         tree = self.bin.stat()
         others = tree.st_uid not in (0, os.geteuid()) or tree.st_mode & 0o002
+        return ("--allow-unsafe",) if others else ()
+
+    def start_agent(self):
         return self.start("agent", "korvane-host", "run", "--install-root", self.stage.install_root,
-                          "--registry", self.registry, "--run-dir", self.run_dir, *(("--allow-unsafe",) if others else ()))
+                          "--registry", self.registry, "--run-dir", self.run_dir, *self.unsafe_options)
 
     @property
     def run_options(self):

@@ -76,7 +76,7 @@ class Attack(OutsideCase):
         machine = self.stage.machine
         self.stage.agent = self.stage.start("agent", [
             *prefix, machine.bin / "korvane-host", "run", "--install-root", self.stage.install_root, "--registry",
-            machine.registry, "--run-dir", machine.run_dir, *options], **environment)
+            machine.registry, "--run-dir", machine.run_dir, *machine.unsafe_options, *options], **environment)
         return self.stage.agent
 
     def run_agent(self, *options, **more):
