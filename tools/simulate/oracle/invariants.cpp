@@ -60,6 +60,7 @@ void Invariants::started(int64_t now) {
   _disturbed = !_machineGood;
   _statusBase = now;
   _toldInterval = 0;
+  _countdownEnds = 0;
   _toldPolling.reset();
   _interval = pollingInterval();
   if (!_interval) _interval = 300000;  // an agent without polling sends one status all the same
@@ -152,7 +153,7 @@ void Invariants::checkTimes(int64_t now) {
     foundOnce(_registrationTold, "registration: none after the identity was refused");
   const bool due = _interval && !_noStatuses && _mustRegister < 0;
   const int64_t gap = now - std::max(_statusBase, calm);
-  if (due && gap > 2 * _interval + kSlackMs)
+  if (due && gap > 2 * _interval + kSlackMs && now > _countdownEnds)
     foundOnce(_gapTold, "heartbeat: no status for " + std::to_string(gap / 1000) +
                             " s of good weather, the interval is " +
                             std::to_string(_interval / 1000) + " s");
@@ -205,6 +206,8 @@ void Invariants::status(int64_t now, const Pairs& pairs, bool whole) {
   _statusSeen = true;
   _gapTold = false;
   _statusBase = now;
+  // A report of a policy looks like a status, and restarts no countdown.
+  _countdownEnds = std::max(_countdownEnds, now + 2 * _interval + kSlackMs);
   _interval = pollingInterval();
 }
 

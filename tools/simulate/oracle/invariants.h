@@ -94,6 +94,7 @@ class Invariants final : public ServerWatch {
   int64_t _statusBase = 0;  // from when on the next status is waited for
   int64_t _interval = 0;    // the longest that may be in force, ms; 0: none is due
   // What configurations of this life have set, whether it could be stored or not.
+  int64_t _countdownEnds = 0;  // at the latest, of one that began with an interval before
   int64_t _toldInterval = 0;
   std::optional<bool> _toldPolling;
   bool _statusSeen = false, _gapTold = false, _stopTold = false, _registrationTold = false;
