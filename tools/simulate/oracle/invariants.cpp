@@ -102,7 +102,8 @@ void Invariants::stopped(int64_t now, size_t threadsLeft, size_t handlesLeft) {
 void Invariants::killed(int64_t now, bool powerCut) {
   lifeEnded(now);
   // What says that a log was finished may be missing too when the disk was bad.
-  if (powerCut && _diskFault) _account.forgotRemoved();
+  _pointerMayBeLost = powerCut && _diskFault;
+  if (_pointerMayBeLost) _account.forgotRemoved();
   if (powerCut || _diskFault)
     _account.forgotAll();
   else
@@ -111,6 +112,9 @@ void Invariants::killed(int64_t now, bool powerCut) {
 }
 
 void Invariants::afterKill(const DiskView& survived) {
+  // No flush of the first pointer went through: nothing names the logs that came before.
+  if (_pointerMayBeLost && !survived.read(_root + "/IPS/hidslog1rtfilepointer"))
+    _account.excuseFormerLogs();
   lookAtLogs(survived);
   checkStateFiles(survived, "after a kill");
 }

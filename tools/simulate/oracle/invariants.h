@@ -87,7 +87,7 @@ class Invariants final : public ServerWatch {
   const std::string _root;
 
   Life _life = Life::none;
-  bool _machineGood = true, _diskFault = false, _noStatuses = false;
+  bool _machineGood = true, _diskFault = false, _pointerMayBeLost = false, _noStatuses = false;
   bool _disturbed = false;  // the machine's weather was bad in this life
   int64_t _goodSince = 0;   // -1: it is not
   int64_t _stopAsked = 0;
