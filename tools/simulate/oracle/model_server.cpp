@@ -83,10 +83,9 @@ WireAnswer ModelServer::exchange(const WireRequest& request, int64_t nowMs) {
       else if (type != "app.data")
         _watch->result(nowMs, type, code);
     }
-    if (message.word == "update" && !message.parts.empty()) {
-      const Pairs& pairs = message.parts[0].pairs;
-      pending.poll = valueOf(pairs, "update.configuration") + valueOf(pairs, "update.policy") != "";
-    }
+    if (message.word == "update" && !message.parts.empty())
+      for (const char* const kind : {"configuration", "policy", "configuration.ids", "policy.ids"})
+        pending.poll |= valueOf(message.parts[0].pairs, std::string("update.") + kind) == "true";
     answer = this->answer(message, pending, nowMs);
     if (message.word != "register" && message.word != "testConnection") _served = true;
   }
