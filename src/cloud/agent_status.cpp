@@ -123,6 +123,7 @@ JsonTree countersTree(const ForwardingCounters& counters, const ServerSettings& 
   putMember(tree, "read", std::to_string(counts.read));
   putMember(tree, "forwarded", std::to_string(counts.forwarded));
   putMember(tree, "folded", std::to_string(counts.folded));
+  putMember(tree, "keptBack", std::to_string(counts.keptBack));
   putMember(tree, "rejected", std::to_string(counts.rejected));
   putMember(tree, "retried", std::to_string(counts.retried));
   putMember(tree, "dropped", std::to_string(counts.dropped));

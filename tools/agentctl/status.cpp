@@ -125,6 +125,8 @@ void addCounters(const Json& facts, Rows& rows) {
   std::string line;
   for (const char* name : {"read", "forwarded", "folded", "rejected", "retried", "dropped"})
     line += (line.empty() ? "" : ", ") + std::string(name) + " " + textAt(facts["counters"], name);
+  const std::string keptBack = textAt(facts, "counters/keptBack");
+  if (!keptBack.empty() && keptBack != "0") line += ", kept back by log rules " + keptBack;
   rows.push_back({"Events", line});
   const std::string error = textAt(facts, "counters/lastError/text");
   if (!error.empty())
