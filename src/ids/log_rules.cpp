@@ -55,8 +55,7 @@ size_t fieldNamed(std::string_view name) {
   size_t number = 0;
   if (name.size() < 2 || !readNumber(name.substr(1), number) || number == 0) return 0;
   if (name.front() == 'v' && number <= kLastField) return number;
-  if (name.front() == 'a' && number <= LogRuleSet::kMaxNotes)
-    return LogRuleSet::kNoteBase + number;
+  if (name.front() == 'a' && number <= LogRuleSet::kMaxNotes) return LogRuleSet::kNoteBase + number;
   return 0;
 }
 

@@ -4,8 +4,7 @@
 
 namespace korvane {
 
-void RuleFilter::beginPass(const MachineFacts& machine, const char* logName,
-                           int64_t wallMs) {
+void RuleFilter::beginPass(const MachineFacts& machine, const char* logName, int64_t wallMs) {
   _set = _rules ? _rules->current() : nullptr;
   if (!_set || !_set->usesNotes()) return;
   _notes.fill({});

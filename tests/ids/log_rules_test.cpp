@@ -162,9 +162,10 @@ TEST_F(LogRulesTest, AFileThatIsNotWholeCountsAsNone) {
     fake.files.put(kFile, whole.substr(0, length));
     EXPECT_EQ(atStart(), "none") << length;
   }
-  for (const char* bad : {"korvane-log-rules 2 1\nLog.a=*:0\n", "korvane-log-rules 1 x\nLog.a=*:0\n",
-                          "korvane-log-rules 1 1\nLog.a=*:9\n", "korvane-log-rules 1 1\nLog.a\n",
-                          "korvane-log-rules 1 1\nLog.a=*:0\nLog.b=*:0\n"}) {
+  for (const char* bad :
+       {"korvane-log-rules 2 1\nLog.a=*:0\n", "korvane-log-rules 1 x\nLog.a=*:0\n",
+        "korvane-log-rules 1 1\nLog.a=*:9\n", "korvane-log-rules 1 1\nLog.a\n",
+        "korvane-log-rules 1 1\nLog.a=*:0\nLog.b=*:0\n"}) {
     fake.files.put(kFile, bad);
     EXPECT_EQ(atStart(), "none") << bad;
   }

@@ -17,9 +17,10 @@ constexpr std::array kNumbers = {
     "rejected"sv,     "retried"sv,       "dropped"sv, "backlogBytes"sv, "backlogRecords"sv,
     "milliseconds"sv, "keptBack"sv};
 constexpr std::array kTruths = {
-    "shuttingDown"sv,   "registered"sv, "builtIn"sv, "recordsExact"sv, "trace"sv,
-    "running"sv,        "requested"sv,  "ok"sv,      "started"sv,      "prevention"sv,
-    "rebootRequired"sv, "answered"sv,   "readable"sv};
+    "shuttingDown"sv, "registered"sv, "builtIn"sv,         "recordsExact"sv,
+    "trace"sv,        "running"sv,    "requested"sv,       "ok"sv,
+    "started"sv,      "prevention"sv, "rebootRequired"sv,  "answered"sv,
+    "readable"sv,     "enforced"sv,   "rebootRequested"sv, "fimRebootRequested"sv};
 constexpr std::array kLists = {"logs"sv, "lastErrors"sv, "stages"sv, "certificates"sv};
 
 bool isOneOf(const auto& names, std::string_view name) {

@@ -86,6 +86,9 @@ void addPolicyRow(const Json& facts, Rows& rows) {
     rows.push_back({"", "state " + textAt(facts, "policy/stateCode") + ": " + state});
   rows.push_back({"", "report " + textAt(facts, "policy/errorCode") + ": " +
                           textAt(facts, "policy/errorText")});
+  if (const std::string request = facts.contains("policy") ? rebootRequest(facts["policy"]) : "";
+      !request.empty())
+    rows.push_back({"", request});
 }
 
 void addSigning(const Json& facts, Rows& rows) {
