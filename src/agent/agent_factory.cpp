@@ -20,7 +20,7 @@
 #include "rpc/pipe_names.h"
 #include "rpc/rpc_named_pipe.h"
 #include "update/component_update_thread.h"
-#include "update/update_thread.h"
+#include "update/supervised_update_thread.h"
 #include "update/util_thread.h"
 
 namespace korvane {
@@ -94,7 +94,7 @@ Thread* makeGenericAppData() {
   return new GenericAppDataProcessingThread;
 }
 Thread* makeUpdate(AgentInfo* info) {
-  return new UpdateThread(info);
+  return new SupervisedUpdateThread(info);
 }
 Thread* makeComm(const AgentContext& context, AgentInfo* info) {
   AgentShared& shared = context.shared;
@@ -112,7 +112,7 @@ Thread* makeLogProcessing(const AgentContext& context) {
   const ForwardingParts parts{
       context.system.files,  context.system.clock,     context.stop,
       context.settings.logs, context.settings.machine, AgentConfig::getHIDSInterface(),
-      shared.counters};
+      shared.counters,       &logRulesOfRun()};
   auto thread = std::make_unique<LogProcessingThread>(shared.forwarding, parts.ids, parts.settings);
   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, makeLogDestination(context)));
   return thread.release();

@@ -45,6 +45,7 @@ constexpr uint32_t kFirstUpdateMs = 2000;
 KorvaneAgent::KorvaneAgent(const AgentContext& context)
     : _context(context),
       _settings(_context.settings),
+      _driverWatch(_context.settings, _context.driver),
       _stoppedEvent(kFinalWaitStepMs),
       _returnedEvent(kFinalWaitStepMs) {
   // Takes each lock once, so that a system that has none to give refuses the agent and not
@@ -158,6 +159,7 @@ void KorvaneAgent::checkBuiltinPolicy() {
     refreshPolicyIdentity(_settings.policy, _context.driver);
   else if (reportBuiltinPolicy(_settings.policy, _context.driver))
     _builtinReported = 1;
+  _driverWatch.look();
 }
 
 void KorvaneAgent::reportPolicyState() {
@@ -229,6 +231,7 @@ bool KorvaneAgent::superviseOnce() {
   ignoreResult(_settings.file.loadIniFile());
   followBuiltinPolicy();
   followOwnLog();
+  _driverWatch.look();
   return true;
 }
 

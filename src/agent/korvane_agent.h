@@ -24,6 +24,7 @@
 #include <memory>
 
 #include "agent/agent_context.h"
+#include "agent/driver_watch.h"
 #include "agent/thread/locks.h"
 #include "agent/thread/thread_event.h"
 #include "agent/worker_threads.h"
@@ -89,6 +90,7 @@ class KorvaneAgent {
   std::atomic<uint8_t> _running{0};
   std::unique_ptr<AgentComm> _comm;  // made once, under _commLock; the pointer is then constant
   WorkerThreads _workers;
+  DriverWatch _driverWatch;  // main thread only
 
   AgentInfo* _info = nullptr;
   uint8_t _builtinReported = 0;  // main thread only

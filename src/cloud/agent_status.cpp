@@ -96,9 +96,15 @@ JsonTree policyTree(const PolicySettings& settings) {
   putText(tree, "errorText", settings.getPolicyErrorStr());
   putFlag(tree, "builtIn", settings.useBuiltInPolicy());
   putText(tree, "plusFile", settings.getPlusPolicyFile());
-  putTime(tree, "effectiveAt", settings.getPolicyEffectiveDate());
+  // The date is that of the assigned policy.
+  const bool onBuiltIn = settings.getPolicyStateCode() == PolicySettings::kBuiltInPolicyState;
+  putTime(tree, "effectiveAt", onBuiltIn ? 0 : settings.getPolicyEffectiveDate());
   putFlag(tree, "prevention", settings.isIPSEnabled());
+  putFlag(tree, "enforced", settings.isIPSEnforced());
   putFlag(tree, "rebootRequired", settings.isIPSRebootRequired());
+  putFlag(tree, "rebootRequested", settings.isRebootRequested());
+  putFlag(tree, "fimRebootRequested", settings.isFIMRebootRequested());
+  putText(tree, "rebootRequestedBy", settings.getRebootSource());
   return tree;
 }
 
@@ -123,6 +129,7 @@ JsonTree countersTree(const ForwardingCounters& counters, const ServerSettings& 
   putMember(tree, "read", std::to_string(counts.read));
   putMember(tree, "forwarded", std::to_string(counts.forwarded));
   putMember(tree, "folded", std::to_string(counts.folded));
+  putMember(tree, "keptBack", std::to_string(counts.keptBack));
   putMember(tree, "rejected", std::to_string(counts.rejected));
   putMember(tree, "retried", std::to_string(counts.retried));
   putMember(tree, "dropped", std::to_string(counts.dropped));

@@ -52,6 +52,19 @@ void LogSettings::rolledAgentLogFile() {
   ignoreResult(_store.assign(rowOf(Key::agentLogFile), now));
 }
 
+void LogSettings::noteDriverLogs(const STRING& log, const STRING& profileLog) {
+  const ChangeGroup group(_store);
+  const Synchronized hold(_store.lock);
+  const STRING known = _store.settings.text(Key::driverLogFile);
+  // A path that is too long for the file is not recorded.
+  if (!log.empty() && log != known) {
+    if (!known.empty()) ignoreResult(_store.assign(rowOf(Key::driverLogRolloverPending), "true"));
+    ignoreResult(_store.assign(rowOf(Key::driverLogFile), log));
+  }
+  if (!profileLog.empty() && profileLog != _store.settings.text(Key::driverProfileLogFile))
+    ignoreResult(_store.assign(rowOf(Key::driverProfileLogFile), profileLog));
+}
+
 STRING LogSettings::getHIDSLogFile() const {
   const Synchronized hold(_lock);
   return _hidsLogFile;

@@ -39,6 +39,9 @@ class LogSettings {
   void setDriverLogFilePointer(const STRING& value);
   bool isDriverLogRolloverPending() const;
   void setDriverLogRolloverPending(bool value);
+  // Records the logs that the driver writes to; an empty one is not known. Another event log than the
+  // recorded one leaves a roll-over pending.
+  void noteDriverLogs(const STRING& log, const STRING& profileLog);
   STRING getHIDSLogFile() const;  // memory only
   void setHIDSLogFile(const STRING& path);
   STRING getHIDSRTLogFile() const;  // memory only

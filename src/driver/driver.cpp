@@ -26,9 +26,19 @@ constexpr uint32_t kStartAutomatic = 2;
 constexpr uint32_t kStartOnDemand = 3;
 
 constexpr uint32_t kRollTimeoutMs = 30000;
+// The end of the year 9999; a later date is none.
+constexpr uint64_t kLastDateMs = 253402300799999;
 
 constexpr char kSetFailed[] = "Failed to set Driver Configuration Registry Value ";
 constexpr char kGetFailed[] = "Failed to get Driver Configuration Registry Value ";
+
+uint64_t dateIn(const STRING& text) {
+  const std::string digits = text.toUtf8();
+  const char* const end = digits.data() + digits.size();
+  uint64_t value = 0;
+  const auto [stopped, error] = std::from_chars(digits.data(), end, value);
+  return error == std::errc() && stopped == end ? value : 0;
+}
 
 STRING registryFailure(const char* text, const STRING& key, const STRING& name) {
   return STRING(text) + key + STRING("\\") + name;
@@ -92,12 +102,19 @@ STRING Driver::minusFile() {
 
 uint64_t Driver::applicationDate() {
   STRING text;
-  if (!readValue(kPolicyEffectiveDtValue, text).ok()) return 0;
-  const std::string digits = text.toUtf8();
-  const char* const end = digits.data() + digits.size();
-  uint64_t value = 0;
-  const auto [stopped, error] = std::from_chars(digits.data(), end, value);
-  return error == std::errc() && stopped == end ? value : 0;
+  return readValue(kPolicyEffectiveDtValue, text).ok() ? dateIn(text) : 0;
+}
+
+Driver::Recorded Driver::recorded() {
+  Recorded found;
+  STRING date;
+  // What cannot be read is empty.
+  ignoreResult(readParameter(kLogFileValue, found.log));
+  ignoreResult(readParameter(kProfileFileValue, found.profileLog));
+  ignoreResult(readParameter(kPolicyEffectiveDtValue, date));
+  const uint64_t since = dateIn(date);
+  if (since <= kLastDateMs) found.policySinceMs = static_cast<int64_t>(since);
+  return found;
 }
 
 DriverResult Driver::setApplicationDate(uint64_t value) {

@@ -79,6 +79,13 @@ class Driver {
   [[nodiscard]] uint32_t setDWord(const STRING& subkey, const STRING& name, uint32_t value);
   // The translated policy that is recorded; empty when it cannot be read.
   STRING minusFile();
+  // What its parameters say, empty and 0 where they say nothing; no failure is kept.
+  struct Recorded {
+    STRING log;
+    STRING profileLog;
+    int64_t policySinceMs = 0;  // when its policy was loaded; milliseconds since 1970-01-01 UTC
+  };
+  Recorded recorded();
   // Milliseconds since 1970-01-01 UTC; 0 when nothing, or no number, is recorded.
   uint64_t applicationDate();
   DriverResult setApplicationDate(uint64_t value);

@@ -114,6 +114,12 @@ enum class EventId : int {
   applicationPolicyDamaged = 10620,
   applicationPoliciesNotApplied = 10621,
   applicationFolderMismatch = 10622,
+  // What was asked of the agent and of its machine
+  logRulesRefused = 10740,
+  logRulesUnusable = 10741,
+  updateThreadGoesOn = 10742,
+  rebootRequested = 10743,
+  rebootRequestOver = 10744,
 };
 
 }  // namespace korvane

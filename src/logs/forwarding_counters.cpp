@@ -7,6 +7,7 @@ namespace korvane {
 ForwardingCounters::Pass::~Pass() {
   add(to._read, read);
   add(to._folded, folded);
+  add(to._keptBack, keptBack);
 }
 
 void ForwardingCounters::noteError(int code, std::string_view text) {
@@ -16,7 +17,7 @@ void ForwardingCounters::noteError(int code, std::string_view text) {
 }
 
 ForwardingCounts ForwardingCounters::snapshot() const {
-  ForwardingCounts counts{_read, _forwarded, _folded, _rejected, _retried, _dropped, {}};
+  ForwardingCounts counts{_read, _forwarded, _folded, _keptBack, _rejected, _retried, _dropped, {}};
   const Synchronized held(_lock);
   counts.lastError = _lastError;
   return counts;

@@ -25,6 +25,7 @@ struct ForwardingCounts {
   uint64_t read = 0;       // events read from logs; start and end markers are none
   uint64_t forwarded = 0;  // records delivered: events, and summaries of repeated ones
   uint64_t folded = 0;     // events that went into a summary instead of a record of their own
+  uint64_t keptBack = 0;   // events that a log rule keeps back
   uint64_t rejected = 0;   // lines that are not events, skipped
   uint64_t retried = 0;    // batches that were offered again
   uint64_t dropped = 0;    // records that the server answered with 302 or 600
@@ -45,6 +46,7 @@ class ForwardingCounters {
     ForwardingCounters& to;
     uint64_t read = 0;
     uint64_t folded = 0;
+    uint64_t keptBack = 0;
   };
 
   // clock: outlives the counters.
@@ -66,7 +68,7 @@ class ForwardingCounters {
   }
 
   platform::Clock& _clock;
-  Counter _read{0}, _forwarded{0}, _folded{0}, _rejected{0}, _retried{0}, _dropped{0};
+  Counter _read{0}, _forwarded{0}, _folded{0}, _keptBack{0}, _rejected{0}, _retried{0}, _dropped{0};
   mutable Win32Mutex _lock;
   ForwardingCounts::LastError _lastError GUARDED_BY(_lock);
 };

@@ -7,6 +7,7 @@ namespace korvane {
 
 class ForwardingCounters;
 class HidsInterface;
+class LogRules;
 class LogSettings;
 class MachineFacts;
 class StopToken;
@@ -19,6 +20,7 @@ struct ForwardingParts {
   const MachineFacts& machine;
   HidsInterface* ids;  // null: nobody names the IDS component's logs
   ForwardingCounters& counters;
+  LogRules* rules = nullptr;  // null: every event is forwarded
 };
 
 }  // namespace korvane

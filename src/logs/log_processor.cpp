@@ -25,7 +25,8 @@ LogProcessor::LogProcessor(LogType type, const ForwardingParts& parts,
       _stop(&parts.stop),
       _reader(type, parts),
       _writer(parts.machine, parts.clock, logBaseName(type), std::move(destination)),
-      _recordBytes(_writer.recordBytes()) {
+      _recordBytes(_writer.recordBytes()),
+      _rules(parts.rules) {
   _writer.setMeanwhile([this] { _reader.noteNames(); });
 }
 
@@ -51,6 +52,7 @@ int LogProcessor::readRecords() {
   if (_queue.size() >= _batchLimit) return 0;
   if (_recordBytes) _notes = _writer.notes();
   removeLeftOver();
+  _rules.beginPass(_parts.machine, logBaseName(_type), _parts.clock.wallMs());
   int readCount = 0;
   ForwardingCounters::Pass counted(_parts.counters);
   ParsedEvent record;
@@ -79,14 +81,22 @@ bool LogProcessor::isDataRecord(const EventRecord& record) const {
 
 void LogProcessor::handleMarker() {
   flushSummary();
+  passOver();
+}
+
+void LogProcessor::passOver() {
   if (_idle++ <= kIdleMarkers) return;
   _reader.savePointer(undeliveredFrom());
   _idle = 0;
 }
 
 void LogProcessor::handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted) {
-  _idle = 0;
   ++counted.read;
+  if (_rules.keepsBack(record)) {
+    ++counted.keptBack;
+    return passOver();
+  }
+  _idle = 0;
   if (!_folding || !_filter.passes(record.field(1))) {
     flushSummary();
     enqueue(record);

@@ -5,8 +5,9 @@
 // Folding: the first record of a run is queued at once; its repeats are counted in a summary,
 // which is queued when another event comes, when a marker record comes, or when the
 // consolidation period (minutes, monotonic clock) is over. A record that does not pass the
-// forwarding filter is queued unfolded; nothing is ever dropped. Only records of the
-// real-time log are sent, its MEOF and MSOF markers not.
+// forwarding filter is queued unfolded; nothing is ever dropped but what the log rules keep
+// back, which is as if it were not in the log. Only records of the real-time log are sent, its MEOF
+// and MSOF markers not.
 // Position: the saved one is always the line of the first event that has not been delivered, so a
 // process that is killed loses nothing and repeats at most the batch in flight and the open run.
 //
@@ -27,6 +28,7 @@
 #include "logs/log_writer.h"
 #include "logs/record_queue.h"
 #include "logs/record_summary.h"
+#include "logs/rule_filter.h"
 
 namespace korvane {
 
@@ -67,6 +69,7 @@ class LogProcessor {
  private:
   bool mayReadOn(int readCount) const;
   void handleMarker();
+  void passOver();
   void handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
   void enqueue(const EventRecord& record);
   void flushSummary();
@@ -85,11 +88,12 @@ class LogProcessor {
   LogWriter _writer;
   const LogDestination::RecordBytes _recordBytes;  // null: the queue's bytes are not counted
   ForwardFilter _filter;
+  RuleFilter _rules;
   RecordQueue _queue;
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;          // markers read since the last event
+  int _idle = 0;          // markers, and events that rules keep back, since the last other event
   int _idlePasses = 0;    // passes that read nothing
   bool _refused = false;  // the last batch was not delivered
   size_t _queuedBytes = 0;

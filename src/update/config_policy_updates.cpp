@@ -1,12 +1,16 @@
 // Configuration and policy: fetched, applied, reported.
+#include <exception>
+
 #include "comm/https_handler.h"
 #include "config/hids_interface.h"
 #include "config/policy_settings.h"
 #include "config/prevention.h"
 #include "config/settings_file.h"
 #include "eventlog/event_log.h"
+#include "ids/log_rules.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
+#include "util/errors.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -14,6 +18,7 @@ namespace {
 
 constexpr char kConfigSource[] = "UpdateThread";
 constexpr char kConfigContext[] = "processConfigPolicyUpdates";
+constexpr char kConfigNotSaved[] = "Failed to save new configuration data from server to disk.";
 
 }  // namespace
 
@@ -44,9 +49,23 @@ UpdateResult UpdateThread::configureIds(const PropertyList& settings, const Prop
     if (kind == HttpsHandler::CONFIG_UPDATE) return {};
     return {kNoIdsComponent, "The IDS component is not installed."};
   }
-  if (!ids->applyConfiguration(settings, rules))
-    return {kDiskFailure, "Failed to save new configuration data from server to disk."};
+  if (!ids->applyConfiguration(settings, rules)) return {kDiskFailure, kConfigNotSaved};
   return readIdsResult(*ids, "IDS.Config", kConfigContext);
+}
+
+UpdateResult UpdateThread::takeLogRules(const PropertyList& rules) {
+  RefusedRule refused;
+  int error = 0;
+  switch (_parts.logRules.replace(rules, refused, error)) {
+    case LogRules::Outcome::refused:
+      return {kLogRulesRefused, "No log rule counts because of " + refused.name + ": " +
+                                    STRING(refused.reason) + "."};
+    case LogRules::Outcome::notWritten:
+      return {kDiskFailure, kConfigNotSaved};
+    case LogRules::Outcome::inForce:
+      break;
+  }
+  return {};
 }
 
 void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
@@ -65,7 +84,20 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   UpdateResult result;
   if (settings.empty() && identity.empty() && rules.empty() && idsSettings.empty())
     result = {kNothingNew, "No new configuration data provided."};
-  if (!rules.empty() || !idsSettings.empty()) result = configureIds(idsSettings, rules, kind);
+  // What the component answers cannot take back rules that the agent has.
+  const UpdateResult taken = rules.empty() ? UpdateResult{} : takeLogRules(rules);
+  if (!taken.ok()) rules.clear();
+  std::exception_ptr corrupt;
+  if (!rules.empty() || !idsSettings.empty()) {
+    try {
+      result = configureIds(idsSettings, rules, kind);
+    } catch (const AgentError& error) {
+      // The agent's own settings count all the same, and the server is told.
+      corrupt = std::current_exception();
+      result = {error.code(), error.text()};
+    }
+  }
+  if (!taken.ok()) addProblem(result, taken);
   const bool wishMayCome = !_parts.settings.file.incoming().keptLocal("use.builtin.policy");
   if (wishMayCome && preventionInForce(_parts.settings.policy)) {
     const STRING problem = _builtInSwitch.follow(settings);
@@ -73,9 +105,10 @@ void UpdateThread::applyConfiguration(HttpsHandler& handler, int kind) {
   }
   RefusedSettings refused;
   if (!settings.empty() && !_parts.settings.file.newConfiguration(settings, refused))
-    result = {kDiskFailure, "Failed to save new configuration data from server to disk."};
+    result = {kDiskFailure, kConfigNotSaved};
   addRefusals(result, refused);
   reportUpdateResult(_parts.policy.connection, kind, result, identity);
+  if (corrupt) std::rethrow_exception(corrupt);
 }
 
 void UpdateThread::retranslateOnRequest() {

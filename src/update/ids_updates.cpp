@@ -8,6 +8,7 @@
 #include "update/policy/proof.h"
 #include "update/update_result.h"
 #include "update/update_thread.h"
+#include "util/errors.h"
 #include "util/ignore_result.h"
 
 namespace korvane {
@@ -44,10 +45,16 @@ void UpdateThread::applyIdsPolicy(HttpsHandler& handler) {
     eventlog::trace(kIdsContext, "items server sent %s=%s", name, *value);
     names.emplace_back(name, *value);
   }
-  const std::optional<UpdateResult> result = installIdsPolicy(bytes, names);
-  // What a stop cut short is fetched again after the next start.
-  if (result)
-    reportUpdateResult(_parts.policy.connection, HttpsHandler::POLICY_UPDATE_HIDS, *result, names);
+  const auto report = [&](const UpdateResult& result) {
+    reportUpdateResult(_parts.policy.connection, HttpsHandler::POLICY_UPDATE_HIDS, result, names);
+  };
+  try {
+    // What a stop cut short is fetched again after the next start.
+    if (const std::optional<UpdateResult> result = installIdsPolicy(bytes, names)) report(*result);
+  } catch (const AgentError& error) {
+    report({error.code(), error.text()});
+    throw;
+  }
 }
 
 UpdateResult UpdateThread::handOver(const STRING& resultFile, const char* context) {

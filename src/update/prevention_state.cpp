@@ -45,14 +45,15 @@ PreventionReport describePrevention(const PreventionSettings& settings) {
   return report;
 }
 
-bool preventionTestKeyCanBeMade(platform::Registry& registry) {
+PreventionTest testPrevention(platform::Registry& registry) {
   const uint32_t error = registry.createKey(kTestKey);
-  if (error == platform::kOk) return true;
-  if (error == platform::kErrorAccessDenied)
+  if (error == platform::kOk) return PreventionTest::keyMade;
+  if (error == platform::kErrorAccessDenied) {
     eventlog::trace(kPreventionTag, "::monitorPrevention Registry Access denied");
-  else
-    eventlog::trace(kPreventionTag, "::monitorPrevention Registry Error %d", error);
-  return false;
+    return PreventionTest::refused;
+  }
+  eventlog::trace(kPreventionTag, "::monitorPrevention Registry Error %d", error);
+  return PreventionTest::failed;
 }
 
 }  // namespace korvane

@@ -29,8 +29,9 @@ inline constexpr char kPreventionDisabledText[] = "Prevention Disabled";
 // Added to the code once the IDS component's log names have been looked at.
 inline constexpr int kIdsLogSearchRead = 0x2000;
 
-// Tries what a driver in force refuses: making a key of the test's own. True when the key
-// could be made.
-[[nodiscard]] bool preventionTestKeyCanBeMade(platform::Registry& registry);
+// Tries what a driver in force refuses: making a key of the test's own. `failed` is another failure
+// than the refusal, which says nothing about the driver.
+enum class PreventionTest { refused, keyMade, failed };
+[[nodiscard]] PreventionTest testPrevention(platform::Registry& registry);
 
 }  // namespace korvane

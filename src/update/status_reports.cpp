@@ -58,7 +58,10 @@ void UpdateThread::monitorPrevention() {
   now.ipsRebootDone = settings.isIPSRebootDone();
   now.fimEnabled = settings.isFIMEnabled();
   now.fimRebootDone = settings.isFIMRebootDone();
-  if (preventionInForce(settings) && preventionTestKeyCanBeMade(_parts.policy.registry)) {
+  const PreventionTest test =
+      preventionInForce(settings) ? testPrevention(_parts.policy.registry) : PreventionTest::failed;
+  settings.setIPSEnforced(test == PreventionTest::refused);
+  if (test == PreventionTest::keyMade) {
     settings.setPolicyError(kPreventionDisabledCode, kPreventionDisabledText);
     return;
   }

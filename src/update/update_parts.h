@@ -9,6 +9,7 @@
 namespace korvane {
 
 class AppDataRequests;
+class LogRules;
 
 // All of it outlives who is given it.
 struct UpdateParts {
@@ -19,10 +20,12 @@ struct UpdateParts {
   AppDataRequests& applicationData;
   // The IDS component of the moment, or null.
   HidsInterface* (*ids)();
+  LogRules& logRules;
 };
 
 // The calling thread's run's.
 UpdateParts updatePartsOfRun();
 ContentParts contentPartsOfRun();
+LogRules& logRulesOfRun();
 
 }  // namespace korvane

@@ -22,9 +22,11 @@ void reportUpdateResult(ServerConnection& connection, int kind, const UpdateResu
 
 void addRefusals(UpdateResult& result, const RefusedSettings& refused) {
   if (refused.empty()) return;
-  const STRING text = refusedSettingsText(refused);
-  result = result.ok() ? UpdateResult{kSettingsRefused, text}
-                       : UpdateResult{result.code, result.text + " " + text};
+  addProblem(result, {kSettingsRefused, refusedSettingsText(refused)});
+}
+
+void addProblem(UpdateResult& result, const UpdateResult& problem) {
+  result = result.ok() ? problem : UpdateResult{result.code, result.text + " " + problem.text};
 }
 
 UpdateResult readIdsResult(HidsInterface& ids, const STRING& prefix, const STRING& context) {

@@ -23,6 +23,7 @@ struct UpdateResult {
 // Codes of the agent's own, besides those of result_codes.h.
 inline constexpr int kNoIdsComponent = 1003;   // there is none on this machine
 inline constexpr int kSettingsRefused = 1004;  // in force except for the settings that are named
+inline constexpr int kLogRulesRefused = 1005;  // none of them counts, the rest is in force
 
 // Tells the server, which may answer that it does not know the agent (report_answer.h).
 // Nothing repeats it.
@@ -31,6 +32,8 @@ void reportUpdateResult(ServerConnection& connection, int kind, const UpdateResu
 
 // Names what of a configuration was refused; a result that is bad already keeps its code.
 void addRefusals(UpdateResult& result, const RefusedSettings& refused);
+// Adds one that came on top of what is told already: a result that is bad keeps its code.
+void addProblem(UpdateResult& result, const UpdateResult& problem);
 
 // The result of the component's last apply operation. prefix: "IDS.Policy" or "IDS.Config".
 // Throws AgentError 51, with the given context, when the code or the message is missing,

@@ -21,8 +21,8 @@
 // Parts: those of the run that the thread is made in, taken once, in the constructor.
 // Threads: all state belongs to this thread but the running flag. cycle() is for tests,
 // instead of start().
-// Errors: a result of the IDS component without code or message is AgentError 51 and ends
-//   the thread, with event 10580.
+// Errors: a result of the IDS component without code or message is reported to the server and leaves
+//   run as AgentError 51, after event 10580. run may be entered again (supervised_update_thread.h).
 // Units: all countdowns count cycles, of about a second each.
 #pragma once
 
@@ -95,6 +95,8 @@ class KORVANE_EXPORT UpdateThread : public Thread {
   std::optional<UpdateResult> installIdsPolicy(std::string_view bytes,
                                                const PropertyList& properties);
   UpdateResult configureIds(const PropertyList& settings, const PropertyList& rules, int kind);
+  // Puts log rules into force; a problem leaves those that are.
+  UpdateResult takeLogRules(const PropertyList& rules);
   // Hands a translated policy over and gives what the component made of it.
   UpdateResult handOver(const STRING& resultFile, const char* context);
   void retranslateIdsOnRequest();

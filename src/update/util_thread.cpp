@@ -88,8 +88,8 @@ void UtilThread::workOnPolicy(bool retranslate) {
 }
 
 void UtilThread::monitorPrevention() {
-  // It has traced what it found.
-  if (preventionInForce(_parts.settings)) ignoreResult(preventionTestKeyCanBeMade(_parts.registry));
+  _parts.settings.setIPSEnforced(preventionInForce(_parts.settings) &&
+                                 testPrevention(_parts.registry) == PreventionTest::refused);
 }
 
 void UtilThread::updateTimers() {

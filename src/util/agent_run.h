@@ -43,6 +43,7 @@ enum class RunPart : uint8_t {
   applicationData,
   policy,
   content,
+  logRules,
   shared,
   count,
 };

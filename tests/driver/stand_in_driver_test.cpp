@@ -249,14 +249,14 @@ TEST_F(StandInDriverTest, TheServicesThatAnInstallationMakesGetTheirStartValues)
 
 TEST_F(StandInDriverTest, TheSelfTestFindsOutWhetherPreventionIsInForce) {
   world.setPrevention(true);
-  EXPECT_FALSE(preventionTestKeyCanBeMade(world.system.registry));
-  EXPECT_FALSE(preventionTestKeyCanBeMade(world.system.registry));
+  EXPECT_EQ(testPrevention(world.system.registry), PreventionTest::refused);
+  EXPECT_EQ(testPrevention(world.system.registry), PreventionTest::refused);
   EXPECT_NE(events.text().find("::monitorPrevention Registry Access denied"), std::string::npos);
   world.setPrevention(false);
-  EXPECT_TRUE(preventionTestKeyCanBeMade(world.system.registry));
-  EXPECT_TRUE(preventionTestKeyCanBeMade(world.system.registry));
+  EXPECT_EQ(testPrevention(world.system.registry), PreventionTest::keyMade);
+  EXPECT_EQ(testPrevention(world.system.registry), PreventionTest::keyMade);
   world.setPrevention(true);
-  EXPECT_FALSE(preventionTestKeyCanBeMade(world.system.registry))
+  EXPECT_EQ(testPrevention(world.system.registry), PreventionTest::refused)
       << "a key that was made before is refused as well";
   world.setPrevention(false);
   world.system.registry.deleteKey(kTestKey);

@@ -45,6 +45,43 @@ TEST_F(LogProcessorTest, AnOpenSummaryIsSentWhenItsPeriodIsOver) {
   EXPECT_EQ(savedOffset(), static_cast<int>(fake.files.content(kLog).size()));
 }
 
+TEST_F(LogProcessorTest, KeepsBackWhatTheRulesSay) {
+  LogRules rules(fake.files, "/opt/korvane/IPS/log.rules");
+  ForwardingParts given = parts();
+  given.rules = &rules;
+  LogProcessor processor(HIDS_RT_LOG, given, std::make_unique<FakeDestination>(received));
+  RefusedRule refused;
+  int error = 0;
+  const auto inForce = [&](const STRING& first, const STRING& second) {
+    return rules.replace({{"Log.1", first}, {"Log.2", second}}, refused, error) ==
+           LogRules::Outcome::inForce;
+  };
+  ASSERT_TRUE(inForce("PFIL; v4=x:1", "*; a4=hidslog1rt:0"));
+  std::string log = eventLine(1, "x") + eventLine(2) + eventLine(3, "x") +
+                    eventLine(4, "x", "TREG") + eventLine(5, "x");
+  fake.files.put(kLog, log + eventLine(6, "y"));
+  round(processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1")) << "one run, whatever is kept back in between";
+  append(kLog, endLine(7));
+  processor.readRecords();
+  const ForwardingCounts counts = counters.snapshot();
+  EXPECT_EQ(counts.read, 6U);
+  EXPECT_EQ(counts.keptBack + counts.folded, 3U + 2U);
+  round(processor);
+  EXPECT_THAT(received.sequence(), ElementsAre("1", "5+2"));
+  EXPECT_FALSE(exists(kLog)) << "what is kept back does not hold its log up";
+  // A long stretch of them is not read again and again, and new rules count with the next pass.
+  log.clear();
+  for (int i = 10; i < 1010; ++i) log += eventLine(i, "", "TREG");
+  fake.files.put(kLog, log);
+  setLimits(700, 100);
+  round(processor);
+  EXPECT_GT(savedOffset(), 0);
+  ASSERT_TRUE(inForce("*; a1=other:0", "*; v1=TREG:1"));
+  round(processor);
+  EXPECT_EQ(received.records().size(), 2U + 100U);
+}
+
 TEST_F(LogProcessorTest, KeepsToTheLimits) {
   std::string log;
   for (int i = 1; i <= 50; ++i) log += eventLine(i);

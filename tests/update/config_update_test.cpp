@@ -73,14 +73,51 @@ TEST(ConfigUpdate, ACorruptIdsResultEndsTheThread) {
     NotifiedCycles cycles;
     TestIds ids;
     ids.results = row.results;
-    cycles.machine.server.queue("update",
-                                Answer::properties("update.configuration=true\nids.a=b\n"));
+    cycles.machine.server.queue(
+        "update", Answer::properties("update.configuration=true\nids.a=b\nfailback.interval=77\n"));
     try {
       cycles.notify(16);
       ADD_FAILURE() << "nothing was raised";
     } catch (const AgentError& error) {
       EXPECT_EQ(error.code(), row.code);
     }
+    EXPECT_EQ(cycles.results("result.errorcode=" + std::to_string(row.code) + "\n"), 1U);
+    EXPECT_EQ(cycles.config().getFailbackInterval(), 77U) << "the agent's own settings count";
+  }
+}
+
+TEST(ConfigUpdate, TakesLogRulesWholeOrNotAtAll) {
+  constexpr char kFile[] = "/opt/korvane/IPS/log.rules";
+  constexpr char kBefore[] = "korvane-log-rules 1 1\nLog.old=*:1\n";
+  constexpr char kAfter[] = "korvane-log-rules 1 2\nLog.a=TFIL:1\nLog.b=*:0\n";
+  const std::string refusal = "No log rule counts because of Log.b: it does not end with :0 or :1.";
+  const struct {
+    const char *rules, *idsCode, *file;
+    std::string result;
+    size_t given;  // to the component: a setting and the rules
+  } cases[] = {
+      {"Log.a=TFIL:1\nLog.b=*:0\n", "0", kAfter, "0\nresult.errormessage=fine\n", 3},
+      {"Log.a=TFIL:1\nLog.b=*:0\n", "7", kAfter, "7\nresult.errormessage=fine\n", 3},
+      {"", "0", kBefore, "0\nresult.errormessage=fine\n", 1},
+      {"Log.a=TFIL:1\nLog.b=*\n", "0", kBefore, "1005\nresult.errormessage=" + refusal, 1},
+      {"Log.a=TFIL:1\nLog.b=*\n", "7", kBefore, "7\nresult.errormessage=fine " + refusal, 1},
+      {"Log.a=TFIL:1\nLog.b=*:0\n", "none", kAfter, "0\nresult.errormessage=No Error\n", 0},
+  };
+  for (const auto& c : cases) {
+    NotifiedCycles cycles;
+    cycles.machine.fake.files.put(kFile, kBefore);
+    TestIds ids;
+    ids.installed = c.idsCode != std::string("none");
+    ids.results = {{"IDS.Config.ResultCode", c.idsCode}, {"IDS.Config.ResultMessage", "fine"}};
+    cycles.machine.server.queue(
+        "update", Answer::properties("update.configuration=true\nids.a=b\nfailback.interval=77\n" +
+                                     std::string(c.rules)));
+    cycles.notify(1);
+    EXPECT_EQ(cycles.machine.fake.files.content(kFile), c.file);
+    EXPECT_EQ(cycles.results("result.errorcode=" + c.result), 1U) << c.result;
+    EXPECT_EQ(ids.given.size(), c.given) << c.result;
+    EXPECT_EQ(cycles.config().getFailbackInterval(), 77U);
+    EXPECT_EQ(cycles.machine.countLines(",10740,"), c.file == kBefore && *c.rules ? 1U : 0U);
   }
 }
 

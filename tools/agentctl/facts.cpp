@@ -60,7 +60,10 @@ Json filedPolicy(const SettingsView& settings) {
           {"builtIn", settings.text(Key::useBuiltInPolicy).toBool()},
           {"plusFile", settings.text(Key::plusPolicyFile).toUtf8()},
           {"prevention", settings.text(Key::ipsEnabled).toBool()},
-          {"rebootRequired", settings.text(Key::ipsRebootRequired).toBool()}};
+          {"rebootRequired", settings.text(Key::ipsRebootRequired).toBool()},
+          {"rebootRequested", settings.text(Key::rebootRequested).toBool()},
+          {"fimRebootRequested", settings.text(Key::fimRebootRequested).toBool()},
+          {"rebootRequestedBy", settings.text(Key::rebootSource).toUtf8()}};
 }
 
 Json filedSigning(const SettingsView& settings) {
@@ -177,6 +180,16 @@ void addPolicyTrouble(const Json& facts, std::vector<std::string>& out) {
 }
 
 }  // namespace
+
+std::string rebootRequest(const Json& policy) {
+  const bool prevention = textAt(policy, "rebootRequested") == "true";
+  const bool fim = textAt(policy, "fimRebootRequested") == "true";
+  if (!prevention && !fim) return {};
+  const std::string by = textAt(policy, "rebootRequestedBy");
+  return "a restart of the machine was requested" + (by.empty() ? "" : " by " + by) + " for " +
+         (prevention ? "prevention" : "") + (prevention && fim ? " and " : "") +
+         (fim ? "file integrity monitoring" : "");
+}
 
 std::string textAt(const Json& facts, const std::string& path) {
   const Json::json_pointer place("/" + path);

@@ -20,6 +20,9 @@ Json policyFiles(Context& context);
 // A member by its path ("server/url"), as text; empty when it is not there.
 std::string textAt(const Json& facts, const std::string& path);
 
+// The restart of the machine that was asked for, as a sentence; empty when none was.
+std::string rebootRequest(const Json& policy);
+
 // What is not well, a sentence each; empty when all is.
 std::vector<std::string> troubleOf(const Json& facts);
 

@@ -12,14 +12,15 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr std::array kNumbers = {
-    "type"sv,        "uptimeSeconds"sv, "pid"sv,     "code"sv,         "stateCode"sv,
-    "errorCode"sv,   "offset"sv,        "read"sv,    "forwarded"sv,    "folded"sv,
-    "rejected"sv,    "retried"sv,       "dropped"sv, "backlogBytes"sv, "backlogRecords"sv,
-    "milliseconds"sv};
+    "type"sv,         "uptimeSeconds"sv, "pid"sv,     "code"sv,         "stateCode"sv,
+    "errorCode"sv,    "offset"sv,        "read"sv,    "forwarded"sv,    "folded"sv,
+    "rejected"sv,     "retried"sv,       "dropped"sv, "backlogBytes"sv, "backlogRecords"sv,
+    "milliseconds"sv, "keptBack"sv};
 constexpr std::array kTruths = {
-    "shuttingDown"sv,   "registered"sv, "builtIn"sv, "recordsExact"sv, "trace"sv,
-    "running"sv,        "requested"sv,  "ok"sv,      "started"sv,      "prevention"sv,
-    "rebootRequired"sv, "answered"sv,   "readable"sv};
+    "shuttingDown"sv, "registered"sv, "builtIn"sv,         "recordsExact"sv,
+    "trace"sv,        "running"sv,    "requested"sv,       "ok"sv,
+    "started"sv,      "prevention"sv, "rebootRequired"sv,  "answered"sv,
+    "readable"sv,     "enforced"sv,   "rebootRequested"sv, "fimRebootRequested"sv};
 constexpr std::array kLists = {"logs"sv, "lastErrors"sv, "stages"sv, "certificates"sv};
 
 bool isOneOf(const auto& names, std::string_view name) {

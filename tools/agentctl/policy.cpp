@@ -21,8 +21,15 @@ void addPolicy(const Json& facts, Rows& rows) {
     rows.push_back({"State", textAt(policy, "stateCode") + ": " + textAt(policy, "stateText")});
   rows.push_back({"Report", textAt(policy, "errorCode") + ": " + textAt(policy, "errorText")});
   rows.push_back({"Built-in wanted", textAt(policy, "builtIn") == "true" ? "yes" : "no"});
-  rows.push_back({"Prevention", textAt(policy, "prevention") == "true" ? "enabled" : "disabled"});
+  const std::string enforced = textAt(policy, "enforced");
+  rows.push_back(
+      {"Prevention", std::string(textAt(policy, "prevention") == "true" ? "enabled" : "disabled") +
+                         (enforced.empty()     ? ""
+                          : enforced == "true" ? ", in force"
+                                               : ", not in force")});
   if (textAt(policy, "rebootRequired") == "true") rows.push_back({"", "a reboot is outstanding"});
+  if (const std::string request = rebootRequest(policy); !request.empty())
+    rows.push_back({"", request});
   rows.push_back({"Source file", textAt(policy, "plusFile")});
 }
 

@@ -86,6 +86,9 @@ void addPolicyRow(const Json& facts, Rows& rows) {
     rows.push_back({"", "state " + textAt(facts, "policy/stateCode") + ": " + state});
   rows.push_back({"", "report " + textAt(facts, "policy/errorCode") + ": " +
                           textAt(facts, "policy/errorText")});
+  if (const std::string request = facts.contains("policy") ? rebootRequest(facts["policy"]) : "";
+      !request.empty())
+    rows.push_back({"", request});
 }
 
 void addSigning(const Json& facts, Rows& rows) {
@@ -125,6 +128,8 @@ void addCounters(const Json& facts, Rows& rows) {
   std::string line;
   for (const char* name : {"read", "forwarded", "folded", "rejected", "retried", "dropped"})
     line += (line.empty() ? "" : ", ") + std::string(name) + " " + textAt(facts["counters"], name);
+  const std::string keptBack = textAt(facts, "counters/keptBack");
+  if (!keptBack.empty() && keptBack != "0") line += ", kept back by log rules " + keptBack;
   rows.push_back({"Events", line});
   const std::string error = textAt(facts, "counters/lastError/text");
   if (!error.empty())

@@ -77,6 +77,7 @@ PolicyOutcome PolicyPipeline::recordLoaded(PolicyChange& change, Attempt& attemp
     ignoreResult(change.undo(false));
     return giveUp(attempt, kNotRecorded, problem);
   }
+  settings.setPolicyEffectiveDate(_parts.driver.recorded().policySinceMs);
   settings.leaveBuiltInState();
   if (hadPolicy && received)
     eventlog::event(EventId::policyInForce, kLoadingTag, {attempt.record.version});
