@@ -112,7 +112,7 @@ Thread* makeLogProcessing(const AgentContext& context) {
   const ForwardingParts parts{
       context.system.files,  context.system.clock,     context.stop,
       context.settings.logs, context.settings.machine, AgentConfig::getHIDSInterface(),
-      shared.counters};
+      shared.counters, shared.ledger};
   auto thread = std::make_unique<LogProcessingThread>(shared.forwarding, parts.ids, parts.settings);
   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, makeLogDestination(context)));
   return thread.release();
