@@ -114,6 +114,12 @@ enum class EventId : int {
   applicationPolicyDamaged = 10620,
   applicationPoliciesNotApplied = 10621,
   applicationFolderMismatch = 10622,
+  // The loss ledger
+  ledgerUnusable = 10730,
+  ledgerNotWritten = 10731,
+  accountReopened = 10732,
+  logGoneUnread = 10733,
+  logReplacedUnread = 10734,
   // What was asked of the agent and of its machine
   logRulesRefused = 10740,
   logRulesUnusable = 10741,

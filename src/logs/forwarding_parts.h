@@ -9,6 +9,7 @@ class ForwardingCounters;
 class HidsInterface;
 class LogRules;
 class LogSettings;
+class LossLedger;
 class MachineFacts;
 class StopToken;
 
@@ -20,6 +21,7 @@ struct ForwardingParts {
   const MachineFacts& machine;
   HidsInterface* ids;  // null: nobody names the IDS component's logs
   ForwardingCounters& counters;
+  LossLedger& ledger;
   LogRules* rules = nullptr;  // null: every event is forwarded
 };
 

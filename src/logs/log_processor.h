@@ -68,8 +68,11 @@ class LogProcessor {
 
  private:
   bool mayReadOn(int readCount) const;
-  void handleMarker();
-  void passOver();
+  void handleMarker(ForwardingCounters::Pass& counted);
+  void countRead(const ForwardingCounters::Pass& counted);
+  void countDelivered();
+  uint64_t held() const;
+  void passOver(const ForwardingCounters::Pass& counted);
   void handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
   void enqueue(const EventRecord& record);
   void flushSummary();
@@ -93,9 +96,10 @@ class LogProcessor {
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;          // markers, and events that rules keep back, since the last other event
-  int _idlePasses = 0;    // passes that read nothing
-  bool _refused = false;  // the last batch was not delivered
+  int _idle = 0;        // markers, and events that rules keep back, since the last other event
+  int _idlePasses = 0;  // passes that read nothing
+  uint64_t _readCounted = 0;  // of this pass's events, those that the account has
+  bool _refused = false;      // the last batch was not delivered
   size_t _queuedBytes = 0;
   std::optional<RecordNotes> _notes;  // of this pass, for that count
   size_t _batchLimit = 0;
