@@ -2,9 +2,8 @@
 //
 // Lifetime: refers to its parts, which must outlive it. It keeps the definitions that it accepted last:
 // one object for a run of the agent, handed to whoever collects.
-// Threads: collect() may be called by any; calls wait for each other, and a stop ends that wait.
-// They need kStackBytes of stack.
-// Errors: all are in the outcome; it throws only what std::bad_alloc is.
+// Threads: any, with kStackBytes of stack; each of two calls at once takes its own share of a core.
+// Errors: all are in the outcome; only std::bad_alloc is thrown.
 // Time: a collection takes minutes to hours, since it keeps to its share of one core.
 //
 //   Inventory inventory(clock, files, survey);
