@@ -50,6 +50,8 @@ std::string manifestText(const Manifest& manifest);
 // False, and `out` as it was, for a text that is not a whole manifest.
 [[nodiscard]] bool parseManifest(std::string_view text, Manifest& out);
 
+// kIdLength lower-case letters and digits.
+bool isId(std::string_view text);
 // "bulk-<17 digits>-<12 letters and digits>.zip"
 bool isBundleName(std::string_view name);
 // The entry of the `number`th part, from 1.

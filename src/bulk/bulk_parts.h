@@ -10,7 +10,6 @@
 
 namespace korvane {
 class LogSettings;
-class StopToken;
 }  // namespace korvane
 
 namespace korvane::bulk {
@@ -45,7 +44,6 @@ struct Parts {
   platform::Rights& rights;
   LogSettings& settings;
   std::string home;       // InstallRoot/IPS
-  StopToken* stop = nullptr;  // ends packing; null: the thread's own
   // Empty: the agent has no server, and nothing is sent.
   std::function<Offer(const std::string& path)> send;
   std::function<std::string()> ownLog;  // the path that the own log is written to
