@@ -32,8 +32,8 @@ bool isEntryOf(Kind kind, std::string_view entry) {
   if (!entry.starts_with(folder) || entry.size() <= folder.size() || entry[folder.size()] != '/')
     return false;
   const std::string_view name = entry.substr(folder.size() + 1);
-  const size_t digits = static_cast<size_t>(
-      std::find_if_not(name.begin(), name.end(), isDigit) - name.begin());
+  const size_t digits =
+      static_cast<size_t>(std::find_if_not(name.begin(), name.end(), isDigit) - name.begin());
   return digits >= 2 && digits <= 4 && name.size() > digits + 1 && name[digits] == '-' &&
          name.size() <= digits + 1 + kMaxEntryName &&
          std::all_of(name.begin(), name.end(), isNameCharacter);
@@ -79,9 +79,8 @@ std::string entryName(Kind kind, size_t number, std::string_view fileName) {
 
 bool fitsLine(std::string_view path) {
   return !path.empty() && path.size() <= kMaxPathBytes && isValidUtf8(path) &&
-         std::none_of(path.begin(), path.end(), [](char c) {
-           return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-         });
+         std::none_of(path.begin(), path.end(),
+                      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
 std::string partText(const Part& part) {
@@ -129,7 +128,8 @@ bool parseManifest(std::string_view text, Manifest& out) {
   Manifest manifest;
   LineReader lines(text);
   std::string_view value;
-  if (lines.line() != kManifestLine || !valueOf(lines.line(), "bundle", value) || !isBundleName(value))
+  if (lines.line() != kManifestLine || !valueOf(lines.line(), "bundle", value) ||
+      !isBundleName(value))
     return false;
   manifest.bundle = value;
   std::set<std::string, std::less<>> entries;

@@ -23,6 +23,7 @@ struct Loss {
   uint64_t from = 0;
   uint64_t to = 0;
   int64_t modifiedMs = 0;  // of the log; milliseconds since 1970-01-01 UTC
+  uint64_t identity = 0;   // of the file
 };
 
 // What came of offering a bundle.
@@ -34,7 +35,7 @@ struct Offer {
 
 // The driver's two logs.
 struct DriverLog {
-  std::function<bool(STRING& path)> current;             // false: there is none, or no driver
+  std::function<bool(STRING& path)> current;  // false: there is none, or no driver
   std::function<bool(const STRING& path, std::string& reason)> roll;
 };
 
@@ -43,7 +44,7 @@ struct Parts {
   platform::Clock& clock;
   platform::Rights& rights;
   LogSettings& settings;
-  std::string home;       // InstallRoot/IPS
+  std::string home;  // InstallRoot/IPS
   // Empty: the agent has no server, and nothing is sent.
   std::function<Offer(const std::string& path)> send;
   std::function<std::string()> ownLog;  // the path that the own log is written to

@@ -78,7 +78,8 @@ std::string stateText(const State& state) {
 
 bool parseState(std::string_view text, State& out) {
   if (text.size() > kMaxStateBytes) return false;
-  const size_t end = text.size() - std::min(text.size(), kDigestLine.size() + trust::kDigestDigits + 1);
+  const size_t end =
+      text.size() - std::min(text.size(), kDigestLine.size() + trust::kDigestDigits + 1);
   if (text.substr(end) != std::string(kDigestLine) + trust::sha256Of(text.substr(0, end)) + "\n")
     return false;
   State state;

@@ -58,9 +58,10 @@ uint32_t BulkTransfer::look() {
   const bool full = isOver(_parts.settings.getLogDiskUpperLimit());
   if (!sends && !full) return idleSeconds();
   load();
-  if (!bringUpToDate()) return idleSeconds();
+  const bool saved = bringUpToDate();
+  // On a full disk the state can perhaps be written only then.
   if (full) makeRoom();
-  return sends ? packAndOffer() : idleSeconds();
+  return sends && saved ? packAndOffer() : idleSeconds();
 }
 
 // The state
@@ -78,6 +79,7 @@ bool BulkTransfer::save(const State& state) {
   int error = _parts.files.makeDirectories(platform::directoryOf(_statePath));
   if (error == 0) error = writeState(_parts.files, _statePath, state);
   if (error == 0) {
+    _unsaved = false;
     fine(EventId::bulkStateNotWritten);
     return true;
   }
@@ -90,11 +92,12 @@ bool BulkTransfer::bringUpToDate() {
   const bool changed =
       _book.update(_finder.finished(), next.logs, [this](const LogRecord& log, Loss::Cause cause) {
         const uint64_t from = std::max(log.position, packedUpTo(log));
-        if (from < log.size) lose({log.path, cause, from, log.size, log.modifiedMs()});
+        if (from < log.size) lose(log, cause, from);
       });
-  if (changed && !save(next)) return false;
-  _state = std::move(next);
-  return true;
+  _unsaved = _unsaved || changed;
+  // What was seen is known from now on, whether or not the disk has it.
+  _state.logs = std::move(next.logs);
+  return !_unsaved || save(_state);
 }
 
 // The end of what the bundle under way has of a log; 0 when it has nothing.
@@ -105,11 +108,11 @@ uint64_t BulkTransfer::packedUpTo(const LogRecord& log) const {
   return 0;
 }
 
-void BulkTransfer::lose(const Loss& loss) {
-  const EventId event = loss.cause == Loss::Cause::diskLimit ? EventId::logRemovedForSpace
-                                                             : EventId::logGoneUnsent;
-  eventlog::event(event, kBulkTag, {loss.log, loss.from, loss.to});
-  if (_parts.lost) _parts.lost(loss);
+void BulkTransfer::lose(const LogRecord& log, Loss::Cause cause, uint64_t from) {
+  const EventId event =
+      cause == Loss::Cause::diskLimit ? EventId::logRemovedForSpace : EventId::logGoneUnsent;
+  eventlog::event(event, kBulkTag, {log.path, from, log.size});
+  if (_parts.lost) _parts.lost({log.path, cause, from, log.size, log.modifiedMs(), log.identity});
 }
 
 void BulkTransfer::report(EventId event, const std::string& about, const std::string& reason) {
@@ -123,8 +126,8 @@ void BulkTransfer::removeSentCopies() {
 }
 
 bool BulkTransfer::mayRemove(const LogRecord& log) const {
-  return log.kind != Kind::external && log.isSent() && _book.isThere(log) &&
-         _book.isSettled(log) && _book.isUnchanged(log);
+  return log.kind != Kind::external && log.isSent() && _book.isThere(log) && _book.isSettled(log) &&
+         _book.isUnchanged(log);
 }
 
 void BulkTransfer::removeSentLogs() {
@@ -148,8 +151,8 @@ bool BulkTransfer::isOver(int32_t percent) const {
 }
 
 void BulkTransfer::makeRoom() {
-  const int32_t lower = std::min(_parts.settings.getLogDiskLowerLimit(),
-                                 _parts.settings.getLogDiskUpperLimit());
+  const int32_t lower =
+      std::min(_parts.settings.getLogDiskLowerLimit(), _parts.settings.getLogDiskUpperLimit());
   // Down to it and no further: one percent more is over.
   const auto enough = [&] { return _stopped() || !isOver(std::clamp(lower, 0, 99) + 1); };
   std::vector<FoundLog> copies = _finder.sentCopies();
@@ -175,17 +178,18 @@ void BulkTransfer::makeRoom() {
   }
 }
 
-// Removed first and told then: when a crash comes between, the next look finds the log gone.
+// Told first, and counted as dealt with before it is removed: after a crash it is told again with the
+// same range, or found gone without a loss.
 void BulkTransfer::giveUp(const LogRecord& log) {
-  if (!_book.isUnchanged(log) || _parts.files.remove(log.path) != 0) return;
-  if (!log.isSent())
-    lose({log.path, Loss::Cause::diskLimit, log.position, log.size, log.modifiedMs()});
-  ignoreResult(_parts.files.flushDirectory(platform::directoryOf(log.path)));
-  State next = _state;
-  std::erase_if(next.logs, [&](const LogRecord& other) { return other.id == log.id; });
-  ignoreResult(save(next));
-  // The file is gone and told of, whether or not the disk knows.
-  _state = std::move(next);
+  if (!_book.isUnchanged(log)) return;
+  if (!log.isSent()) {
+    lose(log, Loss::Cause::diskLimit, log.position);
+    for (LogRecord& known : _state.logs)
+      if (known.id == log.id) known.position = known.size;
+    _unsaved = true;
+    ignoreResult(save(_state));
+  }
+  ignoreResult(_parts.files.remove(log.path));
 }
 
 // Packing
@@ -193,8 +197,7 @@ void BulkTransfer::giveUp(const LogRecord& log) {
 std::vector<Wanted> BulkTransfer::wanted() const {
   std::vector<const LogRecord*> logs;
   for (const LogRecord& log : _state.logs)
-    if (!log.isSent() && _book.isThere(log) &&
-        (log.kind == Kind::external || _book.isSettled(log)))
+    if (!log.isSent() && _book.isThere(log) && (log.kind == Kind::external || _book.isSettled(log)))
       logs.push_back(&log);
   std::sort(logs.begin(), logs.end(), oldestFirst);
   std::vector<Wanted> wanted;
@@ -310,8 +313,8 @@ bool BulkTransfer::roll(const DriverLog& log, bool profile) {
   if (!platform::isAbsolutePath(path) || _parts.files.info(path, info) != 0 || info.size == 0)
     return false;
   const STRING next = platform::joinPath(
-      _parts.files, {platform::directoryOf(path),
-                     nextName(platform::fileNameOf(path), _parts.clock.wallMs())});
+      _parts.files,
+      {platform::directoryOf(path), nextName(platform::fileNameOf(path), _parts.clock.wallMs())});
   std::string reason;
   if (!log.roll(next, reason)) {
     report(EventId::driverLogNotRolled, path, reason);

@@ -45,7 +45,7 @@ class BulkTransfer {
   bool isOver(int32_t percent) const;
   void makeRoom();
   void giveUp(const LogRecord& log);
-  void lose(const Loss& loss);
+  void lose(const LogRecord& log, Loss::Cause cause, uint64_t from);
   uint64_t packedUpTo(const LogRecord& log) const;
 
   std::vector<Wanted> wanted() const;
@@ -68,6 +68,7 @@ class BulkTransfer {
   BundleWriter _bundles;
   State _state;
   bool _loaded = false;
+  bool _unsaved = false;   // the disk has another state
   bool _checked = false;   // the bundle under way is as the state has it
   bool _accepted = false;  // it is the server's, and the state does not know yet
   bool _more = false;      // more waits than the bundle under way holds

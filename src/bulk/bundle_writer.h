@@ -15,7 +15,7 @@
 
 namespace korvane::bulk {
 
-inline constexpr uint64_t kMaxArchive = 8u << 20;   // where a part ends
+inline constexpr uint64_t kMaxArchive = 8u << 20;  // where a part ends
 inline constexpr uint64_t kMaxUnpacked = 64u << 20;
 
 // What may go into the bundle.

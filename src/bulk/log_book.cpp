@@ -132,8 +132,7 @@ void LogBook::note(const LogRecord& log) {
 bool LogBook::isSettled(const LogRecord& log) const {
   if (log.kind == Kind::agent) return true;
   const auto sight = _sights.find(log.id);
-  return sight != _sights.end() &&
-         _parts.clock.monotonicMs() - sight->second.sinceMs >= kSettleMs;
+  return sight != _sights.end() && _parts.clock.monotonicMs() - sight->second.sinceMs >= kSettleMs;
 }
 
 bool LogBook::isUnchanged(const LogRecord& log) const {

@@ -65,11 +65,10 @@ void LogFinder::addSeries(Kind kind, const std::string& current, std::vector<Fou
   // The log being written under another spelling of its name.
   platform::FileInfo writing;
   if (_parts.files.info(current, writing) != 0) return;
-  out.erase(std::remove_if(out.begin() + static_cast<std::ptrdiff_t>(before), out.end(),
-                           [&](const FoundLog& log) {
-                             return log.info.identity == writing.identity;
-                           }),
-            out.end());
+  out.erase(
+      std::remove_if(out.begin() + static_cast<std::ptrdiff_t>(before), out.end(),
+                     [&](const FoundLog& log) { return log.info.identity == writing.identity; }),
+      out.end());
 }
 
 void LogFinder::addExternal(std::vector<FoundLog>& out) {
