@@ -11,7 +11,9 @@
 namespace korvane {
 
 AgentShared::AgentShared()
-    : counters(platform::current().clock), connector(platform::current().clock) {}
+    : counters(platform::current().clock),
+      ledger(platform::current().files, platform::current().clock),
+      connector(platform::current().clock) {}
 
 AgentContext contextOfRun() {
   return {platform::current(),

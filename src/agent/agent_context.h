@@ -6,6 +6,7 @@
 
 #include "cloud/connector_presence.h"
 #include "config/settings.h"
+#include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
 #include "logs/forwarding_switch.h"
 #include "platform/fwd.h"
@@ -22,6 +23,7 @@ struct AgentShared {
 
   ForwardingCounters counters;
   ForwardingSwitch forwarding;
+  LossLedger ledger;
   ConnectorPresence connector;
 };
 

@@ -110,10 +110,14 @@ Thread* makeUtil(AgentInfo* info) {
 
 Thread* makeLogProcessing(const AgentContext& context) {
   AgentShared& shared = context.shared;
-  const ForwardingParts parts{
-      context.system.files,  context.system.clock,     context.stop,
-      context.settings.logs, context.settings.machine, AgentConfig::getHIDSInterface(),
-      shared.counters};
+  const ForwardingParts parts{context.system.files,
+                              context.system.clock,
+                              context.stop,
+                              context.settings.logs,
+                              context.settings.machine,
+                              AgentConfig::getHIDSInterface(),
+                              shared.counters,
+                              shared.ledger};
   auto thread = std::make_unique<LogProcessingThread>(shared.forwarding, parts.ids, parts.settings);
   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, makeLogDestination(context)));
   return thread.release();

@@ -36,6 +36,20 @@ bulk::Offer offerToServer(ServerConnection& connection, StopToken& stop, const s
   return offer;
 }
 
+// How many lines were lost nobody knows: the range is told.
+Loss ledgerEntry(const bulk::Loss& loss) {
+  Loss entry;
+  entry.log = loss.log;
+  entry.cause = loss.cause == bulk::Loss::Cause::diskLimit ? LossCause::diskLimit
+                : loss.cause == bulk::Loss::Cause::logGone ? LossCause::logGone
+                                                           : LossCause::logReplaced;
+  entry.counted = false;
+  entry.first = {loss.from, loss.modifiedMs};
+  entry.last = {loss.to, loss.modifiedMs};
+  entry.identity = loss.identity;
+  return entry;
+}
+
 bulk::DriverLog driverLog(const AgentContext& context, const char* value,
                           DriverResult (Driver::*roll)(const STRING&)) {
   Driver& driver = context.driver;
@@ -68,7 +82,9 @@ bulk::Parts bulkPartsOf(const AgentContext& context) {
                     .ownLog = eventlog::currentFile,
                     .driver = driverLog(context, kLogFileValue, &Driver::rollLog),
                     .profile = driverLog(context, kProfileFileValue, &Driver::rollProfileLog),
-                    .lost = {}};
+                    .lost = [&ledger = context.shared.ledger](const bulk::Loss& loss) {
+                      ignoreResult(ledger.record(ledgerEntry(loss)));
+                    }};
   if (isStandardAgent())
     parts.send = [&connection = context.connection, &stop = context.stop](const std::string& path) {
       return offerToServer(connection, stop, path);

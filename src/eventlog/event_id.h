@@ -124,6 +124,12 @@ enum class EventId : int {
   bulkStateNotWritten = 10726,
   externalLogNotFollowed = 10727,
   driverLogNotRolled = 10728,
+  // The loss ledger
+  ledgerUnusable = 10730,
+  ledgerNotWritten = 10731,
+  accountReopened = 10732,
+  logGoneUnread = 10733,
+  logReplacedUnread = 10734,
 };
 
 }  // namespace korvane

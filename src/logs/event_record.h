@@ -54,6 +54,8 @@ struct EventRecord {
     const FieldSlice slice = fields[n - 1];
     return {text + slice.begin, slice.end - slice.begin};
   }
+  // How many lines of the log it stands for: a summary for its repeats.
+  uint32_t lines() const { return count >= 2 ? static_cast<uint32_t>(count) - 1 : 1; }
   size_t extraFields() const {
     return fieldCount > kStandardFields ? fieldCount - kStandardFields : 0;
   }

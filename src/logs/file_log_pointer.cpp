@@ -31,6 +31,13 @@ constexpr uint32_t kMaxEntries = 2;
 constexpr size_t kPositionAt = kEntriesAt + kMaxEntries * kEntryBytes;
 constexpr std::string_view kPositionTag = "position";
 constexpr size_t kPositionBytes = 24;
+// Behind it the account: a tag, a hash of the rest, which the position and the log's name go into, and
+// the numbers.
+constexpr size_t kAccountAt = kPositionAt + kPositionBytes;
+constexpr std::string_view kAccountTag = "account1";
+constexpr size_t kNumbersAt = kAccountAt + 16;
+constexpr size_t kNumbers = 7 + 2 * kLossCauses;
+constexpr size_t kNumberBytes = 8;
 constexpr int64_t kMaxOffset = std::numeric_limits<int32_t>::max();
 
 uint32_t load32(const uint8_t* at) {
@@ -51,8 +58,23 @@ void store64(uint8_t* at, uint64_t value) {
   store32(at + 4, static_cast<uint32_t>(value >> 32));
 }
 
-bool isTagged(const uint8_t* at) {
-  return std::memcmp(at, kPositionTag.data(), kPositionTag.size()) == 0;
+bool isTagged(const uint8_t* at, std::string_view tag = kPositionTag) {
+  return std::memcmp(at, tag.data(), tag.size()) == 0;
+}
+
+// The numbers of an account, in their order.
+template <class Visit>
+void visitNumbers(PointerAccount& account, Visit&& visit) {
+  StreamState& state = account.state;
+  auto since = static_cast<uint64_t>(state.sinceMs);
+  for (uint64_t* number : {&state.number, &state.read, &state.delivered, &since,
+                           &account.head.identity, &account.head.hash, &account.head.bytes})
+    visit(*number);
+  state.sinceMs = static_cast<int64_t>(since);
+  for (LossSum& sum : state.lost) {
+    visit(sum.lines);
+    visit(sum.uncounted);
+  }
 }
 
 // The text up to its NUL; the field's last unit counts as one.
@@ -100,6 +122,7 @@ void FileLogPointer::load(platform::OpenMode mode) {
   const bool keep = mode == platform::OpenMode::readWrite;
   const int error = _files->open(_pointerFile.toUtf8(), mode, file);
   if (error == ENOENT || (error != 0 && !keep)) return;
+  _damaged = true;
   if (error != 0) {
     eventlog::event(EventId::pointerFileNotOpened, "FileLogPointer", {_pointerFile});
     return;
@@ -118,6 +141,7 @@ void FileLogPointer::load(platform::OpenMode mode) {
     setOffset(offset);
     return;
   }
+  _damaged = got > 0 && got < _record.size();
   platform::FileInfo info;
   _overlong = file->info(info) == 0 && info.size > kFileBytes;
   if (keep) _stream = std::move(file);
@@ -127,6 +151,7 @@ void FileLogPointer::load(platform::OpenMode mode) {
   _startTimeStamp = loadText(&_record[kStartAt], kStampUnits);
   _endTimeStamp = loadText(&_record[kEndAt], kStampUnits);
   loadPosition();
+  loadAccount();
 }
 
 // What another program left behind, or wrote an offset over, does not count.
@@ -137,6 +162,34 @@ void FileLogPointer::loadPosition() {
   if (_position == kMaxOffset && isTagged(at) && position > kMaxOffset &&
       load64(at + 16) == textHash(_currentLogName.toUtf8()))
     _position = position;
+}
+
+uint64_t FileLogPointer::accountHash() const {
+  std::string bytes(reinterpret_cast<const char*>(&_record[kNumbersAt]), kNumbers * kNumberBytes);
+  uint8_t position[kNumberBytes];
+  store64(position, static_cast<uint64_t>(_position));
+  bytes.append(reinterpret_cast<const char*>(position), sizeof position);
+  return textHash(bytes + _currentLogName.toUtf8());
+}
+
+void FileLogPointer::loadAccount() {
+  const uint8_t* at = &_record[kAccountAt];
+  if (!isTagged(at, kAccountTag) || load64(at + kNumberBytes) != accountHash()) return;
+  at = &_record[kNumbersAt];
+  visitNumbers(_savedAccount.emplace(), [&](uint64_t& number) {
+    number = load64(at);
+    at += kNumberBytes;
+  });
+}
+
+void FileLogPointer::storeAccount() {
+  uint8_t* at = &_record[kNumbersAt];
+  visitNumbers(*_account, [&](const uint64_t& number) {
+    store64(at, number);
+    at += kNumberBytes;
+  });
+  std::memcpy(&_record[kAccountAt], kAccountTag.data(), kAccountTag.size());
+  store64(&_record[kAccountAt + kNumberBytes], accountHash());
 }
 
 STRING FileLogPointer::getCurrentLogName() const {
@@ -205,6 +258,7 @@ void FileLogPointer::composeRecord() {
   } else if (isTagged(at)) {
     std::memset(at, 0, kPositionBytes);
   }
+  if (_account) storeAccount();
   storeText(&_record[kStartAt], kStampUnits, _startTimeStamp);
   storeText(&_record[kEndAt], kStampUnits, _endTimeStamp);
 }

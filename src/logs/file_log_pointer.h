@@ -15,10 +15,12 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "config/pointer_file.h"
 #include "logs/log_pointer.h"
+#include "logs/pointer_account.h"
 #include "platform/fwd.h"
 #include "util/export.h"
 
@@ -51,6 +53,14 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   int64_t position() const;
   void setPosition(int64_t position);
 
+  // The account of the lines before the position (docs/ledger.md), as the file has it; nothing when it
+  // does not belong to that position and log.
+  const std::optional<PointerAccount>& savedAccount() const { return _savedAccount; }
+  // Goes with every write from now on, as that of the position written.
+  void setAccount(const PointerAccount& account) { _account = account; }
+  // A file was there, and what it says is lost.
+  bool damaged() const { return _damaged; }
+
   // Writes the pointer and returns when it is on the disk.
   void writePointerDurably();
 
@@ -62,6 +72,9 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   void openForWriting();
   void composeRecord();
   void loadPosition();
+  void loadAccount();
+  void storeAccount();
+  uint64_t accountHash() const;
   [[noreturn]] void throwWriteError(int error) const;
 
   platform::Files* _files;
@@ -70,7 +83,10 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
   std::shared_ptr<platform::File> _stream;
   bool _directoryFlushed = false;
   bool _overlong = false;  // the file that was read is longer than a pointer; cut at the next write
+  bool _damaged = false;
   int64_t _position = 0;
+  std::optional<PointerAccount> _savedAccount;
+  std::optional<PointerAccount> _account;  // what is to be written
   STRING _currentLogName;
   std::vector<STRING> _logNames;
   STRING _startTimeStamp;

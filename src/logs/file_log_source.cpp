@@ -1,5 +1,7 @@
 #include "logs/file_log_source.h"
 
+#include <algorithm>
+
 #include "config/log_settings.h"
 #include "eventlog/event_log.h"
 #include "logs/log_mark.h"
@@ -22,6 +24,29 @@ FileLogSource::FileLogSource(LogType type, platform::Files& files, const LogSett
   if (static_cast<int>(type) > HIDS_RT_LOG) return;
   _pointer = std::make_unique<FileLogPointer>(files, settings.getLogPointerFileName(type));
   _keptPosition = _pointer->position();
+  if (const auto& saved = _pointer->savedAccount()) _head = saved->head;
+}
+
+std::optional<StreamState> FileLogSource::savedAccount() const {
+  if (!_pointer || !_pointer->savedAccount()) return {};
+  return _pointer->savedAccount()->state;
+}
+
+void FileLogSource::setAccount(const StreamState& state) {
+  _state = state;
+}
+
+void FileLogSource::attachAccount() {
+  if (_state) _pointer->setAccount({*_state, _head});
+}
+
+// The first bytes of a short log change with it until there are enough.
+void FileLogSource::noteHead(int64_t position) {
+  const auto known = static_cast<int64_t>(_head.bytes);
+  if (!_file || known >= std::min(position, LogHead::kMaxBytes)) return;
+  const int64_t readTo = _reader.position();
+  _head = headOf(*_file, position);
+  _reader.seek(readTo);
 }
 
 FileLogSource::~FileLogSource() {
@@ -40,6 +65,14 @@ void FileLogSource::openLog() {
   openCurrent(offset);
 }
 
+bool FileLogSource::openPointersLog() {
+  if (_file || !_pointer) return _file != nullptr;
+  const STRING name = _pointer->getCurrentLogName();
+  if (openNamed(name, _pointer->position())) return true;
+  reportOpenFailure(name);
+  return false;
+}
+
 bool FileLogSource::openNamed(const STRING& name, int64_t offset) {
   std::unique_ptr<platform::File> file;
   if (_files.open(name.toUtf8(), platform::OpenMode::read, file) != 0) {
@@ -48,6 +81,9 @@ bool FileLogSource::openNamed(const STRING& name, int64_t offset) {
   }
   eventlog::trace(kOpenTag, "Event Log file name : %s", name);
   useFile(std::move(file), name);
+  _isAnotherLog = _head.bytes > 0 && headOf(*_file, static_cast<int64_t>(_head.bytes)) != _head;
+  // The mark is looked for at the beginning.
+  ignoreResult(_file->seek(0));
   startReading(detectUtf16(), offset);
   _markAwaited = _reader.position() < kUtf16MarkBytes;
   return true;
@@ -68,6 +104,7 @@ void FileLogSource::openCurrent(int64_t offset) {
   }
   useFile(std::move(file), path);
   offset = offsetThatApplies(offset);
+  if (_pointer->getCurrentLogName() != path) _head = {};
   _pointer->setCurrentLogName(path);
   _moveOutstanding = true;
   startReading(detectUtf16(), offset);
@@ -77,7 +114,9 @@ void FileLogSource::useFile(std::unique_ptr<platform::File> file, const STRING& 
   _file = std::move(file);
   _openPath = name.toUtf8();
   _reportedPath.clear();
-  _markAwaited = false;
+  _markAwaited = _isAnotherLog = false;
+  platform::FileInfo info;
+  _identity = _file->info(info) == 0 ? info.identity : 0;
 }
 
 // 0 when nothing can be read near the offset; the file's position is behind the line that
@@ -172,11 +211,16 @@ void FileLogSource::savePointer() {
   _keptPosition = _pointer->position();
 }
 
-void FileLogSource::savePointerAt(int64_t position) {
+void FileLogSource::savePointerAt(int64_t position, bool durably) {
   if (!_pointer) return;
+  noteHead(position);
+  attachAccount();
   const int64_t readTo = _pointer->position();
   _pointer->setPosition(position);
-  _pointer->writePointer();
+  if (durably)
+    _pointer->writePointerDurably();
+  else
+    _pointer->writePointer();
   _pointer->setPosition(readTo);
   _keptPosition = position;
 }
@@ -196,6 +240,7 @@ void FileLogSource::switchToLog(const STRING& path) {
 
 void FileLogSource::moveDurablyTo(const STRING& path, int64_t offset) {
   closeLog();
+  _head = {};
   _pointer->setCurrentLogName(path);
   _pointer->setPosition(offset);
   _moveOutstanding = true;
@@ -207,6 +252,7 @@ void FileLogSource::settleMove() {
   if (!_moveOutstanding) return;
   const int64_t readTo = _pointer->position();
   _pointer->setPosition(_keptPosition);
+  attachAccount();
   _pointer->writePointerDurably();
   _pointer->setPosition(readTo);
   _moveOutstanding = false;

@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "config/log_type.h"
@@ -52,8 +53,15 @@ class FileLogSource : public LogSource {
   int64_t position() const { return _reader.position(); }
   bool isOpen() const { return _file != nullptr; }
 
-  // Keeps `position` as the next unread line, whatever has been read beyond it.
-  void savePointerAt(int64_t position);
+  // The account of the lines before the saved position: as the pointer had it at the start, and as it
+  // is to have it from the next write on, which is that of the position it belongs to.
+  std::optional<StreamState> savedAccount() const;
+  void setAccount(const StreamState& state);
+  bool pointerDamaged() const { return _pointer && _pointer->damaged(); }
+
+  // Keeps `position` as the next unread line, whatever has been read beyond it. durably: and returns
+  // when the disk has that.
+  void savePointerAt(int64_t position, bool durably = false);
   // Makes `path`, from this offset on, the pointer's log and returns when the disk has that; no log
   // is open then.
   void moveDurablyTo(const STRING& path, int64_t offset);
@@ -66,8 +74,13 @@ class FileLogSource : public LogSource {
   // Where the pointer stands; 0 for a type without one.
   int64_t savedOffset() const { return _pointer ? _pointer->position() : 0; }
 
+  // Opens the pointer's log and no other. False when it cannot be opened now.
+  [[nodiscard]] bool openPointersLog();
+  // The open log is not the one that the pointer was saved for.
+  bool isAnotherLog() const { return _isAnotherLog; }
   // Of the open file; 0 without one.
   int64_t size() const;
+  uint64_t identity() const { return _identity; }
   // What the end of the open file says about what became of it.
   enum class FileState { same, grown, shrunken, replaced };
   FileState stateAtEnd();
@@ -91,6 +104,8 @@ class FileLogSource : public LogSource {
   void startReading(bool utf16, int64_t offset);
   void awaitMark();
   void reportOpenFailure(const STRING& path);
+  void noteHead(int64_t position);
+  void attachAccount();
 
   platform::Files& _files;
   const LogType _type;
@@ -101,7 +116,11 @@ class FileLogSource : public LogSource {
   std::unique_ptr<platform::File> _file;
   std::string _openPath;
   LineReader _reader;
-  STRING _reportedPath;       // whose failed opening has been reported
+  uint64_t _identity = 0;  // of the open file
+  LogHead _head;           // of the pointer's log
+  bool _isAnotherLog = false;
+  std::optional<StreamState> _state;  // to be saved
+  STRING _reportedPath;               // whose failed opening has been reported
   bool _markAwaited = false;  // the log was opened by its name before its first bytes were there
 };
 

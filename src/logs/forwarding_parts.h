@@ -8,6 +8,7 @@ namespace korvane {
 class ForwardingCounters;
 class HidsInterface;
 class LogSettings;
+class LossLedger;
 class MachineFacts;
 class StopToken;
 
@@ -19,6 +20,7 @@ struct ForwardingParts {
   const MachineFacts& machine;
   HidsInterface* ids;  // null: nobody names the IDS component's logs
   ForwardingCounters& counters;
+  LossLedger& ledger;
 };
 
 }  // namespace korvane

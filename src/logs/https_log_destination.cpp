@@ -24,6 +24,7 @@ HttpsLogDestination::HttpsLogDestination(ServerConnection& connection, ServerSet
     : _connection(connection), _settings(settings), _counters(counters) {}
 
 int HttpsLogDestination::writeLog(const LogBatch& batch) {
+  _droppedAs = 0;
   if (!_body) _body.emplace();
   composeBody(*_body, batch.records, batch.notes);
   HttpsHandler handler(_connection);
@@ -41,6 +42,7 @@ int HttpsLogDestination::judge(HttpsHandler& handler, int result, size_t records
   switch (_lastError) {
     case kDropped:
     case kDroppedSilently:
+      _droppedAs = _lastError;
       _counters.addDropped(records);
       _counters.noteError(_lastError, text.toUtf8());
       return 0;

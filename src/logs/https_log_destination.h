@@ -26,6 +26,7 @@ class HttpsLogDestination : public LogDestination {
   HttpsLogDestination(ServerConnection& connection, ServerSettings& settings,
                       ForwardingCounters& counters);
   int writeLog(const LogBatch& batch) override;
+  int droppedAs() const override { return _droppedAs; }
   void releaseMemory() override { _body.reset(); }
 
  private:
@@ -36,6 +37,7 @@ class HttpsLogDestination : public LogDestination {
   ServerSettings& _settings;
   ForwardingCounters& _counters;
   std::optional<MessageBody> _body;  // the last message, for its memory
+  int _droppedAs = 0;
   int _lastError = 0;
   int _lastReportedError = 0;
 };

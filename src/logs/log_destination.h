@@ -21,6 +21,9 @@ class LogDestination {
   virtual ~LogDestination() = default;
   // 0 when the batch has been delivered; an error code otherwise.
   [[nodiscard]] virtual int writeLog(const LogBatch& batch) = 0;
+  // The server's code when the batch that writeLog() last returned 0 for was not taken but dropped on
+  // its word (302, 600); else 0.
+  virtual int droppedAs() const { return 0; }
   // What a record adds to a message, where a message is bounded (LogProcessor::kQueueBytes); null
   // where it is not.
   using RecordBytes = size_t (*)(const EventRecord& record, const RecordNotes& notes);

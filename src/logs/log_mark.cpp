@@ -19,6 +19,17 @@ uint64_t hashBefore(platform::File& file, int64_t position) {
   return textHash(bytes);
 }
 
+LogHead headOf(platform::File& file, int64_t position) {
+  platform::FileInfo info;
+  std::string bytes(static_cast<size_t>(std::clamp<int64_t>(position, 0, LogHead::kMaxBytes)),
+                    '\0');
+  size_t got = 0;
+  if (file.info(info) != 0 || file.seek(0) != 0 || file.read(bytes.data(), bytes.size(), got) != 0)
+    return {};
+  bytes.resize(got);
+  return {info.identity, textHash(bytes), got};
+}
+
 NextLogs::Place placeIn(platform::File& file, int64_t position) {
   platform::FileInfo info;
   if (file.info(info) != 0) return {};

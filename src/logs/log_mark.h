@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "logs/next_logs.h"
+#include "logs/pointer_account.h"
 #include "platform/fwd.h"
 #include "util/string.h"
 
@@ -21,6 +22,9 @@ inline constexpr int64_t kBytesCompared = 4096;
 uint64_t hashBefore(platform::File& file, int64_t position);
 // A place in the file; an empty one when the file cannot be looked at.
 NextLogs::Place placeIn(platform::File& file, int64_t position);
+
+// What its first bytes before `position` tell of a log.
+LogHead headOf(platform::File& file, int64_t position);
 
 // The mark of a log that was read up to `end`, its size: "<size> <nanoseconds since 1970> <16 hex
 // digits>", at most 58 characters. Empty when the file cannot be looked at or has grown.

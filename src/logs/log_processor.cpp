@@ -15,6 +15,8 @@ constexpr int kIdleMarkers = 500;
 // Passes without a record after which the buffers go back to the system.
 constexpr int kIdlePasses = 5;
 constexpr int64_t kMsPerMinute = 60 * 1000;
+// Of the two codes that a server drops a batch with.
+constexpr int kDroppedSilently = 600;
 
 }  // namespace
 
@@ -27,6 +29,9 @@ LogProcessor::LogProcessor(LogType type, const ForwardingParts& parts,
       _writer(parts.machine, parts.clock, logBaseName(type), std::move(destination)),
       _recordBytes(_writer.recordBytes()) {
   _writer.setMeanwhile([this] { _reader.noteNames(); });
+  // The pointer may come to stand at a queued record, and at the first repeat in the summary.
+  _reader.account().setBoundary(
+      [this] { return 2 * uint64_t{_queue.size()} + uint64_t{_summary.holdsRepeats()}; });
 }
 
 LogProcessor::~LogProcessor() = default;
@@ -53,16 +58,19 @@ int LogProcessor::readRecords() {
   removeLeftOver();
   int readCount = 0;
   ForwardingCounters::Pass counted(_parts.counters);
+  _readCounted = 0;
   ParsedEvent record;
   while (mayReadOn(readCount) && _reader.next(record)) {
     if (isDataRecord(record))
       handleEvent(record, counted);
     else
-      handleMarker();
+      handleMarker(counted);
     ++readCount;
   }
   flushOldSummary();
+  countRead(counted);
   finishPass();
+  _reader.account().publish(held());
   _idlePasses = readCount > 0 ? 0 : _idlePasses + 1;
   releaseMemoryWhenIdle();
   return readCount;
@@ -77,11 +85,22 @@ bool LogProcessor::isDataRecord(const EventRecord& record) const {
   return _type == HIDS_RT_LOG && !record.isEndOfFile() && !record.isStartOfFile();
 }
 
-void LogProcessor::handleMarker() {
+void LogProcessor::handleMarker(ForwardingCounters::Pass& counted) {
   flushSummary();
   if (_idle++ <= kIdleMarkers) return;
-  _reader.savePointer(undeliveredFrom());
+  countRead(counted);
+  _reader.savePointer(undeliveredFrom(), held());
   _idle = 0;
+}
+
+void LogProcessor::countRead(const ForwardingCounters::Pass& counted) {
+  _reader.account().addRead(counted.read - _readCounted);
+  _readCounted = counted.read;
+}
+
+// What the account has as read and neither delivered nor lost.
+uint64_t LogProcessor::held() const {
+  return _queue.lines() + (_summary.holdsRepeats() ? _summary.record().lines() : 0);
 }
 
 void LogProcessor::handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted) {
@@ -141,13 +160,26 @@ int LogProcessor::writeRecords() {
   _refused = error != 0;
   if (_refused) return -std::abs(error);
   const auto written = static_cast<int>(_queue.size());
-  _queue.clear();
-  _queuedBytes = 0;
+  countDelivered();
   if (_reader.atEnd())
     leaveFinishedLog();
   else
-    _reader.savePointer(undeliveredFrom());
+    _reader.savePointer(undeliveredFrom(), held());
+  _reader.account().publish(held());
   return written;
+}
+
+// The queue is out of the agent's hands, one way or the other.
+void LogProcessor::countDelivered() {
+  const int droppedAs = _writer.droppedAs();
+  const uint64_t lines = _queue.lines();
+  const int64_t from = _queue.firstLineStart();
+  _queue.clear();
+  _queuedBytes = 0;
+  if (droppedAs == 0) return _reader.account().addDelivered(lines);
+  _reader.account().loseHeld(
+      droppedAs == kDroppedSilently ? LossCause::serverRejected : LossCause::serverDropped,
+      _reader.currentLogName().toUtf8(), _reader.identity(), lines, from, undeliveredFrom());
 }
 
 void LogProcessor::leaveFinishedLog() {

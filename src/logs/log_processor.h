@@ -66,7 +66,10 @@ class LogProcessor {
 
  private:
   bool mayReadOn(int readCount) const;
-  void handleMarker();
+  void handleMarker(ForwardingCounters::Pass& counted);
+  void countRead(const ForwardingCounters::Pass& counted);
+  void countDelivered();
+  uint64_t held() const;
   void handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
   void enqueue(const EventRecord& record);
   void flushSummary();
@@ -89,9 +92,10 @@ class LogProcessor {
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;          // markers read since the last event
-  int _idlePasses = 0;    // passes that read nothing
-  bool _refused = false;  // the last batch was not delivered
+  int _idle = 0;              // markers read since the last event
+  int _idlePasses = 0;        // passes that read nothing
+  uint64_t _readCounted = 0;  // of this pass's events, those that the account has
+  bool _refused = false;      // the last batch was not delivered
   size_t _queuedBytes = 0;
   std::optional<RecordNotes> _notes;  // of this pass, for that count
   size_t _batchLimit = 0;

@@ -4,11 +4,13 @@
 #include <string_view>
 
 #include "agent/thread/stop_token.h"
+#include "config/log_names.h"
 #include "config/log_settings.h"
 #include "eventlog/event_log.h"
 #include "ids/ids_log_names.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_mark.h"
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "util/errors.h"
@@ -34,8 +36,53 @@ LogReader::LogReader(LogType type, const ForwardingParts& parts)
     : _type(type),
       _parts(parts),
       _source(type, parts.files, parts.settings),
+      _account(parts.ledger, parts.clock, logBaseName(type)),
       _next(parts.files, NextLogs::pathBeside(parts.settings.getLogPointerFileName(type))) {
   _next.load(currentLogName());
+  resumeAccount();
+}
+
+void LogReader::resumeAccount() {
+  _account.resume(_source.savedAccount());
+  const STRING pointerFile = _parts.settings.getLogPointerFileName(_type);
+  if (_source.pointerDamaged()) loseLog(pointerFile);
+  if (_next.unusable()) loseLog(NextLogs::pathBeside(pointerFile));
+}
+
+// A line that is cut is delivered all the same; an empty one was never an event.
+void LogReader::loseLine(LossCause cause, const SourceLine& line) {
+  if (line.size == 0) return;
+  _account.loseLine(cause, currentLogName().toUtf8(), _source.identity(), line.start,
+                    line.start + static_cast<int64_t>(line.rawBytes));
+}
+
+// A whole log that is not there, or what should have named it.
+void LogReader::loseLog(const STRING& log) {
+  Loss loss;
+  loss.stream = logBaseName(_type);
+  loss.log = log.toUtf8();
+  loss.cause = LossCause::logGap;
+  loss.counted = false;
+  loss.first.wallMs = loss.last.wallMs = _parts.clock.wallMs();
+  _parts.ledger.record(loss);
+}
+
+void LogReader::loseRest(LossCause cause, int64_t from) {
+  const bool gone = cause == LossCause::logGone;
+  eventlog::event(gone ? EventId::logGoneUnread : EventId::logReplacedUnread, kReaderSource,
+                  {currentLogName(), from});
+  _account.loseRest(cause, currentLogName().toUtf8(), from);
+}
+
+// Nothing of the old log is held, so all that was lost of it is past.
+void LogReader::moveTo(const STRING& log, int64_t offset) {
+  _source.setAccount(_account.settleAll().state);
+  _source.moveDurablyTo(log, offset);
+}
+
+void LogReader::beginAnew(const STRING& log) {
+  moveTo(log, 0);
+  _source.openLog();
 }
 
 bool LogReader::next(ParsedEvent& record) {
@@ -48,7 +95,11 @@ bool LogReader::next(ParsedEvent& record) {
       return false;
     }
     skipMark(line);
-    if (parse(line, record)) return true;
+    if (parse(line, record)) {
+      if (line.cut) loseLine(LossCause::lineTooLong, line);
+      return true;
+    }
+    loseLine(LossCause::lineRejected, line);
     _parts.counters.addRejected();
   }
   return false;
@@ -63,6 +114,8 @@ bool LogReader::prepare() {
 bool LogReader::openLog() {
   if (leftOver() || (!logIsThere() && !goOnFromMissing())) return false;
   const STRING name = currentLogName();
+  // One that is there and may not be read now is waited for.
+  if (logIsThere()) return _source.openPointersLog() && beginReading();
   _source.openLog();
   if (!_source.isOpen()) return false;
   const STRING opened = currentLogName();
@@ -74,10 +127,20 @@ bool LogReader::openLog() {
     if (const auto waiting = _next.indexOf(opened))
       goTo(*waiting);
     else if (_source.savedOffset() == 0)
-      _source.switchToLog(opened);
+      beginAnew(opened);
     _source.openLog();
   }
-  if (_source.stateAtEnd() == FileLogSource::FileState::shrunken) _source.switchToLog(opened);
+  return beginReading();
+}
+
+// The open log, where the pointer stands, or from its beginning where that means nothing.
+bool LogReader::beginReading() {
+  const STRING opened = currentLogName();
+  if (_source.isAnotherLog() || _source.stateAtEnd() == FileLogSource::FileState::shrunken) {
+    loseRest(LossCause::logReplaced, _source.savedOffset());
+    beginAnew(opened);
+  }
+  _parts.ledger.withdraw(opened.toUtf8(), LossCause::logGap);
   forgetLog();
   return _source.isOpen();
 }
@@ -113,6 +176,8 @@ bool LogReader::goOnFromMissing() {
   if (_source.savedOffset() == 0) {
     if (_missingPasses <= kAwaitPasses) return false;
     passOver(currentLogName(), waiting[*begun]);
+  } else {
+    loseRest(LossCause::logGone, _source.savedOffset());
   }
   goTo(*begun);
   return true;
@@ -122,6 +187,7 @@ bool LogReader::goOnFromMissing() {
 void LogReader::passOver(const STRING& log, const STRING& next) {
   if (_next.isLeft(log)) return;
   eventlog::event(EventId::logPassedOver, kReaderSource, {log, next});
+  loseLog(log);
   _next.leave(log, {});
 }
 
@@ -134,7 +200,7 @@ void LogReader::goTo(size_t next) {
   const int64_t offset = _next.enter(log);
   _next.drop(next + 1);
   forgetLog();
-  _source.moveDurablyTo(log, offset);
+  moveTo(log, offset);
   // Before another file can take the place of the one that the offset belongs to.
   if (offset > 0) _source.openLog();
   _next.save();
@@ -179,8 +245,11 @@ bool LogReader::atEnd() {
   return _endRead && _source.isOpen() && _source.stateAtEnd() != FileLogSource::FileState::grown;
 }
 
-void LogReader::savePointer(int64_t undelivered) {
-  if (_source.isOpen()) _source.savePointerAt(undelivered);
+void LogReader::savePointer(int64_t undelivered, uint64_t held) {
+  if (!_source.isOpen()) return;
+  const LogAccount::Settled settled = _account.settleBefore(undelivered, held);
+  _source.setAccount(settled.state);
+  _source.savePointerAt(undelivered, settled.lossy);
 }
 
 LogReader::FinishedLog LogReader::moveOn() {
@@ -204,7 +273,7 @@ LogReader::FinishedLog LogReader::moveOn() {
   _nextUnknown = !known;
   // Throws where the pointer cannot be written; a later pass makes good for that (leftOver).
   _source.setEndTimeStamp(mark);
-  _source.moveDurablyTo(next, offset);
+  moveTo(next, offset);
   if (offset > 0) _source.openLog();
   _next.save();
   return finished;
@@ -217,7 +286,7 @@ void LogReader::forget(const FinishedLog& log) {
 void LogReader::stayAt(const FinishedLog& log) {
   _source.setEndTimeStamp(STRING());
   if (currentLogName() == log.name) {
-    _source.moveDurablyTo(log.name, log.end);
+    moveTo(log.name, log.end);
     _awaitingNext = _nextUnknown = false;
   } else {
     _next.leave(log.name, log.place);
@@ -272,6 +341,7 @@ void LogReader::addSeenNames() {
     for (const STRING& name : _parts.settings.takeHIDSRTLogFilesSeen()) _next.note(name, log);
   const STRING current = _parts.settings.getCurrentLogFile(_type);
   _next.note(current, log);
+  for (const STRING& name : _next.takeDropped()) loseLog(name);
   // A name that was seen before may come to be used again.
   if (!current.empty() && !NextLogs::same(current, log) && hasBegun(current)) _next.append(current);
 }
@@ -316,7 +386,9 @@ void LogReader::switchTo(const STRING& log) {
   const auto waiting = _next.indexOf(log);
   if (log == currentLogName() || !waiting) {
     _source.setEndTimeStamp(STRING());
-    _source.switchToLog(log);
+    if (_source.stateAtEnd() == FileLogSource::FileState::shrunken)
+      loseRest(LossCause::logReplaced, _source.position());
+    beginAnew(log);
     forgetLog();
     return;
   }

@@ -15,7 +15,8 @@
 // skipped after kAwaitPasses passes when a later one has begun (event 10554), and read when
 // it does appear. A log that was shortened, or whose name now leads to another file, is
 // reread from its beginning. The positions of the old log mean nothing after such a move, so
-// the caller makes it (moveOn, switchTo) when it holds nothing undelivered.
+// the caller makes it (moveOn, switchTo) when it holds nothing undelivered. What is lost on the way,
+// lines and logs, goes to the account and the ledger (docs/ledger.md).
 //
 // Lifetime: the parts outlive the reader; a record's text is valid until the next call of next().
 // Threads: one. Errors: FileError, as FileLogSource throws it. Positions are bytes in the log.
@@ -28,6 +29,7 @@
 #include "logs/event_record.h"
 #include "logs/file_log_source.h"
 #include "logs/forwarding_parts.h"
+#include "logs/log_account.h"
 #include "logs/next_logs.h"
 
 namespace korvane {
@@ -48,8 +50,11 @@ class LogReader {
   // The position behind the last record.
   int64_t position() const { return _source.position(); }
   STRING currentLogName() const { return _source.getCurrentLogName(); }
-  // Keeps `undelivered` as where reading goes on after a restart.
-  void savePointer(int64_t undelivered);
+  // Keeps `undelivered` as where reading goes on after a restart. held: lines that were read and are
+  // neither delivered nor lost, all of them from there on.
+  void savePointer(int64_t undelivered, uint64_t held);
+  LogAccount& account() { return _account; }
+  uint64_t identity() const { return _source.identity(); }
 
   struct FinishedLog {
     STRING name;
@@ -75,6 +80,7 @@ class LogReader {
  private:
   [[nodiscard]] bool prepare();
   [[nodiscard]] bool openLog();
+  [[nodiscard]] bool beginReading();
   [[nodiscard]] bool accepts(const SourceLine& line);
   [[nodiscard]] bool parse(const SourceLine& line, ParsedEvent& record);
   bool logIsThere() const;
@@ -86,10 +92,17 @@ class LogReader {
   void goTo(size_t next);
   void passOver(const STRING& log, const STRING& next);
   void forgetLog();
+  void resumeAccount();
+  void loseLine(LossCause cause, const SourceLine& line);
+  void loseLog(const STRING& log);
+  void loseRest(LossCause cause, int64_t from);
+  void moveTo(const STRING& log, int64_t offset);
+  void beginAnew(const STRING& log);
 
   const LogType _type;
   const ForwardingParts _parts;
   FileLogSource _source;
+  LogAccount _account;
   NextLogs _next;
   bool _endRead = false;       // the MEOF record
   STRING _namedByEnd;          // the next log's file, as that record names it

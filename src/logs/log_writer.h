@@ -21,6 +21,8 @@ class LogWriter {
 
   // 0 when the destination has the records, its error code otherwise.
   [[nodiscard]] int write(const RecordQueue& queue);
+  // Of the last write: LogDestination::droppedAs().
+  int droppedAs() const { return _destination->droppedAs(); }
   RecordNotes notes() const;
   LogDestination::RecordBytes recordBytes() const { return _destination->recordBytes(); }
   void tend() { _destination->tend(); }

@@ -107,6 +107,7 @@ void NextLogs::load(const STRING& current) {
   Content content;
   const std::string failure = "error " + std::to_string(error);
   const char* const wrong = error != 0 ? failure.c_str() : parse(text, content);
+  _unusable = wrong != nullptr;
   if (wrong) {
     eventlog::event(EventId::logListUnusable, kNextLogsSource, {_path, std::string(wrong)});
     return;
@@ -167,6 +168,7 @@ void NextLogs::append(const STRING& name) {
     _changed = true;
     return;
   }
+  _dropped.push_back(name);
   if (!_fullReported) eventlog::event(EventId::logListFull, kNextLogsSource, {kMaxNames, name});
   _fullReported = true;
 }

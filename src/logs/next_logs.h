@@ -21,6 +21,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/fwd.h"
@@ -44,6 +45,10 @@ class NextLogs {
   // pointer's log, and is finished.
   void load(const STRING& current);
   void save();
+  // load() found a file that it could not use.
+  bool unusable() const { return _unusable; }
+  // The names that found no room since the last call.
+  std::vector<STRING> takeDropped() { return std::exchange(_dropped, {}); }
   bool isChanged() const { return _changed; }  // since the last save() that succeeded
 
   // A name that the component's settings show while `current` is read. It is new when the
@@ -105,6 +110,8 @@ class NextLogs {
   std::vector<STRING> _names;
   std::vector<Left> _left;
   bool _changed = false;  // since the last save()
+  std::vector<STRING> _dropped;
+  bool _unusable = false;
   bool _failureReported = false;
   bool _fullReported = false;
 };

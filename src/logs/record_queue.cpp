@@ -16,6 +16,7 @@ void RecordQueue::push(const EventRecord& record) {
   if (!record.lastTime.empty()) _text.append(record.lastTime);
   _slices.insert(_slices.end(), record.fields, record.fields + record.fieldCount);
   _records.push_back(entry);
+  _lines += record.lines();
 }
 
 EventRecord RecordQueue::at(size_t index) const {
@@ -34,12 +35,14 @@ EventRecord RecordQueue::at(size_t index) const {
 
 void RecordQueue::clear() {
   _records.clear();
+  _lines = 0;
   _slices.clear();
   _text.clear();
 }
 
 void RecordQueue::release() {
   _records = {};
+  _lines = 0;
   _slices = {};
   _text.release();
 }

@@ -22,6 +22,8 @@ class RecordQueue {
   // The bytes of the lines that wait.
   size_t textBytes() const { return _text.size(); }
   EventRecord at(size_t index) const;
+  // The lines of the log that its records stand for.
+  uint64_t lines() const { return _lines; }
   // Where in its log the first record's line begins; the queue is not empty.
   int64_t firstLineStart() const { return _records.front().lineStart; }
   void clear();
@@ -44,6 +46,7 @@ class RecordQueue {
   std::vector<Entry> _records;
   std::vector<FieldSlice> _slices;
   ByteBuffer _text;
+  uint64_t _lines = 0;
 };
 
 }  // namespace korvane

@@ -40,21 +40,24 @@ TEST_F(BulkCrash, AfterAnyCrashEveryByteArrivesOnce) {
     // Where a bundle was taken just before the cut, the server has it, or has not.
     for (const bool early : {false, true})
       for (size_t entries = 0; entries <= recording.size() && failure.empty(); ++entries)
-        recording.forEachCrashAfter(
-            entries, [&](const std::string& state, platform::MemoryFiles& disk) {
-              if (!failure.empty()) return;
-              ++states;
-              server = {};
-              losses.clear();
-              for (const Taken& one : taken)
-                if (early ? one.at <= entries : one.at < entries) server.take(one.name, one.bytes);
-              restart(&disk);
-              looks(6);
-              if (!server.fault.empty()) failure = state + ": " + server.fault;
-              for (const auto& [path, content] : logs)
-                if (server.content(path) != content) failure = state + ": " + path;
-              if (!losses.empty()) failure = state + ": told as lost";
-            });
+        recording.forEachCrashAfter(entries,
+                                    [&](const std::string& state, platform::MemoryFiles& disk) {
+                                      if (!failure.empty()) return;
+                                      ++states;
+                                      server = {};
+                                      losses.clear();
+                                      for (const Taken& one : taken)
+                                        if (early ? one.at <= entries : one.at < entries)
+                                          server.take(one.name, one.bytes);
+                                      restart(&disk);
+                                      looks(6);
+                                      if (!server.fault.empty())
+                                        failure = state + ": " + server.fault;
+                                      for (const auto& [path, content] : logs)
+                                        if (server.content(path) != content)
+                                          failure = state + ": " + path;
+                                      if (!losses.empty()) failure = state + ": told as lost";
+                                    });
     return failure;
   };
   EXPECT_EQ(fails(), "");
@@ -65,7 +68,8 @@ TEST_F(BulkCrash, AfterAnyCrashEveryByteArrivesOnce) {
     bool& known = needed[recording.describeFlush(flush)];
     known = known || !fails().empty();
   }
-  for (const auto& [flush, known] : needed) std::printf("%s: %s\n", flush.c_str(), known ? "needed" : "-");
+  for (const auto& [flush, known] : needed)
+    std::printf("%s: %s\n", flush.c_str(), known ? "needed" : "-");
   EXPECT_GE(std::ranges::count_if(needed, [](const auto& one) { return one.second; }), 4);
 }
 

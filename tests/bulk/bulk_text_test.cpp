@@ -35,7 +35,8 @@ TEST(BulkNames, ShapesPatternsAndEntries) {
   for (const char* other : {"korvane-agent-2026112209000000-1.log", "korvane-agent-1.log",
                             "korvane-agent-20261122090000000-.log"})
     EXPECT_FALSE(isOwnLog(other)) << other;
-  EXPECT_EQ(entriesOf(" /a/*.log ;; b c/d.log;"), (std::vector<std::string>{"/a/*.log", "b c/d.log"}));
+  EXPECT_EQ(entriesOf(" /a/*.log ;; b c/d.log;"),
+            (std::vector<std::string>{"/a/*.log", "b c/d.log"}));
   EXPECT_EQ(entryFault("/var/log/app*.log"), "");
   for (const char* bad : {"/a/*/b.log", "/a/b,c", "/a/b=c", "/a/", "/a/\"b\""})
     EXPECT_NE(entryFault(bad), "") << bad;
@@ -61,14 +62,18 @@ TEST(BulkManifest, IsReadBackWholeOrNotAtAll) {
   EXPECT_EQ(out, manifest);
   EXPECT_EQ(out.parts[0].entry, "ids/01-ev_1.csv");
   EXPECT_EQ(entryName(Kind::driver, 3, "x."), "driver/03-x_");
-  for (size_t end = 0; end < text.size(); ++end) EXPECT_FALSE(parseManifest(text.substr(0, end), out));
+  for (size_t end = 0; end < text.size(); ++end)
+    EXPECT_FALSE(parseManifest(text.substr(0, end), out));
   const std::pair<const char*, const char*> changes[] = {
-      {"bulk 1", "bulk 2"},     {"bundle=bulk-2", "bundle=bulk-x"}, {"end=2", "end=02"},
-      {"end=2", "end=3"},       {"end=2\n", "end=2\nx=1\n"},        {" 5 9 ", " 9 9 "},
-      {" 5 9 12", " 5 13 12"},  {" 5 9 ", " 05 9 "},                {" 5 9 ", " -5 9 "},
-      {" 5 9 ", "  5 9 "},      {" ids ", " hids "},                {"ids/01-", "agent/01-"},
-      {"ids/01-", "ids/1-"},    {"ids/01-", "../01-"},              {"ids/12-", "ids/01-"},
-      {"aaaa /", "aaaA /"},     {"-1 - /", "-0 - /"},               {"/srv/ev", "/srv/\x01v"},
+      {"bulk 1", "bulk 2"},        {"bundle=bulk-2", "bundle=bulk-x"},
+      {"end=2", "end=02"},         {"end=2", "end=3"},
+      {"end=2\n", "end=2\nx=1\n"}, {" 5 9 ", " 9 9 "},
+      {" 5 9 12", " 5 13 12"},     {" 5 9 ", " 05 9 "},
+      {" 5 9 ", " -5 9 "},         {" 5 9 ", "  5 9 "},
+      {" ids ", " hids "},         {"ids/01-", "agent/01-"},
+      {"ids/01-", "ids/1-"},       {"ids/01-", "../01-"},
+      {"ids/12-", "ids/01-"},      {"aaaa /", "aaaA /"},
+      {"-1 - /", "-0 - /"},        {"/srv/ev", "/srv/\x01v"},
       {"/srv/ev", "/srv/\xffv"}};
   for (const auto& [from, to] : changes) {
     std::string changed = text;
@@ -91,8 +96,8 @@ TEST(BulkState, IsReadBackWholeOrNotAtAll) {
         state.logs = {{Kind::agent, "aaaaaaaaaaaa", 7, 0, 12, -1, 12, "0123456789abcdef", "/a b"},
                       {Kind::external, "bbbbbbbbbbbb", 8, 12, 12, 5, 0, "0123456789abcdef", "/c"}};
       if (bundle)
-        state.bundle = {"bulk-20261122101530123-0k3v9xq2m7ab.zip", 77, std::string(64, '0'),
-                        {somePart(1)}};
+        state.bundle = {
+            "bulk-20261122101530123-0k3v9xq2m7ab.zip", 77, std::string(64, '0'), {somePart(1)}};
       state.sentBytes = ~uint64_t{0};
       std::string text = stateText(state);
       State out;

@@ -138,15 +138,18 @@ TEST_F(BulkWorld, EveryByteIsSentWaitsOrIsTold) {
     for (int step = 0; step < 60; ++step) {
       const int what = random.below(12);
       if (what < 4) {
-        there.push_back((what % 2 ? kOwn : kIds) + std::to_string(next++) + (what % 2 ? ".log" : ".csv"));
-        const std::string content = linesOf(static_cast<size_t>(random.below(90'000)), static_cast<char>('a' + step % 26));
+        there.push_back((what % 2 ? kOwn : kIds) + std::to_string(next++) +
+                        (what % 2 ? ".log" : ".csv"));
+        const std::string content =
+            linesOf(static_cast<size_t>(random.below(90'000)), static_cast<char>('a' + step % 26));
         fake.files.put(there.back(), content);
         written += content.size();
       } else if (what == 4 && !there.empty()) {
         // Nobody knows of a log that goes before a state could be written.
         files.heal();
         look();
-        const std::string& path = there[static_cast<size_t>(random.below(static_cast<int>(there.size())))];
+        const std::string& path =
+            there[static_cast<size_t>(random.below(static_cast<int>(there.size())))];
         fake.files.remove(path);
       } else if (what == 5) {
         answer = answer.empty() ? "refused" : "";
@@ -231,7 +234,8 @@ TEST_F(BulkWorld, AStateOrABundleThatIsUnusableIsTold) {
   look();
   EXPECT_EQ(events(10725), 2u);
   EXPECT_EQ(server.fault, "");
-  EXPECT_EQ(fake.files.content("/opt/korvane/IPS/bulk/bulk-20260101000000000-aaaaaaaaaaaa.zip.part"), "");
+  EXPECT_EQ(
+      fake.files.content("/opt/korvane/IPS/bulk/bulk-20260101000000000-aaaaaaaaaaaa.zip.part"), "");
 }
 
 TEST_F(BulkWorld, TheDiskLimitTakesKeptCopiesThenTheOldest) {
@@ -241,7 +245,8 @@ TEST_F(BulkWorld, TheDiskLimitTakesKeptCopiesThenTheOldest) {
     Disk(Files& to, platform::MemoryFiles& memory) : ForwardingFiles(to), _memory(memory) {}
     int remove(const std::string& path) override {
       const int error = ForwardingFiles::remove(path);
-      if (error == 0 && path.find("/bulk/") == std::string::npos) setUsed(--used), gone.push_back(path);
+      if (error == 0 && path.find("/bulk/") == std::string::npos)
+        setUsed(--used), gone.push_back(path);
       return error;
     }
     void setUsed(uint64_t percent) {
@@ -267,7 +272,8 @@ TEST_F(BulkWorld, TheDiskLimitTakesKeptCopiesThenTheOldest) {
   EXPECT_TRUE(exists(std::string(kOwn) + "1.log")) << "sent and kept";
   put(std::string(kIds) + "3.csv");
   put("/opt/korvane/IDS/logs/rt-4.csv.sent");
-  for (const char* path : {"/opt/korvane/IDS/logs/rt-8.csv", "/opt/korvane/IDS/logs/rt-9.csv", kApp})
+  for (const char* path :
+       {"/opt/korvane/IDS/logs/rt-8.csv", "/opt/korvane/IDS/logs/rt-9.csv", kApp})
     put(path);
   put(std::string(kOwn) + "2.log");
   put(std::string(kOwn) + "5.log");
@@ -284,10 +290,9 @@ TEST_F(BulkWorld, TheDiskLimitTakesKeptCopiesThenTheOldest) {
   for (const bulk::LogRecord& log : state().logs) EXPECT_EQ(log.position, 0u);
   look();
   EXPECT_EQ(disk.used, 86u);
-  EXPECT_EQ(disk.gone, (std::vector<std::string>{"/opt/korvane/IDS/logs/rt-4.csv.sent",
-                                                 std::string(kOwn) + "1.log",
-                                                 std::string(kIds) + "3.csv",
-                                                 std::string(kOwn) + "2.log"}));
+  EXPECT_EQ(disk.gone, (std::vector<std::string>{
+                           "/opt/korvane/IDS/logs/rt-4.csv.sent", std::string(kOwn) + "1.log",
+                           std::string(kIds) + "3.csv", std::string(kOwn) + "2.log"}));
   EXPECT_EQ(events(10723), 3u);
   ASSERT_EQ(losses.size(), 3u);
   EXPECT_EQ(losses[1].cause, bulk::Loss::Cause::diskLimit);

@@ -118,33 +118,33 @@ class BulkWorld : public testing::Test {
   LogSettings& settings() { return settingsOf(*AgentConfig::getInstance()).logs; }
 
   bulk::Parts parts(platform::Files& disk) {
-    return {.files = disk,
-            .clock = fake.clock,
-            .rights = fake.rights,
-            .settings = settings(),
-            .home = kHome,
-            .send = [this, &disk](const std::string& path) { return receive(disk, path); },
-            .ownLog = [] { return std::string(kOwn) + "9.log"; },
-            .driver = {.current =
-                           [this](STRING& path) { return path = driverNow, !driverNow.empty(); },
-                       .roll =
-                           [this](const STRING& path, std::string& reason) {
-                             reason = "refused";
-                             if (!rolls) return false;
-                             driverNow = path;
-                             return true;
-                           }},
-            .profile = {},
-            .lost =
-                [this](const bulk::Loss& loss) {
-                  // As the ledger does: the same loss counts once.
-                  const bool again = std::any_of(
-                      losses.begin(), losses.end(), [&](const bulk::Loss& told) {
-                        return told.log == loss.log && told.from == loss.from &&
-                               told.to == loss.to && told.cause == loss.cause;
-                      });
-                  if (!again) losses.push_back(loss);
-                }};
+    return {
+        .files = disk,
+        .clock = fake.clock,
+        .rights = fake.rights,
+        .settings = settings(),
+        .home = kHome,
+        .send = [this, &disk](const std::string& path) { return receive(disk, path); },
+        .ownLog = [] { return std::string(kOwn) + "9.log"; },
+        .driver = {.current = [this](STRING& path) { return path = driverNow, !driverNow.empty(); },
+                   .roll =
+                       [this](const STRING& path, std::string& reason) {
+                         reason = "refused";
+                         if (!rolls) return false;
+                         driverNow = path;
+                         return true;
+                       }},
+        .profile = {},
+        .lost =
+            [this](const bulk::Loss& loss) {
+              // As the ledger does: the same loss counts once.
+              const bool again =
+                  std::any_of(losses.begin(), losses.end(), [&](const bulk::Loss& told) {
+                    return told.log == loss.log && told.from == loss.from && told.to == loss.to &&
+                           told.cause == loss.cause;
+                  });
+              if (!again) losses.push_back(loss);
+            }};
   }
   bulk::Offer receive(platform::Files& disk, const std::string& path) {
     offered.push_back(platform::fileNameOf(path));
@@ -190,7 +190,8 @@ class BulkWorld : public testing::Test {
     size_t count = 0;
     for (const std::string& path : fake.files.paths())
       if (path.starts_with("/opt/korvane/own/")) {
-        const std::string content = fake.files.content(path), wanted = "," + std::to_string(id) + ",";
+        const std::string content = fake.files.content(path),
+                          wanted = "," + std::to_string(id) + ",";
         for (size_t at = 0; (at = content.find(wanted, at)) != std::string::npos; ++at) ++count;
       }
     return count;

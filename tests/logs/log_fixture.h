@@ -44,15 +44,18 @@ class LogFixture : public testing::Test {
     eventlog::EventLog::open(settings, fake.files, fake.clock);
     config().setHIDSRTLogFile(kLog);
     setLimits(100, 100);
+    ledger.emplace(platform::current().files, fake.clock);
+    ledger->open("/opt/korvane/IPS/lossledger");
   }
 
   AgentConfig& config() { return *AgentConfig::getInstance(); }
   Settings settings() { return settingsOf(config()); }
   ForwardingParts parts() {
     platform::Platform& now = platform::current();
-    return {now.files,       now.clock,          shutdownToken(),
-            settings().logs, settings().machine, AgentConfig::getHIDSInterface(),
-            counters};
+    return {now.files,          now.clock,
+            shutdownToken(),    settings().logs,
+            settings().machine, AgentConfig::getHIDSInterface(),
+            counters,           *ledger};
   }
   void setLimits(int32_t read, int32_t batch) {
     config().setMaxMessagesToRead(read);
@@ -80,6 +83,7 @@ class LogFixture : public testing::Test {
   platform::FaultyFiles files{fake.files};
   platform::Platform system = platform::withFiles(fake.platform(), files);
   ForwardingCounters counters{fake.clock};
+  std::optional<LossLedger> ledger;  // of the run
   ForwardingSwitch forwarding;
 
  private:

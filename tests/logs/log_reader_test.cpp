@@ -92,7 +92,7 @@ TEST_F(LogReaderTest, ADamagedPointersOffsetStaysInForce) {
   fake.files.put(kPointerFile, damaged);
   LogReader reader(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(reader), "2 ");
-  reader.savePointer(reader.position());
+  reader.savePointer(reader.position(), 0);
   EXPECT_EQ(FileLogPointer(kPointerFile).getCurrentLogName(), kLog);
 }
 
@@ -114,7 +114,7 @@ TEST_F(LogReaderTest, StartsAgainWhereTheLogWasShortenedOrReplaced) {
   EXPECT_EQ(pass(reader), "");
   follow();
   EXPECT_EQ(pass(reader), "4 5 ");
-  reader.savePointer(reader.position());
+  reader.savePointer(reader.position(), 0);
   fake.files.put(kLog, eventLine(6));
   LogReader later(HIDS_RT_LOG, parts());
   EXPECT_EQ(pass(later), "6 ") << "shortened while nobody read";
@@ -268,7 +268,7 @@ TEST_F(LogReaderTest, ALogBeyondTwoGiBGoesOnWhereItWas) {
   {
     LogReader reader(HIDS_RT_LOG, parts());
     EXPECT_EQ(pass(reader), "1 2 ");
-    reader.savePointer(kHole + static_cast<int64_t>(eventLine(1).size()));
+    reader.savePointer(kHole + static_cast<int64_t>(eventLine(1).size()), 0);
   }
   const std::string file = fake.files.content(kPointerFile);
   EXPECT_EQ(file.size(), FileLogPointer::kFileBytes);

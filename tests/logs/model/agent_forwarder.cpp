@@ -13,6 +13,7 @@
 #include "config/service_type.h"
 #include "config/settings.h"
 #include "ids/hids_component.h"
+#include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
 #include "logs/https_log_destination.h"
 #include "logs/log_processing_thread.h"
@@ -57,12 +58,15 @@ class AgentForwarder final : public Forwarder {
         HidsComponent::Surroundings{_machine.files(), _machine.clock, shutdownToken()},
         platform::joinPath(_machine.files(), {_machine.installRoot(), "IDS"}), [] { return 0; });
     _counters.emplace(_machine.clock);
+    _ledger.emplace(_machine.files(), _machine.clock);
+    _ledger->open(
+        platform::joinPath(_machine.files(), {_machine.installRoot(), "IPS", "lossledger"}));
     if (settings.serviceType == 1) {
       HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(_receiver));
     }
     const korvane::Settings sections = settingsOf(config);
     const ForwardingParts parts{_machine.files(), _machine.clock, shutdownToken(), sections.logs,
-                                sections.machine, &*_component,   *_counters};
+                                sections.machine, &*_component,   *_counters,      *_ledger};
     auto processor =
         std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, destination(settings, sections.server));
     _processor = processor.get();
@@ -112,6 +116,7 @@ class AgentForwarder final : public Forwarder {
   std::optional<platform::CurrentPlatform> _run;
   std::optional<HidsComponent> _component;
   std::optional<ForwardingCounters> _counters;
+  std::optional<LossLedger> _ledger;
   ForwardingSwitch _forwarding;
   std::unique_ptr<LogProcessingThread> _thread;
   LogProcessor* _processor = nullptr;
