@@ -2,14 +2,15 @@
 
 #include "agent/agent_context.h"
 #include "agent/agent_state_handler.h"
+#include "agent/bulk_wiring.h"
 #include "agent/standard_agent_comm.h"
+#include "bulk/bulk_log_processing_thread.h"
 #include "cloud/cloud_agent_comm.h"
 #include "cloud/comm_thread.h"
 #include "cloud/local_service.h"
 #include "config/service_type.h"
 #include "discovery/app_data_processing_thread.h"
 #include "discovery/generic_app_data_processing_thread.h"
-#include "logs/bulk_log_processing_thread.h"
 #include "logs/https_log_destination.h"
 #include "logs/log_processing_thread.h"
 #include "logs/log_processor.h"
@@ -123,8 +124,8 @@ Thread* makeLogProcessing(const AgentContext& context) {
   return thread.release();
 }
 
-Thread* makeBulkLogProcessing() {
-  return new BulkLogProcessingThread;
+Thread* makeBulkLogProcessing(const AgentContext& context) {
+  return new BulkLogProcessingThread(bulkPartsOf(context));
 }
 
 }  // namespace korvane

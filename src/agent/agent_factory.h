@@ -25,6 +25,6 @@ Thread* makeComm(const AgentContext& context, AgentInfo* info);
 Thread* makeUtil(AgentInfo* info);
 // Forwards the IDS component's real-time event log.
 Thread* makeLogProcessing(const AgentContext& context);
-Thread* makeBulkLogProcessing();
+Thread* makeBulkLogProcessing(const AgentContext& context);
 
 }  // namespace korvane

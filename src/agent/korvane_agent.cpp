@@ -203,7 +203,7 @@ bool KorvaneAgent::awaitFirstUpdate() {
 
 void KorvaneAgent::startLogThreads() {
   _workers.start(Worker::logProcessing, [this] { return makeLogProcessing(_context); });
-  _workers.start(Worker::bulkLogProcessing, makeBulkLogProcessing);
+  _workers.start(Worker::bulkLogProcessing, [this] { return makeBulkLogProcessing(_context); });
 }
 
 bool KorvaneAgent::supervise() {

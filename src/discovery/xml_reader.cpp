@@ -44,7 +44,8 @@ class ThrowingPanic final : public xercesc::PanicHandler {
 class XercesSession {
  public:
   XercesSession() {
-    xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr, &_panic);
+    xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr,
+                                          &_panic);
   }
   ~XercesSession() { xercesc::XMLPlatformUtils::Terminate(); }
   XercesSession(const XercesSession&) = delete;
@@ -103,7 +104,8 @@ class Forwarding final : public xercesc::DefaultHandler {
 void parse(std::string_view document, XmlHandler& handler) {
   using xercesc::XMLUni;
   Forwarding forwarding(handler);
-  const std::unique_ptr<xercesc::SAX2XMLReader> reader(xercesc::XMLReaderFactory::createXMLReader());
+  const std::unique_ptr<xercesc::SAX2XMLReader> reader(
+      xercesc::XMLReaderFactory::createXMLReader());
   reader->setFeature(XMLUni::fgSAX2CoreNameSpaces, false);
   reader->setFeature(XMLUni::fgSAX2CoreValidation, false);
   reader->setFeature(XMLUni::fgXercesSchema, false);

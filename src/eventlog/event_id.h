@@ -114,6 +114,16 @@ enum class EventId : int {
   applicationPolicyDamaged = 10620,
   applicationPoliciesNotApplied = 10621,
   applicationFolderMismatch = 10622,
+  // Bulk log transfer
+  bundleNotAccepted = 10720,
+  bundlesAcceptedAgain = 10721,
+  logsNotPacked = 10722,
+  logRemovedForSpace = 10723,
+  logGoneUnsent = 10724,
+  bulkStateUnusable = 10725,
+  bulkStateNotWritten = 10726,
+  externalLogNotFollowed = 10727,
+  driverLogNotRolled = 10728,
   // The loss ledger
   ledgerUnusable = 10730,
   ledgerNotWritten = 10731,

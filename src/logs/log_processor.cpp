@@ -214,7 +214,9 @@ void LogProcessor::releaseMemoryWhenIdle() {
 }
 
 bool LogProcessor::PostRealTimeProcessing(const STRING& file) {
-  return _type == HIDS_RT_LOG && removeSpentLog(_parts.files, file, *_stop);
+  if (_type != HIDS_RT_LOG) return false;
+  return _parts.settings.deleteLogs() ? removeSpentLog(_parts.files, file, *_stop)
+                                      : keepSpentLog(_parts.files, file);
 }
 
 }  // namespace korvane

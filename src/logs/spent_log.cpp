@@ -5,6 +5,7 @@
 
 #include "eventlog/event_log.h"
 #include "platform/files.h"
+#include "platform/paths.h"
 
 namespace korvane {
 namespace {
@@ -42,6 +43,10 @@ bool removeSpentLog(platform::Files& files, const STRING& file, StopToken& stop)
   stop.sleepFor(kRetryPauseMs);
   eventlog::trace(kSpentTag, "Deleting Real Time File %s (2nd Try)", file);
   return remove(files, file, ": (2nd Try) Error removing file ") || rename(files, file);
+}
+
+bool keepSpentLog(platform::Files& files, const STRING& file) {
+  return !platform::fileExists(files, file.toUtf8()) || rename(files, file);
 }
 
 }  // namespace korvane

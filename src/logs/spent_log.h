@@ -12,4 +12,7 @@ namespace korvane {
 // free; a file that is not there counts as removed. A stop cuts the pause short.
 [[nodiscard]] bool removeSpentLog(platform::Files& files, const STRING& file, StopToken& stop);
 
+// Renames it at once, for local copies that are to stay. True as above.
+[[nodiscard]] bool keepSpentLog(platform::Files& files, const STRING& file);
+
 }  // namespace korvane

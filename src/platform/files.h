@@ -95,6 +95,8 @@ class Files {
                                  std::vector<DirectoryEntry>& out) = 0;
   // How many bytes this process may still write to the disk of an existing directory.
   [[nodiscard]] virtual int freeBytes(const std::string& directory, uint64_t& out) = 0;
+  // How many bytes that disk holds in all.
+  [[nodiscard]] virtual int totalBytes(const std::string& directory, uint64_t& out) = 0;
   // Makes renames, creations and removals in `directory` durable.
   [[nodiscard]] virtual int flushDirectory(const std::string& directory) = 0;
 };

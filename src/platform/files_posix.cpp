@@ -171,6 +171,13 @@ class PosixFiles final : public Files {
     return 0;
   }
 
+  int totalBytes(const std::string& directory, uint64_t& out) override {
+    struct statvfs disk {};
+    if (::statvfs(directory.c_str(), &disk) != 0) return errno;
+    out = uint64_t{disk.f_blocks} * disk.f_frsize;
+    return 0;
+  }
+
   int resolve(const std::string& path, std::string& out) override {
     std::string rest = path;
     std::string done;

@@ -237,6 +237,14 @@ class WinFiles final : public Files {
     return 0;
   }
 
+  int totalBytes(const std::string& directory, uint64_t& out) override {
+    ULARGE_INTEGER total;
+    if (!::GetDiskFreeSpaceExW(widePath(directory).c_str(), nullptr, &total, nullptr))
+      return lastErrno();
+    out = total.QuadPart;
+    return 0;
+  }
+
   int resolve(const std::string& path, std::string& out) override {
     std::string there = path;
     for (std::string rest;;) {

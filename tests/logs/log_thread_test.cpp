@@ -1,7 +1,6 @@
 #include <future>
 
 #include "config/hids_interface.h"
-#include "logs/bulk_log_processing_thread.h"
 #include "logs/log_processing_thread.h"
 #include "tests/logs/log_fixture.h"
 #include "tests/support/watchdog.h"
@@ -114,13 +113,8 @@ TEST_F(LogThreadTest, RunsUntilItsStopAndEndsAtOnceInItsPause) {
 
 TEST_F(LogThreadTest, StopsBeforeItsStart) {
   LogProcessingThread logs(forwarding, nullptr, settings().logs);
-  BulkLogProcessingThread bulk, started;
-  started.start();
-  for (Thread* thread :
-       {static_cast<Thread*>(&logs), static_cast<Thread*>(&bulk), static_cast<Thread*>(&started)}) {
-    thread->stop();
-    join(*thread);
-  }
+  logs.stop();
+  join(logs);
 }
 
 TEST_F(LogThreadTest, LooksForTheIdsLogsIndependentlyAndGivesUp) {

@@ -206,6 +206,10 @@ TYPED_TEST(FilesConformance, howMuchIsFree) {
   EXPECT_EQ(this->files.freeBytes(this->world.root, free), 0);
   EXPECT_GT(free, 1u << 20);
   EXPECT_NE(this->files.freeBytes(this->at("none"), free), 0);
+  uint64_t total = 0;
+  EXPECT_EQ(this->files.totalBytes(this->world.root, total), 0);
+  EXPECT_GE(total, free);
+  EXPECT_NE(this->files.totalBytes(this->at("none"), total), 0);
 }
 
 TYPED_TEST(FilesConformance, whereAPathLeads) {

@@ -2,6 +2,8 @@
 
 #include <future>
 
+#include "archive/zip_writer.h"
+#include "bulk/bulk_manifest.h"
 #include "tests/server/server_fixture.h"
 
 namespace korvane::server {
@@ -97,8 +99,37 @@ TEST_F(ServerTest, ResultsUploadsAndApplicationData) {
     writeEnd(body);
     return body;
   };
-  post("bulk-log", withBinary("packed log", {{"file.name", "log.zip"}}, true), guid);
+  const auto sendBulk = [&](const std::string& name, const std::string& bytes) {
+    post("bulk-log", withBinary(bytes, {{"file.name", name}}, true), guid);
+  };
+  sendBulk("log.zip", "packed log");
   EXPECT_EQ(get("/binaries?type=bulk-log")[0]["file_name"], "log.zip");
+  EXPECT_NE(get("/bulk-files")[0]["fault"], "");
+  // Four parts of one log: in order, sent again, overlapping, behind a gap.
+  const std::pair<int, int> ranges[] = {{0, 10}, {0, 10}, {8, 14}, {20, 25}};
+  for (int i : {0, 1, 2, 3}) {
+    const std::string name =
+        "bulk-20260101000000000-aaaaaaaaaaa" + std::to_string(i - (i == 1)) + ".zip";
+    const auto [from, to] = ranges[i];
+    const bulk::Manifest manifest{
+        name,
+        {{"ids/01-a.csv", bulk::Kind::ids, "aaaaaaaaaaaa", static_cast<uint64_t>(from),
+          static_cast<uint64_t>(to), 30, 0, "", "/a.csv"}}};
+    archive::ZipWriter zip(name);
+    archive::Refusal refusal;
+    ASSERT_TRUE(
+        zip.add("ids/01-a.csv", std::string(static_cast<size_t>(to - from), 'x'), refusal) &&
+        zip.add(bulk::kManifestName, bulk::manifestText(manifest), refusal));
+    sendBulk(name, zip.finish());
+  }
+  const Json logs = get("/bulk-logs?agent=" + guid);
+  EXPECT_EQ(logs["files"], 4);
+  EXPECT_EQ(logs["repeated"], 1);
+  EXPECT_EQ(logs["faults"], 1);
+  EXPECT_EQ(logs["log_bytes"], 19);
+  EXPECT_EQ(logs["twice"], 2);
+  EXPECT_EQ(logs["logs"][0]["missing"], Json::parse("[[14,20],[25,30]]"));
+  EXPECT_EQ(logs["logs"][0]["complete"], false);
   post("result",
        withBinary("12345",
                   {{"result.type", "app.data"},

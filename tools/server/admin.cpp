@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "tools/server/bulk_files.h"
 #include "tools/server/notifications.h"
 #include "tools/server/reports.h"
 
@@ -161,6 +162,13 @@ void Admin::addReports() {
   });
   onGet("/binaries", [this](const auto& request, const auto&) {
     return reportBinaries(_records, pageOf(request));
+  });
+  onGet("/bulk-files", [this](const auto& request, const auto&) {
+    const Page page = pageOf(request);
+    return reportBulkFiles(_records, page.guid, page.after, page.limit);
+  });
+  onGet("/bulk-logs", [this](const auto& request, const auto&) {
+    return reportBulkLogs(_records, pageOf(request).guid);
   });
   onGet("/application-data", [this](const auto& request, const auto&) {
     return reportApplicationData(_records, pageOf(request));

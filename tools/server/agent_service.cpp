@@ -6,6 +6,7 @@
 #include <random>
 #include <sstream>
 
+#include "tools/server/bulk_files.h"
 #include "util/utf8.h"
 
 namespace korvane::server {
@@ -306,8 +307,7 @@ void AgentService::storeUpload(Exchange& exchange) {
   const auto fileName = propertyIn(exchange.firstProperties(), "file.name");
   for (const WireSection& section : exchange.message.sections) {
     if (section.isProperties()) continue;
-    _records.addBinary(exchange.answer.request, exchange.answer.agent, "bulk-log", section,
-                       fileName);
+    storeBulkFile(_records, exchange.answer.request, exchange.answer.agent, section, fileName);
   }
 }
 

@@ -29,6 +29,12 @@ CREATE TABLE IF NOT EXISTS assignments(id INTEGER PRIMARY KEY AUTOINCREMENT, at_
   properties TEXT, file TEXT, until TEXT);
 CREATE TABLE IF NOT EXISTS deliveries(assignment_id INTEGER, agent_id INTEGER, request_id INTEGER, at_ms INTEGER,
   result_id INTEGER, PRIMARY KEY(assignment_id, agent_id)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS bulk_files(id INTEGER PRIMARY KEY AUTOINCREMENT, binary_id INTEGER, agent_id INTEGER,
+  name TEXT, sha256 TEXT, size INTEGER, received INTEGER, first_ms INTEGER, last_ms INTEGER, fault TEXT,
+  UNIQUE(agent_id, name, sha256));
+CREATE TABLE IF NOT EXISTS bulk_parts(file_id INTEGER, entry TEXT, kind TEXT, log TEXT, from_byte INTEGER,
+  to_byte INTEGER, size INTEGER, modified_ms INTEGER, digest TEXT, path TEXT);
+CREATE INDEX IF NOT EXISTS parts_of_file ON bulk_parts(file_id);
 )";
 
 }  // namespace
@@ -161,7 +167,7 @@ void Records::reset(bool keepAgents) {
   _database.execute(
       "DELETE FROM requests; DELETE FROM spans; DELETE FROM events; DELETE FROM results; DELETE "
       "FROM binaries; "
-      "DELETE FROM application_data;");
+      "DELETE FROM application_data; DELETE FROM bulk_files; DELETE FROM bulk_parts;");
   if (!keepAgents) {
     _database.execute(
         "DELETE FROM agents; DELETE FROM properties; DELETE FROM assignments; DELETE FROM "

@@ -55,6 +55,9 @@ class ForwardingFiles : public Files {
   int freeBytes(const std::string& directory, uint64_t& out) override {
     return _to.freeBytes(directory, out);
   }
+  int totalBytes(const std::string& directory, uint64_t& out) override {
+    return _to.totalBytes(directory, out);
+  }
   int resolve(const std::string& path, std::string& out) override { return _to.resolve(path, out); }
   int replace(const std::string& from, const std::string& to) override {
     return _to.replace(from, to);

@@ -226,6 +226,13 @@ int MemoryFiles::freeBytes(const std::string& directory, uint64_t& out) {
   return 0;
 }
 
+int MemoryFiles::totalBytes(const std::string& directory, uint64_t& out) {
+  FileInfo found;
+  if (const int error = info(directory, found)) return error;
+  out = kTotalBytes;
+  return 0;
+}
+
 int MemoryFiles::replace(const std::string& from, const std::string& to) {
   const std::string source = normal(from), target = normal(to);
   FakeLock lock(_disk->mutex);

@@ -39,6 +39,7 @@ class MemoryFiles final : public Files {
   // There are no links.
   int resolve(const std::string& path, std::string& out) override;
   int freeBytes(const std::string& directory, uint64_t& out) override;
+  int totalBytes(const std::string& directory, uint64_t& out) override;
   int replace(const std::string& from, const std::string& to) override;
   int rename(const std::string& from, const std::string& to) override;
   int remove(const std::string& path) override;
@@ -48,6 +49,7 @@ class MemoryFiles final : public Files {
 
   // What freeBytes() says from now on; writes do not take of it.
   void setFreeBytes(uint64_t bytes) { _freeBytes = bytes; }
+  static constexpr uint64_t kTotalBytes = uint64_t{1} << 41;
   // Puts a whole file, with the directories above it.
   void put(const std::string& path, std::string_view bytes);
   // Makes a file that is there the one of this identity and time, as on a disk that was copied.
