@@ -29,6 +29,7 @@ class SharedLibraries;
 class SharedLibrary;
 class Socket;
 class Sockets;
+class Survey;
 class SystemInfo;
 class ThreadLocalSlot;
 class Threading;

@@ -16,6 +16,7 @@ std::unique_ptr<Clock> makeNativeClock();
 [[nodiscard]] std::unique_ptr<SystemInfo> makeNativeSystemInfo();
 [[nodiscard]] std::unique_ptr<SharedLibraries> makeNativeSharedLibraries();
 [[nodiscard]] std::unique_ptr<Devices> makeNativeDevices(const NativeOptions& options);
+[[nodiscard]] std::unique_ptr<Survey> makeNativeSurvey();
 [[nodiscard]] std::unique_ptr<Pipes> makeNativePipes(const NativeOptions& options);
 [[nodiscard]] std::unique_ptr<Rights> makeNativeRights(const NativeOptions& options);
 // Refers to `files` and `devices`, which must outlive it. Windows uses neither.
