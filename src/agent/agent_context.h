@@ -6,6 +6,7 @@
 
 #include "cloud/connector_presence.h"
 #include "config/settings.h"
+#include "discovery/machine_inventory.h"
 #include "logs/forwarding_counters.h"
 #include "logs/forwarding_switch.h"
 #include "platform/fwd.h"
@@ -14,6 +15,7 @@
 
 namespace korvane {
 
+class AppDataRequests;
 class ServerConnection;
 
 // What the threads of a run share beside its settings, its driver and its policies. Any thread.
@@ -23,6 +25,7 @@ struct AgentShared {
   ForwardingCounters counters;
   ForwardingSwitch forwarding;
   ConnectorPresence connector;
+  MachineInventory inventory;
 };
 
 struct AgentContext {
@@ -34,6 +37,7 @@ struct AgentContext {
   PolicyParts policies;
   ContentParts content;
   AgentShared& shared;
+  AppDataRequests& applicationData;
 };
 
 // Of the run that the calling thread has entered. Loads the settings the first time.
