@@ -6,6 +6,7 @@
 
 #include "cloud/connector_presence.h"
 #include "config/settings.h"
+#include "discovery/machine_inventory.h"
 #include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
 #include "logs/forwarding_switch.h"
@@ -15,6 +16,7 @@
 
 namespace korvane {
 
+class AppDataRequests;
 class ServerConnection;
 
 // What the threads of a run share beside its settings, its driver and its policies. Any thread.
@@ -25,6 +27,7 @@ struct AgentShared {
   ForwardingSwitch forwarding;
   LossLedger ledger;
   ConnectorPresence connector;
+  MachineInventory inventory;
 };
 
 struct AgentContext {
@@ -36,6 +39,7 @@ struct AgentContext {
   PolicyParts policies;
   ContentParts content;
   AgentShared& shared;
+  AppDataRequests& applicationData;
 };
 
 // Of the run that the calling thread has entered. Loads the settings the first time.

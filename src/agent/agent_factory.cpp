@@ -62,6 +62,16 @@ std::unique_ptr<LogDestination> makeLogDestination(const AgentContext& context) 
                                [&shared] { return shared.forwarding.mayForward(); }});
 }
 
+AppDataParts appDataParts(const AgentContext& context) {
+  return {context.system.files,
+          context.system.clock,
+          {context.settings.updates, context.settings.file},
+          context.applicationData,
+          context.shared.inventory,
+          isStandardAgent() ? &context.connection : nullptr,
+          isType3Agent()};
+}
+
 }  // namespace
 
 std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
@@ -88,11 +98,12 @@ Thread* makeComponentUpdate(const AgentContext& context) {
   return new ComponentUpdateThread(
       {context.content, context.system.clock, &AgentConfig::getHIDSInterface});
 }
-Thread* makeAppData() {
-  return new AppDataProcessingThread;
+Thread* makeAppData(const AgentContext& context) {
+  return new AppDataProcessingThread(appDataParts(context));
 }
-Thread* makeGenericAppData() {
-  return new GenericAppDataProcessingThread;
+Thread* makeGenericAppData(const AgentContext& context) {
+  return new GenericAppDataProcessingThread(appDataParts(context),
+                                            isStandardAgent() || isType3Agent());
 }
 Thread* makeUpdate(AgentInfo* info) {
   return new SupervisedUpdateThread(info);

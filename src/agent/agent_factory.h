@@ -18,8 +18,8 @@ class Thread;
 // Serves the local channel.
 Thread* makeLocalService(const AgentContext& context);
 Thread* makeComponentUpdate(const AgentContext& context);
-Thread* makeAppData();
-Thread* makeGenericAppData();
+Thread* makeAppData(const AgentContext& context);
+Thread* makeGenericAppData(const AgentContext& context);
 Thread* makeUpdate(AgentInfo* info);
 Thread* makeComm(const AgentContext& context, AgentInfo* info);
 Thread* makeUtil(AgentInfo* info);

@@ -170,14 +170,15 @@ void KorvaneAgent::reportPolicyState() {
 }
 
 void KorvaneAgent::startAppData() {
+  const auto generic = [this] { return makeGenericAppData(_context); };
   if (isStandardAgent() || isType3Agent()) {
-    _workers.start(Worker::genericAppData, makeGenericAppData);
+    _workers.start(Worker::genericAppData, generic);
     eventlog::trace(kMainTag, "Starting Generic AppData Processing Thread");
     return;
   }
   eventlog::trace(kMainTag, "Starting AppData Processing Thread");
-  _workers.start(Worker::genericAppData, makeGenericAppData);
-  _workers.start(Worker::appData, makeAppData);
+  _workers.start(Worker::genericAppData, generic);
+  _workers.start(Worker::appData, [this] { return makeAppData(_context); });
 }
 
 bool KorvaneAgent::startServerThreads() {

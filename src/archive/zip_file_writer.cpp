@@ -1,12 +1,11 @@
 #include "archive/zip_file_writer.h"
 
-#include <zip.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <new>
 
+#include "archive/zip_entry.h"
 #include "platform/files.h"
 
 namespace korvane::archive {
@@ -27,8 +26,6 @@ using detail::FileStream;
 
 constexpr int kFirstYear = 1980;
 constexpr int kLastYear = 2107;
-constexpr uLong kUtf8Names = 0x0800;
-constexpr int kDeflateMemory = 8;
 
 // A date as the format packs it.
 uLong packedDate(int64_t wallMs) {
@@ -130,12 +127,7 @@ int ZipFileWriter::result(int code) const {
 }
 
 int ZipFileWriter::begin(const std::string& name, int64_t modifiedMs) {
-  zip_fileinfo info{};
-  info.dosDate = packedDate(modifiedMs);
-  return result(zipOpenNewFileInZip4_64(_output->zip, name.c_str(), &info, nullptr, 0, nullptr, 0,
-                                        nullptr, Z_DEFLATED, Z_DEFAULT_COMPRESSION, 0, -MAX_WBITS,
-                                        kDeflateMemory, Z_DEFAULT_STRATEGY, nullptr, 0, 0,
-                                        kUtf8Names, 0));
+  return result(beginEntry(_output->zip, name.c_str(), packedDate(modifiedMs)));
 }
 
 int ZipFileWriter::add(std::string_view piece) {

@@ -8,13 +8,11 @@
 #include "archive/entry_name.h"
 #include "archive/entry_paths.h"
 #include "archive/memory_stream.h"
+#include "archive/zip_entry.h"
 
 namespace korvane::archive {
 namespace {
 
-constexpr uLong kFirstDay = 0x00210000;  // 1980-01-01, as the format writes dates
-constexpr uLong kNamesAreUtf8 = 0x0800;
-constexpr int kMemoryLevel = 8;
 constexpr size_t kWritePiece = 1u << 30;  // minizip takes lengths of 32 bits
 
 }  // namespace
@@ -30,12 +28,7 @@ struct ZipWriter::Output {
   Output& operator=(const Output&) = delete;
 
   bool add(const char* name, std::string_view content) {
-    zip_fileinfo info{};
-    info.dosDate = kFirstDay;
-    if (zipOpenNewFileInZip4_64(zip, name, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
-                                Z_DEFAULT_COMPRESSION, 0, -MAX_WBITS, kMemoryLevel,
-                                Z_DEFAULT_STRATEGY, nullptr, 0, 0, kNamesAreUtf8, 0) != ZIP_OK)
-      return false;
+    if (beginEntry(zip, name) != ZIP_OK) return false;
     int code = ZIP_OK;
     for (; code == ZIP_OK && !content.empty();
          content.remove_prefix(std::min(content.size(), kWritePiece)))

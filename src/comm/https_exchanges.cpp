@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "comm/application_data.h"
 #include "comm/handler_sources.h"
 #include "comm/https_handler.h"
 #include "comm/server_connection.h"
@@ -138,18 +139,20 @@ int HttpsHandler::sendFile(const STRING& path) {
 
 int HttpsHandler::sendApplicationData(const char* data, bool moreData, long length) {
   const STRING request = _connection.agent().applicationRequest();
+  const size_t bytes = data && length > 0 ? static_cast<size_t>(length) : 0;
+  MessageBody body;
+  writeApplicationData(applicationDataProperties(request, moreData), {data, bytes}, body);
+  return sendApplicationData(body, request, moreData, bytes);
+}
+
+int HttpsHandler::sendApplicationData(const MessageBody& finishedBody, const STRING& request,
+                                      bool moreData, size_t bytes) {
   eventlog::trace(kAppDataSource, "Sending Application Data");
   eventlog::trace(kAppDataSource, "Sent Request ID: %s", request);
   eventlog::trace(kAppDataSource, moreData ? "More Data Available" : "No More Data Available");
   HttpsMessageGenerator message(_connection.agent().charset());
-  message.addProperties({{"result.type", "app.data"},
-                         {"application.requestID", request},
-                         {"application.request.complete", STRING::fromBool(!moreData)}});
-  if (data && length > 0) {
-    message.addBinary(data, static_cast<size_t>(length));
-  } else {
-    eventlog::trace(kAppDataSource, "Sending no ADR data. Only properties.");
-  }
+  message.setBody(finishedBody);
+  if (bytes == 0) eventlog::trace(kAppDataSource, "Sending no ADR data. Only properties.");
   if (_connection.shuttingDown()) {
     eventlog::trace(kAppDataSource, "Agent Shutting Down. Stopping data transmission.");
     return -1;

@@ -110,6 +110,9 @@ class KORVANE_EXPORT HttpsHandler {
   [[nodiscard]] int sendFile(const STRING& path);
   // length 0 sends the properties alone. -1 without sending while the agent shuts down.
   [[nodiscard]] int sendApplicationData(const char* data, bool moreData, long length);
+  // The same with a finished body for that request (comm/application_data.h); `bytes` tells how much data is in it.
+  [[nodiscard]] int sendApplicationData(const MessageBody& finishedBody, const STRING& request,
+                                        bool moreData, size_t bytes);
   // firstPoll: the caller's first-poll mark; the message is the same either way.
   [[nodiscard]] int sendAgentStatusMessage(bool firstPoll);
   [[nodiscard]] int sendPolicyStateMessage();

@@ -34,6 +34,9 @@ bool ServerSettings::clearUniqueId(const STRING& guidUsed) {
   const ChangeGroup group(_store);
   const Synchronized hold(_store.lock);
   if (_store.communication.text(Key::agentId) != guidUsed) return false;
+  // Nobody has what was delivered under it.
+  ignoreResult(_store.assign(rowOf(Key::applicationsChecksum), {}));
+  ignoreResult(_store.assign(rowOf(Key::filesChecksum), {}));
   return _store.assign(rowOf(Key::agentId), {});
 }
 

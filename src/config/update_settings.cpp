@@ -30,6 +30,11 @@ int32_t UpdateSettings::getAppDataRetryInterval() const { return _store.number(K
 void UpdateSettings::setAppDataRetryInterval(int32_t value) { _store.change(Key::appDataRetryInterval, int64_t{value}); }
 int32_t UpdateSettings::getAppDataMaxRetries() const { return _store.number(Key::appDataMaxRetries); }
 void UpdateSettings::setAppDataMaxRetries(int32_t value) { _store.change(Key::appDataMaxRetries, int64_t{value}); }
+STRING UpdateSettings::getAppDataRequestNext() const { return _store.text(Key::appDataRequestNext); }
+void UpdateSettings::setAppDataRequestNext(const STRING& value) { _store.change(Key::appDataRequestNext, value); }
+uint32_t UpdateSettings::getAppDataScheduleInterval() const { return _store.interval(Key::appDataScheduleInterval); }
+STRING UpdateSettings::getAppDataScheduleLast() const { return _store.text(Key::appDataScheduleLast); }
+void UpdateSettings::setAppDataScheduleLast(const STRING& value) { _store.change(Key::appDataScheduleLast, value); }
 STRING UpdateSettings::getApplicationsChecksum() const { return _store.text(Key::applicationsChecksum); }
 void UpdateSettings::setApplicationsChecksum(const STRING& value) { _store.change(Key::applicationsChecksum, value); }
 STRING UpdateSettings::getFilesChecksum() const { return _store.text(Key::filesChecksum); }

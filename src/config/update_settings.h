@@ -37,6 +37,12 @@ class UpdateSettings {
   void setAppDataRetryInterval(int32_t seconds);
   int32_t getAppDataMaxRetries() const;
   void setAppDataMaxRetries(int32_t value);
+  // The request that is served next; empty without one.
+  STRING getAppDataRequestNext() const;
+  void setAppDataRequestNext(const STRING& value);
+  uint32_t getAppDataScheduleInterval() const;  // seconds; 0: there is no schedule
+  STRING getAppDataScheduleLast() const;        // milliseconds since 1970 UTC, decimal
+  void setAppDataScheduleLast(const STRING& value);
   STRING getApplicationsChecksum() const;
   void setApplicationsChecksum(const STRING& value);
   STRING getFilesChecksum() const;

@@ -2,10 +2,10 @@
 
 namespace korvane {
 
-AppDataProcessingThread::AppDataProcessingThread() : Thread(64 * 1024) {}
+AppDataProcessingThread::AppDataProcessingThread(const AppDataParts& parts) : _parts(parts) {}
 
 void AppDataProcessingThread::run() {
-  stopToken().sleepFor(platform::kInfinite);
+  AppDataWorker(_parts, stopToken()).run(/*keepsSchedule=*/false);
 }
 
 }  // namespace korvane

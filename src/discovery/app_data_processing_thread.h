@@ -1,17 +1,21 @@
-// The application data thread. It waits for its stop and does nothing else; docs/limitations.md
-// says so. Start, stop and destruction as for every Thread.
+// The application data thread, of agents of the types 0 and 2: serves the requests for application
+// data over the local channel (app_data_worker.h). Start, stop and destruction as for every Thread.
 #pragma once
 
 #include "agent/thread/thread.h"
+#include "discovery/app_data_worker.h"
 
 namespace korvane {
 
 class AppDataProcessingThread : public Thread {
  public:
-  AppDataProcessingThread();
+  explicit AppDataProcessingThread(const AppDataParts& parts);
 
  protected:
   void run() override;
+
+ private:
+  const AppDataParts _parts;
 };
 
 }  // namespace korvane

@@ -114,6 +114,14 @@ enum class EventId : int {
   applicationPolicyDamaged = 10620,
   applicationPoliciesNotApplied = 10621,
   applicationFolderMismatch = 10622,
+  // Application data
+  applicationDataCollected = 10710,
+  applicationDataAnswered = 10711,
+  applicationDataNotCollected = 10712,
+  applicationDataNotTaken = 10713,
+  applicationDataGivenUp = 10714,
+  applicationDataDamaged = 10716,
+  applicationDataNotNoted = 10717,
   // Bulk log transfer
   bundleNotAccepted = 10720,
   bundlesAcceptedAgain = 10721,

@@ -2,14 +2,12 @@
 
 #include "comm/https_handler.h"
 #include "comm/server_connection.h"
-#include "config/install_root.h"
 #include "config/policy_settings.h"
 #include "config/prevention.h"
 #include "config/settings_file.h"
 #include "config/update_settings.h"
 #include "discovery/app_data_requests.h"
 #include "eventlog/event_log.h"
-#include "platform/paths.h"
 #include "util/errors.h"
 #include "util/ignore_result.h"
 
@@ -20,10 +18,6 @@ constexpr char kUpdateSource[] = "UpdateThread";
 constexpr char kUpdateRunTag[] = "UpdateThread::run";
 constexpr char kAppDataTag[] = "UpdateThread::notifyAppDataCollection";
 constexpr uint32_t kUpdateCycleMs = 1000;
-
-STRING shortcutsFile(const platform::Files& files) {
-  return platform::joinPath(files, {installDirectory(), "shortcuts.txt"});
-}
 
 }  // namespace
 
@@ -168,20 +162,12 @@ void UpdateThread::notifyAppDataCollection() {
   }
   if (!_pending.applicationRequest) return;
   _pending.applicationRequest = false;
-  UpdateSettings& settings = _parts.settings.updates;
-  if (settings.isAppDataRequested()) {
-    eventlog::trace(kAppDataTag, "Application Data Collection already initiated");
-    return;
-  }
-  {
-    const SettingsFile::ChangeGroup group(_parts.settings.file);
-    settings.setAppDataRequested(true);
-    settings.setAppDataRequestID(_pending.applicationRequestId);
-  }
-  // What cannot be written now is written by one of the next loads.
-  ignoreResult(_parts.settings.file.UpdateAllIni());
-  eventlog::trace(kAppDataTag, "Posting the event");
-  _parts.applicationData.post(shortcutsFile(_parts.policy.files));
+  // A later request than the one that is served comes after it.
+  const auto asked = _parts.applicationData.ask({_parts.settings.updates, _parts.settings.file},
+                                                _pending.applicationRequestId);
+  eventlog::trace(kAppDataTag, asked == AppDataRequests::Asked::begun
+                                   ? "Posting the event"
+                                   : "Application Data Collection already initiated");
 }
 
 }  // namespace korvane
