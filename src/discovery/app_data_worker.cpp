@@ -13,8 +13,8 @@
 #include "eventlog/event_log.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
 #include "util/ignore_result.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {
@@ -243,7 +243,7 @@ int AppDataWorker::measureArchive(DeliveryState& state) const {
   if (const int error =
           _parts.files.open(_folder.unfinishedArchive(), platform::OpenMode::read, file))
     return error;
-  trust::Sha256 digest;
+  Sha256 digest;
   std::string piece(kDigestedBytes, '\0');
   for (state.size = 0;;) {
     if (stopping()) return ECANCELED;

@@ -7,8 +7,8 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
 #include "util/dates.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {
@@ -227,7 +227,7 @@ void Collector::writeFile(const FileRoot& root, const std::string& folder, platf
 std::string Collector::digestOf(platform::FileWalk& walk, const std::string& path) {
   std::unique_ptr<platform::SurveyedContent> content;
   int error = walk.open(content);
-  trust::Sha256 digest;
+  Sha256 digest;
   for (size_t got = 1; !error && got > 0;) {
     if (!goOn()) return {};
     error = content->read(_buffer.get(), kPieceBytes, got);

@@ -3,7 +3,7 @@
 #include <charconv>
 
 #include "platform/survey.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 #include "util/utf8.h"
 
 namespace korvane {
@@ -122,9 +122,9 @@ std::string_view InventoryRow::finish() {
 }
 
 void RowSum::add(const InventoryRow& row) {
-  const std::string digest = trust::sha256Of(row.counted());
+  const std::string digest = sha256Hex(row.counted());
   unsigned carry = 0;
-  for (size_t i = _sum.size(); i-- > 0 && digest.size() == trust::kDigestDigits;) {
+  for (size_t i = _sum.size(); i-- > 0 && digest.size() == kSha256Digits;) {
     unsigned byte = 0;
     std::from_chars(digest.data() + 2 * i, digest.data() + 2 * i + 2, byte, 16);
     carry += _sum[i] + byte;
@@ -136,7 +136,7 @@ void RowSum::add(const InventoryRow& row) {
 
 std::string RowSum::text() const {
   const std::string sum(_sum.begin(), _sum.end());
-  return trust::sha256Of(sum + std::to_string(_rows));
+  return sha256Hex(sum + std::to_string(_rows));
 }
 
 }  // namespace korvane

@@ -16,8 +16,8 @@
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "tests/support/simulated_agent.h"
-#include "trust/sha256.h"
 #include "util/agent_run.h"
+#include "util/sha256.h"
 
 namespace korvane::tests {
 
@@ -118,7 +118,7 @@ struct ReceivedData {
     }
     for (const auto& [offset, bytes] : pieces)
       if (offset == all.size()) all += bytes;
-    return std::to_string(all.size()) == size && trust::sha256Of(all) == digest ? all : "";
+    return std::to_string(all.size()) == size && sha256Hex(all) == digest ? all : "";
   }
   static std::string entry(const std::string& archive, const char* name) {
     archive::ZipArchive zip("received", archive);
