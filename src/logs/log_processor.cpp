@@ -91,12 +91,12 @@ void LogProcessor::passOver() {
 }
 
 void LogProcessor::handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted) {
-  ++counted.read;
   if (_rules.keepsBack(record)) {
     ++counted.keptBack;
     return passOver();
   }
   _idle = 0;
+  ++counted.read;
   if (!_folding || !_filter.passes(record.field(1))) {
     flushSummary();
     enqueue(record);
