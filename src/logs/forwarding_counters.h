@@ -22,7 +22,8 @@
 namespace korvane {
 
 struct ForwardingCounts {
-  uint64_t read = 0;       // events read from logs; start and end markers are none
+  uint64_t read = 0;       // events read from logs; start and end markers are none,
+                           // nor is what a log rule keeps back
   uint64_t forwarded = 0;  // records delivered: events, and summaries of repeated ones
   uint64_t folded = 0;     // events that went into a summary instead of a record of their own
   uint64_t keptBack = 0;   // events that a log rule keeps back

@@ -100,9 +100,8 @@ void LogProcessor::passOver(const ForwardingCounters::Pass& counted) {
 }
 
 void LogProcessor::countRead(const ForwardingCounters::Pass& counted) {
-  const uint64_t read = counted.read - counted.keptBack;
-  _reader.account().addRead(read - _readCounted);
-  _readCounted = read;
+  _reader.account().addRead(counted.read - _readCounted);
+  _readCounted = counted.read;
 }
 
 // What the account has as read and neither delivered nor lost.
@@ -111,12 +110,12 @@ uint64_t LogProcessor::held() const {
 }
 
 void LogProcessor::handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted) {
-  ++counted.read;
   if (_rules.keepsBack(record)) {
     ++counted.keptBack;
     return passOver(counted);
   }
   _idle = 0;
+  ++counted.read;
   if (!_folding || !_filter.passes(record.field(1))) {
     flushSummary();
     enqueue(record);

@@ -82,7 +82,9 @@ class Installed(unittest.TestCase):
 class Settings(Installed):
     def test_set_get_check_and_diff_without_an_agent(self):
         self.install()
-        self.assertIn("agent.name: demo-host -> Zoë\n", self.ask("config", "set", "agent.name=Zoë", "tcp.port=4711"))
+        self.assertEqual(self.ask("config", "set", "agent.name=Zoë", "tcp.port=4711"),
+                         "agent.name: demo-host -> Zoë, takes effect at the next start\n"
+                         "tcp.port: 2222 -> 4711, takes effect at once\nA running agent picks it up within a second.\n")
         self.assertEqual(self.ask("config", "get", "tcp.port"), "4711\n")
         self.assertEqual(json.loads(self.ask("config", "get", "agent.name", "--json"))["settings"], {"agent.name": "Zoë"})
         self.assertIn("agent.ini: 0 errors, 0 warnings", self.ask("config", "check"))
@@ -99,7 +101,10 @@ class Settings(Installed):
         self.ask("config", "set", "--force", "vendor.key=7")
         self.assertIn("[Other]\nvendor.key=****\n", self.ask("config", "get"))
         self.assertIn("[Other]\nvendor.key=7\n", self.ask("config", "get", "--show"))
-        self.assertEqual(self.ask("config", "set", "--force", "--show", "vendor.key=8").splitlines()[0], "vendor.key: 7 -> 8")
+        self.assertEqual(self.ask("config", "set", "--force", "--show", "vendor.key=8"),
+                         "vendor.key: 7 -> 8, kept for other programs\n")
+        changed = json.loads(self.ask("config", "set", "agent.name=Zoé", "--json"))["changed"]
+        self.assertEqual(changed[0]["takesEffect"], "at the next start")
         self.assertIn("+vendor.key=****\n", self.ask("config", "diff"))
         self.assertIn("Did you mean tcp.port?", self.refused(FAILED, "config", "get", "tcp.prot"))
 

@@ -156,6 +156,8 @@ TEST(IdsPolicy, ACorruptResultEndsTheThreadWithItsContext) {
       EXPECT_EQ(error.context(),
                 STRING(retranslation ? "processHIDSPolicyRetranslate" : "processHIDSPolicyUpdate"));
     }
+    EXPECT_EQ(cycles.results("result.type=policy.ids\nresult.errorcode=51\n"),
+              retranslation ? 0U : 1U);
   }
 }
 
