@@ -77,11 +77,10 @@ std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
 Thread* makeLocalService(const AgentContext& context) {
   const platform::Platform& system = context.system;
   const Settings& settings = context.settings;
-  return new LocalService(
-      aboutThisAgent(context), system.pipes,
-      {system.files, system.clock, system.systemInfo, settings.server, settings.policy,
-       settings.logs, settings.file, context.driver, context.connection, context.shared.counters,
-       context.shared.ledger});
+  return new LocalService(aboutThisAgent(context), system.pipes,
+                          {system.files, system.clock, system.systemInfo, settings.server,
+                           settings.policy, settings.logs, settings.file, context.driver,
+                           context.connection, context.shared.counters, context.shared.ledger});
 }
 
 Thread* makeComponentUpdate(const AgentContext& context) {
@@ -110,10 +109,14 @@ Thread* makeUtil(AgentInfo* info) {
 
 Thread* makeLogProcessing(const AgentContext& context) {
   AgentShared& shared = context.shared;
-  const ForwardingParts parts{
-      context.system.files,  context.system.clock,     context.stop,
-      context.settings.logs, context.settings.machine, AgentConfig::getHIDSInterface(),
-      shared.counters, shared.ledger};
+  const ForwardingParts parts{context.system.files,
+                              context.system.clock,
+                              context.stop,
+                              context.settings.logs,
+                              context.settings.machine,
+                              AgentConfig::getHIDSInterface(),
+                              shared.counters,
+                              shared.ledger};
   auto thread = std::make_unique<LogProcessingThread>(shared.forwarding, parts.ids, parts.settings);
   thread->attach(std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, makeLogDestination(context)));
   return thread.release();

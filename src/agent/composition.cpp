@@ -54,14 +54,14 @@ void openLedger(const AgentContext& context) {
   LossLedger& ledger = context.shared.ledger;
   ledger.open(installedFile("lossledger"));
   const auto told = std::make_shared<std::atomic<uint64_t>>(0);
-  context.connection.setStatusAddition(
-      {[&ledger, told](PropertyList& out) {
-         const LedgerView view = ledger.view();
-         if (view.revision != *told)
-           for (Property& property : ledgerProperties(view)) out.push_back(std::move(property));
-         return view.revision;
-       },
-       [told](uint64_t revision) { *told = revision; }});
+  context.connection.setStatusAddition({[&ledger, told](PropertyList& out) {
+                                          const LedgerView view = ledger.view();
+                                          if (view.revision != *told)
+                                            for (Property& property : ledgerProperties(view))
+                                              out.push_back(std::move(property));
+                                          return view.revision;
+                                        },
+                                        [told](uint64_t revision) { *told = revision; }});
 }
 
 }  // namespace

@@ -178,8 +178,7 @@ JsonTree sumsTree(const LossSums& sums) {
 JsonTree ledgerTree(const LossLedger& ledger) {
   const LedgerView view = ledger.view();
   JsonTree accounts, entries, tree;
-  for (const StreamAccount& account : view.accounts)
-    accounts.push_back({"", accountTree(account)});
+  for (const StreamAccount& account : view.accounts) accounts.push_back({"", accountTree(account)});
   for (const LedgerEntry& entry : view.entries) entries.push_back({"", entryTree(entry)});
   tree.push_back({"accounts", std::move(accounts)});
   tree.push_back({"totals", sumsTree(view.totals)});
@@ -193,8 +192,9 @@ JsonTree ledgerSummaryTree(const LossLedger& ledger) {
   putMember(tree, "entries", std::to_string(view.entries.size()));
   putMember(tree, "lines", std::to_string(linesLost(view.totals)));
   putMember(tree, "uncounted", std::to_string(uncountedLosses(view.totals)));
-  putFlag(tree, "closed", std::all_of(view.accounts.begin(), view.accounts.end(),
-                                      [](const auto& account) { return account.closed(); }));
+  putFlag(tree, "closed",
+          std::all_of(view.accounts.begin(), view.accounts.end(),
+                      [](const auto& account) { return account.closed(); }));
   return tree;
 }
 

@@ -14,8 +14,8 @@ std::string orNone(const std::string& text) {
 
 std::string accountText(const StreamAccount& account) {
   std::string text = account.stream + " " + formatIso8601(account.sinceMs);
-  for (const uint64_t number : {account.read, account.delivered, account.waiting, account.ledgered,
-                                account.uncounted})
+  for (const uint64_t number :
+       {account.read, account.delivered, account.waiting, account.ledgered, account.uncounted})
     (text += ' ') += std::to_string(number);
   return text;
 }
@@ -32,8 +32,8 @@ std::string entryText(const LedgerEntry& entry) {
 }
 
 template <class Item>
-void add(PropertyList& out, const char* many, const std::string& one, const std::vector<Item>& items,
-         std::string (*textOf)(const Item&)) {
+void add(PropertyList& out, const char* many, const std::string& one,
+         const std::vector<Item>& items, std::string (*textOf)(const Item&)) {
   out.emplace_back(many, STRING::fromInt(static_cast<int64_t>(items.size())));
   for (size_t i = 0; i < items.size(); ++i)
     out.emplace_back(STRING(one + std::to_string(i + 1)), STRING(textOf(items[i])));

@@ -73,9 +73,8 @@ std::string lossLine(const LedgerEntry& entry) {
   line += entry.stream.empty() ? kNoName : std::string_view(entry.stream);
   (line += ' ') += nameOf(entry.cause);
   line += entry.counted ? " counted" : " uncounted";
-  for (const uint64_t number :
-       {entry.count, uint64_t{entry.parts}, entry.number, entry.identity, entry.first.position,
-        entry.last.position})
+  for (const uint64_t number : {entry.count, uint64_t{entry.parts}, entry.number, entry.identity,
+                                entry.first.position, entry.last.position})
     (line += ' ') += std::to_string(number);
   for (const int64_t ms : {entry.first.wallMs, entry.last.wallMs})
     (line += ' ') += std::to_string(ms);
@@ -123,6 +122,11 @@ bool mergePair(std::vector<LedgerEntry>& all,
 }
 
 }  // namespace
+
+std::string sealedLedger(std::string text) {
+  text.resize(std::min(text.rfind("end "), text.size()));
+  return text + lastLine(text);
+}
 
 std::string ledgerText(const LedgerContent& content) {
   std::string text(kFirstLine);

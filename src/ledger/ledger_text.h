@@ -17,8 +17,9 @@
 namespace korvane {
 
 struct LedgerEntry : Loss {
-  uint32_t parts = 1;   // losses merged into it; with an empty log, losses of several logs
-  uint64_t number = 0;  // of the settlement that its stream's pointer may not have gone past; else 0
+  uint32_t parts = 1;  // losses merged into it; with an empty log, losses of several logs
+  uint64_t number =
+      0;  // of the settlement that its stream's pointer may not have gone past; else 0
 
   friend bool operator==(const LedgerEntry&, const LedgerEntry&) = default;
 };
@@ -42,6 +43,8 @@ struct LedgerContent {
 inline constexpr size_t kMaxLedgerEntries = 64;
 inline constexpr size_t kMaxLedgerStreams = 16;
 
+// The lines with the right last one in the place of the one that they have.
+std::string sealedLedger(std::string text);
 std::string ledgerText(const LedgerContent& content);
 // The slot may go on with NULs. Null, or what is wrong with it; `out` is undefined then.
 [[nodiscard]] const char* parseLedger(std::string_view slot, LedgerContent& out);

@@ -56,8 +56,7 @@ void LossLedger::open(const std::string& path) {
   _path = path;
   if (_path.empty()) return;
   const int error = openFile();
-  if (error != 0)
-    eventlog::event(EventId::ledgerNotWritten, kLedgerSource, {_path, error});
+  if (error != 0) eventlog::event(EventId::ledgerNotWritten, kLedgerSource, {_path, error});
   _failureReported = error != 0;
   changed();
 }
@@ -250,8 +249,9 @@ void LossLedger::publish(const std::string& stream, const StreamState& state, ui
   const StreamAccount account{stream,          state.sinceMs, state.read,
                               state.delivered, waiting,       linesLost(state.lost)};
   const Synchronized held(_lock);
-  const auto found = std::find_if(_accounts.begin(), _accounts.end(),
-                                  [&](const StreamAccount& known) { return known.stream == stream; });
+  const auto found =
+      std::find_if(_accounts.begin(), _accounts.end(),
+                   [&](const StreamAccount& known) { return known.stream == stream; });
   if (found == _accounts.end()) {
     _accounts.push_back(account);
   } else if (*found == account) {

@@ -58,10 +58,10 @@ struct StreamAccount {
 };
 
 struct LedgerView {
-  uint64_t revision = 0;               // another one whenever something below changed
+  uint64_t revision = 0;                // another one whenever something below changed
   std::vector<StreamAccount> accounts;  // by stream name
-  LossSums totals{};                   // of all entries
-  std::vector<LedgerEntry> entries;    // oldest first
+  LossSums totals{};                    // of all entries
+  std::vector<LedgerEntry> entries;     // oldest first
 };
 
 class LossLedger {

@@ -81,8 +81,7 @@ bool FileLogSource::openNamed(const STRING& name, int64_t offset) {
   }
   eventlog::trace(kOpenTag, "Event Log file name : %s", name);
   useFile(std::move(file), name);
-  _isAnotherLog =
-      _head.bytes > 0 && headOf(*_file, static_cast<int64_t>(_head.bytes)) != _head;
+  _isAnotherLog = _head.bytes > 0 && headOf(*_file, static_cast<int64_t>(_head.bytes)) != _head;
   // The mark is looked for at the beginning.
   ignoreResult(_file->seek(0));
   startReading(detectUtf16(), offset);

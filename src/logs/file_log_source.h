@@ -120,7 +120,7 @@ class FileLogSource : public LogSource {
   LogHead _head;           // of the pointer's log
   bool _isAnotherLog = false;
   std::optional<StreamState> _state;  // to be saved
-  STRING _reportedPath;       // whose failed opening has been reported
+  STRING _reportedPath;               // whose failed opening has been reported
   bool _markAwaited = false;  // the log was opened by its name before its first bytes were there
 };
 

@@ -52,9 +52,8 @@ class LogAccount {
   // `held`: lines that were read and are neither delivered nor lost, all of them behind `position`.
   [[nodiscard]] Settled settleBefore(int64_t position, uint64_t held);
   // When nothing is held and the pointer leaves the log.
-  [[nodiscard]] Settled settleAll() {
-    return settleBefore(std::numeric_limits<int64_t>::max(), 0);
-  }
+  [[nodiscard]] Settled settleAll() { return settleBefore(std::numeric_limits<int64_t>::max(), 0); }
+  bool lostBefore(int64_t position) const;
   void publish(uint64_t held);
 
  private:

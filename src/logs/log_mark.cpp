@@ -21,7 +21,8 @@ uint64_t hashBefore(platform::File& file, int64_t position) {
 
 LogHead headOf(platform::File& file, int64_t position) {
   platform::FileInfo info;
-  std::string bytes(static_cast<size_t>(std::clamp<int64_t>(position, 0, LogHead::kMaxBytes)), '\0');
+  std::string bytes(static_cast<size_t>(std::clamp<int64_t>(position, 0, LogHead::kMaxBytes)),
+                    '\0');
   size_t got = 0;
   if (file.info(info) != 0 || file.seek(0) != 0 || file.read(bytes.data(), bytes.size(), got) != 0)
     return {};

@@ -74,6 +74,7 @@ class LogProcessor {
   void enqueue(const EventRecord& record);
   void flushSummary();
   void flushOldSummary();
+  void settleLosses();
   void finishPass();
   void leaveFinishedLog();
   void removeLeftOver();
@@ -92,10 +93,10 @@ class LogProcessor {
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;          // markers read since the last event
-  int _idlePasses = 0;    // passes that read nothing
+  int _idle = 0;              // markers read since the last event
+  int _idlePasses = 0;        // passes that read nothing
   uint64_t _readCounted = 0;  // of this pass's events, those that the account has
-  bool _refused = false;  // the last batch was not delivered
+  bool _refused = false;      // the last batch was not delivered
   size_t _queuedBytes = 0;
   std::optional<RecordNotes> _notes;  // of this pass, for that count
   size_t _batchLimit = 0;

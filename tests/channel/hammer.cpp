@@ -65,9 +65,10 @@ class Serving {
   explicit Serving(Machine& machine)
       : _counters(*machine.clock),
         _ledger(machine.fake.files, *machine.clock),
-        _parts{machine.fake.files,  *machine.clock, machine.fake.systemInfo, _settings.server,
-               _settings.policy,    _settings.logs, _settings.file,          currentDriver(),
-               currentConnection(), _counters, _ledger},
+        _parts{machine.fake.files, *machine.clock,   machine.fake.systemInfo,
+               _settings.server,   _settings.policy, _settings.logs,
+               _settings.file,     currentDriver(),  currentConnection(),
+               _counters,          _ledger},
         _transport(machine.native.pipes, *machine.clock, machine.name, RPCNamedPipe::Role::server),
         _server(_transport, *machine.clock) {
     _about.techStatus = [] { return std::string("IPS Online\n"); };

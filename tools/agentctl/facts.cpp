@@ -8,12 +8,12 @@
 #include "agentctl/settings_view.h"
 #include "config/agent_settings.h"
 #include "config/ini_files.h"
+#include "config/log_names.h"
+#include "config/log_settings.h"
 #include "config/masking.h"
 #include "config/properties_file.h"
 #include "config/server_list.h"
 #include "config/service_type.h"
-#include "config/log_names.h"
-#include "config/log_settings.h"
 #include "driver/driver.h"
 #include "ledger/loss_ledger.h"
 #include "logs/file_log_pointer.h"
@@ -106,14 +106,10 @@ LedgerView filedLedger(Context& context, const SettingsView& settings) {
 }
 
 Json asJson(const StreamAccount& account) {
-  return {{"log", account.stream},
-          {"since", formatIso8601(account.sinceMs)},
-          {"read", account.read},
-          {"delivered", account.delivered},
-          {"waiting", account.waiting},
-          {"ledgered", account.ledgered},
-          {"uncounted", account.uncounted},
-          {"closed", account.closed()}};
+  return {{"log", account.stream},          {"since", formatIso8601(account.sinceMs)},
+          {"read", account.read},           {"delivered", account.delivered},
+          {"waiting", account.waiting},     {"ledgered", account.ledgered},
+          {"uncounted", account.uncounted}, {"closed", account.closed()}};
 }
 
 Json asJson(const LedgerEntry& entry) {
@@ -267,8 +263,7 @@ Json ledgerFacts(Context& context) {
     facts.update(typed(*answer));
     return facts;
   }
-  const LedgerView view =
-      filedLedger(context, SettingsView::ofInstallation(context.iniFiles()));
+  const LedgerView view = filedLedger(context, SettingsView::ofInstallation(context.iniFiles()));
   Json facts = {{"running", false},
                 {"accounts", Json::array()},
                 {"totals", totalsAsJson(view.totals)},

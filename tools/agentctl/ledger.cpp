@@ -31,8 +31,8 @@ Rows accountRows(const Json& facts) {
                                                 textAt(account, "waiting") + ", ledgered " +
                                                 textAt(account, "ledgered")});
     const bool closed = textAt(account, "closed") == "true";
-    rows.push_back({"", (closed ? "closed, since " : "does NOT close, since ") +
-                            textAt(account, "since")});
+    rows.push_back(
+        {"", (closed ? "closed, since " : "does NOT close, since ") + textAt(account, "since")});
   }
   return rows;
 }

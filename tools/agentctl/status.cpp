@@ -136,11 +136,12 @@ void addLosses(const Json& facts, Rows& rows) {
   if (!facts.contains("ledger")) return;
   const std::string lines = textAt(facts, "ledger/lines");
   const std::string uncounted = textAt(facts, "ledger/uncounted");
-  rows.push_back({"Lost", lines == "0" && uncounted == "0"
-                              ? "nothing"
-                              : lines + " lines" +
-                                    (uncounted == "0" ? "" : ", " + uncounted + " times uncounted") +
-                                    " (agentctl ledger)"});
+  rows.push_back(
+      {"Lost", lines == "0" && uncounted == "0"
+                   ? "nothing"
+                   : lines + " lines" +
+                         (uncounted == "0" ? "" : ", " + uncounted + " times uncounted") +
+                         " (agentctl ledger)"});
   if (textAt(facts, "ledger/closed") == "false")
     rows.push_back({"", "the accounts of the logs do not close"});
 }

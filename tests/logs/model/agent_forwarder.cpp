@@ -59,14 +59,14 @@ class AgentForwarder final : public Forwarder {
         platform::joinPath(_machine.files(), {_machine.installRoot(), "IDS"}), [] { return 0; });
     _counters.emplace(_machine.clock);
     _ledger.emplace(_machine.files(), _machine.clock);
-    _ledger->open(platform::joinPath(_machine.files(), {_machine.installRoot(), "IPS", "lossledger"}));
+    _ledger->open(
+        platform::joinPath(_machine.files(), {_machine.installRoot(), "IPS", "lossledger"}));
     if (settings.serviceType == 1) {
       HttpsHandler::setTransport(std::make_unique<ScriptedTransport>(_receiver));
     }
     const korvane::Settings sections = settingsOf(config);
     const ForwardingParts parts{_machine.files(), _machine.clock, shutdownToken(), sections.logs,
-                                sections.machine, &*_component,   *_counters,
-                                *_ledger};
+                                sections.machine, &*_component,   *_counters,      *_ledger};
     auto processor =
         std::make_unique<LogProcessor>(HIDS_RT_LOG, parts, destination(settings, sections.server));
     _processor = processor.get();
@@ -87,6 +87,7 @@ class AgentForwarder final : public Forwarder {
     if (!config.registered()) config.setUniqueId(kIdentifier);
   }
 
+  LedgerView ledger() const override { return _ledger->view(); }
   void kill() override { end(); }
   void stop() override { end(); }
 
