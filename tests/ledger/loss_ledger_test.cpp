@@ -237,14 +237,13 @@ TEST_F(LossLedgerTest, EveryStateThatAPowerCutLeavesHasEachLossOnce) {
 TEST_F(LossLedgerTest, TheFileIsAsItsPageSays) {
   LedgerContent content{7, {{kStream, 3}}, {}};
   LedgerEntry& rejected = content.entries.emplace_back();
-  static_cast<Loss&>(rejected) = {kStream, "/opt/korvane/IDS/logs/0.csv", LossCause::lineRejected,
-                                  2,       true,
-                                  {4711, 1795429530123},
-                                  {4830, 1795429530124},
-                                  1835021};
+  static_cast<Loss&>(rejected) = {
+      kStream, "/opt/korvane/IDS/logs/0.csv", LossCause::lineRejected, 2,
+      true,    {4711, 1795429530123},         {4830, 1795429530124},   1835021};
   LedgerEntry& limit = content.entries.emplace_back();
-  static_cast<Loss&>(limit) = {"", "/opt/korvane/logs/a b.log", LossCause::diskLimit, 1, false,
-                               {0, 1795429531000}, {1048576, 1795429531000}, 1835044};
+  static_cast<Loss&>(limit) = {
+      "",    "/opt/korvane/logs/a b.log", LossCause::diskLimit,     1,
+      false, {0, 1795429531000},          {1048576, 1795429531000}, 1835044};
   const std::string text = ledgerText(content);
   EXPECT_EQ(text.substr(0, text.rfind("end ")),
             "korvane-ledger 1\ngeneration 7\nstream 3 hidslog1rt\n"
@@ -255,9 +254,12 @@ TEST_F(LossLedgerTest, TheFileIsAsItsPageSays) {
   LedgerContent read;
   EXPECT_EQ(parseLedger(text + std::string(100, '\0'), read), nullptr);
   EXPECT_EQ(read, content);
-  for (const auto& [from, to] : {std::pair("ledger 1", "ledger 2"), {"counted 2", "counted x"},
-                                 {"line-rejected", "line-forgotten"}, {" 2 1 0", " 2 0 0"},
-                                 {"stream 3 hidslog1rt", "stream 3 "}, {"loss -", "gain -"}}) {
+  for (const auto& [from, to] : {std::pair("ledger 1", "ledger 2"),
+                                 {"counted 2", "counted x"},
+                                 {"line-rejected", "line-forgotten"},
+                                 {" 2 1 0", " 2 0 0"},
+                                 {"stream 3 hidslog1rt", "stream 3 "},
+                                 {"loss -", "gain -"}}) {
     std::string damaged = text;
     damaged.replace(damaged.find(from), std::string_view(from).size(), to);
     EXPECT_NE(parseLedger(damaged, read), nullptr) << "its hash does not fit";

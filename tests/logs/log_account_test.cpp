@@ -41,9 +41,7 @@ class LogAccountTest : public LogFixture {
     const LedgerView view = ledger->view();
     return view.accounts.empty() ? StreamAccount() : view.accounts.front();
   }
-  LossSum lost(LossCause cause) const {
-    return ledger->view().totals[static_cast<size_t>(cause)];
-  }
+  LossSum lost(LossCause cause) const { return ledger->view().totals[static_cast<size_t>(cause)]; }
   // Of the agent as it runs, and of one that begins where this one is killed.
   void expectBooks(uint64_t read, uint64_t delivered, uint64_t ledgered, uint64_t uncounted = 0) {
     for (const char* when : {"running", "killed"}) {
