@@ -6,8 +6,8 @@
 #include "config/install_root.h"
 #include "config/service_type.h"
 #include "config/settings.h"
-#include "platform/files.h"
 #include "ledger/loss_ledger.h"
+#include "platform/files.h"
 #include "platform/platform.h"
 
 namespace korvane::bench {

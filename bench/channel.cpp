@@ -145,9 +145,10 @@ void measure(int calls, int large) {
   const Settings settings = settingsOf(*AgentConfig::getInstance());
   const ForwardingCounters counters(system.clock);
   const LossLedger ledger(system.files, system.clock);
-  const LocalParts parts{system.files,        system.clock,  system.systemInfo, settings.server,
-                         settings.policy,     settings.logs, settings.file,     currentDriver(),
-                         currentConnection(), counters,      ledger};
+  const LocalParts parts{system.files,    system.clock,    system.systemInfo,
+                         settings.server, settings.policy, settings.logs,
+                         settings.file,   currentDriver(), currentConnection(),
+                         counters,        ledger};
   Times status;
   Large whole;
   {
