@@ -12,13 +12,12 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr std::array kNumbers = {
-    constexpr std::array kNumbers = {
-        "type"sv,          "uptimeSeconds"sv, "pid"sv,       "code"sv,         "stateCode"sv,
-        "errorCode"sv,     "offset"sv,        "read"sv,      "forwarded"sv,    "folded"sv,
-        "rejected"sv,      "retried"sv,       "dropped"sv,   "backlogBytes"sv, "backlogRecords"sv,
-        "milliseconds"sv,  "keptBack"sv,      "delivered"sv, "waiting"sv,      "ledgered"sv,
-        "uncounted"sv,     "count"sv,         "parts"sv,     "lines"sv,        "entries"sv,
-        "firstPosition"sv, "lastPosition"sv};
+    "type"sv,          "uptimeSeconds"sv, "pid"sv,       "code"sv,         "stateCode"sv,
+    "errorCode"sv,     "offset"sv,        "read"sv,      "forwarded"sv,    "folded"sv,
+    "rejected"sv,      "retried"sv,       "dropped"sv,   "backlogBytes"sv, "backlogRecords"sv,
+    "milliseconds"sv,  "keptBack"sv,      "delivered"sv, "waiting"sv,      "ledgered"sv,
+    "uncounted"sv,     "count"sv,         "parts"sv,     "lines"sv,        "entries"sv,
+    "firstPosition"sv, "lastPosition"sv};
 constexpr std::array kTruths = {
     "shuttingDown"sv, "registered"sv, "builtIn"sv,         "recordsExact"sv,
     "trace"sv,        "running"sv,    "requested"sv,       "ok"sv,

@@ -197,6 +197,8 @@ std::string checkLedger(const WireProperties& properties) {
                                   std::pair("ledger.entries", "ledger.entry.")}) {
     if (next == properties.size()) return std::string("the property \"") + many + "\" is missing";
     const std::string& count = properties[next].second;
+    if (!properties[next].first.starts_with("ledger."))
+      return inQuotes(properties[next].first) + " is one too many";
     if (properties[next].first != many || !isNumber(count, 0) || count.size() > 3)
       return inQuotes(properties[next].first) + " is not the number of \"" + many + "\"";
     ++next;
