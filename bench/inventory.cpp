@@ -9,6 +9,8 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
+#include <string>
 #include <thread>
 
 #include "discovery/inventory.h"
@@ -29,6 +31,18 @@ double cpuSeconds(const rusage& used) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
   };
   return of(used.ru_utime) + of(used.ru_stime);
+}
+
+// "VmRSS" or "VmHWM" of this process. What getrusage has as its peak is also the peak of who started it.
+long memoryKib(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    if (word != name + ":") continue;
+    long kib = 0;
+    status >> kib;
+    return kib;
+  }
+  return 0;
 }
 
 rusage usage() {
@@ -54,6 +68,7 @@ int main(int argc, char** argv) {
   korvane::Inventory inventory(platform.clock, platform.files, *survey);
   korvane::StopToken stop;
   stop.sleepFor(1);
+  const long idle = memoryKib("VmRSS");
   const rusage before = usage();
   const auto began = Clock::now();
   Clock::time_point stopped = began;
@@ -75,7 +90,7 @@ int main(int argc, char** argv) {
       "\"complete\": %s, \"peak_above_kib\": %ld, \"stop_ms\": %.1f}\n",
       wall, cpu, cpu / wall, static_cast<unsigned long long>(got.rows),
       static_cast<unsigned long long>(got.skipped), got.complete ? "true" : "false",
-      after.ru_maxrss - before.ru_maxrss,
+      memoryKib("VmHWM") - idle,
       got.stopped ? seconds(ended - stopped) * 1000 : 0.0);
   return got.error.empty() ? 0 : 1;
 }
