@@ -86,11 +86,11 @@ int main(int argc, char** argv) {
   const double wall = seconds(ended - began), cpu = cpuSeconds(after) - cpuSeconds(before);
   if (!got.error.empty()) std::fprintf(stderr, "%s\n", got.error.toUtf8().c_str());
   std::printf(
-      "{\"seconds\": %.3f, \"cpu_seconds\": %.3f, \"share\": %.4f, \"rows\": %llu, \"skipped\": %llu, "
+      "{\"seconds\": %.3f, \"cpu_seconds\": %.3f, \"share\": %.4f, \"rows\": %llu, \"skipped\": "
+      "%llu, "
       "\"complete\": %s, \"peak_above_kib\": %ld, \"stop_ms\": %.1f}\n",
       wall, cpu, cpu / wall, static_cast<unsigned long long>(got.rows),
       static_cast<unsigned long long>(got.skipped), got.complete ? "true" : "false",
-      memoryKib("VmHWM") - idle,
-      got.stopped ? seconds(ended - stopped) * 1000 : 0.0);
+      memoryKib("VmHWM") - idle, got.stopped ? seconds(ended - stopped) * 1000 : 0.0);
   return got.error.empty() ? 0 : 1;
 }

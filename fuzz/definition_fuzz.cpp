@@ -32,7 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       require(refusal.starts_with("line ") && refusal.find(", column ") != std::string::npos);
       continue;
     }
-    require(text.find("<!DOCTYPE") == std::string_view::npos || text.find("<!--") != std::string_view::npos ||
+    require(text.find("<!DOCTYPE") == std::string_view::npos ||
+            text.find("<!--") != std::string_view::npos ||
             text.find("<?") != std::string_view::npos);
     require(read.files.size() <= 256 && read.registry.size() <= 256);
     require(std::all_of(read.files.begin(), read.files.end(), isWithinBounds));

@@ -203,8 +203,8 @@ void Collector::collectFiles(const FileRoot& root) {
   }
 }
 
-void Collector::writeFile(const FileRoot& root, const std::string& folder,
-                          platform::FileWalk& walk, const platform::SurveyedEntry& entry) {
+void Collector::writeFile(const FileRoot& root, const std::string& folder, platform::FileWalk& walk,
+                          const platform::SurveyedEntry& entry) {
   const std::string path = folder + entry.relative;
   std::string digest;
   if (root.hash && entry.size <= root.hashLimit) {

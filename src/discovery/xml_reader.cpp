@@ -45,7 +45,8 @@ class ThrowingPanic final : public xercesc::PanicHandler {
 class XercesSession {
  public:
   XercesSession() {
-    xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr, &_panic);
+    xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr,
+                                          &_panic);
   }
   ~XercesSession() { xercesc::XMLPlatformUtils::Terminate(); }
   XercesSession(const XercesSession&) = delete;
@@ -115,7 +116,8 @@ size_t malformedLine(std::string_view document) {
 void parse(std::string_view document, XmlHandler& handler) {
   using xercesc::XMLUni;
   Forwarding forwarding(handler);
-  const std::unique_ptr<xercesc::SAX2XMLReader> reader(xercesc::XMLReaderFactory::createXMLReader());
+  const std::unique_ptr<xercesc::SAX2XMLReader> reader(
+      xercesc::XMLReaderFactory::createXMLReader());
   reader->setFeature(XMLUni::fgSAX2CoreNameSpaces, false);
   reader->setFeature(XMLUni::fgSAX2CoreValidation, false);
   reader->setFeature(XMLUni::fgXercesSchema, false);

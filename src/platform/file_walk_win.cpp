@@ -42,8 +42,8 @@ FileHandle openBelow(HANDLE folder, const std::wstring& name, ACCESS_MASK access
   IO_STATUS_BLOCK status;
   HANDLE opened = nullptr;
   const NTSTATUS failed =
-      ::NtOpenFile(&opened, access | FILE_READ_ATTRIBUTES | SYNCHRONIZE, &object, &status, kShareAll,
-                   options | FILE_SYNCHRONOUS_IO_NONALERT | FILE_OPEN_FOR_BACKUP_INTENT);
+      ::NtOpenFile(&opened, access | FILE_READ_ATTRIBUTES | SYNCHRONIZE, &object, &status,
+                   kShareAll, options | FILE_SYNCHRONOUS_IO_NONALERT | FILE_OPEN_FOR_BACKUP_INTENT);
   error = failed < 0 ? errnoOfWin32(::RtlNtStatusToDosError(failed)) : 0;
   return failed < 0 ? FileHandle() : FileHandle(opened);
 }
@@ -127,9 +127,11 @@ class WinFileWalk final : public FileWalk {
     FileHandle folder = openBelow(_levels.back().folder->handle(), _name, FILE_LIST_DIRECTORY,
                                   FILE_DIRECTORY_FILE | FILE_OPEN_REPARSE_POINT, error);
     FILE_ATTRIBUTE_TAG_INFO found{};
-    if (!error && !::GetFileInformationByHandleEx(folder.get(), FileAttributeTagInfo, &found, sizeof found))
+    if (!error &&
+        !::GetFileInformationByHandleEx(folder.get(), FileAttributeTagInfo, &found, sizeof found))
       error = lastErrno();
-    if (error && error != ENOENT && error != ENOTDIR) _guide.skipped(_root + _path + narrow(_name), error);
+    if (error && error != ENOENT && error != ENOTDIR)
+      _guide.skipped(_root + _path + narrow(_name), error);
     if (error || leadsElsewhere(found.FileAttributes, found.ReparseTag)) return;
     _levels.push_back({std::make_unique<OpenFolder>(std::move(folder)), _path.size()});
     _path += narrow(_name) + "\\";
@@ -140,13 +142,15 @@ class WinFileWalk final : public FileWalk {
     if (_attributes & kElsewhere) return ENODATA;
     const bool itself = !(_attributes & FILE_ATTRIBUTE_REPARSE_POINT);
     int error = 0;
-    FileHandle file = openBelow(_levels.back().folder->handle(), _name, FILE_READ_DATA,
-                                FILE_NON_DIRECTORY_FILE | (itself ? FILE_OPEN_REPARSE_POINT : 0), error);
+    FileHandle file =
+        openBelow(_levels.back().folder->handle(), _name, FILE_READ_DATA,
+                  FILE_NON_DIRECTORY_FILE | (itself ? FILE_OPEN_REPARSE_POINT : 0), error);
     if (error) return error;
     BY_HANDLE_FILE_INFORMATION found;
     if (!::GetFileInformationByHandle(file.get(), &found)) return lastErrno();
     const uint64_t identity = uint64_t{found.nFileIndexHigh} << 32 | found.nFileIndexLow;
-    if (identity != _identity || (itself && (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)))
+    if (identity != _identity ||
+        (itself && (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)))
       return ENOENT;
     out = std::make_unique<WinContent>(std::move(file));
     return 0;
@@ -202,8 +206,9 @@ class WinFileWalk final : public FileWalk {
 
 int walkFiles(SurveyGuide& guide, const std::string& root, std::unique_ptr<FileWalk>& out) {
   if (!isAbsolutePath(root)) return EINVAL;
-  FileHandle folder(::CreateFileW(widePath(root).c_str(), FILE_LIST_DIRECTORY | SYNCHRONIZE, kShareAll, nullptr,
-                                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  FileHandle folder(::CreateFileW(widePath(root).c_str(), FILE_LIST_DIRECTORY | SYNCHRONIZE,
+                                  kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                                  nullptr));
   if (!folder) return lastErrno();
   BY_HANDLE_FILE_INFORMATION found;
   if (!::GetFileInformationByHandle(folder.get(), &found)) return lastErrno();

@@ -110,7 +110,8 @@ void tellLinksBelow(SurveyGuide& guide, const std::string& folder,
   }
 }
 
-void tellLinksOfAll(SurveyGuide& guide, const GUID& id, const Survey::Taker<SurveyedShortcut>& take) {
+void tellLinksOfAll(SurveyGuide& guide, const GUID& id,
+                    const Survey::Taker<SurveyedShortcut>& take) {
   wchar_t* path = nullptr;
   if (SUCCEEDED(::SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, &path)))
     tellLinksBelow(guide, narrow(path), take);

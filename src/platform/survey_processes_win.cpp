@@ -34,13 +34,15 @@ std::string commandLineOf(HANDLE process) {
 std::string imageOf(HANDLE process) {
   std::wstring name(kMostPathUnits, L'\0');
   DWORD units = kMostPathUnits;
-  return ::QueryFullProcessImageNameW(process, 0, name.data(), &units) ? narrow({name.data(), units})
-                                                                        : std::string();
+  return ::QueryFullProcessImageNameW(process, 0, name.data(), &units)
+             ? narrow({name.data(), units})
+             : std::string();
 }
 
 void tellProcess(SurveyGuide& guide, const PROCESSENTRY32W& entry,
                  const Survey::Taker<SurveyedProcess>& take) {
-  SurveyedProcess row{entry.th32ProcessID, entry.th32ParentProcessID, narrow(entry.szExeFile), {}, {}};
+  SurveyedProcess row{
+      entry.th32ProcessID, entry.th32ParentProcessID, narrow(entry.szExeFile), {}, {}};
   const KernelObject process(
       ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, entry.th32ProcessID));
   if (process) {

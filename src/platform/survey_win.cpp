@@ -50,15 +50,14 @@ void tellUninstallKeys(SurveyGuide& guide, HKEY root, const std::wstring& path, 
   if (error) return;
   eachSubkey(guide, all.get(), [&](const std::wstring& name) {
     RegistryKey one;
-    const LSTATUS refused = ::RegOpenKeyExW(all.get(), name.c_str(), 0, KEY_READ | view, one.receive());
+    const LSTATUS refused =
+        ::RegOpenKeyExW(all.get(), name.c_str(), 0, KEY_READ | view, one.receive());
     if (refused == ERROR_ACCESS_DENIED) guide.skipped(narrow(path + L"\\" + name), EACCES);
     if (refused) return;
-    const SurveyedApplication row{stringValue(one.get(), L"DisplayName"),
-                                  stringValue(one.get(), L"DisplayVersion"),
-                                  stringValue(one.get(), L"Publisher"),
-                                  architecture,
-                                  stringValue(one.get(), L"InstallLocation"),
-                                  stringValue(one.get(), L"InstallDate")};
+    const SurveyedApplication row{
+        stringValue(one.get(), L"DisplayName"),     stringValue(one.get(), L"DisplayVersion"),
+        stringValue(one.get(), L"Publisher"),       architecture,
+        stringValue(one.get(), L"InstallLocation"), stringValue(one.get(), L"InstallDate")};
     if (!row.name.empty()) take(row);
   });
 }
@@ -118,7 +117,9 @@ void tellValues(SurveyGuide& guide, HKEY key, const std::string& path,
     const LSTATUS error =
         ::RegEnumValueW(key, i, name.data(), &units, nullptr, &type, bytes.data(), &size);
     if (error == ERROR_NO_MORE_ITEMS) return;
-    if (error) guide.skipped(path, error == ERROR_MORE_DATA ? EFBIG : errnoOfWin32(static_cast<DWORD>(error)));
+    if (error)
+      guide.skipped(path,
+                    error == ERROR_MORE_DATA ? EFBIG : errnoOfWin32(static_cast<DWORD>(error)));
     if (error && error != ERROR_MORE_DATA) return;
     if (error) continue;
     SurveyedValue row{path, narrow({name.data(), units}), {}, {}};
@@ -129,7 +130,8 @@ void tellValues(SurveyGuide& guide, HKEY key, const std::string& path,
 
 }  // namespace
 
-void eachSubkey(SurveyGuide& guide, HKEY key, const std::function<void(const std::wstring&)>& each) {
+void eachSubkey(SurveyGuide& guide, HKEY key,
+                const std::function<void(const std::wstring&)>& each) {
   wchar_t name[256];
   for (DWORD i = 0; guide.goOn(); ++i) {
     DWORD units = static_cast<DWORD>(std::size(name));
@@ -141,7 +143,8 @@ void eachSubkey(SurveyGuide& guide, HKEY key, const std::function<void(const std
 std::string stringValue(HKEY key, const wchar_t* name) {
   DWORD size = 0;
   constexpr DWORD kStrings = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ;
-  if (::RegGetValueW(key, nullptr, name, kStrings, nullptr, nullptr, &size) || size > kMostValueBytes)
+  if (::RegGetValueW(key, nullptr, name, kStrings, nullptr, nullptr, &size) ||
+      size > kMostValueBytes)
     return {};
   std::wstring text(size / sizeof(wchar_t) + 1, L'\0');
   size = static_cast<DWORD>(text.size() * sizeof(wchar_t));

@@ -54,11 +54,13 @@ class InventoryTest : public testing::Test {
     survey.running = {{7, 1, "sh", "/bin/sh", "sh -c\tx"}};
     survey.open = {{"tcp", "::1", 22, 0, ""}};
     survey.links = {{"/x/a\tb.desktop", "", "C:\\t", "", ""}};
-    survey.files = {{"/data/one.txt", "1"}, {"/data/sub/two.dll", "22"}, {"/data/sub/deep/three", "333"}};
+    survey.files = {
+        {"/data/one.txt", "1"}, {"/data/sub/two.dll", "22"}, {"/data/sub/deep/three", "333"}};
     fake.files.put("/agent/agent.ini", "");
   }
   void define(const std::string& parts, const std::string& format = "2") {
-    fake.files.put("/agent/d" + format + ".xml", "<discovery version='" + format + "'>" + parts + "</discovery>");
+    fake.files.put("/agent/d" + format + ".xml",
+                   "<discovery version='" + format + "'>" + parts + "</discovery>");
   }
   InventoryOutcome collect(const STRING& first = {}, const STRING& second = "/agent/d2.xml") {
     return inventory.collect(stop, {first, second, kOutput, kShortcuts});
@@ -67,7 +69,8 @@ class InventoryTest : public testing::Test {
   bool has(const std::string& text) { return output().find(text) != std::string::npos; }
   // No half-written file stays, whatever happened.
   void TearDown() override {
-    for (const std::string& path : fake.files.paths()) EXPECT_EQ(path.find(".new-"), std::string::npos) << path;
+    for (const std::string& path : fake.files.paths())
+      EXPECT_EQ(path.find(".new-"), std::string::npos) << path;
   }
 };
 
@@ -76,28 +79,36 @@ TEST_F(InventoryTest, eachRowIsWrittenAsThePageSays) {
   EXPECT_TRUE(got.written && got.complete && !got.stopped && got.error.empty());
   EXPECT_EQ(got.rows, 9u);
   EXPECT_EQ(got.skipped, 0u);
-  EXPECT_EQ(output(),
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-            "<inventory version=\"1\" collected=\"2026-01-01T00:00:00.000Z\">\n"
-            "<application name=\"b\" version=\"1\"/>\n"
-            "<application name=\"a\" version=\"2\" publisher=\"V &amp; &quot;Co&quot; &lt;x&gt;\" architecture=\"amd64\"/>\n"
-            "<service name=\"cron.service\" start=\"enabled\" account=\"root\" program=\"/usr/sbin/cron -f\"/>\n"
-            "<process id=\"7\" parent=\"1\" name=\"sh\" image=\"/bin/sh\" commandLine=\"sh -c&#9;x\"/>\n"
-            "<port protocol=\"tcp\" address=\"::1\" port=\"22\"/>\n"
-            "<shortcut path=\"/x/a&#9;b.desktop\" target=\"C:\\t\"/>\n"
-            "<file path=\"/data/one.txt\" size=\"1\" modified=\"1970-01-01T00:00:01.000Z\" sha256=\"6b86b273ff34fce1"
-            "9d6b804eff5a3f5747ada4eaa22f1d49c01e52ddb7875b4b\"/>\n"
-            "<file path=\"/data/sub/deep/three\" size=\"3\" modified=\"1970-01-01T00:00:01.000Z\" sha256=\"556d7dc3a1"
-            "15356350f1f9910b1af1ab0e312d4b3e4fc788d2da63668f36d017\"/>\n"
-            "<file path=\"/data/sub/two.dll\" size=\"2\" modified=\"1970-01-01T00:00:01.000Z\" version=\"1.2.3.4\" "
-            "sha256=\"785f3ec7eb32f30b90cd0fcf3657d388b5ff4297f2f9716ff66e9b69c05ddd09\"/>\n"
-            "<result complete=\"true\" rows=\"9\" skipped=\"0\" applicationsChecksum=\"" +
-                got.applicationsChecksum + "\" filesChecksum=\"" + got.filesChecksum + "\"/>\n</inventory>\n");
+  EXPECT_EQ(
+      output(),
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<inventory version=\"1\" collected=\"2026-01-01T00:00:00.000Z\">\n"
+      "<application name=\"b\" version=\"1\"/>\n"
+      "<application name=\"a\" version=\"2\" publisher=\"V &amp; &quot;Co&quot; &lt;x&gt;\" "
+      "architecture=\"amd64\"/>\n"
+      "<service name=\"cron.service\" start=\"enabled\" account=\"root\" program=\"/usr/sbin/cron "
+      "-f\"/>\n"
+      "<process id=\"7\" parent=\"1\" name=\"sh\" image=\"/bin/sh\" commandLine=\"sh -c&#9;x\"/>\n"
+      "<port protocol=\"tcp\" address=\"::1\" port=\"22\"/>\n"
+      "<shortcut path=\"/x/a&#9;b.desktop\" target=\"C:\\t\"/>\n"
+      "<file path=\"/data/one.txt\" size=\"1\" modified=\"1970-01-01T00:00:01.000Z\" "
+      "sha256=\"6b86b273ff34fce1"
+      "9d6b804eff5a3f5747ada4eaa22f1d49c01e52ddb7875b4b\"/>\n"
+      "<file path=\"/data/sub/deep/three\" size=\"3\" modified=\"1970-01-01T00:00:01.000Z\" "
+      "sha256=\"556d7dc3a1"
+      "15356350f1f9910b1af1ab0e312d4b3e4fc788d2da63668f36d017\"/>\n"
+      "<file path=\"/data/sub/two.dll\" size=\"2\" modified=\"1970-01-01T00:00:01.000Z\" "
+      "version=\"1.2.3.4\" "
+      "sha256=\"785f3ec7eb32f30b90cd0fcf3657d388b5ff4297f2f9716ff66e9b69c05ddd09\"/>\n"
+      "<result complete=\"true\" rows=\"9\" skipped=\"0\" applicationsChecksum=\"" +
+          got.applicationsChecksum + "\" filesChecksum=\"" + got.filesChecksum +
+          "\"/>\n</inventory>\n");
   EXPECT_EQ(fake.files.content(kShortcuts), "/x/a\\tb.desktop\tC:\\\\t\t\t\n");
 }
 
 TEST_F(InventoryTest, whatIsNoTextBecomesText) {
-  survey.installed = {{std::string("a\x01\xff\xEF\xBF\xBF z"), std::string(40000, 'v'), "", "", "", ""}};
+  survey.installed = {
+      {std::string("a\x01\xff\xEF\xBF\xBF z"), std::string(40000, 'v'), "", "", "", ""}};
   survey.files = {{"/data/\xff", "1"}};
   EXPECT_TRUE(collect().complete);
   EXPECT_TRUE(has("name=\"a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD z\"")) << output();
@@ -190,14 +201,19 @@ TEST_F(InventoryTest, whatCannotBeReadIsCountedAndNamedUpToABound) {
 }
 
 TEST_F(InventoryTest, aLimitEndsItWithoutChecksums) {
-  define("<limits rows='9'/><applications/><services/><processes/><ports/><shortcuts/><files root='/data'/>");
+  define(
+      "<limits rows='9'/><applications/><services/><processes/><ports/><shortcuts/><files "
+      "root='/data'/>");
   EXPECT_TRUE(collect().complete) << "as many rows as there are";
-  define("<limits rows='8'/><applications/><services/><processes/><ports/><shortcuts/><files root='/data'/>");
+  define(
+      "<limits rows='8'/><applications/><services/><processes/><ports/><shortcuts/><files "
+      "root='/data'/>");
   InventoryOutcome got = collect();
   EXPECT_TRUE(got.written && !got.complete && got.error.empty());
   EXPECT_EQ(got.rows, 8u);
   EXPECT_EQ(got.applicationsChecksum + got.filesChecksum, "");
-  EXPECT_TRUE(has("<result complete=\"false\" reason=\"rows\" rows=\"8\" skipped=\"0\"/>")) << output();
+  EXPECT_TRUE(has("<result complete=\"false\" reason=\"rows\" rows=\"8\" skipped=\"0\"/>"))
+      << output();
   define("<limits seconds='1' share='100'/><applications/><files root='/data'/>");
   clock.msOfStep = 300;
   got = collect();
@@ -223,7 +239,8 @@ TEST_F(InventoryTest, aRefusedDefinitionLeavesTheOneBeforeInForce) {
   EXPECT_TRUE(has("<service "));
   fake.files.put("/agent/d2.xml", std::string(256 * 1024 + 1, ' '));
   EXPECT_EQ(collect().error, STRING("/agent/d2.xml: larger than 262144 bytes"));
-  EXPECT_EQ(collect("/agent/none.xml", "").error.toUtf8().find("/agent/none.xml: cannot be read: "), 0u);
+  EXPECT_EQ(collect("/agent/none.xml", "").error.toUtf8().find("/agent/none.xml: cannot be read: "),
+            0u);
   EXPECT_EQ(collect("", "").error, STRING("no discovery definition is set"));
 }
 
@@ -232,13 +249,15 @@ TEST_F(InventoryTest, aResultThatCannotBeWrittenLeavesTheFormerOne) {
   const std::string former = output(), shortcuts = fake.files.content(kShortcuts);
   survey.installed.clear();
   survey.links.clear();
-  for (const auto operation : {FileOperation::open, FileOperation::write, FileOperation::flush, FileOperation::replace}) {
+  for (const auto operation :
+       {FileOperation::open, FileOperation::write, FileOperation::flush, FileOperation::replace}) {
     for (const char* part : {"inventory.xml", "shortcuts.txt"}) {
       if (operation == FileOperation::write && part[0] == 's') continue;  // it is empty
       files.failAll(operation, ENOSPC, part);
       const InventoryOutcome got = collect();
       EXPECT_FALSE(got.written || got.complete);
-      EXPECT_EQ(got.error.toUtf8(), std::string("/agent/") + part + ": cannot be written: No space left on device (28)");
+      EXPECT_EQ(got.error.toUtf8(), std::string("/agent/") + part +
+                                        ": cannot be written: No space left on device (28)");
       EXPECT_EQ(got.applicationsChecksum, "");
       EXPECT_EQ(output(), former);
       files.heal();
