@@ -137,7 +137,11 @@ TEST_F(InventoryTest, checksumsTellAChangeOfWhatCountsAndNothingElse) {
   EXPECT_EQ(differs(), Both(true, false)) << "one row twice";
   survey.installed.push_back(survey.installed[0]);
   EXPECT_EQ(differs(), Both(true, false)) << "and thrice";
-  survey.installed.resize(2);
+  survey.installed.assign(2, survey.installed[0]);
+  const std::string twice = collect().applicationsChecksum;
+  survey.installed.assign(2, {"c", "", "", "", "", ""});
+  EXPECT_NE(collect().applicationsChecksum, twice) << "two of one and two of another";
+  survey.installed = {{"b", "1", "", "", "", ""}, {"a", "2", "V & \"Co\" <x>", "amd64", "", ""}};
   survey.files["/data/one.txt"] = "2";
   EXPECT_EQ(differs(), Both(false, true));
   define("<processes/><ports/>");
