@@ -273,8 +273,13 @@ TEST_F(InventoryTest, aResultThatCannotBeWrittenLeavesTheFormerOne) {
       files.heal();
     }
   }
+  // What a crash left goes with the next collection, and nothing else does.
+  for (const char* left :
+       {"inventory.xml.new-0123456789ab", "shortcuts.txt.new-0123456789ab", "mine.xml.new-0"})
+    fake.files.put(std::string("/agent/") + left, "half");
   EXPECT_TRUE(collect().written);
   EXPECT_NE(fake.files.content(kShortcuts), shortcuts);
+  EXPECT_EQ(fake.files.remove("/agent/mine.xml.new-0"), 0);
 }
 
 // At every step of a collection, and from within its rests.
