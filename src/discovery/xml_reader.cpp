@@ -1,5 +1,6 @@
 #include "discovery/xml_reader.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -20,6 +21,9 @@
 
 namespace korvane {
 namespace {
+
+// Of what the parser itself gives no place.
+constexpr char kSomewhere[] = "line 1, column 1: ";
 
 ProcessMutex xmlLock;  // the parser's state is the process's
 
@@ -101,6 +105,17 @@ class Forwarding final : public xercesc::DefaultHandler {
   const xercesc::Locator* _locator = nullptr;
 };
 
+// The first line that is no UTF-8, from 1; 0 when all are.
+size_t malformedLine(std::string_view document) {
+  if (isValidUtf8(document)) return 0;
+  size_t line = 1;
+  for (size_t begin = 0;; ++line) {
+    const size_t end = std::min(document.find('\n', begin), document.size());
+    if (!isValidUtf8(document.substr(begin, end - begin)) || end == document.size()) return line;
+    begin = end + 1;
+  }
+}
+
 void parse(std::string_view document, XmlHandler& handler) {
   using xercesc::XMLUni;
   Forwarding forwarding(handler);
@@ -124,6 +139,9 @@ void parse(std::string_view document, XmlHandler& handler) {
 }  // namespace
 
 std::string readXml(std::string_view document, XmlHandler& handler) {
+  // The parser would take the end of a malformed text for the end of the document.
+  if (const size_t line = malformedLine(document))
+    return "line " + std::to_string(line) + ", column 1: the text is not UTF-8";
   const ProcessLock hold(xmlLock);
   try {
     const XercesSession session;
@@ -133,17 +151,16 @@ std::string readXml(std::string_view document, XmlHandler& handler) {
     } catch (const xercesc::OutOfMemoryException&) {
       throw std::bad_alloc();
     } catch (const xercesc::XMLException& error) {
-      return "line " + std::to_string(error.getSrcLine()) +
-             ", column 1: " + narrowText(error.getMessage());
+      return kSomewhere + narrowText(error.getMessage());
     } catch (const xercesc::SAXException& error) {
-      return narrowText(error.getMessage());
+      return kSomewhere + narrowText(error.getMessage());
     }
   } catch (const Refused& refused) {
     return refused.text;
   } catch (const xercesc::XMLException&) {
-    return "the XML parser cannot be started";
+    return kSomewhere + std::string("the XML parser cannot be started");
   } catch (const std::runtime_error& error) {
-    return std::string("the XML parser cannot work: ") + error.what();
+    return kSomewhere + std::string("the XML parser cannot work: ") + error.what();
   }
 }
 

@@ -73,7 +73,8 @@ TEST(Definition, whatIsRefusedHasAPlaceAndAReason) {
       {inRoot(times(257, "<registry key='a'/>")), "line 2, ", R"(more than 256 "registry")"},
       {inRoot("<files root='/a'>" + times(65, "<exclude pattern='a'/>") + "</files>"), "line 2, ",
        R"(more than 64 "exclude")"},
-      {inRoot("<files root='/\xff'/>"), "line ", ""},
+      {inRoot("<files root='/\xff'/>"), "line 2, column 1: ", "the text is not UTF-8"},
+      {"<discovery version='2'/>\xc3", "line 1, column 1: ", "the text is not UTF-8"},
       {inRoot("<files root='&other;'/>"), "line 2, ", "entity 'other' not found"},
       {inRoot(times(5000, "<a>")), "line 2, ", R"(the element "a" is not known here)"},
   };

@@ -5,12 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <map>
 
+#include "discovery/xml_reader.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/fake_survey.h"
 #include "platform/fake/faulty_files.h"
 #include "platform/fake/forwarding.h"
+#include "platform/native.h"
+#include "tests/support/temp_directory.h"
 
 namespace korvane {
 namespace {
@@ -137,7 +143,11 @@ TEST_F(InventoryTest, checksumsTellAChangeOfWhatCountsAndNothingElse) {
   EXPECT_EQ(differs(), Both(true, false)) << "one row twice";
   survey.installed.push_back(survey.installed[0]);
   EXPECT_EQ(differs(), Both(true, false)) << "and thrice";
-  survey.installed.resize(2);
+  survey.installed.assign(2, survey.installed[0]);
+  const std::string twice = collect().applicationsChecksum;
+  survey.installed.assign(2, {"c", "", "", "", "", ""});
+  EXPECT_NE(collect().applicationsChecksum, twice) << "two of one and two of another";
+  survey.installed = {{"b", "1", "", "", "", ""}, {"a", "2", "V & \"Co\" <x>", "amd64", "", ""}};
   survey.files["/data/one.txt"] = "2";
   EXPECT_EQ(differs(), Both(false, true));
   define("<processes/><ports/>");
@@ -263,8 +273,13 @@ TEST_F(InventoryTest, aResultThatCannotBeWrittenLeavesTheFormerOne) {
       files.heal();
     }
   }
+  // What a crash left goes with the next collection, and nothing else does.
+  for (const char* left :
+       {"inventory.xml.new-0123456789ab", "shortcuts.txt.new-0123456789ab", "mine.xml.new-0"})
+    fake.files.put(std::string("/agent/") + left, "half");
   EXPECT_TRUE(collect().written);
   EXPECT_NE(fake.files.content(kShortcuts), shortcuts);
+  EXPECT_EQ(fake.files.remove("/agent/mine.xml.new-0"), 0);
 }
 
 // At every step of a collection, and from within its rests.
@@ -289,6 +304,58 @@ TEST_F(InventoryTest, aStopEndsItAtAnyStepAndLeavesTheFormerResult) {
     EXPECT_EQ(output(), former);
     EXPECT_LE(clock.steps, at + 2) << "nothing goes on after a stop";
   }
+}
+
+// The system that the test runs on, collected on a stack as large as the header asks for.
+class CountingRows final : public XmlHandler {
+ public:
+  std::string startElement(const std::string& name, const XmlAttributes& attributes) override {
+    ++rows[name];
+    last = attributes;
+    return {};
+  }
+  std::string endElement() override { return {}; }
+  std::string text(const std::string&) override { return {}; }
+  std::map<std::string, uint64_t> rows;
+  XmlAttributes last;
+};
+
+TEST(NativeInventory, ofThisMachineIsWholeAndWellFormed) {
+  const auto native = platform::makeNativePlatform({});
+  platform::Platform& system = native->platform();
+  const platform::CurrentPlatform current(system);
+  const auto survey = platform::makeNativeSurvey();
+  const tests::TempDirectory directory;
+  const std::string root = directory.path();
+  const auto put = [&](const std::string& name, const std::string& text) {
+    std::ofstream(tests::fsPath(root + "/" + name), std::ios::binary) << text;
+  };
+  std::filesystem::create_directory(tests::fsPath(root + "/files"));
+  for (int i = 0; i < 20; ++i)
+    put("files/" + std::to_string(i), std::string(static_cast<size_t>(i) * 10000, 'x'));
+  put("d.xml",
+      "<discovery version='2'><limits "
+      "share='100'/><applications/><services/><processes/><ports/><shortcuts/><files root='" +
+          root + "/files'/></discovery>");
+  Inventory inventory(system.clock, system.files, *survey);
+  StopToken stop;
+  InventoryOutcome got;
+  const auto thread = system.threading.createThread(Inventory::kStackBytes, [&] {
+    got = inventory.collect(stop, "", root + "/d.xml", root + "/out.xml");
+  });
+  ASSERT_EQ(thread->join(platform::kInfinite), platform::WaitResult::signalled);
+  ASSERT_TRUE(got.complete) << got.error.toUtf8();
+  std::ifstream file(tests::fsPath(root + "/out.xml"), std::ios::binary);
+  const std::string text((std::istreambuf_iterator<char>(file)), {});
+  CountingRows counting;
+  EXPECT_EQ(readXml(text, counting), "");
+  EXPECT_EQ(counting.rows["file"], 20u);
+  EXPECT_GT(counting.rows["process"], 0u);
+  uint64_t rows = 0;
+  for (const auto& [name, count] : counting.rows)
+    if (name != "inventory" && name != "skip" && name != "result") rows += count;
+  EXPECT_EQ(rows, got.rows);
+  EXPECT_EQ(counting.last.back().second, got.filesChecksum);
 }
 
 // Simulated time, in which each step of work takes another part of a millisecond.

@@ -232,6 +232,24 @@ TEST_F(SurveyOfAFolder, whatMayNotBeEnteredIsASkip) {
 }
 
 // Of the running system.
+class Anything final : public SurveyGuide {
+ public:
+  bool goOn() override { return true; }
+  void skipped(std::string_view, int) override {}
+};
+
+TEST(NativeProcesses, thisOneHasItsParentAndItsCommandLine) {
+  Anything guide;
+  size_t found = 0;
+  makePosixSurvey({})->processes(guide, [&](const SurveyedProcess& row) {
+    if (row.id != static_cast<uint64_t>(::getpid())) return;
+    ++found;
+    EXPECT_EQ(row.parent, static_cast<uint64_t>(::getppid()));
+    EXPECT_NE(row.commandLine.find("platform_test"), std::string::npos);
+  });
+  EXPECT_EQ(found, 1u);
+}
+
 TEST(NativePorts, aSocketThatListensHereIsFoundWithItsProcess) {
   const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
@@ -241,11 +259,7 @@ TEST(NativePorts, aSocketThatListensHereIsFoundWithItsProcess) {
   ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
   ASSERT_EQ(::listen(socket.get(), 1), 0);
   ASSERT_EQ(::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
-  class Guide final : public SurveyGuide {
-   public:
-    bool goOn() override { return true; }
-    void skipped(std::string_view, int) override {}
-  } guide;
+  Anything guide;
   size_t found = 0;
   makePosixSurvey({})->ports(guide, [&](const SurveyedPort& row) {
     if (row.port != ::ntohs(address.sin_port) || row.protocol != "tcp") return;
