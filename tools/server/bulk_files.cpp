@@ -16,8 +16,7 @@ using Json = nlohmann::json;
 constexpr size_t kListedRanges = 200;
 constexpr archive::Limits kBundleLimits{.entries = bulk::kMaxParts + 1,
                                         .totalBytes = uint64_t{128} << 20};
-constexpr char kOfThisAgent[] =
-    "(?1 = '' OR f.agent_id = (SELECT id FROM agents WHERE guid = ?1))";
+constexpr char kOfThisAgent[] = "(?1 = '' OR f.agent_id = (SELECT id FROM agents WHERE guid = ?1))";
 
 // Reads the manifest, and each part for its length and digest. What is wrong; empty when nothing is.
 std::string readBundle(std::string_view name, std::string_view bytes, bulk::Manifest& manifest) {
