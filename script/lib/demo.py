@@ -61,7 +61,8 @@ def register(stage):
 def forward(stage, events, seconds, kills):
     """Lets events be written and kills the agent in the middle; returns the writer's account."""
     step(f"{events} events are written, the log rotates, and the agent is killed {kills} times in the middle")
-    writer = stage.start_writer("--events", events, "--rate", events // seconds, "--rotate", events // 4, "--repeat", 20, "--finish")
+    writer = stage.start_writer("--events", events, "--rate", events // seconds, "--rotate", events // 4, "--repeat", 20,
+                                "--junk", events // 6, "--finish")
     arrived = 0
     for kill in range(1, kills + 1):
         wait_until(lambda: stage.events(1, events)["distinct"] > arrived, 60, "more events")
@@ -117,6 +118,25 @@ def send_logs(stage):
             "bulk_logs_whole": whole and sent == account["log_bytes"] >= size}
 
 
+def accounts(stage, written):
+    """What of the log could not be read is in the ledger, and the server knows of it; returns the figures."""
+    step("What was lost, and whether the accounts close")
+    say("\n".join("  " + line for line in stage.machine.agentctl("ledger")[1].splitlines()))
+
+    def told():
+        logs = stage.admin("/accounting")[0]["logs"]
+        return next((log for log in logs if log["ledgered"] == written["junk"]), None)
+    log = wait_until(told, 30, "the server's account")
+    causes = ", ".join(sorted({loss["cause"] for loss in log["missing"]}))
+    say(f"{written['junk']} lines were no events. The server knows of {log['log']}: read {log['read']}, delivered {log['delivered']},"
+        f" ledgered {log['ledgered']} ({causes}).")
+    books = stage.ledger()
+    account = books["accounts"][0]
+    return {"ledger_entries": len(books["entries"]),
+            "accounting_closed": account["closed"] and log["closed"] and log["short"] == 0
+            and account["read"] == written["events"] + written["junk"] and account["ledgered"] == written["junk"]}
+
+
 def stop(stage):
     step("The agent stops")
     took = stage.agent.stop()
@@ -138,6 +158,7 @@ def play(stage, arguments):
     step("The server goes down and comes back")
     obeyed.update(updates.fail_over(stage, guid, say))
     obeyed.update(ask(stage))
+    obeyed.update(accounts(stage, written))
     obeyed.update(send_logs(stage))
     memory = {"rss_anon_kib": stage.memory_kib("RssAnon"), "rss_kib": stage.memory_kib("VmRSS")}
     if arguments.keep:
@@ -174,7 +195,8 @@ def well(result):
             and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
             and all(result[key] for key in ("policy_loaded", "policy_rolled_back", "retranslation_identical", "setting_changed",
                                             "software_package", "signatures_checked", "failed_over", "failed_back", "operator_answered",
-                                            "connection_tested", "bulk_logs_whole"))
+                                            "connection_tested", "accounting_closed", "bulk_logs_whole"))
+            and result["ledger_entries"] >= 1
             and result["content_packages"] == 4)
 
 

@@ -6,7 +6,8 @@ Each lane is a stage of its own (server, driver, writer, agent); the rounds are 
 which run at the same time. A round: the agent is started, lives for a random while, is killed with
 SIGKILL. At random the server refuses, delays, drops connections or cuts answers. At the end every
 sequence number that was written must have arrived (those of requests that the server answered with 302 or
-600 aside), and what came twice must fit one batch for each kill or lost answer.
+600 aside), what came twice must fit one batch for each kill or lost answer, and the agent's own account must close: every
+line written is read once, and delivered or in the ledger.
 
 The last line is a JSON object; the exit status is 0 when nothing was lost and no bound was passed.
 """
@@ -65,7 +66,7 @@ def prepare(stage):
 def play(stage, rounds, number):
     started = time.monotonic()
     prepare(stage)
-    writer = stage.start_writer("--events", 0, "--rate", 200, "--rotate", 900, "--repeat", 20, "--torn", 10,
+    writer = stage.start_writer("--events", 0, "--rate", 200, "--rotate", 900, "--repeat", 20, "--torn", 10, "--junk", 97,
                                 "--seed", number + 1, "--finish", "--encoding", "utf-16" if number % 2 else "utf-8")
     for _ in range(rounds):
         if stage.random.random() < 0.6:
@@ -109,20 +110,35 @@ def finish(stage, written, rounds):
     time.sleep(3)
     sums = stage.events(first, last)
     stop_ms = stage.agent.stop()
+    books = accounts(stage, written, sums)
     damaged = [path.name for path in stage.ips.glob("agent.ini.*") if "corrupt" in path.name or "damaged" in path.name]
     requests = stage.admin("/requests?word=log&limit=100000")
     unanswered = sum(1 for request in requests if request["stored"] and request["answered"] != "full")
     return {"rounds": rounds, "written": written["events"], "files": written["files"], "received": sums["distinct"],
             "answered_302_or_600": sums["dropped_by_server"], "lost": sums["lost_unexplained"],
             "sent_again": sums["duplicated"], "lost_answers": unanswered, "stop_ms": stop_ms, "damaged_files": damaged,
-            "bound": BATCH_LIMIT * (rounds + unanswered)}
+            "bound": BATCH_LIMIT * (rounds + unanswered), **books}
+
+
+def accounts(stage, written, sums):
+    """The agent's account of its log, from its files, against what was written and what arrived. What was dropped by the server in
+    an exchange that a kill cut off may have been sent again and taken, or the other way round."""
+    books = stage.ledger()
+    account = next((log for log in books["accounts"] if log["log"] == "hidslog1rt"), {})
+    lost = {total["cause"]: total["lines"] for total in books["totals"]}
+    dropped = lost.get("server-dropped", 0) + lost.get("server-rejected", 0)
+    exact = (account and account["closed"] and account["read"] == written["events"] + written["junk"] and account["waiting"] == 0
+             and account["uncounted"] == 0 and lost.get("line-rejected", 0) == written["junk"]
+             and account["delivered"] <= sums["distinct"] and dropped >= sums["dropped_by_server"])
+    return {"ledgered": account.get("ledgered", 0), "ledger_entries": len(books["entries"]), "accounting_closed": bool(exact),
+            "account": account, "lost_by_cause": lost}
 
 
 def main():
     arguments = lanes.parse_arguments("Kills the agent again and again and counts events.")
     return lanes.run(arguments, lane, lambda account: account["lost"] == 0 and account["sent_again"] <= account["bound"]
-                     and not account["damaged_files"],
-                     ("rounds", "written", "received", "answered_302_or_600", "lost", "sent_again", "lost_answers", "bound"),
+                     and not account["damaged_files"] and account["accounting_closed"],
+                     ("rounds", "written", "received", "answered_302_or_600", "lost", "sent_again", "lost_answers", "bound", "ledgered", "ledger_entries"),
                      batch_limit=BATCH_LIMIT)
 
 

@@ -176,6 +176,10 @@ class Stage:
             raise StageError(f"{writer.name} ended with status {writer.exit_status}:\n" + writer.tail())
         return json.loads(lines[-1])
 
+    def ledger(self):
+        """What agentctl says of the loss ledger; of a stopped agent, from its files."""
+        return json.loads(self.machine.agentctl("ledger", "--json")[1])
+
     def events(self, first, last):
         """The server's account of the sequence numbers from first to last."""
         return self.admin(f"/events?from={first}&to={last}")

@@ -78,10 +78,10 @@ std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
 Thread* makeLocalService(const AgentContext& context) {
   const platform::Platform& system = context.system;
   const Settings& settings = context.settings;
-  return new LocalService(
-      aboutThisAgent(context), system.pipes,
-      {system.files, system.clock, system.systemInfo, settings.server, settings.policy,
-       settings.logs, settings.file, context.driver, context.connection, context.shared.counters});
+  return new LocalService(aboutThisAgent(context), system.pipes,
+                          {system.files, system.clock, system.systemInfo, settings.server,
+                           settings.policy, settings.logs, settings.file, context.driver,
+                           context.connection, context.shared.counters, context.shared.ledger});
 }
 
 Thread* makeComponentUpdate(const AgentContext& context) {

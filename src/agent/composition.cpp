@@ -1,5 +1,6 @@
 #include "agent/composition.h"
 
+#include <atomic>
 #include <exception>
 #include <memory>
 #include <utility>
@@ -20,6 +21,7 @@
 #include "driver/driver.h"
 #include "eventlog/event_log.h"
 #include "ids/hids_component.h"
+#include "ledger/ledger_report.h"
 #include "platform/clock.h"
 #include "platform/platform.h"
 #include "translator/translator.h"
@@ -45,6 +47,21 @@ Thread* startLocalService(const AgentContext& context) {
     eventlog::trace("RPC", "The local channel has no thread: %s", error.what());
     return nullptr;
   }
+}
+
+// The server is told what has changed since it last took it.
+void openLedger(const AgentContext& context) {
+  LossLedger& ledger = context.shared.ledger;
+  ledger.open(installedFile("lossledger"));
+  const auto told = std::make_shared<std::atomic<uint64_t>>(0);
+  context.connection.setStatusAddition({[&ledger, told](PropertyList& out) {
+                                          const LedgerView view = ledger.view();
+                                          if (view.revision != *told)
+                                            for (Property& property : ledgerProperties(view))
+                                              out.push_back(std::move(property));
+                                          return view.revision;
+                                        },
+                                        [told](uint64_t revision) { *told = revision; }});
 }
 
 }  // namespace
@@ -76,6 +93,7 @@ void Composition::assemble() {
   const auto ids = std::make_shared<HidsComponent>(
       HidsComponent::Surroundings{context.system.files, context.system.clock, shutdownToken()},
       idsDirectory(), [&policy = settings.policy] { return policy.getIDSSignalTimeout(); });
+  openLedger(context);
   AgentRun::current().keep(ids);
   AgentConfig::setHIDSInterface(ids.get());
   _localService = startLocalService(context);
@@ -97,7 +115,9 @@ Composition::~Composition() {
 void Composition::tearDown() noexcept {
   stopStep("local channel", [this] { endLocalService(); });
   stopStep("source of addresses", [this] {
-    if (_connection) _connection->setLocalAddressSource(nullptr);
+    if (!_connection) return;
+    _connection->setLocalAddressSource(nullptr);
+    _connection->setStatusAddition({});
   });
   if (Thread::abandoned() > 0) return;
   AgentConfig::setHIDSInterface(nullptr);

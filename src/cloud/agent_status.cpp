@@ -1,5 +1,6 @@
 #include "cloud/agent_status.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "comm/server_connection.h"
@@ -9,6 +10,7 @@
 #include "config/server_settings.h"
 #include "config/service_type.h"
 #include "eventlog/recent_errors.h"
+#include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
 #include "logs/log_backlog.h"
 #include "platform/clock.h"
@@ -132,6 +134,70 @@ JsonTree countersTree(const ForwardingCounters& counters, const ServerSettings& 
   return tree;
 }
 
+JsonTree accountTree(const StreamAccount& account) {
+  JsonTree tree;
+  putMember(tree, "log", account.stream);
+  putTime(tree, "since", account.sinceMs);
+  putMember(tree, "read", std::to_string(account.read));
+  putMember(tree, "delivered", std::to_string(account.delivered));
+  putMember(tree, "waiting", std::to_string(account.waiting));
+  putMember(tree, "ledgered", std::to_string(account.ledgered));
+  putMember(tree, "uncounted", std::to_string(account.uncounted));
+  putFlag(tree, "closed", account.closed());
+  return tree;
+}
+
+JsonTree entryTree(const LedgerEntry& entry) {
+  JsonTree tree;
+  putMember(tree, "stream", entry.stream);
+  putMember(tree, "cause", nameOf(entry.cause));
+  putFlag(tree, "counted", entry.counted);
+  putMember(tree, "count", std::to_string(entry.count));
+  putMember(tree, "parts", std::to_string(entry.parts));
+  putMember(tree, "firstPosition", std::to_string(entry.first.position));
+  putMember(tree, "lastPosition", std::to_string(entry.last.position));
+  putTime(tree, "firstAt", entry.first.wallMs);
+  putTime(tree, "lastAt", entry.last.wallMs);
+  putMember(tree, "path", entry.log);
+  return tree;
+}
+
+JsonTree sumsTree(const LossSums& sums) {
+  JsonTree list;
+  for (size_t i = 0; i < sums.size(); ++i) {
+    if (sums[i] == LossSum{}) continue;
+    JsonTree sum;
+    putMember(sum, "cause", nameOf(static_cast<LossCause>(i)));
+    putMember(sum, "lines", std::to_string(sums[i].lines));
+    putMember(sum, "uncounted", std::to_string(sums[i].uncounted));
+    list.push_back({"", std::move(sum)});
+  }
+  return list;
+}
+
+JsonTree ledgerTree(const LossLedger& ledger) {
+  const LedgerView view = ledger.view();
+  JsonTree accounts, entries, tree;
+  for (const StreamAccount& account : view.accounts) accounts.push_back({"", accountTree(account)});
+  for (const LedgerEntry& entry : view.entries) entries.push_back({"", entryTree(entry)});
+  tree.push_back({"accounts", std::move(accounts)});
+  tree.push_back({"totals", sumsTree(view.totals)});
+  tree.push_back({"entries", std::move(entries)});
+  return tree;
+}
+
+JsonTree ledgerSummaryTree(const LossLedger& ledger) {
+  const LedgerView view = ledger.view();
+  JsonTree tree;
+  putMember(tree, "entries", std::to_string(view.entries.size()));
+  putMember(tree, "lines", std::to_string(linesLost(view.totals)));
+  putMember(tree, "uncounted", std::to_string(uncountedLosses(view.totals)));
+  putFlag(tree, "closed",
+          std::all_of(view.accounts.begin(), view.accounts.end(),
+                      [](const auto& account) { return account.closed(); }));
+  return tree;
+}
+
 // What everybody may read of a complaint: not the event line that could not be read.
 std::string complaint(const eventlog::RecentError& error, const ServerSettings& settings) {
   if (error.source.starts_with("FixedFormatLog::parseLog()"))
@@ -178,6 +244,7 @@ JsonTree statusTree(const AboutAgent& about, const LocalParts& parts, const Json
   tree.push_back({"technologies", technologiesTree(about)});
   tree.push_back({"logs", logs});
   tree.push_back({"counters", countersTree(parts.counters, parts.server)});
+  tree.push_back({"ledger", ledgerSummaryTree(parts.ledger)});
   tree.push_back({"lastErrors", lastErrorsTree(parts.server)});
   putFlag(tree, "trace", parts.logs.logTraceMessages());
   return tree;

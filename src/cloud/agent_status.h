@@ -24,6 +24,9 @@ JsonTree policyTree(const PolicySettings& settings);
 JsonTree technologiesTree(const AboutAgent& about);
 // A list; reads the forwarded logs to count what waits in them, within that room's bounds.
 JsonTree logsTree(const LocalParts& parts);
+// Accounts, sums by cause, entries; and what a status says of them.
+JsonTree ledgerTree(const LossLedger& ledger);
+JsonTree ledgerSummaryTree(const LossLedger& ledger);
 // The settings' identifier is masked in the texts of these two.
 JsonTree countersTree(const ForwardingCounters& counters, const ServerSettings& settings);
 JsonTree lastErrorsTree(const ServerSettings& settings);

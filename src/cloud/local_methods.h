@@ -24,7 +24,7 @@ void addPolicyMethods(RPCServer& server, const LocalParts& parts);
 void requestRetranslation(SettingsFile& settings, RPCResponse& response);
 // testConnection
 void addConnectionMethods(RPCServer& server, const LocalParts& parts);
-// getLogPointers, getCounters
+// getLogPointers, getCounters, getLedger
 void addLogMethods(RPCServer& server, const LocalParts& parts,
                    const std::shared_ptr<RecentLogs>& logs);
 // getDiagnostics

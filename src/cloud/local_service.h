@@ -24,6 +24,7 @@ namespace korvane {
 class Driver;
 class ForwardingCounters;
 class LogSettings;
+class LossLedger;
 class PolicySettings;
 class ServerConnection;
 class ServerSettings;
@@ -51,6 +52,7 @@ struct LocalParts {
   Driver& driver;
   ServerConnection& connection;
   const ForwardingCounters& counters;
+  const LossLedger& ledger;
 };
 
 class LocalService : public Thread {

@@ -1,4 +1,4 @@
-// getLogPointers and getCounters.
+// getLogPointers, getCounters and getLedger.
 #include "cloud/agent_status.h"
 #include "cloud/local_methods.h"
 #include "cloud/recent_logs.h"
@@ -14,6 +14,9 @@ void addLogMethods(RPCServer& server, const LocalParts& parts,
              });
   server.add("getCounters", Access::everyone, [&parts](const RPCRequest&, RPCResponse& response) {
     response.result = countersTree(parts.counters, parts.server);
+  });
+  server.add("getLedger", Access::everyone, [&parts](const RPCRequest&, RPCResponse& response) {
+    response.result = ledgerTree(parts.ledger);
   });
 }
 

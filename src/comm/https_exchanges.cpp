@@ -166,7 +166,13 @@ int HttpsHandler::sendAgentStatusMessage(bool) {
   const AgentDescription::Outcome error = agent.policyError();
   eventlog::trace(kHandlerSource, "::sendAgentStatusMessage -- Status=%d %s", error.code,
                   error.text);
-  return setUpdateResult(POLICY_UPDATE, error.code, error.text, agent.policyAndMachine());
+  PropertyList pairs = agent.policyAndMachine();
+  const ServerConnection::StatusAddition addition = _connection.statusAddition();
+  const uint64_t number = addition.add ? addition.add(pairs) : 0;
+  const int result = setUpdateResult(POLICY_UPDATE, error.code, error.text, pairs);
+  STRING refusal;
+  if (addition.taken && result == 0 && getKorvaneError(refusal) == 0) addition.taken(number);
+  return result;
 }
 
 int HttpsHandler::sendPolicyStateMessage() {

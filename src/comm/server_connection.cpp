@@ -96,6 +96,16 @@ bool ServerConnection::collectApplicationRequest(STRING& identifier) {
   return !identifier.empty();
 }
 
+void ServerConnection::setStatusAddition(StatusAddition addition) {
+  Synchronized hold(_additionLock);
+  _addition = std::move(addition);
+}
+
+ServerConnection::StatusAddition ServerConnection::statusAddition() const {
+  Synchronized hold(_additionLock);
+  return _addition;
+}
+
 void ServerConnection::saveSettings() {
   SettingsFile& file = _parts.settings.file;
   // What cannot be written now is written by one of the next loads.

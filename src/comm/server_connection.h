@@ -96,6 +96,16 @@ class ServerConnection {
   // Where the agent's own addresses come from; without it they are not available.
   void setLocalAddressSource(LocalAddresses source);
 
+  // What a status says beside the agent's own properties. add: appends to them and gives a number
+  // that stands for what it said; taken: the server has accepted the status of that number.
+  struct StatusAddition {
+    std::function<uint64_t(PropertyList&)> add;
+    std::function<void(uint64_t)> taken;
+  };
+  // Nothing when empty.
+  void setStatusAddition(StatusAddition addition);
+  StatusAddition statusAddition() const;
+
   // The identifier of a request for application data that a server has offered in its answer to a
   // report since it was last taken; false without one. The newest one counts.
   void offerApplicationRequest(const STRING& identifier);
@@ -157,6 +167,9 @@ class ServerConnection {
   Win32Mutex _addressLock;
   STRING _addressedServer GUARDED_BY(_addressLock);
   STRING _serverAddress GUARDED_BY(_addressLock);
+
+  mutable Win32Mutex _additionLock;
+  StatusAddition _addition GUARDED_BY(_additionLock);
 
   Win32Mutex _requestLock;
   STRING _applicationRequest GUARDED_BY(_requestLock);

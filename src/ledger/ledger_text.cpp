@@ -123,6 +123,11 @@ bool mergePair(std::vector<LedgerEntry>& all,
 
 }  // namespace
 
+std::string sealedLedger(std::string text) {
+  text.resize(std::min(text.rfind("end "), text.size()));
+  return text + lastLine(text);
+}
+
 std::string ledgerText(const LedgerContent& content) {
   std::string text(kFirstLine);
   text += "generation " + std::to_string(content.generation) + "\n";

@@ -43,6 +43,8 @@ struct LedgerContent {
 inline constexpr size_t kMaxLedgerEntries = 64;
 inline constexpr size_t kMaxLedgerStreams = 16;
 
+// The lines with the right last one in the place of the one that they have.
+std::string sealedLedger(std::string text);
 std::string ledgerText(const LedgerContent& content);
 // The slot may go on with NULs. Null, or what is wrong with it; `out` is undefined then.
 [[nodiscard]] const char* parseLedger(std::string_view slot, LedgerContent& out);

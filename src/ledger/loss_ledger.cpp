@@ -61,6 +61,12 @@ void LossLedger::open(const std::string& path) {
   changed();
 }
 
+void LossLedger::look(const std::string& path) {
+  const Synchronized held(_lock);
+  std::unique_ptr<platform::File> file;
+  if (_files.open(path, platform::OpenMode::read, file) == 0) load(*file);
+}
+
 int LossLedger::openFile() {
   std::unique_ptr<platform::File> file;
   int error = _files.open(_path, platform::OpenMode::readWrite, file);
@@ -92,7 +98,7 @@ void LossLedger::load(platform::File& file) {
     else if (content.generation > newest.generation)
       newest = std::move(content);
   }
-  if (wrong && newest.generation == 0)
+  if (wrong && newest.generation == 0 && !_path.empty())
     eventlog::event(EventId::ledgerUnusable, kLedgerSource, {_path, std::string(wrong)});
   newest.entries.insert(newest.entries.end(), _content.entries.begin(), _content.entries.end());
   _content = std::move(newest);

@@ -78,6 +78,9 @@ class LossLedger {
   // path, everything is kept in memory alone.
   void open(const std::string& path);
 
+  // Takes over what the file of another process says, and writes nothing.
+  void look(const std::string& path);
+
   // True when the file has it. A loss of the same log, identity, cause and range as an entry that is
   // still apart counts once.
   bool record(const Loss& loss);

@@ -57,6 +57,12 @@ uint64_t LogAccount::pendingLines() const {
   return lines;
 }
 
+bool LogAccount::lostBefore(int64_t position) const {
+  return std::any_of(_pending.begin(), _pending.end(), [&](const Pending& pending) {
+    return pending.loss.first.position < static_cast<uint64_t>(position);
+  });
+}
+
 LogAccount::Settled LogAccount::settleBefore(int64_t position, uint64_t held) {
   std::vector<Loss> past;
   std::erase_if(_pending, [&](Pending& pending) {

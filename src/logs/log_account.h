@@ -53,6 +53,7 @@ class LogAccount {
   [[nodiscard]] Settled settleBefore(int64_t position, uint64_t held);
   // When nothing is held and the pointer leaves the log.
   [[nodiscard]] Settled settleAll() { return settleBefore(std::numeric_limits<int64_t>::max(), 0); }
+  bool lostBefore(int64_t position) const;
   void publish(uint64_t held);
 
  private:

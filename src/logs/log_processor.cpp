@@ -69,6 +69,7 @@ int LogProcessor::readRecords() {
   }
   flushOldSummary();
   countRead(counted);
+  settleLosses();
   finishPass();
   _reader.account().publish(held());
   _idlePasses = readCount > 0 ? 0 : _idlePasses + 1;
@@ -133,6 +134,12 @@ void LogProcessor::flushOldSummary() {
   const int64_t period = int64_t{_parts.settings.getLogConsolidatePeriod()} * kMsPerMinute;
   if (_summary.open() && _parts.clock.monotonicMs() - _summary.startedMs() >= period)
     flushSummary();
+}
+
+// Lines that were lost do not wait for a batch behind which they could be past.
+void LogProcessor::settleLosses() {
+  if (_queue.empty() && _reader.account().lostBefore(undeliveredFrom()))
+    _reader.savePointer(undeliveredFrom(), held());
 }
 
 // What is to be done with the log itself when nothing of it waits any more.

@@ -74,6 +74,7 @@ class LogProcessor {
   void enqueue(const EventRecord& record);
   void flushSummary();
   void flushOldSummary();
+  void settleLosses();
   void finishPass();
   void leaveFinishedLog();
   void removeLeftOver();

@@ -16,6 +16,7 @@
 #include "comm/server_connection.h"
 #include "config/settings.h"
 #include "driver/driver.h"
+#include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
 #include "platform/fake/fake_platform.h"
 #include "rpc/fifo_frame.h"
@@ -63,9 +64,11 @@ class Serving {
  public:
   explicit Serving(Machine& machine)
       : _counters(*machine.clock),
-        _parts{machine.fake.files,  *machine.clock, machine.fake.systemInfo, _settings.server,
-               _settings.policy,    _settings.logs, _settings.file,          currentDriver(),
-               currentConnection(), _counters},
+        _ledger(machine.fake.files, *machine.clock),
+        _parts{machine.fake.files, *machine.clock,   machine.fake.systemInfo,
+               _settings.server,   _settings.policy, _settings.logs,
+               _settings.file,     currentDriver(),  currentConnection(),
+               _counters,          _ledger},
         _transport(machine.native.pipes, *machine.clock, machine.name, RPCNamedPipe::Role::server),
         _server(_transport, *machine.clock) {
     _about.techStatus = [] { return std::string("IPS Online\n"); };
@@ -84,6 +87,7 @@ class Serving {
  private:
   const Settings _settings = settingsOf(*AgentConfig::getInstance());
   ForwardingCounters _counters;
+  LossLedger _ledger;
   const LocalParts _parts;
   AboutAgent _about;
   RPCNamedPipe _transport;

@@ -117,7 +117,7 @@ inline std::vector<PropertyList> pairsOf(const LogBatch& batch) {
   return lists;
 }
 
-// Keeps what it is given, and answers what the test says.
+// Keeps what it is given, and answers what the test says; 302 and 600 drop the batch.
 class FakeDestination : public LogDestination {
  public:
   struct Received {
@@ -145,8 +145,11 @@ class FakeDestination : public LogDestination {
   explicit FakeDestination(Received& received) : _received(received) {}
   int writeLog(const LogBatch& batch) override {
     _received.batches.push_back(pairsOf(batch));
-    return _received.answer();
+    const int code = _received.answer();
+    _droppedAs = code == 302 || code == 600 ? code : 0;
+    return _droppedAs ? 0 : code;
   }
+  int droppedAs() const override { return _droppedAs; }
   RecordBytes recordBytes() const override {
     return _received.bounded ? eventNoticeBytes : nullptr;
   }
@@ -165,6 +168,7 @@ class FakeDestination : public LogDestination {
 
  private:
   Received& _received;
+  int _droppedAs = 0;
 };
 
 // An event line: type, sequence number, time "t<number>", and a tail that makes it equal to

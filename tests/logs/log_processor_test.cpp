@@ -164,7 +164,7 @@ TEST_F(LogProcessorTest, KeepsALogAsideWhereNoneIsToBeDeleted) {
     round(*make());
     EXPECT_EQ(received.records().size(), kept);
     EXPECT_FALSE(exists(kLog));
-    EXPECT_TRUE(exists(std::string(kLog) + (kept == 1 ? ".sent" : ".sent.2")));
+    EXPECT_TRUE(exists((std::string(kLog) + (kept == 1 ? ".sent" : ".sent.2")).c_str()));
   }
   EXPECT_EQ(events(10135), 0u);
 }

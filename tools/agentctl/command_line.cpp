@@ -109,8 +109,8 @@ std::unique_ptr<CLI::App> makeCommandLine(Context& context, Action& chosen) {
   app->set_version_flag("--version", "agentctl " KORVANE_VERSION);
   addGlobalOptions(*app, context.options);
   for (const auto add :
-       {addStatus, addConfig, addPolicy, addEvents, addTestConnection, addRetranslate, addTrace,
-        addDiagnose, addCall, addVerify, addVersion, addCompletion})
+       {addStatus, addConfig, addPolicy, addLedger, addEvents, addTestConnection, addRetranslate,
+        addTrace, addDiagnose, addCall, addVerify, addVersion, addCompletion})
     add(*app, context, chosen);
   return app;
 }

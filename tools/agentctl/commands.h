@@ -17,6 +17,7 @@ using Action = std::function<ExitStatus()>;
 void addStatus(CLI::App& app, Context& context, Action& chosen);
 void addConfig(CLI::App& app, Context& context, Action& chosen);
 void addPolicy(CLI::App& app, Context& context, Action& chosen);
+void addLedger(CLI::App& app, Context& context, Action& chosen);
 void addEvents(CLI::App& app, Context& context, Action& chosen);
 void addTestConnection(CLI::App& app, Context& context, Action& chosen);
 void addDiagnose(CLI::App& app, Context& context, Action& chosen);

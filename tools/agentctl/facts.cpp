@@ -8,11 +8,15 @@
 #include "agentctl/settings_view.h"
 #include "config/agent_settings.h"
 #include "config/ini_files.h"
+#include "config/log_names.h"
+#include "config/log_settings.h"
 #include "config/masking.h"
 #include "config/properties_file.h"
 #include "config/server_list.h"
 #include "config/service_type.h"
 #include "driver/driver.h"
+#include "ledger/loss_ledger.h"
+#include "logs/file_log_pointer.h"
 #include "logs/log_backlog.h"
 #include "platform/files.h"
 #include "platform/paths.h"
@@ -83,6 +87,52 @@ Json filedLogs(Context& context, const SettingsView& settings) {
                     {"backlogRecords", log.records},
                     {"recordsExact", log.recordsExact}});
   return logs;
+}
+
+// As the agent would find it at its start.
+LedgerView filedLedger(Context& context, const SettingsView& settings) {
+  platform::Platform& system = context.system();
+  LossLedger ledger(system.files, system.clock);
+  ledger.look(context.installed("lossledger"));
+  if (!settings.fault().empty()) return ledger.view();
+  const std::unique_ptr<AgentSettings> store = context.openSettings();
+  const FileLogPointer pointer(system.files, store->logs.getLogPointerFileName(HIDS_RT_LOG),
+                               platform::OpenMode::read);
+  const std::string stream = logBaseName(HIDS_RT_LOG);
+  std::optional<StreamState> saved;
+  if (pointer.savedAccount()) saved = pointer.savedAccount()->state;
+  if (saved) ledger.publish(stream, ledger.resume(stream, saved), 0);
+  return ledger.view();
+}
+
+Json asJson(const StreamAccount& account) {
+  return {{"log", account.stream},          {"since", formatIso8601(account.sinceMs)},
+          {"read", account.read},           {"delivered", account.delivered},
+          {"waiting", account.waiting},     {"ledgered", account.ledgered},
+          {"uncounted", account.uncounted}, {"closed", account.closed()}};
+}
+
+Json asJson(const LedgerEntry& entry) {
+  return {{"stream", entry.stream},
+          {"cause", nameOf(entry.cause)},
+          {"counted", entry.counted},
+          {"count", entry.count},
+          {"parts", entry.parts},
+          {"firstPosition", entry.first.position},
+          {"lastPosition", entry.last.position},
+          {"firstAt", formatIso8601(entry.first.wallMs)},
+          {"lastAt", formatIso8601(entry.last.wallMs)},
+          {"path", entry.log}};
+}
+
+Json totalsAsJson(const LossSums& sums) {
+  Json list = Json::array();
+  for (size_t i = 0; i < sums.size(); ++i)
+    if (sums[i] != LossSum{})
+      list.push_back({{"cause", nameOf(static_cast<LossCause>(i))},
+                      {"lines", sums[i].lines},
+                      {"uncounted", sums[i].uncounted}});
+  return list;
 }
 
 Json filedErrors(Context& context) {
@@ -204,6 +254,22 @@ Json statusFacts(Context& context) {
   if (!answer) return filedStatus(context);
   Json facts = {{"running", true}};
   facts.update(typed(*answer));
+  return facts;
+}
+
+Json ledgerFacts(Context& context) {
+  if (const std::optional<JsonTree> answer = context.askIfRunning("getLedger")) {
+    Json facts = {{"running", true}};
+    facts.update(typed(*answer));
+    return facts;
+  }
+  const LedgerView view = filedLedger(context, SettingsView::ofInstallation(context.iniFiles()));
+  Json facts = {{"running", false},
+                {"accounts", Json::array()},
+                {"totals", totalsAsJson(view.totals)},
+                {"entries", Json::array()}};
+  for (const StreamAccount& account : view.accounts) facts["accounts"].push_back(asJson(account));
+  for (const LedgerEntry& entry : view.entries) facts["entries"].push_back(asJson(entry));
   return facts;
 }
 

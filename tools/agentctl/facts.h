@@ -12,6 +12,8 @@ namespace korvane::agentctl {
 Json statusFacts(Context& context);
 // "running", "policy", "driver" and "files".
 Json policyFacts(Context& context);
+// "running", and what getLedger answers.
+Json ledgerFacts(Context& context);
 // What the files tell: also of an agent that runs.
 Json filedStatus(Context& context);
 // The policy files of the installation: name below it, bytes, and when they were changed.

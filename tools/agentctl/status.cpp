@@ -132,6 +132,20 @@ void addCounters(const Json& facts, Rows& rows) {
                             textAt(facts, "counters/lastError/code") + " " + error});
 }
 
+void addLosses(const Json& facts, Rows& rows) {
+  if (!facts.contains("ledger")) return;
+  const std::string lines = textAt(facts, "ledger/lines");
+  const std::string uncounted = textAt(facts, "ledger/uncounted");
+  rows.push_back(
+      {"Lost", lines == "0" && uncounted == "0"
+                   ? "nothing"
+                   : lines + " lines" +
+                         (uncounted == "0" ? "" : ", " + uncounted + " times uncounted") +
+                         " (agentctl ledger)"});
+  if (textAt(facts, "ledger/closed") == "false")
+    rows.push_back({"", "the accounts of the logs do not close"});
+}
+
 void addErrors(const Json& facts, Rows& rows) {
   constexpr size_t kShown = 5;
   size_t shown = 0;
@@ -152,6 +166,7 @@ void print(const Json& facts, const std::vector<std::string>& trouble) {
   addTechnologies(facts, rows);
   addBacklog(facts, rows);
   addCounters(facts, rows);
+  addLosses(facts, rows);
   if (textAt(facts, "trace") == "true") rows.push_back({"Trace", "on"});
   addErrors(facts, rows);
   for (size_t i = 0; i < trouble.size(); ++i) rows.push_back({i == 0 ? "Trouble" : "", trouble[i]});

@@ -47,6 +47,7 @@ struct Options {
   uint64_t startSequence = 1;
   uint32_t repeatPercent = 0;
   uint32_t tornPercent = 0;
+  uint64_t junkEvery = 0;
   bool dontWait = false;
   bool finish = false;
 };
@@ -117,6 +118,7 @@ class Writer {
             {"firstSequence", _written > 0 ? _options.startSequence : 0},
             {"lastSequence", _written > 0 ? _options.startSequence + _written - 1 : 0},
             {"repeated", _maker.repeated()},
+            {"junk", _junk},
             {"bytes", _files.bytes()},
             {"handOversHeld", _held},
             {"requests", _answerer.answered()},
@@ -148,9 +150,13 @@ class Writer {
       lines += torn ? line.substr(0, line.size() / 2) : line + "\n";
       ++_written;
       ++_inFile;
-      if (!torn) continue;
-      _files.append(lines);
-      lines = line.substr(line.size() / 2) + "\n";
+      if (torn) {
+        _files.append(lines);
+        lines = line.substr(line.size() / 2) + "\n";
+      }
+      if (_options.junkEvery == 0 || _written % _options.junkEvery != 0) continue;
+      lines += "this line is no event\n";
+      ++_junk;
     }
     _files.append(lines);
   }
@@ -174,6 +180,7 @@ class Writer {
   uint64_t _written = 0;
   uint64_t _inFile = 0;
   uint64_t _held = 0;
+  uint64_t _junk = 0;
 };
 
 void declare(CLI::App& app, Options& options) {
@@ -187,6 +194,8 @@ void declare(CLI::App& app, Options& options) {
       ->check(CLI::Range(0, 100));
   app.add_option("--torn", options.tornPercent, "percent of lines written in two pieces")
       ->check(CLI::Range(0, 100));
+  app.add_option("--junk", options.junkEvery,
+                 "a line that is no event behind every so many events; 0: none");
   app.add_option("--seed", options.seed);
   app.add_option("--start-sequence", options.startSequence, "sequence number of the first event");
   app.add_flag("--dont-wait", options.dontWait,

@@ -147,6 +147,9 @@ void Admin::addReports() {
   onGet("/policy-state", [this](const auto& request, const auto&) {
     return reportPolicyState(_records, request.get_param_value("agent"));
   });
+  onGet("/accounting", [this](const auto& request, const auto&) {
+    return reportAccounting(_records, request.get_param_value("agent"));
+  });
   onGet("/files", [this](const auto&, const auto&) { return files(); });
   onGet("/requests", [this](const auto& request, const auto&) {
     return reportRequests(_records, pageOf(request));

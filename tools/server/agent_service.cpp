@@ -260,8 +260,17 @@ void AgentService::storeResult(Exchange& exchange) {
   const int64_t result = _records.addResult(exchange.answer.request, agent, properties);
   noteReported(_records, agent, type, result);
   if (type != "policy") return;
-  _records.setProperties(agent, "status", readProperties(properties));
+  storeStatus(agent, readProperties(properties));
   if (isStatus(properties)) offer(exchange);
+}
+
+// What a status says of the ledger stays until another one says something else.
+void AgentService::storeStatus(int64_t agent, WireProperties status) {
+  const auto ledger = std::ranges::find_if(
+      status, [](const WireProperty& property) { return property.first.starts_with("ledger."); });
+  if (ledger != status.end()) _records.setProperties(agent, "ledger", {ledger, status.end()});
+  status.erase(ledger, status.end());
+  _records.setProperties(agent, "status", status);
 }
 
 // The last message of application data ends the request that it names, and no other.

@@ -77,6 +77,7 @@ class AgentService {
   void sendUpdate(Exchange& exchange, const UpdateKind& kind,
                   const std::vector<Assignment>& offered);
   void storeResult(Exchange& exchange) REQUIRES(_records.mutex());
+  void storeStatus(int64_t agent, WireProperties status) REQUIRES(_records.mutex());
   void fulfil(Exchange& exchange, std::string_view properties) REQUIRES(_records.mutex());
   void offer(Exchange& exchange) REQUIRES(_records.mutex());
   void storeEvents(Exchange& exchange) REQUIRES(_records.mutex());

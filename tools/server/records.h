@@ -46,7 +46,7 @@ class Records {
   void agentSeen(int64_t agent) REQUIRES(_mutex);
   // Its identity is unknown from now on; what it sent stays.
   void forgetAgent(std::string_view guid) REQUIRES(_mutex);
-  // Replaces one group ("attributes", "configuration", "ids", "status") of an agent's properties.
+  // Replaces one group ("attributes", "configuration", "ids", "status", "ledger") of an agent's properties.
   void setProperties(int64_t agent, std::string_view group, const WireProperties& properties)
       REQUIRES(_mutex);
 

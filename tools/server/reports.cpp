@@ -1,5 +1,8 @@
 #include "tools/server/reports.h"
 
+#include <algorithm>
+#include <cstdlib>
+
 namespace korvane::server {
 
 namespace {
@@ -111,6 +114,62 @@ std::vector<EventSpan> spansWhere(Database& database, const std::string& conditi
   return spans;
 }
 
+std::string takeWord(std::string_view& rest) {
+  const size_t end = std::min(rest.find(' '), rest.size());
+  const std::string word(rest.substr(0, end));
+  rest.remove_prefix(std::min(end + 1, rest.size()));
+  return word;
+}
+
+int64_t takeCount(std::string_view& rest) {
+  return std::strtoll(takeWord(rest).c_str(), nullptr, 10);
+}
+
+Json accountIn(std::string_view text) {
+  Json account = {{"log", takeWord(text)}, {"since", takeWord(text)}};
+  for (const char* name : {"read", "delivered", "waiting", "ledgered", "uncounted"})
+    account[name] = takeCount(text);
+  account["missing"] = Json::array();
+  return account;
+}
+
+Json lossIn(std::string_view text) {
+  const std::string stream = takeWord(text);
+  Json loss = {{"log", stream == "-" ? "" : stream}, {"cause", takeWord(text)}};
+  loss["counted"] = takeWord(text) == "counted";
+  for (const char* name : {"count", "parts", "from", "to"}) loss[name] = takeCount(text);
+  for (const char* name : {"first", "last"}) loss[name] = takeWord(text);
+  loss["path"] = text == "-" ? "" : std::string(text);
+  return loss;
+}
+
+// `covered`: event lines that are here, each as often as it came.
+Json accountingOf(const Json& properties, int64_t covered) {
+  Json report = {{"logs", Json::array()}, {"files", Json::array()}};
+  for (const Json& property : properties) {
+    const std::string name = property["name"], value = property["value"];
+    if (name.starts_with("ledger.account.")) report["logs"].push_back(accountIn(value));
+    if (!name.starts_with("ledger.entry.")) continue;
+    Json loss = lossIn(value);
+    Json* missing = &report["files"];
+    for (Json& account : report["logs"])
+      if (account["log"] == loss["log"]) missing = &account["missing"];
+    missing->push_back(std::move(loss));
+  }
+  bool complete = report["files"].empty();
+  for (Json& account : report["logs"]) {
+    const int64_t delivered = account["delivered"];
+    account["closed"] = account["read"] == delivered + account["waiting"].get<int64_t>() +
+                                               account["ledgered"].get<int64_t>();
+    account["short"] = std::max<int64_t>(0, delivered - covered);
+    account["complete"] = account["closed"] && account["missing"].empty() && account["short"] == 0;
+    complete = complete && account["complete"];
+  }
+  report["received"] = covered;
+  report["complete"] = complete;
+  return report;
+}
+
 }  // namespace
 
 Json reportState(Records& records) {
@@ -135,7 +194,7 @@ Json reportAgents(Records& records) {
   MutexLock lock(records.mutex());
   Json agents = rows(records.database(), "SELECT * FROM agents ORDER BY id");
   for (Json& agent : agents) {
-    for (const char* group : {"attributes", "configuration", "ids", "status"})
+    for (const char* group : {"attributes", "configuration", "ids", "status", "ledger"})
       agent[group] = Json::object();
     for (const Json& row : rows(records.database(),
                                 "SELECT section, name, value FROM properties WHERE agent_id = ? "
@@ -197,6 +256,25 @@ Json reportBinaries(Records& records, const Page& page) {
 
 Json reportApplicationData(Records& records, const Page& page) {
   return pageOf(records, "*", "application_data", "wanted_id", page);
+}
+
+Json reportAccounting(Records& records, const std::string& guid) {
+  MutexLock lock(records.mutex());
+  Database& database = records.database();
+  Json list = Json::array();
+  for (const Json& agent :
+       rows(database, "SELECT id, guid FROM agents WHERE ?1 = '' OR guid = ?1 ORDER BY id", guid)) {
+    const std::string identity = agent["guid"];
+    Json accounting = accountingOf(
+        rows(database,
+             "SELECT name, value FROM properties WHERE agent_id = ? AND section = 'ledger' "
+             "ORDER BY position",
+             agent["id"].get<int64_t>()),
+        sumSpans(spansWhere(database, "stored", identity), std::nullopt).covered);
+    accounting["agent"] = identity;
+    list.push_back(std::move(accounting));
+  }
+  return list;
 }
 
 Json reportAssignments(Records& records) {

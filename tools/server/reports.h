@@ -29,6 +29,9 @@ nlohmann::json reportResults(Records& records, const Page& page);
 nlohmann::json reportRecords(Records& records, const Page& page);
 nlohmann::json reportBinaries(Records& records, const Page& page);
 nlohmann::json reportApplicationData(Records& records, const Page& page);
+// For each agent and log whether everything that was read is here, or what is missing and why, as the
+// agent last told. An empty guid: of all agents.
+nlohmann::json reportAccounting(Records& records, const std::string& guid);
 nlohmann::json reportAssignments(Records& records);
 
 // Sums over sequence numbers of the events stored; with `exact`, also of whole (v1, v2, v3)

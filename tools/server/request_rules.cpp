@@ -190,6 +190,33 @@ std::string checkApplicationData(const WireProperties& properties) {
   return {};
 }
 
+// "ledger.accounts" and so many "ledger.account.N", then the same of entries.
+std::string checkLedger(const WireProperties& properties) {
+  size_t next = 0;
+  for (const auto& [many, one] : {std::pair("ledger.accounts", "ledger.account."),
+                                  std::pair("ledger.entries", "ledger.entry.")}) {
+    if (next == properties.size()) return std::string("the property \"") + many + "\" is missing";
+    const std::string& count = properties[next].second;
+    if (!properties[next].first.starts_with("ledger."))
+      return inQuotes(properties[next].first) + " is one too many";
+    if (properties[next].first != many || !isNumber(count, 0) || count.size() > 3)
+      return inQuotes(properties[next].first) + " is not the number of \"" + many + "\"";
+    ++next;
+    for (int i = 1; i <= std::stoi(count); ++i, ++next)
+      if (next == properties.size() || properties[next].first != one + std::to_string(i))
+        return "the property \"" + (one + std::to_string(i)) + "\" is missing";
+  }
+  return next == properties.size() ? std::string()
+                                   : inQuotes(properties[next].first) + " is one too many";
+}
+
+std::string checkStatus(const WireProperties& properties) {
+  if (properties.size() <= kStatusNames.size()) return checkNames(properties, kStatusNames);
+  const auto first = properties.begin() + static_cast<ptrdiff_t>(kStatusNames.size());
+  const std::string fault = checkNames({properties.begin(), first}, kStatusNames);
+  return fault.empty() ? checkLedger({first, properties.end()}) : fault;
+}
+
 std::string checkOutcome(const WireProperties& properties, std::string_view type) {
   const UpdateKind* kind = findUpdateKind(type);
   if (kind == nullptr || kind->resultType != type) return "the unknown type " + inQuotes(type);
@@ -199,8 +226,8 @@ std::string checkOutcome(const WireProperties& properties, std::string_view type
   if (!fault.empty()) return fault;
   if (type == "policy") {
     const bool status = properties.size() > kPolicyStateNames;
-    return checkNames(properties,
-                      status ? Names(kStatusNames) : Names(kStatusNames).first(kPolicyStateNames));
+    return status ? checkStatus(properties)
+                  : checkNames(properties, Names(kStatusNames).first(kPolicyStateNames));
   }
   // The result of an installed package is what its installer left, in that order.
   return type == "software" ? std::string() : checkFirstNames(properties, kResultNames);

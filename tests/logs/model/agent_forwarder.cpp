@@ -87,6 +87,7 @@ class AgentForwarder final : public Forwarder {
     if (!config.registered()) config.setUniqueId(kIdentifier);
   }
 
+  LedgerView ledger() const override { return _ledger->view(); }
   void kill() override { end(); }
   void stop() override { end(); }
 

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "ledger/loss_ledger.h"
 #include "platform/fake/manual_clock.h"
 #include "platform/files.h"
 
@@ -105,6 +106,8 @@ class Forwarder {
   // The process is gone: everything in memory is dropped, nothing further is written or sent. What
   // destructors still try does not reach the disk, since the model has cut it off.
   virtual void kill() = 0;
+  // The process's account of its log, and what it has entered as lost.
+  virtual LedgerView ledger() const = 0;
   // An orderly stop between two passes, as the thread's end and deletion do it.
   virtual void stop() = 0;
 };

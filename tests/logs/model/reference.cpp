@@ -134,8 +134,23 @@ void Reference::passBegins() {
   _arrived.clear();
 }
 
+void Reference::examine(const LedgerView& books) {
+  const auto lost = [&](LossCause cause) { return books.totals[static_cast<size_t>(cause)].lines; };
+  const uint64_t dropped = lost(LossCause::serverDropped) + lost(LossCause::serverRejected);
+  if (!_droppedLines.allow(dropped))
+    fail(std::to_string(dropped) + " lines are ledgered as dropped");
+  for (const StreamAccount& account : books.accounts) {
+    if (!account.closed() || account.ledgered != linesLost(books.totals))
+      fail("the account does not close");
+    if (!_acceptedLines.allow(account.delivered))
+      fail(std::to_string(account.delivered) + " lines are counted as delivered");
+  }
+}
+
 void Reference::passEnds(bool killed) {
   _inPass = false;
+  _acceptedLines.passEnds(killed);
+  _droppedLines.passEnds(killed);
   if (!killed) {
     for (const int log : _looked) _component->logs[static_cast<size_t>(log)].seen = true;
     _looked.clear();
@@ -192,6 +207,12 @@ Answer Reference::take(const Batch& batch) {
                                                   : ", refused") +
          " " + std::to_string(answer.code));
   }
+  if (delivered)
+    for (const Record& record : batch)
+      for (const auto& [name, value] : record)
+        if (name == "a5")
+          (answer.code ? _droppedLines : _acceptedLines).inPass +=
+              std::strtoull(value.c_str(), nullptr, 10);
   if (batch.empty()) fail("an empty batch");
   if (static_cast<int>(batch.size()) > _settings.writerLimit + 1)
     fail("a batch of " + std::to_string(batch.size()) + " records");

@@ -32,6 +32,9 @@
 // finished log that was followed by another must be gone in the end, but for one that was
 // finished in a pass that was killed.
 //
+// Accounts. After every pass the agent's account closes, and what it says was delivered, and dropped on
+// the server's word, is what was answered so; only of a pass that was killed either may be true.
+//
 // Not modelled: disks that fail or lose what was not flushed, logs beyond 2 GiB, overlong
 // lines, other log types.
 #pragma once
@@ -64,6 +67,8 @@ class Reference final : public Receiver, public DiskWatch {
   void processBegins();
   void passBegins();
   void passEnds(bool killed);
+  // After a pass that was not killed.
+  void examine(const LedgerView& books);
   // The next answers are drawn from all that can go wrong.
   void trouble(int batches) { _trouble = batches; }
 
@@ -76,6 +81,12 @@ class Reference final : public Receiver, public DiskWatch {
   std::function<void(const std::string&)> tell;  // for the schedule in words; may be empty
 
  private:
+  // Lines that were handed over: in passes that ended, and in those that were killed.
+  struct Lines {
+    uint64_t sure = 0, perhaps = 0, inPass = 0;
+    void passEnds(bool killed) { (killed ? perhaps : sure) += std::exchange(inPass, 0); }
+    bool allow(uint64_t lines) const { return lines >= sure && lines <= sure + perhaps; }
+  };
   struct Part {
     std::vector<int> events;  // the last one first
   };
@@ -103,6 +114,7 @@ class Reference final : public Receiver, public DiskWatch {
   std::vector<Part> _arrived;  // in this pass, and were answered
   std::vector<int> _newest;    // the newest event that came, by log
   int _newestLog = 0;
+  Lines _acceptedLines, _droppedLines;
   std::set<int> _leftByKill;  // finished logs that a killed pass may have left
 };
 

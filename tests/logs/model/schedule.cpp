@@ -84,6 +84,7 @@ class Schedule {
       ++_reference.counts.kills;
       return killed("in a pass");
     }
+    _reference.examine(_agent->ledger());
     _component->passed();
     _quietPasses = _reference.counts.batches == before ? _quietPasses + 1 : 0;
   }
