@@ -118,7 +118,11 @@ TEST_F(BulkWorld, ExternalLogsAreFollowedLineByLineAndNeverRemoved) {
   EXPECT_TRUE(exists(kApp) && exists(std::string(kApp) + ".1"));
   // Written anew, and longer than before: nothing but its beginning tells.
   const std::string anew = linesOf(500, 'n');
-  fake.files.put(kApp, anew);
+  {
+    std::unique_ptr<platform::File> file;
+    ASSERT_EQ(fake.files.open(kApp, platform::OpenMode::create, file), 0);
+    ASSERT_EQ(file->write(anew.data(), anew.size()), 0);
+  }
   looks(2);
   EXPECT_TRUE(server.content(kApp).find(anew) != std::string::npos);
   EXPECT_EQ(events(10727), 2u);
