@@ -32,7 +32,8 @@ def install_and_start(stage):
     stage.make_certificates()
     stage.start_server()
     say(f"The management server listens on 127.0.0.1:{stage.server_port} over TLS, with a freshly made test CA.")
-    stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT},
+    stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT,
+                                    "log.bulktransfer.enabled": "true", "log.bulktransfer.idleinterval": 2},
                             "TCP": {"tcp.enabled": "true", "tcp.port": free_port()}, **updates.SETTINGS},
                   registry=updates.REGISTRY)
     stage.start_driver()
@@ -97,6 +98,26 @@ def ask(stage):
     return {"operator_answered": status == 0, "connection_tested": tested == 0}
 
 
+def send_logs(stage):
+    """Finished logs are sent in bulk; returns the figures."""
+    step("Finished logs are sent in bulk")
+    paths = [stage.ips / "logs" / f"korvane-agent-20250101{number:09}-1.log" for number in range(3)]
+    for path in paths:
+        aside = path.with_suffix(".new")
+        aside.write_text("".join(f"AINF,{line},2025-01-01 00:00:00.000,an earlier line\n" for line in range(20000)))
+        aside.rename(path)
+    size = sum(path.stat().st_size for path in paths)
+    wait_until(lambda: not any(path.exists() for path in paths), 60, "the removal of the logs that were sent")
+    account = stage.admin("/bulk-logs")
+    state = (stage.ips / "bulk" / "bulk.state").read_text(encoding="utf-8")
+    sent = int(state.splitlines()[1].split()[1])
+    whole = not account["faults"] and not account["twice"] and all(log["complete"] for log in account["logs"])
+    say(f"{len(paths)} finished logs of {size} bytes went in zip archives of {account['file_bytes']} bytes and were removed once the"
+        f" server had them. Sent: {sent} bytes; received: {account['log_bytes']}; twice: {account['twice']}.")
+    return {"bulk_bytes_sent": sent, "bulk_bytes_received": account["log_bytes"],
+            "bulk_logs_whole": whole and sent == account["log_bytes"] >= size}
+
+
 def accounts(stage, written):
     """What of the log could not be read is in the ledger, and the server knows of it; returns the figures."""
     step("What was lost, and whether the accounts close")
@@ -138,6 +159,7 @@ def play(stage, arguments):
     obeyed.update(updates.fail_over(stage, guid, say))
     obeyed.update(ask(stage))
     obeyed.update(accounts(stage, written))
+    obeyed.update(send_logs(stage))
     memory = {"rss_anon_kib": stage.memory_kib("RssAnon"), "rss_kib": stage.memory_kib("VmRSS")}
     if arguments.keep:
         keep(stage)
@@ -173,7 +195,7 @@ def well(result):
             and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
             and all(result[key] for key in ("policy_loaded", "policy_rolled_back", "retranslation_identical", "setting_changed",
                                             "software_package", "signatures_checked", "failed_over", "failed_back", "operator_answered",
-                                            "connection_tested", "accounting_closed"))
+                                            "connection_tested", "accounting_closed", "bulk_logs_whole"))
             and result["ledger_entries"] >= 1
             and result["content_packages"] == 4)
 

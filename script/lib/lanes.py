@@ -5,7 +5,7 @@ import json
 import time
 
 
-def parse_arguments(description):
+def parse_arguments(description, more=lambda parser: None):
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--build", required=True)
     parser.add_argument("--rounds", type=int, default=200)
@@ -13,6 +13,7 @@ def parse_arguments(description):
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--keep-work", action="store_true")
     parser.add_argument("--windows", help="the Windows build, whose agent then runs under Wine")
+    more(parser)
     return parser.parse_args()
 
 

@@ -98,8 +98,8 @@ bool parseState(std::string_view text, State& out) {
       return false;
     state.logs.push_back(std::move(log));
   }
-  // The last look for a line found the end.
-  if (!line.empty() || lines.position() != end) return false;
+  // Nothing but what would be written: no blank line, no unfinished one.
+  if (!line.empty() || stateText(state) != text) return false;
   out = std::move(state);
   return true;
 }

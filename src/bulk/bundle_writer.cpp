@@ -88,7 +88,7 @@ int BundleWriter::addLog(Archive& archive, const Wanted& wanted, Packed& out) {
   platform::FileInfo info;
   int error = _files.open(log.path, platform::OpenMode::read, file);
   if (error == 0) error = file->info(info);
-  if (error == 0 && (info.identity != log.identity || info.size < log.size)) error = ESTALE;
+  if (error == 0 && (info.identity != log.identity || info.size < log.size)) error = ENOENT;
   if (error == 0) error = file->seek(static_cast<int64_t>(log.position));
   if (error != 0) {
     eventlog::trace("BundleWriter", "%s is left for later: error %d", log.path, error);

@@ -12,22 +12,19 @@ namespace korvane::bulk {
 // Lines that end in LF; what has no end is no line.
 class LineReader {
  public:
-  explicit LineReader(std::string_view text) : _rest(text), _all(text.size()) {}
+  explicit LineReader(std::string_view text) : _rest(text) {}
   // Empty behind the last one.
   std::string_view line() {
     const size_t end = _rest.find('\n');
-    if (end == std::string_view::npos) return _rest = {}, _broken = true, std::string_view();
+    if (end == std::string_view::npos) return {};
     const std::string_view line = _rest.substr(0, end);
     _rest.remove_prefix(end + 1);
     return line;
   }
-  bool atEnd() const { return _rest.empty() && !_broken; }
-  size_t position() const { return _all - _rest.size(); }
+  bool atEnd() const { return _rest.empty(); }
 
  private:
   std::string_view _rest;
-  size_t _all;
-  bool _broken = false;
 };
 
 // Fields with one blank between them.

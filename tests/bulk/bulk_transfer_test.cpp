@@ -116,6 +116,15 @@ TEST_F(BulkWorld, ExternalLogsAreFollowedLineByLineAndNeverRemoved) {
   fake.files.put(kApp, "again\n");
   looks(2);
   EXPECT_TRUE(exists(kApp) && exists(std::string(kApp) + ".1"));
+  // Written anew, and longer than before: nothing but its beginning tells.
+  const std::string anew = linesOf(500, 'n');
+  {
+    std::unique_ptr<platform::File> file;
+    ASSERT_EQ(fake.files.open(kApp, platform::OpenMode::create, file), 0);
+    ASSERT_EQ(file->write(anew.data(), anew.size()), 0);
+  }
+  looks(2);
+  EXPECT_TRUE(server.content(kApp).find(anew) != std::string::npos);
   EXPECT_EQ(events(10727), 2u);
   EXPECT_EQ(server.fault, "");
   EXPECT_EQ(server.content("/bad/place/a.log"), "");
@@ -213,6 +222,19 @@ TEST_F(BulkWorld, FailuresAreToldOnceAndLeaveTheLogs) {
 
 TEST_F(BulkWorld, AStateOrABundleThatIsUnusableIsTold) {
   const std::string log = std::string(kOwn) + "1.log";
+  // Accepted, and then the state cannot be written: it is not sent again for that.
+  fake.files.put(log, linesOf(100, 'z'));
+  onTaken = [&](const auto&, const auto&) {
+    files.failAll(FileOperation::replace, EROFS, "bulk.state");
+  };
+  looks(3);
+  EXPECT_TRUE(exists(log));
+  files.heal();
+  onTaken = nullptr;
+  look();
+  EXPECT_EQ(offered.size(), 1u);
+  EXPECT_FALSE(exists(log));
+  server = {};
   fake.files.put(log, linesOf(100, 'a'));
   answer = "refused";
   look();

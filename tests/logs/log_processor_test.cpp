@@ -192,6 +192,20 @@ TEST_F(LogProcessorTest, LongEventsMakeSmallerBatches) {
     EXPECT_LE(batch.size(), LogProcessor::kQueueTextBytes / kLong + 1);
 }
 
+TEST_F(LogProcessorTest, KeepsALogAsideWhereNoneIsToBeDeleted) {
+  settings().logs.setDeleteLogs(false);
+  for (size_t kept = 1; kept <= 2; ++kept) {
+    fake.files.put(kLog, eventLine(static_cast<int>(kept)) + endLine(9));
+    const auto processor = make();
+    for (int i = 0; i < 3; ++i) round(*processor);
+    round(*make());
+    EXPECT_EQ(received.records().size(), kept);
+    EXPECT_FALSE(exists(kLog));
+    EXPECT_TRUE(exists((std::string(kLog) + (kept == 1 ? ".sent" : ".sent.2")).c_str()));
+  }
+  EXPECT_EQ(events(10135), 0u);
+}
+
 TEST_F(LogProcessorTest, RenamesALogThatCannotBeRemoved) {
   using platform::FileOperation;
   shutdownToken().request();  // ends the pause between the tries
