@@ -90,7 +90,8 @@ Thread* makeLocalService(const AgentContext& context) {
   return new LocalService(
       aboutThisAgent(context), system.pipes,
       {system.files, system.clock, system.systemInfo, settings.server, settings.policy,
-       settings.logs, settings.file, context.driver, context.connection, context.shared.counters});
+       settings.logs, settings.file, context.driver, context.connection, context.shared.counters,
+       {{settings.updates, settings.file}, context.applicationData, !isStandardAgent()}});
 }
 
 Thread* makeComponentUpdate(const AgentContext& context) {

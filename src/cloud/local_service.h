@@ -17,6 +17,7 @@
 #include <string>
 
 #include "agent/thread/thread.h"
+#include "discovery/app_data_requests.h"
 #include "platform/fwd.h"
 
 namespace korvane {
@@ -39,6 +40,12 @@ struct AboutAgent {
   int64_t startedMonotonicMs = 0;
 };
 
+struct LocalAppData {
+  AppDataSettings settings;
+  AppDataRequests& requests;
+  bool keepsResults;  // they are fetched over the channel: there is no server
+};
+
 // What the methods of the channel read and change.
 struct LocalParts {
   platform::Files& files;
@@ -51,6 +58,7 @@ struct LocalParts {
   Driver& driver;
   ServerConnection& connection;
   const ForwardingCounters& counters;
+  LocalAppData applicationData;
 };
 
 class LocalService : public Thread {
