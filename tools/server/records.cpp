@@ -29,6 +29,11 @@ CREATE TABLE IF NOT EXISTS assignments(id INTEGER PRIMARY KEY AUTOINCREMENT, at_
   properties TEXT, file TEXT, until TEXT);
 CREATE TABLE IF NOT EXISTS deliveries(assignment_id INTEGER, agent_id INTEGER, request_id INTEGER, at_ms INTEGER,
   result_id INTEGER, PRIMARY KEY(assignment_id, agent_id)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS inventory_pieces(agent_id INTEGER, wanted_id TEXT, sha256 TEXT, at INTEGER, bytes BLOB,
+  PRIMARY KEY(agent_id, wanted_id, sha256, at));
+CREATE TABLE IF NOT EXISTS inventories(id INTEGER PRIMARY KEY AUTOINCREMENT, agent_id INTEGER, wanted_id TEXT,
+  at_ms INTEGER, outcome TEXT, error TEXT, complete TEXT, rows INTEGER, rows_found INTEGER, skipped INTEGER,
+  size INTEGER, sha256 TEXT, applications_checksum TEXT, files_checksum TEXT, fault TEXT, xml BLOB);
 )";
 
 }  // namespace
@@ -161,7 +166,7 @@ void Records::reset(bool keepAgents) {
   _database.execute(
       "DELETE FROM requests; DELETE FROM spans; DELETE FROM events; DELETE FROM results; DELETE "
       "FROM binaries; "
-      "DELETE FROM application_data;");
+      "DELETE FROM application_data; DELETE FROM inventory_pieces; DELETE FROM inventories;");
   if (!keepAgents) {
     _database.execute(
         "DELETE FROM agents; DELETE FROM properties; DELETE FROM assignments; DELETE FROM "

@@ -29,6 +29,7 @@ nlohmann::json reportResults(Records& records, const Page& page);
 nlohmann::json reportRecords(Records& records, const Page& page);
 nlohmann::json reportBinaries(Records& records, const Page& page);
 nlohmann::json reportApplicationData(Records& records, const Page& page);
+nlohmann::json reportInventories(Records& records, const Page& page);
 nlohmann::json reportAssignments(Records& records);
 
 // Sums over sequence numbers of the events stored; with `exact`, also of whole (v1, v2, v3)
