@@ -89,8 +89,16 @@ Thread* makeLocalService(const AgentContext& context) {
   const Settings& settings = context.settings;
   return new LocalService(
       aboutThisAgent(context), system.pipes,
-      {system.files, system.clock, system.systemInfo, settings.server, settings.policy,
-       settings.logs, settings.file, context.driver, context.connection, context.shared.counters,
+      {system.files,
+       system.clock,
+       system.systemInfo,
+       settings.server,
+       settings.policy,
+       settings.logs,
+       settings.file,
+       context.driver,
+       context.connection,
+       context.shared.counters,
        {{settings.updates, settings.file}, context.applicationData, !isStandardAgent()}});
 }
 

@@ -56,8 +56,7 @@ void putResult(const DeliveryState& state, uint64_t piece, uint64_t pieces, Json
   putMember(result, "totalBytes", static_cast<int64_t>(state.size));
 }
 
-void getApplicationData(const LocalParts& parts, const RPCRequest& request,
-                        RPCResponse& response) {
+void getApplicationData(const LocalParts& parts, const RPCRequest& request, RPCResponse& response) {
   const std::optional<int> wanted = givenNumber(request, "piece");
   const std::string* snapshot = givenText(request, "snapshot");
   if (wanted.value_or(0) < 0) throw RPCError(kRpcInvalidParams, "piece: must not be negative");

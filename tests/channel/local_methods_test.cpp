@@ -191,9 +191,15 @@ TEST(LocalMethods, piecesAreOfOneTextAndForgotten) {
 TEST(LocalMethods, applicationDataComesInPiecesOfOneArchive) {
   ChannelWorld world("2");
   const auto put = [&world](std::string archive, DeliveryState::Outcome outcome) {
-    DeliveryState state{.request = "r", .outcome = outcome, .error = {}, .complete = true,
-                        .rows = 1, .skipped = 0, .applicationsChecksum = "aa",
-                        .filesChecksum = "ff", .size = archive.size(),
+    DeliveryState state{.request = "r",
+                        .outcome = outcome,
+                        .error = {},
+                        .complete = true,
+                        .rows = 1,
+                        .skipped = 0,
+                        .applicationsChecksum = "aa",
+                        .filesChecksum = "ff",
+                        .size = archive.size(),
                         .sha256 = archive.empty() ? "" : sha256Hex(archive)};
     world.machine.fake.files.put("/opt/korvane/IPS/appdata/inventory.zip", archive);
     world.machine.fake.files.put("/opt/korvane/IPS/appdata/delivery.state",
@@ -207,8 +213,8 @@ TEST(LocalMethods, applicationDataComesInPiecesOfOneArchive) {
   for (const size_t cut : {0u, 1u, 2u}) {
     put(archive.substr(cut), DeliveryState::Outcome::data);
     std::string fetched;
-    EXPECT_TRUE(decodeBase64(
-        world.client.callAll("getApplicationData", {}, ChannelWorld::kLongMs), fetched));
+    EXPECT_TRUE(decodeBase64(world.client.callAll("getApplicationData", {}, ChannelWorld::kLongMs),
+                             fetched));
     EXPECT_EQ(fetched, archive.substr(cut));
   }
   put("", DeliveryState::Outcome::unchanged);

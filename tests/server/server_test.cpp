@@ -211,26 +211,29 @@ TEST_F(AssignmentTest, ApplicationDataIsAskedForUntilTheLastOfItHasCome) {
 // Pieces that come twice or in part, and an archive that is none.
 TEST_F(AssignmentTest, AnInventoryIsPutTogetherFromItsPieces) {
   const std::string xml =
-      "<?xml version=\"1.0\"?>\n<inventory version=\"1\">\n<file path=\"/a\"/>\n<file path=\"/b\"/>\n"
+      "<?xml version=\"1.0\"?>\n<inventory version=\"1\">\n<file path=\"/a\"/>\n<file "
+      "path=\"/b\"/>\n"
       "<skip what=\"/c\"/>\n<result rows=\"2\"/>\n</inventory>\n";
   archive::ZipWriter writer("inventory.zip");
   archive::Refusal refusal;
   ASSERT_TRUE(writer.add("inventory.xml", xml, refusal));
   const std::string zip = writer.finish();
-  const auto sendPiece = [&](const char* request, const std::string& archive, size_t from, size_t to) {
+  const auto sendPiece = [&](const char* request, const std::string& archive, size_t from,
+                             size_t to) {
     std::string body;
-    writeProperties(body, {{"result.type", "app.data"},
-                           {"application.requestID", request},
-                           {"application.request.complete", to == archive.size() ? "true" : "false"},
-                           {"application.data.outcome", "data"},
-                           {"application.data.size", std::to_string(archive.size())},
-                           {"application.data.offset", std::to_string(from)},
-                           {"application.data.sha256", trust::sha256Of(archive)},
-                           {"application.data.rows", "2"},
-                           {"application.data.skipped", "1"},
-                           {"application.data.complete", "true"},
-                           {"application.data.applications.checksum", "aa"},
-                           {"application.data.files.checksum", ""}});
+    writeProperties(body,
+                    {{"result.type", "app.data"},
+                     {"application.requestID", request},
+                     {"application.request.complete", to == archive.size() ? "true" : "false"},
+                     {"application.data.outcome", "data"},
+                     {"application.data.size", std::to_string(archive.size())},
+                     {"application.data.offset", std::to_string(from)},
+                     {"application.data.sha256", trust::sha256Of(archive)},
+                     {"application.data.rows", "2"},
+                     {"application.data.skipped", "1"},
+                     {"application.data.complete", "true"},
+                     {"application.data.applications.checksum", "aa"},
+                     {"application.data.files.checksum", ""}});
     writeSection(body, "binary/zip", "policy", archive.substr(from, to - from));
     writeEnd(body);
     EXPECT_EQ(post("result", body, _guid).korvaneError, 0);
@@ -250,11 +253,11 @@ TEST_F(AssignmentTest, AnInventoryIsPutTogetherFromItsPieces) {
   EXPECT_EQ(all[0]["fault"], "");
   EXPECT_EQ(all[0]["rows"], 2);
   EXPECT_EQ(all[0]["rows_found"], 2);
-  const auto kept = httplib::Client("127.0.0.1", _server->adminPort())
-                        .Get("/inventories/" + all[0]["id"].dump());
+  const auto kept =
+      httplib::Client("127.0.0.1", _server->adminPort()).Get("/inventories/" + all[0]["id"].dump());
   EXPECT_EQ(kept->body, xml);
-  EXPECT_EQ(all[1]["fault"], "only 0 of " + std::to_string(zip.size()) +
-                                 " bytes have arrived without a gap");
+  EXPECT_EQ(all[1]["fault"],
+            "only 0 of " + std::to_string(zip.size()) + " bytes have arrived without a gap");
   EXPECT_THAT(all[2]["fault"].get<std::string>(), HasSubstr("inventory.zip"));
 }
 

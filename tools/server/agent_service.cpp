@@ -1,5 +1,5 @@
-#include "tools/server/inventories.h"
 #include "tools/server/agent_service.h"
+#include "tools/server/inventories.h"
 
 #include <algorithm>
 #include <array>

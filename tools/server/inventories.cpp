@@ -63,8 +63,9 @@ std::string joined(Database& database, int64_t agent, const std::string& request
 
 Inventory unpacked(const std::string& archive, int64_t size, const std::string& digest) {
   if (archive.size() != static_cast<size_t>(size))
-    return {{}, "only " + std::to_string(archive.size()) + " of " + std::to_string(size) +
-                    " bytes have arrived without a gap"};
+    return {{},
+            "only " + std::to_string(archive.size()) + " of " + std::to_string(size) +
+                " bytes have arrived without a gap"};
   if (digestOf(archive) != digest) return {{}, "the archive has another digest"};
   archive::ZipArchive zip("inventory.zip", archive);
   archive::Refusal refusal;

@@ -36,16 +36,15 @@ constexpr std::array<std::string_view, 3> kApplicationNames = {
     "result.type", "application.requestID", "application.request.complete"};
 // What follows these, by the outcome; an error may follow each.
 constexpr std::string_view kOutcomeName = "application.data.outcome";
-constexpr std::array<std::string_view, 8> kDataNames = {
-    "application.data.size",
-    "application.data.offset",
-    "application.data.sha256",
-    "application.data.rows",
-    "application.data.skipped",
-    "application.data.complete",
-    "application.data.applications.checksum",
-    "application.data.files.checksum"};
-constexpr size_t kDigestName = 2;     // the third of them; the others of the first five are numbers
+constexpr std::array<std::string_view, 8> kDataNames = {"application.data.size",
+                                                        "application.data.offset",
+                                                        "application.data.sha256",
+                                                        "application.data.rows",
+                                                        "application.data.skipped",
+                                                        "application.data.complete",
+                                                        "application.data.applications.checksum",
+                                                        "application.data.files.checksum"};
+constexpr size_t kDigestName = 2;  // the third of them; the others of the first five are numbers
 constexpr size_t kNumberNames = 5;
 constexpr size_t kChecksumNames = 2;  // the last of them, of an unchanged inventory too
 constexpr std::string_view kErrorName = "application.data.error";
