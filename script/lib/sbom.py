@@ -16,13 +16,14 @@ MEMBER = re.compile(r"^(\S+\.a)\((\S+)\)$", re.M)
 OWN = re.compile(r"^libkorvane_\w+\.a$")
 # Static library of the Windows build -> component. What only names entries of the system's libraries comes from
 # mingw-w64 too.
-FROM_SOURCE = {"libcrypto.a": "openssl", "libssl.a": "openssl", "libcurl.a": "curl", "libminizip.a": "zlib", "libz.a": "zlib"}
+FROM_SOURCE = {"libcrypto.a": "openssl", "libssl.a": "openssl", "libcurl.a": "curl", "libminizip.a": "zlib", "libz.a": "zlib",
+               "libxerces-c.a": "xerces-c"}
 FROM_PACKAGE = {"libstdc++.a": "gcc-mingw-w64-x86-64-posix-runtime",
                 "libgcc.a": "gcc-mingw-w64-x86-64-posix-runtime", "libgcc_eh.a": "gcc-mingw-w64-x86-64-posix-runtime",
                 "libssp.a": "gcc-mingw-w64-x86-64-posix-runtime"}
 MINGW = {f"lib{name}.a" for name in (
     "mingw32", "mingwex", "msvcrt", "pthread", "winpthread", "kernel32", "user32", "advapi32", "ws2_32", "crypt32",
-    "bcrypt", "iphlpapi", "gdi32", "shell32", "ole32", "oleaut32", "uuid")}
+    "bcrypt", "iphlpapi", "gdi32", "shell32", "ole32", "oleaut32", "uuid", "ntdll", "version", "wintrust")}
 HEADERS = {"boost": "libboost1.74-dev", "fmt": "libfmt-dev", "CLI": "libcli11-dev", "nlohmann": "nlohmann-json3-dev"}
 HEADER = re.compile(r"/(%s)/" % "|".join(HEADERS))
 

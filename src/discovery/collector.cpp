@@ -17,6 +17,8 @@ using Counts = InventoryRow::Counts;
 
 constexpr uint64_t kMostNamedSkips = 100;
 constexpr size_t kPieceBytes = 64 * 1024;
+// Checking a signature reads the whole file in one step, which a stop waits for.
+constexpr uint64_t kMostSignedBytes = 100 * 1024 * 1024;
 
 std::string reasonOf(int error) {
   return std::string(std::strerror(error)) + " (" + std::to_string(error) + ")";
@@ -203,8 +205,8 @@ void Collector::collectFiles(const FileRoot& root) {
   }
 }
 
-void Collector::writeFile(const FileRoot& root, const std::string& folder,
-                          platform::FileWalk& walk, const platform::SurveyedEntry& entry) {
+void Collector::writeFile(const FileRoot& root, const std::string& folder, platform::FileWalk& walk,
+                          const platform::SurveyedEntry& entry) {
   const std::string path = folder + entry.relative;
   std::string digest;
   if (root.hash && entry.size <= root.hashLimit) {
@@ -218,7 +220,7 @@ void Collector::writeFile(const FileRoot& root, const std::string& folder,
   _row.add("modified", formatIso8601(entry.modifiedMs), digest.empty() ? Counts::yes : Counts::no);
   if (entry.createdMs) _row.add("created", formatIso8601(entry.createdMs), Counts::no);
   if (root.fileVersion) _row.add("version", walk.version());
-  if (root.signer) _row.add("signer", walk.signer());
+  if (root.signer && entry.size <= kMostSignedBytes) _row.add("signer", walk.signer());
   _row.add("sha256", digest);
   writeRow(&_filesSum);
 }

@@ -45,7 +45,8 @@ bool matchesPattern(std::string_view text, std::string_view pattern, bool foldCa
       do ++at;
       while (at < text.size() && !beginsCharacter(text[at]));
       ++in;
-    } else if (in < pattern.size() && counted(pattern[in], foldCase) == counted(text[at], foldCase)) {
+    } else if (in < pattern.size() &&
+               counted(pattern[in], foldCase) == counted(text[at], foldCase)) {
       ++at, ++in;
     } else if (star != kNone) {
       in = star + 1;

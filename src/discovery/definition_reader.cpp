@@ -83,7 +83,8 @@ class Attributes {
   }
   // Why the element is refused; empty when it is not.
   std::string verdict() {
-    if (!_left.empty()) refuse("the attribute " + quoted(_left.front().first) + " is not known here");
+    if (!_left.empty())
+      refuse("the attribute " + quoted(_left.front().first) + " is not known here");
     return _reason;
   }
 
@@ -126,7 +127,8 @@ class DefinitionHandler final : public XmlHandler {
     std::string version;
     attributes.text("version", true, version);
     if (name == "discovery" && version != std::to_string(_format))
-      attributes.refuse("the version is " + quoted(version) + ", not " + quoted(std::to_string(_format)));
+      attributes.refuse("the version is " + quoted(version) + ", not " +
+                        quoted(std::to_string(_format)));
     return name == "discovery";
   }
 
@@ -195,7 +197,8 @@ class DefinitionHandler final : public XmlHandler {
     attributes.text("key", true, root.key);
     attributes.number("depth", 0, kMostKeyDepth, root.depth);
     attributes.text("value", false, root.value);
-    if (definition.registry.size() == kMostRegistry) attributes.refuse(R"(more than 256 "registry")");
+    if (definition.registry.size() == kMostRegistry)
+      attributes.refuse(R"(more than 256 "registry")");
     definition.registry.push_back(std::move(root));
   }
 

@@ -66,7 +66,8 @@ std::string cleanText(std::string_view text) {
   out.reserve(valid.size());
   for (size_t i = 0; i < valid.size(); ++i) {
     // U+FFFE and U+FFFF, which XML does not have.
-    const bool none = valid.compare(i, 3, "\xEF\xBF\xBE") == 0 || valid.compare(i, 3, "\xEF\xBF\xBF") == 0;
+    const bool none =
+        valid.compare(i, 3, "\xEF\xBF\xBE") == 0 || valid.compare(i, 3, "\xEF\xBF\xBF") == 0;
     if (none) i += 2;
     if (none || isReplaced(static_cast<unsigned char>(valid[i]))) {
       out += kReplacement;

@@ -1,5 +1,6 @@
 #include "discovery/xml_reader.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -44,7 +45,8 @@ class ThrowingPanic final : public xercesc::PanicHandler {
 class XercesSession {
  public:
   XercesSession() {
-    xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr, &_panic);
+    xercesc::XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr,
+                                          &_panic);
   }
   ~XercesSession() { xercesc::XMLPlatformUtils::Terminate(); }
   XercesSession(const XercesSession&) = delete;
@@ -100,10 +102,22 @@ class Forwarding final : public xercesc::DefaultHandler {
   const xercesc::Locator* _locator = nullptr;
 };
 
+// The first line that is no UTF-8, from 1; 0 when all are.
+size_t malformedLine(std::string_view document) {
+  if (isValidUtf8(document)) return 0;
+  size_t line = 1;
+  for (size_t begin = 0;; ++line) {
+    const size_t end = std::min(document.find('\n', begin), document.size());
+    if (!isValidUtf8(document.substr(begin, end - begin)) || end == document.size()) return line;
+    begin = end + 1;
+  }
+}
+
 void parse(std::string_view document, XmlHandler& handler) {
   using xercesc::XMLUni;
   Forwarding forwarding(handler);
-  const std::unique_ptr<xercesc::SAX2XMLReader> reader(xercesc::XMLReaderFactory::createXMLReader());
+  const std::unique_ptr<xercesc::SAX2XMLReader> reader(
+      xercesc::XMLReaderFactory::createXMLReader());
   reader->setFeature(XMLUni::fgSAX2CoreNameSpaces, false);
   reader->setFeature(XMLUni::fgSAX2CoreValidation, false);
   reader->setFeature(XMLUni::fgXercesSchema, false);
@@ -122,6 +136,9 @@ void parse(std::string_view document, XmlHandler& handler) {
 }  // namespace
 
 std::string readXml(std::string_view document, XmlHandler& handler) {
+  // The parser would take the end of a malformed text for the end of the document.
+  if (const size_t line = malformedLine(document))
+    return "line " + std::to_string(line) + ", column 1: the text is not UTF-8";
   const ProcessLock hold(xmlLock);
   try {
     const XercesSession session;

@@ -92,7 +92,9 @@ class PosixFileWalk final : public FileWalk {
   };
 
   std::string full(const std::string& relative) const {
-    return relative.empty() ? _root : _root.ends_with('/') ? _root + relative : _root + "/" + relative;
+    return relative.empty()       ? _root
+           : _root.ends_with('/') ? _root + relative
+                                  : _root + "/" + relative;
   }
 
   void leave() {

@@ -45,7 +45,8 @@ void eachProcess(SurveyGuide& guide, const std::string& below, Each each) {
 // "811 (sshd) S 1 ...": the name may hold anything, also blanks and brackets.
 bool parseStat(std::string_view text, SurveyedProcess& out) {
   const size_t open = text.find('('), close = text.rfind(')');
-  if (open == std::string_view::npos || close == std::string_view::npos || close < open) return false;
+  if (open == std::string_view::npos || close == std::string_view::npos || close < open)
+    return false;
   out.name = text.substr(open + 1, close - open - 1);
   const std::string_view rest = text.substr(close + 1);
   const size_t parent = rest.find_first_not_of(' ', 2);

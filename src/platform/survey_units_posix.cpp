@@ -99,9 +99,9 @@ void surveyUnits(SurveyGuide& guide, const std::string& below,
   for (const char* folder : {"/etc/systemd/system", "/run/systemd/system"})
     addEnabled(guide, below + folder, enabled);
   bool any = false;
-  for (const char* place : {"/etc/systemd/system", "/run/systemd/system",
-                            "/usr/local/lib/systemd/system", "/usr/lib/systemd/system",
-                            "/lib/systemd/system"}) {
+  for (const char* place :
+       {"/etc/systemd/system", "/run/systemd/system", "/usr/local/lib/systemd/system",
+        "/usr/lib/systemd/system", "/lib/systemd/system"}) {
     const std::string path = below + place;
     OpenFolder folder(AT_FDCWD, path, true);
     any = any || !folder.error();

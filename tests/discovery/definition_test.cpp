@@ -46,20 +46,26 @@ TEST(Definition, whatIsRefusedHasAPlaceAndAReason) {
       {inRoot("<ports x='1'/>"), "line 2, ", R"(the attribute "x" is not known here)"},
       {inRoot("<ports x='1' x='2'/>"), "line 2, ", "attribute 'x' is already specified"},
       {inRoot("<ports><tcp/></ports>"), "line 2, ", R"(the element "tcp" is not known here)"},
-      {inRoot("<ports><exclude pattern='a'/></ports>"), "line 2, ", R"("exclude" is not known here)"},
+      {inRoot("<ports><exclude pattern='a'/></ports>"), "line 2, ",
+       R"("exclude" is not known here)"},
       {inRoot("ports"), "line ", "text between elements"},
       {inRoot("<![CDATA[ports]]>"), "line 2, ", "text between elements"},
       {inRoot("<files/>"), "line 2, ", R"(the attribute "root" is missing)"},
       {inRoot("<files root=''/>"), "line 2, ", R"("root" is empty)"},
       {inRoot("<files root='a/b'/>"), "line 2, ", R"("root" is "a/b", not a full path)"},
-      {inRoot("<files root='/a' pattern='a;;b'/>"), "line 2, ", R"("pattern" has an empty pattern)"},
-      {inRoot("<files root='/a' depth='65'/>"), "line 2, ", R"("depth" is "65", not a number from 0 to 64)"},
+      {inRoot("<files root='/a' pattern='a;;b'/>"), "line 2, ",
+       R"("pattern" has an empty pattern)"},
+      {inRoot("<files root='/a' depth='65'/>"), "line 2, ",
+       R"("depth" is "65", not a number from 0 to 64)"},
       {inRoot("<files root='/a' depth='-1'/>"), "line 2, ", R"("depth" is "-1")"},
       {inRoot("<files root='/a' depth=' 1'/>"), "line 2, ", R"("depth" is " 1")"},
       {inRoot("<files root='/a' maxSize='9223372036854775808'/>"), "line 2, ", R"("maxSize" is)"},
-      {inRoot("<files root='/a' minSize='2' maxSize='1'/>"), "line 2, ", R"("minSize" is above "maxSize")"},
-      {inRoot("<files root='/a' hash='yes'/>"), "line 2, ", R"("hash" is "yes", not "true" or "false")"},
-      {inRoot("<files root='/a'><exclude/></files>"), "line 2, ", R"(the attribute "pattern" is missing)"},
+      {inRoot("<files root='/a' minSize='2' maxSize='1'/>"), "line 2, ",
+       R"("minSize" is above "maxSize")"},
+      {inRoot("<files root='/a' hash='yes'/>"), "line 2, ",
+       R"("hash" is "yes", not "true" or "false")"},
+      {inRoot("<files root='/a'><exclude/></files>"), "line 2, ",
+       R"(the attribute "pattern" is missing)"},
       {inRoot("<registry key='a' depth='33'/>"), "line 2, ", R"("depth" is "33")"},
       {inRoot("<limits share='0'/>"), "line 2, ", R"("share" is "0", not a number from 1 to 100)"},
       {inRoot("<limits seconds='604801'/>"), "line 2, ", R"("seconds" is "604801")"},
@@ -67,34 +73,40 @@ TEST(Definition, whatIsRefusedHasAPlaceAndAReason) {
       {inRoot(times(257, "<registry key='a'/>")), "line 2, ", R"(more than 256 "registry")"},
       {inRoot("<files root='/a'>" + times(65, "<exclude pattern='a'/>") + "</files>"), "line 2, ",
        R"(more than 64 "exclude")"},
-      {inRoot("<files root='/\xff'/>"), "line ", ""},
+      {inRoot("<files root='/\xff'/>"), "line 2, column 1: ", "the text is not UTF-8"},
+      {"<discovery version='2'/>\xc3", "line 1, column 1: ", "the text is not UTF-8"},
       {inRoot("<files root='&other;'/>"), "line 2, ", "entity 'other' not found"},
       {inRoot(times(5000, "<a>")), "line 2, ", R"(the element "a" is not known here)"},
   };
   for (const Refusal& row : table) {
     const std::string got = refusalOf(row.document);
-    EXPECT_TRUE(std::regex_search(got, std::regex("^line [1-9]\\d*, column [1-9]\\d*: \\S"))) << got;
+    EXPECT_TRUE(std::regex_search(got, std::regex("^line [1-9]\\d*, column [1-9]\\d*: \\S")))
+        << got;
     EXPECT_TRUE(got.starts_with(row.place)) << got;
-    EXPECT_NE(got.find(row.reason), std::string::npos) << got << "\nof " << row.document.substr(0, 200);
+    EXPECT_NE(got.find(row.reason), std::string::npos)
+        << got << "\nof " << row.document.substr(0, 200);
   }
 }
 
 TEST(Definition, aDocumentTypeIsRefusedBeforeAnythingOfItIsLookedAt) {
   const std::string end = "]><discovery version='1'/>";
-  for (const std::string& begin : {
-           std::string("<!DOCTYPE discovery ["), std::string("<!DOCTYPE discovery [<!ENTITY a SYSTEM '/etc/passwd'>"),
-           std::string("<!DOCTYPE discovery SYSTEM 'file:///etc/passwd' ["),
-           std::string("<!DOCTYPE discovery PUBLIC 'a' 'http://127.0.0.1:1/x.dtd' [%all;"),
-           std::string("<!DOCTYPE discovery [<!ENTITY a 'aaaa'><!ENTITY b '&a;&a;&a;&a;'>"),
-           std::string("<!DOCTYPE discovery [<!ENTITY broken")}) {
-    EXPECT_NE(refusalOf(begin + end, 1).find(": a document type declaration is not allowed"), std::string::npos)
+  for (const std::string& begin :
+       {std::string("<!DOCTYPE discovery ["),
+        std::string("<!DOCTYPE discovery [<!ENTITY a SYSTEM '/etc/passwd'>"),
+        std::string("<!DOCTYPE discovery SYSTEM 'file:///etc/passwd' ["),
+        std::string("<!DOCTYPE discovery PUBLIC 'a' 'http://127.0.0.1:1/x.dtd' [%all;"),
+        std::string("<!DOCTYPE discovery [<!ENTITY a 'aaaa'><!ENTITY b '&a;&a;&a;&a;'>"),
+        std::string("<!DOCTYPE discovery [<!ENTITY broken")}) {
+    EXPECT_NE(refusalOf(begin + end, 1).find(": a document type declaration is not allowed"),
+              std::string::npos)
         << refusalOf(begin + end, 1);
   }
 }
 
 TEST(Definition, theFirstFormatHasNothingOfTheSecond) {
-  for (const char* part : {"<limits/>", "<registry key='a'/>", "<files root='/a' hash='true'/>",
-                           "<files root='/a' signer='true'/>", "<files root='/a'><exclude pattern='a'/></files>"})
+  for (const char* part :
+       {"<limits/>", "<registry key='a'/>", "<files root='/a' hash='true'/>",
+        "<files root='/a' signer='true'/>", "<files root='/a'><exclude pattern='a'/></files>"})
     EXPECT_NE(refusalOf(inRoot(part, 1), 1).find("is not known here"), std::string::npos) << part;
   EXPECT_EQ(refusalOf(inRoot("<files root='/a' minSize='1'/>", 1), 1), "");
   EXPECT_NE(refusalOf(inRoot("", 1), 2).find("the version is \"1\", not \"2\""), std::string::npos);
@@ -111,7 +123,8 @@ TEST(Definition, whatIsReadIsWhatItSays) {
 
   Definition first;
   ASSERT_EQ(readDefinition("\xEF\xBB\xBF" + examples[0], 1, first), "");
-  EXPECT_TRUE(first.applications && first.services && first.processes && first.ports && first.shortcuts);
+  EXPECT_TRUE(first.applications && first.services && first.processes && first.ports &&
+              first.shortcuts);
   ASSERT_EQ(first.files.size(), 1u);
   EXPECT_EQ(first.files[0].patterns, (std::vector<std::string>{"*.jar", "*.war"}));
   EXPECT_EQ(first.files[0].depth, 6u);
@@ -142,15 +155,25 @@ TEST(Definition, patternsMatchWhatTheyName) {
     const char *text, *pattern;
     bool exact, folded;
   } table[] = {
-      {"", "", true, true},         {"", "*", true, true},       {"a", "", false, false},
-      {"a.jar", "*.jar", true, true}, {"a.JAR", "*.jar", false, true}, {"a.jarx", "*.jar", false, false},
-      {"aXbXc", "a*X*c", true, true}, {"abc", "a?c", true, true},  {"ac", "a?c", false, false},
-      {"\xC3\xA4", "?", true, true},  {"a/b/c", "a\\*", true, true}, {"a\\b", "a/b", true, true},
+      {"", "", true, true},
+      {"", "*", true, true},
+      {"a", "", false, false},
+      {"a.jar", "*.jar", true, true},
+      {"a.JAR", "*.jar", false, true},
+      {"a.jarx", "*.jar", false, false},
+      {"aXbXc", "a*X*c", true, true},
+      {"abc", "a?c", true, true},
+      {"ac", "a?c", false, false},
+      {"\xC3\xA4", "?", true, true},
+      {"a/b/c", "a\\*", true, true},
+      {"a\\b", "a/b", true, true},
       {"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab", "*a*a*a*a*a*a*a*a*c", false, false},
   };
   for (const auto& row : table) {
-    EXPECT_EQ(matchesPattern(row.text, row.pattern, false), row.exact) << row.text << " " << row.pattern;
-    EXPECT_EQ(matchesPattern(row.text, row.pattern, true), row.folded) << row.text << " " << row.pattern;
+    EXPECT_EQ(matchesPattern(row.text, row.pattern, false), row.exact)
+        << row.text << " " << row.pattern;
+    EXPECT_EQ(matchesPattern(row.text, row.pattern, true), row.folded)
+        << row.text << " " << row.pattern;
   }
   FileRoot root;
   root.excluded = {"*.tmp", "cache/*"};

@@ -5,12 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <map>
 
+#include "discovery/xml_reader.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/fake_survey.h"
 #include "platform/fake/faulty_files.h"
 #include "platform/fake/forwarding.h"
+#include "platform/native.h"
+#include "tests/support/temp_directory.h"
 
 namespace korvane {
 namespace {
@@ -54,11 +60,13 @@ class InventoryTest : public testing::Test {
     survey.running = {{7, 1, "sh", "/bin/sh", "sh -c\tx"}};
     survey.open = {{"tcp", "::1", 22, 0, ""}};
     survey.links = {{"/x/a\tb.desktop", "", "C:\\t", "", ""}};
-    survey.files = {{"/data/one.txt", "1"}, {"/data/sub/two.dll", "22"}, {"/data/sub/deep/three", "333"}};
+    survey.files = {
+        {"/data/one.txt", "1"}, {"/data/sub/two.dll", "22"}, {"/data/sub/deep/three", "333"}};
     fake.files.put("/agent/agent.ini", "");
   }
   void define(const std::string& parts, const std::string& format = "2") {
-    fake.files.put("/agent/d" + format + ".xml", "<discovery version='" + format + "'>" + parts + "</discovery>");
+    fake.files.put("/agent/d" + format + ".xml",
+                   "<discovery version='" + format + "'>" + parts + "</discovery>");
   }
   InventoryOutcome collect(const STRING& first = {}, const STRING& second = "/agent/d2.xml") {
     return inventory.collect(stop, {first, second, kOutput, kShortcuts});
@@ -67,7 +75,8 @@ class InventoryTest : public testing::Test {
   bool has(const std::string& text) { return output().find(text) != std::string::npos; }
   // No half-written file stays, whatever happened.
   void TearDown() override {
-    for (const std::string& path : fake.files.paths()) EXPECT_EQ(path.find(".new-"), std::string::npos) << path;
+    for (const std::string& path : fake.files.paths())
+      EXPECT_EQ(path.find(".new-"), std::string::npos) << path;
   }
 };
 
@@ -76,28 +85,36 @@ TEST_F(InventoryTest, eachRowIsWrittenAsThePageSays) {
   EXPECT_TRUE(got.written && got.complete && !got.stopped && got.error.empty());
   EXPECT_EQ(got.rows, 9u);
   EXPECT_EQ(got.skipped, 0u);
-  EXPECT_EQ(output(),
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-            "<inventory version=\"1\" collected=\"2026-01-01T00:00:00.000Z\">\n"
-            "<application name=\"b\" version=\"1\"/>\n"
-            "<application name=\"a\" version=\"2\" publisher=\"V &amp; &quot;Co&quot; &lt;x&gt;\" architecture=\"amd64\"/>\n"
-            "<service name=\"cron.service\" start=\"enabled\" account=\"root\" program=\"/usr/sbin/cron -f\"/>\n"
-            "<process id=\"7\" parent=\"1\" name=\"sh\" image=\"/bin/sh\" commandLine=\"sh -c&#9;x\"/>\n"
-            "<port protocol=\"tcp\" address=\"::1\" port=\"22\"/>\n"
-            "<shortcut path=\"/x/a&#9;b.desktop\" target=\"C:\\t\"/>\n"
-            "<file path=\"/data/one.txt\" size=\"1\" modified=\"1970-01-01T00:00:01.000Z\" sha256=\"6b86b273ff34fce1"
-            "9d6b804eff5a3f5747ada4eaa22f1d49c01e52ddb7875b4b\"/>\n"
-            "<file path=\"/data/sub/deep/three\" size=\"3\" modified=\"1970-01-01T00:00:01.000Z\" sha256=\"556d7dc3a1"
-            "15356350f1f9910b1af1ab0e312d4b3e4fc788d2da63668f36d017\"/>\n"
-            "<file path=\"/data/sub/two.dll\" size=\"2\" modified=\"1970-01-01T00:00:01.000Z\" version=\"1.2.3.4\" "
-            "sha256=\"785f3ec7eb32f30b90cd0fcf3657d388b5ff4297f2f9716ff66e9b69c05ddd09\"/>\n"
-            "<result complete=\"true\" rows=\"9\" skipped=\"0\" applicationsChecksum=\"" +
-                got.applicationsChecksum + "\" filesChecksum=\"" + got.filesChecksum + "\"/>\n</inventory>\n");
+  EXPECT_EQ(
+      output(),
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<inventory version=\"1\" collected=\"2026-01-01T00:00:00.000Z\">\n"
+      "<application name=\"b\" version=\"1\"/>\n"
+      "<application name=\"a\" version=\"2\" publisher=\"V &amp; &quot;Co&quot; &lt;x&gt;\" "
+      "architecture=\"amd64\"/>\n"
+      "<service name=\"cron.service\" start=\"enabled\" account=\"root\" program=\"/usr/sbin/cron "
+      "-f\"/>\n"
+      "<process id=\"7\" parent=\"1\" name=\"sh\" image=\"/bin/sh\" commandLine=\"sh -c&#9;x\"/>\n"
+      "<port protocol=\"tcp\" address=\"::1\" port=\"22\"/>\n"
+      "<shortcut path=\"/x/a&#9;b.desktop\" target=\"C:\\t\"/>\n"
+      "<file path=\"/data/one.txt\" size=\"1\" modified=\"1970-01-01T00:00:01.000Z\" "
+      "sha256=\"6b86b273ff34fce1"
+      "9d6b804eff5a3f5747ada4eaa22f1d49c01e52ddb7875b4b\"/>\n"
+      "<file path=\"/data/sub/deep/three\" size=\"3\" modified=\"1970-01-01T00:00:01.000Z\" "
+      "sha256=\"556d7dc3a1"
+      "15356350f1f9910b1af1ab0e312d4b3e4fc788d2da63668f36d017\"/>\n"
+      "<file path=\"/data/sub/two.dll\" size=\"2\" modified=\"1970-01-01T00:00:01.000Z\" "
+      "version=\"1.2.3.4\" "
+      "sha256=\"785f3ec7eb32f30b90cd0fcf3657d388b5ff4297f2f9716ff66e9b69c05ddd09\"/>\n"
+      "<result complete=\"true\" rows=\"9\" skipped=\"0\" applicationsChecksum=\"" +
+          got.applicationsChecksum + "\" filesChecksum=\"" + got.filesChecksum +
+          "\"/>\n</inventory>\n");
   EXPECT_EQ(fake.files.content(kShortcuts), "/x/a\\tb.desktop\tC:\\\\t\t\t\n");
 }
 
 TEST_F(InventoryTest, whatIsNoTextBecomesText) {
-  survey.installed = {{std::string("a\x01\xff\xEF\xBF\xBF z"), std::string(40000, 'v'), "", "", "", ""}};
+  survey.installed = {
+      {std::string("a\x01\xff\xEF\xBF\xBF z"), std::string(40000, 'v'), "", "", "", ""}};
   survey.files = {{"/data/\xff", "1"}};
   EXPECT_TRUE(collect().complete);
   EXPECT_TRUE(has("name=\"a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD z\"")) << output();
@@ -126,7 +143,11 @@ TEST_F(InventoryTest, checksumsTellAChangeOfWhatCountsAndNothingElse) {
   EXPECT_EQ(differs(), Both(true, false)) << "one row twice";
   survey.installed.push_back(survey.installed[0]);
   EXPECT_EQ(differs(), Both(true, false)) << "and thrice";
-  survey.installed.resize(2);
+  survey.installed.assign(2, survey.installed[0]);
+  const std::string twice = collect().applicationsChecksum;
+  survey.installed.assign(2, {"c", "", "", "", "", ""});
+  EXPECT_NE(collect().applicationsChecksum, twice) << "two of one and two of another";
+  survey.installed = {{"b", "1", "", "", "", ""}, {"a", "2", "V & \"Co\" <x>", "amd64", "", ""}};
   survey.files["/data/one.txt"] = "2";
   EXPECT_EQ(differs(), Both(false, true));
   define("<processes/><ports/>");
@@ -190,14 +211,19 @@ TEST_F(InventoryTest, whatCannotBeReadIsCountedAndNamedUpToABound) {
 }
 
 TEST_F(InventoryTest, aLimitEndsItWithoutChecksums) {
-  define("<limits rows='9'/><applications/><services/><processes/><ports/><shortcuts/><files root='/data'/>");
+  define(
+      "<limits rows='9'/><applications/><services/><processes/><ports/><shortcuts/><files "
+      "root='/data'/>");
   EXPECT_TRUE(collect().complete) << "as many rows as there are";
-  define("<limits rows='8'/><applications/><services/><processes/><ports/><shortcuts/><files root='/data'/>");
+  define(
+      "<limits rows='8'/><applications/><services/><processes/><ports/><shortcuts/><files "
+      "root='/data'/>");
   InventoryOutcome got = collect();
   EXPECT_TRUE(got.written && !got.complete && got.error.empty());
   EXPECT_EQ(got.rows, 8u);
   EXPECT_EQ(got.applicationsChecksum + got.filesChecksum, "");
-  EXPECT_TRUE(has("<result complete=\"false\" reason=\"rows\" rows=\"8\" skipped=\"0\"/>")) << output();
+  EXPECT_TRUE(has("<result complete=\"false\" reason=\"rows\" rows=\"8\" skipped=\"0\"/>"))
+      << output();
   define("<limits seconds='1' share='100'/><applications/><files root='/data'/>");
   clock.msOfStep = 300;
   got = collect();
@@ -223,7 +249,8 @@ TEST_F(InventoryTest, aRefusedDefinitionLeavesTheOneBeforeInForce) {
   EXPECT_TRUE(has("<service "));
   fake.files.put("/agent/d2.xml", std::string(256 * 1024 + 1, ' '));
   EXPECT_EQ(collect().error, STRING("/agent/d2.xml: larger than 262144 bytes"));
-  EXPECT_EQ(collect("/agent/none.xml", "").error.toUtf8().find("/agent/none.xml: cannot be read: "), 0u);
+  EXPECT_EQ(collect("/agent/none.xml", "").error.toUtf8().find("/agent/none.xml: cannot be read: "),
+            0u);
   EXPECT_EQ(collect("", "").error, STRING("no discovery definition is set"));
 }
 
@@ -232,13 +259,15 @@ TEST_F(InventoryTest, aResultThatCannotBeWrittenLeavesTheFormerOne) {
   const std::string former = output(), shortcuts = fake.files.content(kShortcuts);
   survey.installed.clear();
   survey.links.clear();
-  for (const auto operation : {FileOperation::open, FileOperation::write, FileOperation::flush, FileOperation::replace}) {
+  for (const auto operation :
+       {FileOperation::open, FileOperation::write, FileOperation::flush, FileOperation::replace}) {
     for (const char* part : {"inventory.xml", "shortcuts.txt"}) {
       if (operation == FileOperation::write && part[0] == 's') continue;  // it is empty
       files.failAll(operation, ENOSPC, part);
       const InventoryOutcome got = collect();
       EXPECT_FALSE(got.written || got.complete);
-      EXPECT_EQ(got.error.toUtf8(), std::string("/agent/") + part + ": cannot be written: No space left on device (28)");
+      EXPECT_EQ(got.error.toUtf8(), std::string("/agent/") + part +
+                                        ": cannot be written: No space left on device (28)");
       EXPECT_EQ(got.applicationsChecksum, "");
       EXPECT_EQ(output(), former);
       files.heal();
@@ -270,6 +299,58 @@ TEST_F(InventoryTest, aStopEndsItAtAnyStepAndLeavesTheFormerResult) {
     EXPECT_EQ(output(), former);
     EXPECT_LE(clock.steps, at + 2) << "nothing goes on after a stop";
   }
+}
+
+// The system that the test runs on, collected on a stack as large as the header asks for.
+class CountingRows final : public XmlHandler {
+ public:
+  std::string startElement(const std::string& name, const XmlAttributes& attributes) override {
+    ++rows[name];
+    last = attributes;
+    return {};
+  }
+  std::string endElement() override { return {}; }
+  std::string text(const std::string&) override { return {}; }
+  std::map<std::string, uint64_t> rows;
+  XmlAttributes last;
+};
+
+TEST(NativeInventory, ofThisMachineIsWholeAndWellFormed) {
+  const auto native = platform::makeNativePlatform({});
+  platform::Platform& system = native->platform();
+  const platform::CurrentPlatform current(system);
+  const auto survey = platform::makeNativeSurvey();
+  const tests::TempDirectory directory;
+  const std::string root = directory.path();
+  const auto put = [&](const std::string& name, const std::string& text) {
+    std::ofstream(tests::fsPath(root + "/" + name), std::ios::binary) << text;
+  };
+  std::filesystem::create_directory(tests::fsPath(root + "/files"));
+  for (int i = 0; i < 20; ++i)
+    put("files/" + std::to_string(i), std::string(static_cast<size_t>(i) * 10000, 'x'));
+  put("d.xml",
+      "<discovery version='2'><limits "
+      "share='100'/><applications/><services/><processes/><ports/><shortcuts/><files root='" +
+          root + "/files'/></discovery>");
+  Inventory inventory(system.clock, system.files, *survey);
+  StopToken stop;
+  InventoryOutcome got;
+  const auto thread = system.threading.createThread(Inventory::kStackBytes, [&] {
+    got = inventory.collect(stop, "", root + "/d.xml", root + "/out.xml");
+  });
+  ASSERT_EQ(thread->join(platform::kInfinite), platform::WaitResult::signalled);
+  ASSERT_TRUE(got.complete) << got.error.toUtf8();
+  std::ifstream file(tests::fsPath(root + "/out.xml"), std::ios::binary);
+  const std::string text((std::istreambuf_iterator<char>(file)), {});
+  CountingRows counting;
+  EXPECT_EQ(readXml(text, counting), "");
+  EXPECT_EQ(counting.rows["file"], 20u);
+  EXPECT_GT(counting.rows["process"], 0u);
+  uint64_t rows = 0;
+  for (const auto& [name, count] : counting.rows)
+    if (name != "inventory" && name != "skip" && name != "result") rows += count;
+  EXPECT_EQ(rows, got.rows);
+  EXPECT_EQ(counting.last.back().second, got.filesChecksum);
 }
 
 // Simulated time, in which each step of work takes another part of a millisecond.

@@ -29,7 +29,8 @@ class SurveyOfAFolder : public testing::Test, public SurveyGuide {
 
   bool goOn() override { return true; }
   void skipped(std::string_view what, int error) override {
-    skips.push_back(std::string(what.substr(std::min(root.size(), what.size()))) + " " + std::to_string(error));
+    skips.push_back(std::string(what.substr(std::min(root.size(), what.size()))) + " " +
+                    std::to_string(error));
   }
   void put(const std::string& path, const std::string& content) {
     fs::create_directories(fs::path(root + path).parent_path());
@@ -54,11 +55,15 @@ class SurveyOfAFolder : public testing::Test, public SurveyGuide {
 
 TEST_F(SurveyOfAFolder, packages) {
   put("/var/lib/dpkg/status",
-      "Package: one\nStatus: install ok installed\nMaintainer: A <a@b>\nArchitecture: amd64\nVersion: 1:2-3\nDescription: x\n"
-      " Version: 9\n\nPackage: removed\nStatus: deinstall ok config-files\nVersion: 1\n\n\nPackage: " +
-          std::string(100000, 'n') + "\nStatus: install ok installed\n\nPackage: last\nStatus: hold ok installed");
+      "Package: one\nStatus: install ok installed\nMaintainer: A <a@b>\nArchitecture: "
+      "amd64\nVersion: 1:2-3\nDescription: x\n"
+      " Version: 9\n\nPackage: removed\nStatus: deinstall ok config-files\nVersion: "
+      "1\n\n\nPackage: " +
+          std::string(100000, 'n') +
+          "\nStatus: install ok installed\n\nPackage: last\nStatus: hold ok installed");
   survey->applications(*this, [&](const SurveyedApplication& row) {
-    rows.push_back(row.name.substr(0, 20) + "|" + row.version + "|" + row.publisher + "|" + row.architecture);
+    rows.push_back(row.name.substr(0, 20) + "|" + row.version + "|" + row.publisher + "|" +
+                   row.architecture);
     EXPECT_LE(row.name.size(), kMostTextBytes);
   });
   EXPECT_EQ(rows, (Lines{"one|1:2-3|A <a@b>|amd64", "nnnnnnnnnnnnnnnnnnnn|||", "last|||"}));
@@ -69,7 +74,8 @@ TEST_F(SurveyOfAFolder, packages) {
 
 TEST_F(SurveyOfAFolder, units) {
   put("/usr/lib/systemd/system/on.service",
-      "[Unit]\nDescription = On\n[Service]\nExecStart=-/bin/on \\\n  --x\nExecStart=/bin/more\nUser=u\n[Install]\nWantedBy=a\n");
+      "[Unit]\nDescription = On\n[Service]\nExecStart=-/bin/on \\\n  "
+      "--x\nExecStart=/bin/more\nUser=u\n[Install]\nWantedBy=a\n");
   put("/usr/lib/systemd/system/off.service", "[Install]\n");
   put("/usr/lib/systemd/system/static.service", "[Service]\nExecStart=/bin/s\n");
   put("/usr/lib/systemd/system/over.service", "[Service]\nUser=vendor\n");
@@ -80,16 +86,20 @@ TEST_F(SurveyOfAFolder, units) {
   put("/usr/lib/systemd/system/empty.service", "");
   link("/etc/systemd/system/masked.service", "/dev/null");
   link("/etc/systemd/system/alias.service", "/usr/lib/systemd/system/on.service");
-  link("/etc/systemd/system/multi-user.target.wants/on.service", "/usr/lib/systemd/system/on.service");
-  link("/etc/systemd/system/getty.target.wants/getty@tty1.service", "/lib/systemd/system/getty@.service");
+  link("/etc/systemd/system/multi-user.target.wants/on.service",
+       "/usr/lib/systemd/system/on.service");
+  link("/etc/systemd/system/getty.target.wants/getty@tty1.service",
+       "/lib/systemd/system/getty@.service");
   link("/lib", "usr/lib");
   survey->services(*this, [&](const SurveyedService& row) {
-    rows.push_back(row.name + "|" + row.displayName + "|" + row.start + "|" + row.account + "|" + row.program);
+    rows.push_back(row.name + "|" + row.displayName + "|" + row.start + "|" + row.account + "|" +
+                   row.program);
   });
   std::sort(rows.begin(), rows.end());
-  EXPECT_EQ(rows, (Lines{"empty.service||masked||", "getty@.service||enabled|root|", "masked.service||masked||",
-                         "off.service||disabled|root|", "on.service|On|enabled|u|-/bin/on    --x",
-                         "over.service||static|local|", "static.service||static|root|/bin/s"}));
+  EXPECT_EQ(rows, (Lines{"empty.service||masked||", "getty@.service||enabled|root|",
+                         "masked.service||masked||", "off.service||disabled|root|",
+                         "on.service|On|enabled|u|-/bin/on    --x", "over.service||static|local|",
+                         "static.service||static|root|/bin/s"}));
   EXPECT_EQ(skips, Lines{});
 }
 
@@ -102,16 +112,21 @@ TEST_F(SurveyOfAFolder, processesAndPorts) {
   put("/proc/self/stat", "1 (init) S 0");
   link("/proc/1/exe", "/usr/lib/init");
   survey->processes(*this, [&](const SurveyedProcess& row) {
-    rows.push_back(std::to_string(row.id) + "|" + std::to_string(row.parent) + "|" + row.name + "|" + row.image + "|" + row.commandLine);
+    rows.push_back(std::to_string(row.id) + "|" + std::to_string(row.parent) + "|" + row.name +
+                   "|" + row.image + "|" + row.commandLine);
   });
   std::sort(rows.begin(), rows.end());
   EXPECT_EQ(rows, (Lines{"1|0|init|/usr/lib/init|/sbin/init splash", "77|1|a b) c)||"}));
   rows.clear();
-  const std::string head = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
-  put("/proc/net/tcp", head + "   0: 0100007F:0016 00000000:0000 0A 0:0 00:00 0 0 0 500 1 x\n" +
-                           "   1: 0100007F:0017 0100007F:0016 01 0:0 00:00 0 0 0 501 1 x\n" +
-                           "   2: 00000000:0050 00000000:0000 0A 0:0 00:00 0 0 0 502 1 x\nnonsense\n");
-  put("/proc/net/tcp6", head + "   0: 00000000000000000000000001000000:01BB 0:0 0A 0:0 00:00 0 0 0 503 1 x\n");
+  const std::string head =
+      "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout "
+      "inode\n";
+  put("/proc/net/tcp",
+      head + "   0: 0100007F:0016 00000000:0000 0A 0:0 00:00 0 0 0 500 1 x\n" +
+          "   1: 0100007F:0017 0100007F:0016 01 0:0 00:00 0 0 0 501 1 x\n" +
+          "   2: 00000000:0050 00000000:0000 0A 0:0 00:00 0 0 0 502 1 x\nnonsense\n");
+  put("/proc/net/tcp6",
+      head + "   0: 00000000000000000000000001000000:01BB 0:0 0A 0:0 00:00 0 0 0 503 1 x\n");
   put("/proc/net/udp", head + "   0: 00000000:0044 00000000:0000 07 0:0 00:00 0 0 0 504 1 x\n");
   link("/proc/1/fd/3", "socket:[500]");
   link("/proc/1/fd/4", "socket:[500]");
@@ -120,16 +135,18 @@ TEST_F(SurveyOfAFolder, processesAndPorts) {
   link("/proc/77/fd/2", "socket:[503]");
   link("/proc/77/fd/3", "socket:[501]");
   survey->ports(*this, [&](const SurveyedPort& row) {
-    rows.push_back(row.protocol + "|" + row.address + "|" + std::to_string(row.port) + "|" + std::to_string(row.process) + "|" + row.image);
+    rows.push_back(row.protocol + "|" + row.address + "|" + std::to_string(row.port) + "|" +
+                   std::to_string(row.process) + "|" + row.image);
   });
   std::sort(rows.begin(), rows.end());
-  EXPECT_EQ(rows, (Lines{"tcp|0.0.0.0|80|0|", "tcp|127.0.0.1|22|1|/usr/lib/init", "tcp|127.0.0.1|22|77|", "tcp|::1|443|77|",
-                         "udp|0.0.0.0|68|0|"}));
+  EXPECT_EQ(rows, (Lines{"tcp|0.0.0.0|80|0|", "tcp|127.0.0.1|22|1|/usr/lib/init",
+                         "tcp|127.0.0.1|22|77|", "tcp|::1|443|77|", "udp|0.0.0.0|68|0|"}));
   EXPECT_EQ(skips, Lines{});
 }
 
 TEST_F(SurveyOfAFolder, desktopEntriesAndNoLinksOfAUser) {
-  put("/usr/share/applications/a.desktop", "[Desktop Entry]\nName=A\nName[de]=Ä\nExec=a --x %F\nPath=/p\n[Desktop Action n]\nExec=b\n");
+  put("/usr/share/applications/a.desktop",
+      "[Desktop Entry]\nName=A\nName[de]=Ä\nExec=a --x %F\nPath=/p\n[Desktop Action n]\nExec=b\n");
   put("/usr/share/applications/mimeinfo.cache", "[Desktop Entry]\n");
   put("/home/u/.local/share/applications/q.desktop", "[Desktop Entry]\nExec=\"/a b/c\"  d\n");
   put("/home/u/Desktop/r.desktop", "[Desktop Entry]\nExec=r\n");
@@ -138,10 +155,12 @@ TEST_F(SurveyOfAFolder, desktopEntriesAndNoLinksOfAUser) {
   link("/home/v/.local/share", root + "/secret");
   link("/home/w", root + "/home/u");
   survey->shortcuts(*this, [&](const SurveyedShortcut& row) {
-    rows.push_back(row.path.substr(root.size()) + "|" + row.name + "|" + row.target + "|" + row.arguments + "|" + row.directory);
+    rows.push_back(row.path.substr(root.size()) + "|" + row.name + "|" + row.target + "|" +
+                   row.arguments + "|" + row.directory);
   });
   std::sort(rows.begin(), rows.end());
-  EXPECT_EQ(rows, (Lines{"/home/u/.local/share/applications/q.desktop||/a b/c|d|", "/home/u/Desktop/r.desktop||r||",
+  EXPECT_EQ(rows, (Lines{"/home/u/.local/share/applications/q.desktop||/a b/c|d|",
+                         "/home/u/Desktop/r.desktop||r||",
                          "/usr/share/applications/a.desktop|A|a|--x %F|/p"}));
   EXPECT_EQ(skips, Lines{});
 }
@@ -213,6 +232,24 @@ TEST_F(SurveyOfAFolder, whatMayNotBeEnteredIsASkip) {
 }
 
 // Of the running system.
+class Anything final : public SurveyGuide {
+ public:
+  bool goOn() override { return true; }
+  void skipped(std::string_view, int) override {}
+};
+
+TEST(NativeProcesses, thisOneHasItsParentAndItsCommandLine) {
+  Anything guide;
+  size_t found = 0;
+  makePosixSurvey({})->processes(guide, [&](const SurveyedProcess& row) {
+    if (row.id != static_cast<uint64_t>(::getpid())) return;
+    ++found;
+    EXPECT_EQ(row.parent, static_cast<uint64_t>(::getppid()));
+    EXPECT_NE(row.commandLine.find("platform_test"), std::string::npos);
+  });
+  EXPECT_EQ(found, 1u);
+}
+
 TEST(NativePorts, aSocketThatListensHereIsFoundWithItsProcess) {
   const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
@@ -222,11 +259,7 @@ TEST(NativePorts, aSocketThatListensHereIsFoundWithItsProcess) {
   ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
   ASSERT_EQ(::listen(socket.get(), 1), 0);
   ASSERT_EQ(::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
-  class Guide final : public SurveyGuide {
-   public:
-    bool goOn() override { return true; }
-    void skipped(std::string_view, int) override {}
-  } guide;
+  Anything guide;
   size_t found = 0;
   makePosixSurvey({})->ports(guide, [&](const SurveyedPort& row) {
     if (row.port != ::ntohs(address.sin_port) || row.protocol != "tcp") return;
