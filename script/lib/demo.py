@@ -16,6 +16,15 @@ from machine import free_port
 from stage import Stage, StageError, wait_until
 
 BATCH_LIMIT = 2000
+# What the agent's inventory is to hold.
+DEFINITION = """<?xml version="1.0" encoding="UTF-8"?>
+<discovery version="1">
+  <applications/>
+  <services/>
+  <processes/>
+  <ports/>
+</discovery>
+"""
 
 
 def say(text):
@@ -34,8 +43,10 @@ def install_and_start(stage):
     say(f"The management server listens on 127.0.0.1:{stage.server_port} over TLS, with a freshly made test CA.")
     stage.install(settings={"Log": {"log.writer.limit": BATCH_LIMIT, "log.reader.limit": BATCH_LIMIT,
                                     "log.bulktransfer.enabled": "true", "log.bulktransfer.idleinterval": 2},
-                            "TCP": {"tcp.enabled": "true", "tcp.port": free_port()}, **updates.SETTINGS},
+                            "TCP": {"tcp.enabled": "true", "tcp.port": free_port()},
+                            "ApplicationData": {"appdata.config.file": "discovery.xml"}, **updates.SETTINGS},
                   registry=updates.REGISTRY)
+    (stage.ips / "discovery.xml").write_text(DEFINITION)
     stage.start_driver()
     say("The stand-in driver is up; agent.ini names the server, a second one on 127.0.0.2, the CA and a few short intervals.")
 
@@ -86,6 +97,22 @@ def settle(stage, written):
         say(str(error))
     time.sleep(3)
     return stage.events(first, last)
+
+
+def inventory(stage, guid):
+    """The server asks the agent for its inventory; returns the figures."""
+    step("The server asks for an inventory of the machine")
+    request = stage.admin("/inventory", {"agent": guid})["request"]
+    found = wait_until(lambda: stage.admin(f"/inventories?type={request}"), 120, "the inventory")[0]
+    if found["outcome"] != "data" or found["fault"]:
+        raise StageError(f"the inventory did not come: {found['outcome']} {found['error']} {found['fault']}")
+    pieces = len(stage.admin(f"/application-data?type={request}"))
+    say(f"It collected {found['rows']} rows (applications, services, processes, ports), could not read"
+        f" {found['skipped']} things, and sent {found['size']} bytes, zipped, in {pieces} piece{'s' * (pieces > 1)}.")
+    again = stage.admin("/inventory", {"agent": guid})["request"]
+    told = wait_until(lambda: stage.admin(f"/inventories?type={again}"), 120, "the second inventory")[0]
+    say(f"Asked once more it said: {told['outcome']}.")
+    return {"inventory_rows": found["rows_found"], "inventory_whole": found["rows_found"] == found["rows"]}
 
 
 def ask(stage):
@@ -157,6 +184,7 @@ def play(stage, arguments):
         f" sent again: {sums['duplicated']} (at most one batch of {BATCH_LIMIT} for each kill).")
     step("The server goes down and comes back")
     obeyed.update(updates.fail_over(stage, guid, say))
+    obeyed.update(inventory(stage, guid))
     obeyed.update(ask(stage))
     obeyed.update(accounts(stage, written))
     obeyed.update(send_logs(stage))
@@ -195,7 +223,8 @@ def well(result):
             and result["events_duplicated"] <= result["kills"] * result["batch_limit"] and result["stop_ms"] <= 2000
             and all(result[key] for key in ("policy_loaded", "policy_rolled_back", "retranslation_identical", "setting_changed",
                                             "software_package", "signatures_checked", "failed_over", "failed_back", "operator_answered",
-                                            "connection_tested", "accounting_closed", "bulk_logs_whole"))
+                                            "connection_tested", "accounting_closed", "bulk_logs_whole",
+                                            "inventory_rows", "inventory_whole"))
             and result["ledger_entries"] >= 1
             and result["content_packages"] == 4)
 

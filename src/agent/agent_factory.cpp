@@ -88,10 +88,19 @@ std::unique_ptr<AgentComm> makeAgentComm(const AgentContext& context) {
 Thread* makeLocalService(const AgentContext& context) {
   const platform::Platform& system = context.system;
   const Settings& settings = context.settings;
-  return new LocalService(aboutThisAgent(context), system.pipes,
-                          {system.files, system.clock, system.systemInfo, settings.server,
-                           settings.policy, settings.logs, settings.file, context.driver,
-                           context.connection, context.shared.counters, context.shared.ledger});
+  return new LocalService(
+      aboutThisAgent(context), system.pipes,
+      {system.files,
+       system.clock,
+       system.systemInfo,
+       settings.server,
+       settings.policy,
+       settings.logs,
+       settings.file,
+       context.driver,
+       context.connection,
+       context.shared.counters,
+       {{settings.updates, settings.file}, context.applicationData, !isStandardAgent()}});
 }
 
 Thread* makeComponentUpdate(const AgentContext& context) {

@@ -29,6 +29,8 @@ void addLogMethods(RPCServer& server, const LocalParts& parts,
                    const std::shared_ptr<RecentLogs>& logs);
 // getDiagnostics
 void addDiagnosticsMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
+// collectApplicationData, getApplicationData, releaseApplicationData
+void addAppDataMethods(RPCServer& server, const LocalParts& parts);
 // All of them.
 void addLocalMethods(RPCServer& server, const AboutAgent& about, const LocalParts& parts);
 

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "agent/thread/thread.h"
+#include "discovery/app_data_requests.h"
 #include "platform/fwd.h"
 
 namespace korvane {
@@ -40,6 +41,12 @@ struct AboutAgent {
   int64_t startedMonotonicMs = 0;
 };
 
+struct LocalAppData {
+  AppDataSettings settings;
+  AppDataRequests& requests;
+  bool keepsResults;  // they are fetched over the channel: there is no server
+};
+
 // What the methods of the channel read and change.
 struct LocalParts {
   platform::Files& files;
@@ -53,6 +60,7 @@ struct LocalParts {
   ServerConnection& connection;
   const ForwardingCounters& counters;
   const LossLedger& ledger;
+  LocalAppData applicationData;
 };
 
 class LocalService : public Thread {

@@ -37,6 +37,7 @@ void addLocalMethods(RPCServer& server, const AboutAgent& about, const LocalPart
   addConnectionMethods(server, parts);
   addLogMethods(server, parts, logs);
   addDiagnosticsMethods(server, about, parts);
+  addAppDataMethods(server, parts);
 }
 
 }  // namespace korvane

@@ -26,12 +26,12 @@ struct InventoryResult {
   bool complete = false;  // with everything; false when a limit ended it
   bool stopped = false;   // by the agent's stop; then nothing else counts
   // One line: why there is none, or, beside one, why a newer definition is not the one that was used.
-  STRING error;
+  STRING error{};
   uint64_t rows = 0;
   uint64_t skipped = 0;
   // Lower-case hexadecimal SHA-256 over what was collected, the same for the same machine; empty
   // when it says nothing about a change.
-  std::string applicationsChecksum, filesChecksum;
+  std::string applicationsChecksum{}, filesChecksum{};
 };
 
 class InventorySource {

@@ -22,6 +22,19 @@ constexpr std::array<int8_t, 256> kValues = makeValues();
 
 }  // namespace
 
+std::string encodeBase64(std::string_view bytes) {
+  std::string text;
+  text.reserve((bytes.size() + 2) / 3 * 4);
+  for (size_t at = 0; at < bytes.size(); at += 3) {
+    const size_t there = bytes.size() - at < 3 ? bytes.size() - at : 3;
+    uint32_t bits = 0;
+    for (size_t i = 0; i < 3; ++i)
+      bits = bits << 8 | (i < there ? static_cast<unsigned char>(bytes[at + i]) : 0u);
+    for (size_t i = 0; i < 4; ++i) text += i <= there ? kDigits[bits >> (18 - 6 * i) & 63] : '=';
+  }
+  return text;
+}
+
 bool decodeBase64(std::string_view text, std::string& out) {
   out.clear();
   if (text.size() % 4 != 0) return false;

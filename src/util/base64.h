@@ -6,6 +6,7 @@
 
 namespace korvane {
 
+std::string encodeBase64(std::string_view bytes);
 // False, and `out` empty, for a text that is none.
 [[nodiscard]] bool decodeBase64(std::string_view text, std::string& out);
 

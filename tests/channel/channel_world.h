@@ -22,7 +22,11 @@ class ChannelWorld {
   static constexpr int kLongMs = 40000;
   static constexpr char kGuid[] = "0123456789abcdef";
 
-  ChannelWorld() {
+  explicit ChannelWorld(const std::string& serviceType = "1")
+      : machine({.serviceType = serviceType,
+                 .settings = std::string("agent.id=") + kGuid +
+                             "\n[Driver]\npolicy.name=Base 3\npolicy.id=id-9\n"
+                             "[AgentLog]\nagentlog.log.trace.messages=true\n"}) {
     machine.fake.files.put("/opt/korvane/IPS/kav-version.properties", kVersion);
     machine.fake.devices.setOpenError(0);
     machine.fake.devices.setHandler([](const platform::FakeDevices::Call&) {
@@ -82,9 +86,7 @@ class ChannelWorld {
     return sent && pipe.readMessage(answer, kLongMs, kLongMs) ? answer : "no answer";
   }
 
-  SimulatedMachine machine{{.settings = std::string("agent.id=") + kGuid +
-                                        "\n[Driver]\npolicy.name=Base 3\npolicy.id=id-9\n"
-                                        "[AgentLog]\nagentlog.log.trace.messages=true\n"}};
+  SimulatedMachine machine;
   AgentConfig& config = *AgentConfig::getInstance();
   RPCClient client{machine.fake.pipes, machine.sim.clock(), kLocalPipe};
   JsonTree result;

@@ -15,6 +15,7 @@
 #include "cloud/local_methods.h"
 #include "comm/server_connection.h"
 #include "config/settings.h"
+#include "discovery/app_data_requests.h"
 #include "driver/driver.h"
 #include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
@@ -45,6 +46,9 @@ const std::vector<std::string> kRequests = {
     R"({"jsonrpc":"2.0","id":10,"name":"getCounters"})",
     R"({"jsonrpc":"2.0","id":11,"name":"getDiagnostics","params":{"piece":0,"snapshot":"1"}})",
     R"({"jsonrpc":"2.0","id":12,"name":"retranslate"})",
+    R"({"jsonrpc":"2.0","id":13,"name":"collectApplicationData"})",
+    R"({"jsonrpc":"2.0","id":14,"name":"getApplicationData","params":{"piece":0,"snapshot":"1"}})",
+    R"({"jsonrpc":"2.0","id":15,"name":"releaseApplicationData"})",
 };
 
 // Fakes in place of everything but pipes, threads and time.
@@ -65,10 +69,19 @@ class Serving {
   explicit Serving(Machine& machine)
       : _counters(*machine.clock),
         _ledger(machine.fake.files, *machine.clock),
-        _parts{machine.fake.files, *machine.clock,   machine.fake.systemInfo,
-               _settings.server,   _settings.policy, _settings.logs,
-               _settings.file,     currentDriver(),  currentConnection(),
-               _counters,          _ledger},
+        _parts{machine.fake.files,
+               *machine.clock,
+               machine.fake.systemInfo,
+               _settings.server,
+               _settings.policy,
+               _settings.logs,
+               _settings.file,
+               currentDriver(),
+               currentConnection(),
+               _counters,
+               {{_settings.updates, _settings.file},
+                AgentRun::current().part<AppDataRequests>(RunPart::applicationData),
+                /*keepsResults=*/true}},
         _transport(machine.native.pipes, *machine.clock, machine.name, RPCNamedPipe::Role::server),
         _server(_transport, *machine.clock) {
     _about.techStatus = [] { return std::string("IPS Online\n"); };

@@ -1,7 +1,10 @@
 // What the methods refuse, hide and survive; their good answers are the examples of docs/rpc.md.
 #include <gmock/gmock.h>
 
+#include "config/ini_text.h"
+#include "discovery/delivery_state.h"
 #include "tests/channel/channel_world.h"
+#include "util/base64.h"
 
 namespace korvane {
 namespace {
@@ -114,7 +117,8 @@ TEST(LocalMethods, onlyAdministratorsChangeOrHearWhatIsNotForAll) {
   ChannelWorld world;
   world.machine.fake.pipes.setClientsAreAdministrators(false);
   for (const char* method :
-       {"setSettings", "setTrace", "retranslate", "testConnection", "getDiagnostics"})
+       {"setSettings", "setTrace", "retranslate", "testConnection", "getDiagnostics",
+        "collectApplicationData", "getApplicationData", "releaseApplicationData"})
     EXPECT_EQ(world.codeOf(method, "{}"), kRpcNotAdministrator) << method;
   for (const char* method :
        {"getTechStatus", "getTechNames", "getAgentVersion", "getStatus", "getSettings", "getPolicy",
@@ -181,6 +185,43 @@ TEST(LocalMethods, piecesAreOfOneTextAndForgotten) {
   EXPECT_EQ(world.codeOf("getDiagnostics", R"({"piece":1,"snapshot":1})"), kRpcEmptyBuffer);
   world.machine.sim.runFor(70000);
   EXPECT_EQ(world.codeOf("getDiagnostics", R"({"piece":1})"), kRpcEmptyBuffer);
+}
+
+// The archive of an agent without a server, fetched as a program does, and then released.
+TEST(LocalMethods, applicationDataComesInPiecesOfOneArchive) {
+  ChannelWorld world("2");
+  const auto put = [&world](std::string archive, DeliveryState::Outcome outcome) {
+    DeliveryState state{.request = "r",
+                        .outcome = outcome,
+                        .error = {},
+                        .complete = true,
+                        .rows = 1,
+                        .skipped = 0,
+                        .applicationsChecksum = "aa",
+                        .filesChecksum = "ff",
+                        .size = archive.size(),
+                        .sha256 = archive.empty() ? "" : sha256Hex(archive)};
+    world.machine.fake.files.put("/opt/korvane/IPS/appdata/inventory.zip", archive);
+    world.machine.fake.files.put("/opt/korvane/IPS/appdata/delivery.state",
+                                 deliveryStateText(state));
+  };
+  EXPECT_EQ(world.codeOf("getApplicationData", "{}"), 0);
+  EXPECT_FALSE(world.result.get_child_optional("outcome"));
+  EXPECT_EQ(world.codeOf("getApplicationData", R"({"piece":0})"), kRpcEmptyBuffer);
+  std::string archive(192 * 1024 * 2 + 1, 'a');
+  for (size_t i = 0; i < archive.size(); ++i) archive[i] = static_cast<char>(i * i >> 7);
+  for (const size_t cut : {0u, 1u, 2u}) {
+    put(archive.substr(cut), DeliveryState::Outcome::data);
+    std::string fetched;
+    EXPECT_TRUE(decodeBase64(world.client.callAll("getApplicationData", {}, ChannelWorld::kLongMs),
+                             fetched));
+    EXPECT_EQ(fetched, archive.substr(cut));
+  }
+  put("", DeliveryState::Outcome::unchanged);
+  EXPECT_EQ(world.client.callAll("getApplicationData", {}, ChannelWorld::kLongMs), "");
+  EXPECT_EQ(world.codeOf("releaseApplicationData", "{}"), 0);
+  EXPECT_EQ(world.config.getApplicationsChecksum(), STRING("aa"));
+  EXPECT_EQ(world.codeOf("releaseApplicationData", "{}"), kRpcEmptyBuffer);
 }
 
 TEST(LocalService, aStopEndsItAtOnceWhateverItDoes) {

@@ -105,7 +105,7 @@ TEST_F(ProtocolPage, EveryAnswerIsReadAsThePageSays) {
     EXPECT_TRUE(transport.steps.empty());
     read(*request, block, handler);
   }
-  EXPECT_EQ(answers, 9);
+  EXPECT_EQ(answers, 10);
 }
 
 }  // namespace

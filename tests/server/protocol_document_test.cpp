@@ -56,8 +56,8 @@ TEST_F(ProtocolDocument, EveryExampleIsAcceptedAndAnsweredAsShown) {
       EXPECT_EQ(replaced(answer.body, _guid, "GUID"), block.text);
     }
   }
-  EXPECT_EQ(requests, 9);
-  EXPECT_EQ(answers, 9);
+  EXPECT_EQ(requests, 10);
+  EXPECT_EQ(answers, 10);
   EXPECT_EQ(get("/state")["malformed"], 0);
   EXPECT_EQ(get("/events")["covered"], 9);
 }

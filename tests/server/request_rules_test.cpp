@@ -65,9 +65,22 @@ constexpr char kContent[] =
     "update.qel=true\nupdate.ferrolyn.revocation=true\nupdate.ferrolyn.settings=true\n"
     "update.ferrolyn.vexvt=true\n";
 
+const std::string kChecksums =
+    "application.data.applications.checksum=a\napplication.data.files.checksum=\n";
+// Of the piece "#", two bytes, at 10.
+std::string pieceOf(const std::string& size) {
+  return "application.data.outcome=data\napplication.data.size=" + size +
+         "\napplication.data.offset=10\napplication.data.sha256=" + std::string(64, 'a') +
+         "\napplication.data.rows=1\napplication.data.skipped=0\n"
+         "application.data.complete=true\n" +
+         kChecksums;
+}
+
 TEST(RequestRules, EachPathWordHasItsSectionsAndNames) {
   const std::string state = kState, status = state + kStatusEnd, data = kData, content = kContent;
   const std::string books = "ledger.accounts=1\nledger.account.1=x\n";
+  const std::string done =
+      "result.type=app.data\napplication.requestID=r\napplication.request.complete=true\n";
   const struct {
     const char* word;
     std::vector<std::string> parts;
@@ -109,7 +122,21 @@ TEST(RequestRules, EachPathWordHasItsSectionsAndNames) {
       {"result", {data, "#"}, ""},
       {"result", {data}, ""},
       {"result", {data, "<"}, "section 2"},
-      {"result", {data + "x=\n"}, "one too many"},
+      {"result", {data + "x=\n"}, "property 4"},
+      {"result", {data + "application.data.outcome=none\n"}, "is \"none\""},
+      {"result", {data + pieceOf("20"), "#"}, ""},
+      {"result", {done + pieceOf("12") + "application.data.error=e\n", "#"}, ""},
+      {"result", {data + pieceOf("20")}, "piece is missing"},
+      {"result", {data + pieceOf("12"), "#"}, "does not agree"},
+      {"result", {done + pieceOf("20"), "#"}, "does not agree"},
+      {"result", {data + pieceOf("10"), "#"}, "ends behind"},
+      {"result", {data + pieceOf("x"), "#"}, "size\" is \"x\""},
+      {"result", {data + pieceOf("20") + "x=\n", "#"}, "one too many"},
+      {"result", {done + "application.data.outcome=error\napplication.data.error=e\n"}, ""},
+      {"result", {data + "application.data.outcome=error\napplication.data.error=e\n"}, "more"},
+      {"result", {done + "application.data.outcome=error\n"}, "is missing"},
+      {"result", {done + "application.data.outcome=unchanged\n" + kChecksums}, ""},
+      {"result", {done + "application.data.outcome=unchanged\n" + kChecksums, "#"}, "more"},
       {"result",
        {"result.type=app.data\napplication.requestID=\napplication.request.complete=true\n"},
        "is empty"},

@@ -5,11 +5,14 @@
 #include "archive/zip_writer.h"
 #include "bulk/bulk_manifest.h"
 #include "tests/server/server_fixture.h"
+#include "util/sha256.h"
 
 namespace korvane::server {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
@@ -233,6 +236,59 @@ TEST_F(AssignmentTest, ApplicationDataIsAskedForUntilTheLastOfItHasCome) {
   EXPECT_THAT(status(_guid), asks);
   sendData("r9", "true");
   EXPECT_THAT(status(_guid), IsEmpty());
+}
+
+// Pieces that come twice or in part, and an archive that is none.
+TEST_F(AssignmentTest, AnInventoryIsPutTogetherFromItsPieces) {
+  const std::string xml =
+      "<?xml version=\"1.0\"?>\n<inventory version=\"1\">\n<file path=\"/a\"/>\n<file "
+      "path=\"/b\"/>\n"
+      "<skip what=\"/c\"/>\n<result rows=\"2\"/>\n</inventory>\n";
+  archive::ZipWriter writer("inventory.zip");
+  archive::Refusal refusal;
+  ASSERT_TRUE(writer.add("inventory.xml", xml, refusal));
+  const std::string zip = writer.finish();
+  const auto sendPiece = [&](const char* request, const std::string& archive, size_t from,
+                             size_t to) {
+    std::string body;
+    writeProperties(body,
+                    {{"result.type", "app.data"},
+                     {"application.requestID", request},
+                     {"application.request.complete", to == archive.size() ? "true" : "false"},
+                     {"application.data.outcome", "data"},
+                     {"application.data.size", std::to_string(archive.size())},
+                     {"application.data.offset", std::to_string(from)},
+                     {"application.data.sha256", trust::sha256Of(archive)},
+                     {"application.data.rows", "2"},
+                     {"application.data.skipped", "1"},
+                     {"application.data.complete", "true"},
+                     {"application.data.applications.checksum", "aa"},
+                     {"application.data.files.checksum", ""}});
+    writeSection(body, "binary/zip", "policy", archive.substr(from, to - from));
+    writeEnd(body);
+    EXPECT_EQ(post("result", body, _guid).korvaneError, 0);
+  };
+  const Json asked = command("/inventory", {{"agent", _guid}, {"request", "r-1"}});
+  EXPECT_EQ(asked["request"], "r-1");
+  EXPECT_THAT(status(_guid), Contains(Pair("send.application.requestID", "r-1")));
+  sendPiece("r-1", "other archive", 0, 5);
+  for (const size_t from : {0u, 40u, 40u}) sendPiece("r-1", zip, from, from + 40);
+  EXPECT_THAT(get("/inventories"), IsEmpty());
+  for (int i = 0; i < 2; ++i) sendPiece("r-1", zip, 80, zip.size());
+  EXPECT_THAT(status(_guid), IsEmpty());
+  sendPiece("r-2", zip, 50, zip.size());
+  sendPiece("r-3", "no archive", 0, 10);
+  const Json all = get("/inventories?agent=" + _guid);
+  ASSERT_THAT(all, SizeIs(3));
+  EXPECT_EQ(all[0]["fault"], "");
+  EXPECT_EQ(all[0]["rows"], 2);
+  EXPECT_EQ(all[0]["rows_found"], 2);
+  const auto kept =
+      httplib::Client("127.0.0.1", _server->adminPort()).Get("/inventories/" + all[0]["id"].dump());
+  EXPECT_EQ(kept->body, xml);
+  EXPECT_EQ(all[1]["fault"],
+            "only 0 of " + std::to_string(zip.size()) + " bytes have arrived without a gap");
+  EXPECT_THAT(all[2]["fault"].get<std::string>(), HasSubstr("inventory.zip"));
 }
 
 TEST_F(AssignmentTest, WrongCommandsAreRefused) {

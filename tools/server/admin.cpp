@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/server/bulk_files.h"
+#include "tools/server/inventories.h"
 #include "tools/server/notifications.h"
 #include "tools/server/reports.h"
 
@@ -173,6 +174,11 @@ void Admin::addReports() {
   onGet("/application-data", [this](const auto& request, const auto&) {
     return reportApplicationData(_records, pageOf(request));
   });
+  onGet("/inventories", [this](const auto& request, const auto&) {
+    return reportInventories(_records, pageOf(request));
+  });
+  _http.Get(R"(/inventories/(\d+))",
+            [this](const auto& request, auto& response) { sendInventory(request, response); });
   onGet("/assignments", [this](const auto&, const auto&) { return reportAssignments(_records); });
   onGet("/events", [this](const auto& request, const auto&) { return events(request); });
   onGet("/misbehave", [this](const auto&, const auto&) { return misbehaviours(); });
@@ -188,6 +194,7 @@ void Admin::addCommands() {
     return {{"reset", true}};
   });
   onPost("/assign", [this](const auto&, const Json& body) { return assign(body); });
+  onPost("/inventory", [this](const auto&, const Json& body) { return askForInventory(body); });
   onPost("/notify", [this](const auto&, const Json& body) { return notify(body); });
   onPost("/misbehave", [this](const auto&, const Json& body) { return misbehave(body); });
   onPost("/listeners", [this](const auto&, const Json& body) -> Json {
@@ -259,6 +266,17 @@ Json Admin::assign(const Json& body) {
   return answer;
 }
 
+// A request for application data, under an identifier of its own where none is given.
+Json Admin::askForInventory(const Json& body) {
+  const std::string request = body.value("request", "inventory-" + std::to_string(nowMs()));
+  if (request.empty()) throw std::invalid_argument("the request has no identifier");
+  Json answer = assign({{"kind", "application"},
+                        {"agent", body.value("agent", "")},
+                        {"properties", {{"send.application.requestID", request}}}});
+  answer["request"] = request;
+  return answer;
+}
+
 Json Admin::files() {
   Json list = Json::array();
   for (const auto& file : std::filesystem::directory_iterator(_servedDirectory)) {
@@ -310,6 +328,16 @@ Json Admin::misbehaviours() const {
 void Admin::sendBinary(const httplib::Request& request, httplib::Response& response) {
   const auto bytes = binaryBytes(_records, trailingNumber(request));
   if (bytes) return response.set_content(*bytes, "application/octet-stream");
+  response.status = 404;
+}
+
+void Admin::sendInventory(const httplib::Request& request, httplib::Response& response) {
+  std::optional<std::string> xml;
+  {
+    MutexLock lock(_records.mutex());
+    xml = inventoryXml(_records, trailingNumber(request));
+  }
+  if (xml) return response.set_content(*xml, "application/xml");
   response.status = 404;
 }
 

@@ -48,6 +48,7 @@ class Admin {
 
   Json events(const httplib::Request& request);
   Json assign(const Json& body);
+  Json askForInventory(const Json& body);
   Json files();
   // The address and port named, or those that the agent named has registered with.
   NotificationTarget targetOf(const Json& body);
@@ -55,6 +56,7 @@ class Admin {
   Json misbehave(const Json& body);
   Json misbehaviours() const;
   void sendBinary(const httplib::Request& request, httplib::Response& response);
+  void sendInventory(const httplib::Request& request, httplib::Response& response);
 
   Records& _records;
   Misbehaviour& _misbehaviour;

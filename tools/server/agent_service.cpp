@@ -1,4 +1,5 @@
 #include "tools/server/agent_service.h"
+#include "tools/server/inventories.h"
 
 #include <algorithm>
 #include <array>
@@ -246,13 +247,14 @@ void AgentService::storeResult(Exchange& exchange) {
   const auto type = propertyIn(properties, "result.type");
   const int64_t agent = exchange.answer.agent;
   if (type == "app.data") {
-    size_t bytes = 0;
+    std::string_view piece;
     for (const WireSection& section : exchange.message.sections) {
       if (section.isProperties()) continue;
-      bytes += section.payload.size();
+      piece = section.payload;
       _records.addBinary(exchange.answer.request, agent, "app.data", section, "");
     }
-    _records.addApplicationData(exchange.answer.request, agent, properties, bytes);
+    _records.addApplicationData(exchange.answer.request, agent, properties, piece.size());
+    takeApplicationData(_records, agent, readProperties(properties), piece);
     if (propertyIn(properties, "application.request.complete") == "true")
       fulfil(exchange, properties);
     return;

@@ -35,6 +35,11 @@ CREATE TABLE IF NOT EXISTS bulk_files(id INTEGER PRIMARY KEY AUTOINCREMENT, bina
 CREATE TABLE IF NOT EXISTS bulk_parts(file_id INTEGER, entry TEXT, kind TEXT, log TEXT, from_byte INTEGER,
   to_byte INTEGER, size INTEGER, modified_ms INTEGER, digest TEXT, path TEXT);
 CREATE INDEX IF NOT EXISTS parts_of_file ON bulk_parts(file_id);
+CREATE TABLE IF NOT EXISTS inventory_pieces(agent_id INTEGER, wanted_id TEXT, sha256 TEXT, at INTEGER, bytes BLOB,
+  PRIMARY KEY(agent_id, wanted_id, sha256, at));
+CREATE TABLE IF NOT EXISTS inventories(id INTEGER PRIMARY KEY AUTOINCREMENT, agent_id INTEGER, wanted_id TEXT,
+  at_ms INTEGER, outcome TEXT, error TEXT, complete TEXT, rows INTEGER, rows_found INTEGER, skipped INTEGER,
+  size INTEGER, sha256 TEXT, applications_checksum TEXT, files_checksum TEXT, fault TEXT, xml BLOB);
 )";
 
 }  // namespace
@@ -167,7 +172,8 @@ void Records::reset(bool keepAgents) {
   _database.execute(
       "DELETE FROM requests; DELETE FROM spans; DELETE FROM events; DELETE FROM results; DELETE "
       "FROM binaries; "
-      "DELETE FROM application_data; DELETE FROM bulk_files; DELETE FROM bulk_parts;");
+      "DELETE FROM application_data; DELETE FROM bulk_files; DELETE FROM bulk_parts; "
+      "DELETE FROM inventory_pieces; DELETE FROM inventories;");
   if (!keepAgents) {
     _database.execute(
         "DELETE FROM agents; DELETE FROM properties; DELETE FROM assignments; DELETE FROM "

@@ -277,6 +277,14 @@ Json reportAccounting(Records& records, const std::string& guid) {
   return list;
 }
 
+Json reportInventories(Records& records, const Page& page) {
+  return pageOf(records,
+                "id, agent_id, (SELECT guid FROM agents WHERE agents.id = agent_id) agent, "
+                "wanted_id request, at_ms, outcome, error, complete, rows, rows_found, skipped, "
+                "size, sha256, applications_checksum, files_checksum, fault",
+                "inventories", "wanted_id", page);
+}
+
 Json reportAssignments(Records& records) {
   MutexLock lock(records.mutex());
   Json list = rows(records.database(), "SELECT * FROM assignments ORDER BY id");

@@ -32,6 +32,7 @@ nlohmann::json reportApplicationData(Records& records, const Page& page);
 // For each agent and log whether everything that was read is here, or what is missing and why, as the
 // agent last told. An empty guid: of all agents.
 nlohmann::json reportAccounting(Records& records, const std::string& guid);
+nlohmann::json reportInventories(Records& records, const Page& page);
 nlohmann::json reportAssignments(Records& records);
 
 // Sums over sequence numbers of the events stored; with `exact`, also of whole (v1, v2, v3)

@@ -34,6 +34,21 @@ constexpr std::array<std::string_view, 3> kResultNames = {"result.type", "result
                                                           "result.errormessage"};
 constexpr std::array<std::string_view, 3> kApplicationNames = {
     "result.type", "application.requestID", "application.request.complete"};
+// What follows these, by the outcome; an error may follow each.
+constexpr std::string_view kOutcomeName = "application.data.outcome";
+constexpr std::array<std::string_view, 8> kDataNames = {"application.data.size",
+                                                        "application.data.offset",
+                                                        "application.data.sha256",
+                                                        "application.data.rows",
+                                                        "application.data.skipped",
+                                                        "application.data.complete",
+                                                        "application.data.applications.checksum",
+                                                        "application.data.files.checksum"};
+constexpr size_t kDigestName = 2;  // the third of them; the others of the first five are numbers
+constexpr size_t kNumberNames = 5;
+constexpr size_t kChecksumNames = 2;  // the last of them, of an unchanged inventory too
+constexpr std::string_view kErrorName = "application.data.error";
+constexpr size_t kDigestDigits = 64;
 constexpr std::string_view kFileName[] = {"file.name"};
 
 // The order of a record's names; "v18" to "v49" follow.
@@ -180,14 +195,48 @@ std::string checkUpdate(const WireProperties& asked) {
   return checkNoneTwice(asked);
 }
 
-std::string checkApplicationData(const WireProperties& properties) {
-  std::string fault = checkNames(properties, kApplicationNames);
+// The sizes and places of a piece agree with each other and with what it says of itself.
+std::string checkPiece(const WireProperties& properties, std::string_view piece) {
+  std::array<uint64_t, kNumberNames> numbers{};
+  for (size_t i = 0; i < kNumberNames; ++i) {
+    const std::string text = propertyOf(properties, kDataNames[i]);
+    const bool digest = text.size() == kDigestDigits &&
+                        text.find_first_not_of("0123456789abcdef") == std::string::npos;
+    if (i == kDigestName ? !digest : !isNumber(text, 0))
+      return inQuotes(kDataNames[i]) + " is " + inQuotes(text);
+    if (i != kDigestName) std::from_chars(text.data(), text.data() + text.size(), numbers[i]);
+  }
+  const uint64_t size = numbers[0], offset = numbers[1];
+  if (piece.empty()) return "the piece is missing";
+  if (offset > size || piece.size() > size - offset)
+    return "the piece ends behind the " + std::to_string(size) + " bytes of the archive";
+  const bool last = offset + piece.size() == size;
+  return last == (properties[2].second == "true")
+             ? ""
+             : "\"application.request.complete\" does not agree with the piece's place";
+}
+
+std::string checkApplicationData(const WireProperties& properties, std::string_view piece) {
+  std::vector<std::string_view> wanted(kApplicationNames.begin(), kApplicationNames.end());
+  const std::string outcome = propertyOf(properties, kOutcomeName);
+  const bool tells = properties.size() > wanted.size();
+  if (tells) wanted.push_back(kOutcomeName);
+  if (outcome == "data") wanted.insert(wanted.end(), kDataNames.begin(), kDataNames.end());
+  if (outcome == "unchanged")
+    wanted.insert(wanted.end(), kDataNames.end() - kChecksumNames, kDataNames.end());
+  if (outcome == "error" || (tells && properties.back().first == kErrorName))
+    wanted.push_back(kErrorName);
+  std::string fault = checkNames(properties, wanted);
   if (!fault.empty()) return fault;
   const std::string& complete = properties[2].second;
   if (properties[1].second.empty()) return "\"application.requestID\" is empty";
   if (complete != "true" && complete != "false")
     return "\"application.request.complete\" is " + inQuotes(complete);
-  return {};
+  if (!tells) return {};
+  if (outcome == "data") return checkPiece(properties, piece);
+  if (outcome != "unchanged" && outcome != "error")
+    return inQuotes(kOutcomeName) + " is " + inQuotes(outcome);
+  return piece.empty() && complete == "true" ? "" : "there is more of the outcome " + outcome;
 }
 
 // "ledger.accounts" and so many "ledger.account.N", then the same of entries.
@@ -240,7 +289,9 @@ std::string checkResult(const std::vector<WireSection>& sections) {
   const bool data = properties[0].second == "app.data";
   if (sections.size() > (data ? 2u : 1u) || (sections.size() == 2 && !isBinary(sections[1])))
     return sectionText(sections.size() - 1, sections.back()) + " does not belong to a result";
-  return data ? checkApplicationData(properties) : checkOutcome(properties, properties[0].second);
+  const std::string_view piece = sections.size() == 2 ? sections[1].payload : std::string_view();
+  return data ? checkApplicationData(properties, piece)
+              : checkOutcome(properties, properties[0].second);
 }
 
 }  // namespace
