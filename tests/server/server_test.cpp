@@ -258,7 +258,7 @@ TEST_F(AssignmentTest, AnInventoryIsPutTogetherFromItsPieces) {
                      {"application.data.outcome", "data"},
                      {"application.data.size", std::to_string(archive.size())},
                      {"application.data.offset", std::to_string(from)},
-                     {"application.data.sha256", trust::sha256Of(archive)},
+                     {"application.data.sha256", sha256Hex(archive)},
                      {"application.data.rows", "2"},
                      {"application.data.skipped", "1"},
                      {"application.data.complete", "true"},
