@@ -100,6 +100,7 @@ Thread* makeLocalService(const AgentContext& context) {
        context.driver,
        context.connection,
        context.shared.counters,
+       context.shared.ledger,
        {{settings.updates, settings.file}, context.applicationData, !isStandardAgent()}});
 }
 

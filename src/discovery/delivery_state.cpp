@@ -4,6 +4,7 @@
 #include <charconv>
 #include <limits>
 
+#include "config/ini_text.h"
 #include "util/sha256.h"
 #include "util/utf8.h"
 
