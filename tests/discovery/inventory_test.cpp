@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 
+#include "discovery/pace.h"
 #include "discovery/xml_reader.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/fake_survey.h"
@@ -365,6 +366,19 @@ class SimulatedWork final : public platform::ForwardingClock {
   int64_t monotonicMs() override { return _to.monotonicMs() + (workedUs += 700) / 1000; }
   int64_t workedUs = 0;
 };
+
+TEST(InventoryPace, aStepThatHungCountsForFiveSeconds) {
+  platform::SimThreading sim(7);
+  platform::FakePlatform fake(sim);
+  const platform::CurrentPlatform current(fake.platform());
+  SimulatedWork clock(sim.clock());
+  StopToken stop;
+  Pace pace(clock, stop, 10, 86400);
+  clock.workedUs += int64_t{600} * 1000000;
+  const int64_t before = sim.clock().monotonicMs();
+  EXPECT_TRUE(pace.goOn());
+  EXPECT_EQ(sim.clock().monotonicMs() - before, 45000);
+}
 
 TEST(InventoryPace, itKeepsToItsShareAndARestEndsAtOnce) {
   for (const int share : {1, 10, 50, 100}) {
