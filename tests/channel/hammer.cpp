@@ -79,6 +79,7 @@ class Serving {
                currentDriver(),
                currentConnection(),
                _counters,
+               _ledger,
                {{_settings.updates, _settings.file},
                 AgentRun::current().part<AppDataRequests>(RunPart::applicationData),
                 /*keepsResults=*/true}},

@@ -1,10 +1,10 @@
 // What the methods refuse, hide and survive; their good answers are the examples of docs/rpc.md.
 #include <gmock/gmock.h>
 
-#include "config/ini_text.h"
 #include "discovery/delivery_state.h"
 #include "tests/channel/channel_world.h"
 #include "util/base64.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {

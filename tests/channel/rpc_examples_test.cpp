@@ -1,10 +1,10 @@
 // The examples of docs/rpc.md against the real service, in the order of the page.
 #include <gtest/gtest.h>
 
-#include "config/ini_text.h"
 #include "discovery/delivery_state.h"
 #include "tests/channel/channel_world.h"
 #include "tests/channel/page_examples.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {
