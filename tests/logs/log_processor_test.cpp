@@ -1,6 +1,7 @@
 #include "logs/log_processor.h"
 
 #include "logs/file_log_pointer.h"
+#include "logs/fixed_format_log.h"
 #include "tests/logs/log_fixture.h"
 
 namespace korvane::tests {
@@ -80,6 +81,49 @@ TEST_F(LogProcessorTest, KeepsBackWhatTheRulesSay) {
   ASSERT_TRUE(inForce("*; a1=other:0", "*; v1=TREG:1"));
   round(processor);
   EXPECT_EQ(received.records().size(), 2U + 100U);
+}
+
+// The rules' own comparison of bytes against that of a record's named values.
+TEST_F(LogProcessorTest, ARuleIsSatisfiedByWhatARecordMatches) {
+  LogRules rules(fake.files, "/opt/korvane/IPS/log.rules");
+  std::string longLine = "TREG,2,t2";
+  for (int n = 4; n <= 20; ++n) longLine += ",value " + std::to_string(n);
+  int satisfied = 0;
+  for (std::string line :
+       {std::string("PFIL,1,t1,a,\"x,y\""), std::string("PFIL,1,t1,,a:0=1"), longLine})
+    for (const std::map<STRING, STRING>& conditions :
+         {std::map<STRING, STRING>{},
+          {{"v1", "PFIL"}, {"v4", "a"}},
+          {{"v4", ""}},
+          {{"v5", "x,y"}},
+          {{"v5", "a:0=1"}, {"v4", "b"}},
+          {{"v20", "value 20"}},
+          {{"v21", ""}},
+          {{"v2", "2"}, {"v17", "value 17"}},
+          {{"a4", "hidslog1rt"}},
+          {{"a4", "hidslog"}},
+          {{"a1", settings().machine.getHostname()}}}) {
+      FixedFormatLog record(HIDS_RT_LOG, settings().machine, fake.clock);
+      ASSERT_TRUE(record.parseLog(STRING(line)));
+      STRING rule = "*";
+      for (const auto& [name, value] : conditions) rule = rule + "; " + name + "=" + value;
+      RefusedRule refused;
+      int error = 0;
+      ASSERT_EQ(rules.replace({{"Log.1", rule + ":0"}}, refused, error),
+                LogRules::Outcome::inForce);
+      RuleFilter filter(&rules);
+      filter.beginPass(settings().machine, "hidslog1rt", 0);
+      ByteBuffer text;
+      text.append(line);
+      text.reserve(1);
+      ParsedEvent event;
+      ASSERT_EQ(parseEvent(text.data(), text.size(), event), ParseResult::accepted);
+      EXPECT_EQ(filter.keepsBack(event), record.matches(conditions))
+          << line << " " << rule.toUtf8();
+      satisfied += filter.keepsBack(event);
+    }
+  EXPECT_GT(satisfied, 12);
+  EXPECT_LT(satisfied, 24);
 }
 
 TEST_F(LogProcessorTest, KeepsToTheLimits) {
