@@ -124,9 +124,13 @@ class Lane:
         again = sum(len(notice) for notice in notices) - len(carried)
         further_back = sum(1 for before, notice in zip(notices, notices[1:]) if notice[0] < before[0])
         unordered = sum(1 for notice in notices if notice != list(range(notice[0], notice[0] + len(notice))))
+        # The last answer, and the pointer behind it.
+        time.sleep(3)
         stop_ms = max(self.stop_ms, self.stage.agent.stop())
         self.carrier.stop()
-        return {"written": last, "carried": len(carried), "lost": last - len(carried), "notices": len(notices), "faults": faults,
+        books = next(iter(self.stage.ledger()["accounts"]), {})
+        closed = bool(books) and books["closed"] and books["read"] == books["delivered"] == last
+        return {"accounting_closed": closed, "account": books, "written": last, "carried": len(carried), "lost": last - len(carried), "notices": len(notices), "faults": faults,
                 "sent_again": again, "further_back": further_back, "unordered": unordered, "stop_ms": stop_ms}
 
 
@@ -146,7 +150,7 @@ def lane(arguments, number, rounds):
 def main():
     arguments = lanes.parse_arguments("Kills an agent without a server and its carrier again and again.")
     return lanes.run(arguments, lane, lambda account: not (account["lost"] or account["further_back"] or account["unordered"])
-                     and account["stop_ms"] <= STOP_LIMIT_MS,
+                     and account["accounting_closed"] and account["stop_ms"] <= STOP_LIMIT_MS,
                      ("rounds", "agent", "agent_stopped", "carrier", "written", "carried", "lost", "notices", "faults", "sent_again",
                       "further_back"), batch_limit=BATCH_LIMIT)
 

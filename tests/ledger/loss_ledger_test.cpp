@@ -144,7 +144,9 @@ TEST_F(LossLedgerTest, IsBoundedAndItsSumsStayExact) {
   }
   // What may be taken back has not been merged with what may not.
   const StreamState before = state;
-  ledger->settle(kStream, std::vector(40, lineLoss(1, path + "0")), state);
+  std::vector<Loss> later;
+  for (int i = 0; i < 40; ++i) later.push_back(lineLoss(1, "/later" + std::to_string(i)));
+  ledger->settle(kStream, later, state);
   EXPECT_LE(ledger->view().entries.size(), LossLedger::kMaxEntries);
   EXPECT_EQ(start()->resume(kStream, state).lost, state.lost);
   const auto again = start();
