@@ -6,6 +6,7 @@
 #include "config/install_root.h"
 #include "config/service_type.h"
 #include "config/settings.h"
+#include "ledger/loss_ledger.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 
@@ -27,6 +28,8 @@ ForwardingParts setUpAgent(const AgentSettings& settings) {
   config.setConsolidateLogs(settings.folding);
   config.setHIDSRTLogFile(settings.log);
   static ForwardingCounters counters(platform::current().clock);
+  static LossLedger ledger(platform::current().files, platform::current().clock);
+  ledger.open(installedFile("lossledger"));
   const Settings sections = settingsOf(config);
   return {platform::current().files,
           platform::current().clock,
@@ -34,7 +37,8 @@ ForwardingParts setUpAgent(const AgentSettings& settings) {
           sections.logs,
           sections.machine,
           nullptr,
-          counters};
+          counters,
+          ledger};
 }
 
 bool BenchProcessor::PostRealTimeProcessing(const STRING& file) {

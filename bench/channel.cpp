@@ -16,6 +16,7 @@
 #include "config/agent_config.h"
 #include "config/settings.h"
 #include "driver/driver.h"
+#include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
 #include "platform/native.h"
 #include "platform/platform.h"
@@ -143,9 +144,11 @@ void measure(int calls, int large) {
   about.started = about.shuttingDown = [] { return false; };
   const Settings settings = settingsOf(*AgentConfig::getInstance());
   const ForwardingCounters counters(system.clock);
-  const LocalParts parts{system.files,        system.clock,  system.systemInfo, settings.server,
-                         settings.policy,     settings.logs, settings.file,     currentDriver(),
-                         currentConnection(), counters};
+  const LossLedger ledger(system.files, system.clock);
+  const LocalParts parts{system.files,    system.clock,    system.systemInfo,
+                         settings.server, settings.policy, settings.logs,
+                         settings.file,   currentDriver(), currentConnection(),
+                         counters,        ledger};
   Times status;
   Large whole;
   {

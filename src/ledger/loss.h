@@ -43,13 +43,13 @@ struct LossPlace {
 };
 
 struct Loss {
-  std::string stream;  // the agent's name of the log ("hidslog1rt"); empty for a file of no stream
-  std::string log;     // full path, UTF-8; what is longer than kLongestLogName loses its beginning
+  std::string stream = {};  // the agent's name of the log ("hidslog1rt"); empty: of no stream
+  std::string log = {};     // full path, UTF-8; beyond kLongestLogName its end counts
   LossCause cause = LossCause::lineRejected;
   uint64_t count = 1;     // lines; of an uncounted loss, how many stretches or files there are
   bool counted = true;    // false: nobody knows how many lines there were
-  LossPlace first;        // where the first lost line begins
-  LossPlace last;         // behind the last lost byte; the same position as first when not known
+  LossPlace first = {};   // where the first lost line begins
+  LossPlace last = {};    // behind the last lost byte; first's position again when not known
   uint64_t identity = 0;  // of the file (platform::FileInfo); 0 when not known
 
   friend bool operator==(const Loss&, const Loss&) = default;

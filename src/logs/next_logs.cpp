@@ -168,7 +168,8 @@ void NextLogs::append(const STRING& name) {
     _changed = true;
     return;
   }
-  _dropped.push_back(name);
+  // The name that the settings show comes again and again.
+  if (std::exchange(_lastDropped, name) != name) _dropped.push_back(name);
   if (!_fullReported) eventlog::event(EventId::logListFull, kNextLogsSource, {kMaxNames, name});
   _fullReported = true;
 }

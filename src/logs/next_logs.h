@@ -111,6 +111,7 @@ class NextLogs {
   std::vector<Left> _left;
   bool _changed = false;  // since the last save()
   std::vector<STRING> _dropped;
+  STRING _lastDropped;
   bool _unusable = false;
   bool _failureReported = false;
   bool _fullReported = false;

@@ -142,8 +142,15 @@ TEST_F(LossLedgerTest, IsBoundedAndItsSumsStayExact) {
     EXPECT_LE(ledger->view().entries.size(), LossLedger::kMaxEntries);
     ASSERT_EQ(lines(*ledger), all);
   }
+  // What may be taken back has not been merged with what may not.
+  const StreamState before = state;
+  std::vector<Loss> later;
+  for (int i = 0; i < 40; ++i) later.push_back(lineLoss(1, "/later" + std::to_string(i)));
+  ledger->settle(kStream, later, state);
+  EXPECT_LE(ledger->view().entries.size(), LossLedger::kMaxEntries);
+  EXPECT_EQ(start()->resume(kStream, state).lost, state.lost);
   const auto again = start();
-  EXPECT_EQ(again->resume(kStream, state).lost, state.lost);
+  EXPECT_EQ(again->resume(kStream, before).lost, before.lost);
   EXPECT_EQ(uncountedLosses(again->view().totals), 60u);
   EXPECT_EQ(fake.files.content(kPath).size(), LossLedger::kFileBytes);
   // Of one log the range stays; the newest are the last to merge.

@@ -67,6 +67,7 @@ constexpr char kContent[] =
 
 TEST(RequestRules, EachPathWordHasItsSectionsAndNames) {
   const std::string state = kState, status = state + kStatusEnd, data = kData, content = kContent;
+  const std::string books = "ledger.accounts=1\nledger.account.1=x\n";
   const struct {
     const char* word;
     std::vector<std::string> parts;
@@ -98,6 +99,11 @@ TEST(RequestRules, EachPathWordHasItsSectionsAndNames) {
       {"result", {status}, ""},
       {"result", {state + "agent.timezone=UTC\n"}, "\"agent.domain.name\" is missing"},
       {"result", {status + "x=1\n"}, "one too many"},
+      {"result", {status + books + "ledger.entries=1\nledger.entry.1=x\n"}, ""},
+      {"result", {status + books}, "\"ledger.entries\" is missing"},
+      {"result", {status + books + "ledger.entries=2\nledger.entry.1=x\n"}, "entry.2\" is missing"},
+      {"result", {status + books + "ledger.entries=0\nledger.entry.1=x\n"}, "one too many"},
+      {"result", {status + books + "ledger.entries=-1\n"}, "is not the number"},
       {"result", {"result.errorcode=0\n" + state}, "first property"},
       {"result", {status, "#"}, "section 2"},
       {"result", {data, "#"}, ""},

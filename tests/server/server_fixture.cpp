@@ -44,17 +44,14 @@ ClientHeaders headersOf(const std::string& guid) {
   return headers;
 }
 
-std::string statusMessage() {
-  return messageOf({{{"result.type", "policy"},
-                     {"result.errorcode", "0"},
-                     {"result.errormessage", ""},
-                     {"rid.applied", ""},
-                     {"rid.group", ""},
-                     {"policy.name", ""},
-                     {"policy.path", "builtin"},
-                     {"agent.timezone", "UTC"},
-                     {"agent.domain.name", ""},
-                     {"agent.osversion", "x"}}});
+std::string statusMessage(const WireProperties& ledger) {
+  WireProperties status = {{"result.type", "policy"},   {"result.errorcode", "0"},
+                           {"result.errormessage", ""}, {"rid.applied", ""},
+                           {"rid.group", ""},           {"policy.name", ""},
+                           {"policy.path", "builtin"},  {"agent.timezone", "UTC"},
+                           {"agent.domain.name", ""},   {"agent.osversion", "x"}};
+  status.insert(status.end(), ledger.begin(), ledger.end());
+  return messageOf({status});
 }
 
 std::string certificateFile(const std::string& name) {

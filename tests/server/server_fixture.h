@@ -31,7 +31,7 @@ std::string messageOf(const std::vector<WireProperties>& sections);
 // The headers of an agent, in their order; without a GUID when it is empty.
 ClientHeaders headersOf(const std::string& guid);
 // A status message of an agent.
-std::string statusMessage();
+std::string statusMessage(const WireProperties& ledger = {});
 // A body of records with these sequence numbers.
 std::string eventsFrom(int64_t first, int64_t last);
 std::string certificateFile(const std::string& name);

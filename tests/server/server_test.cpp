@@ -278,6 +278,37 @@ TEST_F(ServerTest, AnAssignmentNotifiesItsAgentWhereItRegistered) {
   EXPECT_EQ(tryCommand("/notify", {{"byte", 1}})->status, 400);
 }
 
+TEST_F(ServerTest, TellsForEachLogWhatIsMissingAndWhy) {
+  start();
+  const std::string guid = registerAgent();
+  post("log", eventsFrom(1, 90), guid);
+  const auto tell = [&](const char* account, WireProperties entries) {
+    WireProperties ledger = {{"ledger.accounts", "1"}, {"ledger.account.1", account}};
+    ledger.emplace_back("ledger.entries", std::to_string(entries.size()));
+    ledger.insert(ledger.end(), entries.begin(), entries.end());
+    EXPECT_EQ(post("result", statusMessage(ledger), guid).korvaneError, 0);
+    // One that says nothing of it changes nothing.
+    EXPECT_EQ(post("result", statusMessage(), guid).korvaneError, 0);
+    const Json all = get("/accounting?agent=" + guid);
+    return all.at(0);
+  };
+  Json told = tell("hidslog1rt 2026-11-22T13:00:00.000Z 92 90 2 0 0", {});
+  EXPECT_EQ(told["complete"], true);
+  EXPECT_EQ(told["received"], 90);
+  EXPECT_EQ(tell("hidslog1rt t 92 91 1 0 0", {})["logs"][0]["short"], 1);
+  EXPECT_EQ(tell("hidslog1rt t 92 90 1 0 0", {})["logs"][0]["closed"], false);
+  told = tell("hidslog1rt t 92 90 0 2 0",
+              {{"ledger.entry.1", "hidslog1rt line-rejected counted 2 1 47 58 t1 t2 /a b.csv"},
+               {"ledger.entry.2", "- disk-limit uncounted 1 1 0 9 t1 t2 -"}});
+  EXPECT_EQ(told["complete"], false);
+  EXPECT_EQ(told["logs"][0]["closed"], true);
+  EXPECT_EQ(told["logs"][0]["missing"],
+            Json::parse(R"([{"log":"hidslog1rt","cause":"line-rejected","counted":true,"count":2,
+                "parts":1,"from":47,"to":58,"first":"t1","last":"t2","path":"/a b.csv"}])"));
+  EXPECT_EQ(told["files"][0]["cause"], "disk-limit");
+  EXPECT_EQ(get("/agents")[0]["status"].size(), 10u);
+}
+
 TEST_F(ServerTest, ShowsAnAgentsPolicyStateAndItsChanges) {
   start();
   const std::string guid = registerAgent();

@@ -77,7 +77,7 @@ WireAnswer ModelServer::exchange(const WireRequest& request, int64_t nowMs) {
       const Pairs& pairs = message.parts[0].pairs;
       const std::string& type = valueOf(pairs, "result.type");
       const int code = std::atoi(valueOf(pairs, "result.errorcode").c_str());
-      pending.status = type == "policy" && pairs.size() == 10;
+      pending.status = type == "policy" && pairs.size() >= 10;
       if (type == "policy")
         _watch->status(nowMs, pairs, pending.status);
       else if (type != "app.data")
@@ -127,7 +127,7 @@ WireAnswer ModelServer::goodAnswer(const Message& message, Pending& pending) {
   if (message.word == "register")
     answer.body = textSection({{"agent.id", registration(message, pending)}, {"note", "x"}}, wide);
   else if (message.word == "result" && valueOf(pairs, "result.type") == "policy" &&
-           pairs.size() == 10)
+           pairs.size() >= 10)
     answer.body = statusAnswer(pending, wide);
   else if (message.word == "result" && _random.chance(5))
     answer.body = textSection({{"update.policy", "true"},  // not for this kind of message

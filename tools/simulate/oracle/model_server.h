@@ -86,6 +86,7 @@ class ModelServer {
   void check(const Message& message);
   void checkRegister(const Message& message);
   void checkResult(const Message& message);
+  void checkLedger(const std::string& name, const std::string& value);
   void checkUpdate(const Message& message);
   void checkLog(const Message& message);
   void changeWeather(int64_t nowMs);

@@ -1,5 +1,6 @@
 // Which requests docs/protocol.md allows.
 #include <algorithm>
+#include <sstream>
 #include <array>
 
 #include "simulate/oracle/model_server.h"
@@ -129,11 +130,23 @@ void ModelServer::checkResult(const Message& message) {
     wire("result: the code " + valueOf(pairs, "result.errorcode"));
   if (type == "software") return;
   const bool isStatus = type == "policy";
-  if (isStatus ? pairs.size() != 10 && pairs.size() != 7 : pairs.size() < 3)
+  if (isStatus ? pairs.size() < 10 && pairs.size() != 7 : pairs.size() < 3)
     wire("result: " + std::to_string(pairs.size()) + " names of the type " + type);
+  for (size_t i = 10; isStatus && i < pairs.size(); ++i) checkLedger(pairs[i].first, pairs[i].second);
   for (size_t i = 0; i < pairs.size() && i < (isStatus ? 10 : 3); ++i)
     if (pairs[i].first != kStatus[i])
       wire("result: " + pairs[i].first + " instead of " + kStatus[i]);
+}
+
+// What was read is delivered, waits or is lost.
+void ModelServer::checkLedger(const std::string& name, const std::string& value) {
+  if (!name.starts_with("ledger.")) wire("result: " + name + " behind the ten names");
+  if (!name.starts_with("ledger.account.")) return;
+  std::istringstream words(value);
+  std::string stream, since;
+  uint64_t read = 0, delivered = 0, waiting = 0, lost = 0, uncounted = 0;
+  words >> stream >> since >> read >> delivered >> waiting >> lost >> uncounted;
+  if (!words || read != delivered + waiting + lost) wire("the account does not close: " + value);
 }
 
 void ModelServer::checkUpdate(const Message& message) {
