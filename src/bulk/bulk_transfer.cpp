@@ -20,6 +20,7 @@ namespace {
 constexpr char kBulkTag[] = "BulkLogProcessingThread";
 constexpr char kFolder[] = "bulk";
 constexpr char kStateName[] = "bulk.state";
+constexpr int kMaxNames = 1000;  // of a log that is set aside
 constexpr uint32_t kSettleSeconds = LogBook::kSettleMs / 1000;
 
 std::string errorText(int error) {
@@ -130,11 +131,25 @@ bool BulkTransfer::mayRemove(const LogRecord& log) const {
          _book.isUnchanged(log);
 }
 
-void BulkTransfer::removeSentLogs() {
-  if (!_parts.settings.deleteLogs()) return;
-  // Their records go at the next look, when nothing can bring them back.
-  for (const LogRecord& log : _state.logs)
-    if (mayRemove(log)) ignoreResult(_parts.files.remove(log.path));
+// Their records go at a later look, when nothing can bring them back.
+void BulkTransfer::leaveSentLogs() {
+  const bool removed = _parts.settings.deleteLogs();
+  for (const LogRecord& log : _state.logs) {
+    if (!mayRemove(log)) continue;
+    if (removed)
+      ignoreResult(_parts.files.remove(log.path));
+    else if (log.kind != Kind::agent)
+      setAside(log.path);
+  }
+}
+
+// The own log has a bound of its own by its names; what others write would fill the list of logs.
+void BulkTransfer::setAside(const std::string& path) {
+  std::string to = path + ".sent";
+  for (int number = 2; number < kMaxNames; ++number) {
+    if (_parts.files.rename(path, to) != EEXIST) return;
+    to = path + ".sent." + std::to_string(number);
+  }
 }
 
 // Disk limits
@@ -208,7 +223,7 @@ std::vector<Wanted> BulkTransfer::wanted() const {
 
 uint32_t BulkTransfer::packAndOffer() {
   if (!_state.bundle) {
-    removeSentLogs();
+    leaveSentLogs();
     const std::vector<Wanted> logs = wanted();
     if (logs.empty()) {
       const bool soon = rollDriverLogs() || _book.isSettling() || std::exchange(_rolled, false);
@@ -276,7 +291,7 @@ uint32_t BulkTransfer::offer() {
       eventlog::event(EventId::bundlesAcceptedAgain, kBulkTag, {_state.bundle->name});
   }
   if (!recordAccepted()) return later;
-  removeSentLogs();
+  leaveSentLogs();
   if (_more) return backlogSeconds();
   return _book.isSettling() ? std::min(kSettleSeconds, idleSeconds()) : idleSeconds();
 }

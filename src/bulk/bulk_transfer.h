@@ -39,7 +39,8 @@ class BulkTransfer {
   bool bringUpToDate();
 
   void removeSentCopies();
-  void removeSentLogs();
+  void leaveSentLogs();
+  void setAside(const std::string& path);
   bool mayRemove(const LogRecord& log) const;
 
   bool isOver(int32_t percent) const;

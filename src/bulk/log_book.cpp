@@ -13,6 +13,8 @@
 namespace korvane::bulk {
 namespace {
 
+constexpr size_t kMostLine = 200;  // of a log's line in the state, beside its path
+
 bool describes(const LogRecord& log, const platform::FileInfo& info) {
   return log.identity == info.identity && log.size == info.size &&
          log.modifiedNs == info.modifiedNs;
@@ -34,9 +36,14 @@ bool LogBook::update(std::vector<FoundLog> found, std::vector<LogRecord>& record
   std::set<std::string> flushed;
   for (const LogRecord& was : before) {
     LogRecord log = was;
-    const auto at = files.find({log.kind, log.identity});
-    if (at != files.end() && !taken.contains(at->second) && follow(log, *at->second)) {
-      taken.insert(at->second);
+    // One file may have two names.
+    const FoundLog* at = nullptr;
+    const auto [first, last] = files.equal_range({log.kind, log.identity});
+    for (auto other = first; other != last; ++other)
+      if (!taken.contains(other->second) && (!at || other->second->path == log.path))
+        at = other->second;
+    if (at && follow(log, *at)) {
+      taken.insert(at);
       note(log);
       records.push_back(std::move(log));
       continue;
@@ -48,8 +55,12 @@ bool LogBook::update(std::vector<FoundLog> found, std::vector<LogRecord>& record
       lost(log, cause);
     }
   }
+  size_t bytes = 0;
+  for (const LogRecord& log : records) bytes += kMostLine + log.path.size();
   for (const FoundLog& file : found) {
     if (taken.contains(&file) || records.size() >= kMaxLogs) continue;
+    bytes += kMostLine + file.path.size();
+    if (bytes > kMaxStateBytes / 2) continue;
     LogRecord log{.kind = file.kind,
                   .id = _parts.files.freshName(),
                   .identity = file.info.identity,

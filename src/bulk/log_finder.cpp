@@ -37,13 +37,19 @@ std::vector<FoundLog> LogFinder::finished() {
 
 std::vector<FoundLog> LogFinder::sentCopies() {
   std::vector<FoundLog> found;
-  const std::string current = _parts.settings.getHIDSRTLogFile().toUtf8();
-  const std::string shape = shapeOf(platform::fileNameOf(current));
-  addFrom(platform::directoryOf(current), Kind::ids, kMaxOfEntry, found,
-          [&](const std::string& name) {
-            const std::string_view kept = nameOfSent(name);
-            return !kept.empty() && shapeOf(kept) == shape;
-          });
+  const auto add = [&](Kind kind, const std::string& current) {
+    const std::string shape = shapeOf(platform::fileNameOf(current));
+    addFrom(platform::directoryOf(current), kind, kMaxOfEntry, found, [&](const std::string& name) {
+      const std::string_view kept = nameOfSent(name);
+      return !kept.empty() && shapeOf(kept) == shape;
+    });
+  };
+  STRING current;
+  add(Kind::ids, _parts.settings.getHIDSRTLogFile().toUtf8());
+  add(Kind::ids, _parts.settings.getHIDSLogFile().toUtf8());
+  if (_parts.driver.current && _parts.driver.current(current)) add(Kind::driver, current.toUtf8());
+  if (_parts.profile.current && _parts.profile.current(current))
+    add(Kind::profile, current.toUtf8());
   return found;
 }
 

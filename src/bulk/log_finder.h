@@ -31,7 +31,7 @@ class LogFinder {
 
   // Finished logs, and those of external.log.
   std::vector<FoundLog> finished();
-  // Copies of the real-time log that were forwarded.
+  // Kept copies, "<log>.sent": of the real-time log, and of the series that were sent in bulk.
   std::vector<FoundLog> sentCopies();
 
  private:

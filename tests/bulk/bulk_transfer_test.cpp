@@ -290,8 +290,17 @@ TEST_F(BulkWorld, TheDiskLimitTakesKeptCopiesThenTheOldest) {
   };
   put(std::string(kOwn) + "1.log");
   restart(&disk);
-  looks(2);
+  for (int copy = 0; copy < 2; ++copy) {
+    put(std::string(kIds) + "1.csv");
+    looks(4);
+  }
   EXPECT_TRUE(exists(std::string(kOwn) + "1.log")) << "sent and kept";
+  for (const char* copy : {"1.csv.sent", "1.csv.sent.2"}) {
+    EXPECT_TRUE(exists(std::string(kIds) + copy));
+    fake.files.remove(std::string(kIds) + copy);
+  }
+  EXPECT_EQ(state().logs.size(), 1u);
+  EXPECT_EQ(server.bytes(), 24u);
   put(std::string(kIds) + "3.csv");
   put("/opt/korvane/IDS/logs/rt-4.csv.sent");
   for (const char* path :
