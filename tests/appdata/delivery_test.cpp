@@ -179,6 +179,20 @@ TEST(ApplicationData, IsRepeatedUntilTheServerTakesItOrGivenUp) {
   }
 }
 
+TEST(ApplicationData, EachPieceHasItsOwnRetries) {
+  AppDataWorld world("appdata.max.retries=2\nappdata.senddata.interval=0\n");
+  world.inventory.xml = noise(2 * kMib + 5);
+  std::map<std::string, int> tries;
+  world.answer = [&](const ReceivedData::Message& message) {
+    return ++tries[message.of("application.data.offset")] <= 2 ? Answer::failure(7) : Answer();
+  };
+  world.ask("r-1");
+  world.serve();
+  EXPECT_EQ(world.xml(), world.inventory.xml);
+  EXPECT_THAT(world.messages, SizeIs(9));
+  EXPECT_EQ(world.config().getApplicationsChecksum(), STRING("aa"));
+}
+
 TEST(ApplicationData, BoundsItsSettings) {
   AppDataWorld world(
       "appdata.max.retries=-5\nappdata.retry.interval=-5\nappdata.senddata.interval=-1\n");
