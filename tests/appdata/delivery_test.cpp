@@ -220,10 +220,11 @@ TEST(ApplicationData, GoesOnAfterAStopWithTheSamePieces) {
     int64_t stopAtMs;
     int collections;
     size_t messages;  // until the stop
+    const char* retries = "3";
   };
   const StopCase cases[] = {
       {"while collecting", Answer(), 15000, 2, 0},
-      {"in a transfer", Answer::hanging(), 25000, 1, 1},
+      {"in a transfer", Answer::hanging(), 25000, 1, 1, "0"},
       {"before a retry", Answer::failure(7), 25000, 1, 1},
       {"between pieces", Answer(), 25000, 1, 1},
   };
@@ -232,6 +233,7 @@ TEST(ApplicationData, GoesOnAfterAStopWithTheSamePieces) {
     AppDataWorld world("appdata.senddata.interval=600\nappdata.retry.interval=600\n");
     world.inventory.xml = noise(kMib + 1000);
     world.inventory.takesMs = 20000;
+    world.config().setAppDataMaxRetries(STRING(row.retries).toInt());
     world.answer = [&](const auto&) { return row.answer; };
     world.ask("r-1");
     int64_t ended = 0;
