@@ -67,7 +67,7 @@ struct Reader {
     std::string text;
     if (!(*this)(name, text)) return false;
     value = STRING(text);
-    return true;
+    return oneLine(value) == value;
   }
   bool operator()(std::string_view name, uint64_t& value) {
     std::string_view text;

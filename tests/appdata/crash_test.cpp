@@ -108,5 +108,27 @@ TEST_F(AppDataCrash, BetweenPiecesTheSecondFollowsTheFirst) {
   std::printf("%zu states of a delivery between two pieces\n", states);
 }
 
+// A result that waits for a program, and another of the same size that takes its place.
+TEST_F(AppDataCrash, AStateNeverBelongsToAnotherArchive) {
+  world.inventory.xml = noise(1000, 1);
+  world.ask("local-1");
+  world.serve(/*server=*/false);
+  platform::RecordingFiles second(world.machine.fake.files);
+  platform::Platform machine = platform::withFiles(world.machine.fake.platform(), second);
+  world.machine.beginRun(machine);
+  world.inventory.xml = noise(1000, 2);
+  world.ask("local-2");
+  world.serve(/*server=*/false);
+  size_t results = 0;
+  second.forEachCrash([&](const std::string& state, platform::MemoryFiles& disk) {
+    const DeliveryFolder folder(disk, "/opt/korvane/IPS");
+    DeliveryState found;
+    if (folder.load(found) != 0) return;
+    ++results;
+    EXPECT_EQ(trust::sha256Of(disk.content(folder.archive())), found.sha256) << state;
+  });
+  EXPECT_GT(results, 0U);
+}
+
 }  // namespace
 }  // namespace korvane::tests

@@ -179,6 +179,20 @@ TEST(ApplicationData, IsRepeatedUntilTheServerTakesItOrGivenUp) {
   }
 }
 
+TEST(ApplicationData, EachPieceHasItsOwnRetries) {
+  AppDataWorld world("appdata.max.retries=2\nappdata.senddata.interval=0\n");
+  world.inventory.xml = noise(2 * kMib + 5);
+  std::map<std::string, int> tries;
+  world.answer = [&](const ReceivedData::Message& message) {
+    return ++tries[message.of("application.data.offset")] <= 2 ? Answer::failure(7) : Answer();
+  };
+  world.ask("r-1");
+  world.serve();
+  EXPECT_EQ(world.xml(), world.inventory.xml);
+  EXPECT_THAT(world.messages, SizeIs(9));
+  EXPECT_EQ(world.config().getApplicationsChecksum(), STRING("aa"));
+}
+
 TEST(ApplicationData, BoundsItsSettings) {
   AppDataWorld world(
       "appdata.max.retries=-5\nappdata.retry.interval=-5\nappdata.senddata.interval=-1\n");
@@ -206,10 +220,11 @@ TEST(ApplicationData, GoesOnAfterAStopWithTheSamePieces) {
     int64_t stopAtMs;
     int collections;
     size_t messages;  // until the stop
+    const char* retries = "3";
   };
   const StopCase cases[] = {
       {"while collecting", Answer(), 15000, 2, 0},
-      {"in a transfer", Answer::hanging(), 25000, 1, 1},
+      {"in a transfer", Answer::hanging(), 25000, 1, 1, "0"},
       {"before a retry", Answer::failure(7), 25000, 1, 1},
       {"between pieces", Answer(), 25000, 1, 1},
   };
@@ -218,6 +233,7 @@ TEST(ApplicationData, GoesOnAfterAStopWithTheSamePieces) {
     AppDataWorld world("appdata.senddata.interval=600\nappdata.retry.interval=600\n");
     world.inventory.xml = noise(kMib + 1000);
     world.inventory.takesMs = 20000;
+    world.config().setAppDataMaxRetries(STRING(row.retries).toInt());
     world.answer = [&](const auto&) { return row.answer; };
     world.ask("r-1");
     int64_t ended = 0;

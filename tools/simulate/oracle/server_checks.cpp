@@ -117,8 +117,10 @@ void ModelServer::checkResult(const Message& message) {
   const std::string& type = valueOf(pairs, "result.type");
   if (type == "app.data") {
     const std::string& complete = valueOf(pairs, "application.request.complete");
-    if (message.parts.size() > 2 || pairs.size() != 3 ||
-        (complete != "true" && complete != "false") ||
+    bool known = pairs.size() >= 3;
+    for (size_t i = 3; i < pairs.size(); ++i)
+      known = known && pairs[i].first.starts_with("application.data.");
+    if (message.parts.size() > 2 || !known || (complete != "true" && complete != "false") ||
         valueOf(pairs, "application.requestID").empty())
       wire("result: application data");
     return;
