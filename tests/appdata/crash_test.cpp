@@ -125,7 +125,7 @@ TEST_F(AppDataCrash, AStateNeverBelongsToAnotherArchive) {
     DeliveryState found;
     if (folder.load(found) != 0) return;
     ++results;
-    EXPECT_EQ(trust::sha256Of(disk.content(folder.archive())), found.sha256) << state;
+    EXPECT_EQ(sha256Hex(disk.content(folder.archive())), found.sha256) << state;
   });
   EXPECT_GT(results, 0U);
 }
