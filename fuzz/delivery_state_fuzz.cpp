@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "config/ini_text.h"
+#include "util/sha256.h"
 #include "discovery/delivery_state.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
