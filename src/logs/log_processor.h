@@ -69,7 +69,6 @@ class LogProcessor {
  private:
   bool mayReadOn(int readCount) const;
   void handleMarker();
-  void passOver();
   void handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
   void enqueue(const EventRecord& record);
   void flushSummary();
@@ -77,6 +76,8 @@ class LogProcessor {
   void finishPass();
   void leaveFinishedLog();
   void removeLeftOver();
+  // Of what is neither sent nor folded: markers, and events that a rule keeps back.
+  void passOver();
   int64_t undeliveredFrom() const;
   void releaseMemoryWhenIdle();
   bool isDataRecord(const EventRecord& record) const;
@@ -93,7 +94,7 @@ class LogProcessor {
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;          // markers, and events that rules keep back, since the last other event
+  int _idle = 0;          // passed over since the last event
   int _idlePasses = 0;    // passes that read nothing
   bool _refused = false;  // the last batch was not delivered
   size_t _queuedBytes = 0;
