@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "util/sha256.h"
 #include "discovery/delivery_state.h"
+#include "util/sha256.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace korvane;

@@ -16,7 +16,8 @@ namespace {
 
 constexpr char kRulesSource[] = "LogRules";
 constexpr std::string_view kRulesHead = "korvane-log-rules 1 ";
-constexpr uint64_t kMaxRulesBytes = 8u << 20;
+// More than the most rules of the most three-byte characters.
+constexpr uint64_t kMaxRulesBytes = 16u << 20;
 constexpr size_t kMaxRuleNameUnits = 256;
 constexpr size_t kLastField = 49;
 constexpr size_t kTypeLength = 4;

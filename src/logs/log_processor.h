@@ -72,7 +72,6 @@ class LogProcessor {
   void countRead(const ForwardingCounters::Pass& counted);
   void countDelivered();
   uint64_t held() const;
-  void passOver(const ForwardingCounters::Pass& counted);
   void handleEvent(const EventRecord& record, ForwardingCounters::Pass& counted);
   void enqueue(const EventRecord& record);
   void flushSummary();
@@ -81,6 +80,8 @@ class LogProcessor {
   void finishPass();
   void leaveFinishedLog();
   void removeLeftOver();
+  // Of what is neither sent nor folded: markers, and events that a rule keeps back.
+  void passOver(const ForwardingCounters::Pass& counted);
   int64_t undeliveredFrom() const;
   void releaseMemoryWhenIdle();
   bool isDataRecord(const EventRecord& record) const;
@@ -97,8 +98,8 @@ class LogProcessor {
   RecordSummary _summary;
   bool _enabled = true;
   int _ticks = 0;
-  int _idle = 0;        // markers, and events that rules keep back, since the last other event
-  int _idlePasses = 0;  // passes that read nothing
+  int _idle = 0;              // passed over since the last event
+  int _idlePasses = 0;        // passes that read nothing
   uint64_t _readCounted = 0;  // of this pass's events, those that the account has
   bool _refused = false;      // the last batch was not delivered
   size_t _queuedBytes = 0;

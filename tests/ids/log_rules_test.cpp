@@ -118,6 +118,17 @@ TEST_F(LogRulesTest, KeepsTheLastSetThatCouldBeUsedAndWritten) {
   EXPECT_EQ(inForce(unwritten) + inForce(rules) + atStart(), "222");
 }
 
+TEST_F(LogRulesTest, TheLargestSetIsFoundAgain) {
+  std::string value = "*; v5=";
+  for (int i = 0; i < 4000; ++i) value += "\u6f22";
+  PropertyList pairs;
+  for (int i = 0; i < 1000; ++i)
+    pairs.emplace_back("Log." + STRING::fromInt(i), STRING(value + ":0"));
+  LogRules rules(fake.files, kFile);
+  ASSERT_EQ(rules.replace(pairs, refused, error), LogRules::Outcome::inForce);
+  EXPECT_EQ(atStart(), "1000");
+}
+
 // After a crash at any instant the set that was promised last is in force, or the one being written;
 // and no flush can be left out.
 TEST_F(LogRulesTest, SurvivesACrashAtAnyInstant) {
