@@ -9,8 +9,6 @@ namespace korvane {
 namespace {
 
 constexpr std::string_view kFirstLine = "korvane-ledger 1\n";
-// More writes or settlements than there ever are.
-constexpr uint64_t kMostNumbers = uint64_t{1} << 62;
 // For a name that is empty.
 constexpr std::string_view kNoName = "-";
 
@@ -154,7 +152,7 @@ const char* parseLedger(std::string_view slot, LedgerContent& out) {
       if (!takeNumber(line, out.generation)) return "its generation is not a number";
     } else if (kind == "stream") {
       LedgerStream& stream = out.streams.emplace_back();
-      if (!takeNumber(line, stream.number) || stream.number > kMostNumbers || line.empty())
+      if (!takeNumber(line, stream.number) || stream.number > kMostSettlements || line.empty())
         return "a stream is malformed";
       stream.name = line;
     } else if (kind == "loss") {
@@ -163,7 +161,6 @@ const char* parseLedger(std::string_view slot, LedgerContent& out) {
       return "a line is of unknown kind";
     }
   }
-  if (out.generation == 0 || out.generation > kMostNumbers) return "its generation is none";
   if (out.entries.size() > kMaxLedgerEntries || out.streams.size() > kMaxLedgerStreams)
     return "it has too many lines";
   return nullptr;

@@ -32,7 +32,7 @@ struct LedgerStream {
 };
 
 struct LedgerContent {
-  uint64_t generation = 0;  // one more with each write of the file
+  uint64_t generation = 0;  // one more with each write of the file; the one behind the highest is 0
   std::vector<LedgerStream> streams;
   std::vector<LedgerEntry> entries;  // oldest first
 
@@ -42,6 +42,8 @@ struct LedgerContent {
 // A slot holds at most so many of each; more are no ledger.
 inline constexpr size_t kMaxLedgerEntries = 64;
 inline constexpr size_t kMaxLedgerStreams = 16;
+// The number of a settlement; the one behind it is 1.
+inline constexpr uint64_t kMostSettlements = uint64_t{1} << 62;
 
 // The lines with the right last one in the place of the one that they have.
 std::string sealedLedger(std::string text);

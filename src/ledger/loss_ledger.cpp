@@ -75,7 +75,7 @@ int LossLedger::openFile() {
   if (error == 0) error = _files.flushDirectory(platform::directoryOf(_path));
   if (error != 0) return error;
   // What was entered before the file could be opened stays.
-  if (_content.generation == 0) load(*file);
+  if (!_loaded) load(*file);
   _file = std::move(file);
   return 0;
 }
@@ -83,7 +83,7 @@ int LossLedger::openFile() {
 // The newer one of the slots that are whole. A file of zeros was made and not written yet.
 void LossLedger::load(platform::File& file) {
   const char* wrong = nullptr;
-  LedgerContent newest;
+  std::optional<LedgerContent> newest;
   for (size_t slot = 0; slot < kSlots; ++slot) {
     std::string bytes;
     LedgerContent content;
@@ -95,13 +95,15 @@ void LossLedger::load(platform::File& file) {
     const char* const fault = parseLedger(bytes, content);
     if (fault)
       wrong = fault;
-    else if (content.generation > newest.generation)
+    else if (!newest || static_cast<int64_t>(content.generation - newest->generation) > 0)
       newest = std::move(content);
   }
-  if (wrong && newest.generation == 0 && !_path.empty())
+  _loaded = true;
+  if (wrong && !newest && !_path.empty())
     eventlog::event(EventId::ledgerUnusable, kLedgerSource, {_path, std::string(wrong)});
-  newest.entries.insert(newest.entries.end(), _content.entries.begin(), _content.entries.end());
-  _content = std::move(newest);
+  if (!newest) return;
+  newest->entries.insert(newest->entries.end(), _content.entries.begin(), _content.entries.end());
+  _content = std::move(*newest);
 }
 
 bool LossLedger::save() {
@@ -232,7 +234,9 @@ void LossLedger::settle(const std::string& stream, std::span<const Loss> losses,
   const Synchronized held(_lock);
   // Its pointer has gone past all that was settled before.
   takeBack(stream, state.number);
-  state.number = ++numberOf(stream);
+  uint64_t& number = numberOf(stream);
+  number = number < kMostSettlements ? number + 1 : 1;
+  state.number = number;
   for (const Loss& loss : losses) {
     LedgerEntry entry;
     static_cast<Loss&>(entry) = loss;

@@ -118,6 +118,7 @@ class LossLedger {
   LedgerContent _content GUARDED_BY(_lock);
   std::vector<StreamAccount> _accounts GUARDED_BY(_lock);
   uint64_t _revision GUARDED_BY(_lock) = 0;
+  bool _loaded GUARDED_BY(_lock) = false;
   bool _failureReported GUARDED_BY(_lock) = false;
 };
 
