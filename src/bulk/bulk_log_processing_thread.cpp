@@ -1,15 +1,19 @@
 #include "bulk/bulk_log_processing_thread.h"
 
+#include <new>
 #include <utility>
 
 #include "bulk/bulk_transfer.h"
 #include "config/log_settings.h"
 #include "eventlog/event_log.h"
+#include "util/errors.h"
 
 namespace korvane {
 namespace {
 
+constexpr char kThreadTag[] = "BulkLogProcessingThread";
 constexpr uint32_t kMsPerSecond = 1000;
+constexpr uint32_t kSecondsAfterError = 60;
 
 Thread::ThreadPriority priorityNamed(const STRING& name) {
   if (name == "low") return Thread::ThreadPriority::lowest;
@@ -25,14 +29,26 @@ BulkLogProcessingThread::BulkLogProcessingThread(bulk::Parts parts)
 BulkLogProcessingThread::~BulkLogProcessingThread() = default;
 
 uint32_t BulkLogProcessingThread::cycle() {
-  return _transfer->look();
+  try {
+    return _transfer->look();
+  } catch (const AgentError& error) {
+    eventlog::trace(kThreadTag, "A look at the logs ended: %s", error.what());
+  } catch (const std::bad_alloc&) {
+    eventlog::trace(kThreadTag, "A look at the logs ended: out of memory");
+  }
+  return kSecondsAfterError;
 }
 
 void BulkLogProcessingThread::takePriority() {
   const STRING name = _parts.settings.getLogPriority();
   if (name == _priority) return;
   _priority = name;
-  setPriority(priorityNamed(name));
+  try {
+    setPriority(priorityNamed(name));
+  } catch (const ThreadException&) {
+    // Going up again takes privileges on some systems.
+    eventlog::trace(kThreadTag, "The system refuses the priority %s", name);
+  }
 }
 
 void BulkLogProcessingThread::run() {

@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
-#include <tuple>
 #include <utility>
 
-#include "bulk/log_names.h"
+#include "bulk/transfer_terms.h"
 #include "config/log_settings.h"
 #include "eventlog/event_log.h"
-#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "util/ignore_result.h"
@@ -17,23 +14,9 @@
 namespace korvane::bulk {
 namespace {
 
-constexpr char kBulkTag[] = "BulkLogProcessingThread";
 constexpr char kFolder[] = "bulk";
 constexpr char kStateName[] = "bulk.state";
 constexpr int kMaxNames = 1000;  // of a log that is set aside
-constexpr uint32_t kSettleSeconds = LogBook::kSettleMs / 1000;
-
-std::string errorText(int error) {
-  return "error " + std::to_string(error);
-}
-
-uint32_t within(int32_t value, uint32_t least, uint32_t most) {
-  return std::clamp(static_cast<uint32_t>(std::max(value, 0)), least, most);
-}
-
-bool oldestFirst(const LogRecord* a, const LogRecord* b) {
-  return std::tie(a->modifiedNs, a->path) < std::tie(b->modifiedNs, b->path);
-}
 
 }  // namespace
 
@@ -150,197 +133,6 @@ void BulkTransfer::setAside(const std::string& path) {
     if (_parts.files.rename(path, to) != EEXIST) return;
     to = path + ".sent." + std::to_string(number);
   }
-}
-
-// Disk limits
-
-bool BulkTransfer::isOver(int32_t percent) const {
-  uint64_t free = 0;
-  uint64_t total = 0;
-  const std::string logs = platform::joinPath(_parts.files, {_parts.home, "logs"});
-  if (percent < 1 || percent > 100 || _parts.files.freeBytes(logs, free) != 0 ||
-      _parts.files.totalBytes(logs, total) != 0 || total == 0)
-    return false;
-  const double used = 1.0 - static_cast<double>(std::min(free, total)) / static_cast<double>(total);
-  return used * 100 >= percent;
-}
-
-void BulkTransfer::makeRoom() {
-  const int32_t lower =
-      std::min(_parts.settings.getLogDiskLowerLimit(), _parts.settings.getLogDiskUpperLimit());
-  // Down to it and no further: one percent more is over.
-  const auto enough = [&] { return _stopped() || !isOver(std::clamp(lower, 0, 99) + 1); };
-  std::vector<FoundLog> copies = _finder.sentCopies();
-  std::sort(copies.begin(), copies.end(), [](const FoundLog& a, const FoundLog& b) {
-    return a.info.modifiedNs < b.info.modifiedNs;
-  });
-  for (const FoundLog& copy : copies) {
-    if (enough()) return;
-    ignoreResult(_parts.files.remove(copy.path));
-  }
-  std::vector<const LogRecord*> sent, unsent;
-  for (const LogRecord& log : _state.logs)
-    if (log.kind != Kind::external && _book.isThere(log) && packedUpTo(log) == 0)
-      (log.isSent() ? sent : unsent).push_back(&log);
-  std::sort(sent.begin(), sent.end(), oldestFirst);
-  std::sort(unsent.begin(), unsent.end(), oldestFirst);
-  std::vector<LogRecord> victims;
-  for (const auto* list : {&sent, &unsent})
-    for (const LogRecord* log : *list) victims.push_back(*log);
-  for (const LogRecord& log : victims) {
-    if (enough()) return;
-    giveUp(log);
-  }
-}
-
-// Told first, and counted as dealt with before it is removed: after a crash it is told again with the
-// same range, or found gone without a loss.
-void BulkTransfer::giveUp(const LogRecord& log) {
-  if (!_book.isUnchanged(log)) return;
-  if (!log.isSent()) {
-    lose(log, Loss::Cause::diskLimit, log.position);
-    for (LogRecord& known : _state.logs)
-      if (known.id == log.id) known.position = known.size;
-    _unsaved = true;
-    ignoreResult(save(_state));
-  }
-  ignoreResult(_parts.files.remove(log.path));
-}
-
-// Packing
-
-std::vector<Wanted> BulkTransfer::wanted() const {
-  std::vector<const LogRecord*> logs;
-  for (const LogRecord& log : _state.logs)
-    if (!log.isSent() && _book.isThere(log) && (log.kind == Kind::external || _book.isSettled(log)))
-      logs.push_back(&log);
-  std::sort(logs.begin(), logs.end(), oldestFirst);
-  std::vector<Wanted> wanted;
-  for (const LogRecord* log : logs)
-    wanted.push_back({*log, log->kind == Kind::external && !_book.isSettled(*log)});
-  return wanted;
-}
-
-uint32_t BulkTransfer::packAndOffer() {
-  if (!_state.bundle) {
-    leaveSentLogs();
-    const std::vector<Wanted> logs = wanted();
-    if (logs.empty()) {
-      const bool soon = rollDriverLogs() || _book.isSettling() || std::exchange(_rolled, false);
-      return soon ? std::min(kSettleSeconds, idleSeconds()) : idleSeconds();
-    }
-    if (!pack(logs)) return idleSeconds();
-  }
-  return offer();
-}
-
-bool BulkTransfer::pack(const std::vector<Wanted>& logs) {
-  const size_t most = within(_parts.settings.getBulkTransferOpenFileLimit(), 1, kMaxParts);
-  // A log that cannot be read does not take the place of one that can.
-  std::vector<Wanted> readable;
-  for (const Wanted& log : logs) {
-    if (readable.size() == most) break;
-    std::unique_ptr<platform::File> file;
-    if (_parts.files.open(log.log.path, platform::OpenMode::read, file) == 0)
-      readable.push_back(log);
-  }
-  Packed packed;
-  const int error = _bundles.pack(readable, _parts.settings.collectSHA256Hash(), _stopped, packed);
-  if (error == ECANCELED) return false;
-  if (error != 0) {
-    report(EventId::logsNotPacked, platform::directoryOf(_statePath), errorText(error));
-    return false;
-  }
-  fine(EventId::logsNotPacked);
-  if (packed.bundle.name.empty()) return false;
-  State next = _state;
-  next.bundle = packed.bundle;
-  if (!save(next)) {
-    ignoreResult(_bundles.remove(packed.bundle.name));
-    return false;
-  }
-  _state = std::move(next);
-  _checked = true;
-  _more = !packed.everything || readable.size() < logs.size();
-  return true;
-}
-
-uint32_t BulkTransfer::offer() {
-  const uint32_t later = std::max(backlogSeconds(), kLeastRetrySeconds);
-  if (!_checked && !_accepted) {
-    if (const int error = _bundles.check(*_state.bundle)) {
-      eventlog::event(EventId::bulkStateUnusable, kBulkTag,
-                      {_bundles.pathOf(_state.bundle->name), errorText(error)});
-      State next = _state;
-      next.bundle.reset();
-      if (!save(next)) return later;
-      ignoreResult(_bundles.remove(std::exchange(_state, std::move(next)).bundle->name));
-      return 0;
-    }
-    _checked = _more = true;
-  }
-  if (!_accepted) {
-    const Offer answer = _parts.send(_bundles.pathOf(_state.bundle->name));
-    if (answer.stopped) return later;
-    if (!answer.accepted) {
-      report(EventId::bundleNotAccepted, _state.bundle->name, answer.reason);
-      return later;
-    }
-    _accepted = true;
-    if (fine(EventId::bundleNotAccepted))
-      eventlog::event(EventId::bundlesAcceptedAgain, kBulkTag, {_state.bundle->name});
-  }
-  if (!recordAccepted()) return later;
-  leaveSentLogs();
-  if (_more) return backlogSeconds();
-  return _book.isSettling() ? std::min(kSettleSeconds, idleSeconds()) : idleSeconds();
-}
-
-bool BulkTransfer::recordAccepted() {
-  State next = _state;
-  const Bundle bundle = *std::exchange(next.bundle, std::nullopt);
-  ++next.sentBundles;
-  for (const Part& part : bundle.parts) {
-    next.sentBytes += part.to - part.from;
-    for (LogRecord& log : next.logs)
-      if (log.id == part.log && log.position == part.from) log.position = part.to;
-  }
-  if (!save(next)) return false;
-  _state = std::move(next);
-  _accepted = _checked = false;
-  ignoreResult(_bundles.remove(bundle.name));
-  return true;
-}
-
-// The driver's logs
-
-bool BulkTransfer::rollDriverLogs() {
-  const bool event = roll(_parts.driver, false);
-  const bool profile = roll(_parts.profile, true);
-  return _rolled = event || profile;
-}
-
-bool BulkTransfer::roll(const DriverLog& log, bool profile) {
-  STRING current;
-  platform::FileInfo info;
-  if (!log.current || !log.current(current)) return false;
-  const std::string path = current.toUtf8();
-  if (!platform::isAbsolutePath(path) || _parts.files.info(path, info) != 0 || info.size == 0)
-    return false;
-  const STRING next = platform::joinPath(
-      _parts.files,
-      {platform::directoryOf(path), nextName(platform::fileNameOf(path), _parts.clock.wallMs())});
-  std::string reason;
-  if (!log.roll(next, reason)) {
-    report(EventId::driverLogNotRolled, path, reason);
-    return false;
-  }
-  fine(EventId::driverLogNotRolled);
-  if (profile)
-    _parts.settings.setDriverProfileLogFile(next);
-  else
-    _parts.settings.setDriverLogFile(next);
-  return true;
 }
 
 }  // namespace korvane::bulk

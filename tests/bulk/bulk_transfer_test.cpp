@@ -135,6 +135,7 @@ TEST_F(BulkWorld, EveryByteIsSentWaitsOrIsTold) {
   for (uint64_t seed = 1; seed <= 30; ++seed) {
     platform::SeededRandom random(seed);
     SCOPED_TRACE(seed);
+    const size_t toldBefore = events(10723) + events(10724);
     for (const std::string& path : fake.files.paths()) {
       if (!path.starts_with("/opt/korvane/own/")) fake.files.remove(path);
     }
@@ -172,6 +173,8 @@ TEST_F(BulkWorld, EveryByteIsSentWaitsOrIsTold) {
         files.failNth(FileOperation::flush, 1, EIO, "/bulk/");
       } else if (what == 10) {
         fake.files.setFreeBytes(random.below(2) ? 1000 : uint64_t{1} << 40);
+      } else {
+        fake.clock.setWall(fake.clock.wallMs() + random.between(-100, 100) * 3'600'000);
       }
       // A log that comes and goes between two looks was never seen.
       look();
@@ -183,6 +186,7 @@ TEST_F(BulkWorld, EveryByteIsSentWaitsOrIsTold) {
     looks(40);
     EXPECT_EQ(server.fault, "");
     EXPECT_EQ(server.bytes() + lostBytes(), written);
+    EXPECT_GE(events(10723) + events(10724) - toldBefore, losses.size());
     for (const bulk::LogRecord& log : state().logs) EXPECT_TRUE(log.isSent()) << log.path;
   }
 }
@@ -374,6 +378,15 @@ TEST_F(BulkWorld, TheThreadEndsWithItsStopAndWithoutAServerNothingIsSent) {
   EXPECT_TRUE(offered.empty());
   settings().setBulkTransferIdleInterval(-5);
   EXPECT_EQ(look(), 1u);
+  // What goes wrong in one look is no end of the thread.
+  bulk::Parts failing = parts(files);
+  failing.send = [](const std::string&) -> bulk::Offer { throw std::bad_alloc(); };
+  fake.files.put(std::string(kOwn) + "2.log", "x\n");
+  BulkLogProcessingThread unlucky(failing);
+  EXPECT_EQ(unlucky.cycle(), 60u);
+  EXPECT_EQ(unlucky.cycle(), 60u);
+  unlucky.stop();
+  EXPECT_TRUE(tests::waitFor("the thread's end", [&] { return !unlucky.isAlive(); }));
 }
 
 }  // namespace
