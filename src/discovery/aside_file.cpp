@@ -13,6 +13,9 @@ constexpr size_t kBufferBytes = 64 * 1024;
 
 AsideFile::AsideFile(platform::Files& files, std::string path)
     : _files(files), _path(std::move(path)), _aside(_path + ".new-" + files.freshName()) {
+  const std::string own = platform::fileNameOf(_path);
+  platform::removeUnfinished(files, platform::directoryOf(_path),
+                             [&](std::string_view target) { return target == own; });
   _error = files.open(_aside, platform::OpenMode::createNew, _file);
 }
 

@@ -1,7 +1,8 @@
 // A file that is written piece by piece beside its place ("<path>.new-<fresh name>") and then put there: a reader, or
 // a machine that loses power at any instant, sees the former file or the new one, never a part.
 //
-// Lifetime: refers to `files`. What is not put into place is removed by the destructor. Threads: one.
+// Lifetime: refers to `files`. What is not put into place is removed by the destructor; what a crash left of an
+// earlier one of this path goes when the next one is made. Threads: one, and one writer of a path.
 // Errors: the first one stays, as an errno value; what is added after it is dropped.
 #pragma once
 

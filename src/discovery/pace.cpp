@@ -9,6 +9,8 @@ namespace korvane {
 namespace {
 
 constexpr int64_t kSliceMs = 20;
+// No step works for longer; one that took more has waited for a disk or a network that hangs.
+constexpr int64_t kMostWorkMs = 5000;
 
 }  // namespace
 
@@ -27,7 +29,8 @@ bool Pace::goOn() {
   // The clock counts whole milliseconds: a slice may have taken up to one more than it shows.
   const int64_t worked = now - _since;
   if (worked < kSliceMs) return true;
-  const int64_t rest = std::min((worked + 1) * (100 - _share) / _share, _end - now);
+  const int64_t counted = std::min(worked + 1, kMostWorkMs);
+  const int64_t rest = std::min(counted * (100 - _share) / _share, _end - now);
   constexpr int64_t kLongest = std::numeric_limits<int32_t>::max();
   if (rest > 0 && _stop.sleepFor(static_cast<uint32_t>(std::min(rest, kLongest)))) return false;
   _since = _clock.monotonicMs();

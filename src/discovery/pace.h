@@ -1,5 +1,5 @@
 // Keeps a long work to its share of one core: after each slice of work the thread rests until it has used no
-// more than its share of the time that passed. What it waited for the disk counts as work. A stop ends a rest at
+// more than its share of the time that passed. What it waited for the disk or the processor counts as work, of one step at most 5 s. A stop ends a rest at
 // once, and so does the end of the time that the work may take.
 //
 // Lifetime: refers to the clock and the token. Threads: the one that works.

@@ -22,6 +22,9 @@
 namespace korvane {
 namespace {
 
+// Of what the parser itself gives no place.
+constexpr char kSomewhere[] = "line 1, column 1: ";
+
 ProcessMutex xmlLock;  // the parser's state is the process's
 
 std::string narrowText(const XMLCh* text) {
@@ -148,17 +151,16 @@ std::string readXml(std::string_view document, XmlHandler& handler) {
     } catch (const xercesc::OutOfMemoryException&) {
       throw std::bad_alloc();
     } catch (const xercesc::XMLException& error) {
-      return "line " + std::to_string(error.getSrcLine()) +
-             ", column 1: " + narrowText(error.getMessage());
+      return kSomewhere + narrowText(error.getMessage());
     } catch (const xercesc::SAXException& error) {
-      return narrowText(error.getMessage());
+      return kSomewhere + narrowText(error.getMessage());
     }
   } catch (const Refused& refused) {
     return refused.text;
   } catch (const xercesc::XMLException&) {
-    return "the XML parser cannot be started";
+    return kSomewhere + std::string("the XML parser cannot be started");
   } catch (const std::runtime_error& error) {
-    return std::string("the XML parser cannot work: ") + error.what();
+    return kSomewhere + std::string("the XML parser cannot work: ") + error.what();
   }
 }
 

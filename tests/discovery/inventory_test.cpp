@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 
+#include "discovery/pace.h"
 #include "discovery/xml_reader.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/fake_survey.h"
@@ -273,8 +274,13 @@ TEST_F(InventoryTest, aResultThatCannotBeWrittenLeavesTheFormerOne) {
       files.heal();
     }
   }
+  // What a crash left goes with the next collection, and nothing else does.
+  for (const char* left :
+       {"inventory.xml.new-0123456789ab", "shortcuts.txt.new-0123456789ab", "mine.xml.new-0"})
+    fake.files.put(std::string("/agent/") + left, "half");
   EXPECT_TRUE(collect().written);
   EXPECT_NE(fake.files.content(kShortcuts), shortcuts);
+  EXPECT_EQ(fake.files.remove("/agent/mine.xml.new-0"), 0);
 }
 
 // At every step of a collection, and from within its rests.
@@ -360,6 +366,19 @@ class SimulatedWork final : public platform::ForwardingClock {
   int64_t monotonicMs() override { return _to.monotonicMs() + (workedUs += 700) / 1000; }
   int64_t workedUs = 0;
 };
+
+TEST(InventoryPace, aStepThatHungCountsForFiveSeconds) {
+  platform::SimThreading sim(7);
+  platform::FakePlatform fake(sim);
+  const platform::CurrentPlatform current(fake.platform());
+  SimulatedWork clock(sim.clock());
+  StopToken stop;
+  Pace pace(clock, stop, 10, 86400);
+  clock.workedUs += int64_t{600} * 1000000;
+  const int64_t before = sim.clock().monotonicMs();
+  EXPECT_TRUE(pace.goOn());
+  EXPECT_EQ(sim.clock().monotonicMs() - before, 45000);
+}
 
 TEST(InventoryPace, itKeepsToItsShareAndARestEndsAtOnce) {
   for (const int share : {1, 10, 50, 100}) {
