@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "archive/zip_file.h"
+#include "config/agent_config.h"
 #include "config/ini_text.h"
 #include "config/install_root.h"
 #include "config/settings_file.h"
