@@ -4,7 +4,7 @@
 
 #include "bulk/bulk_state.h"
 #include "bulk/log_names.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace korvane::bulk;
@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Manifest manifest;
   if (parseManifest(text, manifest) && manifestText(manifest) != text) std::abort();
   // With a checksum that holds, so that what lies behind it is reached.
-  const std::string sealed = text + "end=" + korvane::trust::sha256Of(text) + "\n";
+  const std::string sealed = text + "end=" + korvane::sha256Hex(text) + "\n";
   State state;
   for (const std::string& one : {text, sealed})
     if (parseState(one, state) && stateText(state) != one) std::abort();

@@ -12,8 +12,7 @@ constexpr char kAssignedText[] =
     "Driver is no longer using the builtin policy and is using the previously assigned policy.";
 
 void recordIdentity(PolicySettings& settings, const AppliedPolicy& policy) {
-  settings.setPlusID(policy.id);
-  settings.setPlusVersion(policy.name + " " + policy.version);
+  settings.setPolicyIdentity(policy.id, policy.name + " " + policy.version);
 }
 
 }  // namespace

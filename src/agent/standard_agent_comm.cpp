@@ -70,7 +70,7 @@ bool StandardAgentComm::testConnection() {
 }
 
 void StandardAgentComm::reportPolicyState() {
-  if (_stop.requested()) return;
+  if (stopped()) return;
   HttpsHandler handler(_parts.connection);
   // What the server still misses, the next status says.
   ignoreResult(reportTaken(handler, handler.sendPolicyStateMessage()));
@@ -82,19 +82,19 @@ bool StandardAgentComm::registerAgent(uint8_t& builtinReported) {
   eventlog::trace(kRegistrationTag, "call register on communication component");
 
   std::unique_ptr<HttpsHandler> handler;
-  while (!_stop.requested()) {
+  while (!stopped()) {
     handler = std::make_unique<HttpsHandler>(_parts.connection);
     // What changed meanwhile takes effect with the next attempt's handler.
     ignoreResult(_parts.file.loadIniFile());
     if (attempt(*handler, policy) == Attempt::finished) break;
     _stop.sleepFor(kRetryPauseMs);
   }
-  if (_stop.requested()) return true;
+  if (stopped()) return true;
 
   const bool enrolled = keepIdentity(*handler);
   if (preventionInForce(_parts.policy) && reportBuiltinPolicy(_parts.policy, _parts.driver))
     builtinReported = 1;
-  if (enrolled || _stop.requested()) return true;
+  if (enrolled || stopped()) return true;
   eventlog::trace(kRegistrationTag, "Fatal Registration.");
   return false;
 }
@@ -103,7 +103,7 @@ StandardAgentComm::Attempt StandardAgentComm::attempt(HttpsHandler& handler,
                                                       const std::optional<std::string>& policy) {
   const int code = handler.registerAgent(policy ? policy->data() : nullptr,
                                          policy ? static_cast<long>(policy->size()) : -1);
-  if (_stop.requested()) return Attempt::finished;
+  if (stopped()) return Attempt::finished;
   if (classifyRegistration(code, "communications") == RegistrationVerdict::retry) {
     eventlog::trace(kRegistrationTag, "unsuccessful registration -- communications error %d ",
                     code);

@@ -50,6 +50,9 @@ class StandardAgentComm : public AgentComm {
   [[nodiscard]] Attempt attempt(HttpsHandler& handler, const std::optional<std::string>& policy);
   [[nodiscard]] bool keepIdentity(HttpsHandler& handler);
 
+  // The run's token is asked too: it ends an exchange before it has told this component's.
+  bool stopped() const { return _stop.requested() || shutdownToken().requested(); }
+
   const Parts _parts;
   StopToken _stop;
   StopCallback _onShutdown;

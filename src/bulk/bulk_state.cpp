@@ -8,7 +8,7 @@
 #include "bulk/line_reader.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 namespace korvane::bulk {
 namespace {
@@ -50,7 +50,7 @@ bool parseBundle(std::string_view text, LineReader& lines, std::string_view& lin
   bundle.name = fields.word();
   if (!isBundleName(bundle.name) || !fields.number(bundle.size)) return false;
   bundle.digest = fields.rest();
-  if (!isHex(bundle.digest, trust::kDigestDigits)) return false;
+  if (!isHex(bundle.digest, kSha256Digits)) return false;
   std::string_view value;
   for (line = lines.line(); valueOf(line, "part", value); line = lines.line())
     if (bundle.parts.size() == kMaxParts || !parsePart(value, bundle.parts.emplace_back()))
@@ -72,15 +72,14 @@ std::string stateText(const State& state) {
     for (const Part& part : bundle->parts) text.append("part=").append(partText(part)).append("\n");
   }
   for (const LogRecord& log : state.logs) text.append("log=").append(logText(log)).append("\n");
-  const std::string digest = trust::sha256Of(text);
+  const std::string digest = sha256Hex(text);
   return text.append(kDigestLine).append(digest).append("\n");
 }
 
 bool parseState(std::string_view text, State& out) {
   if (text.size() > kMaxStateBytes) return false;
-  const size_t end =
-      text.size() - std::min(text.size(), kDigestLine.size() + trust::kDigestDigits + 1);
-  if (text.substr(end) != std::string(kDigestLine) + trust::sha256Of(text.substr(0, end)) + "\n")
+  const size_t end = text.size() - std::min(text.size(), kDigestLine.size() + kSha256Digits + 1);
+  if (text.substr(end) != std::string(kDigestLine) + sha256Hex(text.substr(0, end)) + "\n")
     return false;
   State state;
   LineReader lines(text.substr(0, end));

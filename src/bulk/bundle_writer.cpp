@@ -10,9 +10,9 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
 #include "util/dates.h"
 #include "util/ignore_result.h"
+#include "util/sha256.h"
 
 namespace korvane::bulk {
 namespace {
@@ -115,7 +115,7 @@ int BundleWriter::addLog(Archive& archive, const Wanted& wanted, Packed& out) {
 // The entry begins with its first piece, so that a log that gives nothing has none.
 int BundleWriter::addPieces(Archive& archive, platform::File& file, const Wanted& wanted,
                             Part& part) {
-  trust::Sha256 digest;
+  Sha256 digest;
   while (part.to < part.size && !archive.isFull()) {
     if (archive.stopped()) return ECANCELED;
     size_t got = 0;
@@ -152,7 +152,7 @@ int BundleWriter::finish(Archive& archive, Packed& out) {
 int BundleWriter::digestOf(const std::string& path, uint64_t& size, std::string& digest) const {
   std::unique_ptr<platform::File> file;
   if (const int error = _files.open(path, platform::OpenMode::read, file)) return error;
-  trust::Sha256 sum;
+  Sha256 sum;
   std::string piece(kPiece, '\0');
   size = 0;
   for (size_t got = 1; got != 0; size += got) {

@@ -8,7 +8,7 @@
 #include "eventlog/event_log.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 namespace korvane::bulk {
 namespace {
@@ -101,7 +101,7 @@ bool LogBook::readHead(const std::string& path, uint32_t bytes, std::string& out
   }
   for (size_t total = 0, got = 0; total < bytes; total += got)
     if (file->read(head.data() + total, bytes - total, got) != 0 || got == 0) return false;
-  out = trust::sha256Of(head).substr(0, kHeadDigits);
+  out = sha256Hex(head).substr(0, kHeadDigits);
   return true;
 }
 

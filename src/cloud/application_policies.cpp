@@ -14,6 +14,7 @@
 #include "update/policy/policy_processor.h"
 #include "update/policy/policy_turn.h"
 #include "util/ignore_result.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {

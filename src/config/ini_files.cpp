@@ -11,6 +11,7 @@
 #include "platform/paths.h"
 #include "util/dates.h"
 #include "util/ignore_result.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {

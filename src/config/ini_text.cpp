@@ -1,11 +1,9 @@
 #include "config/ini_text.h"
 
-#include <openssl/evp.h>
-
 #include <unordered_set>
 
 #include "config/settings_table.h"
-#include "util/errors.h"
+#include "util/sha256.h"
 #include "util/utf8.h"
 
 namespace korvane {
@@ -57,21 +55,6 @@ void readChecksum(std::string_view rest, IniText& out) {
 }
 
 }  // namespace
-
-std::string sha256Hex(std::string_view bytes) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int size = 0;
-  if (EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_sha256(), nullptr) != 1) {
-    throw AgentError(1, "The cryptographic library computes no SHA-256.", "sha256Hex");
-  }
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  for (unsigned int i = 0; i < size; ++i) {
-    hex += kDigits[digest[i] >> 4];
-    hex += kDigits[digest[i] & 15];
-  }
-  return hex;
-}
 
 bool parseIniText(std::string_view bytes, IniText& out) {
   out = IniText();

@@ -13,10 +13,6 @@ namespace korvane {
 // A file beyond this size is not read, and none is written.
 inline constexpr uint64_t kMaxIniBytes = 4u << 20;
 
-// Lower-case hexadecimal SHA-256, 64 characters. Throws AgentError when the cryptographic library
-// refuses, which leaves nothing to compare.
-std::string sha256Hex(std::string_view bytes);
-
 struct IniText {
   // Every key with its value in the order of the file, the checksum left out. The first of several
   // lines with one key counts, the others are dropped.

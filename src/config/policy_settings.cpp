@@ -167,6 +167,11 @@ void PolicySettings::setPlusVersion(const STRING& value) { _store.change(Key::po
 STRING PolicySettings::getPlusID() const { return _store.text(Key::policyId); }
 STRING PolicySettings::getPolicyID() const { return getPlusID(); }
 void PolicySettings::setPlusID(const STRING& value) { _store.change(Key::policyId, value); }
+void PolicySettings::setPolicyIdentity(const STRING& id, const STRING& version) {
+  const ChangeGroup group(_store);
+  setPlusID(id);
+  setPlusVersion(version);
+}
 STRING PolicySettings::getPlusDBPath() const { return _store.text(Key::policyPath); }
 void PolicySettings::setPlusDBPath(const STRING& value) { _store.change(Key::policyPath, value); }
 bool PolicySettings::useBuiltInPolicy() const { return _store.flag(Key::useBuiltInPolicy); }

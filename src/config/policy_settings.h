@@ -43,6 +43,8 @@ class PolicySettings {
   void setPlusVersion(const STRING& value);
   STRING getPlusID() const;
   void setPlusID(const STRING& value);
+  // Both of one policy, in one write.
+  void setPolicyIdentity(const STRING& id, const STRING& version);
   STRING getPolicyID() const;
   STRING getPlusDBPath() const;
   void setPlusDBPath(const STRING& value);

@@ -9,6 +9,7 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "util/ignore_result.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {

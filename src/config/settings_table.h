@@ -1,5 +1,6 @@
 // The table of all settings. It drives loading, export, the typed accessors and what registration
-// reports; docs/ini-reference.md is its printed form, and a test holds the two together.
+// reports; docs/ini-reference.md is its printed form, which script/make-ini-reference makes. A key
+// that the agent does not read is one that the table keeps for others: script/check-settings looks.
 #pragma once
 
 #include <cstddef>
@@ -129,6 +130,10 @@ enum class MapKind { settings, communication };
 // In which list of the registration a setting goes to the server.
 enum class Report { none, attribute, configuration };
 
+// When a changed value counts: as soon as the agent has taken the change up, which takes about a second;
+// when the agent is started again; never in the agent itself.
+enum class Effect { atOnce, nextStart, otherPrograms };
+
 struct SettingRow {
   Key key;
   const char* section;
@@ -136,10 +141,14 @@ struct SettingRow {
   ValueType type;
   const char* defaultText;
   Report report;
+  Effect effect;
+  const char* meaning;  // for the operator, as a cell of a Markdown table
 };
 
 // All rows in the order of the file; the row of a Key is the one at its number.
 std::span<const SettingRow> settingsTable();
+// As the reference and `agentctl config set` say it.
+const char* effectText(Effect effect);
 MapKind mapKindOf(const SettingRow& row);
 const SettingRow& rowOf(Key key);
 // The row with this key name, compared exactly, or null.

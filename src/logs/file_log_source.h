@@ -69,7 +69,7 @@ class FileLogSource : public LogSource {
   // pointer on the disk still needs.
   void settleMove();
   // The same before names are written that lead on from the pointer's log. What fails is tried again
-  // with the next ones.
+  // with the next call.
   void keepDurably();
   // Where the pointer stands; 0 for a type without one.
   int64_t savedOffset() const { return _pointer ? _pointer->position() : 0; }

@@ -330,7 +330,7 @@ bool LogReader::noteNamedByEnd(const FinishedLog& finished) {
 void LogReader::noteNames() {
   addSeenNames();
   _next.recallGrown(currentLogName());
-  if (_next.isChanged()) _source.keepDurably();
+  _source.keepDurably();
   _next.save();
 }
 

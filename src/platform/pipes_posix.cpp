@@ -12,10 +12,10 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "platform/caller_allowance.h"
 #include "platform/error_codes.h"
 #include "platform/interrupt_posix.h"
 #include "platform/native.h"
+#include "platform/served_pipe.h"
 #include "platform/waiting_room_posix.h"
 
 namespace korvane::platform {
@@ -156,32 +156,19 @@ class PosixPipe : public Pipe {
   Interrupt _interrupt;
 };
 
-class PosixPipeServer final : public PosixPipe {
+class PosixPipeServer final : public ServedPipe<PosixPipe, WaitingRoom> {
  public:
   PosixPipeServer(std::string path, PipeAudience audience, Descriptor listener, Descriptor lock)
-      : _path(std::move(path)),
-        _audience(audience),
+      : ServedPipe(audience),
+        _path(std::move(path)),
         _lock(std::move(lock)),
         _listener(std::move(listener)) {}
   ~PosixPipeServer() override { ::unlink(_path.c_str()); }
 
-  uint32_t peek(size_t& available) override {
-    available = 0;
-    settle();
-    if (mustGiveWay()) return kErrorBrokenPipe;
-    return hasConnection() && pauseMs() > 0 ? kOk : PosixPipe::peek(available);
-  }
-
-  uint32_t write(const void* bytes, size_t size, size_t& written) override {
-    written = 0;
-    settle();
-    if (mustGiveWay()) return kErrorNoData;
-    return hasConnection() && pauseMs() > 0 ? kOk : PosixPipe::write(bytes, size, written);
-  }
-
   PipeWait wait(PipeEvent event, uint32_t timeoutMs) override {
     const Deadline deadline(timeoutMs);
     for (settle(); !mustGiveWay(); settle()) {
+      if (!hasConnection()) admit();
       if (!hasConnection() && mayServe()) break;
       const int listener = _refused || !_room.admits() ? -1 : _listener.get();
       int which = -1;
@@ -195,49 +182,18 @@ class PosixPipeServer final : public PosixPipe {
     return interruption().raised() ? PipeWait::interrupted : PipeWait::ended;
   }
 
-  uint32_t renew() override {
-    settle();
-    use(Descriptor());
-    return kOk;
-  }
-
  protected:
-  bool connected() override {
-    if (hasConnection()) return true;
-    admit();
-    if (!mayServe()) return false;
-    WaitingRoom::Places::Caller next = _room.next();
-    _ordinary = !next.administrator;
-    _turn = Deadline(kTurnMs);
-    use(std::move(next.connection));
-    return true;
+  // Without a descriptor left the listener would be ready all the time, for a client that cannot be
+  // taken: then a wait is a pause.
+  void admit() override { _refused = !_room.admit(_listener.get(), _allowance.pauseMs() > 0); }
+
+  void settle() override {
+    if (_audience == PipeAudience::everyone)
+      _allowance.settle(!hasConnection() || servesOrdinary(), microseconds(CLOCK_MONOTONIC),
+                        microseconds(CLOCK_THREAD_CPUTIME_ID));
   }
 
  private:
-  // Without a descriptor left the listener would be ready all the time, for a client that cannot be
-  // taken: then a wait is a pause.
-  void admit() { _refused = !_room.admit(_listener.get(), _allowance.pauseMs() > 0); }
-
-  // An ordinary client has had its turn, and an administrator waits. While an administrator is
-  // served, only a wait looks at the listener: the others wait in any case.
-  bool mustGiveWay() {
-    if (hasConnection() && !_ordinary) return false;
-    admit();
-    return hasConnection() && _room.administratorWaits() && _turn.remainingMs() == 0;
-  }
-
-  // What the thread did since the last time, but for an administrator, ordinary callers have cost.
-  void settle() {
-    if (_audience == PipeAudience::everyone)
-      _allowance.settle(!hasConnection() || _ordinary, microseconds(CLOCK_MONOTONIC),
-                        microseconds(CLOCK_THREAD_CPUTIME_ID));
-  }
-  // For how long no ordinary caller is served; 0 while an administrator is.
-  uint32_t pauseMs() const { return hasConnection() && !_ordinary ? 0 : _allowance.pauseMs(); }
-  bool mayServe() const {
-    return _room.administratorWaits() || (!_room.empty() && _allowance.pauseMs() == 0);
-  }
-
   // When to look again before the deadline: the pause of a flood or of ordinary callers is over, or
   // an ordinary client's turn.
   Deadline nextLook(const Deadline& deadline) const {
@@ -247,20 +203,15 @@ class PosixPipeServer final : public PosixPipe {
     };
     if (const uint32_t pause = _room.pauseMs()) within(static_cast<int>(pause));
     if (const uint32_t pause = pauseMs()) within(static_cast<int>(pause));
-    if (hasConnection() && _room.administratorWaits()) within(_turn.remainingMs());
+    if (hasConnection() && _room.administratorWaits()) within(turnLeftMs());
     return soonest < 0 ? Deadline(kInfinite) : Deadline(static_cast<uint32_t>(soonest));
   }
 
   const std::string _path;
-  const PipeAudience _audience;
   const Descriptor
       _lock;  // held for as long as the name is served; let go by the process's end, too
   const Descriptor _listener;
-  WaitingRoom _room;
-  CallerAllowance _allowance;
   bool _refused = false;
-  bool _ordinary = false;  // the present client
-  Deadline _turn{0};       // until when it has its turn whoever waits
 };
 
 class PosixPipes final : public Pipes {

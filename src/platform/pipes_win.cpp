@@ -1,9 +1,9 @@
 #include "platform/pipes_win.h"
 
-#include "platform/caller_allowance.h"
 #include "platform/error_codes.h"
 #include "platform/interrupt_win.h"
 #include "platform/native.h"
+#include "platform/served_pipe.h"
 #include "platform/thread_time_win.h"
 #include "platform/waiting_room_win.h"
 #include "platform/wide_win.h"
@@ -95,26 +95,12 @@ class WinPipe : public Pipe {
   WinInterrupt _interrupt;
 };
 
-class WinPipeServer final : public WinPipe {
+class WinPipeServer final : public ServedPipe<WinPipe, WaitingRoom> {
  public:
   WinPipeServer(std::wstring name, PipeAudience audience, ClientAccountOf accountOf)
-      : _audience(audience), _room(std::move(name), audience, std::move(accountOf)) {}
+      : ServedPipe(audience, std::move(name), audience, std::move(accountOf)) {}
 
   [[nodiscard]] uint32_t open() { return _room.open(); }
-
-  uint32_t peek(size_t& available) override {
-    available = 0;
-    settle();
-    if (mustGiveWay()) return kErrorBrokenPipe;
-    return hasConnection() && pauseMs() > 0 ? kOk : WinPipe::peek(available);
-  }
-
-  uint32_t write(const void* bytes, size_t size, size_t& written) override {
-    written = 0;
-    settle();
-    if (mustGiveWay()) return kErrorNoData;
-    return hasConnection() && pauseMs() > 0 ? kOk : WinPipe::write(bytes, size, written);
-  }
 
   PipeWait wait(PipeEvent event, uint32_t timeoutMs) override {
     settle();
@@ -122,58 +108,22 @@ class WinPipeServer final : public WinPipe {
     return WinPipe::wait(event, timeoutMs);
   }
 
-  uint32_t renew() override {
-    settle();
-    use(FileHandle());
-    return kOk;
-  }
-
  protected:
-  bool connected() override {
-    if (hasConnection()) return true;
-    admit();
-    if (!mayServe()) return false;
-    WaitingRoom::Places::Caller next = _room.next();
-    _ordinary = !next.administrator;
-    _turnEnds = ::GetTickCount64() + kTurnMs;
-    use(std::move(next.connection));
-    return true;
-  }
+  void admit() override { _room.admit(_allowance.pauseMs() > 0); }
 
- private:
-  void admit() { _room.admit(_allowance.pauseMs() > 0); }
-
-  // An ordinary client has had its turn, and an administrator waits. While an administrator is
-  // served, only a wait looks at the doors: the others wait in any case.
-  bool mustGiveWay() {
-    if (!hasConnection() || !_ordinary) return false;
-    admit();
-    return _room.administratorWaits() && ::GetTickCount64() >= _turnEnds;
-  }
-
-  // What the thread did since the last time, but for an administrator, ordinary callers have cost.
   // While there is nobody nothing is measured.
-  void settle() {
+  void settle() override {
     if (_audience != PipeAudience::everyone) return;
     const bool anybody = hasConnection() || !_room.empty();
     if (anybody || _measured)
-      _allowance.settle(_measured && (!hasConnection() || _ordinary), _time.wallUs(),
+      _allowance.settle(_measured && (!hasConnection() || servesOrdinary()), _time.wallUs(),
                         _time.cpuUs());
     _measured = anybody;
   }
-  // For how long no ordinary caller is served; 0 while an administrator is.
-  uint32_t pauseMs() const { return hasConnection() && !_ordinary ? 0 : _allowance.pauseMs(); }
-  bool mayServe() const {
-    return _room.administratorWaits() || (!_room.empty() && _allowance.pauseMs() == 0);
-  }
 
-  const PipeAudience _audience;
-  WaitingRoom _room;
+ private:
   ThreadTime _time;
-  CallerAllowance _allowance;
   bool _measured = false;
-  bool _ordinary = false;   // the present client
-  ULONGLONG _turnEnds = 0;  // until when it has its turn whoever waits
 };
 
 template <class Made>

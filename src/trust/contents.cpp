@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "archive/zip_archive.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 namespace korvane::trust {
 namespace {
@@ -55,7 +55,7 @@ bool checkContents(const Manifest& manifest, std::string_view content, Refusal& 
     return refuse(Reason::changed, {"the archive is not the one that was signed: ", fault.reason},
                   refusal);
   if (opened && !checkEntries(zip, manifest.entries, refusal)) return false;
-  if (content.size() == manifest.content.size && sha256Of(content) == manifest.content.sha256)
+  if (content.size() == manifest.content.size && sha256Hex(content) == manifest.content.sha256)
     return true;
   return refuse(Reason::changed,
                 {opened ? "the archive differs from the one that was signed outside of its entries"

@@ -7,8 +7,8 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "trust/contents.h"
-#include "trust/sha256.h"
 #include "util/dates.h"
+#include "util/sha256.h"
 
 namespace korvane::trust {
 namespace {
@@ -73,7 +73,7 @@ bool Gate::load() {
                    error == EBADMSG ? " is damaged; nothing is accepted before it is removed"
                                     : " cannot be read, error ",
                    error == EBADMSG ? "" : std::to_string(error)});
-  const std::string anchor = sha256Of(pem);
+  const std::string anchor = sha256Hex(pem);
   if (_record.anchor != anchor) {
     _record.anchor = anchor;
     _record.signersVersion = 0;

@@ -5,8 +5,8 @@
 #include <chrono>
 
 #include "trust/envelope.h"
-#include "trust/sha256.h"
 #include "util/base64.h"
+#include "util/sha256.h"
 #include "util/utf8.h"
 
 namespace korvane::trust {
@@ -25,7 +25,7 @@ bool isName(std::string_view text, size_t longest) {
 }
 
 bool isDigest(std::string_view text) {
-  return text.size() == kDigestDigits &&
+  return text.size() == kSha256Digits &&
          text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 

@@ -8,8 +8,8 @@
 #include "platform/paths.h"
 #include "trust/envelope.h"
 #include "trust/refusal.h"
-#include "trust/sha256.h"
 #include "util/base64.h"
+#include "util/sha256.h"
 
 namespace korvane::trust {
 namespace {
@@ -74,15 +74,15 @@ std::string recordText(const Record& record) {
   for (const VersionMark& mark : record.versions)
     text += joined({"version ", nameOf(mark.kind), " ", numeral(mark.version), " ",
                     numeral(mark.expired), " ", mark.name, "\n"});
-  return joined({text, kRecordEnd, sha256Of(text), "\n"});
+  return joined({text, kRecordEnd, sha256Hex(text), "\n"});
 }
 
 bool parseRecord(std::string_view text, Record& out) {
-  const size_t lastLine = kRecordEnd.size() + kDigestDigits + 1;
+  const size_t lastLine = kRecordEnd.size() + kSha256Digits + 1;
   if (!text.starts_with(kRecordHeading) || text.size() < kRecordHeading.size() + lastLine)
     return false;
   std::string_view content = text.substr(0, text.size() - lastLine);
-  if (text.substr(content.size()) != joined({kRecordEnd, sha256Of(content), "\n"})) return false;
+  if (text.substr(content.size()) != joined({kRecordEnd, sha256Hex(content), "\n"})) return false;
   content.remove_prefix(kRecordHeading.size());
   std::string_view line;
   while (cutUntil('\n', content, line))

@@ -7,7 +7,7 @@
 #include "config/properties_file.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {
@@ -88,7 +88,7 @@ Outcome ContentPackage::compareFile(platform::Files& files, const std::string& d
   std::unique_ptr<platform::File> file;
   if (const int error = files.open(path, platform::OpenMode::read, file))
     return unreadable(path, error, refusal);
-  trust::Sha256 digest;
+  Sha256 digest;
   std::string unpacked;
   int error = 0;
   bool same = true;

@@ -68,5 +68,22 @@ TEST(Registration, AStopEndsPauseAndExchangeAndIsNoFailure) {
   }
 }
 
+// The stop ends the exchange before it has told the component.
+TEST(Registration, AnExchangeThatAStopEndsIsNoFailureEitherWhileTheStopIsOnItsWay) {
+  SimulatedMachine machine;
+  machine.server.always("register", Answer::hanging());
+  std::unique_ptr<platform::NativeThread> thread;
+  const StopCallback slow(shutdownToken(), [&] { thread->join(1000); });
+  const std::unique_ptr<AgentComm> comm = makeAgentComm(contextOfRun());
+  uint8_t reported = 0;
+  bool result = false;
+  thread = machine.sim.createThread(0, [&] { result = comm->registerAgent(reported); });
+  machine.sim.runFor(5000);
+  shutdownToken().request();
+  thread->join(platform::kInfinite);
+  EXPECT_TRUE(result);
+  EXPECT_EQ(machine.countLines("could not get guid"), 0U);
+}
+
 }  // namespace
 }  // namespace korvane

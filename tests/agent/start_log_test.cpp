@@ -8,6 +8,7 @@
 
 #include "config/ini_text.h"
 #include "tests/agent/session_run.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {

@@ -18,7 +18,7 @@
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/faulty_files.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 namespace korvane::tests {
 
@@ -42,10 +42,10 @@ struct BulkServer {
   std::string fault;  // the first
 
   void take(const std::string& name, const std::string& bytes) {
-    const auto [known, fresh] = bundles.emplace(name, trust::sha256Of(bytes));
+    const auto [known, fresh] = bundles.emplace(name, sha256Hex(bytes));
     if (!fresh) {
       ++repeated;
-      if (known->second != trust::sha256Of(bytes)) note("other bytes under the name " + name);
+      if (known->second != sha256Hex(bytes)) note("other bytes under the name " + name);
       return;
     }
     archive::ZipArchive zip(name, bytes);
@@ -59,7 +59,7 @@ struct BulkServer {
     for (const bulk::Part& part : manifest.parts) {
       std::string content;
       if (!zip.read(part.entry, content, refusal) || content.size() != part.to - part.from ||
-          (!part.digest.empty() && part.digest != trust::sha256Of(content)))
+          (!part.digest.empty() && part.digest != sha256Hex(content)))
         note("part " + part.entry);
       Log& log = logs[part.log];
       log.path = part.path;

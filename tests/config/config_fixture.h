@@ -12,6 +12,7 @@
 #include "config/install_root.h"
 #include "platform/fake/fake_platform.h"
 #include "platform/fake/faulty_files.h"
+#include "util/sha256.h"
 
 namespace korvane {
 

@@ -212,6 +212,17 @@ TEST(Invariants, WhatIsRightIsLetThroughAndEachBreachFound) {
       {[](Stage& s) { s.run(100000), s.status("", "builtin", ""), s.run(100000); }, ""},
       {[](Stage& s) { s.run(200000); }, "heartbeat: no status"},
       {[](Stage& s) { s.invariants.machineWeather(0, false), s.run(200000); }, ""},
+      // A countdown that began with the interval before runs on, whatever is reported meanwhile.
+      {[](Stage& s) {
+         s.disk[std::string(kRoot) + "/IPS/agent.ini"] = "[Polling]\npolling.interval=9\n";
+         s.status("", "builtin", ""), s.run(60000), s.status("", "builtin", ""), s.run(20000);
+       },
+       ""},
+      {[](Stage& s) {
+         s.disk[std::string(kRoot) + "/IPS/agent.ini"] = "[Polling]\npolling.interval=9\n";
+         s.status("", "builtin", ""), s.run(200000);
+       },
+       "heartbeat: no status"},
       {[](Stage& s) { s.status("Base 1 1.1", "/policies/1", "policy-1"); }, "names no policy"},
       {[](Stage& s) {
          s.run(20000), s.policies.make(PolicyKind::good, false);

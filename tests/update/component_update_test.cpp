@@ -14,6 +14,7 @@
 #include "tests/support/zip_maker.h"
 #include "tests/update/parts_of_run.h"
 #include "tests/update/policy_world.h"
+#include "util/sha256.h"
 
 namespace korvane {
 namespace {

@@ -6,6 +6,7 @@
 #include "agentctl/commands.h"
 #include "agentctl/json.h"
 #include "agentctl/settings_change.h"
+#include "config/settings_table.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -16,13 +17,24 @@ struct SetOptions {
   bool show = false;
 };
 
+// An unknown key is one of another program.
+Effect effectOf(const std::string& key) {
+  const SettingRow* row = findRow(STRING(key));
+  return row ? row->effect : Effect::otherPrograms;
+}
+
+std::string effectPhrase(Effect effect) {
+  return (effect == Effect::otherPrograms ? "" : "takes effect ") + std::string(effectText(effect));
+}
+
 Json changeJson(const SettingsChange& change, bool show) {
   Json changed = Json::array();
   for (const SettingsChange::Value& value : change.values())
     if (value.before != value.after)
       changed.push_back({{"key", value.key},
                          {"before", SettingsView::shown(value.key, value.before, show)},
-                         {"after", SettingsView::shown(value.key, value.after, show)}});
+                         {"after", SettingsView::shown(value.key, value.after, show)},
+                         {"takesEffect", effectText(effectOf(value.key))}});
   return {{"changed", std::move(changed)}};
 }
 
@@ -34,17 +46,19 @@ ExitStatus set(Context& context, const SetOptions& options) {
     std::cout << text(changeJson(change, options.show));
     return ExitStatus::ok;
   }
-  bool any = false;
+  bool running = false;
   for (const SettingsChange::Value& value : change.values()) {
     const bool same = value.before == value.after;
-    any |= !same;
+    const Effect effect = effectOf(value.key);
+    running |= !same && effect == Effect::atOnce;
     const auto shown = [&](const std::string& text) {
       return SettingsView::shown(value.key, text, options.show);
     };
     std::cout << value.key << ": " << shown(value.before)
-              << (same ? " (unchanged)" : " -> " + shown(value.after)) << "\n";
+              << (same ? " (unchanged)" : " -> " + shown(value.after) + ", " + effectPhrase(effect))
+              << "\n";
   }
-  if (any) std::cout << "A running agent picks it up within a second.\n";
+  if (running) std::cout << "A running agent picks it up within a second.\n";
   return ExitStatus::ok;
 }
 

@@ -1,7 +1,7 @@
 #include "agentctl/signed_list.h"
 
-#include "trust/sha256.h"
 #include "trust/signatures.h"
+#include "util/sha256.h"
 
 namespace korvane::agentctl {
 
@@ -24,7 +24,7 @@ std::optional<std::string> digestOf(std::string_view list, std::string_view name
     const std::string_view line = list.substr(0, end);
     list.remove_prefix(end == std::string_view::npos ? list.size() : end + 1);
     constexpr std::string_view kBetween = "  ";
-    constexpr size_t kDigest = trust::kDigestDigits;
+    constexpr size_t kDigest = kSha256Digits;
     if (line.size() <= kDigest || !line.substr(kDigest).starts_with(kBetween) ||
         line.substr(kDigest + kBetween.size()) != name)
       continue;

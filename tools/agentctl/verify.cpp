@@ -9,7 +9,7 @@
 #include "agentctl/signed_list.h"
 #include "platform/files.h"
 #include "platform/paths.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 namespace korvane::agentctl {
 namespace {
@@ -40,7 +40,7 @@ std::string sha256Of(platform::Files& files, const std::string& path) {
   std::unique_ptr<platform::File> file;
   if (const int error = files.open(path, platform::OpenMode::read, file); error != 0)
     cannotRead(path, error, {});
-  trust::Sha256 digest;
+  Sha256 digest;
   std::string piece(kPieceBytes, '\0');
   for (size_t got = piece.size(); got == piece.size();) {
     if (const int error = file->read(piece.data(), piece.size(), got); error != 0)

@@ -6,7 +6,7 @@
 
 #include "archive/zip_archive.h"
 #include "bulk/bulk_manifest.h"
-#include "trust/sha256.h"
+#include "util/sha256.h"
 
 namespace korvane::server {
 namespace {
@@ -30,7 +30,7 @@ std::string readBundle(std::string_view name, std::string_view bytes, bulk::Mani
   for (const bulk::Part& part : read.parts) {
     const archive::Entry* entry = zip.find(part.entry);
     if (!entry || entry->size != part.to - part.from) return "its part " + part.entry + " differs";
-    trust::Sha256 digest;
+    Sha256 digest;
     const auto sink = [&](std::string_view piece) { return digest.add(piece), 0; };
     if (!zip.read(*entry, sink, refusal)) return refusal.text();
     if (!part.digest.empty() && part.digest != digest.text())
@@ -70,7 +70,7 @@ struct LogSum {
 void storeBulkFile(Records& records, int64_t request, int64_t agent, const WireSection& section,
                    std::string_view fileName) {
   Database& database = records.database();
-  const std::string digest = trust::sha256Of(section.payload);
+  const std::string digest = sha256Hex(section.payload);
   Statement again(database,
                   "UPDATE bulk_files SET received = received + 1, last_ms = ? "
                   "WHERE agent_id = ? AND name = ? AND sha256 = ?");

@@ -254,7 +254,8 @@ void Episode::awaitGhosts() {
     while (!life->gone()) {
       _sim.runFor(kSecond);
       if (_machine.now() < limit) continue;
-      std::cerr << "threads of an agent that was killed have not ended an hour after its stop\n";
+      std::cerr << "threads of an agent that was killed have not ended an hour after its stop:"
+                << _sim.waits() << "\n";
       std::abort();
     }
 }

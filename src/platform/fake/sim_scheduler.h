@@ -73,6 +73,8 @@ class SimScheduler {
   size_t others() const { return _threads.size() - 1; }
   // Runs the others until all have ended; aborts the program when they do not.
   void drain();
+  // What each thread waits for.
+  std::string waits() const;
 
  private:
   // Waits until the threads that have ended are gone from the system too, what they own as
@@ -87,7 +89,6 @@ class SimScheduler {
   void wake(SimThread& thread, SimThread::Wake how);
   bool advanceTime();
   void reportDeadlock();
-  std::string waits() const;
   uint64_t draw(uint64_t bound);
 
   const std::unique_ptr<Threading> _native;

@@ -211,6 +211,10 @@ void SimThreading::runFor(int64_t milliseconds) {
 uint64_t SimThreading::scheduleHash() const {
   return _scheduler->hash();
 }
+std::string SimThreading::waits() const {
+  return _scheduler->waits();
+}
+
 uint64_t SimThreading::switches() const {
   return _scheduler->switches();
 }

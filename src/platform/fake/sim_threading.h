@@ -53,6 +53,8 @@ class SimThreading final : public Threading {
   void runFor(int64_t milliseconds);
   // A number that sums up every decision so far: equal for two runs that went the same way.
   uint64_t scheduleHash() const;
+  // What each thread waits for.
+  std::string waits() const;
   // How often the baton has been passed.
   uint64_t switches() const;
 

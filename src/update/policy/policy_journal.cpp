@@ -8,6 +8,7 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "update/policy/policy_files.h"
+#include "util/sha256.h"
 #include "util/utf8.h"
 
 namespace korvane {

@@ -139,6 +139,11 @@ void EventAccount::forgotRemoved() {
   mayComeAgain(true);
 }
 
+void EventAccount::excuseFormerLogs() {
+  for (size_t i = 0; i + 1 < _logs.size(); ++i)
+    for (const int number : _logs[i].events) excuse(number);
+}
+
 void EventAccount::look(const std::set<std::string>& existing) {
   for (EventLog& log : _logs) {
     if (log.gone || existing.count(log.path)) continue;

@@ -52,6 +52,8 @@ class EventAccount {
   void forgotLastBatches();
   void forgotAll();
   void forgotRemoved();
+  // All logs but the newest may be unknown to the agent from now on.
+  void excuseFormerLogs();
 
   // Logs that the agent removed: everything in them must be settled.
   void look(const std::set<std::string>& existing);

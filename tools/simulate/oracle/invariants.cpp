@@ -60,6 +60,7 @@ void Invariants::started(int64_t now) {
   _disturbed = !_machineGood;
   _statusBase = now;
   _toldInterval = 0;
+  _countdownEnds = 0;
   _toldPolling.reset();
   _interval = pollingInterval();
   if (!_interval) _interval = 300000;  // an agent without polling sends one status all the same
@@ -101,7 +102,8 @@ void Invariants::stopped(int64_t now, size_t threadsLeft, size_t handlesLeft) {
 void Invariants::killed(int64_t now, bool powerCut) {
   lifeEnded(now);
   // What says that a log was finished may be missing too when the disk was bad.
-  if (powerCut && _diskFault) _account.forgotRemoved();
+  _pointerMayBeLost = powerCut && _diskFault;
+  if (_pointerMayBeLost) _account.forgotRemoved();
   if (powerCut || _diskFault)
     _account.forgotAll();
   else
@@ -110,6 +112,9 @@ void Invariants::killed(int64_t now, bool powerCut) {
 }
 
 void Invariants::afterKill(const DiskView& survived) {
+  // No flush of the first pointer went through: nothing names the logs that came before.
+  if (_pointerMayBeLost && !survived.read(_root + "/IPS/hidslog1rtfilepointer"))
+    _account.excuseFormerLogs();
   lookAtLogs(survived);
   checkStateFiles(survived, "after a kill");
 }
@@ -152,7 +157,7 @@ void Invariants::checkTimes(int64_t now) {
     foundOnce(_registrationTold, "registration: none after the identity was refused");
   const bool due = _interval && !_noStatuses && _mustRegister < 0;
   const int64_t gap = now - std::max(_statusBase, calm);
-  if (due && gap > 2 * _interval + kSlackMs)
+  if (due && gap > 2 * _interval + kSlackMs && now > _countdownEnds)
     foundOnce(_gapTold, "heartbeat: no status for " + std::to_string(gap / 1000) +
                             " s of good weather, the interval is " +
                             std::to_string(_interval / 1000) + " s");
@@ -205,6 +210,8 @@ void Invariants::status(int64_t now, const Pairs& pairs, bool whole) {
   _statusSeen = true;
   _gapTold = false;
   _statusBase = now;
+  // A report of a policy looks like a status, and restarts no countdown.
+  _countdownEnds = std::max(_countdownEnds, now + 2 * _interval + kSlackMs);
   _interval = pollingInterval();
 }
 

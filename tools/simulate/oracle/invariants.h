@@ -87,13 +87,14 @@ class Invariants final : public ServerWatch {
   const std::string _root;
 
   Life _life = Life::none;
-  bool _machineGood = true, _diskFault = false, _noStatuses = false;
+  bool _machineGood = true, _diskFault = false, _pointerMayBeLost = false, _noStatuses = false;
   bool _disturbed = false;  // the machine's weather was bad in this life
   int64_t _goodSince = 0;   // -1: it is not
   int64_t _stopAsked = 0;
   int64_t _statusBase = 0;  // from when on the next status is waited for
   int64_t _interval = 0;    // the longest that may be in force, ms; 0: none is due
   // What configurations of this life have set, whether it could be stored or not.
+  int64_t _countdownEnds = 0;  // at the latest, of one that began with an interval before
   int64_t _toldInterval = 0;
   std::optional<bool> _toldPolling;
   bool _statusSeen = false, _gapTold = false, _stopTold = false, _registrationTold = false;

@@ -83,6 +83,9 @@ WireAnswer ModelServer::exchange(const WireRequest& request, int64_t nowMs) {
       else if (type != "app.data")
         _watch->result(nowMs, type, code);
     }
+    if (message.word == "update" && !message.parts.empty())
+      for (const char* const kind : {"configuration", "policy", "configuration.ids", "policy.ids"})
+        pending.poll |= valueOf(message.parts[0].pairs, std::string("update.") + kind) == "true";
     answer = this->answer(message, pending, nowMs);
     if (message.word != "register" && message.word != "testConnection") _served = true;
   }
@@ -412,7 +415,7 @@ void ModelServer::arrived(uint64_t id, int64_t nowMs) {
     _account.settle(pending.events);
   if (code == 400 && !pending.guid.empty() && _watch) _watch->identityRefused(nowMs, pending.guid);
   if (!pending.given.empty() && _watch) _watch->identity(nowMs, pending.given);
-  if (code == 0 || code == 200) _accepted += pending.status ? 1 : pending.word == "update" ? 2 : 0;
+  if (code == 0 || code == 200) _accepted += pending.status ? 1 : pending.poll ? 2 : 0;
   // Of several packages of content the agent drops those whose offer it has not read.
   const bool several = std::count_if(pending.offers.begin(), pending.offers.end(),
                                      [](size_t kind) { return kind >= kContent; }) > 1;

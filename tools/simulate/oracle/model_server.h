@@ -77,6 +77,8 @@ class ModelServer {
     std::string word, guid, given;  // given: the identity
     int code = 0;
     bool understood = false, status = false, fatal = false;
+    bool poll =
+        false;  // an update of the agent's or the component's configuration or policy is asked for
     std::vector<int> events;
     std::vector<size_t> offers;  // kinds: announced by a status, given by an update
   };

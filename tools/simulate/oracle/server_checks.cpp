@@ -1,7 +1,7 @@
 // Which requests docs/protocol.md allows.
 #include <algorithm>
-#include <sstream>
 #include <array>
+#include <sstream>
 
 #include "simulate/oracle/model_server.h"
 
@@ -132,7 +132,8 @@ void ModelServer::checkResult(const Message& message) {
   const bool isStatus = type == "policy";
   if (isStatus ? pairs.size() < 10 && pairs.size() != 7 : pairs.size() < 3)
     wire("result: " + std::to_string(pairs.size()) + " names of the type " + type);
-  for (size_t i = 10; isStatus && i < pairs.size(); ++i) checkLedger(pairs[i].first, pairs[i].second);
+  for (size_t i = 10; isStatus && i < pairs.size(); ++i)
+    checkLedger(pairs[i].first, pairs[i].second);
   for (size_t i = 0; i < pairs.size() && i < (isStatus ? 10 : 3); ++i)
     if (pairs[i].first != kStatus[i])
       wire("result: " + pairs[i].first + " instead of " + kStatus[i]);
