@@ -5,6 +5,7 @@
 #include <set>
 
 #include "bulk/line_reader.h"
+#include "util/sha256.h"
 #include "util/utf8.h"
 
 namespace korvane::bulk {
@@ -13,7 +14,6 @@ namespace {
 constexpr std::string_view kManifestLine = "korvane-bulk 1";
 constexpr std::array<const char*, 5> kKinds = {"agent", "driver", "profile", "ids", "external"};
 constexpr std::string_view kNoDigest = "-";
-constexpr size_t kDigestDigits = 64;
 constexpr size_t kMaxEntryName = 200;
 constexpr std::string_view kBundleBegin = "bulk-";
 constexpr std::string_view kBundleEnd = ".zip";
@@ -108,7 +108,7 @@ bool parsePart(std::string_view text, Part& out) {
       part.to > part.size || !fitsLine(part.path))
     return false;
   if (digest != kNoDigest) {
-    if (!isHex(digest, kDigestDigits)) return false;
+    if (!isHex(digest, kSha256Digits)) return false;
     part.digest = digest;
   }
   part.kind = *kind;

@@ -269,6 +269,18 @@ void FileLogPointer::throwWriteError(int error) const {
                       " Error Code : " + STRING::fromInt(error));
 }
 
+const std::optional<PointerAccount>& FileLogPointer::savedAccount() const {
+  return _savedAccount;
+}
+
+void FileLogPointer::setAccount(const PointerAccount& account) {
+  _account = account;
+}
+
+bool FileLogPointer::damaged() const {
+  return _damaged;
+}
+
 void FileLogPointer::writePointer() {
   if (!_stream) openForWriting();
   composeRecord();

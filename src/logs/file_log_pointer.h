@@ -55,11 +55,11 @@ class KORVANE_EXPORT FileLogPointer : public LogPointer {
 
   // The account of the lines before the position (docs/ledger.md), as the file has it; nothing when it
   // does not belong to that position and log.
-  const std::optional<PointerAccount>& savedAccount() const { return _savedAccount; }
+  const std::optional<PointerAccount>& savedAccount() const;
   // Goes with every write from now on, as that of the position written.
-  void setAccount(const PointerAccount& account) { _account = account; }
+  void setAccount(const PointerAccount& account);
   // A file was there, and what it says is lost.
-  bool damaged() const { return _damaged; }
+  bool damaged() const;
 
   // Writes the pointer and returns when it is on the disk.
   void writePointerDurably();
