@@ -247,20 +247,13 @@ class Inventory(Counted):
 
     def test_files_are_those_that_a_walk_finds(self):
         self.plant(10000)
-        mounted = os.environ.get("KORVANE_MOUNTS") == "own"
-        if mounted:
-            for name, bound in (("bound-outside", self.work / "outside"), ("bound-above", self.tree), ("tmpfs", None)):
-                (self.tree / name).mkdir()
-                self.bind(bound, self.tree / name) if bound else self.mount(self.tree / name, MEBI)
-            (self.tree / "tmpfs" / "file").write_text("x")
         (self.work / "way in").symlink_to(self.tree)
         self.start(files(self.tree, hashLimit=4096), files("/proc/self/nothing"))
         found = self.rows(self.ask())
         expected = self.walked(self.tree, 4096)
         below = {path for path in expected if path.count(b"/") - os.fsencode(self.tree).count(b"/") > 65}
         self.assertEqual(len(below), 1)
-        expected = {path: row for path, row in expected.items() if path not in below
-                    and not (mounted and (b"/bound-" in path or b"/tmpfs/" in path))}
+        expected = {path: row for path, row in expected.items() if path not in below}
         self.same_files(found["file"], expected)
         self.define(f'<files root="{self.tree}" pattern="*.jar;size-?09*" depth="2" minSize="3" maxSize="4096" hash="false">'
                     '<exclude pattern="d1*"/><exclude pattern="d2/e3"/><exclude pattern="*-7?.jar"/></files>',
@@ -276,6 +269,21 @@ class Inventory(Counted):
         self.assertEqual(wanted - paths.keys(), set(), "missing")
         self.assertEqual({os.path.basename(path) for path in paths.keys() - wanted} - top, set(), "left out by the definition")
         self.assertFalse([row for path, row in paths.items() if path in wanted and path.endswith(b".jar") and "sha256" in row])
+
+    def test_what_is_mounted_below_a_root_is_not_entered(self):
+        """Another file system, a folder of elsewhere on this one, and the root itself once more below it."""
+        (self.work / "outside").mkdir()
+        for folder in (self.tree, self.work / "outside"):
+            (folder / "file").write_text("x")
+        for name, bound in (("tmpfs", None), ("elsewhere", self.work / "outside"), ("itself", self.tree)):
+            (self.tree / name).mkdir()
+            self.bind(bound, self.tree / name) if bound else self.mount(self.tree / name, MEBI)
+            (self.tree / "tmpfs" / "file").write_text("x")
+        (self.tree / "single").write_text("x")
+        self.bind("/etc/passwd", self.tree / "single")
+        self.start(files(self.tree), files(self.tree / "elsewhere"))
+        paths = sorted(row["path"] for row in self.rows(self.ask())["file"])
+        self.assertEqual(paths, [str(self.tree / "elsewhere" / "file"), str(self.tree / "file")])
 
     def test_what_may_not_be_read_is_told(self):
         """An agent of an ordinary account: what that may not read is counted and named, and all the rest is there."""
@@ -331,7 +339,7 @@ class Inventory(Counted):
                     ("udp", "127.0.0.1", str(udp.getsockname()[1]))}
             child.stdin.close()
         processes = {row["id"]: (row["parent"], row["name"], row.get("image", "")) for row in found["process"]}
-        lasting = {pid: row for pid, row in before[0].items() if after[0].get(pid) == row}
+        lasting = {pid: row for pid, row in before[0].items() if after[0].get(pid) == row and row[2]}  # the kernel's own change names
         self.assertEqual({pid: processes.get(pid) for pid in lasting}, lasting)
         self.assertEqual(len(processes), len(found["process"]), "a process twice")
         line = next(row for row in found["process"] if row["id"] == str(child.pid))["commandLine"]
@@ -400,7 +408,7 @@ class Inventory(Counted):
         rows = {row["name"]: row for row in found["application"]}
         self.assertEqual({"good", "held", "long", "last"} - rows.keys(), set())
         self.assertEqual({"gone", "evil"} & rows.keys(), set())
-        self.assertEqual(len(rows["long"]["version"]), 32768)
+        self.assertTrue(32700 < len(rows["long"]["version"]) <= 32768, "a text that is cut off")
         self.assertEqual((rows["good"]["version"], rows["good"]["architecture"], rows["last"]["version"]), ("1:2-3", "amd64", "5"))
         shortcut = {row["path"]: row for row in found["shortcut"]}["/usr/share/applications/a.desktop"]
         self.assertEqual((shortcut["name"], shortcut["target"], shortcut["directory"]), ("A\tb<&", "/bin/a", "/tmp"))
@@ -427,7 +435,7 @@ class Inventory(Counted):
         self.server.times(refuse, "app.data", count, place)
         self.server.offer = identifier
         wait_until(lambda: not self.server.offer and self.stage.setting("appdata.requested") != "true", 40, "the request is given up")
-        self.assertFalse(list((self.stage.ips / "appdata").glob("*")), "what was collected stays")
+        wait_until(lambda: not list((self.stage.ips / "appdata").glob("*")), 10, "the end of what was collected")
         wait_until(lambda: self.stage.setting("agent.id"), 60, "an identity")
         self.server.decide = lambda request: None
         return self.messages(identifier)
@@ -538,7 +546,7 @@ class Inventory(Counted):
     def failed(self, messages):
         """The reason, when the answer is one message of outcome error."""
         (request, _), = messages
-        self.assertEqual((request.pairs["application.data.outcome"], request.binaries), ("error", []), request.pairs)
+        self.assertEqual((request.pairs["application.data.outcome"], len(request.binaries)), ("error", 0), request.pairs)
         self.assertEqual(request.pairs["application.request.complete"], "true")
         return request.pairs["application.data.error"]
 
@@ -581,7 +589,11 @@ class Inventory(Counted):
                     if not text:
                         self.definition.write_bytes(b"")
                     begun = time.monotonic()
-                    reason = self.failed(self.ask())
+                    messages = self.ask()
+                    if messages[-1][0].pairs["application.data.outcome"] != "error":
+                        self.stop()
+                        self.run_agent()  # the next one is not to be judged by what was accepted
+                    reason = self.failed(messages)
                     self.assertLess(time.monotonic() - begun, 15)
                     self.assertIn("discovery.xml", reason)
                     place = re.search(r": line (\d+), column (\d+): \S", reason)
