@@ -9,7 +9,7 @@ import shutil
 import sys
 import time
 
-from accounting import STATUS, Answer, Counted, StageError, in_namespace, polled, wait_until
+from accounting import STATUS, Answer, Counted, in_namespace, polled, wait_until
 from hostile import cases
 
 STREAM = "hidslog1rt"
@@ -44,6 +44,12 @@ class Component:
     def end(self, successor=""):
         self.append(f"MEOF,0,2026-11-21 03:28:17.123,{successor}\n")
 
+    def rotate(self):
+        """The next log, and then the end of this one."""
+        before, name = self.log, f"KAV-{self.number:06}.csv"
+        self.begin(name)
+        self.append(f"MEOF,0,2026-11-21 03:28:17.123,{name}\n", log=before)
+
     def append(self, text, kind=None, number=0, log=None):
         data = text if isinstance(text, bytes) else text.encode()
         log = log or self.log
@@ -76,7 +82,7 @@ class Component:
             fate = "rejected" if kind in ("type", "fields", "bytes") else "long" if kind == "long" else "good"
             self.append(text + end, fate, self.number)
 
-    def feed(self, count, kinds=("good",) * 12 + ("run", "type", "fields", "bytes", "long", "limit", "empty")):
+    def feed(self, count, kinds=("good",) * 24 + ("run",) * 2 + ("run", "type", "fields", "bytes", "long", "limit", "empty")):
         """`count` lines of these kinds; ends with one that ends a run."""
         for kind in self.random.choices(kinds, k=count):
             if kind == "empty":
@@ -117,16 +123,22 @@ class Ledger(Counted):
             self.assertTrue(row["ledgered"] <= lost and (row["waiting"] or row["ledgered"] == lost), f"{row} but {ledger['totals']}")
         return ledger
 
-    def settle(self, seconds=60):
-        """Waits until every line was read and none is waiting; the ledger of then."""
-        def settled():
+    def settle(self, seconds=40):
+        """Waits, as long as it goes on, until every line was read and none is waiting; the ledger of then."""
+        row, known, end = self.row(), None, 0
+        while not (row and row["read"] >= len(self.component.lines) and row["waiting"] == 0):
+            if row != known:
+                known, end = row, time.monotonic() + seconds
+            elif time.monotonic() > end:
+                self.stuck(row)
+            time.sleep(0.1)
             row = self.row()
-            return row and row["read"] >= len(self.component.lines) and row["waiting"] == 0 and row
-        try:
-            wait_until(settled, seconds, "the end")
-        except StageError:
-            self.fail(f"{len(self.component.lines)} lines are not all read and settled: {self.row()}")
         return self.look()
+
+    def stuck(self, row):
+        logs = {path.name: path.stat().st_size for path in sorted(self.component.folder.iterdir())}
+        self.fail(f"{len(self.component.lines)} lines are not all read and settled: {row}; logs left: {logs}; events: "
+                  f"{[line[:200] for line in self.what_was_said()[-8:]]}")
 
     def row(self):
         return next((row for row in self.look()["accounts"] if row["log"] == STREAM), None)
@@ -202,11 +214,9 @@ class Ledger(Counted):
             self.start()
             end = time.monotonic() + self.random.uniform(0.1, 4)
             while time.monotonic() < end:
-                self.component.feed(self.random.randrange(1, 30))
-                if self.random.random() < 0.1 and life:
-                    name = f"KAV-{self.component.number:06}.csv"
-                    self.component.end(name)
-                    self.component.begin(name)
+                self.component.feed(self.random.randrange(1, 8))
+                if self.random.random() < 0.015 and life:
+                    self.component.rotate()
                 self.look()
             if self.random.random() < 0.85:
                 self.kill()
@@ -341,7 +351,7 @@ class Ledger(Counted):
         self.stop()
         self.start()
         wait_until(lambda: len(self.reports()) > told, 30, "the report after a start")
-        self.assertEqual(self.reports()[-1], last)
+        self.assertEqual(polled(self.reports, 20, 4)[told:], [last], "told again after a start, once")
         self.count(reports=len(self.reports()), statuses=len(self.server.of("status")))
 
     def told_of(self, ledger):
