@@ -542,6 +542,33 @@ class Inventory(Counted):
                 self.rows(messages)
                 stored = [self.stage.setting(f"{name}.checksum") for name in ("applications", "files")]
 
+    def test_over_the_local_channel(self):
+        """An agent without a server hands its inventory out in pieces, again after a kill, until it is released."""
+        self.service_type = 2
+        self.start(self.crowd(1))
+
+        def collected():
+            result = self.call("getApplicationData").get("result", {})
+            return result.get("state") == "none" and result.get("request") == request and result
+        for life in range(2):
+            if not life:
+                request = self.call("collectApplicationData")["result"]["request"]
+            about = wait_until(collected, 30, "the inventory")
+            answers = [self.call("getApplicationData", piece=number, snapshot=about["snapshot"]) for number in range(int(about["pieces"]))]
+            text = "".join(answer["appdata"] for answer in answers)
+            self.assertEqual([answer["moredata"] for answer in answers], ["true"] * (len(answers) - 1) + ["false"])
+            self.assertEqual([int(answer["datalen"]) for answer in answers], [len(answer["appdata"]) for answer in answers])
+            data = base64.b64decode(text, validate=True)
+            self.assertEqual((hashlib.sha256(data).hexdigest(), len(data)), (about["snapshot"], int(about["totalBytes"])))
+            with zipfile.ZipFile(io.BytesIO(data)) as archive:
+                self.assertEqual(etree.fromstring(archive.read("inventory.xml"))[-1].get("rows"), about["rows"])
+            self.kill()
+            self.await_end()
+            self.run_agent()
+        self.assertEqual(self.call("releaseApplicationData")["result"], {"released": "true"})
+        self.assertEqual(self.call("getApplicationData", piece=0, snapshot=about["snapshot"])["error"]["code"], "-32005")
+        self.count(pieces=len(answers))
+
     # Definitions -----------------------------------------------------------------------------------------------------
 
     def failed(self, messages):

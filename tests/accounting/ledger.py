@@ -361,6 +361,34 @@ class Ledger(Counted):
         found = [report for report in self.reports()[-1:] if f" {row['read']} {row['delivered']} 0 {row['ledgered']} " in report]
         return found and found[0]
 
+    def test_the_reference_server_says_what_is_missing(self):
+        self.serve()
+        self.start()
+        ledger = self.lossy()
+        row = next(row for row in ledger["accounts"] if row["log"] == STREAM)
+
+        def told():
+            agents = self.stage.admin("/accounting")
+            logs = [log for agent in agents for log in agent["logs"] if log["log"] == STREAM]
+            return logs and logs[0]["read"] == row["read"] and logs[0]["waiting"] == 0 and logs[0]
+        log = wait_until(told, 30, "the account")
+        self.assertEqual({name: log[name] for name in ("delivered", "ledgered", "uncounted", "closed", "short", "complete")},
+                         {**{name: row[name] for name in ("delivered", "ledgered", "uncounted")}, "closed": True, "short": 0,
+                          "complete": not ledger["entries"]})
+        self.assertEqual([(entry["cause"], entry["count"], entry["from"], entry["to"], entry["path"]) for entry in log["missing"]],
+                         [(entry["cause"], entry["count"], entry["firstPosition"], entry["lastPosition"], entry["path"])
+                          for entry in ledger["entries"]])
+
+    def test_lines_that_a_rule_keeps_back(self):
+        """What the server's own rules keep back is no loss, and the account closes with it."""
+        self.start()
+        self.server.configuration = {"Log.rule.1": "TNET:0"}
+        wait_until(lambda: self.server.of("config"), 30, "the result")
+        self.component.feed(60)
+        row = next(row for row in self.settle()["accounts"] if row["log"] == STREAM)
+        self.assertEqual((row["read"], row["ledgered"]), (len(self.component.lines), len(self.component.numbers("rejected"))))
+        self.assertFalse(any(dict(pairs)["v1"] == "TNET" for request, _ in self.server.of("log") for pairs in request.lists))
+
     # What becomes of logs --------------------------------------------------------------------------------------------
 
     def uncounted(self, ledger):
