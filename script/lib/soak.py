@@ -138,7 +138,8 @@ def main():
     arguments = lanes.parse_arguments("Kills the agent again and again and counts events.")
     return lanes.run(arguments, lane, lambda account: account["lost"] == 0 and account["sent_again"] <= account["bound"]
                      and not account["damaged_files"] and account["accounting_closed"],
-                     ("rounds", "written", "received", "answered_302_or_600", "lost", "sent_again", "lost_answers", "bound", "ledgered", "ledger_entries"),
+                     ("rounds", "written", "received", "answered_302_or_600", "lost", "sent_again", "lost_answers", "bound", "ledgered",
+                      "ledger_entries"),
                      batch_limit=BATCH_LIMIT)
 
 

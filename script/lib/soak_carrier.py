@@ -130,7 +130,8 @@ class Lane:
         self.carrier.stop()
         books = next(iter(self.stage.ledger()["accounts"]), {})
         closed = bool(books) and books["closed"] and books["read"] == books["delivered"] == last
-        return {"accounting_closed": closed, "account": books, "written": last, "carried": len(carried), "lost": last - len(carried), "notices": len(notices), "faults": faults,
+        return {"accounting_closed": closed, "account": books, "written": last, "carried": len(carried),
+                "lost": last - len(carried), "notices": len(notices), "faults": faults,
                 "sent_again": again, "further_back": further_back, "unordered": unordered, "stop_ms": stop_ms}
 
 
