@@ -46,6 +46,15 @@ void appendEscaped(std::string& out, std::string_view text) {
   }
 }
 
+// How much of a text is kept: whole characters.
+size_t boundedSize(std::string_view text) {
+  if (text.size() <= platform::kMostTextBytes) return text.size();
+  size_t end = platform::kMostTextBytes;
+  for (int back = 0; back < 3 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80; ++back)
+    --end;
+  return end;
+}
+
 void appendPart(std::string& out, std::string_view part) {
   out += std::to_string(part.size());
   out += ':';
@@ -55,12 +64,7 @@ void appendPart(std::string& out, std::string_view part) {
 }  // namespace
 
 std::string cleanText(std::string_view text) {
-  if (text.size() > platform::kMostTextBytes) {
-    size_t end = platform::kMostTextBytes;
-    for (int back = 0; back < 3 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80; ++back)
-      --end;
-    text = text.substr(0, end);
-  }
+  text = text.substr(0, boundedSize(text));
   const std::string valid = isValidUtf8(text) ? std::string(text) : utf16ToUtf8(utf8ToUtf16(text));
   std::string out;
   out.reserve(valid.size());
@@ -75,6 +79,7 @@ std::string cleanText(std::string_view text) {
       out += valid[i];
     }
   }
+  out.resize(boundedSize(out));  // a replacement is longer than what it stands for
   return out;
 }
 

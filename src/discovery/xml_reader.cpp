@@ -25,6 +25,8 @@ namespace {
 // Of what the parser itself gives no place.
 constexpr char kSomewhere[] = "line 1, column 1: ";
 
+constexpr char kNoDocumentType[] = "a document type declaration is not allowed";
+
 ProcessMutex xmlLock;  // the parser's state is the process's
 
 std::string narrowText(const XMLCh* text) {
@@ -81,7 +83,7 @@ class Forwarding final : public xercesc::DefaultHandler {
   }
   // Comes before anything that the declaration holds or names is looked at.
   void startDTD(const XMLCh* const, const XMLCh* const, const XMLCh* const) override {
-    judge("a document type declaration is not allowed");
+    judge(kNoDocumentType);
   }
 
   void warning(const xercesc::SAXParseException&) override {}
@@ -116,6 +118,22 @@ size_t malformedLine(std::string_view document) {
   }
 }
 
+// Where a document type declaration begins; npos without one. The parser tells of none that is
+// empty. In front of it there may be declarations, comments and blanks alone.
+size_t documentType(std::string_view document) {
+  size_t at = document.starts_with("\xEF\xBB\xBF") ? 3 : 0;
+  for (;;) {
+    at = std::min(document.find_first_not_of(" \t\r\n", at), document.size());
+    const std::string_view rest = document.substr(at);
+    const std::string_view end = rest.starts_with("<?") ? "?>" : "-->";
+    if (rest.starts_with("<!DOCTYPE")) return at;
+    if (!rest.starts_with("<?") && !rest.starts_with("<!--")) return std::string_view::npos;
+    const size_t close = rest.find(end, rest.starts_with("<?") ? 2 : 4);
+    if (close == std::string_view::npos) return close;
+    at += close + end.size();
+  }
+}
+
 void parse(std::string_view document, XmlHandler& handler) {
   using xercesc::XMLUni;
   Forwarding forwarding(handler);
@@ -142,6 +160,12 @@ std::string readXml(std::string_view document, XmlHandler& handler) {
   // The parser would take the end of a malformed text for the end of the document.
   if (const size_t line = malformedLine(document))
     return "line " + std::to_string(line) + ", column 1: the text is not UTF-8";
+  if (const size_t at = documentType(document); at != std::string_view::npos) {
+    const std::string_view before = document.substr(0, at);
+    const size_t lines = static_cast<size_t>(std::count(before.begin(), before.end(), '\n'));
+    return "line " + std::to_string(lines + 1) + ", column " +
+           std::to_string(at - (before.rfind('\n') + 1) + 1) + ": " + kNoDocumentType;
+  }
   const ProcessLock hold(xmlLock);
   try {
     const XercesSession session;

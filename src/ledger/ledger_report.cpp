@@ -45,7 +45,8 @@ PropertyList ledgerProperties(const LedgerView& view) {
   const bool idle = std::all_of(view.accounts.begin(), view.accounts.end(),
                                 [](const StreamAccount& account) { return account.read == 0; });
   PropertyList pairs;
-  if (idle && view.entries.empty()) return pairs;
+  // The accounts are opened with the logs, somewhat later than the ledger.
+  if (view.accounts.empty() || (idle && view.entries.empty())) return pairs;
   add(pairs, "ledger.accounts", "ledger.account.", view.accounts, accountText);
   add(pairs, "ledger.entries", "ledger.entry.", view.entries, entryText);
   return pairs;

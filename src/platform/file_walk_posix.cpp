@@ -116,7 +116,10 @@ class PosixFileWalk final : public FileWalk {
       return false;
     }
     if (!S_ISDIR(found.stx_mode) && !S_ISREG(found.stx_mode)) return false;
-    if (::makedev(found.stx_dev_major, found.stx_dev_minor) != _device) return false;
+    // What is mounted here, a folder of the same file system included.
+    if (::makedev(found.stx_dev_major, found.stx_dev_minor) != _device ||
+        (found.stx_attributes & STATX_ATTR_MOUNT_ROOT))
+      return false;
     _name = name;
     out.name = _name;
     out.relative = _path + _name;

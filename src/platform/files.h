@@ -11,8 +11,8 @@
 // POSIX: replace() is rename(2); flushDirectory() makes it durable. Files are made for their owner
 // and to be read by its group (0640), directories 0750.
 //
-// Whoever may plant a link where a file is made leads nobody elsewhere: what makes a file (createNew,
-// create, append, lock) does not follow a link in its last part; ELOOP.
+// Whoever may plant a link where a file is made or changed leads nobody elsewhere: only mode read
+// follows a link in the last part; the others and lock() give ELOOP.
 #pragma once
 
 #include <cstddef>

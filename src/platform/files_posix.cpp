@@ -109,7 +109,7 @@ int flagsOf(OpenMode mode) {
     case OpenMode::read:
       return O_RDONLY;
     case OpenMode::readWrite:
-      return O_RDWR;
+      return O_RDWR | O_NOFOLLOW;
     case OpenMode::create:
       return O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW;
     case OpenMode::createNew:

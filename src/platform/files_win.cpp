@@ -163,7 +163,7 @@ int whileHeld(Call call) {
   }
 }
 
-// Opens what may be made by that, and not what a link in its place leads to.
+// Opens what may be made or changed by that, and not what a link in its place leads to.
 FileHandle openItself(const std::wstring& name, DWORD access, DWORD shared, DWORD disposition) {
   return FileHandle(::CreateFileW(name.c_str(), access, shared, nullptr, disposition,
                                   FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
@@ -199,16 +199,16 @@ class WinFiles final : public Files {
   int open(const std::string& path, OpenMode mode, std::unique_ptr<File>& out) override {
     const std::wstring name = widePath(path);
     const Opening opening = openingOf(mode);
-    const bool makes = opening.disposition != OPEN_EXISTING;
+    const bool changes = mode != OpenMode::read;
     FileHandle file =
-        makes ? openItself(name, opening.access, kShareAll, opening.disposition)
-              : FileHandle(::CreateFileW(name.c_str(), opening.access, kShareAll, nullptr,
-                                         opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+        changes ? openItself(name, opening.access, kShareAll, opening.disposition)
+                : FileHandle(::CreateFileW(name.c_str(), opening.access, kShareAll, nullptr,
+                                           opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
       const int error = lastErrno();
       return mode != OpenMode::createNew && isDirectoryPath(name) ? EISDIR : error;
     }
-    if (makes && isLink(file.get())) return ELOOP;
+    if (changes && isLink(file.get())) return ELOOP;
     auto opened = std::make_unique<WinFile>(std::move(file), mode == OpenMode::append);
     if (mode == OpenMode::create)
       if (const int error = opened->truncate(0)) return error;

@@ -91,7 +91,9 @@ TEST(Definition, whatIsRefusedHasAPlaceAndAReason) {
 TEST(Definition, aDocumentTypeIsRefusedBeforeAnythingOfItIsLookedAt) {
   const std::string end = "]><discovery version='1'/>";
   for (const std::string& begin :
-       {std::string("<!DOCTYPE discovery ["),
+       {std::string("<!DOCTYPE discovery>"),
+        std::string("<!-- a --><?b c?>\n <!DOCTYPE discovery>"),
+        std::string("<!DOCTYPE discovery ["),
         std::string("<!DOCTYPE discovery [<!ENTITY a SYSTEM '/etc/passwd'>"),
         std::string("<!DOCTYPE discovery SYSTEM 'file:///etc/passwd' ["),
         std::string("<!DOCTYPE discovery PUBLIC 'a' 'http://127.0.0.1:1/x.dtd' [%all;"),

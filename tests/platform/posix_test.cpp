@@ -251,7 +251,7 @@ TEST_F(PosixTest, aRegistryFileThatWasReplacedWithinItsDatesStepIsReadAgain) {
   EXPECT_EQ(value, "2") << "another file of the same size and date";
 }
 
-TEST_F(PosixTest, whatMakesAFileFollowsNoLink) {
+TEST_F(PosixTest, whatMakesOrChangesAFileFollowsNoLink) {
   for (const char* leads : {"/victim", "/absent"}) {
     std::ofstream(directory.path() + "/victim") << "its own";
     const std::string link = directory.path() + "/link";
@@ -262,6 +262,7 @@ TEST_F(PosixTest, whatMakesAFileFollowsNoLink) {
     EXPECT_EQ(platform.files.open(link, OpenMode::create, file), ELOOP);
     EXPECT_EQ(platform.files.open(link, OpenMode::createNew, file), EEXIST);
     EXPECT_EQ(platform.files.open(link, OpenMode::append, file), ELOOP);
+    EXPECT_EQ(platform.files.open(link, OpenMode::readWrite, file), ELOOP);
     EXPECT_EQ(platform.files.lock(link, lock), ELOOP);
     EXPECT_EQ(std::filesystem::file_size(directory.path() + "/victim"), 7u);
     EXPECT_FALSE(std::filesystem::exists(directory.path() + "/absent"));
