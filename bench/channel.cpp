@@ -15,6 +15,7 @@
 #include "comm/server_connection.h"
 #include "config/agent_config.h"
 #include "config/settings.h"
+#include "discovery/app_data_requests.h"
 #include "driver/driver.h"
 #include "ledger/loss_ledger.h"
 #include "logs/forwarding_counters.h"
@@ -145,10 +146,13 @@ void measure(int calls, int large) {
   const Settings settings = settingsOf(*AgentConfig::getInstance());
   const ForwardingCounters counters(system.clock);
   const LossLedger ledger(system.files, system.clock);
+  AppDataRequests requests;
+  const LocalAppData applicationData{
+      {settings.updates, settings.file}, requests, /*keepsResults=*/false};
   const LocalParts parts{system.files,    system.clock,    system.systemInfo,
                          settings.server, settings.policy, settings.logs,
                          settings.file,   currentDriver(), currentConnection(),
-                         counters,        ledger};
+                         counters,        ledger,          applicationData};
   Times status;
   Large whole;
   {

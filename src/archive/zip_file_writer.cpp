@@ -57,10 +57,11 @@ uLong readStream(voidpf, voidpf, void*, uLong) {
   return 0;
 }
 
+// What has failed is kept here and nothing is written any more; the compressor is not told, since it
+// would not give back the memory of an entry that it cannot begin.
 uLong writeStream(voidpf, voidpf opened, const void* bytes, uLong size) {
   FileStream& stream = fileStreamOf(opened);
   if (stream.error == 0) stream.error = stream.file.write(bytes, size);
-  if (stream.error != 0) return 0;
   stream.position += size;
   stream.size = std::max(stream.size, stream.position);
   return size;
@@ -78,7 +79,6 @@ long seekStream(voidpf, voidpf opened, ZPOS64_T offset, int origin) {
                                                            : 0;
   if (offset > stream.size - from) return -1;
   if (stream.error == 0) stream.error = stream.file.seek(static_cast<int64_t>(from + offset));
-  if (stream.error != 0) return -1;
   stream.position = from + offset;
   return 0;
 }
@@ -87,8 +87,8 @@ int closeStream(voidpf, voidpf) {
   return 0;
 }
 
-int errorOfStream(voidpf, voidpf opened) {
-  return fileStreamOf(opened).error;
+int errorOfStream(voidpf, voidpf) {
+  return 0;
 }
 
 }  // namespace

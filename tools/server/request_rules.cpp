@@ -221,9 +221,10 @@ std::string checkApplicationData(const WireProperties& properties, std::string_v
   const std::string outcome = propertyOf(properties, kOutcomeName);
   const bool tells = properties.size() > wanted.size();
   if (tells) wanted.push_back(kOutcomeName);
-  if (outcome == "data") wanted.insert(wanted.end(), kDataNames.begin(), kDataNames.end());
-  if (outcome == "unchanged")
-    wanted.insert(wanted.end(), kDataNames.end() - kChecksumNames, kDataNames.end());
+  const size_t skipped = outcome == "data"        ? 0
+                         : outcome == "unchanged" ? kDataNames.size() - kChecksumNames
+                                                  : kDataNames.size();
+  std::copy(kDataNames.begin() + skipped, kDataNames.end(), std::back_inserter(wanted));
   if (outcome == "error" || (tells && properties.back().first == kErrorName))
     wanted.push_back(kErrorName);
   std::string fault = checkNames(properties, wanted);
