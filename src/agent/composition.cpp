@@ -93,6 +93,7 @@ void Composition::assemble() {
   const auto ids = std::make_shared<HidsComponent>(
       HidsComponent::Surroundings{context.system.files, context.system.clock, shutdownToken()},
       idsDirectory(), [&policy = settings.policy] { return policy.getIDSSignalTimeout(); });
+  _ledger = &context.shared.ledger;
   openLedger(context);
   AgentRun::current().keep(ids);
   AgentConfig::setHIDSInterface(ids.get());
@@ -118,6 +119,10 @@ void Composition::tearDown() noexcept {
     if (!_connection) return;
     _connection->setLocalAddressSource(nullptr);
     _connection->setStatusAddition({});
+  });
+  // The run, and its ledger, may outlive the agent.
+  stopStep("loss ledger", [this] {
+    if (_ledger) _ledger->close();
   });
   if (Thread::abandoned() > 0) return;
   AgentConfig::setHIDSInterface(nullptr);

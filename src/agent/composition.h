@@ -18,6 +18,7 @@
 
 namespace korvane {
 
+class LossLedger;
 class ServerConnection;
 class Thread;
 
@@ -35,6 +36,7 @@ class Composition {
 
   std::unique_ptr<OwnLog> _log;
   ServerConnection* _connection = nullptr;  // the run's
+  LossLedger* _ledger = nullptr;            // the run's
   Thread* _localService = nullptr;
 };
 

@@ -61,6 +61,11 @@ void LossLedger::open(const std::string& path) {
   changed();
 }
 
+void LossLedger::close() {
+  Synchronized hold(_lock);
+  _file.reset();
+}
+
 void LossLedger::look(const std::string& path) {
   const Synchronized held(_lock);
   std::unique_ptr<platform::File> file;

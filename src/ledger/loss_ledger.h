@@ -78,6 +78,9 @@ class LossLedger {
   // path, everything is kept in memory alone.
   void open(const std::string& path);
 
+  // Lets go of the file; what is entered afterwards opens it again.
+  void close();
+
   // Takes over what the file of another process says, and writes nothing.
   void look(const std::string& path);
 
