@@ -91,7 +91,7 @@ TEST(AppDataRequests, TheScheduleAsksWhenItIsDueAndNoSooner) {
   };
   setInterval("36000");
   world.machine.sim.runFor(1000);
-  EXPECT_THAT(requestsOf(world), ElementsAre(testing::MatchesRegex("schedule-\\d+T\\d+Z")));
+  EXPECT_THAT(requestsOf(world), ElementsAre(testing::MatchesRegex("schedule-.+T.+Z")));
   EXPECT_EQ(hours(9), 1U);
   EXPECT_EQ(hours(1), 2U);
   thread.reset();

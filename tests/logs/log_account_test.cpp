@@ -4,6 +4,7 @@
 
 #include "logs/log_processor.h"
 #include "tests/logs/log_fixture.h"
+#include "util/errors.h"
 
 namespace korvane::tests {
 namespace {
