@@ -11,6 +11,10 @@ import zipfile
 BLOCK = 1 << 16
 
 
+def name_of(path):
+    return path.replace("\\", "/").rpartition("/")[2]
+
+
 class Logs:
     """Finished logs of the agent and of the IDS component; the driver's, which grow until they are rolled; external ones, which grow."""
 
@@ -57,7 +61,7 @@ class Logs:
 
     def drive(self):
         """The driver writes to the log that it was pointed at."""
-        rolled = self.stage.setting("driverlog.logfile").replace("\\", "/").rpartition("/")[2]
+        rolled = name_of(self.stage.setting("driverlog.logfile"))
         if rolled:
             self.driver_log = self.driver_folder / rolled
         self.grow(self.driver_log, self.random.randint(1, 300))
@@ -67,6 +71,13 @@ class Logs:
         folders = (self.stage.ips / "logs", self.stage.ids / "logs", self.driver_folder)
         return [path.name for folder in folders for path in folder.iterdir()
                 if path.name in self.contents and path.stat().st_size]
+
+    def all_sent(self):
+        """Nothing is left, and the server has all that was written to the external logs."""
+        here = {path.name for path in self.external.iterdir()}
+        logs = self.stage.admin("/bulk-logs")["logs"]
+        sent = sum(log["bytes"] for log in logs if name_of(log["path"]) in here)
+        return not self.left() and sent == sum(self.contents[name][0] for name in here)
 
     def total(self):
         return sum(size for size, _ in self.contents.values())
@@ -80,7 +91,7 @@ class Logs:
                 url = f"http://127.0.0.1:{self.stage.admin_port}/binaries/{file['binary']}"
                 with urllib.request.urlopen(url) as answer, zipfile.ZipFile(io.BytesIO(answer.read())) as bundle:
                     for part in file["parts"]:
-                        name = part["path"].replace("\\", "/").rsplit("/", 1)[1]
+                        name = name_of(part["path"])
                         if name in self.contents:
                             parts.setdefault(name, {}).setdefault(part["log"], []).append((part["from"], bundle.read(part["entry"])))
         return {name: b"".join(piece for pieces in logs.values() for _, piece in sorted(pieces)) for name, logs in parts.items()}
@@ -93,7 +104,8 @@ class Logs:
         return {"bulk_logs": len(self.contents), "bulk_bytes": self.total(), "bulk_received": sum(map(len, arrived.values())),
                 "bulk_twice": sums["twice"], "bulk_faults": sums["faults"], "bulk_wrong": wrong, "bulk_left": self.left(),
                 "bundles": sums["files"], "bundles_again": sums["repeated"],
-                "own_logs_sent": len([log for log in sums["logs"] if log["bytes"]]) - len(arrived)}
+                "own_logs_sent": sum(name_of(log["path"]) not in self.contents for log in sums["logs"]),
+                "own_logs_cut": sum(bool(log["missing"]) for log in sums["logs"])}
 
 
 class Disk:
