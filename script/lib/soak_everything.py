@@ -6,7 +6,7 @@ Cycles: for a while events are written, logs grow, roll over and are sent in bul
 notifications come, and one to three faults strike. Then the writer pauses, and once the agent has caught up its account of the
 event log must be exactly what was written, and what the server answered, from outside; handles and threads must be those of the
 process's earlier quiet moments. In between policies, settings and log rules are replaced, and logs are deleted, replaced or made
-unreadable. In the first half of the time the agent is killed and restarted, in the second one process lives on.
+unreadable. In the first third of the time the agent is killed and restarted; then one process lives on.
 
 The last line is a JSON object; the exit status is 0 only if all of it holds.
 """
@@ -408,7 +408,7 @@ class Everything:
         self.prepare()
         length, number = self.arguments.minutes * 60, 0
         while (passed := time.monotonic() - self.begun) < length - 30:
-            self.kills_allowed = passed < length * 0.45
+            self.kills_allowed = passed < length / 3
             self.cycle(number)
             number += 1
         return self.finish()

@@ -6,7 +6,7 @@ import threading
 import time
 
 WINDOW = 15  # seconds; the least memory of each counts, so that a bundle under way is no growth
-WARM_UP = 120  # seconds of a life that are not judged: buffers and pools reach their size
+WARM_UP = 300  # seconds of a life that are not judged: buffers and the allocator's arenas reach their size
 LONG_ENOUGH = 300  # seconds behind it, of one life, for a slope to be judged
 
 
