@@ -37,6 +37,8 @@ class Component(threading.Thread):
                     if self.writing.is_set() and owed >= 1:
                         self.write(int(owed))
                         owed -= int(owed)
+                        if not self.tail and self.in_log >= self.rotate_at:
+                            self.rotate()
         except OSError as error:
             self.failed = repr(error)
 
@@ -105,8 +107,6 @@ class Component(threading.Thread):
         if self.writing.is_set() and self.random.random() < 0.1:
             last, self.tail = last[:20], last[20:]
         self.append(text + last)
-        if not self.tail and self.in_log >= self.rotate_at:
-            self.rotate()
 
     def pause(self):
         """Ends in a whole line that belongs to no run."""
