@@ -62,6 +62,7 @@ class Everything:
         self.windows = bool(arguments.windows)
         self.begun = time.monotonic()
         self.counts, self.problems = {}, []
+        self.kills_allowed = True
         self.asked, self.deck, self.full, self.version, self.stop_ms, self.files = [], [], [], 0, 0, 0
         self.ended = threading.Event()
         self.server_up = threading.Event()
@@ -408,7 +409,9 @@ class Everything:
         self.prepare()
         length, number = self.arguments.minutes * 60, 0
         while (passed := time.monotonic() - self.begun) < length - 30:
-            self.kills_allowed = passed < length / 3
+            if self.kills_allowed and passed >= length / 3:
+                self.kills_allowed = False
+                self.logs.fill_a_bundle()
             self.cycle(number)
             number += 1
         return self.finish()

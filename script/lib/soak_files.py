@@ -59,6 +59,17 @@ class Logs:
         self.drive()
         self.grow(self.external / f"app-{self.made % 3}.log", self.random.randint(1, 2000))
 
+    def fill_a_bundle(self):
+        """Logs for a bundle of the largest size: the allocator keeps room for the largest one that there was, which is no leak."""
+        for i in range(4):
+            data = b"".join(self.random.randbytes(60).hex().encode() + b"\n" for _ in range(45000))
+            name = f"korvane-agent-20250101999999{i:03}-1.log"
+            (self.stage.ips / "logs" / (name + ".new")).write_bytes(data)
+            self.know(name, data)
+        for i in range(4):
+            name = f"korvane-agent-20250101999999{i:03}-1.log"
+            (self.stage.ips / "logs" / (name + ".new")).rename(self.stage.ips / "logs" / name)
+
     def drive(self):
         """The driver writes to the log that it was pointed at."""
         rolled = name_of(self.stage.setting("driverlog.logfile"))
