@@ -23,6 +23,7 @@ import sys
 import tempfile
 import threading
 import time
+import traceback
 
 import soak
 from machine import free_port, wait_until
@@ -483,6 +484,7 @@ def main():
                 result = run.play()
                 well = good(result, arguments.minutes >= 20)
             except (StageError, OSError, ValueError, LookupError) as error:
+                traceback.print_exc()
                 result = {"failed": repr(error), "seed": arguments.seed, **run.counts}
                 for program in stage.programs[-6:]:
                     print(program.tail())

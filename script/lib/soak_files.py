@@ -79,9 +79,13 @@ class Logs:
 
     def left(self):
         """Finished logs that are still to be sent; the driver's newest is, as long as it holds something."""
-        folders = (self.stage.ips / "logs", self.stage.ids / "logs", self.driver_folder)
-        return [path.name for folder in folders for path in folder.iterdir()
-                if path.name in self.contents and path.stat().st_size]
+        found = []
+        for folder in (self.stage.ips / "logs", self.stage.ids / "logs", self.driver_folder):
+            for path in folder.iterdir():
+                with contextlib.suppress(FileNotFoundError):  # just removed
+                    if path.name in self.contents and path.stat().st_size:
+                        found.append(path.name)
+        return found
 
     def all_sent(self):
         """Nothing is left, and the server has all that was written to the external logs."""
