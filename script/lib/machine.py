@@ -11,6 +11,7 @@ import random
 import signal
 import socket
 import subprocess
+import threading
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
@@ -193,7 +194,7 @@ class WinePrefix:
 
     def outcome(self, program, *arguments, limit=120):
         """Runs a program to its end; returns its exit status and what it wrote."""
-        log = self.folder.parent / f"{self.folder.name}.log"
+        log = self.folder.parent / f"{self.folder.name}-{threading.get_native_id()}.log"
         for _ in range(3):
             with open(log, "wb") as output:
                 status = subprocess.run([WINE_RUN, program, *arguments], stdin=subprocess.DEVNULL, stdout=output,
