@@ -1,4 +1,5 @@
 #include "config/refused_settings.h"
+#include "config/settings.h"
 #include "config/settings_table.h"
 #include "tests/config/config_fixture.h"
 #include "tests/support/logged_events.h"
@@ -51,6 +52,8 @@ TEST_F(WritingTest, AGroupIsOneWriteAndAGroupThatEndsAsItBeganIsNone) {
     EXPECT_EQ(writes(), before);
   }
   EXPECT_EQ(writes(), ++before);
+  settingsOf(config()).policy.setPolicyIdentity("other", "policy 2");
+  EXPECT_EQ(writes(), ++before) << "a power cut leaves both of one policy";
   {
     const AgentConfig::ChangeGroup group(config());
     config().setPolicyError(0x800, "other");
