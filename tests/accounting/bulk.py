@@ -158,7 +158,7 @@ class Bulk(Counted):
             return [(min(names), len(data)) for names, data in self.shelf.logs().values() if self.kept.get(min(names)) != data]
         try:
             wait_until(have, seconds, "the logs at the server")
-            wait_until(lambda: all(path.exists() != gone for path in paths), 20, "their end" if gone else "them")
+            wait_until(lambda: all(path.exists() != gone for path in paths), seconds, "their end" if gone else "them")
         except StageError:
             raise AssertionError(f"{len(paths)} logs wanted; not equal: {state()}; left: {[path.name for path in paths if path.exists()]}; "
                                  f"wrong: {self.shelf.wrong}") from None
