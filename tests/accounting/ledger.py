@@ -396,6 +396,8 @@ class Ledger(Counted):
         wait_until(lambda: self.server.of("config"), 30, "the result")
         self.component.kept_back = "TNET"
         self.component.feed(60)
+        while self.component.lines[-1].type == "TNET":  # which would end no run
+            self.component.write("good")
         row = next(row for row in self.settle()["accounts"] if row["log"] == STREAM)
         self.assertEqual((row["read"], row["ledgered"]), (len(self.component.counted()), len(self.component.numbers("rejected"))))
         self.assertFalse(any(dict(pairs)["v1"] == "TNET" for request, _ in self.server.of("log") for pairs in request.lists))
