@@ -28,9 +28,9 @@ std::string Sha256::text() {
   require(EVP_DigestFinal_ex(_context.get(), digest.data(), &size) == 1);
   std::string text;
   for (unsigned i = 0; i < size; ++i) {
-    constexpr const char* kDigits = "0123456789abcdef";
-    text += kDigits[digest[i] >> 4];
-    text += kDigits[digest[i] & 15];
+    constexpr const char* kHexDigits = "0123456789abcdef";
+    text += kHexDigits[digest[i] >> 4];
+    text += kHexDigits[digest[i] & 15];
   }
   return text;
 }
